@@ -1,0 +1,18 @@
+#pragma once
+
+#include <algorithm>
+#include <cstddef>
+#include <string_view>
+
+namespace Orb {
+
+/// A text that can be a template argument.
+template <std::size_t N>
+struct FixedString {
+  char chars[N]{};
+
+  consteval FixedString(const char (&text)[N]) { std::copy_n(text, N, chars); }
+  constexpr std::string_view view() const { return {chars, N - 1}; }
+};
+
+}  // namespace Orb

@@ -1,0 +1,116 @@
+#pragma once
+
+#include <utility>
+#include <vector>
+
+#include "Orb/Types.h"
+#include "Orb/Value.h"
+
+namespace Orb {
+
+/// An open-addressing hash map: entries lie in one array, so storing one allocates nothing beyond
+/// the array's occasional doubling. Iteration order is unspecified; a change to the map
+/// invalidates what find() returned.
+template <class Key, class T>
+class Map {
+ public:
+  U32 size() const { return size_; }
+  bool empty() const { return size_ == 0; }
+  bool has(const Key& key) const { return find(key) != nullptr; }
+
+  const T* find(const Key& key) const {
+    const U32 at = position(key);
+    return at == none ? nullptr : &slots_[at].value;
+  }
+  T* find(const Key& key) {
+    const U32 at = position(key);
+    return at == none ? nullptr : &slots_[at].value;
+  }
+
+  /// The value of the key, and whether it is new: then it is default-constructed.
+  std::pair<T*, bool> insert(const Key& key) {
+    if ((size_ + 1) * 4 > slots_.size() * 3) grow();
+    const U32 tag = tagOf(key);
+    U32 at = tag & mask();
+    while (slots_[at].tag != 0) {
+      if (slots_[at].tag == tag && slots_[at].key == key) return {&slots_[at].value, false};
+      at = (at + 1) & mask();
+    }
+    slots_[at].tag = tag;
+    slots_[at].key = key;
+    ++size_;
+    return {&slots_[at].value, true};
+  }
+
+  /// Removes the key and says whether it was there.
+  bool erase(const Key& key) {
+    U32 hole = position(key);
+    if (hole == none) return false;
+    // Entries behind the hole move up unless that would put them ahead of their home position;
+    // so no search ever has to step over the removed one.
+    for (U32 next = (hole + 1) & mask(); slots_[next].tag != 0; next = (next + 1) & mask()) {
+      const U32 home = slots_[next].tag & mask();
+      if (((next - home) & mask()) < ((next - hole) & mask())) continue;
+      slots_[hole] = std::move(slots_[next]);
+      hole = next;
+    }
+    slots_[hole] = Slot{};
+    --size_;
+    return true;
+  }
+
+  void clear() {
+    slots_.clear();
+    size_ = 0;
+  }
+
+  /// Calls `visit(key, value)` for every entry. The map must not change meanwhile.
+  template <class Visitor>
+  void forEach(Visitor&& visit) const {
+    for (const Slot& slot : slots_) {
+      if (slot.tag != 0) visit(slot.key, slot.value);
+    }
+  }
+
+  /// Bytes held for the entries.
+  std::size_t memory() const { return slots_.capacity() * sizeof(Slot); }
+
+ private:
+  struct Slot {
+    U32 tag = 0;  ///< Hash of the key, never 0 when the slot is taken.
+    Key key{};
+    T value{};
+  };
+  static constexpr U32 none = ~U32{0};
+
+  static U32 tagOf(const Key& key) {
+    const U32 tag = static_cast<U32>(hashOf(key));
+    return tag == 0 ? 1 : tag;
+  }
+  U32 mask() const { return static_cast<U32>(slots_.size()) - 1; }
+
+  U32 position(const Key& key) const {
+    if (size_ == 0) return none;
+    const U32 tag = tagOf(key);
+    for (U32 at = tag & mask(); slots_[at].tag != 0; at = (at + 1) & mask()) {
+      if (slots_[at].tag == tag && slots_[at].key == key) return at;
+    }
+    return none;
+  }
+
+  void grow() {
+    std::vector<Slot> old(slots_.empty() ? 8 : slots_.size() * 2);
+    old.swap(slots_);
+    for (Slot& slot : old) {
+      if (slot.tag == 0) continue;
+      U32 at = slot.tag & mask();
+      while (slots_[at].tag != 0) at = (at + 1) & mask();
+      slots_[at] = std::move(slot);
+    }
+  }
+
+  std::vector<Slot> slots_;  ///< A power of two of them, at most three quarters taken.
+  U32 size_ = 0;
+};
+
+}  // namespace Orb

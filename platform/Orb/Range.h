@@ -1,0 +1,52 @@
+#pragma once
+
+#include <compare>
+#include <stdexcept>
+#include <string>
+
+#include "Orb/Hash.h"
+#include "Orb/Text.h"
+#include "Orb/Types.h"
+
+namespace Orb {
+
+/// A value outside its type's range. The text names the type and its bounds; where the value came
+/// from a text or an event, the attribute's name stands in front.
+class VELA_EXPORT RangeException : public std::runtime_error {
+ public:
+  explicit RangeException(const char* rangeText) : runtime_error(rangeText) {}
+  RangeException(const std::string& attribute, const RangeException& cause)
+      : runtime_error(attribute + ": " + cause.what()) {}
+};
+
+/// A number with bounds. `Self` derives from this and adds its named values, and `rangeText`, the
+/// text of the exception that a value below `Min` or above `Max` meets.
+template <class Self, class Representation, U64 Min, U64 Max, U64 Default = Min>
+class Ranged {
+ public:
+  static constexpr bool isRanged = true;
+
+  constexpr Ranged() = default;
+  constexpr explicit Ranged(U64 value) : value_(static_cast<Representation>(value)) {
+    if (value < Min || value > Max) throw RangeException(Self::rangeText);
+  }
+
+  constexpr Representation value() const { return value_; }
+  constexpr auto operator<=>(const Ranged&) const = default;
+
+  friend U64 hashOf(const Self& ranged) { return hashOf(U64{ranged.value()}); }
+  friend void appendText(TextSink& sink, const Self& ranged) {
+    Orb::appendText(sink, ranged.value());
+  }
+  friend void parseText(TextCursor& cursor, Self& ranged) {
+    ranged = Self(parseNumber(cursor, ~U64{0}));
+  }
+
+ private:
+  Representation value_ = Default;
+};
+
+template <class T>
+concept IsRanged = T::isRanged;
+
+}  // namespace Orb

@@ -1,0 +1,122 @@
+#pragma once
+
+#include <charconv>
+#include <concepts>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+
+#include "Orb/Types.h"
+
+/// Text forms. A type takes part by an overload of appendText(TextSink&, const T&), and of
+/// parseText(TextCursor&, T&) when it can be read back.
+namespace Orb {
+
+/// Where text goes. Two kinds exist: one that grows a string, and one that fills a fixed buffer
+/// and never allocates.
+class VELA_EXPORT TextSink {
+ public:
+  virtual void append(std::string_view text) = 0;
+
+ protected:
+  ~TextSink() = default;
+};
+
+class VELA_EXPORT StringSink final : public TextSink {
+ public:
+  void append(std::string_view text) override { string_.append(text); }
+  std::string take() { return std::move(string_); }
+
+ private:
+  std::string string_;
+};
+
+/// Fills `size` characters and drops what does not fit.
+class VELA_EXPORT FixedSink final : public TextSink {
+ public:
+  FixedSink(char* buffer, std::size_t size) : buffer_(buffer), size_(size) {}
+  void append(std::string_view text) override {
+    used_ += text.copy(buffer_ + used_, size_ - used_);
+  }
+  std::size_t used() const { return used_; }
+
+ private:
+  char* buffer_;
+  std::size_t size_;
+  std::size_t used_ = 0;
+};
+
+/// A text that could not be read.
+class VELA_EXPORT TextException : public std::runtime_error {
+ public:
+  using runtime_error::runtime_error;
+};
+
+/// A position in a text that is being read.
+class VELA_EXPORT TextCursor {
+ public:
+  explicit TextCursor(std::string_view text) : rest_(text) {}
+
+  std::string_view rest() const { return rest_; }
+  void advance(std::size_t count) { rest_.remove_prefix(count); }
+  /// Steps over `text`, or throws TextException.
+  void expect(std::string_view text);
+  /// Steps over `text` and says whether it was there.
+  bool skip(std::string_view text);
+  /// Everything up to the next of the structural characters ",}')".
+  std::string_view word();
+
+ private:
+  std::string_view rest_;
+};
+
+inline void appendText(TextSink& sink, std::string_view text) { sink.append(text); }
+inline void appendText(TextSink& sink, const char* text) { sink.append(text); }
+inline void appendText(TextSink& sink, bool value) { sink.append(value ? "true" : "false"); }
+VELA_EXPORT void appendText(TextSink& sink, double value);
+
+template <std::integral T>
+void appendText(TextSink& sink, T value) {
+  char digits[24];
+  const auto end = std::to_chars(digits, digits + sizeof digits, value).ptr;
+  sink.append({digits, static_cast<std::size_t>(end - digits)});
+}
+
+/// A number in lower-case hexadecimal, without a prefix and with at least `width` digits.
+struct Hex {
+  U64 value;
+  unsigned width = 1;
+};
+VELA_EXPORT void appendText(TextSink& sink, Hex number);
+
+VELA_EXPORT void parseText(TextCursor& cursor, bool& value);
+VELA_EXPORT void parseText(TextCursor& cursor, double& value);
+/// An unsigned number, decimal or with "0x", of at most `max`.
+VELA_EXPORT U64 parseNumber(TextCursor& cursor, U64 max);
+
+template <std::unsigned_integral T>
+void parseText(TextCursor& cursor, T& value) {
+  value = static_cast<T>(parseNumber(cursor, static_cast<T>(~T{0})));
+}
+
+/// The text form of the values, one after the other.
+template <class... Ts>
+std::string text(const Ts&... values) {
+  StringSink sink;
+  (appendText(sink, values), ...);
+  return sink.take();
+}
+
+/// A value from its text form. Throws TextException, or RangeException for a value out of range.
+template <class T>
+T fromText(std::string_view text) {
+  TextCursor cursor(text);
+  T value{};
+  parseText(cursor, value);
+  if (!cursor.rest().empty()) {
+    throw TextException("unexpected text \"" + std::string(cursor.rest()) + "\"");
+  }
+  return value;
+}
+
+}  // namespace Orb

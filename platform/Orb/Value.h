@@ -1,0 +1,190 @@
+#pragma once
+
+#include <compare>
+#include <concepts>
+#include <type_traits>
+#include <utility>
+
+#include "Orb/FixedString.h"
+#include "Orb/Hash.h"
+#include "Orb/Range.h"
+#include "Orb/Text.h"
+
+/// Value types. A value type is an aggregate of Field members and names itself:
+///
+///   struct Flow {
+///     static constexpr const char* typeName = "VelaSwitch::Flow";
+///     Orb::Field<"source", Ipnet::IpAddr> source;
+///     Orb::Field<"port", U16> port;
+///     auto operator<=>(const Flow&) const = default;
+///   };
+///
+/// The member list is the only list: equality and order compare it, and hash, text form, reading
+/// from text and JSON walk it. A type that adds `static constexpr bool scalar = true` has one field
+/// and is spelled as that field alone.
+namespace Orb {
+
+/// One field of a value type: read by calling it, written by assignment.
+template <FixedString Name, class T>
+struct Field {
+  using Type = T;
+  static constexpr std::string_view name = Name.view();
+
+  T value{};
+
+  constexpr Field() = default;
+  template <class U>
+  requires std::constructible_from<T, U>
+  constexpr Field(U&& initial) : value(static_cast<T>(std::forward<U>(initial))) {}
+
+  constexpr const T& operator()() const { return value; }
+  /// Looks into a field that is a map.
+  template <class Key>
+  constexpr decltype(auto) operator()(const Key& key) const {
+    return value(key);
+  }
+  constexpr auto operator<=>(const Field&) const = default;
+};
+
+namespace detail {
+
+template <class T>
+inline constexpr bool isField = false;
+template <FixedString Name, class T>
+inline constexpr bool isField<Field<Name, T>> = true;
+
+/// Stands for any field when the fields of an aggregate are counted.
+struct AnyField {
+  template <class T>
+  requires isField<T>
+  operator T() const;
+};
+
+template <class V, class... Fields>
+constexpr std::size_t countFields() {
+  if constexpr (requires { V{Fields{}..., AnyField{}}; }) {
+    return countFields<V, Fields..., AnyField>();
+  } else {
+    return sizeof...(Fields);
+  }
+}
+
+}  // namespace detail
+
+template <class V>
+concept Value = std::is_aggregate_v<V> && requires {
+  { V::typeName } -> std::convertible_to<const char*>;
+};
+
+template <class V>
+concept ScalarValue = Value<V> && requires {
+  V::scalar;
+};
+
+template <Value V>
+inline constexpr std::size_t fieldCount = detail::countFields<V>();
+
+/// Calls `visit` with every field of `value`, in declaration order.
+template <class V, class Visitor>
+requires Value<std::remove_cvref_t<V>>
+constexpr void forEachField(V&& value, Visitor&& visit) {
+  constexpr std::size_t count = fieldCount<std::remove_cvref_t<V>>;
+  static_assert(count >= 1 && count <= 16, "a value type has 1 to 16 fields");
+  const auto each = [&](auto&... fields) { (visit(fields), ...); };
+  // clang-format off
+  if constexpr (count == 1) { auto& [a] = value; each(a); }
+  else if constexpr (count == 2) { auto& [a, b] = value; each(a, b); }
+  else if constexpr (count == 3) { auto& [a, b, c] = value; each(a, b, c); }
+  else if constexpr (count == 4) { auto& [a, b, c, d] = value; each(a, b, c, d); }
+  else if constexpr (count == 5) { auto& [a, b, c, d, e] = value; each(a, b, c, d, e); }
+  else if constexpr (count == 6) { auto& [a, b, c, d, e, f] = value; each(a, b, c, d, e, f); }
+  else if constexpr (count == 7) { auto& [a, b, c, d, e, f, g] = value; each(a, b, c, d, e, f, g); }
+  else if constexpr (count == 8) {
+    auto& [a, b, c, d, e, f, g, h] = value; each(a, b, c, d, e, f, g, h);
+  } else if constexpr (count == 9) {
+    auto& [a, b, c, d, e, f, g, h, i] = value; each(a, b, c, d, e, f, g, h, i);
+  } else if constexpr (count == 10) {
+    auto& [a, b, c, d, e, f, g, h, i, j] = value; each(a, b, c, d, e, f, g, h, i, j);
+  } else if constexpr (count == 11) {
+    auto& [a, b, c, d, e, f, g, h, i, j, k] = value; each(a, b, c, d, e, f, g, h, i, j, k);
+  } else if constexpr (count == 12) {
+    auto& [a, b, c, d, e, f, g, h, i, j, k, l] = value; each(a, b, c, d, e, f, g, h, i, j, k, l);
+  } else if constexpr (count == 13) {
+    auto& [a, b, c, d, e, f, g, h, i, j, k, l, m] = value;
+    each(a, b, c, d, e, f, g, h, i, j, k, l, m);
+  } else if constexpr (count == 14) {
+    auto& [a, b, c, d, e, f, g, h, i, j, k, l, m, n] = value;
+    each(a, b, c, d, e, f, g, h, i, j, k, l, m, n);
+  } else if constexpr (count == 15) {
+    auto& [a, b, c, d, e, f, g, h, i, j, k, l, m, n, o] = value;
+    each(a, b, c, d, e, f, g, h, i, j, k, l, m, n, o);
+  } else {
+    auto& [a, b, c, d, e, f, g, h, i, j, k, l, m, n, o, p] = value;
+    each(a, b, c, d, e, f, g, h, i, j, k, l, m, n, o, p);
+  }
+  // clang-format on
+}
+
+template <Value V>
+U64 hashOf(const V& value) {
+  U64 hash = 0x243F6A8885A308D3u;
+  forEachField(value, [&](const auto& field) {
+    if constexpr (std::integral<std::remove_cvref_t<decltype(field())>>) {
+      hash = hashMix(hash, static_cast<U64>(field()));
+    } else {
+      hash = hashMix(hash, hashOf(field()));
+    }
+  });
+  return hash;
+}
+
+template <Value V>
+void appendText(TextSink& sink, const V& value) {
+  if constexpr (ScalarValue<V>) {
+    forEachField(value, [&](const auto& field) { appendText(sink, field()); });
+  } else {
+    sink.append("Value('");
+    sink.append(V::typeName);
+    sink.append("', ** {");
+    std::string_view separator = "'";
+    forEachField(value, [&](const auto& field) {
+      sink.append(separator);
+      sink.append(field.name);
+      sink.append("': ");
+      appendText(sink, field());
+      separator = ", '";
+    });
+    sink.append("})");
+  }
+}
+
+/// Reads the text form. A value out of range is reported with the name of its field in front.
+template <Value V>
+void parseText(TextCursor& cursor, V& value) {
+  if constexpr (requires { V::noTextReason; }) throw TextException(V::noTextReason);
+  const auto parseField = [&](auto& field) {
+    try {
+      parseText(cursor, field.value);
+    } catch (const RangeException& error) {
+      throw RangeException(std::string(field.name), error);
+    }
+  };
+  if constexpr (ScalarValue<V>) {
+    forEachField(value, parseField);
+  } else {
+    cursor.expect("Value('");
+    cursor.expect(V::typeName);
+    cursor.expect("', ** {");
+    std::string_view separator = "'";
+    forEachField(value, [&](auto& field) {
+      cursor.expect(separator);
+      cursor.expect(field.name);
+      cursor.expect("': ");
+      parseField(field);
+      separator = ", '";
+    });
+    cursor.expect("})");
+  }
+}
+
+}  // namespace Orb

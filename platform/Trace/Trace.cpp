@@ -1,0 +1,76 @@
+#include "Trace/Trace.h"
+
+#include <algorithm>
+#include <array>
+
+namespace {
+
+Twinlog::Sink* sink = nullptr;
+
+std::array<Spoor::Record, Spoor::ringSize> ring;
+U64 messages = 0;
+
+std::vector<Trace::Handle*>& handles() {
+  static std::vector<Trace::Handle*> all;
+  return all;
+}
+
+}  // namespace
+
+namespace Twinlog {
+
+void sinkIs(Sink* next) { sink = next; }
+
+}  // namespace Twinlog
+
+namespace Spoor {
+
+std::vector<Record> records() {
+  std::vector<Record> held;
+  for (const Record& record : ring) {
+    if (record.sequence != 0) held.push_back(record);
+  }
+  std::sort(held.begin(), held.end(),
+            [](const Record& a, const Record& b) { return a.sequence < b.sequence; });
+  return held;
+}
+
+void recordsDelAll() { ring.fill({}); }
+
+}  // namespace Spoor
+
+namespace Trace {
+
+Handle::Handle(const char* name) : name_(name) { handles().push_back(this); }
+
+void Handle::twinlogLevelIs(int level) {
+  twinlogLevel_ = level;
+  threshold_ = std::max(twinlogLevel_, spoorLevel_);
+}
+
+void Handle::spoorLevelIs(int level) {
+  spoorLevel_ = level;
+  threshold_ = std::max(twinlogLevel_, spoorLevel_);
+}
+
+Spoor::Record& Handle::spoorRecord(U8 level) const {
+  Spoor::Record& record = ring[messages % Spoor::ringSize];
+  record.sequence = ++messages;
+  record.handle = name_;
+  record.level = level;
+  return record;
+}
+
+void Handle::twinlogLine(U8 level, const std::string& message) const {
+  if (sink) sink->line(name_, level, message);
+}
+
+Handle* Handle::find(std::string_view name) {
+  const auto at = std::find_if(handles().begin(), handles().end(),
+                               [&](const Handle* handle) { return handle->name() == name; });
+  return at == handles().end() ? nullptr : *at;
+}
+
+const std::vector<Handle*>& Handle::all() { return handles(); }
+
+}  // namespace Trace

@@ -1,0 +1,109 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "Orb/Text.h"
+#include "Orb/Types.h"
+
+/// The two trace libraries share their handles: Spoor keeps the latest messages in a ring in
+/// memory, Twinlog sends leveled messages to a sink.
+namespace Twinlog {
+
+/// Where Twinlog's lines go.
+class VELA_EXPORT Sink {
+ public:
+  /// One message, without a line end. Valid during the call only.
+  virtual void line(std::string_view handle, U8 level, std::string_view message) = 0;
+
+ protected:
+  ~Sink() = default;
+};
+
+/// Sets the sink of all handles; null drops every line. The caller keeps the sink alive.
+VELA_EXPORT void sinkIs(Sink* sink);
+
+}  // namespace Twinlog
+
+namespace Spoor {
+
+/// One message of the ring, cut to what fits.
+struct Record {
+  U64 sequence = 0;  ///< Counts messages from 1; 0 marks an unused record.
+  const char* handle = nullptr;
+  U8 level = 0;
+  U8 length = 0;
+  char text[110]{};
+};
+
+inline constexpr std::size_t ringSize = 1024;
+
+/// The ring's messages, oldest first.
+VELA_EXPORT std::vector<Record> records();
+VELA_EXPORT void recordsDelAll();
+
+}  // namespace Spoor
+
+namespace Trace {
+
+/// A named source of messages; table families have one each. Levels run from 0 (always of
+/// interest) to 9 (every field). A message above both levels of its handle costs one comparison.
+class VELA_EXPORT Handle {
+ public:
+  /// The name must outlive the handle; handles live as long as the program.
+  explicit Handle(const char* name);
+  Handle(const Handle&) = delete;
+  Handle& operator=(const Handle&) = delete;
+
+  const char* name() const { return name_; }
+  /// Messages up to this level go to Twinlog's sink; -1, the default, for none.
+  void twinlogLevelIs(int level);
+  /// Messages up to this level go to Spoor's ring; -1, the default, for none.
+  void spoorLevelIs(int level);
+
+  bool enabled(U8 level) const { return level <= threshold_; }
+
+  /// Sends the text forms of the parts, joined, when somebody listens at this level.
+  template <class... Parts>
+  void operator()(U8 level, const Parts&... parts) const {
+    if (!enabled(level)) [[likely]]
+      return;
+    emit(level, [&](Orb::TextSink& sink) { (appendPart(sink, parts), ...); });
+  }
+
+  static Handle* find(std::string_view name);
+  static const std::vector<Handle*>& all();
+
+ private:
+  template <class Part>
+  static void appendPart(Orb::TextSink& sink, const Part& part) {
+    using Orb::appendText;
+    appendText(sink, part);
+  }
+
+  template <class Write>
+  void emit(U8 level, const Write& write) const {
+    if (level <= spoorLevel_) {
+      Spoor::Record& record = spoorRecord(level);
+      Orb::FixedSink sink(record.text, sizeof record.text);
+      write(sink);
+      record.length = static_cast<U8>(sink.used());
+    }
+    if (level <= twinlogLevel_) {
+      Orb::StringSink sink;
+      write(sink);
+      twinlogLine(level, sink.take());
+    }
+  }
+
+  Spoor::Record& spoorRecord(U8 level) const;
+  void twinlogLine(U8 level, const std::string& message) const;
+
+  const char* name_;
+  int threshold_ = -1;  ///< The higher of the two levels.
+  int twinlogLevel_ = -1;
+  int spoorLevel_ = -1;
+};
+
+}  // namespace Trace
