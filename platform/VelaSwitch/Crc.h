@@ -1,0 +1,21 @@
+#pragma once
+
+#include "Orb/Types.h"
+
+/// The hashes that the switch computes over packed keys: unreflected CRCs with initial value 0 and
+/// no final XOR. The way selects the generator polynomial, so that keys which collide in one way
+/// are independent in the others.
+namespace VelaSwitch {
+
+/// Longest key that is hashed, in bytes.
+inline constexpr U8 crcMaxBytes = 16;
+
+/// Each hashes the first ceil(keyBits / 8) bytes of `key`, byte 0 first and each byte from its most
+/// significant bit; bits beyond `keyBits` must be 0. The result is below 2 to the power of the
+/// width in the name. A way without a polynomial is a fatal assertion.
+VELA_EXPORT U32 crc10Hash(const U8* key, U8 way, U8 keyBits);
+VELA_EXPORT U32 crc11Hash(const U8* key, U8 way, U8 keyBits);
+VELA_EXPORT U32 crc12Hash(const U8* key, U8 way, U8 keyBits);
+VELA_EXPORT U32 crc13Hash(const U8* key, U8 way, U8 keyBits);
+
+}  // namespace VelaSwitch

@@ -1,0 +1,133 @@
+#include "VelaSwitch/Profile.h"
+
+#include <bit>
+#include <set>
+
+#include "Orb/Assert.h"
+
+namespace VelaSwitch {
+namespace {
+
+/// The largest switch: every port and pipe number still fits its type.
+constexpr U32 maxPorts = 49;
+constexpr U32 maxPipes = 13;
+
+void require(bool holds, const char* rangeText) {
+  if (!holds) throw Orb::RangeException(rangeText);
+}
+
+std::vector<IngressPipeRange> pipes(std::initializer_list<IngressPipeRange> ranges) {
+  return ranges;
+}
+
+const ProfileFields vela48v5{
+    .name = "vela-48-5.1",
+    .hwApi = ProfileHwApi{5u, 1u},
+    .registerFormat = RegisterFormatVersion{4u, 0u},
+    .ports = 48u,
+    .vrfs = 8u,
+    .pipelines = 2u,
+    .ingressPipes = pipes({{0u, 0u, 23u}, {1u, 24u, 47u}}),
+    .pipesPerVlanTable = 2u,
+    .pipesPerL2Table = 1u,
+    .cpuPipeline = true,
+    .aclWideRows = true,
+    .ingressL2Processor = true,
+    .ingressRateLimiter = true,
+};
+
+ProfileFields vela48v4() {
+  ProfileFields fields = vela48v5;
+  fields.name = "vela-48-4.1";
+  fields.hwApi = ProfileHwApi{4u, 1u};
+  fields.registerFormat = RegisterFormatVersion{3u, 0u};
+  fields.vrfs = 4u;
+  fields.aclWideRows = false;
+  fields.ingressL2Processor = false;
+  fields.ingressRateLimiter = false;
+  return fields;
+}
+
+ProfileFields vela20() {
+  ProfileFields fields = vela48v4();
+  fields.name = "vela-20-4.0";
+  fields.hwApi = ProfileHwApi{4u, 0u};
+  fields.registerFormat = RegisterFormatVersion{2u, 0u};
+  fields.ports = 20u;
+  fields.pipelines = 1u;
+  fields.ingressPipes = pipes({{0u, 0u, 19u}});
+  fields.pipesPerVlanTable = 1u;
+  fields.cpuPipeline = false;
+  return fields;
+}
+
+ProfileFields vela48Vrf32() {
+  ProfileFields fields = vela48v5;
+  fields.name = "vela-48-32vrf";
+  fields.vrfs = 32u;
+  fields.mrouteWideFlags = true;
+  return fields;
+}
+
+}  // namespace
+
+ProfileInfo::ProfileInfo(ProfileFields fields) : fields_(std::move(fields)) {
+  require(ports() >= 1 && ports() <= maxPorts, "ports: < 1 or > 49 not allowed");
+  require(vrfs() >= 1 && vrfs() <= 256, "vrfs: < 1 or > 256 not allowed");
+  require(pipelines() >= 1 && pipelines() <= maxPipes, "pipelines: < 1 or > 13 not allowed");
+  require(fields_.pipesPerVlanTable() >= 1, "pipesPerVlanTable: < 1 not allowed");
+  require(fields_.pipesPerL2Table() >= 1, "pipesPerL2Table: < 1 not allowed");
+  for (const IngressPipeRange& range : ingressPipeRangeInfos()) {
+    require(range.pipe() < maxPipes, "ingressPipes: pipe > 12 not allowed");
+    require(range.firstPort() <= range.lastPort() && range.lastPort() < ports(),
+            "ingressPipes: firstPort > lastPort or lastPort >= ports not allowed");
+  }
+}
+
+const Orb::Type& ProfileInfo::fwkType() const { return Orb::registeredType<ProfileInfo>; }
+
+U32 ProfileInfo::numVrfBits() const { return static_cast<U32>(std::bit_width(vrfs())) - 1; }
+
+U32 ProfileInfo::pipesPerTable(TableKind kind) const {
+  return kind == TableKind::vlan ? fields_.pipesPerVlanTable() : fields_.pipesPerL2Table();
+}
+
+U32 ProfileInfo::pipeToTableId(U32 pipe, TableKind kind) const {
+  return pipe / pipesPerTable(kind);
+}
+
+U32 ProfileInfo::numTables(TableKind kind) const {
+  std::set<U32> tables;
+  for (const IngressPipeRange& range : ingressPipeRangeInfos()) {
+    tables.insert(pipeToTableId(range.pipe(), kind));
+  }
+  return static_cast<U32>(tables.size());
+}
+
+U32 ProfileInfo::numPipelinesOfTable(TableKind) const {
+  return static_cast<U32>(ingressPipeRangeInfos().size());
+}
+
+U32 ProfileInfo::portToIngressPipeId(U32 port) const {
+  for (const IngressPipeRange& range : ingressPipeRangeInfos()) {
+    if (port >= range.firstPort() && port <= range.lastPort()) return range.pipe();
+  }
+  return 0;
+}
+
+std::vector<Orb::PtrConst<ProfileInfo>> ProfileInfo::builtIns() {
+  std::vector<Orb::PtrConst<ProfileInfo>> all;
+  for (const ProfileFields& fields : {vela48v5, vela48v4(), vela20(), vela48Vrf32()}) {
+    all.push_back(Orb::make<ProfileInfo>(fields));
+  }
+  return all;
+}
+
+Orb::PtrConst<ProfileInfo> ProfileInfo::builtIn(std::string_view name) {
+  for (const auto& profile : builtIns()) {
+    if (profile->name() == name) return profile;
+  }
+  return nullptr;
+}
+
+}  // namespace VelaSwitch
