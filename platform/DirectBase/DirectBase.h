@@ -1,0 +1,97 @@
+#pragma once
+
+#include "DirectBase/TableConstants.h"
+#include "VelaSwitchApi/SwTable.h"
+
+/// Base of the tables whose row is a fixed function of the key.
+namespace VelaSwitchTable {
+
+using VelaSwitchApi::HwIndex;
+using VelaSwitchApi::HwTableId;
+
+class DirectBaseConvertor;
+
+/// One row's key and result.
+class VELA_EXPORT DirectBaseEntry : public Orb::PtrInterface {
+ public:
+  /// Text form for traces.
+  virtual std::string toStrep() const = 0;
+
+  /// Whether the entry is desired; the row of one that is not has its default content.
+  bool valid() const { return valid_; }
+  void validIs(bool valid) { valid_ = valid; }
+
+ private:
+  bool valid_ = false;
+};
+
+class VELA_EXPORT DirectBaseTable : public VelaSwitchApi::SwTable {
+ public:
+  void doSetProfileConvertor(Orb::Ptr<VelaSwitchApi::SwTableTypes> types) override;
+
+  virtual Orb::Ptr<VelaSwitchApi::SwTableProfileConvertor> profileConvertorFactory() const = 0;
+  /// Whether the item's key is among the entries.
+  virtual bool entryHasByDirectItem(const DirectBaseEntry& item) const = 0;
+  /// Takes an entry over that hardware holds. The item must be valid.
+  virtual void entryIsByDirectItem(const DirectBaseEntry& item) = 0;
+  /// Whether the item's key is among the entries with the same result.
+  virtual bool entryEqualByDirectItem(const DirectBaseEntry& item) const = 0;
+  /// Makes the item what the entries say of its key: its result and valid, or not valid.
+  virtual void updateDirectItem(DirectBaseEntry& item) const = 0;
+  /// Whether the row of the item's key is known to differ from what is desired.
+  virtual bool hwInconsistentEntryFromDirectItem(const DirectBaseEntry& item) const = 0;
+  virtual void hwInconsistentEntryDelFromDirectItem(const DirectBaseEntry& item) = 0;
+
+  /// The row of the item's key was found different, or could not be written.
+  virtual void hwInconsistentEntryIsFromDirectItem(const DirectBaseEntry& item) = 0;
+
+ protected:
+  using SwTable::SwTable;
+
+  /// Writes the entry's row, or its null form when it is not valid. False when a write failed; the
+  /// key is then marked inconsistent.
+  bool handleDirectEntry(const DirectBaseEntry& entry, U32 hwTables);
+  /// Number of rows of the table; for the capacity counters.
+  void numEntriesIs(U32 entries) { numEntries_ = entries; }
+
+ private:
+  friend class DirectBaseConvertor;
+  U32 numEntries_ = 0;
+};
+
+/// Base of the convertors of direct tables. Every hardware table holds the same rows.
+class VELA_EXPORT DirectBaseConvertor : public VelaSwitchApi::SwTableProfileConvertor {
+ public:
+  void initHwEntries(bool overwrite, U32 start) override;
+  void syncEntries(U32 table) override;
+
+  virtual HwIndex hwIndexFromItem(const DirectBaseEntry& entry) const = 0;
+  /// Writes the bits of a row that depend on its place alone.
+  virtual void setStaticBuffer(HwIndex index, U8* image) const = 0;
+  /// Packs the entry into a row image that is all zero.
+  virtual void setHwBuffer(const DirectBaseEntry& entry, U8* image) const = 0;
+  /// The row's key with the default result, not valid.
+  virtual Orb::Ptr<DirectBaseEntry> nullDirectEntry(HwIndex index) const = 0;
+  /// Unpacks the row's image; null when it cannot be one of this table's rows.
+  virtual Orb::Ptr<DirectBaseEntry> decodeHwEntry(HwIndex index) const = 0;
+  /// Which capacity counter the entry counts in.
+  virtual U32 capacityIndexFromEntry(const DirectBaseEntry& entry) const;
+
+ protected:
+  friend class DirectBaseTable;
+
+  DirectBaseTable* directTable() const { return static_cast<DirectBaseTable*>(swTable()); }
+  /// Starts one capacity counter for each of `counters` parts of the table.
+  void initTableStatsPerEgressPort(U32 counters);
+
+  /// The first hardware table's image of a row.
+  U32* hwRow(HwIndex index) const { return hwTable(0)->image(index); }
+
+ private:
+  void rowImage(const DirectBaseEntry& entry, HwIndex index, U32* image) const;
+  bool rowIs(const DirectBaseEntry& entry, HwIndex index);
+  void rebuildRow(VelaSwitchApi::HwTableConfig& table, HwIndex index);
+  void auditRow(VelaSwitchApi::HwTableConfig& table, HwIndex index);
+};
+
+}  // namespace VelaSwitchTable

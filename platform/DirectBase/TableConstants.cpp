@@ -1,0 +1,44 @@
+#include "DirectBase/TableConstants.h"
+
+#include "Orb/Assert.h"
+
+namespace VelaSwitchTable {
+
+const char* TableConstants::tableName(TableIndex index) {
+  switch (index) {
+    case TableIndex::hashTest:
+      return "HashTest";
+    case TableIndex::lpm32:
+      return "Lpm32";
+    case TableIndex::lpm29:
+      return "Lpm29";
+    case TableIndex::lpm26:
+      return "Lpm26";
+    case TableIndex::lpm23:
+      return "Lpm23";
+    case TableIndex::lpm20:
+      return "Lpm20";
+    case TableIndex::lpm17:
+      return "Lpm17";
+    case TableIndex::lpm14:
+      return "Lpm14";
+    case TableIndex::sg:
+      return "SG";
+    case TableIndex::natMatch:
+      return "NatMatch";
+    case TableIndex::natDynMatch:
+      return "NatDynMatch";
+    case TableIndex::starG:
+      return "StarG";
+    case TableIndex::aclIndirectCounterHash:
+      return "AclIndirectCounterHash";
+    case TableIndex::aclHash:
+      return "AclHash";
+    case TableIndex::vlanMembership:
+      return "VlanMembership";
+  }
+  ORB_ASSERT_TEXT(false, "tableName");
+  return "";
+}
+
+}  // namespace VelaSwitchTable

@@ -1,0 +1,43 @@
+#pragma once
+
+#include "Orb/Types.h"
+
+namespace VelaSwitchTable {
+
+/// Numbers of the tables, as hardware names them.
+enum class TableIndex : U8 {
+  hashTest = 1,
+  lpm32 = 10,
+  lpm29 = 11,
+  lpm26 = 12,
+  lpm23 = 13,
+  lpm20 = 14,
+  lpm17 = 15,
+  lpm14 = 16,
+  sg = 18,
+  natMatch = 22,
+  natDynMatch = 28,
+  starG = 40,
+  aclIndirectCounterHash = 45,
+  aclHash = 46,
+  vlanMembership = 100,
+};
+
+struct TableConstants {
+  /// The table's name, such as "AclHash". A number that no table has is a fatal assertion.
+  VELA_EXPORT static const char* tableName(TableIndex index);
+
+  /// The ACL processors' tables repeat at this distance, one of each kind per processor.
+  static constexpr U8 aclTableStride = 12;
+  /// The ACL hash table of a processor.
+  static constexpr U8 aclHashTableId(U8 tableIdx) {
+    return static_cast<U8>(static_cast<U8>(TableIndex::aclHash) + tableIdx * aclTableStride);
+  }
+  /// Whether the number is that of some processor's ACL hash table.
+  static constexpr bool isAclHashTableId(U8 index) {
+    constexpr U8 first = static_cast<U8>(TableIndex::aclHash);
+    return index >= first && (index - first) % aclTableStride == 0;
+  }
+};
+
+}  // namespace VelaSwitchTable

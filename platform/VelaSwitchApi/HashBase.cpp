@@ -1,0 +1,85 @@
+#include "VelaSwitchApi/HashBase.h"
+
+namespace VelaSwitchApi {
+
+void HashBaseTable::doSetProfileConvertor(Orb::Ptr<SwTableTypes> types) {
+  typesIs(std::move(types));
+  profileConvertorPtrIs(profileConvertorFactory());
+  hashConvertor_ = dynamic_cast<PhysicalHashTableConvertor*>(profileConvertorPtr().get());
+  ORB_ASSERT(hashConvertor_);
+  helper_ = hashBaseHelperFactory();
+  const auto physical = this->types().physicalHashTable(*helper_->doGetPhysTableProperties());
+  helper_->tablesAre(this, physical.get());
+  helper_->doInit();
+  physical->helperIs(helper_);
+  hashConvertor_->physicalTableIs(physical);
+}
+
+void HashBaseTable::doCreateHwTable() {
+  SwTable::doCreateHwTable();
+  if (statusSupported()) doInitStatus();
+}
+
+void HashBaseTable::syncEntries() {
+  if (initialized()) {
+    hashConvertor_->physicalTable().settle();
+    SwTable::syncEntries();
+  } else {
+    hashConvertor_->physicalTable().rebuild();
+  }
+}
+
+void HashBaseTable::lastHitByHashItemIs(HashItem&, Orb::Seconds) {}
+
+void PhysicalHashTableConvertor::handleHitBitEntry(HwTableId, HwIndex index) {
+  HashBaseCuckooEntry* entry = physical_->entryAt(index);
+  if (entry) entry->table().lastHitByHashItemIs(*entry, pollTime());
+}
+
+void PhysicalHashTableConvertor::doInitTableStats() {
+  const auto* table = static_cast<const HashBaseTable*>(swTable());
+  initEntryCounter(table->name(), physical_->engine().capacity(),
+                   [this, table] { return physical_->entries(table); });
+}
+
+void PhysicalHashTableConvertor::initHwEntries(bool overwrite, U32 start) {
+  physical_->initRows(start, overwrite);
+}
+
+void PhysicalHashTableConvertor::syncEntries(U32 id) {
+  HwTableConfig& table = *hwTable(id);
+  U32 expected[maxRowWords];
+  for (HwIndex index = 0; index < physical_->engine().capacity(); ++index) {
+    HashBaseCuckooEntry* entry = physical_->entryAt(index);
+    const bool ours = !entry || &entry->table() == swTable();
+    if (!ours) continue;
+    const RegisterBus::Read read = table.readEntry(index);
+    physical_->expectedImage(index, expected);
+    if (read == RegisterBus::Read::failed) {
+      auditFindingIs({AuditFinding::Kind::unreadable, id, index});
+    } else if (entry && !table.same(index, expected, table.image(index))) {
+      U32 empty[maxRowWords];
+      physical_->emptyImage(index, empty);
+      const bool missing =
+          read == RegisterBus::Read::absent || table.same(index, empty, table.image(index));
+      auditFindingIs(
+          {missing ? AuditFinding::Kind::missing : AuditFinding::Kind::inconsistent, id, index});
+      entry->table().hwInconsistentEntryIsFromHashItem(*entry);
+    } else if (!entry && read == RegisterBus::Read::held &&
+               !table.same(index, expected, table.image(index))) {
+      auditFindingIs({AuditFinding::Kind::unexpected, id, index});
+    }
+  }
+}
+
+void PhysicalHashTableConvertor::updateHashEntryCounter(const HashBaseCuckooEntry&, bool) {
+  entryCounterUpdate();
+}
+
+bool PhysicalHashTableConvertor::handleHashEntry(HashBaseCuckooEntry& entry) {
+  if (!entry.valid()) return physical_->remove(entry);
+  physical_->place(entry);
+  return true;
+}
+
+}  // namespace VelaSwitchApi

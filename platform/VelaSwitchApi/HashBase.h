@@ -1,0 +1,96 @@
+#pragma once
+
+#include "Keel/Cuckoo.h"
+#include "VelaSwitchApi/PhysicalHashTable.h"
+#include "VelaSwitchApi/SwTable.h"
+
+namespace VelaSwitchApi {
+
+using HashItem = Keel::Cuckoo::HashItem;
+using CuckooLocation = Keel::Cuckoo::CuckooLocation;
+
+class PhysicalHashTableConvertor;
+
+/// Base of the software tables whose hardware is a cuckoo hash table.
+class VELA_EXPORT HashBaseTable : public SwTable {
+ public:
+  /// Makes convertor and helper through the factories below and joins the physical hash table.
+  void doSetProfileConvertor(Orb::Ptr<SwTableTypes> types) override;
+  void doCreateHwTable() override;
+  void syncEntries() override;
+
+  virtual void doInitStatus() = 0;
+  virtual Orb::Ptr<SwTableProfileConvertor> profileConvertorFactory() const = 0;
+  virtual Orb::Ptr<HashBaseHelper> hashBaseHelperFactory() const = 0;
+  /// Whether the item's key is among the entries.
+  virtual bool entryHasByHashItem(const HashItem& item) const = 0;
+  /// Takes an entry over that hardware holds. The item must be valid.
+  virtual void entryIsByHashItem(HashItem& item) = 0;
+  /// Whether the item's key is among the entries with the same result.
+  virtual bool entryEqualByHashItem(const HashItem& item) const = 0;
+  /// Records that the entry was hit. The framework's version, for tables without hit bits, does
+  /// nothing.
+  virtual void lastHitByHashItemIs(HashItem& item, Orb::Seconds time);
+  virtual Orb::Ptr<HashBaseCuckooEntry> cachedCuckooEntry(const HashItem& item) const = 0;
+  /// Copies the entry's current result into the item.
+  virtual void updateHashItem(HashItem& item) const = 0;
+  /// Whether an audit found the row of the item's key different.
+  virtual bool hwInconsistentEntryFromHashItem(const HashItem& item) const = 0;
+  virtual void hwInconsistentEntryDelFromHashItem(const HashItem& item) = 0;
+  /// Drops the cached item.
+  virtual void hashItemDelFromHashItem(const HashItem& item) = 0;
+
+  /// An audit found the row of the item's key different.
+  virtual void hwInconsistentEntryIsFromHashItem(const HashItem& item) = 0;
+  /// Something that stood in the item's way is gone: handle its key again.
+  virtual void handleHashItem(const HashItem& item) = 0;
+  /// Another spelling of the item's key is to take its row over. When the entry was read from
+  /// hardware and nobody announced it since, forgets it and says true.
+  virtual bool entryReleaseByHashItem(const HashItem& item) = 0;
+
+  void statusSupportedIs(bool supported) { statusSupported_ = supported; }
+  bool statusSupported() const { return statusSupported_; }
+  void hitBitsSupportedIs(bool supported) { hitBitsSupported_ = supported; }
+  bool hitBitsSupported() const { return hitBitsSupported_; }
+
+  PhysicalHashTableConvertor& profileConvertor() const { return *hashConvertor_; }
+  const Orb::Ptr<HashBaseHelper>& helper() const { return helper_; }
+
+ protected:
+  using SwTable::SwTable;
+
+ private:
+  Orb::Ptr<HashBaseHelper> helper_;
+  PhysicalHashTableConvertor* hashConvertor_ = nullptr;
+  bool statusSupported_ = false;
+  bool hitBitsSupported_ = false;
+};
+
+/// Base of the convertors of hash tables.
+class VELA_EXPORT PhysicalHashTableConvertor : public SwTableProfileConvertor {
+ public:
+  void handleHitBitEntry(HwTableId table, HwIndex index) override;
+  void doInitTableStats() override;
+  void initHwEntries(bool overwrite, U32 start) override;
+  void syncEntries(U32 table) override;
+
+  /// Places the entry (valid) or removes it (not valid), and writes the rows that change. How a
+  /// placement went is the entry's programmedStatus(); false is an internal error.
+  bool handleHashEntry(HashBaseCuckooEntry& entry);
+  /// Brings the capacity counter up to date.
+  void updateHashEntryCounter(const HashBaseCuckooEntry& entry, bool removed);
+
+  void physicalTableIs(Orb::Ptr<PhysicalHashTable> table) { physical_ = std::move(table); }
+  PhysicalHashTable& physicalTable() const { return *physical_; }
+
+ protected:
+  PhysicalHashTableConvertor() = default;
+
+  /// Number of software tables that share the physical table.
+  U32 swTables() const { return physical_->swTables(); }
+
+ private:
+  Orb::Ptr<PhysicalHashTable> physical_;
+};
+
+}  // namespace VelaSwitchApi

@@ -1,0 +1,163 @@
+#include "VelaSwitchApi/HwTable.h"
+
+#include <algorithm>
+
+namespace VelaSwitchApi {
+
+void HwTableRegisterMapping::forEachRun(HwIndex first, HwIndex last, const Visitor& visit) const {
+  for (HwIndex index = first; index <= last; ++index) visit(index, index, getRegister(index));
+}
+
+HwAddressColl HwTableRegisterMappingColl::getRegister(HwIndex index) const {
+  const auto row = rows_.find(index);
+  return row == rows_.end() ? HwAddressColl{} : row->second;
+}
+
+HwAddressColl HwTableRegisterMappingRange::getRegister(HwIndex index) const {
+  const auto next = ranges_.upper_bound(index);
+  return next == ranges_.begin() ? HwAddressColl{} : std::prev(next)->second;
+}
+
+void HwTableRegisterMappingRange::forEachRun(HwIndex first, HwIndex last,
+                                             const Visitor& visit) const {
+  while (first <= last) {
+    const auto next = ranges_.upper_bound(first);
+    const HwIndex end = next == ranges_.end() ? last : std::min(last, next->first - 1);
+    visit(first, end, getRegister(first));
+    first = end + 1;
+  }
+}
+
+Orb::Ptr<HwTableDescriptor> HwTableDescriptorConfig::hwTableDescIs(
+    HwTableIdentity identity, TableState state, HwIndex first, HwIndex last, U8 rowWords,
+    Orb::PtrConst<HwTableRegisterMapping> mapping) {
+  ORB_ASSERT(mapping);
+  ORB_ASSERT(first <= last);
+  ORB_ASSERT(rowWords <= maxRowWords);
+  auto descriptor = Orb::make<HwTableDescriptor>();
+  descriptor->identity = std::move(identity);
+  descriptor->state = state;
+  descriptor->first = first;
+  descriptor->last = last;
+  descriptor->rowWords = rowWords;
+  descriptor->mapping = std::move(mapping);
+  return descriptor;
+}
+
+Orb::Ptr<HitBitTableDescriptor> HwTableDescriptorConfig::hitBitTableDescIs(
+    Orb::PtrConst<HwTableDescriptor> table, HitBitAccessMode mode, U32 tableHitBitOffset,
+    Orb::PtrConst<HitBitReadInfoWrapper> readInfo) {
+  ORB_ASSERT(tableHitBitOffset != 0xffffffff);
+  auto descriptor = Orb::make<HitBitTableDescriptor>();
+  descriptor->table = std::move(table);
+  descriptor->mode = mode;
+  descriptor->offset = tableHitBitOffset;
+  descriptor->readInfo = std::move(readInfo);
+  return descriptor;
+}
+
+HwTableConfig::HwTableConfig(Orb::PtrConst<HwTableDescriptor> descriptor, RegisterBus& bus)
+    : descriptor_(std::move(descriptor)), bus_(bus) {
+  busTable_ = bus.tableIs(descriptor_->identity, descriptor_->last);
+  descriptor_->mapping->forEachRun(descriptor_->first, descriptor_->last,
+                                   [&](HwIndex first, HwIndex, const HwAddressColl& addresses) {
+                                     Run run{first, {}};
+                                     for (const auto& [word, path] : addresses.addresses()) {
+                                       ORB_ASSERT(word < descriptor_->rowWords);
+                                       run.mapped.push_back({word, bus.registerIs(path)});
+                                     }
+                                     runs_.push_back(std::move(run));
+                                   });
+  const std::size_t rows = descriptor_->last - descriptor_->first + 1;
+  images_.resize(rows * descriptor_->rowWords);
+  states_.resize(rows, Row::unknown);
+  written_.resize(rows);
+}
+
+const std::vector<HwTableConfig::Mapped>& HwTableConfig::mapped(HwIndex index) const {
+  if (runs_.size() == 1) return runs_.front().mapped;
+  const auto next = std::upper_bound(runs_.begin(), runs_.end(), index,
+                                     [](HwIndex i, const Run& run) { return i < run.first; });
+  return std::prev(next)->mapped;
+}
+
+bool HwTableConfig::same(HwIndex index, const U32* a, const U32* b) const {
+  for (const Mapped& m : mapped(index)) {
+    if (((a[m.word] ^ b[m.word]) & ~staticWords_[m.word]) != 0) return false;
+  }
+  return true;
+}
+
+bool HwTableConfig::entryIs(const HwEntryConfig& entry) {
+  const U32 at = position(entry.index());
+  U32* held = image(entry.index());
+  const U32* words = entry.words();
+  const std::vector<Mapped>& registers = mapped(entry.index());
+  const bool write = states_[at] != Row::held || !same(entry.index(), held, words);
+  std::copy_n(words, descriptor_->rowWords, held);
+  if (!write || registers.empty()) return true;
+
+  std::array<RegisterBus::RegisterValue, maxRowWords> values;
+  std::size_t count = 0;
+  for (const Mapped& m : registers) values[count++] = {m.reg, words[m.word]};
+  if (!bus_.rowIs(busTable_, entry.index(), {values.data(), count})) {
+    states_[at] = Row::unknown;
+    return false;
+  }
+  states_[at] = Row::held;
+  written_[at] = true;
+  return true;
+}
+
+RegisterBus::Read HwTableConfig::readEntry(HwIndex index) {
+  const U32 at = position(index);
+  const std::vector<Mapped>& registers = mapped(index);
+  std::array<RegisterBus::RegisterValue, maxRowWords> values;
+  std::size_t count = 0;
+  for (const Mapped& m : registers) values[count++] = {m.reg, 0};
+  const RegisterBus::Read read = bus_.row(busTable_, index, {values.data(), count});
+  if (read == RegisterBus::Read::failed) return read;
+
+  U32* held = image(index);
+  const bool unchanged =
+      states_[at] == Row::held && read == RegisterBus::Read::held &&
+      std::equal(values.begin(), values.begin() + static_cast<std::ptrdiff_t>(count),
+                 registers.begin(),
+                 [&](const auto& value, const Mapped& m) { return value.value == held[m.word]; });
+  if (!unchanged) {
+    std::fill_n(held, descriptor_->rowWords, 0);
+    for (std::size_t i = 0; i < count; ++i) held[registers[i].word] = values[i].value;
+  }
+  states_[at] = read == RegisterBus::Read::held ? Row::held : Row::absent;
+  return read;
+}
+
+HitBitTableConfig::HitBitTableConfig(Orb::PtrConst<HitBitTableDescriptor> descriptor,
+                                     const HwTableConfig& table, RegisterBus& bus)
+    : descriptor_(std::move(descriptor)), bus_(bus), busTable_(table.busHandle()) {
+  const auto& paths = descriptor_->readInfo->addresses().addresses();
+  for (const HitBitRecord& record : descriptor_->readInfo->info().bitRegistrations()) {
+    registers_.push_back(bus.registerIs(paths.at(static_cast<DataArrayIndex>(record.reg))));
+  }
+}
+
+bool HitBitTableConfig::poll(const std::function<void(HwIndex)>& hit) {
+  if (descriptor_->mode == HitBitAccessMode::none || registers_.empty()) return true;
+  const auto& records = descriptor_->readInfo->info().bitRegistrations();
+  const HwIndex last = descriptor_->table->last;
+  std::vector<RegisterBus::RegisterValue> values;
+  for (const auto reg : registers_) values.push_back({reg, 0});
+  bool good = true;
+  for (HwIndex first = descriptor_->table->first; first <= last;) {
+    const bool read = bus_.hitBits(busTable_, first, values);
+    good = good && read;
+    for (std::size_t i = 0; i < values.size(); ++i) {
+      for (U32 bit = records[i].firstBit; bit <= records[i].lastBit; ++bit, ++first) {
+        if (read && first <= last && (values[i].value >> bit & 1) != 0) hit(first);
+      }
+    }
+  }
+  return good;
+}
+
+}  // namespace VelaSwitchApi

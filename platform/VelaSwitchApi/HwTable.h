@@ -1,0 +1,272 @@
+#pragma once
+
+#include <array>
+#include <functional>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "Orb/Ptr.h"
+#include "VelaSwitchApi/RegisterBus.h"
+#include "VelaSwitchApi/RowLayout.h"
+
+namespace VelaSwitchApi {
+
+/// Number of a word within a row image.
+using DataArrayIndex = U8;
+
+enum class TableState : U8 { inactive, active };
+
+/// The register paths of one row's words.
+class VELA_EXPORT HwAddressColl {
+ public:
+  void addressIs(DataArrayIndex index, std::string path) { paths_[index] = std::move(path); }
+  /// By data array index, ascending: the order in which a row is written.
+  const std::map<DataArrayIndex, std::string>& addresses() const { return paths_; }
+  bool empty() const { return paths_.empty(); }
+
+ private:
+  std::map<DataArrayIndex, std::string> paths_;
+};
+
+/// Which rows of a hardware table use which registers.
+class VELA_EXPORT HwTableRegisterMapping : public Orb::PtrInterface {
+ public:
+  /// The registers of a row; an empty collection for a row that has none.
+  virtual HwAddressColl getRegister(HwIndex index) const = 0;
+  /// Calls `visit(first, last, addresses)` for runs of rows that have the same registers, over all
+  /// rows from `first` to `last`.
+  using Visitor = std::function<void(HwIndex first, HwIndex last, const HwAddressColl&)>;
+  virtual void forEachRun(HwIndex first, HwIndex last, const Visitor& visit) const;
+
+  const std::string& name() const { return name_; }
+
+ protected:
+  explicit HwTableRegisterMapping(std::string name) : name_(std::move(name)) {}
+
+ private:
+  std::string name_;
+};
+
+/// One set of registers for all rows; the control word carries the row.
+class VELA_EXPORT HwTableRegisterMappingConst final : public HwTableRegisterMapping {
+ public:
+  HwTableRegisterMappingConst(std::string name, HwAddressColl addresses)
+      : HwTableRegisterMapping(std::move(name)), addresses_(std::move(addresses)) {}
+  HwAddressColl getRegister(HwIndex) const override { return addresses_; }
+  void forEachRun(HwIndex first, HwIndex last, const Visitor& visit) const override {
+    visit(first, last, addresses_);
+  }
+
+ private:
+  HwAddressColl addresses_;
+};
+
+/// Registers of its own for every row.
+class VELA_EXPORT HwTableRegisterMappingColl final : public HwTableRegisterMapping {
+ public:
+  explicit HwTableRegisterMappingColl(std::string name) : HwTableRegisterMapping(std::move(name)) {}
+  void regsIs(HwIndex index, HwAddressColl addresses) { rows_[index] = std::move(addresses); }
+  HwAddressColl getRegister(HwIndex index) const override;
+
+ private:
+  std::map<HwIndex, HwAddressColl> rows_;
+};
+
+/// Registers per range of rows: each set serves the rows from the one it is given for up to the
+/// next.
+class VELA_EXPORT HwTableRegisterMappingRange final : public HwTableRegisterMapping {
+ public:
+  explicit HwTableRegisterMappingRange(std::string name)
+      : HwTableRegisterMapping(std::move(name)) {}
+  void regsIs(HwIndex first, HwAddressColl addresses) { ranges_[first] = std::move(addresses); }
+  HwAddressColl getRegister(HwIndex index) const override;
+  void forEachRun(HwIndex first, HwIndex last, const Visitor& visit) const override;
+
+ private:
+  std::map<HwIndex, HwAddressColl> ranges_;
+};
+
+/// What a hardware table is.
+struct HwTableDescriptor : public Orb::PtrInterface {
+  HwTableIdentity identity;
+  TableState state = TableState::inactive;
+  HwIndex first = 0;  ///< First row.
+  HwIndex last = 0;   ///< Last row, included.
+  U8 rowWords = 0;    ///< Words of a row image, those without a register included.
+  Orb::PtrConst<HwTableRegisterMapping> mapping;
+};
+
+/// One bit field of a read of hit bits.
+struct HitBitRecord {
+  U32 firstBit;
+  U32 lastBit;
+  U32 registers;  ///< Registers that the read fills.
+  U32 reg;        ///< Which register of the address collection the bits stand in.
+  auto operator<=>(const HitBitRecord&) const = default;
+};
+
+/// Which bits of a read belong to rows, in the order of the rows.
+class VELA_EXPORT HitBitReadInfo {
+ public:
+  void bitRegistrationIs(U8 registration, std::vector<HitBitRecord> records) {
+    registration_ = registration;
+    records_ = std::move(records);
+  }
+  U8 registration() const { return registration_; }
+  const std::vector<HitBitRecord>& bitRegistrations() const { return records_; }
+
+ private:
+  U8 registration_ = 0;
+  std::vector<HitBitRecord> records_;
+};
+
+/// How the hit bits of a table are read: the trigger and data registers, and the bits.
+class VELA_EXPORT HitBitReadInfoWrapper : public Orb::PtrInterface {
+ public:
+  /// Registers the addresses of the hit-bit read; index 0 is the trigger.
+  void readInfoIs(HwAddressColl addresses) { addresses_ = std::move(addresses); }
+  const HwAddressColl& addresses() const { return addresses_; }
+  HitBitReadInfo& info() { return info_; }
+  const HitBitReadInfo& info() const { return info_; }
+
+ private:
+  HwAddressColl addresses_;
+  HitBitReadInfo info_;
+};
+
+enum class HitBitAccessMode : U8 { none, clearOnRead };
+
+struct HitBitTableDescriptor : public Orb::PtrInterface {
+  Orb::PtrConst<HwTableDescriptor> table;
+  HitBitAccessMode mode = HitBitAccessMode::none;
+  U32 offset = 0;  ///< The hit table's offset in the processor.
+  Orb::PtrConst<HitBitReadInfoWrapper> readInfo;
+};
+
+/// Makes the descriptors that a convertor hands to the framework.
+class VELA_EXPORT HwTableDescriptorConfig {
+ public:
+  static Orb::Ptr<HwTableDescriptor> hwTableDescIs(HwTableIdentity identity, TableState state,
+                                                   HwIndex first, HwIndex last, U8 rowWords,
+                                                   Orb::PtrConst<HwTableRegisterMapping> mapping);
+  /// An offset of 0xffffffff, which means no hit table, is a fatal assertion.
+  static Orb::Ptr<HitBitTableDescriptor> hitBitTableDescIs(
+      Orb::PtrConst<HwTableDescriptor> table, HitBitAccessMode mode, U32 offset,
+      Orb::PtrConst<HitBitReadInfoWrapper> readInfo);
+};
+
+/// The words of one row.
+class HwEntryConfig {
+ public:
+  explicit HwEntryConfig(HwIndex index) : index_(index) {}
+  HwEntryConfig(HwIndex index, const U32* words, U8 count) : index_(index) {
+    std::copy_n(words, count, words_.begin());
+  }
+
+  HwIndex index() const { return index_; }
+  void dataIs(DataArrayIndex index, U32 word) {
+    ORB_ASSERT(index < maxRowWords);
+    words_[index] = word;
+  }
+  U32 data(DataArrayIndex index) const { return words_[index]; }
+  const U32* words() const { return words_.data(); }
+
+ private:
+  HwIndex index_;
+  std::array<U32, maxRowWords> words_{};
+};
+
+/// Bits of each word that depend on the row's place alone.
+using StaticWords = std::array<U32, maxRowWords>;
+
+/// One hardware table: the image last written to each row, and the way to its registers.
+class VELA_EXPORT HwTableConfig : public Orb::PtrInterface {
+ public:
+  /// What is known of a row.
+  enum class Row : U8 {
+    unknown,  ///< Nothing: not written or read yet, or the last write failed.
+    held,     ///< The image is what hardware holds.
+    absent,   ///< Hardware said that the row was never written.
+  };
+
+  /// Resolves all registers through the bus, which must outlive the table.
+  HwTableConfig(Orb::PtrConst<HwTableDescriptor> descriptor, RegisterBus& bus);
+
+  const HwTableDescriptor& descriptor() const { return *descriptor_; }
+  bool active() const { return descriptor_->state == TableState::active; }
+  RegisterBus::TableHandle busHandle() const { return busTable_; }
+
+  /// Writes the row, unless hardware already holds the same words apart from the static ones. A
+  /// row without registers is not written. False when the bus failed.
+  bool entryIs(const HwEntryConfig& entry);
+  /// Reads the row from hardware into the image; words without a register keep what they held
+  /// when the mapped ones are unchanged, and become 0 otherwise.
+  RegisterBus::Read readEntry(HwIndex index);
+  /// Makes the next entryIs() of the row write whatever it is given.
+  void entryForget(HwIndex index) { states_[position(index)] = Row::unknown; }
+
+  Row state(HwIndex index) const { return states_[position(index)]; }
+  /// Whether this run wrote the row.
+  bool written(HwIndex index) const { return written_[position(index)]; }
+  /// The row's image, `rowWords` of them.
+  const U32* image(HwIndex index) const { return &images_[imageAt(index)]; }
+  U32* image(HwIndex index) { return &images_[imageAt(index)]; }
+
+  /// Whether the words with a register are the same, static bits aside.
+  bool same(HwIndex index, const U32* a, const U32* b) const;
+
+  void staticWordIs(DataArrayIndex index, U32 mask) { staticWords_[index] = mask; }
+  U32 staticWord(DataArrayIndex index) const { return staticWords_[index]; }
+
+  /// One word of a row that has a register.
+  struct Mapped {
+    DataArrayIndex word;
+    RegisterBus::RegisterHandle reg;
+  };
+  const std::vector<Mapped>& mapped(HwIndex index) const;
+
+ private:
+  U32 position(HwIndex index) const {
+    ORB_ASSERT(index >= descriptor_->first && index <= descriptor_->last);
+    return index - descriptor_->first;
+  }
+  std::size_t imageAt(HwIndex index) const {
+    return std::size_t{position(index)} * descriptor_->rowWords;
+  }
+
+  struct Run {
+    HwIndex first;
+    std::vector<Mapped> mapped;
+  };
+
+  Orb::PtrConst<HwTableDescriptor> descriptor_;
+  RegisterBus& bus_;
+  RegisterBus::TableHandle busTable_;
+  std::vector<Run> runs_;  ///< By first row, ascending.
+  StaticWords staticWords_{};
+  std::vector<U32> images_;
+  std::vector<Row> states_;
+  std::vector<bool> written_;
+};
+
+/// The hit bits of one hardware table.
+class VELA_EXPORT HitBitTableConfig : public Orb::PtrInterface {
+ public:
+  /// `table` is the hardware table that the bits belong to.
+  HitBitTableConfig(Orb::PtrConst<HitBitTableDescriptor> descriptor, const HwTableConfig& table,
+                    RegisterBus& bus);
+
+  /// Reads and clears all bits and calls `hit(index)` for each that was set. False when a read
+  /// failed; the bits of that read are reported by a later poll.
+  bool poll(const std::function<void(HwIndex)>& hit);
+
+ private:
+  Orb::PtrConst<HitBitTableDescriptor> descriptor_;
+  RegisterBus& bus_;
+  RegisterBus::TableHandle busTable_;
+  std::vector<RegisterBus::RegisterHandle> registers_;  ///< Those with bits, in row order.
+};
+
+}  // namespace VelaSwitchApi

@@ -1,0 +1,319 @@
+#include "VelaSwitchApi/PhysicalHashTable.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "VelaSwitch/Crc.h"
+#include "VelaSwitchApi/HashBase.h"
+
+namespace VelaSwitchApi {
+namespace {
+
+using Status = EntryProgrammedStatus;
+
+HashBaseCuckooEntry& entryOf(Keel::Cuckoo::HashItem& item) {
+  return static_cast<HashBaseCuckooEntry&>(item);
+}
+
+}  // namespace
+
+U32 HashBaseCuckooEntry::swTableId() const { return table_->swTableId(); }
+
+bool HashBaseCuckooEntry::isEqual(const Keel::Cuckoo::HashItem& other) const {
+  const auto& entry = static_cast<const HashBaseCuckooEntry&>(other);
+  U8 mine[VelaSwitch::crcMaxBytes]{};
+  U8 theirs[VelaSwitch::crcMaxBytes]{};
+  return copyKeyToBuffer(mine, sizeof mine) == entry.copyKeyToBuffer(theirs, sizeof theirs) &&
+         std::memcmp(mine, theirs, sizeof mine) == 0;
+}
+
+bool HashBaseHelper::entryOwned(HwIndex) const { return true; }
+
+PhysicalHashTable::PhysicalHashTable(const PhysicalHashProperties& properties)
+    : properties_(properties.fields()), engine_(properties.rowsPerWay(), properties.ways()) {}
+
+PhysicalHashTable::~PhysicalHashTable() = default;
+
+void PhysicalHashTable::helperIs(Orb::Ptr<HashBaseHelper> helper) {
+  helpers_.push_back(std::move(helper));
+}
+
+Orb::Ptr<HwTableConfig> PhysicalHashTable::hwTable(HwTableId id) const {
+  const auto table = hwTables_.find(id);
+  return table == hwTables_.end() ? nullptr : table->second;
+}
+
+HashBaseCuckooEntry* PhysicalHashTable::entryAt(HwIndex index) const {
+  return static_cast<HashBaseCuckooEntry*>(engine_.at(location(index)));
+}
+
+void PhysicalHashTable::swTableDel(HashBaseTable* table) {
+  const auto owned = [&](const auto& entry) { return &entry->table() == table; };
+  for (HwIndex index = 0; index < engine_.capacity(); ++index) {
+    HashBaseCuckooEntry* entry = entryAt(index);
+    if (entry && &entry->table() == table) engine_.remove(*entry);
+  }
+  std::erase_if(waiting_, owned);
+  for (StaleRow& row : staleRows_) std::erase_if(row.entries, owned);
+  std::erase_if(helpers_, [&](const auto& helper) { return helper->swTable() == table; });
+}
+
+U32 PhysicalHashTable::entries(const HashBaseTable* table) const {
+  if (helpers_.size() == 1) return engine_.size();
+  U32 count = 0;
+  for (HwIndex index = 0; index < engine_.capacity(); ++index) {
+    const HashBaseCuckooEntry* entry = entryAt(index);
+    if (entry && &entry->table() == table) ++count;
+  }
+  return count;
+}
+
+std::vector<const HashBaseCuckooEntry*> PhysicalHashTable::competitors(
+    const HashBaseCuckooEntry& entry) {
+  std::vector<const HashBaseCuckooEntry*> competing;
+  for (const auto* item : engine_.competitors(entry)) {
+    competing.push_back(static_cast<const HashBaseCuckooEntry*>(item));
+  }
+  return competing;
+}
+
+void PhysicalHashTable::pack(const HashBaseCuckooEntry& entry, Location location,
+                             U32* image) const {
+  std::fill_n(image, maxRowWords, 0);
+  const HashBaseHelper& helper = entry.valid() ? *entry.table().helper() : *helpers_.front();
+  helper.setHwBuffer(entry, location, reinterpret_cast<U8*>(image));
+}
+
+void PhysicalHashTable::emptyImage(HwIndex index, U32* image) const {
+  pack(*helpers_.front()->nullHashEntry(), location(index), image);
+}
+
+void PhysicalHashTable::expectedImage(HwIndex index, U32* image) const {
+  if (const HashBaseCuckooEntry* entry = entryAt(index)) {
+    pack(*entry, location(index), image);
+  } else {
+    emptyImage(index, image);
+  }
+}
+
+bool PhysicalHashTable::writeImage(HwIndex index, const U32* image) {
+  bool good = true;
+  for (const auto& [id, table] : hwTables_) {
+    if (!table->entryIs(HwEntryConfig(index, image, maxRowWords))) good = false;
+  }
+  return good;
+}
+
+bool PhysicalHashTable::hashItemWrite(Keel::Cuckoo::HashItem& item, Location location) {
+  U32 image[maxRowWords];
+  pack(entryOf(item), location, image);
+  if (!writeImage(hwIndex(location), image)) return false;
+  HashBaseCuckooEntry& entry = entryOf(item);
+  if (!staleRows_.empty()) staleRowDel(location);
+  // Written whole at its new row, a moved entry is right whatever went wrong at the old one.
+  if (entry.placed() && entry.status_ != Status::programmed) revisitIs(&entry);
+  lastWritten_ = &entry;
+  return true;
+}
+
+bool PhysicalHashTable::writeEmpty(Location location) {
+  U32 image[maxRowWords];
+  emptyImage(hwIndex(location), image);
+  return writeImage(hwIndex(location), image);
+}
+
+void PhysicalHashTable::place(HashBaseCuckooEntry& entry) {
+  clearStaleRows();
+  if (staleRowOf(entry)) {
+    entry.status_ = Status::hardwareError;
+  } else if (entry.placed()) {
+    const bool written = hashItemWrite(entry, engine_.location(entry));
+    entry.status_ = written ? Status::programmed : Status::hardwareError;
+  } else {
+    placeNew(entry);
+  }
+  revisit();
+}
+
+void PhysicalHashTable::placeNew(HashBaseCuckooEntry& entry) {
+  if (auto* item = engine_.find(entry)) {
+    HashBaseCuckooEntry& holder = entryOf(*item);
+    const Orb::Ptr<HashBaseCuckooEntry> keep(&holder);
+    if (!holder.table().entryReleaseByHashItem(holder)) {
+      if (!waits(entry)) waiting_.push_back(&entry);
+      entry.status_ = Status::duplicateKey;
+      return;
+    }
+    // What was read from hardware under another spelling of the key is this entry: its row stands.
+    engine_.replace(holder, entry);
+    const bool written = hashItemWrite(entry, engine_.location(entry));
+    entry.status_ = written ? Status::programmed : Status::hardwareError;
+    return;
+  }
+  std::erase_if(waiting_, [&](const auto& waiting) { return waiting.get() == &entry; });
+  lastWritten_ = nullptr;
+  const Keel::Cuckoo::InsertResult result = engine_.insert(entry, *this);
+  switch (result.outcome) {
+    case Keel::Cuckoo::Outcome::placed:
+      entry.status_ = Status::programmed;
+      break;
+    case Keel::Cuckoo::Outcome::refused:
+      entry.status_ = Status::tableFull;
+      break;
+    case Keel::Cuckoo::Outcome::failed:
+      entry.status_ = Status::hardwareError;
+      staleRowIs(result.failedAt, {&entryOf(*result.failedItem), lastWritten_});
+      break;
+  }
+}
+
+bool PhysicalHashTable::remove(HashBaseCuckooEntry& entry) {
+  clearStaleRows();
+  const Orb::Ptr<HashBaseCuckooEntry> keep(&entry);
+  std::erase_if(waiting_, [&](const auto& waiting) { return waiting.get() == &entry; });
+  entry.status_ = staleRowOf(entry) ? Status::hardwareError : Status::notProgrammed;
+  if (entry.placed()) {
+    const Location location = engine_.location(entry);
+    if (engine_.at(location) != &entry) return false;
+    if (const auto next = nextWaiting(entry)) {
+      engine_.replace(entry, *next);
+      revisitIs(next.get());
+    } else {
+      engine_.remove(entry);
+      if (!writeEmpty(location)) {
+        entry.status_ = Status::hardwareError;
+        staleRowIs(location, {&entry});
+      }
+    }
+  }
+  revisit();
+  return true;
+}
+
+bool PhysicalHashTable::waits(const HashBaseCuckooEntry& entry) const {
+  return std::any_of(waiting_.begin(), waiting_.end(),
+                     [&](const auto& waiting) { return waiting.get() == &entry; });
+}
+
+/// The entry that waited longest for the key of one that goes, taken off the list.
+Orb::Ptr<HashBaseCuckooEntry> PhysicalHashTable::nextWaiting(const HashBaseCuckooEntry& gone) {
+  const auto next = std::find_if(waiting_.begin(), waiting_.end(),
+                                 [&](const auto& waiting) { return waiting->isEqual(gone); });
+  if (next == waiting_.end()) return nullptr;
+  Orb::Ptr<HashBaseCuckooEntry> entry = *next;
+  waiting_.erase(next);
+  return entry;
+}
+
+void PhysicalHashTable::staleRowIs(Location location,
+                                   std::initializer_list<HashBaseCuckooEntry*> entries) {
+  auto row = std::find_if(staleRows_.begin(), staleRows_.end(),
+                          [&](const StaleRow& stale) { return stale.location == location; });
+  if (row == staleRows_.end()) row = staleRows_.insert(row, StaleRow{location, {}});
+  for (HashBaseCuckooEntry* entry : entries) {
+    if (entry) row->entries.push_back(entry);
+  }
+}
+
+void PhysicalHashTable::staleRowDel(Location location) {
+  const auto row = std::find_if(staleRows_.begin(), staleRows_.end(),
+                                [&](const StaleRow& stale) { return stale.location == location; });
+  if (row == staleRows_.end()) return;
+  revisitAll(*row);
+  staleRows_.erase(row);
+}
+
+/// The row is stale no more: what it stood in the way of can go on.
+void PhysicalHashTable::revisitAll(const StaleRow& row) {
+  for (const auto& entry : row.entries) {
+    if (entry->status_ != Status::programmed) revisitIs(entry.get());
+  }
+}
+
+bool PhysicalHashTable::staleRowOf(const HashBaseCuckooEntry& entry) const {
+  for (const StaleRow& row : staleRows_) {
+    for (const auto& stale : row.entries) {
+      if (stale->isEqual(entry)) return true;
+    }
+  }
+  return false;
+}
+
+void PhysicalHashTable::clearStaleRows() {
+  if (staleRows_.empty()) [[likely]]
+    return;
+  std::vector<StaleRow> rows;
+  rows.swap(staleRows_);
+  for (StaleRow& row : rows) {
+    if (writeEmpty(row.location)) {
+      revisitAll(row);
+    } else {
+      staleRows_.push_back(std::move(row));
+    }
+  }
+}
+
+void PhysicalHashTable::settle() {
+  clearStaleRows();
+  for (HwIndex index = 0; index < engine_.capacity(); ++index) {
+    HashBaseCuckooEntry* entry = entryAt(index);
+    if (entry && entry->status_ == Status::hardwareError) revisitIs(entry);
+  }
+  revisit();
+}
+
+/// Lets tables handle entries again. Handling one may add others, which then wait their turn.
+void PhysicalHashTable::revisit() {
+  if (revisiting_ || revisit_.empty()) [[likely]]
+    return;
+  revisiting_ = true;
+  for (std::size_t i = 0; i < revisit_.size(); ++i) {
+    const Orb::Ptr<HashBaseCuckooEntry> entry = revisit_[i];
+    entry->table().handleHashItem(*entry);
+  }
+  revisit_.clear();
+  revisiting_ = false;
+}
+
+void PhysicalHashTable::initRows(HwIndex start, bool overwrite) {
+  for (HwIndex index = start; index < engine_.capacity(); ++index) {
+    HashBaseCuckooEntry* entry = entryAt(index);
+    if (entry && !overwrite) continue;
+    if (overwrite) {
+      for (const auto& [id, table] : hwTables_) table->entryForget(index);
+    }
+    if (entry) {
+      const bool written = hashItemWrite(*entry, location(index));
+      entry->status_ = written ? Status::programmed : Status::hardwareError;
+    } else if (!writeEmpty(location(index))) {
+      staleRowIs(location(index), {});
+    }
+  }
+}
+
+void PhysicalHashTable::rebuild() {
+  for (HwIndex index = 0; index < engine_.capacity(); ++index) {
+    auto first = RegisterBus::Read::failed;
+    for (const auto& [id, table] : hwTables_) {
+      const RegisterBus::Read read = table->readEntry(index);
+      if (id == hwTables_.begin()->first) first = read;
+    }
+    if (first == RegisterBus::Read::held) adopt(index);
+  }
+}
+
+/// Takes up what a row holds. A row that is not where its key belongs, or that repeats a key, is
+/// left free, and so gets cleared when the empty rows are written.
+void PhysicalHashTable::adopt(HwIndex index) {
+  for (const auto& helper : helpers_) {
+    if (!helper->entryOwned(index)) continue;
+    const Orb::Ptr<HashBaseCuckooEntry> entry = helper->decodeHwEntry(index);
+    if (!entry->valid() || engine_.find(*entry)) continue;
+    if (!engine_.adopt(*entry, location(index))) continue;
+    entry->status_ = Status::programmed;
+    entry->table().entryIsByHashItem(*entry);
+    return;
+  }
+}
+
+}  // namespace VelaSwitchApi

@@ -1,0 +1,210 @@
+#pragma once
+
+#include <map>
+#include <vector>
+
+#include "Keel/Cuckoo.h"
+#include "Orb/Seconds.h"
+#include "VelaSwitchApi/SwTable.h"
+
+namespace VelaSwitchApi {
+
+class HashBaseTable;
+class PhysicalHashTable;
+
+/// Geometry of one physical cuckoo table.
+class VELA_EXPORT PhysicalHashProperties : public Orb::PtrInterface {
+ public:
+  struct Fields {
+    U32 tableId;     ///< Software tables that name the same id share one physical table.
+    U32 rowWords;    ///< Words of the row image, those without a register included.
+    U32 rowsPerWay;  ///< 2 to the power of hashBits.
+    U32 hashBits;
+    U32 ways;
+    U32 banks;  ///< 1 in every family.
+    bool hitBits;
+    bool hitBitsClearOnRead;
+    auto operator<=>(const Fields&) const = default;
+  };
+  explicit PhysicalHashProperties(const Fields& fields) : fields_(fields) {}
+
+  const Fields& fields() const { return fields_; }
+  U32 tableId() const { return fields_.tableId; }
+  U32 rowsPerWay() const { return fields_.rowsPerWay; }
+  U8 ways() const { return static_cast<U8>(fields_.ways); }
+  U8 rowWords() const { return static_cast<U8>(fields_.rowWords); }
+
+ private:
+  Fields fields_;
+};
+
+/// An entry as the cuckoo engine sees it: a key with, when it is to be programmed, its result.
+class VELA_EXPORT HashBaseCuckooEntry : public Keel::Cuckoo::HashItem {
+ public:
+  /// The software table that the entry belongs to.
+  virtual U32 swTableId() const;
+  /// Packs what hardware compares of the key into a buffer of `bufSize` bytes, unused bits 0, and
+  /// returns its length in bits.
+  virtual U8 copyKeyToBuffer(U8* buffer, U8 bufSize) const = 0;
+
+  /// Whether both have the same packed key, in whatever software tables.
+  bool isEqual(const Keel::Cuckoo::HashItem& other) const final;
+
+  /// Whether the entry carries a result; without one it stands for removal, or for an empty row.
+  bool valid() const { return valid_; }
+  void validIs(bool valid) { valid_ = valid; }
+  EntryProgrammedStatus programmedStatus() const { return status_; }
+  Orb::Seconds lastHit() const { return lastHit_; }
+  void lastHitIs(Orb::Seconds time) { lastHit_ = time; }
+  HashBaseTable& table() const { return *table_; }
+
+ protected:
+  explicit HashBaseCuckooEntry(HashBaseTable* table) : table_(table) {}
+
+ private:
+  friend class PhysicalHashTable;
+
+  HashBaseTable* table_;  ///< Outlives the entry: it owns it.
+  Orb::Seconds lastHit_;
+  EntryProgrammedStatus status_ = EntryProgrammedStatus::notProgrammed;
+  bool valid_ = false;
+};
+
+/// Packs and unpacks the rows of one software table.
+class VELA_EXPORT HashBaseHelper : public Orb::PtrInterface {
+ public:
+  virtual Orb::Ptr<PhysicalHashProperties> doGetPhysTableProperties() const = 0;
+  /// Runs once, when table and physical table are known.
+  virtual void doInit() = 0;
+  /// Whether a row that was read back is one of this software table's.
+  virtual bool entryOwned(HwIndex index) const;
+  /// Writes the bits of a row that depend on its place alone.
+  virtual void setStaticBuffer(Keel::Cuckoo::CuckooLocation location, U8* image) const = 0;
+  /// Packs the entry into a row image that is all zero.
+  virtual void setHwBuffer(const HashBaseCuckooEntry& entry, Keel::Cuckoo::CuckooLocation location,
+                           U8* image) const = 0;
+  /// The entry that stands for an empty row: not valid.
+  virtual Orb::Ptr<HashBaseCuckooEntry> nullHashEntry() const = 0;
+  /// Unpacks the image of a row that was read back; the null entry for a row that holds none.
+  virtual Orb::Ptr<HashBaseCuckooEntry> decodeHwEntry(HwIndex index) const = 0;
+
+  HashBaseTable* swTable() const { return swTable_; }
+  /// Called by the framework before doInit().
+  void tablesAre(HashBaseTable* swTable, PhysicalHashTable* physical) {
+    swTable_ = swTable;
+    physical_ = physical;
+  }
+
+ protected:
+  HashBaseHelper() = default;
+  PhysicalHashTable& physical() const { return *physical_; }
+
+ private:
+  HashBaseTable* swTable_ = nullptr;
+  PhysicalHashTable* physical_ = nullptr;
+};
+
+/// One cuckoo table of the hardware and the rows of every pipeline that holds it. Several software
+/// tables may place entries in it; each row belongs to the table of the entry in it.
+///
+/// When a register write fails, what a row holds is unknown until it is written again. Rows that
+/// no entry lies in but that may still answer lookups are kept in a list and cleared before
+/// anything else is done; as long as that fails, entries of the keys in question are reported as
+/// hardwareError rather than programmed beside a stale row.
+class VELA_EXPORT PhysicalHashTable : public Orb::PtrInterface, private Keel::Cuckoo::RowWriter {
+ public:
+  using Location = Keel::Cuckoo::CuckooLocation;
+
+  explicit PhysicalHashTable(const PhysicalHashProperties& properties);
+  ~PhysicalHashTable() override;
+
+  const PhysicalHashProperties::Fields& properties() const { return properties_; }
+  const Keel::Cuckoo::Table& engine() const { return engine_; }
+
+  void helperIs(Orb::Ptr<HashBaseHelper> helper);
+  /// Forgets the software table and its entries; hardware keeps their rows.
+  void swTableDel(HashBaseTable* table);
+  U32 swTables() const { return static_cast<U32>(helpers_.size()); }
+  /// The table that joined first.
+  const HashBaseTable* firstTable() const { return helpers_.front()->swTable(); }
+  /// Declares one pipeline's rows.
+  void hwTableIs(HwTableId id, Orb::Ptr<HwTableConfig> table) { hwTables_[id] = std::move(table); }
+  /// The pipeline's rows, or null.
+  Orb::Ptr<HwTableConfig> hwTable(HwTableId id) const;
+  const std::map<HwTableId, Orb::Ptr<HwTableConfig>>& hwTables() const { return hwTables_; }
+
+  /// Places an entry or rewrites its row; the outcome is its programmedStatus().
+  void place(HashBaseCuckooEntry& entry);
+  /// Removes an entry. False when it is not where the bookkeeping says. When its row could not be
+  /// cleared its programmedStatus() is hardwareError, and its table hears of it when it was.
+  bool remove(HashBaseCuckooEntry& entry);
+
+  HwIndex hwIndex(Location location) const {
+    return location.way * engine_.rowsPerWay() + location.row;
+  }
+  Location location(HwIndex index) const {
+    return {static_cast<U8>(index / engine_.rowsPerWay()), index % engine_.rowsPerWay()};
+  }
+  /// The entry that lies in the row, or null.
+  HashBaseCuckooEntry* entryAt(HwIndex index) const;
+  /// The row of a placed entry.
+  HwIndex indexOf(const HashBaseCuckooEntry& entry) const {
+    return hwIndex(engine_.location(entry));
+  }
+  /// Entries of the software table that lie in rows.
+  U32 entries(const HashBaseTable* table) const;
+  /// Why the entry has no place; see Keel::Cuckoo::Table::competitors.
+  std::vector<const HashBaseCuckooEntry*> competitors(const HashBaseCuckooEntry& entry);
+  /// The image of the row when no entry lies in it.
+  void emptyImage(HwIndex index, U32* image) const;
+  /// The image that the row should have.
+  void expectedImage(HwIndex index, U32* image) const;
+
+  /// Writes the rows from `start` on that no entry lies in and, with `overwrite`, all of them.
+  void initRows(HwIndex start, bool overwrite);
+  /// Takes up the entries that the first pipeline's rows hold. The rows of all pipelines are read.
+  void rebuild();
+  /// Tries again what failed before: stale rows, and entries with hardwareError.
+  void settle();
+
+ private:
+  /// A row that no entry lies in, and what it may still hold.
+  struct StaleRow {
+    Location location;
+    std::vector<Orb::Ptr<HashBaseCuckooEntry>> entries;
+  };
+
+  bool hashItemWrite(Keel::Cuckoo::HashItem& item, Location location) override;
+  bool writeEmpty(Location location);
+  bool writeImage(HwIndex index, const U32* image);
+  void pack(const HashBaseCuckooEntry& entry, Location location, U32* image) const;
+
+  void placeNew(HashBaseCuckooEntry& entry);
+  bool waits(const HashBaseCuckooEntry& entry) const;
+  Orb::Ptr<HashBaseCuckooEntry> nextWaiting(const HashBaseCuckooEntry& gone);
+  void clearStaleRows();
+  void staleRowIs(Location location, std::initializer_list<HashBaseCuckooEntry*> entries);
+  void staleRowDel(Location location);
+  void revisitAll(const StaleRow& row);
+  bool staleRowOf(const HashBaseCuckooEntry& entry) const;
+  void adopt(HwIndex index);
+  void revisitIs(HashBaseCuckooEntry* entry) { revisit_.push_back(entry); }
+  void revisit();
+
+  PhysicalHashProperties::Fields properties_;
+  Keel::Cuckoo::Table engine_;
+  std::vector<Orb::Ptr<HashBaseHelper>> helpers_;  ///< In the order in which the tables joined.
+  std::map<HwTableId, Orb::Ptr<HwTableConfig>> hwTables_;
+
+  std::vector<StaleRow> staleRows_;
+  /// Entries whose hardware key another entry holds, in order of arrival.
+  std::vector<Orb::Ptr<HashBaseCuckooEntry>> waiting_;
+  /// Entries whose tables are to handle them again once the operation under way is done.
+  std::vector<Orb::Ptr<HashBaseCuckooEntry>> revisit_;
+  bool revisiting_ = false;
+  /// The entry that the operation under way wrote last: when the next write fails, its old row may
+  /// still hold it.
+  HashBaseCuckooEntry* lastWritten_ = nullptr;
+};
+
+}  // namespace VelaSwitchApi

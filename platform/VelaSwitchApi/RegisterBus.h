@@ -1,0 +1,62 @@
+#pragma once
+
+#include <span>
+#include <string>
+#include <string_view>
+
+#include "Orb/Types.h"
+
+namespace VelaSwitchApi {
+
+/// Number of a hardware table within its software table.
+using HwTableId = U32;
+/// Number of a row within its hardware table.
+using HwIndex = U32;
+
+/// Which hardware table is meant. Several tables share one set of data and control registers, and
+/// the control word does not always tell them apart, so the table is named beside the registers.
+struct HwTableIdentity {
+  std::string family;  ///< The family's name, such as "AclHash".
+  U32 instance;        ///< Which of the family's software tables declared it.
+  HwTableId id;
+  std::string name;  ///< The framework's name, unique in a switch.
+};
+
+/// The only door to hardware. A simulated switch stands behind it, or a driver for a real bus.
+///
+/// Names are resolved once, when tables are made; what runs per row are handles. Order of calls:
+/// (registerIs | tableIs)* then any of rowIs, row, hitBits. Calls are never nested and all come
+/// from one thread. Nothing is retained of the arguments.
+class VELA_EXPORT RegisterBus {
+ public:
+  using RegisterHandle = U32;
+  using TableHandle = U32;
+
+  struct RegisterValue {
+    RegisterHandle reg;
+    U32 value;
+  };
+  enum class Read : U8 {
+    held,    ///< The row was written once; the values are what it holds.
+    absent,  ///< The row was never written.
+    failed,
+  };
+
+  virtual ~RegisterBus() = default;
+
+  /// The handle of the register at the path, the same for the same path.
+  virtual RegisterHandle registerIs(std::string_view path) = 0;
+  /// The handle of a table with rows 0 to `lastIndex`; the same for the same name.
+  virtual TableHandle tableIs(const HwTableIdentity& identity, HwIndex lastIndex) = 0;
+
+  /// Writes one row: these values to these registers, in this order. Hardware takes the row over
+  /// with the last of them. False when a write failed; what the row then holds is unknown.
+  virtual bool rowIs(TableHandle table, HwIndex index, std::span<const RegisterValue> writes) = 0;
+  /// Reads one row back: fills in the values of the registers given.
+  virtual Read row(TableHandle table, HwIndex index, std::span<RegisterValue> values) = 0;
+  /// Reads and clears the hit bits of the rows from `first` on, as many as the registers' values
+  /// have bits. False when the read failed; the bits then stay set.
+  virtual bool hitBits(TableHandle table, HwIndex first, std::span<RegisterValue> values) = 0;
+};
+
+}  // namespace VelaSwitchApi

@@ -1,0 +1,144 @@
+#include "VelaSwitchApi/SwTable.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "VelaSwitchApi/PhysicalHashTable.h"
+
+namespace VelaSwitchApi {
+namespace {
+
+constexpr const char* statusNames[] = {"notProgrammed", "programmed", "tableFull", "hardwareError",
+                                       "duplicateKey"};
+
+}  // namespace
+
+const char* nameOf(EntryProgrammedStatus status) {
+  return statusNames[static_cast<std::size_t>(status)];
+}
+
+void parseText(Orb::TextCursor& cursor, EntryProgrammedStatus& status) {
+  const std::string_view word = cursor.word();
+  for (std::size_t i = 0; i < std::size(statusNames); ++i) {
+    if (word == statusNames[i]) {
+      status = static_cast<EntryProgrammedStatus>(i);
+      return;
+    }
+  }
+  throw Orb::TextException("\"" + std::string(word) + "\" is not a programming status");
+}
+
+SwTableTypes::SwTableTypes(Orb::PtrConst<VelaSwitch::ProfileInfo> profile, RegisterBus& bus)
+    : profile_(std::move(profile)), bus_(bus) {}
+
+SwTableTypes::~SwTableTypes() = default;
+
+Orb::Ptr<PhysicalHashTable> SwTableTypes::physicalHashTable(
+    const PhysicalHashProperties& properties) {
+  Orb::Ptr<PhysicalHashTable>& table = physicalHashTables_[properties.tableId()];
+  if (!table) table = Orb::make<PhysicalHashTable>(properties);
+  return table;
+}
+
+U32 SwTable::swTableId() const { return swTableId_; }
+
+void SwTable::typesIs(Orb::Ptr<SwTableTypes> types) {
+  types_ = std::move(types);
+  swTableId_ = types_->nextSwTableId();
+}
+
+void SwTable::profileConvertorPtrIs(Orb::Ptr<SwTableProfileConvertor> convertor) {
+  convertor_ = std::move(convertor);
+  convertor_->swTableIs(this);
+}
+
+void SwTable::doCreateHwTable() {
+  convertor_->doCreateHwTables(TableState::active);
+  convertor_->doInitTableStats();
+  convertor_->doInitHwReadInfo();
+}
+
+void SwTable::initHwEntries(bool overwrite) { convertor_->initHwEntries(overwrite, 0); }
+
+void SwTable::syncEntries() {
+  convertor_->auditFindingDelAll();
+  for (const auto& [id, table] : convertor_->hwTables()) convertor_->syncEntries(id);
+}
+
+void SwTable::doInitComplete() {}
+
+void SwTable::initializedIs(bool initialized) {
+  if (initialized_ == initialized) return;
+  initialized_ = initialized;
+  if (!initialized) return;
+  convertor_->handleInitialized();
+  handleInitialized();
+}
+
+std::string SwTable::hwTableName(const std::string& prefix, const std::string& part,
+                                 const std::string& suffix, HwTableId id) {
+  return prefix + (part.empty() ? "" : "[" + part + "]") + suffix + "-" + std::to_string(id);
+}
+
+HitBitAccessMode SwTable::hitBitAccessModeMapping(TableState state) {
+  return state == TableState::active ? HitBitAccessMode::clearOnRead : HitBitAccessMode::none;
+}
+
+void SwTableProfileConvertor::handleHitBitEntry(HwTableId, HwIndex) {}
+void SwTableProfileConvertor::doInitTableStats() {}
+void SwTableProfileConvertor::doInitHwReadInfo() {}
+void SwTableProfileConvertor::handleInitialized() {}
+
+bool SwTableProfileConvertor::pollHitBits(Orb::Seconds now) {
+  pollTime_ = now;
+  bool good = true;
+  for (const auto& [id, table] : hitBitTables_) {
+    const HwTableId hwTableId = id;
+    if (!table->poll([&](HwIndex index) { handleHitBitEntry(hwTableId, index); })) good = false;
+  }
+  return good;
+}
+
+Orb::Ptr<HwTableConfig> SwTableProfileConvertor::hwTable(HwTableId id) const {
+  const auto table = hwTables_.find(id);
+  return table == hwTables_.end() ? nullptr : table->second;
+}
+
+void SwTableProfileConvertor::hwTableIs(HwTableId id, Orb::Ptr<HwTableConfig> table) {
+  for (U8 word = 0; word < maxRowWords; ++word) {
+    if (staticWords_[word] != 0) table->staticWordIs(word, staticWords_[word]);
+  }
+  hwTables_[id] = std::move(table);
+}
+
+void SwTableProfileConvertor::descriptorIs(HwTableId id,
+                                           Orb::PtrConst<HwTableDescriptor> descriptor) {
+  descriptors_[id] = std::move(descriptor);
+}
+
+void SwTableProfileConvertor::hitDescriptorIs(HwTableId id,
+                                              Orb::PtrConst<HitBitTableDescriptor> descriptor) {
+  hitDescriptors_[id] = std::move(descriptor);
+}
+
+void SwTableProfileConvertor::hitBitTableIs(HwTableId id, Orb::Ptr<HitBitTableConfig> table) {
+  hitBitTables_[id] = std::move(table);
+}
+
+void SwTableProfileConvertor::hwStaticWordIs(U8 index, U32 mask) {
+  staticWords_[index] = mask;
+  for (const auto& [id, table] : hwTables_) table->staticWordIs(index, mask);
+}
+
+void SwTableProfileConvertor::hwStaticWordDel(U8 index) { hwStaticWordIs(index, 0); }
+
+void SwTableProfileConvertor::initEntryCounter(std::string key, U32 size,
+                                               std::function<U32()> used) {
+  counters_.push_back({std::move(key), size, std::move(used)});
+}
+
+void SwTableProfileConvertor::entryCounterUpdate() {
+  for (EntryCounter& counter : counters_) counter.peak = std::max(counter.peak, counter.used());
+}
+
+}  // namespace VelaSwitchApi

@@ -1,0 +1,203 @@
+#pragma once
+
+#include <functional>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "Orb/Seconds.h"
+#include "VelaSwitch/Profile.h"
+#include "VelaSwitchApi/HwTable.h"
+
+namespace VelaSwitchApi {
+
+class PhysicalHashTable;
+class PhysicalHashProperties;
+class SwTableProfileConvertor;
+
+/// Outcome of the last attempt to program an entry.
+enum class EntryProgrammedStatus : U8 {
+  notProgrammed,
+  programmed,
+  tableFull,      ///< No arrangement of the table's entries has room for it.
+  hardwareError,  ///< A register access failed; what hardware holds is not what is desired.
+  duplicateKey,   ///< Hardware cannot tell it from an entry that was there before.
+};
+VELA_EXPORT const char* nameOf(EntryProgrammedStatus status);
+inline void appendText(Orb::TextSink& sink, EntryProgrammedStatus status) {
+  sink.append(nameOf(status));
+}
+VELA_EXPORT void parseText(Orb::TextCursor& cursor, EntryProgrammedStatus& status);
+
+/// What the tables of one switch have in common: its profile, the way to its registers, and the
+/// physical hash tables that several software tables may share.
+class VELA_EXPORT SwTableTypes : public Orb::PtrInterface {
+ public:
+  /// The bus must outlive every table made with these types.
+  SwTableTypes(Orb::PtrConst<VelaSwitch::ProfileInfo> profile, RegisterBus& bus);
+  ~SwTableTypes() override;
+
+  const VelaSwitch::ProfileInfo& profile() const { return *profile_; }
+  RegisterBus& bus() const { return bus_; }
+
+  /// A number for one more software table.
+  U32 nextSwTableId() { return swTableIds_++; }
+  /// The physical table with the properties' table id, made on first use.
+  Orb::Ptr<PhysicalHashTable> physicalHashTable(const PhysicalHashProperties& properties);
+
+ private:
+  Orb::PtrConst<VelaSwitch::ProfileInfo> profile_;
+  RegisterBus& bus_;
+  U32 swTableIds_ = 0;
+  std::map<U32, Orb::Ptr<PhysicalHashTable>> physicalHashTables_;
+};
+
+/// A software table: desired entries, and a convertor that brings them into hardware.
+///
+/// Life of a table: doSetProfileConvertor, doCreateHwTable, on a restart syncEntries, then
+/// initHwEntries, initializedIs(true), doInitComplete. Entries may be announced at any time; they
+/// are programmed once the table is initialized.
+class VELA_EXPORT SwTable : public Orb::PtrInterface {
+ public:
+  /// Number of the software table within its switch; given by doSetProfileConvertor.
+  virtual U32 swTableId() const;
+  /// Makes the convertor and connects it.
+  virtual void doSetProfileConvertor(Orb::Ptr<SwTableTypes> types) = 0;
+  /// Declares the hardware tables.
+  virtual void doCreateHwTable();
+  /// Writes the rows of all hardware tables; with `overwrite` false, rows that hold an entry are
+  /// left alone.
+  virtual void initHwEntries(bool overwrite);
+  /// Reads hardware back. Before the table is initialized its entries are rebuilt from what
+  /// hardware holds; afterwards both are compared, and the convertor keeps the findings.
+  virtual void syncEntries();
+  /// Closes start-up.
+  virtual void doInitComplete();
+
+  const std::string& name() const { return name_; }
+  bool initialized() const { return initialized_; }
+  /// Hardware is ready (true): the convertor is told, and the entries present are programmed.
+  void initializedIs(bool initialized);
+
+  const VelaSwitch::ProfileInfo& profile() const { return types_->profile(); }
+  SwTableTypes& types() const { return *types_; }
+
+  /// The framework's name of a hardware table, such as "AclHash[1]-0".
+  static std::string hwTableName(const std::string& prefix, const std::string& part,
+                                 const std::string& suffix, HwTableId id);
+  void profileConvertorPtrIs(Orb::Ptr<SwTableProfileConvertor> convertor);
+  const Orb::Ptr<SwTableProfileConvertor>& profileConvertorPtr() const { return convertor_; }
+
+  /// Whether every pipeline's hardware table holds the same rows.
+  void hwTablesDuplicateIs(bool duplicate) { hwTablesDuplicate_ = duplicate; }
+  bool hwTablesDuplicate() const { return hwTablesDuplicate_; }
+  /// How hit bits are read in a table of the state.
+  static HitBitAccessMode hitBitAccessModeMapping(TableState state);
+
+ protected:
+  explicit SwTable(std::string name) : name_(std::move(name)) {}
+
+  /// First part of doSetProfileConvertor.
+  void typesIs(Orb::Ptr<SwTableTypes> types);
+  /// The table became initialized: program every entry present.
+  virtual void handleInitialized() = 0;
+
+ private:
+  std::string name_;
+  Orb::Ptr<SwTableTypes> types_;
+  Orb::Ptr<SwTableProfileConvertor> convertor_;
+  U32 swTableId_ = 0;
+  bool initialized_ = false;
+  bool hwTablesDuplicate_ = false;
+};
+
+/// What an audit found in one row.
+struct AuditFinding {
+  enum class Kind : U8 {
+    inconsistent,  ///< An entry's row holds something else.
+    missing,       ///< An entry's row is empty.
+    unexpected,    ///< A row holds something that no entry asks for.
+    unreadable,    ///< The row could not be read.
+  };
+  Kind kind;
+  HwTableId table;
+  HwIndex index;
+};
+
+/// How full a hardware table is. `used` asks the placement itself, so it cannot drift.
+struct EntryCounter {
+  std::string key;
+  U32 size = 0;
+  std::function<U32()> used;
+  U32 peak = 0;  ///< Highest use seen.
+};
+
+/// Knows the hardware of a software table: which hardware tables exist, under which registers, and
+/// how an entry becomes a row.
+class VELA_EXPORT SwTableProfileConvertor : public Orb::PtrInterface {
+ public:
+  /// A poll found the row hit.
+  virtual void handleHitBitEntry(HwTableId table, HwIndex index);
+  virtual void doInitTableStats();
+  /// Declares the hardware tables, their descriptors and hit-bit tables.
+  virtual void doCreateHwTables(TableState state) = 0;
+  /// Prepares the reading of hit bits.
+  virtual void doInitHwReadInfo();
+  /// Writes the rows from `start` on; see SwTable::initHwEntries.
+  virtual void initHwEntries(bool overwrite, U32 start) = 0;
+  /// Reads one hardware table back; see SwTable::syncEntries.
+  virtual void syncEntries(U32 table) = 0;
+  /// The table became initialized; the place to declare static words.
+  virtual void handleInitialized();
+
+  /// Reads all hit bits and records the hits with the time. False when a read failed.
+  bool pollHitBits(Orb::Seconds now);
+
+  Orb::Ptr<HwTableConfig> hwTable(HwTableId id) const;
+  const std::map<HwTableId, Orb::Ptr<HwTableConfig>>& hwTables() const { return hwTables_; }
+  U32 hwStaticWord(DataArrayIndex index) const { return staticWords_[index]; }
+
+  const std::vector<AuditFinding>& auditFindings() const { return findings_; }
+  void auditFindingDelAll() { findings_.clear(); }
+
+  const std::vector<EntryCounter>& entryCounters() const { return counters_; }
+
+  /// Called by the table that the convertor serves.
+  void swTableIs(SwTable* table) { swTable_ = table; }
+
+ protected:
+  SwTableProfileConvertor() = default;
+
+  SwTable* swTable() const { return swTable_; }
+  const VelaSwitch::ProfileInfo& profile() const { return swTable_->profile(); }
+
+  /// Declares a hardware table. A table that another software table declared may be given again.
+  void hwTableIs(HwTableId id, Orb::Ptr<HwTableConfig> table);
+  void descriptorIs(HwTableId id, Orb::PtrConst<HwTableDescriptor> descriptor);
+  void hitDescriptorIs(HwTableId id, Orb::PtrConst<HitBitTableDescriptor> descriptor);
+  void hitBitTableIs(HwTableId id, Orb::Ptr<HitBitTableConfig> table);
+  /// Marks bits of a word as depending on the row's place alone: they are left out when rows are
+  /// compared.
+  void hwStaticWordIs(U8 index, U32 mask);
+  void hwStaticWordDel(U8 index);
+  /// Starts the capacity counter of a table of `size` entries.
+  void initEntryCounter(std::string key, U32 size, std::function<U32()> used);
+
+  void entryCounterUpdate();
+
+  void auditFindingIs(AuditFinding finding) { findings_.push_back(finding); }
+  Orb::Seconds pollTime() const { return pollTime_; }
+
+ private:
+  SwTable* swTable_ = nullptr;
+  std::map<HwTableId, Orb::Ptr<HwTableConfig>> hwTables_;
+  std::map<HwTableId, Orb::PtrConst<HwTableDescriptor>> descriptors_;
+  std::map<HwTableId, Orb::PtrConst<HitBitTableDescriptor>> hitDescriptors_;
+  std::map<HwTableId, Orb::Ptr<HitBitTableConfig>> hitBitTables_;
+  StaticWords staticWords_{};
+  std::vector<EntryCounter> counters_;
+  std::vector<AuditFinding> findings_;
+  Orb::Seconds pollTime_;
+};
+
+}  // namespace VelaSwitchApi
