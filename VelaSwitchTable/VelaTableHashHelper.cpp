@@ -1,0 +1,16 @@
+#include "VelaSwitchTable/VelaTableHashHelper.h"
+
+namespace VelaSwitchTable {
+
+void VelaTableHashHelper::doInit() {
+  ORB_ASSERT(swTable());
+  layout_ = makeLayout(swTable()->profile());
+  ORB_ASSERT(layout_.words() <= physical().properties().rowWords);
+  null_ = makeNullEntry();
+}
+
+U32* VelaTableHashHelper::hwRow(HwIndex index) const {
+  return physical().hwTables().begin()->second->image(index);
+}
+
+}  // namespace VelaSwitchTable

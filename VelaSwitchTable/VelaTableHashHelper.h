@@ -1,0 +1,37 @@
+#pragma once
+
+#include "VelaSwitchApi/HashBase.h"
+
+namespace VelaSwitchTable {
+
+using VelaSwitchApi::CuckooLocation;
+using VelaSwitchApi::HwIndex;
+using VelaSwitchApi::RowLayout;
+using VelaSwitchApi::RowReader;
+using VelaSwitchApi::RowWriter;
+
+/// What the helpers of all hash families share: the row layout of the table's profile.
+class VELA_EXPORT VelaTableHashHelper : public VelaSwitchApi::HashBaseHelper {
+ public:
+  /// Builds the row layout and the entry that stands for an empty row.
+  void doInit() override;
+  Orb::Ptr<VelaSwitchApi::HashBaseCuckooEntry> nullHashEntry() const override { return null_; }
+
+  const RowLayout& layout() const { return layout_; }
+
+ protected:
+  VelaTableHashHelper() = default;
+
+  virtual RowLayout makeLayout(const VelaSwitch::ProfileInfo& profile) const = 0;
+  virtual Orb::Ptr<VelaSwitchApi::HashBaseCuckooEntry> makeNullEntry() const = 0;
+
+  /// The image that the first pipeline's table has of a row.
+  U32* hwRow(HwIndex index) const;
+  CuckooLocation location(HwIndex index) const { return physical().location(index); }
+
+ private:
+  RowLayout layout_;
+  Orb::Ptr<VelaSwitchApi::HashBaseCuckooEntry> null_;
+};
+
+}  // namespace VelaSwitchTable

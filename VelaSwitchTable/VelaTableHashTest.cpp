@@ -1,0 +1,95 @@
+#include "VelaSwitchTable/VelaTableHashTest.h"
+
+#include <cstring>
+
+namespace VelaSwitchTable {
+namespace {
+
+enum class Row : U8 { key, result, row, way, one };
+
+constexpr U8 rowWords = 3;
+constexpr U8 hashBits = 3;
+constexpr U32 hashMask = (1u << hashBits) - 1;
+
+constexpr VelaSwitchApi::RowField fields[] = {
+    {"key", 0, 32}, {"result", 32, 32}, {"row", 64, 12}, {"way", 78, 1}, {"one", 79, 1},
+};
+static_assert(VelaSwitchApi::wellFormed(fields, rowWords));
+
+constexpr U32 rowInWay(U32 key, U8 way) { return key >> (hashBits * way) & hashMask; }
+
+}  // namespace
+
+Trace::Handle& HashTestFamily::trace() {
+  static Trace::Handle handle("VelaTableHashTest");
+  return handle;
+}
+
+VelaSwitchApi::PhysicalHashProperties::Fields HashTestFamily::properties(U32 tableId) {
+  return {.tableId = tableId,
+          .rowWords = rowWords,
+          .rowsPerWay = 1u << hashBits,
+          .hashBits = hashBits,
+          .ways = 2,
+          .banks = 1,
+          .hitBits = true,
+          .hitBitsClearOnRead = true};
+}
+
+U8 HashTestFamily::copyKeyToBuffer(const Key& key, U8* buffer, U8 bufSize) {
+  const U32 value = key.value();
+  ORB_ASSERT(bufSize >= 4);
+  std::memcpy(buffer, &value, sizeof value);
+  return 32;
+}
+
+U32 HashTestFamily::hash(const U8* buffer, U8 way, U8) {
+  U32 value;
+  std::memcpy(&value, buffer, sizeof value);
+  return rowInWay(value, way);
+}
+
+RowLayout HashTestFamily::layout(const VelaSwitch::ProfileInfo&) {
+  return {{std::begin(fields), std::end(fields)}, rowWords};
+}
+
+void HashTestFamily::pack(const Key& key, const Result& result, bool valid, CuckooLocation location,
+                          RowWriter& row) {
+  // The row has no valid bit. An empty one holds a key that belongs elsewhere, so that no key that
+  // is looked up here can meet it.
+  row.set(Row::key, valid ? key.value() : ~(location.row << (hashBits * location.way)));
+  row.set(Row::result, result.result());
+}
+
+void HashTestFamily::packStatic(CuckooLocation location, U8, RowWriter& row) {
+  row.set(Row::row, location.row);
+  row.set(Row::way, location.way);
+  row.set(Row::one, 1);
+}
+
+std::optional<std::pair<HashTestKey, HashTestResult>> HashTestFamily::unpack(
+    const RowReader& row, CuckooLocation location) {
+  const auto key = static_cast<U32>(row.get(Row::key));
+  if (!row.flag(Row::one) || row.get(Row::row) != location.row ||
+      row.get(Row::way) != location.way || rowInWay(key, location.way) != location.row) {
+    return std::nullopt;
+  }
+  return std::pair{HashTestKey{key}, HashTestResult{static_cast<U32>(row.get(Row::result))}};
+}
+
+Orb::Ptr<HashTestTable> HashTestTableIs(const std::string& name) {
+  return Orb::make<HashTestTable>(name);
+}
+Orb::Ptr<HashConvertorTestTable> HashConvertorTestTableIs() {
+  return Orb::make<HashConvertorTestTable>();
+}
+Orb::Ptr<HashTestHelper> HashTestHelperIs() { return Orb::make<HashTestHelper>(); }
+Orb::Ptr<HashTestPhysicalHashProperties> HashTestPhysicalHashPropertiesIs() {
+  return Orb::make<HashTestPhysicalHashProperties>(HashTestFamily::tableId(0));
+}
+Orb::Ptr<HashTestTableCuckooEntry> HashTestTableCuckooEntryIs(HashTestTable* table,
+                                                              const HashTestKey& key) {
+  return Orb::make<HashTestTableCuckooEntry>(table, key);
+}
+
+}  // namespace VelaSwitchTable

@@ -1,0 +1,110 @@
+#pragma once
+
+#include "VelaSwitchTable/HashFamily.h"
+
+namespace VelaSwitchTable {
+
+/// A key that carries its own hashes: bits 0 to 2 name its row in way 0, bits 3 to 5 in way 1.
+struct HashTestKey {
+  static constexpr const char* typeName = "VelaSwitchTable::HashTestKey";
+  static constexpr bool scalar = true;
+  Orb::Field<"value", U32> value;
+  auto operator<=>(const HashTestKey&) const = default;
+};
+
+struct HashTestResult {
+  static constexpr const char* typeName = "VelaSwitchTable::HashTestResult";
+  static constexpr bool scalar = true;
+  Orb::Field<"result", U32> result;
+  auto operator<=>(const HashTestResult&) const = default;
+};
+
+struct TestEntryStatus {
+  static constexpr const char* typeName = "VelaSwitchTable::TestEntryStatus";
+  Orb::Field<"key", HashTestKey> key;
+  Orb::Field<"status", VelaSwitchApi::EntryProgrammedStatus> status;
+  Orb::Field<"lastHit", Orb::Seconds> lastHit;
+  auto operator<=>(const TestEntryStatus&) const = default;
+};
+
+class HashTestTable;
+class HashConvertorTestTable;
+class HashTestHelper;
+class HashTestTableCuckooEntry;
+class HashTestPhysicalHashProperties;
+class TestTableStatus;
+
+/// A table of two ways of eight rows whose keys choose their rows, so that placement, moves,
+/// read-back and hit bits can be driven at will. No CRC is involved.
+struct VELA_EXPORT HashTestFamily {
+  using Key = HashTestKey;
+  using Result = HashTestResult;
+  using Table = HashTestTable;
+  using Convertor = HashConvertorTestTable;
+  using Helper = HashTestHelper;
+  using CuckooEntry = HashTestTableCuckooEntry;
+  using PhysicalHashProperties = HashTestPhysicalHashProperties;
+  using TableStatus = TestTableStatus;
+  using EntryStatus = TestEntryStatus;
+
+  static constexpr const char* sourceUnit = "VelaTableHashTest";
+  static constexpr const char* decodedText = "Decoded entry is ";
+  static constexpr HashFamilyTraits traits{.index = TableIndex::hashTest,
+                                           .placement = HashPlacement::once,
+                                           .prefix = "pipeline[%d]/processor/",
+                                           .keyBytes = 4,
+                                           .hitBits = true,
+                                           .hitTableOffset = 1};
+
+  static Trace::Handle& trace();
+  static U32 tableId(U8) { return static_cast<U32>(TableIndex::hashTest); }
+  static VelaSwitchApi::PhysicalHashProperties::Fields properties(U32 tableId);
+  static U8 dataWords(const VelaSwitch::ProfileInfo&) { return 2; }
+  static U8 copyKeyToBuffer(const Key& key, U8* buffer, U8 bufSize);
+  static U32 hash(const U8* buffer, U8 way, U8 bits);
+  static RowLayout layout(const VelaSwitch::ProfileInfo& profile);
+  static void pack(const Key& key, const Result& result, bool valid, CuckooLocation location,
+                   RowWriter& row);
+  static void packStatic(CuckooLocation location, U8 tableIdx, RowWriter& row);
+  static std::optional<std::pair<Key, Result>> unpack(const RowReader& row,
+                                                      CuckooLocation location);
+};
+
+class VELA_EXPORT HashTestTable final : public HashFamilyTable<HashTestFamily> {
+ public:
+  static constexpr const char* typeName = "VelaSwitchTable::HashTestTable";
+  using HashFamilyTable::HashFamilyTable;
+};
+
+class VELA_EXPORT HashConvertorTestTable final : public HashFamilyConvertor<HashTestFamily> {
+ public:
+  static constexpr const char* typeName = "VelaSwitchTable::HashConvertorTestTable";
+};
+
+class VELA_EXPORT HashTestHelper final : public HashFamilyHelper<HashTestFamily> {
+ public:
+  using HashFamilyHelper::HashFamilyHelper;
+};
+
+class VELA_EXPORT HashTestTableCuckooEntry final : public HashFamilyEntry<HashTestFamily> {
+ public:
+  static constexpr const char* shortName = "HashTestTableCuckooEntry";
+  using HashFamilyEntry::HashFamilyEntry;
+};
+
+class VELA_EXPORT HashTestPhysicalHashProperties final
+    : public HashFamilyProperties<HashTestFamily> {
+ public:
+  using HashFamilyProperties::HashFamilyProperties;
+};
+
+class VELA_EXPORT TestTableStatus final : public HashFamilyTableStatus<TestEntryStatus> {};
+
+VELA_EXPORT Orb::Ptr<HashTestTable> HashTestTableIs(const std::string& name);
+VELA_EXPORT Orb::Ptr<HashConvertorTestTable> HashConvertorTestTableIs();
+VELA_EXPORT Orb::Ptr<HashTestHelper> HashTestHelperIs();
+VELA_EXPORT Orb::Ptr<HashTestPhysicalHashProperties> HashTestPhysicalHashPropertiesIs();
+VELA_EXPORT Orb::Ptr<HashTestTableCuckooEntry> HashTestTableCuckooEntryIs(HashTestTable* table,
+                                                                          const HashTestKey& key);
+
+}  // namespace VelaSwitchTable
