@@ -1,0 +1,195 @@
+#include "device/DataPath.h"
+
+#include <algorithm>
+#include <bit>
+#include <cstring>
+
+namespace VelaDevice {
+namespace {
+
+/// A bit string that is written and read from its first bit on.
+class Bits {
+ public:
+  Bits() = default;
+  Bits(const U32* words, U32 count) {
+    std::memcpy(bytes_, words, std::min<std::size_t>(count * 4, sizeof bytes_));
+  }
+
+  void append(U64 value, unsigned width) {
+    for (unsigned i = 0; i < width; ++i, ++at_) {
+      if ((value >> i & 1) != 0) bytes_[at_ / 8] |= static_cast<U8>(1 << at_ % 8);
+    }
+  }
+  U64 next(unsigned width) {
+    U64 value = 0;
+    for (unsigned i = 0; i < width; ++i, ++at_) {
+      value |= U64{static_cast<U8>(bytes_[at_ / 8] >> at_ % 8 & 1)} << i;
+    }
+    return value;
+  }
+  bool flag() { return next(1) != 0; }
+  void skip(unsigned width) { at_ += width; }
+  void seek(unsigned bit) { at_ = bit; }
+  unsigned length() const { return at_; }
+  const U8* bytes() const { return bytes_; }
+
+ private:
+  U8 bytes_[32]{};
+  unsigned at_ = 0;
+};
+
+/// The hash unit: a shift register fed with the key's bytes, each from its highest bit.
+U32 shiftRegister(unsigned width, U32 polynomial, const Bits& key) {
+  U32 state = 0;
+  for (unsigned byte = 0; byte < (key.length() + 7) / 8; ++byte) {
+    for (int bit = 7; bit >= 0; --bit) {
+      const U32 feedback = (state >> (width - 1) ^ key.bytes()[byte] >> bit) & 1;
+      state = (state << 1 & ((1u << width) - 1)) ^ (feedback != 0 ? polynomial : 0);
+    }
+  }
+  return state;
+}
+
+constexpr U32 aclPolynomials[] = {0x065, 0x1d9};
+constexpr U32 aclRows = 2048;
+
+/// The key as the ACL processor takes it from a packet's fields.
+struct AclKey {
+  Bits bits;
+  U32 variant;
+};
+
+AclKey aclKey(const VelaSwitch::AclHashKey& key) {
+  const auto ip = [](Ipnet::IpAddr a) { return a.number() == 0 ? 0xFFFFFFFFu : a.number(); };
+  const U32 source = ip(key.srcIp());
+  const U32 destination = ip(key.dstIp());
+  const U32 port = key.l4Port() == 0 ? 0xFFFF : key.l4Port();
+  const U8 type = key.type();
+  const U32 qualifier = type == 3 || type == 7 || type == 11 ? 15 : key.qualifier();
+  Bits bits;
+  if (type >= 15) {
+    bits.append(key.natDirection(), 1);
+    bits.append(key.natId().value(), 3);
+    bits.append(type - 15u, 2);
+    bits.append(source, 32);
+    bits.append(destination, 32);
+    return {bits, 3};
+  }
+  bits.append(key.aclId().value(), 4);
+  if (type <= 6) {
+    bits.append(type, 3);
+    bits.append(destination, 32);
+  } else if (type <= 10) {
+    bits.append(type - 7u, 2);
+    bits.append(source, 32);
+  } else {
+    bits.append(type - 11u, 2);
+    bits.append(destination, 32);
+    bits.append(source, 32);
+  }
+  bits.append(qualifier, 4);
+  bits.append(port, 16);
+  return {bits, type <= 6 ? 0u : type <= 10 ? 1u : 2u};
+}
+
+}  // namespace
+
+std::optional<HashTestHit> DataPath::hashTest(U32 key) {
+  SimulatedSwitch::Table* table = chip_.find("HashTest", 0, 0);
+  if (!table) return std::nullopt;
+  for (U32 way = 0; way < 2; ++way) {
+    const U32 index = way * 8 + (key >> (3 * way) & 7);
+    const U32* row = table->row(index);
+    if (!row || row[0] != key) continue;
+    table->hit[index] = 1;
+    return HashTestHit{row[1]};
+  }
+  return std::nullopt;
+}
+
+std::optional<VelaSwitch::AclHashResult> DataPath::acl(U32 pipeline,
+                                                       const VelaSwitch::AclHashKey& key) {
+  const SimulatedSwitch::Table* table = chip_.find("AclHash", pipeline, 0);
+  if (!table) return std::nullopt;
+  const AclKey wanted = aclKey(key);
+  for (U32 way = 0; way < 2; ++way) {
+    const U32 index = way * aclRows + shiftRegister(11, aclPolynomials[way], wanted.bits);
+    const U32* words = table->row(index);
+    if (!words) continue;
+    Bits row(words, 4);
+    Bits stored;
+    stored.append(row.next(45), 45);
+    stored.append(row.next(45), 45);
+    const bool match = std::memcmp(stored.bytes(), wanted.bits.bytes(), 12) == 0;
+    if (row.next(2) != wanted.variant || !row.flag() || !match) continue;
+    VelaSwitch::AclHashResult result;
+    result.priority = VelaSwitch::HwAclPriority(row.next(8));
+    result.counterIndex = VelaSwitch::HwCounterIndex(row.next(12));
+    return result;
+  }
+  return std::nullopt;
+}
+
+std::optional<VlanHit> DataPath::vlan(U32 port, Bridging::VlanId vid) {
+  return vlanRow(profile_.portToIngressPipeId(port) / profile_.fields().pipesPerVlanTable(), vid);
+}
+
+std::optional<VlanHit> DataPath::vlan(Bridging::VlanId vid) {
+  std::optional<VlanHit> whole;
+  for (U32 table = 0; chip_.find("VlanMembership", 0, table); ++table) {
+    const auto slice = vlanRow(table, vid);
+    if (!slice) continue;
+    if (!whole) whole = slice;
+    whole->permitMask = whole->permitMask() | slice->permitMask();
+    slice->aclId().forEach([&](auto pipe, U8 id) { whole->aclId.value.is(pipe, id); });
+    slice->aclEnable().forEach([&](auto pipe, U8 on) { whole->aclEnable.value.is(pipe, on); });
+    slice->aclDefaultPermit().forEach(
+        [&](auto pipe, bool on) { whole->aclDefaultPermit.value.is(pipe, on); });
+    slice->natId().forEach([&](auto pipe, U8 id) { whole->natId.value.is(pipe, id); });
+    slice->natEnable().forEach([&](auto pipe, U8 on) { whole->natEnable.value.is(pipe, on); });
+  }
+  return whole;
+}
+
+std::optional<VlanHit> DataPath::vlanRow(U32 table, Bridging::VlanId vid) {
+  const SimulatedSwitch::Table* memory = chip_.find("VlanMembership", 0, table);
+  const U32* words = memory ? memory->row(vid.value()) : nullptr;
+  if (!words) return std::nullopt;
+
+  U32 first = 0;
+  U32 last = profile_.ports() - 1;
+  bool ingress = false;
+  for (const auto& pipe : profile_.ingressPipeRangeInfos()) {
+    if (pipe.pipe() / profile_.fields().pipesPerVlanTable() != table) continue;
+    first = ingress ? std::min(first, pipe.firstPort()) : pipe.firstPort();
+    last = ingress ? std::max(last, pipe.lastPort()) : pipe.lastPort();
+    ingress = true;
+  }
+
+  const U32 format = profile_.registerFormat().major();
+  Bits row(words, memory->rowWords);
+  if (format < 3 && !row.flag()) return std::nullopt;
+  VlanHit hit;
+  hit.permitMask = row.next(last - first + 1) << first;
+  hit.learnToCpu = row.flag();
+  hit.unknownMulticastToCpu = row.flag();
+  hit.multicastJoinToCpu = row.flag();
+  hit.broadcastToCpu = row.flag();
+  hit.unknownDaToCpu = row.flag();
+  hit.multicastJoinToEgress = row.flag();
+  row.skip(1);
+  hit.vrfBits = static_cast<U8>(row.next(format >= 4 ? std::bit_width(profile_.vrfs()) - 1u : 2u));
+  hit.unicastRoute = row.flag();
+  hit.multicastRoute = row.flag();
+  if (format < 4) return hit;
+  const VelaSwitch::PipeId pipes[] = {VelaSwitch::PipeId(2 * table),
+                                      VelaSwitch::PipeId(2 * table + 1)};
+  for (const auto pipe : pipes) hit.aclId.value.is(pipe, static_cast<U8>(row.next(4)));
+  for (const auto pipe : pipes) hit.aclEnable.value.is(pipe, static_cast<U8>(row.next(1)));
+  for (const auto pipe : pipes) hit.aclDefaultPermit.value.is(pipe, row.flag());
+  for (const auto pipe : pipes) hit.natId.value.is(pipe, static_cast<U8>(row.next(3)));
+  for (const auto pipe : pipes) hit.natEnable.value.is(pipe, static_cast<U8>(row.next(1)));
+  return hit;
+}
+
+}  // namespace VelaDevice
