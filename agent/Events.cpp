@@ -1,0 +1,269 @@
+#include "agent/Events.h"
+
+#include <algorithm>
+#include <initializer_list>
+
+namespace VelaAgent {
+namespace {
+
+using Finding = VelaSwitchApi::AuditFinding;
+
+const Json& member(const Json& event, const char* name) {
+  const auto at = event.find(name);
+  if (at == event.end()) throw InputException(std::string("\"") + name + "\" is missing");
+  return *at;
+}
+
+U32 number(const Json& event, const char* name, U32 absent) {
+  const auto at = event.find(name);
+  if (at == event.end()) return absent;
+  try {
+    return static_cast<U32>(numberFromJson(*at, ~U32{0}));
+  } catch (const std::exception& error) {
+    throw InputException(std::string(name) + ": " + error.what());
+  }
+}
+
+/// Refuses members that the operation does not have, so that a slip is not passed over.
+void allow(const Json& event, std::initializer_list<const char*> names) {
+  for (const auto& item : event.items()) {
+    if (std::find(names.begin(), names.end(), item.key()) == names.end()) {
+      throw InputException("unknown field \"" + item.key() + "\"");
+    }
+  }
+}
+
+/// Whether `actual` has every value that `expected` names.
+bool meets(const Json& actual, const Json& expected) {
+  if (!expected.is_object()) {
+    if (actual == expected) return true;
+    // A number may be spelled as a text, and a result of one field as that field alone.
+    if (actual.is_object()) return actual.size() == 1 && meets(actual.front(), expected);
+    try {
+      return !actual.is_null() && !expected.is_null() &&
+             numberFromJson(actual, ~U64{0}) == numberFromJson(expected, ~U64{0});
+    } catch (const std::exception&) {
+      return false;
+    }
+  }
+  if (!actual.is_object()) return false;
+  for (const auto& [name, value] : expected.items()) {
+    if (!actual.contains(name) || !meets(actual[name], value)) return false;
+  }
+  return true;
+}
+
+std::string count(U64 number, const char* one, const char* several) {
+  return std::to_string(number) + " " + (number == 1 ? one : several);
+}
+
+std::string rows(U64 number) { return count(number, "row", "rows"); }
+
+}  // namespace
+
+void EventRunner::apply(const std::string& line) {
+  Json event;
+  try {
+    event = Json::parse(line);
+  } catch (const Json::parse_error&) {
+    throw InputException("not a JSON object");
+  }
+  if (!event.is_object()) throw InputException("not a JSON object");
+  const Json& op = member(event, "op");
+  static constexpr struct {
+    const char* name;
+    void (EventRunner::*handle)(const Json&);
+  } operations[] = {{"set", &EventRunner::set},         {"del", &EventRunner::del},
+                    {"hit", &EventRunner::hit},         {"sync", &EventRunner::sync},
+                    {"corrupt", &EventRunner::corrupt}, {"lookup", &EventRunner::lookup},
+                    {"fail", &EventRunner::fail}};
+  for (const auto& operation : operations) {
+    if (op != operation.name) continue;
+    ++number_;
+    try {
+      (this->*operation.handle)(event);
+    } catch (...) {
+      --number_;
+      throw;
+    }
+    return;
+  }
+  throw InputException("unknown op " + op.dump());
+}
+
+void EventRunner::tell(const Json& event, const std::string& outcome) const {
+  if (!story_) return;
+  std::string what = std::to_string(number_) + ". " + event["op"].get<std::string>();
+  if (event.contains("table")) what += " " + event["table"].get<std::string>();
+  if (event.contains("instance")) what += "/" + event["instance"].dump();
+  if (event.contains("key")) what += " " + event["key"].dump();
+  story_(what, outcome);
+}
+
+TableAdapter& EventRunner::tableOf(const Json& event) const {
+  const Json& name = member(event, "table");
+  if (!name.is_string()) throw InputException("\"table\" is not a text");
+  return agent_.table(name.get<std::string>(), number(event, "instance", 0));
+}
+
+Json EventRunner::resultLine(const Json& event, const TableAdapter& table) const {
+  Json line = {{"op", event["op"]}, {"table", table.name()}};
+  if (event.contains("instance")) line["instance"] = table.instance();
+  if (event.contains("key")) line["key"] = event["key"];
+  return line;
+}
+
+void EventRunner::set(const Json& event) {
+  allow(event, {"op", "table", "instance", "key", "result"});
+  TableAdapter& table = tableOf(event);
+  const Json& key = member(event, "key");
+  const auto result = event.find("result");
+  const U64 movesBefore = table.moves();
+  const U64 writesBefore = agent_.recorder().rowWrites();
+  const EntryProgrammedStatus status =
+      table.set(key, result == event.end() ? Json::object() : *result);
+  if (status != EntryProgrammedStatus::programmed) {
+    refuse(event, table, status);
+    return;
+  }
+  if (!story_) return;
+  const U64 moves = table.moves() - movesBefore;
+  const U64 writes = agent_.recorder().rowWrites() - writesBefore;
+  std::string sentence = "programmed";
+  if (const auto place = table.place(key); place && place->location) {
+    sentence += " in way " + std::to_string(place->location->way) + ", row " +
+                std::to_string(place->location->row);
+  }
+  if (moves > 0)
+    sentence += ", after moving " + count(moves, "entry", "entries") + " out of the way";
+  sentence += writes == 0 ? "; hardware already held that" : "; wrote " + rows(writes);
+  tell(event, sentence);
+}
+
+void EventRunner::refuse(const Json& event, const TableAdapter& table,
+                         EntryProgrammedStatus status) {
+  ++refused_;
+  Json line = resultLine(event, table);
+  line["status"] = VelaSwitchApi::nameOf(status);
+  std::string sentence = std::string("not programmed: ") + VelaSwitchApi::nameOf(status);
+  if (status == EntryProgrammedStatus::tableFull) {
+    const std::vector<Json> keys = table.competing(event["key"]);
+    line["competing"] = {{"entries", keys.size() + 1}, {"rows", keys.size()}};
+    if (explain_) line["competing"]["keys"] = keys;
+    sentence += "; it and " + count(keys.size(), "other", "others") + " have only " +
+                rows(keys.size()) + " between them";
+  }
+  if (result_) result_(line);
+  tell(event, sentence);
+}
+
+void EventRunner::del(const Json& event) {
+  allow(event, {"op", "table", "instance", "key"});
+  const U64 writesBefore = agent_.recorder().rowWrites();
+  tableOf(event).del(member(event, "key"));
+  if (story_) {
+    tell(event, "removed; wrote " + rows(agent_.recorder().rowWrites() - writesBefore));
+  }
+}
+
+void EventRunner::hit(const Json& event) {
+  allow(event, {"op", "table", "instance", "key", "at"});
+  TableAdapter& table = tableOf(event);
+  const Json& at = member(event, "at");
+  const auto time = fromJson<Orb::Seconds>(at);
+  const Json found = table.lookup(agent_.dataPath(), member(event, "key"));
+  const bool polled = table.convertor().pollHitBits(time);
+  tell(event, found.is_null() ? "nothing there to hit"
+              : polled        ? "hit at " + at.dump() + " s"
+                              : "hit, but the poll failed");
+}
+
+void EventRunner::sync(const Json& event) {
+  allow(event, {"op", "table", "instance"});
+  TableAdapter& table = tableOf(event);
+  table.table().syncEntries();
+  std::set<Json> inconsistent;
+  std::set<Json> missing;
+  std::set<HwIndex> unexpected;
+  std::set<HwIndex> unreadable;
+  for (const Finding& finding : table.convertor().auditFindings()) {
+    switch (finding.kind) {
+      case Finding::Kind::inconsistent:
+        inconsistent.insert(table.keyAt(finding.index));
+        break;
+      case Finding::Kind::missing:
+        missing.insert(table.keyAt(finding.index));
+        break;
+      case Finding::Kind::unexpected:
+        unexpected.insert(finding.index);
+        break;
+      case Finding::Kind::unreadable:
+        unreadable.insert(finding.index);
+        break;
+    }
+  }
+  Json line = {{"op", "sync"},
+               {"table", table.name()},
+               {"instance", table.instance()},
+               {"inconsistent", inconsistent},
+               {"missing", missing},
+               {"unexpected", unexpected}};
+  if (!unreadable.empty()) line["unreadable"] = unreadable;
+  if (result_) result_(line);
+  tell(event,
+       "audited: " + count(inconsistent.size(), "inconsistent entry", "inconsistent entries") +
+           ", " + std::to_string(missing.size()) + " missing, " +
+           count(unexpected.size(), "unexpected row", "unexpected rows"));
+}
+
+void EventRunner::corrupt(const Json& event) {
+  allow(event, {"op", "table", "instance", "key", "bit", "hwTableId"});
+  TableAdapter& table = tableOf(event);
+  const auto place = table.place(member(event, "key"));
+  if (!place) throw InputException("the entry has no row");
+  member(event, "bit");
+  const U32 bit = number(event, "bit", 0);
+  const auto& hwTables = table.convertor().hwTables();
+  const auto hwTable = hwTables.find(number(event, "hwTableId", hwTables.begin()->first));
+  if (hwTable == hwTables.end()) throw InputException("the table has no such hwTableId");
+  const auto& mapped = hwTable->second->mapped(place->index);
+  const auto word =
+      std::find_if(mapped.begin(), mapped.end(), [&](const auto& m) { return m.word == bit / 32; });
+  const auto position = static_cast<U32>(word - mapped.begin());
+  if (word == mapped.end() ||
+      !agent_.chip().flipBit(hwTable->second->busHandle(), place->index, position, bit % 32)) {
+    throw InputException("bit " + std::to_string(bit) + " is in no register of the row");
+  }
+  tell(event, "bit " + std::to_string(bit) + " of the row is flipped in the switch");
+}
+
+void EventRunner::lookup(const Json& event) {
+  allow(event, {"op", "table", "instance", "key", "expect"});
+  TableAdapter& table = tableOf(event);
+  Json line = resultLine(event, table);
+  line["hit"] = table.lookup(agent_.dataPath(), member(event, "key"));
+  std::string sentence =
+      line["hit"].is_null() ? "the data path finds nothing" : "the data path finds it";
+  if (const auto expected = event.find("expect"); expected != event.end()) {
+    const bool met = meets(line["hit"], *expected);
+    line["met"] = met;
+    if (!met) {
+      line["expect"] = *expected;
+      ++unmet_;
+    }
+    sentence += met ? ", as expected" : ", which was not expected";
+  }
+  if (result_) result_(line);
+  tell(event, sentence);
+}
+
+void EventRunner::fail(const Json& event) {
+  allow(event, {"op", "writes", "reads"});
+  const U32 writes = number(event, "writes", 0);
+  const U32 reads = number(event, "reads", 0);
+  agent_.chip().failWritesIs(writes);
+  agent_.chip().failReadsIs(reads);
+  tell(event, "the next " + count(writes, "row write", "row writes") + " will fail");
+}
+
+}  // namespace VelaAgent

@@ -1,0 +1,192 @@
+#pragma once
+
+#include <nlohmann/json.hpp>
+#include <set>
+#include <string>
+
+#include "Orb/Seconds.h"
+#include "Orb/Value.h"
+#include "VelaSwitch/PipeMap.h"
+#include "VelaSwitch/PortMask.h"
+#include "VelaSwitchApi/SwTable.h"
+
+/// JSON forms of value types, made from their field lists. Reading refuses unknown fields and
+/// values out of range, naming the field; a field that is missing keeps its default.
+namespace VelaAgent {
+
+using Json = nlohmann::ordered_json;
+
+/// An input that is not what it should be; the text says why in one line.
+class InputException : public std::runtime_error {
+ public:
+  using runtime_error::runtime_error;
+};
+
+/// A number, or a text with a number ("0x" for hexadecimal), of at most `max`.
+U64 numberFromJson(const Json& json, U64 max);
+/// "0x" and at least `digits` hexadecimal digits.
+std::string hexText(U64 value, unsigned digits);
+
+template <class T>
+Json toJson(const T& value);
+template <class T>
+void fromJson(const Json& json, T& value);
+
+namespace detail {
+
+template <class T>
+inline constexpr bool isPipeMap = false;
+template <class T>
+inline constexpr bool isPipeMap<VelaSwitch::PipeMap<T>> = true;
+
+template <class T>
+inline constexpr bool isVector = false;
+template <class T>
+inline constexpr bool isVector<std::vector<T>> = true;
+
+template <class T>
+concept Version = Orb::Value<T> && requires(T v) {
+  v.major;
+  v.minor;
+};
+
+template <class T>
+Json structToJson(const T& value) {
+  Json json = Json::object();
+  Orb::forEachField(value,
+                    [&](const auto& field) { json[std::string(field.name)] = toJson(field()); });
+  return json;
+}
+
+template <class T>
+void structFromJson(const Json& json, T& value) {
+  if (!json.is_object()) throw InputException("expected an object, not " + json.dump());
+  std::set<std::string> known;
+  Orb::forEachField(value, [&](auto& field) {
+    const std::string name(field.name);
+    known.insert(name);
+    const auto at = json.find(name);
+    if (at == json.end()) return;
+    try {
+      fromJson(*at, field.value);
+    } catch (const std::exception& error) {
+      throw InputException(name + ": " + error.what());
+    }
+  });
+  for (const auto& [name, unused] : json.items()) {
+    if (!known.contains(name)) throw InputException("unknown field \"" + name + "\"");
+  }
+}
+
+template <class T>
+void pipeMapFromJson(const Json& json, VelaSwitch::PipeMap<T>& map) {
+  if (!json.is_object()) throw InputException("expected {\"pipe\": value}, not " + json.dump());
+  for (const auto& [pipe, entry] : json.items()) {
+    T value{};
+    fromJson(entry, value);
+    map.is(VelaSwitch::PipeId(numberFromJson(Json(pipe), ~U64{0})), value);
+  }
+}
+
+}  // namespace detail
+
+template <class T>
+Json toJson(const T& value) {
+  if constexpr (std::same_as<T, bool> || std::same_as<T, std::string>) {
+    return value;
+  } else if constexpr (std::same_as<T, U64>) {
+    return hexText(value, 12);
+  } else if constexpr (std::integral<T>) {
+    return value;
+  } else if constexpr (std::same_as<T, VelaSwitch::IngressPortMask>) {
+    return hexText(value.bits(), 12);
+  } else if constexpr (std::same_as<T, Orb::Seconds>) {
+    return value.value();
+  } else if constexpr (Orb::IsRanged<T>) {
+    return value.value();
+  } else if constexpr (detail::isPipeMap<T>) {
+    Json json = Json::object();
+    value.forEach([&](VelaSwitch::PipeId pipe, const auto& entry) {
+      json[std::to_string(pipe.value())] = toJson(entry);
+    });
+    return json;
+  } else if constexpr (detail::isVector<T>) {
+    Json json = Json::array();
+    for (const auto& element : value) json.push_back(toJson(element));
+    return json;
+  } else if constexpr (detail::Version<T>) {
+    return Json::array({value.major(), value.minor()});
+  } else if constexpr (Orb::ScalarValue<T>) {
+    Json json;
+    Orb::forEachField(value, [&](const auto& field) { json = toJson(field()); });
+    return json;
+  } else if constexpr (Orb::Value<T>) {
+    return detail::structToJson(value);
+  } else {
+    return Orb::text(value);
+  }
+}
+
+template <class T>
+void fromJson(const Json& json, T& value) {
+  if constexpr (std::same_as<T, bool>) {
+    if (!json.is_boolean() && json != 0 && json != 1) {
+      throw InputException("expected true or false, not " + json.dump());
+    }
+    value = json.is_boolean() ? json.get<bool>() : json == 1;
+  } else if constexpr (std::same_as<T, std::string>) {
+    if (!json.is_string()) throw InputException("expected a text, not " + json.dump());
+    value = json.get<std::string>();
+  } else if constexpr (std::integral<T>) {
+    value = static_cast<T>(numberFromJson(json, static_cast<T>(~T{0})));
+  } else if constexpr (std::same_as<T, VelaSwitch::IngressPortMask>) {
+    value = VelaSwitch::IngressPortMask(numberFromJson(json, ~U64{0}));
+  } else if constexpr (std::same_as<T, Orb::Seconds>) {
+    if (!json.is_number()) throw InputException("expected seconds, not " + json.dump());
+    value = Orb::Seconds(json.get<double>());
+  } else if constexpr (Orb::IsRanged<T>) {
+    // A negative number is below every range: let the type say so in its own words.
+    const bool negative = json.is_number_integer() && !json.is_number_unsigned() && json < 0;
+    value = T(negative ? ~U64{0} : numberFromJson(json, ~U64{0}));
+  } else if constexpr (detail::isPipeMap<T>) {
+    detail::pipeMapFromJson(json, value);
+  } else if constexpr (detail::isVector<T>) {
+    if (!json.is_array()) throw InputException("expected a list, not " + json.dump());
+    value.clear();
+    for (const Json& element : json) fromJson(element, value.emplace_back());
+  } else if constexpr (detail::Version<T>) {
+    if (!json.is_array() || json.size() != 2) {
+      throw InputException("expected [major, minor], not " + json.dump());
+    }
+    fromJson(json[0], value.major.value);
+    fromJson(json[1], value.minor.value);
+  } else if constexpr (Orb::ScalarValue<T>) {
+    Orb::forEachField(value, [&](auto& field) {
+      try {
+        fromJson(json, field.value);
+      } catch (const Orb::RangeException& error) {
+        throw Orb::RangeException(std::string(field.name), error);
+      }
+    });
+  } else if constexpr (Orb::Value<T>) {
+    detail::structFromJson(json, value);
+  } else {
+    // Addresses and prefixes are texts; an address may also be a number.
+    if (json.is_string() && !json.get_ref<const std::string&>().starts_with("0x")) {
+      value = Orb::fromText<T>(json.get_ref<const std::string&>());
+    } else if constexpr (std::constructible_from<T, U32>) {
+      value = T(static_cast<U32>(numberFromJson(json, ~U32{0})));
+    } else {
+      throw InputException("expected a text, not " + json.dump());
+    }
+  }
+}
+
+template <class T>
+T fromJson(const Json& json) {
+  T value{};
+  fromJson(json, value);
+  return value;
+}
+
+}  // namespace VelaAgent

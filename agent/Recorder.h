@@ -1,0 +1,71 @@
+#pragma once
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "VelaSwitchApi/RegisterBus.h"
+
+namespace VelaAgent {
+
+/// A register bus that passes everything on and tells of each row write. It also remembers the
+/// names behind handles, for those who print them.
+class Recorder final : public VelaSwitchApi::RegisterBus {
+ public:
+  using HwIndex = VelaSwitchApi::HwIndex;
+
+  struct RowWrite {
+    const VelaSwitchApi::HwTableIdentity& table;
+    HwIndex index;
+    std::span<const RegisterValue> writes;
+    bool failed;
+  };
+  using Listener = std::function<void(const RowWrite&)>;
+
+  /// `bus` must outlive the recorder.
+  explicit Recorder(RegisterBus& bus) : bus_(bus) {}
+
+  void listenerIs(Listener listener) { listener_ = std::move(listener); }
+  const std::string& path(RegisterHandle handle) const { return paths_[handle]; }
+  /// Row writes that succeeded, and their register writes.
+  U64 rowWrites() const { return rowWrites_; }
+  U64 registerWrites() const { return registerWrites_; }
+
+  RegisterHandle registerIs(std::string_view path) override {
+    const RegisterHandle handle = bus_.registerIs(path);
+    if (handle >= paths_.size()) paths_.resize(handle + 1);
+    paths_[handle] = path;
+    return handle;
+  }
+  TableHandle tableIs(const VelaSwitchApi::HwTableIdentity& identity, HwIndex lastIndex) override {
+    const TableHandle handle = bus_.tableIs(identity, lastIndex);
+    if (handle >= tables_.size()) tables_.resize(handle + 1);
+    tables_[handle] = identity;
+    return handle;
+  }
+  bool rowIs(TableHandle table, HwIndex index, std::span<const RegisterValue> writes) override {
+    const bool good = bus_.rowIs(table, index, writes);
+    if (good) {
+      ++rowWrites_;
+      registerWrites_ += writes.size();
+    }
+    if (listener_) listener_({tables_[table], index, writes, !good});
+    return good;
+  }
+  Read row(TableHandle table, HwIndex index, std::span<RegisterValue> values) override {
+    return bus_.row(table, index, values);
+  }
+  bool hitBits(TableHandle table, HwIndex first, std::span<RegisterValue> values) override {
+    return bus_.hitBits(table, first, values);
+  }
+
+ private:
+  RegisterBus& bus_;
+  Listener listener_;
+  std::vector<std::string> paths_;
+  std::vector<VelaSwitchApi::HwTableIdentity> tables_;
+  U64 rowWrites_ = 0;
+  U64 registerWrites_ = 0;
+};
+
+}  // namespace VelaAgent

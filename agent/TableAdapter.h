@@ -1,0 +1,247 @@
+#pragma once
+
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "VelaSwitchApi/HashBase.h"
+#include "VelaSwitchTable/HashFamily.h"
+#include "VelaSwitchTable/PlainFamily.h"
+#include "agent/Json.h"
+#include "device/DataPath.h"
+
+namespace VelaAgent {
+
+using VelaSwitchApi::EntryProgrammedStatus;
+using VelaSwitchApi::HwIndex;
+
+/// One software table behind JSON: what events, status and row listings need of it, whatever its
+/// family.
+class TableAdapter {
+ public:
+  /// One line of a status listing.
+  struct Status {
+    Json key;
+    EntryProgrammedStatus status;
+    Orb::Seconds lastHit;
+  };
+  /// Where an entry lies.
+  struct Place {
+    HwIndex index;
+    std::optional<VelaSwitchApi::CuckooLocation> location;  ///< For hash tables.
+  };
+
+  TableAdapter(std::string name, U32 instance) : name_(std::move(name)), instance_(instance) {}
+  virtual ~TableAdapter() = default;
+
+  const std::string& name() const { return name_; }
+  U32 instance() const { return instance_; }
+  virtual VelaSwitchApi::SwTable& table() const = 0;
+  VelaSwitchApi::SwTableProfileConvertor& convertor() const {
+    return *table().profileConvertorPtr();
+  }
+
+  /// Announces an entry. One that is unchanged but not programmed is tried again.
+  virtual EntryProgrammedStatus set(const Json& key, const Json& result) = 0;
+  virtual void del(const Json& key) = 0;
+  /// What the data path finds: the hit's fields, or null.
+  virtual Json lookup(VelaDevice::DataPath& dataPath, const Json& key) const = 0;
+
+  /// The key's row, when it has one.
+  virtual std::optional<Place> place(const Json& key) const = 0;
+  /// The key of the software entry in a row, or null.
+  virtual Json keyAt(HwIndex index) const = 0;
+  /// Whether the row is this table's to list; tables that share rows list each once.
+  virtual bool listsRow(HwIndex index) const = 0;
+  /// Way and row of an index, for hash tables.
+  virtual std::optional<VelaSwitchApi::CuckooLocation> location(HwIndex index) const = 0;
+  /// Entries that compete with a refused one for rows.
+  virtual std::vector<Json> competing(const Json& key) const = 0;
+
+  /// Every entry's status, by key.
+  virtual std::vector<Status> statuses() const = 0;
+  virtual U32 entries() const = 0;
+  virtual U32 programmed() const = 0;
+  virtual U64 moves() const { return 0; }
+
+  /// Removes the entries that were read from hardware and that nobody announced since, and tries
+  /// again what had no room. Returns how many went.
+  virtual U32 reconcile() = 0;
+
+  /// The row's fields.
+  virtual VelaSwitchApi::RowLayout layout(const VelaSwitch::ProfileInfo& profile) const = 0;
+
+ private:
+  std::string name_;
+  U32 instance_;
+};
+
+/// What the adapters of all families share: keys and results by their field lists.
+template <class Table>
+class EntryAdapter : public TableAdapter {
+ public:
+  using Family = typename Table::Family;
+  using Key = typename Table::Key;
+  using Result = typename Table::Result;
+  /// A lookup of the data path by the JSON form of a key.
+  using Lookup = Json (*)(VelaDevice::DataPath&, U32 instance, const Json& key);
+
+  EntryAdapter(std::string name, U32 instance, Orb::Ptr<Table> swTable, Lookup ask)
+      : TableAdapter(std::move(name), instance), table_(std::move(swTable)), lookup_(ask) {}
+
+  Table& table() const override { return *table_; }
+
+  EntryProgrammedStatus set(const Json& key, const Json& result) override {
+    const Key k = fromJson<Key>(key);
+    const Result r = fromJson<Result>(result);
+    const bool changed = table_->entryIs(k, r);
+    if (!changed && status(k) != EntryProgrammedStatus::programmed) table_->handleEntry(k);
+    return status(k);
+  }
+  void del(const Json& key) override {
+    const Key k = fromJson<Key>(key);
+    if (!table_->entryDel(k) && status(k) == EntryProgrammedStatus::hardwareError) {
+      table_->handleEntry(k);
+    }
+  }
+  Json lookup(VelaDevice::DataPath& dataPath, const Json& key) const override {
+    return lookup_(dataPath, instance(), key);
+  }
+  U32 entries() const override { return table_->entries().size(); }
+  U32 programmed() const override {
+    U32 count = 0;
+    table_->entries().forEach([&](const Key& key, const Result&) {
+      if (status(key) == EntryProgrammedStatus::programmed) ++count;
+    });
+    return count;
+  }
+  U32 reconcile() override {
+    const std::vector<Key> unclaimed = table_->unclaimedKeys();
+    for (const Key& key : unclaimed) table_->entryDel(key);
+    for (const Key& key : table_->entries().keys()) {
+      if (status(key) != EntryProgrammedStatus::programmed) table_->handleEntry(key);
+    }
+    return static_cast<U32>(unclaimed.size());
+  }
+
+ protected:
+  virtual EntryProgrammedStatus status(const Key& key) const = 0;
+
+ private:
+  Orb::Ptr<Table> table_;
+  Lookup lookup_;
+};
+
+template <class Family>
+class HashAdapter final : public EntryAdapter<typename Family::Table> {
+  using Base = EntryAdapter<typename Family::Table>;
+  using Key = typename Base::Key;
+  using Place = TableAdapter::Place;
+
+ public:
+  using Base::Base;
+
+  std::optional<Place> place(const Json& key) const override {
+    const auto item = this->table().cachedItem(fromJson<Key>(key));
+    if (!item || !item->placed()) return std::nullopt;
+    const HwIndex index = physical().indexOf(*item);
+    return Place{index, physical().location(index)};
+  }
+  Json keyAt(HwIndex index) const override {
+    const auto* entry = physical().entryAt(index);
+    if (!entry || &entry->table() != &this->table()) return nullptr;
+    return toJson(static_cast<const typename Family::CuckooEntry*>(entry)->key());
+  }
+  bool listsRow(HwIndex index) const override {
+    const auto* entry = physical().entryAt(index);
+    return entry ? &entry->table() == &this->table() : physical().firstTable() == &this->table();
+  }
+  std::optional<VelaSwitchApi::CuckooLocation> location(HwIndex index) const override {
+    return physical().location(index);
+  }
+  std::vector<Json> competing(const Json& key) const override {
+    const auto item = this->table().cachedItem(fromJson<Key>(key));
+    std::vector<Json> keys;
+    if (!item || item->placed()) return keys;
+    for (const auto* entry : physical().competitors(*item)) {
+      keys.push_back(keyAt(physical().indexOf(*entry)));
+    }
+    return keys;
+  }
+  std::vector<TableAdapter::Status> statuses() const override {
+    std::vector<TableAdapter::Status> all;
+    const auto& collection = this->table().tableStatus()->entryStatuses();
+    for (const Key& key : collection.keys()) {
+      const auto* status = collection.find(key);
+      all.push_back({toJson(key), status->status(), status->lastHit()});
+    }
+    return all;
+  }
+  U64 moves() const override { return physical().engine().moves(); }
+  VelaSwitchApi::RowLayout layout(const VelaSwitch::ProfileInfo& profile) const override {
+    return Family::layout(profile);
+  }
+
+ protected:
+  EntryProgrammedStatus status(const Key& key) const override {
+    const auto* status = this->table().tableStatus()->entryStatus(key);
+    if (!status) return EntryProgrammedStatus::notProgrammed;
+    return this->table().hwInconsistentEntry(key) ? EntryProgrammedStatus::hardwareError
+                                                  : status->status();
+  }
+
+ private:
+  VelaSwitchApi::PhysicalHashTable& physical() const {
+    return this->table().profileConvertor().physicalTable();
+  }
+};
+
+template <class Family>
+class PlainAdapter final : public EntryAdapter<typename Family::Table> {
+  using Base = EntryAdapter<typename Family::Table>;
+  using Key = typename Base::Key;
+  using Place = TableAdapter::Place;
+
+ public:
+  using Base::Base;
+
+  std::optional<Place> place(const Json& key) const override {
+    return Place{Family::hwIndex(fromJson<Key>(key)), std::nullopt};
+  }
+  Json keyAt(HwIndex index) const override {
+    const Key key = Family::keyOf(index);
+    return this->table().entry(key) ? toJson(key) : Json(nullptr);
+  }
+  bool listsRow(HwIndex) const override { return true; }
+  std::optional<VelaSwitchApi::CuckooLocation> location(HwIndex) const override {
+    return std::nullopt;
+  }
+  std::vector<Json> competing(const Json&) const override { return {}; }
+  std::vector<TableAdapter::Status> statuses() const override {
+    std::vector<TableAdapter::Status> all;
+    for (const Key& key : this->table().entries().keys()) {
+      all.push_back({toJson(key), status(key), Orb::Seconds{}});
+    }
+    return all;
+  }
+  VelaSwitchApi::RowLayout layout(const VelaSwitch::ProfileInfo& profile) const override {
+    return Family::layout(profile, 0);
+  }
+
+ protected:
+  /// Plain tables keep no status records: an entry is in hardware unless its key is marked.
+  EntryProgrammedStatus status(const Key& key) const override {
+    if (this->table().hwInconsistentEntry(key)) return EntryProgrammedStatus::hardwareError;
+    return this->table().entry(key) ? EntryProgrammedStatus::programmed
+                                    : EntryProgrammedStatus::notProgrammed;
+  }
+};
+
+/// The JSON form of a hit, or null.
+template <class Hit>
+Json hitToJson(const std::optional<Hit>& hit) {
+  return hit ? detail::structToJson(*hit) : Json(nullptr);
+}
+
+}  // namespace VelaAgent

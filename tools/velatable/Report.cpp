@@ -1,0 +1,214 @@
+#include "Report.h"
+
+#include <cstdio>
+#include <ostream>
+
+namespace VelaTool {
+
+using VelaAgent::Agent;
+using VelaAgent::hexText;
+using VelaAgent::HwIndex;
+using VelaAgent::Json;
+using VelaAgent::TableAdapter;
+using VelaSwitchApi::HwTableConfig;
+
+namespace {
+
+template <class... Arguments>
+std::string format(const char* pattern, Arguments... arguments) {
+  char line[300];
+  std::snprintf(line, sizeof line, pattern, arguments...);
+  return line;
+}
+
+U32 capacity(const TableAdapter& table) {
+  U32 size = 0;
+  for (const auto& counter : table.convertor().entryCounters()) size += counter.size;
+  return size;
+}
+
+Json rowLine(const Agent& agent, const TableAdapter& table, const HwTableConfig& hwTable,
+             HwIndex index, const Json& key) {
+  const auto& descriptor = hwTable.descriptor();
+  Json line = {{"table", table.name()},
+               {"instance", table.instance()},
+               {"hwTable", descriptor.identity.name},
+               {"hwTableId", descriptor.identity.id},
+               {"index", index}};
+  if (const auto location = table.location(index)) {
+    line["way"] = location->way;
+    line["row"] = location->row;
+  }
+  const U32* image = hwTable.image(index);
+  Json registers = Json::array();
+  for (const auto& m : hwTable.mapped(index)) {
+    registers.push_back({agent.recorder().path(m.reg), hexText(image[m.word], 8)});
+  }
+  line["registers"] = registers;
+  Json words = Json::array();
+  for (U8 i = 0; i < descriptor.rowWords; ++i) words.push_back(hexText(image[i], 8));
+  line["image"] = words;
+  if (!key.is_null()) line["key"] = key;
+  return line;
+}
+
+/// The register prefix of a hardware table: what the paths of its first row's registers share.
+std::string registerPrefix(const Agent& agent, const HwTableConfig& hwTable) {
+  const auto& mapped = hwTable.mapped(hwTable.descriptor().first);
+  if (mapped.empty()) return "-";
+  const std::string& path = agent.recorder().path(mapped.front().reg);
+  return path.substr(0, path.rfind('/') + 1);
+}
+
+std::string registerName(const Agent& agent, const HwTableConfig& hwTable, U8 word) {
+  for (const auto& m : hwTable.mapped(hwTable.descriptor().first)) {
+    if (m.word != word) continue;
+    const std::string& path = agent.recorder().path(m.reg);
+    return path.substr(path.rfind('/') + 1);
+  }
+  return "(no register)";
+}
+
+}  // namespace
+
+void writeRows(std::ostream& out, const Agent& agent) {
+  for (const auto& table : agent.tables()) {
+    for (const auto& [id, hwTable] : table->convertor().hwTables()) {
+      for (HwIndex i = hwTable->descriptor().first; i <= hwTable->descriptor().last; ++i) {
+        if (!table->listsRow(i)) continue;
+        const Json key = table->keyAt(i);
+        if (!key.is_null() || hwTable->written(i)) {
+          out << rowLine(agent, *table, *hwTable, i, key).dump() << '\n';
+        }
+      }
+    }
+  }
+}
+
+void writeStatuses(std::ostream& out, const Agent& agent) {
+  for (const auto& table : agent.tables()) {
+    for (const auto& status : table->statuses()) {
+      const Json line = {{"table", table->name()},
+                         {"instance", table->instance()},
+                         {"key", status.key},
+                         {"status", VelaSwitchApi::nameOf(status.status)},
+                         {"lastHit", status.lastHit.value()}};
+      out << line.dump() << '\n';
+    }
+  }
+}
+
+Json writeLine(const Agent& agent, U64 sequence, U64 event,
+               const VelaAgent::Recorder::RowWrite& write) {
+  Json registers = Json::array();
+  for (const auto& [reg, value] : write.writes) {
+    registers.push_back({agent.recorder().path(reg), hexText(value, 8)});
+  }
+  Json line = {{"seq", sequence},
+               {"event", event},
+               {"table", write.table.family},
+               {"instance", write.table.instance},
+               {"hwTableId", write.table.id},
+               {"index", write.index},
+               {"registers", registers}};
+  if (write.failed) line["failed"] = true;
+  return line;
+}
+
+Json summaryJson(const Agent& agent, const RunFigures& figures) {
+  U64 programmed = 0;
+  U64 moves = 0;
+  Json tables = Json::array();
+  for (const auto& table : agent.tables()) {
+    programmed += table->programmed();
+    moves += table->moves();
+    tables.push_back({{"table", table->name()},
+                      {"instance", table->instance()},
+                      {"entries", table->entries()},
+                      {"capacity", capacity(*table)}});
+  }
+  return {{"profile", agent.profile().name()},
+          {"events", figures.events},
+          {"programmed", programmed},
+          {"refused", figures.refused},
+          {"unmet", figures.unmet},
+          {"reconciled", figures.reconciled},
+          {"startRowWrites", figures.startRowWrites},
+          {"rowWrites", agent.recorder().rowWrites()},
+          {"registerWrites", agent.recorder().registerWrites()},
+          {"moves", moves},
+          {"seconds", figures.seconds},
+          {"tables", tables}};
+}
+
+void writeSummary(std::ostream& out, const Agent& agent, const RunFigures& figures) {
+  const Json json = summaryJson(agent, figures);
+  const U64 rowWrites = agent.recorder().rowWrites();
+  out << format("\nProfile %s: %llu events in %.3f s\n", agent.profile().name().c_str(),
+                static_cast<unsigned long long>(figures.events), figures.seconds);
+  out << format("  %-26s %9s %9s %6s\n", "table", "entries", "capacity", "load");
+  for (const auto& table : agent.tables()) {
+    const std::string name = table->name() + "/" + std::to_string(table->instance());
+    const U32 size = capacity(*table);
+    out << format("  %-26s %9u %9u %5.1f%%\n", name.c_str(), table->entries(), size,
+                  size == 0 ? 0.0 : 100.0 * table->entries() / size);
+  }
+  out << format("  %llu entries programmed, %llu announcements refused, %llu expectations unmet\n",
+                json["programmed"].get<unsigned long long>(),
+                static_cast<unsigned long long>(figures.refused),
+                static_cast<unsigned long long>(figures.unmet));
+  out << format(
+      "  %llu rows written while starting, %llu for the events; %llu entries moved to make room\n",
+      static_cast<unsigned long long>(figures.startRowWrites),
+      static_cast<unsigned long long>(rowWrites - figures.startRowWrites),
+      json["moves"].get<unsigned long long>());
+  if (figures.reconciled > 0) {
+    out << format("  %u entries of an earlier run were not announced again and removed\n",
+                  figures.reconciled);
+  }
+}
+
+void writeTables(std::ostream& out, const Agent& agent) {
+  out << format("%-26s %-22s %7s %5s %9s  %s\n", "table", "hardware table", "rows", "ways",
+                "capacity", "registers");
+  for (const auto& table : agent.tables()) {
+    const std::string name = table->name() + "/" + std::to_string(table->instance());
+    for (const auto& [id, hwTable] : table->convertor().hwTables()) {
+      const auto& descriptor = hwTable->descriptor();
+      const auto last = table->location(descriptor.last);
+      out << format("%-26s %-22s %7u %5s %9u  %s\n", name.c_str(), descriptor.identity.name.c_str(),
+                    descriptor.last - descriptor.first + 1,
+                    last ? std::to_string(last->way + 1).c_str() : "-", capacity(*table),
+                    registerPrefix(agent, *hwTable).c_str());
+    }
+  }
+}
+
+void writeLayout(std::ostream& out, const Agent& agent, const TableAdapter& table) {
+  const HwTableConfig& hwTable = *table.convertor().hwTables().begin()->second;
+  out << table.name() << ", profile " << agent.profile().name() << ", registers "
+      << registerPrefix(agent, hwTable) << "\n";
+  out << format("%-11s %5s  %-24s %s\n", "bits", "width", "field", "register");
+  auto fields = table.layout(agent.profile()).fields();
+  std::stable_sort(fields.begin(), fields.end(),
+                   [](const auto& a, const auto& b) { return a.first < b.first; });
+  for (const auto& field : fields) {
+    if (field.width == 0) continue;
+    const U32 last = field.first + field.width - 1u;
+    const auto word = [](U32 bit) { return static_cast<U8>(bit / 32); };
+    std::string registers = registerName(agent, hwTable, word(field.first));
+    if (word(last) != word(field.first)) {
+      registers += " … " + registerName(agent, hwTable, word(last));
+    }
+    const std::string bits = field.width == 1
+                                 ? std::to_string(field.first)
+                                 : std::to_string(field.first) + "–" + std::to_string(last);
+    // Counted by hand: the dash has more bytes than columns.
+    out << bits
+        << std::string(11 - std::min<std::size_t>(11, bits.size() - (field.width == 1 ? 0 : 2)),
+                       ' ')
+        << format(" %5u  %-24s %s\n", field.width, field.name, registers.c_str());
+  }
+}
+
+}  // namespace VelaTool

@@ -1,0 +1,313 @@
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <chrono>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+
+#include "Report.h"
+#include "agent/Profiles.h"
+
+namespace {
+
+using VelaAgent::Agent;
+using VelaAgent::InputException;
+using VelaAgent::Json;
+
+constexpr int exitGood = 0;
+constexpr int exitRefused = 1;
+constexpr int exitBadInput = 2;
+
+/// Events that are told in words unless --verbose asks for all.
+constexpr U64 toldEvents = 200;
+
+struct RunOptions {
+  std::string profile = "vela-48-5.1";
+  std::string device = "sim";
+  std::vector<std::string> events;
+  std::string rows;
+  std::string writes;
+  std::string status;
+  std::string results;
+  std::string trace;
+  bool reconcile = false;
+  bool json = false;
+  bool keepGoing = false;
+  bool explain = false;
+  bool verbose = false;
+};
+
+/// Prints trace messages to standard error.
+class StderrSink final : public Twinlog::Sink {
+ public:
+  void line(std::string_view handle, U8 level, std::string_view message) override {
+    std::cerr << handle << '/' << int{level} << ": " << message << '\n';
+  }
+};
+
+/// An invariant that an event broke. The tables are not to be used any more.
+class FatalException : public std::runtime_error {
+ public:
+  using runtime_error::runtime_error;
+};
+
+void throwFatal(const char* expression, const char*) {
+  throw FatalException(std::string("fatal assertion \"") + expression + "\"");
+}
+
+/// Sets the levels of "HANDLE[/LEVEL][,…]"; a handle may be named without its "VelaTable".
+void traceIs(const std::string& specification) {
+  VelaAgent::families();  // makes the handles
+  std::istringstream parts(specification);
+  for (std::string part; std::getline(parts, part, ',');) {
+    const std::size_t slash = part.find('/');
+    const std::string name = part.substr(0, slash);
+    Trace::Handle* handle = Trace::Handle::find(name);
+    if (!handle) handle = Trace::Handle::find("VelaTable" + name);
+    if (!handle) {
+      std::string known;
+      for (const Trace::Handle* each : Trace::Handle::all())
+        known += std::string(" ") + each->name();
+      throw InputException("no trace handle \"" + name + "\"; there are:" + known);
+    }
+    constexpr U8 everyStep = 8;
+    handle->twinlogLevelIs(slash == std::string::npos
+                               ? everyStep
+                               : Orb::fromText<U8>(std::string_view(part).substr(slash + 1)));
+  }
+}
+
+/// A file to write to, or nothing when no name was given.
+std::optional<std::ofstream> outputFile(const std::string& name) {
+  if (name.empty()) return std::nullopt;
+  std::ofstream file(name);
+  if (!file) throw InputException("cannot write " + name);
+  return file;
+}
+
+/// How far the events file is read, on a terminal.
+class Progress {
+ public:
+  explicit Progress(const std::string& file) : on_(isatty(STDERR_FILENO) != 0 && file != "-") {
+    std::error_code error;
+    size_ = on_ ? std::filesystem::file_size(file, error) : 0;
+    on_ = on_ && !error && size_ > minimum;
+  }
+  ~Progress() {
+    if (on_) std::cerr << "\r\033[K";
+  }
+  void advance(std::size_t bytes) {
+    done_ += bytes;
+    if (!on_ || done_ * 100 / size_ == shown_) return;
+    shown_ = done_ * 100 / size_;
+    const auto filled = static_cast<int>(shown_ * 40 / 100);
+    std::cerr << '\r' << '[' << std::string(filled, '=') << std::string(40 - filled, ' ') << "] "
+              << shown_ << " %" << std::flush;
+  }
+
+ private:
+  static constexpr std::size_t minimum = 1 << 20;  ///< Smaller files are read in no time.
+  bool on_;
+  std::size_t size_ = 0;
+  std::size_t done_ = 0;
+  std::size_t shown_ = ~std::size_t{0};
+};
+
+/// Applies all events of one input. Returns whether every line was good.
+bool applyFile(const std::string& name, VelaAgent::EventRunner& runner, bool keepGoing) {
+  std::ifstream file;
+  if (name != "-") {
+    file.open(name);
+    if (!file) throw InputException("cannot read " + name);
+  }
+  std::istream& in = name == "-" ? std::cin : file;
+  Progress progress(name);
+  bool good = true;
+  U64 number = 0;
+  for (std::string line; std::getline(in, line);) {
+    ++number;
+    progress.advance(line.size() + 1);
+    if (line.find_first_not_of(" \t\r") == std::string::npos) continue;
+    const auto report = [&](const std::exception& error) {
+      std::cout << std::flush;
+      std::cerr << (name == "-" ? "stdin" : name) << ':' << number << ": " << error.what() << '\n';
+      good = false;
+    };
+    try {
+      runner.apply(line);
+    } catch (const FatalException& error) {
+      report(error);
+      return false;
+    } catch (const std::exception& error) {
+      report(error);
+      if (!keepGoing) return false;
+    }
+  }
+  return good;
+}
+
+int run(const RunOptions& options) {
+  if (!options.trace.empty()) traceIs(options.trace);
+  const auto profile = VelaAgent::loadProfile(options.profile);
+
+  VelaDevice::SimulatedSwitch chip;
+  std::string imageFile;
+  bool restart = false;
+  if (options.device.starts_with("sim:")) {
+    imageFile = options.device.substr(4);
+    restart = std::filesystem::exists(imageFile);
+    if (restart) chip.load(imageFile);
+  } else if (options.device != "sim") {
+    throw InputException("--device is \"sim\" or \"sim:FILE\", not \"" + options.device + "\"");
+  }
+
+  auto rows = outputFile(options.rows);
+  auto writes = outputFile(options.writes);
+  auto statuses = outputFile(options.status);
+  auto results = outputFile(options.results);
+
+  const auto begin = std::chrono::steady_clock::now();
+  Agent agent(profile, chip);
+  VelaAgent::EventRunner runner(agent);
+  U64 sequence = 0;
+  if (writes) {
+    agent.recorder().listenerIs([&](const auto& write) {
+      *writes << VelaTool::writeLine(agent, ++sequence, runner.eventNumber(), write).dump() << '\n';
+    });
+  }
+  agent.make();
+  agent.start(restart ? Agent::Start::restart : Agent::Start::fresh);
+  VelaTool::RunFigures figures;
+  figures.startRowWrites = agent.recorder().rowWrites();
+
+  runner.explainIs(options.explain);
+  runner.resultListenerIs([&](const Json& line) {
+    (results ? static_cast<std::ostream&>(*results) : std::cout) << line.dump() << '\n';
+  });
+  if (!options.json) {
+    runner.storyListenerIs([&](const std::string& event, const std::string& sentence) {
+      const U64 number = runner.eventNumber();
+      if (options.verbose || number <= toldEvents) {
+        std::cout << event << "\n    " << sentence << '\n';
+      } else if (number == toldEvents + 1) {
+        std::cout << "(events from here on are told with --verbose)\n";
+      }
+    });
+  }
+
+  bool good = true;
+  for (const std::string& file : options.events) {
+    good = applyFile(file, runner, options.keepGoing) && good;
+    if (!good && !options.keepGoing) break;
+  }
+  // A desired state that was not read to its end says nothing of what is not desired.
+  if (options.reconcile && good) figures.reconciled = agent.reconcile();
+
+  figures.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
+  figures.events = runner.eventNumber();
+  figures.refused = runner.refused();
+  figures.unmet = runner.unmet();
+  if (rows) VelaTool::writeRows(*rows, agent);
+  if (statuses) VelaTool::writeStatuses(*statuses, agent);
+  if (!imageFile.empty()) chip.save(imageFile);
+  if (options.json) {
+    std::cout << VelaTool::summaryJson(agent, figures).dump() << '\n';
+  } else {
+    VelaTool::writeSummary(std::cout, agent, figures);
+  }
+  if (!good) return exitBadInput;
+  return figures.refused > 0 || figures.unmet > 0 ? exitRefused : exitGood;
+}
+
+int profiles(const std::string& name) {
+  if (!name.empty()) {
+    std::cout << VelaAgent::profileToJson(*VelaAgent::loadProfile(name)).dump(2) << '\n';
+    return exitGood;
+  }
+  for (const auto& profile : VelaSwitch::ProfileInfo::builtIns()) {
+    std::cout << profile->name() << ": " << profile->ports() << " ports, " << profile->vrfs()
+              << " VRFs, hardware interface " << profile->hwApi().major() << '.'
+              << profile->hwApi().minor() << ", register format "
+              << profile->registerFormat().major() << '.' << profile->registerFormat().minor()
+              << ", " << profile->pipelines() << " ingress pipeline"
+              << (profile->pipelines() == 1 ? "" : "s") << '\n';
+  }
+  return exitGood;
+}
+
+/// Makes the tables of a profile without starting them, and lets `print` look at them.
+int describe(const std::string& profile, const std::function<void(const Agent&)>& print) {
+  VelaDevice::SimulatedSwitch chip;
+  Agent agent(VelaAgent::loadProfile(profile), chip);
+  agent.make();
+  print(agent);
+  return exitGood;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  Orb::assertHandlerIs(throwFatal);
+  CLI::App app{"velatable: runs the table layer of a switch from an events file"};
+  app.require_subcommand(1);
+
+  RunOptions options;
+  CLI::App* runCommand = app.add_subcommand(
+      "run", "start every table of the profile, apply the events, print a summary");
+  runCommand->add_option("events", options.events,
+                         "files of events, JSON lines; - is standard input");
+  runCommand->add_option("--profile", options.profile, "built-in profile or JSON file")
+      ->capture_default_str();
+  runCommand
+      ->add_option("--device", options.device,
+                   "sim, or sim:FILE to keep the switch; an existing FILE is a restart")
+      ->capture_default_str();
+  runCommand->add_flag("--reconcile", options.reconcile,
+                       "the events are all that is desired: remove what else FILE held");
+  runCommand->add_option("--rows", options.rows, "write the rows at the end to this file");
+  runCommand->add_option("--writes", options.writes, "write every row write to this file");
+  runCommand->add_option("--status", options.status, "write the entries' status to this file");
+  runCommand->add_option("--results", options.results,
+                         "write lookups, audits and refusals to this file, not to standard output");
+  runCommand->add_option("--trace", options.trace, "HANDLE[/LEVEL][,…]: trace to standard error");
+  runCommand->add_flag("--json", options.json, "print the summary as one JSON object");
+  runCommand->add_flag("--keep-going", options.keepGoing, "report a bad event and go on");
+  runCommand->add_flag("--explain", options.explain, "list what a refused entry competes with");
+  runCommand->add_flag("-v,--verbose", options.verbose, "tell what every event did");
+
+  std::string name;
+  CLI::App* profilesCommand =
+      app.add_subcommand("profiles", "list the built-in profiles, or print one as JSON");
+  profilesCommand->add_option("name", name, "profile");
+  CLI::App* tablesCommand = app.add_subcommand("tables", "list the tables of a profile");
+  CLI::App* layoutCommand = app.add_subcommand("layout", "print the row layout of a table");
+  layoutCommand->add_option("table", name, "table")->required();
+  for (CLI::App* command : {tablesCommand, layoutCommand}) {
+    command->add_option("--profile", options.profile, "built-in profile or JSON file")
+        ->capture_default_str();
+  }
+
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& error) {
+    return app.exit(error) == 0 ? exitGood : exitBadInput;
+  }
+  if (options.events.empty()) options.events.push_back("-");
+
+  try {
+    if (*runCommand) return run(options);
+    if (*profilesCommand) return profiles(name);
+    if (*tablesCommand) {
+      return describe(options.profile,
+                      [](const Agent& agent) { VelaTool::writeTables(std::cout, agent); });
+    }
+    return describe(options.profile, [&](const Agent& agent) {
+      VelaTool::writeLayout(std::cout, agent, agent.table(name, 0));
+    });
+  } catch (const std::exception& error) {
+    std::cout << std::flush;
+    std::cerr << "velatable: " << error.what() << '\n';
+    return exitBadInput;
+  }
+}
