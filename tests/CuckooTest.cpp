@@ -1,0 +1,245 @@
+#include <algorithm>
+#include <functional>
+#include <map>
+#include <set>
+
+#include "Keel/Cuckoo.h"
+#include "Support.h"
+
+namespace {
+
+using namespace Keel::Cuckoo;
+
+class Item final : public HashItem {
+ public:
+  explicit Item(std::vector<U32> rows) : rows_(std::move(rows)) {}
+  bool isEqual(const HashItem& other) const override { return &other == this; }
+  U32 getHash(U8 way) const override { return rows_[way]; }
+  std::string toStrep() const override { return "Item"; }
+  const std::vector<U32>& rows() const { return rows_; }
+
+ private:
+  std::vector<U32> rows_;
+};
+
+/// Stands for hardware: keeps what each row holds and checks, at every write, that no placed item
+/// is missing.
+class Rows final : public RowWriter {
+ public:
+  Rows(Table& table, const std::set<Item*>& placed) : table_(table), placed_(placed) {}
+
+  bool hashItemWrite(HashItem& item, CuckooLocation location) override {
+    if (failAt_ == 0) return false;
+    --failAt_;
+    EXPECT_EQ(table_.candidate(item, location.way), location) << "not one of its rows";
+    const auto old = content_.find(location);
+    if (old != content_.end() && old->second != &item && placed_.contains(old->second)) {
+      const auto copies = std::count_if(content_.begin(), content_.end(),
+                                        [&](const auto& row) { return row.second == old->second; });
+      EXPECT_GE(copies, 2) << "the last copy of a placed item is overwritten";
+    }
+    content_[location] = static_cast<Item*>(&item);
+    ++writes;
+    return true;
+  }
+  void clear(CuckooLocation location) { content_.erase(location); }
+  void failAfter(int writesThatWork) { failAt_ = writesThatWork; }
+
+  int writes = 0;
+
+ private:
+  Table& table_;
+  const std::set<Item*>& placed_;
+  std::map<CuckooLocation, Item*> content_;
+  int failAt_ = -1;
+};
+
+/// Maximum matching by augmenting paths: whether items could have rows at all, asked of code that
+/// shares nothing with the engine.
+class Matching {
+ public:
+  bool add(Item* item) {
+    std::set<CuckooLocation> tried;
+    return augment(item, tried);
+  }
+  void remove(Item* item) {
+    std::erase_if(row_, [&](const auto& pair) { return pair.second == item; });
+  }
+
+ private:
+  bool augment(Item* item, std::set<CuckooLocation>& tried) {
+    for (U8 way = 0; way < item->rows().size(); ++way) {
+      const CuckooLocation at{way, item->rows()[way]};
+      if (!tried.insert(at).second) continue;
+      if (!row_.contains(at) || augment(row_[at], tried)) {
+        row_[at] = item;
+        return true;
+      }
+    }
+    return false;
+  }
+  std::map<CuckooLocation, Item*> row_;
+};
+
+struct Geometry {
+  U32 rows;
+  U8 ways;
+  U32 spread;  ///< Keys choose among this many rows: small values crowd them.
+};
+
+class Placement : public testing::TestWithParam<Geometry> {};
+
+/// The engine against the matching, over insertions and removals around the point of overflow.
+TEST_P(Placement, refusesExactlyWhatNoArrangementHolds) {
+  const auto [rowCount, ways, spread] = GetParam();
+  VelaTest::Random random(rowCount * 10 + ways);
+  Table table(rowCount, ways);
+  std::set<Item*> placed;
+  Rows rows(table, placed);
+  Matching model;
+  std::vector<Orb::Ptr<Item>> all;
+  int refusals = 0;
+  for (int step = 0; step < 4000; ++step) {
+    if (!placed.empty() && random() % 4 == 0) {
+      auto victim = placed.begin();
+      std::advance(victim, random() % placed.size());
+      Item* item = *victim;
+      const CuckooLocation freed = table.location(*item);
+      table.remove(*item);
+      rows.clear(freed);
+      model.remove(item);
+      placed.erase(item);
+      EXPECT_EQ(table.at(freed), nullptr);
+      continue;
+    }
+    std::vector<U32> candidates;
+    for (U8 way = 0; way < ways; ++way) candidates.push_back(random() % spread);
+    all.push_back(Orb::make<Item>(candidates));
+    Item& item = *all.back();
+    std::map<Item*, CuckooLocation> before;
+    for (Item* each : placed) before[each] = table.location(*each);
+    const int writesBefore = rows.writes;
+
+    const InsertResult result = table.insert(item, rows);
+    ASSERT_EQ(result.outcome == Outcome::placed, model.add(&item));
+    if (result.outcome == Outcome::placed) {
+      placed.insert(&item);
+      ASSERT_EQ(rows.writes - writesBefore, static_cast<int>(result.moves) + 1);
+      continue;
+    }
+    ++refusals;
+    ASSERT_EQ(result.outcome, Outcome::refused);
+    ASSERT_FALSE(item.placed());
+    ASSERT_EQ(rows.writes, writesBefore) << "a refusal writes nothing";
+    for (const auto& [each, location] : before) ASSERT_EQ(table.location(*each), location);
+    // The proof: these items and the new one have, among them all, one row too few.
+    std::set<CuckooLocation> common;
+    std::set<const HashItem*> competitors{&item};
+    for (const HashItem* each : table.competitors(item)) competitors.insert(each);
+    for (const HashItem* each : competitors) {
+      for (U8 way = 0; way < ways; ++way) common.insert(table.candidate(*each, way));
+    }
+    ASSERT_EQ(competitors.size(), common.size() + 1);
+  }
+  EXPECT_GT(refusals, 0) << "the load never reached the limit";
+  EXPECT_EQ(table.size(), placed.size());
+  for (Item* item : placed) EXPECT_EQ(table.find(*item), item);
+}
+
+INSTANTIATE_TEST_SUITE_P(Geometries, Placement,
+                         testing::Values(Geometry{8, 1, 8}, Geometry{8, 2, 8}, Geometry{64, 2, 64},
+                                         Geometry{64, 2, 9}, Geometry{32, 3, 32},
+                                         Geometry{32, 3, 5}, Geometry{32, 4, 32},
+                                         Geometry{64, 4, 7}, Geometry{512, 2, 512}),
+                         [](const auto& geometry) {
+                           return std::to_string(geometry.param.rows) + "x" +
+                                  std::to_string(geometry.param.ways) + "among" +
+                                  std::to_string(geometry.param.spread);
+                         });
+
+/// Fewest items that must leave their place for all of `items` to have one; -1 when they have none.
+int fewestChanges(const std::vector<Item*>& items, const Table& table, std::size_t next,
+                  std::set<CuckooLocation>& taken) {
+  if (next == items.size()) return 0;
+  int best = -1;
+  for (U8 way = 0; way < table.ways(); ++way) {
+    const CuckooLocation at = table.candidate(*items[next], way);
+    if (taken.contains(at)) continue;
+    taken.insert(at);
+    const int rest = fewestChanges(items, table, next + 1, taken);
+    taken.erase(at);
+    if (rest < 0) continue;
+    const bool moved = items[next]->placed() && table.location(*items[next]) != at;
+    if (best < 0 || rest + moved < best) best = rest + moved;
+  }
+  return best;
+}
+
+TEST(Cuckoo, makesTheFewestMoves) {
+  VelaTest::Random random;
+  int longest = 0;
+  for (int round = 0; round < 3000; ++round) {
+    const U8 ways = static_cast<U8>(2 + random() % 2);
+    Table table(4, ways);
+    std::set<Item*> placed;
+    Rows rows(table, placed);
+    std::vector<Orb::Ptr<Item>> all;
+    std::vector<Item*> items;
+    for (int i = 0; i < 9; ++i) {
+      std::vector<U32> candidates;
+      for (U8 way = 0; way < ways; ++way) candidates.push_back(random() % 4);
+      all.push_back(Orb::make<Item>(candidates));
+      items.push_back(all.back().get());
+      std::set<CuckooLocation> taken;
+      const int fewest = fewestChanges(items, table, 0, taken);
+      const InsertResult result = table.insert(*items.back(), rows);
+      ASSERT_EQ(result.outcome == Outcome::placed, fewest >= 0);
+      if (fewest < 0) {
+        items.pop_back();
+        continue;
+      }
+      ASSERT_EQ(static_cast<int>(result.moves), fewest);
+      longest = std::max(longest, fewest);
+      placed.insert(items.back());
+    }
+  }
+  EXPECT_GE(longest, 2) << "nothing had to move far";
+}
+
+TEST(Cuckoo, aFailedWriteLosesNothing) {
+  VelaTest::Random random;
+  int failuresAfterMoves = 0;
+  for (int round = 0; round < 2000; ++round) {
+    Table table(4, 2);
+    std::set<Item*> placed;
+    Rows rows(table, placed);
+    std::vector<Orb::Ptr<Item>> all;
+    for (int i = 0; i < 8; ++i) {
+      all.push_back(Orb::make<Item>(std::vector<U32>{random() % 4, random() % 4}));
+      rows.failAfter(static_cast<int>(random() % 3));
+      const InsertResult result = table.insert(*all.back(), rows);
+      if (result.outcome == Outcome::placed) placed.insert(all.back().get());
+      if (result.outcome == Outcome::failed) {
+        ASSERT_FALSE(all.back()->placed());
+        ASSERT_EQ(table.at(result.failedAt), nullptr);
+        if (result.moves > 0) ++failuresAfterMoves;
+      }
+      for (Item* item : placed) ASSERT_EQ(table.find(*item), item);
+      ASSERT_EQ(table.size(), placed.size());
+    }
+  }
+  EXPECT_GT(failuresAfterMoves, 0);
+}
+
+TEST(Cuckoo, adoptsOnlyWhereAnItemMayLie) {
+  Table table(8, 2);
+  const auto item = Orb::make<Item>(std::vector<U32>{3, 5});
+  const auto rival = Orb::make<Item>(std::vector<U32>{0, 5});
+  EXPECT_FALSE(table.adopt(*item, {0, 5}));
+  EXPECT_FALSE(table.adopt(*item, {2, 3}));
+  EXPECT_TRUE(table.adopt(*item, {1, 5}));
+  EXPECT_FALSE(table.adopt(*rival, {1, 5}));
+  EXPECT_EQ(table.size(), 1u);
+}
+
+}  // namespace

@@ -1,0 +1,188 @@
+#include <cstring>
+
+#include "Support.h"
+#include "VelaSwitch/Crc.h"
+#include "VelaSwitch/Parity.h"
+#include "VelaSwitch/PortMask.h"
+#include "VelaSwitchApi/RowLayout.h"
+#include "VelaSwitchTable/VelaHitBitUtil.h"
+#include "VelaSwitchTable/VelaRegPrefixUtil.h"
+
+namespace {
+
+using testing::HasSubstr;
+using testing::StartsWith;
+using VelaTest::fatalText;
+
+TEST(Crc, checkValues) {
+  const U8* key = reinterpret_cast<const U8*>("123456789");
+  using Hash = U32 (*)(const U8*, U8, U8);
+  const struct {
+    Hash hash;
+    std::vector<U32> values;
+  } checks[] = {{VelaSwitch::crc10Hash, {0x01dc, 0x01f1, 0x027c, 0x031f}},
+                {VelaSwitch::crc11Hash, {0x0783, 0x03ce}},
+                {VelaSwitch::crc12Hash, {0x09ad, 0x0fba, 0x03dc}},
+                {VelaSwitch::crc13Hash, {0x17d0, 0x00dd, 0x1d39}}};
+  for (const auto& check : checks) {
+    for (U8 way = 0; way < check.values.size(); ++way) {
+      EXPECT_EQ(check.hash(key, way, 72), check.values[way]) << int{way};
+    }
+    const U8 noWay = static_cast<U8>(check.values.size());
+    EXPECT_THAT(fatalText([&] { check.hash(key, noWay, 72); }), StartsWith("way < ways"));
+  }
+}
+
+TEST(Crc, hashesWholeBytesOfTheKey) {
+  // 59 bits take eight bytes: the ninth does not count, the eighth does.
+  U8 key[9] = {1, 2, 3, 4, 5, 6, 7, 0, 0};
+  const U32 hash = VelaSwitch::crc11Hash(key, 0, 59);
+  key[8] = 0xff;
+  EXPECT_EQ(VelaSwitch::crc11Hash(key, 0, 59), hash);
+  key[7] = 4;
+  EXPECT_NE(VelaSwitch::crc11Hash(key, 0, 59), hash);
+}
+
+TEST(Parity, isOneForAnOddNumberOfBits) {
+  EXPECT_EQ(VelaSwitch::parity32Bit(0), 0u);
+  EXPECT_EQ(VelaSwitch::parity32Bit(0x80000000), 1u);
+  EXPECT_EQ(VelaSwitch::parity32Bit(0xFFFFFFFF), 0u);
+  const U32 words[] = {1, 2, 4, 8};
+  EXPECT_EQ(VelaSwitch::parityU32Array(words, 3), 1u);
+  EXPECT_EQ(VelaSwitch::parityU32Array(words, 4), 0u);
+}
+
+TEST(PortMask, hardwareHasThePortsAndTheCpuPort) {
+  const VelaSwitch::IngressPortMask all(~U64{0});
+  EXPECT_EQ(all.hardwareBitmask(20), 0x1fffffu);
+  EXPECT_EQ(all.hardwareBitmask(48), 0x1ffffffffffffu);
+}
+
+TEST(BitStream, fieldsLandLeastSignificantBitFirst) {
+  U8 bytes[8];
+  std::memset(bytes, 0xff, sizeof bytes);
+  bitStreamSet(bytes, 0, 32, 0x12345678);
+  EXPECT_EQ(bytes[0], 0x78);
+  EXPECT_EQ(bytes[3], 0x12);
+  EXPECT_EQ(bytes[4], 0xff);
+
+  std::memset(bytes, 0, sizeof bytes);
+  bitStreamSet(bytes, 6, 5, 0x1f);
+  EXPECT_EQ(bytes[0], 0xc0);
+  EXPECT_EQ(bytes[1], 0x07);
+
+  U32 words[4] = {0xC0000000, 0x00000002, 0xFFFFFFFF, 0};
+  EXPECT_EQ(bitStreamGet(words, 30, 33), 0xbu);
+  EXPECT_EQ(bitStreamGet(words, 64, 95), 0xFFFFFFFFu);
+  EXPECT_EQ(bitStreamGet(words, 16, 70), 0x7f00000002c000u);
+}
+
+TEST(BitStream, limitsAreFatal) {
+  U8 bytes[16]{};
+  U32 words[4]{};
+  EXPECT_THAT(fatalText([&] { bitStreamSet(bytes, 0, 64, 1); }), StartsWith("len < 64"));
+  EXPECT_EQ(bytes[0], 0) << "no partial write";
+  EXPECT_EQ(fatalText([&] { bitStreamGet(words, 16, 70); }), "");
+  const std::string text = fatalText([&] { bitStreamGet(words, 0, 96); });
+  EXPECT_THAT(text, StartsWith("0 in "));
+  EXPECT_THAT(text, HasSubstr("bitStreamGet"));
+}
+
+/// Both primitives against one bit at a time.
+TEST(BitStream, agreesWithSingleBits) {
+  VelaTest::Random random;
+  for (int round = 0; round < 20000; ++round) {
+    U32 words[4];
+    for (U32& word : words) word = random();
+    bool bits[128];
+    for (U32 i = 0; i < 128; ++i) bits[i] = (words[i / 32] >> (i % 32) & 1) != 0;
+    const U8 len = static_cast<U8>(1 + random() % 63);
+    const U16 start = static_cast<U16>(random() % (128u - len));
+    const U64 value = U64{random()} << 32 | random();
+    bitStreamSet(reinterpret_cast<U8*>(words), start, len, value);
+    for (U32 i = 0; i < len; ++i) bits[start + i] = (value >> i & 1) != 0;
+    for (U32 i = 0; i < 128; ++i) {
+      ASSERT_EQ((words[i / 32] >> (i % 32) & 1) != 0, bits[i]) << start << '+' << int{len};
+    }
+    if ((start + len - 1) / 32 - start / 32 <= 2) {
+      ASSERT_EQ(bitStreamGet(words, start, start + len - 1u), value & ((U64{1} << len) - 1));
+    }
+  }
+}
+
+TEST(RowLayout, overlapAndOverrunAreFound) {
+  using VelaSwitchApi::RowField;
+  using VelaSwitchApi::wellFormed;
+  static_assert(wellFormed(std::array{RowField{"a", 0, 8}, RowField{"b", 8, 24}}, 1));
+  static_assert(!wellFormed(std::array{RowField{"a", 0, 8}, RowField{"b", 7, 1}}, 1));
+  static_assert(!wellFormed(std::array{RowField{"a", 1, 32}}, 1));
+  EXPECT_THAT(fatalText([] {
+                VelaSwitchApi::RowLayout({{"a", 0, 33}}, 1);
+              }),
+              StartsWith("wellFormed"));
+}
+
+TEST(RowLayout, tracesEachFieldAtLevelNine) {
+  struct Sink final : Twinlog::Sink {
+    std::vector<std::string> lines;
+    void line(std::string_view, U8, std::string_view message) override {
+      lines.emplace_back(message);
+    }
+  } sink;
+  static Trace::Handle handle("LayoutTest");
+  const VelaSwitchApi::RowLayout layout({{"a", 4, 12}}, 1);
+  U8 image[4]{};
+  Twinlog::sinkIs(&sink);
+  handle.twinlogLevelIs(9);
+  VelaSwitchApi::RowWriter(layout, image, handle, "setHwBuffer").set(0, 0x1abc);
+  handle.twinlogLevelIs(-1);
+  Twinlog::sinkIs(nullptr);
+  EXPECT_THAT(sink.lines, testing::ElementsAre("setHwBuffer 4:15 = 0xabc"));
+}
+
+TEST(RegPrefix, takesTheInstance) {
+  EXPECT_EQ(VelaSwitchTable::regPrefix("ingress/processor_acl[%d]/", 3),
+            "ingress/processor_acl[3]/");
+  EXPECT_EQ(VelaSwitchTable::regPrefix("cpu_pipeline[0]/vlan/", 3), "cpu_pipeline[0]/vlan/");
+}
+
+TEST(Profile, portRangesFollowThePipes) {
+  const auto profile = VelaSwitch::ProfileInfo::builtIn("vela-48-5.1");
+  const auto vlan = VelaSwitchTable::portRangeOfVlanTable(profile.get(), 0);
+  EXPECT_EQ(vlan.first, 0u);
+  EXPECT_EQ(vlan.last, 47u);
+  const auto layer2 = VelaSwitchTable::portRangeOfL2Table(profile.get(), 1);
+  EXPECT_EQ(layer2.first, 24u);
+  EXPECT_EQ(layer2.last, 47u);
+  EXPECT_EQ(profile->numTables(VelaSwitch::TableKind::vlan), 1u);
+  EXPECT_EQ(profile->numTables(VelaSwitch::TableKind::layer2), 2u);
+  EXPECT_EQ(profile->portToIngressPipeId(23), 0u);
+  EXPECT_EQ(profile->portToIngressPipeId(24), 1u);
+
+  VelaSwitch::ProfileFields fields = profile->fields();
+  fields.ports = 49u;
+  fields.ingressPipes = std::vector{VelaSwitch::IngressPipeRange{0u, 0u, 48u}};
+  const VelaSwitch::ProfileInfo wide(fields);
+  EXPECT_THAT(fatalText([&] { VelaSwitchTable::portRangeOfVlanTable(&wide, 0); }),
+              StartsWith("ppp <= 48"));
+  fields.ingressPipes = std::vector<VelaSwitch::IngressPipeRange>{};
+  const VelaSwitch::ProfileInfo none(fields);
+  EXPECT_THAT(fatalText([&] { VelaSwitchTable::portRangeOfVlanTable(&none, 0); }),
+              StartsWith("profileInfo->ingressPipeRangeInfos()"));
+}
+
+TEST(HitBits, mappingNamesTriggerDataAndBits) {
+  const auto wrapper = VelaSwitchTable::getHitBitMapping("pipeline[0]/processor/", 16, 64, 3);
+  const auto& paths = wrapper->addresses().addresses();
+  EXPECT_EQ(paths.at(0), "pipeline[0]/processor/hash_ctl");
+  EXPECT_EQ(paths.at(1), "pipeline[0]/processor/hash_data0");
+  EXPECT_EQ(paths.at(2), "pipeline[0]/processor/hash_data1");
+  EXPECT_EQ(wrapper->info().registration(), 3 + 0x24);
+  EXPECT_THAT(wrapper->info().bitRegistrations(),
+              testing::ElementsAre(VelaSwitchApi::HitBitRecord{0, 31, 2, 1},
+                                   VelaSwitchApi::HitBitRecord{0, 31, 2, 2}));
+  EXPECT_TRUE(
+      VelaSwitchTable::getHitBitMapping("p/", 16, 64, 0)->info().bitRegistrations().empty());
+}
+
+}  // namespace

@@ -1,0 +1,227 @@
+#include <unordered_map>
+
+#include "Orb/Collection.h"
+#include "Orb/Ptr.h"
+#include "Support.h"
+#include "Trace/Trace.h"
+#include "VelaSwitch/Keys.h"
+#include "VelaSwitchTable/VelaTableAclHashes.h"
+
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::StartsWith;
+using VelaTest::errorText;
+using VelaTest::fatalText;
+
+class Counted : public Orb::PtrInterface {
+ public:
+  explicit Counted(int& alive) : alive_(alive) { ++alive_; }
+  ~Counted() override { --alive_; }
+
+ private:
+  int& alive_;
+};
+
+TEST(Ptr, lastHandleDeletesWhateverTheFlags) {
+  for (const bool threadSafe : {false, true}) {
+    Orb::threadSafePointersIs(threadSafe);
+    int alive = 0;
+    Orb::Ptr<Counted> first = Orb::make<Counted>(alive);
+    first->hasNotificationActiveIs(true);
+    Orb::PtrConst<Orb::PtrInterface> second = first;
+    EXPECT_EQ(first->references(), 2u);
+    first = nullptr;
+    EXPECT_EQ(alive, 1);
+    EXPECT_TRUE(second->hasNotificationActive());
+    second = nullptr;
+    EXPECT_EQ(alive, 0);
+  }
+  Orb::threadSafePointersIs(false);
+}
+
+TEST(Type, familiesRegisterUnderTheirFullNames) {
+  const auto table = VelaSwitchTable::aclHashTableFactory("acl", 0, 0);
+  EXPECT_EQ(table->fwkType().name(), "VelaSwitchTable::AclHashTable");
+  EXPECT_EQ(table->fwkType().sourceUnit(), "VelaTableAclHash");
+  EXPECT_EQ(Orb::Type::find("VelaSwitchTable::AclHashTable"), &table->fwkType());
+}
+
+TEST(Range, refusesWithItsOwnText) {
+  EXPECT_EQ(errorText([] { Bridging::VlanId(0); }),
+            "Bridging::VlanId::value < 1 or > 4094 not allowed");
+  EXPECT_EQ(errorText([] { Bridging::VlanId(4095); }),
+            "Bridging::VlanId::value < 1 or > 4094 not allowed");
+  EXPECT_EQ(errorText([] { Bridging::VlanIdOrNone(4095); }),
+            "Bridging::VlanIdOrNone::value > 4094 not allowed");
+  EXPECT_EQ(errorText([] { VelaSwitch::HwAclPriority(256); }),
+            "VelaSwitch::HwAclPriority::value < VelaSwitch::HwAclPriority::invalid or > "
+            "VelaSwitch::HwAclPriority::max not allowed");
+  EXPECT_EQ(errorText([] { VelaSwitch::HwCounterIndex(4096); }),
+            "VelaSwitch::HwCounterIndex::value < VelaSwitch::HwCounterIndex::invalid or > "
+            "VelaSwitch::HwCounterIndex::max not allowed");
+  EXPECT_EQ(errorText([] { VelaSwitch::ChipPortId(50); }),
+            "VelaSwitch::ChipPortId::value < VelaSwitch::ChipPortId::min or > "
+            "VelaSwitch::ChipPortId::null not allowed");
+  EXPECT_EQ(errorText([] { VelaSwitch::L3LagIndex(64); }),
+            "VelaSwitch::L3LagIndex::value < VelaSwitch::L3LagIndex::min or > "
+            "VelaSwitch::L3LagIndex::mcastSnat not allowed");
+  EXPECT_EQ(Bridging::VlanId().value(), 1);
+  EXPECT_EQ(VelaSwitch::ChipPortId().value(), 49);
+  EXPECT_EQ(Bridging::VlanId(4094).value(), 4094);
+}
+
+VelaSwitchTable::AclHashEntryStatus exampleStatus() {
+  VelaSwitchTable::AclHashEntryStatus status;
+  status.key.value.type = 11;
+  status.key.value.srcIp = Ipnet::IpAddr(0x0a000001);
+  status.status = VelaSwitchApi::EntryProgrammedStatus::tableFull;
+  status.lastHit = Orb::Seconds(2.5);
+  return status;
+}
+
+TEST(Value, textFormReadsBack) {
+  const auto status = exampleStatus();
+  const std::string text = Orb::text(status);
+  EXPECT_EQ(text,
+            "Value('VelaSwitchTable::AclHashEntryStatus', ** {'key': "
+            "Value('VelaSwitch::AclHashKey', ** {'aclId': 0, 'type': 11, 'srcIp': 10.0.0.1, "
+            "'dstIp': 0.0.0.0, 'qualifier': 0, 'l4Port': 0, 'natId': 0, 'natDirection': 0}), "
+            "'status': tableFull, 'lastHit': 2.5})");
+  EXPECT_EQ(Orb::fromText<VelaSwitchTable::AclHashEntryStatus>(text), status);
+}
+
+TEST(Value, badTextIsRefusedWithTheAttributesName) {
+  std::string text = Orb::text(exampleStatus());
+  EXPECT_THROW(Orb::fromText<VelaSwitchTable::AclHashEntryStatus>(text + "x"), Orb::TextException);
+  text.replace(text.find("'aclId': 0"), 10, "'aclId': 17");
+  EXPECT_EQ(errorText([&] { Orb::fromText<VelaSwitchTable::AclHashEntryStatus>(text); }),
+            "key: aclId: VelaSwitch::HwAclId::value < VelaSwitch::HwAclId::min or > "
+            "VelaSwitch::HwAclId::invalid not allowed");
+  for (const char* address : {"1.2.3", "1.2.3.256", "1.2.3.4.5", "01.2.3.0004", "a.b.c.d", ""}) {
+    EXPECT_THROW(Orb::fromText<Ipnet::IpAddr>(address), Orb::TextException) << address;
+  }
+  EXPECT_THROW(Orb::fromText<Ipnet::IpPrefix>("10.0.0.0/33"), Orb::TextException);
+  EXPECT_THROW(Orb::fromText<Ipnet::IpPrefix>("10.0.0.1/24"), Orb::TextException);
+  EXPECT_EQ(Orb::text(Orb::fromText<Ipnet::IpPrefix>("10.1.0.0/16")), "10.1.0.0/16");
+}
+
+TEST(Value, ordersAndHashesByEveryField) {
+  const auto status = exampleStatus();
+  auto later = status;
+  later.lastHit = Orb::Seconds(3);
+  EXPECT_LT(status, later);
+  auto otherKey = status;
+  otherKey.key.value.natDirection = 1;
+  EXPECT_LT(status, otherKey);
+  EXPECT_NE(Orb::hashOf(status.key()), Orb::hashOf(otherKey.key()));
+}
+
+/// The map against the standard library's, over operations that make long runs and many holes.
+TEST(Map, behavesLikeAnUnorderedMap) {
+  VelaTest::Random random;
+  Orb::Map<U32, U32> map;
+  std::unordered_map<U32, U32> model;
+  for (U32 step = 0; step < 200000; ++step) {
+    const U32 key = random() % 3000;
+    if (random() % 2 == 0) {
+      const auto [value, inserted] = map.insert(key);
+      EXPECT_EQ(inserted, !model.contains(key));
+      *value = step;
+      model[key] = step;
+    } else {
+      EXPECT_EQ(map.erase(key), model.erase(key) == 1);
+    }
+    const U32 probe = random() % 3000;
+    const auto expected = model.find(probe);
+    const U32* found = map.find(probe);
+    ASSERT_EQ(found != nullptr, expected != model.end());
+    if (found) {
+      ASSERT_EQ(*found, expected->second);
+    }
+  }
+  EXPECT_EQ(map.size(), model.size());
+  std::size_t visited = 0;
+  map.forEach([&](U32 key, U32 value) {
+    ++visited;
+    EXPECT_EQ(model.at(key), value);
+  });
+  EXPECT_EQ(visited, model.size());
+}
+
+TEST(Collection, tellsObserversOfEachChangedKeyOnce) {
+  struct Watcher final : Orb::KeyObserver<U32> {
+    std::vector<U32> heard;
+    void handleKey(const U32& key) override { heard.push_back(key); }
+  } watcher;
+  Orb::Collection<U32, U32> collection;
+  collection.observerIs(&watcher);
+  EXPECT_TRUE(collection.is(7, 1));
+  EXPECT_FALSE(collection.is(7, 1));
+  EXPECT_TRUE(collection.is(7, 2));
+  EXPECT_FALSE(collection.del(8));
+  collection.is(3, 1);
+  collection.delAll();
+  EXPECT_THAT(watcher.heard, ElementsAre(7, 7, 3, 3, 7));
+  EXPECT_EQ(collection.size(), 0u);
+  collection.observerDel(&watcher);
+  collection.is(1, 1);
+  EXPECT_EQ(watcher.heard.size(), 5u);
+}
+
+class TraceTest : public testing::Test, protected Twinlog::Sink {
+ protected:
+  TraceTest() {
+    Twinlog::sinkIs(this);
+    Spoor::recordsDelAll();
+  }
+  ~TraceTest() override { Twinlog::sinkIs(nullptr); }
+  void line(std::string_view handle, U8 level, std::string_view message) override {
+    lines.push_back(Orb::text(handle, "/", level, " ", message));
+  }
+  std::vector<std::string> lines;
+};
+
+/// Counts how often it is turned into text.
+struct Formatted {
+  int* times;
+};
+void appendText(Orb::TextSink& sink, const Formatted& formatted) {
+  ++*formatted.times;
+  sink.append("formatted");
+}
+
+TEST_F(TraceTest, formatsOnlyForThoseWhoListen) {
+  static Trace::Handle handle("TraceTest");
+  int times = 0;
+  handle(0, Formatted{&times});
+  EXPECT_EQ(times, 0);
+  handle.twinlogLevelIs(5);
+  handle(6, Formatted{&times});
+  handle(5, "level ", 5, " ", Formatted{&times});
+  EXPECT_EQ(times, 1);
+  handle.twinlogLevelIs(-1);
+  EXPECT_THAT(lines, ElementsAre("TraceTest/5 level 5 formatted"));
+}
+
+TEST_F(TraceTest, spoorKeepsTheLatestMessages) {
+  static Trace::Handle handle("SpoorTest");
+  handle.spoorLevelIs(9);
+  for (U32 i = 0; i < Spoor::ringSize + 10; ++i) handle(9, "message ", i);
+  handle(9, std::string(500, 'x'));
+  handle.spoorLevelIs(-1);
+  const auto records = Spoor::records();
+  ASSERT_EQ(records.size(), Spoor::ringSize);
+  EXPECT_EQ(std::string(records.front().text, records.front().length), "message 11");
+  EXPECT_EQ(records.back().length, sizeof records.back().text);
+  EXPECT_TRUE(lines.empty());
+}
+
+TEST(Assert, handlerGetsExpressionAndFunction) {
+  const std::string text = fatalText([] { ORB_ASSERT(1 + 1 == 3); });
+  EXPECT_THAT(text, StartsWith("1 + 1 == 3 in "));
+  EXPECT_DEATH(Orb::assertFailed("a == b", "void f()"), "assertion \"a == b\" failed in \"void f");
+}
+
+}  // namespace

@@ -1,0 +1,103 @@
+#pragma once
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <random>
+#include <stdexcept>
+#include <string>
+
+#include "Orb/Assert.h"
+#include "VelaSwitchApi/SwTable.h"
+#include "device/DataPath.h"
+
+namespace VelaTest {
+
+/// A fatal assertion, while a FatalGuard is alive.
+class Fatal : public std::runtime_error {
+ public:
+  using runtime_error::runtime_error;
+};
+
+/// Turns fatal assertions into exceptions.
+class FatalGuard {
+ public:
+  FatalGuard()
+      : previous_(Orb::assertHandlerIs([](const char* expression, const char* function) {
+          throw Fatal(std::string(expression) + " in " + function);
+        })) {}
+  ~FatalGuard() { Orb::assertHandlerIs(previous_); }
+
+ private:
+  Orb::AssertHandler previous_;
+};
+
+/// The text of the fatal assertion that `action` meets; empty when it meets none.
+template <class Action>
+std::string fatalText(const Action& action) {
+  FatalGuard guard;
+  try {
+    action();
+  } catch (const Fatal& fatal) {
+    return fatal.what();
+  }
+  return "";
+}
+
+/// The text of the exception that `action` throws; empty when it throws none.
+template <class Action>
+std::string errorText(const Action& action) {
+  try {
+    action();
+  } catch (const std::exception& error) {
+    return error.what();
+  }
+  return "";
+}
+
+/// A random source that the test's --gtest_random_seed decides.
+class Random {
+ public:
+  explicit Random(U32 salt = 0)
+      : engine_(static_cast<U32>(testing::UnitTest::GetInstance()->random_seed()) + salt) {}
+  U32 operator()() { return static_cast<U32>(engine_()); }
+
+ private:
+  std::mt19937 engine_;
+};
+
+/// A switch of a built-in profile.
+struct Chip {
+  explicit Chip(const char* profileName = "vela-48-5.1")
+      : profile(VelaSwitch::ProfileInfo::builtIn(profileName)), path(chip, *profile) {}
+
+  VelaDevice::SimulatedSwitch chip;
+  Orb::PtrConst<VelaSwitch::ProfileInfo> profile;
+  VelaDevice::DataPath path;
+  Orb::Ptr<VelaSwitchApi::SwTableTypes> types =
+      Orb::make<VelaSwitchApi::SwTableTypes>(profile, chip);
+
+  enum class Start { fresh, restart };
+  /// Takes a table through its start.
+  void start(VelaSwitchApi::SwTable& table, Start how = Start::fresh) {
+    create(table);
+    if (how == Start::restart) table.syncEntries();
+    table.initHwEntries(how == Start::fresh);
+    table.initializedIs(true);
+    table.doInitComplete();
+  }
+  /// Declares the table's hardware, no more.
+  void create(VelaSwitchApi::SwTable& table) {
+    table.doSetProfileConvertor(types);
+    table.doCreateHwTable();
+  }
+
+  /// The words of a row as the registers got them; empty when it was never written.
+  std::vector<U32> row(const char* family, U32 instance, U32 id, U32 index) {
+    const auto* table = chip.find(family, instance, id);
+    const U32* words = table ? table->row(index) : nullptr;
+    return words ? std::vector<U32>(words, words + table->rowWords) : std::vector<U32>{};
+  }
+};
+
+}  // namespace VelaTest
