@@ -221,7 +221,8 @@ const VlanTablePortRange* VlanMembershipConvertorLayer2All::portRangeOfTable(U32
 U8 VlanMembershipConvertorLayer2All::numPortsOfTable(U32 tableId) const {
   const VlanTablePortRange* range = portRangeOfTable(tableId);
   const U32 ports = range ? range->max() + 1 - range->min() : 1;
-  ORB_ASSERT(ports <= std::numeric_limits<U8>::max());
+  ORB_ASSERT_TEXT(ports <= std::numeric_limits<U8>::max(),
+                  "ports <= std::numeric_limits< U8 >::max()");
   return static_cast<U8>(ports);
 }
 

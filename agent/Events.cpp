@@ -121,7 +121,7 @@ void EventRunner::set(const Json& event) {
   const U64 movesBefore = table.moves();
   const U64 writesBefore = agent_.recorder().rowWrites();
   const EntryProgrammedStatus status =
-      table.set(key, result == event.end() ? Json::object() : *result);
+      table.set(key, result == event.end() ? Json(nullptr) : *result);
   if (status != EntryProgrammedStatus::programmed) {
     refuse(event, table, status);
     return;

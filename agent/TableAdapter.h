@@ -42,7 +42,8 @@ class TableAdapter {
     return *table().profileConvertorPtr();
   }
 
-  /// Announces an entry. One that is unchanged but not programmed is tried again.
+  /// Announces an entry; a null result is the default one. An entry that is unchanged but not
+  /// programmed is tried again.
   virtual EntryProgrammedStatus set(const Json& key, const Json& result) = 0;
   virtual void del(const Json& key) = 0;
   /// What the data path finds: the hit's fields, or null.
@@ -94,7 +95,7 @@ class EntryAdapter : public TableAdapter {
 
   EntryProgrammedStatus set(const Json& key, const Json& result) override {
     const Key k = fromJson<Key>(key);
-    const Result r = fromJson<Result>(result);
+    const Result r = result.is_null() ? Result{} : fromJson<Result>(result);
     const bool changed = table_->entryIs(k, r);
     if (!changed && status(k) != EntryProgrammedStatus::programmed) table_->handleEntry(k);
     return status(k);

@@ -158,10 +158,14 @@ void appendText(TextSink& sink, const V& value) {
   }
 }
 
+/// A value type that holds a collection says in V::noTextReason why it cannot be read from text.
+template <Value V>
+requires requires { V::noTextReason; }
+void parseText(TextCursor&, V&) { throw TextException(V::noTextReason); }
+
 /// Reads the text form. A value out of range is reported with the name of its field in front.
 template <Value V>
 void parseText(TextCursor& cursor, V& value) {
-  if constexpr (requires { V::noTextReason; }) throw TextException(V::noTextReason);
   const auto parseField = [&](auto& field) {
     try {
       parseText(cursor, field.value);

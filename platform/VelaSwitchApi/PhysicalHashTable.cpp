@@ -54,7 +54,10 @@ void PhysicalHashTable::swTableDel(HashBaseTable* table) {
     if (entry && &entry->table() == table) engine_.remove(*entry);
   }
   std::erase_if(waiting_, owned);
-  for (StaleRow& row : staleRows_) std::erase_if(row.entries, owned);
+  for (StaleRow& row : staleRows_) {
+    std::erase_if(row.holds, owned);
+    std::erase_if(row.waits, owned);
+  }
   std::erase_if(helpers_, [&](const auto& helper) { return helper->swTable() == table; });
 }
 
@@ -124,8 +127,9 @@ bool PhysicalHashTable::writeEmpty(Location location) {
 
 void PhysicalHashTable::place(HashBaseCuckooEntry& entry) {
   clearStaleRows();
-  if (staleRowOf(entry)) {
+  if (StaleRow* stale = staleRowOf(entry)) {
     entry.status_ = Status::hardwareError;
+    addOnce(stale->waits, &entry);
   } else if (entry.placed()) {
     const bool written = hashItemWrite(entry, engine_.location(entry));
     entry.status_ = written ? Status::programmed : Status::hardwareError;
@@ -160,10 +164,14 @@ void PhysicalHashTable::placeNew(HashBaseCuckooEntry& entry) {
     case Keel::Cuckoo::Outcome::refused:
       entry.status_ = Status::tableFull;
       break;
-    case Keel::Cuckoo::Outcome::failed:
+    case Keel::Cuckoo::Outcome::failed: {
       entry.status_ = Status::hardwareError;
-      staleRowIs(result.failedAt, {&entryOf(*result.failedItem), lastWritten_});
+      StaleRow& stale = staleRowIs(result.failedAt);
+      addOnce(stale.holds, &entryOf(*result.failedItem));
+      addOnce(stale.holds, lastWritten_);
+      addOnce(stale.waits, &entry);
       break;
+    }
   }
 }
 
@@ -182,7 +190,7 @@ bool PhysicalHashTable::remove(HashBaseCuckooEntry& entry) {
       engine_.remove(entry);
       if (!writeEmpty(location)) {
         entry.status_ = Status::hardwareError;
-        staleRowIs(location, {&entry});
+        addOnce(staleRowIs(location).holds, &entry);
       }
     }
   }
@@ -205,13 +213,17 @@ Orb::Ptr<HashBaseCuckooEntry> PhysicalHashTable::nextWaiting(const HashBaseCucko
   return entry;
 }
 
-void PhysicalHashTable::staleRowIs(Location location,
-                                   std::initializer_list<HashBaseCuckooEntry*> entries) {
-  auto row = std::find_if(staleRows_.begin(), staleRows_.end(),
-                          [&](const StaleRow& stale) { return stale.location == location; });
-  if (row == staleRows_.end()) row = staleRows_.insert(row, StaleRow{location, {}});
-  for (HashBaseCuckooEntry* entry : entries) {
-    if (entry) row->entries.push_back(entry);
+PhysicalHashTable::StaleRow& PhysicalHashTable::staleRowIs(Location location) {
+  for (StaleRow& row : staleRows_) {
+    if (row.location == location) return row;
+  }
+  return staleRows_.emplace_back(StaleRow{location, {}, {}});
+}
+
+void PhysicalHashTable::addOnce(Entries& entries, HashBaseCuckooEntry* entry) {
+  const Orb::Ptr<HashBaseCuckooEntry> added(entry);
+  if (added && std::find(entries.begin(), entries.end(), added) == entries.end()) {
+    entries.push_back(added);
   }
 }
 
@@ -225,18 +237,20 @@ void PhysicalHashTable::staleRowDel(Location location) {
 
 /// The row is stale no more: what it stood in the way of can go on.
 void PhysicalHashTable::revisitAll(const StaleRow& row) {
-  for (const auto& entry : row.entries) {
-    if (entry->status_ != Status::programmed) revisitIs(entry.get());
+  for (const Entries* entries : {&row.holds, &row.waits}) {
+    for (const auto& entry : *entries) {
+      if (entry->status_ != Status::programmed) revisitIs(entry.get());
+    }
   }
 }
 
-bool PhysicalHashTable::staleRowOf(const HashBaseCuckooEntry& entry) const {
-  for (const StaleRow& row : staleRows_) {
-    for (const auto& stale : row.entries) {
-      if (stale->isEqual(entry)) return true;
+PhysicalHashTable::StaleRow* PhysicalHashTable::staleRowOf(const HashBaseCuckooEntry& entry) {
+  for (StaleRow& row : staleRows_) {
+    for (const auto& held : row.holds) {
+      if (held->isEqual(entry)) return &row;
     }
   }
-  return false;
+  return nullptr;
 }
 
 void PhysicalHashTable::clearStaleRows() {
@@ -286,7 +300,7 @@ void PhysicalHashTable::initRows(HwIndex start, bool overwrite) {
       const bool written = hashItemWrite(*entry, location(index));
       entry->status_ = written ? Status::programmed : Status::hardwareError;
     } else if (!writeEmpty(location(index))) {
-      staleRowIs(location(index), {});
+      staleRowIs(location(index));
     }
   }
 }

@@ -168,10 +168,13 @@ class VELA_EXPORT PhysicalHashTable : public Orb::PtrInterface, private Keel::Cu
   void settle();
 
  private:
-  /// A row that no entry lies in, and what it may still hold.
+  using Entries = std::vector<Orb::Ptr<HashBaseCuckooEntry>>;
+
+  /// A row that no entry lies in although hardware may hold one there.
   struct StaleRow {
     Location location;
-    std::vector<Orb::Ptr<HashBaseCuckooEntry>> entries;
+    Entries holds;  ///< What it may still hold.
+    Entries waits;  ///< What could not be programmed because of it.
   };
 
   bool hashItemWrite(Keel::Cuckoo::HashItem& item, Location location) override;
@@ -183,12 +186,13 @@ class VELA_EXPORT PhysicalHashTable : public Orb::PtrInterface, private Keel::Cu
   bool waits(const HashBaseCuckooEntry& entry) const;
   Orb::Ptr<HashBaseCuckooEntry> nextWaiting(const HashBaseCuckooEntry& gone);
   void clearStaleRows();
-  void staleRowIs(Location location, std::initializer_list<HashBaseCuckooEntry*> entries);
+  StaleRow& staleRowIs(Location location);
   void staleRowDel(Location location);
   void revisitAll(const StaleRow& row);
-  bool staleRowOf(const HashBaseCuckooEntry& entry) const;
+  StaleRow* staleRowOf(const HashBaseCuckooEntry& entry);
   void adopt(HwIndex index);
   void revisitIs(HashBaseCuckooEntry* entry) { revisit_.push_back(entry); }
+  static void addOnce(Entries& entries, HashBaseCuckooEntry* entry);
   void revisit();
 
   PhysicalHashProperties::Fields properties_;
@@ -198,9 +202,9 @@ class VELA_EXPORT PhysicalHashTable : public Orb::PtrInterface, private Keel::Cu
 
   std::vector<StaleRow> staleRows_;
   /// Entries whose hardware key another entry holds, in order of arrival.
-  std::vector<Orb::Ptr<HashBaseCuckooEntry>> waiting_;
+  Entries waiting_;
   /// Entries whose tables are to handle them again once the operation under way is done.
-  std::vector<Orb::Ptr<HashBaseCuckooEntry>> revisit_;
+  Entries revisit_;
   bool revisiting_ = false;
   /// The entry that the operation under way wrote last: when the next write fails, its old row may
   /// still hold it.

@@ -148,6 +148,8 @@ bool applyFile(const std::string& name, VelaAgent::EventRunner& runner, bool kee
 }
 
 int run(const RunOptions& options) {
+  StderrSink traceSink;
+  Twinlog::sinkIs(&traceSink);
   if (!options.trace.empty()) traceIs(options.trace);
   const auto profile = VelaAgent::loadProfile(options.profile);
 

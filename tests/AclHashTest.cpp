@@ -1,0 +1,221 @@
+#include "Support.h"
+#include "VelaSwitchTable/VelaTableAclHashes.h"
+
+namespace {
+
+using namespace VelaSwitchTable;
+using testing::ElementsAreArray;
+using testing::StartsWith;
+using VelaSwitch::AclHashKey;
+using VelaSwitch::AclHashResult;
+using VelaSwitchApi::EntryProgrammedStatus;
+using VelaTest::fatalText;
+
+Ipnet::IpAddr ip(const char* text) { return Orb::fromText<Ipnet::IpAddr>(text); }
+
+AclHashKey aclKey(U32 aclId, U8 type, const char* source, const char* destination, U8 qualifier,
+                  U16 port, U32 natId = 0, U8 natDirection = 0) {
+  return {.aclId = aclId,
+          .type = type,
+          .srcIp = ip(source),
+          .dstIp = ip(destination),
+          .qualifier = qualifier,
+          .l4Port = port,
+          .natId = natId,
+          .natDirection = natDirection};
+}
+
+AclHashKey randomKey(VelaTest::Random& random) {
+  return {.aclId = random() % 16,
+          .type = static_cast<U8>(random() % 19),
+          .srcIp = Ipnet::IpAddr(random()),
+          .dstIp = Ipnet::IpAddr(random()),
+          .qualifier = static_cast<U8>(random() % 16),
+          .l4Port = static_cast<U16>(random()),
+          .natId = random() % 8,
+          .natDirection = static_cast<U8>(random() % 2)};
+}
+
+struct AclCase {
+  AclHashKey key;
+  AclHashResult result;
+  U32 row;
+  std::vector<U32> words;  ///< Five data words and the control word.
+};
+
+/// All four key layouts at both borders of their type codes, wildcards, the qualifier that types 3,
+/// 7 and 11 ignore, and the extremes of the result.
+const AclCase aclCases[] = {
+    {aclKey(5, 6, "1.2.3.4", "10.1.2.3", 9, 443),
+     {200, 4095},
+     1983,
+     {0x008101e5, 0x000ddc85, 0x10000000, 0x0003fff9, 0, 0x87bf}},
+    {aclKey(5, 3, "1.2.3.4", "0.0.0.0", 9, 0),
+     {1, 1},
+     1851,
+     {0xffffffb5, 0x07ffffff, 0x30000000, 0x00020020, 0, 0x873b}},
+    {aclKey(15, 7, "192.168.0.1", "10.1.2.3", 2, 80),
+     {255, 0x801},
+     371,
+     {0x2a00004f, 0x000143f0, 0xf4000000, 0x0001003f, 0, 0x8173}},
+    {aclKey(1, 10, "0.0.0.0", "10.1.2.3", 2, 0),
+     {0, 0},
+     1608,
+     {0xfffffff1, 0x03fffcbf, 0x14000000, 0x00000000, 0, 0x8648}},
+    {aclKey(1, 11, "192.168.0.1", "10.1.2.3", 2, 80),
+     {7, 99},
+     15,
+     {0x804080c1, 0x2a000042, 0xf80143f0, 0x00000c60, 0, 0x800f}},
+    {aclKey(1, 14, "192.168.0.1", "10.1.2.3", 2, 80),
+     {7, 99},
+     379,
+     {0x804080f1, 0x2a000042, 0xf80140b0, 0x00020c60, 0, 0x817b}},
+    {aclKey(1, 15, "192.168.0.1", "10.1.2.3", 2, 80, 5, 1),
+     {128, 2048},
+     419,
+     {0x2a00004b, 0x804080f0, 0x1c000002, 0x00010010, 0, 0x81a3}},
+    {aclKey(1, 18, "0.0.0.0", "0.0.0.0", 2, 80, 7, 0),
+     {128, 2048},
+     434,
+     {0xfffffffe, 0xffffffff, 0x1c00003f, 0x00010010, 0, 0x81b2}},
+};
+
+TEST(AclHash, rowsAreBitExact) {
+  for (const char* profile : {"vela-48-5.1", "vela-48-4.1"}) {
+    for (const AclCase& expected : aclCases) {
+      VelaTest::Chip chip(profile);
+      const auto table = aclHashTableFactory("acl", 1, 1);
+      chip.start(*table);
+      table->entryIs(expected.key, expected.result);
+      std::vector<U32> words = expected.words;
+      const bool wide = chip.profile->fields().aclWideRows();
+      if (!wide) words.erase(words.begin() + 4);
+      EXPECT_THAT(chip.row("AclHash", 1, 0, expected.row), ElementsAreArray(words))
+          << Orb::text(expected.key);
+      EXPECT_EQ(chip.chip.registerValue("ingress/processor_acl[1]/hash_ctl"), words.back());
+      EXPECT_EQ(chip.path.acl(1, expected.key), expected.result);
+    }
+  }
+}
+
+TEST(AclHash, anEmptyRowHasItsPlaceAlone) {
+  VelaTest::Chip chip;
+  const auto table = aclHashTableFactory("acl", 0, 0);
+  chip.start(*table);
+  EXPECT_THAT(chip.row("AclHash", 0, 0, 2048 + 5), ElementsAreArray({0, 0, 0, 0, 0, 0x8805}));
+}
+
+TEST(AclHash, decodingGivesBackWhatWasPacked) {
+  VelaTest::Random random;
+  VelaTest::Chip chip;
+  const auto table = aclHashTableFactory("acl", 0, 0);
+  chip.start(*table);
+  for (int i = 0; i < 5000; ++i) {
+    AclHashKey key = randomKey(random);
+    const AclHashResult result{random() % 256, random() % 4096};
+    table->entryDelAll();
+    table->entryIs(key, result);
+    const auto item = table->cachedItem(key);
+    const auto decoded =
+        table->helper()->decodeHwEntry(table->profileConvertor().physicalTable().indexOf(*item));
+    ASSERT_TRUE(decoded->valid());
+    ASSERT_TRUE(decoded->isEqual(*item)) << Orb::text(key);
+    const auto& entry = static_cast<const AclHashTableCuckooEntry&>(*decoded);
+    ASSERT_EQ(entry.result(), result);
+    // Spelled from the row alone, the key packs to the same row again.
+    ASSERT_EQ(entry.key().type(), key.type());
+    ASSERT_EQ(entry.getHash(0), item->getHash(0));
+  }
+}
+
+TEST(AclHash, aSpoiltRowIsNotDecoded) {
+  VelaTest::Chip chip;
+  const auto table = aclHashTableFactory("acl", 0, 0);
+  chip.start(*table);
+  table->entryIs(aclCases[0].key, aclCases[0].result);
+  auto& hwTable = *table->profileConvertor().hwTable(0);
+  for (U32 bit = 0; bit <= 113; ++bit) {
+    hwTable.image(aclCases[0].row)[bit / 32] ^= 1u << (bit % 32);
+    EXPECT_FALSE(table->helper()->decodeHwEntry(aclCases[0].row)->valid()) << bit;
+    hwTable.image(aclCases[0].row)[bit / 32] ^= 1u << (bit % 32);
+  }
+}
+
+TEST(AclHash, wildcardSpellingsAreOneKey) {
+  VelaTest::Chip chip;
+  const auto table = aclHashTableFactory("acl", 0, 0);
+  chip.start(*table);
+  const AclHashKey zero = aclKey(0, 11, "10.0.0.1", "0.0.0.0", 1, 0);
+  const AclHashKey ones = aclKey(0, 11, "10.0.0.1", "255.255.255.255", 1, 65535);
+  const auto status = [&](const AclHashKey& key) {
+    return table->tableStatus()->entryStatus(key)->status();
+  };
+  table->entryIs(zero, {1, 1});
+  table->entryIs(ones, {2, 2});
+  EXPECT_EQ(status(zero), EntryProgrammedStatus::programmed);
+  EXPECT_EQ(status(ones), EntryProgrammedStatus::duplicateKey);
+  EXPECT_EQ(chip.path.acl(0, ones), (AclHashResult{1, 1}));
+  table->entryIs(ones, {3, 3});
+  EXPECT_EQ(chip.path.acl(0, ones), (AclHashResult{1, 1}));
+  table->entryDel(zero);
+  EXPECT_EQ(status(ones), EntryProgrammedStatus::programmed);
+  EXPECT_EQ(chip.path.acl(0, zero), (AclHashResult{3, 3}));
+  table->entryDel(ones);
+  EXPECT_EQ(chip.path.acl(0, zero), std::nullopt);
+  EXPECT_EQ(table->tableStatus()->entryStatuses().size(), 0u);
+}
+
+TEST(AclHash, waitsForInitializationWithoutATrace) {
+  struct Sink final : Twinlog::Sink {
+    std::vector<std::string> lines;
+    void line(std::string_view, U8, std::string_view message) override {
+      lines.emplace_back(message.substr(0, message.find("Value")));
+    }
+  } sink;
+  VelaTest::Chip chip;
+  const auto table = aclHashTableFactory("acl", 0, 0);
+  chip.create(*table);
+  Twinlog::sinkIs(&sink);
+  AclHashFamily::trace().twinlogLevelIs(8);
+  table->entryIs(aclCases[0].key, {1, 1});
+  EXPECT_TRUE(sink.lines.empty());
+  EXPECT_EQ(table->tableStatus()->entryStatus(aclCases[0].key), nullptr);
+  table->initHwEntries(true);
+  table->initializedIs(true);
+  EXPECT_EQ(chip.path.acl(0, aclCases[0].key), (AclHashResult{1, 1}));
+  table->entryDel(aclCases[0].key);
+  table->handleEntry(aclCases[1].key);
+  AclHashFamily::trace().twinlogLevelIs(-1);
+  Twinlog::sinkIs(nullptr);
+  EXPECT_THAT(sink.lines,
+              testing::ElementsAre("handleEntry ", "entry has no status", "Programming Entry ",
+                                   "handleEntry ", "entry has status: ", "Removing Entry ",
+                                   "handleEntry ", "entry has no status", "Removing Entry "));
+  EXPECT_EQ(table->tableStatus()->entryStatuses().size(), 0u);
+}
+
+TEST(AclHash, internalErrorsHaveTheirTexts) {
+  AclHashTable unused("acl");
+  const auto item = aclHashTableCuckooEntryFactory(&unused, aclCases[0].key);
+  U8 buffer[13];
+  EXPECT_THAT(fatalText([&] { item->copyKeyToBuffer(buffer, 12); }), StartsWith("bufSize >= 13"));
+  EXPECT_EQ(item->copyKeyToBuffer(buffer, 13), 59);
+  EXPECT_THAT(fatalText([&] { unused.entryIsByHashItem(*item); }), StartsWith("hashItem->valid()"));
+}
+
+TEST(AclHash, aHelperOfAnotherTablePacksNothing) {
+  AclHashTable unused("acl");
+  const auto item = aclHashTableCuckooEntryFactory(&unused, aclCases[0].key);
+  item->validIs(true);
+  U8 image[32]{};
+  aclHashHelperFactory(TableIndex::natMatch)->setHwBuffer(*item, {0, 0}, image);
+  EXPECT_THAT(image, testing::Each(0));
+}
+
+TEST(AclHash, geometry) {
+  const auto properties = aclPhysicalHashPropertiesFactory(46)->fields();
+  EXPECT_EQ(properties,
+            (VelaSwitchApi::PhysicalHashProperties::Fields{46, 7, 2048, 11, 2, 1, false, false}));
+}
+
+}  // namespace

@@ -1,0 +1,223 @@
+#include <sys/wait.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+#include "Support.h"
+#include "agent/Json.h"
+#include "agent/Profiles.h"
+
+// The tool as its users run it: arguments and files in; exit code, output and files out.
+
+namespace {
+
+using testing::HasSubstr;
+using testing::SizeIs;
+using VelaAgent::Json;
+
+struct Tool : testing::Test {
+  Tool() {
+    directory = std::filesystem::temp_directory_path() /
+                ("velatable-" + std::to_string(getpid()) + "-" +
+                 testing::UnitTest::GetInstance()->current_test_info()->name());
+    std::filesystem::create_directories(directory);
+  }
+  ~Tool() override { std::filesystem::remove_all(directory); }
+
+  std::string file(const std::string& name) const { return directory / name; }
+  std::string read(const std::string& name) const {
+    std::ostringstream text;
+    text << std::ifstream(file(name)).rdbuf();
+    return text.str();
+  }
+  std::vector<Json> lines(const std::string& name) const {
+    std::vector<Json> all;
+    std::istringstream in(read(name));
+    for (std::string line; std::getline(in, line);) all.push_back(Json::parse(line));
+    return all;
+  }
+  std::string events(const std::string& text) const {
+    std::ofstream(file("events")) << text;
+    return file("events");
+  }
+  /// Runs the tool in the test's folder; its output goes to the files "out" and "err".
+  int run(const std::string& arguments) const {
+    const std::string command =
+        "cd " + directory.string() + " && " VELATABLE " " + arguments + " > out 2> err";
+    return WEXITSTATUS(std::system(command.c_str()));
+  }
+
+  std::filesystem::path directory;
+};
+
+TEST_F(Tool, theFirstExampleShowsWhatItSays) {
+  EXPECT_EQ(run("run " EXAMPLES "/first-light.jsonl --status status --results results"), 1)
+      << "one entry is refused on purpose";
+  EXPECT_EQ(read("err"), "");
+  EXPECT_THAT(read("out"), HasSubstr("out of the way"));
+  for (const Json& line : lines("results")) {
+    if (line["op"] == "lookup") {
+      EXPECT_TRUE(line["met"]) << line;
+    }
+  }
+}
+
+TEST_F(Tool, linesHaveTheirShape) {
+  events(R"({"op":"set","table":"HashTest","key":"0x45","result":7}
+{"op":"set","table":"HashTest","key":5,"result":1}
+{"op":"set","table":"HashTest","key":13,"result":2}
+{"op":"hit","table":"HashTest","key":69,"at":12.5}
+{"op":"corrupt","table":"HashTest","key":69,"bit":33}
+{"op":"sync","table":"HashTest"}
+{"op":"fail","writes":1}
+{"op":"set","table":"HashTest","key":69,"result":7}
+{"op":"set","table":"HashTest","key":69,"result":7}
+{"op":"set","table":"HashTest","key":197,"result":7}
+{"op":"lookup","table":"HashTest","key":69,"expect":{"result":7}}
+{"op":"lookup","table":"HashTest","key":70,"expect":{"result":7}}
+)");
+  EXPECT_EQ(run("run events --explain --json --rows rows --writes writes --status status "
+                "--results results"),
+            1);
+  const auto results = lines("results");
+  ASSERT_THAT(results, SizeIs(5));
+  EXPECT_EQ(
+      results[0].dump(),
+      R"({"op":"sync","table":"HashTest","instance":0,"inconsistent":[69],"missing":[],"unexpected":[]})");
+  EXPECT_EQ(results[1].dump(),
+            R"({"op":"set","table":"HashTest","key":69,"status":"hardwareError"})");
+  EXPECT_EQ(
+      results[2].dump(),
+      R"({"op":"set","table":"HashTest","key":197,"status":"tableFull","competing":{"entries":3,"rows":2,"keys":[69,5]}})");
+  EXPECT_TRUE(results[3]["met"]);
+  EXPECT_FALSE(results[4]["met"]);
+  EXPECT_TRUE(results[4]["hit"].is_null());
+
+  const auto statuses = lines("status");
+  ASSERT_THAT(statuses, SizeIs(4));
+  EXPECT_EQ(statuses[2].dump(),
+            R"({"table":"HashTest","instance":0,"key":69,"status":"programmed","lastHit":12.5})");
+  EXPECT_EQ(statuses[3]["status"], "tableFull");
+
+  Json row;
+  for (const Json& line : lines("rows")) {
+    if (line.contains("key") && line["key"] == 5) row = line;
+  }
+  EXPECT_EQ(
+      row.dump(),
+      R"({"table":"HashTest","instance":0,"hwTable":"HashTest[0]-0","hwTableId":0,"index":8,"way":1,"row":0,"registers":[["pipeline[0]/processor/hash_data0","0x00000005"],["pipeline[0]/processor/hash_data1","0x00000001"],["pipeline[0]/processor/hash_ctl","0x0000c000"]],"image":["0x00000005","0x00000001","0x0000c000"],"key":5})");
+
+  const auto writes = lines("writes");
+  EXPECT_EQ(writes.front()["seq"], 1);
+  EXPECT_EQ(writes.front()["event"], 0) << "while tables start";
+  EXPECT_EQ(writes.back()["event"], 9);
+  EXPECT_TRUE(writes[writes.size() - 2]["failed"]);
+  EXPECT_EQ(writes[writes.size() - 2]["event"], 8);
+
+  const Json summary = Json::parse(read("out"));
+  EXPECT_EQ(summary["events"], 12);
+  EXPECT_EQ(summary["programmed"], 3);
+  EXPECT_EQ(summary["refused"], 2);
+  EXPECT_EQ(summary["rowWrites"], writes.size() - 1);
+}
+
+TEST_F(Tool, aBadLineStopsTheRunAndKeepsWhatWasApplied) {
+  const std::string bad[] = {
+      R"({"op":"set","table":"VlanMembership","key":4095})",
+      R"({"op":"set","table":"AclHash","key":{"aclId":17}})",
+      R"({"op":"set","table":"AclHash","key":{"aclId":-1}})",
+      R"({"op":"set","table":"AclHash","key":{"colour":1}})",
+      R"({"op":"set","table":"AclHash","key":{"srcIp":"1.2.3"}})",
+      R"({"op":"set","table":"AclHash","instance":2,"key":{}})",
+      R"({"op":"set","table":"NoTable","key":1})",
+      R"({"op":"set","table":"HashTest"})",
+      R"({"op":"fly"})",
+      R"({"op":"corrupt","table":"HashTest","key":77,"bit":1})",
+      R"(not json)",
+      R"([1,2])",
+  };
+  const char* texts[] = {
+      "vid: Bridging::VlanId::value < 1 or > 4094 not allowed",
+      "aclId: VelaSwitch::HwAclId::value < VelaSwitch::HwAclId::min or > "
+      "VelaSwitch::HwAclId::invalid not allowed",
+      "aclId: VelaSwitch::HwAclId::value < VelaSwitch::HwAclId::min or > "
+      "VelaSwitch::HwAclId::invalid not allowed",
+      "unknown field \"colour\"",
+      "srcIp: \"1.2.3\" is not an IPv4 address",
+      "table AclHash has no instance 2",
+      "unknown table \"NoTable\"",
+      "\"key\" is missing",
+      "unknown op \"fly\"",
+      "the entry has no row",
+      "not a JSON object",
+      "not a JSON object",
+  };
+  for (std::size_t i = 0; i < std::size(bad); ++i) {
+    events(R"({"op":"set","table":"HashTest","key":1,"result":1})"
+           "\n\n" +
+           bad[i] + "\n" + R"({"op":"set","table":"HashTest","key":2,"result":2})" + "\n");
+    EXPECT_EQ(run("run events --json --status status"), 2);
+    EXPECT_EQ(read("err"), std::string("events:3: ") + texts[i] + "\n");
+    EXPECT_THAT(lines("status"), SizeIs(1)) << "nothing after the bad line";
+    EXPECT_EQ(run("run events --json --status status --keep-going"), 2);
+    EXPECT_THAT(lines("status"), SizeIs(2));
+  }
+}
+
+TEST_F(Tool, theSwitchIsKeptAcrossRuns) {
+  events(R"({"op":"set","table":"VlanMembership","key":10,"result":{"permitMask":15}}
+{"op":"set","table":"AclHash","instance":1,"key":{"type":7,"srcIp":"255.255.255.255"},"result":{"priority":3}}
+{"op":"set","table":"HashTest","key":77,"result":1}
+)");
+  EXPECT_EQ(run("run events --device sim:image"), 0);
+  EXPECT_EQ(run("run events --device sim:image --json --writes writes --reconcile"), 0);
+  EXPECT_EQ(read("writes"), "") << "the second run has nothing to do";
+  EXPECT_EQ(Json::parse(read("out"))["programmed"], 3);
+
+  events(R"({"op":"set","table":"VlanMembership","key":10,"result":{"permitMask":31}})");
+  EXPECT_EQ(run("run events --device sim:image --json --writes writes"), 0);
+  EXPECT_THAT(lines("writes"), SizeIs(2));
+  EXPECT_EQ(Json::parse(read("out"))["programmed"], 3) << "without --reconcile entries stay";
+  EXPECT_EQ(run("run events --device sim:image --json --writes writes --reconcile"), 0);
+  EXPECT_EQ(Json::parse(read("out"))["programmed"], 1);
+  EXPECT_EQ(Json::parse(read("out"))["reconciled"], 2);
+  EXPECT_THAT(lines("writes"), SizeIs(2)) << "the rows of the two that went";
+
+  std::ofstream(file("image"), std::ios::app) << "row 99999999 0 1\n";
+  EXPECT_EQ(run("run events --device sim:image"), 2);
+  EXPECT_THAT(read("err"), HasSubstr("a row needs an index of its table"));
+}
+
+TEST_F(Tool, usageErrorsHaveExitCode2) {
+  for (const char* arguments :
+       {"", "fly", "run --device bus", "run nofile", "run --profile none /dev/null",
+        "run --trace Nothing /dev/null", "layout NoTable", "run --rows /no/such/place /dev/null"}) {
+    EXPECT_EQ(run(arguments), 2) << arguments;
+    EXPECT_NE(read("err"), "") << arguments;
+  }
+}
+
+TEST_F(Tool, describesProfilesTablesAndRows) {
+  EXPECT_EQ(run("profiles"), 0);
+  for (const char* name : {"vela-48-5.1", "vela-48-4.1", "vela-20-4.0", "vela-48-32vrf"}) {
+    EXPECT_THAT(read("out"), HasSubstr(name));
+  }
+  EXPECT_EQ(run("profiles vela-20-4.0"), 0);
+  std::filesystem::copy(file("out"), file("profile.json"));
+  EXPECT_EQ(run("tables --profile profile.json"), 0);
+  EXPECT_THAT(read("out"), HasSubstr("pipeline[0]/processor/"));
+  EXPECT_EQ(VelaAgent::profileToJson(*VelaAgent::loadProfile(file("profile.json"))),
+            VelaAgent::profileToJson(*VelaSwitch::ProfileInfo::builtIn("vela-20-4.0")));
+  EXPECT_EQ(run("layout VlanMembership --profile vela-48-4.1"), 0);
+  EXPECT_THAT(read("out"), HasSubstr("54              1  parity"));
+}
+
+TEST_F(Tool, tracesToStandardError) {
+  events(R"({"op":"set","table":"HashTest","key":1,"result":1})");
+  EXPECT_EQ(run("run events --trace HashTest/1"), 0);
+  EXPECT_EQ(read("err"), "VelaTableHashTest/1: Programming Entry 1\n");
+}
+
+}  // namespace
