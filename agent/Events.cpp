@@ -153,8 +153,8 @@ void EventRunner::refuse(const Json& event, const TableAdapter& table,
     sentence += "; it and " + count(keys.size(), "other", "others") + " have only " +
                 rows(keys.size()) + " between them";
   }
-  if (result_) result_(line);
   tell(event, sentence);
+  if (result_) result_(line);
 }
 
 void EventRunner::del(const Json& event) {
@@ -209,11 +209,11 @@ void EventRunner::sync(const Json& event) {
                {"missing", missing},
                {"unexpected", unexpected}};
   if (!unreadable.empty()) line["unreadable"] = unreadable;
-  if (result_) result_(line);
   tell(event,
        "audited: " + count(inconsistent.size(), "inconsistent entry", "inconsistent entries") +
            ", " + std::to_string(missing.size()) + " missing, " +
            count(unexpected.size(), "unexpected row", "unexpected rows"));
+  if (result_) result_(line);
 }
 
 void EventRunner::corrupt(const Json& event) {
@@ -253,8 +253,8 @@ void EventRunner::lookup(const Json& event) {
     }
     sentence += met ? ", as expected" : ", which was not expected";
   }
-  if (result_) result_(line);
   tell(event, sentence);
+  if (result_) result_(line);
 }
 
 void EventRunner::fail(const Json& event) {
