@@ -13,8 +13,8 @@
 ///   types      Key, Result, and the named classes Table, Convertor, Helper, CuckooEntry,
 ///              PhysicalHashProperties, TableStatus, EntryStatus
 ///   traits     a HashFamilyTraits
-///   sourceUnit, trace()
-///   properties(tableIdx)             the geometry
+///   sourceUnit, trace
+///   tableId(tableIdx)                which physical table holds the rows
 ///   copyKeyToBuffer(key, buffer)     packs what is hashed; returns its length in bits
 ///   hash(buffer, way, bits)          the row in a way
 ///   layout(profile)                  the row's fields
@@ -37,8 +37,11 @@ struct HashFamilyTraits {
   TableIndex index;
   HashPlacement placement;
   const char* prefix;  ///< Register prefix with a place for the pipeline's number.
-  U8 keyBytes;         ///< Size of the packed key.
-  bool hitBits;        ///< Whether the software table declares hit bits.
+  U8 rowWords;         ///< Words of the row image, those without a register included.
+  U8 hashBits;         ///< A way has 2 to the power of this rows.
+  U8 ways;
+  U8 keyBytes;   ///< Size of the packed key.
+  bool hitBits;  ///< Whether the software table declares hit bits.
   U32 hitTableOffset = noHitTable;
   int staticWord = -1;  ///< Word declared static once the table is initialized; -1 for none.
 };
@@ -63,7 +66,15 @@ class HashFamilyTableStatus : public Orb::PtrInterface {
 template <class F>
 class HashFamilyProperties : public VelaSwitchApi::PhysicalHashProperties {
  public:
-  explicit HashFamilyProperties(U32 tableId) : PhysicalHashProperties(F::properties(tableId)) {}
+  explicit HashFamilyProperties(U32 tableId)
+      : PhysicalHashProperties({.tableId = tableId,
+                                .rowWords = F::traits.rowWords,
+                                .rowsPerWay = 1u << F::traits.hashBits,
+                                .hashBits = F::traits.hashBits,
+                                .ways = F::traits.ways,
+                                .banks = 1,
+                                .hitBits = F::traits.hitBits,
+                                .hitBitsClearOnRead = F::traits.hitBits}) {}
 };
 
 /// An entry of the family as the cuckoo engine sees it.
@@ -74,7 +85,13 @@ class HashFamilyEntry : public VelaSwitchApi::HashBaseCuckooEntry {
   using Result = typename F::Result;
 
   HashFamilyEntry(VelaSwitchApi::HashBaseTable* table, const Key& key)
-      : HashBaseCuckooEntry(table), key_(key) {}
+      : HashBaseCuckooEntry(table), key_(key) {
+    U8 buffer[F::traits.keyBytes];
+    const U8 bits = F::copyKeyToBuffer(key_, buffer, sizeof buffer);
+    U32 rows[F::traits.ways];
+    for (U8 way = 0; way < F::traits.ways; ++way) rows[way] = F::hash(buffer, way, bits);
+    this->rowsAre(rows);
+  }
 
   U32 getHash(U8 way) const override {
     U8 buffer[F::traits.keyBytes];
@@ -109,13 +126,13 @@ class HashFamilyHelper : public VelaTableHashHelper {
     return Orb::make<typename F::PhysicalHashProperties>(F::tableId(tableIdx_));
   }
   void setStaticBuffer(CuckooLocation location, U8* image) const override {
-    RowWriter writer(layout(), image, F::trace(), "setStaticBuffer");
+    RowWriter writer(layout(), image, F::trace, "setStaticBuffer");
     F::packStatic(location, tableIdx_, writer);
   }
   void setHwBuffer(const VelaSwitchApi::HashBaseCuckooEntry& entry, CuckooLocation location,
                    U8* image) const override {
     const Entry& packed = static_cast<const Entry&>(entry);
-    RowWriter writer(layout(), image, F::trace(), "setHwBuffer");
+    RowWriter writer(layout(), image, F::trace, "setHwBuffer");
     F::pack(packed.key(), packed.result(), packed.valid(), location, writer);
     setStaticBuffer(location, image);
   }
@@ -127,10 +144,10 @@ class HashFamilyHelper : public VelaTableHashHelper {
       auto entry = Orb::make<Entry>(swTable(), unpacked->first);
       entry->resultIs(unpacked->second);
       entry->validIs(true);
-      F::trace()(8, F::decodedText, entry->toStrep());
+      F::trace(8, F::decodedText, entry->toStrep());
       return entry;
     } catch (const Orb::RangeException& error) {
-      F::trace()(3, "not decoding entry: row ", index, ": ", error.what());
+      F::trace(3, "not decoding entry: row ", index, ": ", error.what());
       return nullHashEntry();
     }
   }
@@ -186,7 +203,7 @@ class HashFamilyTable : public VelaSwitchApi::HashBaseTable,
   void entryIsByHashItem(HashItem& hashItem) override {
     Entry& item = static_cast<Entry&>(hashItem);
     ORB_ASSERT_TEXT(item.valid(), "hashItem->valid()");
-    F::trace()(8, "entryIsByHashItem ", item.toStrep());
+    F::trace(8, "entryIsByHashItem ", item.toStrep());
     *cachedItem_.insert(item.key()).first = Orb::Ptr<Entry>(&item);
     recordStatus(item);
     this->entryIsFromHw(item.key(), item.result());
@@ -273,11 +290,11 @@ class HashFamilyTable : public VelaSwitchApi::HashBaseTable,
     const Orb::Ptr<Entry> item = createHashEntry(key, true);
     profileConvertor().updateHashEntryCounter(*item, false);
     if (item->valid()) {
-      F::trace()(1, "Programming Entry ", key);
+      F::trace(1, "Programming Entry ", key);
       profileConvertor().handleHashEntry(*item);
       recordStatus(*item);
     } else {
-      F::trace()(1, "Removing Entry ", key);
+      F::trace(1, "Removing Entry ", key);
       const bool success = profileConvertor().handleHashEntry(*item);
       ORB_ASSERT(success);
       hashItemDel(key);
@@ -307,13 +324,13 @@ class HashFamilyTable : public VelaSwitchApi::HashBaseTable,
   }
 
   void traceStatus(const Key& key) const {
-    if (!F::trace().enabled(8)) [[likely]]
+    if (!F::trace.enabled(8)) [[likely]]
       return;
-    F::trace()(8, "handleEntry ", key);
+    F::trace(8, "handleEntry ", key);
     if (const EntryStatus* status = tableStatus()->entryStatus(key)) {
-      F::trace()(8, "entry has status: ", *status);
+      F::trace(8, "entry has status: ", *status);
     } else {
-      F::trace()(8, "entry has no status");
+      F::trace(8, "entry has no status");
     }
   }
 

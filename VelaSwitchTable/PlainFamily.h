@@ -11,7 +11,7 @@
 /// the result. A family is a struct F that says what is its own:
 ///
 ///   types            Key, Result, and the named classes Table, Convertor, LayerConvertor
-///   sourceUnit, trace()
+///   sourceUnit, trace
 ///   hwIndex(key), keyOf(index)   which row is the key's
 ///   absentResult()               what the row of a key without an entry is made from
 ///
@@ -32,7 +32,7 @@ class PlainFamilyConvertor : public VelaSwitchApi::SwTableProfileConvertor {
 
   /// Writes the key's row into every hardware table, where it differs. False when a write failed.
   virtual bool hwTableEntryIs(const Key& key, const Result& result) {
-    F::trace()(0, "hwTableEntryIs ", key, " ", result);
+    F::trace(0, "hwTableEntryIs ", key, " ", result);
     ORB_ASSERT(false);
     return false;
   }
@@ -58,11 +58,11 @@ class PlainFamilyTable : public VelaSwitchApi::SwTable,
 
   void handleEntry(const Key& key) override {
     if (!initialized()) {
-      F::trace()(8, " Skipped as not yet initialized - key:", key);
+      F::trace(8, " Skipped as not yet initialized - key:", key);
       return;
     }
     const Result* desired = this->entry(key);
-    F::trace()(1, desired ? "Programming Entry " : "Removing Entry ", key);
+    F::trace(1, desired ? "Programming Entry " : "Removing Entry ", key);
     // A copy: the convertor may meet observers that change the collection.
     const Result result = desired ? *desired : F::absentResult();
     if (profileConvertor().hwTableEntryIs(key, result)) {
@@ -170,7 +170,7 @@ class PlainFamilyLayerConvertor : public F::Convertor {
   void rebuildRow(HwTableConfig& hwTable, HwIndex index) {
     const HwTableId id = hwTable.descriptor().identity.id;
     if (hwTable.readEntry(index) != Read::held) {
-      F::trace()(5, " index ", index, " does not exist.");
+      F::trace(5, " index ", index, " does not exist.");
       return;
     }
     const Key key = F::keyOf(index);
@@ -179,13 +179,13 @@ class PlainFamilyLayerConvertor : public F::Convertor {
     try {
       sound = unpackRow(id, index, hwTable.image(index), result);
     } catch (const Orb::RangeException& error) {
-      F::trace()(3, " index ", index, ": ", error.what());
+      F::trace(3, " index ", index, ": ", error.what());
     }
     if (!sound) {
       // Not left standing: the row gets written with what is desired of its key.
       hwTable.entryForget(index);
     } else if (result != F::absentResult()) {
-      F::trace()(5, "Set sw table entry for key: ", key, " value: ", result);
+      F::trace(5, "Set sw table entry for key: ", key, " value: ", result);
       table()->entryIsByHwRow(key, result);
     }
   }
@@ -201,11 +201,11 @@ class PlainFamilyLayerConvertor : public F::Convertor {
     const Image expected = rowImage(id, key, desired(key));
     if (read == Read::held && hwTable.same(index, expected.data(), hwTable.image(index))) return;
     if (read == Read::absent) {
-      F::trace()(3, "Missing hw table entry for key: ", key, ", table ",
-                 hwTable.descriptor().identity.name);
+      F::trace(3, "Missing hw table entry for key: ", key, ", table ",
+               hwTable.descriptor().identity.name);
       this->auditFindingIs({Finding::Kind::missing, id, index});
     } else {
-      F::trace()(3, "Inconsistent hw table entry for key: ", key);
+      F::trace(3, "Inconsistent hw table entry for key: ", key);
       const bool ours = table()->entry(key) != nullptr;
       this->auditFindingIs(
           {ours ? Finding::Kind::inconsistent : Finding::Kind::unexpected, id, index});

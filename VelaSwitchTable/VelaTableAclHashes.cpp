@@ -12,7 +12,7 @@ using VelaSwitch::AclHashKey;
 using VelaSwitch::AclHashResult;
 using VelaSwitchApi::RowField;
 
-constexpr U8 imageWords = 7;
+constexpr U8 imageWords = AclHashFamily::traits.rowWords;
 constexpr U8 keyBits = 90;
 
 // The row. Where hardware has four data words the control word is word 4, else word 5.
@@ -169,22 +169,6 @@ void fromHw(AclHashKey& key, KeyField field, U64 bits) {
 
 }  // namespace
 
-Trace::Handle& AclHashFamily::trace() {
-  static Trace::Handle handle("VelaTableAclHash");
-  return handle;
-}
-
-VelaSwitchApi::PhysicalHashProperties::Fields AclHashFamily::properties(U32 tableId) {
-  return {.tableId = tableId,
-          .rowWords = imageWords,
-          .rowsPerWay = 2048,
-          .hashBits = 11,
-          .ways = 2,
-          .banks = 1,
-          .hitBits = false,
-          .hitBitsClearOnRead = false};
-}
-
 U8 AclHashFamily::dataWords(const VelaSwitch::ProfileInfo& profile) {
   return profile.fields().aclWideRows() ? 5 : 4;
 }
@@ -255,7 +239,7 @@ void AclHashConvertor::doCreateHwTables(VelaSwitchApi::TableState state) {
 void AclHashHelper::setHwBuffer(const VelaSwitchApi::HashBaseCuckooEntry& entry,
                                 CuckooLocation location, U8* image) const {
   if (!TableConstants::isAclHashTableId(tableIndex_)) {
-    AclHashFamily::trace()(0, "invalid ACL hashTableId ", tableIndex_);
+    AclHashFamily::trace(0, "invalid ACL hashTableId ", tableIndex_);
     return;
   }
   HashFamilyHelper::setHwBuffer(entry, location, image);

@@ -37,17 +37,19 @@ struct VELA_EXPORT AclHashFamily {
   using EntryStatus = AclHashEntryStatus;
 
   static constexpr const char* sourceUnit = "VelaTableAclHash";
+  static inline Trace::Handle trace{"VelaTableAclHash"};
   static constexpr const char* decodedText = "Decoded Entry: ";
   static constexpr HashFamilyTraits traits{.index = TableIndex::aclHash,
                                            .placement = HashPlacement::ownPipeline,
                                            .prefix = "ingress/processor_acl[%d]/",
+                                           .rowWords = 7,
+                                           .hashBits = 11,
+                                           .ways = 2,
                                            .keyBytes = 13,
                                            .hitBits = false,
                                            .staticWord = 5};
 
-  static Trace::Handle& trace();
   static U32 tableId(U8 tableIdx) { return TableConstants::aclHashTableId(tableIdx); }
-  static VelaSwitchApi::PhysicalHashProperties::Fields properties(U32 tableId);
   static U8 dataWords(const VelaSwitch::ProfileInfo& profile);
   static U8 copyKeyToBuffer(const Key& key, U8* buffer, U8 bufSize);
   static U32 hash(const U8* buffer, U8 way, U8 bits);

@@ -7,8 +7,8 @@ namespace {
 
 enum class Row : U8 { key, result, row, way, one };
 
-constexpr U8 rowWords = 3;
-constexpr U8 hashBits = 3;
+constexpr U8 rowWords = HashTestFamily::traits.rowWords;
+constexpr U8 hashBits = HashTestFamily::traits.hashBits;
 constexpr U32 hashMask = (1u << hashBits) - 1;
 
 constexpr VelaSwitchApi::RowField fields[] = {
@@ -19,22 +19,6 @@ static_assert(VelaSwitchApi::wellFormed(fields, rowWords));
 constexpr U32 rowInWay(U32 key, U8 way) { return key >> (hashBits * way) & hashMask; }
 
 }  // namespace
-
-Trace::Handle& HashTestFamily::trace() {
-  static Trace::Handle handle("VelaTableHashTest");
-  return handle;
-}
-
-VelaSwitchApi::PhysicalHashProperties::Fields HashTestFamily::properties(U32 tableId) {
-  return {.tableId = tableId,
-          .rowWords = rowWords,
-          .rowsPerWay = 1u << hashBits,
-          .hashBits = hashBits,
-          .ways = 2,
-          .banks = 1,
-          .hitBits = true,
-          .hitBitsClearOnRead = true};
-}
 
 U8 HashTestFamily::copyKeyToBuffer(const Key& key, U8* buffer, U8 bufSize) {
   const U32 value = key.value();

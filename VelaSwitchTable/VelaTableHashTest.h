@@ -48,17 +48,19 @@ struct VELA_EXPORT HashTestFamily {
   using EntryStatus = TestEntryStatus;
 
   static constexpr const char* sourceUnit = "VelaTableHashTest";
+  static inline Trace::Handle trace{"VelaTableHashTest"};
   static constexpr const char* decodedText = "Decoded entry is ";
   static constexpr HashFamilyTraits traits{.index = TableIndex::hashTest,
                                            .placement = HashPlacement::once,
                                            .prefix = "pipeline[%d]/processor/",
+                                           .rowWords = 3,
+                                           .hashBits = 3,
+                                           .ways = 2,
                                            .keyBytes = 4,
                                            .hitBits = true,
                                            .hitTableOffset = 1};
 
-  static Trace::Handle& trace();
   static U32 tableId(U8) { return static_cast<U32>(TableIndex::hashTest); }
-  static VelaSwitchApi::PhysicalHashProperties::Fields properties(U32 tableId);
   static U8 dataWords(const VelaSwitch::ProfileInfo&) { return 2; }
   static U8 copyKeyToBuffer(const Key& key, U8* buffer, U8 bufSize);
   static U32 hash(const U8* buffer, U8 way, U8 bits);

@@ -103,7 +103,7 @@ RowLayout makeLayout(U32 portBits, U32 vrfBits, RegisterFormatVersion version) {
 
 void packCommon(const RowLayout& layout, U8 pipe, const VlanMembershipResult& result, HwIndex index,
                 U32* words) {
-  RowWriter row(layout, reinterpret_cast<U8*>(words), VlanMembershipFamily::trace(),
+  RowWriter row(layout, reinterpret_cast<U8*>(words), VlanMembershipFamily::trace,
                 "setBaseHwBuffer");
   row.set(Row::valid, 1);
   row.set(Row::learnToCpu, result.learnToCpu());
@@ -187,11 +187,6 @@ std::ostream& operator<<(std::ostream& out, const VlanMembershipResult& result) 
   return out;
 }
 
-Trace::Handle& VlanMembershipFamily::trace() {
-  static Trace::Handle handle("VelaTableVlanMembership");
-  return handle;
-}
-
 RowLayout VlanMembershipFamily::layout(const VelaSwitch::ProfileInfo& profile, U32 table) {
   VelaSwitch::PortRange range{0, profile.ports() - 1};
   if (table < profile.numTables(TableKind::vlan)) range = portRangeOfVlanTable(&profile, table);
@@ -200,8 +195,8 @@ RowLayout VlanMembershipFamily::layout(const VelaSwitch::ProfileInfo& profile, U
 
 void setBaseHwBuffer(U8 pipe, U8 portBits, U32 vrfBits, const VlanMembershipResult& result,
                      HwIndex index, U32* words, RegisterFormatVersion version) {
-  VlanMembershipFamily::trace()(7, "vlanRegVer ", version.major(), ".", version.minor(),
-                                " num vrf bits = ", vrfBits);
+  VlanMembershipFamily::trace(7, "vlanRegVer ", version.major(), ".", version.minor(),
+                              " num vrf bits = ", vrfBits);
   packCommon(makeLayout(portBits, vrfBits, version), pipe, result, index, words);
 }
 
@@ -270,11 +265,11 @@ void VlanMembershipConvertorLayer2All::packRow(HwTableId table, const VlanMember
                                                Image& image) const {
   const RowLayout& layout = layouts_.at(table);
   const RegisterFormatVersion version = profile().registerFormat();
-  VlanMembershipFamily::trace()(7, "vlanRegVer ", version.major(), ".", version.minor(),
-                                " num vrf bits = ", profile().numVrfBits());
+  VlanMembershipFamily::trace(7, "vlanRegVer ", version.major(), ".", version.minor(),
+                              " num vrf bits = ", profile().numVrfBits());
   packCommon(layout, static_cast<U8>(table), result, key.vid().value(), image.data());
   const VlanTablePortRange* range = portRangeOfTable(table);
-  RowWriter row(layout, reinterpret_cast<U8*>(image.data()), VlanMembershipFamily::trace(),
+  RowWriter row(layout, reinterpret_cast<U8*>(image.data()), VlanMembershipFamily::trace,
                 "hwTableEntryIs");
   row.set(Row::permitMask, result.permitMask() >> (range ? range->min() : 0));
   row.set(Row::parity, VelaSwitch::parityU32Array(image.data(), dataWords(version)));

@@ -88,7 +88,7 @@ struct VELA_EXPORT VlanMembershipFamily {
 
   static constexpr TableIndex index = TableIndex::vlanMembership;
   static constexpr const char* sourceUnit = "VelaTableVlanMembership";
-  static Trace::Handle& trace();
+  static inline Trace::Handle trace{"VelaTableVlanMembership"};
   static HwIndex hwIndex(const Key& key) { return key.vid().value(); }
   /// A row that is no VLAN id raises the VLAN range exception.
   static Key keyOf(HwIndex row) { return Key{Bridging::VlanId(row)}; }

@@ -13,7 +13,7 @@ using VelaDevice::DataPath;
 template <class Family>
 FamilyRegistration hashFamily(typename EntryAdapter<typename Family::Table>::Lookup lookup) {
   const std::string name = TableConstants::tableName(Family::traits.index);
-  return {name, Family::trace(),
+  return {name, Family::trace,
           [](const VelaSwitch::ProfileInfo& profile) {
             return Family::traits.placement == HashPlacement::ownPipeline ? profile.pipelines()
                                                                           : 1u;
@@ -31,7 +31,7 @@ FamilyRegistration hashFamily(typename EntryAdapter<typename Family::Table>::Loo
 template <class Family>
 FamilyRegistration plainFamily(typename EntryAdapter<typename Family::Table>::Lookup lookup) {
   const std::string name = TableConstants::tableName(Family::index);
-  return {name, Family::trace(), [](const VelaSwitch::ProfileInfo&) { return 1u; },
+  return {name, Family::trace, [](const VelaSwitch::ProfileInfo&) { return 1u; },
           [=](U32 instance) {
             return std::make_unique<PlainAdapter<Family>>(
                 name, instance, Orb::make<typename Family::Table>(name), lookup);

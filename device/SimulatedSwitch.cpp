@@ -28,7 +28,7 @@ SimulatedSwitch::TableHandle SimulatedSwitch::tableIs(
     return known->second;
   }
   const auto handle = static_cast<TableHandle>(tables_.size());
-  tables_.push_back({identity, lastIndex, 0, {}, {}, {}});
+  tables_.push_back({identity, lastIndex, 0, {}, {}, {}, ControlWord::of(identity.family)});
   tables_.back().present.resize(lastIndex + 1);
   tables_.back().hit.resize(lastIndex + 1);
   tableHandles_.emplace(identity.name, handle);
@@ -53,8 +53,8 @@ bool SimulatedSwitch::rowIs(TableHandle handle, HwIndex index,
 }
 
 void SimulatedSwitch::commit(Table& table, HwIndex index, std::span<const RegisterValue> writes) {
-  if (const ControlWord* control = ControlWord::of(table.identity.family)) {
-    const auto selected = control->select(writes.back().value);
+  if (table.control) {
+    const auto selected = table.control->select(writes.back().value);
     if (!selected || *selected > table.lastIndex) return;
     index = *selected;
   }

@@ -10,6 +10,8 @@
 
 namespace VelaDevice {
 
+struct ControlWord;
+
 /// A saved switch that cannot be read. The text names file and line.
 class VELA_EXPORT ImageException : public std::runtime_error {
  public:
@@ -34,6 +36,7 @@ class VELA_EXPORT SimulatedSwitch final : public VelaSwitchApi::RegisterBus {
     std::vector<U32> words;
     std::vector<U8> present;
     std::vector<U8> hit;
+    const ControlWord* control = nullptr;  ///< How writes name their row; null: as the caller says.
 
     /// The words of a row, or null when it was never written.
     const U32* row(HwIndex index) const {

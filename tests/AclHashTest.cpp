@@ -176,7 +176,7 @@ TEST(AclHash, waitsForInitializationWithoutATrace) {
   const auto table = aclHashTableFactory("acl", 0, 0);
   chip.create(*table);
   Twinlog::sinkIs(&sink);
-  AclHashFamily::trace().twinlogLevelIs(8);
+  AclHashFamily::trace.twinlogLevelIs(8);
   table->entryIs(aclCases[0].key, {1, 1});
   EXPECT_TRUE(sink.lines.empty());
   EXPECT_EQ(table->tableStatus()->entryStatus(aclCases[0].key), nullptr);
@@ -185,7 +185,7 @@ TEST(AclHash, waitsForInitializationWithoutATrace) {
   EXPECT_EQ(chip.path.acl(0, aclCases[0].key), (AclHashResult{1, 1}));
   table->entryDel(aclCases[0].key);
   table->handleEntry(aclCases[1].key);
-  AclHashFamily::trace().twinlogLevelIs(-1);
+  AclHashFamily::trace.twinlogLevelIs(-1);
   Twinlog::sinkIs(nullptr);
   EXPECT_THAT(sink.lines,
               testing::ElementsAre("handleEntry ", "entry has no status", "Programming Entry ",

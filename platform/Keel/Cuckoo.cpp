@@ -123,7 +123,7 @@ void Table::remove(HashItem& item) {
 void Table::replace(HashItem& held, HashItem& item) {
   ORB_ASSERT(held.placed() && !item.placed());
   const Orb::Ptr<HashItem> keep(&held);
-  hashAll(item);
+  rowOf(item, 0);
   put(item, held.slot_);
   held.slot_ = HashItem::unplaced;
 }

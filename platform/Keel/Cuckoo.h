@@ -30,7 +30,8 @@ struct CuckooLocation {
   auto operator<=>(const CuckooLocation&) const = default;
 };
 
-/// Something that a table places. The table asks for its hashes once, when it first sees it.
+/// Something that a table places. Unless the item has said its rows before, the table asks for its
+/// hashes once, when it first sees it.
 class VELA_EXPORT HashItem : public Orb::PtrInterface {
  public:
   /// Whether both have the same hardware key, so that a lookup cannot tell them apart.
@@ -40,8 +41,14 @@ class VELA_EXPORT HashItem : public Orb::PtrInterface {
   /// Text form for traces.
   virtual std::string toStrep() const = 0;
 
-  /// Whether a table holds the item, and where.
+  /// Whether a table holds the item.
   bool placed() const { return slot_ != unplaced; }
+
+ protected:
+  /// Spares the table its calls of getHash(): the item's rows, way by way.
+  void rowsAre(std::span<const U32> rows) {
+    for (const U32 row : rows) rows_[hashedWays_++] = static_cast<U16>(row);
+  }
 
  private:
   friend class Table;

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <algorithm>
+#include <cstring>
 
 #include "Orb/Assert.h"
 #include "Orb/Types.h"
@@ -12,19 +12,46 @@
 ///   bit    7 6 5 4 3 2 1 0   7 6 5 4 3 2 1 0   7 6 5 ...
 ///   stream 7 6 5 4 3 2 1 0  15 ...         8  23 ...
 
+namespace detail {
+
+/// Takes the bits of `mask` over from `value`, both counted from the byte on, in one access.
+template <class Word>
+void bitStreamMerge(U8* byte, U64 value, U64 mask) {
+  Word word;
+  std::memcpy(&word, byte, sizeof word);
+  word = static_cast<Word>((word & ~mask) | (value & mask));
+  std::memcpy(byte, &word, sizeof word);
+}
+
+/// A field that begins in the byte and ends in the byte `last` behind it. Two accesses that may
+/// overlap cover the field without touching a byte outside it.
+template <class Word>
+void bitStreamMergeEnds(U8* byte, unsigned last, U64 value, U64 mask) {
+  const unsigned tail = last + 1 - static_cast<unsigned>(sizeof(Word));
+  bitStreamMerge<Word>(byte, value, mask);
+  bitStreamMerge<Word>(byte + tail, value >> (tail * 8), mask >> (tail * 8));
+}
+
+}  // namespace detail
+
 /// Writes the low `len` bits of `value` into bits `startBit` … `startBit + len - 1`; no other bit
 /// of the buffer changes. `len` is below 64.
 inline void bitStreamSet(U8* buffer, U16 startBit, U8 len, U64 value) {
   ORB_ASSERT(len < 64);
+  if (len == 0) return;
   U8* byte = buffer + startBit / 8;
-  unsigned offset = startBit % 8;
-  for (unsigned left = len; left > 0; ++byte) {
-    const unsigned count = std::min(8 - offset, left);
-    const unsigned mask = ((1u << count) - 1) << offset;
-    *byte = static_cast<U8>((*byte & ~mask) | ((static_cast<unsigned>(value) << offset) & mask));
-    value >>= count;
-    left -= count;
-    offset = 0;
+  const unsigned offset = startBit % 8;
+  const unsigned last = (offset + len - 1) / 8;
+  const U64 mask = (U64{1} << len) - 1;
+  if (last == 0) {
+    detail::bitStreamMerge<U8>(byte, value << offset, mask << offset);
+  } else if (last < 4) {
+    detail::bitStreamMergeEnds<U16>(byte, last, value << offset, mask << offset);
+  } else if (last < 8) {
+    detail::bitStreamMergeEnds<U32>(byte, last, value << offset, mask << offset);
+  } else {
+    detail::bitStreamMerge<U64>(byte, value << offset, mask << offset);
+    detail::bitStreamMerge<U8>(byte + 8, value >> (64 - offset), mask >> (64 - offset));
   }
 }
 

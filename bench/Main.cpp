@@ -1,0 +1,64 @@
+#include <benchmark/benchmark.h>
+
+#include <cstdio>
+#include <map>
+#include <string>
+
+// Runs the benchmarks and then prints the ratios that matter, each of two figures of the same run:
+// the machine's speed cancels out.
+
+namespace {
+
+/// Prints as usual and remembers the time per item of each benchmark (its median when repeated).
+class Collector final : public benchmark::ConsoleReporter {
+ public:
+  void ReportRuns(const std::vector<Run>& runs) override {
+    for (const Run& run : runs) {
+      const bool single = run.run_type == Run::RT_Iteration && run.repetitions <= 1;
+      if (run.error_occurred || (!single && run.aggregate_name != "median")) continue;
+      const auto items = run.counters.find("ns_per_item");
+      if (items != run.counters.end()) times[withoutSuffix(run.run_name.str())] = items->second.value;
+    }
+    ConsoleReporter::ReportRuns(runs);
+  }
+  std::map<std::string, double> times;
+
+ private:
+  static std::string withoutSuffix(const std::string& name) {
+    return name.substr(0, name.find("/manual_time"));
+  }
+};
+
+struct Ratio {
+  const char* what;
+  const char* over;
+  const char* under;
+  double limit;
+};
+
+constexpr Ratio ratios[] = {
+    {"program an ACL entry / insert into std::unordered_map", "AclProgram", "UnorderedMapInsert",
+     5},
+    {"announce an unchanged ACL entry / find in std::unordered_map", "AclAnnounceUnchanged",
+     "UnorderedMapFind", 2},
+    {"program an ACL entry at 45 % load / at 10 %", "AclProgramAtLoad/45", "AclProgramAtLoad/10",
+     1.5},
+};
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  benchmark::Initialize(&argc, argv);
+  if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
+  Collector collector;
+  benchmark::RunSpecifiedBenchmarks(&collector);
+  std::printf("\nRatios of this run\n");
+  for (const Ratio& ratio : ratios) {
+    const auto over = collector.times.find(ratio.over);
+    const auto under = collector.times.find(ratio.under);
+    if (over == collector.times.end() || under == collector.times.end()) continue;
+    std::printf("  %-62s %5.2f  (aim: at most %.1f)\n", ratio.what, over->second / under->second,
+                ratio.limit);
+  }
+  return 0;
+}
