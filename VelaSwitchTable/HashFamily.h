@@ -51,16 +51,20 @@ template <class EntryStatus>
 class HashFamilyTableStatus : public Orb::PtrInterface {
  public:
   using Key = typename decltype(EntryStatus::key)::Type;
+  struct KeyOf {
+    const Key& operator()(const EntryStatus& status) const { return status.key(); }
+  };
+  using Statuses = Orb::Collection<Key, EntryStatus, KeyOf>;
 
   void entryStatusIs(const EntryStatus& status) { entryStatus_.is(status.key(), status); }
   void entryStatusDel(const Key& key) { entryStatus_.del(key); }
   /// The key's status, or null. Valid until the next change.
   const EntryStatus* entryStatus(const Key& key) const { return entryStatus_.find(key); }
-  const Orb::Collection<Key, EntryStatus>& entryStatuses() const { return entryStatus_; }
-  Orb::Collection<Key, EntryStatus>& entryStatuses() { return entryStatus_; }
+  const Statuses& entryStatuses() const { return entryStatus_; }
+  Statuses& entryStatuses() { return entryStatus_; }
 
  private:
-  Orb::Collection<Key, EntryStatus> entryStatus_;
+  Statuses entryStatus_;
 };
 
 template <class F>
@@ -190,7 +194,14 @@ class HashFamilyTable : public VelaSwitchApi::HashBaseTable,
     if (profileConvertorPtr()) profileConvertor().physicalTable().swTableDel(this);
   }
 
-  void doInitStatus() override { tableStatusIs(); }
+  void doInitStatus() override {
+    tableStatusIs();
+    // A full table's worth of everything, so that programming an entry allocates its item alone.
+    const U32 capacity = profileConvertor().physicalTable().engine().capacity();
+    this->entries().reserve(capacity);
+    cachedItem_.reserve(capacity);
+    tableStatus_->entryStatuses().reserve(capacity);
+  }
   Orb::Ptr<VelaSwitchApi::SwTableProfileConvertor> profileConvertorFactory() const override {
     return Orb::make<typename F::Convertor>();
   }
@@ -227,9 +238,7 @@ class HashFamilyTable : public VelaSwitchApi::HashBaseTable,
   }
   void updateHashItem(HashItem& hashItem) const override {
     Entry& item = static_cast<Entry&>(hashItem);
-    const Result* desired = this->entry(item.key());
-    item.resultIs(desired ? *desired : Result{});
-    item.validIs(desired != nullptr);
+    resultIs(item, this->entry(item.key()));
   }
   bool hwInconsistentEntryFromHashItem(const HashItem& item) const override {
     return this->hwInconsistentEntry(keyOf(item));
@@ -271,8 +280,9 @@ class HashFamilyTable : public VelaSwitchApi::HashBaseTable,
   /// The key's item: the cached one, or else a new one. With `withResult` it takes the key's
   /// current result, and is cached when there is one.
   Orb::Ptr<Entry> createHashEntry(const Key& key, bool withResult) {
+    const Result* desired = withResult ? this->entry(key) : nullptr;
     Orb::Ptr<Entry> item;
-    if (withResult && this->entry(key)) {
+    if (desired) {
       Orb::Ptr<Entry>& cached = *cachedItem_.insert(key).first;
       if (!cached) cached = Orb::make<Entry>(this, key);
       item = cached;
@@ -280,7 +290,7 @@ class HashFamilyTable : public VelaSwitchApi::HashBaseTable,
       item = cachedItem(key);
       if (!item) item = Orb::make<Entry>(this, key);
     }
-    if (withResult) updateHashItem(*item);
+    if (withResult) resultIs(*item, desired);
     return item;
   }
 
@@ -315,6 +325,10 @@ class HashFamilyTable : public VelaSwitchApi::HashBaseTable,
 
  private:
   static const Key& keyOf(const HashItem& item) { return static_cast<const Entry&>(item).key(); }
+  static void resultIs(Entry& item, const Result* desired) {
+    item.resultIs(desired ? *desired : Result{});
+    item.validIs(desired != nullptr);
+  }
   /// A family may record hits although its table does not declare hit bits.
   static constexpr bool hitBitsHandled() { return F::traits.hitTableOffset != noHitTable; }
 
@@ -336,7 +350,11 @@ class HashFamilyTable : public VelaSwitchApi::HashBaseTable,
 
   U8 tableIdx_;
   U8 pipeline_;
-  Orb::Map<Key, Orb::Ptr<Entry>> cachedItem_;
+  struct KeyOfItem {
+    const Key& operator()(const Orb::Ptr<Entry>& item) const { return item->key(); }
+  };
+
+  Orb::Map<Key, Orb::Ptr<Entry>, KeyOfItem> cachedItem_;
   Orb::Ptr<TableStatus> tableStatus_;
 };
 
@@ -389,7 +407,7 @@ class HashFamilyConvertor : public VelaSwitchApi::PhysicalHashTableConvertor {
           {family, swTable.tableIdx(), id, name}, state, 0, tableSize - 1,
           static_cast<U8>(properties.rowWords), mapping);
       table = Orb::make<HwTableConfig>(descriptor, types().bus());
-      physicalTable().hwTableIs(id, table);
+      physicalTable().hwTableIs(table);
       descriptorIs(id, descriptor);
       if constexpr (F::traits.hitTableOffset != noHitTable) {
         createHitTable(*table, descriptor, prefix, state);

@@ -10,7 +10,7 @@ void VelaTableHashHelper::doInit() {
 }
 
 U32* VelaTableHashHelper::hwRow(HwIndex index) const {
-  return physical().hwTables().begin()->second->image(index);
+  return physical().hwTables().front()->image(index);
 }
 
 }  // namespace VelaSwitchTable

@@ -48,8 +48,8 @@ struct Rig {
     table->initializedIs(true);
   }
   VelaDevice::SimulatedSwitch chip;
-  Orb::Ptr<VelaSwitchApi::SwTableTypes> types = Orb::make<VelaSwitchApi::SwTableTypes>(
-      VelaSwitch::ProfileInfo::builtIn("vela-48-5.1"), chip);
+  Orb::Ptr<VelaSwitchApi::SwTableTypes> types =
+      Orb::make<VelaSwitchApi::SwTableTypes>(VelaSwitch::ProfileInfo::builtIn("vela-48-5.1"), chip);
   Orb::Ptr<AclHashTable> table = VelaSwitchTable::aclHashTableFactory("acl", 0, 0);
 };
 

@@ -72,7 +72,8 @@ void Refusal(benchmark::State& state) {
     const Orb::Ptr<Item> keep = Orb::make<Item>(random, rows);
     refused += table.insert(*keep, hardware).outcome == Outcome::refused;
   }
-  state.counters["refused"] = static_cast<double>(refused) / static_cast<double>(state.iterations());
+  state.counters["refused"] =
+      static_cast<double>(refused) / static_cast<double>(state.iterations());
 }
 BENCHMARK(Refusal);
 

@@ -17,7 +17,8 @@ class Collector final : public benchmark::ConsoleReporter {
       const bool single = run.run_type == Run::RT_Iteration && run.repetitions <= 1;
       if (run.error_occurred || (!single && run.aggregate_name != "median")) continue;
       const auto items = run.counters.find("ns_per_item");
-      if (items != run.counters.end()) times[withoutSuffix(run.run_name.str())] = items->second.value;
+      if (items != run.counters.end())
+        times[withoutSuffix(run.run_name.str())] = items->second.value;
     }
     ConsoleReporter::ReportRuns(runs);
   }

@@ -40,16 +40,17 @@ bool SimulatedSwitch::rowIs(TableHandle handle, HwIndex index,
   Table& table = tables_[handle];
   const bool fails = failWrites_ > 0;
   if (fails) --failWrites_;
-  std::size_t left = fails ? failAfterRegisters_ : writes.size();
-  for (std::size_t i = 0; i < writes.size(); ++i) {
-    if (left-- == 0) return false;
+  const std::size_t reached =
+      fails ? std::min<std::size_t>(failAfterRegisters_, writes.size()) : writes.size();
+  for (std::size_t i = 0; i < reached; ++i) {
     registers_[writes[i].reg] = writes[i].value;
-    ++registerWrites_;
     if (i + 1 == writes.size()) commit(table, index, writes);
     if (observer_) observer_(table, index);
   }
+  registerWrites_ += reached;
+  if (fails) return false;
   ++rowWrites_;
-  return !fails;
+  return true;
 }
 
 void SimulatedSwitch::commit(Table& table, HwIndex index, std::span<const RegisterValue> writes) {

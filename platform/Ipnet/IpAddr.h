@@ -17,7 +17,7 @@ class VELA_EXPORT IpAddr {
   constexpr U32 number() const { return number_; }
   constexpr auto operator<=>(const IpAddr&) const = default;
 
-  friend U64 hashOf(IpAddr address) { return Orb::hashOf(address.number_); }
+  friend constexpr U32 hashWord(const IpAddr& address) { return address.number_; }
   friend VELA_EXPORT void appendText(Orb::TextSink& sink, IpAddr address);
   /// Throws Orb::TextException unless the text is four decimal octets.
   friend VELA_EXPORT void parseText(Orb::TextCursor& cursor, IpAddr& address);

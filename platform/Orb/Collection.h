@@ -20,7 +20,7 @@ class KeyObserver {
 
 /// A keyed collection with observers, in the accessor style of the framework. It does not own its
 /// observers; each must be removed before it goes. An observer may change the collection.
-template <class Key, class T>
+template <class Key, class T, class KeyOf = StoredKey>
 class Collection {
  public:
   U32 size() const { return map_.size(); }
@@ -51,6 +51,9 @@ class Collection {
     for (const Key& key : keys()) del(key);
   }
 
+  /// Makes room for `count` entries, so that storing them allocates nothing.
+  void reserve(U32 count) { map_.reserve(count); }
+
   /// All keys, in ascending order.
   std::vector<Key> keys() const {
     std::vector<Key> keys;
@@ -76,7 +79,7 @@ class Collection {
     for (std::size_t i = 0; i < observers_.size(); ++i) observers_[i]->handleKey(key);
   }
 
-  Map<Key, T> map_;
+  Map<Key, T, KeyOf> map_;
   std::vector<KeyObserver<Key>*> observers_;
 };
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <concepts>
+#include <type_traits>
 
 #include "Orb/Types.h"
 
@@ -13,8 +14,30 @@ constexpr U64 hashMix(U64 hash, U64 word) {
   return product ^ (product >> 32);
 }
 
+inline constexpr U64 hashSeed = 0x243F6A8885A308D3u;
+
+/// A type that is a number at heart says so by hashWord(value); several of them share one mixing
+/// step when they are fields of a value type.
 template <class T>
 requires std::integral<T> || std::is_enum_v<T>
-constexpr U64 hashOf(T value) { return hashMix(0x243F6A8885A308D3u, static_cast<U64>(value)); }
+constexpr auto hashWord(T value) {
+  if constexpr (std::is_enum_v<T>) {
+    return static_cast<std::make_unsigned_t<std::underlying_type_t<T>>>(value);
+  } else if constexpr (std::same_as<T, bool>) {
+    return static_cast<U8>(value);
+  } else {
+    return static_cast<std::make_unsigned_t<T>>(value);
+  }
+}
+
+template <class T>
+concept HashWord = requires(const T& value) {
+  { hashWord(value) } -> std::unsigned_integral;
+};
+
+template <HashWord T>
+constexpr U64 hashOf(const T& value) {
+  return hashMix(hashSeed, hashWord(value));
+}
 
 }  // namespace Orb

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <concepts>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -11,7 +13,12 @@ namespace Orb {
 /// An open-addressing hash map: entries lie in one array, so storing one allocates nothing beyond
 /// the array's occasional doubling. Iteration order is unspecified; a change to the map
 /// invalidates what find() returned.
-template <class Key, class T>
+///
+/// Values that hold their key need not have it stored again: a KeyOf other than StoredKey reads it
+/// from the value.
+struct StoredKey {};
+
+template <class Key, class T, class KeyOf = StoredKey>
 class Map {
  public:
   U32 size() const { return size_; }
@@ -27,17 +34,18 @@ class Map {
     return at == none ? nullptr : &slots_[at].value;
   }
 
-  /// The value of the key, and whether it is new: then it is default-constructed.
+  /// The value of the key, and whether it is new: then it is default-constructed, and a KeyOf
+  /// must find the key in it before the next call.
   std::pair<T*, bool> insert(const Key& key) {
-    if ((size_ + 1) * 4 > slots_.size() * 3) grow();
+    if ((size_ + 1) * 4 > slots_.size() * 3) rehash(slots_.empty() ? 8 : slots_.size() * 2);
     const U32 tag = tagOf(key);
     U32 at = tag & mask();
     while (slots_[at].tag != 0) {
-      if (slots_[at].tag == tag && slots_[at].key == key) return {&slots_[at].value, false};
+      if (slots_[at].tag == tag && slots_[at].key() == key) return {&slots_[at].value, false};
       at = (at + 1) & mask();
     }
     slots_[at].tag = tag;
-    slots_[at].key = key;
+    if constexpr (storesKey) slots_[at].ownKey = key;
     ++size_;
     return {&slots_[at].value, true};
   }
@@ -59,6 +67,13 @@ class Map {
     return true;
   }
 
+  /// Makes room for `count` entries, so that storing them allocates nothing.
+  void reserve(U32 count) {
+    std::size_t slots = 8;
+    while (count * 4 > slots * 3) slots *= 2;
+    if (slots > slots_.size()) rehash(slots);
+  }
+
   void clear() {
     slots_.clear();
     size_ = 0;
@@ -68,7 +83,7 @@ class Map {
   template <class Visitor>
   void forEach(Visitor&& visit) const {
     for (const Slot& slot : slots_) {
-      if (slot.tag != 0) visit(slot.key, slot.value);
+      if (slot.tag != 0) visit(slot.key(), slot.value);
     }
   }
 
@@ -76,10 +91,21 @@ class Map {
   std::size_t memory() const { return slots_.capacity() * sizeof(Slot); }
 
  private:
+  static constexpr bool storesKey = std::same_as<KeyOf, StoredKey>;
+  struct NoKey {};
+
   struct Slot {
     U32 tag = 0;  ///< Hash of the key, never 0 when the slot is taken.
-    Key key{};
+    [[no_unique_address]] std::conditional_t<storesKey, Key, NoKey> ownKey{};
     T value{};
+
+    const Key& key() const {
+      if constexpr (storesKey) {
+        return ownKey;
+      } else {
+        return KeyOf{}(value);
+      }
+    }
   };
   static constexpr U32 none = ~U32{0};
 
@@ -93,13 +119,13 @@ class Map {
     if (size_ == 0) return none;
     const U32 tag = tagOf(key);
     for (U32 at = tag & mask(); slots_[at].tag != 0; at = (at + 1) & mask()) {
-      if (slots_[at].tag == tag && slots_[at].key == key) return at;
+      if (slots_[at].tag == tag && slots_[at].key() == key) return at;
     }
     return none;
   }
 
-  void grow() {
-    std::vector<Slot> old(slots_.empty() ? 8 : slots_.size() * 2);
+  void rehash(std::size_t slots) {
+    std::vector<Slot> old(slots);
     old.swap(slots_);
     for (Slot& slot : old) {
       if (slot.tag == 0) continue;

@@ -34,7 +34,7 @@ class Ranged {
   constexpr Representation value() const { return value_; }
   constexpr auto operator<=>(const Ranged&) const = default;
 
-  friend U64 hashOf(const Self& ranged) { return hashOf(U64{ranged.value()}); }
+  friend constexpr Representation hashWord(const Self& ranged) { return ranged.value(); }
   friend void appendText(TextSink& sink, const Self& ranged) {
     Orb::appendText(sink, ranged.value());
   }

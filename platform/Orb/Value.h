@@ -125,17 +125,29 @@ constexpr void forEachField(V&& value, Visitor&& visit) {
   // clang-format on
 }
 
+/// Small fields are gathered into one word before they are mixed in.
 template <Value V>
 U64 hashOf(const V& value) {
-  U64 hash = 0x243F6A8885A308D3u;
+  U64 hash = hashSeed;
+  U64 word = 0;
+  unsigned used = 0;
   forEachField(value, [&](const auto& field) {
-    if constexpr (std::integral<std::remove_cvref_t<decltype(field())>>) {
-      hash = hashMix(hash, static_cast<U64>(field()));
+    using T = std::remove_cvref_t<decltype(field())>;
+    if constexpr (HashWord<T>) {
+      const auto bits = hashWord(field());
+      constexpr unsigned width = sizeof bits * 8;
+      if (used + width > 64) {
+        hash = hashMix(hash, word);
+        word = 0;
+        used = 0;
+      }
+      word |= U64{bits} << used;
+      used += width;
     } else {
       hash = hashMix(hash, hashOf(field()));
     }
   });
-  return hash;
+  return hashMix(hash, word);
 }
 
 template <Value V>

@@ -22,7 +22,7 @@ class IngressPortMask {
   }
   constexpr auto operator<=>(const IngressPortMask&) const = default;
 
-  friend U64 hashOf(IngressPortMask mask) { return Orb::hashOf(mask.bits_); }
+  friend constexpr U64 hashWord(const IngressPortMask& mask) { return mask.bits_; }
   friend void appendText(Orb::TextSink& sink, IngressPortMask mask) {
     sink.append("0x");
     Orb::appendText(sink, Orb::Hex{mask.bits_, 12});

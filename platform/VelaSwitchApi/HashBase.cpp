@@ -73,7 +73,7 @@ void PhysicalHashTableConvertor::syncEntries(U32 id) {
 }
 
 void PhysicalHashTableConvertor::updateHashEntryCounter(const HashBaseCuckooEntry&, bool) {
-  entryCounterUpdate();
+  entryCounterUpdate(physical_->engine().size());
 }
 
 bool PhysicalHashTableConvertor::handleHashEntry(HashBaseCuckooEntry& entry) {

@@ -39,8 +39,10 @@ void PhysicalHashTable::helperIs(Orb::Ptr<HashBaseHelper> helper) {
 }
 
 Orb::Ptr<HwTableConfig> PhysicalHashTable::hwTable(HwTableId id) const {
-  const auto table = hwTables_.find(id);
-  return table == hwTables_.end() ? nullptr : table->second;
+  for (const auto& table : hwTables_) {
+    if (table->descriptor().identity.id == id) return table;
+  }
+  return nullptr;
 }
 
 HashBaseCuckooEntry* PhysicalHashTable::entryAt(HwIndex index) const {
@@ -101,7 +103,7 @@ void PhysicalHashTable::expectedImage(HwIndex index, U32* image) const {
 
 bool PhysicalHashTable::writeImage(HwIndex index, const U32* image) {
   bool good = true;
-  for (const auto& [id, table] : hwTables_) {
+  for (const auto& table : hwTables_) {
     if (!table->entryIs(HwEntryConfig(index, image, maxRowWords))) good = false;
   }
   return good;
@@ -294,7 +296,7 @@ void PhysicalHashTable::initRows(HwIndex start, bool overwrite) {
     HashBaseCuckooEntry* entry = entryAt(index);
     if (entry && !overwrite) continue;
     if (overwrite) {
-      for (const auto& [id, table] : hwTables_) table->entryForget(index);
+      for (const auto& table : hwTables_) table->entryForget(index);
     }
     if (entry) {
       const bool written = hashItemWrite(*entry, location(index));
@@ -308,9 +310,9 @@ void PhysicalHashTable::initRows(HwIndex start, bool overwrite) {
 void PhysicalHashTable::rebuild() {
   for (HwIndex index = 0; index < engine_.capacity(); ++index) {
     auto first = RegisterBus::Read::failed;
-    for (const auto& [id, table] : hwTables_) {
+    for (const auto& table : hwTables_) {
       const RegisterBus::Read read = table->readEntry(index);
-      if (id == hwTables_.begin()->first) first = read;
+      if (table == hwTables_.front()) first = read;
     }
     if (first == RegisterBus::Read::held) adopt(index);
   }

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <map>
 #include <vector>
 
 #include "Keel/Cuckoo.h"
@@ -128,10 +127,11 @@ class VELA_EXPORT PhysicalHashTable : public Orb::PtrInterface, private Keel::Cu
   /// The table that joined first.
   const HashBaseTable* firstTable() const { return helpers_.front()->swTable(); }
   /// Declares one pipeline's rows.
-  void hwTableIs(HwTableId id, Orb::Ptr<HwTableConfig> table) { hwTables_[id] = std::move(table); }
+  void hwTableIs(Orb::Ptr<HwTableConfig> table) { hwTables_.push_back(std::move(table)); }
   /// The pipeline's rows, or null.
   Orb::Ptr<HwTableConfig> hwTable(HwTableId id) const;
-  const std::map<HwTableId, Orb::Ptr<HwTableConfig>>& hwTables() const { return hwTables_; }
+  /// All pipelines' rows, in the order in which they were declared.
+  const std::vector<Orb::Ptr<HwTableConfig>>& hwTables() const { return hwTables_; }
 
   /// Places an entry or rewrites its row; the outcome is its programmedStatus().
   void place(HashBaseCuckooEntry& entry);
@@ -198,7 +198,7 @@ class VELA_EXPORT PhysicalHashTable : public Orb::PtrInterface, private Keel::Cu
   PhysicalHashProperties::Fields properties_;
   Keel::Cuckoo::Table engine_;
   std::vector<Orb::Ptr<HashBaseHelper>> helpers_;  ///< In the order in which the tables joined.
-  std::map<HwTableId, Orb::Ptr<HwTableConfig>> hwTables_;
+  std::vector<Orb::Ptr<HwTableConfig>> hwTables_;
 
   std::vector<StaleRow> staleRows_;
   /// Entries whose hardware key another entry holds, in order of arrival.

@@ -137,8 +137,8 @@ void SwTableProfileConvertor::initEntryCounter(std::string key, U32 size,
   counters_.push_back({std::move(key), size, std::move(used)});
 }
 
-void SwTableProfileConvertor::entryCounterUpdate() {
-  for (EntryCounter& counter : counters_) counter.peak = std::max(counter.peak, counter.used());
+void SwTableProfileConvertor::entryCounterUpdate(U32 used) {
+  if (!counters_.empty()) counters_.front().peak = std::max(counters_.front().peak, used);
 }
 
 }  // namespace VelaSwitchApi

@@ -183,7 +183,8 @@ class VELA_EXPORT SwTableProfileConvertor : public Orb::PtrInterface {
   /// Starts the capacity counter of a table of `size` entries.
   void initEntryCounter(std::string key, U32 size, std::function<U32()> used);
 
-  void entryCounterUpdate();
+  /// Notes a use of the (first) counter.
+  void entryCounterUpdate(U32 used);
 
   void auditFindingIs(AuditFinding finding) { findings_.push_back(finding); }
   Orb::Seconds pollTime() const { return pollTime_; }
