@@ -19,7 +19,8 @@ test: packages check-format
 	cmake --preset clang && cmake --build --preset clang && ctest --preset clang
 
 bench: release
-	build/release/bench/vela_bench --benchmark_counters_tabular=true
+	build/release/bench/vela_bench --benchmark_repetitions=7 --benchmark_min_time=0.05 \
+	    --benchmark_enable_random_interleaving=true --benchmark_report_aggregates_only=true
 
 release: packages
 	cmake --preset release

@@ -1,7 +1,5 @@
 #include "VelaSwitchTable/VelaTableAclHashes.h"
 
-#include <cstring>
-
 #include "VelaSwitch/Crc.h"
 #include "VelaSwitch/Parity.h"
 
@@ -175,11 +173,12 @@ U8 AclHashFamily::dataWords(const VelaSwitch::ProfileInfo& profile) {
 
 U8 AclHashFamily::copyKeyToBuffer(const Key& key, U8* buffer, U8 bufSize) {
   ORB_ASSERT(bufSize >= 13);
-  std::memset(buffer, 0, bufSize);
   const KeyVariant& variant = variants[variantOf(key.type())];
+  VelaSwitchApi::KeyWriter packed;
   for (const KeyPart& part : variant.parts) {
-    if (part.width != 0) bitStreamSet(buffer, part.first, part.width, toHw(key, part.field));
+    if (part.width != 0) packed.set(part.first, part.width, toHw(key, part.field));
   }
+  packed.copyTo(buffer, bufSize);
   return variant.bits;
 }
 
@@ -195,7 +194,7 @@ RowLayout AclHashFamily::layout(const VelaSwitch::ProfileInfo& profile) {
 void AclHashFamily::pack(const Key& key, const Result& result, bool valid, CuckooLocation,
                          RowWriter& row) {
   if (!valid) return;
-  U8 packed[16];
+  U8 packed[VelaSwitchApi::KeyWriter::maxBytes];
   copyKeyToBuffer(key, packed, sizeof packed);
   row.copy(Row::key, packed);
   row.set(Row::variant, variantOf(key.type()));

@@ -207,7 +207,7 @@ TEST(AclHash, aHelperOfAnotherTablePacksNothing) {
   AclHashTable unused("acl");
   const auto item = aclHashTableCuckooEntryFactory(&unused, aclCases[0].key);
   item->validIs(true);
-  U8 image[32]{};
+  alignas(U32) U8 image[32]{};
   aclHashHelperFactory(TableIndex::natMatch)->setHwBuffer(*item, {0, 0}, image);
   EXPECT_THAT(image, testing::Each(0));
 }

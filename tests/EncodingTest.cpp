@@ -122,6 +122,46 @@ TEST(RowLayout, overlapAndOverrunAreFound) {
               StartsWith("wellFormed"));
 }
 
+/// A whole row of random fields, written and read, against the bit primitives.
+TEST(RowLayout, fieldsAreWrittenWhereTheBitPrimitivesPutThem) {
+  VelaTest::Random random;
+  static Trace::Handle handle("LayoutTest");
+  for (int round = 0; round < 2000; ++round) {
+    std::vector<VelaSwitchApi::RowField> fields;
+    for (U16 next = static_cast<U16>(random() % 9); next < 250;) {
+      const U16 width = static_cast<U16>(1 + random() % std::min<U32>(63, 256u - next));
+      fields.push_back({"field", next, width});
+      next = static_cast<U16>(next + width + random() % 3);
+    }
+    const VelaSwitchApi::RowLayout layout(fields, 8);
+    U32 image[8];
+    U32 expected[8];
+    for (U32 i = 0; i < 8; ++i) image[i] = expected[i] = random();
+    VelaSwitchApi::RowWriter writer(layout, reinterpret_cast<U8*>(image), handle, "test");
+    for (U32 i = 0; i < fields.size(); ++i) {
+      const U64 value = U64{random()} << 32 | random();
+      writer.set(i, value);
+      bitStreamSet(reinterpret_cast<U8*>(expected), fields[i].first,
+                   static_cast<U8>(fields[i].width), value);
+      ASSERT_EQ(VelaSwitchApi::RowReader(layout, image).get(i),
+                value & ((U64{1} << fields[i].width) - 1));
+    }
+    ASSERT_THAT(image, testing::ElementsAreArray(expected));
+  }
+}
+
+TEST(RowLayout, aFieldTooWideForTheBitStreamIsFatal) {
+  static Trace::Handle handle("LayoutTest");
+  const VelaSwitchApi::RowLayout layout({{"wide", 0, 90}, {"mask", 96, 64}}, 8);
+  U32 image[8]{};
+  VelaSwitchApi::RowWriter writer(layout, reinterpret_cast<U8*>(image), handle, "test");
+  EXPECT_THAT(fatalText([&] { writer.set(0, 1); }), StartsWith("startSlice >= endSlice - 8"));
+  EXPECT_THAT(fatalText([&] { writer.set(1, 1); }), StartsWith("len < 64"));
+  const U8 bytes[12] = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 0xff};
+  writer.copy(0, bytes);
+  EXPECT_THAT(image, testing::ElementsAre(0x04030201, 0x08070605, 0x030b0a09, 0, 0, 0, 0, 0));
+}
+
 TEST(RowLayout, tracesEachFieldAtLevelNine) {
   struct Sink final : Twinlog::Sink {
     std::vector<std::string> lines;
@@ -131,10 +171,11 @@ TEST(RowLayout, tracesEachFieldAtLevelNine) {
   } sink;
   static Trace::Handle handle("LayoutTest");
   const VelaSwitchApi::RowLayout layout({{"a", 4, 12}}, 1);
-  U8 image[4]{};
+  U32 image[4]{};
   Twinlog::sinkIs(&sink);
   handle.twinlogLevelIs(9);
-  VelaSwitchApi::RowWriter(layout, image, handle, "setHwBuffer").set(0, 0x1abc);
+  VelaSwitchApi::RowWriter(layout, reinterpret_cast<U8*>(image), handle, "setHwBuffer")
+      .set(0, 0x1abc);
   handle.twinlogLevelIs(-1);
   Twinlog::sinkIs(nullptr);
   EXPECT_THAT(sink.lines, testing::ElementsAre("setHwBuffer 4:15 = 0xabc"));

@@ -31,6 +31,6 @@ class VELA_EXPORT Type {
 
 /// The record of class T, which names itself in T::typeName and its unit in T::sourceUnit.
 template <class T>
-inline const Type registeredType{T::typeName, T::sourceUnit};
+VELA_EXPORT inline const Type registeredType{T::typeName, T::sourceUnit};
 
 }  // namespace Orb

@@ -27,6 +27,12 @@ U32 capacity(const TableAdapter& table) {
   return size;
 }
 
+/// Highest use since the start; 0 for tables that every key has its row in.
+U32 peak(const TableAdapter& table) {
+  const auto& counters = table.convertor().entryCounters();
+  return counters.empty() ? 0 : counters.front().peak;
+}
+
 Json rowLine(const Agent& agent, const TableAdapter& table, const HwTableConfig& hwTable,
              HwIndex index, const Json& key) {
   const auto& descriptor = hwTable.descriptor();
@@ -125,6 +131,7 @@ Json summaryJson(const Agent& agent, const RunFigures& figures) {
     tables.push_back({{"table", table->name()},
                       {"instance", table->instance()},
                       {"entries", table->entries()},
+                      {"peak", peak(*table)},
                       {"capacity", capacity(*table)}});
   }
   return {{"profile", agent.profile().name()},
