@@ -38,8 +38,9 @@ SimulatedSwitch::TableHandle SimulatedSwitch::tableIs(
 bool SimulatedSwitch::rowIs(TableHandle handle, HwIndex index,
                             std::span<const RegisterValue> writes) {
   Table& table = tables_[handle];
-  const bool fails = failWrites_ > 0;
+  const bool fails = failWrites_ > 0 && goodWrites_ == 0;
   if (fails) --failWrites_;
+  if (goodWrites_ > 0) --goodWrites_;
   const std::size_t reached =
       fails ? std::min<std::size_t>(failAfterRegisters_, writes.size()) : writes.size();
   for (std::size_t i = 0; i < reached; ++i) {
@@ -115,7 +116,8 @@ U32 SimulatedSwitch::registerValue(std::string_view path) const {
   return handle == registerHandles_.end() ? 0 : registers_[handle->second];
 }
 
-void SimulatedSwitch::failWritesIs(U32 count, U32 registers) {
+void SimulatedSwitch::failWritesIs(U32 count, U32 registers, U32 good) {
+  goodWrites_ = good;
   failWrites_ = count;
   failAfterRegisters_ = registers;
 }

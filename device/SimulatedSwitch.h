@@ -56,8 +56,9 @@ class VELA_EXPORT SimulatedSwitch final : public VelaSwitchApi::RegisterBus {
   /// The value last written to the register; 0 when none was.
   U32 registerValue(std::string_view path) const;
 
-  /// The next `count` row writes fail, each after `registers` of its registers were written.
-  void failWritesIs(U32 count, U32 registers = 0);
+  /// After `good` more row writes, `count` of them fail, each after `registers` of its registers
+  /// were written.
+  void failWritesIs(U32 count, U32 registers = 0, U32 good = 0);
   /// The next `count` row reads, and reads of hit bits, fail.
   void failReadsIs(U32 count) { failReads_ = count; }
   /// Flips bit `bit` of word `word` (counted over the row's registers). False when there is no
@@ -85,6 +86,7 @@ class VELA_EXPORT SimulatedSwitch final : public VelaSwitchApi::RegisterBus {
   std::vector<U32> registers_;
   std::map<std::string, TableHandle, std::less<>> tableHandles_;
   std::vector<Table> tables_;
+  U32 goodWrites_ = 0;  ///< Row writes that work before the next one that fails.
   U32 failWrites_ = 0;
   U32 failAfterRegisters_ = 0;
   U32 failReads_ = 0;

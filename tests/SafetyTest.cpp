@@ -157,7 +157,7 @@ TEST_F(Faults, randomSchedulesOfFailingWrites) {
   U32 failures = 0;
   for (int schedule = 0; schedule < 10000; ++schedule) {
     for (int step = 0; step < 12; ++step) {
-      if (random() % 3 == 0) chip.chip.failWritesIs(random() % 4, random() % 4);
+      if (random() % 3 == 0) chip.chip.failWritesIs(random() % 6, random() % 4, random() % 3);
       const HashTestKey key{random() % keys};
       if (random() % 3 == 0) {
         table->entryDel(key);
@@ -253,6 +253,29 @@ TEST(Restart, anEntryInTwoRowsIsKeptOnce) {
   EXPECT_NE(memory->row(rowInWay1)[0], 0u) << "the copy is gone";
   table->syncEntries();
   EXPECT_TRUE(table->profileConvertor().auditFindings().empty());
+}
+
+/// A row whose key does not belong there is not taken for an entry, and does not stay.
+TEST(Restart, aRowInTheWrongPlaceIsCleared) {
+  Chip chip;
+  {
+    const auto table = aclHashTableFactory("acl", 0, 0);
+    chip.start(*table);
+    table->entryIs(numbered(1), {1, 1});
+    table->entryIs(numbered(2), {2, 2});
+  }
+  auto* memory = chip.chip.find("AclHash", 0, 0);
+  U32 from = 0;
+  while ((memory->row(from)[2] >> 28 & 1) == 0) ++from;
+  const U32 to = (from + 1) % 2048;
+  std::copy_n(memory->row(from), 4, &memory->words[to * memory->rowWords]);
+  std::fill_n(&memory->words[from * memory->rowWords], 4, 0);
+
+  chip.types = Orb::make<VelaSwitchApi::SwTableTypes>(chip.profile, chip.chip);
+  const auto table = aclHashTableFactory("acl", 0, 0);
+  chip.start(*table, Chip::Start::restart);
+  EXPECT_EQ(table->entries().size(), 1u);
+  EXPECT_THAT(std::vector<U32>(memory->row(to), memory->row(to) + 4), testing::Each(0u));
 }
 
 TEST(Audit, tellsWhatDiffersAndChangesNothing) {

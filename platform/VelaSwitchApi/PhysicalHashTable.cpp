@@ -115,8 +115,6 @@ bool PhysicalHashTable::hashItemWrite(Keel::Cuckoo::HashItem& item, Location loc
   if (!writeImage(hwIndex(location), image)) return false;
   HashBaseCuckooEntry& entry = entryOf(item);
   if (!staleRows_.empty()) staleRowDel(location);
-  // Written whole at its new row, a moved entry is right whatever went wrong at the old one.
-  if (entry.placed() && entry.status_ != Status::programmed) revisitIs(&entry);
   lastWritten_ = &entry;
   return true;
 }
