@@ -4,25 +4,41 @@
 
 #include "DirectBase/TableConstants.h"
 #include "VelaSwitchTable/EntryStore.h"
+#include "VelaSwitchTable/Family.h"
 #include "VelaSwitchTable/VelaHitBitUtil.h"
 #include "VelaSwitchTable/VelaRegPrefixUtil.h"
 #include "VelaSwitchTable/VelaTableHashHelper.h"
 
-/// What all exact-match hash families share. A family is a struct F that says what is its own:
+/// What all exact-match hash families share. A family is a struct F, derived from HashFamilyTypes,
+/// that says what is its own:
 ///
-///   types      Key, Result, and the named classes Table, Convertor, Helper, CuckooEntry,
-///              PhysicalHashProperties, TableStatus, EntryStatus
-///   traits     a HashFamilyTraits
-///   sourceUnit, trace
+///   sourceUnit, trace                the unit's name and the trace handle called after it
+///   traits                           a HashFamilyTraits
+///   decodedText                      what the trace of a decoded row begins with
 ///   tableId(tableIdx)                which physical table holds the rows
-///   copyKeyToBuffer(key, buffer)     packs what is hashed; returns its length in bits
+///   dataWords(profile)               data registers; the control register follows them
+///   copyKeyToBuffer(key, buffer, size)   packs what is hashed; returns its length in bits
 ///   hash(buffer, way, bits)          the row in a way
 ///   layout(profile)                  the row's fields
-///   pack(key, result, valid, location, writer)   all of them but the static ones
-///   packStatic(location, tableIdx, writer)       the static ones
-///   unpack(reader, location)         the entry of a row, or nothing
-///   dataWords(profile)               data registers; the control register follows them
+///   pack(key, result, valid, location, row)   writes all of them but the static ones
+///   packStatic(location, tableIdx, row)       writes the static ones
+///   unpack(row, location)            the entry of a row, or nothing
 namespace VelaSwitchTable {
+
+/// The types of a family. The named classes need only be declared where the family is.
+template <class K, class R, class TableType, class ConvertorType, class HelperType,
+          class CuckooEntryType, class PropertiesType, class TableStatusType, class EntryStatusType>
+struct HashFamilyTypes {
+  using Key = K;
+  using Result = R;
+  using Table = TableType;
+  using Convertor = ConvertorType;
+  using Helper = HelperType;
+  using CuckooEntry = CuckooEntryType;
+  using PhysicalHashProperties = PropertiesType;
+  using TableStatus = TableStatusType;
+  using EntryStatus = EntryStatusType;
+};
 
 /// Which pipelines hold a family's rows.
 enum class HashPlacement : U8 {

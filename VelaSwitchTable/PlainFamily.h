@@ -5,15 +5,17 @@
 #include "DirectBase/TableConstants.h"
 #include "VelaSwitchApi/SwTable.h"
 #include "VelaSwitchTable/EntryStore.h"
+#include "VelaSwitchTable/Family.h"
 #include "VelaSwitchTable/VelaRegPrefixUtil.h"
 
 /// What all plain families share: tables whose row is named by the key and written straight from
-/// the result. A family is a struct F that says what is its own:
+/// the result. A family is a struct F, derived from PlainFamilyTypes, that says what is its own:
 ///
-///   types            Key, Result, and the named classes Table, Convertor, LayerConvertor
-///   sourceUnit, trace
+///   sourceUnit, trace            the unit's name and the trace handle called after it
+///   index                        the table's number
 ///   hwIndex(key), keyOf(index)   which row is the key's
 ///   absentResult()               what the row of a key without an entry is made from
+///   layout(profile, table)       the row's fields in one hardware table
 ///
 /// and a LayerConvertor that derives from PlainFamilyLayerConvertor<F> and knows the hardware
 /// tables: doCreateHwTables(state), packRow() and unpackRow().
@@ -21,6 +23,16 @@ namespace VelaSwitchTable {
 
 using VelaSwitchApi::HwIndex;
 using VelaSwitchApi::HwTableId;
+
+/// The types of a family. The named classes need only be declared where the family is.
+template <class K, class R, class TableType, class ConvertorType, class LayerConvertorType>
+struct PlainFamilyTypes {
+  using Key = K;
+  using Result = R;
+  using Table = TableType;
+  using Convertor = ConvertorType;
+  using LayerConvertor = LayerConvertorType;
+};
 
 /// The base of a family's convertors. It knows no hardware; reaching its programming call is an
 /// internal error.

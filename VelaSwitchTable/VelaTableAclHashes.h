@@ -5,39 +5,21 @@
 
 namespace VelaSwitchTable {
 
-struct AclHashEntryStatus {
-  static constexpr const char* typeName = "VelaSwitchTable::AclHashEntryStatus";
-  Orb::Field<"key", VelaSwitch::AclHashKey> key;
-  Orb::Field<"status", VelaSwitchApi::EntryProgrammedStatus> status;
-  Orb::Field<"lastHit", Orb::Seconds> lastHit;
-  auto operator<=>(const AclHashEntryStatus&) const = default;
-};
-
-class AclHashTable;
-class AclHashConvertor;
-class AclHashHelper;
-class AclHashTableCuckooEntry;
-class AclPhysicalHashProperties;
-class AclHashTableStatus;
+using AclHashEntryStatus =
+    EntryStatusOf<VelaSwitch::AclHashKey, "VelaSwitchTable::AclHashEntryStatus">;
 
 /// Exact-match ACLs: the first stage of a pipeline's ingress ACL processor.
 ///
 /// Hardware has one spelling for "any": an address or port of 0 is packed as all ones. An address
 /// of all ones read back is therefore 0, and so is port 65535; the desired entry that was spelled
 /// with the ones has the same hardware key and takes the row over without a write.
-struct VELA_EXPORT AclHashFamily {
-  using Key = VelaSwitch::AclHashKey;
-  using Result = VelaSwitch::AclHashResult;
-  using Table = AclHashTable;
-  using Convertor = AclHashConvertor;
-  using Helper = AclHashHelper;
-  using CuckooEntry = AclHashTableCuckooEntry;
-  using PhysicalHashProperties = AclPhysicalHashProperties;
-  using TableStatus = AclHashTableStatus;
-  using EntryStatus = AclHashEntryStatus;
-
+struct VELA_EXPORT AclHashFamily
+    : HashFamilyTypes<VelaSwitch::AclHashKey, VelaSwitch::AclHashResult, class AclHashTable,
+                      class AclHashConvertor, class AclHashHelper, class AclHashTableCuckooEntry,
+                      class AclPhysicalHashProperties, class AclHashTableStatus,
+                      AclHashEntryStatus> {
   static constexpr const char* sourceUnit = "VelaTableAclHash";
-  static inline Trace::Handle trace{"VelaTableAclHash"};
+  static inline Trace::Handle trace{sourceUnit};
   static constexpr const char* decodedText = "Decoded Entry: ";
   static constexpr HashFamilyTraits traits{.index = TableIndex::aclHash,
                                            .placement = HashPlacement::ownPipeline,

@@ -19,36 +19,17 @@ struct HashTestResult {
   auto operator<=>(const HashTestResult&) const = default;
 };
 
-struct TestEntryStatus {
-  static constexpr const char* typeName = "VelaSwitchTable::TestEntryStatus";
-  Orb::Field<"key", HashTestKey> key;
-  Orb::Field<"status", VelaSwitchApi::EntryProgrammedStatus> status;
-  Orb::Field<"lastHit", Orb::Seconds> lastHit;
-  auto operator<=>(const TestEntryStatus&) const = default;
-};
-
-class HashTestTable;
-class HashConvertorTestTable;
-class HashTestHelper;
-class HashTestTableCuckooEntry;
-class HashTestPhysicalHashProperties;
-class TestTableStatus;
+using TestEntryStatus = EntryStatusOf<HashTestKey, "VelaSwitchTable::TestEntryStatus">;
 
 /// A table of two ways of eight rows whose keys choose their rows, so that placement, moves,
 /// read-back and hit bits can be driven at will. No CRC is involved.
-struct VELA_EXPORT HashTestFamily {
-  using Key = HashTestKey;
-  using Result = HashTestResult;
-  using Table = HashTestTable;
-  using Convertor = HashConvertorTestTable;
-  using Helper = HashTestHelper;
-  using CuckooEntry = HashTestTableCuckooEntry;
-  using PhysicalHashProperties = HashTestPhysicalHashProperties;
-  using TableStatus = TestTableStatus;
-  using EntryStatus = TestEntryStatus;
-
+struct VELA_EXPORT HashTestFamily
+    : HashFamilyTypes<HashTestKey, HashTestResult, class HashTestTable,
+                      class HashConvertorTestTable, class HashTestHelper,
+                      class HashTestTableCuckooEntry, class HashTestPhysicalHashProperties,
+                      class TestTableStatus, TestEntryStatus> {
   static constexpr const char* sourceUnit = "VelaTableHashTest";
-  static inline Trace::Handle trace{"VelaTableHashTest"};
+  static inline Trace::Handle trace{sourceUnit};
   static constexpr const char* decodedText = "Decoded entry is ";
   static constexpr HashFamilyTraits traits{.index = TableIndex::hashTest,
                                            .placement = HashPlacement::once,

@@ -73,22 +73,14 @@ struct VlanTablePortRange {
   auto operator<=>(const VlanTablePortRange&) const = default;
 };
 
-class VlanMembershipTable;
-class VlanMembershipConvertor;
-class VlanMembershipConvertorLayer2All;
-
 /// VLANs: one row per VLAN id in every hardware table, each with its own slice of the ports. A
 /// VLAN without an entry has the default row; rows are never deleted.
-struct VELA_EXPORT VlanMembershipFamily {
-  using Key = VlanMembershipKey;
-  using Result = VlanMembershipResult;
-  using Table = VlanMembershipTable;
-  using Convertor = VlanMembershipConvertor;
-  using LayerConvertor = VlanMembershipConvertorLayer2All;
-
-  static constexpr TableIndex index = TableIndex::vlanMembership;
+struct VELA_EXPORT VlanMembershipFamily
+    : PlainFamilyTypes<VlanMembershipKey, VlanMembershipResult, class VlanMembershipTable,
+                       class VlanMembershipConvertor, class VlanMembershipConvertorLayer2All> {
   static constexpr const char* sourceUnit = "VelaTableVlanMembership";
-  static inline Trace::Handle trace{"VelaTableVlanMembership"};
+  static inline Trace::Handle trace{sourceUnit};
+  static constexpr TableIndex index = TableIndex::vlanMembership;
   static HwIndex hwIndex(const Key& key) { return key.vid().value(); }
   /// A row that is no VLAN id raises the VLAN range exception.
   static Key keyOf(HwIndex row) { return Key{Bridging::VlanId(row)}; }

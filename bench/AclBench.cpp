@@ -53,86 +53,67 @@ struct Rig {
   Orb::Ptr<AclHashTable> table = VelaSwitchTable::aclHashTableFactory("acl", 0, 0);
 };
 
-class Clock {
- public:
-  void start() { begin_ = std::chrono::steady_clock::now(); }
-  double stop() {
-    return std::chrono::duration<double>(std::chrono::steady_clock::now() - begin_).count();
+/// Times `action`, which handles `items` of them, once per iteration; `prepare` is not timed.
+template <class Prepare, class Action>
+void timed(benchmark::State& state, U64 items, const Prepare& prepare, const Action& action) {
+  double seconds = 0;
+  for (auto _ : state) {
+    auto subject = prepare();
+    const auto begin = std::chrono::steady_clock::now();
+    action(*subject);
+    const std::chrono::duration<double> took = std::chrono::steady_clock::now() - begin;
+    state.SetIterationTime(took.count());
+    seconds += took.count();
   }
+  state.counters["ns_per_item"] =
+      seconds * 1e9 / static_cast<double>(items) / static_cast<double>(state.iterations());
+}
 
- private:
-  std::chrono::steady_clock::time_point begin_;
-};
+void fill(StdMap& map, const std::vector<AclHashKey>& keys) {
+  for (U32 i = 0; i < entries; ++i) map.emplace(keys[i], resultOf(i));
+}
 
-void reportPerItem(benchmark::State& state, double seconds, U64 items) {
-  state.counters["ns_per_item"] = seconds * 1e9 / static_cast<double>(items);
+void fill(Rig& rig, const std::vector<AclHashKey>& keys, U32 first = 0, U32 end = entries) {
+  for (U32 i = first; i < end; ++i) rig.table->entryIs(keys[i], resultOf(i));
 }
 
 void UnorderedMapInsert(benchmark::State& state) {
   const auto keys = randomKeys(entries, 1);
-  Clock clock;
-  double seconds = 0;
-  for (auto _ : state) {
-    auto map = std::make_unique<StdMap>();
-    clock.start();
-    for (U32 i = 0; i < entries; ++i) map->emplace(keys[i], resultOf(i));
-    const double took = clock.stop();
-    state.SetIterationTime(took);
-    seconds += took;
-  }
-  reportPerItem(state, seconds, state.iterations() * entries);
+  timed(
+      state, entries, [] { return std::make_unique<StdMap>(); },
+      [&](StdMap& map) { fill(map, keys); });
 }
 BENCHMARK(UnorderedMapInsert)->UseManualTime();
 
 void AclProgram(benchmark::State& state) {
   const auto keys = randomKeys(entries, 1);
-  Clock clock;
-  double seconds = 0;
-  for (auto _ : state) {
-    auto rig = std::make_unique<Rig>();
-    clock.start();
-    for (U32 i = 0; i < entries; ++i) rig->table->entryIs(keys[i], resultOf(i));
-    const double took = clock.stop();
-    state.SetIterationTime(took);
-    seconds += took;
-  }
-  reportPerItem(state, seconds, state.iterations() * entries);
+  timed(
+      state, entries, [] { return std::make_unique<Rig>(); }, [&](Rig& rig) { fill(rig, keys); });
 }
 BENCHMARK(AclProgram)->UseManualTime();
 
 void UnorderedMapFind(benchmark::State& state) {
   const auto keys = randomKeys(entries, 1);
-  StdMap map;
-  for (U32 i = 0; i < entries; ++i) map.emplace(keys[i], resultOf(i));
-  Clock clock;
-  double seconds = 0;
-  for (auto _ : state) {
-    clock.start();
-    for (U32 i = 0; i < entries; ++i) benchmark::DoNotOptimize(map.find(keys[i])->second);
-    const double took = clock.stop();
-    state.SetIterationTime(took);
-    seconds += took;
-  }
-  reportPerItem(state, seconds, state.iterations() * entries);
+  StdMap filled;
+  fill(filled, keys);
+  timed(
+      state, entries, [&] { return &filled; },
+      [&](StdMap& map) {
+        for (const AclHashKey& key : keys) benchmark::DoNotOptimize(map.find(key)->second);
+      });
 }
 BENCHMARK(UnorderedMapFind)->UseManualTime();
 
 void AclAnnounceUnchanged(benchmark::State& state) {
   const auto keys = randomKeys(entries, 1);
-  Rig rig;
-  for (U32 i = 0; i < entries; ++i) rig.table->entryIs(keys[i], resultOf(i));
-  const U64 writes = rig.chip.registerWrites();
-  Clock clock;
-  double seconds = 0;
-  for (auto _ : state) {
-    clock.start();
-    for (U32 i = 0; i < entries; ++i) rig.table->entryIs(keys[i], resultOf(i));
-    const double took = clock.stop();
-    state.SetIterationTime(took);
-    seconds += took;
+  Rig filled;
+  fill(filled, keys);
+  const U64 writes = filled.chip.registerWrites();
+  timed(
+      state, entries, [&] { return &filled; }, [&](Rig& rig) { fill(rig, keys); });
+  if (filled.chip.registerWrites() != writes) {
+    state.SkipWithError("an unchanged entry was written");
   }
-  reportPerItem(state, seconds, state.iterations() * entries);
-  if (rig.chip.registerWrites() != writes) state.SkipWithError("an unchanged entry was written");
 }
 BENCHMARK(AclAnnounceUnchanged)->UseManualTime();
 
@@ -140,27 +121,25 @@ BENCHMARK(AclAnnounceUnchanged)->UseManualTime();
 void AclProgramAtLoad(benchmark::State& state) {
   const U32 base = capacity * static_cast<U32>(state.range(0)) / 100;
   constexpr U32 batch = 32;
-  const auto keys = randomKeys(base + batch * 64, 2);
-  Rig rig;
-  for (U32 i = 0; i < base; ++i) rig.table->entryIs(keys[i], resultOf(i));
-  Clock clock;
-  double seconds = 0;
-  U64 programmed = 0;
+  constexpr U32 batches = 64;
+  const auto keys = randomKeys(base + batch * batches, 2);
+  Rig filled;
+  fill(filled, keys, 0, base);
+  const auto& engine = filled.table->profileConvertor().physicalTable().engine();
+  U64 moves = 0;
+  U64 movesBefore = 0;
   U32 round = 0;
-  const U64 movesBefore = rig.table->profileConvertor().physicalTable().engine().moves();
-  for (auto _ : state) {
-    const U32 first = base + batch * (round++ % 64);
-    clock.start();
-    for (U32 i = first; i < first + batch; ++i) rig.table->entryIs(keys[i], resultOf(i));
-    const double took = clock.stop();
-    state.SetIterationTime(took);
-    seconds += took;
-    programmed += batch;
-    for (U32 i = first; i < first + batch; ++i) rig.table->entryDel(keys[i]);
-  }
-  reportPerItem(state, seconds, programmed);
-  const U64 moves = rig.table->profileConvertor().physicalTable().engine().moves() - movesBefore;
-  state.counters["moves_per_entry"] = static_cast<double>(moves) / static_cast<double>(programmed);
+  const auto first = [&] { return base + batch * (round % batches); };
+  const auto takeOut = [&] {
+    moves += engine.moves() - movesBefore;
+    for (U32 i = first(); i < first() + batch; ++i) filled.table->entryDel(keys[i]);
+    ++round;
+    movesBefore = engine.moves();
+    return &filled;
+  };
+  movesBefore = engine.moves();
+  timed(state, batch, takeOut, [&](Rig& rig) { fill(rig, keys, first(), first() + batch); });
+  state.counters["moves_per_entry"] = static_cast<double>(moves) / batch / round;
 }
 BENCHMARK(AclProgramAtLoad)->Arg(10)->Arg(20)->Arg(30)->Arg(40)->Arg(45)->UseManualTime();
 
