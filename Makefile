@@ -7,13 +7,13 @@ SUDO := $(shell [ "$$(id -u)" = 0 ] || echo sudo)
 TOOL := build/release/velatable
 SOURCES = $(shell git ls-files '*.h' '*.cpp')
 
-.PHONY: demo test bench format check-format packages release clean
+.PHONY: demo test bench format check packages release clean
 
 demo: release
 	$(TOOL) run examples/first-light.jsonl
 
 # Release build, the sanitizers' build and clang's build; all tests run under each.
-test: packages check-format
+test: packages check
 	cmake --preset release && cmake --build --preset release && ctest --preset release
 	cmake --preset sanitize && cmake --build --preset sanitize && ctest --preset sanitize
 	cmake --preset clang && cmake --build --preset clang && ctest --preset clang
@@ -37,8 +37,9 @@ packages:
 format:
 	clang-format -i $(SOURCES)
 
-check-format:
+check:
 	clang-format --dry-run --Werror $(SOURCES)
+	tests/check-layers.sh
 
 clean:
 	rm -rf build

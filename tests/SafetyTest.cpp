@@ -255,6 +255,24 @@ TEST(Restart, anEntryInTwoRowsIsKeptOnce) {
   EXPECT_TRUE(table->profileConvertor().auditFindings().empty());
 }
 
+/// A row that cannot be read at the start keeps forwarding: it is not cleared for being unknown.
+TEST(Restart, rowsThatCannotBeReadAreLeftAlone) {
+  Chip chip;
+  {
+    const auto table = HashTestTableIs("hashTest");
+    chip.start(*table);
+    table->entryIs(HashTestKey{0u}, HashTestResult{1u});
+  }
+  chip.types = Orb::make<VelaSwitchApi::SwTableTypes>(chip.profile, chip.chip);
+  const auto table = HashTestTableIs("hashTest");
+  chip.chip.failReadsIs(3);
+  chip.start(*table, Chip::Start::restart);
+  EXPECT_EQ(table->entries().size(), 0u);
+  EXPECT_EQ(chip.path.hashTest(0)->result(), 1u);
+  table->entryIs(HashTestKey{0u}, HashTestResult{2u});
+  EXPECT_EQ(chip.path.hashTest(0)->result(), 2u);
+}
+
 /// A row whose key does not belong there is not taken for an entry, and does not stay.
 TEST(Restart, aRowInTheWrongPlaceIsCleared) {
   Chip chip;
@@ -306,6 +324,9 @@ TEST(Audit, tellsWhatDiffersAndChangesNothing) {
   EXPECT_FALSE(table->hwInconsistentEntry(HashTestKey{1u}));
   EXPECT_EQ(chip.chip.rowWrites(), writes + 1);
   chip.chip.failReadsIs(1);
+  table->syncEntries();
+  EXPECT_EQ(table->profileConvertor().auditFindings().size(), 2u) << "one failure is passed over";
+  chip.chip.failReadsIs(3);
   table->syncEntries();
   EXPECT_EQ(table->profileConvertor().auditFindings().front().kind, Kind::unreadable);
 }

@@ -58,7 +58,7 @@ TEST_F(Tool, theExamplesDoWhatTheySay) {
   EXPECT_THAT(lines("results"), SizeIs(4));
   EXPECT_EQ(run("run " EXAMPLES "/faults.jsonl --results results"), 1);
   EXPECT_EQ(lines("results").front()["status"], "tableFull");
-  EXPECT_THAT(read("out"), HasSubstr("2 announcements refused, 0 expectations unmet"));
+  EXPECT_THAT(read("out"), HasSubstr("announcements refused: 2; expectations unmet: 0"));
 }
 
 TEST_F(Tool, linesHaveTheirShape) {

@@ -3,6 +3,13 @@
 #include <algorithm>
 
 namespace VelaSwitchApi {
+namespace {
+
+/// How often a row is read before the failure counts: at a restart a row that was not read is an
+/// entry that was not found.
+constexpr int readAttempts = 3;
+
+}  // namespace
 
 void HwTableRegisterMapping::forEachRun(HwIndex first, HwIndex last, const Visitor& visit) const {
   for (HwIndex index = first; index <= last; ++index) visit(index, index, getRegister(index));
@@ -115,7 +122,10 @@ RegisterBus::Read HwTableConfig::readEntry(HwIndex index) {
   std::array<RegisterBus::RegisterValue, maxRowWords> values;
   std::size_t count = 0;
   for (const Mapped& m : registers) values[count++] = {m.reg, 0};
-  const RegisterBus::Read read = bus_.row(busTable_, index, {values.data(), count});
+  auto read = RegisterBus::Read::failed;
+  for (int attempt = 0; attempt < readAttempts && read == RegisterBus::Read::failed; ++attempt) {
+    read = bus_.row(busTable_, index, {values.data(), count});
+  }
   if (read == RegisterBus::Read::failed) return read;
 
   U32* held = image(index);

@@ -201,8 +201,9 @@ class VELA_EXPORT HwTableConfig : public Orb::PtrInterface {
   /// Writes the row, unless hardware already holds the same words apart from the static ones. A
   /// row without registers is not written. False when the bus failed.
   bool entryIs(const HwEntryConfig& entry);
-  /// Reads the row from hardware into the image; words without a register keep what they held
-  /// when the mapped ones are unchanged, and become 0 otherwise.
+  /// Reads the row from hardware into the image, trying again a few times before it reports a
+  /// failure; words without a register keep what they held when the mapped ones are unchanged, and
+  /// become 0 otherwise.
   RegisterBus::Read readEntry(HwIndex index);
   /// Makes the next entryIs() of the row write whatever it is given.
   void entryForget(HwIndex index) { states_[position(index)] = Row::unknown; }

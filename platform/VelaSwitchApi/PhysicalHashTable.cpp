@@ -292,7 +292,8 @@ void PhysicalHashTable::revisit() {
 void PhysicalHashTable::initRows(HwIndex start, bool overwrite) {
   for (HwIndex index = start; index < engine_.capacity(); ++index) {
     HashBaseCuckooEntry* entry = entryAt(index);
-    if (entry && !overwrite) continue;
+    // Without overwriting, neither an entry's row is touched nor one that could not be read.
+    if (!overwrite && (entry || unread(index))) continue;
     if (overwrite) {
       for (const auto& table : hwTables_) table->entryForget(index);
     }
@@ -303,6 +304,12 @@ void PhysicalHashTable::initRows(HwIndex start, bool overwrite) {
       staleRowIs(location(index));
     }
   }
+}
+
+bool PhysicalHashTable::unread(HwIndex index) const {
+  return std::any_of(hwTables_.begin(), hwTables_.end(), [&](const auto& table) {
+    return table->state(index) == HwTableConfig::Row::unknown;
+  });
 }
 
 void PhysicalHashTable::rebuild() {

@@ -160,7 +160,8 @@ class VELA_EXPORT PhysicalHashTable : public Orb::PtrInterface, private Keel::Cu
   /// The image that the row should have.
   void expectedImage(HwIndex index, U32* image) const;
 
-  /// Writes the rows from `start` on that no entry lies in and, with `overwrite`, all of them.
+  /// Writes the rows from `start` on that hold no entry and were read; with `overwrite` all of
+  /// them.
   void initRows(HwIndex start, bool overwrite);
   /// Takes up the entries that the first pipeline's rows hold. The rows of all pipelines are read.
   void rebuild();
@@ -191,6 +192,7 @@ class VELA_EXPORT PhysicalHashTable : public Orb::PtrInterface, private Keel::Cu
   void revisitAll(const StaleRow& row);
   StaleRow* staleRowOf(const HashBaseCuckooEntry& entry);
   void adopt(HwIndex index);
+  bool unread(HwIndex index) const;
   void revisitIs(HashBaseCuckooEntry* entry) { revisit_.push_back(entry); }
   static void addOnce(Entries& entries, HashBaseCuckooEntry* entry);
   void revisit();

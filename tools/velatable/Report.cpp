@@ -160,17 +160,19 @@ void writeSummary(std::ostream& out, const Agent& agent, const RunFigures& figur
     out << format("  %-26s %9u %9u %5.1f%%\n", name.c_str(), table->entries(), size,
                   size == 0 ? 0.0 : 100.0 * table->entries() / size);
   }
-  out << format("  %llu entries programmed, %llu announcements refused, %llu expectations unmet\n",
-                json["programmed"].get<unsigned long long>(),
-                static_cast<unsigned long long>(figures.refused),
-                static_cast<unsigned long long>(figures.unmet));
   out << format(
-      "  %llu rows written while starting, %llu for the events; %llu entries moved to make room\n",
+      "  entries programmed: %llu; announcements refused: %llu; expectations unmet: %llu\n",
+      json["programmed"].get<unsigned long long>(),
+      static_cast<unsigned long long>(figures.refused),
+      static_cast<unsigned long long>(figures.unmet));
+  out << format(
+      "  rows written: %llu while starting, %llu for the events; entries moved to make room: "
+      "%llu\n",
       static_cast<unsigned long long>(figures.startRowWrites),
       static_cast<unsigned long long>(rowWrites - figures.startRowWrites),
       json["moves"].get<unsigned long long>());
   if (figures.reconciled > 0) {
-    out << format("  %u entries of an earlier run were not announced again and removed\n",
+    out << format("  entries of an earlier run that were not announced again, removed: %u\n",
                   figures.reconciled);
   }
 }
