@@ -42,7 +42,6 @@ class EntryStore : private Orb::KeyObserver<Key> {
     const bool* mark = hwInconsistentEntry_.find(key);
     return mark && *mark;
   }
-  bool anyHwInconsistentEntry() const { return !hwInconsistentEntry_.empty(); }
 
   /// Keys that were read from hardware and that nobody announced since.
   std::vector<Key> unclaimedKeys() const {

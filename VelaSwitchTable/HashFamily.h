@@ -383,18 +383,12 @@ class HashFamilyConvertor : public VelaSwitchApi::PhysicalHashTableConvertor {
   void doCreateHwTables(VelaSwitchApi::TableState state) override {
     const auto* table = static_cast<const typename F::Table*>(swTable());
     ORB_ASSERT(table);
-    switch (F::traits.placement) {
-      case HashPlacement::everyPipeline:
-        for (U32 pipeline = 0; pipeline < profile().pipelines(); ++pipeline) {
-          createHwTable(*table, pipeline, pipeline, state);
-        }
-        break;
-      case HashPlacement::ownPipeline:
-        createHwTable(*table, 0, table->tableIdx(), state);
-        break;
-      case HashPlacement::once:
-        createHwTable(*table, 0, 0, state);
-        break;
+    if (!table->hwTablesDuplicate()) {
+      createHwTable(*table, 0, table->tableIdx(), state);
+      return;
+    }
+    for (U32 pipeline = 0; pipeline < profile().pipelines(); ++pipeline) {
+      createHwTable(*table, pipeline, pipeline, state);
     }
   }
 

@@ -71,8 +71,6 @@ class Collection {
   void observerIs(KeyObserver<Key>* observer) { observers_.push_back(observer); }
   void observerDel(KeyObserver<Key>* observer) { std::erase(observers_, observer); }
 
-  std::size_t memory() const { return map_.memory(); }
-
  private:
   void notify(const Key& key) {
     // By index: an observer may add or remove observers.

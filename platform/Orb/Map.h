@@ -87,9 +87,6 @@ class Map {
     }
   }
 
-  /// Bytes held for the entries.
-  std::size_t memory() const { return slots_.capacity() * sizeof(Slot); }
-
  private:
   static constexpr bool storesKey = std::same_as<KeyOf, StoredKey>;
   struct NoKey {};

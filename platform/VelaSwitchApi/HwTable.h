@@ -219,7 +219,6 @@ class VELA_EXPORT HwTableConfig : public Orb::PtrInterface {
   bool same(HwIndex index, const U32* a, const U32* b) const;
 
   void staticWordIs(DataArrayIndex index, U32 mask) { staticWords_[index] = mask; }
-  U32 staticWord(DataArrayIndex index) const { return staticWords_[index]; }
 
   /// One word of a row that has a register.
   struct Mapped {

@@ -155,7 +155,6 @@ class VELA_EXPORT SwTableProfileConvertor : public Orb::PtrInterface {
 
   Orb::Ptr<HwTableConfig> hwTable(HwTableId id) const;
   const std::map<HwTableId, Orb::Ptr<HwTableConfig>>& hwTables() const { return hwTables_; }
-  U32 hwStaticWord(DataArrayIndex index) const { return staticWords_[index]; }
 
   const std::vector<AuditFinding>& auditFindings() const { return findings_; }
   void auditFindingDelAll() { findings_.clear(); }

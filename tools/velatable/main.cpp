@@ -57,9 +57,9 @@ void throwFatal(const char* expression, const char*) {
 }
 
 /// Sets the levels of "HANDLE[/LEVEL][,…]"; a handle may be named without its "VelaTable".
-void traceIs(const std::string& specification) {
+void traceIs(const std::string& levels) {
   VelaAgent::families();  // makes the handles
-  std::istringstream parts(specification);
+  std::istringstream parts(levels);
   for (std::string part; std::getline(parts, part, ',');) {
     const std::size_t slash = part.find('/');
     const std::string name = part.substr(0, slash);
