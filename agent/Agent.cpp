@@ -12,6 +12,7 @@ Agent::Agent(Orb::PtrConst<VelaSwitch::ProfileInfo> profile, VelaDevice::Simulat
 Agent::~Agent() = default;
 
 void Agent::make() {
+  chip_.modelIs(profile_->name());
   for (const FamilyRegistration& family : families()) {
     for (U32 instance = 0; instance < family.instances(*profile_); ++instance) {
       tables_.push_back(family.make(instance));

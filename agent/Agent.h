@@ -24,7 +24,8 @@ class Agent {
   Agent(const Agent&) = delete;
   Agent& operator=(const Agent&) = delete;
 
-  /// Declares the tables and their hardware; nothing is read or written yet.
+  /// Declares the tables and their hardware; nothing is read or written yet. Throws
+  /// VelaDevice::ImageException when the switch was saved as one of another profile.
   void make();
   /// Starts the tables, which make() has made.
   void start(Start how);

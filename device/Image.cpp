@@ -10,6 +10,7 @@
 // A saved switch is a text file:
 //
 //   vela-switch-image 1
+//   model NAME                                     the profile's name
 //   register VALUE PATH                            every register that is not 0
 //   table FAMILY INSTANCE ID LASTINDEX WORDS NAME  then the table's rows
 //   row INDEX HIT WORD...                          every row that was written
@@ -34,6 +35,7 @@ void SimulatedSwitch::save(const std::string& file) const {
   std::FILE* out = std::fopen(beside.c_str(), "w");
   if (!out) throw std::runtime_error("cannot write " + beside);
   std::fprintf(out, "%s\n", header);
+  if (!model_.empty()) std::fprintf(out, "model %s\n", model_.c_str());
   for (const auto& [path, handle] : registerHandles_) {
     if (registers_[handle] != 0) {
       std::fprintf(out, "register %x %s\n", registers_[handle], path.c_str());
@@ -73,7 +75,9 @@ void SimulatedSwitch::load(const std::string& file) {
     std::istringstream words(text);
     std::string kind;
     words >> kind;
-    if (kind == "register") {
+    if (kind == "model") {
+      if (!std::getline(words >> std::ws, model_)) refuse(file, line, "a model needs a name");
+    } else if (kind == "register") {
       U32 value = 0;
       std::string path;
       if (!(words >> std::hex >> value >> path)) refuse(file, line, "a register needs value, path");

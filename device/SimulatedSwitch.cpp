@@ -6,6 +6,13 @@
 
 namespace VelaDevice {
 
+void SimulatedSwitch::modelIs(const std::string& model) {
+  if (!model_.empty() && model_ != model) {
+    throw ImageException("the saved switch is a " + model_ + ", not a " + model);
+  }
+  model_ = model;
+}
+
 SimulatedSwitch::RegisterHandle SimulatedSwitch::registerIs(std::string_view path) {
   const auto known = registerHandles_.find(path);
   if (known != registerHandles_.end()) return known->second;

@@ -45,6 +45,10 @@ class VELA_EXPORT SimulatedSwitch final : public VelaSwitchApi::RegisterBus {
     }
   };
 
+  /// Says which model of the switch this is, by its profile's name. A saved switch of another
+  /// model throws ImageException: its rows mean something else.
+  void modelIs(const std::string& model);
+
   RegisterHandle registerIs(std::string_view path) override;
   TableHandle tableIs(const VelaSwitchApi::HwTableIdentity& identity, HwIndex lastIndex) override;
   bool rowIs(TableHandle table, HwIndex index, std::span<const RegisterValue> writes) override;
@@ -82,6 +86,7 @@ class VELA_EXPORT SimulatedSwitch final : public VelaSwitchApi::RegisterBus {
  private:
   void commit(Table& table, HwIndex index, std::span<const RegisterValue> writes);
 
+  std::string model_;
   std::map<std::string, RegisterHandle, std::less<>> registerHandles_;
   std::vector<U32> registers_;
   std::map<std::string, TableHandle, std::less<>> tableHandles_;

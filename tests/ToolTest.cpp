@@ -182,6 +182,9 @@ TEST_F(Tool, theSwitchIsKeptAcrossRuns) {
   EXPECT_EQ(Json::parse(read("out"))["reconciled"], 2);
   EXPECT_THAT(lines("writes"), SizeIs(2)) << "the rows of the two that went";
 
+  EXPECT_EQ(run("run events --device sim:image --profile vela-48-4.1"), 2);
+  EXPECT_EQ(read("err"), "velatable: the saved switch is a vela-48-5.1, not a vela-48-4.1\n");
+
   std::ofstream(file("image"), std::ios::app) << "row 99999999 0 1\n";
   EXPECT_EQ(run("run events --device sim:image"), 2);
   EXPECT_THAT(read("err"), HasSubstr("a row needs an index of its table"));
