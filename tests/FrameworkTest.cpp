@@ -247,6 +247,21 @@ TEST_F(Direct, failuresAreMarkedAndMended) {
   EXPECT_THAT(chip.row("Tiny", 0, 0, 5), ElementsAre(0x8000004d, 13));
 }
 
+TEST_F(Direct, aRestartWritesWhatOneHardwareTableLacks) {
+  table->entryIs(5, 77);
+  chip.chip.find("Tiny", 0, 1)->present[5] = 0;
+  const U64 writes = chip.chip.rowWrites();
+  chip.types = Orb::make<SwTableTypes>(chip.profile, chip.chip);
+  const auto again = Orb::make<tiny::Table>();
+  chip.create(*again);
+  again->syncEntries();
+  again->initHwEntries(false);
+  EXPECT_EQ(chip.chip.rowWrites(), writes + 1);
+  EXPECT_THAT(chip.row("Tiny", 0, 1, 5), ElementsAre(0x8000004d, 13));
+  again->initHwEntries(true);
+  EXPECT_EQ(chip.chip.rowWrites(), writes + 1 + 16) << "overwriting spares no row";
+}
+
 TEST_F(Direct, restartAndAuditReadTheRows) {
   table->entryIs(5, 77);
   table->entryIs(2, 22);

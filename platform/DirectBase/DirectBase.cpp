@@ -64,13 +64,19 @@ bool DirectBaseConvertor::rowIs(const DirectBaseEntry& entry, HwIndex index) {
 }
 
 void DirectBaseConvertor::initHwEntries(bool overwrite, U32 start) {
-  const HwTableConfig& first = *hwTable(0);
-  for (HwIndex index = std::max(start, first.descriptor().first); index <= first.descriptor().last;
-       ++index) {
-    if (!overwrite && first.state(index) == HwTableConfig::Row::held) continue;
-    const auto entry = nullDirectEntry(index);
-    directTable()->updateDirectItem(*entry);
-    if (!rowIs(*entry, index)) directTable()->hwInconsistentEntryIsFromDirectItem(*entry);
+  for (const auto& [id, table] : hwTables()) {
+    const auto& descriptor = table->descriptor();
+    for (HwIndex index = std::max(start, descriptor.first); index <= descriptor.last; ++index) {
+      if (!overwrite && table->state(index) == HwTableConfig::Row::held) continue;
+      if (overwrite) table->entryForget(index);
+      const auto entry = nullDirectEntry(index);
+      directTable()->updateDirectItem(*entry);
+      U32 image[maxRowWords];
+      rowImage(*entry, index, image);
+      if (!table->entryIs(HwEntryConfig(index, image, maxRowWords))) {
+        directTable()->hwInconsistentEntryIsFromDirectItem(*entry);
+      }
+    }
   }
 }
 
