@@ -3,6 +3,7 @@
 #include <optional>
 
 #include "DirectBase/TableConstants.h"
+#include "VelaSwitch/HashInverse.h"
 #include "VelaSwitchTable/EntryStore.h"
 #include "VelaSwitchTable/Family.h"
 #include "VelaSwitchTable/VelaHitBitUtil.h"
@@ -19,10 +20,16 @@
 ///   dataWords(profile)               data registers; the control register follows them
 ///   copyKeyToBuffer(key, buffer, size)   packs what is hashed; returns its length in bits
 ///   hash(buffer, way, bits)          the row in a way
-///   layout(profile)                  the row's fields
-///   pack(key, result, valid, location, row)   writes all of them but the static ones
-///   packStatic(location, tableIdx, row)       writes the static ones
-///   unpack(row, location)            the entry of a row, or nothing
+///   layout(helper)                   the row's fields
+///   pack(helper, key, result, valid, location, row)   writes all of them but the static ones
+///   packStatic(helper, location, row)                 writes the static ones
+///   unpack(helper, row, location)    the entry of a row, or nothing
+///
+/// A family that does not store the key bits which the row implies says in addition
+///
+///   impliedBits(helper)              where they stand in the packed key, lowest first
+///   keyBits(helper)                  length of the packed key
+///   impliedBitsAre(key, bits)        completes a key that unpack() left without them
 namespace VelaSwitchTable {
 
 /// The types of a family. The named classes need only be declared where the family is.
@@ -86,11 +93,11 @@ class HashFamilyTableStatus : public Orb::PtrInterface {
 template <class F>
 class HashFamilyProperties : public VelaSwitchApi::PhysicalHashProperties {
  public:
-  explicit HashFamilyProperties(U32 tableId)
+  explicit HashFamilyProperties(U32 tableId, U8 hashBits = F::traits.hashBits)
       : PhysicalHashProperties({.tableId = tableId,
                                 .rowWords = F::traits.rowWords,
-                                .rowsPerWay = 1u << F::traits.hashBits,
-                                .hashBits = F::traits.hashBits,
+                                .rowsPerWay = 1u << hashBits,
+                                .hashBits = hashBits,
                                 .ways = F::traits.ways,
                                 .banks = 1,
                                 .hitBits = F::traits.hitBits,
@@ -136,33 +143,47 @@ class HashFamilyEntry : public VelaSwitchApi::HashBaseCuckooEntry {
 };
 
 template <class F>
-class HashFamilyHelper : public VelaTableHashHelper {
+class HashFamilyHelperBase : public VelaTableHashHelper {
  public:
   using Entry = typename F::CuckooEntry;
 
-  explicit HashFamilyHelper(U8 tableIdx = 0) : tableIdx_(tableIdx) {}
+  explicit HashFamilyHelperBase(U8 tableIdx = 0) : tableIdx_(tableIdx) {}
 
-  Orb::Ptr<VelaSwitchApi::PhysicalHashProperties> doGetPhysTableProperties() const override {
-    return Orb::make<typename F::PhysicalHashProperties>(F::tableId(tableIdx_));
+  /// Which instance of the family the rows belong to.
+  U8 tableIdx() const { return tableIdx_; }
+
+  void doInit() override {
+    VelaTableHashHelper::doInit();
+    if constexpr (impliesBits) {
+      inverse_ = VelaSwitch::HashInverse(&F::hash, F::traits.ways, F::keyBits(self()),
+                                         F::impliedBits(self()));
+    }
   }
   void setStaticBuffer(CuckooLocation location, U8* image) const override {
     RowWriter writer(layout(), image, F::trace, "setStaticBuffer");
-    F::packStatic(location, tableIdx_, writer);
+    F::packStatic(self(), location, writer);
   }
   void setHwBuffer(const VelaSwitchApi::HashBaseCuckooEntry& entry, CuckooLocation location,
                    U8* image) const override {
     const Entry& packed = static_cast<const Entry&>(entry);
     RowWriter writer(layout(), image, F::trace, "setHwBuffer");
-    F::pack(packed.key(), packed.result(), packed.valid(), location, writer);
+    F::pack(self(), packed.key(), packed.result(), packed.valid(), location, writer);
     setStaticBuffer(location, image);
   }
   Orb::Ptr<VelaSwitchApi::HashBaseCuckooEntry> decodeHwEntry(HwIndex index) const override {
     // Rows come from hardware: whatever they hold must not do more harm than be refused.
     try {
-      const auto unpacked = F::unpack(RowReader(layout(), hwRow(index)), location(index));
+      auto unpacked = F::unpack(self(), RowReader(layout(), hwRow(index)), location(index));
       if (!unpacked) return nullHashEntry();
-      auto entry = Orb::make<Entry>(swTable(), unpacked->first);
-      entry->resultIs(unpacked->second);
+      auto& [key, result] = *unpacked;
+      if constexpr (impliesBits) {
+        U8 stored[F::traits.keyBytes];
+        F::copyKeyToBuffer(key, stored, sizeof stored);
+        const CuckooLocation at = location(index);
+        F::impliedBitsAre(key, inverse_.implied(at.way, at.row, stored));
+      }
+      const Orb::Ptr<Entry> entry = table().newItem(key);
+      entry->resultIs(result);
       entry->validIs(true);
       F::trace(8, F::decodedText, entry->toStrep());
       return entry;
@@ -173,21 +194,35 @@ class HashFamilyHelper : public VelaTableHashHelper {
   }
 
  protected:
-  RowLayout makeLayout(const VelaSwitch::ProfileInfo& profile) const override {
-    return F::layout(profile);
-  }
+  RowLayout makeLayout() const override { return F::layout(self()); }
   Orb::Ptr<VelaSwitchApi::HashBaseCuckooEntry> makeNullEntry() const override {
-    return Orb::make<Entry>(swTable(), typename F::Key{});
+    return table().newItem(table().nullKey());
   }
-  U8 tableIdx() const { return tableIdx_; }
 
  private:
+  static constexpr bool impliesBits = requires { &F::impliedBits; };
+
+  const typename F::Helper& self() const { return static_cast<const typename F::Helper&>(*this); }
+  typename F::Table& table() const { return static_cast<typename F::Table&>(*swTable()); }
+
   U8 tableIdx_;
+  VelaSwitch::HashInverse inverse_;
+};
+
+/// The helper of a family whose physical tables differ by their number alone.
+template <class F>
+class HashFamilyHelper : public HashFamilyHelperBase<F> {
+ public:
+  using HashFamilyHelperBase<F>::HashFamilyHelperBase;
+
+  Orb::Ptr<VelaSwitchApi::PhysicalHashProperties> doGetPhysTableProperties() const override {
+    return Orb::make<typename F::PhysicalHashProperties>(F::tableId(this->tableIdx()));
+  }
 };
 
 template <class F>
-class HashFamilyTable : public VelaSwitchApi::HashBaseTable,
-                        public EntryStore<typename F::Key, typename F::Result> {
+class HashFamilyTableBase : public VelaSwitchApi::HashBaseTable,
+                            public EntryStore<typename F::Key, typename F::Result> {
  public:
   using Family = F;
   using Key = typename F::Key;
@@ -197,8 +232,8 @@ class HashFamilyTable : public VelaSwitchApi::HashBaseTable,
   using TableStatus = typename F::TableStatus;
   using HashItem = VelaSwitchApi::HashItem;
 
-  explicit HashFamilyTable(std::string name, U8 tableIdx = 0, U8 pipeline = 0)
-      : HashBaseTable(std::move(name)), tableIdx_(tableIdx), pipeline_(pipeline) {
+  explicit HashFamilyTableBase(std::string name, U8 tableIdx = 0, U8 pipeline = 0)
+      : HashBaseTable(std::move(name), tableIdx, pipeline) {
     hwTablesDuplicateIs(F::traits.placement == HashPlacement::everyPipeline);
     statusSupportedIs(true);
     hitBitsSupportedIs(F::traits.hitBits);
@@ -207,7 +242,7 @@ class HashFamilyTable : public VelaSwitchApi::HashBaseTable,
   const Orb::Type& fwkType() const override { return Orb::registeredType<typename F::Table>; }
   static constexpr const char* sourceUnit = F::sourceUnit;
   void reactorTeardown() override {
-    if (profileConvertorPtr()) profileConvertor().physicalTable().swTableDel(this);
+    if (profileConvertorPtr()) profileConvertor().swTableDel(this);
   }
 
   void doInitStatus() override {
@@ -218,12 +253,7 @@ class HashFamilyTable : public VelaSwitchApi::HashBaseTable,
     cachedItem_.reserve(capacity);
     tableStatus_->entryStatuses().reserve(capacity);
   }
-  Orb::Ptr<VelaSwitchApi::SwTableProfileConvertor> profileConvertorFactory() const override {
-    return Orb::make<typename F::Convertor>();
-  }
-  Orb::Ptr<VelaSwitchApi::HashBaseHelper> hashBaseHelperFactory() const override {
-    return Orb::make<typename F::Helper>(tableIdx_);
-  }
+
   bool entryHasByHashItem(const HashItem& item) const override {
     return this->entry(keyOf(item)) != nullptr;
   }
@@ -276,8 +306,6 @@ class HashFamilyTable : public VelaSwitchApi::HashBaseTable,
     return true;
   }
 
-  U8 tableIdx() const { return tableIdx_; }
-  U8 pipeline() const { return pipeline_; }
   const Orb::Ptr<TableStatus>& tableStatus() const { return tableStatus_; }
   /// The table's status, created on first use.
   const Orb::Ptr<TableStatus>& tableStatusIs() {
@@ -293,6 +321,11 @@ class HashFamilyTable : public VelaSwitchApi::HashBaseTable,
   }
   void hashItemDel(const Key& key) { cachedItem_.erase(key); }
 
+  /// A new item of the key, in no table's hands yet.
+  virtual Orb::Ptr<Entry> newItem(const Key& key) = 0;
+  /// A key that an item which stands for an empty row may carry.
+  virtual Key nullKey() const { return Key{}; }
+
   /// The key's item: the cached one, or else a new one. With `withResult` it takes the key's
   /// current result, and is cached when there is one.
   Orb::Ptr<Entry> createHashEntry(const Key& key, bool withResult) {
@@ -300,11 +333,11 @@ class HashFamilyTable : public VelaSwitchApi::HashBaseTable,
     Orb::Ptr<Entry> item;
     if (desired) {
       Orb::Ptr<Entry>& cached = *cachedItem_.insert(key).first;
-      if (!cached) cached = Orb::make<Entry>(this, key);
+      if (!cached) cached = newItem(key);
       item = cached;
     } else {
       item = cachedItem(key);
-      if (!item) item = Orb::make<Entry>(this, key);
+      if (!item) item = newItem(key);
     }
     if (withResult) resultIs(*item, desired);
     return item;
@@ -313,6 +346,11 @@ class HashFamilyTable : public VelaSwitchApi::HashBaseTable,
   void handleEntry(const Key& key) override {
     if (!initialized()) return;
     traceStatus(key);
+    if constexpr (requires { &F::check; }) {
+      // Before anything moves: a row that cannot be packed must not cost others their place.
+      const Result* desired = this->entry(key);
+      if (desired) F::check(static_cast<const typename F::Helper&>(*helper()), key, *desired);
+    }
     const Orb::Ptr<Entry> item = createHashEntry(key, true);
     profileConvertor().updateHashEntryCounter(*item, false);
     if (item->valid()) {
@@ -364,14 +402,29 @@ class HashFamilyTable : public VelaSwitchApi::HashBaseTable,
     }
   }
 
-  U8 tableIdx_;
-  U8 pipeline_;
   struct KeyOfItem {
     const Key& operator()(const Orb::Ptr<Entry>& item) const { return item->key(); }
   };
 
   Orb::Map<Key, Orb::Ptr<Entry>, KeyOfItem> cachedItem_;
   Orb::Ptr<TableStatus> tableStatus_;
+};
+
+/// The table of a family whose tables all have one convertor, helper and entry class.
+template <class F>
+class HashFamilyTable : public HashFamilyTableBase<F> {
+ public:
+  using HashFamilyTableBase<F>::HashFamilyTableBase;
+
+  Orb::Ptr<VelaSwitchApi::SwTableProfileConvertor> profileConvertorFactory() const override {
+    return Orb::make<typename F::Convertor>();
+  }
+  Orb::Ptr<VelaSwitchApi::HashBaseHelper> hashBaseHelperFactory() const override {
+    return Orb::make<typename F::Helper>(this->tableIdx());
+  }
+  Orb::Ptr<typename F::CuckooEntry> newItem(const typename F::Key& key) override {
+    return Orb::make<typename F::CuckooEntry>(this, key);
+  }
 };
 
 template <class F>
@@ -381,7 +434,7 @@ class HashFamilyConvertor : public VelaSwitchApi::PhysicalHashTableConvertor {
   static constexpr const char* sourceUnit = F::sourceUnit;
 
   void doCreateHwTables(VelaSwitchApi::TableState state) override {
-    const auto* table = static_cast<const typename F::Table*>(swTable());
+    const auto* table = static_cast<const VelaSwitchApi::HashBaseTable*>(swTable());
     ORB_ASSERT(table);
     if (!table->hwTablesDuplicate()) {
       createHwTable(*table, 0, table->tableIdx(), state);
@@ -398,16 +451,22 @@ class HashFamilyConvertor : public VelaSwitchApi::PhysicalHashTableConvertor {
     }
   }
 
+ protected:
+  /// The table that the rows belong to.
+  virtual TableIndex tableIndex() const { return F::traits.index; }
+  /// Where the hit bits lie, in a family that has them.
+  virtual U32 hitTableOffset() const { return F::traits.hitTableOffset; }
+
  private:
-  void createHwTable(const typename F::Table& swTable, VelaSwitchApi::HwTableId id, U32 processor,
-                     VelaSwitchApi::TableState state) {
+  void createHwTable(const VelaSwitchApi::HashBaseTable& swTable, VelaSwitchApi::HwTableId id,
+                     U32 processor, VelaSwitchApi::TableState state) {
     using namespace VelaSwitchApi;
     Orb::Ptr<HwTableConfig> table = physicalTable().hwTable(id);
     if (!table) {
       const auto& properties = physicalTable().properties();
       const U32 tableSize = properties.rowsPerWay * properties.ways * properties.banks;
       ORB_ASSERT(tableSize != 0);
-      const std::string family = TableConstants::tableName(F::traits.index);
+      const std::string family = TableConstants::tableName(tableIndex());
       const std::string prefix = regPrefix(F::traits.prefix, processor);
       const std::string name =
           SwTable::hwTableName(family, std::to_string(swTable.tableIdx()), "", id);
@@ -418,27 +477,31 @@ class HashFamilyConvertor : public VelaSwitchApi::PhysicalHashTableConvertor {
           static_cast<U8>(properties.rowWords), mapping);
       table = Orb::make<HwTableConfig>(descriptor, types().bus());
       physicalTable().hwTableIs(table);
-      descriptorIs(id, descriptor);
       if constexpr (F::traits.hitTableOffset != noHitTable) {
-        createHitTable(*table, descriptor, prefix, state);
+        physicalTable().hitTableIs(id, createHitTable(*table, descriptor, prefix, state));
       }
     }
     hwTableIs(id, table);
+    descriptorIs(id, &table->descriptor());
+    if constexpr (F::traits.hitTableOffset != noHitTable) {
+      const Orb::Ptr<HitBitTableConfig> hitTable = physicalTable().hitTable(id);
+      ORB_ASSERT(hitTable);
+      hitBitTableIs(id, hitTable);
+      hitDescriptorIs(id, hitTable->descriptor());
+    }
   }
 
-  void createHitTable(const VelaSwitchApi::HwTableConfig& table,
-                      const Orb::PtrConst<VelaSwitchApi::HwTableDescriptor>& descriptor,
-                      const std::string& prefix, VelaSwitchApi::TableState state) {
+  Orb::Ptr<VelaSwitchApi::HitBitTableConfig> createHitTable(
+      const VelaSwitchApi::HwTableConfig& table,
+      const Orb::PtrConst<VelaSwitchApi::HwTableDescriptor>& descriptor, const std::string& prefix,
+      VelaSwitchApi::TableState state) {
     using namespace VelaSwitchApi;
     /// Each read returns 64 hit bits, in two registers.
     constexpr U32 hitBitsPerRead = 64;
     const auto hitDescriptor = HwTableDescriptorConfig::hitBitTableDescIs(
-        descriptor, SwTable::hitBitAccessModeMapping(state), F::traits.hitTableOffset,
-        getHitBitMapping(prefix, descriptor->last + 1, hitBitsPerRead, F::traits.hitTableOffset));
-    const auto hitTable = Orb::make<HitBitTableConfig>(hitDescriptor, table, types().bus());
-    ORB_ASSERT(hitTable);
-    hitBitTableIs(descriptor->identity.id, hitTable);
-    hitDescriptorIs(descriptor->identity.id, hitDescriptor);
+        descriptor, SwTable::hitBitAccessModeMapping(state), hitTableOffset(),
+        getHitBitMapping(prefix, descriptor->last + 1, hitBitsPerRead, hitTableOffset()));
+    return Orb::make<HitBitTableConfig>(hitDescriptor, table, types().bus());
   }
 
   VelaSwitchApi::SwTableTypes& types() const { return swTable()->types(); }

@@ -12,7 +12,7 @@
 /// the result. A family is a struct F, derived from PlainFamilyTypes, that says what is its own:
 ///
 ///   sourceUnit, trace            the unit's name and the trace handle called after it
-///   index                        the table's number
+///   traits                       a PlainFamilyTraits
 ///   hwIndex(key), keyOf(index)   which row is the key's
 ///   absentResult()               what the row of a key without an entry is made from
 ///   layout(profile, table)       the row's fields in one hardware table
@@ -32,6 +32,10 @@ struct PlainFamilyTypes {
   using Table = TableType;
   using Convertor = ConvertorType;
   using LayerConvertor = LayerConvertorType;
+};
+
+struct PlainFamilyTraits {
+  TableIndex index;
 };
 
 /// The base of a family's convertors. It knows no hardware; reaching its programming call is an
@@ -83,6 +87,9 @@ class PlainFamilyTable : public VelaSwitchApi::SwTable,
       this->hwInconsistentEntryIs(key, true);
     }
   }
+
+  /// The row's fields in the first hardware table.
+  VelaSwitchApi::RowLayout rowLayout() const { return F::layout(profile(), 0); }
 
   PlainFamilyConvertor<F>& profileConvertor() const {
     return static_cast<PlainFamilyConvertor<F>&>(*profileConvertorPtr());

@@ -186,13 +186,13 @@ U32 AclHashFamily::hash(const U8* buffer, U8 way, U8 bits) {
   return VelaSwitch::crc11Hash(buffer, way, bits);
 }
 
-RowLayout AclHashFamily::layout(const VelaSwitch::ProfileInfo& profile) {
-  const auto fields = rowFields(dataWords(profile));
+RowLayout AclHashFamily::layout(const Helper& helper) {
+  const auto fields = rowFields(dataWords(helper.profile()));
   return {{fields.begin(), fields.end()}, imageWords};
 }
 
-void AclHashFamily::pack(const Key& key, const Result& result, bool valid, CuckooLocation,
-                         RowWriter& row) {
+void AclHashFamily::pack(const Helper&, const Key& key, const Result& result, bool valid,
+                         CuckooLocation, RowWriter& row) {
   if (!valid) return;
   U8 packed[VelaSwitchApi::KeyWriter::maxBytes];
   copyKeyToBuffer(key, packed, sizeof packed);
@@ -204,14 +204,15 @@ void AclHashFamily::pack(const Key& key, const Result& result, bool valid, Cucko
   row.set(Row::parity, VelaSwitch::parityU32Array(row.words(), parityWords));
 }
 
-void AclHashFamily::packStatic(CuckooLocation location, U8, RowWriter& row) {
+void AclHashFamily::packStatic(const Helper&, CuckooLocation location, RowWriter& row) {
   row.set(Row::row, location.row);
   row.set(Row::way, location.way);
   row.set(Row::one, 1);
   row.set(Row::counter, 0);
 }
 
-std::optional<std::pair<AclHashKey, AclHashResult>> AclHashFamily::unpack(const RowReader& row,
+std::optional<std::pair<AclHashKey, AclHashResult>> AclHashFamily::unpack(const Helper&,
+                                                                          const RowReader& row,
                                                                           CuckooLocation) {
   // With its parity bit among them, the words of a sound row have even parity.
   if (!row.flag(Row::valid) || VelaSwitch::parityU32Array(row.words(), parityWords) != 0) {

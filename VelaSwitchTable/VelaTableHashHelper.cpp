@@ -4,7 +4,7 @@ namespace VelaSwitchTable {
 
 void VelaTableHashHelper::doInit() {
   ORB_ASSERT(swTable());
-  layout_ = makeLayout(swTable()->profile());
+  layout_ = makeLayout();
   ORB_ASSERT(layout_.words() <= physical().properties().rowWords);
   null_ = makeNullEntry();
 }

@@ -18,11 +18,12 @@ class VELA_EXPORT VelaTableHashHelper : public VelaSwitchApi::HashBaseHelper {
   Orb::Ptr<VelaSwitchApi::HashBaseCuckooEntry> nullHashEntry() const override { return null_; }
 
   const RowLayout& layout() const { return layout_; }
+  const VelaSwitch::ProfileInfo& profile() const { return swTable()->profile(); }
 
  protected:
   VelaTableHashHelper() = default;
 
-  virtual RowLayout makeLayout(const VelaSwitch::ProfileInfo& profile) const = 0;
+  virtual RowLayout makeLayout() const = 0;
   virtual Orb::Ptr<VelaSwitchApi::HashBaseCuckooEntry> makeNullEntry() const = 0;
 
   /// The image that the first pipeline's table has of a row.

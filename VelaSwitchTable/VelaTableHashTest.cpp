@@ -33,26 +33,26 @@ U32 HashTestFamily::hash(const U8* buffer, U8 way, U8) {
   return rowInWay(value, way);
 }
 
-RowLayout HashTestFamily::layout(const VelaSwitch::ProfileInfo&) {
+RowLayout HashTestFamily::layout(const Helper&) {
   return {{std::begin(fields), std::end(fields)}, rowWords};
 }
 
-void HashTestFamily::pack(const Key& key, const Result& result, bool valid, CuckooLocation location,
-                          RowWriter& row) {
+void HashTestFamily::pack(const Helper&, const Key& key, const Result& result, bool valid,
+                          CuckooLocation location, RowWriter& row) {
   // The row has no valid bit. An empty one holds a key that belongs elsewhere, so that no key that
   // is looked up here can meet it.
   row.set(Row::key, valid ? key.value() : ~(location.row << (hashBits * location.way)));
   row.set(Row::result, result.result());
 }
 
-void HashTestFamily::packStatic(CuckooLocation location, U8, RowWriter& row) {
+void HashTestFamily::packStatic(const Helper&, CuckooLocation location, RowWriter& row) {
   row.set(Row::row, location.row);
   row.set(Row::way, location.way);
   row.set(Row::one, 1);
 }
 
 std::optional<std::pair<HashTestKey, HashTestResult>> HashTestFamily::unpack(
-    const RowReader& row, CuckooLocation location) {
+    const Helper&, const RowReader& row, CuckooLocation location) {
   const auto key = static_cast<U32>(row.get(Row::key));
   if (!row.flag(Row::one) || row.get(Row::row) != location.row ||
       row.get(Row::way) != location.way || rowInWay(key, location.way) != location.row) {

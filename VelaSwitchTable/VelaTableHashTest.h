@@ -45,11 +45,11 @@ struct VELA_EXPORT HashTestFamily
   static U8 dataWords(const VelaSwitch::ProfileInfo&) { return 2; }
   static U8 copyKeyToBuffer(const Key& key, U8* buffer, U8 bufSize);
   static U32 hash(const U8* buffer, U8 way, U8 bits);
-  static RowLayout layout(const VelaSwitch::ProfileInfo& profile);
-  static void pack(const Key& key, const Result& result, bool valid, CuckooLocation location,
-                   RowWriter& row);
-  static void packStatic(CuckooLocation location, U8 tableIdx, RowWriter& row);
-  static std::optional<std::pair<Key, Result>> unpack(const RowReader& row,
+  static RowLayout layout(const Helper& helper);
+  static void pack(const Helper& helper, const Key& key, const Result& result, bool valid,
+                   CuckooLocation location, RowWriter& row);
+  static void packStatic(const Helper& helper, CuckooLocation location, RowWriter& row);
+  static std::optional<std::pair<Key, Result>> unpack(const Helper& helper, const RowReader& row,
                                                       CuckooLocation location);
 };
 

@@ -80,7 +80,7 @@ struct VELA_EXPORT VlanMembershipFamily
                        class VlanMembershipConvertor, class VlanMembershipConvertorLayer2All> {
   static constexpr const char* sourceUnit = "VelaTableVlanMembership";
   static inline Trace::Handle trace{sourceUnit};
-  static constexpr TableIndex index = TableIndex::vlanMembership;
+  static constexpr PlainFamilyTraits traits{.index = TableIndex::vlanMembership};
   static HwIndex hwIndex(const Key& key) { return key.vid().value(); }
   /// A row that is no VLAN id raises the VLAN range exception.
   static Key keyOf(HwIndex row) { return Key{Bridging::VlanId(row)}; }

@@ -1,5 +1,7 @@
 #include "agent/Agent.h"
 
+#include <algorithm>
+
 namespace VelaAgent {
 
 Agent::Agent(Orb::PtrConst<VelaSwitch::ProfileInfo> profile, VelaDevice::SimulatedSwitch& chip)
@@ -20,6 +22,27 @@ void Agent::make() {
   }
   for (const auto& adapter : tables_) adapter->table().doSetProfileConvertor(types_);
   for (const auto& adapter : tables_) adapter->table().doCreateHwTable();
+  makeRoutes();
+  announced_.push_back(routes_.get());
+  for (const auto& adapter : tables_) announced_.push_back(adapter.get());
+}
+
+void Agent::makeRoutes() {
+  using namespace VelaSwitchTable;
+  Orb::Ptr<Lpm11Table> firstLevel;
+  std::vector<Orb::Ptr<LpmBaseTable>> levels;
+  std::vector<HwTableAdapter*> adapters;
+  for (const auto& adapter : tables_) {
+    auto* first = dynamic_cast<Lpm11Table*>(&adapter->table());
+    auto* level = dynamic_cast<LpmBaseTable*>(&adapter->table());
+    if (!first && !level) continue;
+    if (first) firstLevel = first;
+    if (level) levels.push_back(level);
+    adapters.push_back(adapter.get());
+  }
+  routeWriter_ =
+      std::make_unique<RouteWriter>(lpmTableFactory("Route"), firstLevel, std::move(levels));
+  routes_ = std::make_unique<RouteAdapter>(*routeWriter_, *profile_, std::move(adapters));
 }
 
 void Agent::start(Start how) {
@@ -27,6 +50,7 @@ void Agent::start(Start how) {
   // Every table is rebuilt before any row is written: tables may share rows.
   if (restart) {
     for (const auto& adapter : tables_) adapter->table().syncEntries();
+    routeWriter_->rebuild();
   }
   for (const auto& adapter : tables_) adapter->table().initHwEntries(!restart);
   for (const auto& adapter : tables_) {
@@ -35,22 +59,35 @@ void Agent::start(Start how) {
   }
 }
 
-TableAdapter& Agent::table(const std::string& family, U32 instance) const {
+TableAdapter& Agent::table(const std::string& name, U32 instance) const {
   bool known = false;
-  for (const auto& adapter : tables_) {
-    if (adapter->name() != family) continue;
+  for (TableAdapter* adapter : announced_) {
+    if (adapter->name() != name) continue;
     known = true;
     if (adapter->instance() == instance) return *adapter;
   }
   if (known) {
-    throw InputException("table " + family + " has no instance " + std::to_string(instance));
+    throw InputException("table " + name + " has no instance " + std::to_string(instance));
   }
-  throw InputException("unknown table \"" + family + "\"");
+  throw InputException("unknown table \"" + name + "\"");
+}
+
+HwTableAdapter& Agent::adapterOf(const VelaSwitchApi::SwTable& table) const {
+  const auto adapter = std::find_if(tables_.begin(), tables_.end(),
+                                    [&](const auto& each) { return &each->table() == &table; });
+  return **adapter;
+}
+
+U64 Agent::programmed() const {
+  U64 count = routes_->programmed();
+  for (const auto& adapter : tables_) count += adapter->programmed();
+  return count - routeWriter_->programmedCells();
 }
 
 U32 Agent::reconcile() {
   U32 removed = 0;
-  for (const auto& adapter : tables_) removed += adapter->reconcile();
+  for (TableAdapter* adapter : announced_) removed += adapter->reconcile();
+  settle();
   return removed;
 }
 

@@ -6,6 +6,7 @@
 
 #include "agent/Recorder.h"
 #include "agent/Registry.h"
+#include "agent/RouteAdapter.h"
 
 namespace VelaAgent {
 
@@ -36,20 +37,36 @@ class Agent {
   VelaDevice::SimulatedSwitch& chip() { return chip_; }
   VelaDevice::DataPath& dataPath() { return dataPath_; }
 
-  const std::vector<std::unique_ptr<TableAdapter>>& tables() const { return tables_; }
-  /// The family's table of the instance. Throws InputException when there is none.
-  TableAdapter& table(const std::string& family, U32 instance) const;
+  /// The tables that have rows in hardware.
+  const std::vector<std::unique_ptr<HwTableAdapter>>& tables() const { return tables_; }
+  /// Everything that entries can be announced to: the tables, and whole routes before them.
+  const std::vector<TableAdapter*>& announced() const { return announced_; }
+  /// The one of the name and instance. Throws InputException when there is none.
+  TableAdapter& table(const std::string& name, U32 instance) const;
+  /// The adapter of a software table.
+  HwTableAdapter& adapterOf(const VelaSwitchApi::SwTable& table) const;
+  RouteWriter& routeWriter() const { return *routeWriter_; }
+
+  /// Announced entries that hardware has: of routes themselves, not of what they are spread over.
+  U64 programmed() const;
+  /// What is to follow an event: routes that wait may have room now.
+  void settle() { routeWriter_->retry(); }
 
   /// Removes what was rebuilt from hardware and not announced since; returns how many entries.
   U32 reconcile();
 
  private:
+  void makeRoutes();
+
   Orb::PtrConst<VelaSwitch::ProfileInfo> profile_;
   VelaDevice::SimulatedSwitch& chip_;
   Recorder recorder_;
   VelaDevice::DataPath dataPath_;
   Orb::Ptr<VelaSwitchApi::SwTableTypes> types_;
-  std::vector<std::unique_ptr<TableAdapter>> tables_;
+  std::vector<std::unique_ptr<HwTableAdapter>> tables_;
+  std::unique_ptr<RouteWriter> routeWriter_;
+  std::unique_ptr<RouteAdapter> routes_;
+  std::vector<TableAdapter*> announced_;
 };
 
 }  // namespace VelaAgent

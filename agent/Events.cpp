@@ -82,6 +82,7 @@ void EventRunner::apply(const std::string& line) {
     ++number_;
     try {
       (this->*operation.handle)(event);
+      agent_.settle();
     } catch (...) {
       --number_;
       throw;
@@ -104,6 +105,25 @@ TableAdapter& EventRunner::tableOf(const Json& event) const {
   const Json& name = member(event, "table");
   if (!name.is_string()) throw InputException("\"table\" is not a text");
   return agent_.table(name.get<std::string>(), number(event, "instance", 0));
+}
+
+HwTableAdapter& EventRunner::hardwareOf(const Json& event) const {
+  TableAdapter& table = tableOf(event);
+  HwTableAdapter* hardware = table.hardware();
+  if (!hardware) {
+    throw InputException("table " + table.name() +
+                         " has no rows of its own: name the level, such as Lpm26");
+  }
+  return *hardware;
+}
+
+/// The key of an entry in the way; one of another table's says whose it is.
+Json EventRunner::competitorKey(const TableAdapter& table,
+                                const TableAdapter::Competitor& competitor) const {
+  const HwTableAdapter& owner = agent_.adapterOf(*competitor.table);
+  Json key = owner.keyAt(competitor.index);
+  if (&owner == &table) return key;
+  return {{"table", owner.name()}, {"key", std::move(key)}};
 }
 
 Json EventRunner::resultLine(const Json& event, const TableAdapter& table) const {
@@ -130,9 +150,11 @@ void EventRunner::set(const Json& event) {
   const U64 moves = table.moves() - movesBefore;
   const U64 writes = agent_.recorder().rowWrites() - writesBefore;
   std::string sentence = "programmed";
-  if (const auto place = table.place(key); place && place->location) {
-    sentence += " in way " + std::to_string(place->location->way) + ", row " +
-                std::to_string(place->location->row);
+  if (HwTableAdapter* hardware = table.hardware()) {
+    if (const auto place = hardware->place(key); place && place->location) {
+      sentence += " in way " + std::to_string(place->location->way) + ", row " +
+                  std::to_string(place->location->row);
+    }
   }
   if (moves > 0)
     sentence += ", after moving " + count(moves, "entry", "entries") + " out of the way";
@@ -143,15 +165,19 @@ void EventRunner::set(const Json& event) {
 void EventRunner::refuse(const Json& event, const TableAdapter& table,
                          EntryProgrammedStatus status) {
   ++refused_;
+  if (!result_ && !story_) return;
   Json line = resultLine(event, table);
   line["status"] = VelaSwitchApi::nameOf(status);
   std::string sentence = std::string("not programmed: ") + VelaSwitchApi::nameOf(status);
   if (status == EntryProgrammedStatus::tableFull) {
-    const std::vector<Json> keys = table.competing(event["key"]);
-    line["competing"] = {{"entries", keys.size() + 1}, {"rows", keys.size()}};
-    if (explain_) line["competing"]["keys"] = keys;
-    sentence += "; it and " + count(keys.size(), "other", "others") + " have only " +
-                rows(keys.size()) + " between them";
+    const auto competing = table.competing(event["key"]);
+    line["competing"] = {{"entries", competing.size() + 1}, {"rows", competing.size()}};
+    if (explain_) {
+      Json& keys = line["competing"]["keys"] = Json::array();
+      for (const auto& competitor : competing) keys.push_back(competitorKey(table, competitor));
+    }
+    sentence += "; it and " + count(competing.size(), "other", "others") + " have only " +
+                rows(competing.size()) + " between them";
   }
   tell(event, sentence);
   if (result_) result_(line);
@@ -172,7 +198,7 @@ void EventRunner::hit(const Json& event) {
   const Json& at = member(event, "at");
   const auto time = fromJson<Orb::Seconds>(at);
   const Json found = table.lookup(agent_.dataPath(), member(event, "key"));
-  const bool polled = table.convertor().pollHitBits(time);
+  const bool polled = table.pollHitBits(time);
   tell(event, found.is_null() ? "nothing there to hit"
               : polled        ? "hit at " + at.dump() + " s"
                               : "hit, but the poll failed");
@@ -180,7 +206,7 @@ void EventRunner::hit(const Json& event) {
 
 void EventRunner::sync(const Json& event) {
   allow(event, {"op", "table", "instance"});
-  TableAdapter& table = tableOf(event);
+  HwTableAdapter& table = hardwareOf(event);
   table.table().syncEntries();
   std::set<Json> inconsistent;
   std::set<Json> missing;
@@ -218,7 +244,7 @@ void EventRunner::sync(const Json& event) {
 
 void EventRunner::corrupt(const Json& event) {
   allow(event, {"op", "table", "instance", "key", "bit", "hwTableId"});
-  TableAdapter& table = tableOf(event);
+  HwTableAdapter& table = hardwareOf(event);
   const auto place = table.place(member(event, "key"));
   if (!place) throw InputException("the entry has no row");
   member(event, "bit");

@@ -44,6 +44,8 @@ class EventRunner {
   void fail(const Json& event);
 
   TableAdapter& tableOf(const Json& event) const;
+  HwTableAdapter& hardwareOf(const Json& event) const;
+  Json competitorKey(const TableAdapter& table, const TableAdapter::Competitor& competitor) const;
   Json resultLine(const Json& event, const TableAdapter& table) const;
   void refuse(const Json& event, const TableAdapter& table, EntryProgrammedStatus status);
   void tell(const Json& event, const std::string& outcome) const;

@@ -1,6 +1,8 @@
 #pragma once
 
+#include <array>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <set>
 #include <string>
 
@@ -11,7 +13,9 @@
 #include "VelaSwitchApi/SwTable.h"
 
 /// JSON forms of value types, made from their field lists. Reading refuses unknown fields and
-/// values out of range, naming the field; a field that is missing keeps its default.
+/// values out of range, naming the field; a field that is missing keeps its default. The fields of
+/// a value type marked `inlined` stand among those of the value that holds it; of one marked
+/// `nullable`, null is the default.
 namespace VelaAgent {
 
 using Json = nlohmann::ordered_json;
@@ -45,24 +49,54 @@ template <class T>
 inline constexpr bool isVector<std::vector<T>> = true;
 
 template <class T>
+inline constexpr bool isArray = false;
+template <class T, std::size_t count>
+inline constexpr bool isArray<std::array<T, count>> = true;
+
+template <class T>
+inline constexpr bool isOptional = false;
+template <class T>
+inline constexpr bool isOptional<std::optional<T>> = true;
+
+template <class T>
+concept Inlined = requires {
+  T::inlined;
+};
+template <class T>
+concept Nullable = requires {
+  T::nullable;
+};
+
+template <class T>
 concept Version = Orb::Value<T> && requires(T v) {
   v.major;
   v.minor;
 };
 
 template <class T>
+void fieldsToJson(const T& value, Json& json) {
+  Orb::forEachField(value, [&](const auto& field) {
+    if constexpr (Inlined<std::remove_cvref_t<decltype(field())>>) {
+      fieldsToJson(field(), json);
+    } else {
+      json[std::string(field.name)] = toJson(field());
+    }
+  });
+}
+
+template <class T>
 Json structToJson(const T& value) {
   Json json = Json::object();
-  Orb::forEachField(value,
-                    [&](const auto& field) { json[std::string(field.name)] = toJson(field()); });
+  fieldsToJson(value, json);
   return json;
 }
 
 template <class T>
-void structFromJson(const Json& json, T& value) {
-  if (!json.is_object()) throw InputException("expected an object, not " + json.dump());
-  std::set<std::string> known;
+void fieldsFromJson(const Json& json, T& value, std::set<std::string>& known) {
   Orb::forEachField(value, [&](auto& field) {
+    if constexpr (Inlined<std::remove_cvref_t<decltype(field())>>) {
+      return fieldsFromJson(json, field.value, known);
+    }
     const std::string name(field.name);
     known.insert(name);
     const auto at = json.find(name);
@@ -73,6 +107,13 @@ void structFromJson(const Json& json, T& value) {
       throw InputException(name + ": " + error.what());
     }
   });
+}
+
+template <class T>
+void structFromJson(const Json& json, T& value) {
+  if (!json.is_object()) throw InputException("expected an object, not " + json.dump());
+  std::set<std::string> known;
+  fieldsFromJson(json, value, known);
   for (const auto& [name, unused] : json.items()) {
     if (!known.contains(name)) throw InputException("unknown field \"" + name + "\"");
   }
@@ -110,7 +151,9 @@ Json toJson(const T& value) {
       json[std::to_string(pipe.value())] = toJson(entry);
     });
     return json;
-  } else if constexpr (detail::isVector<T>) {
+  } else if constexpr (detail::isOptional<T>) {
+    return value ? toJson(*value) : Json(nullptr);
+  } else if constexpr (detail::isVector<T> || detail::isArray<T>) {
     Json json = Json::array();
     for (const auto& element : value) json.push_back(toJson(element));
     return json;
@@ -121,6 +164,9 @@ Json toJson(const T& value) {
     Orb::forEachField(value, [&](const auto& field) { json = toJson(field()); });
     return json;
   } else if constexpr (Orb::Value<T>) {
+    if constexpr (detail::Nullable<T>) {
+      if (value == T{}) return nullptr;
+    }
     return detail::structToJson(value);
   } else {
     return Orb::text(value);
@@ -154,6 +200,13 @@ void fromJson(const Json& json, T& value) {
     if (!json.is_array()) throw InputException("expected a list, not " + json.dump());
     value.clear();
     for (const Json& element : json) fromJson(element, value.emplace_back());
+  } else if constexpr (detail::isArray<T>) {
+    if (!json.is_array() || json.size() != value.size()) {
+      throw InputException("expected a list of " + std::to_string(value.size()) + ", not " +
+                           json.dump());
+    }
+    for (std::size_t i = 0; i < value.size(); ++i) fromJson(json[i], value[i]);
+
   } else if constexpr (detail::Version<T>) {
     if (!json.is_array() || json.size() != 2) {
       throw InputException("expected [major, minor], not " + json.dump());
@@ -169,6 +222,12 @@ void fromJson(const Json& json, T& value) {
       }
     });
   } else if constexpr (Orb::Value<T>) {
+    if constexpr (detail::Nullable<T>) {
+      if (json.is_null()) {
+        value = T{};
+        return;
+      }
+    }
     detail::structFromJson(json, value);
   } else {
     // Addresses and prefixes are texts; an address may also be a number.

@@ -2,6 +2,9 @@
 
 #include "VelaSwitchTable/VelaTableAclHashes.h"
 #include "VelaSwitchTable/VelaTableHashTest.h"
+#include "VelaSwitchTable/VelaTableLpm11.h"
+#include "VelaSwitchTable/VelaTableSG.h"
+#include "VelaSwitchTable/VelaTableStarG.h"
 #include "VelaSwitchTable/VelaTableVlanMembership.h"
 
 namespace VelaAgent {
@@ -28,12 +31,28 @@ FamilyRegistration hashFamily(typename EntryAdapter<typename Family::Table>::Loo
           }};
 }
 
+/// A hashed level of the route ladder.
+FamilyRegistration hashedLevel(const LpmLevel& level) {
+  const std::string name = TableConstants::tableName(level.hashTableId);
+  const auto lookup = [](DataPath& dataPath, U32, const Json& key) {
+    const auto at = fromJson<VelaSwitch::LpmKey>(key);
+    const char* family = TableConstants::tableName(lpmLevelOfKey(at.prefix().len()).hashTableId);
+    return hitToJson(dataPath.lpmRow(family, at.vrf(), at.prefix().address()));
+  };
+  return {name, LpmBaseFamily::trace, [](const VelaSwitch::ProfileInfo&) { return 1u; },
+          [=, &level](U32 instance) {
+            return std::make_unique<HashAdapter<LpmBaseFamily>>(
+                name, instance, lpmLevelTableFactory(level.longest(), name), lookup);
+          }};
+}
+
+/// A family of plain or direct tables.
 template <class Family>
-FamilyRegistration plainFamily(typename EntryAdapter<typename Family::Table>::Lookup lookup) {
-  const std::string name = TableConstants::tableName(Family::index);
+FamilyRegistration indexedFamily(typename EntryAdapter<typename Family::Table>::Lookup lookup) {
+  const std::string name = TableConstants::tableName(Family::traits.index);
   return {name, Family::trace, [](const VelaSwitch::ProfileInfo&) { return 1u; },
           [=](U32 instance) {
-            return std::make_unique<PlainAdapter<Family>>(
+            return std::make_unique<IndexedAdapter<Family>>(
                 name, instance, Orb::make<typename Family::Table>(name), lookup);
           }};
 }
@@ -44,6 +63,19 @@ Json lookupHashTest(DataPath& dataPath, U32, const Json& key) {
 
 Json lookupAcl(DataPath& dataPath, U32 instance, const Json& key) {
   return hitToJson(dataPath.acl(instance, fromJson<VelaSwitch::AclHashKey>(key)));
+}
+
+Json lookupLpm11(DataPath& dataPath, U32, const Json& key) {
+  const auto at = fromJson<VelaSwitch::LpmKey>(key);
+  return hitToJson(dataPath.lpm11(at.vrf(), at.prefix().address()));
+}
+
+Json lookupSG(DataPath& dataPath, U32, const Json& key) {
+  return hitToJson(dataPath.sg(fromJson<VelaSwitch::MrouteKey>(key)));
+}
+
+Json lookupStarG(DataPath& dataPath, U32, const Json& key) {
+  return hitToJson(dataPath.starG(fromJson<VelaSwitch::MrouteKey>(key)));
 }
 
 /// A VLAN id asks for the whole VLAN, {"vid", "port"} for what the port's pipeline holds of it.
@@ -59,11 +91,16 @@ Json lookupVlan(DataPath& dataPath, U32, const Json& key) {
 }  // namespace
 
 const std::vector<FamilyRegistration>& families() {
-  static const std::vector<FamilyRegistration> all{
-      plainFamily<VlanMembershipFamily>(lookupVlan),
-      hashFamily<AclHashFamily>(lookupAcl),
-      hashFamily<HashTestFamily>(lookupHashTest),
-  };
+  static const std::vector<FamilyRegistration> all = [] {
+    std::vector<FamilyRegistration> registrations{
+        indexedFamily<VlanMembershipFamily>(lookupVlan), hashFamily<AclHashFamily>(lookupAcl),
+        indexedFamily<Lpm11Family>(lookupLpm11),         hashFamily<SGFamily>(lookupSG),
+        hashFamily<HashTestFamily>(lookupHashTest),
+    };
+    for (const LpmLevel& level : lpmLevels) registrations.push_back(hashedLevel(level));
+    registrations.push_back(hashFamily<StarGFamily>(lookupStarG));
+    return registrations;
+  }();
   return all;
 }
 

@@ -12,7 +12,7 @@ struct FamilyRegistration {
   Trace::Handle& trace;
   /// How many software tables of the family a switch of the profile has.
   std::function<U32(const VelaSwitch::ProfileInfo&)> instances;
-  std::function<std::unique_ptr<TableAdapter>(U32 instance)> make;
+  std::function<std::unique_ptr<HwTableAdapter>(U32 instance)> make;
 };
 
 /// All families, in the order in which their tables start.

@@ -16,8 +16,10 @@ namespace VelaAgent {
 using VelaSwitchApi::EntryProgrammedStatus;
 using VelaSwitchApi::HwIndex;
 
-/// One software table behind JSON: what events, status and row listings need of it, whatever its
-/// family.
+class HwTableAdapter;
+
+/// Something that entries can be announced to, behind JSON: what events and status listings need of
+/// it, whatever its kind.
 class TableAdapter {
  public:
   /// One line of a status listing.
@@ -26,10 +28,10 @@ class TableAdapter {
     EntryProgrammedStatus status;
     Orb::Seconds lastHit;
   };
-  /// Where an entry lies.
-  struct Place {
+  /// A row that a refused entry competes for, in the table that the entry in it belongs to.
+  struct Competitor {
+    const VelaSwitchApi::SwTable* table;
     HwIndex index;
-    std::optional<VelaSwitchApi::CuckooLocation> location;  ///< For hash tables.
   };
 
   TableAdapter(std::string name, U32 instance) : name_(std::move(name)), instance_(instance) {}
@@ -37,10 +39,8 @@ class TableAdapter {
 
   const std::string& name() const { return name_; }
   U32 instance() const { return instance_; }
-  virtual VelaSwitchApi::SwTable& table() const = 0;
-  VelaSwitchApi::SwTableProfileConvertor& convertor() const {
-    return *table().profileConvertorPtr();
-  }
+  /// The table with rows of its own that this is, or null.
+  virtual HwTableAdapter* hardware() { return nullptr; }
 
   /// Announces an entry; a null result is the default one. An entry that is unchanged but not
   /// programmed is tried again.
@@ -48,17 +48,10 @@ class TableAdapter {
   virtual void del(const Json& key) = 0;
   /// What the data path finds: the hit's fields, or null.
   virtual Json lookup(VelaDevice::DataPath& dataPath, const Json& key) const = 0;
-
-  /// The key's row, when it has one.
-  virtual std::optional<Place> place(const Json& key) const = 0;
-  /// The key of the software entry in a row, or null.
-  virtual Json keyAt(HwIndex index) const = 0;
-  /// Whether the row is this table's to list; tables that share rows list each once.
-  virtual bool listsRow(HwIndex index) const = 0;
-  /// Way and row of an index, for hash tables.
-  virtual std::optional<VelaSwitchApi::CuckooLocation> location(HwIndex index) const = 0;
-  /// Entries that compete with a refused one for rows.
-  virtual std::vector<Json> competing(const Json& key) const = 0;
+  /// Reads the hit bits of the entries' rows. False when a read failed.
+  virtual bool pollHitBits(Orb::Seconds now) = 0;
+  /// The entries that leave a refused one no row; one fewer than they are with it.
+  virtual std::vector<Competitor> competing(const Json& key) const = 0;
 
   /// Every entry's status, by key.
   virtual std::vector<Status> statuses() const = 0;
@@ -70,17 +63,60 @@ class TableAdapter {
   /// again what had no room. Returns how many went.
   virtual U32 reconcile() = 0;
 
-  /// The row's fields.
-  virtual VelaSwitchApi::RowLayout layout(const VelaSwitch::ProfileInfo& profile) const = 0;
-
  private:
   std::string name_;
   U32 instance_;
 };
 
+/// A software table with rows in hardware.
+class HwTableAdapter : public TableAdapter {
+ public:
+  /// Where an entry lies.
+  struct Place {
+    HwIndex index;
+    std::optional<VelaSwitchApi::CuckooLocation> location;  ///< For hash tables.
+  };
+
+  using TableAdapter::TableAdapter;
+
+  HwTableAdapter* hardware() override { return this; }
+  virtual VelaSwitchApi::SwTable& table() const = 0;
+  VelaSwitchApi::SwTableProfileConvertor& convertor() const {
+    return *table().profileConvertorPtr();
+  }
+  bool pollHitBits(Orb::Seconds now) override { return convertor().pollHitBits(now); }
+
+  /// The key's row, when it has one.
+  virtual std::optional<Place> place(const Json& key) const = 0;
+  /// The key of the software entry in a row, or null.
+  virtual Json keyAt(HwIndex index) const = 0;
+  /// Whether the row is this table's to list; tables that share rows list each once.
+  virtual bool listsRow(HwIndex index) const = 0;
+  /// Whether another table declared the rows that this one uses.
+  virtual bool borrowsRows() const { return false; }
+  /// Way and row of an index, for hash tables.
+  virtual std::optional<VelaSwitchApi::CuckooLocation> location(HwIndex index) const = 0;
+  /// The row's fields.
+  virtual VelaSwitchApi::RowLayout layout() const = 0;
+};
+
+/// Why the key of a hash table has no row.
+template <class Table>
+std::vector<TableAdapter::Competitor> competitorsOf(const Table& table,
+                                                    const typename Table::Key& key) {
+  std::vector<TableAdapter::Competitor> rows;
+  const auto item = table.cachedItem(key);
+  if (!item || item->placed()) return rows;
+  auto& physical = table.profileConvertor().physicalTable();
+  for (const auto* entry : physical.competitors(*item)) {
+    rows.push_back({&entry->table(), physical.indexOf(*entry)});
+  }
+  return rows;
+}
+
 /// What the adapters of all families share: keys and results by their field lists.
 template <class Table>
-class EntryAdapter : public TableAdapter {
+class EntryAdapter : public HwTableAdapter {
  public:
   using Family = typename Table::Family;
   using Key = typename Table::Key;
@@ -89,7 +125,7 @@ class EntryAdapter : public TableAdapter {
   using Lookup = Json (*)(VelaDevice::DataPath&, U32 instance, const Json& key);
 
   EntryAdapter(std::string name, U32 instance, Orb::Ptr<Table> swTable, Lookup ask)
-      : TableAdapter(std::move(name), instance), table_(std::move(swTable)), lookup_(ask) {}
+      : HwTableAdapter(std::move(name), instance), table_(std::move(swTable)), lookup_(ask) {}
 
   Table& table() const override { return *table_; }
 
@@ -138,7 +174,8 @@ template <class Family>
 class HashAdapter final : public EntryAdapter<typename Family::Table> {
   using Base = EntryAdapter<typename Family::Table>;
   using Key = typename Base::Key;
-  using Place = TableAdapter::Place;
+  using Place = HwTableAdapter::Place;
+  using Competitor = TableAdapter::Competitor;
 
  public:
   using Base::Base;
@@ -161,14 +198,8 @@ class HashAdapter final : public EntryAdapter<typename Family::Table> {
   std::optional<VelaSwitchApi::CuckooLocation> location(HwIndex index) const override {
     return physical().location(index);
   }
-  std::vector<Json> competing(const Json& key) const override {
-    const auto item = this->table().cachedItem(fromJson<Key>(key));
-    std::vector<Json> keys;
-    if (!item || item->placed()) return keys;
-    for (const auto* entry : physical().competitors(*item)) {
-      keys.push_back(keyAt(physical().indexOf(*entry)));
-    }
-    return keys;
+  std::vector<Competitor> competing(const Json& key) const override {
+    return competitorsOf(this->table(), fromJson<Key>(key));
   }
   std::vector<TableAdapter::Status> statuses() const override {
     std::vector<TableAdapter::Status> all;
@@ -179,9 +210,11 @@ class HashAdapter final : public EntryAdapter<typename Family::Table> {
     }
     return all;
   }
+  bool borrowsRows() const override { return physical().firstTable() != &this->table(); }
   U64 moves() const override { return physical().engine().moves(); }
-  VelaSwitchApi::RowLayout layout(const VelaSwitch::ProfileInfo& profile) const override {
-    return Family::layout(profile);
+  VelaSwitchApi::RowLayout layout() const override {
+    return static_cast<const VelaSwitchTable::VelaTableHashHelper&>(*this->table().helper())
+        .layout();
   }
 
  protected:
@@ -198,11 +231,13 @@ class HashAdapter final : public EntryAdapter<typename Family::Table> {
   }
 };
 
+/// For tables whose row follows from the key.
 template <class Family>
-class PlainAdapter final : public EntryAdapter<typename Family::Table> {
+class IndexedAdapter final : public EntryAdapter<typename Family::Table> {
   using Base = EntryAdapter<typename Family::Table>;
   using Key = typename Base::Key;
-  using Place = TableAdapter::Place;
+  using Place = HwTableAdapter::Place;
+  using Competitor = TableAdapter::Competitor;
 
  public:
   using Base::Base;
@@ -218,7 +253,7 @@ class PlainAdapter final : public EntryAdapter<typename Family::Table> {
   std::optional<VelaSwitchApi::CuckooLocation> location(HwIndex) const override {
     return std::nullopt;
   }
-  std::vector<Json> competing(const Json&) const override { return {}; }
+  std::vector<Competitor> competing(const Json&) const override { return {}; }
   std::vector<TableAdapter::Status> statuses() const override {
     std::vector<TableAdapter::Status> all;
     for (const Key& key : this->table().entries().keys()) {
@@ -226,12 +261,10 @@ class PlainAdapter final : public EntryAdapter<typename Family::Table> {
     }
     return all;
   }
-  VelaSwitchApi::RowLayout layout(const VelaSwitch::ProfileInfo& profile) const override {
-    return Family::layout(profile, 0);
-  }
+  VelaSwitchApi::RowLayout layout() const override { return this->table().rowLayout(); }
 
  protected:
-  /// Plain tables keep no status records: an entry is in hardware unless its key is marked.
+  /// Such tables keep no status records: an entry is in hardware unless its key is marked.
   EntryProgrammedStatus status(const Key& key) const override {
     if (this->table().hwInconsistentEntry(key)) return EntryProgrammedStatus::hardwareError;
     return this->table().entry(key) ? EntryProgrammedStatus::programmed

@@ -3,6 +3,15 @@
 namespace VelaDevice {
 namespace {
 
+constexpr ControlWord lpmLevel(const char* family, U32 rowsPerWay) {
+  return {.family = family,
+          .rowBits = 12,
+          .wayFirst = 14,
+          .wayBits = 2,
+          .commitBit = 17,
+          .rowsPerWay = rowsPerWay};
+}
+
 constexpr ControlWord controlWords[] = {
     {.family = "HashTest",
      .rowBits = 12,
@@ -22,6 +31,25 @@ constexpr ControlWord controlWords[] = {
      .wayBits = 0,
      .commitBit = 15,
      .rowsPerWay = 0},
+    {.family = "Lpm11",
+     .rowBits = 16,
+     .wayFirst = 0,
+     .wayBits = 0,
+     .commitBit = 17,
+     .rowsPerWay = 0},
+    lpmLevel("Lpm14", 1024),
+    lpmLevel("Lpm17", 1024),
+    lpmLevel("Lpm20", 1024),
+    lpmLevel("Lpm23", 1024),
+    lpmLevel("Lpm26", 4096),
+    lpmLevel("Lpm29", 4096),
+    lpmLevel("Lpm32", 4096),
+    {.family = "SG",
+     .rowBits = 13,
+     .wayFirst = 14,
+     .wayBits = 2,
+     .commitBit = 17,
+     .rowsPerWay = 8192},
 };
 
 }  // namespace

@@ -1,10 +1,13 @@
 #pragma once
 
 #include <optional>
+#include <string_view>
+#include <vector>
 
 #include "Bridging/VlanId.h"
 #include "VelaSwitch/Keys.h"
 #include "VelaSwitch/PipeMap.h"
+#include "VelaSwitch/PortMask.h"
 #include "VelaSwitch/Profile.h"
 #include "device/SimulatedSwitch.h"
 
@@ -40,6 +43,40 @@ struct VlanHit {
   auto operator<=>(const VlanHit&) const = default;
 };
 
+/// The next hop that a route lookup ends at.
+struct RouteHit {
+  static constexpr const char* typeName = "VelaDevice::RouteHit";
+  Orb::Field<"l3LagIndex", U16> l3LagIndex;
+  Orb::Field<"rewriteIndex", U8> rewriteIndex;
+  /// Nothing where registers do not tell.
+  Orb::Field<"realPrefixLen", std::optional<U8>> realPrefixLen;
+  auto operator<=>(const RouteHit&) const = default;
+};
+
+/// A row of the first level.
+struct Lpm11Hit {
+  static constexpr const char* typeName = "VelaDevice::Lpm11Hit";
+  Orb::Field<"cellResult", RouteHit> cellResult;
+  Orb::Field<"cpuTrap", bool> cpuTrap;
+  auto operator<=>(const Lpm11Hit&) const = default;
+};
+
+/// A row of a hashed level.
+struct LpmRowHit {
+  static constexpr const char* typeName = "VelaDevice::LpmRowHit";
+  Orb::Field<"cells", std::vector<std::optional<RouteHit>>> cells;
+  Orb::Field<"cpuTrap", bool> cpuTrap;
+  auto operator<=>(const LpmRowHit&) const = default;
+};
+
+/// Who gets a copy of a multicast packet.
+struct MrouteHit {
+  static constexpr const char* typeName = "VelaDevice::MrouteHit";
+  Orb::Field<"vlanGroupId", U8> vlanGroupId;
+  Orb::Field<"portMask", VelaSwitch::IngressPortMask> portMask;
+  auto operator<=>(const MrouteHit&) const = default;
+};
+
 /// The lookups of one switch. A lookup that matches a row of a table with hit bits sets its bit.
 class VELA_EXPORT DataPath {
  public:
@@ -55,7 +92,21 @@ class VELA_EXPORT DataPath {
   /// The VLAN's row in every table: the ports of all slices, and the pipes' fields of all tables.
   std::optional<VlanHit> vlan(Bridging::VlanId vid);
 
+  /// The longest route that covers the address: the hashed levels from the longest on, then the
+  /// first level.
+  std::optional<RouteHit> route(U32 vrf, Ipnet::IpAddr address);
+  /// The row of a hashed level, such as "Lpm23", that the address falls into.
+  std::optional<LpmRowHit> lpmRow(std::string_view family, U32 vrf, Ipnet::IpAddr address);
+  /// The row of the first level that the address falls into.
+  std::optional<Lpm11Hit> lpm11(U32 vrf, Ipnet::IpAddr address);
+
+  /// The multicast route of the packet's source, or else that of any source.
+  std::optional<MrouteHit> multicast(const VelaSwitch::MrouteKey& key);
+  std::optional<MrouteHit> sg(const VelaSwitch::MrouteKey& key);
+  std::optional<MrouteHit> starG(const VelaSwitch::MrouteKey& key);
+
  private:
+  U32 vrfBits() const;
   std::optional<VlanHit> vlanRow(U32 table, Bridging::VlanId vid);
 
   SimulatedSwitch& chip_;

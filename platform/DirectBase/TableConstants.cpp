@@ -34,6 +34,8 @@ const char* TableConstants::tableName(TableIndex index) {
       return "AclIndirectCounterHash";
     case TableIndex::aclHash:
       return "AclHash";
+    case TableIndex::lpm11:
+      return "Lpm11";
     case TableIndex::vlanMembership:
       return "VlanMembership";
   }

@@ -20,6 +20,7 @@ enum class TableIndex : U8 {
   starG = 40,
   aclIndirectCounterHash = 45,
   aclHash = 46,
+  lpm11 = 90,
   vlanMembership = 100,
 };
 

@@ -84,13 +84,22 @@ void Table::markClosed() {
   for (U32 i = 0; i < reachedCount_; ++i) closed_[reached_[i]] = closings_;
 }
 
+/// The free row to make room at, or noSlot; what a failed search reached is closed to later ones.
+U32 Table::searchRoom(const HashItem& item) {
+  const U32 slot = search(item, Search::pruned);
+  if (slot == noSlot) markClosed();
+  return slot;
+}
+
+bool Table::hasRoom(const HashItem& item) {
+  ORB_ASSERT(!item.placed());
+  return searchRoom(item) != noSlot;
+}
+
 InsertResult Table::insert(HashItem& item, RowWriter& writer) {
   ORB_ASSERT(!item.placed());
-  U32 to = search(item, Search::pruned);
-  if (to == noSlot) {
-    markClosed();
-    return {Outcome::refused, 0};
-  }
+  U32 to = searchRoom(item);
+  if (to == noSlot) return {Outcome::refused, 0};
   U32 moves = 0;
   for (U32 from = from_[to]; from != noSlot; from = from_[to]) {
     const Orb::Ptr<HashItem> mover = slots_[from];
@@ -118,6 +127,7 @@ void Table::remove(HashItem& item) {
   slots_[item.slot_] = nullptr;
   item.slot_ = HashItem::unplaced;
   --size_;
+  ++removals_;
 }
 
 void Table::replace(HashItem& held, HashItem& item) {

@@ -96,6 +96,9 @@ class VELA_EXPORT Table {
   U32 size() const { return size_; }
   /// Moves carried out since the table was made.
   U64 moves() const { return moves_; }
+  /// Items removed since the table was made. When it has not grown, no item that was refused before
+  /// has room now.
+  U64 removals() const { return removals_; }
 
   /// The item of the same hardware key, or null.
   HashItem* find(const HashItem& key) const;
@@ -106,6 +109,8 @@ class VELA_EXPORT Table {
   /// The row that the item may take in the way.
   CuckooLocation candidate(const HashItem& item, U8 way) const { return {way, rowOf(item, way)}; }
 
+  /// Whether insert() would find a place for an item that is not placed.
+  bool hasRoom(const HashItem& item);
   /// Places an item of a hardware key that the table does not hold.
   InsertResult insert(HashItem& item, RowWriter& writer);
   /// Takes a placed item out. Nothing is written; the row is free from now on.
@@ -139,6 +144,7 @@ class VELA_EXPORT Table {
 
   enum class Search : U8 { pruned, whole };
   U32 search(const HashItem& item, Search kind);
+  U32 searchRoom(const HashItem& item);
   bool reach(U32 slot, U32 from, Search kind);
   void put(HashItem& item, U32 slot);
   void markClosed();
@@ -147,6 +153,7 @@ class VELA_EXPORT Table {
   U8 ways_;
   U32 size_ = 0;
   U64 moves_ = 0;
+  U64 removals_ = 0;
   std::vector<Orb::Ptr<HashItem>> slots_;
 
   // The breadth-first search's memory, one element a row.

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <compare>
 #include <concepts>
 #include <type_traits>
@@ -24,6 +25,10 @@
 /// and is spelled as that field alone.
 namespace Orb {
 
+namespace detail {
+struct AnyField;
+}
+
 /// One field of a value type: read by calling it, written by assignment.
 template <FixedString Name, class T>
 struct Field {
@@ -34,8 +39,9 @@ struct Field {
 
   constexpr Field() = default;
   template <class U>
-  requires std::constructible_from<T, U>
-  constexpr Field(U&& initial) : value(static_cast<T>(std::forward<U>(initial))) {}
+  requires std::constructible_from<T, U> &&
+      (!std::same_as<std::remove_cvref_t<U>, detail::AnyField>)constexpr Field(U&& initial)
+      : value(static_cast<T>(std::forward<U>(initial))) {}
 
   constexpr const T& operator()() const { return value; }
   /// Looks into a field that is a map.
@@ -123,6 +129,41 @@ constexpr void forEachField(V&& value, Visitor&& visit) {
     each(a, b, c, d, e, f, g, h, i, j, k, l, m, n, o, p);
   }
   // clang-format on
+}
+
+template <Value V>
+U64 hashOf(const V& value);
+template <Value V>
+void appendText(TextSink& sink, const V& value);
+template <Value V>
+void parseText(TextCursor& cursor, V& value);
+
+/// A fixed number of values; the text form is "[a, b, c]".
+template <class T, std::size_t count>
+U64 hashOf(const std::array<T, count>& values) {
+  U64 hash = hashSeed;
+  for (const T& value : values) hash = hashMix(hash, hashOf(value));
+  return hash;
+}
+template <class T, std::size_t count>
+void appendText(TextSink& sink, const std::array<T, count>& values) {
+  std::string_view separator = "[";
+  for (const T& value : values) {
+    sink.append(separator);
+    appendText(sink, value);
+    separator = ", ";
+  }
+  sink.append("]");
+}
+template <class T, std::size_t count>
+void parseText(TextCursor& cursor, std::array<T, count>& values) {
+  std::string_view separator = "[";
+  for (T& value : values) {
+    cursor.expect(separator);
+    parseText(cursor, value);
+    separator = ", ";
+  }
+  cursor.expect("]");
 }
 
 /// Small fields are gathered into one word before they are mixed in.

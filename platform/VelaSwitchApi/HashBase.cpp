@@ -8,7 +8,9 @@ void HashBaseTable::doSetProfileConvertor(Orb::Ptr<SwTableTypes> types) {
   hashConvertor_ = dynamic_cast<PhysicalHashTableConvertor*>(profileConvertorPtr().get());
   ORB_ASSERT(hashConvertor_);
   helper_ = hashBaseHelperFactory();
-  const auto physical = this->types().physicalHashTable(*helper_->doGetPhysTableProperties());
+  const auto properties = helper_->doGetPhysTableProperties();
+  const auto physical =
+      this->types().physicalHashTable(hashConvertor_->physicalTableId(*properties), *properties);
   helper_->tablesAre(this, physical.get());
   helper_->doInit();
   physical->helperIs(helper_);
@@ -30,6 +32,10 @@ void HashBaseTable::syncEntries() {
 }
 
 void HashBaseTable::lastHitByHashItemIs(HashItem&, Orb::Seconds) {}
+
+U32 PhysicalHashTableConvertor::physicalTableId(const PhysicalHashProperties& properties) const {
+  return properties.tableId();
+}
 
 void PhysicalHashTableConvertor::handleHitBitEntry(HwTableId, HwIndex index) {
   HashBaseCuckooEntry* entry = physical_->entryAt(index);

@@ -48,6 +48,11 @@ class VELA_EXPORT HashBaseTable : public SwTable {
   /// hardware and nobody announced it since, forgets it and says true.
   virtual bool entryReleaseByHashItem(const HashItem& item) = 0;
 
+  /// Which instance of its feature the table is.
+  U8 tableIdx() const { return tableIdx_; }
+  /// The pipeline that this instance serves, where tables serve one each.
+  U8 pipeline() const { return pipeline_; }
+
   void statusSupportedIs(bool supported) { statusSupported_ = supported; }
   bool statusSupported() const { return statusSupported_; }
   void hitBitsSupportedIs(bool supported) { hitBitsSupported_ = supported; }
@@ -57,9 +62,12 @@ class VELA_EXPORT HashBaseTable : public SwTable {
   const Orb::Ptr<HashBaseHelper>& helper() const { return helper_; }
 
  protected:
-  using SwTable::SwTable;
+  explicit HashBaseTable(std::string name, U8 tableIdx = 0, U8 pipeline = 0)
+      : SwTable(std::move(name)), tableIdx_(tableIdx), pipeline_(pipeline) {}
 
  private:
+  U8 tableIdx_;
+  U8 pipeline_;
   Orb::Ptr<HashBaseHelper> helper_;
   PhysicalHashTableConvertor* hashConvertor_ = nullptr;
   bool statusSupported_ = false;
@@ -80,8 +88,14 @@ class VELA_EXPORT PhysicalHashTableConvertor : public SwTableProfileConvertor {
   /// Brings the capacity counter up to date.
   void updateHashEntryCounter(const HashBaseCuckooEntry& entry, bool removed);
 
+  /// Which physical table holds the rows of a software table with these properties.
+  virtual U32 physicalTableId(const PhysicalHashProperties& properties) const;
   void physicalTableIs(Orb::Ptr<PhysicalHashTable> table) { physical_ = std::move(table); }
   PhysicalHashTable& physicalTable() const { return *physical_; }
+  /// The software table goes: the physical table, if it was joined, forgets it.
+  void swTableDel(HashBaseTable* table) {
+    if (physical_) physical_->swTableDel(table);
+  }
 
  protected:
   PhysicalHashTableConvertor() = default;

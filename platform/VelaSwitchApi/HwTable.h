@@ -258,6 +258,8 @@ class VELA_EXPORT HitBitTableConfig : public Orb::PtrInterface {
   HitBitTableConfig(Orb::PtrConst<HitBitTableDescriptor> descriptor, const HwTableConfig& table,
                     RegisterBus& bus);
 
+  const Orb::PtrConst<HitBitTableDescriptor>& descriptor() const { return descriptor_; }
+
   /// Reads and clears all bits and calls `hit(index)` for each that was set. False when a read
   /// failed; the bits of that read are reported by a later poll.
   bool poll(const std::function<void(HwIndex)>& hit);

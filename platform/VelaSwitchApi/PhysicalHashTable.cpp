@@ -45,6 +45,11 @@ Orb::Ptr<HwTableConfig> PhysicalHashTable::hwTable(HwTableId id) const {
   return nullptr;
 }
 
+Orb::Ptr<HitBitTableConfig> PhysicalHashTable::hitTable(HwTableId id) const {
+  const auto table = hitTables_.find(id);
+  return table == hitTables_.end() ? nullptr : table->second;
+}
+
 HashBaseCuckooEntry* PhysicalHashTable::entryAt(HwIndex index) const {
   return static_cast<HashBaseCuckooEntry*>(engine_.at(location(index)));
 }

@@ -128,11 +128,19 @@ class VELA_EXPORT PhysicalHashTable : public Orb::PtrInterface, private Keel::Cu
   const HashBaseTable* firstTable() const { return helpers_.front()->swTable(); }
   /// Declares one pipeline's rows.
   void hwTableIs(Orb::Ptr<HwTableConfig> table) { hwTables_.push_back(std::move(table)); }
+  /// Declares the hit bits of a pipeline's rows; each table that shares the rows polls them.
+  void hitTableIs(HwTableId id, Orb::Ptr<HitBitTableConfig> table) {
+    hitTables_[id] = std::move(table);
+  }
+  /// The hit bits of the pipeline's rows, or null.
+  Orb::Ptr<HitBitTableConfig> hitTable(HwTableId id) const;
   /// The pipeline's rows, or null.
   Orb::Ptr<HwTableConfig> hwTable(HwTableId id) const;
   /// All pipelines' rows, in the order in which they were declared.
   const std::vector<Orb::Ptr<HwTableConfig>>& hwTables() const { return hwTables_; }
 
+  /// Whether place() would find a row for an entry that has none.
+  bool hasRoom(const HashBaseCuckooEntry& entry) { return engine_.hasRoom(entry); }
   /// Places an entry or rewrites its row; the outcome is its programmedStatus().
   void place(HashBaseCuckooEntry& entry);
   /// Removes an entry. False when it is not where the bookkeeping says. When its row could not be
@@ -201,6 +209,7 @@ class VELA_EXPORT PhysicalHashTable : public Orb::PtrInterface, private Keel::Cu
   Keel::Cuckoo::Table engine_;
   std::vector<Orb::Ptr<HashBaseHelper>> helpers_;  ///< In the order in which the tables joined.
   std::vector<Orb::Ptr<HwTableConfig>> hwTables_;
+  std::map<HwTableId, Orb::Ptr<HitBitTableConfig>> hitTables_;
 
   std::vector<StaleRow> staleRows_;
   /// Entries whose hardware key another entry holds, in order of arrival.

@@ -28,6 +28,7 @@ constexpr bool wellFormed(std::span<const RowField> fields, U8 words) {
     for (std::size_t j = 0; j < i; ++j) {
       const RowField& a = fields[i];
       const RowField& b = fields[j];
+      if (a.width == 0 || b.width == 0) continue;
       if (a.first < b.first + b.width && b.first < a.first + a.width) return false;
     }
   }

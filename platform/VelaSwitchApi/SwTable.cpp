@@ -34,8 +34,8 @@ SwTableTypes::SwTableTypes(Orb::PtrConst<VelaSwitch::ProfileInfo> profile, Regis
 SwTableTypes::~SwTableTypes() = default;
 
 Orb::Ptr<PhysicalHashTable> SwTableTypes::physicalHashTable(
-    const PhysicalHashProperties& properties) {
-  Orb::Ptr<PhysicalHashTable>& table = physicalHashTables_[properties.tableId()];
+    U32 tableId, const PhysicalHashProperties& properties) {
+  Orb::Ptr<PhysicalHashTable>& table = physicalHashTables_[tableId];
   if (!table) table = Orb::make<PhysicalHashTable>(properties);
   return table;
 }

@@ -42,8 +42,9 @@ class VELA_EXPORT SwTableTypes : public Orb::PtrInterface {
 
   /// A number for one more software table.
   U32 nextSwTableId() { return swTableIds_++; }
-  /// The physical table with the properties' table id, made on first use.
-  Orb::Ptr<PhysicalHashTable> physicalHashTable(const PhysicalHashProperties& properties);
+  /// The physical table of the number, made with the properties on first use.
+  Orb::Ptr<PhysicalHashTable> physicalHashTable(U32 tableId,
+                                                const PhysicalHashProperties& properties);
 
  private:
   Orb::PtrConst<VelaSwitch::ProfileInfo> profile_;

@@ -8,6 +8,7 @@ namespace VelaTool {
 using VelaAgent::Agent;
 using VelaAgent::hexText;
 using VelaAgent::HwIndex;
+using VelaAgent::HwTableAdapter;
 using VelaAgent::Json;
 using VelaAgent::TableAdapter;
 using VelaSwitchApi::HwTableConfig;
@@ -21,19 +22,19 @@ std::string format(const char* pattern, Arguments... arguments) {
   return line;
 }
 
-U32 capacity(const TableAdapter& table) {
+U32 capacity(const HwTableAdapter& table) {
   U32 size = 0;
   for (const auto& counter : table.convertor().entryCounters()) size += counter.size;
   return size;
 }
 
 /// Highest use since the start; 0 for tables that every key has its row in.
-U32 peak(const TableAdapter& table) {
+U32 peak(const HwTableAdapter& table) {
   const auto& counters = table.convertor().entryCounters();
   return counters.empty() ? 0 : counters.front().peak;
 }
 
-Json rowLine(const Agent& agent, const TableAdapter& table, const HwTableConfig& hwTable,
+Json rowLine(const Agent& agent, const HwTableAdapter& table, const HwTableConfig& hwTable,
              HwIndex index, const Json& key) {
   const auto& descriptor = hwTable.descriptor();
   Json line = {{"table", table.name()},
@@ -92,7 +93,7 @@ void writeRows(std::ostream& out, const Agent& agent) {
 }
 
 void writeStatuses(std::ostream& out, const Agent& agent) {
-  for (const auto& table : agent.tables()) {
+  for (const TableAdapter* table : agent.announced()) {
     for (const auto& status : table->statuses()) {
       const Json line = {{"table", table->name()},
                          {"instance", table->instance()},
@@ -122,21 +123,24 @@ Json writeLine(const Agent& agent, U64 sequence, U64 event,
 }
 
 Json summaryJson(const Agent& agent, const RunFigures& figures) {
-  U64 programmed = 0;
   U64 moves = 0;
   Json tables = Json::array();
-  for (const auto& table : agent.tables()) {
-    programmed += table->programmed();
-    moves += table->moves();
-    tables.push_back({{"table", table->name()},
-                      {"instance", table->instance()},
-                      {"entries", table->entries()},
-                      {"peak", peak(*table)},
-                      {"capacity", capacity(*table)}});
+  for (TableAdapter* table : agent.announced()) {
+    Json line = {{"table", table->name()},
+                 {"instance", table->instance()},
+                 {"entries", table->entries()},
+                 {"programmed", table->programmed()}};
+    if (const HwTableAdapter* hardware = table->hardware()) {
+      if (!hardware->borrowsRows()) moves += table->moves();
+      line["peak"] = peak(*hardware);
+      line["capacity"] = capacity(*hardware);
+      line["waiting"] = agent.routeWriter().waiting(hardware->table());
+    }
+    tables.push_back(line);
   }
   return {{"profile", agent.profile().name()},
           {"events", figures.events},
-          {"programmed", programmed},
+          {"programmed", agent.programmed()},
           {"refused", figures.refused},
           {"unmet", figures.unmet},
           {"reconciled", figures.reconciled},
@@ -153,12 +157,18 @@ void writeSummary(std::ostream& out, const Agent& agent, const RunFigures& figur
   const U64 rowWrites = agent.recorder().rowWrites();
   out << format("\nProfile %s: %llu events in %.3f s\n", agent.profile().name().c_str(),
                 static_cast<unsigned long long>(figures.events), figures.seconds);
-  out << format("  %-26s %9s %9s %6s\n", "table", "entries", "capacity", "load");
-  for (const auto& table : agent.tables()) {
-    const std::string name = table->name() + "/" + std::to_string(table->instance());
-    const U32 size = capacity(*table);
-    out << format("  %-26s %9u %9u %5.1f%%\n", name.c_str(), table->entries(), size,
-                  size == 0 ? 0.0 : 100.0 * table->entries() / size);
+  out << format("  %-26s %9s %10s %9s %6s\n", "table", "entries", "programmed", "capacity", "load");
+  for (const Json& table : json["tables"]) {
+    const std::string name = table["table"].get<std::string>() + "/" + table["instance"].dump();
+    const U32 programmed = table["programmed"];
+    out << format("  %-26s %9u %10u", name.c_str(), table["entries"].get<U32>(), programmed);
+    if (const U32 size = table.value("capacity", 0u); size != 0) {
+      out << format(" %9u %5.1f%%", size, 100.0 * programmed / size);
+    }
+    if (const U32 waiting = table.value("waiting", 0u); waiting != 0) {
+      out << format("  full: %u keys of routes wait", waiting);
+    }
+    out << '\n';
   }
   out << format(
       "  entries programmed: %llu; announcements refused: %llu; expectations unmet: %llu\n",
@@ -193,12 +203,12 @@ void writeTables(std::ostream& out, const Agent& agent) {
   }
 }
 
-void writeLayout(std::ostream& out, const Agent& agent, const TableAdapter& table) {
+void writeLayout(std::ostream& out, const Agent& agent, const HwTableAdapter& table) {
   const HwTableConfig& hwTable = *table.convertor().hwTables().begin()->second;
   out << table.name() << ", profile " << agent.profile().name() << ", registers "
       << registerPrefix(agent, hwTable) << "\n";
   out << format("%-11s %5s  %-24s %s\n", "bits", "width", "field", "register");
-  auto fields = table.layout(agent.profile()).fields();
+  auto fields = table.layout().fields();
   std::stable_sort(fields.begin(), fields.end(),
                    [](const auto& a, const auto& b) { return a.first < b.first; });
   for (const auto& field : fields) {

@@ -29,6 +29,6 @@ void writeSummary(std::ostream& out, const VelaAgent::Agent& agent, const RunFig
 
 void writeTables(std::ostream& out, const VelaAgent::Agent& agent);
 void writeLayout(std::ostream& out, const VelaAgent::Agent& agent,
-                 const VelaAgent::TableAdapter& table);
+                 const VelaAgent::HwTableAdapter& table);
 
 }  // namespace VelaTool

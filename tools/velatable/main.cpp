@@ -238,6 +238,44 @@ int profiles(const std::string& name) {
   return exitGood;
 }
 
+/// Turns a list of prefixes, "a.b.c.d/len" and perhaps a next hop's number a line, into events that
+/// announce them. Prefixes without a number take the next hops in turn.
+int routes(const std::string& file, U32 vrf, U32 nexthops) {
+  std::ifstream in(file);
+  if (!in) throw InputException("cannot read " + file);
+  U64 lineNumber = 0;
+  U64 routeNumber = 0;
+  std::string text;
+  const auto fail = [&](const std::string& what) {
+    std::cout << std::flush;
+    std::cerr << file << ':' << lineNumber << ": " << what << '\n';
+    return exitBadInput;
+  };
+  while (std::getline(in, text)) {
+    ++lineNumber;
+    std::istringstream line(text);
+    std::string prefix;
+    std::string number;
+    std::string rest;
+    line >> prefix >> number >> rest;
+    if (prefix.empty() || prefix.starts_with('#')) continue;
+    if (!rest.empty()) return fail("expected \"a.b.c.d/len\" and at most one number");
+    try {
+      const U64 nexthop = number.empty() ? routeNumber % nexthops : Orb::fromText<U64>(number);
+      ++routeNumber;
+      const Json event = {
+          {"op", "set"},
+          {"table", "Route"},
+          {"key", {{"vrf", vrf}, {"prefix", Orb::text(Orb::fromText<Ipnet::IpPrefix>(prefix))}}},
+          {"result", VelaAgent::toJson(VelaAgent::nexthopOfNumber(nexthop))}};
+      std::cout << event.dump() << '\n';
+    } catch (const std::exception& error) {
+      return fail(error.what());
+    }
+  }
+  return exitGood;
+}
+
 /// Makes the tables of a profile without starting them, and lets `print` look at them.
 int describe(const std::string& profile, const std::function<void(const Agent&)>& print) {
   VelaDevice::SimulatedSwitch chip;
@@ -285,6 +323,21 @@ int main(int argc, char** argv) {
   CLI::App* tablesCommand = app.add_subcommand("tables", "list the tables of a profile");
   CLI::App* layoutCommand = app.add_subcommand("layout", "print the row layout of a table");
   layoutCommand->add_option("table", name, "table")->required();
+  std::string routesFile;
+  U32 vrf = 0;
+  U32 nexthops = VelaAgent::nexthopNumbers;
+  CLI::App* routesCommand =
+      app.add_subcommand("routes", "turn a list of prefixes into Route events");
+  routesCommand
+      ->add_option("file", routesFile, "lines of a.b.c.d/len, optionally with a next hop's number")
+      ->required();
+  routesCommand->add_option("--vrf", vrf, "the routes' VRF")
+      ->check(CLI::Range(0, 255))
+      ->capture_default_str();
+  routesCommand
+      ->add_option("--nexthops", nexthops, "how many next hops the routes without one share")
+      ->check(CLI::Range(U32{1}, VelaAgent::nexthopNumbers))
+      ->capture_default_str();
   for (CLI::App* command : {tablesCommand, layoutCommand}) {
     command->add_option("--profile", options.profile, "built-in profile or JSON file")
         ->capture_default_str();
@@ -300,12 +353,15 @@ int main(int argc, char** argv) {
   try {
     if (*runCommand) return run(options);
     if (*profilesCommand) return profiles(name);
+    if (*routesCommand) return routes(routesFile, vrf, nexthops);
     if (*tablesCommand) {
       return describe(options.profile,
                       [](const Agent& agent) { VelaTool::writeTables(std::cout, agent); });
     }
     return describe(options.profile, [&](const Agent& agent) {
-      VelaTool::writeLayout(std::cout, agent, agent.table(name, 0));
+      const auto* table = agent.table(name, 0).hardware();
+      if (!table) throw InputException("table " + name + " has no rows of its own");
+      VelaTool::writeLayout(std::cout, agent, *table);
     });
   } catch (const std::exception& error) {
     std::cout << std::flush;

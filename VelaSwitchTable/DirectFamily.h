@@ -1,0 +1,263 @@
+#pragma once
+
+#include <optional>
+
+#include "DirectBase/DirectBase.h"
+#include "VelaSwitchTable/EntryStore.h"
+#include "VelaSwitchTable/Family.h"
+#include "VelaSwitchTable/VelaRegPrefixUtil.h"
+
+/// What all direct families share: tables whose row is a fixed function of the key. A family is a
+/// struct F, derived from DirectFamilyTypes, that says what is its own:
+///
+///   sourceUnit, trace            the unit's name and the trace handle called after it
+///   traits                       a DirectFamilyTraits
+///   rows(profile)                rows of the table
+///   registers()                  the registers of words 0, 1, …; further words have none
+///   hwIndex(key), keyOf(index)   which row is the key's
+///   layout(profile)              the row's fields
+///   pack(profile, key, result, valid, row)   writes all of them but the static ones
+///   packStatic(index, row)       writes the static ones
+///   unpack(profile, row)         result and whether there is an entry; nothing for an unsound row
+///   describe(sink, result)       the result within the text form of an entry
+namespace VelaSwitchTable {
+
+using VelaSwitchApi::RowLayout;
+using VelaSwitchApi::RowReader;
+using VelaSwitchApi::RowWriter;
+
+/// The types of a family. The named classes need only be declared where the family is.
+template <class K, class R, class TableType, class ConvertorType, class EntryType>
+struct DirectFamilyTypes {
+  using Key = K;
+  using Result = R;
+  using Table = TableType;
+  using Convertor = ConvertorType;
+  using Entry = EntryType;
+};
+
+/// Which blocks of the switch hold a direct family's rows.
+enum class DirectPlacement : U8 {
+  everyPipeline,         ///< The same rows in every ingress pipeline's processor.
+  everyEgressProcessor,  ///< The same rows in every egress processor.
+  sharedOut,             ///< One table whose rows are shared out among the egress processors.
+};
+
+/// Each egress processor serves this many chip ports.
+inline constexpr U32 portsPerEgressProcessor = 2;
+
+inline U32 egressProcessors(const VelaSwitch::ProfileInfo& profile) {
+  return (profile.ports() + portsPerEgressProcessor - 1) / portsPerEgressProcessor;
+}
+
+struct DirectFamilyTraits {
+  TableIndex index;
+  DirectPlacement placement;
+  const char* prefix;  ///< Register prefix with a place for the block's number.
+  U8 rowWords;         ///< Words of the row image, those without a register included.
+  /// Bits of each word that depend on the row alone, declared once the table is initialized.
+  VelaSwitchApi::StaticWords staticWords{};
+  U32 rowsPerBlock = 0;  ///< When rows are shared out.
+};
+
+/// One row's key and result.
+template <class F>
+class DirectFamilyEntry : public DirectBaseEntry {
+ public:
+  using Key = typename F::Key;
+  using Result = typename F::Result;
+
+  explicit DirectFamilyEntry(const Key& key) : key_(key) {}
+
+  std::string toStrep() const override {
+    Orb::StringSink sink;
+    sink.append(F::Entry::shortName);
+    sink.append("(");
+    appendText(sink, valid());
+    sink.append(", ");
+    appendText(sink, key_);
+    sink.append(", ");
+    F::describe(sink, result_);
+    sink.append(")");
+    return sink.take();
+  }
+
+  const Key& key() const { return key_; }
+  const Result& result() const { return result_; }
+  void resultIs(const Result& result) { result_ = result; }
+
+ private:
+  Key key_;
+  Result result_{};
+};
+
+template <class F>
+class DirectFamilyTable : public DirectBaseTable,
+                          public EntryStore<typename F::Key, typename F::Result> {
+ public:
+  using Family = F;
+  using Key = typename F::Key;
+  using Result = typename F::Result;
+  using Entry = typename F::Entry;
+
+  explicit DirectFamilyTable(std::string name) : DirectBaseTable(std::move(name)) {}
+
+  const Orb::Type& fwkType() const override { return Orb::registeredType<typename F::Table>; }
+  static constexpr const char* sourceUnit = F::sourceUnit;
+
+  /// The row's fields.
+  RowLayout rowLayout() const { return F::layout(profile()); }
+
+  void doCreateHwTable() override {
+    numEntriesIs(F::rows(profile()));
+    DirectBaseTable::doCreateHwTable();
+  }
+  Orb::Ptr<VelaSwitchApi::SwTableProfileConvertor> profileConvertorFactory() const override {
+    return Orb::make<typename F::Convertor>();
+  }
+  bool entryHasByDirectItem(const DirectBaseEntry& item) const override {
+    return this->entry(of(item).key()) != nullptr;
+  }
+  void entryIsByDirectItem(const DirectBaseEntry& item) override {
+    ORB_ASSERT_TEXT(item.valid(), "item->valid()");
+    this->entryIsFromHw(of(item).key(), of(item).result());
+  }
+  bool entryEqualByDirectItem(const DirectBaseEntry& item) const override {
+    const Result* desired = this->entry(of(item).key());
+    return desired && *desired == of(item).result();
+  }
+  void updateDirectItem(DirectBaseEntry& item) const override {
+    Entry& entry = static_cast<Entry&>(item);
+    const Result* desired = this->entry(entry.key());
+    entry.resultIs(desired ? *desired : Result{});
+    entry.validIs(desired != nullptr);
+  }
+  bool hwInconsistentEntryFromDirectItem(const DirectBaseEntry& item) const override {
+    return this->hwInconsistentEntry(of(item).key());
+  }
+  void hwInconsistentEntryDelFromDirectItem(const DirectBaseEntry& item) override {
+    this->hwInconsistentEntryDel(of(item).key());
+  }
+  void hwInconsistentEntryIsFromDirectItem(const DirectBaseEntry& item) override {
+    this->hwInconsistentEntryIs(of(item).key(), true);
+  }
+
+  void handleEntry(const Key& key) override {
+    if (!initialized()) return;
+    F::trace(8, "handleEntry ", key);
+    Entry entry(key);
+    updateDirectItem(entry);
+    if (F::trace.enabled(1)) F::trace(1, "Programming Entry ", entry.toStrep());
+    handleDirectEntry(entry, 0);
+  }
+
+ protected:
+  void handleInitialized() override {
+    for (const Key& key : this->entries().keys()) handleEntry(key);
+  }
+
+ private:
+  static const Entry& of(const DirectBaseEntry& item) { return static_cast<const Entry&>(item); }
+};
+
+template <class F>
+class DirectFamilyConvertor : public DirectBaseConvertor {
+ public:
+  using Key = typename F::Key;
+  using Entry = typename F::Entry;
+
+  const Orb::Type& fwkType() const override { return Orb::registeredType<typename F::Convertor>; }
+  static constexpr const char* sourceUnit = F::sourceUnit;
+
+  HwIndex hwIndexFromKey(const Key& key) const { return F::hwIndex(key); }
+  Key keyFromHwIndex(HwIndex index) const { return F::keyOf(index); }
+
+  void doInitTableStats() override { initTableStatsPerEgressPort(1); }
+
+  void doCreateHwTables(VelaSwitchApi::TableState state) override {
+    using namespace VelaSwitchApi;
+    const auto* table = static_cast<const typename F::Table*>(swTable());
+    ORB_ASSERT(table);
+    layout_ = F::layout(profile());
+    const auto registers = [](U32 block) {
+      return regAddresses(regPrefix(F::traits.prefix, block), F::registers());
+    };
+    if constexpr (F::traits.placement == DirectPlacement::sharedOut) {
+      const std::string name = hwTableName(0);
+      auto mapping = Orb::make<HwTableRegisterMappingRange>(name);
+      for (U32 block = 0; block < egressProcessors(profile()); ++block) {
+        mapping->regsIs(block * F::traits.rowsPerBlock, registers(block));
+      }
+      createHwTable(0, name, mapping, state);
+    } else {
+      const U32 blocks = F::traits.placement == DirectPlacement::everyPipeline
+                             ? profile().pipelines()
+                             : egressProcessors(profile());
+      for (U32 block = 0; block < blocks; ++block) {
+        const std::string name = hwTableName(block);
+        createHwTable(block, name, Orb::make<HwTableRegisterMappingConst>(name, registers(block)),
+                      state);
+      }
+    }
+  }
+
+  void handleInitialized() override {
+    for (U8 word = 0; word < F::traits.rowWords; ++word) {
+      if (F::traits.staticWords[word] != 0) hwStaticWordIs(word, F::traits.staticWords[word]);
+    }
+  }
+
+  HwIndex hwIndexFromItem(const DirectBaseEntry& entry) const override {
+    return F::hwIndex(static_cast<const Entry&>(entry).key());
+  }
+  void setStaticBuffer(HwIndex index, U8* image) const override {
+    RowWriter writer(layout_, image, F::trace, "setStaticBuffer");
+    F::packStatic(index, writer);
+  }
+  void setHwBuffer(const DirectBaseEntry& entry, U8* image) const override {
+    const Entry& packed = static_cast<const Entry&>(entry);
+    RowWriter writer(layout_, image, F::trace, "setHwBuffer");
+    F::pack(profile(), packed.key(), packed.result(), packed.valid(), writer);
+  }
+  Orb::Ptr<DirectBaseEntry> nullDirectEntry(HwIndex index) const override {
+    return Orb::make<Entry>(F::keyOf(index));
+  }
+  Orb::Ptr<DirectBaseEntry> decodeHwEntry(HwIndex index) const override {
+    // Rows come from hardware: whatever they hold must not do more harm than be refused.
+    try {
+      const auto unpacked = F::unpack(profile(), RowReader(layout_, hwRow(index)));
+      if (!unpacked) return nullptr;
+      auto entry = Orb::make<Entry>(F::keyOf(index));
+      entry->resultIs(unpacked->first);
+      entry->validIs(unpacked->second);
+      if (F::trace.enabled(8)) F::trace(8, "Decoded entry is ", entry->toStrep());
+      return entry;
+    } catch (const Orb::RangeException& error) {
+      F::trace(3, "not decoding entry: row ", index, ": ", error.what());
+      return nullptr;
+    }
+  }
+
+  const RowLayout& layout() const { return layout_; }
+
+ private:
+  std::string hwTableName(VelaSwitchApi::HwTableId id) const {
+    return VelaSwitchApi::SwTable::hwTableName(TableConstants::tableName(F::traits.index), "", "",
+                                               id);
+  }
+
+  void createHwTable(VelaSwitchApi::HwTableId id, const std::string& name,
+                     Orb::PtrConst<VelaSwitchApi::HwTableRegisterMapping> mapping,
+                     VelaSwitchApi::TableState state) {
+    using namespace VelaSwitchApi;
+    const auto descriptor = HwTableDescriptorConfig::hwTableDescIs(
+        {TableConstants::tableName(F::traits.index), 0, id, name}, state, 0, F::rows(profile()) - 1,
+        F::traits.rowWords, std::move(mapping));
+    hwTableIs(id, Orb::make<HwTableConfig>(descriptor, swTable()->types().bus()));
+    descriptorIs(id, descriptor);
+  }
+
+  RowLayout layout_;
+};
+
+}  // namespace VelaSwitchTable

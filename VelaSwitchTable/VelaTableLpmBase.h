@@ -1,0 +1,172 @@
+#pragma once
+
+#include "VelaSwitchTable/HashFamily.h"
+#include "VelaSwitchTable/VelaTableLpm.h"
+
+namespace VelaSwitchTable {
+
+/// Constants of one hashed level.
+struct LpmLevel {
+  U8 prefixBaseLen;        ///< Address bits of the key; the shortest real length served.
+  U8 keyWidth;             ///< Bits of the key as it is hashed.
+  U8 crcLength;            ///< Width of the hash: 10 or 12.
+  TableIndex hashTableId;  ///< The level's table.
+  U8 controlSelector = 0;  ///< Marks the level's rows in the control word.
+  U8 paddedKeyWidth = 0;   ///< Row bits that the stored key takes; 0 for no padding.
+
+  /// A level serves this many lengths beyond its shortest.
+  static constexpr U8 prefixRange = 2;
+
+  constexpr U8 ipv4DipShift() const { return static_cast<U8>(32 - prefixBaseLen); }
+  constexpr U8 storedAddressBits() const { return static_cast<U8>(prefixBaseLen - crcLength); }
+  constexpr U8 longest() const { return static_cast<U8>(prefixBaseLen + prefixRange); }
+};
+
+/// The hashed levels. Level 29 shares its table with the (*,G) entries: its keys are hashed with
+/// zeros where those have a tag, and its stored key is padded to the length of theirs.
+inline constexpr std::array<LpmLevel, 7> lpmLevels{{
+    {12, 17, 10, TableIndex::lpm14},
+    {15, 20, 10, TableIndex::lpm17},
+    {18, 23, 10, TableIndex::lpm20},
+    {21, 26, 10, TableIndex::lpm23},
+    {24, 29, 12, TableIndex::lpm26},
+    {27, 41, 12, TableIndex::lpm29, 1, 29},
+    {30, 35, 12, TableIndex::lpm32},
+}};
+
+/// The level whose keys have the prefix length; there must be one.
+VELA_EXPORT const LpmLevel& lpmLevelOfKey(U8 prefixLen);
+
+using LpmEntryStatus = EntryStatusOf<VelaSwitch::LpmKey, "VelaSwitchTable::LpmEntryStatus">;
+
+/// What all hashed levels share; see VelaTableLpmTables.h for the levels.
+///
+/// Hardware keeps of a key what the row does not imply. The words behind the control word have no
+/// register: they keep the whole address and the real lengths.
+struct VELA_EXPORT LpmBaseFamily
+    : HashFamilyTypes<VelaSwitch::LpmKey, LpmResult, class LpmBaseTable, class LpmBaseConvertor,
+                      class LpmBaseHelper, class LpmBaseTableCuckooEntry,
+                      class LpmBasePhysicalHashProperties, class LpmTableStatus, LpmEntryStatus> {
+  static constexpr const char* sourceUnit = "VelaTableLpmBase";
+  static inline Trace::Handle trace{sourceUnit};
+  static constexpr const char* decodedText = "Decoded entry is ";
+  /// Index, hash length and place of the hit bits are those of one level; the others have their
+  /// own.
+  static constexpr HashFamilyTraits traits{.index = TableIndex::lpm32,
+                                           .placement = HashPlacement::everyPipeline,
+                                           .prefix = "ingress/processor_l3[%d]/",
+                                           .rowWords = 7,
+                                           .hashBits = 12,
+                                           .ways = 2,
+                                           .keyBytes = 8,
+                                           .hitBits = true,
+                                           .hitTableOffset = 10,
+                                           .staticWord = 4};
+
+  static U8 dataWords(const VelaSwitch::ProfileInfo&) { return 4; }
+  static U8 copyKeyToBuffer(const Key& key, U8* buffer, U8 bufSize);
+  static U32 hash(const U8* buffer, U8 way, U8 bits);
+  static RowLayout layout(const Helper& helper);
+  /// A key of another level is a fatal assertion, and so are a VRF that there is not and cells that
+  /// the level does not serve.
+  static void check(const Helper& helper, const Key& key, const Result& result);
+  static void pack(const Helper& helper, const Key& key, const Result& result, bool valid,
+                   CuckooLocation location, RowWriter& row);
+  static void packStatic(const Helper& helper, CuckooLocation location, RowWriter& row);
+  static std::optional<std::pair<Key, Result>> unpack(const Helper& helper, const RowReader& row,
+                                                      CuckooLocation location);
+  static std::vector<U8> impliedBits(const Helper& helper);
+  static U8 keyBits(const Helper& helper);
+  static void impliedBitsAre(Key& key, U32 bits);
+};
+
+/// Keys have the level's prefix length; others are a fatal assertion.
+class VELA_EXPORT LpmBaseTable : public HashFamilyTableBase<LpmBaseFamily> {
+ public:
+  static constexpr const char* typeName = "VelaSwitchTable::LpmBaseTable";
+
+  const LpmLevel& level() const { return level_; }
+  /// The shortest real length that the level serves.
+  U8 prefixBaseLen() const { return level_.prefixBaseLen; }
+
+  VelaSwitch::LpmKey nullKey() const override;
+
+ protected:
+  LpmBaseTable(std::string name, const LpmLevel& level)
+
+      : HashFamilyTableBase(std::move(name)), level_(level) {}
+
+  /// log2 of the profile's VRF count, which must be 4, 8 or 32: any other is a fatal assertion.
+  U8 numVrfBits() const;
+
+ private:
+  const LpmLevel& level_;
+};
+
+class VELA_EXPORT LpmBaseConvertor : public HashFamilyConvertor<LpmBaseFamily> {
+ public:
+  static constexpr const char* typeName = "VelaSwitchTable::LpmBaseConvertor";
+
+  /// The level's own table, whatever software table the rows are for.
+  U32 physicalTableId(const VelaSwitchApi::PhysicalHashProperties& properties) const override;
+
+ protected:
+  explicit LpmBaseConvertor(const LpmLevel& level) : level_(level) {}
+
+  TableIndex tableIndex() const override { return level_.hashTableId; }
+  U32 hitTableOffset() const override { return static_cast<U32>(level_.hashTableId); }
+
+ private:
+  const LpmLevel& level_;
+};
+
+class VELA_EXPORT LpmBaseHelper : public HashFamilyHelperBase<LpmBaseFamily> {
+ public:
+  const LpmLevel& level() const { return level_; }
+  U8 numVrfBits() const { return numVrfBits_; }
+  /// Row bits in front of the valid bit.
+  U8 storedWidth() const {
+    return std::max(level_.paddedKeyWidth,
+                    static_cast<U8>(level_.storedAddressBits() + numVrfBits_));
+  }
+
+  Orb::Ptr<VelaSwitchApi::PhysicalHashProperties> doGetPhysTableProperties() const override;
+  /// False for a row with a (*,G) entry, which only level 29 can hold.
+  bool entryOwned(HwIndex index) const override;
+
+ protected:
+  LpmBaseHelper(const LpmLevel& level, U8 numVrfBits) : level_(level), numVrfBits_(numVrfBits) {}
+
+ private:
+  const LpmLevel& level_;
+  U8 numVrfBits_;
+};
+
+class VELA_EXPORT LpmBaseTableCuckooEntry : public HashFamilyEntry<LpmBaseFamily> {
+ public:
+  static constexpr const char* shortName = "LpmBaseTableCuckooEntry";
+
+  LpmBaseTableCuckooEntry(VelaSwitchApi::HashBaseTable* table, const VelaSwitch::LpmKey& key,
+                          const LpmLevel& level)
+      : HashFamilyEntry(table, key), level_(level) {}
+
+  /// A hash of another length than 10 or 12 is a fatal assertion.
+  U32 getHash(U8 way) const override;
+
+  U8 ipv4DipShift() const { return level_.ipv4DipShift(); }
+  U8 keyWidth() const { return level_.keyWidth; }
+  U8 crcLength() const { return level_.crcLength; }
+
+ private:
+  const LpmLevel& level_;
+};
+
+class VELA_EXPORT LpmBasePhysicalHashProperties : public HashFamilyProperties<LpmBaseFamily> {
+ public:
+  explicit LpmBasePhysicalHashProperties(const LpmLevel& level)
+      : HashFamilyProperties(static_cast<U32>(level.hashTableId), level.crcLength) {}
+};
+
+class VELA_EXPORT LpmTableStatus final : public HashFamilyTableStatus<LpmEntryStatus> {};
+
+}  // namespace VelaSwitchTable

@@ -1,0 +1,92 @@
+#pragma once
+
+#include "VelaSwitch/Keys.h"
+#include "VelaSwitch/PortMask.h"
+#include "VelaSwitchTable/HashFamily.h"
+
+namespace VelaSwitchTable {
+
+/// Who gets a copy of a multicast packet.
+struct SGResult {
+  static constexpr const char* typeName = "VelaSwitchTable::SGResult";
+  Orb::Field<"vlanGroupId", U8> vlanGroupId;  ///< 4 bits used.
+  Orb::Field<"portMask", VelaSwitch::IngressPortMask> portMask;
+  auto operator<=>(const SGResult&) const = default;
+};
+
+using SGEntryStatus = EntryStatusOf<VelaSwitch::MrouteKey, "VelaSwitchTable::SGEntryStatus">;
+
+/// Multicast routes of one source: source, group and VLAN. Of the group its low 28 bits count.
+struct VELA_EXPORT SGFamily
+    : HashFamilyTypes<VelaSwitch::MrouteKey, SGResult, class SGTable, class SGConvertor,
+                      class SGHelper, class SGTableCuckooEntry, class SGPhysicalHashProperties,
+                      class SGTableStatus, SGEntryStatus> {
+  static constexpr const char* sourceUnit = "VelaTableSG";
+  static inline Trace::Handle trace{sourceUnit};
+  static constexpr const char* decodedText = "Decoded valid entry is ";
+  static constexpr HashFamilyTraits traits{.index = TableIndex::sg,
+                                           .placement = HashPlacement::everyPipeline,
+                                           .prefix = "ingress/processor_l3[%d]/",
+                                           .rowWords = 6,
+                                           .hashBits = 13,
+                                           .ways = 3,
+                                           .keyBytes = 9,
+                                           .hitBits = true,
+                                           .hitTableOffset = static_cast<U32>(TableIndex::sg),
+                                           .staticWord = 4};
+
+  static U32 tableId(U8) { return static_cast<U32>(TableIndex::sg); }
+  static U8 dataWords(const VelaSwitch::ProfileInfo&) { return 4; }
+  static U8 copyKeyToBuffer(const Key& key, U8* buffer, U8 bufSize);
+  static U32 hash(const U8* buffer, U8 way, U8 bits);
+  static RowLayout layout(const Helper& helper);
+  static void pack(const Helper& helper, const Key& key, const Result& result, bool valid,
+                   CuckooLocation location, RowWriter& row);
+  static void packStatic(const Helper& helper, CuckooLocation location, RowWriter& row);
+  static std::optional<std::pair<Key, Result>> unpack(const Helper& helper, const RowReader& row,
+                                                      CuckooLocation location);
+  static std::vector<U8> impliedBits(const Helper& helper);
+  static U8 keyBits(const Helper& helper);
+  static void impliedBitsAre(Key& key, U32 bits);
+};
+
+class VELA_EXPORT SGTable final : public HashFamilyTable<SGFamily> {
+ public:
+  static constexpr const char* typeName = "VelaSwitchTable::SGTable";
+  using HashFamilyTable::HashFamilyTable;
+};
+
+class VELA_EXPORT SGConvertor final : public HashFamilyConvertor<SGFamily> {
+ public:
+  static constexpr const char* typeName = "VelaSwitchTable::SGConvertor";
+};
+
+class VELA_EXPORT SGHelper final : public HashFamilyHelper<SGFamily> {
+ public:
+  using HashFamilyHelper::HashFamilyHelper;
+};
+
+class VELA_EXPORT SGTableCuckooEntry final : public HashFamilyEntry<SGFamily> {
+ public:
+  static constexpr const char* shortName = "SGTableCuckooEntry";
+  using HashFamilyEntry::HashFamilyEntry;
+  /// The key without the bits that the row implies.
+  U64 hwCompareEncoding() const;
+};
+
+class VELA_EXPORT SGPhysicalHashProperties final : public HashFamilyProperties<SGFamily> {
+ public:
+  using HashFamilyProperties::HashFamilyProperties;
+};
+
+class VELA_EXPORT SGTableStatus final : public HashFamilyTableStatus<SGEntryStatus> {};
+
+VELA_EXPORT Orb::Ptr<SGTable> SGTableIs(const std::string& name);
+VELA_EXPORT Orb::Ptr<SGConvertor> SGConvertorIs();
+VELA_EXPORT Orb::Ptr<SGHelper> SGHelperIs();
+VELA_EXPORT Orb::Ptr<SGPhysicalHashProperties> sGPhysicalHashPropertiesFactory();
+VELA_EXPORT Orb::Ptr<SGTableStatus> sGTableStatusFactory();
+VELA_EXPORT Orb::Ptr<SGTableCuckooEntry> sGTableCuckooEntryFactory(
+    SGTable* table, const VelaSwitch::MrouteKey& key);
+
+}  // namespace VelaSwitchTable

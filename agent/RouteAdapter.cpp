@@ -1,0 +1,113 @@
+#include "agent/RouteAdapter.h"
+
+namespace VelaAgent {
+namespace {
+
+using VelaSwitch::NexthopIndexes;
+
+/// What a packet is looked up with.
+struct RouteAddress {
+  static constexpr const char* typeName = "VelaAgent::RouteAddress";
+  Orb::Field<"vrf", U8> vrf;
+  Orb::Field<"address", Ipnet::IpAddr> address;
+};
+
+}  // namespace
+
+NexthopIndexes nexthopOfNumber(U64 number) {
+  constexpr U32 lags = VelaSwitch::L3LagIndex::null;
+  if (number >= nexthopNumbers) {
+    throw InputException("next hop " + std::to_string(number) + ": there are " +
+                         std::to_string(nexthopNumbers));
+  }
+  return {VelaSwitch::L3LagIndex(number % lags), static_cast<U8>(number / lags)};
+}
+
+RouteAdapter::Key RouteAdapter::keyFromJson(const Json& json) const {
+  const Key key = fromJson<Key>(json);
+  if (key.vrf() >= profile_.vrfs()) {
+    throw InputException("vrf: the switch has " + std::to_string(profile_.vrfs()) + " VRFs, no " +
+                         std::to_string(key.vrf()));
+  }
+  return key;
+}
+
+EntryProgrammedStatus RouteAdapter::status(const Key& key) const {
+  const auto* status = writer_.routes().entryStatus(key);
+  return status ? status->status : EntryProgrammedStatus::notProgrammed;
+}
+
+EntryProgrammedStatus RouteAdapter::set(const Json& key, const Json& result) {
+  const Key route = keyFromJson(key);
+  const auto nexthop = result.is_null() ? NexthopIndexes{} : fromJson<NexthopIndexes>(result);
+  if (!nexthop.valid()) throw InputException("a route needs a next hop: l3LagIndex 57 is none");
+  const bool changed =
+      writer_.routes().entryIs(route, RouteWriter::resultOf(nexthop, route.prefix().len()));
+  writer_.claim(route);
+  if (!changed && status(route) != EntryProgrammedStatus::programmed) writer_.handleRoute(route);
+  return status(route);
+}
+
+void RouteAdapter::del(const Json& key) { writer_.routes().entryDel(keyFromJson(key)); }
+
+/// By address, or by a prefix, which stands for its first address.
+Json RouteAdapter::lookup(VelaDevice::DataPath& dataPath, const Json& key) const {
+  if (key.is_object() && key.contains("prefix")) {
+    const Key route = keyFromJson(key);
+    return hitToJson(dataPath.route(route.vrf(), route.prefix().address()));
+  }
+  const auto at = fromJson<RouteAddress>(key);
+  return hitToJson(dataPath.route(at.vrf(), at.address()));
+}
+
+bool RouteAdapter::pollHitBits(Orb::Seconds now) {
+  bool good = true;
+  for (HwTableAdapter* level : levels_) good = level->pollHitBits(now) && good;
+  return good;
+}
+
+std::vector<TableAdapter::Competitor> RouteAdapter::competing(const Json& key) const {
+  const Key route = keyFromJson(key);
+  auto* level = writer_.levelOf(route.prefix().len());
+  if (!level) return {};
+  return competitorsOf(*level, RouteWriter::levelKey(route));
+}
+
+std::vector<TableAdapter::Status> RouteAdapter::statuses() const {
+  std::vector<Status> all;
+  const auto& statuses = writer_.routes().entryStatuses();
+  all.reserve(statuses.size());
+  for (const Key& key : statuses.keys()) {
+    const auto* status = statuses.find(key);
+    all.push_back({toJson(key), status->status, status->lastHit});
+  }
+  return all;
+}
+
+U32 RouteAdapter::programmed() const {
+  U32 count = 0;
+  writer_.routes().entryStatuses().forEach([&](const Key&, const auto& status) {
+    if (status.status == EntryProgrammedStatus::programmed) ++count;
+  });
+  return count;
+}
+
+U64 RouteAdapter::moves() const {
+  U64 moves = 0;
+  for (const HwTableAdapter* level : levels_) moves += level->moves();
+  return moves;
+}
+
+U32 RouteAdapter::reconcile() {
+  const U32 released = writer_.releaseUnclaimed();
+  for (const Key& key : writer_.routes().entries().keys()) {
+    if (status(key) != EntryProgrammedStatus::programmed &&
+        status(key) != EntryProgrammedStatus::tableFull) {
+      writer_.handleRoute(key);
+    }
+  }
+  writer_.retry();
+  return released;
+}
+
+}  // namespace VelaAgent

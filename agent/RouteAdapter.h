@@ -1,0 +1,44 @@
+#pragma once
+
+#include "agent/RouteWriter.h"
+#include "agent/TableAdapter.h"
+
+namespace VelaAgent {
+
+/// How many next hops there are numbers for.
+inline constexpr U32 nexthopNumbers = 57 * 64;
+/// The next hop of a number: numbers run through the layer-3 LAGs first, then through the rewrites.
+/// Throws InputException for a number that has none.
+VelaSwitch::NexthopIndexes nexthopOfNumber(U64 number);
+
+/// Whole routes behind JSON: announced with VRF and prefix, looked up by address.
+class RouteAdapter final : public TableAdapter {
+ public:
+  using Key = VelaSwitch::LpmKey;
+
+  /// `writer` and `levels`, the tables of the ladder, must outlive the adapter.
+  RouteAdapter(RouteWriter& writer, const VelaSwitch::ProfileInfo& profile,
+               std::vector<HwTableAdapter*> levels)
+      : TableAdapter("Route", 0), writer_(writer), profile_(profile), levels_(std::move(levels)) {}
+
+  EntryProgrammedStatus set(const Json& key, const Json& result) override;
+  void del(const Json& key) override;
+  Json lookup(VelaDevice::DataPath& dataPath, const Json& key) const override;
+  bool pollHitBits(Orb::Seconds now) override;
+  std::vector<Competitor> competing(const Json& key) const override;
+  std::vector<Status> statuses() const override;
+  U32 entries() const override { return writer_.routes().entries().size(); }
+  U32 programmed() const override;
+  U64 moves() const override;
+  U32 reconcile() override;
+
+ private:
+  Key keyFromJson(const Json& json) const;
+  EntryProgrammedStatus status(const Key& key) const;
+
+  RouteWriter& writer_;
+  const VelaSwitch::ProfileInfo& profile_;
+  std::vector<HwTableAdapter*> levels_;
+};
+
+}  // namespace VelaAgent

@@ -1,0 +1,371 @@
+#include "agent/RouteWriter.h"
+
+#include <algorithm>
+
+namespace VelaAgent {
+
+using Ipnet::IpAddr;
+using Ipnet::IpPrefix;
+using VelaSwitch::NexthopIndexes;
+using VelaSwitchTable::EntryCellIndex;
+using VelaSwitchTable::EntryCellResult;
+using VelaSwitchTable::LpmBaseTable;
+using VelaSwitchTable::LpmLevel;
+using VelaSwitchTable::LpmResult;
+using VelaSwitchTable::MaskLength;
+
+namespace {
+
+constexpr U8 firstKeyLength = VelaSwitchTable::Lpm11Family::keyLength;
+/// Where whole routes keep their next hop.
+const EntryCellIndex routeCell(0);
+
+/// The bits of the route's address from `from` on, up to its length.
+U32 bitsBehind(const IpPrefix& prefix, U8 from) {
+  if (prefix.len() == from) return 0;
+  const U32 behind = from == 0 ? prefix.address().number() : prefix.address().number() << from;
+  return behind >> (32 - (prefix.len() - from));
+}
+
+/// The prefix of `base`, made longer by `extra` bits.
+IpPrefix longer(const IpPrefix& base, U8 extra, U32 bits) {
+  const U8 len = static_cast<U8>(base.len() + extra);
+  const U32 behind = len == 0 ? 0 : bits << (32 - len);
+  return {IpAddr(base.address().number() | behind), len};
+}
+
+VelaSwitch::LpmKey firstKey(U8 vrf, U32 cell) {
+  return {vrf, IpPrefix(IpAddr(cell << (32 - firstKeyLength)), firstKeyLength)};
+}
+
+EntryCellResult cellOf(NexthopIndexes nexthop, U8 realPrefixLen) {
+  EntryCellResult cell;
+  cell.nexthopIndexes = nexthop;
+  cell.realPrefixLen = realPrefixLen;
+  return cell;
+}
+
+}  // namespace
+
+RouteWriter::RouteWriter(Orb::Ptr<VelaSwitchTable::LpmTable> routes,
+                         Orb::Ptr<VelaSwitchTable::Lpm11Table> firstLevel,
+                         std::vector<Orb::Ptr<LpmBaseTable>> levels)
+    : routes_(std::move(routes)), first_(std::move(firstLevel)) {
+  firstGroups_.resize(first_->profile().vrfs());
+  for (auto& table : levels) {
+    auto level = std::make_unique<Level>();
+    level->writer = this;
+    level->table = std::move(table);
+    level->table->tableStatusIs()->entryStatuses().observerIs(level.get());
+    levels_.push_back(std::move(level));
+  }
+  routes_->entries().observerIs(this);
+}
+
+RouteWriter::~RouteWriter() {
+  routes_->entries().observerDel(this);
+  for (const auto& level : levels_) {
+    level->table->tableStatus()->entryStatuses().observerDel(level.get());
+  }
+}
+
+LpmResult RouteWriter::resultOf(NexthopIndexes nexthop, U8 prefixLen) {
+  LpmResult result;
+  result.cellResultIs(routeCell, cellOf(nexthop, prefixLen));
+  return result;
+}
+
+RouteWriter::Level& RouteWriter::levelFor(U8 prefixLen) const {
+  constexpr U8 step = LpmLevel::prefixRange + 1;
+  return *levels_[static_cast<std::size_t>(prefixLen - firstKeyLength - 1) / step];
+}
+
+LpmBaseTable* RouteWriter::levelOf(U8 prefixLen) const {
+  return prefixLen <= firstKeyLength ? nullptr : levelFor(prefixLen).table.get();
+}
+
+RouteWriter::Key RouteWriter::levelKey(const Key& route) {
+  constexpr U8 step = LpmLevel::prefixRange + 1;
+  const U8 len = route.prefix().len();
+  const U8 base = static_cast<U8>(len - len % step);
+  return {route.vrf(), IpPrefix(route.prefix().address(), base)};
+}
+
+void RouteWriter::handleKey(const Key& route) {
+  const LpmResult* result = routes_->entry(route);
+  if (route.prefix().len() <= firstKeyLength) {
+    writeFirst(route, result);
+  } else {
+    writeHashed(levelFor(route.prefix().len()), route, result);
+  }
+  if (!result) routes_->entryStatusDel(route);
+}
+
+void RouteWriter::handleRoute(const Key& route) {
+  const LpmResult* result = routes_->entry(route);
+  if (!result) return;
+  const U8 len = route.prefix().len();
+  if (len > firstKeyLength) {
+    Level& level = levelFor(len);
+    const Key key = levelKey(route);
+    Group& group = *level.groups.find(key);
+    group.claimed = true;
+    programGroup(level, key, group);
+    return;
+  }
+  writeFirst(route, result);
+  // What was desired before and is not in hardware changes no entry: it takes another try.
+  const FirstGroup& group = firstGroups_[route.vrf()];
+  group.tree.forEachCell(FirstTree::node(len, bitsBehind(route.prefix(), 0)), [&](U32 cell) {
+    const Key key = firstKey(route.vrf(), cell);
+    if (first_->hwInconsistentEntry(key)) first_->handleEntry(key);
+  });
+  refreshFirst(route);
+}
+
+// The first level.
+
+void RouteWriter::writeFirst(const Key& route, const LpmResult* result) {
+  const U32 node = FirstTree::node(route.prefix().len(), bitsBehind(route.prefix(), 0));
+  FirstTree& tree = firstGroups_[route.vrf()].tree;
+  if (result) {
+    tree.is(node, result->cellResult(routeCell).nexthopIndexes());
+  } else {
+    tree.del(node);
+  }
+  if (!taking_) writeFirstCells(route.vrf(), node);
+  if (result) refreshFirst(route);
+}
+
+void RouteWriter::writeFirstCells(U8 vrf, U32 node) {
+  FirstGroup& group = firstGroups_[vrf];
+  const U32 owner = group.tree.owner(node);
+  VelaSwitchTable::Lpm11Result result;
+  if (owner != FirstTree::none) {
+    const U8 length = FirstTree::extra(owner);
+    EntryCellResult cell = cellOf(group.tree.nexthop(owner), length);
+    cell.maskLength = MaskLength(length);
+    result.cellResult = cell;
+  }
+  bool good = true;
+  group.tree.forEachCell(node, [&](U32 cell) {
+    if (releasing_ && owner == FirstTree::none && !group.claimed[cell]) return;
+    group.claimed[cell] = true;
+    const Key key = firstKey(vrf, cell);
+    if (owner == FirstTree::none) {
+      first_->entryDel(key);
+    } else {
+      first_->entryIs(key, result);
+      good = good && !first_->hwInconsistentEntry(key);
+    }
+  });
+  if (good || owner == FirstTree::none) return;
+  refreshFirst({vrf, longer(IpPrefix(), FirstTree::extra(owner), FirstTree::bits(owner))});
+}
+
+RouteWriter::Status RouteWriter::firstStatus(const Key& route) const {
+  bool good = true;
+  const U32 node = FirstTree::node(route.prefix().len(), bitsBehind(route.prefix(), 0));
+  firstGroups_[route.vrf()].tree.forEachCell(node, [&](U32 cell) {
+    good = good && !first_->hwInconsistentEntry(firstKey(route.vrf(), cell));
+  });
+  return good ? Status::programmed : Status::hardwareError;
+}
+
+void RouteWriter::refreshFirst(const Key& route) {
+  VelaSwitchTable::LpmStatus status(route);
+  status.status = firstStatus(route);
+  const auto at = std::find(troubled_.begin(), troubled_.end(), route);
+  if (status.status == Status::programmed) {
+    if (at != troubled_.end()) troubled_.erase(at);
+  } else if (at == troubled_.end()) {
+    troubled_.push_back(route);
+  }
+  routes_->entryStatusIs(status);
+}
+
+// The hashed levels.
+
+void RouteWriter::writeHashed(Level& level, const Key& route, const LpmResult* result) {
+  const Key key = levelKey(route);
+  Group& group = *level.groups.insert(key).first;
+  const U8 base = key.prefix().len();
+  const U32 node =
+      Tree::node(static_cast<U8>(route.prefix().len() - base), bitsBehind(route.prefix(), base));
+  if (result) {
+    group.tree.is(node, result->cellResult(routeCell).nexthopIndexes());
+  } else {
+    group.tree.del(node);
+  }
+  if (taking_) return statusIs(level, key, group);
+  if (!releasing_) group.claimed = true;
+  const bool claimed = group.claimed;
+  if (!group.tree.empty()) {
+    if (claimed) programGroup(level, key, group);
+    return;
+  }
+  level.groups.erase(key);
+  waitIs(level, key, false);
+  if (claimed) level.table->entryDel(key);
+}
+
+void RouteWriter::programGroup(Level& level, const Key& key, const Group& group) {
+  const U8 base = key.prefix().len();
+  LpmResult result;
+  for (U8 cell = 0; cell < EntryCellIndex::count; ++cell) {
+    const U32 owner = group.tree.ownerOfCell(cell);
+    if (owner == Tree::none) continue;
+    const U8 realLength = static_cast<U8>(base + Tree::extra(owner));
+    result.cellResultIs(EntryCellIndex(cell), cellOf(group.tree.nexthop(owner), realLength));
+  }
+  statusSeen_ = false;
+  if (!level.table->entryIs(key, result)) {
+    const auto* status = level.table->tableStatus()->entryStatus(key);
+    if (!status || status->status() != Status::programmed) level.table->handleEntry(key);
+  }
+  if (!statusSeen_) statusIs(level, key, group);
+}
+
+void RouteWriter::statusChanged(Level& level, const Key& key) {
+  const Group* group = level.groups.find(key);
+  if (!group) return;
+  statusSeen_ = true;
+  statusIs(level, key, *group);
+}
+
+/// Gives the routes of a key the status that the key has in its level.
+void RouteWriter::statusIs(Level& level, const Key& key, const Group& group) {
+  const auto* entryStatus = level.table->tableStatus()->entryStatus(key);
+  VelaSwitchTable::LpmStatus status;
+  if (entryStatus) {
+    status.status = entryStatus->status();
+    status.lastHit = entryStatus->lastHit();
+  }
+  waitIs(level, key, status.status == Status::tableFull);
+  group.tree.forEachRoute([&](U32 node) {
+    status.key = {key.vrf(), longer(key.prefix(), Tree::extra(node), Tree::bits(node))};
+    routes_->entryStatusIs(status);
+  });
+}
+
+void RouteWriter::waitIs(Level& level, const Key& key, bool waits) {
+  if (!waits) {
+    if (!level.tickets.empty()) level.tickets.erase(key);
+    return;
+  }
+  const auto [ticket, added] = level.tickets.insert(key);
+  if (!added) return;
+  *ticket = ++tickets_;
+  level.queue.push_back({key, *ticket, level.table->cachedItem(key)});
+}
+
+void RouteWriter::retry() {
+  for (const auto& level : levels_) retry(*level);
+  const std::vector<Key> troubled = troubled_;
+  for (const Key& route : troubled) {
+    if (routes_->entry(route)) refreshFirst(route);
+  }
+  std::erase_if(troubled_, [&](const Key& route) { return !routes_->entry(route); });
+}
+
+/// Entries form a matroid: with each entry that goes at most one that waits gets a place, whichever
+/// is tried first. So the scan can stop when as many were placed as had gone.
+void RouteWriter::retry(Level& level) {
+  auto& physical = level.table->profileConvertor().physicalTable();
+  const U64 removals = physical.engine().removals();
+  U64 room = removals - level.removalsSeen;
+  level.removalsSeen = removals;
+  if (room == 0 || level.tickets.empty()) return;
+  const auto waits = [&](const Waiting& waiting) {
+    const U64* ticket = level.tickets.find(waiting.key);
+    return ticket && *ticket == waiting.ticket;
+  };
+  for (std::size_t i = 0; i < level.queue.size() && room > 0; ++i) {
+    const Waiting waiting = level.queue[i];
+    if (waiting.item->placed() || !physical.hasRoom(*waiting.item) || !waits(waiting)) continue;
+    level.table->handleEntry(waiting.key);
+    --room;
+  }
+  if (level.queue.size() > 2 * level.tickets.size() + 64) {
+    std::erase_if(level.queue, [&](const Waiting& waiting) { return !waits(waiting); });
+  }
+}
+
+// After a restart.
+
+void RouteWriter::take(const Key& route, NexthopIndexes nexthop) {
+  *unclaimed_.insert(route).first = true;
+  routes_->entryIs(route, resultOf(nexthop, route.prefix().len()));
+}
+
+void RouteWriter::rebuild() {
+  taking_ = true;
+  rebuildFirst();
+  for (const auto& level : levels_) rebuildHashed(*level);
+  taking_ = false;
+}
+
+void RouteWriter::rebuildFirst() {
+  for (const Key& key : first_->entries().keys()) {
+    const VelaSwitchTable::Lpm11Result& result = *first_->entry(key);
+    const EntryCellResult& cell = result.cellResult();
+    if (!cell.valid() || result.cpuTrap()) continue;
+    const U8 mask = cell.maskLength().value();
+    const U8 length = mask <= firstKeyLength ? mask : firstKeyLength;
+    take({key.vrf(), IpPrefix(key.prefix().address(), length)}, cell.nexthopIndexes());
+  }
+}
+
+void RouteWriter::rebuildHashed(Level& level) {
+  for (const Key& key : level.table->entries().keys()) {
+    const LpmResult result = *level.table->entry(key);
+    if (result.cpuTrap()) continue;
+    for (U8 i = 0; i < EntryCellIndex::count; ++i) {
+      const EntryCellResult& cell = result.cells()[i];
+      if (!cell.valid()) continue;
+      const IpPrefix whole = longer(key.prefix(), cellBits, i);
+      take({key.vrf(), IpPrefix(whole.address(), cell.realPrefixLen())}, cell.nexthopIndexes());
+    }
+  }
+}
+
+void RouteWriter::claim(const Key& route) {
+  if (unclaimed_.empty() || !unclaimed_.erase(route)) return;
+  handleRoute(route);
+}
+
+U32 RouteWriter::releaseUnclaimed() {
+  std::vector<Key> released;
+  unclaimed_.forEach([&](const Key& route, bool) { released.push_back(route); });
+  std::sort(released.begin(), released.end());
+  unclaimed_.clear();
+  releasing_ = true;
+  for (const Key& route : released) routes_->entryDel(route);
+  releasing_ = false;
+  return static_cast<U32>(released.size());
+}
+
+U32 RouteWriter::waiting(const VelaSwitchApi::SwTable& table) const {
+  for (const auto& level : levels_) {
+    if (level->table.get() == &table) return level->tickets.size();
+  }
+  return 0;
+}
+
+U64 RouteWriter::programmedCells() const {
+  U64 count = 0;
+  for (const FirstGroup& group : firstGroups_) {
+    for (U32 cell = 0; cell < FirstTree::cells; ++cell) {
+      if (group.tree.ownerOfCell(cell) != FirstTree::none) ++count;
+    }
+  }
+  for (const auto& level : levels_) {
+    level->groups.forEach([&](const Key& key, const Group&) {
+      const auto* status = level->table->tableStatus()->entryStatus(key);
+      if (status && status->status() == Status::programmed) ++count;
+    });
+  }
+  return count;
+}
+
+}  // namespace VelaAgent

@@ -1,0 +1,338 @@
+#include <map>
+#include <set>
+
+#include "Support.h"
+#include "VelaSwitchTable/VelaTableLpmTables.h"
+#include "VelaSwitchTable/VelaTableStarG.h"
+#include "agent/RouteWriter.h"
+
+namespace {
+
+using namespace VelaSwitchTable;
+using Ipnet::IpAddr;
+using Ipnet::IpPrefix;
+using VelaAgent::RouteWriter;
+using VelaSwitch::LpmKey;
+using VelaSwitch::NexthopIndexes;
+using VelaSwitchApi::EntryProgrammedStatus;
+using VelaTest::Chip;
+using VelaTest::Random;
+
+NexthopIndexes nexthop(U32 number) {
+  return {VelaSwitch::L3LagIndex(number % 57), static_cast<U8>(number / 57 % 64)};
+}
+
+LpmKey route(U8 vrf, const char* prefix) { return {vrf, Orb::fromText<IpPrefix>(prefix)}; }
+
+/// The ladder of a switch, written by a route writer, beside a model that knows no levels.
+struct Ladder {
+  explicit Ladder(const char* profile, Chip::Start how = Chip::Start::fresh,
+                  const VelaDevice::SimulatedSwitch* saved = nullptr)
+      : chip(profile) {
+    if (saved) chip.chip = *saved;
+    for (const LpmLevel& level : lpmLevels) {
+      levels.push_back(lpmLevelTableFactory(level.longest(), "level"));
+    }
+    std::vector<VelaSwitchApi::SwTable*> tables{first.get(), starG.get()};
+    for (const auto& level : levels) tables.insert(tables.end() - 1, level.get());
+    for (auto* table : tables) chip.create(*table);
+    writer = std::make_unique<RouteWriter>(routes, first, levels);
+    if (how == Chip::Start::restart) {
+      for (auto* table : tables) table->syncEntries();
+      writer->rebuild();
+    }
+    for (auto* table : tables) table->initHwEntries(how == Chip::Start::fresh);
+    for (auto* table : tables) table->initializedIs(true);
+  }
+
+  void set(const LpmKey& key, NexthopIndexes to) {
+    desired[key] = to;
+    routes->entryIs(key, RouteWriter::resultOf(to, key.prefix().len()));
+    writer->claim(key);
+    writer->retry();
+  }
+  void del(const LpmKey& key) {
+    desired.erase(key);
+    routes->entryDel(key);
+    writer->retry();
+  }
+  EntryProgrammedStatus status(const LpmKey& key) const { return routes->entryStatus(key)->status; }
+
+  /// The longest programmed route that covers the address.
+  std::optional<std::pair<U8, NexthopIndexes>> model(U8 vrf, U32 address) const {
+    for (int length = 32; length >= 0; --length) {
+      const LpmKey key{vrf, IpPrefix(IpAddr(address), static_cast<U8>(length))};
+      const auto at = desired.find(key);
+      if (at == desired.end() || status(key) != EntryProgrammedStatus::programmed) continue;
+      return std::pair{static_cast<U8>(length), at->second};
+    }
+    return std::nullopt;
+  }
+  void check(U8 vrf, U32 address) {
+    ++checks;
+    const auto expected = model(vrf, address);
+    const auto hit = chip.path.route(vrf, IpAddr(address));
+    ASSERT_EQ(hit.has_value(), expected.has_value()) << Orb::text(IpAddr(address));
+    if (!expected) return;
+    ASSERT_EQ(hit->l3LagIndex(), expected->second.l3LagIndex().value());
+    ASSERT_EQ(hit->rewriteIndex(), expected->second.rewriteIndex());
+    if (hit->realPrefixLen()) {
+      ASSERT_EQ(*hit->realPrefixLen(), expected->first);
+    }
+  }
+  /// Random addresses near routes and anywhere, and both ends of every route.
+  void checkAll(Random& random, U32 count) {
+    std::vector<LpmKey> keys;
+    for (const auto& [key, to] : desired) keys.push_back(key);
+    for (const LpmKey& key : keys) {
+      const U32 low = key.prefix().address().number();
+      const U32 high = key.prefix().len() == 0 ? ~0u : low | (0xFFFFFFFFull >> key.prefix().len());
+      for (const U32 address : {low, high, low - 1, high + 1}) {
+        check(key.vrf(), address);
+        if (testing::Test::HasFatalFailure()) return;
+      }
+    }
+    for (U32 i = 0; i < count; ++i) {
+      const U8 vrf = static_cast<U8>(random() % chip.profile->vrfs());
+      U32 address = random();
+      if (i % 2 == 0 && !keys.empty()) {
+        const LpmKey& near = keys[random() % keys.size()];
+        address = near.prefix().address().number() ^ (random() >> (random() % 32));
+      }
+      check(vrf, address);
+      if (testing::Test::HasFatalFailure()) return;
+    }
+  }
+  /// Rows that answer lookups, cells of the first level and keys of the others.
+  U32 entries() const {
+    U32 count = first->entries().size();
+    for (const auto& level : levels) count += level->entries().size();
+    return count;
+  }
+  U64 rowWrites() const { return chip.chip.rowWrites(); }
+
+  Chip chip;
+  Orb::Ptr<LpmTable> routes = lpmTableFactory("Route");
+  Orb::Ptr<Lpm11Table> first = lpm11TableFactory("Lpm11");
+  std::vector<Orb::Ptr<LpmBaseTable>> levels;
+  Orb::Ptr<StarGTable> starG = StarGTableIs("StarG");
+  std::unique_ptr<RouteWriter> writer;
+  std::map<LpmKey, NexthopIndexes> desired;
+  U64 checks = 0;
+};
+
+/// Nested routes of every length, some in the same few blocks so that they overlap.
+std::vector<LpmKey> manyRoutes(Random& random, U32 vrfs, U32 count) {
+  std::set<LpmKey> keys;
+  for (U32 vrf = 0; vrf < vrfs; vrf += 3) keys.insert({static_cast<U8>(vrf), IpPrefix()});
+  while (keys.size() < count) {
+    U32 address = random();
+    if (random() % 2 == 0) address = 0x0A000000 | (address & 0x0003FFFF);
+    keys.insert({static_cast<U8>(random() % vrfs),
+                 IpPrefix(IpAddr(address), static_cast<U8>(1 + random() % 32))});
+  }
+  std::vector<LpmKey> list(keys.begin(), keys.end());
+  for (std::size_t i = list.size(); i > 1; --i) std::swap(list[i - 1], list[random() % i]);
+  return list;
+}
+
+/// The switch answers like a plain longest-prefix match while routes of every length come, change
+/// and go; and nothing is left of them in the end.
+TEST(Routes, theSwitchAgreesWithAPlainLongestMatch) {
+  for (const char* profile : {"vela-48-5.1", "vela-48-4.1", "vela-20-4.0", "vela-48-32vrf"}) {
+    SCOPED_TRACE(profile);
+    Random random;
+    Ladder ladder(profile);
+    const U32 empty = ladder.entries();
+    std::vector<LpmKey> keys = manyRoutes(random, ladder.chip.profile->vrfs(), 3000);
+    for (const LpmKey& key : keys) ladder.set(key, nexthop(random()));
+    ladder.checkAll(random, 20000);
+    for (std::size_t i = 0; i < keys.size() / 4; ++i) ladder.set(keys[i], nexthop(random()));
+    const std::size_t half = keys.size() / 2;
+    for (std::size_t i = half; i < keys.size(); ++i) ladder.del(keys[i]);
+    ladder.checkAll(random, 20000);
+    for (std::size_t i = 0; i < half; ++i) ladder.del(keys[i]);
+    EXPECT_EQ(ladder.entries(), empty);
+    EXPECT_EQ(ladder.routes->entryStatuses().size(), 0u);
+    ladder.checkAll(random, 2000);
+    for (const auto& level : ladder.levels) {
+      EXPECT_EQ(level->profileConvertor().physicalTable().engine().size(), 0u);
+      EXPECT_EQ(level->tableStatus()->entryStatuses().size(), 0u);
+    }
+    EXPECT_GE(ladder.checks, 60000u);
+    if (HasFatalFailure()) return;
+  }
+}
+
+struct OneLadder : testing::Test {
+  Ladder ladder{"vela-48-5.1"};
+  U32 lag(const char* address, U8 vrf = 0) {
+    const auto hit = ladder.chip.path.route(vrf, Orb::fromText<IpAddr>(address));
+    return hit ? hit->l3LagIndex() : 57;
+  }
+};
+
+TEST_F(OneLadder, aRouteChangesItsOwnCellsAlone) {
+  const auto rows = [&](auto&& action) {
+    const U64 before = ladder.rowWrites();
+    action();
+    return ladder.rowWrites() - before;
+  };
+  const U32 pipelines = ladder.chip.profile->pipelines();
+  EXPECT_EQ(rows([&] { ladder.set(route(1, "0.0.0.0/0"), nexthop(1)); }), 2048 * pipelines);
+  EXPECT_EQ(rows([&] { ladder.set(route(1, "10.0.0.0/8"), nexthop(2)); }), 8 * pipelines);
+  EXPECT_EQ(rows([&] { ladder.set(route(1, "10.32.0.0/11"), nexthop(3)); }), pipelines);
+  EXPECT_EQ(rows([&] { ladder.set(route(1, "10.0.0.0/8"), nexthop(4)); }), 7 * pipelines);
+  EXPECT_EQ(rows([&] { ladder.set(route(1, "10.0.0.0/8"), nexthop(4)); }), 0u);
+  EXPECT_EQ(rows([&] { ladder.del(route(1, "10.0.0.0/8")); }), 7 * pipelines);
+  EXPECT_EQ(lag("10.0.0.1", 1), 1u);
+  EXPECT_EQ(lag("10.33.0.1", 1), 3u);
+  EXPECT_EQ(rows([&] { ladder.set(route(1, "10.0.0.0/12"), nexthop(5)); }), pipelines);
+  EXPECT_EQ(rows([&] { ladder.set(route(1, "10.8.0.0/13"), nexthop(6)); }), pipelines);
+  EXPECT_EQ(rows([&] { ladder.set(route(1, "10.12.0.0/14"), nexthop(7)); }), pipelines);
+  EXPECT_EQ(lag("10.7.0.0", 1), 5u);
+  EXPECT_EQ(lag("10.11.0.0", 1), 6u);
+  EXPECT_EQ(lag("10.12.0.0", 1), 7u);
+  EXPECT_EQ(rows([&] { ladder.del(route(1, "10.8.0.0/13")); }), pipelines);
+  EXPECT_EQ(lag("10.11.0.0", 1), 5u);
+  EXPECT_EQ(lag("10.12.0.0", 1), 7u);
+  EXPECT_EQ(lag("10.12.0.0", 2), 57u);
+}
+
+TEST_F(OneLadder, hitsAreReportedForTheRoutesOfTheKey) {
+  const LpmKey key = route(2, "192.0.2.0/24");
+  ladder.set(key, nexthop(1));
+  EXPECT_EQ(ladder.routes->entryStatus(key)->lastHit.value(), 0);
+  ASSERT_EQ(lag("192.0.2.77", 2), 1u);
+  for (const auto& level : ladder.levels) level->profileConvertor().pollHitBits(Orb::Seconds(5));
+  EXPECT_EQ(ladder.routes->entryStatus(key)->lastHit.value(), 5);
+  ladder.set(key, nexthop(2));
+  EXPECT_EQ(ladder.routes->entryStatus(key)->lastHit.value(), 5);
+  ladder.set(route(2, "192.0.2.0/26"), nexthop(3));
+  EXPECT_EQ(ladder.routes->entryStatus(route(2, "192.0.2.0/26"))->lastHit.value(), 5);
+}
+
+/// A level that overflows refuses exactly what has no room, and takes it in when room appears.
+TEST_F(OneLadder, whatWaitsGetsTheRoomThatAppearsInOrderOfArrival) {
+  Random random;
+  std::vector<LpmKey> keys;
+  std::vector<LpmKey> refused;
+  for (U32 i = 0; i < 3000; ++i) {
+    const LpmKey key{static_cast<U8>(i % 8), IpPrefix(IpAddr(random()), 18)};
+    if (ladder.desired.contains(key)) continue;
+    ladder.set(key, nexthop(i));
+    keys.push_back(key);
+    if (ladder.status(key) == EntryProgrammedStatus::tableFull) refused.push_back(key);
+  }
+  auto& level = *ladder.levels[2];
+  auto& physical = level.profileConvertor().physicalTable();
+  EXPECT_GT(refused.size(), 1000u);
+  EXPECT_EQ(ladder.writer->waiting(level), refused.size());
+  const auto noneHasRoom = [&] {
+    for (const LpmKey& key : refused) {
+      if (ladder.routes->entry(key) && ladder.status(key) == EntryProgrammedStatus::tableFull) {
+        ASSERT_FALSE(physical.hasRoom(*level.cachedItem(RouteWriter::levelKey(key))));
+      }
+    }
+  };
+  noneHasRoom();
+  ladder.checkAll(random, 5000);
+
+  // With each removal, the first of those that fit gets in: it stays the earliest that could.
+  for (int i = 0; i < 400; ++i) {
+    const LpmKey gone = keys[random() % keys.size()];
+    if (!ladder.routes->entry(gone)) continue;
+    ladder.desired.erase(gone);
+    ladder.routes->entryDel(gone);
+    LpmKey expected{};
+    for (const LpmKey& key : refused) {
+      if (!ladder.routes->entry(key) || ladder.status(key) != EntryProgrammedStatus::tableFull) {
+        continue;
+      }
+      if (physical.hasRoom(*level.cachedItem(RouteWriter::levelKey(key)))) {
+        expected = key;
+        break;
+      }
+    }
+    ladder.writer->retry();
+    if (ladder.routes->entry(expected)) {
+      EXPECT_EQ(ladder.status(expected), EntryProgrammedStatus::programmed);
+    }
+    noneHasRoom();
+    ASSERT_FALSE(HasFatalFailure());
+  }
+  ladder.checkAll(random, 5000);
+  for (const LpmKey& key : keys) ladder.del(key);
+  EXPECT_EQ(ladder.writer->waiting(level), 0u);
+  EXPECT_EQ(physical.engine().size(), 0u);
+}
+
+/// A (*,G) entry that goes leaves its row to a route that waits for it.
+TEST_F(OneLadder, multicastMakesRoomForRoutes) {
+  auto& physical = ladder.levels[5]->profileConvertor().physicalTable();
+  U32 group = 0xE1000000;
+  while (physical.engine().size() < 4200) {
+    ladder.starG->entryIs({IpAddr(), IpAddr(group++), Bridging::VlanIdOrNone(1)}, {});
+  }
+  Random random;
+  std::vector<LpmKey> refused;
+  while (refused.size() < 50) {
+    const LpmKey key{U8{0}, IpPrefix(IpAddr(random()), 29)};
+    ladder.set(key, nexthop(1));
+    if (ladder.status(key) == EntryProgrammedStatus::tableFull) refused.push_back(key);
+  }
+  ladder.starG->entryDelAll();
+  ladder.writer->retry();
+  for (const LpmKey& key : refused) {
+    EXPECT_EQ(ladder.status(key), EntryProgrammedStatus::programmed);
+  }
+}
+
+TEST_F(OneLadder, aFailedWriteShowsInTheRoutesStatusUntilItIsMended) {
+  const LpmKey hashed = route(0, "10.1.2.0/24");
+  const LpmKey direct = route(0, "10.0.0.0/8");
+  ladder.chip.chip.failWritesIs(1);
+  ladder.set(hashed, nexthop(1));
+  EXPECT_EQ(ladder.status(hashed), EntryProgrammedStatus::hardwareError);
+  ladder.levels[4]->syncEntries();
+  EXPECT_EQ(ladder.status(hashed), EntryProgrammedStatus::programmed);
+  ladder.chip.chip.failWritesIs(1);
+  ladder.set(direct, nexthop(2));
+  EXPECT_EQ(ladder.status(direct), EntryProgrammedStatus::hardwareError);
+  ladder.writer->handleRoute(direct);
+  EXPECT_EQ(ladder.status(direct), EntryProgrammedStatus::programmed);
+  EXPECT_EQ(lag("10.200.0.1"), 2u);
+}
+
+/// A restart finds the routes in the registers; announcing them again writes nothing, and what is
+/// not announced goes.
+TEST(Routes, aRestartTakesUpWhatTheSwitchHolds) {
+  for (const char* profile : {"vela-48-5.1", "vela-48-4.1"}) {
+    SCOPED_TRACE(profile);
+    Random random;
+    Ladder before(profile);
+    const std::vector<LpmKey> keys = manyRoutes(random, 4, 2000);
+    for (const LpmKey& key : keys) before.set(key, nexthop(random()));
+
+    Ladder after(profile, Chip::Start::restart, &before.chip.chip);
+    EXPECT_EQ(after.rowWrites(), before.rowWrites());
+    for (const LpmKey& key : keys) after.set(key, before.desired[key]);
+    EXPECT_EQ(after.rowWrites(), before.rowWrites()) << "nothing changed";
+    after.writer->releaseUnclaimed();
+    EXPECT_EQ(after.routes->entries().size(), keys.size());
+    after.checkAll(random, 5000);
+    EXPECT_EQ(after.rowWrites(), before.rowWrites());
+
+    Ladder fewer(profile, Chip::Start::restart, &before.chip.chip);
+    for (std::size_t i = 0; i < keys.size(); i += 2) fewer.set(keys[i], before.desired[keys[i]]);
+    fewer.writer->releaseUnclaimed();
+    for (const auto& level : fewer.levels) {
+      for (const LpmKey& key : level->unclaimedKeys()) level->entryDel(key);
+    }
+    for (const LpmKey& key : fewer.first->unclaimedKeys()) fewer.first->entryDel(key);
+    EXPECT_EQ(fewer.routes->entries().size(), (keys.size() + 1) / 2);
+    fewer.checkAll(random, 5000);
+  }
+}
+
+}  // namespace
