@@ -38,6 +38,9 @@ struct VELA_EXPORT StarGFamily
                                            .hitBits = true,
                                            .hitTableOffset = static_cast<U32>(TableIndex::lpm29)};
 
+    /// The field of the key that takes no part.
+  static constexpr std::string_view unusedKeyField = "source";
+
   static U32 tableId(U8) { return static_cast<U32>(TableIndex::starG); }
   static U8 copyKeyToBuffer(const Key& key, U8* buffer, U8 bufSize);
   static U32 hash(const U8* buffer, U8 way, U8 bits);

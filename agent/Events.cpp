@@ -122,7 +122,7 @@ Json EventRunner::competitorKey(const TableAdapter& table,
                                 const TableAdapter::Competitor& competitor) const {
   const HwTableAdapter& owner = agent_.adapterOf(*competitor.table);
   Json key = owner.keyAt(competitor.index);
-  if (&owner == &table) return key;
+  if (table.fills(*competitor.table)) return key;
   return {{"table", owner.name()}, {"key", std::move(key)}};
 }
 

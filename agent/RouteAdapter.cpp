@@ -1,5 +1,7 @@
 #include "agent/RouteAdapter.h"
 
+#include <algorithm>
+
 namespace VelaAgent {
 namespace {
 
@@ -71,6 +73,11 @@ std::vector<TableAdapter::Competitor> RouteAdapter::competing(const Json& key) c
   auto* level = writer_.levelOf(route.prefix().len());
   if (!level) return {};
   return competitorsOf(*level, RouteWriter::levelKey(route));
+}
+
+bool RouteAdapter::fills(const VelaSwitchApi::SwTable& table) const {
+  return std::any_of(levels_.begin(), levels_.end(),
+                     [&](const HwTableAdapter* level) { return level->fills(table); });
 }
 
 std::vector<TableAdapter::Status> RouteAdapter::statuses() const {

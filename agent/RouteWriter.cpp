@@ -7,6 +7,7 @@ namespace VelaAgent {
 using Ipnet::IpAddr;
 using Ipnet::IpPrefix;
 using VelaSwitch::NexthopIndexes;
+using VelaSwitchApi::HwIndex;
 using VelaSwitchTable::EntryCellIndex;
 using VelaSwitchTable::EntryCellResult;
 using VelaSwitchTable::LpmBaseTable;
@@ -53,9 +54,7 @@ RouteWriter::RouteWriter(Orb::Ptr<VelaSwitchTable::LpmTable> routes,
     : routes_(std::move(routes)), first_(std::move(firstLevel)) {
   firstGroups_.resize(first_->profile().vrfs());
   for (auto& table : levels) {
-    auto level = std::make_unique<Level>();
-    level->writer = this;
-    level->table = std::move(table);
+    auto level = std::make_unique<Level>(*this, std::move(table));
     level->table->tableStatusIs()->entryStatuses().observerIs(level.get());
     levels_.push_back(std::move(level));
   }
@@ -149,9 +148,10 @@ void RouteWriter::writeFirstCells(U8 vrf, U32 node) {
   }
   bool good = true;
   group.tree.forEachCell(node, [&](U32 cell) {
-    if (releasing_ && owner == FirstTree::none && !group.claimed[cell]) return;
-    group.claimed[cell] = true;
     const Key key = firstKey(vrf, cell);
+    const bool ours = !releasing_ || group.claimed[cell] || first_->unclaimed(key);
+    if (!ours && owner == FirstTree::none) return;
+    group.claimed[cell] = true;
     if (owner == FirstTree::none) {
       first_->entryDel(key);
     } else {
@@ -205,8 +205,8 @@ void RouteWriter::writeHashed(Level& level, const Key& route, const LpmResult* r
     return;
   }
   level.groups.erase(key);
-  waitIs(level, key, false);
-  if (claimed) level.table->entryDel(key);
+  level.waiting.del(key);
+  if (claimed || level.table->unclaimed(key)) level.table->entryDel(key);
 }
 
 void RouteWriter::programGroup(Level& level, const Key& key, const Group& group) {
@@ -241,22 +241,72 @@ void RouteWriter::statusIs(Level& level, const Key& key, const Group& group) {
     status.status = entryStatus->status();
     status.lastHit = entryStatus->lastHit();
   }
-  waitIs(level, key, status.status == Status::tableFull);
+  if (status.status == Status::tableFull) {
+    level.waiting.add(key);
+  } else {
+    level.waiting.del(key);
+  }
   group.tree.forEachRoute([&](U32 node) {
     status.key = {key.vrf(), longer(key.prefix(), Tree::extra(node), Tree::bits(node))};
     routes_->entryStatusIs(status);
   });
 }
 
-void RouteWriter::waitIs(Level& level, const Key& key, bool waits) {
-  if (!waits) {
-    if (!level.tickets.empty()) level.tickets.erase(key);
-    return;
+// Waiting for room.
+
+void RouteWriter::WaitingKeys::add(const Key& key) {
+  if (tickets_.has(key)) return;
+  constexpr std::size_t slack = 1024;
+  if (keys_.size() > 2 * tickets_.size() + slack) compact();
+  enqueue(key);
+}
+
+void RouteWriter::WaitingKeys::enqueue(const Key& key) {
+  const auto ticket = static_cast<Ticket>(keys_.size());
+  *tickets_.insert(key).first = ticket;
+  keys_.emplace_back(key);
+  const auto& physical = table_.profileConvertor().physicalTable();
+  queues_.resize(physical.engine().capacity());
+  const auto item = table_.cachedItem(key);
+  for (U8 way = 0; way < physical.engine().ways(); ++way) {
+    queues_[physical.candidate(*item, way)].tickets.push_back(ticket);
   }
-  const auto [ticket, added] = level.tickets.insert(key);
-  if (!added) return;
-  *ticket = ++tickets_;
-  level.queue.push_back({key, *ticket, level.table->cachedItem(key)});
+}
+
+void RouteWriter::WaitingKeys::del(const Key& key) {
+  if (tickets_.empty()) return;
+  const Ticket* ticket = tickets_.find(key);
+  if (!ticket) return;
+  keys_[*ticket] = std::nullopt;
+  tickets_.erase(key);
+}
+
+/// Gives those that still wait new tickets, in the old order.
+void RouteWriter::WaitingKeys::compact() {
+  const std::vector<std::optional<Key>> keys = std::move(keys_);
+  keys_.clear();
+  queues_.clear();
+  for (const auto& key : keys) {
+    if (key) enqueue(*key);
+  }
+}
+
+/// The ticket that waited longest for the row.
+RouteWriter::WaitingKeys::Ticket RouteWriter::WaitingKeys::first(Queue& queue) const {
+  while (queue.head < queue.tickets.size() && !keys_[queue.tickets[queue.head]]) ++queue.head;
+  return queue.head < queue.tickets.size() ? queue.tickets[queue.head] : none;
+}
+
+std::optional<RouteWriter::Key> RouteWriter::WaitingKeys::firstWithRoom() {
+  if (tickets_.empty()) return std::nullopt;
+  auto& physical = table_.profileConvertor().physicalTable();
+  // A row with room has it for any key, so that of each row's keys only the first matters.
+  Ticket best = none;
+  for (HwIndex row = 0; row < queues_.size(); ++row) {
+    const Ticket ticket = first(queues_[row]);
+    if (ticket < best && physical.hasRoom(row)) best = ticket;
+  }
+  return best == none ? std::nullopt : keys_[best];
 }
 
 void RouteWriter::retry() {
@@ -269,25 +319,16 @@ void RouteWriter::retry() {
 }
 
 /// Entries form a matroid: with each entry that goes at most one that waits gets a place, whichever
-/// is tried first. So the scan can stop when as many were placed as had gone.
+/// is tried first. So no more need be tried than had gone.
 void RouteWriter::retry(Level& level) {
   auto& physical = level.table->profileConvertor().physicalTable();
   const U64 removals = physical.engine().removals();
   U64 room = removals - level.removalsSeen;
   level.removalsSeen = removals;
-  if (room == 0 || level.tickets.empty()) return;
-  const auto waits = [&](const Waiting& waiting) {
-    const U64* ticket = level.tickets.find(waiting.key);
-    return ticket && *ticket == waiting.ticket;
-  };
-  for (std::size_t i = 0; i < level.queue.size() && room > 0; ++i) {
-    const Waiting waiting = level.queue[i];
-    if (waiting.item->placed() || !physical.hasRoom(*waiting.item) || !waits(waiting)) continue;
-    level.table->handleEntry(waiting.key);
-    --room;
-  }
-  if (level.queue.size() > 2 * level.tickets.size() + 64) {
-    std::erase_if(level.queue, [&](const Waiting& waiting) { return !waits(waiting); });
+  for (; room > 0; --room) {
+    const auto key = level.waiting.firstWithRoom();
+    if (!key) return;
+    level.table->handleEntry(*key);
   }
 }
 
@@ -347,7 +388,7 @@ U32 RouteWriter::releaseUnclaimed() {
 
 U32 RouteWriter::waiting(const VelaSwitchApi::SwTable& table) const {
   for (const auto& level : levels_) {
-    if (level->table.get() == &table) return level->tickets.size();
+    if (level->table.get() == &table) return level->waiting.size();
   }
   return 0;
 }

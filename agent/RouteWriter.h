@@ -1,6 +1,7 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <vector>
 
 #include "VelaSwitchTable/VelaTableLpm.h"
@@ -48,8 +49,8 @@ class RouteWriter final : private Orb::KeyObserver<VelaSwitch::LpmKey> {
   void rebuild();
   /// The route is announced: rebuilt or not, it stays.
   void claim(const Key& key);
-  /// Forgets the rebuilt routes that were not claimed; returns how many. Cells that no claimed
-  /// route shares are left to the levels, whose entries may have been announced on their own.
+  /// Forgets the rebuilt routes that were not claimed; returns how many. Entries of
+  /// the levels that were announced on their own stay.
   U32 releaseUnclaimed();
 
   /// The hashed level that serves the real length, or null for the first level.
@@ -75,21 +76,50 @@ class RouteWriter final : private Orb::KeyObserver<VelaSwitch::LpmKey> {
     FirstTree tree;
     std::bitset<FirstTree::cells> claimed;
   };
-  struct Waiting {
-    Key key;
-    U64 ticket;
-    Orb::Ptr<VelaSwitchTable::LpmBaseTableCuckooEntry> item;
+  /// The keys that wait for room in a level.
+  class WaitingKeys {
+   public:
+    explicit WaitingKeys(VelaSwitchTable::LpmBaseTable& table) : table_(table) {}
+
+    U32 size() const { return tickets_.size(); }
+    void add(const Key& key);
+    void del(const Key& key);
+    /// The key that waited longest among those that have room now, or nothing.
+    std::optional<Key> firstWithRoom();
+
+   private:
+    /// Tickets are numbered in order of arrival.
+    using Ticket = U32;
+    static constexpr Ticket none = ~Ticket{0};
+    struct Queue {
+      std::vector<Ticket> tickets;
+      std::size_t head = 0;
+    };
+
+    void enqueue(const Key& key);
+    Ticket first(Queue& queue) const;
+    void compact();
+
+    VelaSwitchTable::LpmBaseTable& table_;
+    Orb::Map<Key, Ticket> tickets_;
+    std::vector<std::optional<Key>> keys_;  ///< By ticket; nothing for a key that waits no more.
+    std::vector<Queue> queues_;             ///< By row: those whose key may lie in it.
   };
+
   /// A hashed level and what is particular to it.
   struct Level final : Orb::KeyObserver<Key> {
-    RouteWriter* writer = nullptr;
+    Level(RouteWriter& routeWriter, Orb::Ptr<VelaSwitchTable::LpmBaseTable> level)
+        : writer(routeWriter), table(std::move(level)), waiting(*table) {}
+
+    RouteWriter& writer;
     Orb::Ptr<VelaSwitchTable::LpmBaseTable> table;
+
     Orb::Map<Key, Group> groups;
-    std::vector<Waiting> queue;  ///< In order of arrival; some may not wait any more.
-    Orb::Map<Key, U64> tickets;  ///< Keys that wait, with the ticket of their place.
+    WaitingKeys waiting;
     U64 removalsSeen = 0;
+
     /// The status of a key changed.
-    void handleKey(const Key& key) override { writer->statusChanged(*this, key); }
+    void handleKey(const Key& key) override { writer.statusChanged(*this, key); }
   };
 
   void handleKey(const Key& route) override;
@@ -99,7 +129,7 @@ class RouteWriter final : private Orb::KeyObserver<VelaSwitch::LpmKey> {
   void programGroup(Level& level, const Key& key, const Group& group);
   void statusChanged(Level& level, const Key& key);
   void statusIs(Level& level, const Key& key, const Group& group);
-  void waitIs(Level& level, const Key& key, bool waits);
+
   void retry(Level& level);
   Status firstStatus(const Key& route) const;
   void refreshFirst(const Key& route);
@@ -114,7 +144,7 @@ class RouteWriter final : private Orb::KeyObserver<VelaSwitch::LpmKey> {
   std::vector<std::unique_ptr<Level>> levels_;
   std::vector<Key> troubled_;  ///< Routes of the first level whose rows could not be written.
   Orb::Map<Key, bool> unclaimed_;
-  U64 tickets_ = 0;
+
   bool statusSeen_ = false;
   /// The routes change to what the levels hold already.
   bool taking_ = false;

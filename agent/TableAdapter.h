@@ -52,6 +52,8 @@ class TableAdapter {
   virtual bool pollHitBits(Orb::Seconds now) = 0;
   /// The entries that leave a refused one no row; one fewer than they are with it.
   virtual std::vector<Competitor> competing(const Json& key) const = 0;
+  /// Whether what is announced here becomes entries of the table.
+  virtual bool fills(const VelaSwitchApi::SwTable& table) const = 0;
 
   /// Every entry's status, by key.
   virtual std::vector<Status> statuses() const = 0;
@@ -81,6 +83,8 @@ class HwTableAdapter : public TableAdapter {
 
   HwTableAdapter* hardware() override { return this; }
   virtual VelaSwitchApi::SwTable& table() const = 0;
+  bool fills(const VelaSwitchApi::SwTable& other) const override { return &other == &table(); }
+
   VelaSwitchApi::SwTableProfileConvertor& convertor() const {
     return *table().profileConvertorPtr();
   }
@@ -165,6 +169,14 @@ class EntryAdapter : public HwTableAdapter {
  protected:
   virtual EntryProgrammedStatus status(const Key& key) const = 0;
 
+  /// The key, without what takes no part in the family.
+  static Json keyToJson(const Key& key) {
+    Json json = toJson(key);
+    if constexpr (requires { Family::unusedKeyField; })
+      json.erase(std::string(Family::unusedKeyField));
+    return json;
+  }
+
  private:
   Orb::Ptr<Table> table_;
   Lookup lookup_;
@@ -189,7 +201,7 @@ class HashAdapter final : public EntryAdapter<typename Family::Table> {
   Json keyAt(HwIndex index) const override {
     const auto* entry = physical().entryAt(index);
     if (!entry || &entry->table() != &this->table()) return nullptr;
-    return toJson(static_cast<const typename Family::CuckooEntry*>(entry)->key());
+    return this->keyToJson(static_cast<const typename Family::CuckooEntry*>(entry)->key());
   }
   bool listsRow(HwIndex index) const override {
     const auto* entry = physical().entryAt(index);
@@ -206,7 +218,7 @@ class HashAdapter final : public EntryAdapter<typename Family::Table> {
     const auto& collection = this->table().tableStatus()->entryStatuses();
     for (const Key& key : collection.keys()) {
       const auto* status = collection.find(key);
-      all.push_back({toJson(key), status->status(), status->lastHit()});
+      all.push_back({this->keyToJson(key), status->status(), status->lastHit()});
     }
     return all;
   }

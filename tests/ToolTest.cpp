@@ -56,6 +56,7 @@ TEST_F(Tool, theExamplesDoWhatTheySay) {
   EXPECT_EQ(run("run " EXAMPLES "/first-light.jsonl --results results"), 0);
   EXPECT_THAT(read("out"), HasSubstr("out of the way"));
   EXPECT_THAT(lines("results"), SizeIs(4));
+  EXPECT_EQ(run("run " EXAMPLES "/routes.jsonl"), 0);
   EXPECT_EQ(run("run " EXAMPLES "/faults.jsonl --results results"), 1);
   EXPECT_EQ(lines("results").front()["status"], "tableFull");
   EXPECT_THAT(read("out"), HasSubstr("announcements refused: 2; expectations unmet: 0"));
@@ -218,6 +219,78 @@ TEST_F(Tool, tracesToStandardError) {
   events(R"({"op":"set","table":"HashTest","key":1,"result":1})");
   EXPECT_EQ(run("run events --trace HashTest/1"), 0);
   EXPECT_EQ(read("err"), "VelaTableHashTest/1: Programming Entry 1\n");
+}
+
+/// A list of prefixes becomes routes; a second run on the switch it left finds all of them.
+TEST_F(Tool, routesFromAListSurviveARestart) {
+  std::ofstream(file("list"))
+      << "# a comment\n0.0.0.0/0 3\r\n10.0.0.0/8\n10.1.0.0/16\n10.1.2.0/24 7\n";
+  ASSERT_EQ(run("routes list --vrf 2 --nexthops 2"), 0);
+  std::filesystem::copy_file(file("out"), file("routes"));
+  EXPECT_THAT(lines("routes"), SizeIs(4));
+  EXPECT_EQ(lines("routes")[2]["result"]["l3LagIndex"], 0);
+  std::ofstream(file("more"))
+      << R"({"op":"lookup","table":"Route","key":{"vrf":2,"address":"10.1.2.9"},"expect":{"l3LagIndex":7,"realPrefixLen":24}}
+{"op":"lookup","table":"Route","key":{"vrf":1,"address":"10.1.2.9"},"expect":null}
+{"op":"hit","table":"Route","key":{"vrf":2,"prefix":"10.1.0.0/16"},"at":3}
+)";
+  ASSERT_EQ(run("run --device sim:image --status status routes more"), 0);
+  EXPECT_EQ(lines("status")[2]["lastHit"], 3);
+  std::ofstream(file("fewer")) << read("routes").substr(0, read("routes").rfind("{\"op"));
+  ASSERT_EQ(run("run --device sim:image --reconcile --json --writes writes fewer"), 0);
+  EXPECT_THAT(lines("writes"), SizeIs(2)) << "one row in each pipeline lost its route";
+  EXPECT_EQ(lines("out")[0]["programmed"], 3);
+  EXPECT_EQ(lines("out")[0]["reconciled"], 1);
+}
+
+TEST_F(Tool, aFullLevelSaysWhatIsInTheWayAndLetsWaitersIn) {
+  std::ofstream out(file("events"));
+  for (U32 i = 0; i < 1400; ++i) {
+    const Ipnet::IpAddr address(i * 2654435761u);
+    out << R"({"op":"set","table":"Route","key":{"vrf":0,"prefix":")"
+        << Orb::text(Ipnet::IpPrefix(address, 18)) << R"("},"result":{"l3LagIndex":1}})" << '\n';
+  }
+  out.close();
+  ASSERT_EQ(run("run --explain --results results --json events"), 1);
+  const auto refused = lines("results");
+  ASSERT_FALSE(refused.empty());
+  const Json& competing = refused[0]["competing"];
+  EXPECT_EQ(competing["entries"].get<U32>(), competing["rows"].get<U32>() + 1);
+  EXPECT_EQ(competing["keys"].size(), competing["rows"].get<U32>());
+  std::ofstream(file("room")) << R"({"op":"del","table":"Route","key":)"
+                              << Json{{"vrf", 0}, {"prefix", competing["keys"][0]["prefix"]}}.dump()
+                              << "}\n";
+  EXPECT_EQ(run("run --status status events room"), 1);
+  EXPECT_THAT(read("out"), HasSubstr("keys of routes wait"));
+  std::ofstream(file("ask")) << R"({"op":"set","table":"Route","key":)" << refused[0]["key"].dump()
+                             << R"(,"result":{"l3LagIndex":1}})" << '\n';
+  ASSERT_EQ(run("run --json --results again events room ask"), 1);
+  EXPECT_EQ(lines("again").size(), refused.size()) << "the first that waited was let in";
+}
+
+TEST_F(Tool, routesThatCannotBeAreRefusedWithTheirLine) {
+  for (
+      const auto& [event, text] : std::initializer_list<std::pair<const char*, const char*>>{
+          {R"({"op":"set","table":"Route","key":{"vrf":8,"prefix":"10.0.0.0/8"},"result":{"l3LagIndex":1}})",
+           "vrf: the switch has 8 VRFs, no 8"},
+          {R"({"op":"set","table":"Route","key":{"vrf":0,"prefix":"10.0.0.0/8"}})",
+           "a route needs a next hop: l3LagIndex 57 is none"},
+          {R"({"op":"sync","table":"Route"})", "table Route has no rows of its own"},
+          {R"({"op":"set","table":"Lpm11","key":{"vrf":0,"prefix":"10.0.0.0/12"}})",
+           "key.prefix().len() == 11"},
+          {R"({"op":"set","table":"Lpm32","key":{"vrf":0,"prefix":"10.0.0.0/30"},"result":{"cells":[null,null,null,{"l3LagIndex":1,"realPrefixLen":29}]}})",
+           "realPrefixLen >= prefixLen"},
+          {R"({"op":"set","table":"Route","key":{"vrf":0,"prefix":"10.0.0.0/8"},"result":{"l3LagIndex":64}})",
+           "l3LagIndex: VelaSwitch::L3LagIndex::value < VelaSwitch::L3LagIndex::min or > "
+           "VelaSwitch::L3LagIndex::mcastSnat not allowed"}}) {
+    events(std::string(event) + "\n");
+    EXPECT_EQ(run("run events"), 2) << event;
+    EXPECT_THAT(read("err"), HasSubstr("events:1: "));
+    EXPECT_THAT(read("err"), HasSubstr(text));
+  }
+  std::ofstream(file("list")) << "10.0.0.0/8\n10.0.0.1/8\n";
+  EXPECT_EQ(run("routes list"), 2);
+  EXPECT_THAT(read("err"), HasSubstr("list:2: "));
 }
 
 }  // namespace

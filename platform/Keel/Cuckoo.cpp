@@ -63,12 +63,21 @@ bool Table::reach(U32 slot, U32 from, Search kind) {
 /// The free row that the fewest moves lead to, or noSlot when none can be reached. Rows are reached
 /// in the order of their distance, so the first free one is the nearest.
 U32 Table::search(const HashItem& item, Search kind) {
-  nextEpoch(searches_, seen_);
-  reachedCount_ = 0;
+    searchBegin();
   for (U8 way = 0; way < ways_; ++way) {
     const U32 slot = candidateSlot(item, way);
     if (reach(slot, noSlot, kind)) return slot;
   }
+  return searchFurther(kind);
+}
+
+void Table::searchBegin() {
+  nextEpoch(searches_, seen_);
+  reachedCount_ = 0;
+}
+
+/// Goes on from the rows reached. Afterwards, when there is no free one, they are all that can be.
+U32 Table::searchFurther(Search kind) {
   for (U32 next = 0; next < reachedCount_; ++next) {
     const U32 from = reached_[next];
     const HashItem& mover = *slots_[from];
@@ -84,22 +93,23 @@ void Table::markClosed() {
   for (U32 i = 0; i < reachedCount_; ++i) closed_[reached_[i]] = closings_;
 }
 
-/// The free row to make room at, or noSlot; what a failed search reached is closed to later ones.
-U32 Table::searchRoom(const HashItem& item) {
-  const U32 slot = search(item, Search::pruned);
-  if (slot == noSlot) markClosed();
-  return slot;
+bool Table::hasRoom(CuckooLocation location) {
+  const U32 slot = slotOf(location);
+  searchBegin();
+  if (reach(slot, noSlot, Search::pruned)) return true;
+  if (searchFurther(Search::pruned) != noSlot) return true;
+  markClosed();
+  return false;
 }
 
-bool Table::hasRoom(const HashItem& item) {
-  ORB_ASSERT(!item.placed());
-  return searchRoom(item) != noSlot;
-}
 
 InsertResult Table::insert(HashItem& item, RowWriter& writer) {
   ORB_ASSERT(!item.placed());
-  U32 to = searchRoom(item);
-  if (to == noSlot) return {Outcome::refused, 0};
+    U32 to = search(item, Search::pruned);
+  if (to == noSlot) {
+    markClosed();
+    return {Outcome::refused, 0};
+  }
   U32 moves = 0;
   for (U32 from = from_[to]; from != noSlot; from = from_[to]) {
     const Orb::Ptr<HashItem> mover = slots_[from];

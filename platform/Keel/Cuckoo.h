@@ -109,8 +109,9 @@ class VELA_EXPORT Table {
   /// The row that the item may take in the way.
   CuckooLocation candidate(const HashItem& item, U8 way) const { return {way, rowOf(item, way)}; }
 
-  /// Whether insert() would find a place for an item that is not placed.
-  bool hasRoom(const HashItem& item);
+    /// Whether the row is free, or can be made free by moves. An item that is not placed has room when
+  /// this is so of one of its rows.
+  bool hasRoom(CuckooLocation location);
   /// Places an item of a hardware key that the table does not hold.
   InsertResult insert(HashItem& item, RowWriter& writer);
   /// Takes a placed item out. Nothing is written; the row is free from now on.
@@ -143,8 +144,9 @@ class VELA_EXPORT Table {
   }
 
   enum class Search : U8 { pruned, whole };
+    void searchBegin();
+  U32 searchFurther(Search kind);
   U32 search(const HashItem& item, Search kind);
-  U32 searchRoom(const HashItem& item);
   bool reach(U32 slot, U32 from, Search kind);
   void put(HashItem& item, U32 slot);
   void markClosed();

@@ -139,8 +139,13 @@ class VELA_EXPORT PhysicalHashTable : public Orb::PtrInterface, private Keel::Cu
   /// All pipelines' rows, in the order in which they were declared.
   const std::vector<Orb::Ptr<HwTableConfig>>& hwTables() const { return hwTables_; }
 
-  /// Whether place() would find a row for an entry that has none.
-  bool hasRoom(const HashBaseCuckooEntry& entry) { return engine_.hasRoom(entry); }
+    /// The row that the entry may take in the way.
+  HwIndex candidate(const HashBaseCuckooEntry& entry, U8 way) const {
+    return hwIndex(engine_.candidate(entry, way));
+  }
+  /// Whether the row is free or entries can be moved so that it is.
+  bool hasRoom(HwIndex index) { return engine_.hasRoom(location(index)); }
+
   /// Places an entry or rewrites its row; the outcome is its programmedStatus().
   void place(HashBaseCuckooEntry& entry);
   /// Removes an entry. False when it is not where the bookkeeping says. When its row could not be
