@@ -47,11 +47,10 @@ class EntryStore : private Orb::KeyObserver<Key> {
   std::vector<Key> unclaimedKeys() const {
     std::vector<Key> keys;
     unclaimed_.forEach([&](const Key& key, bool) { keys.push_back(key); });
-        std::sort(keys.begin(), keys.end());
+    std::sort(keys.begin(), keys.end());
     return keys;
   }
   bool unclaimed(const Key& key) const { return unclaimed_.has(key); }
-
 
  protected:
   EntryStore() { entry_.observerIs(this); }
@@ -62,7 +61,7 @@ class EntryStore : private Orb::KeyObserver<Key> {
     entry_.is(key, result);
     *unclaimed_.insert(key).first = true;
   }
-    /// Forgets an entry without touching its row.
+  /// Forgets an entry without touching its row.
   void entryForget(const Key& key) {
     forgetting_ = true;
     entry_.del(key);

@@ -38,7 +38,7 @@ struct VELA_EXPORT StarGFamily
                                            .hitBits = true,
                                            .hitTableOffset = static_cast<U32>(TableIndex::lpm29)};
 
-    /// The field of the key that takes no part.
+  /// The field of the key that takes no part.
   static constexpr std::string_view unusedKeyField = "source";
 
   static U32 tableId(U8) { return static_cast<U32>(TableIndex::starG); }

@@ -27,7 +27,7 @@ class Collector final : public benchmark::ConsoleReporter {
 
  private:
   static std::string withoutSuffix(const std::string& name) {
-        return name.substr(0, std::min(name.find("/iterations"), name.find("/manual_time")));
+    return name.substr(0, std::min(name.find("/iterations"), name.find("/manual_time")));
   }
 };
 
@@ -44,7 +44,7 @@ constexpr Ratio ratios[] = {
     {"announce an unchanged ACL entry / find in std::unordered_map", "AclAnnounceUnchanged",
      "UnorderedMapFind", 2},
     {"program an ACL entry at 45 % load / at 10 %", "AclProgramAtLoad/45", "AclProgramAtLoad/10",
-          1.5},
+     1.5},
     {"add a route when 95 % are there / when 5 % are", "RouteAddAt/95", "RouteAddAt/5", 1.5},
 };
 

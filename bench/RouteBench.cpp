@@ -36,7 +36,8 @@ std::vector<LpmKey> someRoutes() {
       while (keys.size() < count) {
         const U32 block = static_cast<U32>(random());
         for (U32 i = 0; i < 4 && keys.size() < count; ++i) {
-          keys.insert({U8{0}, Ipnet::IpPrefix(Ipnet::IpAddr(block + (i << (32 - length))), length)});
+          keys.insert(
+              {U8{0}, Ipnet::IpPrefix(Ipnet::IpAddr(block + (i << (32 - length))), length)});
         }
       }
       routes.insert(routes.end(), keys.begin(), keys.end());

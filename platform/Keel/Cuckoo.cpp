@@ -63,7 +63,7 @@ bool Table::reach(U32 slot, U32 from, Search kind) {
 /// The free row that the fewest moves lead to, or noSlot when none can be reached. Rows are reached
 /// in the order of their distance, so the first free one is the nearest.
 U32 Table::search(const HashItem& item, Search kind) {
-    searchBegin();
+  searchBegin();
   for (U8 way = 0; way < ways_; ++way) {
     const U32 slot = candidateSlot(item, way);
     if (reach(slot, noSlot, kind)) return slot;
@@ -102,10 +102,9 @@ bool Table::hasRoom(CuckooLocation location) {
   return false;
 }
 
-
 InsertResult Table::insert(HashItem& item, RowWriter& writer) {
   ORB_ASSERT(!item.placed());
-    U32 to = search(item, Search::pruned);
+  U32 to = search(item, Search::pruned);
   if (to == noSlot) {
     markClosed();
     return {Outcome::refused, 0};

@@ -109,7 +109,8 @@ class VELA_EXPORT Table {
   /// The row that the item may take in the way.
   CuckooLocation candidate(const HashItem& item, U8 way) const { return {way, rowOf(item, way)}; }
 
-    /// Whether the row is free, or can be made free by moves. An item that is not placed has room when
+  /// Whether the row is free, or can be made free by moves. An item that is not placed has room
+  /// when
   /// this is so of one of its rows.
   bool hasRoom(CuckooLocation location);
   /// Places an item of a hardware key that the table does not hold.
@@ -144,7 +145,7 @@ class VELA_EXPORT Table {
   }
 
   enum class Search : U8 { pruned, whole };
-    void searchBegin();
+  void searchBegin();
   U32 searchFurther(Search kind);
   U32 search(const HashItem& item, Search kind);
   bool reach(U32 slot, U32 from, Search kind);

@@ -139,7 +139,7 @@ class VELA_EXPORT PhysicalHashTable : public Orb::PtrInterface, private Keel::Cu
   /// All pipelines' rows, in the order in which they were declared.
   const std::vector<Orb::Ptr<HwTableConfig>>& hwTables() const { return hwTables_; }
 
-    /// The row that the entry may take in the way.
+  /// The row that the entry may take in the way.
   HwIndex candidate(const HashBaseCuckooEntry& entry, U8 way) const {
     return hwIndex(engine_.candidate(entry, way));
   }
