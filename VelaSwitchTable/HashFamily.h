@@ -174,7 +174,10 @@ class HashFamilyHelperBase : public VelaTableHashHelper {
     // Rows come from hardware: whatever they hold must not do more harm than be refused.
     try {
       auto unpacked = F::unpack(self(), RowReader(layout(), hwRow(index)), location(index));
-      if (!unpacked) return nullHashEntry();
+      if (!unpacked) {
+        F::trace(9, "not decoding entry: row ", index);
+        return nullHashEntry();
+      }
       auto& [key, result] = *unpacked;
       if constexpr (impliesBits) {
         U8 stored[F::traits.keyBytes];
@@ -357,6 +360,9 @@ class HashFamilyTableBase : public VelaSwitchApi::HashBaseTable,
       F::trace(1, "Programming Entry ", key);
       profileConvertor().handleHashEntry(*item);
       recordStatus(*item);
+      if (item->programmedStatus() != VelaSwitchApi::EntryProgrammedStatus::programmed) {
+        F::trace(2, "Not programmed, ", item->programmedStatus(), ": ", key);
+      }
     } else {
       F::trace(1, "Removing Entry ", key);
       const bool success = profileConvertor().handleHashEntry(*item);
@@ -458,6 +464,15 @@ class HashFamilyConvertor : public VelaSwitchApi::PhysicalHashTableConvertor {
   virtual U32 hitTableOffset() const { return F::traits.hitTableOffset; }
 
  private:
+  /// The number that the rows go by; tables that share them go by that of the first.
+  static U32 instanceOf(U8 tableIdx) {
+    if constexpr (requires { F::instance(tableIdx); }) {
+      return F::instance(tableIdx);
+    } else {
+      return tableIdx;
+    }
+  }
+
   void createHwTable(const VelaSwitchApi::HashBaseTable& swTable, VelaSwitchApi::HwTableId id,
                      U32 processor, VelaSwitchApi::TableState state) {
     using namespace VelaSwitchApi;
@@ -467,13 +482,13 @@ class HashFamilyConvertor : public VelaSwitchApi::PhysicalHashTableConvertor {
       const U32 tableSize = properties.rowsPerWay * properties.ways * properties.banks;
       ORB_ASSERT(tableSize != 0);
       const std::string family = TableConstants::tableName(tableIndex());
+      const U32 instance = instanceOf(swTable.tableIdx());
       const std::string prefix = regPrefix(F::traits.prefix, processor);
-      const std::string name =
-          SwTable::hwTableName(family, std::to_string(swTable.tableIdx()), "", id);
+      const std::string name = SwTable::hwTableName(family, std::to_string(instance), "", id);
       const auto mapping = Orb::make<HwTableRegisterMappingConst>(
           name, regAddresses(prefix, hashRegisters(F::dataWords(profile()))));
       const auto descriptor = HwTableDescriptorConfig::hwTableDescIs(
-          {family, swTable.tableIdx(), id, name}, state, 0, tableSize - 1,
+          {family, instance, id, name}, state, 0, tableSize - 1,
           static_cast<U8>(properties.rowWords), mapping);
       table = Orb::make<HwTableConfig>(descriptor, types().bus());
       physicalTable().hwTableIs(table);

@@ -9,7 +9,7 @@ namespace VelaSwitchTable {
 /// Who gets a copy of a multicast packet.
 struct SGResult {
   static constexpr const char* typeName = "VelaSwitchTable::SGResult";
-  Orb::Field<"vlanGroupId", U8> vlanGroupId;  ///< 4 bits used.
+  Orb::Field<"vlanGroupId", U8, 4> vlanGroupId;
   Orb::Field<"portMask", VelaSwitch::IngressPortMask> portMask;
   auto operator<=>(const SGResult&) const = default;
 };

@@ -8,7 +8,7 @@ namespace VelaSwitchTable {
 /// Who gets a copy of a multicast packet.
 struct StarGResult {
   static constexpr const char* typeName = "VelaSwitchTable::StarGResult";
-  Orb::Field<"vlanGroupId", U8> vlanGroupId;  ///< 4 bits used.
+  Orb::Field<"vlanGroupId", U8, 4> vlanGroupId;
   Orb::Field<"portMask", VelaSwitch::IngressPortMask> portMask;
   auto operator<=>(const StarGResult&) const = default;
 };

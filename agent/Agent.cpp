@@ -66,6 +66,9 @@ TableAdapter& Agent::table(const std::string& name, U32 instance) const {
     known = true;
     if (adapter->instance() == instance) return *adapter;
   }
+  for (const auto& path : paths_) {
+    if (path->name() == name) return *path;
+  }
   if (known) {
     throw InputException("table " + name + " has no instance " + std::to_string(instance));
   }

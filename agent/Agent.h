@@ -41,7 +41,8 @@ class Agent {
   const std::vector<std::unique_ptr<HwTableAdapter>>& tables() const { return tables_; }
   /// Everything that entries can be announced to: the tables, and whole routes before them.
   const std::vector<TableAdapter*>& announced() const { return announced_; }
-  /// The one of the name and instance. Throws InputException when there is none.
+  /// The one of the name and instance, or the way of that name for lookups. Throws InputException
+  /// when there is none.
   TableAdapter& table(const std::string& name, U32 instance) const;
   /// The adapter of a software table.
   HwTableAdapter& adapterOf(const VelaSwitchApi::SwTable& table) const;
@@ -67,6 +68,7 @@ class Agent {
   std::unique_ptr<RouteWriter> routeWriter_;
   std::unique_ptr<RouteAdapter> routes_;
   std::vector<TableAdapter*> announced_;
+  std::vector<std::unique_ptr<PathAdapter>> paths_ = makePaths();
 };
 
 }  // namespace VelaAgent

@@ -142,6 +142,13 @@ void EventRunner::set(const Json& event) {
   const U64 writesBefore = agent_.recorder().rowWrites();
   const EntryProgrammedStatus status =
       table.set(key, result == event.end() ? Json(nullptr) : *result);
+  if (warn_ && !table.cuts().empty()) {
+    std::string text = "hardware has fewer bits: cut ";
+    for (const std::string& cut : table.cuts())
+      text += (&cut == &table.cuts().front() ? "" : ", ") + cut;
+    warn_(text);
+  }
+
   if (status != EntryProgrammedStatus::programmed) {
     refuse(event, table, status);
     return;

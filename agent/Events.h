@@ -18,6 +18,10 @@ class EventRunner {
   /// `agent` must be started and outlive the runner.
   explicit EventRunner(Agent& agent) : agent_(agent) {}
 
+  /// Takes what is odd about an event that was applied all the same.
+  using WarningListener = std::function<void(const std::string&)>;
+
+  void warningListenerIs(WarningListener listener) { warn_ = std::move(listener); }
   void resultListenerIs(ResultListener listener) { result_ = std::move(listener); }
   void storyListenerIs(StoryListener listener) { story_ = std::move(listener); }
   /// Whether a refusal lists the keys of the entries that it competes with.
@@ -53,6 +57,7 @@ class EventRunner {
   Agent& agent_;
   ResultListener result_;
   StoryListener story_;
+  WarningListener warn_;
   bool explain_ = false;
   U64 number_ = 0;
   U64 refused_ = 0;

@@ -1,8 +1,15 @@
 #include "agent/Registry.h"
 
 #include "VelaSwitchTable/VelaTableAclHashes.h"
+#include "VelaSwitchTable/VelaTableAclIndirectCounterHash.h"
 #include "VelaSwitchTable/VelaTableHashTest.h"
+#include "VelaSwitchTable/VelaTableL3FloodArp.h"
+#include "VelaSwitchTable/VelaTableL3FloodBitmap.h"
+#include "VelaSwitchTable/VelaTableL3Lag.h"
 #include "VelaSwitchTable/VelaTableLpm11.h"
+#include "VelaSwitchTable/VelaTableNatDynMatch.h"
+#include "VelaSwitchTable/VelaTableNatMatch.h"
+#include "VelaSwitchTable/VelaTableNatRewrite.h"
 #include "VelaSwitchTable/VelaTableSG.h"
 #include "VelaSwitchTable/VelaTableStarG.h"
 #include "VelaSwitchTable/VelaTableVlanMembership.h"
@@ -13,13 +20,15 @@ namespace {
 using namespace VelaSwitchTable;
 using VelaDevice::DataPath;
 
+/// A family with `instances` tables, or one for each pipeline where tables serve one each.
 template <class Family>
-FamilyRegistration hashFamily(typename EntryAdapter<typename Family::Table>::Lookup lookup) {
+FamilyRegistration hashFamily(typename EntryAdapter<typename Family::Table>::Lookup lookup,
+                              U32 instances = 1) {
   const std::string name = TableConstants::tableName(Family::traits.index);
   return {name, Family::trace,
-          [](const VelaSwitch::ProfileInfo& profile) {
+          [=](const VelaSwitch::ProfileInfo& profile) {
             return Family::traits.placement == HashPlacement::ownPipeline ? profile.pipelines()
-                                                                          : 1u;
+                                                                          : instances;
           },
           [=](U32 instance) {
             const auto number = static_cast<U8>(instance);
@@ -78,6 +87,36 @@ Json lookupStarG(DataPath& dataPath, U32, const Json& key) {
   return hitToJson(dataPath.starG(fromJson<VelaSwitch::MrouteKey>(key)));
 }
 
+Json lookupNatMatch(DataPath& dataPath, U32 instance, const Json& key) {
+  return hitToJson(dataPath.natMatch(instance, fromJson<VelaSwitch::NatMatchKey>(key)));
+}
+
+Json lookupNatDynMatch(DataPath& dataPath, U32 instance, const Json& key) {
+  return hitToJson(dataPath.natDynMatch(instance, fromJson<VelaSwitch::NatMatchKey>(key)));
+}
+
+Json lookupAclCounter(DataPath& dataPath, U32 instance, const Json& key) {
+  const auto counter = fromJson<VelaSwitch::AclIndirectCounterHashKey>(key);
+  return hitToJson(dataPath.aclCounter(instance, counter.counterKey()));
+}
+
+Json lookupL3FloodArp(DataPath& dataPath, U32, const Json& key) {
+  return hitToJson(dataPath.l3FloodArp(fromJson<VelaSwitch::L3FloodId>(key).value()));
+}
+
+Json lookupL3FloodBitmap(DataPath& dataPath, U32, const Json& key) {
+  return hitToJson(dataPath.l3FloodBitmap(fromJson<VelaSwitch::L3FloodId>(key).value()));
+}
+
+Json lookupL3Lag(DataPath& dataPath, U32, const Json& key) {
+  return hitToJson(dataPath.l3Lag(fromJson<VelaSwitch::L3LagIndex>(key).value()));
+}
+
+Json lookupNatRewrite(DataPath& dataPath, U32, const Json& key) {
+  const auto at = fromJson<VelaSwitch::NatRewriteKey>(key);
+  return hitToJson(dataPath.natRewrite(at.baseChipPortId().value(), at.rewriteIndex()));
+}
+
 /// A VLAN id asks for the whole VLAN, {"vid", "port"} for what the port's pipeline holds of it.
 Json lookupVlan(DataPath& dataPath, U32, const Json& key) {
   if (!key.is_object()) return hitToJson(dataPath.vlan(fromJson<VlanMembershipKey>(key).vid()));
@@ -90,11 +129,32 @@ Json lookupVlan(DataPath& dataPath, U32, const Json& key) {
 
 }  // namespace
 
+std::vector<std::unique_ptr<PathAdapter>> makePaths() {
+  std::vector<std::unique_ptr<PathAdapter>> paths;
+  paths.push_back(std::make_unique<PathAdapter>("Flow", [](DataPath& dataPath, const Json& key) {
+    return hitToJson(dataPath.flow(fromJson<VelaDevice::Flow>(key)));
+  }));
+  paths.push_back(
+      std::make_unique<PathAdapter>("Multicast", [](DataPath& dataPath, const Json& key) {
+        return hitToJson(dataPath.multicast(fromJson<VelaSwitch::MrouteKey>(key)));
+      }));
+  return paths;
+}
+
 const std::vector<FamilyRegistration>& families() {
   static const std::vector<FamilyRegistration> all = [] {
     std::vector<FamilyRegistration> registrations{
-        indexedFamily<VlanMembershipFamily>(lookupVlan), hashFamily<AclHashFamily>(lookupAcl),
-        indexedFamily<Lpm11Family>(lookupLpm11),         hashFamily<SGFamily>(lookupSG),
+        indexedFamily<VlanMembershipFamily>(lookupVlan),
+        hashFamily<AclHashFamily>(lookupAcl),
+        indexedFamily<Lpm11Family>(lookupLpm11),
+        hashFamily<SGFamily>(lookupSG),
+        hashFamily<NatMatchFamily>(lookupNatMatch, 2),
+        hashFamily<NatDynMatchFamily>(lookupNatDynMatch, 2),
+        hashFamily<AclIndirectCounterHashFamily>(lookupAclCounter),
+        indexedFamily<L3FloodArpFamily>(lookupL3FloodArp),
+        indexedFamily<L3FloodBitmapFamily>(lookupL3FloodBitmap),
+        indexedFamily<L3LagFamily>(lookupL3Lag),
+        indexedFamily<NatRewriteFamily>(lookupNatRewrite),
         hashFamily<HashTestFamily>(lookupHashTest),
     };
     for (const LpmLevel& level : lpmLevels) registrations.push_back(hashedLevel(level));

@@ -15,6 +15,9 @@ struct FamilyRegistration {
   std::function<std::unique_ptr<HwTableAdapter>(U32 instance)> make;
 };
 
+/// Ways of a packet through several tables, for lookups.
+std::vector<std::unique_ptr<PathAdapter>> makePaths();
+
 /// All families, in the order in which their tables start.
 const std::vector<FamilyRegistration>& families();
 

@@ -45,6 +45,9 @@ class TableAdapter {
   /// Announces an entry; a null result is the default one. An entry that is unchanged but not
   /// programmed is tried again.
   virtual EntryProgrammedStatus set(const Json& key, const Json& result) = 0;
+  /// What hardware cut of the last entry announced, because it has fewer bits for it.
+  const std::vector<std::string>& cuts() const { return cuts_; }
+
   virtual void del(const Json& key) = 0;
   /// What the data path finds: the hit's fields, or null.
   virtual Json lookup(VelaDevice::DataPath& dataPath, const Json& key) const = 0;
@@ -65,9 +68,47 @@ class TableAdapter {
   /// again what had no room. Returns how many went.
   virtual U32 reconcile() = 0;
 
+ protected:
+  template <class... Values>
+  void cutsAre(const Values&... values) {
+    cuts_.clear();
+    const auto add = [this](const auto& value) {
+      if constexpr (Orb::Value<std::remove_cvref_t<decltype(value)>>) cutFields(value, cuts_);
+    };
+    (add(values), ...);
+  }
+
  private:
   std::string name_;
   U32 instance_;
+  std::vector<std::string> cuts_;
+};
+
+/// What can be looked up but not announced: a packet's way through several tables.
+class PathAdapter final : public TableAdapter {
+ public:
+  using Lookup = Json (*)(VelaDevice::DataPath&, const Json& key);
+
+  PathAdapter(std::string name, Lookup ask)
+      : TableAdapter(std::move(name), 0), lookup_(ask) {}
+
+  EntryProgrammedStatus set(const Json&, const Json&) override { refuse(); }
+  void del(const Json&) override { refuse(); }
+  Json lookup(VelaDevice::DataPath& dataPath, const Json& key) const override {
+    return lookup_(dataPath, key);
+  }
+  bool pollHitBits(Orb::Seconds) override { refuse(); }
+  std::vector<Competitor> competing(const Json&) const override { return {}; }
+  bool fills(const VelaSwitchApi::SwTable&) const override { return false; }
+  std::vector<Status> statuses() const override { return {}; }
+  U32 entries() const override { return 0; }
+  U32 programmed() const override { return 0; }
+  U32 reconcile() override { return 0; }
+
+ private:
+  [[noreturn]] void refuse() const { throw InputException(name() + " can be looked up alone"); }
+
+  Lookup lookup_;
 };
 
 /// A software table with rows in hardware.
@@ -136,6 +177,7 @@ class EntryAdapter : public HwTableAdapter {
   EntryProgrammedStatus set(const Json& key, const Json& result) override {
     const Key k = fromJson<Key>(key);
     const Result r = result.is_null() ? Result{} : fromJson<Result>(result);
+    this->cutsAre(k, r);
     const bool changed = table_->entryIs(k, r);
     if (!changed && status(k) != EntryProgrammedStatus::programmed) table_->handleEntry(k);
     return status(k);

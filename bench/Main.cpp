@@ -45,6 +45,14 @@ constexpr Ratio ratios[] = {
      "UnorderedMapFind", 2},
     {"program an ACL entry at 45 % load / at 10 %", "AclProgramAtLoad/45", "AclProgramAtLoad/10",
      1.5},
+    {"program a static NAT flow / insert into std::unordered_map", "NatFill<Static>",
+     "NatMapFill<Static>", 15},
+    {"program a dynamic NAT flow / insert into std::unordered_map", "NatFill<Dynamic>",
+     "NatMapFill<Dynamic>", 15},
+    {"a static NAT flow in at 85 % load / at 10 %", "NatFlows<Static>/85", "NatFlows<Static>/10",
+     2},
+    {"a dynamic NAT flow in at 90 % load / at 10 %", "NatFlows<Dynamic>/90", "NatFlows<Dynamic>/10",
+     2},
     {"add a route when 95 % are there / when 5 % are", "RouteAddAt/95", "RouteAddAt/5", 1.5},
 };
 

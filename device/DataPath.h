@@ -1,9 +1,12 @@
 #pragma once
 
 #include <optional>
+#include <string>
+
 #include <string_view>
 #include <vector>
 
+#include "Bridging/EthAddr.h"
 #include "Bridging/VlanId.h"
 #include "VelaSwitch/Keys.h"
 #include "VelaSwitch/PipeMap.h"
@@ -77,6 +80,72 @@ struct MrouteHit {
   auto operator<=>(const MrouteHit&) const = default;
 };
 
+/// What a translated packet's match says.
+struct NatHit {
+  static constexpr const char* typeName = "VelaDevice::NatHit";
+  Orb::Field<"valid", bool> valid;
+  Orb::Field<"proto", U8> proto;
+  Orb::Field<"natRewriteId", U16> natRewriteId;
+  Orb::Field<"useAcl", std::optional<bool>> useAcl;  ///< Static matches alone.
+  Orb::Field<"trapToCpu", bool> trapToCpu;
+  Orb::Field<"l3LagIndex", U16> l3LagIndex;
+  Orb::Field<"rewriteIndex", U8> rewriteIndex;
+  auto operator<=>(const NatHit&) const = default;
+};
+
+struct NatRewriteHit {
+  static constexpr const char* typeName = "VelaDevice::NatRewriteHit";
+  Orb::Field<"newIp", Ipnet::IpAddr> newIp;
+  Orb::Field<"newPort", U16> newPort;
+  Orb::Field<"l3ChecksumCorrection", U16> l3ChecksumCorrection;
+  auto operator<=>(const NatRewriteHit&) const = default;
+};
+
+/// A packet that may be translated, and the port that it leaves by.
+struct Flow {
+  static constexpr const char* typeName = "VelaDevice::Flow";
+  Orb::Field<"proto", U8> proto;  ///< Protocol class.
+  Orb::Field<"srcIp", Ipnet::IpAddr> srcIp;
+  Orb::Field<"dstIp", Ipnet::IpAddr> dstIp;
+  Orb::Field<"sport", U16> sport;
+  Orb::Field<"dport", U16> dport;
+  Orb::Field<"qualifier", U16> qualifier;
+  Orb::Field<"egressPort", U16> egressPort;
+};
+
+struct FlowHit {
+  static constexpr const char* typeName = "VelaDevice::FlowHit";
+  Orb::Field<"matchedBy", std::string> matchedBy;  ///< The family whose row matched.
+  Orb::Field<"match", NatHit> match;
+  Orb::Field<"rewrite", NatRewriteHit> rewrite;
+};
+
+struct CounterHit {
+  static constexpr const char* typeName = "VelaDevice::CounterHit";
+  Orb::Field<"counterIndex", U16> counterIndex;
+  auto operator<=>(const CounterHit&) const = default;
+};
+
+struct FloodArpHit {
+  static constexpr const char* typeName = "VelaDevice::FloodArpHit";
+  Orb::Field<"ethAddr", Bridging::EthAddr> ethAddr;
+  Orb::Field<"vlanId", U16> vlanId;
+  auto operator<=>(const FloodArpHit&) const = default;
+};
+
+struct PortMaskHit {
+  static constexpr const char* typeName = "VelaDevice::PortMaskHit";
+  Orb::Field<"portMask", VelaSwitch::IngressPortMask> portMask;
+  auto operator<=>(const PortMaskHit&) const = default;
+};
+
+struct L3LagHit {
+  static constexpr const char* typeName = "VelaDevice::L3LagHit";
+  Orb::Field<"portMask", VelaSwitch::IngressPortMask> portMask;
+  Orb::Field<"cpuPriority", bool> cpuPriority;
+  auto operator<=>(const L3LagHit&) const = default;
+};
+
 /// The lookups of one switch. A lookup that matches a row of a table with hit bits sets its bit.
 class VELA_EXPORT DataPath {
  public:
@@ -104,6 +173,21 @@ class VELA_EXPORT DataPath {
   std::optional<MrouteHit> multicast(const VelaSwitch::MrouteKey& key);
   std::optional<MrouteHit> sg(const VelaSwitch::MrouteKey& key);
   std::optional<MrouteHit> starG(const VelaSwitch::MrouteKey& key);
+
+  /// Address translation: the match of a static or dynamic table, the rewrite of a port pair, and a
+  /// packet's way through both.
+  std::optional<NatHit> natMatch(U32 instance, const VelaSwitch::NatMatchKey& key);
+  std::optional<NatHit> natDynMatch(U32 instance, const VelaSwitch::NatMatchKey& key);
+  std::optional<NatRewriteHit> natRewrite(U32 basePort, U32 index);
+  std::optional<FlowHit> flow(const Flow& flow);
+
+  /// The counter behind a key in a pipeline's ACL processor.
+  std::optional<CounterHit> aclCounter(U32 pipeline, U16 key);
+
+  /// Layer-3 results. A row without an entry holds zeros, and the data path finds those.
+  std::optional<FloodArpHit> l3FloodArp(U32 floodId);
+  std::optional<PortMaskHit> l3FloodBitmap(U32 floodId);
+  std::optional<L3LagHit> l3Lag(U32 index);
 
  private:
   U32 vrfBits() const;

@@ -1,10 +1,24 @@
 #include "device/SimulatedSwitch.h"
 
 #include <algorithm>
+#include <charconv>
 
 #include "device/ControlWord.h"
 
 namespace VelaDevice {
+namespace {
+
+/// The number in a path's last brackets: which of several equal blocks the register belongs to.
+U32 blockNumber(std::string_view path) {
+  const std::size_t open = path.rfind('[');
+  U32 number = 0;
+  if (open != std::string_view::npos) {
+    std::from_chars(path.data() + open + 1, path.data() + path.size(), number);
+  }
+  return number;
+}
+
+}  // namespace
 
 void SimulatedSwitch::modelIs(const std::string& model) {
   if (!model_.empty() && model_ != model) {
@@ -18,6 +32,7 @@ SimulatedSwitch::RegisterHandle SimulatedSwitch::registerIs(std::string_view pat
   if (known != registerHandles_.end()) return known->second;
   const auto handle = static_cast<RegisterHandle>(registers_.size());
   registers_.push_back(0);
+  blocks_.push_back(blockNumber(path));
   registerHandles_.emplace(path, handle);
   return handle;
 }
@@ -63,7 +78,7 @@ bool SimulatedSwitch::rowIs(TableHandle handle, HwIndex index,
 
 void SimulatedSwitch::commit(Table& table, HwIndex index, std::span<const RegisterValue> writes) {
   if (table.control) {
-    const auto selected = table.control->select(writes.back().value);
+    const auto selected = table.control->select(writes.back().value, blocks_[writes.back().reg]);
     if (!selected || *selected > table.lastIndex) return;
     index = *selected;
   }

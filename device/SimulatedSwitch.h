@@ -89,6 +89,7 @@ class VELA_EXPORT SimulatedSwitch final : public VelaSwitchApi::RegisterBus {
   std::string model_;
   std::map<std::string, RegisterHandle, std::less<>> registerHandles_;
   std::vector<U32> registers_;
+  std::vector<U32> blocks_;  ///< By register: the number of its block.
   std::map<std::string, TableHandle, std::less<>> tableHandles_;
   std::vector<Table> tables_;
   U32 goodWrites_ = 0;  ///< Row writes that work before the next one that fails.

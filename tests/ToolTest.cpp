@@ -57,6 +57,7 @@ TEST_F(Tool, theExamplesDoWhatTheySay) {
   EXPECT_THAT(read("out"), HasSubstr("out of the way"));
   EXPECT_THAT(lines("results"), SizeIs(4));
   EXPECT_EQ(run("run " EXAMPLES "/routes.jsonl"), 0);
+  EXPECT_EQ(run("run " EXAMPLES "/nat.jsonl"), 0);
   EXPECT_EQ(run("run " EXAMPLES "/faults.jsonl --results results"), 1);
   EXPECT_EQ(lines("results").front()["status"], "tableFull");
   EXPECT_THAT(read("out"), HasSubstr("announcements refused: 2; expectations unmet: 0"));
@@ -291,6 +292,26 @@ TEST_F(Tool, routesThatCannotBeAreRefusedWithTheirLine) {
   std::ofstream(file("list")) << "10.0.0.0/8\n10.0.0.1/8\n";
   EXPECT_EQ(run("routes list"), 2);
   EXPECT_THAT(read("err"), HasSubstr("list:2: "));
+}
+
+TEST_F(Tool, whatHardwareCutsIsSaidOncePerEvent) {
+  events(
+      R"({"op":"set","table":"NatMatch","key":{"natType":1,"srcIp":"10.0.0.1","sport":7,"qualifier":65},"result":{"valid":true,"natRewriteId":5000,"rewriteIndex":64}}
+{"op":"lookup","table":"NatMatch","key":{"natType":1,"srcIp":"10.0.0.1","sport":7,"qualifier":1},"expect":{"natRewriteId":904,"rewriteIndex":0}}
+{"op":"set","table":"AclIndirectCounterHash","instance":1,"key":7,"result":4097}
+{"op":"lookup","table":"AclIndirectCounterHash","instance":1,"key":7,"expect":1}
+{"op":"set","table":"NatRewrite","key":{"baseChipPortId":7,"rewriteIndex":0}}
+)");
+  EXPECT_EQ(run("run events"), 2);
+  EXPECT_THAT(read("err"),
+              HasSubstr("events:1: warning: hardware has fewer bits: cut qualifier 65 to 1, "
+                        "natRewriteId 5000 to 904, rewriteIndex 64 to 0\n"));
+  EXPECT_THAT(
+      read("err"),
+      HasSubstr("events:3: warning: hardware has fewer bits: cut counterIndex 4097 to 1\n"));
+  EXPECT_THAT(read("err"),
+              HasSubstr("events:5: fatal assertion \"key.baseChipPortId() % 2 == 0\""));
+  EXPECT_THAT(read("out"), HasSubstr("expectations unmet: 0"));
 }
 
 }  // namespace

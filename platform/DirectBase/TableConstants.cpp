@@ -36,6 +36,14 @@ const char* TableConstants::tableName(TableIndex index) {
       return "AclHash";
     case TableIndex::lpm11:
       return "Lpm11";
+    case TableIndex::l3FloodArp:
+      return "L3FloodArp";
+    case TableIndex::l3FloodBitmap:
+      return "L3FloodBitmap";
+    case TableIndex::l3Lag:
+      return "L3Lag";
+    case TableIndex::natRewrite:
+      return "NatRewrite";
     case TableIndex::vlanMembership:
       return "VlanMembership";
   }

@@ -21,6 +21,10 @@ enum class TableIndex : U8 {
   aclIndirectCounterHash = 45,
   aclHash = 46,
   lpm11 = 90,
+  l3FloodArp = 91,
+  l3FloodBitmap = 92,
+  l3Lag = 93,
+  natRewrite = 94,
   vlanMembership = 100,
 };
 

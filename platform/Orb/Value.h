@@ -29,11 +29,13 @@ namespace detail {
 struct AnyField;
 }
 
-/// One field of a value type: read by calling it, written by assignment.
-template <FixedString Name, class T>
+/// One field of a value type: read by calling it, written by assignment. Where hardware has fewer
+/// bits for it than its type, `UsedBits` says how many: what a value has above them is cut.
+template <FixedString Name, class T, unsigned UsedBits = 64>
 struct Field {
   using Type = T;
   static constexpr std::string_view name = Name.view();
+  static constexpr unsigned usedBits = UsedBits;
 
   T value{};
 
@@ -56,8 +58,8 @@ namespace detail {
 
 template <class T>
 inline constexpr bool isField = false;
-template <FixedString Name, class T>
-inline constexpr bool isField<Field<Name, T>> = true;
+template <FixedString Name, class T, unsigned UsedBits>
+inline constexpr bool isField<Field<Name, T, UsedBits>> = true;
 
 /// Stands for any field when the fields of an aggregate are counted.
 struct AnyField {

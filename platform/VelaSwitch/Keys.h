@@ -18,10 +18,10 @@ struct AclHashKey {
   Orb::Field<"type", U8> type;
   Orb::Field<"srcIp", Ipnet::IpAddr> srcIp;
   Orb::Field<"dstIp", Ipnet::IpAddr> dstIp;
-  Orb::Field<"qualifier", U8> qualifier;  ///< 4 bits used.
+  Orb::Field<"qualifier", U8, 4> qualifier;
   Orb::Field<"l4Port", U16> l4Port;
   Orb::Field<"natId", NatId> natId{NatId::min};  ///< 3 bits used.
-  Orb::Field<"natDirection", U8> natDirection;   ///< 1 bit used.
+  Orb::Field<"natDirection", U8, 1> natDirection;
   auto operator<=>(const AclHashKey&) const = default;
 };
 
@@ -36,14 +36,38 @@ struct AclHashResult {
 /// port, 2 destination address, 3 destination address and port.
 struct NatMatchKey {
   static constexpr const char* typeName = "VelaSwitch::NatMatchKey";
-  Orb::Field<"natType", U8> natType;
-  Orb::Field<"proto", U8> proto;  ///< Protocol class, 3 bits used.
+  Orb::Field<"natType", U8, 2> natType;
+  Orb::Field<"proto", U8, 3> proto;  ///< Protocol class.
   Orb::Field<"dstIp", Ipnet::IpAddr> dstIp;
   Orb::Field<"srcIp", Ipnet::IpAddr> srcIp;
   Orb::Field<"dport", U16> dport;
   Orb::Field<"sport", U16> sport;
-  Orb::Field<"qualifier", U16> qualifier;  ///< 6 bits used.
+  Orb::Field<"qualifier", U16, 6> qualifier;
   auto operator<=>(const NatMatchKey&) const = default;
+};
+
+/// A counter that an ACL refers to.
+struct AclIndirectCounterHashKey {
+  static constexpr const char* typeName = "VelaSwitch::AclIndirectCounterHashKey";
+  static constexpr bool scalar = true;
+  Orb::Field<"counterKey", U16> counterKey;
+  auto operator<=>(const AclIndirectCounterHashKey&) const = default;
+};
+
+/// Where the counter is; 0 for nowhere.
+struct AclIndirectCounterHashResult {
+  static constexpr const char* typeName = "VelaSwitch::AclIndirectCounterHashResult";
+  static constexpr bool scalar = true;
+  Orb::Field<"counterIndex", U16, 12> counterIndex;
+  auto operator<=>(const AclIndirectCounterHashResult&) const = default;
+};
+
+/// A row of the NAT rewrites. Each pair of chip ports has its own.
+struct NatRewriteKey {
+  static constexpr const char* typeName = "VelaSwitch::NatRewriteKey";
+  Orb::Field<"baseChipPortId", ChipPortId> baseChipPortId;  ///< The even port of the pair.
+  Orb::Field<"rewriteIndex", U16> rewriteIndex;             ///< 0 to 4095.
+  auto operator<=>(const NatRewriteKey&) const = default;
 };
 
 /// A multicast route: a group in a VLAN, from one source where the table asks for it.

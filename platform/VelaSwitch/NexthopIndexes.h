@@ -11,7 +11,7 @@ struct NexthopIndexes {
   /// Within another value the two fields are spelled as that value's own.
   static constexpr bool inlined = true;
   Orb::Field<"l3LagIndex", L3LagIndex> l3LagIndex;
-  Orb::Field<"rewriteIndex", U8> rewriteIndex;  ///< 6 bits used.
+  Orb::Field<"rewriteIndex", U8, 6> rewriteIndex;
   auto operator<=>(const NexthopIndexes&) const = default;
 
   static constexpr U8 fieldBits = 6;

@@ -148,9 +148,16 @@ class KeyWriter {
  public:
   static constexpr U8 maxBytes = 16;
 
+  KeyWriter() = default;
+  /// Traces each field at level 9, as the function's doing.
+  KeyWriter(const Trace::Handle& trace, const char* function)
+      : trace_(&trace), function_(function) {}
+
   /// Bits `first` … `first + width - 1`, which must not be set yet; `width` is below 64.
   void set(U8 first, U8 width, U64 value) {
     value &= (U64{1} << width) - 1;
+    if (trace_ && trace_->enabled(9)) [[unlikely]]
+      (*trace_)(9, function_, " ", first, ":", first + width - 1, " = 0x", Orb::Hex{value});
     if (first >= 64) {
       words_[1] |= value << (first - 64);
       return;
@@ -168,6 +175,8 @@ class KeyWriter {
 
  private:
   U64 words_[2]{};
+  const Trace::Handle* trace_ = nullptr;
+  const char* function_ = "";
 };
 
 /// Reads fields from a row image.

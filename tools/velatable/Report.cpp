@@ -158,9 +158,15 @@ void writeSummary(std::ostream& out, const Agent& agent, const RunFigures& figur
   out << format("\nProfile %s: %llu events in %.3f s\n", agent.profile().name().c_str(),
                 static_cast<unsigned long long>(figures.events), figures.seconds);
   out << format("  %-26s %9s %10s %9s %6s\n", "table", "entries", "programmed", "capacity", "load");
+  U32 empty = 0;
   for (const Json& table : json["tables"]) {
     const std::string name = table["table"].get<std::string>() + "/" + table["instance"].dump();
     const U32 programmed = table["programmed"];
+    if (table["entries"] == 0) {
+      ++empty;
+      continue;
+    }
+
     out << format("  %-26s %9u %10u", name.c_str(), table["entries"].get<U32>(), programmed);
     if (const U32 size = table.value("capacity", 0u); size != 0) {
       out << format(" %9u %5.1f%%", size, 100.0 * programmed / size);
@@ -170,6 +176,8 @@ void writeSummary(std::ostream& out, const Agent& agent, const RunFigures& figur
     }
     out << '\n';
   }
+  out << format("  (%u tables have no entries)\n", empty);
+
   out << format(
       "  entries programmed: %llu; announcements refused: %llu; expectations unmet: %llu\n",
       json["programmed"].get<unsigned long long>(),

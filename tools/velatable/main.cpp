@@ -125,6 +125,10 @@ bool applyFile(const std::string& name, VelaAgent::EventRunner& runner, bool kee
   Progress progress(name);
   bool good = true;
   U64 number = 0;
+  runner.warningListenerIs([&](const std::string& text) {
+    std::cout << std::flush;
+    std::cerr << (name == "-" ? "stdin" : name) << ':' << number << ": warning: " << text << '\n';
+  });
   for (std::string line; std::getline(in, line);) {
     ++number;
     progress.advance(line.size() + 1);

@@ -1,0 +1,185 @@
+#include <optional>
+
+#include "device/Bits.h"
+#include "device/DataPath.h"
+
+// Address translation and the tables of layer-3 results.
+
+namespace VelaDevice {
+namespace {
+
+using VelaSwitch::NatMatchKey;
+
+constexpr U32 polynomials10[] = {0x06f, 0x0f3, 0x197, 0x1e5};
+constexpr U32 polynomials11[] = {0x065, 0x1d9};
+constexpr U32 polynomials12[] = {0x0eb, 0x161, 0x34d};
+
+/// Asks each way's row whether it answers; gives what the first that does makes of it.
+template <class Hit, std::size_t ways, class Answer>
+std::optional<Hit> search(SimulatedSwitch::Table* table, const U32 (&polynomials)[ways],
+                          unsigned hashWidth, const Bits& key, const Answer& answer) {
+  if (!table) return std::nullopt;
+  U32 way = 0;
+  for (const U32 polynomial : polynomials) {
+    const U32 index = (way++ << hashWidth) + shiftRegister(hashWidth, polynomial, key);
+    const U32* words = table->row(index);
+    if (!words) continue;
+    std::optional<Hit> hit = answer(Bits(words, 4));
+    if (!hit) continue;
+    table->hit[index] = 1;
+    return hit;
+  }
+  return std::nullopt;
+}
+
+}  // namespace
+
+std::optional<NatHit> DataPath::natMatch(U32 instance, const NatMatchKey& key) {
+  const U32 kind = key.natType() & 3;
+  const U32 address = (kind < 2 ? key.srcIp() : key.dstIp()).number();
+  const U32 port = kind == 1 ? key.sport() : kind == 3 ? key.dport() : 0;
+  const U32 proto = key.proto() & 7;
+  const U32 qualifier = key.qualifier() & 63;
+  Bits hashed;
+  hashed.append(0, 5);
+  hashed.append(address, 32);
+  hashed.append(port, 16);
+  hashed.append(kind, 2);
+  hashed.append(proto, 3);
+  hashed.append(qualifier, 6);
+  const auto answer = [&](Bits row) -> std::optional<NatHit> {
+    if (row.next(20) != address >> 12 || row.next(16) != port || row.next(2) != kind ||
+        row.next(3) != proto || row.next(6) != qualifier || !row.flag()) {
+      return std::nullopt;
+    }
+    NatHit hit;
+    hit.valid = true;
+    hit.proto = static_cast<U8>(row.next(2));
+    hit.natRewriteId = static_cast<U16>(row.next(12));
+    hit.useAcl = row.flag();
+    row.skip(1);
+    hit.trapToCpu = row.flag();
+    hit.rewriteIndex = static_cast<U8>(row.next(6));
+    hit.l3LagIndex = static_cast<U16>(row.next(6));
+    return hit;
+  };
+  return search<NatHit>(chip_.find("NatMatch", instance / 2 * 2, 0), polynomials12, 12, hashed,
+                        answer);
+}
+
+std::optional<NatHit> DataPath::natDynMatch(U32 instance, const NatMatchKey& key) {
+  Bits hashed;
+  hashed.append(0, 5);
+  hashed.append(key.srcIp().number(), 32);
+  hashed.append(key.dstIp().number(), 32);
+  hashed.append(key.sport(), 16);
+  hashed.append(key.dport(), 16);
+  hashed.append(key.proto() & 7u, 3);
+  const auto answer = [&](Bits row) -> std::optional<NatHit> {
+    if (row.next(22) != key.srcIp().number() >> 10 || row.next(32) != key.dstIp().number() ||
+        row.next(16) != key.sport() || row.next(16) != key.dport() ||
+        row.next(3) != (key.proto() & 7u) || !row.flag()) {
+      return std::nullopt;
+    }
+    NatHit hit;
+    hit.valid = true;
+    hit.proto = static_cast<U8>(row.next(2));
+    row.skip(2);
+    hit.natRewriteId = static_cast<U16>(row.next(12));
+    row.skip(1);
+    hit.trapToCpu = row.flag();
+    hit.rewriteIndex = static_cast<U8>(row.next(6));
+    hit.l3LagIndex = static_cast<U16>(row.next(6));
+    return hit;
+  };
+  return search<NatHit>(chip_.find("NatDynMatch", instance, 0), polynomials10, 10, hashed, answer);
+}
+
+/// Connections come before addresses; of the static kinds, those with a port before those without,
+/// and the source before the destination.
+std::optional<FlowHit> DataPath::flow(const Flow& flow) {
+  NatMatchKey key;
+  key.proto = flow.proto();
+  key.srcIp = flow.srcIp();
+  key.dstIp = flow.dstIp();
+  key.sport = flow.sport();
+  key.dport = flow.dport();
+  key.qualifier = flow.qualifier();
+  std::optional<NatHit> match;
+  FlowHit hit;
+  for (U32 instance = 0; !match && chip_.find("NatDynMatch", instance, 0); ++instance) {
+    match = natDynMatch(instance, key);
+    hit.matchedBy = "NatDynMatch";
+  }
+  for (const U8 kind : {U8{1}, U8{0}, U8{3}, U8{2}}) {
+    if (match) break;
+    key.natType = kind;
+    match = natMatch(0, key);
+    hit.matchedBy = "NatMatch";
+  }
+  if (!match) return std::nullopt;
+  hit.match = *match;
+  const auto rewrite = natRewrite(flow.egressPort() & ~1u, match->natRewriteId());
+  if (rewrite) hit.rewrite = *rewrite;
+  return hit;
+}
+
+std::optional<NatRewriteHit> DataPath::natRewrite(U32 basePort, U32 index) {
+  const SimulatedSwitch::Table* table = chip_.find("NatRewrite", 0, 0);
+  const U32* words = table ? table->row(basePort / 2 * 4096 + index) : nullptr;
+  if (!words) return std::nullopt;
+  return NatRewriteHit{Ipnet::IpAddr(words[0]), static_cast<U16>(words[1] & 0xffff),
+                       static_cast<U16>(words[1] >> 16)};
+}
+
+std::optional<CounterHit> DataPath::aclCounter(U32 pipeline, U16 key) {
+  Bits hashed;
+  hashed.append(key, 16);
+  const auto answer = [&](Bits row) -> std::optional<CounterHit> {
+    if (row.next(5) != key >> 11) return std::nullopt;
+    const auto index = static_cast<U16>(row.next(12));
+    if (index == 0) return std::nullopt;
+    return CounterHit{index};
+  };
+  return search<CounterHit>(chip_.find("AclIndirectCounterHash", pipeline, 0), polynomials11, 11,
+                            hashed, answer);
+}
+
+std::optional<FloodArpHit> DataPath::l3FloodArp(U32 floodId) {
+  // The lookup memory of the first egress processor: each pair of words filled one of its rows.
+  const SimulatedSwitch::Table* table = chip_.find("L3FloodArp", 0, 0);
+  const U32* words = table ? table->row(floodId) : nullptr;
+  if (!words) return std::nullopt;
+  const auto memory = [&](U32 row) -> std::optional<U32> {
+    for (int pair = 0; pair < 4; ++pair) {
+      const U32 control = words[2 * pair + 1];
+      if ((control >> 14 & 1) != 0 && (control >> 4 & 1023) == row % 1024) return words[2 * pair];
+    }
+    return std::nullopt;
+  };
+  const auto head = memory(2 * floodId + 128);
+  const auto tail = memory(2 * floodId + 129);
+  if (!head || !tail || memory(2 * floodId + 640) != head || memory(2 * floodId + 641) != tail) {
+    return std::nullopt;
+  }
+  return FloodArpHit{Bridging::EthAddr(U64{*head} << 16 | *tail >> 16),
+                     static_cast<U16>(*tail & 0xffff)};
+}
+
+std::optional<PortMaskHit> DataPath::l3FloodBitmap(U32 floodId) {
+  const SimulatedSwitch::Table* table = chip_.find("L3FloodBitmap", 0, 0);
+  const U32* words = table ? table->row(floodId) : nullptr;
+  if (!words) return std::nullopt;
+  return PortMaskHit{VelaSwitch::IngressPortMask(Bits(words, 2).next(profile_.ports()))};
+}
+
+std::optional<L3LagHit> DataPath::l3Lag(U32 index) {
+  const SimulatedSwitch::Table* table = chip_.find("L3Lag", 0, 0);
+  const U32* words = table ? table->row(index) : nullptr;
+  if (!words) return std::nullopt;
+  Bits row(words, 2);
+  const VelaSwitch::IngressPortMask mask(row.next(profile_.ports() + 1));
+  return L3LagHit{mask, row.flag()};
+}
+
+}  // namespace VelaDevice
