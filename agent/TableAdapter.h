@@ -89,8 +89,7 @@ class PathAdapter final : public TableAdapter {
  public:
   using Lookup = Json (*)(VelaDevice::DataPath&, const Json& key);
 
-  PathAdapter(std::string name, Lookup ask)
-      : TableAdapter(std::move(name), 0), lookup_(ask) {}
+  PathAdapter(std::string name, Lookup ask) : TableAdapter(std::move(name), 0), lookup_(ask) {}
 
   EntryProgrammedStatus set(const Json&, const Json&) override { refuse(); }
   void del(const Json&) override { refuse(); }

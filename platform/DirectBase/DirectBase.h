@@ -42,7 +42,7 @@ class VELA_EXPORT DirectBaseTable : public VelaSwitchApi::SwTable {
   virtual bool hwInconsistentEntryFromDirectItem(const DirectBaseEntry& item) const = 0;
   virtual void hwInconsistentEntryDelFromDirectItem(const DirectBaseEntry& item) = 0;
 
-    /// Whether the table has said how many rows it has, which its capacity counters need.
+  /// Whether the table has said how many rows it has, which its capacity counters need.
   bool capacitySupported() const { return numEntries_ != 0; }
 
   /// The row of the item's key was found different, or could not be written.
@@ -56,8 +56,6 @@ class VELA_EXPORT DirectBaseTable : public VelaSwitchApi::SwTable {
   bool handleDirectEntry(const DirectBaseEntry& entry, U32 hwTables);
   /// Number of rows of the table; for the capacity counters.
   void numEntriesIs(U32 entries) { numEntries_ = entries; }
-
- 
 
  private:
   friend class DirectBaseConvertor;
