@@ -1,6 +1,8 @@
 #pragma once
 
 #include <algorithm>
+#include <functional>
+#include <map>
 
 #include "DirectBase/TableConstants.h"
 #include "VelaSwitchApi/SwTable.h"
@@ -18,7 +20,13 @@
 ///   layout(profile, table)       the row's fields in one hardware table
 ///
 /// and a LayerConvertor that derives from PlainFamilyLayerConvertor<F> and knows the hardware
-/// tables: doCreateHwTables(state), packRow() and unpackRow().
+/// tables: doCreateHwTables(state), packRow() and unpackRow(). Where the tables can be listed, the
+/// LayerConvertor derives from DeclaredLayerConvertor<F>, and F says
+///
+///   hwTables(profile)                  the hardware tables, a PlainHwTable each
+///   copies(profile)                    how often each row stands in a table, unless once
+///   pack(table, key, result, row)      writes the row of one of them
+///   unpack(table, row, result)         adds what the row holds to the result
 namespace VelaSwitchTable {
 
 using VelaSwitchApi::HwIndex;
@@ -36,6 +44,38 @@ struct PlainFamilyTypes {
 
 struct PlainFamilyTraits {
   TableIndex index;
+  /// Bits of each word that depend on the row alone; where the control word of a row is so, only
+  /// its data decide whether it is written.
+  VelaSwitchApi::StaticWords staticWords{};
+};
+
+/// What a row that was read back says.
+enum class RowSays : U8 {
+  result,   ///< Something of the result.
+  nothing,  ///< Nothing that counts; it is neither taken over nor compared.
+  unsound,  ///< What no row of the table can say.
+};
+
+/// One hardware table of a plain family.
+struct PlainHwTable {
+  HwTableId id;
+  const char* suffix;  ///< Part of its name.
+  HwIndex first;
+  HwIndex last;
+  U8 rowWords;
+  /// The registers of a row. Those of row `first` serve all rows unless `registersPerRow`.
+  std::function<VelaSwitchApi::HwAddressColl(HwIndex)> registers;
+  bool registersPerRow = false;
+  bool cpu = false;  ///< Whether it is the CPU's.
+  /// Says which rows use which registers, where `registers` is not enough.
+  Orb::PtrConst<VelaSwitchApi::HwTableRegisterMapping> mapping{};
+};
+
+/// What a row is packed and unpacked with.
+struct PlainRowContext {
+  const VelaSwitch::ProfileInfo& profile;
+  const PlainHwTable& table;
+  const VelaSwitchApi::SwTable& swTable;
 };
 
 /// The base of a family's convertors. It knows no hardware; reaching its programming call is an
@@ -119,17 +159,27 @@ class PlainFamilyLayerConvertor : public F::Convertor {
   static constexpr const char* sourceUnit = F::sourceUnit;
 
   void doInitTableStats() override {
-    const auto first = this->hwTables().begin();
-    ORB_ASSERT_TEXT(first != this->hwTables().end(), "hwTable");
-    const auto& descriptor = first->second->descriptor();
-    this->initEntryCounter(table()->name(), descriptor.last - descriptor.first + 1,
+    HwIndex first = ~HwIndex{0};
+    HwIndex end = 0;
+    for (const auto& [id, hwTable] : this->hwTables()) {
+      first = std::min(first, hwTable->descriptor().first);
+      end = std::max(end, hwTable->descriptor().last + 1);
+    }
+    if (end == 0) return;
+    this->initEntryCounter(table()->name(), (end - first) / copies(),
                            [this] { return table()->entries().size(); });
   }
 
   bool hwTableEntryIs(const Key& key, const Result& result) override {
     bool good = true;
     for (const auto& [id, hwTable] : this->hwTables()) {
-      if (hwTable->active() && !writeRow(*hwTable, key, result)) good = false;
+      const auto& descriptor = hwTable->descriptor();
+      const HwIndex rows = (descriptor.last - descriptor.first + 1) / copies();
+      for (HwIndex index = F::hwIndex(key); index <= descriptor.last; index += rows) {
+        if (index < descriptor.first || !hwTable->active()) break;
+        if (!writeRow(*hwTable, index, key, result)) good = false;
+        if (copies() == 1) break;
+      }
     }
     return good;
   }
@@ -141,7 +191,9 @@ class PlainFamilyLayerConvertor : public F::Convertor {
         if (!overwrite && hwTable->state(index) == HwTableConfig::Row::held) continue;
         if (overwrite) hwTable->entryForget(index);
         const Key key = F::keyOf(index);
-        if (!writeRow(*hwTable, key, desired(key))) table()->hwInconsistentEntryIs(key, true);
+        if (!writeRow(*hwTable, index, key, desired(key))) {
+          table()->hwInconsistentEntryIs(key, true);
+        }
       }
     }
   }
@@ -150,6 +202,7 @@ class PlainFamilyLayerConvertor : public F::Convertor {
     HwTableConfig& hwTable = *this->hwTable(id);
     const auto& descriptor = hwTable.descriptor();
     for (HwIndex index = descriptor.first; index <= descriptor.last; ++index) {
+      if (hwTable.mapped(index).empty()) continue;
       if (table()->initialized()) {
         auditRow(hwTable, index);
       } else {
@@ -164,8 +217,10 @@ class PlainFamilyLayerConvertor : public F::Convertor {
   /// Packs the row of one hardware table into an image that is all zero.
   virtual void packRow(HwTableId table, const Key& key, const Result& result,
                        Image& image) const = 0;
-  /// Adds what one hardware table's row holds to the result. False when the row is not sound.
-  virtual bool unpackRow(HwTableId table, HwIndex index, U32* image, Result& result) const = 0;
+  /// Adds what one hardware table's row holds to the result.
+  virtual RowSays unpackRow(HwTableId table, HwIndex index, U32* image, Result& result) const = 0;
+  /// How often each row stands in a hardware table, one block of rows behind the other.
+  virtual U32 copies() const { return 1; }
 
   typename F::Table* table() const { return static_cast<typename F::Table*>(this->swTable()); }
 
@@ -181,9 +236,9 @@ class PlainFamilyLayerConvertor : public F::Convertor {
     return image;
   }
 
-  bool writeRow(HwTableConfig& hwTable, const Key& key, const Result& result) {
+  bool writeRow(HwTableConfig& hwTable, HwIndex index, const Key& key, const Result& result) {
     const Image image = rowImage(hwTable.descriptor().identity.id, key, result);
-    return hwTable.entryIs({F::hwIndex(key), image.data(), VelaSwitchApi::maxRowWords});
+    return hwTable.entryIs({index, image.data(), VelaSwitchApi::maxRowWords});
   }
 
   void rebuildRow(HwTableConfig& hwTable, HwIndex index) {
@@ -194,18 +249,31 @@ class PlainFamilyLayerConvertor : public F::Convertor {
     }
     const Key key = F::keyOf(index);
     Result result = desired(key);
-    bool sound = false;
+    auto says = RowSays::unsound;
     try {
-      sound = unpackRow(id, index, hwTable.image(index), result);
+      says = unpackRow(id, index, hwTable.image(index), result);
     } catch (const Orb::RangeException& error) {
       F::trace(3, " index ", index, ": ", error.what());
     }
-    if (!sound) {
+    if (says == RowSays::nothing) return;
+    if (says == RowSays::unsound) {
       // Not left standing: the row gets written with what is desired of its key.
       hwTable.entryForget(index);
     } else if (result != F::absentResult()) {
       F::trace(5, "Set sw table entry for key: ", key, " value: ", result);
       table()->entryIsByHwRow(key, result);
+    }
+  }
+
+  /// Whether rows that say nothing are left out of audits as well.
+  static constexpr bool ignoresRows = requires { F::ignoresRows; };
+
+  bool ignored(HwTableId id, HwIndex index, U32* image) const {
+    try {
+      Result result{};
+      return ignoresRows && unpackRow(id, index, image, result) == RowSays::nothing;
+    } catch (const Orb::RangeException&) {
+      return false;
     }
   }
 
@@ -219,6 +287,8 @@ class PlainFamilyLayerConvertor : public F::Convertor {
     const Key key = F::keyOf(index);
     const Image expected = rowImage(id, key, desired(key));
     if (read == Read::held && hwTable.same(index, expected.data(), hwTable.image(index))) return;
+    if (read == Read::held && ignored(id, index, hwTable.image(index))) return;
+
     if (read == Read::absent) {
       F::trace(3, "Missing hw table entry for key: ", key, ", table ",
                hwTable.descriptor().identity.name);
@@ -231,6 +301,77 @@ class PlainFamilyLayerConvertor : public F::Convertor {
     }
     table()->hwInconsistentEntryIs(key, true);
   }
+};
+
+/// The convertor of a family that lists its hardware tables.
+template <class F>
+class DeclaredLayerConvertor : public PlainFamilyLayerConvertor<F> {
+ public:
+  using Key = typename F::Key;
+  using Result = typename F::Result;
+
+  void doCreateHwTables(VelaSwitchApi::TableState state) override {
+    using namespace VelaSwitchApi;
+    const std::string family = TableConstants::tableName(F::traits.index);
+    for (PlainHwTable& declared : F::hwTables(this->profile())) {
+      const std::string name = SwTable::hwTableName(family, "", declared.suffix, declared.id);
+      const auto descriptor = HwTableDescriptorConfig::hwTableDescIs(
+          {family, 0, declared.id, name}, state, declared.first, declared.last, declared.rowWords,
+          mapping(name, declared));
+      const auto hwTable = Orb::make<HwTableConfig>(descriptor, this->swTable()->types().bus());
+      ORB_ASSERT_TEXT(hwTable, "table");
+      this->hwTableIs(declared.id, hwTable);
+      this->descriptorIs(declared.id, descriptor);
+      layouts_[declared.id] = F::layout(this->profile(), declared.id);
+      declared_.emplace(declared.id, std::move(declared));
+    }
+  }
+
+  void handleInitialized() override {
+    for (U8 word = 0; word < VelaSwitchApi::maxRowWords; ++word) {
+      if (F::traits.staticWords[word] != 0) this->hwStaticWordIs(word, F::traits.staticWords[word]);
+    }
+  }
+
+ protected:
+  using Image = typename PlainFamilyLayerConvertor<F>::Image;
+
+  void packRow(HwTableId table, const Key& key, const Result& result, Image& image) const override {
+    VelaSwitchApi::RowWriter row(layouts_.at(table), reinterpret_cast<U8*>(image.data()), F::trace,
+                                 "hwTableEntryIs");
+    F::pack(context(table), key, result, row);
+  }
+  RowSays unpackRow(HwTableId table, HwIndex index, U32* image, Result& result) const override {
+    return F::unpack(context(table), F::keyOf(index),
+                     VelaSwitchApi::RowReader(layouts_.at(table), image), result);
+  }
+
+  U32 copies() const override {
+    if constexpr (requires { &F::copies; }) return F::copies(this->profile());
+    return 1;
+  }
+
+ private:
+  PlainRowContext context(HwTableId table) const {
+    return {this->profile(), declared_.at(table), *this->swTable()};
+  }
+
+  static Orb::PtrConst<VelaSwitchApi::HwTableRegisterMapping> mapping(const std::string& name,
+                                                                      const PlainHwTable& table) {
+    using namespace VelaSwitchApi;
+    if (table.mapping) return table.mapping;
+    if (!table.registersPerRow) {
+      return Orb::make<HwTableRegisterMappingConst>(name, table.registers(table.first));
+    }
+    const auto rows = Orb::make<HwTableRegisterMappingColl>(name);
+    for (HwIndex index = table.first; index <= table.last; ++index) {
+      rows->regsIs(index, table.registers(index));
+    }
+    return rows;
+  }
+
+  std::map<HwTableId, VelaSwitchApi::RowLayout> layouts_;
+  std::map<HwTableId, PlainHwTable> declared_;
 };
 
 }  // namespace VelaSwitchTable

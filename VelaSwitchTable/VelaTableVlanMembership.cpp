@@ -275,13 +275,13 @@ void VlanMembershipConvertorLayer2All::packRow(HwTableId table, const VlanMember
   row.set(Row::parity, VelaSwitch::parityU32Array(image.data(), dataWords(version)));
 }
 
-bool VlanMembershipConvertorLayer2All::unpackRow(HwTableId table, HwIndex index, U32* image,
-                                                 VlanMembershipResult& result) const {
+RowSays VlanMembershipConvertorLayer2All::unpackRow(HwTableId table, HwIndex index, U32* image,
+                                                    VlanMembershipResult& result) const {
   const RowReader row(layouts_.at(table), image);
   const RegisterFormatVersion version = profile().registerFormat();
   if (!row.flag(Row::commit) || row.get(Row::vlan) != index ||
       VelaSwitch::parityU32Array(image, dataWords(version)) != 0) {
-    return false;
+    return RowSays::unsound;
   }
   const VlanTablePortRange* range = portRangeOfTable(table);
   result.permitMask = result.permitMask() | row.get(Row::permitMask) << (range ? range->min() : 0);
@@ -297,7 +297,7 @@ bool VlanMembershipConvertorLayer2All::unpackRow(HwTableId table, HwIndex index,
   if (layouts_.at(table)[Row::aclId].width != 0) {
     unpackPipes(row, static_cast<U8>(table), result);
   }
-  return true;
+  return RowSays::result;
 }
 
 Orb::Ptr<VlanMembershipTable> VlanMembershipTableIs(const std::string& name) {

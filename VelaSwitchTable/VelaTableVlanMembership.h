@@ -116,8 +116,8 @@ class VELA_EXPORT VlanMembershipConvertorLayer2All final
  protected:
   void packRow(HwTableId table, const VlanMembershipKey& key, const VlanMembershipResult& result,
                Image& image) const override;
-  bool unpackRow(HwTableId table, HwIndex index, U32* image,
-                 VlanMembershipResult& result) const override;
+  RowSays unpackRow(HwTableId table, HwIndex index, U32* image,
+                    VlanMembershipResult& result) const override;
 
  private:
   std::map<U32, VlanTablePortRange> ranges_;

@@ -142,13 +142,9 @@ void EventRunner::set(const Json& event) {
   const U64 writesBefore = agent_.recorder().rowWrites();
   const EntryProgrammedStatus status =
       table.set(key, result == event.end() ? Json(nullptr) : *result);
-  if (warn_ && !table.cuts().empty()) {
-    std::string text = "hardware has fewer bits: cut ";
-    for (const std::string& cut : table.cuts())
-      text += (&cut == &table.cuts().front() ? "" : ", ") + cut;
-    warn_(text);
+  if (warn_) {
+    for (const std::string& warning : table.warnings()) warn_(warning);
   }
-
   if (status != EntryProgrammedStatus::programmed) {
     refuse(event, table, status);
     return;
@@ -257,6 +253,7 @@ void EventRunner::corrupt(const Json& event) {
   member(event, "bit");
   const U32 bit = number(event, "bit", 0);
   const auto& hwTables = table.convertor().hwTables();
+  if (hwTables.empty()) throw InputException("the table has no rows in hardware");
   const auto hwTable = hwTables.find(number(event, "hwTableId", hwTables.begin()->first));
   if (hwTable == hwTables.end()) throw InputException("the table has no such hwTableId");
   const auto& mapped = hwTable->second->mapped(place->index);

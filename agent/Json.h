@@ -8,6 +8,7 @@
 
 #include "Orb/Seconds.h"
 #include "Orb/Value.h"
+#include "VelaSwitch/ChipPortMap.h"
 #include "VelaSwitch/PipeMap.h"
 #include "VelaSwitch/PortMask.h"
 #include "VelaSwitchApi/SwTable.h"
@@ -137,6 +138,8 @@ Json toJson(const T& value) {
     return value;
   } else if constexpr (std::same_as<T, U64>) {
     return hexText(value, 12);
+  } else if constexpr (std::floating_point<T>) {
+    return value;
   } else if constexpr (std::integral<T>) {
     return value;
   } else if constexpr (std::same_as<T, VelaSwitch::IngressPortMask>) {
@@ -145,6 +148,12 @@ Json toJson(const T& value) {
     return value.value();
   } else if constexpr (Orb::IsRanged<T>) {
     return value.value();
+  } else if constexpr (std::same_as<T, VelaSwitch::ChipPortMap>) {
+    Json json = Json::array();
+    value.forEach([&](VelaSwitch::ChipPortId port, bool member) {
+      if (member) json.push_back(port.value());
+    });
+    return json;
   } else if constexpr (detail::isPipeMap<T>) {
     Json json = Json::object();
     value.forEach([&](VelaSwitch::PipeId pipe, const auto& entry) {
@@ -183,6 +192,9 @@ void fromJson(const Json& json, T& value) {
   } else if constexpr (std::same_as<T, std::string>) {
     if (!json.is_string()) throw InputException("expected a text, not " + json.dump());
     value = json.get<std::string>();
+  } else if constexpr (std::floating_point<T>) {
+    if (!json.is_number()) throw InputException("expected a number, not " + json.dump());
+    value = json.get<T>();
   } else if constexpr (std::integral<T>) {
     value = static_cast<T>(numberFromJson(json, static_cast<T>(~T{0})));
   } else if constexpr (std::same_as<T, VelaSwitch::IngressPortMask>) {
@@ -194,6 +206,14 @@ void fromJson(const Json& json, T& value) {
     // A negative number is below every range: let the type say so in its own words.
     const bool negative = json.is_number_integer() && !json.is_number_unsigned() && json < 0;
     value = T(negative ? ~U64{0} : numberFromJson(json, ~U64{0}));
+  } else if constexpr (std::same_as<T, VelaSwitch::ChipPortMap>) {
+    if (!json.is_array()) throw InputException("expected a list of ports, not " + json.dump());
+    value = {};
+    for (const Json& port : json) {
+      VelaSwitch::ChipPortId id;
+      fromJson(port, id);
+      value.is(id, true);
+    }
   } else if constexpr (detail::isPipeMap<T>) {
     detail::pipeMapFromJson(json, value);
   } else if constexpr (detail::isVector<T>) {
@@ -201,11 +221,12 @@ void fromJson(const Json& json, T& value) {
     value.clear();
     for (const Json& element : json) fromJson(element, value.emplace_back());
   } else if constexpr (detail::isArray<T>) {
-    if (!json.is_array() || json.size() != value.size()) {
-      throw InputException("expected a list of " + std::to_string(value.size()) + ", not " +
+    if (!json.is_array() || json.size() > value.size()) {
+      throw InputException("expected a list of at most " + std::to_string(value.size()) + ", not " +
                            json.dump());
     }
-    for (std::size_t i = 0; i < value.size(); ++i) fromJson(json[i], value[i]);
+    value = T{};
+    for (std::size_t i = 0; i < json.size(); ++i) fromJson(json[i], value[i]);
 
   } else if constexpr (detail::Version<T>) {
     if (!json.is_array() || json.size() != 2) {
@@ -255,7 +276,9 @@ void cutFields(const T& value, std::vector<std::string>& cuts) {
     using Field = std::remove_cvref_t<decltype(field)>;
     using Content = typename Field::Type;
     if constexpr (detail::isArray<Content>) {
-      for (const auto& element : field()) cutFields(element, cuts);
+      if constexpr (Orb::Value<typename Content::value_type>) {
+        for (const auto& element : field()) cutFields(element, cuts);
+      }
     } else if constexpr (Orb::Value<Content>) {
       cutFields(field(), cuts);
     } else if constexpr (std::unsigned_integral<Content> && Field::usedBits < 64) {

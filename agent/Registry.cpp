@@ -2,16 +2,29 @@
 
 #include "VelaSwitchTable/VelaTableAclHashes.h"
 #include "VelaSwitchTable/VelaTableAclIndirectCounterHash.h"
+#include "VelaSwitchTable/VelaTableCopp.h"
+#include "VelaSwitchTable/VelaTableFloodSet.h"
 #include "VelaSwitchTable/VelaTableHashTest.h"
+#include "VelaSwitchTable/VelaTableL2Control.h"
 #include "VelaSwitchTable/VelaTableL3FloodArp.h"
 #include "VelaSwitchTable/VelaTableL3FloodBitmap.h"
 #include "VelaSwitchTable/VelaTableL3Lag.h"
+#include "VelaSwitchTable/VelaTableLagGroup.h"
+#include "VelaSwitchTable/VelaTableLagHashControl.h"
+#include "VelaSwitchTable/VelaTableLagLookUp.h"
+#include "VelaSwitchTable/VelaTableLagMembership.h"
 #include "VelaSwitchTable/VelaTableLpm11.h"
+#include "VelaSwitchTable/VelaTableMacVlan.h"
 #include "VelaSwitchTable/VelaTableNatDynMatch.h"
 #include "VelaSwitchTable/VelaTableNatMatch.h"
 #include "VelaSwitchTable/VelaTableNatRewrite.h"
+#include "VelaSwitchTable/VelaTableNativeVlan.h"
+#include "VelaSwitchTable/VelaTablePortConfig.h"
+#include "VelaSwitchTable/VelaTableProtocolRemap.h"
+#include "VelaSwitchTable/VelaTableRxPortMirror.h"
 #include "VelaSwitchTable/VelaTableSG.h"
 #include "VelaSwitchTable/VelaTableStarG.h"
+#include "VelaSwitchTable/VelaTableVlanGroup.h"
 #include "VelaSwitchTable/VelaTableVlanMembership.h"
 
 namespace VelaAgent {
@@ -19,6 +32,29 @@ namespace {
 
 using namespace VelaSwitchTable;
 using VelaDevice::DataPath;
+
+/// A frame of unknown destination.
+struct FloodedFrame {
+  static constexpr const char* typeName = "VelaAgent::FloodedFrame";
+  Orb::Field<"vid", Bridging::VlanId> vid;
+  Orb::Field<"port", VelaSwitch::ChipPortId> port;
+  Orb::Field<"multicast", bool> multicast;
+};
+
+/// A rate limiter of one of the limiter tables.
+struct Limiter {
+  static constexpr const char* typeName = "VelaAgent::Limiter";
+  Orb::Field<"index", U8> index;
+  Orb::Field<"table", U32> table;
+};
+
+/// A frame to a LAG.
+struct LagFrame {
+  static constexpr const char* typeName = "VelaAgent::LagFrame";
+  Orb::Field<"ingressPort", VelaSwitch::ChipPortId> ingressPort;
+  Orb::Field<"lagGroupId", U32> lagGroupId;
+  Orb::Field<"bucket", U8> bucket;
+};
 
 /// A family with `instances` tables, or one for each pipeline where tables serve one each.
 template <class Family>
@@ -39,6 +75,14 @@ FamilyRegistration hashFamily(typename EntryAdapter<typename Family::Table>::Loo
                 lookup);
           }};
 }
+
+class ProtocolRemapAdapter final : public IndexedAdapter<ProtocolRemapFamily> {
+ public:
+  using IndexedAdapter::IndexedAdapter;
+  Json lookup(DataPath&, const Json& key) const override {
+    return {{"remappedProtocol", table().remappedProtocol(fromJson<U8>(key))}};
+  }
+};
 
 /// A hashed level of the route ladder.
 FamilyRegistration hashedLevel(const LpmLevel& level) {
@@ -117,6 +161,36 @@ Json lookupNatRewrite(DataPath& dataPath, U32, const Json& key) {
   return hitToJson(dataPath.natRewrite(at.baseChipPortId().value(), at.rewriteIndex()));
 }
 
+/// A VLAN id asks for its flood set, {"vid", "port", "multicast"} for the ports that a frame goes
+/// to.
+Json lookupFloodSet(DataPath& dataPath, U32, const Json& key) {
+  if (!key.is_object()) return hitToJson(dataPath.floodSet(fromJson<Bridging::VlanId>(key)));
+  const auto frame = fromJson<FloodedFrame>(key);
+  return hitToJson(dataPath.flood(frame.vid(), frame.port().value(), frame.multicast()));
+}
+
+/// Lookups of what a port's row says.
+template <auto lookup>
+Json lookupPort(DataPath& dataPath, U32, const Json& key) {
+  return hitToJson((dataPath.*lookup)(fromJson<VelaSwitch::ChipPortId>(key).value()));
+}
+
+/// An index asks for the first limiter table, {"index", "table"} for another one; the CPU's
+/// transmit table comes behind the pipelines'.
+Json lookupCopp(DataPath& dataPath, U32, const Json& key) {
+  if (!key.is_object()) return hitToJson(dataPath.copp(0, fromJson<U8>(key)));
+  const auto limiter = fromJson<Limiter>(key);
+  return hitToJson(dataPath.copp(limiter.table(), limiter.index()));
+}
+
+Json lookupVlanGroup(DataPath& dataPath, U32, const Json& key) {
+  return hitToJson(dataPath.vlanGroup(0, fromJson<U8>(key)));
+}
+
+Json lookupMacVlan(DataPath& dataPath, U32, const Json& key) {
+  return hitToJson(dataPath.macVlan(fromJson<U16>(key)));
+}
+
 /// A VLAN id asks for the whole VLAN, {"vid", "port"} for what the port's pipeline holds of it.
 Json lookupVlan(DataPath& dataPath, U32, const Json& key) {
   if (!key.is_object()) return hitToJson(dataPath.vlan(fromJson<VlanMembershipKey>(key).vid()));
@@ -125,6 +199,16 @@ Json lookupVlan(DataPath& dataPath, U32, const Json& key) {
   }
   const auto port = fromJson<VelaSwitch::ChipPortId>(key["port"]);
   return hitToJson(dataPath.vlan(port.value(), fromJson<VlanMembershipKey>(key["vid"]).vid()));
+}
+
+/// The remapping of protocols is software's own: its table answers, not the data path.
+FamilyRegistration protocolRemap() {
+  FamilyRegistration registration = indexedFamily<ProtocolRemapFamily>(nullptr);
+  registration.make = [](U32 instance) -> std::unique_ptr<HwTableAdapter> {
+    return std::make_unique<ProtocolRemapAdapter>("ProtocolRemap", instance,
+                                                  ProtocolRemapTableIs("ProtocolRemap"), nullptr);
+  };
+  return registration;
 }
 
 }  // namespace
@@ -138,6 +222,12 @@ std::vector<std::unique_ptr<PathAdapter>> makePaths() {
       std::make_unique<PathAdapter>("Multicast", [](DataPath& dataPath, const Json& key) {
         return hitToJson(dataPath.multicast(fromJson<VelaSwitch::MrouteKey>(key)));
       }));
+  paths.push_back(
+      std::make_unique<PathAdapter>("LagMember", [](DataPath& dataPath, const Json& key) {
+        const auto frame = fromJson<LagFrame>(key);
+        return hitToJson(
+            dataPath.lagMember(frame.ingressPort().value(), frame.lagGroupId(), frame.bucket()));
+      }));
   return paths;
 }
 
@@ -145,6 +235,19 @@ const std::vector<FamilyRegistration>& families() {
   static const std::vector<FamilyRegistration> all = [] {
     std::vector<FamilyRegistration> registrations{
         indexedFamily<VlanMembershipFamily>(lookupVlan),
+        indexedFamily<FloodSetFamily>(lookupFloodSet),
+        indexedFamily<NativeVlanFamily>(lookupPort<&DataPath::nativeVlan>),
+        indexedFamily<PortConfigFamily>(lookupPort<&DataPath::portConfig>),
+        indexedFamily<L2ControlFamily>(lookupPort<&DataPath::l2Control>),
+        indexedFamily<LagGroupFamily>(lookupPort<&DataPath::lagGroup>),
+        indexedFamily<LagLookUpFamily>(lookupPort<&DataPath::lagLookUp>),
+        indexedFamily<LagMembershipFamily>(lookupPort<&DataPath::lagMembership>),
+        indexedFamily<LagHashControlFamily>(lookupPort<&DataPath::lagHashControl>),
+        indexedFamily<RxPortMirrorFamily>(lookupPort<&DataPath::rxPortMirror>),
+        indexedFamily<MacVlanFamily>(lookupMacVlan),
+        indexedFamily<VlanGroupFamily>(lookupVlanGroup),
+        indexedFamily<CoppFamily>(lookupCopp),
+        protocolRemap(),
         hashFamily<AclHashFamily>(lookupAcl),
         indexedFamily<Lpm11Family>(lookupLpm11),
         hashFamily<SGFamily>(lookupSG),

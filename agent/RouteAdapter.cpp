@@ -42,7 +42,7 @@ EntryProgrammedStatus RouteAdapter::status(const Key& key) const {
 EntryProgrammedStatus RouteAdapter::set(const Json& key, const Json& result) {
   const Key route = keyFromJson(key);
   const auto nexthop = result.is_null() ? NexthopIndexes{} : fromJson<NexthopIndexes>(result);
-  cutsAre(nexthop);
+  warnOfCuts(nexthop);
   if (!nexthop.valid()) throw InputException("a route needs a next hop: l3LagIndex 57 is none");
   const bool changed =
       writer_.routes().entryIs(route, RouteWriter::resultOf(nexthop, route.prefix().len()));

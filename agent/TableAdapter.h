@@ -45,8 +45,8 @@ class TableAdapter {
   /// Announces an entry; a null result is the default one. An entry that is unchanged but not
   /// programmed is tried again.
   virtual EntryProgrammedStatus set(const Json& key, const Json& result) = 0;
-  /// What hardware cut of the last entry announced, because it has fewer bits for it.
-  const std::vector<std::string>& cuts() const { return cuts_; }
+  /// What is odd about the last entry announced, although it was accepted.
+  const std::vector<std::string>& warnings() const { return warnings_; }
 
   virtual void del(const Json& key) = 0;
   /// What the data path finds: the hit's fields, or null.
@@ -69,19 +69,26 @@ class TableAdapter {
   virtual U32 reconcile() = 0;
 
  protected:
+  /// Warns of what hardware cuts of the values, because it has fewer bits for it.
   template <class... Values>
-  void cutsAre(const Values&... values) {
-    cuts_.clear();
-    const auto add = [this](const auto& value) {
-      if constexpr (Orb::Value<std::remove_cvref_t<decltype(value)>>) cutFields(value, cuts_);
+  void warnOfCuts(const Values&... values) {
+    warnings_.clear();
+    std::vector<std::string> cuts;
+    const auto add = [&](const auto& value) {
+      if constexpr (Orb::Value<std::remove_cvref_t<decltype(value)>>) cutFields(value, cuts);
     };
     (add(values), ...);
+    if (cuts.empty()) return;
+    std::string text = "hardware has fewer bits: cut ";
+    for (const std::string& cut : cuts) text += (&cut == &cuts.front() ? "" : ", ") + cut;
+    warningIs(text);
   }
+  void warningIs(std::string text) { warnings_.push_back(std::move(text)); }
 
  private:
   std::string name_;
   U32 instance_;
-  std::vector<std::string> cuts_;
+  std::vector<std::string> warnings_;
 };
 
 /// What can be looked up but not announced: a packet's way through several tables.
@@ -176,7 +183,7 @@ class EntryAdapter : public HwTableAdapter {
   EntryProgrammedStatus set(const Json& key, const Json& result) override {
     const Key k = fromJson<Key>(key);
     const Result r = result.is_null() ? Result{} : fromJson<Result>(result);
-    this->cutsAre(k, r);
+    this->warnOfCuts(k, r);
     const bool changed = table_->entryIs(k, r);
     if (!changed && status(k) != EntryProgrammedStatus::programmed) table_->handleEntry(k);
     return status(k);
@@ -286,7 +293,7 @@ class HashAdapter final : public EntryAdapter<typename Family::Table> {
 
 /// For tables whose row follows from the key.
 template <class Family>
-class IndexedAdapter final : public EntryAdapter<typename Family::Table> {
+class IndexedAdapter : public EntryAdapter<typename Family::Table> {
   using Base = EntryAdapter<typename Family::Table>;
   using Key = typename Base::Key;
   using Place = HwTableAdapter::Place;
@@ -295,6 +302,21 @@ class IndexedAdapter final : public EntryAdapter<typename Family::Table> {
  public:
   using Base::Base;
 
+  EntryProgrammedStatus set(const Json& key, const Json& result) override {
+    const HwIndex index = Family::hwIndex(fromJson<Key>(key));
+    bool row = this->convertor().hwTables().empty();
+    bool registers = row;
+    for (const auto& [id, hwTable] : this->convertor().hwTables()) {
+      const auto& descriptor = hwTable->descriptor();
+      if (index < descriptor.first || index > descriptor.last) continue;
+      row = true;
+      registers = registers || !hwTable->mapped(index).empty();
+    }
+    if (!row) throw InputException("key " + key.dump() + " has no row in this profile");
+    const EntryProgrammedStatus status = Base::set(key, result);
+    if (!registers) this->warningIs("no register in this profile, nothing is written");
+    return status;
+  }
   std::optional<Place> place(const Json& key) const override {
     return Place{Family::hwIndex(fromJson<Key>(key)), std::nullopt};
   }

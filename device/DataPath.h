@@ -146,6 +146,106 @@ struct L3LagHit {
   auto operator<=>(const L3LagHit&) const = default;
 };
 
+/// Where a VLAN's frames of unknown destination go.
+struct FloodSetHit {
+  static constexpr const char* typeName = "VelaDevice::FloodSetHit";
+  Orb::Field<"uucPortMask", U64> uucPortMask;
+  Orb::Field<"umcPortMask", U64> umcPortMask;
+  auto operator<=>(const FloodSetHit&) const = default;
+};
+
+struct NativeVlanHit {
+  static constexpr const char* typeName = "VelaDevice::NativeVlanHit";
+  Orb::Field<"nativeVlanId", U16> nativeVlanId;
+  Orb::Field<"dei", U8> dei;
+  Orb::Field<"pcp", U8> pcp;
+  auto operator<=>(const NativeVlanHit&) const = default;
+};
+
+struct PortConfigHit {
+  static constexpr const char* typeName = "VelaDevice::PortConfigHit";
+  Orb::Field<"portMode", std::string> portMode;
+  Orb::Field<"txDisabled", bool> txDisabled;
+  Orb::Field<"l2ForwardingDisabled", bool> l2ForwardingDisabled;
+  auto operator<=>(const PortConfigHit&) const = default;
+};
+
+struct L2ControlHit {
+  static constexpr const char* typeName = "VelaDevice::L2ControlHit";
+  Orb::Field<"isMlagPeer", bool> isMlagPeer;
+  Orb::Field<"learnOnly", bool> learnOnly;
+  Orb::Field<"learnDisabled", bool> learnDisabled;
+  auto operator<=>(const L2ControlHit&) const = default;
+};
+
+struct LagHashControlHit {
+  static constexpr const char* typeName = "VelaDevice::LagHashControlHit";
+  Orb::Field<"useVlanId", bool> useVlanId;
+  Orb::Field<"unused", bool> unused;
+  Orb::Field<"useSipAndDip", bool> useSipAndDip;
+  Orb::Field<"hashSeed", U8> hashSeed;
+  auto operator<=>(const LagHashControlHit&) const = default;
+};
+
+struct LagGroupHit {
+  static constexpr const char* typeName = "VelaDevice::LagGroupHit";
+  Orb::Field<"lagGroupId", U32> lagGroupId;
+  auto operator<=>(const LagGroupHit&) const = default;
+};
+
+struct LagLookUpHit {
+  static constexpr const char* typeName = "VelaDevice::LagLookUpHit";
+  Orb::Field<"buckets", U32> buckets;
+  auto operator<=>(const LagLookUpHit&) const = default;
+};
+
+struct LagMembershipHit {
+  static constexpr const char* typeName = "VelaDevice::LagMembershipHit";
+  Orb::Field<"port", std::vector<U32>> port;
+  auto operator<=>(const LagMembershipHit&) const = default;
+};
+
+/// The port that a frame to a LAG leaves by.
+struct LagMemberHit {
+  static constexpr const char* typeName = "VelaDevice::LagMemberHit";
+  Orb::Field<"portId", U32> portId;
+  auto operator<=>(const LagMemberHit&) const = default;
+};
+
+/// A limiter of an ingress table. Without a scale factor the increment is the register's value.
+struct CoppHit {
+  static constexpr const char* typeName = "VelaDevice::CoppHit";
+  Orb::Field<"value", U32> value;        ///< The limiter's register.
+  Orb::Field<"interval", U32> interval;  ///< The table's refill interval.
+  Orb::Field<"increment", U32> increment;
+  Orb::Field<"scaleFactor", U32> scaleFactor;
+  auto operator<=>(const CoppHit&) const = default;
+};
+
+struct VlanGroupHit {
+  static constexpr const char* typeName = "VelaDevice::VlanGroupHit";
+  Orb::Field<"vlanIds", std::vector<U32>> vlanIds;
+  auto operator<=>(const VlanGroupHit&) const = default;
+};
+
+struct MacVlanHit {
+  static constexpr const char* typeName = "VelaDevice::MacVlanHit";
+  Orb::Field<"valid", bool> valid;
+  Orb::Field<"vlanId", U16> vlanId;
+  Orb::Field<"macAddr", Bridging::EthAddr> macAddr;
+  Orb::Field<"portMask", VelaSwitch::IngressPortMask> portMask;
+  Orb::Field<"multicast", bool> multicast;
+  Orb::Field<"routed", bool> routed;
+  auto operator<=>(const MacVlanHit&) const = default;
+};
+
+struct RxPortMirrorHit {
+  static constexpr const char* typeName = "VelaDevice::RxPortMirrorHit";
+  Orb::Field<"portMask", VelaSwitch::IngressPortMask> portMask;
+  Orb::Field<"enabled", bool> enabled;
+  auto operator<=>(const RxPortMirrorHit&) const = default;
+};
+
 /// The lookups of one switch. A lookup that matches a row of a table with hit bits sets its bit.
 class VELA_EXPORT DataPath {
  public:
@@ -181,6 +281,31 @@ class VELA_EXPORT DataPath {
   std::optional<NatRewriteHit> natRewrite(U32 basePort, U32 index);
   std::optional<FlowHit> flow(const Flow& flow);
 
+  /// The flood set of a VLAN.
+  std::optional<FloodSetHit> floodSet(Bridging::VlanId vid);
+  /// The ports that a frame of unknown destination goes to which came in by the port: those of the
+  /// flood set that the VLAN permits, without the port itself.
+  std::optional<PortMaskHit> flood(Bridging::VlanId vid, U32 port, bool multicast);
+
+  std::optional<NativeVlanHit> nativeVlan(U32 port);
+  std::optional<PortConfigHit> portConfig(U32 port);
+  std::optional<L2ControlHit> l2Control(U32 port);
+  std::optional<LagHashControlHit> lagHashControl(U32 port);
+  std::optional<RxPortMirrorHit> rxPortMirror(U32 port);
+
+  /// LAGs: what a port's own tables say of it, and the member of a group that a hash bucket picks
+  /// for a frame that came in by the port.
+  std::optional<LagGroupHit> lagGroup(U32 port);
+  std::optional<LagLookUpHit> lagLookUp(U32 port);
+  std::optional<LagMembershipHit> lagMembership(U32 port);
+  std::optional<LagMemberHit> lagMember(U32 ingressPort, U32 lagGroupId, U32 bucket);
+
+  /// A limiter of a pipeline, or of the CPU's transmit side behind the pipelines.
+  std::optional<CoppHit> copp(U32 table, U32 index);
+
+  std::optional<VlanGroupHit> vlanGroup(U32 processor, U32 group);
+  std::optional<MacVlanHit> macVlan(U32 row);
+
   /// The counter behind a key in a pipeline's ACL processor.
   std::optional<CounterHit> aclCounter(U32 pipeline, U16 key);
 
@@ -191,6 +316,9 @@ class VELA_EXPORT DataPath {
 
  private:
   U32 vrfBits() const;
+  U32 layer2Table(U32 port) const;
+  const U32* portRow(const char* family, U32 table, U32 port);
+  const U32* selectedRow(const char* family, U32 port, U32 controlWord, U32 fixedBits);
   std::optional<VlanHit> vlanRow(U32 table, Bridging::VlanId vid);
 
   SimulatedSwitch& chip_;

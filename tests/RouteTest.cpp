@@ -86,7 +86,9 @@ struct Ladder {
     for (const auto& [key, to] : desired) keys.push_back(key);
     for (const LpmKey& key : keys) {
       const U32 low = key.prefix().address().number();
-      const U32 high = key.prefix().len() == 0 ? ~0u : low | (0xFFFFFFFFull >> key.prefix().len());
+      const U32 high = key.prefix().len() == 0
+                           ? ~0u
+                           : low | static_cast<U32>(0xFFFFFFFFull >> key.prefix().len());
       for (const U32 address : {low, high, low - 1, high + 1}) {
         check(key.vrf(), address);
         if (testing::Test::HasFatalFailure()) return;

@@ -46,6 +46,32 @@ const char* TableConstants::tableName(TableIndex index) {
       return "NatRewrite";
     case TableIndex::vlanMembership:
       return "VlanMembership";
+    case TableIndex::nativeVlan:
+      return "NativeVlan";
+    case TableIndex::portConfig:
+      return "PortConfig";
+    case TableIndex::l2Control:
+      return "L2Control";
+    case TableIndex::lagHashControl:
+      return "LagHashControl";
+    case TableIndex::floodSet:
+      return "FloodSet";
+    case TableIndex::lagGroup:
+      return "LagGroup";
+    case TableIndex::lagLookUp:
+      return "LagLookUp";
+    case TableIndex::lagMembership:
+      return "LagMembership";
+    case TableIndex::copp:
+      return "Copp";
+    case TableIndex::vlanGroup:
+      return "VlanGroup";
+    case TableIndex::macVlan:
+      return "MacVlan";
+    case TableIndex::rxPortMirror:
+      return "RxPortMirror";
+    case TableIndex::protocolRemap:
+      return "ProtocolRemap";
   }
   ORB_ASSERT_TEXT(false, "tableName");
   return "";

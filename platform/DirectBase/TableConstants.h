@@ -26,6 +26,19 @@ enum class TableIndex : U8 {
   l3Lag = 93,
   natRewrite = 94,
   vlanMembership = 100,
+  nativeVlan = 101,
+  portConfig = 102,
+  l2Control = 103,
+  lagHashControl = 104,
+  floodSet = 105,
+  lagGroup = 106,
+  lagLookUp = 107,
+  lagMembership = 108,
+  copp = 109,
+  vlanGroup = 110,
+  macVlan = 111,
+  rxPortMirror = 112,
+  protocolRemap = 113,
 };
 
 struct TableConstants {

@@ -74,6 +74,7 @@ inline void appendText(TextSink& sink, std::string_view text) { sink.append(text
 inline void appendText(TextSink& sink, const char* text) { sink.append(text); }
 inline void appendText(TextSink& sink, bool value) { sink.append(value ? "true" : "false"); }
 VELA_EXPORT void appendText(TextSink& sink, double value);
+inline void appendText(TextSink& sink, float value) { appendText(sink, double{value}); }
 
 template <std::integral T>
 void appendText(TextSink& sink, T value) {
@@ -91,6 +92,11 @@ VELA_EXPORT void appendText(TextSink& sink, Hex number);
 
 VELA_EXPORT void parseText(TextCursor& cursor, bool& value);
 VELA_EXPORT void parseText(TextCursor& cursor, double& value);
+inline void parseText(TextCursor& cursor, float& value) {
+  double read = 0;
+  parseText(cursor, read);
+  value = static_cast<float>(read);
+}
 /// An unsigned number, decimal or with "0x", of at most `max`.
 VELA_EXPORT U64 parseNumber(TextCursor& cursor, U64 max);
 

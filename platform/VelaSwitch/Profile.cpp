@@ -61,6 +61,17 @@ ProfileFields vela20() {
   return fields;
 }
 
+/// The oldest row format on a switch with a CPU pipeline.
+ProfileFields vela24() {
+  ProfileFields fields = vela20();
+  fields.name = "vela-24-4.0";
+  fields.ports = 24u;
+  fields.pipelines = 2u;
+  fields.ingressPipes = pipes({{0u, 0u, 11u}, {1u, 12u, 23u}});
+  fields.cpuPipeline = true;
+  return fields;
+}
+
 ProfileFields vela48Vrf32() {
   ProfileFields fields = vela48v5;
   fields.name = "vela-48-32vrf";
@@ -117,7 +128,7 @@ U32 ProfileInfo::portToIngressPipeId(U32 port) const {
 
 std::vector<Orb::PtrConst<ProfileInfo>> ProfileInfo::builtIns() {
   std::vector<Orb::PtrConst<ProfileInfo>> all;
-  for (const ProfileFields& fields : {vela48v5, vela48v4(), vela20(), vela48Vrf32()}) {
+  for (const ProfileFields& fields : {vela48v5, vela48v4(), vela20(), vela24(), vela48Vrf32()}) {
     all.push_back(Orb::make<ProfileInfo>(fields));
   }
   return all;

@@ -1,5 +1,6 @@
 #include "Report.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <ostream>
 
@@ -59,12 +60,24 @@ Json rowLine(const Agent& agent, const HwTableAdapter& table, const HwTableConfi
   return line;
 }
 
-/// The register prefix of a hardware table: what the paths of its first row's registers share.
-std::string registerPrefix(const Agent& agent, const HwTableConfig& hwTable) {
-  const auto& mapped = hwTable.mapped(hwTable.descriptor().first);
-  if (mapped.empty()) return "-";
-  const std::string& path = agent.recorder().path(mapped.front().reg);
-  return path.substr(0, path.rfind('/') + 1);
+/// The registers of a hardware table: the block of its first row and the names in it; a single one
+/// as a whole path.
+std::string registersOf(const Agent& agent, const HwTableConfig& hwTable) {
+  std::string prefix;
+  std::vector<std::string> names;
+  const auto& descriptor = hwTable.descriptor();
+  for (HwIndex index = descriptor.first; index <= descriptor.last; ++index) {
+    for (const auto& m : hwTable.mapped(index)) {
+      const std::string& path = agent.recorder().path(m.reg);
+      const std::size_t split = path.rfind('/') + 1;
+      if (prefix.empty()) prefix = path.substr(0, split);
+      const std::string name = path.substr(split);
+      if (std::find(names.begin(), names.end(), name) == names.end()) names.push_back(name);
+    }
+  }
+  if (names.size() == 1) return prefix + names.front();
+  for (const std::string& name : names) prefix.append(" ").append(name);
+  return prefix;
 }
 
 std::string registerName(const Agent& agent, const HwTableConfig& hwTable, U8 word) {
@@ -200,21 +213,28 @@ void writeTables(std::ostream& out, const Agent& agent) {
                 "capacity", "registers");
   for (const auto& table : agent.tables()) {
     const std::string name = table->name() + "/" + std::to_string(table->instance());
+    if (table->convertor().hwTables().empty()) {
+      out << format("%-26s %-22s\n", name.c_str(), "(none: kept in software)");
+    }
     for (const auto& [id, hwTable] : table->convertor().hwTables()) {
       const auto& descriptor = hwTable->descriptor();
       const auto last = table->location(descriptor.last);
       out << format("%-26s %-22s %7u %5s %9u  %s\n", name.c_str(), descriptor.identity.name.c_str(),
                     descriptor.last - descriptor.first + 1,
                     last ? std::to_string(last->way + 1).c_str() : "-", capacity(*table),
-                    registerPrefix(agent, *hwTable).c_str());
+                    registersOf(agent, *hwTable).c_str());
     }
   }
 }
 
 void writeLayout(std::ostream& out, const Agent& agent, const HwTableAdapter& table) {
+  if (table.convertor().hwTables().empty()) {
+    out << table.name() << " has no rows in hardware\n";
+    return;
+  }
   const HwTableConfig& hwTable = *table.convertor().hwTables().begin()->second;
   out << table.name() << ", profile " << agent.profile().name() << ", registers "
-      << registerPrefix(agent, hwTable) << "\n";
+      << registersOf(agent, hwTable) << "\n";
   out << format("%-11s %5s  %-24s %s\n", "bits", "width", "field", "register");
   auto fields = table.layout().fields();
   std::stable_sort(fields.begin(), fields.end(),

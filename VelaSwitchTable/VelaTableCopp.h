@@ -1,0 +1,122 @@
+#pragma once
+
+#include "VelaSwitchTable/PlainFamily.h"
+
+namespace VelaSwitchTable {
+
+/// A rate limiter: 0 is the refill interval, 1 to 12 are packet classes.
+struct CoppEntryKey {
+  static constexpr const char* typeName = "VelaSwitchTable::CoppEntryKey";
+  static constexpr bool scalar = true;
+  Orb::Field<"index", U8> index;
+  auto operator<=>(const CoppEntryKey&) const = default;
+};
+
+/// What a limiter is set to. Hardware with a scale factor takes interval, increment and scale;
+/// older hardware takes the register value.
+struct VELA_EXPORT CoppEntry {
+  static constexpr const char* typeName = "VelaSwitchTable::CoppEntry";
+  Orb::Field<"result", U32> result;            ///< The register value.
+  Orb::Field<"interval", float> interval;      ///< Of index 0.
+  Orb::Field<"increment", U32, 18> increment;  ///< Tokens added per interval.
+  Orb::Field<"scaleFactor", U32, 3> scaleFactor;
+  auto operator<=>(const CoppEntry&) const = default;
+
+  /// The register of the limiter in a table. What the pipelines let through adds up at the CPU, so
+  /// the more there are, the less each may; the CPU's own transmit table is not scaled.
+  /// `numPipelines` must not be 0.
+  U32 toHardwareValue(CoppEntryKey key, bool forCpuTx, U32 numPipelines,
+                      bool scaleFactorSupported) const;
+  /// The inverse, for the CPU's transmit table.
+  static CoppEntry fromCpuHardwareValue(CoppEntryKey key, U32 value, bool scaleFactorSupported);
+  /// The share of each of so many pipelines, in per cent.
+  static U32 pipelineScalingPercent(U32 numPipelines);
+  /// The form for people.
+  std::string resultString() const;
+};
+
+/// The rate limiters of control-plane policing: in every ingress limiter table, and in the CPU's
+/// transmit table behind them. Which index has which register depends on the hardware interface;
+/// an index without one is not written.
+struct VELA_EXPORT CoppFamily : PlainFamilyTypes<CoppEntryKey, CoppEntry, class CoppTable,
+                                                 class CoppConvertorBase, class CoppConvertor> {
+  static constexpr const char* sourceUnit = "VelaTableCopp";
+  static inline Trace::Handle trace{sourceUnit};
+  static constexpr PlainFamilyTraits traits{.index = TableIndex::copp};
+  static constexpr HwIndex lastIndex = 12;
+
+  static HwIndex hwIndex(const Key& key) { return key.index(); }
+  static Key keyOf(HwIndex index) { return Key{static_cast<U8>(index)}; }
+  static Result absentResult() { return {}; }
+  static std::vector<PlainHwTable> hwTables(const VelaSwitch::ProfileInfo& profile);
+  static VelaSwitchApi::RowLayout layout(const VelaSwitch::ProfileInfo& profile, U32 table);
+  static void pack(const PlainRowContext& at, const Key& key, const Result& result,
+                   VelaSwitchApi::RowWriter& row);
+  static RowSays unpack(const PlainRowContext& at, const Key& key,
+                        const VelaSwitchApi::RowReader& row, Result& result);
+};
+
+class VELA_EXPORT CoppTable final : public PlainFamilyTable<CoppFamily> {
+ public:
+  static constexpr const char* typeName = "VelaSwitchTable::CoppTable";
+  using PlainFamilyTable::PlainFamilyTable;
+
+  /// Hardware interface from which limiters have a scale factor; the profile's unless set.
+  void scaleFactorVersionIs(VelaSwitch::ProfileHwApi version) { scaleFactorVersion_ = version; }
+  VelaSwitch::ProfileHwApi scaleFactorVersion() const;
+  bool scaleFactorSupported() const { return profile().hwApi() >= scaleFactorVersion(); }
+
+ private:
+  std::optional<VelaSwitch::ProfileHwApi> scaleFactorVersion_;
+};
+
+class VELA_EXPORT CoppConvertorBase : public PlainFamilyConvertor<CoppFamily> {};
+
+class VELA_EXPORT CoppConvertor final : public DeclaredLayerConvertor<CoppFamily> {
+ public:
+  static constexpr const char* typeName = "VelaSwitchTable::CoppConvertor";
+
+  /// Limiter tables of the ingress side, without the CPU's.
+  U32 numCoppTables() const;
+};
+
+/// The registers of the indexes before hardware interface 4.1. An index without a register, and one
+/// that there is not, has an empty collection.
+class VELA_EXPORT CoppHwTableRegisterMapping : public VelaSwitchApi::HwTableRegisterMapping {
+ public:
+  /// Names by index; null for an index without a register.
+  using Names = std::array<const char*, CoppFamily::lastIndex + 1>;
+
+  CoppHwTableRegisterMapping(std::string prefix, std::string tableName);
+  VelaSwitchApi::HwAddressColl getRegister(HwIndex index) const override;
+
+ protected:
+  CoppHwTableRegisterMapping(std::string prefix, std::string tableName, const Names& names)
+      : HwTableRegisterMapping(std::move(tableName)), prefix_(std::move(prefix)), names_(names) {}
+
+ private:
+  std::string prefix_;
+  const Names& names_;
+};
+
+/// From hardware interface 4.1 on.
+class VELA_EXPORT CoppHwTableRegisterMappingHwApi41 final : public CoppHwTableRegisterMapping {
+ public:
+  CoppHwTableRegisterMappingHwApi41(std::string prefix, std::string tableName);
+};
+
+/// From hardware interface 5.1 on.
+class VELA_EXPORT CoppHwTableRegisterMappingHwApi51 final : public CoppHwTableRegisterMapping {
+ public:
+  CoppHwTableRegisterMappingHwApi51(std::string prefix, std::string tableName);
+};
+
+VELA_EXPORT Orb::Ptr<CoppTable> CoppTableIs(const std::string& name);
+VELA_EXPORT Orb::Ptr<CoppHwTableRegisterMapping> CoppHwTableRegisterMappingIs(
+    const std::string& prefix, const std::string& tableName);
+VELA_EXPORT Orb::Ptr<CoppHwTableRegisterMappingHwApi41> CoppHwTableRegisterMappingHwApi41Is(
+    const std::string& prefix, const std::string& tableName);
+VELA_EXPORT Orb::Ptr<CoppHwTableRegisterMappingHwApi51> CoppHwTableRegisterMappingHwApi51Is(
+    const std::string& prefix, const std::string& tableName);
+
+}  // namespace VelaSwitchTable

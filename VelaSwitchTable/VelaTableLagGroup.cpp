@@ -1,0 +1,49 @@
+#include "VelaSwitchTable/VelaTableLagGroup.h"
+
+namespace VelaSwitchTable {
+namespace {
+
+enum class Row : U8 { lagGroupId, control };
+
+constexpr U32 noGroup = 63;
+constexpr U32 commit = 1u << 31;
+
+}  // namespace
+
+std::string LagGroupResult::resultString() const {
+  return Orb::text("0x", Orb::Hex{lagGroupId(), 2});
+}
+
+std::vector<PlainHwTable> LagGroupFamily::hwTables(const VelaSwitch::ProfileInfo& profile) {
+  auto tables = layer2PortTables(profile, {"lag_group_data0", "lag_ctl"});
+  if (profile.cpuPipeline()) {
+    tables.push_back(cpuPortTable(profile, tables.size(), {"lag_group_data0"}));
+  }
+  return tables;
+}
+
+VelaSwitchApi::RowLayout LagGroupFamily::layout(const VelaSwitch::ProfileInfo& profile, U32 table) {
+  const bool cpu = table >= profile.numTables(VelaSwitch::TableKind::layer2);
+  if (cpu) return {{{"lagGroupId", 0, 32}, {"control"}}, 1};
+  return {{{"lagGroupId", 0, 32}, {"control", 32, 32}}, 2};
+}
+
+void LagGroupFamily::pack(const PlainRowContext& at, const Key& key, const Result& result,
+                          VelaSwitchApi::RowWriter& row) {
+  row.set(Row::lagGroupId, result.lagGroupId());
+  if (!at.table.cpu) row.set(Row::control, commit | portSelection(at.table, key.portId()));
+}
+
+RowSays LagGroupFamily::unpack(const PlainRowContext&, const Key&,
+                               const VelaSwitchApi::RowReader& row, Result& result) {
+  const U32 group = static_cast<U32>(row.get(Row::lagGroupId)) & noGroup;
+  if (group == noGroup) return RowSays::nothing;
+  result.lagGroupId = group;
+  return RowSays::result;
+}
+
+Orb::Ptr<LagGroupTable> LagGroupTableIs(const std::string& name) {
+  return Orb::make<LagGroupTable>(name);
+}
+
+}  // namespace VelaSwitchTable

@@ -1,0 +1,60 @@
+#pragma once
+
+#include "VelaSwitchTable/PortTables.h"
+
+namespace VelaSwitchTable {
+
+struct LagGroupKey {
+  static constexpr const char* typeName = "VelaSwitchTable::LagGroupKey";
+  static constexpr bool scalar = true;
+  Orb::Field<"portId", VelaSwitch::ChipPortId> portId;
+  auto operator<=>(const LagGroupKey&) const = default;
+};
+
+struct VELA_EXPORT LagGroupResult {
+  static constexpr const char* typeName = "VelaSwitchTable::LagGroupResult";
+  Orb::Field<"lagGroupId", U32, 6> lagGroupId;  ///< 63 stands for no group.
+  auto operator<=>(const LagGroupResult&) const = default;
+  /// The form for people.
+  std::string resultString() const;
+};
+
+/// The LAG that a port belongs to: in the layer-2 processor that serves the port, and for the CPU.
+/// A port without an entry has group 0; a row that says 63 is neither compared nor taken over.
+struct VELA_EXPORT LagGroupFamily
+    : PlainFamilyTypes<LagGroupKey, LagGroupResult, class LagGroupTable, class LagGroupConvertor,
+                       class LagGroupConvertorLayer2All> {
+  static constexpr const char* sourceUnit = "VelaTableLagGroup";
+  static inline Trace::Handle trace{sourceUnit};
+  static constexpr PlainFamilyTraits traits{.index = TableIndex::lagGroup,
+                                            .staticWords = {0, 0xffffffff}};
+  /// A row of no group says nothing, to audits neither.
+  static constexpr bool ignoresRows = true;
+
+  static HwIndex hwIndex(const Key& key) { return key.portId().value(); }
+  static Key keyOf(HwIndex index) { return Key{VelaSwitch::ChipPortId(index)}; }
+  static Result absentResult() { return {}; }
+  static std::vector<PlainHwTable> hwTables(const VelaSwitch::ProfileInfo& profile);
+  static VelaSwitchApi::RowLayout layout(const VelaSwitch::ProfileInfo& profile, U32 table);
+  static void pack(const PlainRowContext& at, const Key& key, const Result& result,
+                   VelaSwitchApi::RowWriter& row);
+  static RowSays unpack(const PlainRowContext& at, const Key& key,
+                        const VelaSwitchApi::RowReader& row, Result& result);
+};
+
+class VELA_EXPORT LagGroupTable final : public PlainFamilyTable<LagGroupFamily> {
+ public:
+  static constexpr const char* typeName = "VelaSwitchTable::LagGroupTable";
+  using PlainFamilyTable::PlainFamilyTable;
+};
+
+class VELA_EXPORT LagGroupConvertor : public PlainFamilyConvertor<LagGroupFamily> {};
+
+class VELA_EXPORT LagGroupConvertorLayer2All final : public DeclaredLayerConvertor<LagGroupFamily> {
+ public:
+  static constexpr const char* typeName = "VelaSwitchTable::LagGroupConvertorLayer2All";
+};
+
+VELA_EXPORT Orb::Ptr<LagGroupTable> LagGroupTableIs(const std::string& name);
+
+}  // namespace VelaSwitchTable

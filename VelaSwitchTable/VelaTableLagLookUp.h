@@ -1,0 +1,60 @@
+#pragma once
+
+#include "VelaSwitchTable/PortTables.h"
+
+namespace VelaSwitchTable {
+
+struct LagLookUpKey {
+  static constexpr const char* typeName = "VelaSwitchTable::LagLookUpKey";
+  static constexpr bool scalar = true;
+  Orb::Field<"portId", VelaSwitch::ChipPortId> portId;
+  auto operator<=>(const LagLookUpKey&) const = default;
+};
+
+struct VELA_EXPORT LagLookUpResult {
+  static constexpr const char* typeName = "VelaSwitchTable::LagLookUpResult";
+  Orb::Field<"buckets", U32> buckets;
+  auto operator<=>(const LagLookUpResult&) const = default;
+  /// The form for people.
+  std::string resultString() const;
+};
+
+/// Which hash buckets of a LAG pick a port: in every pipeline and for the CPU, each with a block of
+/// rows for every ingress pipe. A port without an entry is picked by the low eight.
+struct VELA_EXPORT LagLookUpFamily
+    : PlainFamilyTypes<LagLookUpKey, LagLookUpResult, class LagLookUpTable,
+                       class LagLookUpConvertor, class LagLookUpConvertorLayer2All> {
+  static constexpr const char* sourceUnit = "VelaTableLagLookUp";
+  static inline Trace::Handle trace{sourceUnit};
+  static constexpr PlainFamilyTraits traits{.index = TableIndex::lagLookUp,
+                                            .staticWords = {0, 0xffffffff}};
+  static constexpr U32 allBuckets = 0xFF;
+
+  static HwIndex hwIndex(const Key& key) { return key.portId().value(); }
+  static Key keyOf(HwIndex index) { return Key{VelaSwitch::ChipPortId(index)}; }
+  static Result absentResult() { return {allBuckets}; }
+  static std::vector<PlainHwTable> hwTables(const VelaSwitch::ProfileInfo& profile);
+  static VelaSwitchApi::RowLayout layout(const VelaSwitch::ProfileInfo& profile, U32 table);
+  static void pack(const PlainRowContext& at, const Key& key, const Result& result,
+                   VelaSwitchApi::RowWriter& row);
+  static RowSays unpack(const PlainRowContext& at, const Key& key,
+                        const VelaSwitchApi::RowReader& row, Result& result);
+};
+
+class VELA_EXPORT LagLookUpTable final : public PlainFamilyTable<LagLookUpFamily> {
+ public:
+  static constexpr const char* typeName = "VelaSwitchTable::LagLookUpTable";
+  using PlainFamilyTable::PlainFamilyTable;
+};
+
+class VELA_EXPORT LagLookUpConvertor : public PlainFamilyConvertor<LagLookUpFamily> {};
+
+class VELA_EXPORT LagLookUpConvertorLayer2All final
+    : public DeclaredLayerConvertor<LagLookUpFamily> {
+ public:
+  static constexpr const char* typeName = "VelaSwitchTable::LagLookUpConvertorLayer2All";
+};
+
+VELA_EXPORT Orb::Ptr<LagLookUpTable> LagLookUpTableIs(const std::string& name);
+
+}  // namespace VelaSwitchTable

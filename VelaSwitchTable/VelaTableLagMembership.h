@@ -1,0 +1,67 @@
+#pragma once
+
+#include "VelaSwitch/ChipPortMap.h"
+#include "VelaSwitchTable/PortTables.h"
+
+namespace VelaSwitchTable {
+
+struct LagMembershipKey {
+  static constexpr const char* typeName = "VelaSwitchTable::LagMembershipKey";
+  static constexpr bool scalar = true;
+  Orb::Field<"portId", VelaSwitch::ChipPortId> portId;
+  auto operator<=>(const LagMembershipKey&) const = default;
+};
+
+struct LagMembershipResult {
+  static constexpr const char* typeName = "VelaSwitchTable::LagMembershipResult";
+  static constexpr const char* noTextReason =
+      "No String constructor for LagMembershipResult - has collection";
+
+  Orb::Field<"port", VelaSwitch::ChipPortMap> port;
+  Orb::Field<"lagGroupId", U32> lagGroupId;  ///< Not in hardware.
+  auto operator<=>(const LagMembershipResult&) const = default;
+
+  /// A result of the group, without ports.
+  static LagMembershipResult ofGroup(U32 group) { return {{}, group}; }
+  void portIs(VelaSwitch::ChipPortId id, bool member) { port.value.is(id, member); }
+  void portDel(VelaSwitch::ChipPortId id) { port.value.del(id); }
+  void portDelAll() { port.value = {}; }
+};
+
+/// The ports of the LAG that a port belongs to: in the layer-2 processor that serves the port, and
+/// for the CPU.
+struct VELA_EXPORT LagMembershipFamily
+    : PlainFamilyTypes<LagMembershipKey, LagMembershipResult, class LagMembershipTable,
+                       class LagMembershipConvertor, class LagMembershipConvertorLayer2All> {
+  static constexpr const char* sourceUnit = "VelaTableLagMembership";
+  static inline Trace::Handle trace{sourceUnit};
+  static constexpr PlainFamilyTraits traits{.index = TableIndex::lagMembership};
+
+  static HwIndex hwIndex(const Key& key) { return key.portId().value(); }
+  static Key keyOf(HwIndex index) { return Key{VelaSwitch::ChipPortId(index)}; }
+  static Result absentResult() { return {}; }
+  static std::vector<PlainHwTable> hwTables(const VelaSwitch::ProfileInfo& profile);
+  static VelaSwitchApi::RowLayout layout(const VelaSwitch::ProfileInfo& profile, U32 table);
+  static void pack(const PlainRowContext& at, const Key& key, const Result& result,
+                   VelaSwitchApi::RowWriter& row);
+  static RowSays unpack(const PlainRowContext& at, const Key& key,
+                        const VelaSwitchApi::RowReader& row, Result& result);
+};
+
+class VELA_EXPORT LagMembershipTable final : public PlainFamilyTable<LagMembershipFamily> {
+ public:
+  static constexpr const char* typeName = "VelaSwitchTable::LagMembershipTable";
+  using PlainFamilyTable::PlainFamilyTable;
+};
+
+class VELA_EXPORT LagMembershipConvertor : public PlainFamilyConvertor<LagMembershipFamily> {};
+
+class VELA_EXPORT LagMembershipConvertorLayer2All final
+    : public DeclaredLayerConvertor<LagMembershipFamily> {
+ public:
+  static constexpr const char* typeName = "VelaSwitchTable::LagMembershipConvertorLayer2All";
+};
+
+VELA_EXPORT Orb::Ptr<LagMembershipTable> LagMembershipTableIs(const std::string& name);
+
+}  // namespace VelaSwitchTable

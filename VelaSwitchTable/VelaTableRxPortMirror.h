@@ -1,0 +1,58 @@
+#pragma once
+
+#include "VelaSwitch/PortMask.h"
+#include "VelaSwitchTable/PortTables.h"
+
+namespace VelaSwitchTable {
+
+struct RxPortMirrorKey {
+  static constexpr const char* typeName = "VelaSwitchTable::RxPortMirrorKey";
+  static constexpr bool scalar = true;
+  Orb::Field<"portId", VelaSwitch::ChipPortId> portId;
+  auto operator<=>(const RxPortMirrorKey&) const = default;
+};
+
+struct RxPortMirrorResult {
+  static constexpr const char* typeName = "VelaSwitchTable::RxPortMirrorResult";
+  Orb::Field<"portMask", VelaSwitch::IngressPortMask> portMask;  ///< Where copies go.
+  Orb::Field<"enabled", bool> enabled;
+  auto operator<=>(const RxPortMirrorResult&) const = default;
+};
+
+/// Where what a port receives is mirrored to, in the layer-2 processor that serves the port.
+struct VELA_EXPORT RxPortMirrorFamily
+    : PlainFamilyTypes<RxPortMirrorKey, RxPortMirrorResult, class RxPortMirrorTable,
+                       class RxPortMirrorConvertor, class RxPortMirrorConvertorLayer2All> {
+  static constexpr const char* sourceUnit = "VelaTableRxPortMirror";
+  static inline Trace::Handle trace{sourceUnit};
+  static constexpr PlainFamilyTraits traits{.index = TableIndex::rxPortMirror,
+                                            .staticWords = {0, 0, 0xffffffff}};
+
+  static HwIndex hwIndex(const Key& key) { return key.portId().value(); }
+  static Key keyOf(HwIndex index) { return Key{VelaSwitch::ChipPortId(index)}; }
+  static Result absentResult() { return {}; }
+  static std::vector<PlainHwTable> hwTables(const VelaSwitch::ProfileInfo& profile);
+  static VelaSwitchApi::RowLayout layout(const VelaSwitch::ProfileInfo& profile, U32 table);
+  static void pack(const PlainRowContext& at, const Key& key, const Result& result,
+                   VelaSwitchApi::RowWriter& row);
+  static RowSays unpack(const PlainRowContext& at, const Key& key,
+                        const VelaSwitchApi::RowReader& row, Result& result);
+};
+
+class VELA_EXPORT RxPortMirrorTable final : public PlainFamilyTable<RxPortMirrorFamily> {
+ public:
+  static constexpr const char* typeName = "VelaSwitchTable::RxPortMirrorTable";
+  using PlainFamilyTable::PlainFamilyTable;
+};
+
+class VELA_EXPORT RxPortMirrorConvertor : public PlainFamilyConvertor<RxPortMirrorFamily> {};
+
+class VELA_EXPORT RxPortMirrorConvertorLayer2All final
+    : public DeclaredLayerConvertor<RxPortMirrorFamily> {
+ public:
+  static constexpr const char* typeName = "VelaSwitchTable::RxPortMirrorConvertorLayer2All";
+};
+
+VELA_EXPORT Orb::Ptr<RxPortMirrorTable> RxPortMirrorTableIs(const std::string& name);
+
+}  // namespace VelaSwitchTable
