@@ -314,4 +314,90 @@ TEST_F(Tool, whatHardwareCutsIsSaidOncePerEvent) {
   EXPECT_THAT(read("out"), HasSubstr("expectations unmet: 0"));
 }
 
+TEST_F(Tool, aWholeSmallSwitchIsLeftAloneByTheSecondRun) {
+  const std::string command =
+      "run --device sim:image --json --results results " EXAMPLES "/small-switch.jsonl";
+  ASSERT_EQ(run(command), 0);
+  EXPECT_EQ(lines("out")[0]["programmed"], 469);
+  ASSERT_EQ(run(command), 0);
+  EXPECT_EQ(lines("out")[0]["registerWrites"], 0);
+  EXPECT_EQ(lines("out")[0]["programmed"], 469);
+}
+
+/// Every block of registers that the library knows is some table's under some built-in profile.
+TEST_F(Tool, tablesShowEveryRegister) {
+  std::string all;
+  for (const auto& profile : VelaSwitch::ProfileInfo::builtIns()) {
+    ASSERT_EQ(run("tables --profile " + profile->name()), 0);
+    all += read("out");
+  }
+  for (const char* registers :
+       {"ingress/processor_acl[0]/ hash_data0 hash_data1 hash_data2 hash_data3 hash_data4 hash_ctl",
+        "ingress/processor_acl[0]/ hash_data0 hash_data1 hash_data2 hash_data3 hash_ctl",
+        "ingress/processor_l4[1]/ hash_data0 hash_data1 hash_data2 hash_data3 hash_ctl",
+        "ingress/processor_l3[1]/ hash_data0 hash_data1 hash_data2 hash_data3 hash_ctl",
+        "ingress/processor_l3[0]/ hash_data0 hash_ctl",
+        "ingress/processor_l3[0]/ hash_data0 hash_data1 hash_ctl",
+        "pipeline[0]/processor/ hash_data0 hash_data1 hash_ctl",
+        "pipeline[0]/processor/ hash_data0 hash_data1 hash_data2 hash_data3 hash_ctl",
+        "cpu_pipeline[0]/processor/ hash_data0 hash_data1 hash_data2 hash_data3 hash_ctl",
+        "cpu_pipeline[0]/processor_l2/ hash_data0",
+        "ingress/processor_l2[1]/ hash_data0",
+        "egress/processor[23]/ lum_data lum_ctl_addr_data",
+        "egress/processor[0]/ nat_lum_ip nat_lum_chksm_prt nat_lum_ctl_addr_data",
+        "ingress/vlan[0]/ vlan_data0 vlan_data1 vlan_data2 vlan_ctl",
+        "cpu_pipeline[0]/vlan/ vlan_data0",
+        "pipeline[1]/processor/ vlan_data0 vlan_data1 vlan_ctl",
+        "cpu_pipeline[0]/processor/ vlan_data0",
+        "ingress/vlan[0]/ floodset_data0 floodset_data1 floodset_data2 floodset_data3 floodset_ctl",
+        "cpu_pipeline[0]/vlan/ floodset_data0",
+        "cpu_pipeline[0]/processor/ floodset_data0",
+        "pipeline[0]/processor/ floodset_data0",
+        "egress/port[0]/vlan_tci",
+        "pipeline[0]/port[0]/default_vlan",
+        "egress/port[0]/cfg",
+        "egress/port[0]/vlan_cfg",
+        "pipeline[0]/port[0]/l2_control",
+        "pipeline[0]/port[0]/lhash_ctl",
+        "pipeline[1]/lag_lut[0]/ lag_lut_data0 lag_lut_ctl",
+        "cpu_pipeline[0]/lag_lut[0]/ lag_lut_data0",
+        "cpu_pipeline[0]/lag_cpu[0]/lag_group_data0",
+        "cpu_pipeline[0]/lag_cpu[0]/ lag_mask_data0 lag_mask_data1",
+        "pipeline[1]/processor/ lag_group_data0 lag_ctl",
+        "ingress/processor_l2[1]/ lag_group_data0 lag_ctl",
+        "pipeline[0]/processor/ lag_mask_data0 lag_mask_data1 lag_ctl",
+        "ingress/processor_l2[0]/ lag_mask_data0",
+        "ingress/processor_l2[0]/ ingress_mirror_data0 ingress_mirror_data1 ingress_mirror_ctl",
+        "pipeline[0]/processor/ ingress_mirror_data0",
+        "pipeline[0]/rate_limiter/ interval_period reserved_mac_limit igmp_limit link_local_limit "
+        "packet_forwarding_limit mac_learn_limit",
+        "ingress/rate_limiter[1]/ interval_period reserved_mac_limit igmp_limit link_local_limit "
+        "l2_packet_limit cpu_critical_limit ptp_limit",
+        "cpu_tx_pipeline[0]/rate_limiter/ interval_period"}) {
+    EXPECT_THAT(all, HasSubstr(registers));
+  }
+  for (const char* table :
+       {"VlanGroup", "Copp", "MacVlan", "LagLookUp", "FloodSet", "NatRewrite"}) {
+    EXPECT_EQ(run(std::string("layout ") + table), 0);
+    EXPECT_THAT(read("out"), HasSubstr("width  field"));
+  }
+}
+
+TEST_F(Tool, rowsThatAProfileLacksAreRefused) {
+  for (const auto& [event, text] : std::initializer_list<std::pair<const char*, const char*>>{
+           {R"({"op":"set","table":"NativeVlan","key":48,"result":{"nativeVlanId":5}})",
+            "key 48 has no row in this profile"},
+           {R"({"op":"set","table":"L3FloodArp","key":128})", "key 128 has no row in this profile"},
+           {R"({"op":"set","table":"PortConfig","key":1,"result":{"portMode":"bridge"}})",
+            "portMode: \"bridge\" is not trunk, access or qinq"},
+           {R"({"op":"set","table":"Flow","key":{}})", "Flow can be looked up alone"}}) {
+    events(std::string(event) + "\n");
+    EXPECT_EQ(run("run events"), 2) << event;
+    EXPECT_THAT(read("err"), HasSubstr(std::string("events:1: ") + text));
+  }
+  events(R"({"op":"set","table":"Copp","key":12,"result":{"result":5}})");
+  EXPECT_EQ(run("run --profile vela-20-4.0 events"), 0);
+  EXPECT_THAT(read("err"), HasSubstr("warning: no register in this profile, nothing is written"));
+}
+
 }  // namespace
