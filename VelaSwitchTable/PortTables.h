@@ -6,6 +6,22 @@
 /// Hardware tables whose rows are chip ports, as several families declare them.
 namespace VelaSwitchTable {
 
+/// A chip port as the key of a table, under the table's own name.
+template <Orb::FixedString Name>
+struct PortKeyOf {
+  static constexpr const char* typeName = Name.chars;
+  static constexpr bool scalar = true;
+  Orb::Field<"portId", VelaSwitch::ChipPortId> portId;
+  auto operator<=>(const PortKeyOf&) const = default;
+};
+
+/// The rows of a family whose keys are ports.
+template <class Key>
+struct PortRows {
+  static HwIndex hwIndex(const Key& key) { return key.portId().value(); }
+  static Key keyOf(HwIndex index) { return Key{VelaSwitch::ChipPortId(index)}; }
+};
+
 /// One row and one register for each port; `path` has the places of the port's pipe, if any, and of
 /// the port.
 inline PlainHwTable portRegisterTable(const VelaSwitch::ProfileInfo& profile, HwTableId id,
@@ -62,5 +78,56 @@ inline PlainHwTable cpuPortTable(const VelaSwitch::ProfileInfo& profile, std::si
 inline U32 portSelection(const PlainHwTable& table, VelaSwitch::ChipPortId port) {
   return 1u << (port.value() - table.first) % 32;
 }
+
+/// A hardware table with a register for each port.
+struct PortRegister {
+  const char* suffix;  ///< Part of the hardware table's name.
+  const char* path;    ///< With places for the port's pipe, if any, and for the port.
+};
+
+/// A value from its bits in a row. A type whose values are fewer than its bits has a version that
+/// throws Orb::RangeException.
+template <class T>
+void fromRowBits(T& value, U64 bits) {
+  if constexpr (Orb::IsRanged<T>) {
+    value = T(bits);
+  } else {
+    value = static_cast<T>(bits);
+  }
+}
+
+/// What families share whose rows are one register a port, with the fields of the result in their
+/// order. F says the rest:
+///
+///   rowWords      words of the row image
+///   fields        where each field of the result stands
+///   registers     the hardware tables; all hold the same
+template <class F, class Key, class Result>
+struct PortWordFamily : PortRows<Key> {
+  static Result absentResult() { return {}; }
+  static std::vector<PlainHwTable> hwTables(const VelaSwitch::ProfileInfo& profile) {
+    std::vector<PlainHwTable> tables;
+    for (const PortRegister& each : F::registers) {
+      tables.push_back(portRegisterTable(profile, static_cast<HwTableId>(tables.size()),
+                                         each.suffix, each.path, F::rowWords));
+    }
+    return tables;
+  }
+  static VelaSwitchApi::RowLayout layout(const VelaSwitch::ProfileInfo&, U32) {
+    return {{std::begin(F::fields), std::end(F::fields)}, F::rowWords};
+  }
+  static void pack(const PlainRowContext&, const Key&, const Result& result,
+                   VelaSwitchApi::RowWriter& row) {
+    using Orb::hashWord;
+    std::size_t field = 0;
+    Orb::forEachField(result, [&](const auto& each) { row.set(field++, hashWord(each())); });
+  }
+  static RowSays unpack(const PlainRowContext&, const Key&, const VelaSwitchApi::RowReader& row,
+                        Result& result) {
+    std::size_t field = 0;
+    Orb::forEachField(result, [&](auto& each) { fromRowBits(each.value, row.get(field++)); });
+    return RowSays::result;
+  }
+};
 
 }  // namespace VelaSwitchTable

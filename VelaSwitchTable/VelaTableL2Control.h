@@ -4,12 +4,7 @@
 
 namespace VelaSwitchTable {
 
-struct L2ControlKey {
-  static constexpr const char* typeName = "VelaSwitchTable::L2ControlKey";
-  static constexpr bool scalar = true;
-  Orb::Field<"portId", VelaSwitch::ChipPortId> portId;
-  auto operator<=>(const L2ControlKey&) const = default;
-};
+using L2ControlKey = PortKeyOf<"VelaSwitchTable::L2ControlKey">;
 
 struct VELA_EXPORT L2ControlResult {
   static constexpr const char* typeName = "VelaSwitchTable::L2ControlResult";
@@ -24,21 +19,17 @@ struct VELA_EXPORT L2ControlResult {
 /// A port's layer-2 switches.
 struct VELA_EXPORT L2ControlFamily
     : PlainFamilyTypes<L2ControlKey, L2ControlResult, class L2ControlTable,
-                       class L2ControlConvertor, class L2ControlConvertorLayer2All> {
+                       class L2ControlConvertor, class L2ControlConvertorLayer2All>,
+      PortWordFamily<L2ControlFamily, L2ControlKey, L2ControlResult> {
   static constexpr const char* sourceUnit = "VelaTableL2Control";
   static inline Trace::Handle trace{sourceUnit};
   static constexpr PlainFamilyTraits traits{.index = TableIndex::l2Control};
-
-  static HwIndex hwIndex(const Key& key) { return key.portId().value(); }
-  static Key keyOf(HwIndex index) { return Key{VelaSwitch::ChipPortId(index)}; }
-  static Result absentResult() { return {}; }
-  static std::vector<PlainHwTable> hwTables(const VelaSwitch::ProfileInfo& profile);
-  static VelaSwitchApi::RowLayout layout(const VelaSwitch::ProfileInfo& profile, U32 table);
-  static void pack(const PlainRowContext& at, const Key& key, const Result& result,
-                   VelaSwitchApi::RowWriter& row);
-  static RowSays unpack(const PlainRowContext& at, const Key& key,
-                        const VelaSwitchApi::RowReader& row, Result& result);
+  static constexpr U8 rowWords = 1;
+  static constexpr VelaSwitchApi::RowField fields[] = {
+      {"isMlagPeer", 0, 1}, {"learnOnly", 1, 1}, {"learnDisabled", 2, 1}};
+  static constexpr PortRegister registers[] = {{"", "pipeline[%d]/port[%d]/l2_control"}};
 };
+static_assert(VelaSwitchApi::wellFormed(L2ControlFamily::fields, L2ControlFamily::rowWords));
 
 class VELA_EXPORT L2ControlTable final : public PlainFamilyTable<L2ControlFamily> {
  public:

@@ -4,12 +4,7 @@
 
 namespace VelaSwitchTable {
 
-struct LagGroupKey {
-  static constexpr const char* typeName = "VelaSwitchTable::LagGroupKey";
-  static constexpr bool scalar = true;
-  Orb::Field<"portId", VelaSwitch::ChipPortId> portId;
-  auto operator<=>(const LagGroupKey&) const = default;
-};
+using LagGroupKey = PortKeyOf<"VelaSwitchTable::LagGroupKey">;
 
 struct VELA_EXPORT LagGroupResult {
   static constexpr const char* typeName = "VelaSwitchTable::LagGroupResult";
@@ -23,7 +18,8 @@ struct VELA_EXPORT LagGroupResult {
 /// A port without an entry has group 0; a row that says 63 is neither compared nor taken over.
 struct VELA_EXPORT LagGroupFamily
     : PlainFamilyTypes<LagGroupKey, LagGroupResult, class LagGroupTable, class LagGroupConvertor,
-                       class LagGroupConvertorLayer2All> {
+                       class LagGroupConvertorLayer2All>,
+      PortRows<LagGroupKey> {
   static constexpr const char* sourceUnit = "VelaTableLagGroup";
   static inline Trace::Handle trace{sourceUnit};
   static constexpr PlainFamilyTraits traits{.index = TableIndex::lagGroup,
@@ -31,8 +27,6 @@ struct VELA_EXPORT LagGroupFamily
   /// A row of no group says nothing, to audits neither.
   static constexpr bool ignoresRows = true;
 
-  static HwIndex hwIndex(const Key& key) { return key.portId().value(); }
-  static Key keyOf(HwIndex index) { return Key{VelaSwitch::ChipPortId(index)}; }
   static Result absentResult() { return {}; }
   static std::vector<PlainHwTable> hwTables(const VelaSwitch::ProfileInfo& profile);
   static VelaSwitchApi::RowLayout layout(const VelaSwitch::ProfileInfo& profile, U32 table);

@@ -4,12 +4,7 @@
 
 namespace VelaSwitchTable {
 
-struct LagHashControlKey {
-  static constexpr const char* typeName = "VelaSwitchTable::LagHashControlKey";
-  static constexpr bool scalar = true;
-  Orb::Field<"portId", VelaSwitch::ChipPortId> portId;
-  auto operator<=>(const LagHashControlKey&) const = default;
-};
+using LagHashControlKey = PortKeyOf<"VelaSwitchTable::LagHashControlKey">;
 
 struct VELA_EXPORT LagHashControlResult {
   static constexpr const char* typeName = "VelaSwitchTable::LagHashControlResult";
@@ -25,21 +20,18 @@ struct VELA_EXPORT LagHashControlResult {
 /// What of a frame enters the hash that picks a LAG member, by ingress port.
 struct VELA_EXPORT LagHashControlFamily
     : PlainFamilyTypes<LagHashControlKey, LagHashControlResult, class LagHashControlTable,
-                       class LagHashControlConvertor, class LagHashControlConvertorLayer3> {
+                       class LagHashControlConvertor, class LagHashControlConvertorLayer3>,
+      PortWordFamily<LagHashControlFamily, LagHashControlKey, LagHashControlResult> {
   static constexpr const char* sourceUnit = "VelaTableLagHashControl";
   static inline Trace::Handle trace{sourceUnit};
   static constexpr PlainFamilyTraits traits{.index = TableIndex::lagHashControl};
-
-  static HwIndex hwIndex(const Key& key) { return key.portId().value(); }
-  static Key keyOf(HwIndex index) { return Key{VelaSwitch::ChipPortId(index)}; }
-  static Result absentResult() { return {}; }
-  static std::vector<PlainHwTable> hwTables(const VelaSwitch::ProfileInfo& profile);
-  static VelaSwitchApi::RowLayout layout(const VelaSwitch::ProfileInfo& profile, U32 table);
-  static void pack(const PlainRowContext& at, const Key& key, const Result& result,
-                   VelaSwitchApi::RowWriter& row);
-  static RowSays unpack(const PlainRowContext& at, const Key& key,
-                        const VelaSwitchApi::RowReader& row, Result& result);
+  static constexpr U8 rowWords = 1;
+  static constexpr VelaSwitchApi::RowField fields[] = {
+      {"useVlanId", 0, 1}, {"unused", 1, 1}, {"useSipAndDip", 2, 1}, {"hashSeed", 3, 6}};
+  static constexpr PortRegister registers[] = {{"", "pipeline[%d]/port[%d]/lhash_ctl"}};
 };
+static_assert(VelaSwitchApi::wellFormed(LagHashControlFamily::fields,
+                                        LagHashControlFamily::rowWords));
 
 class VELA_EXPORT LagHashControlTable final : public PlainFamilyTable<LagHashControlFamily> {
  public:

@@ -4,12 +4,7 @@
 
 namespace VelaSwitchTable {
 
-struct LagLookUpKey {
-  static constexpr const char* typeName = "VelaSwitchTable::LagLookUpKey";
-  static constexpr bool scalar = true;
-  Orb::Field<"portId", VelaSwitch::ChipPortId> portId;
-  auto operator<=>(const LagLookUpKey&) const = default;
-};
+using LagLookUpKey = PortKeyOf<"VelaSwitchTable::LagLookUpKey">;
 
 struct VELA_EXPORT LagLookUpResult {
   static constexpr const char* typeName = "VelaSwitchTable::LagLookUpResult";
@@ -23,15 +18,14 @@ struct VELA_EXPORT LagLookUpResult {
 /// rows for every ingress pipe. A port without an entry is picked by the low eight.
 struct VELA_EXPORT LagLookUpFamily
     : PlainFamilyTypes<LagLookUpKey, LagLookUpResult, class LagLookUpTable,
-                       class LagLookUpConvertor, class LagLookUpConvertorLayer2All> {
+                       class LagLookUpConvertor, class LagLookUpConvertorLayer2All>,
+      PortRows<LagLookUpKey> {
   static constexpr const char* sourceUnit = "VelaTableLagLookUp";
   static inline Trace::Handle trace{sourceUnit};
   static constexpr PlainFamilyTraits traits{.index = TableIndex::lagLookUp,
                                             .staticWords = {0, 0xffffffff}};
   static constexpr U32 allBuckets = 0xFF;
 
-  static HwIndex hwIndex(const Key& key) { return key.portId().value(); }
-  static Key keyOf(HwIndex index) { return Key{VelaSwitch::ChipPortId(index)}; }
   static Result absentResult() { return {allBuckets}; }
   static std::vector<PlainHwTable> hwTables(const VelaSwitch::ProfileInfo& profile);
   static VelaSwitchApi::RowLayout layout(const VelaSwitch::ProfileInfo& profile, U32 table);

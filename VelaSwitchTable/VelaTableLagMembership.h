@@ -5,12 +5,7 @@
 
 namespace VelaSwitchTable {
 
-struct LagMembershipKey {
-  static constexpr const char* typeName = "VelaSwitchTable::LagMembershipKey";
-  static constexpr bool scalar = true;
-  Orb::Field<"portId", VelaSwitch::ChipPortId> portId;
-  auto operator<=>(const LagMembershipKey&) const = default;
-};
+using LagMembershipKey = PortKeyOf<"VelaSwitchTable::LagMembershipKey">;
 
 struct LagMembershipResult {
   static constexpr const char* typeName = "VelaSwitchTable::LagMembershipResult";
@@ -32,13 +27,12 @@ struct LagMembershipResult {
 /// for the CPU.
 struct VELA_EXPORT LagMembershipFamily
     : PlainFamilyTypes<LagMembershipKey, LagMembershipResult, class LagMembershipTable,
-                       class LagMembershipConvertor, class LagMembershipConvertorLayer2All> {
+                       class LagMembershipConvertor, class LagMembershipConvertorLayer2All>,
+      PortRows<LagMembershipKey> {
   static constexpr const char* sourceUnit = "VelaTableLagMembership";
   static inline Trace::Handle trace{sourceUnit};
   static constexpr PlainFamilyTraits traits{.index = TableIndex::lagMembership};
 
-  static HwIndex hwIndex(const Key& key) { return key.portId().value(); }
-  static Key keyOf(HwIndex index) { return Key{VelaSwitch::ChipPortId(index)}; }
   static Result absentResult() { return {}; }
   static std::vector<PlainHwTable> hwTables(const VelaSwitch::ProfileInfo& profile);
   static VelaSwitchApi::RowLayout layout(const VelaSwitch::ProfileInfo& profile, U32 table);

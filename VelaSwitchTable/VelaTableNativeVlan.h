@@ -5,12 +5,7 @@
 
 namespace VelaSwitchTable {
 
-struct NativeVlanKey {
-  static constexpr const char* typeName = "VelaSwitchTable::NativeVlanKey";
-  static constexpr bool scalar = true;
-  Orb::Field<"portId", VelaSwitch::ChipPortId> portId;
-  auto operator<=>(const NativeVlanKey&) const = default;
-};
+using NativeVlanKey = PortKeyOf<"VelaSwitchTable::NativeVlanKey">;
 
 struct VELA_EXPORT NativeVlanResult {
   static constexpr const char* typeName = "VelaSwitchTable::NativeVlanResult";
@@ -26,21 +21,18 @@ struct VELA_EXPORT NativeVlanResult {
 /// each have a register of the port.
 struct VELA_EXPORT NativeVlanFamily
     : PlainFamilyTypes<NativeVlanKey, NativeVlanResult, class NativeVlanTable,
-                       class NativeVlanConvertor, class NativeVlanConvertorLayer2All> {
+                       class NativeVlanConvertor, class NativeVlanConvertorLayer2All>,
+      PortWordFamily<NativeVlanFamily, NativeVlanKey, NativeVlanResult> {
   static constexpr const char* sourceUnit = "VelaTableNativeVlan";
   static inline Trace::Handle trace{sourceUnit};
   static constexpr PlainFamilyTraits traits{.index = TableIndex::nativeVlan};
-
-  static HwIndex hwIndex(const Key& key) { return key.portId().value(); }
-  static Key keyOf(HwIndex index) { return Key{VelaSwitch::ChipPortId(index)}; }
-  static Result absentResult() { return {}; }
-  static std::vector<PlainHwTable> hwTables(const VelaSwitch::ProfileInfo& profile);
-  static VelaSwitchApi::RowLayout layout(const VelaSwitch::ProfileInfo& profile, U32 table);
-  static void pack(const PlainRowContext& at, const Key& key, const Result& result,
-                   VelaSwitchApi::RowWriter& row);
-  static RowSays unpack(const PlainRowContext& at, const Key& key,
-                        const VelaSwitchApi::RowReader& row, Result& result);
+  static constexpr U8 rowWords = 4;
+  static constexpr VelaSwitchApi::RowField fields[] = {
+      {"nativeVlanId", 0, 12}, {"dei", 12, 1}, {"pcp", 13, 3}};
+  static constexpr PortRegister registers[] = {{"Egress", "egress/port[%d]/vlan_tci"},
+                                               {"Ingress", "pipeline[%d]/port[%d]/default_vlan"}};
 };
+static_assert(VelaSwitchApi::wellFormed(NativeVlanFamily::fields, NativeVlanFamily::rowWords));
 
 class VELA_EXPORT NativeVlanTable final : public PlainFamilyTable<NativeVlanFamily> {
  public:

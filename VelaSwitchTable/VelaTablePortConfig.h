@@ -8,13 +8,10 @@ enum class PortMode : U8 { trunk, access, qinq };
 VELA_EXPORT void appendText(Orb::TextSink& sink, PortMode mode);
 /// Throws Orb::TextException for another word than "trunk", "access" and "qinq".
 VELA_EXPORT void parseText(Orb::TextCursor& cursor, PortMode& mode);
+/// Throws Orb::RangeException for bits that are no mode.
+VELA_EXPORT void fromRowBits(PortMode& mode, U64 bits);
 
-struct PortConfigKey {
-  static constexpr const char* typeName = "VelaSwitchTable::PortConfigKey";
-  static constexpr bool scalar = true;
-  Orb::Field<"portId", VelaSwitch::ChipPortId> portId;
-  auto operator<=>(const PortConfigKey&) const = default;
-};
+using PortConfigKey = PortKeyOf<"VelaSwitchTable::PortConfigKey">;
 
 struct VELA_EXPORT PortConfigResult {
   static constexpr const char* typeName = "VelaSwitchTable::PortConfigResult";
@@ -29,21 +26,18 @@ struct VELA_EXPORT PortConfigResult {
 /// A port's VLAN mode, and what is switched off at it. Both of the port's registers hold the same.
 struct VELA_EXPORT PortConfigFamily
     : PlainFamilyTypes<PortConfigKey, PortConfigResult, class PortConfigTable,
-                       class PortConfigConvertor, class PortConfigConvertorLayer2All> {
+                       class PortConfigConvertor, class PortConfigConvertorLayer2All>,
+      PortWordFamily<PortConfigFamily, PortConfigKey, PortConfigResult> {
   static constexpr const char* sourceUnit = "VelaTablePortConfig";
   static inline Trace::Handle trace{sourceUnit};
   static constexpr PlainFamilyTraits traits{.index = TableIndex::portConfig};
-
-  static HwIndex hwIndex(const Key& key) { return key.portId().value(); }
-  static Key keyOf(HwIndex index) { return Key{VelaSwitch::ChipPortId(index)}; }
-  static Result absentResult() { return {}; }
-  static std::vector<PlainHwTable> hwTables(const VelaSwitch::ProfileInfo& profile);
-  static VelaSwitchApi::RowLayout layout(const VelaSwitch::ProfileInfo& profile, U32 table);
-  static void pack(const PlainRowContext& at, const Key& key, const Result& result,
-                   VelaSwitchApi::RowWriter& row);
-  static RowSays unpack(const PlainRowContext& at, const Key& key,
-                        const VelaSwitchApi::RowReader& row, Result& result);
+  static constexpr U8 rowWords = 4;
+  static constexpr VelaSwitchApi::RowField fields[] = {
+      {"portMode", 0, 2}, {"txDisabled", 2, 1}, {"l2ForwardingDisabled", 3, 1}};
+  static constexpr PortRegister registers[] = {{"", "egress/port[%d]/cfg"},
+                                               {"Vlan", "egress/port[%d]/vlan_cfg"}};
 };
+static_assert(VelaSwitchApi::wellFormed(PortConfigFamily::fields, PortConfigFamily::rowWords));
 
 class VELA_EXPORT PortConfigTable final : public PlainFamilyTable<PortConfigFamily> {
  public:

@@ -5,12 +5,7 @@
 
 namespace VelaSwitchTable {
 
-struct RxPortMirrorKey {
-  static constexpr const char* typeName = "VelaSwitchTable::RxPortMirrorKey";
-  static constexpr bool scalar = true;
-  Orb::Field<"portId", VelaSwitch::ChipPortId> portId;
-  auto operator<=>(const RxPortMirrorKey&) const = default;
-};
+using RxPortMirrorKey = PortKeyOf<"VelaSwitchTable::RxPortMirrorKey">;
 
 struct RxPortMirrorResult {
   static constexpr const char* typeName = "VelaSwitchTable::RxPortMirrorResult";
@@ -22,14 +17,13 @@ struct RxPortMirrorResult {
 /// Where what a port receives is mirrored to, in the layer-2 processor that serves the port.
 struct VELA_EXPORT RxPortMirrorFamily
     : PlainFamilyTypes<RxPortMirrorKey, RxPortMirrorResult, class RxPortMirrorTable,
-                       class RxPortMirrorConvertor, class RxPortMirrorConvertorLayer2All> {
+                       class RxPortMirrorConvertor, class RxPortMirrorConvertorLayer2All>,
+      PortRows<RxPortMirrorKey> {
   static constexpr const char* sourceUnit = "VelaTableRxPortMirror";
   static inline Trace::Handle trace{sourceUnit};
   static constexpr PlainFamilyTraits traits{.index = TableIndex::rxPortMirror,
                                             .staticWords = {0, 0, 0xffffffff}};
 
-  static HwIndex hwIndex(const Key& key) { return key.portId().value(); }
-  static Key keyOf(HwIndex index) { return Key{VelaSwitch::ChipPortId(index)}; }
   static Result absentResult() { return {}; }
   static std::vector<PlainHwTable> hwTables(const VelaSwitch::ProfileInfo& profile);
   static VelaSwitchApi::RowLayout layout(const VelaSwitch::ProfileInfo& profile, U32 table);
