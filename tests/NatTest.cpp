@@ -260,7 +260,6 @@ NatMatchKey randomKey(Random& random, bool dynamic) {
 
 struct Static {
   using Table = NatMatchTable;
-  static constexpr const char* family = "NatMatch";
   static constexpr U32 entries = 9000;
   static Orb::Ptr<Table> table() { return NatMatchTableIs("nat", 0); }
   static NatMatchKey key(Random& random) { return randomKey(random, false); }
@@ -276,7 +275,6 @@ struct Static {
 
 struct Dynamic {
   using Table = NatDynMatchTable;
-  static constexpr const char* family = "NatDynMatch";
   static constexpr U32 entries = 3000;
   static Orb::Ptr<Table> table() { return NatDynMatchTableIs("dyn", 0); }
   static NatMatchKey key(Random& random) { return randomKey(random, true); }
