@@ -77,7 +77,8 @@ TEST_F(Tool, linesHaveTheirShape) {
 {"op":"lookup","table":"HashTest","key":69,"expect":{"result":7}}
 {"op":"lookup","table":"HashTest","key":70,"expect":{"result":7}}
 )");
-  EXPECT_EQ(run("run --profile vela-20-4.0 events --explain --json --rows rows --writes writes --status status "
+  EXPECT_EQ(run("run --profile vela-20-4.0 events --explain --json --rows rows --writes writes "
+                "--status status "
                 "--results results"),
             1);
   const auto results = lines("results");
