@@ -21,8 +21,9 @@ bool FloodSetTable::entryIs(const FloodSetEntry& entry) {
 
 FloodSetEntry FloodSetTable::floodSetEntry(Bridging::VlanId vid) const {
   const FloodSetResult* result = entry(vid);
+  if (!result) return {vid, FloodSetResult{}, Orb::Seconds{}};
   const Orb::Seconds* time = lastUpdate_.find(vid);
-  return {vid, result ? *result : FloodSetResult{}, time ? *time : Orb::Seconds{}};
+  return {vid, *result, time ? *time : Orb::Seconds{}};
 }
 
 std::vector<PlainHwTable> FloodSetFamily::hwTables(const VelaSwitch::ProfileInfo& profile) {

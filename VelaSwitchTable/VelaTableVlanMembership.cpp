@@ -5,6 +5,7 @@
 #include <ostream>
 
 #include "VelaSwitch/Parity.h"
+#include "VelaSwitchTable/VlanTables.h"
 
 namespace VelaSwitchTable {
 namespace {
@@ -237,9 +238,7 @@ void VlanMembershipConvertorLayer2All::doCreateHwTables(VelaSwitchApi::TableStat
   const U32 numTables = profile().numTables(TableKind::vlan) + (profile().cpuPipeline() ? 1 : 0);
   for (U32 t = 0; t < numTables; ++t) {
     const bool cpu = isCpuPipeline(t, numTables);
-    const char* prefix = oldFormat
-                             ? (cpu ? "cpu_pipeline[0]/processor/" : "pipeline[%d]/processor/")
-                             : (cpu ? "cpu_pipeline[0]/vlan/" : "ingress/vlan[%d]/");
+
     const VelaSwitch::PortRange ports =
         cpu ? VelaSwitch::PortRange{0, profile().ports() - 1} : portRangeOfVlanTable(&profile(), t);
     portRangeOfTableIs(VlanTablePortRange{t, ports.first, ports.last});
@@ -251,8 +250,8 @@ void VlanMembershipConvertorLayer2All::doCreateHwTables(VelaSwitchApi::TableStat
     const auto descriptor = HwTableDescriptorConfig::hwTableDescIs(
         {family, 0, t, name}, state, Bridging::VlanId::min, Bridging::VlanId::max,
         rowWords(version),
-        Orb::make<HwTableRegisterMappingConst>(name,
-                                               regAddresses(regPrefix(prefix, t), registers)));
+        Orb::make<HwTableRegisterMappingConst>(
+            name, regAddresses(vlanTablePrefix(profile(), t, cpu), registers)));
     const auto hwTable = Orb::make<HwTableConfig>(descriptor, swTable()->types().bus());
     ORB_ASSERT(hwTable);
     hwTableIs(t, hwTable);
