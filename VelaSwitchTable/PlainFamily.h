@@ -19,6 +19,11 @@
 ///   absentResult()               what the row of a key without an entry is made from
 ///   layout(profile, table)       the row's fields in one hardware table
 ///
+/// and, where its traces are not those of the others,
+///
+///   traceAbsent(table, index)    a row that was to be read back was never written
+///   tracesHandling               handleEntry and writes are traced
+///
 /// and a LayerConvertor that derives from PlainFamilyLayerConvertor<F> and knows the hardware
 /// tables: doCreateHwTables(state), packRow() and unpackRow(). Where the tables can be listed, the
 /// LayerConvertor derives from DeclaredLayerConvertor<F>, and F says
@@ -78,6 +83,10 @@ struct PlainRowContext {
   const VelaSwitchApi::SwTable& swTable;
 };
 
+/// Whether the family traces what it handles and writes.
+template <class F>
+inline constexpr bool tracesHandling = requires { F::tracesHandling; };
+
 /// The base of a family's convertors. It knows no hardware; reaching its programming call is an
 /// internal error.
 template <class F>
@@ -117,6 +126,7 @@ class PlainFamilyTable : public VelaSwitchApi::SwTable,
       F::trace(8, " Skipped as not yet initialized - key:", key);
       return;
     }
+    if constexpr (tracesHandling<F>) F::trace(9, __PRETTY_FUNCTION__, " ", key);
     const Result* desired = this->entry(key);
     F::trace(1, desired ? "Programming Entry " : "Removing Entry ", key);
     // A copy: the convertor may meet observers that change the collection.
@@ -238,13 +248,18 @@ class PlainFamilyLayerConvertor : public F::Convertor {
 
   bool writeRow(HwTableConfig& hwTable, HwIndex index, const Key& key, const Result& result) {
     const Image image = rowImage(hwTable.descriptor().identity.id, key, result);
+    if constexpr (tracesHandling<F>) F::trace(9, "Set hwTableEntry key: ", key);
     return hwTable.entryIs({index, image.data(), VelaSwitchApi::maxRowWords});
   }
 
   void rebuildRow(HwTableConfig& hwTable, HwIndex index) {
     const HwTableId id = hwTable.descriptor().identity.id;
     if (hwTable.readEntry(index) != Read::held) {
-      F::trace(5, " index ", index, " does not exist.");
+      if constexpr (requires { &F::traceAbsent; }) {
+        F::traceAbsent(id, index);
+      } else {
+        F::trace(5, " index ", index, " does not exist.");
+      }
       return;
     }
     const Key key = F::keyOf(index);

@@ -33,6 +33,9 @@ struct VELA_EXPORT LagLookUpFamily
                    VelaSwitchApi::RowWriter& row);
   static RowSays unpack(const PlainRowContext& at, const Key& key,
                         const VelaSwitchApi::RowReader& row, Result& result);
+  static void traceAbsent(HwTableId pipe, HwIndex index) {
+    trace(5, "pipe ", pipe, " index ", index, " does not exist.");
+  }
 };
 
 class VELA_EXPORT LagLookUpTable final : public PlainFamilyTable<LagLookUpFamily> {

@@ -32,6 +32,7 @@ struct VELA_EXPORT LagMembershipFamily
   static constexpr const char* sourceUnit = "VelaTableLagMembership";
   static inline Trace::Handle trace{sourceUnit};
   static constexpr PlainFamilyTraits traits{.index = TableIndex::lagMembership};
+  static constexpr bool tracesHandling = true;
 
   static Result absentResult() { return {}; }
   static std::vector<PlainHwTable> hwTables(const VelaSwitch::ProfileInfo& profile);

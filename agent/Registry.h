@@ -18,6 +18,15 @@ struct FamilyRegistration {
 /// Ways of a packet through several tables, for lookups.
 std::vector<std::unique_ptr<PathAdapter>> makePaths();
 
+/// The families of each part of the switch. What is registered here is all that the agent knows.
+std::vector<FamilyRegistration> vlanFamilies();
+std::vector<FamilyRegistration> portFamilies();
+std::vector<FamilyRegistration> controlPlaneFamilies();
+std::vector<FamilyRegistration> aclFamilies();
+std::vector<FamilyRegistration> routeFamilies();
+std::vector<FamilyRegistration> natFamilies();
+std::vector<FamilyRegistration> l3ResultFamilies();
+
 /// All families, in the order in which their tables start.
 const std::vector<FamilyRegistration>& families();
 

@@ -283,6 +283,8 @@ TEST(LpmLevels, aColdStartFindsTheSameEntries) {
         table->entryIs(
             at, cells({none, cell(1, 2, length), none, cell(static_cast<U16>(i % 57), 3, length)},
                       i % 2 == 0));
+        // Some sets of keys share too few rows.
+        if (!table->cachedItem(at)->placed()) table->entryDel(at);
       }
       const auto& physical = table->profileConvertor().physicalTable();
       table->entries().forEach([&](const LpmKey& at, const LpmResult& result) {

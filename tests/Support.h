@@ -55,14 +55,26 @@ std::string errorText(const Action& action) {
   return "";
 }
 
-/// A random source that the test's --gtest_random_seed decides.
+/// A random source that the test's --gtest_random_seed decides; without one each run has another
+/// seed, which is printed so that a failure can be had again.
 class Random {
  public:
-  explicit Random(U32 salt = 0)
-      : engine_(static_cast<U32>(testing::UnitTest::GetInstance()->random_seed()) + salt) {}
+  explicit Random(U32 salt = 0) : engine_(seed() + salt) {}
   U32 operator()() { return static_cast<U32>(engine_()); }
+  /// A number below `end`.
+  U32 below(U32 end) { return (*this)() % end; }
+  bool flip() { return (*this)() % 2 != 0; }
 
  private:
+  static U32 seed() {
+    static const U32 chosen = [] {
+      const auto value = static_cast<U32>(testing::UnitTest::GetInstance()->random_seed());
+      std::printf("--gtest_random_seed=%u\n", value);
+      return value;
+    }();
+    return chosen;
+  }
+
   std::mt19937 engine_;
 };
 

@@ -1,0 +1,33 @@
+#include "VelaSwitchTable/VelaTableAclHashes.h"
+#include "VelaSwitchTable/VelaTableAclIndirectCounterHash.h"
+#include "VelaSwitchTable/VelaTableHashTest.h"
+#include "agent/families/Registrations.h"
+
+namespace VelaAgent {
+namespace {
+
+using namespace VelaSwitchTable;
+using VelaDevice::DataPath;
+
+Json lookupHashTest(DataPath& dataPath, U32, const Json& key) {
+  return hitToJson(dataPath.hashTest(fromJson<HashTestKey>(key).value()));
+}
+
+Json lookupAcl(DataPath& dataPath, U32 instance, const Json& key) {
+  return hitToJson(dataPath.acl(instance, fromJson<VelaSwitch::AclHashKey>(key)));
+}
+
+Json lookupAclCounter(DataPath& dataPath, U32 instance, const Json& key) {
+  const auto counter = fromJson<VelaSwitch::AclIndirectCounterHashKey>(key);
+  return hitToJson(dataPath.aclCounter(instance, counter.counterKey()));
+}
+
+}  // namespace
+
+std::vector<FamilyRegistration> aclFamilies() {
+  return {hashFamily<AclHashFamily>(lookupAcl),
+          hashFamily<AclIndirectCounterHashFamily>(lookupAclCounter),
+          hashFamily<HashTestFamily>(lookupHashTest)};
+}
+
+}  // namespace VelaAgent

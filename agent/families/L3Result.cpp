@@ -1,0 +1,32 @@
+#include "VelaSwitchTable/VelaTableL3FloodArp.h"
+#include "VelaSwitchTable/VelaTableL3FloodBitmap.h"
+#include "VelaSwitchTable/VelaTableL3Lag.h"
+#include "agent/families/Registrations.h"
+
+namespace VelaAgent {
+namespace {
+
+using namespace VelaSwitchTable;
+using VelaDevice::DataPath;
+
+Json lookupL3FloodArp(DataPath& dataPath, U32, const Json& key) {
+  return hitToJson(dataPath.l3FloodArp(fromJson<VelaSwitch::L3FloodId>(key).value()));
+}
+
+Json lookupL3FloodBitmap(DataPath& dataPath, U32, const Json& key) {
+  return hitToJson(dataPath.l3FloodBitmap(fromJson<VelaSwitch::L3FloodId>(key).value()));
+}
+
+Json lookupL3Lag(DataPath& dataPath, U32, const Json& key) {
+  return hitToJson(dataPath.l3Lag(fromJson<VelaSwitch::L3LagIndex>(key).value()));
+}
+
+}  // namespace
+
+std::vector<FamilyRegistration> l3ResultFamilies() {
+  return {indexedFamily<L3FloodArpFamily>(lookupL3FloodArp),
+          indexedFamily<L3FloodBitmapFamily>(lookupL3FloodBitmap),
+          indexedFamily<L3LagFamily>(lookupL3Lag)};
+}
+
+}  // namespace VelaAgent

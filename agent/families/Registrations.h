@@ -1,0 +1,41 @@
+#pragma once
+
+#include "agent/Registry.h"
+
+/// How families are registered.
+namespace VelaAgent {
+
+
+/// A family with `instances` tables, or one for each pipeline where tables serve one each.
+template <class Family>
+FamilyRegistration hashFamily(typename EntryAdapter<typename Family::Table>::Lookup lookup,
+                              U32 instances = 1) {
+  const std::string name = VelaSwitchTable::TableConstants::tableName(Family::traits.index);
+  return {name, Family::trace,
+          [=](const VelaSwitch::ProfileInfo& profile) {
+            return Family::traits.placement == VelaSwitchTable::HashPlacement::ownPipeline
+                       ? profile.pipelines()
+                       : instances;
+          },
+          [=](U32 instance) {
+            const auto number = static_cast<U8>(instance);
+            return std::make_unique<HashAdapter<Family>>(
+                name, instance,
+                Orb::make<typename Family::Table>(name + "/" + std::to_string(instance), number,
+                                                  number),
+                lookup);
+          }};
+}
+
+/// A family of plain or direct tables.
+template <class Family>
+FamilyRegistration indexedFamily(typename EntryAdapter<typename Family::Table>::Lookup lookup) {
+  const std::string name = VelaSwitchTable::TableConstants::tableName(Family::traits.index);
+  return {name, Family::trace, [](const VelaSwitch::ProfileInfo&) { return 1u; },
+          [=](U32 instance) {
+            return std::make_unique<IndexedAdapter<Family>>(
+                name, instance, Orb::make<typename Family::Table>(name), lookup);
+          }};
+}
+
+}  // namespace VelaAgent
