@@ -13,17 +13,20 @@ Agent::Agent(Orb::PtrConst<VelaSwitch::ProfileInfo> profile, VelaDevice::Simulat
 
 Agent::~Agent() = default;
 
-void Agent::make() {
+void Agent::make(const std::vector<std::string>& only) {
   chip_.modelIs(profile_->name());
   for (const FamilyRegistration& family : families()) {
+    if (!only.empty() && std::find(only.begin(), only.end(), family.name) == only.end()) continue;
     for (U32 instance = 0; instance < family.instances(*profile_); ++instance) {
       tables_.push_back(family.make(instance));
     }
   }
   for (const auto& adapter : tables_) adapter->table().doSetProfileConvertor(types_);
   for (const auto& adapter : tables_) adapter->table().doCreateHwTable();
-  makeRoutes();
-  announced_.push_back(routes_.get());
+  if (only.empty()) {
+    makeRoutes();
+    announced_.push_back(routes_.get());
+  }
   for (const auto& adapter : tables_) announced_.push_back(adapter.get());
 }
 
@@ -50,7 +53,7 @@ void Agent::start(Start how) {
   // Every table is rebuilt before any row is written: tables may share rows.
   if (restart) {
     for (const auto& adapter : tables_) adapter->table().syncEntries();
-    routeWriter_->rebuild();
+    if (routeWriter_) routeWriter_->rebuild();
   }
   for (const auto& adapter : tables_) adapter->table().initHwEntries(!restart);
   for (const auto& adapter : tables_) {
@@ -82,9 +85,9 @@ HwTableAdapter& Agent::adapterOf(const VelaSwitchApi::SwTable& table) const {
 }
 
 U64 Agent::programmed() const {
-  U64 count = routes_->programmed();
-  for (const auto& adapter : tables_) count += adapter->programmed();
-  return count - routeWriter_->programmedCells();
+  U64 count = 0;
+  for (const TableAdapter* table : announced_) count += table->programmed();
+  return routeWriter_ ? count - routeWriter_->programmedCells() : count;
 }
 
 U32 Agent::reconcile() {

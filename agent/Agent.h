@@ -25,9 +25,10 @@ class Agent {
   Agent(const Agent&) = delete;
   Agent& operator=(const Agent&) = delete;
 
-  /// Declares the tables and their hardware; nothing is read or written yet. Throws
-  /// VelaDevice::ImageException when the switch was saved as one of another profile.
-  void make();
+  /// Declares the tables and their hardware; nothing is read or written yet. With names of
+  /// families, only their tables, and no whole routes. Throws VelaDevice::ImageException when the
+  /// switch was saved as one of another profile.
+  void make(const std::vector<std::string>& only = {});
   /// Starts the tables, which make() has made.
   void start(Start how);
 
@@ -51,7 +52,9 @@ class Agent {
   /// Announced entries that hardware has: of routes themselves, not of what they are spread over.
   U64 programmed() const;
   /// What is to follow an event: routes that wait may have room now.
-  void settle() { routeWriter_->retry(); }
+  void settle() {
+    if (routeWriter_) routeWriter_->retry();
+  }
 
   /// Removes what was rebuilt from hardware and not announced since; returns how many entries.
   U32 reconcile();
