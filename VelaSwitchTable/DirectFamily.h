@@ -223,24 +223,32 @@ class DirectFamilyConvertor : public DirectBaseConvertor {
     return Orb::make<Entry>(F::keyOf(index));
   }
   Orb::Ptr<DirectBaseEntry> decodeHwEntry(HwIndex index) const override {
-    // Rows come from hardware: whatever they hold must not do more harm than be refused.
-    try {
-      const auto unpacked = F::unpack(profile(), RowReader(layout_, hwRow(index)));
-      if (!unpacked) return nullptr;
-      auto entry = Orb::make<Entry>(F::keyOf(index));
-      entry->resultIs(unpacked->first);
-      entry->validIs(unpacked->second);
-      if (F::trace.enabled(8)) F::trace(8, "Decoded entry is ", entry->toStrep());
-      return entry;
-    } catch (const Orb::RangeException& error) {
-      F::trace(3, "not decoding entry: row ", index, ": ", error.what());
-      return nullptr;
-    }
+    const auto unpacked = unpack(hwRow(index), index);
+    if (!unpacked) return nullptr;
+    auto entry = Orb::make<Entry>(F::keyOf(index));
+    entry->resultIs(unpacked->first);
+    entry->validIs(unpacked->second);
+    if (F::trace.enabled(8)) F::trace(8, "Decoded entry is ", entry->toStrep());
+    return entry;
   }
-
-  const RowLayout& layout() const { return layout_; }
+  bool rowSound(HwTableId table, HwIndex index) const override {
+    return unpack(this->hwTable(table)->image(index), index).has_value();
+  }
+  const RowLayout& rowLayout(HwTableId, HwIndex) const override { return layout_; }
 
  private:
+  /// Rows come from hardware: whatever they hold must not do more harm than be refused.
+  std::optional<std::pair<typename F::Result, bool>> unpack(U32* row, HwIndex index) const {
+    try {
+      return F::unpack(profile(), RowReader(layout_, row));
+    } catch (const Orb::RangeException& error) {
+      F::trace(3, "not decoding entry: row ", index, ": ", error.what());
+    } catch (const Orb::AssertionFailed& error) {
+      F::trace(3, "not decoding entry: row ", index, ": ", error.what());
+    }
+    return std::nullopt;
+  }
+
   std::string hwTableName(VelaSwitchApi::HwTableId id) const {
     return VelaSwitchApi::SwTable::hwTableName(TableConstants::tableName(F::traits.index), "", "",
                                                id);

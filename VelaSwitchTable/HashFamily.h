@@ -4,6 +4,7 @@
 
 #include "DirectBase/TableConstants.h"
 #include "VelaSwitch/HashInverse.h"
+#include "VelaSwitch/Parity.h"
 #include "VelaSwitchTable/EntryStore.h"
 #include "VelaSwitchTable/Family.h"
 #include "VelaSwitchTable/VelaHitBitUtil.h"
@@ -67,6 +68,7 @@ struct HashFamilyTraits {
   bool hitBits;  ///< Whether the software table declares hit bits.
   U32 hitTableOffset = noHitTable;
   int staticWord = -1;  ///< Word declared static once the table is initialized; -1 for none.
+  U8 parityWords = 0;  ///< Words whose bits are even in number, the parity bit among them; 0: none.
 };
 
 /// Status of one entry, as a value type of the family's own name derives it.
@@ -173,7 +175,10 @@ class HashFamilyHelperBase : public VelaTableHashHelper {
   Orb::Ptr<VelaSwitchApi::HashBaseCuckooEntry> decodeHwEntry(HwIndex index) const override {
     // Rows come from hardware: whatever they hold must not do more harm than be refused.
     try {
-      auto unpacked = F::unpack(self(), RowReader(layout(), hwRow(index)), location(index));
+      std::optional<std::pair<typename F::Key, typename F::Result>> unpacked;
+      if (rowSound(hwRow(index))) {
+        unpacked = F::unpack(self(), RowReader(layout(), hwRow(index)), location(index));
+      }
       if (!unpacked) {
         F::trace(9, "not decoding entry: row ", index);
         return nullHashEntry();
@@ -192,8 +197,13 @@ class HashFamilyHelperBase : public VelaTableHashHelper {
       return entry;
     } catch (const Orb::RangeException& error) {
       F::trace(3, "not decoding entry: row ", index, ": ", error.what());
-      return nullHashEntry();
+    } catch (const Orb::AssertionFailed& error) {
+      F::trace(3, "not decoding entry: row ", index, ": ", error.what());
     }
+    return nullHashEntry();
+  }
+  bool rowSound(const U32* image) const override {
+    return VelaSwitch::parityU32Array(image, F::traits.parityWords) == 0;
   }
 
  protected:

@@ -78,12 +78,6 @@ inline void packNatStatic(CuckooLocation location, U32 selector, VelaSwitchApi::
   row.set(NatRow::selector, selector);
 }
 
-/// Whether the row answers lookups and is sound.
-inline bool natRowValid(const VelaSwitchApi::RowReader& row) {
-  // With its parity bit among them, the words of a sound row have even parity.
-  return row.flag(NatRow::valid) && VelaSwitch::parityU32Array(row.words(), natParityWords) == 0;
-}
-
 template <class Result>
 Result unpackNatResult(const VelaSwitchApi::RowReader& row) {
   Result result;

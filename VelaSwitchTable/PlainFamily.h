@@ -85,7 +85,9 @@ struct PlainRowContext {
 
 /// Whether the family traces what it handles and writes.
 template <class F>
-inline constexpr bool tracesHandling = requires { F::tracesHandling; };
+inline constexpr bool tracesHandling = requires {
+  F::tracesHandling;
+};
 
 /// The base of a family's convertors. It knows no hardware; reaching its programming call is an
 /// internal error.
@@ -137,9 +139,6 @@ class PlainFamilyTable : public VelaSwitchApi::SwTable,
       this->hwInconsistentEntryIs(key, true);
     }
   }
-
-  /// The row's fields in the first hardware table.
-  VelaSwitchApi::RowLayout rowLayout() const { return F::layout(profile(), 0); }
 
   PlainFamilyConvertor<F>& profileConvertor() const {
     return static_cast<PlainFamilyConvertor<F>&>(*profileConvertorPtr());
@@ -208,6 +207,21 @@ class PlainFamilyLayerConvertor : public F::Convertor {
     }
   }
 
+  void expectedImage(HwTableId id, HwIndex index, U32* image) const override {
+    const Key key = F::keyOf(index);
+    const Image expected = rowImage(id, key, desired(key));
+    std::copy(expected.begin(), expected.end(), image);
+  }
+
+  bool rowSound(HwTableId id, HwIndex index) const override {
+    Result result{};
+    return says(id, index, result) != RowSays::unsound;
+  }
+
+  void repair(const Finding& finding) override {
+    if (finding.kind != Finding::Kind::unreadable) table()->handleEntry(F::keyOf(finding.index));
+  }
+
   void syncEntries(U32 id) override {
     HwTableConfig& hwTable = *this->hwTable(id);
     const auto& descriptor = hwTable.descriptor();
@@ -264,14 +278,9 @@ class PlainFamilyLayerConvertor : public F::Convertor {
     }
     const Key key = F::keyOf(index);
     Result result = desired(key);
-    auto says = RowSays::unsound;
-    try {
-      says = unpackRow(id, index, hwTable.image(index), result);
-    } catch (const Orb::RangeException& error) {
-      F::trace(3, " index ", index, ": ", error.what());
-    }
-    if (says == RowSays::nothing) return;
-    if (says == RowSays::unsound) {
+    const RowSays said = says(id, index, result);
+    if (said == RowSays::nothing) return;
+    if (said == RowSays::unsound) {
       // Not left standing: the row gets written with what is desired of its key.
       hwTable.entryForget(index);
     } else if (result != F::absentResult()) {
@@ -283,13 +292,21 @@ class PlainFamilyLayerConvertor : public F::Convertor {
   /// Whether rows that say nothing are left out of audits as well.
   static constexpr bool ignoresRows = requires { F::ignoresRows; };
 
-  bool ignored(HwTableId id, HwIndex index, U32* image) const {
+  bool ignored(HwTableId id, HwIndex index) const {
+    Result result{};
+    return ignoresRows && says(id, index, result) == RowSays::nothing;
+  }
+
+  /// Rows come from hardware: whatever they hold must not do more harm than be refused.
+  RowSays says(HwTableId id, HwIndex index, Result& result) const {
     try {
-      Result result{};
-      return ignoresRows && unpackRow(id, index, image, result) == RowSays::nothing;
-    } catch (const Orb::RangeException&) {
-      return false;
+      return unpackRow(id, index, this->hwTable(id)->image(index), result);
+    } catch (const Orb::RangeException& error) {
+      F::trace(3, " index ", index, ": ", error.what());
+    } catch (const Orb::AssertionFailed& error) {
+      F::trace(3, " index ", index, ": ", error.what());
     }
+    return RowSays::unsound;
   }
 
   void auditRow(HwTableConfig& hwTable, HwIndex index) {
@@ -300,9 +317,10 @@ class PlainFamilyLayerConvertor : public F::Convertor {
       return;
     }
     const Key key = F::keyOf(index);
-    const Image expected = rowImage(id, key, desired(key));
+    Image expected;
+    expectedImage(id, index, expected.data());
     if (read == Read::held && hwTable.same(index, expected.data(), hwTable.image(index))) return;
-    if (read == Read::held && ignored(id, index, hwTable.image(index))) return;
+    if (read == Read::held && ignored(id, index)) return;
 
     if (read == Read::absent) {
       F::trace(3, "Missing hw table entry for key: ", key, ", table ",
@@ -361,6 +379,9 @@ class DeclaredLayerConvertor : public PlainFamilyLayerConvertor<F> {
                      VelaSwitchApi::RowReader(layouts_.at(table), image), result);
   }
 
+  const VelaSwitchApi::RowLayout& rowLayout(HwTableId table, HwIndex) const override {
+    return layouts_.at(table);
+  }
   U32 copies() const override {
     if constexpr (requires { &F::copies; }) return F::copies(this->profile());
     return 1;

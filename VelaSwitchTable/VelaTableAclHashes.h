@@ -29,7 +29,8 @@ struct VELA_EXPORT AclHashFamily
                                            .ways = 2,
                                            .keyBytes = 13,
                                            .hitBits = false,
-                                           .staticWord = 5};
+                                           .staticWord = 5,
+                                           .parityWords = 4};
 
   static U32 tableId(U8 tableIdx) { return TableConstants::aclHashTableId(tableIdx); }
   static U8 dataWords(const VelaSwitch::ProfileInfo& profile);

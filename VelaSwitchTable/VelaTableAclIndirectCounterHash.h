@@ -31,7 +31,8 @@ struct VELA_EXPORT AclIndirectCounterHashFamily
                                            .ways = 2,
                                            .keyBytes = 2,
                                            .hitBits = false,
-                                           .staticWord = 5};
+                                           .staticWord = 5,
+                                           .parityWords = 1};
 
   static U32 tableId(U8 tableIdx) {
     return static_cast<U32>(TableIndex::aclIndirectCounterHash) +

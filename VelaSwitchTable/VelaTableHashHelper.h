@@ -17,7 +17,7 @@ class VELA_EXPORT VelaTableHashHelper : public VelaSwitchApi::HashBaseHelper {
   void doInit() override;
   Orb::Ptr<VelaSwitchApi::HashBaseCuckooEntry> nullHashEntry() const override { return null_; }
 
-  const RowLayout& layout() const { return layout_; }
+  const RowLayout& layout() const override { return layout_; }
   const VelaSwitch::ProfileInfo& profile() const { return swTable()->profile(); }
 
  protected:

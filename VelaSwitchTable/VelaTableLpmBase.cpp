@@ -29,7 +29,6 @@ enum class Row : U8 {
 constexpr Row ofCell(Row first, U8 cell) { return static_cast<Row>(static_cast<U8>(first) + cell); }
 
 constexpr U8 cellBits = 14;
-constexpr U8 parityWords = 3;
 /// In level 29's rows: the mark of a (*,G) entry, one bit below the valid bit.
 constexpr U8 multicastBit = 28;
 
@@ -127,7 +126,7 @@ void LpmBaseFamily::pack(const Helper& helper, const Key& key, const Result& res
     row.set(ofCell(Row::realLength, i), cell.realPrefixLen());
   }
   row.set(Row::cpuTrap, result.cpuTrap());
-  row.set(Row::parity, VelaSwitch::parityU32Array(row.words(), parityWords));
+  row.set(Row::parity, VelaSwitch::parityU32Array(row.words(), traits.parityWords));
 }
 
 void LpmBaseFamily::packStatic(const Helper& helper, CuckooLocation location, RowWriter& row) {
@@ -140,10 +139,7 @@ void LpmBaseFamily::packStatic(const Helper& helper, CuckooLocation location, Ro
 std::optional<std::pair<LpmKey, LpmResult>> LpmBaseFamily::unpack(const Helper& helper,
                                                                   const RowReader& row,
                                                                   CuckooLocation) {
-  // With its parity bit among them, the words of a sound row have even parity.
-  if (!row.flag(Row::valid) || VelaSwitch::parityU32Array(row.words(), parityWords) != 0) {
-    return std::nullopt;
-  }
+  if (!row.flag(Row::valid)) return std::nullopt;
   const LpmLevel& level = helper.level();
   LpmKey key;
   key.vrf = static_cast<U8>(row.get(Row::vrf));

@@ -61,7 +61,8 @@ struct VELA_EXPORT LpmBaseFamily
                                            .keyBytes = 8,
                                            .hitBits = true,
                                            .hitTableOffset = 10,
-                                           .staticWord = 4};
+                                           .staticWord = 4,
+                                           .parityWords = 3};
 
   static U8 dataWords(const VelaSwitch::ProfileInfo&) { return 4; }
   static U8 copyKeyToBuffer(const Key& key, U8* buffer, U8 bufSize);

@@ -43,7 +43,8 @@ struct VELA_EXPORT NatDynMatchFamily
       .keyBytes = 13,
       .hitBits = false,
       .hitTableOffset = static_cast<U32>(TableIndex::natDynMatch),
-      .staticWord = 4};
+      .staticWord = 4,
+      .parityWords = 4};
 
   static U32 tableId(U8 tableIdx) { return static_cast<U32>(TableIndex::natDynMatch) + tableIdx; }
   static U8 dataWords(const VelaSwitch::ProfileInfo&) { return 4; }

@@ -44,7 +44,8 @@ struct VELA_EXPORT NatMatchFamily
                                            .keyBytes = 8,
                                            .hitBits = false,
                                            .hitTableOffset = static_cast<U32>(TableIndex::natMatch),
-                                           .staticWord = 4};
+                                           .staticWord = 4,
+                                           .parityWords = 4};
 
   /// Two tables share one physical table.
   static U32 tableId(U8 tableIdx) { return static_cast<U32>(TableIndex::natMatch) + tableIdx / 2; }

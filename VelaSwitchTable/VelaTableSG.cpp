@@ -28,7 +28,6 @@ enum class Row : U8 {
   wholeGroup,
 };
 
-constexpr U8 parityWords = 4;
 constexpr int controlWordBit = 128;
 /// Marks the table's rows in the control word.
 constexpr U8 controlSelector = 8;
@@ -100,7 +99,7 @@ void SGFamily::pack(const Helper& helper, const Key& key, const Result& result, 
   row.set(Row::vlanGroupId, result.vlanGroupId());
   row.set(Row::portMask, result.portMask().hardwareBitmask(helper.profile().ports()));
   for (const Row zeros : {Row::zeros2, Row::zeros12, Row::zeros1}) row.set(zeros, 0);
-  row.set(Row::parity, VelaSwitch::parityU32Array(row.words(), parityWords));
+  row.set(Row::parity, VelaSwitch::parityU32Array(row.words(), traits.parityWords));
   row.set(Row::wholeGroup, key.group().number());
 }
 
@@ -113,10 +112,7 @@ void SGFamily::packStatic(const Helper&, CuckooLocation location, RowWriter& row
 
 std::optional<std::pair<MrouteKey, SGResult>> SGFamily::unpack(const Helper&, const RowReader& row,
                                                                CuckooLocation) {
-  // With its parity bit among them, the words of a sound row have even parity.
-  if (!row.flag(Row::valid) || VelaSwitch::parityU32Array(row.words(), parityWords) != 0) {
-    return std::nullopt;
-  }
+  if (!row.flag(Row::valid)) return std::nullopt;
   const U64 compare = row.get(Row::compare);
   const auto group = static_cast<U32>(compare & ((1u << storedGroupBits) - 1));
   MrouteKey key;

@@ -33,7 +33,8 @@ struct VELA_EXPORT SGFamily
                                            .keyBytes = 9,
                                            .hitBits = true,
                                            .hitTableOffset = static_cast<U32>(TableIndex::sg),
-                                           .staticWord = 4};
+                                           .staticWord = 4,
+                                           .parityWords = 4};
 
   static U32 tableId(U8) { return static_cast<U32>(TableIndex::sg); }
   static U8 dataWords(const VelaSwitch::ProfileInfo&) { return 4; }

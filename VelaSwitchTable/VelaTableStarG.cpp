@@ -24,7 +24,6 @@ enum class Row : U8 {
   wholeGroup,
 };
 
-constexpr U8 parityWords = 4;
 constexpr const LpmLevel& level = lpmLevel<29>;
 
 /// Low group bits, which the row implies.
@@ -77,7 +76,7 @@ void StarGFamily::pack(const Helper& helper, const Key& key, const Result& resul
   row.set(Row::valid, 1);
   row.set(Row::vlanGroupId, result.vlanGroupId());
   row.set(Row::portMask, result.portMask().hardwareBitmask(helper.profile().ports()));
-  row.set(Row::parity, VelaSwitch::parityU32Array(row.words(), parityWords));
+  row.set(Row::parity, VelaSwitch::parityU32Array(row.words(), traits.parityWords));
   row.set(Row::wholeGroup, key.group().number());
 }
 
@@ -94,8 +93,7 @@ std::optional<std::pair<MrouteKey, StarGResult>> StarGFamily::unpack(const Helpe
   const bool valid = row.flag(Row::valid);
   const bool multicast = row.flag(Row::multicast);
   ORB_ASSERT(!valid || multicast);
-  // With its parity bit among them, the words of a sound row have even parity.
-  if (!valid || VelaSwitch::parityU32Array(row.words(), parityWords) != 0) return std::nullopt;
+  if (!valid) return std::nullopt;
   const U64 compare = row.get(Row::compare);
   const auto group = static_cast<U32>(compare & ((1u << storedGroupBits) - 1));
   MrouteKey key;

@@ -36,7 +36,8 @@ struct VELA_EXPORT StarGFamily
                                            .ways = 2,
                                            .keyBytes = 6,
                                            .hitBits = true,
-                                           .hitTableOffset = static_cast<U32>(TableIndex::lpm29)};
+                                           .hitTableOffset = static_cast<U32>(TableIndex::lpm29),
+                                           .parityWords = 4};
 
   /// The field of the key that takes no part.
   static constexpr std::string_view unusedKeyField = "source";

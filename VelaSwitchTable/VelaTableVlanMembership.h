@@ -112,6 +112,9 @@ class VELA_EXPORT VlanMembershipConvertorLayer2All final
   void portRangeOfTableIs(const VlanTablePortRange& range) { ranges_[range.tableId()] = range; }
   /// The table's ports, or null.
   const VlanTablePortRange* portRangeOfTable(U32 tableId) const;
+  const VelaSwitchApi::RowLayout& rowLayout(HwTableId table, HwIndex) const override {
+    return layouts_.at(table);
+  }
 
  protected:
   void packRow(HwTableId table, const VlanMembershipKey& key, const VlanMembershipResult& result,
@@ -121,7 +124,7 @@ class VELA_EXPORT VlanMembershipConvertorLayer2All final
 
  private:
   std::map<U32, VlanTablePortRange> ranges_;
-  std::map<U32, VelaSwitchApi::RowLayout> layouts_;
+  std::map<U32, VelaSwitchApi::RowLayout> layouts_;  ///< By hardware table.
 };
 
 /// Packs everything of a row but the permit mask and the parity.

@@ -51,15 +51,27 @@ void Agent::makeRoutes() {
 void Agent::start(Start how) {
   const bool restart = how == Start::restart;
   // Every table is rebuilt before any row is written: tables may share rows.
-  if (restart) {
-    for (const auto& adapter : tables_) adapter->table().syncEntries();
-    if (routeWriter_) routeWriter_->rebuild();
-  }
+  if (restart) decode();
   for (const auto& adapter : tables_) adapter->table().initHwEntries(!restart);
   for (const auto& adapter : tables_) {
     adapter->table().initializedIs(true);
     adapter->table().doInitComplete();
   }
+}
+
+void Agent::decode() {
+  for (const auto& adapter : tables_) adapter->table().syncEntries();
+  if (routeWriter_) routeWriter_->rebuild();
+}
+
+void Agent::desireBegin() {
+  recorder_.mutedIs(true);
+  start(Start::fresh);
+}
+
+void Agent::desireEnd() {
+  recorder_.mutedIs(false);
+  for (const auto& adapter : tables_) adapter->convertor().takePlacement();
 }
 
 TableAdapter& Agent::table(const std::string& name, U32 instance) const {

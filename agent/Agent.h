@@ -56,6 +56,15 @@ class Agent {
     if (routeWriter_) routeWriter_->retry();
   }
 
+  /// Rebuilds the tables from what the switch holds and leaves it at that: they are not started and
+  /// nothing is written.
+  void decode();
+  /// How what is desired is compared with a switch that other runs wrote: between these two calls
+  /// the tables start and are told what is desired without a write. The second puts entries where
+  /// the switch holds them. Audits then find what differs.
+  void desireBegin();
+  void desireEnd();
+
   /// Removes what was rebuilt from hardware and not announced since; returns how many entries.
   U32 reconcile();
 

@@ -6,8 +6,6 @@
 namespace VelaAgent {
 namespace {
 
-using Finding = VelaSwitchApi::AuditFinding;
-
 const Json& member(const Json& event, const char* name) {
   const auto at = event.find(name);
   if (at == event.end()) throw InputException(std::string("\"") + name + "\" is missing");
@@ -80,6 +78,7 @@ void EventRunner::apply(const std::string& line) {
   for (const auto& operation : operations) {
     if (op != operation.name) continue;
     ++number_;
+    if (desiresOnly_ && op != "set" && op != "del") return;
     try {
       (this->*operation.handle)(event);
       agent_.settle();
@@ -207,29 +206,51 @@ void EventRunner::hit(const Json& event) {
                               : "hit, but the poll failed");
 }
 
+Json findingLine(const RowFinding& finding) {
+  static constexpr const char* kinds[] = {"inconsistent", "missing", "unexpected", "unreadable"};
+  Json line = {{"finding", kinds[static_cast<std::size_t>(finding.kind)]},
+               {"hwTableId", finding.hwTable->descriptor().identity.id}};
+  if (finding.index) line["index"] = *finding.index;
+  if (!finding.key.is_null()) line["key"] = finding.key;
+  if (!finding.holds.is_null()) line["holds"] = finding.holds;
+  if (finding.corrupt) line["corrupt"] = true;
+  Json fields = Json::array();
+  for (const auto& field : finding.fields) {
+    fields.push_back({{"field", field.field},
+                      {"expected", hexText(field.expected, 0)},
+                      {"found", hexText(field.found, 0)}});
+  }
+  if (!fields.empty()) line["fields"] = fields;
+  return line;
+}
+
 void EventRunner::sync(const Json& event) {
   allow(event, {"op", "table", "instance"});
   HwTableAdapter& table = hardwareOf(event);
-  table.table().syncEntries();
+  table.audit();
   std::set<Json> inconsistent;
   std::set<Json> missing;
   std::set<HwIndex> unexpected;
   std::set<HwIndex> unreadable;
-  for (const Finding& finding : table.convertor().auditFindings()) {
+  std::set<HwIndex> corrupt;
+  Json differences = Json::array();
+  for (const RowFinding& finding : table.findings()) {
     switch (finding.kind) {
-      case Finding::Kind::inconsistent:
-        inconsistent.insert(table.keyAt(finding.index));
+      case RowFinding::Kind::inconsistent:
+        inconsistent.insert(finding.key);
         break;
-      case Finding::Kind::missing:
-        missing.insert(table.keyAt(finding.index));
+      case RowFinding::Kind::missing:
+        missing.insert(finding.key.is_null() ? finding.holds : finding.key);
         break;
-      case Finding::Kind::unexpected:
-        unexpected.insert(finding.index);
+      case RowFinding::Kind::unexpected:
+        unexpected.insert(*finding.index);
         break;
-      case Finding::Kind::unreadable:
-        unreadable.insert(finding.index);
+      case RowFinding::Kind::unreadable:
+        unreadable.insert(*finding.index);
         break;
     }
+    if (finding.corrupt) corrupt.insert(*finding.index);
+    if (finding.index) differences.push_back(findingLine(finding));
   }
   Json line = {{"op", "sync"},
                {"table", table.name()},
@@ -237,6 +258,8 @@ void EventRunner::sync(const Json& event) {
                {"inconsistent", inconsistent},
                {"missing", missing},
                {"unexpected", unexpected}};
+  if (!corrupt.empty()) line["corrupt"] = corrupt;
+  if (!differences.empty()) line["differences"] = differences;
   if (!unreadable.empty()) line["unreadable"] = unreadable;
   tell(event,
        "audited: " + count(inconsistent.size(), "inconsistent entry", "inconsistent entries") +

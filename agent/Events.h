@@ -7,6 +7,9 @@
 
 namespace VelaAgent {
 
+/// A finding of an audit, its fields' values in hexadecimal.
+Json findingLine(const RowFinding& finding);
+
 /// Applies events, one JSON object each, to an agent's tables and to the switch under them.
 class EventRunner {
  public:
@@ -24,6 +27,9 @@ class EventRunner {
   void warningListenerIs(WarningListener listener) { warn_ = std::move(listener); }
   void resultListenerIs(ResultListener listener) { result_ = std::move(listener); }
   void storyListenerIs(StoryListener listener) { story_ = std::move(listener); }
+  /// Whether events other than announcements and withdrawals are passed over: what is left says
+  /// what is desired.
+  void desiresOnlyIs(bool only) { desiresOnly_ = only; }
   /// Whether a refusal lists the keys of the entries that it competes with.
   void explainIs(bool explain) { explain_ = explain; }
 
@@ -59,6 +65,7 @@ class EventRunner {
   StoryListener story_;
   WarningListener warn_;
   bool explain_ = false;
+  bool desiresOnly_ = false;
   U64 number_ = 0;
   U64 refused_ = 0;
   U64 unmet_ = 0;

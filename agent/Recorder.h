@@ -25,6 +25,8 @@ class Recorder final : public VelaSwitchApi::RegisterBus {
   /// `bus` must outlive the recorder.
   explicit Recorder(RegisterBus& bus) : bus_(bus) {}
 
+  /// While muted, row writes go nowhere and succeed: what is desired takes shape in software alone.
+  void mutedIs(bool muted) { muted_ = muted; }
   void listenerIs(Listener listener) { listener_ = std::move(listener); }
   const std::string& path(RegisterHandle handle) const { return paths_[handle]; }
   /// Row writes that succeeded, and their register writes.
@@ -44,6 +46,7 @@ class Recorder final : public VelaSwitchApi::RegisterBus {
     return handle;
   }
   bool rowIs(TableHandle table, HwIndex index, std::span<const RegisterValue> writes) override {
+    if (muted_) return true;
     const bool good = bus_.rowIs(table, index, writes);
     if (good) {
       ++rowWrites_;
@@ -66,6 +69,7 @@ class Recorder final : public VelaSwitchApi::RegisterBus {
   std::vector<VelaSwitchApi::HwTableIdentity> tables_;
   U64 rowWrites_ = 0;
   U64 registerWrites_ = 0;
+  bool muted_ = false;
 };
 
 }  // namespace VelaAgent

@@ -81,6 +81,12 @@ bool RouteAdapter::fills(const VelaSwitchApi::SwTable& table) const {
                      [&](const HwTableAdapter* level) { return level->fills(table); });
 }
 
+void RouteAdapter::forEachEntry(const EntryVisitor& visit) const {
+  for (const Key& key : writer_.routes().entries().keys()) {
+    visit(toJson(key), toJson(RouteWriter::nexthopOf(*writer_.routes().entry(key))));
+  }
+}
+
 std::vector<TableAdapter::Status> RouteAdapter::statuses() const {
   std::vector<Status> all;
   const auto& statuses = writer_.routes().entryStatuses();

@@ -27,6 +27,7 @@ class RouteAdapter final : public TableAdapter {
   bool pollHitBits(Orb::Seconds now) override;
   std::vector<Competitor> competing(const Json& key) const override;
   bool fills(const VelaSwitchApi::SwTable& table) const override;
+  void forEachEntry(const EntryVisitor& visit) const override;
   std::vector<Status> statuses() const override;
   U32 entries() const override { return writer_.routes().entries().size(); }
   U32 programmed() const override;

@@ -74,6 +74,10 @@ LpmResult RouteWriter::resultOf(NexthopIndexes nexthop, U8 prefixLen) {
   return result;
 }
 
+NexthopIndexes RouteWriter::nexthopOf(const LpmResult& result) {
+  return result.cellResult(routeCell).nexthopIndexes();
+}
+
 RouteWriter::Level& RouteWriter::levelFor(U8 prefixLen) const {
   constexpr U8 step = LpmLevel::prefixRange + 1;
   return *levels_[static_cast<std::size_t>(prefixLen - firstKeyLength - 1) / step];

@@ -38,6 +38,9 @@ class RouteWriter final : private Orb::KeyObserver<VelaSwitch::LpmKey> {
   /// What a whole route is announced as.
   static VelaSwitchTable::LpmResult resultOf(VelaSwitch::NexthopIndexes nexthop, U8 prefixLen);
 
+  /// The other way round.
+  static VelaSwitch::NexthopIndexes nexthopOf(const VelaSwitchTable::LpmResult& result);
+
   /// Writes a route's cells again where they are not what they should be.
   void handleRoute(const Key& key);
   /// Tries waiting keys again in levels that lost entries, and looks again at routes that failed.

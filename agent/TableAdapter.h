@@ -58,6 +58,9 @@ class TableAdapter {
   /// Whether what is announced here becomes entries of the table.
   virtual bool fills(const VelaSwitchApi::SwTable& table) const = 0;
 
+  /// Calls `visit(key, result)` for every entry.
+  using EntryVisitor = std::function<void(const Json& key, const Json& result)>;
+  virtual void forEachEntry(const EntryVisitor& visit) const = 0;
   /// Every entry's status, by key.
   virtual std::vector<Status> statuses() const = 0;
   virtual U32 entries() const = 0;
@@ -106,6 +109,7 @@ class PathAdapter final : public TableAdapter {
   bool pollHitBits(Orb::Seconds) override { refuse(); }
   std::vector<Competitor> competing(const Json&) const override { return {}; }
   bool fills(const VelaSwitchApi::SwTable&) const override { return false; }
+  void forEachEntry(const EntryVisitor&) const override {}
   std::vector<Status> statuses() const override { return {}; }
   U32 entries() const override { return 0; }
   U32 programmed() const override { return 0; }
@@ -115,6 +119,18 @@ class PathAdapter final : public TableAdapter {
   [[noreturn]] void refuse() const { throw InputException(name() + " can be looked up alone"); }
 
   Lookup lookup_;
+};
+
+/// What an audit found, for those who tell of it.
+struct RowFinding {
+  using Kind = VelaSwitchApi::AuditFinding::Kind;
+  Kind kind;
+  bool corrupt;  ///< No row of the table can hold this.
+  Json key;      ///< Whose row it is; null when no entry's.
+  Json holds;    ///< The key that a row of no entry's stands for or seems to hold.
+  const VelaSwitchApi::HwTableConfig* hwTable;
+  std::optional<HwIndex> index;  ///< Nothing for an entry that is in no row.
+  std::vector<VelaSwitchApi::FieldDifference> fields;
 };
 
 /// A software table with rows in hardware.
@@ -137,6 +153,15 @@ class HwTableAdapter : public TableAdapter {
   }
   bool pollHitBits(Orb::Seconds now) override { return convertor().pollHitBits(now); }
 
+  /// Compares the rows with what they should be.
+  void audit() { table().syncEntries(); }
+  /// Writes what the last audit found wrong.
+  void repair();
+  /// What the last audit found.
+  std::vector<RowFinding> findings() const;
+  /// Rows that were read and that no row of the table can be, with their hardware tables.
+  std::vector<std::pair<VelaSwitchApi::HwTableId, HwIndex>> corruptRows() const;
+
   /// The key's row, when it has one.
   virtual std::optional<Place> place(const Json& key) const = 0;
   /// The key of the software entry in a row, or null.
@@ -145,10 +170,12 @@ class HwTableAdapter : public TableAdapter {
   virtual bool listsRow(HwIndex index) const = 0;
   /// Whether another table declared the rows that this one uses.
   virtual bool borrowsRows() const { return false; }
+  /// The key that the row stands for or seems to hold, or null.
+  virtual Json decodedKey(HwIndex index) const = 0;
+  /// The key of an entry that has no row.
+  virtual Json keyOf(const VelaSwitchApi::HashBaseCuckooEntry& entry) const = 0;
   /// Way and row of an index, for hash tables.
   virtual std::optional<VelaSwitchApi::CuckooLocation> location(HwIndex index) const = 0;
-  /// The row's fields.
-  virtual VelaSwitchApi::RowLayout layout() const = 0;
 };
 
 /// Why the key of a hash table has no row.
@@ -196,6 +223,11 @@ class EntryAdapter : public HwTableAdapter {
   }
   Json lookup(VelaDevice::DataPath& dataPath, const Json& key) const override {
     return lookup_(dataPath, instance(), key);
+  }
+  void forEachEntry(const TableAdapter::EntryVisitor& visit) const override {
+    for (const Key& key : table_->entries().keys()) {
+      visit(keyToJson(key), toJson(*table_->entry(key)));
+    }
   }
   U32 entries() const override { return table_->entries().size(); }
   U32 programmed() const override {
@@ -249,12 +281,16 @@ class HashAdapter final : public EntryAdapter<typename Family::Table> {
   Json keyAt(HwIndex index) const override {
     const auto* entry = physical().entryAt(index);
     if (!entry || &entry->table() != &this->table()) return nullptr;
-    return this->keyToJson(static_cast<const typename Family::CuckooEntry*>(entry)->key());
+    return keyOf(*entry);
   }
-  bool listsRow(HwIndex index) const override {
-    const auto* entry = physical().entryAt(index);
-    return entry ? &entry->table() == &this->table() : physical().firstTable() == &this->table();
+  Json keyOf(const VelaSwitchApi::HashBaseCuckooEntry& entry) const override {
+    return this->keyToJson(static_cast<const typename Family::CuckooEntry&>(entry).key());
   }
+  Json decodedKey(HwIndex index) const override {
+    const auto entry = this->table().helper()->decodeHwEntry(index);
+    return entry->valid() ? keyOf(*entry) : Json(nullptr);
+  }
+  bool listsRow(HwIndex index) const override { return physical().owner(index) == &this->table(); }
   std::optional<VelaSwitchApi::CuckooLocation> location(HwIndex index) const override {
     return physical().location(index);
   }
@@ -272,10 +308,6 @@ class HashAdapter final : public EntryAdapter<typename Family::Table> {
   }
   bool borrowsRows() const override { return physical().firstTable() != &this->table(); }
   U64 moves() const override { return physical().engine().moves(); }
-  VelaSwitchApi::RowLayout layout() const override {
-    return static_cast<const VelaSwitchTable::VelaTableHashHelper&>(*this->table().helper())
-        .layout();
-  }
 
  protected:
   EntryProgrammedStatus status(const Key& key) const override {
@@ -324,6 +356,8 @@ class IndexedAdapter : public EntryAdapter<typename Family::Table> {
     const Key key = Family::keyOf(index);
     return this->table().entry(key) ? toJson(key) : Json(nullptr);
   }
+  Json decodedKey(HwIndex index) const override { return toJson(Family::keyOf(index)); }
+  Json keyOf(const VelaSwitchApi::HashBaseCuckooEntry&) const override { return nullptr; }
   bool listsRow(HwIndex) const override { return true; }
   std::optional<VelaSwitchApi::CuckooLocation> location(HwIndex) const override {
     return std::nullopt;
@@ -336,7 +370,6 @@ class IndexedAdapter : public EntryAdapter<typename Family::Table> {
     }
     return all;
   }
-  VelaSwitchApi::RowLayout layout() const override { return this->table().rowLayout(); }
 
  protected:
   /// Such tables keep no status records: an entry is in hardware unless its key is marked.

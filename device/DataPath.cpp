@@ -59,7 +59,7 @@ std::optional<HashTestHit> DataPath::hashTest(U32 key) {
     const U32 index = way * 8 + (key >> (3 * way) & 7);
     const U32* row = table->row(index);
     if (!row || row[0] != key) continue;
-    table->hit[index] = 1;
+    table->hit(index) = 1;
     return HashTestHit{row[1]};
   }
   return std::nullopt;
@@ -125,7 +125,7 @@ std::optional<VlanHit> DataPath::vlanRow(U32 table, Bridging::VlanId vid) {
   }
 
   const U32 format = profile_.registerFormat().major();
-  Bits row(words, memory->rowWords);
+  Bits row(words, memory->rowWords());
   if (format < 3 && !row.flag()) return std::nullopt;
   VlanHit hit;
   hit.permitMask = row.next(last - first + 1) << first;

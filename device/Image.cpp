@@ -1,119 +1,184 @@
-#include <fcntl.h>
-#include <unistd.h>
+#include "device/Image.h"
 
-#include <cstdio>
-#include <fstream>
-#include <sstream>
+#include <algorithm>
+#include <atomic>
+#include <cstring>
 
+#include "device/ControlWord.h"
 #include "device/SimulatedSwitch.h"
-
-// A saved switch is a text file:
-//
-//   vela-switch-image 1
-//   model NAME                                     the profile's name
-//   register VALUE PATH                            every register that is not 0
-//   table FAMILY INSTANCE ID LASTINDEX WORDS NAME  then the table's rows
-//   row INDEX HIT WORD...                          every row that was written
-//
-// Numbers are decimal but for register values and words, which are hexadecimal.
 
 namespace VelaDevice {
 namespace {
 
-constexpr const char* header = "vela-switch-image 1";
-constexpr U32 maxRows = 1u << 20;
-constexpr U32 maxWords = 8;
+[[noreturn]] void refuse(const std::string& why) {
+  throw ImageException("this is no saved switch: " + why);
+}
 
-[[noreturn]] void refuse(const std::string& file, U64 line, const std::string& why) {
-  throw ImageException(file + ":" + std::to_string(line) + ": " + why);
+bool terminated(const char (&text)[imageNameSize]) {
+  return std::memchr(text, 0, imageNameSize) != nullptr;
+}
+
+/// The next change to memory is not made before those that stand before it.
+void inOrder() { std::atomic_signal_fence(std::memory_order_seq_cst); }
+
+void copyName(char (&to)[imageNameSize], const std::string& name) {
+  if (name.size() >= imageNameSize) throw ImageException("\"" + name + "\" is too long a name");
+  std::copy(name.begin(), name.end(), to);
 }
 
 }  // namespace
 
-void SimulatedSwitch::save(const std::string& file) const {
-  const std::string beside = file + ".new";
-  std::FILE* out = std::fopen(beside.c_str(), "w");
-  if (!out) throw std::runtime_error("cannot write " + beside);
-  std::fprintf(out, "%s\n", header);
-  if (!model_.empty()) std::fprintf(out, "model %s\n", model_.c_str());
-  for (const auto& [path, handle] : registerHandles_) {
-    if (registers_[handle] != 0) {
-      std::fprintf(out, "register %x %s\n", registers_[handle], path.c_str());
-    }
-  }
-  for (const Table& table : tables_) {
-    std::fprintf(out, "table %s %u %u %u %u %s\n", table.identity.family.c_str(),
-                 table.identity.instance, table.identity.id, table.lastIndex, table.rowWords,
-                 table.identity.name.c_str());
-    for (HwIndex index = 0; index <= table.lastIndex; ++index) {
-      const U32* words = table.row(index);
-      if (!words) continue;
-      std::fprintf(out, "row %u %u", index, table.hit[index]);
-      for (U32 i = 0; i < table.rowWords; ++i) std::fprintf(out, " %x", words[i]);
-      std::fputc('\n', out);
-    }
-  }
-  bool good = std::ferror(out) == 0 && std::fflush(out) == 0 && fsync(fileno(out)) == 0;
-  good = std::fclose(out) == 0 && good;
-  if (!good || std::rename(beside.c_str(), file.c_str()) != 0) {
-    std::remove(beside.c_str());
-    throw std::runtime_error("cannot write " + file);
+SimulatedSwitch::SimulatedSwitch() { format(); }
+
+SimulatedSwitch::SimulatedSwitch(Memory memory) : memory_(std::move(memory)) {
+  if (memory_.size() == 0) {
+    format();
+  } else {
+    load();
   }
 }
 
-void SimulatedSwitch::load(const std::string& file) {
-  std::ifstream in(file);
-  if (!in) throw ImageException("cannot read " + file);
-  std::string text;
-  U64 line = 1;
-  if (!std::getline(in, text) || text != header) {
-    refuse(file, line, "this is not a saved switch");
+SimulatedSwitch::SimulatedSwitch(const SimulatedSwitch& other)
+    : memory_(other.memory_), state_(other.state_) {
+  for (Table& table : state_.tables) table.image = imageAt(table.place);
+}
+
+SimulatedSwitch& SimulatedSwitch::operator=(const SimulatedSwitch& other) {
+  if (this != &other) {
+    SimulatedSwitch copy(other);
+    std::swap(memory_, copy.memory_);
+    std::swap(state_, copy.state_);
   }
-  Table* table = nullptr;
-  while (std::getline(in, text)) {
-    ++line;
-    std::istringstream words(text);
-    std::string kind;
-    words >> kind;
-    if (kind == "model") {
-      if (!std::getline(words >> std::ws, model_)) refuse(file, line, "a model needs a name");
-    } else if (kind == "register") {
-      U32 value = 0;
-      std::string path;
-      if (!(words >> std::hex >> value >> path)) refuse(file, line, "a register needs value, path");
-      const RegisterHandle handle = registerIs(path);
-      registers_[handle] = value;
-    } else if (kind == "table") {
-      VelaSwitchApi::HwTableIdentity identity;
-      HwIndex lastIndex = 0;
-      U32 rowWords = 0;
-      if (!(words >> identity.family >> identity.instance >> identity.id >> lastIndex >> rowWords >>
-            identity.name) ||
-          lastIndex >= maxRows || rowWords > maxWords || tableHandles_.contains(identity.name)) {
-        refuse(file, line, "a table needs family, instance, id, last row, words and a new name");
-      }
-      table = &tables_[tableIs(identity, lastIndex)];
-      table->rowWords = rowWords;
-      table->words.resize(std::size_t{lastIndex + 1} * rowWords);
-    } else if (kind == "row" && table) {
-      HwIndex index = 0;
-      unsigned hit = 0;
-      if (!(words >> index >> hit) || index > table->lastIndex || hit > 1 || table->rowWords == 0) {
-        refuse(file, line, "a row needs an index of its table and a hit bit");
-      }
-      table->hit[index] = static_cast<U8>(hit);
-      table->present[index] = 1;
-      words >> std::hex;
-      for (U32 i = 0; i < table->rowWords; ++i) {
-        if (!(words >> table->words[std::size_t{index} * table->rowWords + i])) {
-          refuse(file, line, "the row has too few words");
-        }
-      }
-    } else {
-      refuse(file, line, "unknown line \"" + text.substr(0, 40) + "\"");
+  return *this;
+}
+
+ImageHeader& SimulatedSwitch::header() const {
+  return *reinterpret_cast<ImageHeader*>(memory_.bytes());
+}
+
+ImageTable* SimulatedSwitch::imageAt(U64 place) const {
+  return reinterpret_cast<ImageTable*>(memory_.bytes() + place);
+}
+
+void SimulatedSwitch::format() {
+  memory_.sizeIs(sizeof(ImageHeader));
+  header().used = sizeof(ImageHeader);
+  inOrder();
+  std::copy(std::begin(imageMagic), std::end(imageMagic), header().magic);
+}
+
+/// Takes up what the memory holds. It may come from anywhere: nothing in it is believed unseen.
+void SimulatedSwitch::load() {
+  if (memory_.size() < sizeof(ImageHeader)) refuse("it is too short");
+  ImageHeader& image = header();
+  if (std::all_of(image.magic, std::end(image.magic), [](char c) { return c == 0; })) {
+    return format();  // killed while it was made
+  }
+  if (!std::equal(std::begin(imageMagic), std::end(imageMagic), image.magic)) {
+    refuse("it begins with something else");
+  }
+  if (!terminated(image.model)) refuse("its model has no end");
+  if (image.used < sizeof(ImageHeader) || image.used > memory_.size()) refuse("it ends early");
+  for (std::size_t at = sizeof(ImageHeader); at != image.used;) {
+    const auto what = [&](const char* why) {
+      return "the table at byte " + std::to_string(at) + " " + why;
+    };
+    if (image.used - at < sizeof(ImageTable)) refuse(what("ends early"));
+    ImageTable* table = imageAt(at);
+    if (!terminated(table->family) || !terminated(table->name)) refuse(what("has no name"));
+    if (table->lastIndex >= imageMaxRows) refuse(what("has too many rows"));
+    if (image.used - at < table->size()) refuse(what("ends early"));
+    if (table->rowWords > VelaSwitchApi::maxRowWords) refuse(what("has rows too long"));
+    const U8* flags = table->present();
+    if (!std::all_of(flags, flags + 2 * table->rows(), [](U8 flag) { return flag <= 1; })) {
+      refuse(what("has rows that are neither written nor not"));
     }
-    if (std::string rest; words >> rest) refuse(file, line, "unexpected \"" + rest + "\"");
+    if (state_.tableHandles.contains(table->name)) refuse(what("has the name of another"));
+    tableAt(at);
+    at += table->size();
   }
+  if (image.pending.state == 1) {
+    const auto at = std::find_if(state_.tables.begin(), state_.tables.end(),
+                                 [&](const Table& t) { return t.place == image.pending.table; });
+    if (at == state_.tables.end() || image.pending.index > at->lastIndex ||
+        image.pending.words > VelaSwitchApi::maxRowWords) {
+      refuse("the row that was being written is none");
+    }
+    finishPending();
+  }
+}
+
+void SimulatedSwitch::modelIs(const std::string& model) {
+  const std::string known = header().model;
+  if (known.empty()) {
+    copyName(header().model, model);
+  } else if (known != model) {
+    throw ImageException("the saved switch is a " + known + ", not a " + model);
+  }
+}
+
+SimulatedSwitch::Table& SimulatedSwitch::tableAt(U64 place) {
+  ImageTable* image = imageAt(place);
+  Table table;
+  table.identity = {image->family, image->instance, image->id, image->name};
+  table.lastIndex = image->lastIndex;
+  table.control = ControlWord::of(table.identity.family);
+  table.place = place;
+  table.image = image;
+  state_.tableHandles.emplace(table.identity.name, static_cast<TableHandle>(state_.tables.size()));
+  return state_.tables.emplace_back(std::move(table));
+}
+
+SimulatedSwitch::TableHandle SimulatedSwitch::tableIs(
+    const VelaSwitchApi::HwTableIdentity& identity, HwIndex lastIndex) {
+  const auto known = state_.tableHandles.find(identity.name);
+  if (known != state_.tableHandles.end()) {
+    const Table& table = state_.tables[known->second];
+    if (table.lastIndex != lastIndex || table.identity.family != identity.family ||
+        table.identity.instance != identity.instance || table.identity.id != identity.id) {
+      throw ImageException("table " + identity.name +
+                           " is another one in the saved switch: it was saved with another "
+                           "profile");
+    }
+    return known->second;
+  }
+  ImageTable image{};
+  copyName(image.family, identity.family);
+  copyName(image.name, identity.name);
+  image.instance = identity.instance;
+  image.id = identity.id;
+  image.lastIndex = lastIndex;
+  const U64 place = header().used;
+  memory_.sizeIs(place + image.size());
+  *reinterpret_cast<ImageTable*>(memory_.bytes() + place) = image;
+  inOrder();
+  header().used = place + image.size();
+  tableAt(place);
+  return static_cast<TableHandle>(state_.tables.size() - 1);
+}
+
+/// A row changes as a whole: a process killed on the way leaves the old one or the new one.
+void SimulatedSwitch::writeRow(const Table& table, HwIndex index,
+                               std::span<const RegisterValue> writes) {
+  ImageHeader::Pending& pending = header().pending;
+  pending.table = table.place;
+  pending.index = index;
+  pending.words = static_cast<U32>(std::min<std::size_t>(writes.size(), std::size(pending.data)));
+  for (U32 i = 0; i < pending.words; ++i) pending.data[i] = writes[i].value;
+  inOrder();
+  pending.state = 1;
+  inOrder();
+  finishPending();
+}
+
+void SimulatedSwitch::finishPending() {
+  ImageHeader::Pending& pending = header().pending;
+  ImageTable* table = imageAt(pending.table);
+  if (table->rowWords == 0) table->rowWords = pending.words;
+  std::copy_n(pending.data, std::min(pending.words, table->rowWords), table->words(pending.index));
+  table->present()[pending.index] = 1;
+  inOrder();
+  pending.state = 0;
 }
 
 }  // namespace VelaDevice

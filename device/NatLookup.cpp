@@ -26,7 +26,7 @@ std::optional<Hit> search(SimulatedSwitch::Table* table, const U32 (&polynomials
     if (!words) continue;
     std::optional<Hit> hit = answer(Bits(words, 4));
     if (!hit) continue;
-    table->hit[index] = 1;
+    table->hit(index) = 1;
     return hit;
   }
   return std::nullopt;

@@ -92,7 +92,7 @@ std::optional<LpmRowHit> DataPath::lpmRow(std::string_view family, U32 vrf, Ipne
     SimulatedSwitch::Table* table = chip_.find(family, 0, 0);
     auto row = table ? stageRow(*table, stage, vrfBits(), vrf, address.number()) : std::nullopt;
     if (!row) return std::nullopt;
-    table->hit[row->index] = 1;
+    table->hit(row->index) = 1;
     LpmRowHit hit;
     for (int i = 0; i < 4; ++i) hit.cells.value.push_back(nextCell(row->cells, stage.base + 2));
     hit.cpuTrap = row->cells.flag();
@@ -133,7 +133,7 @@ std::optional<RouteHit> DataPath::route(U32 vrf, Ipnet::IpAddr address) {
     row->cells.skip(14 * (address.number() >> (30 - stage.base) & 3));
     const auto cell = nextCell(row->cells, stage.base + 2);
     if (!cell) continue;
-    table->hit[row->index] = 1;
+    table->hit(row->index) = 1;
     return cell;
   }
   const auto first = lpm11(vrf, address);
@@ -161,7 +161,7 @@ std::optional<MrouteHit> DataPath::sg(const VelaSwitch::MrouteKey& key) {
     return true;
   });
   if (!index) return std::nullopt;
-  table->hit[*index] = 1;
+  table->hit(*index) = 1;
   return hit;
 }
 
@@ -184,7 +184,7 @@ std::optional<MrouteHit> DataPath::starG(const VelaSwitch::MrouteKey& key) {
     return true;
   });
   if (!index) return std::nullopt;
-  table->hit[*index] = 1;
+  table->hit(*index) = 1;
   return hit;
 }
 

@@ -20,106 +20,72 @@ U32 blockNumber(std::string_view path) {
 
 }  // namespace
 
-void SimulatedSwitch::modelIs(const std::string& model) {
-  if (!model_.empty() && model_ != model) {
-    throw ImageException("the saved switch is a " + model_ + ", not a " + model);
-  }
-  model_ = model;
-}
-
 SimulatedSwitch::RegisterHandle SimulatedSwitch::registerIs(std::string_view path) {
-  const auto known = registerHandles_.find(path);
-  if (known != registerHandles_.end()) return known->second;
-  const auto handle = static_cast<RegisterHandle>(registers_.size());
-  registers_.push_back(0);
-  blocks_.push_back(blockNumber(path));
-  registerHandles_.emplace(path, handle);
-  return handle;
-}
-
-SimulatedSwitch::TableHandle SimulatedSwitch::tableIs(
-    const VelaSwitchApi::HwTableIdentity& identity, HwIndex lastIndex) {
-  const auto known = tableHandles_.find(identity.name);
-  if (known != tableHandles_.end()) {
-    if (tables_[known->second].lastIndex != lastIndex) {
-      throw ImageException("table " + identity.name + " has " +
-                           std::to_string(tables_[known->second].lastIndex + 1) +
-                           " rows in the saved switch, not " + std::to_string(lastIndex + 1) +
-                           ": it was saved with another profile");
-    }
-    return known->second;
-  }
-  const auto handle = static_cast<TableHandle>(tables_.size());
-  tables_.push_back({identity, lastIndex, 0, {}, {}, {}, ControlWord::of(identity.family)});
-  tables_.back().present.resize(lastIndex + 1);
-  tables_.back().hit.resize(lastIndex + 1);
-  tableHandles_.emplace(identity.name, handle);
+  const auto known = state_.registerHandles.find(path);
+  if (known != state_.registerHandles.end()) return known->second;
+  const auto handle = static_cast<RegisterHandle>(state_.registers.size());
+  state_.registers.push_back(0);
+  state_.blocks.push_back(blockNumber(path));
+  state_.registerHandles.emplace(path, handle);
   return handle;
 }
 
 bool SimulatedSwitch::rowIs(TableHandle handle, HwIndex index,
                             std::span<const RegisterValue> writes) {
-  Table& table = tables_[handle];
-  const bool fails = failWrites_ > 0 && goodWrites_ == 0;
-  if (fails) --failWrites_;
-  if (goodWrites_ > 0) --goodWrites_;
+  Table& table = state_.tables[handle];
+  const bool fails = state_.failWrites > 0 && state_.goodWrites == 0;
+  if (fails) --state_.failWrites;
+  if (state_.goodWrites > 0) --state_.goodWrites;
   const std::size_t reached =
-      fails ? std::min<std::size_t>(failAfterRegisters_, writes.size()) : writes.size();
+      fails ? std::min<std::size_t>(state_.failAfterRegisters, writes.size()) : writes.size();
   for (std::size_t i = 0; i < reached; ++i) {
-    registers_[writes[i].reg] = writes[i].value;
+    state_.registers[writes[i].reg] = writes[i].value;
     if (i + 1 == writes.size()) commit(table, index, writes);
-    if (observer_) observer_(table, index);
+    if (state_.observer) state_.observer(table, index);
   }
-  registerWrites_ += reached;
+  state_.registerWrites += reached;
   if (fails) return false;
-  ++rowWrites_;
+  ++state_.rowWrites;
   return true;
 }
 
 void SimulatedSwitch::commit(Table& table, HwIndex index, std::span<const RegisterValue> writes) {
   if (table.control) {
-    const auto selected = table.control->select(writes.back().value, blocks_[writes.back().reg]);
+    const auto selected =
+        table.control->select(writes.back().value, state_.blocks[writes.back().reg]);
     if (!selected || *selected > table.lastIndex) return;
     index = *selected;
   }
-  if (table.rowWords == 0) {
-    table.rowWords = static_cast<U32>(writes.size());
-    table.words.resize(std::size_t{table.lastIndex + 1} * table.rowWords);
-  }
-  U32* words = &table.words[std::size_t{index} * table.rowWords];
-  for (std::size_t i = 0; i < std::min<std::size_t>(writes.size(), table.rowWords); ++i) {
-    words[i] = writes[i].value;
-  }
-  table.present[index] = 1;
+  writeRow(table, index, writes);
 }
 
 SimulatedSwitch::Read SimulatedSwitch::row(TableHandle handle, HwIndex index,
                                            std::span<RegisterValue> values) {
-  if (failReads_ > 0) {
-    --failReads_;
+  if (state_.failReads > 0) {
+    --state_.failReads;
     return Read::failed;
   }
-  const Table& table = tables_[handle];
+  const Table& table = state_.tables[handle];
   const U32* words = table.row(index);
   if (!words) return Read::absent;
-  for (std::size_t i = 0; i < std::min<std::size_t>(values.size(), table.rowWords); ++i) {
+  for (std::size_t i = 0; i < std::min<std::size_t>(values.size(), table.rowWords()); ++i) {
     values[i].value = words[i];
   }
   return Read::held;
 }
 
 bool SimulatedSwitch::hitBits(TableHandle handle, HwIndex first, std::span<RegisterValue> values) {
-  if (failReads_ > 0) {
-    --failReads_;
+  if (state_.failReads > 0) {
+    --state_.failReads;
     return false;
   }
-  Table& table = tables_[handle];
+  Table& table = state_.tables[handle];
   for (RegisterValue& value : values) {
     value.value = 0;
     for (U32 bit = 0; bit < 32; ++bit, ++first) {
       if (first > table.lastIndex) continue;
-      value.value |= U32{table.hit[first]} << bit;
-      table.hit[first] = 0;
+      value.value |= U32{table.hit(first)} << bit;
+      table.hit(first) = 0;
     }
   }
   return true;
@@ -127,27 +93,28 @@ bool SimulatedSwitch::hitBits(TableHandle handle, HwIndex first, std::span<Regis
 
 SimulatedSwitch::Table* SimulatedSwitch::find(std::string_view family, U32 instance,
                                               VelaSwitchApi::HwTableId id) {
-  const auto table = std::find_if(tables_.begin(), tables_.end(), [&](const Table& t) {
+  const auto table = std::find_if(state_.tables.begin(), state_.tables.end(), [&](const Table& t) {
     return t.identity.family == family && t.identity.instance == instance && t.identity.id == id;
   });
-  return table == tables_.end() ? nullptr : &*table;
+  return table == state_.tables.end() ? nullptr : &*table;
 }
 
 U32 SimulatedSwitch::registerValue(std::string_view path) const {
-  const auto handle = registerHandles_.find(path);
-  return handle == registerHandles_.end() ? 0 : registers_[handle->second];
+  const auto handle = state_.registerHandles.find(path);
+  return handle == state_.registerHandles.end() ? 0 : state_.registers[handle->second];
 }
 
 void SimulatedSwitch::failWritesIs(U32 count, U32 registers, U32 good) {
-  goodWrites_ = good;
-  failWrites_ = count;
-  failAfterRegisters_ = registers;
+  state_.goodWrites = good;
+  state_.failWrites = count;
+  state_.failAfterRegisters = registers;
 }
 
 bool SimulatedSwitch::flipBit(TableHandle handle, HwIndex index, U32 word, U32 bit) {
-  Table& table = tables_[handle];
-  if (!table.row(index) || word >= table.rowWords || bit >= 32) return false;
-  table.words[std::size_t{index} * table.rowWords + word] ^= 1u << bit;
+  Table& table = state_.tables[handle];
+  U32* words = table.row(index);
+  if (!words || word >= table.rowWords() || bit >= 32) return false;
+  words[word] ^= 1u << bit;
   return true;
 }
 

@@ -7,12 +7,13 @@
 #include <vector>
 
 #include "VelaSwitchApi/RegisterBus.h"
+#include "device/Image.h"
 
 namespace VelaDevice {
 
 struct ControlWord;
 
-/// A saved switch that cannot be read. The text names file and line.
+/// A saved switch that cannot be read, or is not the one that is wanted.
 class VELA_EXPORT ImageException : public std::runtime_error {
  public:
   using runtime_error::runtime_error;
@@ -24,6 +25,8 @@ class VELA_EXPORT ImageException : public std::runtime_error {
 /// A row lands where its control word says, as in hardware, not where the caller says it belongs:
 /// a wrong control word puts it into the wrong row. It is taken over with the last register of the
 /// write; until then lookups see the old row.
+///
+/// Rows and hit bits live in a Memory and so can outlive the process, whatever becomes of it.
 class VELA_EXPORT SimulatedSwitch final : public VelaSwitchApi::RegisterBus {
  public:
   using HwIndex = VelaSwitchApi::HwIndex;
@@ -32,18 +35,30 @@ class VELA_EXPORT SimulatedSwitch final : public VelaSwitchApi::RegisterBus {
   struct Table {
     VelaSwitchApi::HwTableIdentity identity;
     HwIndex lastIndex = 0;
-    U32 rowWords = 0;  ///< Registers of a row; known with the first write.
-    std::vector<U32> words;
-    std::vector<U8> present;
-    std::vector<U8> hit;
     const ControlWord* control = nullptr;  ///< How writes name their row; null: as the caller says.
+    U64 place = 0;                         ///< Where the table stands in the memory.
+    ImageTable* image = nullptr;
 
+    /// Registers of a row; 0 until the first is written.
+    U32 rowWords() const { return image->rowWords; }
     /// The words of a row, or null when it was never written.
-    const U32* row(HwIndex index) const {
-      return index <= lastIndex && present[index] != 0 ? &words[std::size_t{index} * rowWords]
-                                                       : nullptr;
+    U32* row(HwIndex index) const {
+      return index <= lastIndex && image->present()[index] != 0 ? image->words(index) : nullptr;
     }
+    U8& hit(HwIndex index) const { return image->hit()[index]; }
   };
+
+  /// A new switch.
+  SimulatedSwitch();
+  /// The switch in the memory, a new one if it is empty. Throws ImageException when it holds
+  /// something else.
+  explicit SimulatedSwitch(Memory memory);
+  /// A copy has the same rows in memory of its own.
+  SimulatedSwitch(const SimulatedSwitch& other);
+  SimulatedSwitch& operator=(const SimulatedSwitch& other);
+
+  /// Whether tables were ever declared: a switch that was in use.
+  bool used() const { return !state_.tables.empty(); }
 
   /// Says which model of the switch this is, by its profile's name. A saved switch of another
   /// model throws ImageException: its rows mean something else.
@@ -64,41 +79,48 @@ class VELA_EXPORT SimulatedSwitch final : public VelaSwitchApi::RegisterBus {
   /// were written.
   void failWritesIs(U32 count, U32 registers = 0, U32 good = 0);
   /// The next `count` row reads, and reads of hit bits, fail.
-  void failReadsIs(U32 count) { failReads_ = count; }
+  void failReadsIs(U32 count) { state_.failReads = count; }
   /// Flips bit `bit` of word `word` (counted over the row's registers). False when there is no
   /// such bit or the row was never written.
   bool flipBit(TableHandle table, HwIndex index, U32 word, U32 bit);
 
   /// Called after every single register write, with the table and row being written.
   using WriteObserver = std::function<void(const Table&, HwIndex)>;
-  void writeObserverIs(WriteObserver observer) { observer_ = std::move(observer); }
+  void writeObserverIs(WriteObserver observer) { state_.observer = std::move(observer); }
 
   /// Row writes that reached the switch, and their register writes.
-  U64 rowWrites() const { return rowWrites_; }
-  U64 registerWrites() const { return registerWrites_; }
-
-  /// Saves everything into a file: written beside it and renamed, so that the file is always a
-  /// whole image. Throws std::runtime_error when it cannot be written.
-  void save(const std::string& file) const;
-  /// Loads a saved image into this switch, which must be new. Throws ImageException.
-  void load(const std::string& file);
+  U64 rowWrites() const { return state_.rowWrites; }
+  U64 registerWrites() const { return state_.registerWrites; }
 
  private:
+  ImageHeader& header() const;
+  void format();
+  void load();
+  Table& tableAt(U64 place);
+  void writeRow(const Table& table, HwIndex index, std::span<const RegisterValue> writes);
+  void finishPending();
   void commit(Table& table, HwIndex index, std::span<const RegisterValue> writes);
 
-  std::string model_;
-  std::map<std::string, RegisterHandle, std::less<>> registerHandles_;
-  std::vector<U32> registers_;
-  std::vector<U32> blocks_;  ///< By register: the number of its block.
-  std::map<std::string, TableHandle, std::less<>> tableHandles_;
-  std::vector<Table> tables_;
-  U32 goodWrites_ = 0;  ///< Row writes that work before the next one that fails.
-  U32 failWrites_ = 0;
-  U32 failAfterRegisters_ = 0;
-  U32 failReads_ = 0;
-  WriteObserver observer_;
-  U64 rowWrites_ = 0;
-  U64 registerWrites_ = 0;
+  ImageTable* imageAt(U64 place) const;
+
+  /// What goes with the process.
+  struct State {
+    std::map<std::string, RegisterHandle, std::less<>> registerHandles;
+    std::vector<U32> registers;
+    std::vector<U32> blocks;  ///< By register: the number of its block.
+    std::map<std::string, TableHandle, std::less<>> tableHandles;
+    std::vector<Table> tables;
+    U32 goodWrites = 0;  ///< Row writes that work before the next one that fails.
+    U32 failWrites = 0;
+    U32 failAfterRegisters = 0;
+    U32 failReads = 0;
+    WriteObserver observer;
+    U64 rowWrites = 0;
+    U64 registerWrites = 0;
+  };
+
+  Memory memory_;
+  State state_;
 };
 
 }  // namespace VelaDevice

@@ -249,7 +249,7 @@ TEST_F(Direct, failuresAreMarkedAndMended) {
 
 TEST_F(Direct, aRestartWritesWhatOneHardwareTableLacks) {
   table->entryIs(5, 77);
-  chip.chip.find("Tiny", 0, 1)->present[5] = 0;
+  chip.chip.find("Tiny", 0, 1)->image->present()[5] = 0;
   const U64 writes = chip.chip.rowWrites();
   chip.types = Orb::make<SwTableTypes>(chip.profile, chip.chip);
   const auto again = Orb::make<tiny::Table>();

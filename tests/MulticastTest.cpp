@@ -96,7 +96,7 @@ TEST(StarG, aValidRowWithoutTheTagIsAnInternalError) {
   Chip chip;
   const auto table = StarGTableIs("starG");
   chip.start(*table);
-  table->profileConvertorPtr()->hwTable(0)->image(77)[0] = 1u << 29;
+  table->profileConvertorPtr()->hwTable(0)->image(77)[0] = 1u << 29 | 1;  // of even parity
   EXPECT_THAT(VelaTest::fatalText([&] { table->helper()->decodeHwEntry(77); }),
               HasSubstr("!valid || multicast"));
 }

@@ -14,7 +14,8 @@ struct Announcement {
 
 // Worked out by a script of its own from the tables of the registers.
 constexpr Announcement announcements[] = {
-    {"vela-48-5.1", R"({"table":"NativeVlan","key":46,"result":{,"dei":1,"pcp":6}})",
+    {"vela-48-5.1",
+     R"({"table":"NativeVlan","key":46,"result":{"nativeVlanId":1234,"dei":1,"pcp":6}})",
      "egress/port[46]/vlan_tci=d4d2 pipeline[1]/port[46]/default_vlan=d4d2"},
     {"vela-48-5.1",
      R"({"table":"FloodSet","key":77,"result":{"uucPortMask":"0x800000000005","umcPortMask":"0x400000000003"}})",
@@ -63,7 +64,8 @@ constexpr Announcement announcements[] = {
      "ingress/rate_limiter[0]/l2_packet_limit=200063 "
      "ingress/rate_limiter[1]/l2_packet_limit=200063 "
      "cpu_tx_pipeline[0]/rate_limiter/l2_packet_limit=200096"},
-    {"vela-48-4.1", R"({"table":"NativeVlan","key":46,"result":{,"dei":1,"pcp":6}})",
+    {"vela-48-4.1",
+     R"({"table":"NativeVlan","key":46,"result":{"nativeVlanId":1234,"dei":1,"pcp":6}})",
      "egress/port[46]/vlan_tci=d4d2 pipeline[1]/port[46]/default_vlan=d4d2"},
     {"vela-48-4.1",
      R"({"table":"FloodSet","key":77,"result":{"uucPortMask":"0x800000000005","umcPortMask":"0x400000000003"}})",
@@ -108,7 +110,8 @@ constexpr Announcement announcements[] = {
      "pipeline[0]/rate_limiter/l2_packet_limit=294 "
      "pipeline[1]/rate_limiter/l2_packet_limit=294 "
      "cpu_tx_pipeline[0]/rate_limiter/l2_packet_limit=3e8"},
-    {"vela-20-4.0", R"({"table":"NativeVlan","key":18,"result":{,"dei":1,"pcp":6}})",
+    {"vela-20-4.0",
+     R"({"table":"NativeVlan","key":18,"result":{"nativeVlanId":1234,"dei":1,"pcp":6}})",
      "egress/port[18]/vlan_tci=d4d2 pipeline[0]/port[18]/default_vlan=d4d2"},
     {"vela-20-4.0",
      R"({"table":"FloodSet","key":77,"result":{"uucPortMask":"0x80005","umcPortMask":"0x40003"}})",
@@ -135,7 +138,8 @@ constexpr Announcement announcements[] = {
     {"vela-20-4.0", R"({"table":"Copp","key":4,"result":{"result":1000}})",
      "pipeline[0]/rate_limiter/packet_forwarding_limit=3e8 "
      "cpu_tx_pipeline[0]/rate_limiter/packet_forwarding_limit=3e8"},
-    {"vela-24-4.0", R"({"table":"NativeVlan","key":22,"result":{,"dei":1,"pcp":6}})",
+    {"vela-24-4.0",
+     R"({"table":"NativeVlan","key":22,"result":{"nativeVlanId":1234,"dei":1,"pcp":6}})",
      "egress/port[22]/vlan_tci=d4d2 pipeline[1]/port[22]/default_vlan=d4d2"},
     {"vela-24-4.0",
      R"({"table":"FloodSet","key":77,"result":{"uucPortMask":"0x800005","umcPortMask":"0x400003"}})",

@@ -242,7 +242,7 @@ TEST(Restart, anEntryInTwoRowsIsKeptOnce) {
   }
   auto* memory = chip.chip.find("HashTest", 0, 0);
   const U32 rowInWay1 = 8;
-  std::copy_n(memory->row(0), 2, &memory->words[rowInWay1 * 3]);
+  std::copy_n(memory->row(0), 2, memory->row(rowInWay1));
   ASSERT_EQ(memory->row(rowInWay1)[0], 0u);
 
   chip.types = Orb::make<VelaSwitchApi::SwTableTypes>(chip.profile, chip.chip);
@@ -286,8 +286,8 @@ TEST(Restart, aRowInTheWrongPlaceIsCleared) {
   U32 from = 0;
   while ((memory->row(from)[2] >> 28 & 1) == 0) ++from;
   const U32 to = (from + 1) % 2048;
-  std::copy_n(memory->row(from), 4, &memory->words[to * memory->rowWords]);
-  std::fill_n(&memory->words[from * memory->rowWords], 4, 0);
+  std::copy_n(memory->row(from), 4, memory->row(to));
+  std::fill_n(memory->row(from), 4, 0);
 
   chip.types = Orb::make<VelaSwitchApi::SwTableTypes>(chip.profile, chip.chip);
   const auto table = aclHashTableFactory("acl", 0, 0);
@@ -304,11 +304,10 @@ TEST(Audit, tellsWhatDiffersAndChangesNothing) {
   for (const U32 key : {1u, 2u, 3u}) table->entryIs(HashTestKey{key}, HashTestResult{key});
   const auto handle = table->profileConvertor().hwTable(0)->busHandle();
   auto* memory = chip.chip.find("HashTest", 0, 0);
-  chip.chip.flipBit(handle, 1, 1, 30);                        // key 1's result
-  std::copy_n(memory->row(0) + 0, 2, &memory->words[2 * 3]);  // key 2's row is emptied
-  memory->words[2 * 3] = ~2u;
-  memory->words[2 * 3 + 1] = 0;
-  memory->words[12 * 3] = 0x20;  // a row nobody asked for
+  chip.chip.flipBit(handle, 1, 1, 30);  // key 1's result
+  memory->row(2)[0] = ~2u;              // key 2's row is emptied
+  memory->row(2)[1] = 0;
+  memory->row(12)[0] = 0x20;  // a row nobody asked for
   const U64 writes = chip.chip.rowWrites();
   table->syncEntries();
   std::map<U32, Kind> found;

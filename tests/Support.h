@@ -14,9 +14,9 @@
 namespace VelaTest {
 
 /// A fatal assertion, while a FatalGuard is alive.
-class Fatal : public std::runtime_error {
+class Fatal : public Orb::AssertionFailed {
  public:
-  using runtime_error::runtime_error;
+  using AssertionFailed::AssertionFailed;
 };
 
 /// Turns fatal assertions into exceptions.
@@ -24,9 +24,18 @@ class FatalGuard {
  public:
   FatalGuard()
       : previous_(Orb::assertHandlerIs([](const char* expression, const char* function) {
-          throw Fatal(std::string(expression) + " in " + function);
-        })) {}
+          last() = std::string(expression) + " in " + function;
+          throw Fatal(last());
+        })) {
+    last().clear();
+  }
   ~FatalGuard() { Orb::assertHandlerIs(previous_); }
+
+  /// What the last one said, also when someone caught it.
+  static std::string& last() {
+    static std::string text;
+    return text;
+  }
 
  private:
   Orb::AssertHandler previous_;
@@ -38,10 +47,9 @@ std::string fatalText(const Action& action) {
   FatalGuard guard;
   try {
     action();
-  } catch (const Fatal& fatal) {
-    return fatal.what();
+  } catch (const Fatal&) {
   }
-  return "";
+  return FatalGuard::last();
 }
 
 /// The text of the exception that `action` throws; empty when it throws none.
@@ -108,7 +116,7 @@ struct Chip {
   std::vector<U32> row(const char* family, U32 instance, U32 id, U32 index) {
     const auto* table = chip.find(family, instance, id);
     const U32* words = table ? table->row(index) : nullptr;
-    return words ? std::vector<U32>(words, words + table->rowWords) : std::vector<U32>{};
+    return words ? std::vector<U32>(words, words + table->rowWords()) : std::vector<U32>{};
   }
 };
 

@@ -69,15 +69,26 @@ void DirectBaseConvertor::initHwEntries(bool overwrite, U32 start) {
     for (HwIndex index = std::max(start, descriptor.first); index <= descriptor.last; ++index) {
       if (!overwrite && table->state(index) == HwTableConfig::Row::held) continue;
       if (overwrite) table->entryForget(index);
-      const auto entry = nullDirectEntry(index);
-      directTable()->updateDirectItem(*entry);
       U32 image[maxRowWords];
-      rowImage(*entry, index, image);
+      expectedImage(id, index, image);
       if (!table->entryIs(HwEntryConfig(index, image, maxRowWords))) {
-        directTable()->hwInconsistentEntryIsFromDirectItem(*entry);
+        directTable()->hwInconsistentEntryIsFromDirectItem(*nullDirectEntry(index));
       }
     }
   }
+}
+
+void DirectBaseConvertor::expectedImage(HwTableId, HwIndex index, U32* image) const {
+  const auto entry = nullDirectEntry(index);
+  directTable()->updateDirectItem(*entry);
+  rowImage(*entry, index, image);
+}
+
+void DirectBaseConvertor::repair(const AuditFinding& finding) {
+  if (finding.kind == AuditFinding::Kind::unreadable) return;
+  const auto entry = nullDirectEntry(finding.index);
+  directTable()->updateDirectItem(*entry);
+  directTable()->handleDirectEntry(*entry, 0);
 }
 
 void DirectBaseConvertor::syncEntries(U32 id) {
@@ -114,7 +125,7 @@ void DirectBaseConvertor::auditRow(HwTableConfig& table, HwIndex index) {
   rowImage(*entry, index, empty);
   directTable()->updateDirectItem(*entry);
   U32 expected[maxRowWords];
-  rowImage(*entry, index, expected);
+  expectedImage(id, index, expected);
   if (table.same(index, expected, table.image(index))) return;
   if (entry->valid()) {
     const bool missing =

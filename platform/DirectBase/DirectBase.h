@@ -67,6 +67,8 @@ class VELA_EXPORT DirectBaseConvertor : public VelaSwitchApi::SwTableProfileConv
  public:
   void initHwEntries(bool overwrite, U32 start) override;
   void syncEntries(U32 table) override;
+  void expectedImage(HwTableId table, HwIndex index, U32* image) const override;
+  void repair(const VelaSwitchApi::AuditFinding& finding) override;
 
   virtual HwIndex hwIndexFromItem(const DirectBaseEntry& entry) const = 0;
   /// Writes the bits of a row that depend on its place alone.

@@ -57,9 +57,9 @@ void PhysicalHashTableConvertor::syncEntries(U32 id) {
   U32 expected[maxRowWords];
   for (HwIndex index = 0; index < physical_->engine().capacity(); ++index) {
     HashBaseCuckooEntry* entry = physical_->entryAt(index);
-    const bool ours = !entry || &entry->table() == swTable();
-    if (!ours) continue;
+    if (entry && &entry->table() != swTable()) continue;
     const RegisterBus::Read read = table.readEntry(index);
+    if (!entry && physical_->owner(index) != swTable()) continue;
     physical_->expectedImage(index, expected);
     if (read == RegisterBus::Read::failed) {
       auditFindingIs({AuditFinding::Kind::unreadable, id, index});
@@ -76,6 +76,42 @@ void PhysicalHashTableConvertor::syncEntries(U32 id) {
       auditFindingIs({AuditFinding::Kind::unexpected, id, index});
     }
   }
+  if (id != hwTables().begin()->first) return;
+  for (const HashBaseCuckooEntry* entry : physical_->missing()) {
+    if (&entry->table() != swTable()) continue;
+    auditFindingIs({.kind = AuditFinding::Kind::missing,
+                    .table = id,
+                    .index = AuditFinding::noRow,
+                    .entry = entry});
+  }
+}
+
+void PhysicalHashTableConvertor::expectedImage(HwTableId, HwIndex index, U32* image) const {
+  physical_->expectedImage(index, image);
+}
+
+const RowLayout& PhysicalHashTableConvertor::rowLayout(HwTableId, HwIndex) const {
+  return static_cast<const HashBaseTable*>(swTable())->helper()->layout();
+}
+
+bool PhysicalHashTableConvertor::rowSound(HwTableId table, HwIndex index) const {
+  const HwTableConfig& rows = *hwTable(table);
+  return static_cast<const HashBaseTable*>(swTable())->helper()->rowSound(rows.image(index));
+}
+
+void PhysicalHashTableConvertor::repair(const AuditFinding& finding) {
+  if (finding.kind == AuditFinding::Kind::unreadable) return;
+  const HashBaseCuckooEntry* entry =
+      finding.entry ? finding.entry : physical_->entryAt(finding.index);
+  if (entry) {
+    entry->table().handleHashItem(*entry);
+  } else {
+    physical_->clearRow(finding.index);
+  }
+}
+
+void PhysicalHashTableConvertor::takePlacement() {
+  if (physical_->firstTable() == swTable()) physical_->takePlacement();
 }
 
 void PhysicalHashTableConvertor::updateHashEntryCounter(const HashBaseCuckooEntry&, bool) {

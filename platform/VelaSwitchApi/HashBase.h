@@ -81,6 +81,11 @@ class VELA_EXPORT PhysicalHashTableConvertor : public SwTableProfileConvertor {
   void doInitTableStats() override;
   void initHwEntries(bool overwrite, U32 start) override;
   void syncEntries(U32 table) override;
+  void expectedImage(HwTableId table, HwIndex index, U32* image) const override;
+  const RowLayout& rowLayout(HwTableId table, HwIndex index) const override;
+  bool rowSound(HwTableId table, HwIndex index) const override;
+  void repair(const AuditFinding& finding) override;
+  void takePlacement() override;
 
   /// Places the entry (valid) or removes it (not valid), and writes the rows that change. How a
   /// placement went is the entry's programmedStatus(); false is an internal error.

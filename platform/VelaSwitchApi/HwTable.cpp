@@ -95,6 +95,16 @@ bool HwTableConfig::same(HwIndex index, const U32* a, const U32* b) const {
   return true;
 }
 
+std::array<U32, maxRowWords> HwTableConfig::differentBits(HwIndex index,
+                                                          const U32* expected) const {
+  std::array<U32, maxRowWords> bits{};
+  const U32* held = image(index);
+  for (const Mapped& m : mapped(index)) {
+    bits[m.word] = (held[m.word] ^ expected[m.word]) & ~staticWords_[m.word];
+  }
+  return bits;
+}
+
 bool HwTableConfig::entryIs(const HwEntryConfig& entry) {
   const U32 at = position(entry.index());
   U32* held = image(entry.index());

@@ -217,6 +217,9 @@ class VELA_EXPORT HwTableConfig : public Orb::PtrInterface {
 
   /// Whether the words with a register are the same, static bits aside.
   bool same(HwIndex index, const U32* a, const U32* b) const;
+  /// The bits in which the row's image differs from `expected`, in words with a register and
+  /// without the static bits.
+  std::array<U32, maxRowWords> differentBits(HwIndex index, const U32* expected) const;
 
   void staticWordIs(DataArrayIndex index, U32 mask) { staticWords_[index] = mask; }
 

@@ -1,6 +1,7 @@
 #include "VelaSwitchApi/PhysicalHashTable.h"
 
 #include <algorithm>
+#include <bit>
 #include <cstring>
 
 #include "VelaSwitch/Crc.h"
@@ -28,6 +29,7 @@ bool HashBaseCuckooEntry::isEqual(const Keel::Cuckoo::HashItem& other) const {
 }
 
 bool HashBaseHelper::entryOwned(HwIndex) const { return true; }
+bool HashBaseHelper::rowSound(const U32*) const { return true; }
 
 PhysicalHashTable::PhysicalHashTable(const PhysicalHashProperties& properties)
     : properties_(properties.fields()), engine_(properties.rowsPerWay(), properties.ways()) {}
@@ -61,6 +63,7 @@ void PhysicalHashTable::swTableDel(HashBaseTable* table) {
     if (entry && &entry->table() == table) engine_.remove(*entry);
   }
   std::erase_if(waiting_, owned);
+  std::erase_if(missing_, owned);
   for (StaleRow& row : staleRows_) {
     std::erase_if(row.holds, owned);
     std::erase_if(row.waits, owned);
@@ -326,6 +329,120 @@ void PhysicalHashTable::rebuild() {
     }
     if (first == RegisterBus::Read::held) adopt(index);
   }
+}
+
+void PhysicalHashTable::takePlacement() {
+  Entries homeless;
+  for (HwIndex index = 0; index < engine_.capacity(); ++index) {
+    for (const auto& table : hwTables_) table->readEntry(index);
+    if (HashBaseCuckooEntry* entry = entryAt(index)) homeless.emplace_back(entry);
+  }
+  for (const auto& entry : homeless) engine_.remove(*entry);
+  std::erase_if(homeless, [&](const auto& entry) {
+    for (U8 way = 0; way < engine_.ways(); ++way) {
+      const Location at = engine_.candidate(*entry, way);
+      if (!engine_.at(at) && holds(hwIndex(at), *entry)) return engine_.adopt(*entry, at);
+    }
+    return false;
+  });
+  takeDamagedRows(homeless);
+  missing_.clear();
+  for (const auto& entry : homeless) {
+    if (entry->placed()) continue;
+    entry->status_ = Status::notProgrammed;
+    missing_.push_back(entry);
+  }
+}
+
+/// Gives entries the rows that are nearest to them, the least damaged first. A row that is nearer
+/// to an empty one than to the entry is none of its.
+void PhysicalHashTable::takeDamagedRows(const Entries& homeless) {
+  struct Claim {
+    U32 damage;
+    Location at;
+    HashBaseCuckooEntry* entry;
+  };
+  std::vector<Claim> claims;
+  for (const auto& entry : homeless) {
+    for (U8 way = 0; way < engine_.ways(); ++way) {
+      const Location at = engine_.candidate(*entry, way);
+      const U32 bits = damage(hwIndex(at), *entry);
+      if (bits != ~0u) claims.push_back({bits, at, entry.get()});
+    }
+  }
+  std::stable_sort(claims.begin(), claims.end(),
+                   [](const Claim& a, const Claim& b) { return a.damage < b.damage; });
+  for (const Claim& claim : claims) {
+    if (claim.entry->placed() || !makeWay(hwIndex(claim.at))) continue;
+    engine_.adopt(*claim.entry, claim.at);
+  }
+}
+
+/// Whether the row is free, or the entry in it has another row that holds it: damage can make one
+/// entry's row look like another's.
+bool PhysicalHashTable::makeWay(HwIndex index) {
+  HashBaseCuckooEntry* entry = entryAt(index);
+  if (!entry) return true;
+  for (U8 way = 0; way < engine_.ways(); ++way) {
+    const Location at = engine_.candidate(*entry, way);
+    if (engine_.at(at) || !holds(hwIndex(at), *entry)) continue;
+    const Orb::Ptr<HashBaseCuckooEntry> keep(entry);
+    engine_.remove(*entry);
+    return engine_.adopt(*entry, at);
+  }
+  return false;
+}
+
+/// Whether a pipeline's row is the entry's as it should be.
+bool PhysicalHashTable::holds(HwIndex index, const HashBaseCuckooEntry& entry) const {
+  U32 image[maxRowWords];
+  pack(entry, location(index), image);
+  return std::any_of(hwTables_.begin(), hwTables_.end(), [&](const auto& table) {
+    return table->state(index) == HwTableConfig::Row::held &&
+           table->same(index, image, table->image(index));
+  });
+}
+
+/// How many bits the nearest pipeline's row is from the entry's; ~0 when all are nearer to empty.
+U32 PhysicalHashTable::damage(HwIndex index, const HashBaseCuckooEntry& entry) const {
+  const auto bits = [&](const HwTableConfig& table, const U32* image) {
+    U32 count = 0;
+    for (const U32 word : table.differentBits(index, image)) {
+      count += static_cast<U32>(std::popcount(word));
+    }
+    return count;
+  };
+  U32 image[maxRowWords];
+  U32 empty[maxRowWords];
+  pack(entry, location(index), image);
+  emptyImage(index, empty);
+  U32 least = ~0u;
+  for (const auto& table : hwTables_) {
+    const U32 count = bits(*table, image);
+    if (count < bits(*table, empty)) least = std::min(least, count);
+  }
+  return least;
+}
+
+std::vector<const HashBaseCuckooEntry*> PhysicalHashTable::missing() const {
+  std::vector<const HashBaseCuckooEntry*> entries;
+  for (const auto& entry : missing_) {
+    if (!entry->placed()) entries.push_back(entry.get());
+  }
+  return entries;
+}
+
+const HashBaseTable* PhysicalHashTable::owner(HwIndex index) const {
+  if (const HashBaseCuckooEntry* entry = entryAt(index)) return &entry->table();
+  const auto helper = std::find_if(helpers_.begin(), helpers_.end(),
+                                   [&](const auto& each) { return each->entryOwned(index); });
+  return helper == helpers_.end() ? firstTable() : (*helper)->swTable();
+}
+
+void PhysicalHashTable::clearRow(HwIndex index) {
+  staleRowIs(location(index));
+  clearStaleRows();
+  revisit();
 }
 
 /// Takes up what a row holds. A row that is not where its key belongs, or that repeats a key, is

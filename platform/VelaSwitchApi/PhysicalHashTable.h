@@ -86,6 +86,10 @@ class VELA_EXPORT HashBaseHelper : public Orb::PtrInterface {
   virtual Orb::Ptr<HashBaseCuckooEntry> nullHashEntry() const = 0;
   /// Unpacks the image of a row that was read back; the null entry for a row that holds none.
   virtual Orb::Ptr<HashBaseCuckooEntry> decodeHwEntry(HwIndex index) const = 0;
+  /// The fields of the rows.
+  virtual const RowLayout& layout() const = 0;
+  /// Whether the image is one that a row can have: its parity, if it has one, is right.
+  virtual bool rowSound(const U32* image) const;
 
   HashBaseTable* swTable() const { return swTable_; }
   /// Called by the framework before doInit().
@@ -181,6 +185,17 @@ class VELA_EXPORT PhysicalHashTable : public Orb::PtrInterface, private Keel::Cu
   /// Tries again what failed before: stale rows, and entries with hardwareError.
   void settle();
 
+  /// Puts the entries where the rows of hardware hold them. Nothing is written; the rows of all
+  /// pipelines are read. An entry that no row holds whole takes the row among its own that holds
+  /// most of it; one that none does is out of the table, and among the missing ones.
+  void takePlacement();
+  /// Entries that takePlacement() found no row for and that were not placed since.
+  std::vector<const HashBaseCuckooEntry*> missing() const;
+  /// The table that a row belongs to: that of the entry in it, or of what hardware holds there.
+  const HashBaseTable* owner(HwIndex index) const;
+  /// Empties a row that no entry lies in, whatever hardware holds.
+  void clearRow(HwIndex index);
+
  private:
   using Entries = std::vector<Orb::Ptr<HashBaseCuckooEntry>>;
 
@@ -208,6 +223,10 @@ class VELA_EXPORT PhysicalHashTable : public Orb::PtrInterface, private Keel::Cu
   bool unread(HwIndex index) const;
   void revisitIs(HashBaseCuckooEntry* entry) { revisit_.push_back(entry); }
   static void addOnce(Entries& entries, HashBaseCuckooEntry* entry);
+  bool holds(HwIndex index, const HashBaseCuckooEntry& entry) const;
+  U32 damage(HwIndex index, const HashBaseCuckooEntry& entry) const;
+  void takeDamagedRows(const Entries& homeless);
+  bool makeWay(HwIndex index);
   void revisit();
 
   PhysicalHashProperties::Fields properties_;
@@ -221,6 +240,7 @@ class VELA_EXPORT PhysicalHashTable : public Orb::PtrInterface, private Keel::Cu
   Entries waiting_;
   /// Entries whose tables are to handle them again once the operation under way is done.
   Entries revisit_;
+  Entries missing_;  ///< Entries that should be in hardware and are in no row.
   bool revisiting_ = false;
   /// The entry that the operation under way wrote last: when the next write fails, its old row may
   /// still hold it.

@@ -1,6 +1,7 @@
 #include "VelaSwitchApi/SwTable.h"
 
 #include <algorithm>
+#include <array>
 #include <utility>
 
 #include "VelaSwitchApi/PhysicalHashTable.h"
@@ -88,6 +89,56 @@ void SwTableProfileConvertor::handleHitBitEntry(HwTableId, HwIndex) {}
 void SwTableProfileConvertor::doInitTableStats() {}
 void SwTableProfileConvertor::doInitHwReadInfo() {}
 void SwTableProfileConvertor::handleInitialized() {}
+bool SwTableProfileConvertor::rowSound(HwTableId, HwIndex) const { return true; }
+void SwTableProfileConvertor::takePlacement() {}
+
+const RowLayout& SwTableProfileConvertor::rowLayout(HwTableId, HwIndex) const {
+  static const RowLayout none;
+  return none;
+}
+
+void SwTableProfileConvertor::auditFindingIs(AuditFinding finding) {
+  using Kind = AuditFinding::Kind;
+  if (finding.kind == Kind::inconsistent || finding.kind == Kind::unexpected) {
+    finding.corrupt = !rowSound(finding.table, finding.index);
+  }
+  findings_.push_back(finding);
+}
+
+std::vector<FieldDifference> SwTableProfileConvertor::differences(HwTableId id,
+                                                                  HwIndex index) const {
+  const HwTableConfig& table = *hwTable(id);
+  std::array<U32, maxRowWords> expected{};
+  std::array<U32, maxRowWords> found{};
+  expectedImage(id, index, expected.data());
+  std::array<U32, maxRowWords> open = table.differentBits(index, expected.data());
+  for (U8 word = 0; word < table.descriptor().rowWords; ++word) {
+    found[word] = expected[word] ^ open[word];
+  }
+  std::vector<FieldDifference> differences;
+  const auto add = [&](const std::string& field, U32 first, U32 last) {
+    const U64 should = bitStreamGet(expected.data(), first, last);
+    const U64 is = bitStreamGet(found.data(), first, last);
+    if (should != is) differences.push_back({field, should, is});
+    for (U32 bit = first; bit <= last; ++bit) open[bit / 32] &= ~(1u << bit % 32);
+  };
+  constexpr U32 part = 32;
+  for (const RowField& field : rowLayout(id, index).fields()) {
+    if (field.width < 64) {
+      if (field.width != 0) add(field.name, field.first, field.first + field.width - 1u);
+      continue;
+    }
+    for (U32 done = 0; done < field.width; done += part) {
+      const U32 last = std::min<U32>(done + part, field.width) - 1;
+      add(std::string(field.name) + "[" + std::to_string(done) + ":" + std::to_string(last) + "]",
+          field.first + done, field.first + last);
+    }
+  }
+  for (U32 bit = 0; bit < maxRowWords * 32; ++bit) {
+    if ((open[bit / 32] >> bit % 32 & 1) != 0) add(std::string("bit ").append(std::to_string(bit)), bit, bit);
+  }
+  return differences;
+}
 
 bool SwTableProfileConvertor::pollHitBits(Orb::Seconds now) {
   pollTime_ = now;

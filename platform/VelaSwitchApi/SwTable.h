@@ -11,6 +11,7 @@
 
 namespace VelaSwitchApi {
 
+class HashBaseCuckooEntry;
 class PhysicalHashTable;
 class PhysicalHashProperties;
 class SwTableProfileConvertor;
@@ -112,6 +113,13 @@ class VELA_EXPORT SwTable : public Orb::PtrInterface {
   bool hwTablesDuplicate_ = false;
 };
 
+/// One field of a row that differs from what it should be.
+struct FieldDifference {
+  std::string field;  ///< Of a field of more than 64 bits, a part of it.
+  U64 expected;
+  U64 found;
+};
+
 /// What an audit found in one row.
 struct AuditFinding {
   enum class Kind : U8 {
@@ -122,7 +130,12 @@ struct AuditFinding {
   };
   Kind kind;
   HwTableId table;
-  HwIndex index;
+  HwIndex index;         ///< noRow for an entry that has none.
+  bool corrupt = false;  ///< No row of the table can hold this: its parity is wrong, for one.
+  /// The entry that is missing when it has no row; it lives as long as its table holds it.
+  const HashBaseCuckooEntry* entry = nullptr;
+
+  static constexpr HwIndex noRow = ~HwIndex{0};
 };
 
 /// How full a hardware table is. `used` asks the placement itself, so it cannot drift.
@@ -150,6 +163,20 @@ class VELA_EXPORT SwTableProfileConvertor : public Orb::PtrInterface {
   virtual void syncEntries(U32 table) = 0;
   /// The table became initialized; the place to declare static words.
   virtual void handleInitialized();
+  /// The image that the row should have; maxRowWords of them.
+  virtual void expectedImage(HwTableId table, HwIndex index, U32* image) const = 0;
+  /// The row's fields.
+  virtual const RowLayout& rowLayout(HwTableId table, HwIndex index) const;
+  /// Whether the image of a row that was read is one that a row of this table can have.
+  virtual bool rowSound(HwTableId table, HwIndex index) const;
+  /// Writes what an audit found wrong; what could not be written stays marked.
+  virtual void repair(const AuditFinding& finding) = 0;
+  /// Where hardware decides which row an entry has: puts the entries where the rows hold them, as
+  /// far as they do. Nothing is written.
+  virtual void takePlacement();
+
+  /// The fields in which the row differs from the expected image.
+  std::vector<FieldDifference> differences(HwTableId table, HwIndex index) const;
 
   /// Reads all hit bits and records the hits with the time. False when a read failed.
   bool pollHitBits(Orb::Seconds now);
@@ -186,7 +213,7 @@ class VELA_EXPORT SwTableProfileConvertor : public Orb::PtrInterface {
   /// Notes a use of the (first) counter.
   void entryCounterUpdate(U32 used);
 
-  void auditFindingIs(AuditFinding finding) { findings_.push_back(finding); }
+  void auditFindingIs(AuditFinding finding);
   Orb::Seconds pollTime() const { return pollTime_; }
 
  private:

@@ -118,6 +118,33 @@ void writeStatuses(std::ostream& out, const Agent& agent) {
   }
 }
 
+bool writeEntries(std::ostream& out, std::ostream& problems, const Agent& agent,
+                  const std::string& only) {
+  if (!only.empty()) agent.table(only, 0);
+  bool good = true;
+  for (TableAdapter* table : agent.announced()) {
+    if (!only.empty() && table->name() != only) continue;
+    table->forEachEntry([&](const Json& key, const Json& result) {
+      out << Json{{"op", "set"},
+                  {"table", table->name()},
+                  {"instance", table->instance()},
+                  {"key", key},
+                  {"result", result}}
+                 .dump()
+          << '\n';
+    });
+    const HwTableAdapter* hardware = table->hardware();
+    if (!hardware) continue;
+    for (const auto& [id, index] : hardware->corruptRows()) {
+      good = false;
+      problems << table->name() << '/' << table->instance() << " row " << index
+               << " of hardware table "
+               << hardware->convertor().hwTable(id)->descriptor().identity.name << " is corrupt\n";
+    }
+  }
+  return good;
+}
+
 Json writeLine(const Agent& agent, U64 sequence, U64 event,
                const VelaAgent::Recorder::RowWrite& write) {
   Json registers = Json::array();
@@ -236,7 +263,8 @@ void writeLayout(std::ostream& out, const Agent& agent, const HwTableAdapter& ta
   out << table.name() << ", profile " << agent.profile().name() << ", registers "
       << registersOf(agent, hwTable) << "\n";
   out << format("%-11s %5s  %-24s %s\n", "bits", "width", "field", "register");
-  auto fields = table.layout().fields();
+  const auto& descriptor = hwTable.descriptor();
+  auto fields = table.convertor().rowLayout(descriptor.identity.id, descriptor.first).fields();
   std::stable_sort(fields.begin(), fields.end(),
                    [](const auto& a, const auto& b) { return a.first < b.first; });
   for (const auto& field : fields) {

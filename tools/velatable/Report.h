@@ -24,6 +24,11 @@ void writeStatuses(std::ostream& out, const VelaAgent::Agent& agent);
 VelaAgent::Json writeLine(const VelaAgent::Agent& agent, U64 sequence, U64 event,
                           const VelaAgent::Recorder::RowWrite& write);
 
+/// Writes every entry of the tables, or of one, as the event that announces it; to `problems` a
+/// line for each row that no entry can be read from. Returns whether there was none.
+bool writeEntries(std::ostream& out, std::ostream& problems, const VelaAgent::Agent& agent,
+                  const std::string& only);
+
 VelaAgent::Json summaryJson(const VelaAgent::Agent& agent, const RunFigures& figures);
 void writeSummary(std::ostream& out, const VelaAgent::Agent& agent, const RunFigures& figures);
 

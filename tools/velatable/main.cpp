@@ -6,6 +6,7 @@
 #include <fstream>
 #include <iostream>
 
+#include "AuditReport.h"
 #include "Report.h"
 #include "agent/Profiles.h"
 
@@ -46,14 +47,8 @@ class StderrSink final : public Twinlog::Sink {
   }
 };
 
-/// An invariant that an event broke. The tables are not to be used any more.
-class FatalException : public std::runtime_error {
- public:
-  using runtime_error::runtime_error;
-};
-
 void throwFatal(const char* expression, const char*) {
-  throw FatalException(std::string("fatal assertion \"") + expression + "\"");
+  throw Orb::AssertionFailed(std::string("fatal assertion \"") + expression + "\"");
 }
 
 /// Sets the levels of "HANDLE[/LEVEL][,…]"; a handle may be named without its "VelaTable".
@@ -140,7 +135,8 @@ bool applyFile(const std::string& name, VelaAgent::EventRunner& runner, bool kee
     };
     try {
       runner.apply(line);
-    } catch (const FatalException& error) {
+    } catch (const Orb::AssertionFailed& error) {
+      // The tables are not to be used any more.
       report(error);
       return false;
     } catch (const std::exception& error) {
@@ -151,23 +147,30 @@ bool applyFile(const std::string& name, VelaAgent::EventRunner& runner, bool kee
   return good;
 }
 
+/// The switch of a --device option. One that is to be looked at must be there already.
+VelaDevice::SimulatedSwitch openDevice(const std::string& device, bool existing = false) {
+  if (device == "sim" && !existing) return {};
+  if (!device.starts_with("sim:")) {
+    throw InputException(std::string("--device is ") + (existing ? "" : "\"sim\" or ") +
+                         "\"sim:FILE\", not \"" + device + "\"");
+  }
+  const std::string file = device.substr(4);
+  if (existing && !std::filesystem::exists(file)) throw InputException("cannot read " + file);
+  try {
+    return VelaDevice::SimulatedSwitch(VelaDevice::Memory(file));
+  } catch (const VelaDevice::ImageException& error) {
+    throw InputException(file + ": " + error.what());
+  }
+}
+
 int run(const RunOptions& options) {
   StderrSink traceSink;
   Twinlog::sinkIs(&traceSink);
   if (!options.trace.empty()) traceIs(options.trace);
   const auto profile = VelaAgent::loadProfile(options.profile);
 
-  VelaDevice::SimulatedSwitch chip;
-  std::string imageFile;
-  bool restart = false;
-  if (options.device.starts_with("sim:")) {
-    imageFile = options.device.substr(4);
-    restart = std::filesystem::exists(imageFile);
-    if (restart) chip.load(imageFile);
-  } else if (options.device != "sim") {
-    throw InputException("--device is \"sim\" or \"sim:FILE\", not \"" + options.device + "\"");
-  }
-
+  VelaDevice::SimulatedSwitch chip = openDevice(options.device);
+  const bool restart = chip.used();
   auto rows = outputFile(options.rows);
   auto writes = outputFile(options.writes);
   auto statuses = outputFile(options.status);
@@ -216,7 +219,6 @@ int run(const RunOptions& options) {
   figures.unmet = runner.unmet();
   if (rows) VelaTool::writeRows(*rows, agent);
   if (statuses) VelaTool::writeStatuses(*statuses, agent);
-  if (!imageFile.empty()) chip.save(imageFile);
   if (options.json) {
     std::cout << VelaTool::summaryJson(agent, figures).dump() << '\n';
   } else {
@@ -224,6 +226,43 @@ int run(const RunOptions& options) {
   }
   if (!good) return exitBadInput;
   return figures.refused > 0 || figures.unmet > 0 ? exitRefused : exitGood;
+}
+
+/// Prints what a saved switch holds, as events that would announce it.
+int decode(const RunOptions& options, const std::string& name) {
+  const auto profile = VelaAgent::loadProfile(options.profile);
+  const VelaDevice::SimulatedSwitch saved = openDevice(options.device, true);
+  VelaDevice::SimulatedSwitch chip(saved);
+  Agent agent(profile, chip);
+  agent.make();
+  agent.decode();
+  return VelaTool::writeEntries(std::cout, std::cerr, agent, name) ? exitGood : exitRefused;
+}
+
+/// Compares a saved switch with what events desire.
+int audit(const RunOptions& options, bool repair) {
+  const auto profile = VelaAgent::loadProfile(options.profile);
+  VelaDevice::SimulatedSwitch saved = openDevice(options.device, true);
+  std::optional<VelaDevice::SimulatedSwitch> copy;
+  if (!repair) copy.emplace(saved);
+  Agent agent(profile, copy ? *copy : saved);
+  agent.make();
+  agent.desireBegin();
+  VelaAgent::EventRunner runner(agent);
+  runner.desiresOnlyIs(true);
+  for (const std::string& file : options.events) {
+    if (!applyFile(file, runner, options.keepGoing)) return exitBadInput;
+  }
+  agent.desireEnd();
+
+  VelaTool::AuditReport report(std::cout, options.json, options.verbose);
+  for (const auto& table : agent.tables()) report.audit(*table);
+  if (repair) {
+    for (const auto& table : agent.tables()) table->repair();
+    for (const auto& table : agent.tables()) table->audit();
+  }
+  report.finish(agent, repair);
+  return report.found() == 0 ? exitGood : exitRefused;
 }
 
 int profiles(const std::string& name) {
@@ -321,6 +360,22 @@ int main(int argc, char** argv) {
   runCommand->add_flag("-v,--verbose", options.verbose, "tell what every event did");
 
   std::string name;
+  CLI::App* decodeCommand = app.add_subcommand(
+      "decode", "print the entries that a saved switch holds, from its registers alone");
+  decodeCommand->add_option("table", name, "table; all of them when none is named");
+  CLI::App* auditCommand = app.add_subcommand(
+      "audit", "compare a saved switch with what events desire; exit code 1 when they differ");
+  auditCommand->add_option("--events", options.events, "files of events, JSON lines")->required();
+  bool repair = false;
+  auditCommand->add_flag("--repair", repair, "write the rows that differ");
+  auditCommand->add_flag("--json", options.json, "print findings and summary as JSON lines");
+  auditCommand->add_flag("--keep-going", options.keepGoing, "report a bad event and go on");
+  auditCommand->add_flag("-v,--verbose", options.verbose, "print every finding");
+  for (CLI::App* command : {decodeCommand, auditCommand}) {
+    command->add_option("--device", options.device, "sim:FILE, the saved switch")->required();
+    command->add_option("--profile", options.profile, "built-in profile or JSON file")
+        ->capture_default_str();
+  }
   CLI::App* profilesCommand =
       app.add_subcommand("profiles", "list the built-in profiles, or print one as JSON");
   profilesCommand->add_option("name", name, "profile");
@@ -356,6 +411,8 @@ int main(int argc, char** argv) {
 
   try {
     if (*runCommand) return run(options);
+    if (*decodeCommand) return decode(options, name);
+    if (*auditCommand) return audit(options, repair);
     if (*profilesCommand) return profiles(name);
     if (*routesCommand) return routes(routesFile, vrf, nexthops);
     if (*tablesCommand) {

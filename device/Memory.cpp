@@ -1,0 +1,80 @@
+#include "device/Memory.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <stdexcept>
+#include <utility>
+
+namespace VelaDevice {
+
+Memory::Memory() { map(MAP_SHARED | MAP_ANONYMOUS | MAP_NORESERVE, -1); }
+
+Memory::Memory(const std::string& file) {
+  file_ = open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666);
+  if (file_ < 0) throw std::runtime_error("cannot open " + file);
+  struct stat status {};
+  std::string failure;
+  if (fstat(file_, &status) != 0 || !S_ISREG(status.st_mode)) {
+    failure = file + " is not a file";
+  } else if (flock(file_, LOCK_EX | LOCK_NB) != 0) {
+    failure = file + " is in use";
+  } else if (static_cast<std::size_t>(status.st_size) > maxSize) {
+    failure = file + " is too long";
+  }
+  if (!failure.empty()) {
+    close(file_);
+    throw std::runtime_error(failure);
+  }
+  size_ = static_cast<std::size_t>(status.st_size);
+  map(MAP_SHARED, file_);
+}
+
+Memory::~Memory() {
+  if (bytes_) munmap(bytes_, maxSize);
+  if (file_ >= 0) close(file_);
+}
+
+Memory::Memory(const Memory& other) : Memory() {
+  sizeIs(other.size_);
+  std::memcpy(bytes_, other.bytes_, size_);
+}
+
+Memory& Memory::operator=(const Memory& other) {
+  if (this != &other) *this = Memory(other);
+  return *this;
+}
+
+Memory::Memory(Memory&& other) noexcept
+    : bytes_(std::exchange(other.bytes_, nullptr)),
+      size_(std::exchange(other.size_, 0)),
+      file_(std::exchange(other.file_, -1)) {}
+
+Memory& Memory::operator=(Memory&& other) noexcept {
+  std::swap(bytes_, other.bytes_);
+  std::swap(size_, other.size_);
+  std::swap(file_, other.file_);
+  return *this;
+}
+
+/// All that there may ever be is mapped at once, so that growing moves nothing.
+void Memory::map(int flags, int file) {
+  void* mapped = mmap(nullptr, maxSize, PROT_READ | PROT_WRITE, flags, file, 0);
+  if (mapped == MAP_FAILED) throw std::runtime_error("no memory for a switch");
+  bytes_ = static_cast<U8*>(mapped);
+}
+
+void Memory::sizeIs(std::size_t size) {
+  if (size <= size_) return;
+  if (size > maxSize) throw std::runtime_error("the switch has too many rows");
+  if (file_ >= 0 && ftruncate(file_, static_cast<off_t>(size)) != 0) {
+    throw std::runtime_error("no room for the saved switch");
+  }
+  size_ = size;
+}
+
+}  // namespace VelaDevice

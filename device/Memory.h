@@ -1,0 +1,44 @@
+#pragma once
+
+#include <cstddef>
+#include <string>
+
+#include "Orb/Types.h"
+
+namespace VelaDevice {
+
+/// The memory of a switch: bytes, zero at first, that grow at their end and never move. They are
+/// apart from the process that drives the switch, as a real switch is: a process that is forked
+/// works on the same memory, and what is kept in a file outlives a process that is killed at any
+/// moment.
+class VELA_EXPORT Memory {
+ public:
+  static constexpr std::size_t maxSize = std::size_t{1} << 28;
+
+  /// Memory that goes with the last process that has it.
+  Memory();
+  /// Memory in a file, which is made if it is not there. Throws std::runtime_error when the file
+  /// cannot be had, or another process has it.
+  explicit Memory(const std::string& file);
+  ~Memory();
+  /// Copies are memory of the first kind.
+  Memory(const Memory& other);
+  Memory& operator=(const Memory& other);
+  Memory(Memory&& other) noexcept;
+  Memory& operator=(Memory&& other) noexcept;
+
+  U8* bytes() const { return bytes_; }
+  std::size_t size() const { return size_; }
+  /// Makes it at least this long. Throws std::runtime_error beyond maxSize or when the disk is
+  /// full.
+  void sizeIs(std::size_t size);
+
+ private:
+  void map(int flags, int file);
+
+  U8* bytes_ = nullptr;
+  std::size_t size_ = 0;
+  int file_ = -1;
+};
+
+}  // namespace VelaDevice
