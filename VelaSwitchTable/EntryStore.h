@@ -43,6 +43,16 @@ class EntryStore : private Orb::KeyObserver<Key> {
     return mark && *mark;
   }
 
+  /// The keys marked so.
+  std::vector<Key> hwInconsistentKeys() const {
+    std::vector<Key> keys;
+    hwInconsistentEntry_.forEach([&](const Key& key, bool marked) {
+      if (marked) keys.push_back(key);
+    });
+    std::sort(keys.begin(), keys.end());
+    return keys;
+  }
+
   /// Keys that were read from hardware and that nobody announced since.
   std::vector<Key> unclaimedKeys() const {
     std::vector<Key> keys;

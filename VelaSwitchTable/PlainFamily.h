@@ -207,6 +207,19 @@ class PlainFamilyLayerConvertor : public F::Convertor {
     }
   }
 
+  void handleRebuilt() override {
+    Image expected;
+    for (const auto& [id, hwTable] : this->hwTables()) {
+      const auto& descriptor = hwTable->descriptor();
+      for (HwIndex index = descriptor.first; index <= descriptor.last; ++index) {
+        if (hwTable->state(index) != HwTableConfig::Row::held) continue;
+        expectedImage(id, index, expected.data());
+        if (hwTable->same(index, expected.data(), hwTable->image(index))) continue;
+        if (!ignored(id, index)) table()->hwInconsistentEntryIs(F::keyOf(index), true);
+      }
+    }
+  }
+
   void expectedImage(HwTableId id, HwIndex index, U32* image) const override {
     const Key key = F::keyOf(index);
     const Image expected = rowImage(id, key, desired(key));

@@ -23,7 +23,7 @@ void Agent::make(const std::vector<std::string>& only) {
   }
   for (const auto& adapter : tables_) adapter->table().doSetProfileConvertor(types_);
   for (const auto& adapter : tables_) adapter->table().doCreateHwTable();
-  if (only.empty()) {
+  if (only.empty() || std::find(only.begin(), only.end(), "Route") != only.end()) {
     makeRoutes();
     announced_.push_back(routes_.get());
   }

@@ -26,8 +26,8 @@ class Agent {
   Agent& operator=(const Agent&) = delete;
 
   /// Declares the tables and their hardware; nothing is read or written yet. With names of
-  /// families, only their tables, and no whole routes. Throws VelaDevice::ImageException when the
-  /// switch was saved as one of another profile.
+  /// families, only their tables, and whole routes when "Route" and all levels are named. Throws
+  /// VelaDevice::ImageException when the switch was saved as one of another profile.
   void make(const std::vector<std::string>& only = {});
   /// Starts the tables, which make() has made.
   void start(Start how);

@@ -240,6 +240,8 @@ class EntryAdapter : public HwTableAdapter {
   U32 reconcile() override {
     const std::vector<Key> unclaimed = table_->unclaimedKeys();
     for (const Key& key : unclaimed) table_->entryDel(key);
+    // Rows of entries that are gone may be marked as well.
+    for (const Key& key : table_->hwInconsistentKeys()) table_->handleEntry(key);
     for (const Key& key : table_->entries().keys()) {
       if (status(key) != EntryProgrammedStatus::programmed) table_->handleEntry(key);
     }
@@ -305,6 +307,10 @@ class HashAdapter final : public EntryAdapter<typename Family::Table> {
       all.push_back({this->keyToJson(key), status->status(), status->lastHit()});
     }
     return all;
+  }
+  U32 reconcile() override {
+    physical().settle();
+    return Base::reconcile();
   }
   bool borrowsRows() const override { return physical().firstTable() != &this->table(); }
   U64 moves() const override { return physical().engine().moves(); }

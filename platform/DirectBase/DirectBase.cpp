@@ -78,6 +78,18 @@ void DirectBaseConvertor::initHwEntries(bool overwrite, U32 start) {
   }
 }
 
+void DirectBaseConvertor::handleRebuilt() {
+  U32 expected[maxRowWords];
+  for (const auto& [id, table] : hwTables()) {
+    for (HwIndex index = table->descriptor().first; index <= table->descriptor().last; ++index) {
+      if (table->state(index) != HwTableConfig::Row::held) continue;
+      expectedImage(id, index, expected);
+      if (table->same(index, expected, table->image(index))) continue;
+      directTable()->hwInconsistentEntryIsFromDirectItem(*nullDirectEntry(index));
+    }
+  }
+}
+
 void DirectBaseConvertor::expectedImage(HwTableId, HwIndex index, U32* image) const {
   const auto entry = nullDirectEntry(index);
   directTable()->updateDirectItem(*entry);

@@ -67,6 +67,7 @@ class VELA_EXPORT DirectBaseConvertor : public VelaSwitchApi::SwTableProfileConv
  public:
   void initHwEntries(bool overwrite, U32 start) override;
   void syncEntries(U32 table) override;
+  void handleRebuilt() override;
   void expectedImage(HwTableId table, HwIndex index, U32* image) const override;
   void repair(const VelaSwitchApi::AuditFinding& finding) override;
 

@@ -222,6 +222,8 @@ class VELA_EXPORT HwTableConfig : public Orb::PtrInterface {
   std::array<U32, maxRowWords> differentBits(HwIndex index, const U32* expected) const;
 
   void staticWordIs(DataArrayIndex index, U32 mask) { staticWords_[index] = mask; }
+  /// The bits of the word that depend on the row's place alone.
+  U32 staticBits(DataArrayIndex index) const { return staticWords_[index]; }
 
   /// One word of a row that has a register.
   struct Mapped {

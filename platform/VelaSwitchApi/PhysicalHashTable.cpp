@@ -329,6 +329,21 @@ void PhysicalHashTable::rebuild() {
     }
     if (first == RegisterBus::Read::held) adopt(index);
   }
+  // A writer that stopped amid a change may have left the pipelines apart.
+  for (HwIndex index = 0; index < engine_.capacity(); ++index) {
+    HashBaseCuckooEntry* entry = entryAt(index);
+    if (entry && !everyTableHolds(index)) entry->table().hwInconsistentEntryIsFromHashItem(*entry);
+  }
+}
+
+/// Whether all pipelines' rows are what the entry in the row asks for.
+bool PhysicalHashTable::everyTableHolds(HwIndex index) const {
+  U32 expected[maxRowWords];
+  expectedImage(index, expected);
+  return std::all_of(hwTables_.begin(), hwTables_.end(), [&](const auto& table) {
+    return table->state(index) == HwTableConfig::Row::held &&
+           table->same(index, expected, table->image(index));
+  });
 }
 
 void PhysicalHashTable::takePlacement() {

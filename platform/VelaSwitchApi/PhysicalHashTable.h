@@ -221,6 +221,7 @@ class VELA_EXPORT PhysicalHashTable : public Orb::PtrInterface, private Keel::Cu
   StaleRow* staleRowOf(const HashBaseCuckooEntry& entry);
   void adopt(HwIndex index);
   bool unread(HwIndex index) const;
+  bool everyTableHolds(HwIndex index) const;
   void revisitIs(HashBaseCuckooEntry* entry) { revisit_.push_back(entry); }
   static void addOnce(Entries& entries, HashBaseCuckooEntry* entry);
   bool holds(HwIndex index, const HashBaseCuckooEntry& entry) const;

@@ -64,6 +64,7 @@ void SwTable::initHwEntries(bool overwrite) { convertor_->initHwEntries(overwrit
 void SwTable::syncEntries() {
   convertor_->auditFindingDelAll();
   for (const auto& [id, table] : convertor_->hwTables()) convertor_->syncEntries(id);
+  if (!initialized()) convertor_->handleRebuilt();
 }
 
 void SwTable::doInitComplete() {}
@@ -91,6 +92,7 @@ void SwTableProfileConvertor::doInitHwReadInfo() {}
 void SwTableProfileConvertor::handleInitialized() {}
 bool SwTableProfileConvertor::rowSound(HwTableId, HwIndex) const { return true; }
 void SwTableProfileConvertor::takePlacement() {}
+void SwTableProfileConvertor::handleRebuilt() {}
 
 const RowLayout& SwTableProfileConvertor::rowLayout(HwTableId, HwIndex) const {
   static const RowLayout none;

@@ -163,6 +163,9 @@ class VELA_EXPORT SwTableProfileConvertor : public Orb::PtrInterface {
   virtual void syncEntries(U32 table) = 0;
   /// The table became initialized; the place to declare static words.
   virtual void handleInitialized();
+  /// The entries were rebuilt: marks those whose rows are not all what the entry asks for, since
+  /// the hardware tables need not agree when a writer stopped amid a change.
+  virtual void handleRebuilt();
   /// The image that the row should have; maxRowWords of them.
   virtual void expectedImage(HwTableId table, HwIndex index, U32* image) const = 0;
   /// The row's fields.
