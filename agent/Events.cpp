@@ -31,7 +31,14 @@ void allow(const Json& event, std::initializer_list<const char*> names) {
   }
 }
 
-/// Whether `actual` has every value that `expected` names.
+std::string count(U64 number, const char* one, const char* several) {
+  return std::to_string(number) + " " + (number == 1 ? one : several);
+}
+
+std::string rows(U64 number) { return count(number, "row", "rows"); }
+
+}  // namespace
+
 bool meets(const Json& actual, const Json& expected) {
   if (!expected.is_object()) {
     if (actual == expected) return true;
@@ -50,14 +57,6 @@ bool meets(const Json& actual, const Json& expected) {
   }
   return true;
 }
-
-std::string count(U64 number, const char* one, const char* several) {
-  return std::to_string(number) + " " + (number == 1 ? one : several);
-}
-
-std::string rows(U64 number) { return count(number, "row", "rows"); }
-
-}  // namespace
 
 void EventRunner::apply(const std::string& line) {
   Json event;

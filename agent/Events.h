@@ -7,6 +7,9 @@
 
 namespace VelaAgent {
 
+/// Whether `actual` has every value that `expected` names.
+bool meets(const Json& actual, const Json& expected);
+
 /// A finding of an audit, its fields' values in hexadecimal.
 Json findingLine(const RowFinding& finding);
 

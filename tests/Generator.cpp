@@ -52,7 +52,7 @@ Json Generator::key(const std::string& table, U32 number) const {
   const U32 bits = number * spread;
   const U32 vrf = bits % profile_.vrfs();
   if (table == "VlanMembership" || table == "FloodSet") return 1 + number * 10;
-  if (table == "Copp") return number < 4 ? number : 7u;
+  if (table == "Copp") return number;
   if (table == "Lpm11") {
     return {{"vrf", number % profile_.vrfs()},
             {"prefix", prefix(number / profile_.vrfs() << 23, 11)}};
@@ -203,6 +203,19 @@ Json Generator::result(const std::string& table, const Json& key) {
   }
   if (table == "AclIndirectCounterHash") return 1 + random_.below(4095);
   return random_();
+}
+
+std::vector<std::string> profileNames() {
+  std::vector<std::string> names;
+  for (const auto& profile : VelaSwitch::ProfileInfo::builtIns()) names.push_back(profile->name());
+  return names;
+}
+
+std::string profileTestName(const testing::TestParamInfo<std::string>& profile) {
+  std::string name = profile.param;
+  std::replace_if(
+      name.begin(), name.end(), [](char c) { return !std::isalnum(c); }, '_');
+  return name;
 }
 
 std::vector<Group> groups(const VelaSwitch::ProfileInfo& profile) {

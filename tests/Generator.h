@@ -35,6 +35,10 @@ struct Group {
   std::string name() const { return tables.front().first; }
 };
 
+/// The built-in profiles, for tests that have one as a parameter, and how those are called.
+std::vector<std::string> profileNames();
+std::string profileTestName(const testing::TestParamInfo<std::string>& profile);
+
 /// A group for every family that has registers in the profile, and one of whole routes.
 std::vector<Group> groups(const VelaSwitch::ProfileInfo& profile);
 

@@ -135,9 +135,9 @@ bool PhysicalHashTable::writeEmpty(Location location) {
 
 void PhysicalHashTable::place(HashBaseCuckooEntry& entry) {
   clearStaleRows();
-  if (StaleRow* stale = staleRowOf(entry)) {
+  if (const StaleRow* stale = staleRowOf(entry)) {
     entry.status_ = Status::hardwareError;
-    addOnce(stale->waits, &entry);
+    addOnce(staleRowIs(stale->location).waits, &entry);
   } else if (entry.placed()) {
     const bool written = hashItemWrite(entry, engine_.location(entry));
     entry.status_ = written ? Status::programmed : Status::hardwareError;
@@ -252,8 +252,9 @@ void PhysicalHashTable::revisitAll(const StaleRow& row) {
   }
 }
 
-PhysicalHashTable::StaleRow* PhysicalHashTable::staleRowOf(const HashBaseCuckooEntry& entry) {
-  for (StaleRow& row : staleRows_) {
+const PhysicalHashTable::StaleRow* PhysicalHashTable::staleRowOf(
+    const HashBaseCuckooEntry& entry) const {
+  for (const StaleRow& row : staleRows_) {
     for (const auto& held : row.holds) {
       if (held->isEqual(entry)) return &row;
     }

@@ -168,6 +168,8 @@ class VELA_EXPORT PhysicalHashTable : public Orb::PtrInterface, private Keel::Cu
   HwIndex indexOf(const HashBaseCuckooEntry& entry) const {
     return hwIndex(engine_.location(entry));
   }
+  /// Whether a row that could not be cleared may still answer for the entry's key.
+  bool mayLinger(const HashBaseCuckooEntry& entry) const { return staleRowOf(entry) != nullptr; }
   /// Entries of the software table that lie in rows.
   U32 entries(const HashBaseTable* table) const;
   /// Why the entry has no place; see Keel::Cuckoo::Table::competitors.
@@ -218,7 +220,7 @@ class VELA_EXPORT PhysicalHashTable : public Orb::PtrInterface, private Keel::Cu
   StaleRow& staleRowIs(Location location);
   void staleRowDel(Location location);
   void revisitAll(const StaleRow& row);
-  StaleRow* staleRowOf(const HashBaseCuckooEntry& entry);
+  const StaleRow* staleRowOf(const HashBaseCuckooEntry& entry) const;
   void adopt(HwIndex index);
   bool unread(HwIndex index) const;
   bool everyTableHolds(HwIndex index) const;

@@ -1,0 +1,213 @@
+#include <map>
+
+#include "Generator.h"
+#include "agent/Profiles.h"
+
+// An audit finds every bit that flips, names the entry and the field, and a repair writes the
+// damaged rows and no others. With VELA_ALL_BITS set, every bit of every row is flipped; otherwise
+// a few bits of every row.
+
+namespace {
+
+using VelaAgent::Agent;
+using VelaAgent::HwTableAdapter;
+using VelaAgent::Json;
+using VelaAgent::RowFinding;
+using VelaSwitchApi::HwIndex;
+using VelaSwitchApi::HwTableConfig;
+using VelaTest::Generator;
+using VelaTest::Group;
+using VelaTest::Random;
+
+/// One bit of one row of one hardware table.
+struct Bit {
+  const HwTableAdapter* owner;
+  const HwTableConfig* hwTable;
+  HwIndex index;
+  U32 word;  ///< Of the row image.
+  U32 bit;
+};
+
+/// The words of all rows of a switch.
+using Rows = std::vector<U32>;
+
+class Audit : public testing::TestWithParam<std::string> {
+ protected:
+  /// A group of tables, filled, on a switch that another agent wrote.
+  struct Rig {
+    VelaDevice::SimulatedSwitch chip;
+    std::unique_ptr<Agent> agent;
+  };
+
+  Rig filled(const Group& group) {
+    Rig rig;
+    std::vector<std::tuple<std::string, U32, Json, Json>> entries;
+    for (const auto& [table, instance] : group.tables) {
+      const U32 count = std::min(generator.keys(table) / 2, 400u);
+      for (U32 i = 0; i < count; ++i) {
+        const Json key = generator.key(table, i * static_cast<U32>(group.tables.size()) + instance);
+        entries.emplace_back(table, instance, key, generator.result(table, key));
+      }
+    }
+    const auto fill = [&](Agent& agent, std::size_t first) {
+      for (std::size_t i = 0; i < entries.size(); ++i) {
+        const auto& [table, instance, key, result] = entries[(first + i) % entries.size()];
+        agent.table(table, instance).set(key, result);
+      }
+    };
+    {
+      Agent writer(profile, rig.chip);
+      writer.make(group.make);
+      writer.start(Agent::Start::fresh);
+      fill(writer, 0);
+    }
+    rig.agent = std::make_unique<Agent>(profile, rig.chip);
+    rig.agent->make(group.make);
+    rig.agent->desireBegin();
+    fill(*rig.agent,
+         entries.size() / 2);  // in another order: other rows, until they are taken over
+    rig.agent->desireEnd();
+    return rig;
+  }
+
+  /// All bits of the group's rows that say something.
+  static std::vector<Bit> bits(const Agent& agent) {
+    std::vector<Bit> all;
+    for (const auto& table : agent.tables()) {
+      for (const auto& [id, hwTable] : table->convertor().hwTables()) {
+        const auto& descriptor = hwTable->descriptor();
+        for (HwIndex index = descriptor.first; index <= descriptor.last; ++index) {
+          if (!table->listsRow(index)) continue;
+          for (const auto& mapped : hwTable->mapped(index)) {
+            for (U32 bit = 0; bit < 32; ++bit) {
+              if ((hwTable->staticBits(mapped.word) >> bit & 1) != 0) continue;
+              all.push_back({table.get(), hwTable.get(), index, mapped.word, bit});
+            }
+          }
+        }
+      }
+    }
+    return all;
+  }
+
+  static void flip(Rig& rig, const Bit& bit) {
+    const auto& mapped = bit.hwTable->mapped(bit.index);
+    U32 position = 0;
+    while (mapped[position].word != bit.word) ++position;
+    ASSERT_TRUE(rig.chip.flipBit(bit.hwTable->busHandle(), bit.index, position, bit.bit));
+  }
+
+  /// Whether it is the field that the bit belongs to, as the table sees it that found it.
+  static bool within(const std::string& found, const HwTableAdapter& finder, const Bit& bit) {
+    const U32 at = bit.word * 32u + bit.bit;
+    const auto& convertor = finder.convertor();
+    const auto id = bit.hwTable->descriptor().identity.id;
+    for (const auto& field : convertor.rowLayout(id, bit.index).fields()) {
+      if (at >= field.first && at < U32{field.first} + field.width) {
+        return found.starts_with(field.name);
+      }
+    }
+    return found == "bit " + std::to_string(at);
+  }
+
+  /// The switch's rows as they are.
+  static Rows rows(Rig& rig) {
+    Rows all;
+    for (const auto& table : rig.agent->tables()) {
+      for (const auto& [id, hwTable] : table->convertor().hwTables()) {
+        const auto& identity = hwTable->descriptor().identity;
+        const auto* memory = rig.chip.find(identity.family, identity.instance, id);
+        for (HwIndex index = 0; index <= memory->lastIndex; ++index) {
+          const U32* words = memory->row(index);
+          if (words) all.insert(all.end(), words, words + memory->rowWords());
+        }
+      }
+    }
+    return all;
+  }
+
+  void auditAll(Rig& rig) {
+    rig.agent->desireEnd();
+    for (const auto& table : rig.agent->tables()) table->audit();
+  }
+
+  /// Flips the bits, at most one a row; what the audit says of each, and what the repair writes.
+  void check(Rig& rig, const std::vector<Bit>& damage, const Rows& sound) {
+    std::map<std::pair<const HwTableConfig*, HwIndex>, const Bit*> damaged;
+    std::vector<Json> keys;
+    for (const Bit& bit : damage) {
+      keys.push_back(bit.owner->keyAt(bit.index));
+      damaged[{bit.hwTable, bit.index}] = &bit;
+    }
+    for (const Bit& bit : damage) flip(rig, bit);
+    auditAll(rig);
+    std::size_t found = 0;
+    for (const auto& table : rig.agent->tables()) {
+      for (const RowFinding& finding : table->findings()) {
+        ASSERT_TRUE(finding.index) << table->name() << " lost track of " << finding.key;
+        const auto at = damaged.find({finding.hwTable, *finding.index});
+        ASSERT_NE(at, damaged.end()) << table->name() << " row " << *finding.index << " is sound";
+        const Bit& bit = *at->second;
+        ++found;
+        EXPECT_EQ(finding.key, keys[static_cast<std::size_t>(&bit - damage.data())]);
+        ASSERT_EQ(finding.fields.size(), 1u) << table->name();
+        EXPECT_TRUE(within(finding.fields[0].field, *table, bit))
+            << table->name() << " bit " << bit.word * 32 + bit.bit << ": "
+            << finding.fields[0].field;
+      }
+    }
+    ASSERT_EQ(found, damage.size());
+    const U64 writes = rig.agent->recorder().rowWrites();
+    for (const auto& table : rig.agent->tables()) table->repair();
+    EXPECT_EQ(rig.agent->recorder().rowWrites() - writes, damage.size());
+    EXPECT_TRUE(rows(rig) == sound);
+  }
+
+  Orb::PtrConst<VelaSwitch::ProfileInfo> profile = VelaAgent::loadProfile(GetParam());
+  Random random;
+  Generator generator{*profile, random};
+};
+
+/// Each pass flips another bit of every row.
+TEST_P(Audit, everyFlippedBitIsFoundNamedAndRepaired) {
+  U64 flips = 0;
+  for (const Group& group : VelaTest::groups(*profile)) {
+    SCOPED_TRACE(group.name());
+    Rig rig = filled(group);
+    auditAll(rig);
+    for (const auto& table : rig.agent->tables()) {
+      ASSERT_TRUE(table->findings().empty()) << table->name() << " before any damage";
+    }
+    const Rows sound = rows(rig);
+    std::vector<std::vector<Bit>> passes;
+    const HwTableConfig* hwTable = nullptr;
+    HwIndex index = 0;
+    std::size_t pass = 0;
+    for (const Bit& bit : bits(*rig.agent)) {
+      if (bit.hwTable != hwTable || bit.index != index) pass = 0;
+      hwTable = bit.hwTable;
+      index = bit.index;
+      if (pass == passes.size()) passes.emplace_back();
+      passes[pass++].push_back(bit);
+    }
+    // All of them take a while.
+    constexpr std::size_t quick = 3;
+    if (!std::getenv("VELA_ALL_BITS") && passes.size() > quick) {
+      for (std::size_t i = 0; i < quick; ++i) {
+        std::swap(passes[i], passes[i + random.below(static_cast<U32>(passes.size() - i))]);
+      }
+      passes.resize(quick);
+    }
+    for (const auto& damage : passes) {
+      flips += damage.size();
+      check(rig, damage, sound);
+      if (HasFailure()) return;
+    }
+  }
+  std::printf("%llu bits flipped\n", static_cast<unsigned long long>(flips));
+}
+
+INSTANTIATE_TEST_SUITE_P(Profiles, Audit, testing::ValuesIn(VelaTest::profileNames()),
+                         VelaTest::profileTestName);
+
+}  // namespace
