@@ -2,12 +2,15 @@
 # Each installs the Debian packages that are missing, configures, builds and runs.
 
 PACKAGES := g++ clang clang-format cmake ninja-build nlohmann-json3-dev libcli11-dev \
-            libgtest-dev libbenchmark-dev
+            libgtest-dev libbenchmark-dev llvm
 SUDO := $(shell [ "$$(id -u)" = 0 ] || echo sudo)
 TOOL := build/release/velatable
 SOURCES = $(shell git ls-files '*.h' '*.cpp')
 
-.PHONY: demo test bench format check packages release clean
+# Seconds that each fuzz target runs.
+FUZZ_SECONDS := 60
+
+.PHONY: demo test soak bench fuzz coverage format check packages release clean
 
 demo: release
 	$(TOOL) run examples/first-light.jsonl
@@ -17,6 +20,25 @@ test: packages check
 	cmake --preset release && cmake --build --preset release && ctest --preset release
 	cmake --preset sanitize && cmake --build --preset sanitize && ctest --preset sanitize
 	cmake --preset clang && cmake --build --preset clang && ctest --preset clang
+
+# The tests of crashes, faults and damage at full length: about an hour.
+soak: release
+	VELA_KILLS=1000 VELA_SCHEDULES=10000 VELA_ALL_BITS=1 build/release/tests/vela_tests \
+	    --gtest_filter='Profiles/*'
+
+# Every input that is found goes to build/fuzz/corpus; the ones to start from are in fuzz/corpus.
+fuzz: packages
+	cmake --preset fuzz && cmake --build --preset fuzz
+	for target in events profile image rows; do \
+	    mkdir -p build/fuzz/corpus/$$target && \
+	    build/fuzz/fuzz/fuzz_$$target -max_total_time=$(FUZZ_SECONDS) -print_final_stats=1 \
+	        -artifact_prefix=build/fuzz/$$target- \
+	        build/fuzz/corpus/$$target fuzz/corpus/$$target || exit 1; \
+	done
+
+coverage: packages
+	cmake --preset coverage && cmake --build --preset coverage
+	tests/coverage.sh build/coverage
 
 bench: release
 	build/release/bench/vela_bench --benchmark_repetitions=7 --benchmark_min_time=0.05 \

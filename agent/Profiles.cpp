@@ -1,6 +1,7 @@
 #include "agent/Profiles.h"
 
 #include <fstream>
+#include <sstream>
 
 namespace VelaAgent {
 
@@ -10,12 +11,17 @@ Orb::PtrConst<VelaSwitch::ProfileInfo> loadProfile(const std::string& nameOrFile
   if (!file) {
     throw InputException("\"" + nameOrFile + "\" is neither a built-in profile nor a file");
   }
+  std::ostringstream text;
+  text << file.rdbuf();
   try {
-    return Orb::make<VelaSwitch::ProfileInfo>(
-        fromJson<VelaSwitch::ProfileFields>(Json::parse(file)));
+    return profileFromText(text.str());
   } catch (const std::exception& error) {
     throw InputException(nameOrFile + ": " + error.what());
   }
+}
+
+Orb::PtrConst<VelaSwitch::ProfileInfo> profileFromText(const std::string& text) {
+  return Orb::make<VelaSwitch::ProfileInfo>(fromJson<VelaSwitch::ProfileFields>(Json::parse(text)));
 }
 
 Json profileToJson(const VelaSwitch::ProfileInfo& profile) { return toJson(profile.fields()); }

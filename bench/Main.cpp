@@ -53,6 +53,9 @@ constexpr Ratio ratios[] = {
      2},
     {"a dynamic NAT flow in at 90 % load / at 10 %", "NatFlows<Dynamic>/90", "NatFlows<Dynamic>/10",
      2},
+    {"decode a NAT row / copy its words", "NatDecode", "NatCopy", 60},
+    {"audit a NAT row / copy its words", "NatAudit", "NatCopy", 60},
+    {"audit a VLAN's row / copy its words", "VlanAudit", "VlanCopy", 100},
     {"add a route when 95 % are there / when 5 % are", "RouteAddAt/95", "RouteAddAt/5", 1.5},
 };
 

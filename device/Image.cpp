@@ -93,6 +93,10 @@ void SimulatedSwitch::load() {
     if (!std::all_of(flags, flags + 2 * table->rows(), [](U8 flag) { return flag <= 1; })) {
       refuse(what("has rows that are neither written nor not"));
     }
+    if (table->rowWords == 0 &&
+        std::find(flags, flags + table->rows(), 1) != flags + table->rows()) {
+      refuse(what("has rows without words"));
+    }
     if (state_.tableHandles.contains(table->name)) refuse(what("has the name of another"));
     tableAt(at);
     at += table->size();
@@ -174,8 +178,8 @@ void SimulatedSwitch::writeRow(const Table& table, HwIndex index,
 void SimulatedSwitch::finishPending() {
   ImageHeader::Pending& pending = header().pending;
   ImageTable* table = imageAt(pending.table);
-  if (table->rowWords == 0) table->rowWords = pending.words;
-  std::copy_n(pending.data, std::min(pending.words, table->rowWords), table->words(pending.index));
+  table->rowWords = std::max(table->rowWords, pending.words);
+  std::copy_n(pending.data, pending.words, table->words(pending.index));
   table->present()[pending.index] = 1;
   inOrder();
   pending.state = 0;

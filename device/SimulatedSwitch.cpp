@@ -68,9 +68,8 @@ SimulatedSwitch::Read SimulatedSwitch::row(TableHandle handle, HwIndex index,
   const Table& table = state_.tables[handle];
   const U32* words = table.row(index);
   if (!words) return Read::absent;
-  for (std::size_t i = 0; i < std::min<std::size_t>(values.size(), table.rowWords()); ++i) {
-    values[i].value = words[i];
-  }
+  const std::size_t count = std::min<std::size_t>(values.size(), VelaSwitchApi::maxRowWords);
+  for (std::size_t i = 0; i < count; ++i) values[i].value = words[i];
   return Read::held;
 }
 
