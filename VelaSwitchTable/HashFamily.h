@@ -193,7 +193,7 @@ class HashFamilyHelperBase : public VelaTableHashHelper {
       const Orb::Ptr<Entry> entry = table().newItem(key);
       entry->resultIs(result);
       entry->validIs(true);
-      F::trace(8, F::decodedText, entry->toStrep());
+      if (F::trace.enabled(8)) F::trace(8, F::decodedText, entry->toStrep());
       return entry;
     } catch (const Orb::RangeException& error) {
       F::trace(3, "not decoding entry: row ", index, ": ", error.what());
@@ -273,7 +273,7 @@ class HashFamilyTableBase : public VelaSwitchApi::HashBaseTable,
   void entryIsByHashItem(HashItem& hashItem) override {
     Entry& item = static_cast<Entry&>(hashItem);
     ORB_ASSERT_TEXT(item.valid(), "hashItem->valid()");
-    F::trace(8, "entryIsByHashItem ", item.toStrep());
+    if (F::trace.enabled(8)) F::trace(8, "entryIsByHashItem ", item.toStrep());
     *cachedItem_.insert(item.key()).first = Orb::Ptr<Entry>(&item);
     recordStatus(item);
     this->entryIsFromHw(item.key(), item.result());

@@ -3,6 +3,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <map>
 #include <sstream>
 
 #include "Support.h"
@@ -196,6 +197,76 @@ TEST_F(Tool, theSwitchIsKeptAcrossRuns) {
   std::ofstream(file("image")) << "{}";
   EXPECT_EQ(run("run events --device sim:image"), 2);
   EXPECT_EQ(read("err"), "velatable: image: this is no saved switch: it is too short\n");
+}
+
+/// What is decoded is what was announced, and announcing it anew changes nothing.
+TEST_F(Tool, aSavedSwitchDecodesIntoTheEventsThatMadeIt) {
+  events(
+      R"({"op":"set","table":"Route","key":{"vrf":1,"prefix":"10.1.0.0/16"},"result":{"l3LagIndex":3,"rewriteIndex":4}}
+{"op":"set","table":"NatMatch","key":{"natType":1,"proto":2,"srcIp":"10.0.0.1","sport":80},"result":{"valid":true,"natRewriteId":9}}
+{"op":"set","table":"HashTest","key":77,"result":1}
+{"op":"set","table":"L3Lag","key":5,"result":{"portMask":6}}
+)");
+  ASSERT_EQ(run("run events --device sim:image"), 0);
+  ASSERT_EQ(run("decode --device sim:image"), 0);
+  std::map<std::string, Json> decoded;
+  for (const Json& line : lines("out")) {
+    EXPECT_EQ(line["op"], "set");
+    decoded[line["table"]] = line;
+  }
+  EXPECT_EQ(decoded["Route"]["key"], Json::parse(R"({"vrf":1,"prefix":"10.1.0.0/16"})"));
+  EXPECT_EQ(decoded["Route"]["result"], Json::parse(R"({"l3LagIndex":3,"rewriteIndex":4})"));
+  EXPECT_EQ(decoded["NatMatch"]["result"]["natRewriteId"], 9);
+  EXPECT_EQ(decoded["NatMatch"]["key"]["srcIp"], "10.0.0.1");
+  EXPECT_EQ(decoded["L3Lag"]["result"]["portMask"], "0x000000000006");
+  EXPECT_TRUE(decoded.contains("Lpm17")) << "the cells of the route";
+  ASSERT_EQ(run("decode --device sim:image L3Lag"), 0);
+  EXPECT_THAT(lines("out"), SizeIs(1));
+  ASSERT_EQ(run("decode --device sim:image"), 0);
+  std::ofstream(file("again")) << read("out");
+  ASSERT_EQ(run("run again --device sim:image --reconcile --json --writes writes"), 0);
+  EXPECT_EQ(read("writes"), "");
+  ASSERT_EQ(run("run again --device sim:copy"), 0);
+  ASSERT_EQ(run("audit --device sim:copy --events events"), 0);
+  EXPECT_THAT(read("out"), HasSubstr("0 inconsistent, 0 missing, 0 unexpected"));
+}
+
+TEST_F(Tool, anAuditNamesWhatIsWrongAndRepairsThat) {
+  events(
+      R"({"op":"set","table":"NatMatch","key":{"natType":1,"proto":2,"srcIp":"10.0.0.1","sport":80},"result":{"valid":true,"l3LagIndex":5}}
+{"op":"set","table":"HashTest","key":77,"result":1}
+{"op":"set","table":"HashTest","key":78,"result":1}
+)");
+  ASSERT_EQ(run("run events --device sim:image"), 0);
+  std::ofstream(file("damage"))
+      << R"({"op":"corrupt","table":"NatMatch","key":{"natType":1,"proto":2,"srcIp":"10.0.0.1","sport":80},"bit":71}
+{"op":"set","table":"HashTest","key":77,"result":3}
+{"op":"del","table":"HashTest","key":78}
+{"op":"set","table":"L2Control","key":5,"result":{"learnOnly":true}}
+)";
+  ASSERT_EQ(run("run damage --device sim:image"), 0);
+  EXPECT_EQ(run("audit --device sim:image --events events"), 1);
+  EXPECT_THAT(read("out"), HasSubstr(R"("sport":80,"qualifier":0})"));
+  EXPECT_THAT(read("out"), HasSubstr("is corrupt: l3LagIndex is 0x4, should be 0x5\n"));
+  EXPECT_THAT(read("out"),
+              HasSubstr("HashTest/0 77: row 5 of HashTest[0]-0 (way 0, row 5) differs: "
+                        "result is 0x3, should be 0x1\n"));
+  EXPECT_THAT(read("out"), HasSubstr("HashTest/0 78: missing, it is in no row\n"));
+  EXPECT_THAT(read("out"), HasSubstr("L2Control/0 5: row 5 of L2Control-0 is no entry's that is "
+                                     "desired: learnOnly is 0x1, should be 0x0\n"));
+  EXPECT_THAT(read("out"), HasSubstr("2 inconsistent, 1 missing, 1 unexpected, 0 unreadable; 1 of "
+                                     "them corrupt\n"));
+  EXPECT_EQ(run("decode --device sim:image NatMatch"), 1);
+  EXPECT_EQ(read("out"), "");
+  EXPECT_THAT(read("err"), HasSubstr("is corrupt\n"));
+
+  EXPECT_EQ(run("audit --device sim:image --events events --repair --json"), 1);
+  const Json sum = lines("out").back();
+  EXPECT_EQ(sum["rowWrites"], 4);
+  EXPECT_EQ(sum["left"], 0);
+  EXPECT_EQ(run("audit --device sim:image --events events"), 0);
+  EXPECT_EQ(run("audit --device sim:none --events events"), 2);
+  EXPECT_FALSE(std::filesystem::exists(file("none")));
 }
 
 TEST_F(Tool, usageErrorsHaveExitCode2) {
