@@ -6,8 +6,8 @@
 #include <random>
 #include <unordered_map>
 
+#include "Started.h"
 #include "VelaSwitchTable/VelaTableAclHashes.h"
-#include "device/SimulatedSwitch.h"
 
 namespace {
 
@@ -40,17 +40,8 @@ struct HashKey {
 using StdMap = std::unordered_map<AclHashKey, AclHashResult, HashKey>;
 
 /// An ACL table on a simulated switch.
-struct Rig {
-  Rig() {
-    table->doSetProfileConvertor(types);
-    table->doCreateHwTable();
-    table->initHwEntries(true);
-    table->initializedIs(true);
-  }
-  VelaDevice::SimulatedSwitch chip;
-  Orb::Ptr<VelaSwitchApi::SwTableTypes> types =
-      Orb::make<VelaSwitchApi::SwTableTypes>(VelaSwitch::ProfileInfo::builtIn("vela-48-5.1"), chip);
-  Orb::Ptr<AclHashTable> table = VelaSwitchTable::aclHashTableFactory("acl", 0, 0);
+struct Rig : VelaBench::Started<AclHashTable> {
+  Rig() : Started(VelaSwitchTable::aclHashTableFactory("acl", 0, 0)) {}
 };
 
 /// Times `action`, which handles `items` of them, once per iteration; `prepare` is not timed.

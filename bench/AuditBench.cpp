@@ -2,29 +2,16 @@
 
 #include <cstring>
 
+#include "Started.h"
 #include "VelaSwitchTable/VelaTableNatMatch.h"
 #include "VelaSwitchTable/VelaTableVlanMembership.h"
-#include "device/SimulatedSwitch.h"
 
 // Rows read back, decoded and audited, against copying the words of the same rows.
 
 namespace {
 
+using VelaBench::Started;
 using VelaSwitchApi::HwIndex;
-
-template <class Table>
-struct Started {
-  explicit Started(Orb::Ptr<Table> of) : table(std::move(of)) {
-    table->doSetProfileConvertor(types);
-    table->doCreateHwTable();
-    table->initHwEntries(true);
-    table->initializedIs(true);
-  }
-  VelaDevice::SimulatedSwitch chip;
-  Orb::Ptr<VelaSwitchApi::SwTableTypes> types =
-      Orb::make<VelaSwitchApi::SwTableTypes>(VelaSwitch::ProfileInfo::builtIn("vela-48-5.1"), chip);
-  Orb::Ptr<Table> table;
-};
 
 /// A NAT table of 12,288 rows, two in three of them taken.
 Started<VelaSwitchTable::NatMatchTable>& nat() {

@@ -4,9 +4,9 @@
 #include <random>
 #include <unordered_map>
 
+#include "Started.h"
 #include "VelaSwitchTable/VelaTableNatDynMatch.h"
 #include "VelaSwitchTable/VelaTableNatMatch.h"
-#include "device/SimulatedSwitch.h"
 
 // Flows into and out of the NAT match tables of a switch with two pipelines, against load.
 
@@ -62,28 +62,19 @@ const std::vector<NatMatchKey>& keys() {
 }
 
 template <class Kind>
-struct Rig {
-  Rig() {
-    table->doSetProfileConvertor(types);
-    table->doCreateHwTable();
-    table->initHwEntries(true);
-    table->initializedIs(true);
-  }
+struct Rig : VelaBench::Started<typename Kind::Table> {
+  Rig() : VelaBench::Started<typename Kind::Table>(Kind::table()) {}
   void in(U32 first, U32 end) {
     typename Kind::Result result;
     result.valid = true;
     for (U32 i = first; i < end; ++i) {
       result.natRewriteId = static_cast<U16>(i % 4096);
-      table->entryIs(keys<Kind>()[i], result);
+      this->table->entryIs(keys<Kind>()[i], result);
     }
   }
   void out(U32 first, U32 end) {
-    for (U32 i = first; i < end; ++i) table->entryDel(keys<Kind>()[i]);
+    for (U32 i = first; i < end; ++i) this->table->entryDel(keys<Kind>()[i]);
   }
-  VelaDevice::SimulatedSwitch chip;
-  Orb::Ptr<VelaSwitchApi::SwTableTypes> types =
-      Orb::make<VelaSwitchApi::SwTableTypes>(VelaSwitch::ProfileInfo::builtIn("vela-48-5.1"), chip);
-  Orb::Ptr<typename Kind::Table> table = Kind::table();
 };
 
 template <class Action>

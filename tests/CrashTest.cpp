@@ -150,7 +150,8 @@ class Crash : public testing::TestWithParam<std::string> {
     agent.make(group.make);
     // What no operation touched is found from the crash on, whatever is being written.
     std::vector<std::pair<std::size_t, Json>> untouched;
-    for (const auto& [at, result] : before) {
+    for (const auto& entry : before) {
+      const auto& at = entry.first;
       const bool touched = std::any_of(
           operations.begin(), operations.end(),
           [&](const Operation& each) { return each.table == at.first && each.key == at.second; });
