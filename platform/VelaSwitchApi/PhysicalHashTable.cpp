@@ -371,7 +371,7 @@ void PhysicalHashTable::takePlacement() {
 }
 
 /// Gives entries the rows that are nearest to them, the least damaged first. A row that is nearer
-/// to an empty one than to the entry is none of its.
+/// to an empty one than to the entry is not taken for the entry's.
 void PhysicalHashTable::takeDamagedRows(const Entries& homeless) {
   struct Claim {
     U32 damage;
@@ -435,7 +435,8 @@ U32 PhysicalHashTable::damage(HwIndex index, const HashBaseCuckooEntry& entry) c
   U32 least = ~0u;
   for (const auto& table : hwTables_) {
     const U32 count = bits(*table, image);
-    if (count < bits(*table, empty)) least = std::min(least, count);
+    const U32 content = bits(*table, empty);
+    if (content > 0 && count <= content) least = std::min(least, count);
   }
   return least;
 }
