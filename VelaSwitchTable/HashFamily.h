@@ -378,8 +378,8 @@ class HashFamilyTableBase : public VelaSwitchApi::HashBaseTable,
       const bool success = profileConvertor().handleHashEntry(*item);
       ORB_ASSERT(success);
       hashItemDel(key);
-      // A row that could not be cleared still answers lookups: the status says so until it is. Asked
-      // of the rows, not of the item: clearing others may have cleared it meanwhile.
+      // A row that could not be cleared still answers lookups: the status says so until it is.
+      // Asked of the rows, not of the item: clearing others may have cleared it meanwhile.
       if (profileConvertor().physicalTable().mayLinger(*item)) {
         recordStatus(*item);
       } else if (statusSupported()) {

@@ -5,7 +5,6 @@
 /// How families are registered.
 namespace VelaAgent {
 
-
 /// A family with `instances` tables, or one for each pipeline where tables serve one each.
 template <class Family>
 FamilyRegistration hashFamily(typename EntryAdapter<typename Family::Table>::Lookup lookup,

@@ -137,7 +137,8 @@ std::vector<FieldDifference> SwTableProfileConvertor::differences(HwTableId id,
     }
   }
   for (U32 bit = 0; bit < maxRowWords * 32; ++bit) {
-    if ((open[bit / 32] >> bit % 32 & 1) != 0) add(std::string("bit ").append(std::to_string(bit)), bit, bit);
+    if ((open[bit / 32] >> bit % 32 & 1) != 0)
+      add(std::string("bit ").append(std::to_string(bit)), bit, bit);
   }
   return differences;
 }
