@@ -367,7 +367,10 @@ TEST(AclIndirectCounter, everyKeyComesBackFromItsRow) {
   chip.start(*table);
   Random random;
   for (U32 i = 0; i < 1000; ++i) {
-    table->entryIs({static_cast<U16>(random())}, {static_cast<U16>(1 + random() % 4095)});
+    const VelaSwitch::AclIndirectCounterHashKey at{static_cast<U16>(random())};
+    table->entryIs(at, {static_cast<U16>(1 + random() % 4095)});
+    // Some sets of keys share too few rows.
+    if (!table->cachedItem(at)->placed()) table->entryDel(at);
   }
   Chip cold;
   cold.chip = chip.chip;
