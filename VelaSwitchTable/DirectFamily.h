@@ -14,7 +14,7 @@
 ///   traits                       a DirectFamilyTraits
 ///   rows(profile)                rows of the table
 ///   registers()                  the registers of words 0, 1, …; further words have none
-///   hwIndex(key), keyOf(index)   which row is the key's
+///   hwIndex(key), keyOf(index)   which row is the key's; noRow or one beyond the last for none
 ///   layout(profile)              the row's fields
 ///   pack(profile, key, result, valid, row)   writes all of them but the static ones
 ///   packStatic(index, row)       writes the static ones
@@ -42,6 +42,9 @@ enum class DirectPlacement : U8 {
   everyEgressProcessor,  ///< The same rows in every egress processor.
   sharedOut,             ///< One table whose rows are shared out among the egress processors.
 };
+
+/// The index of a key that no row can be for.
+inline constexpr HwIndex noRow = ~HwIndex{0};
 
 /// Each egress processor serves this many chip ports.
 inline constexpr U32 portsPerEgressProcessor = 2;
@@ -144,7 +147,12 @@ class DirectFamilyTable : public DirectBaseTable,
 
   void handleEntry(const Key& key) override {
     if (!initialized()) return;
-    F::trace(8, "handleEntry ", key);
+    F::trace(8, fwkType().name(), "::handleEntry ", key);
+    // The first to look at the key: one that is no key of the table stops here.
+    if (F::hwIndex(key) >= F::rows(profile())) {
+      F::trace(3, "handleEntry ", key, noRowText);
+      return;
+    }
     Entry entry(key);
     updateDirectItem(entry);
     if (F::trace.enabled(1)) F::trace(1, "Programming Entry ", entry.toStrep());
@@ -153,7 +161,7 @@ class DirectFamilyTable : public DirectBaseTable,
 
  protected:
   void handleInitialized() override {
-    for (const Key& key : this->entries().keys()) handleEntry(key);
+    this->forEachAnnouncedKey([&](const Key& key) { handleEntry(key); });
   }
 
  private:
@@ -173,6 +181,11 @@ class DirectFamilyConvertor : public DirectBaseConvertor {
   Key keyFromHwIndex(HwIndex index) const { return F::keyOf(index); }
 
   void doInitTableStats() override { initTableStatsPerEgressPort(1); }
+  U32 entriesPeak(U32 counter) const override {
+    // Of a part of the table only its present use is known.
+    if (this->entryCounters().size() > 1) return entriesUsed(counter);
+    return static_cast<const typename F::Table*>(swTable())->peak();
+  }
 
   void doCreateHwTables(VelaSwitchApi::TableState state) override {
     using namespace VelaSwitchApi;
@@ -223,9 +236,14 @@ class DirectFamilyConvertor : public DirectBaseConvertor {
     return Orb::make<Entry>(F::keyOf(index));
   }
   Orb::Ptr<DirectBaseEntry> decodeHwEntry(HwIndex index) const override {
+    const Key key = F::keyOf(index);
+    if (index >= F::rows(profile())) {
+      F::trace(3, "row ", index, noRowText);
+      return nullptr;
+    }
     const auto unpacked = unpack(hwRow(index), index);
     if (!unpacked) return nullptr;
-    auto entry = Orb::make<Entry>(F::keyOf(index));
+    auto entry = Orb::make<Entry>(key);
     entry->resultIs(unpacked->first);
     entry->validIs(unpacked->second);
     if (F::trace.enabled(8)) F::trace(8, "Decoded entry is ", entry->toStrep());

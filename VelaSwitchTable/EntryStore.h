@@ -6,7 +6,7 @@
 namespace VelaSwitchTable {
 
 /// The desired entries of a software table, whatever its kind, with the marks on their keys. Every
-/// change calls handleEntry(key).
+/// change calls handleEntry(key), but for those that only say what hardware holds.
 template <class Key, class Result>
 class EntryStore : private Orb::KeyObserver<Key> {
  public:
@@ -18,8 +18,11 @@ class EntryStore : private Orb::KeyObserver<Key> {
 
   /// Announces an entry. When an equal one is there nothing happens. Returns whether it changed.
   bool entryIs(const Key& key, const Result& result) {
+    const bool claimed = !unclaimed_.empty() && unclaimed_.erase(key);
     const bool changed = entry_.is(key, result);
-    if (!unclaimed_.empty()) unclaimed_.erase(key);
+    if (claimed) {
+      for (auto* observer : claimObservers_) observer->handleKey(key);
+    }
     return changed;
   }
   bool entryDel(const Key& key) { return entry_.del(key); }
@@ -60,7 +63,14 @@ class EntryStore : private Orb::KeyObserver<Key> {
     std::sort(keys.begin(), keys.end());
     return keys;
   }
-  bool unclaimed(const Key& key) const { return unclaimed_.has(key); }
+  bool unclaimed(const Key& key) const { return !unclaimed_.empty() && unclaimed_.has(key); }
+  U32 unclaimed() const { return unclaimed_.size(); }
+  /// Those who want to hear of keys that were read from hardware and are announced now, whether or
+  /// not their entry changes. They must be removed before they go.
+  void claimObserverIs(Orb::KeyObserver<Key>* observer) { claimObservers_.push_back(observer); }
+  void claimObserverDel(Orb::KeyObserver<Key>* observer) { std::erase(claimObservers_, observer); }
+  /// The most entries that there ever were.
+  U32 peak() const { return peak_; }
 
  protected:
   EntryStore() { entry_.observerIs(this); }
@@ -68,20 +78,30 @@ class EntryStore : private Orb::KeyObserver<Key> {
 
   /// Takes over what hardware holds.
   void entryIsFromHw(const Key& key, const Result& result) {
-    entry_.is(key, result);
     *unclaimed_.insert(key).first = true;
+    handling_ = false;
+    entry_.is(key, result);
+    handling_ = true;
+  }
+  /// Calls `visit(key)` for each key that did not come from hardware alone: what did is as it is.
+  template <class Visitor>
+  void forEachAnnouncedKey(const Visitor& visit) const {
+    for (const Key& key : entry_.keys()) {
+      if (!unclaimed(key)) visit(key);
+    }
   }
   /// Forgets an entry without touching its row.
   void entryForget(const Key& key) {
-    forgetting_ = true;
+    handling_ = false;
     entry_.del(key);
-    forgetting_ = false;
+    handling_ = true;
     unclaimed_.erase(key);
   }
 
  private:
   void handleKey(const Key& key) final {
-    if (forgetting_) return;
+    peak_ = std::max(peak_, entry_.size());
+    if (!handling_) return;
     if (!unclaimed_.empty() && !entry_.has(key)) unclaimed_.erase(key);
     handleEntry(key);
   }
@@ -89,7 +109,9 @@ class EntryStore : private Orb::KeyObserver<Key> {
   Orb::Collection<Key, Result> entry_;
   Orb::Map<Key, bool> hwInconsistentEntry_;
   Orb::Map<Key, bool> unclaimed_;
-  bool forgetting_ = false;
+  std::vector<Orb::KeyObserver<Key>*> claimObservers_;
+  U32 peak_ = 0;
+  bool handling_ = true;  ///< False while a change is to be handled by nobody.
 };
 
 }  // namespace VelaSwitchTable

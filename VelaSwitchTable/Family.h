@@ -7,6 +7,9 @@
 /// What table families of every kind have.
 namespace VelaSwitchTable {
 
+/// What ends the trace of a key or an index that the profile has no row for.
+inline constexpr const char* noRowText = " has no row in this profile";
+
 /// The status of one entry, under the family's own name.
 template <class Key, Orb::FixedString Name>
 struct EntryStatusOf {

@@ -162,17 +162,24 @@ class HashFamilyHelperBase : public VelaTableHashHelper {
     }
   }
   void setStaticBuffer(CuckooLocation location, U8* image) const override {
+    ORB_ASSERT_TEXT(swTable(), "swTable()");
     RowWriter writer(layout(), image, F::trace, "setStaticBuffer");
     F::packStatic(self(), location, writer);
   }
   void setHwBuffer(const VelaSwitchApi::HashBaseCuckooEntry& entry, CuckooLocation location,
                    U8* image) const override {
+    ORB_ASSERT_TEXT(swTable(), "swTable()");
     const Entry& packed = static_cast<const Entry&>(entry);
     RowWriter writer(layout(), image, F::trace, "setHwBuffer");
     F::pack(self(), packed.key(), packed.result(), packed.valid(), location, writer);
     setStaticBuffer(location, image);
   }
   Orb::Ptr<VelaSwitchApi::HashBaseCuckooEntry> decodeHwEntry(HwIndex index) const override {
+    ORB_ASSERT_TEXT(swTable(), "swTable()");
+    if (!hasRow(index)) {
+      F::trace(3, "row ", index, noRowText);
+      return nullHashEntry();
+    }
     // Rows come from hardware: whatever they hold must not do more harm than be refused.
     try {
       std::optional<std::pair<typename F::Key, typename F::Result>> unpacked;
@@ -288,7 +295,7 @@ class HashFamilyTableBase : public VelaSwitchApi::HashBaseTable,
     if (!item || time < item->lastHit()) return;
     item->lastHitIs(time);
     recordStatus(static_cast<Entry&>(*item));
-    const EntryStatus& status = *tableStatus()->entryStatus(keyOf(hashItem));
+    const EntryStatus& status = *tableStatusIs()->entryStatus(keyOf(hashItem));
     ORB_ASSERT(item->lastHit() == status.lastHit());
   }
   Orb::Ptr<VelaSwitchApi::HashBaseCuckooEntry> cachedCuckooEntry(
@@ -314,9 +321,15 @@ class HashFamilyTableBase : public VelaSwitchApi::HashBaseTable,
     const Key key = keyOf(item);
     if (!this->unclaimed(key)) return false;
     this->entryForget(key);
-    tableStatus()->entryStatusDel(key);
+    tableStatusIs()->entryStatusDel(key);
     hashItemDel(key);
     return true;
+  }
+  void entryStatusIsByHashItem(HashItem& hashItem) override {
+    const Entry& item = static_cast<const Entry&>(hashItem);
+    using Status = VelaSwitchApi::EntryProgrammedStatus;
+    if (item.programmedStatus() == Status::programmed) traceItem("Programming Entry ", item);
+    recordStatus(item);
   }
 
   const Orb::Ptr<TableStatus>& tableStatus() const { return tableStatus_; }
@@ -367,14 +380,14 @@ class HashFamilyTableBase : public VelaSwitchApi::HashBaseTable,
     const Orb::Ptr<Entry> item = createHashEntry(key, true);
     profileConvertor().updateHashEntryCounter(*item, false);
     if (item->valid()) {
-      F::trace(1, "Programming Entry ", key);
+      traceItem("Programming Entry ", *item);
       profileConvertor().handleHashEntry(*item);
       recordStatus(*item);
       if (item->programmedStatus() != VelaSwitchApi::EntryProgrammedStatus::programmed) {
         F::trace(2, "Not programmed, ", item->programmedStatus(), ": ", key);
       }
     } else {
-      F::trace(1, "Removing Entry ", key);
+      traceItem("Removing Entry ", *item);
       const bool success = profileConvertor().handleHashEntry(*item);
       ORB_ASSERT(success);
       hashItemDel(key);
@@ -383,7 +396,7 @@ class HashFamilyTableBase : public VelaSwitchApi::HashBaseTable,
       if (profileConvertor().physicalTable().mayLinger(*item)) {
         recordStatus(*item);
       } else if (statusSupported()) {
-        tableStatus()->entryStatusDel(key);
+        tableStatusIs()->entryStatusDel(key);
       }
     }
     this->hwInconsistentEntryDel(key);
@@ -391,7 +404,7 @@ class HashFamilyTableBase : public VelaSwitchApi::HashBaseTable,
 
  protected:
   void handleInitialized() override {
-    for (const Key& key : this->entries().keys()) handleEntry(key);
+    this->forEachAnnouncedKey([&](const Key& key) { handleEntry(key); });
   }
 
  private:
@@ -405,17 +418,27 @@ class HashFamilyTableBase : public VelaSwitchApi::HashBaseTable,
 
   void recordStatus(const Entry& item) {
     if (!statusSupported()) return;
-    tableStatus()->entryStatusIs(EntryStatus{item.key(), item.programmedStatus(), item.lastHit()});
+    tableStatusIs()->entryStatusIs(
+        EntryStatus{item.key(), item.programmedStatus(), item.lastHit()});
   }
 
   void traceStatus(const Key& key) const {
     if (!F::trace.enabled(8)) [[likely]]
       return;
-    F::trace(8, "handleEntry ", key);
-    if (const EntryStatus* status = tableStatus()->entryStatus(key)) {
+    F::trace(8, fwkType().name(), "::handleEntry ", key);
+    if (const EntryStatus* status = tableStatus() ? tableStatus()->entryStatus(key) : nullptr) {
       F::trace(8, "entry has status: ", *status);
     } else {
       F::trace(8, "entry has no status");
+    }
+  }
+
+  /// A family says whether its item's text tells more than its key's.
+  static void traceItem(const char* what, const Entry& item) {
+    if constexpr (requires { F::tracesItem; }) {
+      if (F::trace.enabled(1)) F::trace(1, what, item.toStrep());
+    } else {
+      F::trace(1, what, item.key());
     }
   }
 
@@ -451,8 +474,11 @@ class HashFamilyConvertor : public VelaSwitchApi::PhysicalHashTableConvertor {
   static constexpr const char* sourceUnit = F::sourceUnit;
 
   void doCreateHwTables(VelaSwitchApi::TableState state) override {
-    const auto* table = static_cast<const VelaSwitchApi::HashBaseTable*>(swTable());
-    ORB_ASSERT(table);
+    const VelaSwitchApi::SwTable* swTblBase = swTable();
+    ORB_ASSERT(swTblBase);
+    const auto* swTbl = dynamic_cast<const VelaSwitchApi::HashBaseTable*>(swTblBase);
+    ORB_ASSERT(swTbl);
+    const VelaSwitchApi::HashBaseTable* table = swTbl;
     if (!table->hwTablesDuplicate()) {
       createHwTable(*table, 0, table->tableIdx(), state);
       return;
@@ -507,6 +533,7 @@ class HashFamilyConvertor : public VelaSwitchApi::PhysicalHashTableConvertor {
         physicalTable().hitTableIs(id, createHitTable(*table, descriptor, prefix, state));
       }
     }
+    ORB_ASSERT(table);
     hwTableIs(id, table);
     descriptorIs(id, &table->descriptor());
     if constexpr (F::traits.hitTableOffset != noHitTable) {

@@ -42,6 +42,12 @@ inline constexpr U8 natParityWords = 4;
 inline constexpr U8 natKeyStart = 5;
 inline constexpr U8 natProtoClasses = 4;
 
+/// Whether no entry is in the row: its valid bit is a field of the result, so only one that is all
+/// zero is empty.
+inline bool natRowEmpty(const VelaSwitchApi::RowReader& row) {
+  return std::all_of(row.words(), row.words() + natParityWords, [](U32 word) { return word == 0; });
+}
+
 /// The low address bits behind the key's start, which the row implies.
 inline std::vector<U8> natImpliedBits(U8 count) {
   std::vector<U8> bits(count);
@@ -81,7 +87,7 @@ inline void packNatStatic(CuckooLocation location, U32 selector, VelaSwitchApi::
 template <class Result>
 Result unpackNatResult(const VelaSwitchApi::RowReader& row) {
   Result result;
-  result.valid = true;
+  result.valid = row.flag(NatRow::valid);
   result.proto = static_cast<U8>(row.get(NatRow::proto0) | row.get(NatRow::proto1) << 1);
   result.natRewriteId = static_cast<U16>(row.get(NatRow::natRewriteId));
   result.trapToCpu = row.flag(NatRow::trapToCpu);

@@ -19,10 +19,15 @@
 ///   absentResult()               what the row of a key without an entry is made from
 ///   layout(profile, table)       the row's fields in one hardware table
 ///
-/// and, where its traces are not those of the others,
+/// and, where it is not like the others,
 ///
-///   traceAbsent(table, index)    a row that was to be read back was never written
+///   absentByIndex                a row that was never written is traced by its index, not its key
+///   traceAbsent(table, index)    or in the family's own words
 ///   tracesHandling               handleEntry and writes are traced
+///   ignoresRows                  rows that say nothing are left out of audits as well
+///   takesDefault                 rows that are as without an entry are taken over
+///   marks(entry, row)            whether an audit marks the key, whose entry may be null, for what
+///                                the row says
 ///
 /// and a LayerConvertor that derives from PlainFamilyLayerConvertor<F> and knows the hardware
 /// tables: doCreateHwTables(state), packRow() and unpackRow(). Where the tables can be listed, the
@@ -128,7 +133,10 @@ class PlainFamilyTable : public VelaSwitchApi::SwTable,
       F::trace(8, " Skipped as not yet initialized - key:", key);
       return;
     }
-    if constexpr (tracesHandling<F>) F::trace(9, __PRETTY_FUNCTION__, " ", key);
+    F::trace(8, fwkType().name(), "::handleEntry ", key);
+    if constexpr (tracesHandling<F>) {
+      F::trace(9, "void ", fwkType().name(), "::handleEntry(const ", Key::typeName, "&) ", key);
+    }
     const Result* desired = this->entry(key);
     F::trace(1, desired ? "Programming Entry " : "Removing Entry ", key);
     // A copy: the convertor may meet observers that change the collection.
@@ -149,7 +157,7 @@ class PlainFamilyTable : public VelaSwitchApi::SwTable,
 
  protected:
   void handleInitialized() override {
-    for (const Key& key : this->entries().keys()) handleEntry(key);
+    this->forEachAnnouncedKey([&](const Key& key) { handleEntry(key); });
   }
 };
 
@@ -174,48 +182,56 @@ class PlainFamilyLayerConvertor : public F::Convertor {
       first = std::min(first, hwTable->descriptor().first);
       end = std::max(end, hwTable->descriptor().last + 1);
     }
-    if (end == 0) return;
-    this->initEntryCounter(table()->name(), (end - first) / copies(),
-                           [this] { return table()->entries().size(); });
+    if (end != 0) this->initEntryCounter(table()->name(), (end - first) / copies(), 0);
   }
+  U32 entriesUsed(U32) const override { return table()->entries().size(); }
+  U32 entriesPeak(U32) const override { return table()->peak(); }
 
   bool hwTableEntryIs(const Key& key, const Result& result) override {
+    const auto first = this->hwTables().find(0);
+    if (first == this->hwTables().end() || !first->second->active()) return true;
+    bool row = false;
     bool good = true;
-    for (const auto& [id, hwTable] : this->hwTables()) {
-      const auto& descriptor = hwTable->descriptor();
-      const HwIndex rows = (descriptor.last - descriptor.first + 1) / copies();
-      for (HwIndex index = F::hwIndex(key); index <= descriptor.last; index += rows) {
-        if (index < descriptor.first || !hwTable->active()) break;
-        if (!writeRow(*hwTable, index, key, result)) good = false;
-        if (copies() == 1) break;
-      }
-    }
+    forEachRow(key, [&](HwTableConfig& hwTable, HwIndex index) {
+      row = true;
+      good = writeRow(hwTable, index, key, result) && good;
+    });
+    if (!row) F::trace(3, "hwTableEntryIs ", key, noRowText);
     return good;
   }
 
+  /// Without `overwrite`, only rows that belong to no entry: one that could not be read before is
+  /// read again, and left alone when it still cannot be; what it holds is taken over.
   void initHwEntries(bool overwrite, U32 start) override {
     for (const auto& [id, hwTable] : this->hwTables()) {
       const auto& descriptor = hwTable->descriptor();
       for (HwIndex index = std::max(start, descriptor.first); index <= descriptor.last; ++index) {
-        if (!overwrite && hwTable->state(index) == HwTableConfig::Row::held) continue;
-        if (overwrite) hwTable->entryForget(index);
         const Key key = F::keyOf(index);
+        if (overwrite) {
+          hwTable->entryForget(index);
+        } else if (!takesDefaultNow(*hwTable, index, key)) {
+          continue;
+        }
         if (!writeRow(*hwTable, index, key, desired(key))) {
           table()->hwInconsistentEntryIs(key, true);
         }
       }
     }
+    if (overwrite) return;
+    for (const Key& key : table()->hwInconsistentKeys()) {
+      if (!table()->entry(key) && everyTableHolds(key)) table()->hwInconsistentEntryDel(key);
+    }
   }
 
   void handleRebuilt() override {
-    Image expected;
     for (const auto& [id, hwTable] : this->hwTables()) {
       const auto& descriptor = hwTable->descriptor();
       for (HwIndex index = descriptor.first; index <= descriptor.last; ++index) {
-        if (hwTable->state(index) != HwTableConfig::Row::held) continue;
-        expectedImage(id, index, expected.data());
-        if (hwTable->same(index, expected.data(), hwTable->image(index))) continue;
-        if (!ignored(id, index)) table()->hwInconsistentEntryIs(F::keyOf(index), true);
+        if (hwTable->mapped(index).empty() || holds(*hwTable, index)) continue;
+        const Key key = F::keyOf(index);
+        const bool held = hwTable->state(index) == HwTableConfig::Row::held;
+        if (held ? ignored(id, index) : !table()->entry(key)) continue;
+        table()->hwInconsistentEntryIs(key, true);
       }
     }
   }
@@ -236,14 +252,15 @@ class PlainFamilyLayerConvertor : public F::Convertor {
   }
 
   void syncEntries(U32 id) override {
-    HwTableConfig& hwTable = *this->hwTable(id);
-    const auto& descriptor = hwTable.descriptor();
+    const Orb::Ptr<HwTableConfig> hwTable = this->hwTable(id);
+    ORB_ASSERT_TEXT(hwTable, "table");
+    const auto& descriptor = hwTable->descriptor();
     for (HwIndex index = descriptor.first; index <= descriptor.last; ++index) {
-      if (hwTable.mapped(index).empty()) continue;
+      if (hwTable->mapped(index).empty()) continue;
       if (table()->initialized()) {
-        auditRow(hwTable, index);
+        auditRow(*hwTable, index);
       } else {
-        rebuildRow(hwTable, index);
+        rebuildRow(*hwTable, index);
       }
     }
   }
@@ -256,6 +273,8 @@ class PlainFamilyLayerConvertor : public F::Convertor {
                        Image& image) const = 0;
   /// Adds what one hardware table's row holds to the result.
   virtual RowSays unpackRow(HwTableId table, HwIndex index, U32* image, Result& result) const = 0;
+  /// Adds to the result, which another table's row gave, what of a table's row no other has.
+  virtual void joinRow(HwTableId, const Result&, Result&) const {}
   /// How often each row stands in a hardware table, one block of rows behind the other.
   virtual U32 copies() const { return 1; }
 
@@ -273,37 +292,107 @@ class PlainFamilyLayerConvertor : public F::Convertor {
     return image;
   }
 
+  /// Calls `visit(hwTable, index)` for each row of the key.
+  template <class Visitor>
+  void forEachRow(const Key& key, const Visitor& visit) const {
+    for (const auto& [id, hwTable] : this->hwTables()) {
+      const auto& descriptor = hwTable->descriptor();
+      const HwIndex rows = (descriptor.last - descriptor.first + 1) / copies();
+      HwIndex index = F::hwIndex(key);
+      if (index < descriptor.first || index - descriptor.first >= rows) continue;
+      for (U32 copy = 0; copy < copies(); ++copy, index += rows) visit(*hwTable, index);
+    }
+  }
+
   bool writeRow(HwTableConfig& hwTable, HwIndex index, const Key& key, const Result& result) {
     const Image image = rowImage(hwTable.descriptor().identity.id, key, result);
-    if constexpr (tracesHandling<F>) F::trace(9, "Set hwTableEntry key: ", key);
-    return hwTable.entryIs({index, image.data(), VelaSwitchApi::maxRowWords});
+    return hwTable.entryIs({index, image.data(), VelaSwitchApi::maxRowWords}, [&] {
+      if constexpr (tracesHandling<F>) F::trace(9, "Set hwTableEntry key: ", key);
+    });
+  }
+
+  /// Whether hardware is known to hold what is desired in the row.
+  bool holds(const HwTableConfig& hwTable, HwIndex index) const {
+    if (hwTable.state(index) != HwTableConfig::Row::held) return false;
+    Image expected;
+    expectedImage(hwTable.descriptor().identity.id, index, expected.data());
+    return hwTable.same(index, expected.data(), hwTable.image(index));
+  }
+  bool everyTableHolds(const Key& key) const {
+    bool all = true;
+    forEachRow(key, [&](const HwTableConfig& hwTable, HwIndex index) {
+      all = all && (hwTable.mapped(index).empty() || holds(hwTable, index));
+    });
+    return all;
+  }
+
+  /// Whether a row that nobody has written yet is to have its default content now.
+  bool takesDefaultNow(HwTableConfig& hwTable, HwIndex index, const Key& key) {
+    using Row = HwTableConfig::Row;
+    if (hwTable.mapped(index).empty()) return false;
+    const Row state = hwTable.state(index);
+    if (state == Row::unread || state == Row::unknown) rebuildRow(hwTable, index);
+    return hwTable.state(index) != Row::unread && !table()->entry(key) &&
+           !(hwTable.state(index) == Row::held && ignored(hwTable.descriptor().identity.id, index));
   }
 
   void rebuildRow(HwTableConfig& hwTable, HwIndex index) {
     const HwTableId id = hwTable.descriptor().identity.id;
-    if (hwTable.readEntry(index) != Read::held) {
-      if constexpr (requires { &F::traceAbsent; }) {
-        F::traceAbsent(id, index);
-      } else {
-        F::trace(5, " index ", index, " does not exist.");
-      }
+    const Key key = F::keyOf(index);
+    const Read read = hwTable.readEntry(index);
+    if (read == Read::failed) traceUnreadable(hwTable, key);
+    if (read == Read::absent) traceAbsent(hwTable, key, index);
+    if (read != Read::held) return;
+    Result result = F::absentResult();
+    const RowSays said = says(id, index, result);
+    // A row that cannot be is not left standing: it gets written with what is desired of its key.
+    if (said == RowSays::unsound) hwTable.entryForget(index);
+    if (said != RowSays::result) return;
+    if (!isFirstSound(hwTable, index, key)) {
+      const Result* taken = table()->entry(key);
+      Result joined = taken ? *taken : F::absentResult();
+      joinRow(id, result, joined);
+      result = joined;
+      if (taken ? result == *taken : result == F::absentResult()) return;
+    } else if (!takesDefault && result == F::absentResult()) {
       return;
     }
-    const Key key = F::keyOf(index);
-    Result result = desired(key);
-    const RowSays said = says(id, index, result);
-    if (said == RowSays::nothing) return;
-    if (said == RowSays::unsound) {
-      // Not left standing: the row gets written with what is desired of its key.
-      hwTable.entryForget(index);
-    } else if (result != F::absentResult()) {
-      F::trace(5, "Set sw table entry for key: ", key, " value: ", result);
-      table()->entryIsByHwRow(key, result);
+    F::trace(5, "Set sw table entry for key: ", key, " value: ", result);
+    table()->entryIsByHwRow(key, result);
+  }
+
+  /// Whether no row of the key in front of this one says anything: its tables may disagree when a
+  /// writer stopped amid a change, and then the first that is sound counts.
+  bool isFirstSound(const HwTableConfig& hwTable, HwIndex index, const Key& key) const {
+    bool passed = false;
+    bool first = true;
+    forEachRow(key, [&](const HwTableConfig& other, HwIndex otherIndex) {
+      passed = passed || (&other == &hwTable && otherIndex == index);
+      if (passed || !other.active() || other.state(otherIndex) != HwTableConfig::Row::held) return;
+      Result result = F::absentResult();
+      first = first && says(other.descriptor().identity.id, otherIndex, result) != RowSays::result;
+    });
+    return first;
+  }
+
+  static void traceAbsent(const HwTableConfig& hwTable, const Key& key, HwIndex index) {
+    const auto& identity = hwTable.descriptor().identity;
+    if constexpr (requires { &F::traceAbsent; }) {
+      F::traceAbsent(identity.id, index);
+    } else if constexpr (requires { F::absentByIndex; }) {
+      F::trace(5, " index ", index, " does not exist.");
+    } else {
+      F::trace(3, "Missing hw table entry for key: ", key, ", table ", identity.name);
     }
+  }
+  static void traceUnreadable(const HwTableConfig& hwTable, const Key& key) {
+    F::trace(3, "Unreadable hw table entry for key: ", key, ", table ",
+             hwTable.descriptor().identity.name);
   }
 
   /// Whether rows that say nothing are left out of audits as well.
   static constexpr bool ignoresRows = requires { F::ignoresRows; };
+  static constexpr bool takesDefault = requires { F::takesDefault; };
 
   bool ignored(HwTableId id, HwIndex index) const {
     Result result{};
@@ -324,28 +413,36 @@ class PlainFamilyLayerConvertor : public F::Convertor {
 
   void auditRow(HwTableConfig& hwTable, HwIndex index) {
     const HwTableId id = hwTable.descriptor().identity.id;
+    const Key key = F::keyOf(index);
     const Read read = hwTable.readEntry(index);
     if (read == Read::failed) {
+      traceUnreadable(hwTable, key);
       this->auditFindingIs({Finding::Kind::unreadable, id, index});
       return;
     }
-    const Key key = F::keyOf(index);
-    Image expected;
-    expectedImage(id, index, expected.data());
-    if (read == Read::held && hwTable.same(index, expected.data(), hwTable.image(index))) return;
-    if (read == Read::held && ignored(id, index)) return;
-
+    const Result* entry = table()->entry(key);
     if (read == Read::absent) {
-      F::trace(3, "Missing hw table entry for key: ", key, ", table ",
-               hwTable.descriptor().identity.name);
+      traceAbsent(hwTable, key, index);
+      if (!entry || rowImage(id, key, *entry) == rowImage(id, key, F::absentResult())) return;
       this->auditFindingIs({Finding::Kind::missing, id, index});
-    } else {
-      F::trace(3, "Inconsistent hw table entry for key: ", key);
-      const bool ours = table()->entry(key) != nullptr;
-      this->auditFindingIs(
-          {ours ? Finding::Kind::inconsistent : Finding::Kind::unexpected, id, index});
+      table()->hwInconsistentEntryIs(key, true);
+      return;
     }
+    if (ignored(id, index)) return;
+    const bool differs = !holds(hwTable, index);
+    bool marked = differs;
+    if constexpr (requires { &F::marks; }) {
+      Result row = F::absentResult();
+      if (says(id, index, row) == RowSays::result) marked = marked || F::marks(entry, row);
+    }
+    if (!marked) return;
+    F::trace(3, "Inconsistent hw table entry for key: ", key);
     table()->hwInconsistentEntryIs(key, true);
+    if (entry) {
+      this->auditFindingIs({Finding::Kind::inconsistent, id, index});
+    } else if (differs) {
+      this->auditFindingIs({Finding::Kind::unexpected, id, index});
+    }
   }
 };
 

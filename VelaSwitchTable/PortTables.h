@@ -18,6 +18,7 @@ struct PortKeyOf {
 /// The rows of a family whose keys are ports.
 template <class Key>
 struct PortRows {
+  static constexpr bool absentByIndex = true;
   static HwIndex hwIndex(const Key& key) { return key.portId().value(); }
   static Key keyOf(HwIndex index) { return Key{VelaSwitch::ChipPortId(index)}; }
 };

@@ -231,9 +231,14 @@ void AclHashConvertor::doCreateHwTables(VelaSwitchApi::TableState state) {
   HashFamilyConvertor::doCreateHwTables(state);
 }
 
+Orb::Ptr<VelaSwitchApi::PhysicalHashProperties> AclHashHelper::doGetPhysTableProperties() const {
+  return Orb::make<AclPhysicalHashProperties>(tableIndex_);
+}
+
 void AclHashHelper::setHwBuffer(const VelaSwitchApi::HashBaseCuckooEntry& entry,
                                 CuckooLocation location, U8* image) const {
-  if (!TableConstants::isAclHashTableId(tableIndex_)) {
+  const U32 processors = swTable() ? profile().pipelines() : VelaSwitch::ProfileInfo::maxPipes;
+  if (!TableConstants::isAclHashTableId(tableIndex_, processors)) {
     AclHashFamily::trace(0, "invalid ACL hashTableId ", tableIndex_);
     return;
   }

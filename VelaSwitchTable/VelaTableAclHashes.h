@@ -66,7 +66,11 @@ class VELA_EXPORT AclHashHelper final : public HashFamilyHelper<AclHashFamily> {
   explicit AclHashHelper(U8 tableIdx)
       : HashFamilyHelper(tableIdx), tableIndex_(TableConstants::aclHashTableId(tableIdx)) {}
   /// The helper of a table by its number; one that is not an ACL hash table packs no rows.
-  explicit AclHashHelper(TableIndex index) : tableIndex_(static_cast<U8>(index)) {}
+  explicit AclHashHelper(TableIndex index)
+      : HashFamilyHelper(TableConstants::aclTableIdx(static_cast<U8>(index))),
+        tableIndex_(static_cast<U8>(index)) {}
+
+  Orb::Ptr<VelaSwitchApi::PhysicalHashProperties> doGetPhysTableProperties() const override;
 
   void setHwBuffer(const VelaSwitchApi::HashBaseCuckooEntry& entry, CuckooLocation location,
                    U8* image) const override;

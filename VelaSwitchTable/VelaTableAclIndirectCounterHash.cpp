@@ -68,8 +68,8 @@ void AclIndirectCounterHashFamily::packStatic(const Helper& helper, CuckooLocati
 std::optional<std::pair<AclIndirectCounterHashKey, AclIndirectCounterHashResult>>
 AclIndirectCounterHashFamily::unpack(const Helper& helper, const RowReader& row, CuckooLocation) {
   ORB_ASSERT_TEXT(helper.swTable(), "swTable()");
+  if (row.words()[0] == 0) return std::nullopt;
   const auto index = static_cast<U16>(row.get(Row::counterIndex));
-  if (index == 0) return std::nullopt;
   return std::pair{Key{static_cast<U16>(row.get(Row::keyHigh) << impliedKeyBits)}, Result{index}};
 }
 

@@ -12,7 +12,8 @@ using AclIndirectCounterHashEntryStatus =
 
 /// Which counter an ACL's counter key stands for, in a pipeline's ingress ACL processor.
 ///
-/// The row has no valid bit: one whose index is 0, which stands for no counter, is empty.
+/// The row has no valid bit: one that is all zero is empty. A key below 2048 with index 0 packs to
+/// just that, and so cannot be rebuilt from registers; lookups find nothing there.
 struct VELA_EXPORT AclIndirectCounterHashFamily
     : HashFamilyTypes<VelaSwitch::AclIndirectCounterHashKey, AclIndirectCounterHashResult,
                       class AclIndirectCounterHashTable, class AclIndirectCounterHashConvertor,

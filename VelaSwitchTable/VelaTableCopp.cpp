@@ -152,7 +152,35 @@ RowSays CoppFamily::unpack(const PlainRowContext& at, const Key& key,
 }
 
 ProfileHwApi CoppTable::scaleFactorVersion() const {
-  return scaleFactorVersion_ ? *scaleFactorVersion_ : profile().fields().scaleFactorVersion();
+  const auto& version = scaleFactorVersion_.value();
+  return version ? *version : profile().fields().scaleFactorVersion();
+}
+
+void CoppTable::scaleFactorVersionIs(ProfileHwApi version) {
+  const bool connected = bool{profileConvertorPtr()};
+  if (connected && version == scaleFactorVersion()) return;
+  const bool supported = connected && scaleFactorSupported();
+  if (!scaleFactorVersion_.is(version)) return;
+  if (!initialized() || scaleFactorSupported() == supported) return;
+  for (HwIndex index = 0; index <= CoppFamily::lastIndex; ++index) {
+    const CoppEntryKey key = CoppFamily::keyOf(index);
+    if (entry(key)) {
+      handleEntry(key);
+    } else if (!static_cast<CoppConvertor&>(*profileConvertorPtr())
+                    .hwTableEntryIs(key, {}, false)) {
+      hwInconsistentEntryIs(key, true);
+    }
+  }
+}
+
+bool CoppConvertor::hwTableEntryIs(const CoppEntryKey& key, const CoppEntry& entry, bool present) {
+  return hwTableEntryIs(key, present ? entry : CoppFamily::absentResult());
+}
+
+void CoppConvertor::syncEntries(U32 id) {
+  ORB_ASSERT_TEXT(hwTable(id), "table");
+  ORB_ASSERT_TEXT(hwTable(numCoppTables()), "cpuTxHwTable");
+  DeclaredLayerConvertor::syncEntries(id);
 }
 
 U32 CoppConvertor::numCoppTables() const {

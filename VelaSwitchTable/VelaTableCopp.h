@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Orb/Attribute.h"
 #include "VelaSwitchTable/PlainFamily.h"
 
 namespace VelaSwitchTable {
@@ -61,13 +62,19 @@ class VELA_EXPORT CoppTable final : public PlainFamilyTable<CoppFamily> {
   static constexpr const char* typeName = "VelaSwitchTable::CoppTable";
   using PlainFamilyTable::PlainFamilyTable;
 
-  /// Hardware interface from which limiters have a scale factor; the profile's unless set.
-  void scaleFactorVersionIs(VelaSwitch::ProfileHwApi version) { scaleFactorVersion_ = version; }
+  /// Hardware interface from which limiters have a scale factor; the profile's unless set. The
+  /// limiters whose registers that changes are written again. An equal value changes nothing and
+  /// tells nobody.
+  void scaleFactorVersionIs(VelaSwitch::ProfileHwApi version);
   VelaSwitch::ProfileHwApi scaleFactorVersion() const;
   bool scaleFactorSupported() const { return profile().hwApi() >= scaleFactorVersion(); }
+  /// For those who want to hear of another version.
+  Orb::Attribute<std::optional<VelaSwitch::ProfileHwApi>>& scaleFactorVersionAttribute() {
+    return scaleFactorVersion_;
+  }
 
  private:
-  std::optional<VelaSwitch::ProfileHwApi> scaleFactorVersion_;
+  Orb::Attribute<std::optional<VelaSwitch::ProfileHwApi>> scaleFactorVersion_;
 };
 
 class VELA_EXPORT CoppConvertorBase : public PlainFamilyConvertor<CoppFamily> {};
@@ -78,6 +85,12 @@ class VELA_EXPORT CoppConvertor final : public DeclaredLayerConvertor<CoppFamily
 
   /// Limiter tables of the ingress side, without the CPU's.
   U32 numCoppTables() const;
+
+  using DeclaredLayerConvertor::hwTableEntryIs;
+  /// Writes the limiter's registers, or with `present` false those of one without an entry.
+  bool hwTableEntryIs(const CoppEntryKey& key, const CoppEntry& entry, bool present);
+  /// The table and the CPU's transmit table must be there.
+  void syncEntries(U32 table) override;
 };
 
 /// The registers of the indexes before hardware interface 4.1. An index without a register, and one

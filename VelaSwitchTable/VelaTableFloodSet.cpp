@@ -1,5 +1,7 @@
 #include "VelaSwitchTable/VelaTableFloodSet.h"
 
+#include <chrono>
+
 namespace VelaSwitchTable {
 namespace {
 
@@ -15,15 +17,26 @@ std::string FloodSetResult::resultString() const {
 }
 
 bool FloodSetTable::entryIs(const FloodSetEntry& entry) {
-  *lastUpdate_.insert(entry.key()).first = entry.lastUpdate();
-  return PlainFamilyTable::entryIs(entry.key(), entry.result());
+  const FloodSetEntry* there = this->entry(entry.key());
+  const bool same = there && there->result() == entry.result();
+  return PlainFamilyTable::entryIs(entry.key(), same ? FloodSetEntry(*there) : entry);
 }
 
-FloodSetEntry FloodSetTable::floodSetEntry(Bridging::VlanId vid) const {
-  const FloodSetResult* result = entry(vid);
-  if (!result) return {vid, FloodSetResult{}, Orb::Seconds{}};
-  const Orb::Seconds* time = lastUpdate_.find(vid);
-  return {vid, *result, time ? *time : Orb::Seconds{}};
+bool FloodSetTable::entryIs(Bridging::VlanId vid, const FloodSetResult& result) {
+  return entryIs({vid, result, clock_()});
+}
+
+void FloodSetTable::entryIsByHwRow(const Bridging::VlanId& vid, const FloodSetEntry& row) {
+  PlainFamilyTable::entryIsByHwRow(vid, {vid, row.result(), clock_()});
+}
+
+Orb::Seconds FloodSetTable::systemTime() {
+  const auto now = std::chrono::system_clock::now().time_since_epoch();
+  return Orb::Seconds(std::chrono::duration<double>(now).count());
+}
+
+bool FloodSetConvertorLayer2All::isCpuPipeline(U32 tableIndex, U32 numTables) const {
+  return profile().cpuPipeline() && tableIndex == numTables - 1;
 }
 
 std::vector<PlainHwTable> FloodSetFamily::hwTables(const VelaSwitch::ProfileInfo& profile) {
@@ -43,8 +56,8 @@ VelaSwitchApi::RowLayout FloodSetFamily::layout(const VelaSwitch::ProfileInfo& p
 
 void FloodSetFamily::pack(const PlainRowContext&, const Key& key, const Result& result,
                           VelaSwitchApi::RowWriter& row) {
-  row.set(Row::uucPortMask, result.uucPortMask());
-  row.set(Row::umcPortMask, result.umcPortMask());
+  row.set(Row::uucPortMask, result.result().uucPortMask());
+  row.set(Row::umcPortMask, result.result().umcPortMask());
   row.set(Row::vlan, key.value());
   row.set(Row::commit, 1);
 }
@@ -52,8 +65,7 @@ void FloodSetFamily::pack(const PlainRowContext&, const Key& key, const Result& 
 RowSays FloodSetFamily::unpack(const PlainRowContext&, const Key& key,
                                const VelaSwitchApi::RowReader& row, Result& result) {
   if (!row.flag(Row::commit) || row.get(Row::vlan) != key.value()) return RowSays::unsound;
-  result.uucPortMask = row.get(Row::uucPortMask);
-  result.umcPortMask = row.get(Row::umcPortMask);
+  result.result = FloodSetResult{row.get(Row::uucPortMask), row.get(Row::umcPortMask)};
   return RowSays::result;
 }
 

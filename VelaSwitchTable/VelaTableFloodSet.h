@@ -1,5 +1,7 @@
 #pragma once
 
+#include <functional>
+
 #include "Bridging/VlanId.h"
 #include "VelaSwitchTable/VlanTables.h"
 
@@ -26,16 +28,20 @@ struct FloodSetEntry {
 
 /// Flood sets of the VLANs. Every hardware table has the whole masks, not its slice of the ports.
 struct VELA_EXPORT FloodSetFamily
-    : PlainFamilyTypes<Bridging::VlanId, FloodSetResult, class FloodSetTable,
+    : PlainFamilyTypes<Bridging::VlanId, FloodSetEntry, class FloodSetTable,
                        class FloodSetConvertor, class FloodSetConvertorLayer2All> {
   static constexpr const char* sourceUnit = "VelaTableFloodSet";
   static inline Trace::Handle trace{sourceUnit};
   static constexpr PlainFamilyTraits traits{.index = TableIndex::floodSet,
                                             .staticWords = {0, 0, 0, 0, 0xffffffff}};
 
+  static constexpr bool absentByIndex = true;
+
   static HwIndex hwIndex(const Key& key) { return key.value(); }
   static Key keyOf(HwIndex index) { return Bridging::VlanId(index); }
   static Result absentResult() { return {}; }
+  /// What of an entry is announced, and shows in hardware.
+  static const FloodSetResult& announced(const Result& entry) { return entry.result(); }
   static std::vector<PlainHwTable> hwTables(const VelaSwitch::ProfileInfo& profile);
   static VelaSwitchApi::RowLayout layout(const VelaSwitch::ProfileInfo& profile, U32 table);
   static void pack(const PlainRowContext& at, const Key& key, const Result& result,
@@ -47,14 +53,25 @@ struct VELA_EXPORT FloodSetFamily
 class VELA_EXPORT FloodSetTable final : public PlainFamilyTable<FloodSetFamily> {
  public:
   static constexpr const char* typeName = "VelaSwitchTable::FloodSetTable";
-  using PlainFamilyTable::entryIs;
   using PlainFamilyTable::PlainFamilyTable;
-  /// Announces a flood set and notes the time of the change.
+
+  /// Announces a flood set with the time of its change. One whose masks are there already changes
+  /// nothing, the time neither; returns whether anything changed.
   bool entryIs(const FloodSetEntry& entry);
-  FloodSetEntry floodSetEntry(Bridging::VlanId vid) const;
+  /// With the clock's time.
+  bool entryIs(Bridging::VlanId vid, const FloodSetResult& result);
+
+  /// Gives the time of changes that are announced without; the system's time unless set.
+  using Clock = std::function<Orb::Seconds()>;
+  void clockIs(Clock clock) { clock_ = std::move(clock); }
+
+  /// A row of hardware has no time: its entry has the clock's.
+  void entryIsByHwRow(const Bridging::VlanId& vid, const FloodSetEntry& row);
 
  private:
-  Orb::Map<Bridging::VlanId, Orb::Seconds> lastUpdate_;
+  static Orb::Seconds systemTime();
+
+  Clock clock_ = systemTime;
 };
 
 class VELA_EXPORT FloodSetConvertor : public PlainFamilyConvertor<FloodSetFamily> {};
@@ -62,6 +79,9 @@ class VELA_EXPORT FloodSetConvertor : public PlainFamilyConvertor<FloodSetFamily
 class VELA_EXPORT FloodSetConvertorLayer2All final : public DeclaredLayerConvertor<FloodSetFamily> {
  public:
   static constexpr const char* typeName = "VelaSwitchTable::FloodSetConvertorLayer2All";
+
+  /// Whether the table is the CPU pipeline's: the last one, on profiles that have it.
+  bool isCpuPipeline(U32 tableIndex, U32 numTables) const;
 };
 
 VELA_EXPORT Orb::Ptr<FloodSetTable> FloodSetTableIs(const std::string& name);

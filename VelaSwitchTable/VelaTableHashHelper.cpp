@@ -10,7 +10,7 @@ void VelaTableHashHelper::doInit() {
 }
 
 U32* VelaTableHashHelper::hwRow(HwIndex index) const {
-  return physical().hwTables().front()->image(index);
+  return physical().decodedTable().image(index);
 }
 
 }  // namespace VelaSwitchTable

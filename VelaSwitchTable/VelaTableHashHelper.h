@@ -26,8 +26,9 @@ class VELA_EXPORT VelaTableHashHelper : public VelaSwitchApi::HashBaseHelper {
   virtual RowLayout makeLayout() const = 0;
   virtual Orb::Ptr<VelaSwitchApi::HashBaseCuckooEntry> makeNullEntry() const = 0;
 
-  /// The image that the first pipeline's table has of a row.
+  /// The image of a row in the pipeline that is decoded.
   U32* hwRow(HwIndex index) const;
+  bool hasRow(HwIndex index) const { return index < physical().engine().capacity(); }
   CuckooLocation location(HwIndex index) const { return physical().location(index); }
 
  private:

@@ -16,9 +16,7 @@ std::string LagGroupResult::resultString() const {
 
 std::vector<PlainHwTable> LagGroupFamily::hwTables(const VelaSwitch::ProfileInfo& profile) {
   auto tables = layer2PortTables(profile, {"lag_group_data0", "lag_ctl"});
-  if (profile.cpuPipeline()) {
-    tables.push_back(cpuPortTable(profile, tables.size(), {"lag_group_data0"}));
-  }
+  tables.push_back(cpuPortTable(profile, tables.size(), {"lag_group_data0"}));
   return tables;
 }
 

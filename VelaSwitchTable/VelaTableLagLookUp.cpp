@@ -27,9 +27,8 @@ std::string LagLookUpResult::resultString() const {
 
 std::vector<PlainHwTable> LagLookUpFamily::hwTables(const VelaSwitch::ProfileInfo& profile) {
   const U32 pipelines = profile.numPipelinesOfTable(VelaSwitch::TableKind::layer2);
-  const U32 count = pipelines + (profile.cpuPipeline() ? 1 : 0);
   std::vector<PlainHwTable> tables;
-  for (U32 t = 0; t < count; ++t) {
+  for (U32 t = 0; t <= pipelines; ++t) {
     const bool cpu = t == pipelines;
     const std::string block =
         cpu ? "cpu_pipeline[0]/lag_lut[%d]/" : regPrefix("pipeline[%d]/lag_lut[%d]/", t);

@@ -18,9 +18,7 @@ U64 memberMask(const VelaSwitch::ChipPortMap& members, U32 ports) {
 
 std::vector<PlainHwTable> LagMembershipFamily::hwTables(const VelaSwitch::ProfileInfo& profile) {
   auto tables = layer2PortTables(profile, {"lag_mask_data0", "lag_mask_data1", "lag_ctl"});
-  if (profile.cpuPipeline()) {
-    tables.push_back(cpuPortTable(profile, tables.size(), {"lag_mask_data0", "lag_mask_data1"}));
-  }
+  tables.push_back(cpuPortTable(profile, tables.size(), {"lag_mask_data0", "lag_mask_data1"}));
   return tables;
 }
 

@@ -5,6 +5,7 @@
 #include "Orb/Collection.h"
 #include "Orb/Ptr.h"
 #include "Orb/Seconds.h"
+#include "Trace/Trace.h"
 #include "VelaSwitch/Keys.h"
 #include "VelaSwitch/NexthopIndexes.h"
 #include "VelaSwitch/Profile.h"
@@ -107,6 +108,7 @@ class VELA_EXPORT LpmTable final : public Orb::PtrInterface {
 
   static constexpr const char* typeName = "VelaSwitchTable::LpmTable";
   static constexpr const char* sourceUnit = "VelaTableLpm";
+  static inline Trace::Handle trace{sourceUnit};
   const Orb::Type& fwkType() const override;
 
   const std::string& name() const { return name_; }

@@ -10,7 +10,7 @@ using VelaSwitch::ProfileHwApi;
 using VelaSwitch::ProfileInfo;
 using VelaSwitchApi::RowField;
 
-enum class Row : U8 { cell, valid, cpuTrap, parity, mask, index, control, realLength };
+enum class Row : U8 { cell, zeros, valid, cpuTrap, parity, mask, index, control, realLength };
 
 constexpr U8 imageWords = Lpm11Family::traits.rowWords;
 /// Fixed content of the control word.
@@ -22,8 +22,9 @@ constexpr U8 maskComplement = 12;
 constexpr U8 maskField = 15;
 constexpr U8 cellBits = 12;
 
-constexpr std::array<RowField, 8> rowFields(bool maskStored) {
+constexpr std::array<RowField, 9> rowFields(bool maskStored) {
   return {{{"cell", 0, cellBits},
+           {"zeros", 13, static_cast<U16>(maskStored ? 0 : 2)},
            {"valid", 12, 1},
            {"cpuTrap", static_cast<U16>(maskStored ? 13 : 15), 1},
            {"parity", static_cast<U16>(maskStored ? 14 : 16), 1},
@@ -59,6 +60,7 @@ void Lpm11Family::pack(const ProfileInfo& profile, const Key&, const Result& res
   const EntryCellResult& cellResult = result.cellResult();
   if (cellResult.valid()) ORB_ASSERT(cellResult.realPrefixLen() <= 11);
   row.set(Row::cell, cellResult.hwEncoding(true, keyLength, profile.hwApi()));
+  row.set(Row::zeros, 0);
   row.set(Row::valid, valid);
   row.set(Row::cpuTrap, result.cpuTrap());
   const U8 mask = cellResult.maskLength().value();
@@ -82,7 +84,10 @@ std::optional<std::pair<Lpm11Result, bool>> Lpm11Family::unpack(const ProfileInf
   cell.realPrefixLen = static_cast<U8>(row.get(Row::realLength));
   if (const U64 mask = row.get(Row::mask); mask != 0) {
     cell.maskLength = MaskLength((maskComplement - mask) & maskField);
-    if (cell.realPrefixLen() == 0) cell.realPrefixLen = cell.maskLength().value();
+    if (cell.realPrefixLen() == 0) {
+      // The field can mean more than any route of the level has.
+      cell.realPrefixLen = std::min(cell.maskLength().value(), keyLength);
+    }
   }
   return std::pair{Lpm11Result{cell, row.flag(Row::cpuTrap)}, row.flag(Row::valid)};
 }

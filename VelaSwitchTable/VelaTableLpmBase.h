@@ -50,6 +50,7 @@ struct VELA_EXPORT LpmBaseFamily
   static constexpr const char* sourceUnit = "VelaTableLpmBase";
   static inline Trace::Handle trace{sourceUnit};
   static constexpr const char* decodedText = "Decoded entry is ";
+  static constexpr bool tracesItem = true;
   /// Index, hash length and place of the hit bits are those of one level; the others have their
   /// own.
   static constexpr HashFamilyTraits traits{.index = TableIndex::lpm32,

@@ -87,7 +87,7 @@ void NatDynMatchFamily::packStatic(const Helper& helper, CuckooLocation location
 
 std::optional<std::pair<NatMatchKey, NatDynMatchResult>> NatDynMatchFamily::unpack(
     const Helper&, const RowReader& row, CuckooLocation) {
-  if (!row.flag(NatRow::valid)) return std::nullopt;
+  if (natRowEmpty(row)) return std::nullopt;
   NatMatchKey key;
   key.natType = static_cast<U8>(row.get(NatRow::natType));
   key.proto = static_cast<U8>(row.get(NatRow::keyProto));

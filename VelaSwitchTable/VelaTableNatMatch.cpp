@@ -117,7 +117,7 @@ void NatMatchFamily::packStatic(const Helper&, CuckooLocation location, RowWrite
 std::optional<std::pair<NatMatchKey, NatMatchResult>> NatMatchFamily::unpack(const Helper&,
                                                                              const RowReader& row,
                                                                              CuckooLocation) {
-  if (!row.flag(NatRow::valid)) return std::nullopt;
+  if (natRowEmpty(row)) return std::nullopt;
   U64 rest = row.get(NatRow::compare);
   const auto next = [&](U8 bits) {
     const U64 value = rest & ((U64{1} << bits) - 1);

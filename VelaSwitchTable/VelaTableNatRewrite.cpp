@@ -24,7 +24,7 @@ U32 NatRewriteFamily::rows(const VelaSwitch::ProfileInfo& profile) {
 HwIndex NatRewriteFamily::hwIndex(const Key& key) {
   const U32 baseChipPortId = key.baseChipPortId().value();
   ORB_ASSERT_TEXT(baseChipPortId % 2 == 0, "key.baseChipPortId() % 2 == 0");
-  ORB_ASSERT(key.rewriteIndex() < entriesPerPortPair);
+  if (key.rewriteIndex() >= entriesPerPortPair) return noRow;
   return baseChipPortId / portsPerEgressProcessor * entriesPerPortPair + key.rewriteIndex();
 }
 

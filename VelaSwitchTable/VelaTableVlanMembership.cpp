@@ -283,7 +283,7 @@ RowSays VlanMembershipConvertorLayer2All::unpackRow(HwTableId table, HwIndex ind
     return RowSays::unsound;
   }
   const VlanTablePortRange* range = portRangeOfTable(table);
-  result.permitMask = result.permitMask() | row.get(Row::permitMask) << (range ? range->min() : 0);
+  result.permitMask = row.get(Row::permitMask) << (range ? range->min() : 0);
   result.learnToCpu = row.flag(Row::learnToCpu);
   result.unknownMulticastToCpu = row.flag(Row::unknownMulticastToCpu);
   result.multicastJoinToCpu = row.flag(Row::multicastJoinToCpu);
@@ -297,6 +297,21 @@ RowSays VlanMembershipConvertorLayer2All::unpackRow(HwTableId table, HwIndex ind
     unpackPipes(row, static_cast<U8>(table), result);
   }
   return RowSays::result;
+}
+
+/// The ports of an ingress table's slice, and its pipes, are in no other ingress table.
+void VlanMembershipConvertorLayer2All::joinRow(HwTableId table, const VlanMembershipResult& row,
+                                               VlanMembershipResult& into) const {
+  if (isCpuPipeline(table, static_cast<U32>(hwTables().size()))) return;
+  into.permitMask = into.permitMask() | row.permitMask();
+  const auto join = [](const auto& from, auto& map) {
+    from().forEach([&](VelaSwitch::PipeId pipe, const auto& value) { map.value.is(pipe, value); });
+  };
+  join(row.aclId, into.aclId);
+  join(row.aclEnable, into.aclEnable);
+  join(row.aclDefaultPermit, into.aclDefaultPermit);
+  join(row.natId, into.natId);
+  join(row.natEnable, into.natEnable);
 }
 
 Orb::Ptr<VlanMembershipTable> VlanMembershipTableIs(const std::string& name) {

@@ -121,6 +121,8 @@ class VELA_EXPORT VlanMembershipConvertorLayer2All final
                Image& image) const override;
   RowSays unpackRow(HwTableId table, HwIndex index, U32* image,
                     VlanMembershipResult& result) const override;
+  void joinRow(HwTableId table, const VlanMembershipResult& row,
+               VlanMembershipResult& into) const override;
 
  private:
   std::map<U32, VlanTablePortRange> ranges_;

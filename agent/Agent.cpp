@@ -51,12 +51,19 @@ void Agent::makeRoutes() {
 void Agent::start(Start how) {
   const bool restart = how == Start::restart;
   // Every table is rebuilt before any row is written: tables may share rows.
-  if (restart) decode();
-  for (const auto& adapter : tables_) adapter->table().initHwEntries(!restart);
+  if (restart) {
+    decode();
+  } else {
+    for (const auto& adapter : tables_) adapter->table().initHwEntries(true);
+  }
   for (const auto& adapter : tables_) {
     adapter->table().initializedIs(true);
     adapter->table().doInitComplete();
   }
+}
+
+void Agent::complete() {
+  for (const auto& adapter : tables_) adapter->table().initHwEntries(false);
 }
 
 void Agent::decode() {

@@ -29,8 +29,12 @@ class Agent {
   /// families, only their tables, and whole routes when "Route" and all levels are named. Throws
   /// VelaDevice::ImageException when the switch was saved as one of another profile.
   void make(const std::vector<std::string>& only = {});
-  /// Starts the tables, which make() has made.
+  /// Starts the tables, which make() has made. At a restart nothing is written yet: what is desired
+  /// comes first, and then complete().
   void start(Start how);
+  /// After a restart, all that is desired was told: rows that belong to no entry are brought to
+  /// their default, but for those that could not be read.
+  void complete();
 
   const VelaSwitch::ProfileInfo& profile() const { return *profile_; }
   Recorder& recorder() { return recorder_; }
@@ -51,7 +55,7 @@ class Agent {
 
   /// Announced entries that hardware has: of routes themselves, not of what they are spread over.
   U64 programmed() const;
-  /// What is to follow an event: routes that wait may have room now.
+  /// What is to follow an event: routes that failed may be in hardware now.
   void settle() {
     if (routeWriter_) routeWriter_->retry();
   }

@@ -36,7 +36,9 @@ RouteAdapter::Key RouteAdapter::keyFromJson(const Json& json) const {
 
 EntryProgrammedStatus RouteAdapter::status(const Key& key) const {
   const auto* status = writer_.routes().entryStatus(key);
-  return status ? status->status : EntryProgrammedStatus::notProgrammed;
+  if (!status) return EntryProgrammedStatus::notProgrammed;
+  const bool marked = status->status == EntryProgrammedStatus::programmed && writer_.marked(key);
+  return marked ? EntryProgrammedStatus::hardwareError : status->status;
 }
 
 EntryProgrammedStatus RouteAdapter::set(const Json& key, const Json& result) {
@@ -100,8 +102,8 @@ std::vector<TableAdapter::Status> RouteAdapter::statuses() const {
 
 U32 RouteAdapter::programmed() const {
   U32 count = 0;
-  writer_.routes().entryStatuses().forEach([&](const Key&, const auto& status) {
-    if (status.status == EntryProgrammedStatus::programmed) ++count;
+  writer_.routes().entryStatuses().forEach([&](const Key& key, const auto& status) {
+    if (status.status == EntryProgrammedStatus::programmed && !writer_.unclaimed(key)) ++count;
   });
   return count;
 }

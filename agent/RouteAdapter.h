@@ -29,7 +29,8 @@ class RouteAdapter final : public TableAdapter {
   bool fills(const VelaSwitchApi::SwTable& table) const override;
   void forEachEntry(const EntryVisitor& visit) const override;
   std::vector<Status> statuses() const override;
-  U32 entries() const override { return writer_.routes().entries().size(); }
+  U32 entries() const override { return writer_.routes().entries().size() - unclaimed(); }
+  U32 unclaimed() const override { return writer_.unclaimed(); }
   U32 programmed() const override;
   U64 moves() const override;
   U32 reconcile() override;

@@ -56,15 +56,19 @@ RouteWriter::RouteWriter(Orb::Ptr<VelaSwitchTable::LpmTable> routes,
   for (auto& table : levels) {
     auto level = std::make_unique<Level>(*this, std::move(table));
     level->table->tableStatusIs()->entryStatuses().observerIs(level.get());
+    level->table->claimObserverIs(&level->claims);
     levels_.push_back(std::move(level));
   }
+  first_->claimObserverIs(&firstClaims_);
   routes_->entries().observerIs(this);
 }
 
 RouteWriter::~RouteWriter() {
   routes_->entries().observerDel(this);
+  first_->claimObserverDel(&firstClaims_);
   for (const auto& level : levels_) {
-    level->table->tableStatus()->entryStatuses().observerDel(level.get());
+    level->table->claimObserverDel(&level->claims);
+    level->table->tableStatusIs()->entryStatuses().observerDel(level.get());
   }
 }
 
@@ -95,18 +99,24 @@ RouteWriter::Key RouteWriter::levelKey(const Key& route) {
 }
 
 void RouteWriter::handleKey(const Key& route) {
-  const LpmResult* result = routes_->entry(route);
+  const LpmResult* announced = routes_->entry(route);
+  const bool trap = announced && announced->cpuTrap();
+  const LpmResult* result = trap ? nullptr : announced;
   if (route.prefix().len() <= firstKeyLength) {
     writeFirst(route, result);
   } else {
     writeHashed(levelFor(route.prefix().len()), route, result);
   }
-  if (!result) routes_->entryStatusDel(route);
+  if (!announced) routes_->entryStatusDel(route);
+  if (!trap) return;
+  // A key of a level holds several routes, and has one flag for them all.
+  VelaSwitchTable::LpmTable::trace(3, "not programming a route with cpuTrap: ", route);
+  routes_->entryStatusIs(VelaSwitchTable::LpmStatus(route));
 }
 
 void RouteWriter::handleRoute(const Key& route) {
   const LpmResult* result = routes_->entry(route);
-  if (!result) return;
+  if (!result || result->cpuTrap()) return;
   const U8 len = route.prefix().len();
   if (len > firstKeyLength) {
     Level& level = levelFor(len);
@@ -151,6 +161,7 @@ void RouteWriter::writeFirstCells(U8 vrf, U32 node) {
     result.cellResult = cell;
   }
   bool good = true;
+  writing_ = true;
   group.tree.forEachCell(node, [&](U32 cell) {
     const Key key = firstKey(vrf, cell);
     const bool ours = !releasing_ || group.claimed[cell] || first_->unclaimed(key);
@@ -163,6 +174,7 @@ void RouteWriter::writeFirstCells(U8 vrf, U32 node) {
       good = good && !first_->hwInconsistentEntry(key);
     }
   });
+  writing_ = false;
   if (good || owner == FirstTree::none) return;
   refreshFirst({vrf, longer(IpPrefix(), FirstTree::extra(owner), FirstTree::bits(owner))});
 }
@@ -201,7 +213,11 @@ void RouteWriter::writeHashed(Level& level, const Key& route, const LpmResult* r
   } else {
     group.tree.del(node);
   }
-  if (taking_) return statusIs(level, key, group);
+  if (taking_) {
+    if (!group.tree.empty()) return statusIs(level, key, group);
+    level.groups.erase(key);
+    return;
+  }
   if (!releasing_) group.claimed = true;
   const bool claimed = group.claimed;
   if (!group.tree.empty()) {
@@ -209,7 +225,6 @@ void RouteWriter::writeHashed(Level& level, const Key& route, const LpmResult* r
     return;
   }
   level.groups.erase(key);
-  level.waiting.del(key);
   if (claimed || level.table->unclaimed(key)) level.table->entryDel(key);
 }
 
@@ -223,10 +238,15 @@ void RouteWriter::programGroup(Level& level, const Key& key, const Group& group)
     result.cellResultIs(EntryCellIndex(cell), cellOf(group.tree.nexthop(owner), realLength));
   }
   statusSeen_ = false;
+  writing_ = true;
   if (!level.table->entryIs(key, result)) {
-    const auto* status = level.table->tableStatus()->entryStatus(key);
-    if (!status || status->status() != Status::programmed) level.table->handleEntry(key);
+    const auto* status = level.table->tableStatusIs()->entryStatus(key);
+    if (!status || status->status() != Status::programmed ||
+        level.table->hwInconsistentEntry(key)) {
+      level.table->handleEntry(key);
+    }
   }
+  writing_ = false;
   if (!statusSeen_) statusIs(level, key, group);
 }
 
@@ -239,16 +259,11 @@ void RouteWriter::statusChanged(Level& level, const Key& key) {
 
 /// Gives the routes of a key the status that the key has in its level.
 void RouteWriter::statusIs(Level& level, const Key& key, const Group& group) {
-  const auto* entryStatus = level.table->tableStatus()->entryStatus(key);
+  const auto* entryStatus = level.table->tableStatusIs()->entryStatus(key);
   VelaSwitchTable::LpmStatus status;
   if (entryStatus) {
     status.status = entryStatus->status();
     status.lastHit = entryStatus->lastHit();
-  }
-  if (status.status == Status::tableFull) {
-    level.waiting.add(key);
-  } else {
-    level.waiting.del(key);
   }
   group.tree.forEachRoute([&](U32 node) {
     status.key = {key.vrf(), longer(key.prefix(), Tree::extra(node), Tree::bits(node))};
@@ -256,65 +271,8 @@ void RouteWriter::statusIs(Level& level, const Key& key, const Group& group) {
   });
 }
 
-// Waiting for room.
-
-void RouteWriter::WaitingKeys::add(const Key& key) {
-  if (tickets_.has(key)) return;
-  constexpr std::size_t slack = 1024;
-  if (keys_.size() > 2 * tickets_.size() + slack) compact();
-  enqueue(key);
-}
-
-void RouteWriter::WaitingKeys::enqueue(const Key& key) {
-  const auto ticket = static_cast<Ticket>(keys_.size());
-  *tickets_.insert(key).first = ticket;
-  keys_.emplace_back(key);
-  const auto& physical = table_.profileConvertor().physicalTable();
-  queues_.resize(physical.engine().capacity());
-  const auto item = table_.cachedItem(key);
-  for (U8 way = 0; way < physical.engine().ways(); ++way) {
-    queues_[physical.candidate(*item, way)].tickets.push_back(ticket);
-  }
-}
-
-void RouteWriter::WaitingKeys::del(const Key& key) {
-  if (tickets_.empty()) return;
-  const Ticket* ticket = tickets_.find(key);
-  if (!ticket) return;
-  keys_[*ticket] = std::nullopt;
-  tickets_.erase(key);
-}
-
-/// Gives those that still wait new tickets, in the old order.
-void RouteWriter::WaitingKeys::compact() {
-  const std::vector<std::optional<Key>> keys = std::move(keys_);
-  keys_.clear();
-  queues_.clear();
-  for (const auto& key : keys) {
-    if (key) enqueue(*key);
-  }
-}
-
-/// The ticket that waited longest for the row.
-RouteWriter::WaitingKeys::Ticket RouteWriter::WaitingKeys::first(Queue& queue) const {
-  while (queue.head < queue.tickets.size() && !keys_[queue.tickets[queue.head]]) ++queue.head;
-  return queue.head < queue.tickets.size() ? queue.tickets[queue.head] : none;
-}
-
-std::optional<RouteWriter::Key> RouteWriter::WaitingKeys::firstWithRoom() {
-  if (tickets_.empty()) return std::nullopt;
-  auto& physical = table_.profileConvertor().physicalTable();
-  // A row with room has it for any key, so that of each row's keys only the first matters.
-  Ticket best = none;
-  for (HwIndex row = 0; row < queues_.size(); ++row) {
-    const Ticket ticket = first(queues_[row]);
-    if (ticket < best && physical.hasRoom(row)) best = ticket;
-  }
-  return best == none ? std::nullopt : keys_[best];
-}
-
 void RouteWriter::retry() {
-  for (const auto& level : levels_) retry(*level);
+  if (troubled_.empty()) return;
   const std::vector<Key> troubled = troubled_;
   for (const Key& route : troubled) {
     if (routes_->entry(route)) refreshFirst(route);
@@ -322,18 +280,11 @@ void RouteWriter::retry() {
   std::erase_if(troubled_, [&](const Key& route) { return !routes_->entry(route); });
 }
 
-/// Entries form a matroid: with each entry that goes at most one that waits gets a place, whichever
-/// is tried first. So no more need be tried than had gone.
-void RouteWriter::retry(Level& level) {
-  auto& physical = level.table->profileConvertor().physicalTable();
-  const U64 removals = physical.engine().removals();
-  U64 room = removals - level.removalsSeen;
-  level.removalsSeen = removals;
-  for (; room > 0; --room) {
-    const auto key = level.waiting.firstWithRoom();
-    if (!key) return;
-    level.table->handleEntry(*key);
+bool RouteWriter::marked(const Key& route) const {
+  if (const LpmBaseTable* level = levelOf(route.prefix().len())) {
+    return level->hwInconsistentEntry(levelKey(route));
   }
+  return firstStatus(route) != Status::programmed;
 }
 
 // After a restart.
@@ -390,24 +341,55 @@ U32 RouteWriter::releaseUnclaimed() {
   return static_cast<U32>(released.size());
 }
 
-U32 RouteWriter::waiting(const VelaSwitchApi::SwTable& table) const {
-  for (const auto& level : levels_) {
-    if (level->table.get() == &table) return level->waiting.size();
+/// A key was announced that routes had been guessed from: it is not theirs.
+void RouteWriter::keyClaimed(Level& level, const Key& key) {
+  const Group* group = level.groups.find(key);
+  if (writing_ || !group || group->claimed) return;
+  std::vector<Key> routes;
+  group->tree.forEachRoute([&](U32 node) {
+    routes.push_back({key.vrf(), longer(key.prefix(), Tree::extra(node), Tree::bits(node))});
+  });
+  forget(routes);
+}
+
+/// A route of the first level stays as long as one of its keys is nobody else's.
+void RouteWriter::firstKeyClaimed(const Key& key) {
+  const FirstGroup& group = firstGroups_[key.vrf()];
+  const U32 cell = key.prefix().address().number() >> (32 - firstKeyLength);
+  const U32 owner = group.tree.ownerOfCell(cell);
+  if (writing_ || owner == FirstTree::none || group.claimed[cell]) return;
+  bool left = false;
+  group.tree.forEachCell(
+      owner, [&](U32 each) { left = left || first_->unclaimed(firstKey(key.vrf(), each)); });
+  if (left) return;
+  forget({{key.vrf(), longer(IpPrefix(), FirstTree::extra(owner), FirstTree::bits(owner))}});
+}
+
+/// Routes that nobody announced go, and their keys stay as they are.
+void RouteWriter::forget(const std::vector<Key>& routes) {
+  taking_ = true;
+  for (const Key& route : routes) {
+    if (unclaimed_.erase(route)) routes_->entryDel(route);
   }
-  return 0;
+  taking_ = false;
 }
 
 U64 RouteWriter::programmedCells() const {
   U64 count = 0;
-  for (const FirstGroup& group : firstGroups_) {
+  for (std::size_t vrf = 0; vrf < firstGroups_.size(); ++vrf) {
+    const FirstGroup& group = firstGroups_[vrf];
     for (U32 cell = 0; cell < FirstTree::cells; ++cell) {
-      if (group.tree.ownerOfCell(cell) != FirstTree::none) ++count;
+      if (!group.claimed[cell] || group.tree.ownerOfCell(cell) == FirstTree::none) continue;
+      if (!first_->hwInconsistentEntry(firstKey(static_cast<U8>(vrf), cell))) ++count;
     }
   }
   for (const auto& level : levels_) {
-    level->groups.forEach([&](const Key& key, const Group&) {
-      const auto* status = level->table->tableStatus()->entryStatus(key);
-      if (status && status->status() == Status::programmed) ++count;
+    level->groups.forEach([&](const Key& key, const Group& group) {
+      const auto* status = level->table->tableStatusIs()->entryStatus(key);
+      if (group.claimed && status && status->status() == Status::programmed &&
+          !level->table->hwInconsistentEntry(key)) {
+        ++count;
+      }
     });
   }
   return count;

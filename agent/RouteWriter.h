@@ -1,7 +1,7 @@
 #pragma once
 
+#include <functional>
 #include <memory>
-#include <optional>
 #include <vector>
 
 #include "VelaSwitchTable/VelaTableLpm.h"
@@ -18,8 +18,11 @@ namespace VelaAgent {
 /// and no longer route claims. The levels then hold, for every cell, the longest route of the level
 /// that covers it.
 ///
-/// A key that its level has no room for waits; its routes have the status tableFull. When the level
-/// loses an entry, waiting keys are tried again in order of arrival.
+/// A key that its level has no room for waits there; its routes have the status tableFull until it
+/// comes in.
+///
+/// An entry of a level that is announced on its own takes its key from routes that were only
+/// guessed from what hardware held.
 class RouteWriter final : private Orb::KeyObserver<VelaSwitch::LpmKey> {
  public:
   using Key = VelaSwitch::LpmKey;
@@ -43,7 +46,7 @@ class RouteWriter final : private Orb::KeyObserver<VelaSwitch::LpmKey> {
 
   /// Writes a route's cells again where they are not what they should be.
   void handleRoute(const Key& key);
-  /// Tries waiting keys again in levels that lost entries, and looks again at routes that failed.
+  /// Looks again at routes of the first level that failed.
   void retry();
 
   /// Takes up the routes that the levels hold after they were rebuilt from hardware. A route whose
@@ -60,9 +63,12 @@ class RouteWriter final : private Orb::KeyObserver<VelaSwitch::LpmKey> {
   VelaSwitchTable::LpmBaseTable* levelOf(U8 prefixLen) const;
   /// The key that the route has in its hashed level.
   static Key levelKey(const Key& route);
-  /// Keys that wait for room in the level.
-  U32 waiting(const VelaSwitchApi::SwTable& level) const;
-  /// Programmed entries of the levels that stand for routes.
+  /// Whether a row of the route is known to differ from what is desired.
+  bool marked(const Key& route) const;
+  /// Routes that were guessed from hardware and not announced since.
+  U32 unclaimed() const { return unclaimed_.size(); }
+  bool unclaimed(const Key& route) const { return unclaimed_.has(route); }
+  /// Programmed entries of the levels that stand for announced routes.
   U64 programmedCells() const;
 
  private:
@@ -79,47 +85,26 @@ class RouteWriter final : private Orb::KeyObserver<VelaSwitch::LpmKey> {
     FirstTree tree;
     std::bitset<FirstTree::cells> claimed;
   };
-  /// The keys that wait for room in a level.
-  class WaitingKeys {
+  /// Hears of a level's keys that are announced.
+  class Claims final : public Orb::KeyObserver<Key> {
    public:
-    explicit WaitingKeys(VelaSwitchTable::LpmBaseTable& table) : table_(table) {}
-
-    U32 size() const { return tickets_.size(); }
-    void add(const Key& key);
-    void del(const Key& key);
-    /// The key that waited longest among those that have room now, or nothing.
-    std::optional<Key> firstWithRoom();
+    using Handler = std::function<void(const Key&)>;
+    explicit Claims(Handler handler) : handler_(std::move(handler)) {}
+    void handleKey(const Key& key) override { handler_(key); }
 
    private:
-    /// Tickets are numbered in order of arrival.
-    using Ticket = U32;
-    static constexpr Ticket none = ~Ticket{0};
-    struct Queue {
-      std::vector<Ticket> tickets;
-      std::size_t head = 0;
-    };
-
-    void enqueue(const Key& key);
-    Ticket first(Queue& queue) const;
-    void compact();
-
-    VelaSwitchTable::LpmBaseTable& table_;
-    Orb::Map<Key, Ticket> tickets_;
-    std::vector<std::optional<Key>> keys_;  ///< By ticket; nothing for a key that waits no more.
-    std::vector<Queue> queues_;             ///< By row: those whose key may lie in it.
+    Handler handler_;
   };
 
   /// A hashed level and what is particular to it.
   struct Level final : Orb::KeyObserver<Key> {
     Level(RouteWriter& routeWriter, Orb::Ptr<VelaSwitchTable::LpmBaseTable> level)
-        : writer(routeWriter), table(std::move(level)), waiting(*table) {}
+        : writer(routeWriter), table(std::move(level)) {}
 
     RouteWriter& writer;
     Orb::Ptr<VelaSwitchTable::LpmBaseTable> table;
-
     Orb::Map<Key, Group> groups;
-    WaitingKeys waiting;
-    U64 removalsSeen = 0;
+    Claims claims{[this](const Key& key) { writer.keyClaimed(*this, key); }};
 
     /// The status of a key changed.
     void handleKey(const Key& key) override { writer.statusChanged(*this, key); }
@@ -133,7 +118,9 @@ class RouteWriter final : private Orb::KeyObserver<VelaSwitch::LpmKey> {
   void statusChanged(Level& level, const Key& key);
   void statusIs(Level& level, const Key& key, const Group& group);
 
-  void retry(Level& level);
+  void keyClaimed(Level& level, const Key& key);
+  void firstKeyClaimed(const Key& key);
+  void forget(const std::vector<Key>& routes);
   Status firstStatus(const Key& route) const;
   void refreshFirst(const Key& route);
   void rebuildHashed(Level& level);
@@ -148,7 +135,9 @@ class RouteWriter final : private Orb::KeyObserver<VelaSwitch::LpmKey> {
   std::vector<Key> troubled_;  ///< Routes of the first level whose rows could not be written.
   Orb::Map<Key, bool> unclaimed_;
 
+  Claims firstClaims_{[this](const Key& key) { firstKeyClaimed(key); }};
   bool statusSeen_ = false;
+  bool writing_ = false;  ///< The levels are told what routes ask for.
   /// The routes change to what the levels hold already.
   bool taking_ = false;
   bool releasing_ = false;

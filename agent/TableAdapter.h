@@ -63,8 +63,13 @@ class TableAdapter {
   virtual void forEachEntry(const EntryVisitor& visit) const = 0;
   /// Every entry's status, by key.
   virtual std::vector<Status> statuses() const = 0;
+  /// Entries that were announced, and those of them that hardware has.
   virtual U32 entries() const = 0;
   virtual U32 programmed() const = 0;
+  /// Entries that were rebuilt from hardware and not announced since.
+  virtual U32 unclaimed() const { return 0; }
+  /// Entries that wait for room.
+  virtual U32 waiting() const { return 0; }
   virtual U64 moves() const { return 0; }
 
   /// Removes the entries that were read from hardware and that nobody announced since, and tries
@@ -199,6 +204,15 @@ class EntryAdapter : public HwTableAdapter {
   using Family = typename Table::Family;
   using Key = typename Table::Key;
   using Result = typename Table::Result;
+  /// What of an entry is announced: the result, unless the family's entries hold more.
+  static const auto& announced(const Result& result) {
+    if constexpr (requires { Family::announced(result); }) {
+      return Family::announced(result);
+    } else {
+      return result;
+    }
+  }
+  using Announced = std::remove_cvref_t<decltype(announced(std::declval<const Result&>()))>;
   /// A lookup of the data path by the JSON form of a key.
   using Lookup = Json (*)(VelaDevice::DataPath&, U32 instance, const Json& key);
 
@@ -209,7 +223,7 @@ class EntryAdapter : public HwTableAdapter {
 
   EntryProgrammedStatus set(const Json& key, const Json& result) override {
     const Key k = fromJson<Key>(key);
-    const Result r = result.is_null() ? Result{} : fromJson<Result>(result);
+    const Announced r = result.is_null() ? Announced{} : fromJson<Announced>(result);
     this->warnOfCuts(k, r);
     const bool changed = table_->entryIs(k, r);
     if (!changed && status(k) != EntryProgrammedStatus::programmed) table_->handleEntry(k);
@@ -226,14 +240,15 @@ class EntryAdapter : public HwTableAdapter {
   }
   void forEachEntry(const TableAdapter::EntryVisitor& visit) const override {
     for (const Key& key : table_->entries().keys()) {
-      visit(keyToJson(key), toJson(*table_->entry(key)));
+      visit(keyToJson(key), toJson(announced(*table_->entry(key))));
     }
   }
-  U32 entries() const override { return table_->entries().size(); }
+  U32 entries() const override { return table_->entries().size() - unclaimed(); }
+  U32 unclaimed() const override { return table_->unclaimed(); }
   U32 programmed() const override {
     U32 count = 0;
     table_->entries().forEach([&](const Key& key, const Result&) {
-      if (status(key) == EntryProgrammedStatus::programmed) ++count;
+      if (!table_->unclaimed(key) && status(key) == EntryProgrammedStatus::programmed) ++count;
     });
     return count;
   }
@@ -314,6 +329,7 @@ class HashAdapter final : public EntryAdapter<typename Family::Table> {
   }
   bool borrowsRows() const override { return physical().firstTable() != &this->table(); }
   U64 moves() const override { return physical().engine().moves(); }
+  U32 waiting() const override { return physical().waiting(&this->table()); }
 
  protected:
   EntryProgrammedStatus status(const Key& key) const override {

@@ -136,10 +136,9 @@ std::optional<CounterHit> DataPath::aclCounter(U32 pipeline, U16 key) {
   Bits hashed;
   hashed.append(key, 16);
   const auto answer = [&](Bits row) -> std::optional<CounterHit> {
-    if (row.next(5) != key >> 11) return std::nullopt;
-    const auto index = static_cast<U16>(row.next(12));
-    if (index == 0) return std::nullopt;
-    return CounterHit{index};
+    // There is no valid bit: a row that is all zero holds nothing.
+    if (Bits(row).next(18) == 0 || row.next(5) != key >> 11) return std::nullopt;
+    return CounterHit{static_cast<U16>(row.next(12))};
   };
   return search<CounterHit>(chip_.find("AclIndirectCounterHash", pipeline, 0), polynomials11, 11,
                             hashed, answer);

@@ -57,6 +57,7 @@ void SimulatedSwitch::commit(Table& table, HwIndex index, std::span<const Regist
     index = *selected;
   }
   writeRow(table, index, writes);
+  if (state_.writesClearHits) table.hit(index) = 0;
 }
 
 SimulatedSwitch::Read SimulatedSwitch::row(TableHandle handle, HwIndex index,

@@ -80,6 +80,8 @@ class VELA_EXPORT SimulatedSwitch final : public VelaSwitchApi::RegisterBus {
   void failWritesIs(U32 count, U32 registers = 0, U32 good = 0);
   /// The next `count` row reads, and reads of hit bits, fail.
   void failReadsIs(U32 count) { state_.failReads = count; }
+  /// Whether a row's hit bit is cleared when the row is written; it stays as it is unless told.
+  void writesClearHitsIs(bool clear) { state_.writesClearHits = clear; }
   /// Flips bit `bit` of word `word` (counted over the row's registers). False when there is no
   /// such bit or the row was never written.
   bool flipBit(TableHandle table, HwIndex index, U32 word, U32 bit);
@@ -114,6 +116,7 @@ class VELA_EXPORT SimulatedSwitch final : public VelaSwitchApi::RegisterBus {
     U32 failWrites = 0;
     U32 failAfterRegisters = 0;
     U32 failReads = 0;
+    bool writesClearHits = false;
     WriteObserver observer;
     U64 rowWrites = 0;
     U64 registerWrites = 0;

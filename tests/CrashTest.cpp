@@ -181,6 +181,7 @@ class Crash : public testing::TestWithParam<std::string> {
       apply(agent, group, {at.first, at.second, result}, ignored);
     }
     agent.reconcile();
+    agent.complete();
     chip.writeObserverIs(nullptr);
     EXPECT_EQ(lost, 0u);
     if (idle) {

@@ -206,6 +206,140 @@ TEST(Cuckoo, makesTheFewestMoves) {
   EXPECT_GE(longest, 2) << "nothing had to move far";
 }
 
+/// Who comes in when one goes, against all arrangements of a small table: whoever needs the fewest
+/// moves, and among those the first to come.
+TEST(Cuckoo, theNearestThatWaitsComesIn) {
+  VelaTest::Random random;
+  int successions = 0;
+  int byDistance = 0;
+  for (int round = 0; round < 1500; ++round) {
+    const U8 ways = static_cast<U8>(2 + random() % 2);
+    Table table(ways == 2 ? 4 : 3, ways);
+    std::set<Item*> placed;
+    Rows rows(table, placed);
+    std::vector<Orb::Ptr<Item>> all;
+    std::vector<Item*> waiting;
+    for (int step = 0; step < 40; ++step) {
+      if (placed.size() < table.capacity() - 2u || random.flip()) {
+        std::vector<U32> candidates;
+        for (U8 way = 0; way < ways; ++way) candidates.push_back(random() % table.rowsPerWay());
+        Item& item = *all.emplace_back(Orb::make<Item>(candidates));
+        if (table.insert(item, rows).outcome == Outcome::placed) {
+          placed.insert(&item);
+        } else {
+          table.waitIs(item);
+          waiting.push_back(&item);
+        }
+        continue;
+      }
+      if (!waiting.empty() && random.below(4) == 0) {
+        const auto at = waiting.begin() + random.below(static_cast<U32>(waiting.size()));
+        table.waitDel(**at);
+        waiting.erase(at);
+        continue;
+      }
+      Item* gone = *std::next(placed.begin(), random.below(static_cast<U32>(placed.size())));
+      placed.erase(gone);
+      Item* expected = nullptr;
+      int fewest = -1;
+      for (Item* each : waiting) {
+        std::vector<Item*> items(placed.begin(), placed.end());
+        items.push_back(each);
+        std::set<CuckooLocation> taken;
+        const int moves = fewestChanges(items, table, 0, taken);
+        if (moves < 0 || (expected && moves >= fewest)) continue;
+        if (expected) ++byDistance;
+        expected = each;
+        fewest = moves;
+      }
+      const int writes = rows.writes;
+      const CuckooLocation freed = table.location(*gone);
+      const SuccessionResult next = table.succeed(*gone, rows);
+      ASSERT_EQ(next.item.get(), expected);
+      ASSERT_EQ(rows.writes - writes, fewest + 1);
+      if (!expected) {
+        ASSERT_EQ(table.at(freed), nullptr);
+        rows.clear(freed);
+        continue;
+      }
+      ++successions;
+      ASSERT_TRUE(expected->placed());
+      placed.insert(expected);
+      std::erase(waiting, expected);
+      ASSERT_EQ(table.waiting().size(), waiting.size());
+    }
+  }
+  EXPECT_GT(successions, 1000);
+  EXPECT_GT(byDistance, 100) << "the first to come was always the nearest";
+}
+
+class Waiting : public testing::TestWithParam<Geometry> {};
+
+/// The same in tables too big to try everything: nobody waits who has room, whatever went before.
+TEST_P(Waiting, nobodyWaitsWhoHasRoom) {
+  const auto [rowCount, ways, spread] = GetParam();
+  VelaTest::Random random(rowCount * 10 + ways);
+  Table table(rowCount, ways);
+  std::set<Item*> placed;
+  Rows rows(table, placed);
+  Matching model;
+  std::vector<Orb::Ptr<Item>> all;
+  std::vector<Item*> waiting;
+  int successions = 0;
+  for (int step = 0; step < 3000; ++step) {
+    const U32 what = random.below(8);
+    if (what < 3 && !placed.empty()) {
+      Item* gone = *std::next(placed.begin(), random.below(static_cast<U32>(placed.size())));
+      placed.erase(gone);
+      model.remove(gone);
+      const CuckooLocation freed = table.location(*gone);
+      const SuccessionResult next = table.succeed(*gone, rows);
+      if (!next.item) {
+        rows.clear(freed);
+      } else {
+        ++successions;
+        Item* item = static_cast<Item*>(next.item.get());
+        ASSERT_TRUE(model.add(item));
+        placed.insert(item);
+        std::erase(waiting, item);
+      }
+      for (Item* each : waiting) {
+        Matching without = model;
+        ASSERT_FALSE(without.add(each)) << "step " << step;
+      }
+    } else if (what == 3 && !waiting.empty()) {
+      const auto at = waiting.begin() + random.below(static_cast<U32>(waiting.size()));
+      table.waitDel(**at);
+      ASSERT_FALSE((*at)->waits());
+      waiting.erase(at);
+    } else {
+      std::vector<U32> candidates;
+      for (U8 way = 0; way < ways; ++way) candidates.push_back(random() % spread);
+      Item& item = *all.emplace_back(Orb::make<Item>(candidates));
+      const bool fits = table.insert(item, rows).outcome == Outcome::placed;
+      ASSERT_EQ(fits, model.add(&item));
+      if (fits) {
+        placed.insert(&item);
+      } else if (waiting.size() < 40) {
+        table.waitIs(item);
+        waiting.push_back(&item);
+        ASSERT_EQ(table.findWaiting(item), &item);
+      }
+    }
+    ASSERT_EQ(table.waiting().size(), waiting.size());
+  }
+  EXPECT_GT(successions, 100);
+}
+
+INSTANTIATE_TEST_SUITE_P(Geometries, Waiting,
+                         testing::Values(Geometry{8, 2, 8}, Geometry{64, 2, 64}, Geometry{64, 2, 9},
+                                         Geometry{32, 3, 32}, Geometry{64, 4, 7}),
+                         [](const auto& geometry) {
+                           return std::to_string(geometry.param.rows) + "x" +
+                                  std::to_string(geometry.param.ways) + "among" +
+                                  std::to_string(geometry.param.spread);
+                         });
+
 TEST(Cuckoo, aFailedWriteLosesNothing) {
   VelaTest::Random random;
   int failuresAfterMoves = 0;

@@ -44,6 +44,7 @@ U32 Generator::keys(const std::string& table) const {
   if (table == "L3Lag") return 57;
   if (table == "Lpm11") return profile_.vrfs() * 100;
   if (table == "HashTest") return 12;
+  if (table == "SG" || table == "NatMatch") return 20000;
   return 6000;
 }
 

@@ -111,8 +111,19 @@ TEST(FloodSet, wholeMasksInEveryTable) {
   EXPECT_EQ(rig.chip.registerValue("cpu_pipeline[0]/vlan/floodset_ctl"), 0x8000u | 100);
   rig.table->entryDel(Bridging::VlanId(100));
   EXPECT_THAT(rig.words(0, 100), ElementsAre(0, 0, 0, 0, 0x8000 | 100));
-  rig.table->entryIs(FloodSetEntry{Bridging::VlanId(7), masks, Orb::Seconds(3)});
-  EXPECT_EQ(rig.table->floodSetEntry(Bridging::VlanId(7)).lastUpdate().value(), 3);
+  const Bridging::VlanId vid(7);
+  rig.table->entryIs(FloodSetEntry{vid, masks, Orb::Seconds(3)});
+  rig.table->entryIs(FloodSetEntry{vid, masks, Orb::Seconds(4)});
+  EXPECT_EQ(rig.table->entry(vid)->lastUpdate().value(), 3) << "nothing changed at 4";
+  rig.table->clockIs([] { return Orb::Seconds(5); });
+  rig.table->entryIs(vid, FloodSetResult{U64{1}, U64{0}});
+  EXPECT_EQ(rig.table->entry(vid)->lastUpdate().value(), 5);
+  rig.table->entryDel(vid);
+  EXPECT_EQ(rig.table->entry(vid), nullptr);
+  EXPECT_EQ(Orb::text(FloodSetEntry{vid, FloodSetResult{U64{1}, U64{2}}, Orb::Seconds(3)}),
+            "Value('VelaSwitchTable::FloodSetEntry', ** {'key': 7, 'result': "
+            "Value('VelaSwitchTable::FloodSetResult', ** {'uucPortMask': 1, 'umcPortMask': 2}), "
+            "'lastUpdate': 3})");
   EXPECT_EQ(masks.resultString(), "uucPortMask:0xf00000000001 umcPortMask:0xffffffffffffffff");
 
   Rig<FloodSetTable> old("vela-20-4.0");

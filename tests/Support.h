@@ -98,11 +98,15 @@ struct Chip {
       Orb::make<VelaSwitchApi::SwTableTypes>(profile, chip);
 
   enum class Start { fresh, restart };
-  /// Takes a table through its start.
+  /// Takes a table through its start. At a restart what is desired comes next, and then
+  /// initHwEntries(false).
   void start(VelaSwitchApi::SwTable& table, Start how = Start::fresh) {
     create(table);
-    if (how == Start::restart) table.syncEntries();
-    table.initHwEntries(how == Start::fresh);
+    if (how == Start::restart) {
+      table.syncEntries();
+    } else {
+      table.initHwEntries(true);
+    }
     table.initializedIs(true);
     table.doInitComplete();
   }

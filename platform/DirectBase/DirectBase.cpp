@@ -31,20 +31,20 @@ U32 DirectBaseConvertor::capacityIndexFromEntry(const DirectBaseEntry&) const { 
 void DirectBaseConvertor::initTableStatsPerEgressPort(U32 counters) {
   for (U32 i = 0; i < counters; ++i) {
     initEntryCounter(swTable()->name() + "/Port" + std::to_string(i),
-                     directTable()->numEntries_ / counters, [this, i] {
-                       U32 used = 0;
-                       const HwTableConfig& table = *hwTable(0);
-                       for (HwIndex index = table.descriptor().first;
-                            index <= table.descriptor().last; ++index) {
-                         const auto entry = nullDirectEntry(index);
-                         if (capacityIndexFromEntry(*entry) == i &&
-                             directTable()->entryHasByDirectItem(*entry)) {
-                           ++used;
-                         }
-                       }
-                       return used;
-                     });
+                     directTable()->numEntries_ / counters, i);
   }
+}
+
+U32 DirectBaseConvertor::entriesUsed(U32 counter) const {
+  U32 used = 0;
+  const HwTableConfig& table = *hwTable(0);
+  for (HwIndex index = table.descriptor().first; index <= table.descriptor().last; ++index) {
+    const auto entry = nullDirectEntry(index);
+    if (capacityIndexFromEntry(*entry) == counter && directTable()->entryHasByDirectItem(*entry)) {
+      ++used;
+    }
+  }
+  return used;
 }
 
 void DirectBaseConvertor::rowImage(const DirectBaseEntry& entry, HwIndex index, U32* image) const {
@@ -64,28 +64,60 @@ bool DirectBaseConvertor::rowIs(const DirectBaseEntry& entry, HwIndex index) {
 }
 
 void DirectBaseConvertor::initHwEntries(bool overwrite, U32 start) {
+  std::vector<HwIndex> defaults;
   for (const auto& [id, table] : hwTables()) {
     const auto& descriptor = table->descriptor();
     for (HwIndex index = std::max(start, descriptor.first); index <= descriptor.last; ++index) {
-      if (!overwrite && table->state(index) == HwTableConfig::Row::held) continue;
-      if (overwrite) table->entryForget(index);
+      if (overwrite) {
+        table->entryForget(index);
+      } else if (!takesDefaultNow(*table, index)) {
+        continue;
+      }
       U32 image[maxRowWords];
       expectedImage(id, index, image);
-      if (!table->entryIs(HwEntryConfig(index, image, maxRowWords))) {
-        directTable()->hwInconsistentEntryIsFromDirectItem(*nullDirectEntry(index));
-      }
+      const bool written = table->entryIs(HwEntryConfig(index, image, maxRowWords),
+                                          [&] { defaults.push_back(index); });
+      if (!written) directTable()->hwInconsistentEntryIsFromDirectItem(*nullDirectEntry(index));
+    }
+  }
+  // Rows of no entry that differed are as they should be now.
+  if (overwrite) return;
+  for (const HwIndex index : defaults) {
+    if (std::all_of(hwTables().begin(), hwTables().end(),
+                    [&](const auto& each) { return holds(*each.second, index); })) {
+      directTable()->hwInconsistentEntryDelFromDirectItem(*nullDirectEntry(index));
     }
   }
 }
 
-void DirectBaseConvertor::handleRebuilt() {
+/// Whether a row that belongs to no entry is to have its default content now: not while hardware
+/// cannot say what it holds.
+bool DirectBaseConvertor::takesDefaultNow(HwTableConfig& table, HwIndex index) {
+  using Row = HwTableConfig::Row;
+  const Row state = table.state(index);
+  if (state == Row::unread || state == Row::unknown) rebuildRow(table, index);
+  return table.state(index) != Row::unread &&
+         !directTable()->entryHasByDirectItem(*nullDirectEntry(index));
+}
+
+/// Whether hardware is known to hold what is desired in the row.
+bool DirectBaseConvertor::holds(const HwTableConfig& table, HwIndex index) const {
+  if (table.state(index) != HwTableConfig::Row::held) return false;
   U32 expected[maxRowWords];
+  expectedImage(table.descriptor().identity.id, index, expected);
+  return table.same(index, expected, table.image(index));
+}
+
+/// Marks keys whose rows are not all what they should be, since a writer may have stopped amid a
+/// change.
+void DirectBaseConvertor::handleRebuilt() {
   for (const auto& [id, table] : hwTables()) {
     for (HwIndex index = table->descriptor().first; index <= table->descriptor().last; ++index) {
-      if (table->state(index) != HwTableConfig::Row::held) continue;
-      expectedImage(id, index, expected);
-      if (table->same(index, expected, table->image(index))) continue;
-      directTable()->hwInconsistentEntryIsFromDirectItem(*nullDirectEntry(index));
+      if (holds(*table, index)) continue;
+      const auto entry = nullDirectEntry(index);
+      const bool held = table->state(index) == HwTableConfig::Row::held;
+      if (!held && !directTable()->entryHasByDirectItem(*entry)) continue;
+      directTable()->hwInconsistentEntryIsFromDirectItem(*entry);
     }
   }
 }
@@ -104,25 +136,40 @@ void DirectBaseConvertor::repair(const AuditFinding& finding) {
 }
 
 void DirectBaseConvertor::syncEntries(U32 id) {
-  HwTableConfig& table = *hwTable(id);
-  for (HwIndex index = table.descriptor().first; index <= table.descriptor().last; ++index) {
+  const Orb::Ptr<HwTableConfig> table = hwTable(id);
+  ORB_ASSERT(table);
+  for (HwIndex index = table->descriptor().first; index <= table->descriptor().last; ++index) {
     if (swTable()->initialized()) {
-      auditRow(table, index);
+      auditRow(*table, index);
     } else {
-      rebuildRow(table, index);
+      rebuildRow(*table, index);
     }
   }
 }
 
+/// Takes over what the row holds, unless a hardware table in front of this one has said: they may
+/// disagree when a writer stopped amid a change, and then the first that is sound counts.
 void DirectBaseConvertor::rebuildRow(HwTableConfig& table, HwIndex index) {
   if (table.readEntry(index) != RegisterBus::Read::held) return;
-  if (table.descriptor().identity.id != 0) return;
+  const HwTableId id = table.descriptor().identity.id;
+  decoded_ = id;
   const auto entry = decodeHwEntry(index);
-  if (!entry) {
+  decoded_ = 0;
+  U32 empty[maxRowWords];
+  rowImage(*nullDirectEntry(index), index, empty);
+  const bool nothing = !entry || !entry->valid();
+  if (nothing && !table.same(index, empty, table.image(index))) {
+    // No row of the table can hold this: it gets written with what is desired of its key.
     table.entryForget(index);
-  } else if (entry->valid()) {
+  } else if (!nothing && isFirstSound(id, index)) {
     directTable()->entryIsByDirectItem(*entry);
   }
+}
+
+bool DirectBaseConvertor::isFirstSound(HwTableId id, HwIndex index) const {
+  return std::none_of(hwTables().begin(), hwTables().find(id), [&](const auto& each) {
+    return each.second->state(index) == HwTableConfig::Row::held;
+  });
 }
 
 void DirectBaseConvertor::auditRow(HwTableConfig& table, HwIndex index) {

@@ -78,10 +78,13 @@ class VELA_EXPORT DirectBaseConvertor : public VelaSwitchApi::SwTableProfileConv
   virtual void setHwBuffer(const DirectBaseEntry& entry, U8* image) const = 0;
   /// The row's key with the default result, not valid.
   virtual Orb::Ptr<DirectBaseEntry> nullDirectEntry(HwIndex index) const = 0;
-  /// Unpacks the row's image; null when it cannot be one of this table's rows.
+  /// Unpacks the row's image; null when it cannot be one of this table's rows, or there is no such
+  /// row. An index beyond what the key can say raises the key's range error.
   virtual Orb::Ptr<DirectBaseEntry> decodeHwEntry(HwIndex index) const = 0;
   /// Which capacity counter the entry counts in.
   virtual U32 capacityIndexFromEntry(const DirectBaseEntry& entry) const;
+
+  U32 entriesUsed(U32 index) const override;
 
  protected:
   friend class DirectBaseTable;
@@ -90,14 +93,20 @@ class VELA_EXPORT DirectBaseConvertor : public VelaSwitchApi::SwTableProfileConv
   /// Starts one capacity counter for each of `counters` parts of the table.
   void initTableStatsPerEgressPort(U32 counters);
 
-  /// The first hardware table's image of a row.
-  U32* hwRow(HwIndex index) const { return hwTable(0)->image(index); }
+  /// The image of a row in the hardware table that is decoded: the first, but while entries are
+  /// rebuilt.
+  U32* hwRow(HwIndex index) const { return hwTable(decoded_)->image(index); }
 
  private:
   void rowImage(const DirectBaseEntry& entry, HwIndex index, U32* image) const;
   bool rowIs(const DirectBaseEntry& entry, HwIndex index);
+  bool holds(const VelaSwitchApi::HwTableConfig& table, HwIndex index) const;
+  bool isFirstSound(HwTableId id, HwIndex index) const;
+  bool takesDefaultNow(VelaSwitchApi::HwTableConfig& table, HwIndex index);
   void rebuildRow(VelaSwitchApi::HwTableConfig& table, HwIndex index);
   void auditRow(VelaSwitchApi::HwTableConfig& table, HwIndex index);
+
+  HwTableId decoded_ = 0;
 };
 
 }  // namespace VelaSwitchTable

@@ -4,7 +4,8 @@
 
 namespace VelaSwitchTable {
 
-/// Numbers of the tables, as hardware names them.
+/// Numbers of the tables, as hardware names them. The ACL processors' tables have the numbers 45
+/// and 46 and, for each further processor, those twelve higher; all others stay clear of them.
 enum class TableIndex : U8 {
   hashTest = 1,
   lpm32 = 10,
@@ -23,15 +24,15 @@ enum class TableIndex : U8 {
   lpm11 = 90,
   l3FloodArp = 91,
   l3FloodBitmap = 92,
-  l3Lag = 93,
-  natRewrite = 94,
+  l3Lag = 95,
+  natRewrite = 96,
   vlanMembership = 100,
   nativeVlan = 101,
   portConfig = 102,
   l2Control = 103,
   lagHashControl = 104,
-  floodSet = 105,
-  lagGroup = 106,
+  floodSet = 114,
+  lagGroup = 115,
   lagLookUp = 107,
   lagMembership = 108,
   copp = 109,
@@ -51,10 +52,15 @@ struct TableConstants {
   static constexpr U8 aclHashTableId(U8 tableIdx) {
     return static_cast<U8>(static_cast<U8>(TableIndex::aclHash) + tableIdx * aclTableStride);
   }
-  /// Whether the number is that of some processor's ACL hash table.
-  static constexpr bool isAclHashTableId(U8 index) {
+  /// Whether the number is that of the ACL hash table of one of so many processors.
+  static constexpr bool isAclHashTableId(U8 index, U32 processors) {
     constexpr U8 first = static_cast<U8>(TableIndex::aclHash);
-    return index >= first && (index - first) % aclTableStride == 0;
+    return index >= first && (index - first) % aclTableStride == 0 &&
+           aclTableIdx(index) < processors;
+  }
+  /// The processor whose ACL hash table has the number.
+  static constexpr U8 aclTableIdx(U8 index) {
+    return static_cast<U8>((index - static_cast<U8>(TableIndex::aclHash)) / aclTableStride);
   }
 };
 

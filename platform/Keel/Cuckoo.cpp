@@ -16,7 +16,8 @@ void nextEpoch(U32& epoch, std::vector<U32>& marks) {
 
 }  // namespace
 
-Table::Table(U32 rowsPerWay, U8 ways) : rowsPerWay_(rowsPerWay), ways_(ways) {
+Table::Table(U32 rowsPerWay, U8 ways)
+    : rowsPerWay_(rowsPerWay), ways_(ways), waiting_(rowsPerWay * ways, rowsPerWay, ways) {
   ORB_ASSERT(rowsPerWay >= 1 && rowsPerWay <= 65536);
   ORB_ASSERT(ways >= 1 && ways <= maxWays);
   slots_.resize(capacity());
@@ -48,6 +49,12 @@ HashItem* Table::find(const HashItem& key) const {
 void Table::put(HashItem& item, U32 slot) {
   slots_[slot] = &item;
   item.slot_ = slot;
+  if (openings_.made()) openings_.add(*this, slot);
+}
+
+void Table::take(U32 slot) {
+  if (openings_.made()) openings_.del(*this, slot);
+  slots_[slot] = nullptr;
 }
 
 /// Notes that the search came to a row, and says whether it is free.
@@ -93,30 +100,26 @@ void Table::markClosed() {
   for (U32 i = 0; i < reachedCount_; ++i) closed_[reached_[i]] = closings_;
 }
 
-bool Table::hasRoom(CuckooLocation location) {
-  const U32 slot = slotOf(location);
-  searchBegin();
-  if (reach(slot, noSlot, Search::pruned)) return true;
-  if (searchFurther(Search::pruned) != noSlot) return true;
-  markClosed();
-  return false;
-}
-
 InsertResult Table::insert(HashItem& item, RowWriter& writer) {
   ORB_ASSERT(!item.placed());
-  U32 to = search(item, Search::pruned);
+  const U32 to = search(item, Search::pruned);
   if (to == noSlot) {
     markClosed();
     return {Outcome::refused, 0};
   }
+  return carryOut(item, to, writer);
+}
+
+/// Moves items from the far end of the path that from_ describes, `to`, and places the new one.
+InsertResult Table::carryOut(HashItem& item, U32 to, RowWriter& writer) {
   U32 moves = 0;
   for (U32 from = from_[to]; from != noSlot; from = from_[to]) {
     const Orb::Ptr<HashItem> mover = slots_[from];
     if (!writer.hashItemWrite(*mover, locationOf(to))) {
       return {Outcome::failed, moves, locationOf(to), mover.get()};
     }
+    take(from);
     put(*mover, to);
-    slots_[from] = nullptr;
     ++moves;
     ++moves_;
     to = from;
@@ -124,6 +127,7 @@ InsertResult Table::insert(HashItem& item, RowWriter& writer) {
   if (!writer.hashItemWrite(item, locationOf(to))) {
     return {Outcome::failed, moves, locationOf(to), &item};
   }
+  if (item.waits()) waiting_.del(item);
   put(item, to);
   ++size_;
   return {Outcome::placed, moves};
@@ -133,17 +137,159 @@ void Table::remove(HashItem& item) {
   ORB_ASSERT(item.placed() && slots_[item.slot_].get() == &item);
   const Orb::Ptr<HashItem> keep(&item);
   if (closed_[item.slot_] == closings_) nextEpoch(closings_, closed_);
-  slots_[item.slot_] = nullptr;
+  take(item.slot_);
   item.slot_ = HashItem::unplaced;
   --size_;
-  ++removals_;
+}
+
+void Table::waitIs(HashItem& item) {
+  if (item.waits()) return;
+  rowOf(item, 0);
+  if (!openings_.made()) openings_.make(*this);
+  waiting_.add(item);
+}
+
+void Table::waitDel(HashItem& item) {
+  if (item.waits()) waiting_.del(item);
+}
+
+HashItem* Table::findWaiting(const HashItem& key) const {
+  if (waiting_.empty()) return nullptr;
+  rowOf(key, 0);
+  return waiting_.equal(key);
+}
+
+SuccessionResult Table::succeed(HashItem& gone, RowWriter& writer) {
+  ORB_ASSERT(gone.placed() && slots_[gone.slot_].get() == &gone);
+  const U32 freed = gone.slot_;
+  HashItem* next = waiting_.empty() ? nullptr : nearestWaiting(freed);
+  if (!next) {
+    remove(gone);
+    return {};
+  }
+  // What was closed stays so when nothing but closed rows is behind all that moves: the same rows
+  // are full again.
+  const bool wasClosed = closed_[freed] == closings_;
+  bool stillClosed = wasClosed && leadsNowhereElse(*next);
+  for (U32 from = from_[freed]; stillClosed && from != noSlot; from = from_[from]) {
+    stillClosed = leadsNowhereElse(*slots_[from]);
+  }
+  const Orb::Ptr<HashItem> keep(&gone);
+  take(freed);
+  gone.slot_ = HashItem::unplaced;
+  --size_;
+  SuccessionResult result = letIn(*next, freed, writer);
+  const bool placed = result.insert.outcome == Outcome::placed;
+  if (wasClosed && !(placed && stillClosed)) nextEpoch(closings_, closed_);
+  return result;
+}
+
+SuccessionResult Table::fill(CuckooLocation free, RowWriter& writer) {
+  const U32 slot = slotOf(free);
+  ORB_ASSERT(!slots_[slot]);
+  HashItem* next = waiting_.empty() ? nullptr : nearestWaiting(slot);
+  return next ? letIn(*next, slot, writer) : SuccessionResult{};
+}
+
+/// Carries out the way that nearestWaiting() found.
+SuccessionResult Table::letIn(HashItem& next, U32 free, RowWriter& writer) {
+  SuccessionResult result{Orb::Ptr<HashItem>(&next), carryOut(next, free, writer)};
+  if (result.insert.outcome != Outcome::placed) waitDel(next);
+  return result;
+}
+
+bool Table::hasRoom(const HashItem& item) {
+  if (search(item, Search::pruned) != noSlot) return true;
+  markClosed();
+  return false;
+}
+
+/// Whether all rows of the item are closed.
+bool Table::leadsNowhereElse(const HashItem& item) const {
+  for (U8 way = 0; way < ways_; ++way) {
+    if (closed_[candidateSlot(item, way)] != closings_) return false;
+  }
+  return true;
+}
+
+/// The waiting item that needs the fewest moves when the row is free, and among those the one that
+/// waited longest; null when none gets there. Goes back from the row to those whose items could
+/// move there, and on until someone waits for one. from_ then describes the path.
+HashItem* Table::nearestWaiting(U32 freed) {
+  searchBegin();
+  // Here a row's entry in from_ is the row that its item would move to.
+  seen_[freed] = searches_;
+  from_[freed] = noSlot;
+  reached_[reachedCount_++] = freed;
+  HashItem* nearest = nullptr;
+  U32 start = noSlot;
+  for (U32 begin = 0; begin < reachedCount_ && !nearest;) {
+    const U32 end = reachedCount_;  // rows of one distance
+    for (U32 i = begin; i < end; ++i) {
+      HashItem* first = waiting_.first(reached_[i]);
+      if (!first || (nearest && waiting_.arrival(*nearest) < waiting_.arrival(*first))) continue;
+      nearest = first;
+      start = reached_[i];
+    }
+    for (; begin < end && !nearest; ++begin) {
+      const U32 to = reached_[begin];
+      openings_.forEach(*this, to, [&](U32 slot) {
+        if (seen_[slot] == searches_) return;
+        seen_[slot] = searches_;
+        from_[slot] = to;
+        reached_[reachedCount_++] = slot;
+      });
+    }
+  }
+  if (!nearest) return nullptr;
+  // Turned round: a row's entry becomes the row that an item comes from.
+  U32 from = noSlot;
+  for (U32 slot = start; slot != noSlot;) {
+    const U32 to = from_[slot];
+    from_[slot] = from;
+    from = slot;
+    slot = to;
+  }
+  return nearest;
+}
+
+void Table::Openings::make(const Table& table) {
+  heads_.resize(table.capacity(), noSlot);
+  links_.resize(table.capacity() * table.ways_);
+  for (U32 slot = 0; slot < table.capacity(); ++slot) {
+    if (table.slots_[slot]) add(table, slot);
+  }
+}
+
+void Table::Openings::add(const Table& table, U32 slot) {
+  for (U8 way = 0; way < table.ways_; ++way) {
+    const U32 to = table.candidateSlot(*table.slots_[slot], way);
+    if (to == slot) continue;
+    const U32 node = slot * table.ways_ + way;
+    links_[node] = {heads_[to], noSlot};
+    if (heads_[to] != noSlot) links_[heads_[to]].previous = node;
+    heads_[to] = node;
+  }
+}
+
+void Table::Openings::del(const Table& table, U32 slot) {
+  for (U8 way = 0; way < table.ways_; ++way) {
+    const U32 to = table.candidateSlot(*table.slots_[slot], way);
+    if (to == slot) continue;
+    const Link& link = links_[slot * table.ways_ + way];
+    (link.previous == noSlot ? heads_[to] : links_[link.previous].next) = link.next;
+    if (link.next != noSlot) links_[link.next].previous = link.previous;
+  }
 }
 
 void Table::replace(HashItem& held, HashItem& item) {
   ORB_ASSERT(held.placed() && !item.placed());
   const Orb::Ptr<HashItem> keep(&held);
   rowOf(item, 0);
-  put(item, held.slot_);
+  if (item.waits()) waiting_.del(item);
+  const U32 slot = held.slot_;
+  take(slot);
+  put(item, slot);
   held.slot_ = HashItem::unplaced;
 }
 
@@ -151,6 +297,7 @@ bool Table::adopt(HashItem& item, CuckooLocation location) {
   ORB_ASSERT(!item.placed());
   if (location.way >= ways_ || rowOf(item, location.way) != location.row) return false;
   if (slots_[slotOf(location)]) return false;
+  if (item.waits()) waiting_.del(item);
   put(item, slotOf(location));
   ++size_;
   return true;

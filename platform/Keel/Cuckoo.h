@@ -1,12 +1,8 @@
 #pragma once
 
-#include <array>
-#include <span>
-#include <string>
 #include <vector>
 
-#include "Orb/Ptr.h"
-#include "Orb/Types.h"
+#include "Keel/WaitingItems.h"
 
 /// A cuckoo hash table whose rows are the rows of a hardware table.
 ///
@@ -17,47 +13,12 @@
 ///  - Fewest moves: the search is breadth first, so no shorter sequence of moves makes room.
 ///  - Make before break: moves are carried out from the far end, each writing an item's new row
 ///    before its old one is overwritten, so that every placed item is in some row at every moment.
-///  - No operation allocates; finding and removing look at no more than `ways` rows.
+///  - First come, nearest served: when an item goes, the one that waits and needs the fewest moves
+///    comes in, and among those the one that waited longest. At most one can: the sets of items
+///    that have an arrangement form a matroid.
+///  - No operation but waiting allocates; finding looks at no more than `ways` rows, and so does
+///    removing where nobody waits.
 namespace Keel::Cuckoo {
-
-/// Most ways that a table can have.
-inline constexpr U8 maxWays = 4;
-
-/// A row of a table.
-struct CuckooLocation {
-  U8 way = 0;
-  U32 row = 0;
-  auto operator<=>(const CuckooLocation&) const = default;
-};
-
-/// Something that a table places. Unless the item has said its rows before, the table asks for its
-/// hashes once, when it first sees it.
-class VELA_EXPORT HashItem : public Orb::PtrInterface {
- public:
-  /// Whether both have the same hardware key, so that a lookup cannot tell them apart.
-  virtual bool isEqual(const HashItem& other) const = 0;
-  /// The row that the item may take in the way.
-  virtual U32 getHash(U8 way) const = 0;
-  /// Text form for traces.
-  virtual std::string toStrep() const = 0;
-
-  /// Whether a table holds the item.
-  bool placed() const { return slot_ != unplaced; }
-
- protected:
-  /// Spares the table its calls of getHash(): the item's rows, way by way.
-  void rowsAre(std::span<const U32> rows) {
-    for (const U32 row : rows) rows_[hashedWays_++] = static_cast<U16>(row);
-  }
-
- private:
-  friend class Table;
-  static constexpr U32 unplaced = ~U32{0};
-
-  mutable std::array<U16, maxWays> rows_{};
-  mutable U8 hashedWays_ = 0;  ///< How many of rows_ are known.
-  U32 slot_ = unplaced;
-};
 
 /// Carries out what a table decides.
 class VELA_EXPORT RowWriter {
@@ -85,6 +46,12 @@ struct InsertResult {
   HashItem* failedItem = nullptr;
 };
 
+/// Who came in when an item went.
+struct SuccessionResult {
+  Orb::Ptr<HashItem> item;  ///< Null when nobody did; otherwise it does not wait any more.
+  InsertResult insert;      ///< Placed or failed.
+};
+
 class VELA_EXPORT Table {
  public:
   /// `rowsPerWay` at most 65536, `ways` 1 to maxWays.
@@ -96,10 +63,6 @@ class VELA_EXPORT Table {
   U32 size() const { return size_; }
   /// Moves carried out since the table was made.
   U64 moves() const { return moves_; }
-  /// Items removed since the table was made. When it has not grown, no item that was refused before
-  /// has room now.
-  U64 removals() const { return removals_; }
-
   /// The item of the same hardware key, or null.
   HashItem* find(const HashItem& key) const;
   /// The item in the row, or null.
@@ -109,14 +72,26 @@ class VELA_EXPORT Table {
   /// The row that the item may take in the way.
   CuckooLocation candidate(const HashItem& item, U8 way) const { return {way, rowOf(item, way)}; }
 
-  /// Whether the row is free, or can be made free by moves. An item that is not placed has room
-  /// when
-  /// this is so of one of its rows.
-  bool hasRoom(CuckooLocation location);
   /// Places an item of a hardware key that the table does not hold.
   InsertResult insert(HashItem& item, RowWriter& writer);
   /// Takes a placed item out. Nothing is written; the row is free from now on.
   void remove(HashItem& item);
+
+  /// An item that was refused waits from now on; one that waits already keeps its turn.
+  void waitIs(HashItem& item);
+  /// An item does not wait any more, if it did.
+  void waitDel(HashItem& item);
+  /// The item of the same hardware key that waits, or null.
+  HashItem* findWaiting(const HashItem& key) const;
+  const WaitingItems& waiting() const { return waiting_; }
+  /// Takes a placed item out and lets one in that waits and has room now. The last row that is
+  /// written then is that of the new item, the first the row that became free: it need not be
+  /// cleared. When none waits that has room, nothing is written, and the row is free.
+  SuccessionResult succeed(HashItem& gone, RowWriter& writer);
+  /// Lets one in that waits and has room now that the row is free.
+  SuccessionResult fill(CuckooLocation free, RowWriter& writer);
+  /// Whether an item that is not placed could be.
+  bool hasRoom(const HashItem& item);
   /// Lets `item` take the place of `held`, which has the same hardware key.
   void replace(HashItem& held, HashItem& item);
   /// Takes up an item that hardware already holds there. False when the row is not one of the
@@ -150,14 +125,45 @@ class VELA_EXPORT Table {
   U32 search(const HashItem& item, Search kind);
   bool reach(U32 slot, U32 from, Search kind);
   void put(HashItem& item, U32 slot);
+  void take(U32 slot);
   void markClosed();
+  InsertResult carryOut(HashItem& item, U32 to, RowWriter& writer);
+  HashItem* nearestWaiting(U32 freed);
+  SuccessionResult letIn(HashItem& next, U32 free, RowWriter& writer);
+  bool leadsNowhereElse(const HashItem& item) const;
+
+  /// For rows that items could move to: those items, so that a search can go backwards. Made when
+  /// the first item waits, and kept from then on.
+  class Openings {
+   public:
+    bool made() const { return !heads_.empty(); }
+    void make(const Table& table);
+    void add(const Table& table, U32 slot);
+    void del(const Table& table, U32 slot);
+    /// Calls `visit(slot)` for the rows whose items could move to `to`.
+    template <class Visitor>
+    void forEach(const Table& table, U32 to, const Visitor& visit) const {
+      for (U32 node = heads_[to]; node != noSlot; node = links_[node].next) {
+        visit(node / table.ways_);
+      }
+    }
+
+   private:
+    struct Link {
+      U32 next = noSlot;
+      U32 previous = noSlot;
+    };
+    std::vector<U32> heads_;   ///< By row that is moved to.
+    std::vector<Link> links_;  ///< By row that is moved from, and way that is moved to.
+  };
 
   U32 rowsPerWay_;
   U8 ways_;
   U32 size_ = 0;
   U64 moves_ = 0;
-  U64 removals_ = 0;
   std::vector<Orb::Ptr<HashItem>> slots_;
+  WaitingItems waiting_;
+  Openings openings_;
 
   // The breadth-first search's memory, one element a row.
   std::vector<U32> reached_;  ///< Rows in the order in which they were reached.

@@ -1,6 +1,9 @@
 #include "VelaSwitch/Profile.h"
 
+#include <algorithm>
 #include <bit>
+#include <functional>
+#include <map>
 #include <set>
 
 #include "Orb/Assert.h"
@@ -8,12 +11,29 @@
 namespace VelaSwitch {
 namespace {
 
-/// The largest switch: every port and pipe number still fits its type.
-constexpr U32 maxPorts = 49;
-constexpr U32 maxPipes = 13;
+/// Ports that the control word of a layer-2 table can tell apart.
+constexpr U32 maxLayer2Ports = 32;
 
 void require(bool holds, const char* rangeText) {
   if (!holds) throw Orb::RangeException(rangeText);
+}
+
+/// First and last port of each group of pipes; groups whose ports interleave are refused.
+std::map<U32, PortRange> spans(const std::vector<IngressPipeRange>& pipes,
+                               const std::function<U32(U32 pipe)>& groupOf, const char* rangeText) {
+  std::map<U32, PortRange> spans;
+  for (const IngressPipeRange& range : pipes) {
+    const PortRange ports{range.firstPort(), range.lastPort()};
+    PortRange& span = spans.try_emplace(groupOf(range.pipe()), ports).first->second;
+    span = {std::min(span.first, ports.first), std::max(span.last, ports.last)};
+  }
+  for (const auto& [group, span] : spans) {
+    for (const auto& [other, otherSpan] : spans) {
+      require(group == other || span.last < otherSpan.first || otherSpan.last < span.first,
+              rangeText);
+    }
+  }
+  return spans;
 }
 
 std::vector<IngressPipeRange> pipes(std::initializer_list<IngressPipeRange> ranges) {
@@ -93,6 +113,18 @@ ProfileInfo::ProfileInfo(ProfileFields fields) : fields_(std::move(fields)) {
     require(range.firstPort() <= range.lastPort() && range.lastPort() < ports(),
             "ingressPipes: firstPort > lastPort or lastPort >= ports not allowed");
   }
+  spans(
+      ingressPipeRangeInfos(), [](U32 pipe) { return pipe; },
+      "ingressPipes: ports of pipes that interleave not allowed");
+  for (const TableKind kind : {TableKind::vlan, TableKind::layer2}) {
+    const auto tables = spans(
+        ingressPipeRangeInfos(), [&](U32 pipe) { return pipeToTableId(pipe, kind); },
+        "ingressPipes: ports of tables that interleave not allowed");
+    for (const auto& [table, span] : tables) {
+      require(kind == TableKind::vlan || span.last - span.first < maxLayer2Ports,
+              "pipesPerL2Table: a layer-2 table of more than 32 ports not allowed");
+    }
+  }
 }
 
 const Orb::Type& ProfileInfo::fwkType() const { return Orb::registeredType<ProfileInfo>; }
@@ -116,7 +148,9 @@ U32 ProfileInfo::numTables(TableKind kind) const {
 }
 
 U32 ProfileInfo::numPipelinesOfTable(TableKind) const {
-  return static_cast<U32>(ingressPipeRangeInfos().size());
+  std::set<U32> pipes;
+  for (const IngressPipeRange& range : ingressPipeRangeInfos()) pipes.insert(range.pipe());
+  return static_cast<U32>(pipes.size());
 }
 
 U32 ProfileInfo::portToIngressPipeId(U32 port) const {

@@ -67,7 +67,12 @@ struct PortRange {
 /// A checked profile and the questions that tables ask it.
 class VELA_EXPORT ProfileInfo : public Orb::PtrInterface {
  public:
-  /// Throws Orb::RangeException when a number is outside what any switch has.
+  /// The largest switch: every port and pipe number still fits its type.
+  static constexpr U32 maxPorts = 49;
+  static constexpr U32 maxPipes = 13;
+
+  /// Throws Orb::RangeException when a number is outside what any switch has, and when the ports of
+  /// pipes or of the tables that serve them interleave.
   explicit ProfileInfo(ProfileFields fields);
 
   static constexpr const char* typeName = "VelaSwitch::ProfileInfo";

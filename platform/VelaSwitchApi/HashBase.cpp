@@ -38,14 +38,26 @@ U32 PhysicalHashTableConvertor::physicalTableId(const PhysicalHashProperties& pr
 }
 
 void PhysicalHashTableConvertor::handleHitBitEntry(HwTableId, HwIndex index) {
-  HashBaseCuckooEntry* entry = physical_->entryAt(index);
-  if (entry) entry->table().lastHitByHashItemIs(*entry, pollTime());
+  physical_->hit(index, pollTime());
+}
+
+bool PhysicalHashTableConvertor::pollHitBits(Orb::Seconds now) {
+  pollTimeIs(now);
+  bool good = true;
+  for (const auto& [id, table] : hitBitTables()) good = physical_->pollHits(id, now) && good;
+  return good;
 }
 
 void PhysicalHashTableConvertor::doInitTableStats() {
-  const auto* table = static_cast<const HashBaseTable*>(swTable());
-  initEntryCounter(table->name(), physical_->engine().capacity(),
-                   [this, table] { return physical_->entries(table); });
+  initEntryCounter(swTable()->name(), physical_->engine().capacity(), 0);
+}
+
+U32 PhysicalHashTableConvertor::entriesUsed(U32) const {
+  return physical_->entries(static_cast<const HashBaseTable*>(swTable()));
+}
+
+U32 PhysicalHashTableConvertor::entriesPeak(U32) const {
+  return physical_->peak(static_cast<const HashBaseTable*>(swTable()));
 }
 
 void PhysicalHashTableConvertor::initHwEntries(bool overwrite, U32 start) {
@@ -53,7 +65,9 @@ void PhysicalHashTableConvertor::initHwEntries(bool overwrite, U32 start) {
 }
 
 void PhysicalHashTableConvertor::syncEntries(U32 id) {
-  HwTableConfig& table = *hwTable(id);
+  const Orb::Ptr<HwTableConfig> held = hwTable(id);
+  ORB_ASSERT_TEXT(held, "table");
+  HwTableConfig& table = *held;
   U32 expected[maxRowWords];
   for (HwIndex index = 0; index < physical_->engine().capacity(); ++index) {
     HashBaseCuckooEntry* entry = physical_->entryAt(index);
@@ -114,9 +128,7 @@ void PhysicalHashTableConvertor::takePlacement() {
   if (physical_->firstTable() == swTable()) physical_->takePlacement();
 }
 
-void PhysicalHashTableConvertor::updateHashEntryCounter(const HashBaseCuckooEntry&, bool) {
-  entryCounterUpdate(physical_->engine().size());
-}
+void PhysicalHashTableConvertor::updateHashEntryCounter(const HashBaseCuckooEntry&, bool) {}
 
 bool PhysicalHashTableConvertor::handleHashEntry(HashBaseCuckooEntry& entry) {
   if (!entry.valid()) return physical_->remove(entry);

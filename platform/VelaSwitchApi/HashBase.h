@@ -44,6 +44,9 @@ class VELA_EXPORT HashBaseTable : public SwTable {
   virtual void hwInconsistentEntryIsFromHashItem(const HashItem& item) = 0;
   /// Something that stood in the item's way is gone: handle its key again.
   virtual void handleHashItem(const HashItem& item) = 0;
+  /// The item's programmedStatus() changed by other entries' doing: it came in from waiting, or its
+  /// row could not be written.
+  virtual void entryStatusIsByHashItem(HashItem& item) = 0;
   /// Another spelling of the item's key is to take its row over. When the entry was read from
   /// hardware and nobody announced it since, forgets it and says true.
   virtual bool entryReleaseByHashItem(const HashItem& item) = 0;
@@ -79,6 +82,9 @@ class VELA_EXPORT PhysicalHashTableConvertor : public SwTableProfileConvertor {
  public:
   void handleHitBitEntry(HwTableId table, HwIndex index) override;
   void doInitTableStats() override;
+  bool pollHitBits(Orb::Seconds now) override;
+  U32 entriesUsed(U32 index) const override;
+  U32 entriesPeak(U32 index) const override;
   void initHwEntries(bool overwrite, U32 start) override;
   void syncEntries(U32 table) override;
   void expectedImage(HwTableId table, HwIndex index, U32* image) const override;
@@ -90,7 +96,7 @@ class VELA_EXPORT PhysicalHashTableConvertor : public SwTableProfileConvertor {
   /// Places the entry (valid) or removes it (not valid), and writes the rows that change. How a
   /// placement went is the entry's programmedStatus(); false is an internal error.
   bool handleHashEntry(HashBaseCuckooEntry& entry);
-  /// Brings the capacity counter up to date.
+  /// Before an entry is handled. The counters ask the placement, so there is nothing to keep.
   void updateHashEntryCounter(const HashBaseCuckooEntry& entry, bool removed);
 
   /// Which physical table holds the rows of a software table with these properties.
@@ -106,7 +112,7 @@ class VELA_EXPORT PhysicalHashTableConvertor : public SwTableProfileConvertor {
   PhysicalHashTableConvertor() = default;
 
   /// Number of software tables that share the physical table.
-  U32 swTables() const { return physical_->swTables(); }
+  U32 swTables() const { return physical_ ? physical_->swTables() : 0; }
 
  private:
   Orb::Ptr<PhysicalHashTable> physical_;

@@ -105,25 +105,28 @@ std::array<U32, maxRowWords> HwTableConfig::differentBits(HwIndex index,
   return bits;
 }
 
-bool HwTableConfig::entryIs(const HwEntryConfig& entry) {
-  const U32 at = position(entry.index());
-  U32* held = image(entry.index());
+/// Takes the image over, and says whether hardware has to be told.
+bool HwTableConfig::stage(const HwEntryConfig& entry) {
   const U32* words = entry.words();
-  const std::vector<Mapped>& registers = mapped(entry.index());
-  const bool write = states_[at] != Row::held || !same(entry.index(), held, words);
+  U32* held = image(entry.index());
+  const bool differs =
+      states_[position(entry.index())] != Row::held || !same(entry.index(), held, words);
+  // Words without a register are nobody else's to keep.
   std::copy_n(words, descriptor_->rowWords, held);
-  if (!write || registers.empty()) return true;
+  return differs && !mapped(entry.index()).empty();
+}
 
+bool HwTableConfig::write(const HwEntryConfig& entry) {
+  const U32 at = position(entry.index());
   std::array<RegisterBus::RegisterValue, maxRowWords> values;
   std::size_t count = 0;
-  for (const Mapped& m : registers) values[count++] = {m.reg, words[m.word]};
-  if (!bus_.rowIs(busTable_, entry.index(), {values.data(), count})) {
-    states_[at] = Row::unknown;
-    return false;
+  for (const Mapped& m : mapped(entry.index())) {
+    values[count++] = {m.reg, entry.words()[m.word]};
   }
-  states_[at] = Row::held;
-  written_[at] = true;
-  return true;
+  const bool good = bus_.rowIs(busTable_, entry.index(), {values.data(), count});
+  states_[at] = good ? Row::held : Row::lost;
+  written_[at] = written_[at] || good;
+  return good;
 }
 
 RegisterBus::Read HwTableConfig::readEntry(HwIndex index) {
@@ -136,7 +139,10 @@ RegisterBus::Read HwTableConfig::readEntry(HwIndex index) {
   for (int attempt = 0; attempt < readAttempts && read == RegisterBus::Read::failed; ++attempt) {
     read = bus_.row(busTable_, index, {values.data(), count});
   }
-  if (read == RegisterBus::Read::failed) return read;
+  if (read == RegisterBus::Read::failed) {
+    if (states_[at] == Row::unknown) states_[at] = Row::unread;
+    return read;
+  }
 
   U32* held = image(index);
   const bool unchanged =
@@ -157,27 +163,25 @@ HitBitTableConfig::HitBitTableConfig(Orb::PtrConst<HitBitTableDescriptor> descri
     : descriptor_(std::move(descriptor)), bus_(bus), busTable_(table.busHandle()) {
   const auto& paths = descriptor_->readInfo->addresses().addresses();
   for (const HitBitRecord& record : descriptor_->readInfo->info().bitRegistrations()) {
-    registers_.push_back(bus.registerIs(paths.at(static_cast<DataArrayIndex>(record.reg))));
+    registers_.push_back({bus.registerIs(paths.at(static_cast<DataArrayIndex>(record.reg))), 0});
+    blockRows_ += record.lastBit - record.firstBit + 1;
   }
+  ORB_ASSERT(blockRows_ <= 64);
 }
 
-bool HitBitTableConfig::poll(const std::function<void(HwIndex)>& hit) {
-  if (descriptor_->mode == HitBitAccessMode::none || registers_.empty()) return true;
+bool HitBitTableConfig::readBlock(HwIndex first, U64& bits) {
+  if (!bus_.hitBits(busTable_, first, registers_)) return false;
   const auto& records = descriptor_->readInfo->info().bitRegistrations();
-  const HwIndex last = descriptor_->table->last;
-  std::vector<RegisterBus::RegisterValue> values;
-  for (const auto reg : registers_) values.push_back({reg, 0});
-  bool good = true;
-  for (HwIndex first = descriptor_->table->first; first <= last;) {
-    const bool read = bus_.hitBits(busTable_, first, values);
-    good = good && read;
-    for (std::size_t i = 0; i < values.size(); ++i) {
-      for (U32 bit = records[i].firstBit; bit <= records[i].lastBit; ++bit, ++first) {
-        if (read && first <= last && (values[i].value >> bit & 1) != 0) hit(first);
-      }
+  bits = 0;
+  U32 row = 0;
+  for (std::size_t i = 0; i < registers_.size(); ++i) {
+    for (U32 bit = records[i].firstBit; bit <= records[i].lastBit; ++bit, ++row) {
+      bits |= U64{registers_[i].value >> bit & 1} << row;
     }
   }
-  return good;
+  const HwIndex rows = descriptor_->table->last + 1 - first;
+  if (rows < blockRows_) bits &= (U64{1} << rows) - 1;
+  return true;
 }
 
 }  // namespace VelaSwitchApi

@@ -186,7 +186,9 @@ class VELA_EXPORT HwTableConfig : public Orb::PtrInterface {
  public:
   /// What is known of a row.
   enum class Row : U8 {
-    unknown,  ///< Nothing: not written or read yet, or the last write failed.
+    unknown,  ///< Nothing: not written or read yet.
+    unread,   ///< Nothing: it could not be read, and was not written since.
+    lost,     ///< Not what it should be: the last write failed, or it was forgotten.
     held,     ///< The image is what hardware holds.
     absent,   ///< Hardware said that the row was never written.
   };
@@ -200,13 +202,22 @@ class VELA_EXPORT HwTableConfig : public Orb::PtrInterface {
 
   /// Writes the row, unless hardware already holds the same words apart from the static ones. A
   /// row without registers is not written. False when the bus failed.
-  bool entryIs(const HwEntryConfig& entry);
+  bool entryIs(const HwEntryConfig& entry) {
+    return entryIs(entry, [] {});
+  }
+  /// Calls `before()` when the row is about to be written.
+  template <class Before>
+  bool entryIs(const HwEntryConfig& entry, const Before& before) {
+    if (!stage(entry)) return true;
+    before();
+    return write(entry);
+  }
   /// Reads the row from hardware into the image, trying again a few times before it reports a
   /// failure; words without a register keep what they held when the mapped ones are unchanged, and
   /// become 0 otherwise.
   RegisterBus::Read readEntry(HwIndex index);
   /// Makes the next entryIs() of the row write whatever it is given.
-  void entryForget(HwIndex index) { states_[position(index)] = Row::unknown; }
+  void entryForget(HwIndex index) { states_[position(index)] = Row::lost; }
 
   Row state(HwIndex index) const { return states_[position(index)]; }
   /// Whether this run wrote the row.
@@ -233,6 +244,9 @@ class VELA_EXPORT HwTableConfig : public Orb::PtrInterface {
   const std::vector<Mapped>& mapped(HwIndex index) const;
 
  private:
+  bool stage(const HwEntryConfig& entry);
+  bool write(const HwEntryConfig& entry);
+
   U32 position(HwIndex index) const {
     ORB_ASSERT(index >= descriptor_->first && index <= descriptor_->last);
     return index - descriptor_->first;
@@ -265,15 +279,23 @@ class VELA_EXPORT HitBitTableConfig : public Orb::PtrInterface {
 
   const Orb::PtrConst<HitBitTableDescriptor>& descriptor() const { return descriptor_; }
 
-  /// Reads and clears all bits and calls `hit(index)` for each that was set. False when a read
-  /// failed; the bits of that read are reported by a later poll.
-  bool poll(const std::function<void(HwIndex)>& hit);
+  /// Whether there are bits to read at all.
+  bool readable() const {
+    return descriptor_->mode != HitBitAccessMode::none && !registers_.empty();
+  }
+  /// How many rows' bits one read returns.
+  U32 blockRows() const { return blockRows_; }
+  /// Reads and clears the bits of the rows from `first` on, a multiple of blockRows(): bit n of
+  /// `bits` is that of row first + n, for rows that there are. False when the read failed; they
+  /// then stay as they were.
+  bool readBlock(HwIndex first, U64& bits);
 
  private:
   Orb::PtrConst<HitBitTableDescriptor> descriptor_;
   RegisterBus& bus_;
   RegisterBus::TableHandle busTable_;
-  std::vector<RegisterBus::RegisterHandle> registers_;  ///< Those with bits, in row order.
+  std::vector<RegisterBus::RegisterValue> registers_;  ///< Those with bits, in row order.
+  U32 blockRows_ = 0;
 };
 
 }  // namespace VelaSwitchApi

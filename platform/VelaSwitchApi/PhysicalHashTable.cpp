@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <bit>
 #include <cstring>
+#include <utility>
 
 #include "VelaSwitch/Crc.h"
 #include "VelaSwitchApi/HashBase.h"
@@ -18,7 +19,7 @@ HashBaseCuckooEntry& entryOf(Keel::Cuckoo::HashItem& item) {
 
 }  // namespace
 
-U32 HashBaseCuckooEntry::swTableId() const { return table_->swTableId(); }
+U32 HashBaseCuckooEntry::swTableId() const { return table_ ? table_->swTableId() : noSwTable; }
 
 bool HashBaseCuckooEntry::isEqual(const Keel::Cuckoo::HashItem& other) const {
   const auto& entry = static_cast<const HashBaseCuckooEntry&>(other);
@@ -32,12 +33,25 @@ bool HashBaseHelper::entryOwned(HwIndex) const { return true; }
 bool HashBaseHelper::rowSound(const U32*) const { return true; }
 
 PhysicalHashTable::PhysicalHashTable(const PhysicalHashProperties& properties)
-    : properties_(properties.fields()), engine_(properties.rowsPerWay(), properties.ways()) {}
+    : properties_(properties.fields()),
+      engine_(properties.rowsPerWay(), properties.ways()),
+      hits_(*this) {}
 
 PhysicalHashTable::~PhysicalHashTable() = default;
 
 void PhysicalHashTable::helperIs(Orb::Ptr<HashBaseHelper> helper) {
-  helpers_.push_back(std::move(helper));
+  joined_.push_back({std::move(helper)});
+}
+
+PhysicalHashTable::Joined& PhysicalHashTable::joined(const HashBaseTable* table) {
+  return const_cast<Joined&>(std::as_const(*this).joined(table));
+}
+
+const PhysicalHashTable::Joined& PhysicalHashTable::joined(const HashBaseTable* table) const {
+  const auto at = std::find_if(joined_.begin(), joined_.end(),
+                               [&](const Joined& each) { return each.helper->swTable() == table; });
+  ORB_ASSERT(at != joined_.end());
+  return *at;
 }
 
 Orb::Ptr<HwTableConfig> PhysicalHashTable::hwTable(HwTableId id) const {
@@ -47,38 +61,74 @@ Orb::Ptr<HwTableConfig> PhysicalHashTable::hwTable(HwTableId id) const {
   return nullptr;
 }
 
-Orb::Ptr<HitBitTableConfig> PhysicalHashTable::hitTable(HwTableId id) const {
-  const auto table = hitTables_.find(id);
-  return table == hitTables_.end() ? nullptr : table->second;
-}
-
 HashBaseCuckooEntry* PhysicalHashTable::entryAt(HwIndex index) const {
   return static_cast<HashBaseCuckooEntry*>(engine_.at(location(index)));
 }
 
 void PhysicalHashTable::swTableDel(HashBaseTable* table) {
   const auto owned = [&](const auto& entry) { return &entry->table() == table; };
+  Entries gone;
+  engine_.waiting().forEach([&](Keel::Cuckoo::HashItem& item) {
+    if (&entryOf(item).table() == table) gone.emplace_back(&entryOf(item));
+  });
+  for (const auto& entry : gone) engine_.waitDel(*entry);
   for (HwIndex index = 0; index < engine_.capacity(); ++index) {
-    HashBaseCuckooEntry* entry = entryAt(index);
-    if (entry && &entry->table() == table) engine_.remove(*entry);
+    const Orb::Ptr<HashBaseCuckooEntry> entry = entryAt(index);
+    if (!entry || &entry->table() != table) continue;
+    hits_.entryDel(*entry);
+    engine_.remove(*entry);
   }
-  std::erase_if(waiting_, owned);
+  for (auto& [rows, duplicates] : duplicates_) std::erase_if(duplicates, owned);
+  std::erase_if(duplicates_, [](const auto& each) { return each.second.empty(); });
   std::erase_if(missing_, owned);
   for (StaleRow& row : staleRows_) {
     std::erase_if(row.holds, owned);
     std::erase_if(row.waits, owned);
   }
-  std::erase_if(helpers_, [&](const auto& helper) { return helper->swTable() == table; });
+  std::erase_if(joined_, [&](const Joined& each) { return each.helper->swTable() == table; });
 }
 
-U32 PhysicalHashTable::entries(const HashBaseTable* table) const {
-  if (helpers_.size() == 1) return engine_.size();
+bool PhysicalHashTable::pollHits(HwTableId id, Orb::Seconds now) {
+  Entries hit;
+  const bool good = hits_.poll(id, hit);
+  for (const auto& entry : hit) entry->table().lastHitByHashItemIs(*entry, now);
+  return good;
+}
+
+void PhysicalHashTable::hit(HwIndex index, Orb::Seconds now) {
+  Entries hit;
+  addOccupants(index, hit);
+  for (const auto& entry : hit) entry->table().lastHitByHashItemIs(*entry, now);
+}
+
+U32 PhysicalHashTable::entries(const HashBaseTable* table) const { return joined(table).entries; }
+U32 PhysicalHashTable::peak(const HashBaseTable* table) const { return joined(table).peak; }
+
+U32 PhysicalHashTable::waiting(const HashBaseTable* table) const {
+  if (joined_.size() == 1) return engine_.waiting().size();
   U32 count = 0;
-  for (HwIndex index = 0; index < engine_.capacity(); ++index) {
-    const HashBaseCuckooEntry* entry = entryAt(index);
-    if (entry && &entry->table() == table) ++count;
-  }
+  engine_.waiting().forEach([&](Keel::Cuckoo::HashItem& item) {
+    if (&entryOf(item).table() == table) ++count;
+  });
   return count;
+}
+
+/// An entry came into a row or went out of one.
+void PhysicalHashTable::counted(const HashBaseCuckooEntry& entry, int change) {
+  Joined& table = joined(&entry.table());
+  table.entries += static_cast<U32>(change);
+  table.peak = std::max(table.peak, table.entries);
+}
+
+bool PhysicalHashTable::adoptAt(HashBaseCuckooEntry& entry, Location location) {
+  if (!engine_.adopt(entry, location)) return false;
+  counted(entry, 1);
+  return true;
+}
+
+void PhysicalHashTable::takeOut(HashBaseCuckooEntry& entry) {
+  engine_.remove(entry);
+  counted(entry, -1);
 }
 
 std::vector<const HashBaseCuckooEntry*> PhysicalHashTable::competitors(
@@ -93,12 +143,12 @@ std::vector<const HashBaseCuckooEntry*> PhysicalHashTable::competitors(
 void PhysicalHashTable::pack(const HashBaseCuckooEntry& entry, Location location,
                              U32* image) const {
   std::fill_n(image, maxRowWords, 0);
-  const HashBaseHelper& helper = entry.valid() ? *entry.table().helper() : *helpers_.front();
+  const HashBaseHelper& helper = entry.valid() ? *entry.table().helper() : *joined_.front().helper;
   helper.setHwBuffer(entry, location, reinterpret_cast<U8*>(image));
 }
 
 void PhysicalHashTable::emptyImage(HwIndex index, U32* image) const {
-  pack(*helpers_.front()->nullHashEntry(), location(index), image);
+  pack(*joined_.front().helper->nullHashEntry(), location(index), image);
 }
 
 void PhysicalHashTable::expectedImage(HwIndex index, U32* image) const {
@@ -109,37 +159,60 @@ void PhysicalHashTable::expectedImage(HwIndex index, U32* image) const {
   }
 }
 
-bool PhysicalHashTable::writeImage(HwIndex index, const U32* image) {
+bool PhysicalHashTable::writeImage(HwIndex index, const U32* image, bool empty) {
   bool good = true;
-  for (const auto& table : hwTables_) {
-    if (!table->entryIs(HwEntryConfig(index, image, maxRowWords))) good = false;
-  }
+  for (const auto& table : hwTables_) good = writeTo(*table, index, image, empty) && good;
+  return good;
+}
+
+bool PhysicalHashTable::writeTo(HwTableConfig& table, HwIndex index, const U32* image, bool empty) {
+  const HwTableId id = table.descriptor().identity.id;
+  const bool good =
+      table.entryIs(HwEntryConfig(index, image, maxRowWords), [&] { hits_.rowChanges(id, index); });
+  hits_.rowChanged(id, index, good && empty);
   return good;
 }
 
 bool PhysicalHashTable::hashItemWrite(Keel::Cuckoo::HashItem& item, Location location) {
-  U32 image[maxRowWords];
-  pack(entryOf(item), location, image);
-  if (!writeImage(hwIndex(location), image)) return false;
   HashBaseCuckooEntry& entry = entryOf(item);
+  U32 image[maxRowWords];
+  pack(entry, location, image);
+  if (!writeImage(hwIndex(location), image, false)) return false;
   if (!staleRows_.empty()) staleRowDel(location);
   lastWritten_ = &entry;
+  if (entry.placed()) vacated_ = engine_.location(entry);
   return true;
+}
+
+/// What may answer lookups in the row: the entry that lies there, or whatever has just left it and
+/// was not written over yet.
+void PhysicalHashTable::addOccupants(HwIndex index, Entries& entries) const {
+  if (HashBaseCuckooEntry* entry = entryAt(index)) {
+    entries.emplace_back(entry);
+    return;
+  }
+  if (lastWritten_ && hwIndex(vacated_) == index) entries.emplace_back(lastWritten_);
+  for (const StaleRow& row : staleRows_) {
+    if (hwIndex(row.location) != index) continue;
+    entries.insert(entries.end(), row.holds.begin(), row.holds.end());
+  }
 }
 
 bool PhysicalHashTable::writeEmpty(Location location) {
   U32 image[maxRowWords];
   emptyImage(hwIndex(location), image);
-  return writeImage(hwIndex(location), image);
+  return writeImage(hwIndex(location), image, true);
 }
 
 void PhysicalHashTable::place(HashBaseCuckooEntry& entry) {
   clearStaleRows();
   if (const StaleRow* stale = staleRowOf(entry)) {
+    engine_.waitDel(entry);
     entry.status_ = Status::hardwareError;
     addOnce(staleRowIs(stale->location).waits, &entry);
   } else if (entry.placed()) {
     const bool written = hashItemWrite(entry, engine_.location(entry));
+    lastWritten_ = nullptr;
     entry.status_ = written ? Status::programmed : Status::hardwareError;
   } else {
     placeNew(entry);
@@ -152,72 +225,147 @@ void PhysicalHashTable::placeNew(HashBaseCuckooEntry& entry) {
     HashBaseCuckooEntry& holder = entryOf(*item);
     const Orb::Ptr<HashBaseCuckooEntry> keep(&holder);
     if (!holder.table().entryReleaseByHashItem(holder)) {
-      if (!waits(entry)) waiting_.push_back(&entry);
-      entry.status_ = Status::duplicateKey;
+      duplicateIs(entry);
       return;
     }
     // What was read from hardware under another spelling of the key is this entry: its row stands.
+    counted(holder, -1);
     engine_.replace(holder, entry);
+    counted(entry, 1);
+    hits_.entryDel(holder);
     const bool written = hashItemWrite(entry, engine_.location(entry));
+    lastWritten_ = nullptr;
     entry.status_ = written ? Status::programmed : Status::hardwareError;
     return;
   }
-  std::erase_if(waiting_, [&](const auto& waiting) { return waiting.get() == &entry; });
+  if (auto* item = engine_.findWaiting(entry); item && item != &entry) {
+    duplicateIs(entry);
+    return;
+  }
+  duplicateDel(entry);
   lastWritten_ = nullptr;
   const Keel::Cuckoo::InsertResult result = engine_.insert(entry, *this);
   switch (result.outcome) {
     case Keel::Cuckoo::Outcome::placed:
       entry.status_ = Status::programmed;
+      counted(entry, 1);
       break;
     case Keel::Cuckoo::Outcome::refused:
       entry.status_ = Status::tableFull;
+      engine_.waitIs(entry);
       break;
-    case Keel::Cuckoo::Outcome::failed: {
-      entry.status_ = Status::hardwareError;
-      StaleRow& stale = staleRowIs(result.failedAt);
-      addOnce(stale.holds, &entryOf(*result.failedItem));
-      addOnce(stale.holds, lastWritten_);
-      addOnce(stale.waits, &entry);
+    case Keel::Cuckoo::Outcome::failed:
+      engine_.waitDel(entry);
+      failed(result, entry);
       break;
-    }
   }
+  lastWritten_ = nullptr;
+}
+
+/// The entry could not be placed because a row could not be written.
+void PhysicalHashTable::failed(const Keel::Cuckoo::InsertResult& result,
+                               HashBaseCuckooEntry& entry) {
+  entry.status_ = Status::hardwareError;
+  StaleRow& stale = staleRowIs(result.failedAt);
+  addOnce(stale.holds, &entryOf(*result.failedItem));
+  addOnce(stale.holds, lastWritten_);
+  addOnce(stale.waits, &entry);
 }
 
 bool PhysicalHashTable::remove(HashBaseCuckooEntry& entry) {
   clearStaleRows();
   const Orb::Ptr<HashBaseCuckooEntry> keep(&entry);
-  std::erase_if(waiting_, [&](const auto& waiting) { return waiting.get() == &entry; });
+  duplicateDel(entry);
   entry.status_ = staleRowOf(entry) ? Status::hardwareError : Status::notProgrammed;
   if (entry.placed()) {
     const Location location = engine_.location(entry);
     if (engine_.at(location) != &entry) return false;
-    if (const auto next = nextWaiting(entry)) {
+    hits_.entryDel(entry);
+    counted(entry, -1);
+    if (const auto next = nextDuplicate(entry)) {
       engine_.replace(entry, *next);
+      counted(*next, 1);
       revisitIs(next.get());
     } else {
-      engine_.remove(entry);
-      if (!writeEmpty(location)) {
-        entry.status_ = Status::hardwareError;
-        addOnce(staleRowIs(location).holds, &entry);
-      }
+      letIn(entry, location);
     }
+  } else if (entry.waits()) {
+    engine_.waitDel(entry);
+    if (const auto next = nextDuplicate(entry)) revisitIs(next.get());
   }
   revisit();
   return true;
 }
 
-bool PhysicalHashTable::waits(const HashBaseCuckooEntry& entry) const {
-  return std::any_of(waiting_.begin(), waiting_.end(),
-                     [&](const auto& waiting) { return waiting.get() == &entry; });
+/// A placed entry goes: clears its row, or gives the room to one that waits.
+void PhysicalHashTable::letIn(HashBaseCuckooEntry& gone, Location location) {
+  lastWritten_ = nullptr;
+  const Keel::Cuckoo::SuccessionResult next = engine_.succeed(gone, *this);
+  cameIn(next);
+  const bool left = next.item ? next.insert.outcome == Keel::Cuckoo::Outcome::failed &&
+                                    next.insert.failedAt == location
+                              : !writeEmpty(location);
+  if (!left) return;
+  gone.status_ = Status::hardwareError;
+  addOnce(staleRowIs(location).holds, &gone);
 }
 
-/// The entry that waited longest for the key of one that goes, taken off the list.
-Orb::Ptr<HashBaseCuckooEntry> PhysicalHashTable::nextWaiting(const HashBaseCuckooEntry& gone) {
-  const auto next = std::find_if(waiting_.begin(), waiting_.end(),
-                                 [&](const auto& waiting) { return waiting->isEqual(gone); });
-  if (next == waiting_.end()) return nullptr;
-  Orb::Ptr<HashBaseCuckooEntry> entry = *next;
-  waiting_.erase(next);
+void PhysicalHashTable::cameIn(const Keel::Cuckoo::SuccessionResult& next) {
+  if (!next.item) return;
+  HashBaseCuckooEntry& entry = entryOf(*next.item);
+  if (next.insert.outcome == Keel::Cuckoo::Outcome::placed) {
+    entry.status_ = Status::programmed;
+    counted(entry, 1);
+  } else {
+    failed(next.insert, entry);
+  }
+  lastWritten_ = nullptr;
+  cameIn_.emplace_back(&entry);
+}
+
+/// Rows that were stale are free again, unless what waited for them has taken them.
+void PhysicalHashTable::fillRows() {
+  const std::vector<Location> rows = std::exchange(cleared_, {});
+  for (const Location row : rows) {
+    if (!engine_.at(row)) cameIn(engine_.fill(row, *this));
+  }
+}
+
+U64 PhysicalHashTable::rowsOf(const HashBaseCuckooEntry& entry) const {
+  U64 rows = 0;
+  for (U8 way = 0; way < engine_.ways(); ++way) {
+    rows = rows << 16 | engine_.candidate(entry, way).row;
+  }
+  return rows;
+}
+
+/// Hardware cannot tell the entry from another that came before: it is taken up when that goes.
+void PhysicalHashTable::duplicateIs(HashBaseCuckooEntry& entry) {
+  engine_.waitDel(entry);
+  addOnce(duplicates_[rowsOf(entry)], &entry);
+  entry.status_ = Status::duplicateKey;
+}
+
+void PhysicalHashTable::duplicateDel(HashBaseCuckooEntry& entry) {
+  if (duplicates_.empty()) [[likely]]
+    return;
+  const auto at = duplicates_.find(rowsOf(entry));
+  if (at == duplicates_.end()) return;
+  std::erase_if(at->second, [&](const auto& each) { return each.get() == &entry; });
+  if (at->second.empty()) duplicates_.erase(at);
+}
+
+/// The duplicate that arrived first of an entry that goes, taken off the list.
+Orb::Ptr<HashBaseCuckooEntry> PhysicalHashTable::nextDuplicate(const HashBaseCuckooEntry& gone) {
+  if (duplicates_.empty()) [[likely]]
+    return nullptr;
+  const auto at = duplicates_.find(rowsOf(gone));
+  if (at == duplicates_.end()) return nullptr;
+  const auto next = std::find_if(at->second.begin(), at->second.end(),
+                                 [&](const auto& each) { return each->isEqual(gone); });
+  if (next == at->second.end()) return nullptr;
+  const Orb::Ptr<HashBaseCuckooEntry> entry = *next;
+  duplicateDel(*entry);
   return entry;
 }
 
@@ -270,6 +418,7 @@ void PhysicalHashTable::clearStaleRows() {
   for (StaleRow& row : rows) {
     if (writeEmpty(row.location)) {
       revisitAll(row);
+      cleared_.push_back(row.location);
     } else {
       staleRows_.push_back(std::move(row));
     }
@@ -285,55 +434,79 @@ void PhysicalHashTable::settle() {
   revisit();
 }
 
-/// Lets tables handle entries again. Handling one may add others, which then wait their turn.
+/// Lets tables handle entries again, and tells them of those that came in. Handling one may add
+/// others, which then wait their turn.
 void PhysicalHashTable::revisit() {
-  if (revisiting_ || revisit_.empty()) [[likely]]
+  const auto done = [&] { return revisit_.empty() && cameIn_.empty() && cleared_.empty(); };
+  if (revisiting_ || done()) [[likely]]
     return;
   revisiting_ = true;
-  for (std::size_t i = 0; i < revisit_.size(); ++i) {
-    const Orb::Ptr<HashBaseCuckooEntry> entry = revisit_[i];
-    entry->table().handleHashItem(*entry);
+  while (!done()) {
+    const Entries cameIn = std::exchange(cameIn_, {});
+    const Entries again = std::exchange(revisit_, {});
+    for (const auto& entry : cameIn) entry->table().entryStatusIsByHashItem(*entry);
+    for (const auto& entry : again) entry->table().handleHashItem(*entry);
+    if (revisit_.empty()) fillRows();
   }
-  revisit_.clear();
   revisiting_ = false;
 }
 
 void PhysicalHashTable::initRows(HwIndex start, bool overwrite) {
   for (HwIndex index = start; index < engine_.capacity(); ++index) {
     HashBaseCuckooEntry* entry = entryAt(index);
-    // Without overwriting, neither an entry's row is touched nor one that could not be read.
-    if (!overwrite && (entry || unread(index))) continue;
-    if (overwrite) {
-      for (const auto& table : hwTables_) table->entryForget(index);
+    if (!overwrite) {
+      if (!entry && !writeDefault(index)) staleRowIs(location(index));
+      continue;
     }
-    if (entry) {
-      const bool written = hashItemWrite(*entry, location(index));
-      entry->status_ = written ? Status::programmed : Status::hardwareError;
-    } else if (!writeEmpty(location(index))) {
-      staleRowIs(location(index));
+    for (const auto& table : hwTables_) table->entryForget(index);
+    if (!entry) {
+      if (!writeEmpty(location(index))) staleRowIs(location(index));
+      continue;
     }
+    const bool written = hashItemWrite(*entry, location(index));
+    lastWritten_ = nullptr;
+    entry->status_ = written ? Status::programmed : Status::hardwareError;
+    if (!written) entry->table().entryStatusIsByHashItem(*entry);
   }
 }
 
-bool PhysicalHashTable::unread(HwIndex index) const {
-  return std::any_of(hwTables_.begin(), hwTables_.end(), [&](const auto& table) {
-    return table->state(index) == HwTableConfig::Row::unknown;
-  });
+/// Brings a row that no entry lies in to its empty form, but for pipelines that cannot say what
+/// they hold. False when a write failed.
+bool PhysicalHashTable::writeDefault(HwIndex index) {
+  using Row = HwTableConfig::Row;
+  const auto unread = [&](const auto& table) {
+    const Row state = table->state(index);
+    return state == Row::unread || state == Row::unknown;
+  };
+  if (std::all_of(hwTables_.begin(), hwTables_.end(), unread)) {
+    readRow(index);
+    if (adopt(index)) return true;
+  } else {
+    readRow(index);
+  }
+  U32 image[maxRowWords];
+  emptyImage(index, image);
+  bool good = true;
+  for (const auto& table : hwTables_) {
+    if (!unread(table)) good = writeTo(*table, index, image, true) && good;
+  }
+  return good;
+}
+
+/// Reads a row where nothing is known of it yet.
+void PhysicalHashTable::readRow(HwIndex index) {
+  using Row = HwTableConfig::Row;
+  for (const auto& table : hwTables_) {
+    const Row state = table->state(index);
+    if (state == Row::unknown || state == Row::unread) table->readEntry(index);
+  }
 }
 
 void PhysicalHashTable::rebuild() {
   for (HwIndex index = 0; index < engine_.capacity(); ++index) {
-    auto first = RegisterBus::Read::failed;
-    for (const auto& table : hwTables_) {
-      const RegisterBus::Read read = table->readEntry(index);
-      if (table == hwTables_.front()) first = read;
-    }
-    if (first == RegisterBus::Read::held) adopt(index);
-  }
-  // A writer that stopped amid a change may have left the pipelines apart.
-  for (HwIndex index = 0; index < engine_.capacity(); ++index) {
-    HashBaseCuckooEntry* entry = entryAt(index);
-    if (entry && !everyTableHolds(index)) entry->table().hwInconsistentEntryIsFromHashItem(*entry);
+    if (entryAt(index)) continue;
+    readRow(index);
+    adopt(index);
   }
 }
 
@@ -353,20 +526,29 @@ void PhysicalHashTable::takePlacement() {
     for (const auto& table : hwTables_) table->readEntry(index);
     if (HashBaseCuckooEntry* entry = entryAt(index)) homeless.emplace_back(entry);
   }
-  for (const auto& entry : homeless) engine_.remove(*entry);
+  for (const auto& entry : homeless) takeOut(*entry);
+  engine_.waiting().forEach(
+      [&](Keel::Cuckoo::HashItem& item) { homeless.emplace_back(&entryOf(item)); });
   std::erase_if(homeless, [&](const auto& entry) {
     for (U8 way = 0; way < engine_.ways(); ++way) {
       const Location at = engine_.candidate(*entry, way);
-      if (!engine_.at(at) && holds(hwIndex(at), *entry)) return engine_.adopt(*entry, at);
+      if (!engine_.at(at) && holds(hwIndex(at), *entry)) return adoptAt(*entry, at);
     }
     return false;
   });
   takeDamagedRows(homeless);
   missing_.clear();
   for (const auto& entry : homeless) {
-    if (entry->placed()) continue;
-    entry->status_ = Status::notProgrammed;
-    missing_.push_back(entry);
+    if (entry->placed()) {
+      entry->status_ = Status::programmed;
+    } else if (engine_.hasRoom(*entry)) {
+      engine_.waitDel(*entry);
+      entry->status_ = Status::notProgrammed;
+      missing_.push_back(entry);
+    } else {
+      entry->status_ = Status::tableFull;
+      engine_.waitIs(*entry);
+    }
   }
 }
 
@@ -390,7 +572,7 @@ void PhysicalHashTable::takeDamagedRows(const Entries& homeless) {
                    [](const Claim& a, const Claim& b) { return a.damage < b.damage; });
   for (const Claim& claim : claims) {
     if (claim.entry->placed() || !makeWay(hwIndex(claim.at))) continue;
-    engine_.adopt(*claim.entry, claim.at);
+    adoptAt(*claim.entry, claim.at);
   }
 }
 
@@ -403,8 +585,8 @@ bool PhysicalHashTable::makeWay(HwIndex index) {
     const Location at = engine_.candidate(*entry, way);
     if (engine_.at(at) || !holds(hwIndex(at), *entry)) continue;
     const Orb::Ptr<HashBaseCuckooEntry> keep(entry);
-    engine_.remove(*entry);
-    return engine_.adopt(*entry, at);
+    takeOut(*entry);
+    return adoptAt(*entry, at);
   }
   return false;
 }
@@ -451,9 +633,9 @@ std::vector<const HashBaseCuckooEntry*> PhysicalHashTable::missing() const {
 
 const HashBaseTable* PhysicalHashTable::owner(HwIndex index) const {
   if (const HashBaseCuckooEntry* entry = entryAt(index)) return &entry->table();
-  const auto helper = std::find_if(helpers_.begin(), helpers_.end(),
-                                   [&](const auto& each) { return each->entryOwned(index); });
-  return helper == helpers_.end() ? firstTable() : (*helper)->swTable();
+  const auto at = std::find_if(joined_.begin(), joined_.end(),
+                               [&](const Joined& each) { return each.helper->entryOwned(index); });
+  return at == joined_.end() ? firstTable() : at->helper->swTable();
 }
 
 void PhysicalHashTable::clearRow(HwIndex index) {
@@ -462,18 +644,42 @@ void PhysicalHashTable::clearRow(HwIndex index) {
   revisit();
 }
 
-/// Takes up what a row holds. A row that is not where its key belongs, or that repeats a key, is
-/// left free, and so gets cleared when the empty rows are written.
-void PhysicalHashTable::adopt(HwIndex index) {
-  for (const auto& helper : helpers_) {
-    if (!helper->entryOwned(index)) continue;
-    const Orb::Ptr<HashBaseCuckooEntry> entry = helper->decodeHwEntry(index);
-    if (!entry->valid() || engine_.find(*entry)) continue;
-    if (!engine_.adopt(*entry, location(index))) continue;
+/// Takes up what a row holds, as the first pipeline says whose row is sound, and marks the entry
+/// when not all of them hold it. Returns whether an entry was taken up.
+bool PhysicalHashTable::adopt(HwIndex index) {
+  using Row = HwTableConfig::Row;
+  Says says = Says::unsound;
+  for (decoded_ = 0; decoded_ < hwTables_.size() && says == Says::unsound; ++decoded_) {
+    const Row state = decodedTable().state(index);
+    if (state == Row::absent) says = Says::nothing;
+    if (state == Row::held) says = adoptFrom(index);
+  }
+  decoded_ = 0;
+  if (says != Says::entry) return false;
+  HashBaseCuckooEntry& entry = *entryAt(index);
+  if (!everyTableHolds(index)) entry.table().hwInconsistentEntryIsFromHashItem(entry);
+  return true;
+}
+
+/// A row that is not where its key belongs is none, and neither is one that is no entry's and not
+/// empty. One that repeats a key says nothing: it gets cleared when the empty rows are written.
+PhysicalHashTable::Says PhysicalHashTable::adoptFrom(HwIndex index) {
+  HwTableConfig& table = decodedTable();
+  U32 empty[maxRowWords];
+  emptyImage(index, empty);
+  if (table.same(index, empty, table.image(index))) return Says::nothing;
+  for (const Joined& each : joined_) {
+    const HashBaseHelper& helper = *each.helper;
+    if (!helper.entryOwned(index) || !helper.rowSound(table.image(index))) continue;
+    const Orb::Ptr<HashBaseCuckooEntry> entry = helper.decodeHwEntry(index);
+    if (!entry->valid()) continue;
+    if (engine_.find(*entry)) return Says::nothing;
+    if (!adoptAt(*entry, location(index))) continue;
     entry->status_ = Status::programmed;
     entry->table().entryIsByHashItem(*entry);
-    return;
+    return Says::entry;
   }
+  return Says::unsound;
 }
 
 }  // namespace VelaSwitchApi

@@ -4,6 +4,7 @@
 
 #include "Keel/Cuckoo.h"
 #include "Orb/Seconds.h"
+#include "VelaSwitchApi/HitTracker.h"
 #include "VelaSwitchApi/SwTable.h"
 
 namespace VelaSwitchApi {
@@ -40,7 +41,9 @@ class VELA_EXPORT PhysicalHashProperties : public Orb::PtrInterface {
 /// An entry as the cuckoo engine sees it: a key with, when it is to be programmed, its result.
 class VELA_EXPORT HashBaseCuckooEntry : public Keel::Cuckoo::HashItem {
  public:
-  /// The software table that the entry belongs to.
+  /// Stands for no software table.
+  static constexpr U32 noSwTable = ~U32{0};
+  /// The software table that the entry belongs to; noSwTable for one that was made without.
   virtual U32 swTableId() const;
   /// Packs what hardware compares of the key into a buffer of `bufSize` bytes, unused bits 0, and
   /// returns its length in bits.
@@ -61,10 +64,14 @@ class VELA_EXPORT HashBaseCuckooEntry : public Keel::Cuckoo::HashItem {
   explicit HashBaseCuckooEntry(HashBaseTable* table) : table_(table) {}
 
  private:
+  friend class HitTracker;
   friend class PhysicalHashTable;
+
+  static constexpr U32 noKeptHit = ~U32{0};
 
   HashBaseTable* table_;  ///< Outlives the entry: it owns it.
   Orb::Seconds lastHit_;
+  U32 keptHit_ = noKeptHit;  ///< Place among the hits that no poll has reported.
   EntryProgrammedStatus status_ = EntryProgrammedStatus::notProgrammed;
   bool valid_ = false;
 };
@@ -114,7 +121,13 @@ class VELA_EXPORT HashBaseHelper : public Orb::PtrInterface {
 /// no entry lies in but that may still answer lookups are kept in a list and cleared before
 /// anything else is done; as long as that fails, entries of the keys in question are reported as
 /// hardwareError rather than programmed beside a stale row.
-class VELA_EXPORT PhysicalHashTable : public Orb::PtrInterface, private Keel::Cuckoo::RowWriter {
+///
+/// An entry that has no room waits for it, whichever table it belongs to. With each entry that goes
+/// at most one comes in: the one that needs the fewest moves, and among those the one that waited
+/// longest.
+class VELA_EXPORT PhysicalHashTable : public Orb::PtrInterface,
+                                      private Keel::Cuckoo::RowWriter,
+                                      private HitTracker::Rows {
  public:
   using Location = Keel::Cuckoo::CuckooLocation;
 
@@ -127,28 +140,33 @@ class VELA_EXPORT PhysicalHashTable : public Orb::PtrInterface, private Keel::Cu
   void helperIs(Orb::Ptr<HashBaseHelper> helper);
   /// Forgets the software table and its entries; hardware keeps their rows.
   void swTableDel(HashBaseTable* table);
-  U32 swTables() const { return static_cast<U32>(helpers_.size()); }
+  U32 swTables() const { return static_cast<U32>(joined_.size()); }
   /// The table that joined first.
-  const HashBaseTable* firstTable() const { return helpers_.front()->swTable(); }
+  const HashBaseTable* firstTable() const { return joined_.front().helper->swTable(); }
   /// Declares one pipeline's rows.
   void hwTableIs(Orb::Ptr<HwTableConfig> table) { hwTables_.push_back(std::move(table)); }
   /// Declares the hit bits of a pipeline's rows; each table that shares the rows polls them.
   void hitTableIs(HwTableId id, Orb::Ptr<HitBitTableConfig> table) {
-    hitTables_[id] = std::move(table);
+    hits_.hitTableIs(id, std::move(table), engine_.capacity());
   }
   /// The hit bits of the pipeline's rows, or null.
-  Orb::Ptr<HitBitTableConfig> hitTable(HwTableId id) const;
+  Orb::Ptr<HitBitTableConfig> hitTable(HwTableId id) const { return hits_.hitTable(id); }
+  /// Reads a pipeline's hit bits and tells the tables of each entry that was hit. False when a read
+  /// failed.
+  bool pollHits(HwTableId id, Orb::Seconds now);
+  /// A poll found the row hit.
+  void hit(HwIndex index, Orb::Seconds now);
   /// The pipeline's rows, or null.
   Orb::Ptr<HwTableConfig> hwTable(HwTableId id) const;
   /// All pipelines' rows, in the order in which they were declared.
   const std::vector<Orb::Ptr<HwTableConfig>>& hwTables() const { return hwTables_; }
+  /// The pipeline whose rows are decoded: the first, but while entries are rebuilt.
+  HwTableConfig& decodedTable() const { return *hwTables_[decoded_]; }
 
   /// The row that the entry may take in the way.
   HwIndex candidate(const HashBaseCuckooEntry& entry, U8 way) const {
     return hwIndex(engine_.candidate(entry, way));
   }
-  /// Whether the row is free or entries can be moved so that it is.
-  bool hasRoom(HwIndex index) { return engine_.hasRoom(location(index)); }
 
   /// Places an entry or rewrites its row; the outcome is its programmedStatus().
   void place(HashBaseCuckooEntry& entry);
@@ -172,6 +190,10 @@ class VELA_EXPORT PhysicalHashTable : public Orb::PtrInterface, private Keel::Cu
   bool mayLinger(const HashBaseCuckooEntry& entry) const { return staleRowOf(entry) != nullptr; }
   /// Entries of the software table that lie in rows.
   U32 entries(const HashBaseTable* table) const;
+  /// The most that ever did.
+  U32 peak(const HashBaseTable* table) const;
+  /// Entries of the software table that wait for room.
+  U32 waiting(const HashBaseTable* table) const;
   /// Why the entry has no place; see Keel::Cuckoo::Table::competitors.
   std::vector<const HashBaseCuckooEntry*> competitors(const HashBaseCuckooEntry& entry);
   /// The image of the row when no entry lies in it.
@@ -179,17 +201,19 @@ class VELA_EXPORT PhysicalHashTable : public Orb::PtrInterface, private Keel::Cu
   /// The image that the row should have.
   void expectedImage(HwIndex index, U32* image) const;
 
-  /// Writes the rows from `start` on that hold no entry and were read; with `overwrite` all of
-  /// them.
+  /// Writes the rows from `start` on. Without `overwrite`, only those that hold no entry: one that
+  /// could not be read before is read again, and left alone when it still cannot be; what it holds
+  /// is taken up.
   void initRows(HwIndex start, bool overwrite);
-  /// Takes up the entries that the first pipeline's rows hold. The rows of all pipelines are read.
+  /// Takes up the entries that the rows hold, each from the first pipeline whose row is sound, and
+  /// marks those that the pipelines do not all hold.
   void rebuild();
   /// Tries again what failed before: stale rows, and entries with hardwareError.
   void settle();
 
   /// Puts the entries where the rows of hardware hold them. Nothing is written; the rows of all
   /// pipelines are read. An entry that no row holds whole takes the row among its own that holds
-  /// most of it; one that none does is out of the table, and among the missing ones.
+  /// most of it. One that none does waits when there is no room for it, or else is missing.
   void takePlacement();
   /// Entries that takePlacement() found no row for and that were not placed since.
   std::vector<const HashBaseCuckooEntry*> missing() const;
@@ -199,8 +223,14 @@ class VELA_EXPORT PhysicalHashTable : public Orb::PtrInterface, private Keel::Cu
   void clearRow(HwIndex index);
 
  private:
-  using Entries = std::vector<Orb::Ptr<HashBaseCuckooEntry>>;
+  using Entries = HitTracker::Entries;
 
+  /// A software table that places entries here.
+  struct Joined {
+    Orb::Ptr<HashBaseHelper> helper;
+    U32 entries = 0;  ///< Those that lie in rows.
+    U32 peak = 0;
+  };
   /// A row that no entry lies in although hardware may hold one there.
   struct StaleRow {
     Location location;
@@ -209,20 +239,38 @@ class VELA_EXPORT PhysicalHashTable : public Orb::PtrInterface, private Keel::Cu
   };
 
   bool hashItemWrite(Keel::Cuckoo::HashItem& item, Location location) override;
+  void addOccupants(HwIndex index, Entries& entries) const override;
   bool writeEmpty(Location location);
-  bool writeImage(HwIndex index, const U32* image);
+  bool writeDefault(HwIndex index);
+  bool writeImage(HwIndex index, const U32* image, bool empty);
+  bool writeTo(HwTableConfig& table, HwIndex index, const U32* image, bool empty);
   void pack(const HashBaseCuckooEntry& entry, Location location, U32* image) const;
 
+  Joined& joined(const HashBaseTable* table);
+  const Joined& joined(const HashBaseTable* table) const;
+  void counted(const HashBaseCuckooEntry& entry, int change);
+  bool adoptAt(HashBaseCuckooEntry& entry, Location location);
+  void takeOut(HashBaseCuckooEntry& entry);
+
   void placeNew(HashBaseCuckooEntry& entry);
-  bool waits(const HashBaseCuckooEntry& entry) const;
-  Orb::Ptr<HashBaseCuckooEntry> nextWaiting(const HashBaseCuckooEntry& gone);
+  void failed(const Keel::Cuckoo::InsertResult& result, HashBaseCuckooEntry& entry);
+  void letIn(HashBaseCuckooEntry& gone, Location location);
+  void cameIn(const Keel::Cuckoo::SuccessionResult& next);
+  void fillRows();
+  U64 rowsOf(const HashBaseCuckooEntry& entry) const;
+  void duplicateIs(HashBaseCuckooEntry& entry);
+  void duplicateDel(HashBaseCuckooEntry& entry);
+  Orb::Ptr<HashBaseCuckooEntry> nextDuplicate(const HashBaseCuckooEntry& gone);
   void clearStaleRows();
   StaleRow& staleRowIs(Location location);
   void staleRowDel(Location location);
   void revisitAll(const StaleRow& row);
   const StaleRow* staleRowOf(const HashBaseCuckooEntry& entry) const;
-  void adopt(HwIndex index);
-  bool unread(HwIndex index) const;
+  void readRow(HwIndex index);
+  bool adopt(HwIndex index);
+  /// What a pipeline's row says of the entry in it.
+  enum class Says : U8 { entry, nothing, unsound };
+  Says adoptFrom(HwIndex index);
   bool everyTableHolds(HwIndex index) const;
   void revisitIs(HashBaseCuckooEntry* entry) { revisit_.push_back(entry); }
   static void addOnce(Entries& entries, HashBaseCuckooEntry* entry);
@@ -234,20 +282,27 @@ class VELA_EXPORT PhysicalHashTable : public Orb::PtrInterface, private Keel::Cu
 
   PhysicalHashProperties::Fields properties_;
   Keel::Cuckoo::Table engine_;
-  std::vector<Orb::Ptr<HashBaseHelper>> helpers_;  ///< In the order in which the tables joined.
+  std::vector<Joined> joined_;  ///< In the order in which the tables joined.
   std::vector<Orb::Ptr<HwTableConfig>> hwTables_;
-  std::map<HwTableId, Orb::Ptr<HitBitTableConfig>> hitTables_;
+  std::size_t decoded_ = 0;
+  HitTracker hits_;
 
   std::vector<StaleRow> staleRows_;
-  /// Entries whose hardware key another entry holds, in order of arrival.
-  Entries waiting_;
+  /// Entries whose hardware key another entry holds or waits for, by their rows and in order of
+  /// arrival.
+  std::map<U64, Entries> duplicates_;
   /// Entries whose tables are to handle them again once the operation under way is done.
   Entries revisit_;
-  Entries missing_;  ///< Entries that should be in hardware and are in no row.
+  /// Entries that came in while others went: their tables are to be told.
+  Entries cameIn_;
+  std::vector<Location> cleared_;  ///< Rows that were stale: someone may wait for them.
+  Entries missing_;                ///< Entries that should be in hardware and are in no row.
   bool revisiting_ = false;
   /// The entry that the operation under way wrote last: when the next write fails, its old row may
   /// still hold it.
   HashBaseCuckooEntry* lastWritten_ = nullptr;
+  /// The row that it lay in before, until the next write takes that.
+  Location vacated_;
 };
 
 }  // namespace VelaSwitchApi

@@ -144,13 +144,8 @@ std::vector<FieldDifference> SwTableProfileConvertor::differences(HwTableId id,
 }
 
 bool SwTableProfileConvertor::pollHitBits(Orb::Seconds now) {
-  pollTime_ = now;
-  bool good = true;
-  for (const auto& [id, table] : hitBitTables_) {
-    const HwTableId hwTableId = id;
-    if (!table->poll([&](HwIndex index) { handleHitBitEntry(hwTableId, index); })) good = false;
-  }
-  return good;
+  pollTimeIs(now);
+  return true;
 }
 
 Orb::Ptr<HwTableConfig> SwTableProfileConvertor::hwTable(HwTableId id) const {
@@ -186,13 +181,14 @@ void SwTableProfileConvertor::hwStaticWordIs(U8 index, U32 mask) {
 
 void SwTableProfileConvertor::hwStaticWordDel(U8 index) { hwStaticWordIs(index, 0); }
 
-void SwTableProfileConvertor::initEntryCounter(std::string key, U32 size,
-                                               std::function<U32()> used) {
-  counters_.push_back({std::move(key), size, std::move(used)});
+U32 EntryCounter::used() const { return convertor->entriesUsed(index); }
+U32 EntryCounter::peak() const { return convertor->entriesPeak(index); }
+
+void SwTableProfileConvertor::initEntryCounter(std::string key, U32 size, U32 index) {
+  counters_.push_back({std::move(key), size, index, this});
 }
 
-void SwTableProfileConvertor::entryCounterUpdate(U32 used) {
-  if (!counters_.empty()) counters_.front().peak = std::max(counters_.front().peak, used);
-}
+U32 SwTableProfileConvertor::entriesUsed(U32) const { return 0; }
+U32 SwTableProfileConvertor::entriesPeak(U32 index) const { return entriesUsed(index); }
 
 }  // namespace VelaSwitchApi

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <functional>
 #include <map>
 #include <string>
 #include <vector>
@@ -138,12 +137,17 @@ struct AuditFinding {
   static constexpr HwIndex noRow = ~HwIndex{0};
 };
 
-/// How full a hardware table is. `used` asks the placement itself, so it cannot drift.
+/// How full a software table, or a part of it, is. The numbers are asked of the placement itself,
+/// so they cannot drift.
 struct EntryCounter {
   std::string key;
-  U32 size = 0;
-  std::function<U32()> used;
-  U32 peak = 0;  ///< Highest use seen.
+  U32 size;   ///< Entries that there is room for.
+  U32 index;  ///< The part of the table.
+  const SwTableProfileConvertor* convertor;
+
+  VELA_EXPORT U32 used() const;
+  /// Highest use seen.
+  VELA_EXPORT U32 peak() const;
 };
 
 /// Knows the hardware of a software table: which hardware tables exist, under which registers, and
@@ -182,15 +186,23 @@ class VELA_EXPORT SwTableProfileConvertor : public Orb::PtrInterface {
   std::vector<FieldDifference> differences(HwTableId table, HwIndex index) const;
 
   /// Reads all hit bits and records the hits with the time. False when a read failed.
-  bool pollHitBits(Orb::Seconds now);
+  virtual bool pollHitBits(Orb::Seconds now);
 
   Orb::Ptr<HwTableConfig> hwTable(HwTableId id) const;
   const std::map<HwTableId, Orb::Ptr<HwTableConfig>>& hwTables() const { return hwTables_; }
+
+  /// The hardware tables whose hit bits are polled.
+  const std::map<HwTableId, Orb::Ptr<HitBitTableConfig>>& hitBitTables() const {
+    return hitBitTables_;
+  }
 
   const std::vector<AuditFinding>& auditFindings() const { return findings_; }
   void auditFindingDelAll() { findings_.clear(); }
 
   const std::vector<EntryCounter>& entryCounters() const { return counters_; }
+  /// Entries in a part of the table, and the most that there ever were.
+  virtual U32 entriesUsed(U32 index) const;
+  virtual U32 entriesPeak(U32 index) const;
 
   /// Called by the table that the convertor serves.
   void swTableIs(SwTable* table) { swTable_ = table; }
@@ -210,14 +222,13 @@ class VELA_EXPORT SwTableProfileConvertor : public Orb::PtrInterface {
   /// compared.
   void hwStaticWordIs(U8 index, U32 mask);
   void hwStaticWordDel(U8 index);
-  /// Starts the capacity counter of a table of `size` entries.
-  void initEntryCounter(std::string key, U32 size, std::function<U32()> used);
-
-  /// Notes a use of the (first) counter.
-  void entryCounterUpdate(U32 used);
+  /// Starts the capacity counter of a part of the table, of `size` entries.
+  void initEntryCounter(std::string key, U32 size, U32 index);
 
   void auditFindingIs(AuditFinding finding);
   Orb::Seconds pollTime() const { return pollTime_; }
+  /// The time of the poll under way, for the hits that it reports.
+  void pollTimeIs(Orb::Seconds now) { pollTime_ = now; }
 
  private:
   SwTable* swTable_ = nullptr;

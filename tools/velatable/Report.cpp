@@ -29,10 +29,11 @@ U32 capacity(const HwTableAdapter& table) {
   return size;
 }
 
-/// Highest use since the start; 0 for tables that every key has its row in.
+/// Highest use since the start.
 U32 peak(const HwTableAdapter& table) {
-  const auto& counters = table.convertor().entryCounters();
-  return counters.empty() ? 0 : counters.front().peak;
+  U32 highest = 0;
+  for (const auto& counter : table.convertor().entryCounters()) highest += counter.peak();
+  return highest;
 }
 
 Json rowLine(const Agent& agent, const HwTableAdapter& table, const HwTableConfig& hwTable,
@@ -166,15 +167,13 @@ Json summaryJson(const Agent& agent, const RunFigures& figures) {
   U64 moves = 0;
   Json tables = Json::array();
   for (TableAdapter* table : agent.announced()) {
-    Json line = {{"table", table->name()},
-                 {"instance", table->instance()},
-                 {"entries", table->entries()},
-                 {"programmed", table->programmed()}};
+    Json line = {{"table", table->name()},          {"instance", table->instance()},
+                 {"entries", table->entries()},     {"programmed", table->programmed()},
+                 {"unclaimed", table->unclaimed()}, {"waiting", table->waiting()}};
     if (const HwTableAdapter* hardware = table->hardware()) {
       if (!hardware->borrowsRows()) moves += table->moves();
       line["peak"] = peak(*hardware);
       line["capacity"] = capacity(*hardware);
-      line["waiting"] = agent.routeWriter().waiting(hardware->table());
     }
     tables.push_back(line);
   }
@@ -202,17 +201,19 @@ void writeSummary(std::ostream& out, const Agent& agent, const RunFigures& figur
   for (const Json& table : json["tables"]) {
     const std::string name = table["table"].get<std::string>() + "/" + table["instance"].dump();
     const U32 programmed = table["programmed"];
-    if (table["entries"] == 0) {
+    const U32 unclaimed = table["unclaimed"];
+    if (table["entries"] == 0 && unclaimed == 0) {
       ++empty;
       continue;
     }
 
     out << format("  %-26s %9u %10u", name.c_str(), table["entries"].get<U32>(), programmed);
     if (const U32 size = table.value("capacity", 0u); size != 0) {
-      out << format(" %9u %5.1f%%", size, 100.0 * programmed / size);
+      out << format(" %9u %5.1f%%", size, 100.0 * (programmed + unclaimed) / size);
     }
-    if (const U32 waiting = table.value("waiting", 0u); waiting != 0) {
-      out << format("  full: %u keys of routes wait", waiting);
+    if (unclaimed != 0) out << format("  and %u of an earlier run", unclaimed);
+    if (const U32 waiting = table["waiting"]; waiting != 0) {
+      out << format("  full: %u wait for room", waiting);
     }
     out << '\n';
   }

@@ -180,9 +180,11 @@ int run(const RunOptions& options) {
   Agent agent(profile, chip);
   VelaAgent::EventRunner runner(agent);
   U64 sequence = 0;
+  bool applying = true;  // writes are some event's
   if (writes) {
     agent.recorder().listenerIs([&](const auto& write) {
-      *writes << VelaTool::writeLine(agent, ++sequence, runner.eventNumber(), write).dump() << '\n';
+      const U64 event = applying ? runner.eventNumber() : 0;
+      *writes << VelaTool::writeLine(agent, ++sequence, event, write).dump() << '\n';
     });
   }
   agent.make();
@@ -212,6 +214,8 @@ int run(const RunOptions& options) {
   }
   // A desired state that was not read to its end says nothing of what is not desired.
   if (options.reconcile && good) figures.reconciled = agent.reconcile();
+  applying = false;
+  if (restart && good) agent.complete();
 
   figures.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
   figures.events = runner.eventNumber();

@@ -1,0 +1,74 @@
+#pragma once
+
+#include "Keel/HashItem.h"
+#include "Orb/Map.h"
+
+namespace Keel::Cuckoo {
+
+/// Items that found no room, by the rows that they could take and in order of arrival. Joining,
+/// leaving and finding an equal one take the same time however many there are.
+class VELA_EXPORT WaitingItems {
+ public:
+  /// Of a table with `slots` rows; `rowsPerWay` of them in each of `ways`.
+  WaitingItems(U32 slots, U32 rowsPerWay, U8 ways);
+
+  U32 size() const { return sameRows_.size() + sharing_; }
+  bool empty() const { return sameRows_.empty(); }
+  /// Adds an item that is neither placed nor waiting; its rows are known.
+  void add(HashItem& item);
+  /// Takes out an item that waits.
+  void del(HashItem& item);
+  /// The item of the same hardware key, or null.
+  HashItem* equal(const HashItem& key) const;
+
+  /// The item that has waited longest among those that could take the row, or null.
+  HashItem* first(U32 slot) const {
+    const U32 node = heads_.empty() ? none : heads_[slot].first;
+    return node == none ? nullptr : nodes_[node].item.get();
+  }
+  /// Grows with the arrival of the items.
+  U64 arrival(const HashItem& item) const { return nodes_[nodeOf(item)].arrival; }
+
+  /// Calls `visit(item)` for each, in no particular order.
+  template <class Visitor>
+  void forEach(const Visitor& visit) const {
+    for (const Node& node : nodes_) {
+      if (node.item) visit(*node.item);
+    }
+  }
+
+ private:
+  static constexpr U32 none = ~U32{0};
+
+  struct Node {
+    Orb::Ptr<HashItem> item;  ///< Null in a node that is free.
+    U64 arrival = 0;
+    std::array<U32, maxWays> next{};  ///< In the queues of the item's rows, by way.
+    std::array<U32, maxWays> previous{};
+    U32 nextSame = none;  ///< Another item with the same rows; of free nodes, another free one.
+  };
+  struct Queue {
+    U32 first = none;
+    U32 last = none;
+  };
+
+  static U32 nodeOf(const HashItem& item) { return item.slot_ & ~HashItem::notPlaced; }
+  static U64 rowsOf(const HashItem& item) {
+    U64 all = 0;
+    for (const U16 row : item.rows_) all = all << 16 | row;
+    return all;
+  }
+  Queue& queue(const HashItem& item, U8 way) { return heads_[way * rowsPerWay_ + item.rows_[way]]; }
+
+  U32 slots_;
+  U32 rowsPerWay_;
+  U8 ways_;
+  std::vector<Queue> heads_;  ///< By row; made when the first item waits.
+  std::vector<Node> nodes_;
+  U32 free_ = none;
+  Orb::Map<U64, U32> sameRows_;  ///< By all rows of an item: the first node with them.
+  U32 sharing_ = 0;              ///< Items that are not first there.
+  U64 arrivals_ = 0;
+};
+
+}  // namespace Keel::Cuckoo

@@ -1,0 +1,97 @@
+#include "VelaSwitchApi/HitTracker.h"
+
+#include <algorithm>
+#include <bit>
+
+#include "VelaSwitchApi/PhysicalHashTable.h"
+
+namespace VelaSwitchApi {
+
+void HitTracker::hitTableIs(HwTableId id, Orb::Ptr<HitBitTableConfig> table, U32 rows) {
+  tables_[id] = {std::move(table), std::vector<Bit>(rows, Bit::open), {}};
+}
+
+Orb::Ptr<HitBitTableConfig> HitTracker::hitTable(HwTableId id) const {
+  const auto table = tables_.find(id);
+  return table == tables_.end() ? nullptr : table->second.bits;
+}
+
+HitTracker::Table* HitTracker::tracked(HwTableId id) {
+  const auto table = tables_.find(id);
+  return table == tables_.end() || !table->second.bits->readable() ? nullptr : &table->second;
+}
+
+void HitTracker::rowChanges(HwTableId id, HwIndex index) {
+  Table* table = tracked(id);
+  if (!table || table->rows[index] == Bit::clear) return;
+  hit_.clear();
+  if (readBlock(*table, index, hit_)) {
+    for (const auto& entry : hit_) {
+      if (entry->keptHit_ != HashBaseCuckooEntry::noKeptHit) continue;
+      entry->keptHit_ = static_cast<U32>(kept_.size());
+      kept_.push_back(entry);
+    }
+    return;
+  }
+  Entries& formers = table->formers[index];
+  rows_.addOccupants(index, formers);
+  std::sort(formers.begin(), formers.end(),
+            [](const auto& a, const auto& b) { return a.get() < b.get(); });
+  formers.erase(std::unique(formers.begin(), formers.end()), formers.end());
+}
+
+void HitTracker::rowChanged(HwTableId id, HwIndex index, bool empty) {
+  if (Table* table = tracked(id)) table->rows[index] = empty ? Bit::empty : Bit::open;
+}
+
+void HitTracker::entryDel(HashBaseCuckooEntry& entry) {
+  if (entry.keptHit_ != HashBaseCuckooEntry::noKeptHit) {
+    kept_.back()->keptHit_ = entry.keptHit_;
+    std::swap(kept_[entry.keptHit_], kept_.back());
+    entry.keptHit_ = HashBaseCuckooEntry::noKeptHit;
+    kept_.pop_back();
+  }
+  for (auto& [id, table] : tables_) {
+    for (auto& [index, formers] : table.formers) {
+      std::erase_if(formers, [&](const auto& former) { return former.get() == &entry; });
+    }
+  }
+}
+
+/// Reads the block of bits that the row's is in and adds whoever was hit there.
+bool HitTracker::readBlock(Table& table, HwIndex index, Entries& hit) {
+  const HwIndex first = index - index % table.bits->blockRows();
+  U64 bits = 0;
+  if (!table.bits->readBlock(first, bits)) return false;
+  for (U64 left = bits; left != 0; left &= left - 1) {
+    const HwIndex row = first + static_cast<HwIndex>(std::countr_zero(left));
+    rows_.addOccupants(row, hit);
+    const auto formers = table.formers.find(row);
+    if (formers != table.formers.end()) {
+      hit.insert(hit.end(), formers->second.begin(), formers->second.end());
+    }
+  }
+  const auto end = std::min(first + table.bits->blockRows(), static_cast<U32>(table.rows.size()));
+  for (HwIndex row = first; row < end; ++row) {
+    if (table.rows[row] == Bit::empty) table.rows[row] = Bit::clear;
+  }
+  if (!table.formers.empty()) {
+    table.formers.erase(table.formers.lower_bound(first), table.formers.lower_bound(end));
+  }
+  return true;
+}
+
+bool HitTracker::poll(HwTableId id, Entries& hit) {
+  Table* table = tracked(id);
+  if (!table) return true;
+  for (const auto& entry : kept_) entry->keptHit_ = HashBaseCuckooEntry::noKeptHit;
+  hit.insert(hit.end(), kept_.begin(), kept_.end());
+  kept_.clear();
+  bool good = true;
+  for (HwIndex first = 0; first < table->rows.size(); first += table->bits->blockRows()) {
+    if (!readBlock(*table, first, hit)) good = false;
+  }
+  return good;
+}
+
+}  // namespace VelaSwitchApi

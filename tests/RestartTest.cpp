@@ -1,0 +1,334 @@
+#include <map>
+
+#include "Generator.h"
+#include "agent/Profiles.h"
+
+// Restarts on switches whose rows are not what the last agent left: damaged, different from one
+// pipeline to the next, or not to be read. No row stops a restart, nothing is written before what
+// is desired is known, and in the end hardware holds what is desired.
+
+namespace {
+
+using VelaAgent::Agent;
+using VelaAgent::HwTableAdapter;
+using VelaAgent::Json;
+using VelaSwitchApi::EntryProgrammedStatus;
+using VelaSwitchApi::HwIndex;
+using VelaSwitchApi::HwTableConfig;
+using VelaTest::Generator;
+using VelaTest::Group;
+using VelaTest::Random;
+
+/// A row of a hardware table, by the table's name.
+using Row = std::pair<std::string, HwIndex>;
+
+class Restart : public testing::TestWithParam<std::string> {
+ protected:
+  using Key = std::pair<std::size_t, Json>;
+  using Desired = std::map<Key, Json>;
+
+  struct Rig {
+    Rig(const Orb::PtrConst<VelaSwitch::ProfileInfo>& profile, const Group& ofGroup,
+        VelaDevice::SimulatedSwitch& chip, Agent::Start how)
+        : group(ofGroup), agent(profile, chip) {
+      agent.make(group.make);
+      agent.recorder().listenerIs([&](const auto& write) {
+        written.insert({write.table.name, write.index});
+      });
+      agent.start(how);
+    }
+    VelaAgent::TableAdapter& table(const Key& key) const {
+      return agent.table(group.tables[key.first].first, group.tables[key.first].second);
+    }
+    EntryProgrammedStatus set(const Key& key, const Json& result) {
+      const auto status = table(key).set(key.second, result);
+      agent.settle();
+      return status;
+    }
+    Json find(const Key& key) { return table(key).lookup(agent.dataPath(), key.second); }
+    /// All entries, as events would announce them.
+    Json entries() const {
+      Json all = Json::array();
+      for (const auto& at : group.tables) {
+        agent.table(at.first, at.second).forEachEntry([&](const Json& key, const Json& result) {
+          all.push_back({at.first, at.second, key, result});
+        });
+      }
+      return all;
+    }
+
+    const Group& group;
+    std::set<Row> written;
+    Agent agent;
+  };
+
+  Desired someEntries(const Group& group) {
+    Desired desired;
+    for (std::size_t table = 0; table < group.tables.size(); ++table) {
+      const auto& [name, instance] = group.tables[table];
+      const U32 count = std::min(generator.keys(name) / 2, 200u);
+      for (U32 i = 0; i < count; ++i) {
+        const U32 number = i * static_cast<U32>(group.tables.size()) + static_cast<U32>(table);
+        const Json key = generator.key(name, number);
+        desired[{table, key}] = generator.result(name, key);
+      }
+    }
+    return desired;
+  }
+
+  static void announce(Rig& rig, const Desired& desired) {
+    for (const auto& [key, result] : desired) rig.set(key, result);
+  }
+
+  /// What was desired is there, and rows hold nothing else.
+  static void expectDesired(Rig& rig, const Desired& desired) {
+    for (const auto& table : rig.agent.tables()) {
+      table->audit();
+      ASSERT_TRUE(table->findings().empty())
+          << table->name() << VelaAgent::Json(table->findings().size());
+    }
+    for (const auto& [key, result] : desired) {
+      const auto status = rig.set(key, result);
+      ASSERT_NE(status, EntryProgrammedStatus::hardwareError) << key.second;
+      if (status == EntryProgrammedStatus::programmed) {
+        ASSERT_FALSE(rig.find(key).is_null()) << rig.group.name() << key.second;
+      }
+    }
+  }
+
+  /// Damages some rows, each of one hardware table: two bits, so that the parity stays even, or
+  /// all of them. Returns which.
+  std::set<Row> damage(const Agent& agent, VelaDevice::SimulatedSwitch& chip) {
+    std::set<Row> damaged;
+    for (const auto& table : agent.tables()) {
+      for (const auto& [id, hwTable] : table->convertor().hwTables()) {
+        const auto& descriptor = hwTable->descriptor();
+        const HwIndex rows = descriptor.last - descriptor.first + 1;
+        for (U32 i = 0; i < std::max(rows / 12, 2u); ++i) {
+          const HwIndex index = descriptor.first + random.below(rows);
+          const auto words = static_cast<U32>(hwTable->mapped(index).size());
+          if (words == 0) continue;
+          const bool two = random.flip();
+          for (U32 n = 0; n < (two ? 2 : 16 * words); ++n) {
+            chip.flipBit(hwTable->busHandle(), index, random.below(words), random.below(32));
+          }
+          damaged.insert({descriptor.identity.name, index});
+        }
+      }
+    }
+    return damaged;
+  }
+
+  static bool hashed(const Agent& agent) { return agent.tables()[0]->location(0).has_value(); }
+
+  Orb::PtrConst<VelaSwitch::ProfileInfo> profile = VelaAgent::loadProfile(GetParam());
+  Random random;
+  Generator generator{*profile, random};
+};
+
+TEST_P(Restart, noRowStopsItWhateverItHolds) {
+  for (const Group& group : VelaTest::groups(*profile)) {
+    SCOPED_TRACE(group.name());
+    for (int round = 0; round < 3; ++round) {
+      const Desired desired = someEntries(group);
+      VelaDevice::SimulatedSwitch chip;
+      std::set<Row> damaged;
+      {
+        Rig before(profile, group, chip, Agent::Start::fresh);
+        announce(before, desired);
+        damaged = damage(before.agent, chip);
+      }
+      {
+        VelaTest::FatalGuard guard;
+        const VelaDevice::SimulatedSwitch saved(chip);
+        {
+          // Decoding, and an audit against what is desired.
+          VelaDevice::SimulatedSwitch copy(saved);
+          Agent reader(profile, copy);
+          reader.make(group.make);
+          reader.decode();
+          for (const auto& table : reader.tables()) table->corruptRows();
+        }
+        {
+          VelaDevice::SimulatedSwitch copy(saved);
+          Agent auditor(profile, copy);
+          auditor.make(group.make);
+          auditor.desireBegin();
+          for (const auto& [key, result] : desired) {
+            auditor.table(group.tables[key.first].first, group.tables[key.first].second)
+                .set(key.second, result);
+          }
+          auditor.desireEnd();
+          for (const auto& table : auditor.tables()) {
+            table->audit();
+            table->findings();
+          }
+        }
+        Rig after(profile, group, chip, Agent::Start::restart);
+        ASSERT_TRUE(after.written.empty()) << "before anything was desired";
+        announce(after, desired);
+        after.agent.reconcile();
+        after.agent.complete();
+        ASSERT_EQ(VelaTest::FatalGuard::last(), "") << "caught or not, it would end an agent";
+        // Entries of hash tables may find another place when theirs was lost.
+        if (!hashed(after.agent) && group.name() != "Route") {
+          for (const Row& row : after.written) {
+            ASSERT_TRUE(damaged.contains(row)) << row.first << " row " << row.second;
+          }
+        }
+        ASSERT_NO_FATAL_FAILURE(expectDesired(after, desired));
+      }
+    }
+  }
+}
+
+/// A writer that died amid changes left the first hardware table and the others apart. The first
+/// one counts; the others are written when the entry is announced, and nothing before.
+TEST_P(Restart, copiesThatDifferDoNotSpread) {
+  U32 differing = 0;
+  for (const Group& group : VelaTest::groups(*profile)) {
+    // The limiters' CPU table is the last, and whole routes are what their levels say.
+    if (group.name() == "Copp" || group.name() == "Route") continue;
+    SCOPED_TRACE(group.name());
+    const Desired older = someEntries(group);
+    Desired newer;
+    for (const auto& [key, result] : older) {
+      newer[key] = generator.result(group.tables[key.first].first, key.second);
+    }
+    VelaDevice::SimulatedSwitch chip;
+    std::set<Row> mixed;
+    Json expected;
+    {
+      Rig before(profile, group, chip, Agent::Start::fresh);
+      announce(before, older);
+      VelaDevice::SimulatedSwitch old(chip);
+      announce(before, newer);
+      for (const auto& table : before.agent.tables()) {
+        for (const auto& [id, hwTable] : table->convertor().hwTables()) {
+          // Of a table whose rows stand there several times, the first.
+          const auto& identity = hwTable->descriptor().identity;
+          const HwIndex rows = group.name() == "VlanGroup" ? 16 : ~0u;
+          if (id != 0) continue;
+          const auto* from = old.find(identity.family, identity.instance, id);
+          const auto* to = chip.find(identity.family, identity.instance, id);
+          for (HwIndex index = 0; index <= std::min(to->lastIndex, rows - 1); ++index) {
+            const U32* words = from->row(index);
+            if (!words || std::equal(words, words + from->rowWords(), to->row(index))) continue;
+            std::copy_n(words, from->rowWords(), to->row(index));
+            mixed.insert({identity.name, index});
+          }
+        }
+      }
+      Rig only(profile, group, old, Agent::Start::restart);
+      expected = only.entries();
+    }
+    Rig after(profile, group, chip, Agent::Start::restart);
+    ASSERT_TRUE(after.written.empty());
+    const bool slices = group.name() == "VlanMembership" || group.name() == "LagGroup" ||
+                        group.name() == "LagMembership" || group.name() == "RxPortMirror";
+    if (!slices) ASSERT_EQ(after.entries(), expected) << "the first hardware table counts";
+    after.agent.complete();
+    ASSERT_TRUE(after.written.empty()) << "no row is nobody's";
+    announce(after, older);
+    ASSERT_FALSE(mixed.empty());
+    for (const Row& row : after.written) {
+      if (slices) break;
+      EXPECT_FALSE(mixed.contains(row)) << row.first << " row " << row.second << " was right";
+    }
+    differing += static_cast<U32>(after.written.size());
+    ASSERT_NO_FATAL_FAILURE(expectDesired(after, older));
+  }
+  EXPECT_GT(differing, 300u);
+}
+
+/// Rows that do not answer at a restart keep forwarding: no default is written over them. When they
+/// answer, what they hold is taken over.
+TEST_P(Restart, rowsThatCannotBeReadAreLeftAlone) {
+  for (const Group& group : VelaTest::groups(*profile)) {
+    if (group.name() == "Route") continue;
+    SCOPED_TRACE(group.name());
+    const Desired desired = someEntries(group);
+    VelaDevice::SimulatedSwitch chip;
+    {
+      Rig before(profile, group, chip, Agent::Start::fresh);
+      announce(before, desired);
+    }
+    constexpr U32 all = ~0u / 2;
+    chip.failReadsIs(all);
+    Rig after(profile, group, chip, Agent::Start::restart);
+    after.agent.complete();
+    ASSERT_TRUE(after.written.empty());
+    ASSERT_EQ(after.entries(), Json::array());
+    U32 found = 0;
+    for (const auto& [key, result] : desired) found += after.find(key).is_null() ? 0 : 1;
+    ASSERT_GE(found, desired.size() * 9 / 10) << "but for those that had no room";
+    for (const auto& table : after.agent.tables()) {
+      table->audit();
+      for (const auto& finding : table->findings()) {
+        ASSERT_EQ(finding.kind, VelaAgent::RowFinding::Kind::unreadable);
+      }
+    }
+    chip.failReadsIs(0);
+    after.agent.complete();
+    ASSERT_TRUE(after.written.empty());
+    Rig other(profile, group, chip, Agent::Start::restart);
+    ASSERT_EQ(after.entries(), other.entries());
+  }
+}
+
+/// The whole switch with everything in it: the second start, told the same, writes nothing and
+/// counts the same.
+TEST_P(Restart, theSecondRunWritesNothing) {
+  struct Numbers {
+    U64 programmed;
+    std::map<std::string, std::pair<U32, U32>> tables;
+    bool operator==(const Numbers&) const = default;
+  };
+  std::vector<std::tuple<std::string, U32, Json, Json>> events;
+  for (const Group& group : VelaTest::groups(*profile)) {
+    for (const auto& [key, result] : someEntries(group)) {
+      const auto& [name, instance] = group.tables[key.first];
+      Json changed = result;
+      // Entries that answer no lookups, and counters that are none, have rows as well.
+      if (name.starts_with("Nat") && changed.contains("valid")) changed["valid"] = random.flip();
+      if (name == "AclIndirectCounterHash" && random.flip()) changed = random.below(2) * 4096;
+      events.emplace_back(name, instance, key.second, changed);
+    }
+  }
+  VelaDevice::SimulatedSwitch chip;
+  const auto run = [&](Agent::Start how) {
+    Agent agent(profile, chip);
+    agent.make();
+    agent.start(how);
+    const U64 before = agent.recorder().rowWrites();
+    for (const auto& [name, instance, key, result] : events) {
+      agent.table(name, instance).set(key, result);
+      agent.settle();
+    }
+    if (how == Agent::Start::restart) {
+      agent.complete();
+      EXPECT_EQ(before, 0u);
+      EXPECT_EQ(agent.recorder().rowWrites(), 0u);
+      for (const auto& table : agent.tables()) {
+        table->audit();
+        EXPECT_TRUE(table->findings().empty()) << table->name();
+      }
+    }
+    Numbers numbers{agent.programmed(), {}};
+    for (const auto* table : agent.announced()) {
+      numbers.tables[table->name() + std::to_string(table->instance())] = {table->entries(),
+                                                                           table->programmed()};
+      EXPECT_EQ(table->unclaimed() != 0,
+                table->name() == "LagGroup" && how == Agent::Start::restart)
+          << table->name();
+    }
+    return numbers;
+  };
+  const Numbers first = run(Agent::Start::fresh);
+  EXPECT_EQ(run(Agent::Start::restart), first);
+}
+
+INSTANTIATE_TEST_SUITE_P(Profiles, Restart, testing::ValuesIn(VelaTest::profileNames()),
+                         VelaTest::profileTestName);
+
+}  // namespace
