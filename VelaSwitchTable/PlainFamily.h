@@ -25,7 +25,7 @@
 ///   traceAbsent(table, index)    or in the family's own words
 ///   tracesHandling               handleEntry and writes are traced
 ///   ignoresRows                  rows that say nothing are left out of audits as well
-///   takesDefault                 rows that are as without an entry are taken over
+///   rebuildsDefaults             rows that are as without an entry are taken over
 ///   marks(entry, row)            whether an audit marks the key, whose entry may be null, for what
 ///                                the row says
 ///
@@ -203,13 +203,14 @@ class PlainFamilyLayerConvertor : public F::Convertor {
   /// Without `overwrite`, only rows that belong to no entry: one that could not be read before is
   /// read again, and left alone when it still cannot be; what it holds is taken over.
   void initHwEntries(bool overwrite, U32 start) override {
+    if (!overwrite) readUnread(start);
     for (const auto& [id, hwTable] : this->hwTables()) {
       const auto& descriptor = hwTable->descriptor();
       for (HwIndex index = std::max(start, descriptor.first); index <= descriptor.last; ++index) {
         const Key key = F::keyOf(index);
         if (overwrite) {
           hwTable->entryForget(index);
-        } else if (!takesDefaultNow(*hwTable, index, key)) {
+        } else if (!takesDefault(*hwTable, index, key)) {
           continue;
         }
         if (!writeRow(*hwTable, index, key, desired(key))) {
@@ -326,14 +327,32 @@ class PlainFamilyLayerConvertor : public F::Convertor {
     return all;
   }
 
-  /// Whether a row that nobody has written yet is to have its default content now.
-  bool takesDefaultNow(HwTableConfig& hwTable, HwIndex index, const Key& key) {
+  /// Takes up what rows hold that could not be read before.
+  void readUnread(U32 start) {
     using Row = HwTableConfig::Row;
-    if (hwTable.mapped(index).empty()) return false;
+    for (const auto& [id, hwTable] : this->hwTables()) {
+      const auto& descriptor = hwTable->descriptor();
+      for (HwIndex index = std::max(start, descriptor.first); index <= descriptor.last; ++index) {
+        const Row state = hwTable->state(index);
+        if (hwTable->mapped(index).empty() || (state != Row::unread && state != Row::unknown)) {
+          continue;
+        }
+        const Key key = F::keyOf(index);
+        if (!table()->entry(key) || table()->unclaimed(key)) {
+          rebuildRow(*hwTable, index);
+        } else if (hwTable->readEntry(index) == Read::failed) {
+          traceUnreadable(*hwTable, key);
+        }
+      }
+    }
+  }
+  /// Whether a row belongs to no entry and may be written: hardware has said what it holds.
+  bool takesDefault(const HwTableConfig& hwTable, HwIndex index, const Key& key) const {
+    using Row = HwTableConfig::Row;
+    if (hwTable.mapped(index).empty() || table()->entry(key)) return false;
     const Row state = hwTable.state(index);
-    if (state == Row::unread || state == Row::unknown) rebuildRow(hwTable, index);
-    return hwTable.state(index) != Row::unread && !table()->entry(key) &&
-           !(hwTable.state(index) == Row::held && ignored(hwTable.descriptor().identity.id, index));
+    return state != Row::unread &&
+           !(state == Row::held && ignored(hwTable.descriptor().identity.id, index));
   }
 
   void rebuildRow(HwTableConfig& hwTable, HwIndex index) {
@@ -354,7 +373,7 @@ class PlainFamilyLayerConvertor : public F::Convertor {
       joinRow(id, result, joined);
       result = joined;
       if (taken ? result == *taken : result == F::absentResult()) return;
-    } else if (!takesDefault && result == F::absentResult()) {
+    } else if (!rebuildsDefaults && result == F::absentResult()) {
       return;
     }
     F::trace(5, "Set sw table entry for key: ", key, " value: ", result);
@@ -392,7 +411,7 @@ class PlainFamilyLayerConvertor : public F::Convertor {
 
   /// Whether rows that say nothing are left out of audits as well.
   static constexpr bool ignoresRows = requires { F::ignoresRows; };
-  static constexpr bool takesDefault = requires { F::takesDefault; };
+  static constexpr bool rebuildsDefaults = requires { F::rebuildsDefaults; };
 
   bool ignored(HwTableId id, HwIndex index) const {
     Result result{};

@@ -27,7 +27,7 @@ struct VELA_EXPORT LagGroupFamily
   /// A row of no group says nothing, to audits neither.
   static constexpr bool ignoresRows = true;
   /// Group 0 is a group: a port in it is taken over as an entry.
-  static constexpr bool takesDefault = true;
+  static constexpr bool rebuildsDefaults = true;
   /// Every port in a group is to have an entry that says so.
   static bool marks(const Result* entry, const Result& row) { return !entry || *entry != row; }
 

@@ -40,7 +40,7 @@ struct EntryCellResult {
   static constexpr bool nullable = true;
 
   Orb::Field<"nexthopIndexes", VelaSwitch::NexthopIndexes> nexthopIndexes;
-  Orb::Field<"maskLength", MaskLength> maskLength;  ///< First level alone.
+  Orb::Field<"maskLength", MaskLength, 4> maskLength;  ///< First level alone.
   Orb::Field<"realPrefixLen", U8> realPrefixLen;
   auto operator<=>(const EntryCellResult&) const = default;
 

@@ -10,7 +10,7 @@ struct NatMatchResult {
   static constexpr const char* typeName = "VelaSwitchTable::NatMatchResult";
   Orb::Field<"valid", bool> valid;  ///< Whether the row answers lookups.
   /// Protocol class to rewrite as, 0 to 3. Others cannot be encoded and become 0.
-  Orb::Field<"proto", U8, 2> proto;
+  Orb::Field<"proto", U8> proto;
   Orb::Field<"natRewriteId", U16, 12> natRewriteId;
   Orb::Field<"useAcl", bool> useAcl;  ///< Whether the ACL is asked as well.
   Orb::Field<"trapToCpu", bool> trapToCpu;

@@ -276,8 +276,15 @@ void EventRunner::corrupt(const Json& event) {
   const U32 bit = number(event, "bit", 0);
   const auto& hwTables = table.convertor().hwTables();
   if (hwTables.empty()) throw InputException("the table has no rows in hardware");
-  const auto hwTable = hwTables.find(number(event, "hwTableId", hwTables.begin()->first));
+  const auto first = std::find_if(hwTables.begin(), hwTables.end(), [&](const auto& each) {
+    return table.holds(*each.second, place->index);
+  });
+  const auto hwTable =
+      event.contains("hwTableId") ? hwTables.find(number(event, "hwTableId", 0)) : first;
   if (hwTable == hwTables.end()) throw InputException("the table has no such hwTableId");
+  if (!table.holds(*hwTable->second, place->index)) {
+    throw InputException("that hardware table has no row for the entry");
+  }
   const auto& mapped = hwTable->second->mapped(place->index);
   const auto word =
       std::find_if(mapped.begin(), mapped.end(), [&](const auto& m) { return m.word == bit / 32; });

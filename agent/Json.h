@@ -269,25 +269,4 @@ T fromJson(const Json& json) {
   return value;
 }
 
-/// Adds what hardware cuts of the value, such as "natRewriteId 5000 to 904", field by field.
-template <class T>
-void cutFields(const T& value, std::vector<std::string>& cuts) {
-  Orb::forEachField(value, [&](const auto& field) {
-    using Field = std::remove_cvref_t<decltype(field)>;
-    using Content = typename Field::Type;
-    if constexpr (detail::isArray<Content>) {
-      if constexpr (Orb::Value<typename Content::value_type>) {
-        for (const auto& element : field()) cutFields(element, cuts);
-      }
-    } else if constexpr (Orb::Value<Content>) {
-      cutFields(field(), cuts);
-    } else if constexpr (std::unsigned_integral<Content> && Field::usedBits < 64) {
-      constexpr Content mask = (1u << Field::usedBits) - 1;
-      if (field() > mask) {
-        cuts.push_back(Orb::text(field.name, " ", field(), " to ", field() & mask));
-      }
-    }
-  });
-}
-
 }  // namespace VelaAgent

@@ -5,6 +5,8 @@ namespace {
 
 using VelaDevice::DataPath;
 
+constexpr U8 lagBuckets = 32;
+
 /// A frame to a LAG.
 struct LagFrame {
   static constexpr const char* typeName = "VelaAgent::LagFrame";
@@ -18,7 +20,9 @@ struct LagFrame {
 std::vector<std::unique_ptr<PathAdapter>> makePaths() {
   std::vector<std::unique_ptr<PathAdapter>> paths;
   paths.push_back(std::make_unique<PathAdapter>("Flow", [](DataPath& dataPath, const Json& key) {
-    return hitToJson(dataPath.flow(fromJson<VelaDevice::Flow>(key)));
+    const auto flow = fromJson<VelaDevice::Flow>(key);
+    refuseAbsentPort("egressPort", flow.egressPort(), dataPath.profile());
+    return hitToJson(dataPath.flow(flow));
   }));
   paths.push_back(
       std::make_unique<PathAdapter>("Multicast", [](DataPath& dataPath, const Json& key) {
@@ -27,6 +31,8 @@ std::vector<std::unique_ptr<PathAdapter>> makePaths() {
   paths.push_back(
       std::make_unique<PathAdapter>("LagMember", [](DataPath& dataPath, const Json& key) {
         const auto frame = fromJson<LagFrame>(key);
+        refuseAbsent(frame, dataPath.profile());
+        refuseBeyond("bucket", frame.bucket(), lagBuckets, "buckets for each LAG");
         return hitToJson(
             dataPath.lagMember(frame.ingressPort().value(), frame.lagGroupId(), frame.bucket()));
       }));

@@ -27,10 +27,7 @@ NexthopIndexes nexthopOfNumber(U64 number) {
 
 RouteAdapter::Key RouteAdapter::keyFromJson(const Json& json) const {
   const Key key = fromJson<Key>(json);
-  if (key.vrf() >= profile_.vrfs()) {
-    throw InputException("vrf: the switch has " + std::to_string(profile_.vrfs()) + " VRFs, no " +
-                         std::to_string(key.vrf()));
-  }
+  refuseAbsentVrf("vrf", key.vrf(), profile_);
   return key;
 }
 
@@ -43,8 +40,12 @@ EntryProgrammedStatus RouteAdapter::status(const Key& key) const {
 
 EntryProgrammedStatus RouteAdapter::set(const Json& key, const Json& result) {
   const Key route = keyFromJson(key);
+  if (result.is_object() && result.contains("cpuTrap")) {
+    throw InputException(
+        "cpuTrap belongs to a key of a level, such as Lpm26, not to a whole route");
+  }
   const auto nexthop = result.is_null() ? NexthopIndexes{} : fromJson<NexthopIndexes>(result);
-  warnOfCuts(nexthop);
+  warnOfCuts(route, nexthop, bitsOfType);
   if (!nexthop.valid()) throw InputException("a route needs a next hop: l3LagIndex 57 is none");
   const bool changed =
       writer_.routes().entryIs(route, RouteWriter::resultOf(nexthop, route.prefix().len()));
@@ -62,6 +63,7 @@ Json RouteAdapter::lookup(VelaDevice::DataPath& dataPath, const Json& key) const
     return hitToJson(dataPath.route(route.vrf(), route.prefix().address()));
   }
   const auto at = fromJson<RouteAddress>(key);
+  refuseAbsentVrf("vrf", at.vrf(), profile_);
   return hitToJson(dataPath.route(at.vrf(), at.address()));
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <functional>
+#include <map>
 #include <optional>
 #include <string>
 #include <vector>
@@ -8,7 +9,7 @@
 #include "VelaSwitchApi/HashBase.h"
 #include "VelaSwitchTable/HashFamily.h"
 #include "VelaSwitchTable/PlainFamily.h"
-#include "agent/Json.h"
+#include "agent/Limits.h"
 #include "device/DataPath.h"
 
 namespace VelaAgent {
@@ -77,15 +78,17 @@ class TableAdapter {
   virtual U32 reconcile() = 0;
 
  protected:
-  /// Warns of what hardware cuts of the values, because it has fewer bits for it.
-  template <class... Values>
-  void warnOfCuts(const Values&... values) {
+  /// Hardware has as many bits for the fields of a key as their types say.
+  static unsigned bitsOfType(std::string_view, bool) { return 64; }
+
+  /// Warns of what hardware cuts of key and result, because it has fewer bits for it; `bitsOf` says
+  /// how many it has for the result's fields. The first warning of an entry.
+  template <class Key, class Result>
+  void warnOfCuts(const Key& key, const Result& result, const FieldBits& bitsOf) {
     warnings_.clear();
     std::vector<std::string> cuts;
-    const auto add = [&](const auto& value) {
-      if constexpr (Orb::Value<std::remove_cvref_t<decltype(value)>>) cutFields(value, cuts);
-    };
-    (add(values), ...);
+    if constexpr (Orb::Value<Key>) cutFields(key, bitsOfType, cuts);
+    cutFields(result, bitsOf, cuts);
     if (cuts.empty()) return;
     std::string text = "hardware has fewer bits: cut ";
     for (const std::string& cut : cuts) text += (&cut == &cuts.front() ? "" : ", ") + cut;
@@ -167,6 +170,10 @@ class HwTableAdapter : public TableAdapter {
   /// Rows that were read and that no row of the table can be, with their hardware tables.
   std::vector<std::pair<VelaSwitchApi::HwTableId, HwIndex>> corruptRows() const;
 
+  /// Whether the hardware table has a row of the index.
+  static bool holds(const VelaSwitchApi::HwTableConfig& hwTable, HwIndex index) {
+    return index >= hwTable.descriptor().first && index <= hwTable.descriptor().last;
+  }
   /// The key's row, when it has one.
   virtual std::optional<Place> place(const Json& key) const = 0;
   /// The key of the software entry in a row, or null.
@@ -197,6 +204,17 @@ std::vector<TableAdapter::Competitor> competitorsOf(const Table& table,
   return rows;
 }
 
+/// What the switch makes of a family's entries, where the types of the fields do not say it. Each
+/// may be missing.
+template <class Table>
+struct EntryRules {
+  /// Throws InputException for a key that the table cannot have.
+  void (*key)(const Table&, const typename Table::Key&) = nullptr;
+  /// Likewise for a result; one that is odd, no more, gets a warning.
+  void (*result)(const Table&, const typename Table::Result&,
+                 std::vector<std::string>& warnings) = nullptr;
+};
+
 /// What the adapters of all families share: keys and results by their field lists.
 template <class Table>
 class EntryAdapter : public HwTableAdapter {
@@ -216,26 +234,41 @@ class EntryAdapter : public HwTableAdapter {
   /// A lookup of the data path by the JSON form of a key.
   using Lookup = Json (*)(VelaDevice::DataPath&, U32 instance, const Json& key);
 
-  EntryAdapter(std::string name, U32 instance, Orb::Ptr<Table> swTable, Lookup ask)
-      : HwTableAdapter(std::move(name), instance), table_(std::move(swTable)), lookup_(ask) {}
+  using Rules = EntryRules<Table>;
+
+  EntryAdapter(std::string name, U32 instance, Orb::Ptr<Table> swTable, Lookup ask,
+               Rules rules = {})
+      : HwTableAdapter(std::move(name), instance),
+        table_(std::move(swTable)),
+        lookup_(ask),
+        rules_(rules) {}
 
   Table& table() const override { return *table_; }
 
   EntryProgrammedStatus set(const Json& key, const Json& result) override {
-    const Key k = fromJson<Key>(key);
+    const Key k = keyFromJson(key);
     const Announced r = result.is_null() ? Announced{} : fromJson<Announced>(result);
-    this->warnOfCuts(k, r);
+    refuseAbsent(r, table_->profile());
+    std::vector<std::string> odd;
+    if (rules_.result) rules_.result(*table_, r, odd);
+    this->warnOfCuts(k, r, [this](auto field, bool mask) { return rowBits(field, mask); });
+    for (std::string& text : odd) this->warningIs(std::move(text));
+    warnOfKey(k);
+    warnOfSilence(r);
     const bool changed = table_->entryIs(k, r);
     if (!changed && status(k) != EntryProgrammedStatus::programmed) table_->handleEntry(k);
     return status(k);
   }
   void del(const Json& key) override {
-    const Key k = fromJson<Key>(key);
+    const Key k = keyFromJson(key);
     if (!table_->entryDel(k) && status(k) == EntryProgrammedStatus::hardwareError) {
       table_->handleEntry(k);
     }
   }
   Json lookup(VelaDevice::DataPath& dataPath, const Json& key) const override {
+    // Tables whose key is no object may be asked by objects as well, each in its own way.
+    constexpr bool keyIsObject = Orb::Value<Key> && !Orb::ScalarValue<Key>;
+    if (keyIsObject || !key.is_object()) keyFromJson(key);
     return lookup_(dataPath, instance(), key);
   }
   void forEachEntry(const TableAdapter::EntryVisitor& visit) const override {
@@ -266,6 +299,16 @@ class EntryAdapter : public HwTableAdapter {
  protected:
   virtual EntryProgrammedStatus status(const Key& key) const = 0;
 
+  /// The key that an event names. Throws InputException for one that the table cannot have.
+  virtual Key keyFromJson(const Json& json) const {
+    const Key key = fromJson<Key>(json);
+    if (rules_.key) rules_.key(*table_, key);
+    return key;
+  }
+
+  /// Warns of what is odd about a key.
+  virtual void warnOfKey(const Key&) {}
+
   /// The key, without what takes no part in the family.
   static Json keyToJson(const Key& key) {
     Json json = toJson(key);
@@ -275,8 +318,39 @@ class EntryAdapter : public HwTableAdapter {
   }
 
  private:
+  /// How many bits the rows have for a field of the result. A port mask that is shared out among
+  /// hardware tables has all ports.
+  unsigned rowBits(std::string_view field, bool mask) const {
+    if (rowBits_.empty()) {
+      for (const auto& [id, hwTable] : convertor().hwTables()) {
+        const auto& layout = convertor().rowLayout(id, hwTable->descriptor().first);
+        for (const auto& each : layout.fields()) {
+          const std::string_view name(each.name);
+          unsigned& bits = rowBits_[std::string(name.substr(0, name.find('[')))];
+          bits = std::max<unsigned>(bits, each.width);
+        }
+      }
+    }
+    const auto at = rowBits_.find(field);
+    if (at == rowBits_.end()) return 64;
+    return mask ? std::max(at->second, table_->profile().ports()) : at->second;
+  }
+
+  /// Where it is part of the result whether the row answers, a row that does not is easily had by
+  /// mistake.
+  void warnOfSilence(const Announced& result) {
+    if constexpr (requires { result.valid(); }) {
+      if (result.valid() || toldOfSilence_) return;
+      toldOfSilence_ = true;
+      this->warningIs("without \"valid\":true the entry does not answer lookups");
+    }
+  }
+
   Orb::Ptr<Table> table_;
   Lookup lookup_;
+  Rules rules_;
+  mutable std::map<std::string, unsigned, std::less<>> rowBits_;
+  bool toldOfSilence_ = false;  ///< Once is enough for a table.
 };
 
 template <class Family>
@@ -290,7 +364,7 @@ class HashAdapter final : public EntryAdapter<typename Family::Table> {
   using Base::Base;
 
   std::optional<Place> place(const Json& key) const override {
-    const auto item = this->table().cachedItem(fromJson<Key>(key));
+    const auto item = this->table().cachedItem(this->keyFromJson(key));
     if (!item || !item->placed()) return std::nullopt;
     const HwIndex index = physical().indexOf(*item);
     return Place{index, physical().location(index)};
@@ -356,23 +430,8 @@ class IndexedAdapter : public EntryAdapter<typename Family::Table> {
  public:
   using Base::Base;
 
-  EntryProgrammedStatus set(const Json& key, const Json& result) override {
-    const HwIndex index = Family::hwIndex(fromJson<Key>(key));
-    bool row = this->convertor().hwTables().empty();
-    bool registers = row;
-    for (const auto& [id, hwTable] : this->convertor().hwTables()) {
-      const auto& descriptor = hwTable->descriptor();
-      if (index < descriptor.first || index > descriptor.last) continue;
-      row = true;
-      registers = registers || !hwTable->mapped(index).empty();
-    }
-    if (!row) throw InputException("key " + key.dump() + " has no row in this profile");
-    const EntryProgrammedStatus status = Base::set(key, result);
-    if (!registers) this->warningIs("no register in this profile, nothing is written");
-    return status;
-  }
   std::optional<Place> place(const Json& key) const override {
-    return Place{Family::hwIndex(fromJson<Key>(key)), std::nullopt};
+    return Place{Family::hwIndex(this->keyFromJson(key)), std::nullopt};
   }
   Json keyAt(HwIndex index) const override {
     const Key key = Family::keyOf(index);
@@ -394,6 +453,27 @@ class IndexedAdapter : public EntryAdapter<typename Family::Table> {
   }
 
  protected:
+  Key keyFromJson(const Json& json) const override {
+    const Key key = Base::keyFromJson(json);
+    const HwIndex index = Family::hwIndex(key);
+    const auto& hwTables = this->convertor().hwTables();
+    // Behind the rows of all keys there may be copies of them.
+    const bool row =
+        hwTables.empty() || std::any_of(hwTables.begin(), hwTables.end(), [&](const auto& each) {
+          return this->holds(*each.second, index) && Family::keyOf(index) == key;
+        });
+    if (!row) throw InputException("key " + json.dump() + " has no row in this profile");
+    return key;
+  }
+  void warnOfKey(const Key& key) override {
+    const HwIndex index = Family::hwIndex(key);
+    const auto& hwTables = this->convertor().hwTables();
+    const bool registers =
+        hwTables.empty() || std::any_of(hwTables.begin(), hwTables.end(), [&](const auto& each) {
+          return this->holds(*each.second, index) && !each.second->mapped(index).empty();
+        });
+    if (!registers) this->warningIs("no register in this profile, nothing is written");
+  }
   /// Such tables keep no status records: an entry is in hardware unless its key is marked.
   EntryProgrammedStatus status(const Key& key) const override {
     if (this->table().hwInconsistentEntry(key)) return EntryProgrammedStatus::hardwareError;

@@ -253,6 +253,8 @@ class VELA_EXPORT DataPath {
   DataPath(SimulatedSwitch& chip, const VelaSwitch::ProfileInfo& profile)
       : chip_(chip), profile_(profile) {}
 
+  const VelaSwitch::ProfileInfo& profile() const { return profile_; }
+
   std::optional<HashTestHit> hashTest(U32 key);
   /// The ACL stage of a pipeline.
   std::optional<VelaSwitch::AclHashResult> acl(U32 pipeline, const VelaSwitch::AclHashKey& key);

@@ -110,6 +110,20 @@ class Audit : public testing::TestWithParam<std::string> {
     return found == "bit " + std::to_string(at);
   }
 
+  /// Whether the bit is one of those that a parity bit of the row makes even: it stands in that
+  /// bit's word or between it and the parity bit before. Of a word that names the row, the parity
+  /// bit alone counts.
+  static bool parityCovers(const HwTableAdapter& finder, const Bit& bit) {
+    const auto id = bit.hwTable->descriptor().identity.id;
+    for (const auto& field : finder.convertor().rowLayout(id, bit.index).fields()) {
+      if (field.width == 0 || field.name != std::string_view("parity")) continue;
+      if (bit.word > field.first / 32u) continue;
+      const auto word = static_cast<U8>(bit.word);
+      return bit.hwTable->staticBits(word) == 0 || bit.word * 32u + bit.bit == field.first;
+    }
+    return false;
+  }
+
   /// The switch's rows as they are.
   static Rows rows(Rig& rig) {
     Rows all;
@@ -150,6 +164,11 @@ class Audit : public testing::TestWithParam<std::string> {
         const Bit& bit = *at->second;
         ++found;
         EXPECT_EQ(finding.key, keys[static_cast<std::size_t>(&bit - damage.data())]);
+        EXPECT_EQ(finding.kind == RowFinding::Kind::unexpected, finding.key.is_null());
+        if (parityCovers(*table, bit)) {
+          EXPECT_TRUE(finding.corrupt)
+              << table->name() << " bit " << bit.word * 32 + bit.bit << " of row " << bit.index;
+        }
         ASSERT_EQ(finding.fields.size(), 1u) << table->name();
         EXPECT_TRUE(within(finding.fields[0].field, *table, bit))
             << table->name() << " bit " << bit.word * 32 + bit.bit << ": "

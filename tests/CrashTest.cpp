@@ -6,6 +6,7 @@
 #include <map>
 
 #include "Generator.h"
+#include "agent/Events.h"
 #include "agent/Profiles.h"
 
 // An agent is killed at a register write, whatever it was doing. The switch keeps its rows; the
@@ -195,7 +196,11 @@ class Crash : public testing::TestWithParam<std::string> {
       const auto& [name, instance] = group.tables[at.first];
       if (random.below(30) != 0) continue;
       if (agent.table(name, instance).set(at.second, result) == EntryProgrammedStatus::programmed) {
-        ASSERT_FALSE(find(at).is_null()) << name << at.second;
+        const Json hit = find(at);
+        ASSERT_FALSE(hit.is_null()) << name << at.second;
+        if (VelaTest::comparable(name)) {
+          ASSERT_TRUE(VelaAgent::meets(hit, result)) << name << at.second << hit << result;
+        }
       }
     }
   }

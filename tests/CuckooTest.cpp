@@ -365,6 +365,36 @@ TEST(Cuckoo, aFailedWriteLosesNothing) {
   EXPECT_GT(failuresAfterMoves, 0);
 }
 
+/// Which item it is goes by a name; several may have one.
+class Named final : public HashItem {
+ public:
+  explicit Named(U32 name) : name_(name) {}
+  bool isEqual(const HashItem& other) const override {
+    return static_cast<const Named&>(other).name_ == name_;
+  }
+  U32 getHash(U8 way) const override { return (name_ + way) % 4; }
+  std::string toStrep() const override { return "Named"; }
+
+ private:
+  U32 name_;
+};
+
+/// An item that takes another's row is found there by any that is equal to it, although nobody
+/// asked for its own rows before.
+TEST(Cuckoo, anItemThatTakesARowOverIsFound) {
+  struct Unchecked final : RowWriter {
+    bool hashItemWrite(HashItem&, CuckooLocation) override { return true; }
+  } rows;
+  Table table(4, 2);
+  const auto held = Orb::make<Named>(3u);
+  const auto next = Orb::make<Named>(3u);
+  ASSERT_EQ(table.insert(*held, rows).outcome, Outcome::placed);
+  table.replace(*held, *next);
+  EXPECT_FALSE(held->placed());
+  EXPECT_EQ(table.find(*Orb::make<Named>(3u)), next.get());
+  EXPECT_EQ(table.find(*Orb::make<Named>(7u)), nullptr);
+}
+
 TEST(Cuckoo, adoptsOnlyWhereAnItemMayLie) {
   Table table(8, 2);
   const auto item = Orb::make<Item>(std::vector<U32>{3, 5});

@@ -39,6 +39,9 @@ struct Group {
 std::vector<std::string> profileNames();
 std::string profileTestName(const testing::TestParamInfo<std::string>& profile);
 
+/// Whether the data path tells the fields of the table's results as they were announced.
+bool comparable(const std::string& table);
+
 /// A group for every family that has registers in the profile, and one of whole routes.
 std::vector<Group> groups(const VelaSwitch::ProfileInfo& profile);
 

@@ -84,6 +84,21 @@ TEST_F(HashTest, hitsAreTheLatestAndSurviveUpdates) {
   EXPECT_EQ(lastHit(1), 31) << "a poll that failed loses no hit";
 }
 
+/// Two entries for each pair of rows leave no row free: those at the ends are polled like the rest.
+TEST_F(HashTest, hitsAreReportedFromEveryRow) {
+  std::vector<U32> keys;
+  for (U32 row = 0; row < 8; ++row) {
+    for (const U32 key : {row << 3 | row, row << 3 | row | 64}) {
+      table->entryIs(HashTestKey{key}, HashTestResult{key});
+      ASSERT_TRUE(found(key, key));
+      keys.push_back(key);
+    }
+  }
+  ASSERT_EQ(table->profileConvertor().physicalTable().engine().size(), 16u);
+  EXPECT_TRUE(table->profileConvertor().pollHitBits(Orb::Seconds(3)));
+  for (const U32 key : keys) EXPECT_EQ(lastHit(key), 3) << key;
+}
+
 TEST_F(HashTest, anUnchangedEntryWritesNothing) {
   table->entryIs(HashTestKey{9u}, HashTestResult{1u});
   const U64 writes = chip.chip.registerWrites();

@@ -256,6 +256,21 @@ TEST(VlanGroup, everyEgressProcessorHasEveryGroup) {
   EXPECT_EQ(rig.chip.registerValue("egress/processor[23]/lum_ctl_addr_data"), 0x43f0u);
 }
 
+TEST(VlanGroup, everyPairOfWordsHasItsParity) {
+  Rig<VlanGroupTable> rig;
+  U32* words = rig.chip.find("VlanGroup", 0, 0)->row(5);
+  for (U32 pair = 0; pair < 4; ++pair) {
+    for (const auto& [word, bit] : {std::pair{2 * pair, 1u}, {2 * pair + 1, 8u}}) {
+      words[word] ^= bit;
+      rig.table->syncEntries();
+      const auto& findings = rig.table->profileConvertorPtr()->auditFindings();
+      ASSERT_EQ(findings.size(), 1u);
+      EXPECT_TRUE(findings[0].corrupt) << "pair " << pair;
+      words[word] ^= bit;
+    }
+  }
+}
+
 TEST(ProtocolRemap, usualClassesUnlessRemapped) {
   Rig<ProtocolRemapTable> rig;
   EXPECT_EQ(rig.table->remappedProtocol(6), 1);

@@ -325,4 +325,29 @@ TEST(Routes, aRestartTakesUpWhatTheSwitchHolds) {
   }
 }
 
+/// Cells of keys that trap to the CPU are not of routes: they stay what they are.
+TEST(Routes, aRestartTakesNoTrapForARoute) {
+  Ladder before("vela-48-5.1");
+  const LpmKey real = route(1, "10.1.2.0/24");
+  before.set(real, nexthop(7));
+  LpmResult trap = RouteWriter::resultOf(nexthop(3), 24);
+  trap.cpuTrap = true;
+  const LpmKey trapped = route(1, "20.0.0.0/24");
+  const std::size_t level26 = 4;
+  before.levels[level26]->entryIs(trapped, trap);
+  Lpm11Result firstTrap;
+  firstTrap.cellResult = trap.cells()[0];
+  firstTrap.cellResult.value.realPrefixLen = 11;
+  firstTrap.cpuTrap = true;
+  const LpmKey firstTrapped = route(1, "40.0.0.0/11");
+  before.first->entryIs(firstTrapped, firstTrap);
+
+  Ladder after("vela-48-5.1", Chip::Start::restart, &before.chip.chip);
+  EXPECT_EQ(after.routes->entries().keys(), std::vector{real});
+  after.writer->releaseUnclaimed();
+  EXPECT_EQ(after.routes->entries().size(), 0u);
+  EXPECT_EQ(after.levels[level26]->entries().keys(), std::vector{trapped});
+  EXPECT_EQ(after.first->entries().keys(), std::vector{firstTrapped});
+}
+
 }  // namespace

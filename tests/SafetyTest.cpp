@@ -1,3 +1,5 @@
+#include <unistd.h>
+
 #include <map>
 #include <set>
 
@@ -5,6 +7,7 @@
 #include "VelaSwitchTable/VelaTableAclHashes.h"
 #include "VelaSwitchTable/VelaTableHashTest.h"
 #include "VelaSwitchTable/VelaTableVlanMembership.h"
+#include "device/Image.h"
 
 // What must hold however entries move, writes fail and agents restart: an entry whose status is
 // programmed is found by the data path, and in the end hardware holds what is desired, no more.
@@ -281,6 +284,42 @@ TEST(Restart, aRowInTheWrongPlaceIsCleared) {
   EXPECT_THAT(std::vector<U32>(memory->row(to), memory->row(to) + 4), testing::Each(0u));
 }
 
+/// A saved switch whose writer was killed amid a row, with the row's words all noted down.
+TEST(SavedSwitch, theRowThatWasBeingWrittenIsFinished) {
+  const std::string file = testing::TempDir() + "vela-pending-" + std::to_string(getpid());
+  const auto profile = VelaSwitch::ProfileInfo::builtIn("vela-48-5.1");
+  {
+    VelaDevice::SimulatedSwitch chip{VelaDevice::Memory(file)};
+    const auto table = HashTestTableIs("hashTest");
+    table->doSetProfileConvertor(Orb::make<VelaSwitchApi::SwTableTypes>(profile, chip));
+    table->doCreateHwTable();
+    table->initHwEntries(true);
+    table->initializedIs(true);
+    table->entryIs(HashTestKey{5u}, HashTestResult{1u});
+  }
+  const auto pendingIs = [&](U32 state, U32 index) {
+    const VelaDevice::Memory memory(file);
+    auto& header = *reinterpret_cast<VelaDevice::ImageHeader*>(memory.bytes());
+    header.pending = {state, 3, sizeof header, index, {5, 9, 0x8005}};
+  };
+  const auto result = [&] {
+    VelaDevice::SimulatedSwitch chip{VelaDevice::Memory(file)};
+    return VelaDevice::DataPath(chip, *profile).hashTest(5)->result();
+  };
+  pendingIs(0, 5);
+  EXPECT_EQ(result(), 1u) << "the note was not whole yet";
+  pendingIs(1, 5);
+  EXPECT_EQ(result(), 9u);
+  {
+    const VelaDevice::Memory memory(file);
+    EXPECT_EQ(reinterpret_cast<VelaDevice::ImageHeader*>(memory.bytes())->pending.state, 0u);
+  }
+  pendingIs(1, 16);
+  EXPECT_EQ(VelaTest::errorText(result),
+            "this is no saved switch: the row that was being written is none");
+  std::remove(file.c_str());
+}
+
 TEST(Audit, tellsWhatDiffersAndChangesNothing) {
   using Kind = VelaSwitchApi::AuditFinding::Kind;
   Chip chip;
@@ -313,6 +352,56 @@ TEST(Audit, tellsWhatDiffersAndChangesNothing) {
   chip.chip.failReadsIs(3);
   table->syncEntries();
   EXPECT_EQ(table->profileConvertor().auditFindings().front().kind, Kind::unreadable);
+}
+
+/// A row that is as far from its entry as from an empty one is still its entry's.
+TEST(Audit, aRowHalfwayToEmptyIsFoundAgain) {
+  Chip chip;
+  const auto table = HashTestTableIs("hashTest");
+  chip.start(*table);
+  const VelaSwitchApi::HwIndex row = 1;
+  auto& convertor = table->profileConvertor();
+  std::array<U32, VelaSwitchApi::maxRowWords> empty{};
+  std::array<U32, VelaSwitchApi::maxRowWords> whole{};
+  convertor.expectedImage(0, row, empty.data());
+  table->entryIs(HashTestKey{9u}, HashTestResult{1u});
+  convertor.expectedImage(0, row, whole.data());
+  std::vector<std::pair<U32, U32>> bits;
+  for (U32 word = 0; word < 2; ++word) {
+    for (U32 bit = 0; bit < 32; ++bit) {
+      if (((empty[word] ^ whole[word]) >> bit & 1) != 0) bits.emplace_back(word, bit);
+    }
+  }
+  ASSERT_GT(bits.size(), 0u);
+  ASSERT_EQ(bits.size() % 2, 0u);
+  for (std::size_t i = 0; i < bits.size() / 2; ++i) {
+    chip.chip.flipBit(convertor.hwTable(0)->busHandle(), row, bits[i].first, bits[i].second);
+  }
+  convertor.takePlacement();
+  table->syncEntries();
+  const auto& findings = convertor.auditFindings();
+  ASSERT_EQ(findings.size(), 1u);
+  EXPECT_EQ(findings[0].kind, VelaSwitchApi::AuditFinding::Kind::inconsistent);
+  EXPECT_EQ(findings[0].index, row);
+  convertor.repair(findings[0]);
+  EXPECT_EQ(chip.path.hashTest(9)->result(), 1u);
+}
+
+/// What no table can have written is corrupt, also where no entry is.
+TEST(Audit, rowsOfNoEntryHaveParityToo) {
+  Chip chip;
+  const auto table = aclHashTableFactory("acl", 0, 0);
+  chip.start(*table);
+  auto* memory = chip.chip.find("AclHash", 0, 0);
+  memory->row(77)[0] = 1;
+  memory->row(78)[0] = 3;
+  table->syncEntries();
+  const auto& findings = table->profileConvertor().auditFindings();
+  ASSERT_EQ(findings.size(), 2u);
+  for (const auto& finding : findings) {
+    EXPECT_EQ(finding.kind, VelaSwitchApi::AuditFinding::Kind::unexpected);
+    EXPECT_EQ(finding.corrupt, finding.index == 77);
+  }
 }
 
 TEST(PlainFaults, aPlainTablesFailedWriteIsMarkedAndMended) {

@@ -269,6 +269,69 @@ TEST_F(Tool, anAuditNamesWhatIsWrongAndRepairsThat) {
   EXPECT_FALSE(std::filesystem::exists(file("none")));
 }
 
+/// Events with a bad line do not say what is not desired.
+TEST_F(Tool, nothingIsReconciledAfterABadLine) {
+  events(R"({"op":"set","table":"HashTest","key":77,"result":1})"
+         "\n");
+  ASSERT_EQ(run("run events --device sim:image"), 0);
+  events(R"({"op":"set","table":"HashTest","key":78,"result":1}
+not json
+)");
+  for (const char* option : {"", " --keep-going"}) {
+    EXPECT_EQ(run(std::string("run events --device sim:image --json --reconcile") + option), 2);
+    EXPECT_EQ(lines("out").back()["reconciled"], 0);
+    EXPECT_EQ(lines("out").back()["programmed"], 2);
+  }
+}
+
+/// What is told stops where it is too much to read, and says how to get the rest.
+TEST_F(Tool, longStoriesAreCutShortWithAHint) {
+  const std::string told = "(events from here on are told with --verbose)\n";
+  std::string text;
+  for (U32 key = 1; key <= 202; ++key) {
+    text += Json{{"op", "set"}, {"table", "AclIndirectCounterHash"}, {"key", key}, {"result", 1}}
+                .dump() +
+            "\n";
+    if (key < 200) continue;
+    events(text);
+    ASSERT_EQ(run("run events --device sim:image" + std::to_string(key)), 0);
+    const std::string out = read("out");
+    EXPECT_THAT(out, HasSubstr("\n200. set"));
+    EXPECT_THAT(out, testing::Not(HasSubstr("\n201. set")));
+    EXPECT_EQ(out.find(told) != std::string::npos, key > 200) << key;
+    EXPECT_EQ(out.find(told), out.rfind(told)) << "once";
+  }
+  EXPECT_EQ(run("run events --verbose"), 0);
+  EXPECT_THAT(read("out"), HasSubstr("\n202. set"));
+  EXPECT_THAT(read("out"), testing::Not(HasSubstr(told)));
+
+  const std::string more = "AclIndirectCounterHash/0: more is told with --verbose\n";
+  const auto missing = [&] {
+    const std::string out = read("out");
+    std::size_t count = 0;
+    for (std::size_t at = 0; (at = out.find(": missing,", at)) != std::string::npos; ++at) ++count;
+    return count;
+  };
+  const auto without = [&](U32 entries) {
+    std::string lines = read("events");
+    for (U32 i = 0; i < entries; ++i) lines.erase(0, lines.find('\n') + 1);
+    std::ofstream(file("fewer")) << lines;
+    std::filesystem::remove(file("image"));
+    ASSERT_EQ(run("run fewer --device sim:image"), 0);
+  };
+  without(20);
+  EXPECT_EQ(run("audit --device sim:image --events events"), 1);
+  EXPECT_EQ(missing(), 20u);
+  EXPECT_THAT(read("out"), testing::Not(HasSubstr(more)));
+  without(22);
+  EXPECT_EQ(run("audit --device sim:image --events events"), 1);
+  EXPECT_EQ(missing(), 20u);
+  EXPECT_THAT(read("out"), HasSubstr(more));
+  EXPECT_EQ(run("audit --verbose --device sim:image --events events"), 1);
+  EXPECT_EQ(missing(), 22u);
+  EXPECT_THAT(read("out"), testing::Not(HasSubstr(more)));
+}
+
 TEST_F(Tool, usageErrorsHaveExitCode2) {
   for (const char* arguments :
        {"", "fly", "run --device bus", "run nofile", "run --profile none /dev/null",
@@ -355,9 +418,9 @@ TEST_F(Tool, routesThatCannotBeAreRefusedWithTheirLine) {
            "a route needs a next hop: l3LagIndex 57 is none"},
           {R"({"op":"sync","table":"Route"})", "table Route has no rows of its own"},
           {R"({"op":"set","table":"Lpm11","key":{"vrf":0,"prefix":"10.0.0.0/12"}})",
-           "key.prefix().len() == 11"},
+           "prefix: the keys of this level have 11 bits, not 12"},
           {R"({"op":"set","table":"Lpm32","key":{"vrf":0,"prefix":"10.0.0.0/30"},"result":{"cells":[null,null,null,{"l3LagIndex":1,"realPrefixLen":29}]}})",
-           "realPrefixLen >= prefixLen"},
+           "realPrefixLen: this level serves routes of 30 to 32 bits, not 29"},
           {R"({"op":"set","table":"Route","key":{"vrf":0,"prefix":"10.0.0.0/8"},"result":{"l3LagIndex":64}})",
            "l3LagIndex: VelaSwitch::L3LagIndex::value < VelaSwitch::L3LagIndex::min or > "
            "VelaSwitch::L3LagIndex::mcastSnat not allowed"}}) {
@@ -378,6 +441,7 @@ TEST_F(Tool, whatHardwareCutsIsSaidOncePerEvent) {
 {"op":"set","table":"AclIndirectCounterHash","instance":1,"key":7,"result":4097}
 {"op":"lookup","table":"AclIndirectCounterHash","instance":1,"key":7,"expect":1}
 {"op":"set","table":"NatRewrite","key":{"baseChipPortId":7,"rewriteIndex":0}}
+{"op":"set","table":"HashTest","key":7,"result":1}
 )");
   EXPECT_EQ(run("run events"), 2);
   EXPECT_THAT(read("err"),
@@ -387,8 +451,10 @@ TEST_F(Tool, whatHardwareCutsIsSaidOncePerEvent) {
       read("err"),
       HasSubstr("events:3: warning: hardware has fewer bits: cut counterIndex 4097 to 1\n"));
   EXPECT_THAT(read("err"),
-              HasSubstr("events:5: fatal assertion \"key.baseChipPortId() % 2 == 0\""));
+              HasSubstr("events:5: baseChipPortId: 7 is not the even port of a pair\n"));
   EXPECT_THAT(read("out"), HasSubstr("expectations unmet: 0"));
+  EXPECT_EQ(run("run events --keep-going --json"), 2);
+  EXPECT_EQ(lines("out").back()["programmed"], 3);
 }
 
 TEST_F(Tool, aWholeSmallSwitchIsLeftAloneByTheSecondRun) {

@@ -22,10 +22,14 @@ Json lookupAclCounter(DataPath& dataPath, U32 instance, const Json& key) {
   return hitToJson(dataPath.aclCounter(instance, counter.counterKey()));
 }
 
+void checkAclKey(const AclHashTable&, const VelaSwitch::AclHashKey& key) {
+  refuseBeyond("type", key.type(), VelaSwitch::AclHashKey::types, "ACL types");
+}
+
 }  // namespace
 
 std::vector<FamilyRegistration> aclFamilies() {
-  return {hashFamily<AclHashFamily>(lookupAcl),
+  return {hashFamily<AclHashFamily>(lookupAcl, 1, {checkAclKey}),
           hashFamily<AclIndirectCounterHashFamily>(lookupAclCounter),
           hashFamily<HashTestFamily>(lookupHashTest)};
 }

@@ -22,12 +22,38 @@ Json lookupNatRewrite(DataPath& dataPath, U32, const Json& key) {
   return hitToJson(dataPath.natRewrite(at.baseChipPortId().value(), at.rewriteIndex()));
 }
 
+void checkNatMatchKey(const NatMatchTable&, const VelaSwitch::NatMatchKey& key) {
+  if (key.natType() % 2 == 0 && (key.sport() != 0 || key.dport() != 0)) {
+    throw InputException("natType " + std::to_string(key.natType()) +
+                         " translates an address alone: sport and dport must be 0");
+  }
+}
+
+/// A protocol class that cannot be encoded is not cut like other numbers.
+template <class Table>
+void checkNatResult(const Table&, const typename Table::Result& result,
+                    std::vector<std::string>& warnings) {
+  constexpr U8 classes = 4;
+  if (result.proto() < classes) return;
+  warnings.push_back(Orb::text("proto ", result.proto(), " cannot be encoded: 0 in its place"));
+}
+
+void checkNatRewriteKey(const NatRewriteTable& table, const VelaSwitch::NatRewriteKey& key) {
+  refuseAbsent(key, table.profile());
+  const U16 port = key.baseChipPortId().value();
+  if (port % portsPerEgressProcessor != 0) {
+    throw InputException(Orb::text("baseChipPortId: ", port, " is not the even port of a pair"));
+  }
+  refuseBeyond("rewriteIndex", key.rewriteIndex(), NatRewriteFamily::entriesPerPortPair,
+               "rewrites for each pair of ports");
+}
+
 }  // namespace
 
 std::vector<FamilyRegistration> natFamilies() {
-  return {hashFamily<NatMatchFamily>(lookupNatMatch, 2),
-          hashFamily<NatDynMatchFamily>(lookupNatDynMatch, 2),
-          indexedFamily<NatRewriteFamily>(lookupNatRewrite)};
+  return {hashFamily<NatMatchFamily>(lookupNatMatch, 2, {checkNatMatchKey, checkNatResult}),
+          hashFamily<NatDynMatchFamily>(lookupNatDynMatch, 2, {nullptr, checkNatResult}),
+          indexedFamily<NatRewriteFamily>(lookupNatRewrite, {checkNatRewriteKey})};
 }
 
 }  // namespace VelaAgent

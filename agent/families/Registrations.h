@@ -8,7 +8,7 @@ namespace VelaAgent {
 /// A family with `instances` tables, or one for each pipeline where tables serve one each.
 template <class Family>
 FamilyRegistration hashFamily(typename EntryAdapter<typename Family::Table>::Lookup lookup,
-                              U32 instances = 1) {
+                              U32 instances = 1, EntryRules<typename Family::Table> rules = {}) {
   const std::string name = VelaSwitchTable::TableConstants::tableName(Family::traits.index);
   return {name, Family::trace,
           [=](const VelaSwitch::ProfileInfo& profile) {
@@ -22,18 +22,19 @@ FamilyRegistration hashFamily(typename EntryAdapter<typename Family::Table>::Loo
                 name, instance,
                 Orb::make<typename Family::Table>(name + "/" + std::to_string(instance), number,
                                                   number),
-                lookup);
+                lookup, rules);
           }};
 }
 
 /// A family of plain or direct tables.
 template <class Family>
-FamilyRegistration indexedFamily(typename EntryAdapter<typename Family::Table>::Lookup lookup) {
+FamilyRegistration indexedFamily(typename EntryAdapter<typename Family::Table>::Lookup lookup,
+                                 EntryRules<typename Family::Table> rules = {}) {
   const std::string name = VelaSwitchTable::TableConstants::tableName(Family::traits.index);
   return {name, Family::trace, [](const VelaSwitch::ProfileInfo&) { return 1u; },
           [=](U32 instance) {
             return std::make_unique<IndexedAdapter<Family>>(
-                name, instance, Orb::make<typename Family::Table>(name), lookup);
+                name, instance, Orb::make<typename Family::Table>(name), lookup, rules);
           }};
 }
 

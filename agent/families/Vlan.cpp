@@ -23,6 +23,7 @@ struct FloodedFrame {
 Json lookupFloodSet(DataPath& dataPath, U32, const Json& key) {
   if (!key.is_object()) return hitToJson(dataPath.floodSet(fromJson<Bridging::VlanId>(key)));
   const auto frame = fromJson<FloodedFrame>(key);
+  refuseAbsent(frame, dataPath.profile());
   return hitToJson(dataPath.flood(frame.vid(), frame.port().value(), frame.multicast()));
 }
 
@@ -41,14 +42,20 @@ Json lookupVlan(DataPath& dataPath, U32, const Json& key) {
     throw InputException("expected a VLAN id or {\"vid\", \"port\"}, not " + key.dump());
   }
   const auto port = fromJson<VelaSwitch::ChipPortId>(key["port"]);
+  refuseAbsentPort("port", port.value(), dataPath.profile());
   return hitToJson(dataPath.vlan(port.value(), fromJson<VlanMembershipKey>(key["vid"]).vid()));
+}
+
+void checkVlan(const VlanMembershipTable& table, const VlanMembershipResult& result,
+               std::vector<std::string>&) {
+  refuseAbsentVrf("vrfBits", result.vrfBits(), table.profile());
 }
 
 }  // namespace
 
 std::vector<FamilyRegistration> vlanFamilies() {
   return {
-      indexedFamily<VlanMembershipFamily>(lookupVlan),
+      indexedFamily<VlanMembershipFamily>(lookupVlan, {nullptr, checkVlan}),
       indexedFamily<FloodSetFamily>(lookupFloodSet),
       indexedFamily<MacVlanFamily>(lookupMacVlan),
       indexedFamily<VlanGroupFamily>(lookupVlanGroup),

@@ -64,13 +64,14 @@ bool DirectBaseConvertor::rowIs(const DirectBaseEntry& entry, HwIndex index) {
 }
 
 void DirectBaseConvertor::initHwEntries(bool overwrite, U32 start) {
+  if (!overwrite) readUnread(start);
   std::vector<HwIndex> defaults;
   for (const auto& [id, table] : hwTables()) {
     const auto& descriptor = table->descriptor();
     for (HwIndex index = std::max(start, descriptor.first); index <= descriptor.last; ++index) {
       if (overwrite) {
         table->entryForget(index);
-      } else if (!takesDefaultNow(*table, index)) {
+      } else if (!takesDefault(*table, index)) {
         continue;
       }
       U32 image[maxRowWords];
@@ -90,13 +91,26 @@ void DirectBaseConvertor::initHwEntries(bool overwrite, U32 start) {
   }
 }
 
-/// Whether a row that belongs to no entry is to have its default content now: not while hardware
-/// cannot say what it holds.
-bool DirectBaseConvertor::takesDefaultNow(HwTableConfig& table, HwIndex index) {
+/// Takes up what rows hold that could not be read before.
+void DirectBaseConvertor::readUnread(U32 start) {
   using Row = HwTableConfig::Row;
-  const Row state = table.state(index);
-  if (state == Row::unread || state == Row::unknown) rebuildRow(table, index);
-  return table.state(index) != Row::unread &&
+  for (const auto& [id, table] : hwTables()) {
+    const auto& descriptor = table->descriptor();
+    for (HwIndex index = std::max(start, descriptor.first); index <= descriptor.last; ++index) {
+      const Row state = table->state(index);
+      if (state != Row::unread && state != Row::unknown) continue;
+      if (directTable()->entryHasByDirectItem(*nullDirectEntry(index))) {
+        table->readEntry(index);
+      } else {
+        rebuildRow(*table, index);
+      }
+    }
+  }
+}
+
+/// Whether a row belongs to no entry and may be written: hardware has said what it holds.
+bool DirectBaseConvertor::takesDefault(const HwTableConfig& table, HwIndex index) const {
+  return table.state(index) != HwTableConfig::Row::unread &&
          !directTable()->entryHasByDirectItem(*nullDirectEntry(index));
 }
 

@@ -102,7 +102,8 @@ class VELA_EXPORT DirectBaseConvertor : public VelaSwitchApi::SwTableProfileConv
   bool rowIs(const DirectBaseEntry& entry, HwIndex index);
   bool holds(const VelaSwitchApi::HwTableConfig& table, HwIndex index) const;
   bool isFirstSound(HwTableId id, HwIndex index) const;
-  bool takesDefaultNow(VelaSwitchApi::HwTableConfig& table, HwIndex index);
+  void readUnread(U32 start);
+  bool takesDefault(const VelaSwitchApi::HwTableConfig& table, HwIndex index) const;
   void rebuildRow(VelaSwitchApi::HwTableConfig& table, HwIndex index);
   void auditRow(VelaSwitchApi::HwTableConfig& table, HwIndex index);
 

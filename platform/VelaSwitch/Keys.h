@@ -14,13 +14,14 @@ namespace VelaSwitch {
 /// addresses with the NAT selection. An address or port of 0 matches any.
 struct AclHashKey {
   static constexpr const char* typeName = "VelaSwitch::AclHashKey";
+  static constexpr U8 types = 19;  ///< How many type codes hardware can tell apart.
   Orb::Field<"aclId", HwAclId> aclId{HwAclId::min};  ///< 4 bits used.
   Orb::Field<"type", U8> type;
   Orb::Field<"srcIp", Ipnet::IpAddr> srcIp;
   Orb::Field<"dstIp", Ipnet::IpAddr> dstIp;
   Orb::Field<"qualifier", U8, 4> qualifier;
   Orb::Field<"l4Port", U16> l4Port;
-  Orb::Field<"natId", NatId> natId{NatId::min};  ///< 3 bits used.
+  Orb::Field<"natId", NatId, 3> natId{NatId::min};
   Orb::Field<"natDirection", U8, 1> natDirection;
   auto operator<=>(const AclHashKey&) const = default;
 };

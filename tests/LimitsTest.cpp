@@ -1,0 +1,352 @@
+#include "Generator.h"
+#include "agent/Events.h"
+#include "agent/Profiles.h"
+
+// Events that ask for more than the switch has: what is too big is cut with a warning, what is not
+// there is refused in one line, and no event stops those that follow.
+
+namespace {
+
+using testing::HasSubstr;
+using VelaAgent::Agent;
+using VelaAgent::Json;
+
+/// An agent that is told events, and what it says to each.
+struct Told {
+  explicit Told(const std::string& profileName = "vela-48-5.1")
+      : profile(VelaAgent::loadProfile(profileName)) {
+    agent.make();
+    agent.start(Agent::Start::fresh);
+    runner.warningListenerIs([this](const std::string& text) { warnings.push_back(text); });
+    runner.resultListenerIs([this](const Json& line) { result = line; });
+  }
+
+  /// Applies an event; returns why it was refused, or nothing.
+  std::string operator()(const Json& event) {
+    warnings.clear();
+    result = nullptr;
+    return VelaTest::errorText([&] { runner.apply(event.dump()); });
+  }
+  std::string set(const std::string& table, const Json& key, const Json& to) {
+    return (*this)({{"op", "set"}, {"table", table}, {"key", key}, {"result", to}});
+  }
+  Json lookup(const std::string& table, const Json& key) {
+    EXPECT_EQ((*this)({{"op", "lookup"}, {"table", table}, {"key", key}}), "");
+    return result["hit"];
+  }
+
+  Orb::PtrConst<VelaSwitch::ProfileInfo> profile;
+  VelaDevice::SimulatedSwitch chip;
+  Agent agent{profile, chip};
+  VelaAgent::EventRunner runner{agent};
+  std::vector<std::string> warnings;
+  Json result;
+};
+
+/// Short for JSON text.
+Json json(const char* text) { return Json::parse(text); }
+
+const Json group = json(R"({"source":"10.0.0.1","group":"224.1.2.3","vlanId":7})");
+
+TEST(Limits, portMasksAreCutToThePortsWithAWarning) {
+  const struct {
+    const char* table;
+    Json key;
+    std::vector<const char*> masks;
+    U32 cpuPorts;  ///< Bits behind the ports'.
+    Json others = Json::object();
+  } tables[] = {
+      {"SG", group, {"portMask"}, 1},
+      {"StarG", group, {"portMask"}, 1},
+      {"L3Lag", 5, {"portMask"}, 1},
+      {"MacVlan", 5, {"portMask"}, 1, {{"valid", true}}},
+      {"L3FloodBitmap", 5, {"portMask"}, 0},
+      {"RxPortMirror", 5, {"portMask"}, 0},
+      {"VlanMembership", 5, {"permitMask"}, 0},
+      {"FloodSet", 5, {"uucPortMask", "umcPortMask"}, 0},
+  };
+  for (const std::string& profile : VelaTest::profileNames()) {
+    Told told(profile);
+    for (const auto& table : tables) {
+      SCOPED_TRACE(profile + " " + table.table);
+      const U64 all = (U64{1} << (told.profile->ports() + table.cpuPorts)) - 1;
+      Json most = table.others;
+      Json more = table.others;
+      std::string cuts = "hardware has fewer bits: cut ";
+      for (const char* mask : table.masks) {
+        most[mask] = VelaAgent::hexText(all, 0);
+        more[mask] = all << 1 | 1;
+        cuts += Orb::text(mask == table.masks.front() ? "" : ", ", mask, " ",
+                          VelaAgent::hexText(all << 1 | 1, 0), " to ", VelaAgent::hexText(all, 0));
+      }
+      EXPECT_EQ(told.set(table.table, table.key, most), "");
+      EXPECT_THAT(told.warnings, testing::IsEmpty());
+      EXPECT_EQ(told.set(table.table, table.key, more), "");
+      EXPECT_THAT(told.warnings, testing::ElementsAre(cuts));
+      EXPECT_TRUE(VelaAgent::meets(told.lookup(table.table, table.key), most));
+    }
+  }
+}
+
+TEST(Limits, numbersAreCutWhereTheModelHasFewerBits) {
+  const Json nat = json(R"({"natType":1,"srcIp":"10.0.0.1","sport":7})");
+  const Json first = json(R"({"prefix":"10.0.0.0/11"})");
+  const struct {
+    const char* table;
+    Json key;
+    Json most;
+    Json more;
+    const char* warning;
+  } entries[] = {
+      {"VlanMembership", 5, json(R"({"natId":{"1":7},"aclId":{"0":15},"aclEnable":{"0":1}})"),
+       json(R"({"natId":{"1":8},"aclId":{"0":16},"aclEnable":{"0":2}})"),
+       "hardware has fewer bits: cut aclEnable[0] 2 to 0, natId[1] 8 to 0"},
+      {"LagGroup", 5, json(R"({"lagGroupId":63})"), json(R"({"lagGroupId":"0x40"})"),
+       "hardware has fewer bits: cut lagGroupId 64 to 0"},
+      {"NatMatch", nat, json(R"({"valid":true,"proto":3,"natRewriteId":4095})"),
+       json(R"({"valid":true,"proto":3,"natRewriteId":4096})"),
+       "hardware has fewer bits: cut natRewriteId 4096 to 0"},
+      {"NatMatch", nat, json(R"({"valid":true,"proto":3})"), json(R"({"valid":true,"proto":5})"),
+       "proto 5 cannot be encoded: 0 in its place"},
+      {"Lpm11", first, json(R"({"cellResult":{"l3LagIndex":1,"maskLength":11}})"),
+       json(R"({"cellResult":{"l3LagIndex":1,"maskLength":20}})"),
+       "hardware has fewer bits: cut maskLength 20 to 4"},
+  };
+  Told told;
+  for (const auto& entry : entries) {
+    EXPECT_EQ(told.set(entry.table, entry.key, entry.most), "");
+    EXPECT_THAT(told.warnings, testing::IsEmpty());
+    EXPECT_EQ(told.set(entry.table, entry.key, entry.more), "");
+    EXPECT_THAT(told.warnings, testing::ElementsAre(entry.warning));
+  }
+  EXPECT_EQ(told.lookup("NatMatch", nat)["proto"], 0);
+  EXPECT_EQ(told.set("AclHash", json(R"({"type":15,"natId":8})"), nullptr), "");
+  EXPECT_THAT(told.warnings, testing::ElementsAre("hardware has fewer bits: cut natId 8 to 0"));
+
+  Told older("vela-48-4.1");
+  EXPECT_EQ(older.set("VlanMembership", 5, json(R"({"aclId":{"0":3}})")), "");
+  EXPECT_THAT(older.warnings, testing::ElementsAre("hardware has fewer bits: cut aclId[0] 3 to 0"));
+}
+
+/// The largest number that a type holds is taken, in either spelling.
+TEST(Limits, theLargestNumberIsTaken) {
+  Told told;
+  for (const Json& most : {Json(0xffffffff), Json("0xffffffff")}) {
+    EXPECT_EQ(told.set("HashTest", most, most), "");
+    EXPECT_EQ(told.lookup("HashTest", most)["result"], 0xffffffff);
+  }
+  EXPECT_EQ(told.set("HashTest", 1, U64{1} << 32), "4294967296 is above 4294967295");
+  EXPECT_NE(told.set("HashTest", 1, "0x100000000"), "");
+  EXPECT_EQ(told.set("AclIndirectCounterHash", 0xffff, 1), "");
+  EXPECT_NE(told.set("AclIndirectCounterHash", 0x10000, 1), "");
+}
+
+TEST(Limits, entriesThatAnswerNothingAreWarnedOfOnceATable) {
+  Told told;
+  const std::string warning = "without \"valid\":true the entry does not answer lookups";
+  Json key = json(R"({"natType":1,"srcIp":"10.0.0.1","sport":7})");
+  for (const char* table : {"NatMatch", "NatDynMatch", "MacVlan"}) {
+    const auto warnings = [&](U32 number, const Json& result) {
+      key["sport"] = number;
+      EXPECT_EQ(told.set(table, table == std::string("MacVlan") ? Json(number) : key, result), "");
+      return told.warnings;
+    };
+    EXPECT_THAT(warnings(1, {{"valid", true}}), testing::IsEmpty()) << table;
+    EXPECT_THAT(warnings(2, nullptr), testing::ElementsAre(warning)) << table;
+    EXPECT_THAT(warnings(3, {{"valid", false}}), testing::IsEmpty()) << table;
+  }
+}
+
+TEST(Limits, whatTheSwitchDoesNotHaveIsRefusedInAClearLine) {
+  const struct {
+    const char* table;
+    const char* key;
+    const char* result;
+    const char* refusal;
+  } events[] = {
+      {"VlanMembership", "5", R"({"vrfBits":8})", "vrfBits: the switch has 8 VRFs, no 8"},
+      {"VlanMembership", "5", R"({"natEnable":{"2":1}})",
+       "natEnable: the switch has 2 ingress pipes, no 2"},
+      {"LagMembership", "5", R"({"port":[1,48]})", "port: the switch has 48 ports, no 48"},
+      {"Route", R"({"vrf":0,"prefix":"10.0.0.0/8"})", R"({"l3LagIndex":1,"cpuTrap":true})",
+       "cpuTrap belongs to a key of a level, such as Lpm26, not to a whole route"},
+      {"Lpm32", R"({"prefix":"10.0.0.0/30"})", R"({"cells":[{"l3LagIndex":1,"realPrefixLen":29}]})",
+       "realPrefixLen: this level serves routes of 30 to 32 bits, not 29"},
+      {"Lpm26", R"({"prefix":"10.0.0.0/24"})", R"({"cells":[{"l3LagIndex":1,"realPrefixLen":27}]})",
+       "realPrefixLen: this level serves routes of 24 to 26 bits, not 27"},
+      {"Lpm11", R"({"prefix":"10.0.0.0/11"})",
+       R"({"cellResult":{"l3LagIndex":1,"realPrefixLen":12}})",
+       "realPrefixLen: this level serves routes of 0 to 11 bits, not 12"},
+  };
+  Told told;
+  for (const auto& event : events) {
+    EXPECT_EQ(told.set(event.table, json(event.key), json(event.result)), event.refusal);
+  }
+  const struct {
+    const char* table;
+    const char* key;
+    const char* refusal;
+  } keys[] = {
+      {"AclHash", R"({"type":19})", "type: the switch has 19 ACL types, no 19"},
+      {"NatMatch", R"({"natType":2,"sport":1})",
+       "natType 2 translates an address alone: sport and dport must be 0"},
+      {"NatMatch", R"({"natType":0,"dport":1})",
+       "natType 0 translates an address alone: sport and dport must be 0"},
+      {"NatRewrite", R"({"baseChipPortId":7})", "baseChipPortId: 7 is not the even port of a pair"},
+      {"NatRewrite", R"({"baseChipPortId":0,"rewriteIndex":4096})",
+       "rewriteIndex: the switch has 4096 rewrites for each pair of ports, no 4096"},
+      {"NatRewrite", R"({"baseChipPortId":48})", "baseChipPortId: the switch has 48 ports, no 48"},
+      {"Lpm11", R"({"vrf":8,"prefix":"10.0.0.0/11"})", "vrf: the switch has 8 VRFs, no 8"},
+      {"Lpm11", R"({"prefix":"10.0.0.0/12"})",
+       "prefix: the keys of this level have 11 bits, not 12"},
+      {"Lpm14", R"({"vrf":8,"prefix":"10.0.0.0/12"})", "vrf: the switch has 8 VRFs, no 8"},
+      {"Lpm14", R"({"prefix":"10.0.0.0/15"})",
+       "prefix: the keys of this level have 12 bits, not 15"},
+      {"Lpm29", R"({"prefix":"0.0.0.0/0"})", "prefix: the keys of this level have 27 bits, not 0"},
+      {"VlanGroup", "16", "key 16 has no row in this profile"},
+      {"MacVlan", "1024", "key 1024 has no row in this profile"},
+      {"L3FloodArp", "128", "key 128 has no row in this profile"},
+      {"L3FloodBitmap", "128", "key 128 has no row in this profile"},
+      {"RxPortMirror", "48", "key 48 has no row in this profile"},
+      {"Copp", "13", "key 13 has no row in this profile"},
+  };
+  for (const auto& each : keys) {
+    SCOPED_TRACE(each.table);
+    const Json key = json(each.key);
+    EXPECT_EQ(told.set(each.table, key, nullptr), each.refusal);
+    for (Json event : {Json{{"op", "del"}}, Json{{"op", "lookup"}}, Json{{"op", "hit"}, {"at", 1}},
+                       Json{{"op", "corrupt"}, {"bit", 1}}}) {
+      event["table"] = each.table;
+      event["key"] = key;
+      EXPECT_EQ(told(event), each.refusal) << event;
+    }
+  }
+  const struct {
+    const char* table;
+    const char* key;
+    const char* refusal;
+  } lookups[] = {
+      {"Route", R"({"vrf":8,"address":"10.0.0.1"})", "vrf: the switch has 8 VRFs, no 8"},
+      {"VlanMembership", R"({"vid":5,"port":48})", "port: the switch has 48 ports, no 48"},
+      {"FloodSet", R"({"vid":5,"port":48})", "port: the switch has 48 ports, no 48"},
+      {"Flow", R"({"egressPort":48})", "egressPort: the switch has 48 ports, no 48"},
+      {"LagMember", R"({"ingressPort":48})", "ingressPort: the switch has 48 ports, no 48"},
+      {"LagMember", R"({"ingressPort":1,"bucket":32})",
+       "bucket: the switch has 32 buckets for each LAG, no 32"},
+  };
+  for (const auto& each : lookups) {
+    const Json key = json(each.key);
+    EXPECT_EQ(told({{"op", "lookup"}, {"table", each.table}, {"key", key}}), each.refusal);
+  }
+  EXPECT_EQ(told.agent.programmed(), 0u);
+}
+
+/// The bit is flipped in the hardware table that has the entry's row.
+TEST(Limits, aRowIsCorruptedWhereItIs) {
+  Told told;
+  ASSERT_EQ(told.set("LagGroup", 30, json(R"({"lagGroupId":5})")), "");
+  Json event = json(R"({"op":"corrupt","table":"LagGroup","key":30,"bit":1})");
+  EXPECT_EQ(told(event), "");
+  EXPECT_EQ(told.lookup("LagGroup", 30)["lagGroupId"], 7);
+  event["hwTableId"] = 0;
+  EXPECT_EQ(told(event), "that hardware table has no row for the entry");
+}
+
+/// Values that a JSON text may have where others belong.
+const std::vector<Json>& oddValues() {
+  static const std::vector<Json> all = {nullptr,
+                                        true,
+                                        0,
+                                        1,
+                                        -1,
+                                        2,
+                                        15,
+                                        48,
+                                        255,
+                                        0x8000,
+                                        65536,
+                                        0xffffffff,
+                                        ~U64{0},
+                                        1e300,
+                                        -0.5,
+                                        "",
+                                        "0x",
+                                        "0xffffffffffffffff",
+                                        "255.255.255.255",
+                                        "1.2.3.4/33",
+                                        "0.0.0.0/0",
+                                        "trunk",
+                                        Json::array(),
+                                        Json::object(),
+                                        Json::array({1, 2, 3, 4, 5, 6, 7, 8, 9}),
+                                        Json{{"13", 1}},
+                                        Json{{"0", 255}}};
+  return all;
+}
+
+/// Calls `visit` with the value that has each of its parts replaced by each odd one in turn.
+void forEachOddForm(const Json& value, const std::function<void(const Json&)>& visit) {
+  for (const Json& odd : oddValues()) visit(odd);
+  if (!value.is_structured()) return;
+  for (const auto& [name, part] : value.items()) {
+    Json changed = value;
+    Json& place = value.is_array() ? changed[std::stoul(name)] : changed[name];
+    forEachOddForm(part, [&](const Json& odd) {
+      place = odd;
+      visit(changed);
+    });
+  }
+}
+
+struct OddEvents : testing::TestWithParam<std::string> {};
+
+/// Whatever an event says: it is done or refused, no broken invariant comes of it, and hardware
+/// holds what the tables say.
+TEST_P(OddEvents, areDoneOrRefused) {
+  VelaTest::FatalGuard guard;
+  Told told(GetParam());
+  VelaTest::Random random;
+  VelaTest::Generator generator(*told.profile, random);
+  U32 done = 0;
+  U32 refused = 0;
+  const auto tell = [&](const Json& event) {
+    const std::string refusal = told(event);
+    ++(refusal.empty() ? done : refused);
+    ASSERT_EQ(VelaTest::FatalGuard::last(), "") << event;
+    ASSERT_THAT(refusal, testing::Not(HasSubstr("\n"))) << event;
+  };
+  for (VelaAgent::TableAdapter* table : told.agent.announced()) {
+    if (table->instance() != 0) continue;
+    SCOPED_TRACE(table->name());
+    const Json key = generator.key(table->name(), 1);
+    const Json result = generator.result(table->name(), key);
+    const auto event = [&](const char* op, const Json& at) -> Json {
+      return {{"op", op}, {"table", table->name()}, {"key", at}};
+    };
+    forEachOddForm(key, [&](const Json& odd) {
+      for (const char* op : {"set", "lookup", "del"}) tell(event(op, odd));
+      Json hit = event("hit", odd);
+      hit["at"] = 1;
+      tell(hit);
+      Json corrupt = event("corrupt", odd);
+      corrupt["bit"] = ~0u;
+      tell(corrupt);
+    });
+    forEachOddForm(result, [&](const Json& odd) {
+      Json set = event("set", key);
+      set["result"] = odd;
+      tell(set);
+    });
+  }
+  for (const auto& table : told.agent.tables()) {
+    table->audit();
+    EXPECT_THAT(table->findings(), testing::IsEmpty()) << table->name();
+  }
+  EXPECT_GT(done, 1000u);
+  EXPECT_GT(refused, 1000u);
+}
+
+INSTANTIATE_TEST_SUITE_P(Models, OddEvents, testing::ValuesIn(VelaTest::profileNames()),
+                         VelaTest::profileTestName);
+
+}  // namespace
