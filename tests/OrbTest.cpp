@@ -1,5 +1,6 @@
 #include <unordered_map>
 
+#include "Orb/Attribute.h"
 #include "Orb/Collection.h"
 #include "Orb/Ptr.h"
 #include "Support.h"
@@ -148,6 +149,25 @@ TEST(Map, behavesLikeAnUnorderedMap) {
     EXPECT_EQ(model.at(key), value);
   });
   EXPECT_EQ(visited, model.size());
+}
+
+TEST(Attribute, tellsObserversOfChangesAlone) {
+  struct Watcher final : Orb::AttributeObserver {
+    explicit Watcher(const Orb::Attribute<U32>& watched) : attribute(watched) {}
+    const Orb::Attribute<U32>& attribute;
+    std::vector<U32> heard;
+    void handleAttribute() override { heard.push_back(attribute.value()); }
+  };
+  Orb::Attribute<U32> attribute(4);
+  Watcher watcher(attribute);
+  attribute.observerIs(&watcher);
+  EXPECT_FALSE(attribute.is(4));
+  EXPECT_TRUE(attribute.is(5));
+  EXPECT_FALSE(attribute.is(5));
+  EXPECT_THAT(watcher.heard, ElementsAre(5));
+  attribute.observerDel(&watcher);
+  attribute.is(6);
+  EXPECT_EQ(watcher.heard.size(), 1u);
 }
 
 TEST(Collection, tellsObserversOfEachChangedKeyOnce) {
