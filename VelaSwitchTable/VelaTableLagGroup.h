@@ -1,18 +1,21 @@
 #pragma once
 
+#include <iosfwd>
+
 #include "VelaSwitchTable/PortTables.h"
 
 namespace VelaSwitchTable {
 
 using LagGroupKey = PortKeyOf<"VelaSwitchTable::LagGroupKey">;
 
-struct VELA_EXPORT LagGroupResult {
+struct LagGroupResult {
   static constexpr const char* typeName = "VelaSwitchTable::LagGroupResult";
   Orb::Field<"lagGroupId", U32, 6> lagGroupId;  ///< 63 stands for no group.
   auto operator<=>(const LagGroupResult&) const = default;
-  /// The form for people.
-  std::string resultString() const;
 };
+
+/// The form for people.
+VELA_EXPORT std::ostream& operator<<(std::ostream& out, const LagGroupResult& result);
 
 /// The LAG that a port belongs to: in the layer-2 processor that serves the port, and for the CPU.
 /// A port without an entry has group 0; a row that says 63 is neither compared nor taken over.

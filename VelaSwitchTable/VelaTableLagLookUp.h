@@ -1,18 +1,21 @@
 #pragma once
 
+#include <iosfwd>
+
 #include "VelaSwitchTable/PortTables.h"
 
 namespace VelaSwitchTable {
 
 using LagLookUpKey = PortKeyOf<"VelaSwitchTable::LagLookUpKey">;
 
-struct VELA_EXPORT LagLookUpResult {
+struct LagLookUpResult {
   static constexpr const char* typeName = "VelaSwitchTable::LagLookUpResult";
   Orb::Field<"buckets", U32> buckets;
   auto operator<=>(const LagLookUpResult&) const = default;
-  /// The form for people.
-  std::string resultString() const;
 };
+
+/// The form for people.
+VELA_EXPORT std::ostream& operator<<(std::ostream& out, const LagLookUpResult& result);
 
 /// Which hash buckets of a LAG pick a port: in every pipeline and for the CPU, each with a block of
 /// rows for every ingress pipe. A port without an entry is picked by the low eight.

@@ -7,17 +7,24 @@ namespace VelaSwitchTable {
 
 using LagMembershipKey = PortKeyOf<"VelaSwitchTable::LagMembershipKey">;
 
-struct LagMembershipResult {
+struct LagMembershipFields {
   static constexpr const char* typeName = "VelaSwitchTable::LagMembershipResult";
   static constexpr const char* noTextReason =
       "No String constructor for LagMembershipResult - has collection";
 
   Orb::Field<"port", VelaSwitch::ChipPortMap> port;
   Orb::Field<"lagGroupId", U32> lagGroupId;  ///< Not in hardware.
+  auto operator<=>(const LagMembershipFields&) const = default;
+};
+
+struct LagMembershipResult : LagMembershipFields {
+  using Fields = LagMembershipFields;
+
+  LagMembershipResult() = default;
+  /// A result of the group, without ports.
+  explicit LagMembershipResult(U32 group) { lagGroupId = group; }
   auto operator<=>(const LagMembershipResult&) const = default;
 
-  /// A result of the group, without ports.
-  static LagMembershipResult ofGroup(U32 group) { return {{}, group}; }
   void portIs(VelaSwitch::ChipPortId id, bool member) { port.value.is(id, member); }
   void portDel(VelaSwitch::ChipPortId id) { port.value.del(id); }
   void portDelAll() { port.value = {}; }

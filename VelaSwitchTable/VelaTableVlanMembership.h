@@ -10,6 +10,7 @@ namespace VelaSwitchTable {
 struct VlanMembershipKey {
   static constexpr const char* typeName = "VelaSwitchTable::VlanMembershipKey";
   static constexpr bool scalar = true;
+  static constexpr bool bareText = true;
   Orb::Field<"vid", Bridging::VlanId> vid;
   auto operator<=>(const VlanMembershipKey&) const = default;
 };

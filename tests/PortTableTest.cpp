@@ -133,7 +133,7 @@ TEST(LagGroup, thePortsOwnTableAndTheCpus) {
   EXPECT_EQ(rig.path.lagGroup(26)->lagGroupId(), 6u);
   rig.table->entryDel({ChipPortId(26)});
   EXPECT_EQ(rig.path.lagGroup(26)->lagGroupId(), 0u);
-  EXPECT_EQ(LagGroupResult{5u}.resultString(), "0x05");
+  EXPECT_EQ(testing::PrintToString(LagGroupResult{11u}), "0x0b");
 
   Rig<LagGroupTable> old("vela-48-4.1");
   old.table->entryIs({ChipPortId(0)}, {1u});
@@ -171,12 +171,12 @@ TEST(LagLookUp, everyPipelineHasABlockForEachPipe) {
   EXPECT_EQ(rig.writes({ChipPortId(24)}, LagLookUpResult{0x11u}), 0u);
   rig.table->entryDel({ChipPortId(24)});
   EXPECT_THAT(rig.words(2, 24), ElementsAre(0xff, 1));
-  EXPECT_EQ(LagLookUpResult{5u}.resultString(), "0x05");
+  EXPECT_EQ(testing::PrintToString(LagLookUpResult{11u}), "0x0B");
 }
 
 TEST(LagMembership, masksAndSelection) {
   Rig<LagMembershipTable> rig;
-  LagMembershipResult result = LagMembershipResult::ofGroup(4);
+  LagMembershipResult result(4u);
   result.portIs(ChipPortId(0), true);
   result.portIs(ChipPortId(33), true);
   result.portIs(ChipPortId(34), false);
@@ -185,6 +185,9 @@ TEST(LagMembership, masksAndSelection) {
   EXPECT_THAT(rig.words(2, 26), ElementsAre(1, 2));
   EXPECT_EQ(rig.writes({ChipPortId(26)}, result), 0u);
   EXPECT_THAT(rig.path.lagMembership(26)->port(), ElementsAre(0, 33));
+  EXPECT_EQ(Orb::text(LagMembershipResult(4u)),
+            "Value('VelaSwitchTable::LagMembershipResult', ** {'port': {}, 'lagGroupId': 4})");
+  EXPECT_LT(LagMembershipResult(4u), LagMembershipResult(5u));
   EXPECT_EQ(errorText([] { Orb::fromText<LagMembershipResult>("x"); }),
             "No String constructor for LagMembershipResult - has collection");
 }
