@@ -46,7 +46,7 @@ struct VELA_EXPORT FloodSetFamily
 
 class VELA_EXPORT FloodSetTable final : public PlainFamilyTable<FloodSetFamily> {
  public:
-  static constexpr const char* typeName = "VelaSwitchTable::FloodSetTable";
+  VELA_REGISTERED(FloodSetFamily, FloodSetTable);
   using PlainFamilyTable::entryIs;
   using PlainFamilyTable::PlainFamilyTable;
   /// Announces a flood set and notes the time of the change.
@@ -57,13 +57,10 @@ class VELA_EXPORT FloodSetTable final : public PlainFamilyTable<FloodSetFamily> 
   Orb::Map<Bridging::VlanId, Orb::Seconds> lastUpdate_;
 };
 
-class VELA_EXPORT FloodSetConvertor : public PlainFamilyConvertor<FloodSetFamily> {};
-
-class VELA_EXPORT FloodSetConvertorLayer2All final : public DeclaredLayerConvertor<FloodSetFamily> {
- public:
-  static constexpr const char* typeName = "VelaSwitchTable::FloodSetConvertorLayer2All";
-};
-
-VELA_EXPORT Orb::Ptr<FloodSetTable> FloodSetTableIs(const std::string& name);
+VELA_BASE_CLASS(FloodSetFamily, FloodSetConvertor, PlainFamilyConvertor);
+VELA_PLAIN_TEMPLATES(extern, FloodSetFamily);
+extern template class DeclaredLayerConvertor<FloodSetFamily>;
+VELA_CLASS(FloodSetFamily, FloodSetConvertorLayer2All, DeclaredLayerConvertor);
+VELA_PLAIN_FACTORIES(FloodSetTable, FloodSetConvertorLayer2All);
 
 }  // namespace VelaSwitchTable

@@ -47,8 +47,7 @@ RowSays LagGroupFamily::unpack(const PlainRowContext&, const Key&,
   return RowSays::result;
 }
 
-Orb::Ptr<LagGroupTable> LagGroupTableIs(const std::string& name) {
-  return Orb::make<LagGroupTable>(name);
-}
+VELA_PORT_PIPELINE_FAMILY_DEFINE(LagGroupFamily, LagGroupTable, LagGroupConvertor,
+                                 LagGroupConvertorLayer2All)
 
 }  // namespace VelaSwitchTable

@@ -39,19 +39,7 @@ struct VELA_EXPORT LagGroupFamily
                         const VelaSwitchApi::RowReader& row, Result& result);
 };
 
-class VELA_EXPORT LagGroupTable final : public PlainFamilyTable<LagGroupFamily> {
- public:
-  static constexpr const char* typeName = "VelaSwitchTable::LagGroupTable";
-  using PlainFamilyTable::PlainFamilyTable;
-};
-
-class VELA_EXPORT LagGroupConvertor : public PlainFamilyConvertor<LagGroupFamily> {};
-
-class VELA_EXPORT LagGroupConvertorLayer2All final : public DeclaredLayerConvertor<LagGroupFamily> {
- public:
-  static constexpr const char* typeName = "VelaSwitchTable::LagGroupConvertorLayer2All";
-};
-
-VELA_EXPORT Orb::Ptr<LagGroupTable> LagGroupTableIs(const std::string& name);
+VELA_PORT_PIPELINE_FAMILY(LagGroupFamily, LagGroupTable, LagGroupConvertor,
+                          LagGroupConvertorLayer2All);
 
 }  // namespace VelaSwitchTable

@@ -70,8 +70,7 @@ RowSays LagLookUpFamily::unpack(const PlainRowContext&, const Key&,
   return RowSays::result;
 }
 
-Orb::Ptr<LagLookUpTable> LagLookUpTableIs(const std::string& name) {
-  return Orb::make<LagLookUpTable>(name);
-}
+VELA_PLAIN_FAMILY_DEFINE(LagLookUpFamily, LagLookUpTable, LagLookUpConvertor,
+                         LagLookUpConvertorLayer2All)
 
 }  // namespace VelaSwitchTable

@@ -41,20 +41,6 @@ struct VELA_EXPORT LagLookUpFamily
   }
 };
 
-class VELA_EXPORT LagLookUpTable final : public PlainFamilyTable<LagLookUpFamily> {
- public:
-  static constexpr const char* typeName = "VelaSwitchTable::LagLookUpTable";
-  using PlainFamilyTable::PlainFamilyTable;
-};
-
-class VELA_EXPORT LagLookUpConvertor : public PlainFamilyConvertor<LagLookUpFamily> {};
-
-class VELA_EXPORT LagLookUpConvertorLayer2All final
-    : public DeclaredLayerConvertor<LagLookUpFamily> {
- public:
-  static constexpr const char* typeName = "VelaSwitchTable::LagLookUpConvertorLayer2All";
-};
-
-VELA_EXPORT Orb::Ptr<LagLookUpTable> LagLookUpTableIs(const std::string& name);
+VELA_PLAIN_FAMILY(LagLookUpFamily, LagLookUpTable, LagLookUpConvertor, LagLookUpConvertorLayer2All);
 
 }  // namespace VelaSwitchTable

@@ -50,20 +50,7 @@ struct VELA_EXPORT LagMembershipFamily
                         const VelaSwitchApi::RowReader& row, Result& result);
 };
 
-class VELA_EXPORT LagMembershipTable final : public PlainFamilyTable<LagMembershipFamily> {
- public:
-  static constexpr const char* typeName = "VelaSwitchTable::LagMembershipTable";
-  using PlainFamilyTable::PlainFamilyTable;
-};
-
-class VELA_EXPORT LagMembershipConvertor : public PlainFamilyConvertor<LagMembershipFamily> {};
-
-class VELA_EXPORT LagMembershipConvertorLayer2All final
-    : public DeclaredLayerConvertor<LagMembershipFamily> {
- public:
-  static constexpr const char* typeName = "VelaSwitchTable::LagMembershipConvertorLayer2All";
-};
-
-VELA_EXPORT Orb::Ptr<LagMembershipTable> LagMembershipTableIs(const std::string& name);
+VELA_PORT_PIPELINE_FAMILY(LagMembershipFamily, LagMembershipTable, LagMembershipConvertor,
+                          LagMembershipConvertorLayer2All);
 
 }  // namespace VelaSwitchTable

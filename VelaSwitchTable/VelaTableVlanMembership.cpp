@@ -299,11 +299,7 @@ RowSays VlanMembershipConvertorLayer2All::unpackRow(HwTableId table, HwIndex ind
   return RowSays::result;
 }
 
-Orb::Ptr<VlanMembershipTable> VlanMembershipTableIs(const std::string& name) {
-  return Orb::make<VlanMembershipTable>(name);
-}
-Orb::Ptr<VlanMembershipConvertorLayer2All> VlanMembershipConvertorLayer2AllIs() {
-  return Orb::make<VlanMembershipConvertorLayer2All>();
-}
+VELA_PLAIN_CLASSES_DEFINE(VlanMembershipFamily, VlanMembershipTable, VlanMembershipConvertor,
+                          VlanMembershipConvertorLayer2All)
 
 }  // namespace VelaSwitchTable

@@ -196,7 +196,7 @@ TEST(AclHash, waitsForInitializationWithoutATrace) {
 
 TEST(AclHash, internalErrorsHaveTheirTexts) {
   AclHashTable unused("acl");
-  const auto item = aclHashTableCuckooEntryFactory(&unused, aclCases[0].key);
+  const auto item = aclHashTableCuckooEntryFactory(aclCases[0].key);
   U8 buffer[13];
   EXPECT_THAT(fatalText([&] { item->copyKeyToBuffer(buffer, 12); }), StartsWith("bufSize >= 13"));
   EXPECT_EQ(item->copyKeyToBuffer(buffer, 13), 59);
@@ -205,7 +205,7 @@ TEST(AclHash, internalErrorsHaveTheirTexts) {
 
 TEST(AclHash, aHelperOfAnotherTablePacksNothing) {
   AclHashTable unused("acl");
-  const auto item = aclHashTableCuckooEntryFactory(&unused, aclCases[0].key);
+  const auto item = aclHashTableCuckooEntryFactory(aclCases[0].key);
   item->validIs(true);
   alignas(U32) U8 image[32]{};
   aclHashHelperFactory(TableIndex::natMatch)->setHwBuffer(*item, {0, 0}, image);

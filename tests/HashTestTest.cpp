@@ -27,7 +27,7 @@ struct HashTest : testing::Test {
 };
 
 TEST_F(HashTest, keysChooseTheirRows) {
-  const auto item = HashTestTableCuckooEntryIs(table.get(), HashTestKey{0x38u});
+  const auto item = HashTestTableCuckooEntryIs(HashTestKey{0x38u});
   EXPECT_EQ(item->getHash(0), 0u);
   EXPECT_EQ(item->getHash(1), 7u);
 }

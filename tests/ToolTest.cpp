@@ -296,7 +296,9 @@ TEST_F(Tool, describesProfilesTablesAndRows) {
 TEST_F(Tool, tracesToStandardError) {
   events(R"({"op":"set","table":"HashTest","key":1,"result":1})");
   EXPECT_EQ(run("run events --trace HashTest/1"), 0);
-  EXPECT_EQ(read("err"), "VelaTableHashTest/1: Programming Entry 1\n");
+  EXPECT_EQ(read("err"),
+            "VelaTableHashTest/1: Programming Entry Value('VelaSwitchTable::HashTestKey', ** "
+            "{'value': 1})\n");
 }
 
 /// A list of prefixes becomes routes; a second run on the switch it left finds all of them.

@@ -18,7 +18,7 @@ HashBaseCuckooEntry& entryOf(Keel::Cuckoo::HashItem& item) {
 
 }  // namespace
 
-U32 HashBaseCuckooEntry::swTableId() const { return table_->swTableId(); }
+U32 HashBaseCuckooEntry::swTableId() const { return table_ ? table_->swTableId() : noSwTable; }
 
 bool HashBaseCuckooEntry::isEqual(const Keel::Cuckoo::HashItem& other) const {
   const auto& entry = static_cast<const HashBaseCuckooEntry&>(other);

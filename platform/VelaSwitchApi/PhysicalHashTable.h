@@ -40,7 +40,8 @@ class VELA_EXPORT PhysicalHashProperties : public Orb::PtrInterface {
 /// An entry as the cuckoo engine sees it: a key with, when it is to be programmed, its result.
 class VELA_EXPORT HashBaseCuckooEntry : public Keel::Cuckoo::HashItem {
  public:
-  /// The software table that the entry belongs to.
+  static constexpr U32 noSwTable = ~U32{0};
+  /// The software table that the entry belongs to; noSwTable for an entry of none.
   virtual U32 swTableId() const;
   /// Packs what hardware compares of the key into a buffer of `bufSize` bytes, unused bits 0, and
   /// returns its length in bits.
@@ -63,7 +64,7 @@ class VELA_EXPORT HashBaseCuckooEntry : public Keel::Cuckoo::HashItem {
  private:
   friend class PhysicalHashTable;
 
-  HashBaseTable* table_;  ///< Outlives the entry: it owns it.
+  HashBaseTable* table_;  ///< Outlives the entry: it owns it. Null when it has none.
   Orb::Seconds lastHit_;
   EntryProgrammedStatus status_ = EntryProgrammedStatus::notProgrammed;
   bool valid_ = false;
