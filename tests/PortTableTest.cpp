@@ -140,6 +140,18 @@ TEST(LagGroup, thePortsOwnTableAndTheCpus) {
   EXPECT_EQ(old.chip.registerValue("pipeline[0]/processor/lag_group_data0"), 1u);
 }
 
+/// Each side can be written by itself.
+TEST(LagGroup, pipelinesAndCpuApart) {
+  Rig<LagGroupTable> rig;
+  auto& convertor = static_cast<LagGroupConvertorLayer2All&>(rig.table->profileConvertor());
+  EXPECT_TRUE(convertor.ingressPipelineHwTableEntryIs({ChipPortId(24)}, LagGroupResult{5u}));
+  EXPECT_THAT(rig.words(1, 24), ElementsAre(5, 0x80000001));
+  EXPECT_THAT(rig.words(2, 24), ElementsAre(0));
+  EXPECT_TRUE(convertor.cpuPipelineHwTableEntryIs({ChipPortId(24)}, LagGroupResult{6u}));
+  EXPECT_THAT(rig.words(1, 24), ElementsAre(5, 0x80000001));
+  EXPECT_THAT(rig.words(2, 24), ElementsAre(6));
+}
+
 /// A row that says no group is neither taken over nor found fault with.
 TEST(LagGroup, noGroupInHardwareIsSkipped) {
   Rig<LagGroupTable> rig;
