@@ -4,6 +4,7 @@
 
 #include "Orb/Type.h"
 #include "Support.h"
+#include "Trace/Trace.h"
 #include "VelaSwitchTable/VelaTableAclHashes.h"
 #include "VelaSwitchTable/VelaTableHashTest.h"
 #include "VelaSwitchTable/VelaTableLpmTables.h"
@@ -204,6 +205,19 @@ TEST_F(HashItems, cachedOnesAreTheTablesOwn) {
   EXPECT_FALSE(item->valid());
   table->hashItemDel(key);
   EXPECT_EQ(table->hashItem(key), nullptr);
+}
+
+TEST_F(HashItems, makingOneTracesItsFullName) {
+  struct Sink final : Twinlog::Sink {
+    std::string text;
+    void line(std::string_view, U8, std::string_view message) override { text += message; }
+  } sink;
+  Twinlog::sinkIs(&sink);
+  HashTestFamily::trace.twinlogLevelIs(8);
+  table->createHashItem(key, false);
+  HashTestFamily::trace.twinlogLevelIs(-1);
+  Twinlog::sinkIs(nullptr);
+  EXPECT_THAT(sink.text, StartsWith("VelaSwitchTable::HashTestTable::createHashItem "));
 }
 
 /// Items that were dropped are found in their rows again: removal clears the row.
