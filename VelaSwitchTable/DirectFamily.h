@@ -65,7 +65,7 @@ struct DirectFamilyTraits {
 
 /// One row's key and result.
 template <class F>
-class DirectFamilyEntry : public DirectBaseEntry {
+class VELA_EXPORT DirectFamilyEntry : public DirectBaseEntry {
  public:
   using Key = typename F::Key;
   using Result = typename F::Result;
@@ -95,8 +95,8 @@ class DirectFamilyEntry : public DirectBaseEntry {
 };
 
 template <class F>
-class DirectFamilyTable : public DirectBaseTable,
-                          public EntryStore<typename F::Key, typename F::Result> {
+class VELA_EXPORT DirectFamilyTable : public DirectBaseTable,
+                                      public EntryStore<typename F::Key, typename F::Result> {
  public:
   using Family = F;
   using Key = typename F::Key;
@@ -104,9 +104,6 @@ class DirectFamilyTable : public DirectBaseTable,
   using Entry = typename F::Entry;
 
   explicit DirectFamilyTable(std::string name) : DirectBaseTable(std::move(name)) {}
-
-  const Orb::Type& fwkType() const override { return Orb::registeredType<typename F::Table>; }
-  static constexpr const char* sourceUnit = F::sourceUnit;
 
   /// The row's fields.
   RowLayout rowLayout() const { return F::layout(profile()); }
@@ -169,13 +166,10 @@ class DirectFamilyTable : public DirectBaseTable,
 };
 
 template <class F>
-class DirectFamilyConvertor : public DirectBaseConvertor {
+class VELA_EXPORT DirectFamilyConvertor : public DirectBaseConvertor {
  public:
   using Key = typename F::Key;
   using Entry = typename F::Entry;
-
-  const Orb::Type& fwkType() const override { return Orb::registeredType<typename F::Convertor>; }
-  static constexpr const char* sourceUnit = F::sourceUnit;
 
   HwIndex hwIndexFromKey(const Key& key) const { return F::hwIndex(key); }
   Key keyFromHwIndex(HwIndex index) const { return F::keyOf(index); }
@@ -287,3 +281,35 @@ class DirectFamilyConvertor : public DirectBaseConvertor {
 };
 
 }  // namespace VelaSwitchTable
+
+// The classes of a direct family, their factories (table by name, entry by key) and their
+// templates, which are compiled in the family's source file alone. A family whose convertor adds
+// something of its own writes it by hand and has VELA_CLASS for the others, between
+// VELA_DIRECT_TEMPLATES and VELA_DIRECT_FACTORIES.
+
+/// `instantiate` is extern, or nothing where they are compiled.
+#define VELA_DIRECT_TEMPLATES(instantiate, Family)          \
+  instantiate template class DirectFamilyTable<Family>;     \
+  instantiate template class DirectFamilyConvertor<Family>; \
+  instantiate template class DirectFamilyEntry<Family>
+
+#define VELA_DIRECT_FACTORIES(Family, Table, Convertor, Entry) \
+  VELA_FACTORY(Table, Table##Is, (const std::string& name));   \
+  VELA_FACTORY(Convertor, Convertor##Is, ());                  \
+  VELA_FACTORY(Entry, Entry##Is, (const Family::Key& key))
+
+#define VELA_DIRECT_FAMILY(Family, Table, Convertor, Entry) \
+  VELA_DIRECT_TEMPLATES(extern, Family);                    \
+  VELA_CLASS(Family, Table, DirectFamilyTable);             \
+  VELA_CLASS(Family, Convertor, DirectFamilyConvertor);     \
+  VELA_CLASS(Family, Entry, DirectFamilyEntry);             \
+  VELA_DIRECT_FACTORIES(Family, Table, Convertor, Entry)
+
+#define VELA_DIRECT_FAMILY_DEFINE(Family, Table, Convertor, Entry)         \
+  VELA_DIRECT_TEMPLATES(, Family);                                         \
+  VELA_REGISTERED_DEFINE(Table)                                            \
+  VELA_REGISTERED_DEFINE(Convertor)                                        \
+  VELA_REGISTERED_DEFINE(Entry)                                            \
+  VELA_FACTORY_DEFINE(Table, Table##Is, (const std::string& name), (name)) \
+  VELA_FACTORY_DEFINE(Convertor, Convertor##Is, (), ())                    \
+  VELA_FACTORY_DEFINE(Entry, Entry##Is, (const Family::Key& key), (key))

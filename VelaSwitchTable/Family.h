@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Orb/Seconds.h"
+#include "Orb/Type.h"
 #include "Orb/Value.h"
 #include "VelaSwitchApi/SwTable.h"
 
@@ -21,3 +22,45 @@ struct EntryStatusOf {
 };
 
 }  // namespace VelaSwitchTable
+
+// A family's named classes differ from each other in their names alone, so each kind of family has
+// one line that declares them all (VELA_HASH_FAMILY and its like, beside the kind's templates) and
+// one for the source file (…_DEFINE). They are made of the following, which a family uses by itself
+// for a class that it writes by hand:
+//
+//   VELA_REGISTERED(Family, Class)        within the class: its name, and its place in the registry
+//   VELA_REGISTERED_DEFINE(Class)
+//   VELA_CLASS(Family, Class, Base)       the whole class, as Base<Family> under a name
+//   VELA_BASE_CLASS(Family, Class, Base)  the same, for others to derive from
+//   VELA_FACTORY(Class, factory, (parameters))
+//   VELA_FACTORY_DEFINE(Class, factory, (parameters), (arguments))
+
+/// fwkType() is the class's only member that is not inline, so what all of its members need is
+/// compiled once, where the class is defined.
+#define VELA_REGISTERED(Family, Class)                                \
+  static constexpr const char* typeName = "VelaSwitchTable::" #Class; \
+  static constexpr const char* shortName = #Class;                    \
+  static constexpr const char* sourceUnit = Family::sourceUnit;       \
+  const Orb::Type& fwkType() const override
+
+#define VELA_REGISTERED_DEFINE(Class) \
+  const Orb::Type& Class::fwkType() const { return Orb::registeredType<Class>; }
+
+#define VELA_CLASS(Family, Class, Base)                 \
+  class VELA_EXPORT Class final : public Base<Family> { \
+   public:                                              \
+    using Base<Family>::Base;                           \
+    VELA_REGISTERED(Family, Class);                     \
+  }
+
+#define VELA_BASE_CLASS(Family, Class, Base)      \
+  class VELA_EXPORT Class : public Base<Family> { \
+   public:                                        \
+    using Base<Family>::Base;                     \
+    VELA_REGISTERED(Family, Class);               \
+  }
+
+#define VELA_FACTORY(Class, factory, parameters) VELA_EXPORT Orb::Ptr<Class> factory parameters
+
+#define VELA_FACTORY_DEFINE(Class, factory, parameters, arguments) \
+  Orb::Ptr<Class> factory parameters { return Orb::make<Class> arguments; }

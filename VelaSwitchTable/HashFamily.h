@@ -31,6 +31,7 @@
 ///   impliedBits(helper)              where they stand in the packed key, lowest first
 ///   keyBits(helper)                  length of the packed key
 ///   impliedBitsAre(key, bits)        completes a key that unpack() left without them
+///   compareEncoding(key)             the key without them, where entries are to tell it
 namespace VelaSwitchTable {
 
 /// The types of a family. The named classes need only be declared where the family is.
@@ -71,11 +72,12 @@ struct HashFamilyTraits {
   U8 parityWords = 0;  ///< Words whose bits are even in number, the parity bit among them; 0: none.
 };
 
-/// Status of one entry, as a value type of the family's own name derives it.
-template <class EntryStatus>
-class HashFamilyTableStatus : public Orb::PtrInterface {
+/// The statuses of a table's entries.
+template <class F>
+class VELA_EXPORT HashFamilyTableStatus : public Orb::PtrInterface {
  public:
-  using Key = typename decltype(EntryStatus::key)::Type;
+  using Key = typename F::Key;
+  using EntryStatus = typename F::EntryStatus;
   struct KeyOf {
     const Key& operator()(const EntryStatus& status) const { return status.key(); }
   };
@@ -93,7 +95,7 @@ class HashFamilyTableStatus : public Orb::PtrInterface {
 };
 
 template <class F>
-class HashFamilyProperties : public VelaSwitchApi::PhysicalHashProperties {
+class VELA_EXPORT HashFamilyProperties : public VelaSwitchApi::PhysicalHashProperties {
  public:
   explicit HashFamilyProperties(U32 tableId, U8 hashBits = F::traits.hashBits)
       : PhysicalHashProperties({.tableId = tableId,
@@ -108,11 +110,13 @@ class HashFamilyProperties : public VelaSwitchApi::PhysicalHashProperties {
 
 /// An entry of the family as the cuckoo engine sees it.
 template <class F>
-class HashFamilyEntry : public VelaSwitchApi::HashBaseCuckooEntry {
+class VELA_EXPORT HashFamilyEntry : public VelaSwitchApi::HashBaseCuckooEntry {
  public:
   using Key = typename F::Key;
   using Result = typename F::Result;
 
+  /// An entry of no table.
+  explicit HashFamilyEntry(const Key& key) : HashFamilyEntry(nullptr, key) {}
   HashFamilyEntry(VelaSwitchApi::HashBaseTable* table, const Key& key)
       : HashBaseCuckooEntry(table), key_(key) {
     U8 buffer[F::traits.keyBytes];
@@ -127,12 +131,30 @@ class HashFamilyEntry : public VelaSwitchApi::HashBaseCuckooEntry {
     const U8 bits = copyKeyToBuffer(buffer, sizeof buffer);
     return F::hash(buffer, way, bits);
   }
+  /// The key and, of a valid entry, each field of the result by its name.
   std::string toStrep() const override {
-    return Orb::text(F::CuckooEntry::shortName, "(", key_, valid() ? ", " : "",
-                     valid() ? Orb::text(result_) : std::string(), ")");
+    Orb::StringSink sink;
+    sink.append(F::CuckooEntry::shortName);
+    sink.append("(");
+    appendText(sink, key_);
+    if (valid()) {
+      Orb::forEachField(result_, [&](const auto& field) {
+        sink.append(" ");
+        sink.append(field.name);
+        sink.append("=");
+        appendText(sink, field());
+      });
+    }
+    sink.append(")");
+    return sink.take();
   }
   U8 copyKeyToBuffer(U8* buffer, U8 bufSize) const override {
     return F::copyKeyToBuffer(key_, buffer, bufSize);
+  }
+  /// The key without the bits that the row implies, in a family that says which those are.
+  template <class Family = F>
+  U64 hwCompareEncoding() const {
+    return Family::compareEncoding(key_);
   }
 
   const Key& key() const { return key_; }
@@ -145,7 +167,7 @@ class HashFamilyEntry : public VelaSwitchApi::HashBaseCuckooEntry {
 };
 
 template <class F>
-class HashFamilyHelperBase : public VelaTableHashHelper {
+class VELA_EXPORT HashFamilyHelperBase : public VelaTableHashHelper {
  public:
   using Entry = typename F::CuckooEntry;
 
@@ -231,7 +253,7 @@ class HashFamilyHelperBase : public VelaTableHashHelper {
 
 /// The helper of a family whose physical tables differ by their number alone.
 template <class F>
-class HashFamilyHelper : public HashFamilyHelperBase<F> {
+class VELA_EXPORT HashFamilyHelper : public HashFamilyHelperBase<F> {
  public:
   using HashFamilyHelperBase<F>::HashFamilyHelperBase;
 
@@ -241,8 +263,8 @@ class HashFamilyHelper : public HashFamilyHelperBase<F> {
 };
 
 template <class F>
-class HashFamilyTableBase : public VelaSwitchApi::HashBaseTable,
-                            public EntryStore<typename F::Key, typename F::Result> {
+class VELA_EXPORT HashFamilyTableBase : public VelaSwitchApi::HashBaseTable,
+                                        public EntryStore<typename F::Key, typename F::Result> {
  public:
   using Family = F;
   using Key = typename F::Key;
@@ -259,8 +281,6 @@ class HashFamilyTableBase : public VelaSwitchApi::HashBaseTable,
     hitBitsSupportedIs(F::traits.hitBits);
   }
 
-  const Orb::Type& fwkType() const override { return Orb::registeredType<typename F::Table>; }
-  static constexpr const char* sourceUnit = F::sourceUnit;
   void reactorTeardown() override {
     if (profileConvertorPtr()) profileConvertor().swTableDel(this);
   }
@@ -345,28 +365,35 @@ class HashFamilyTableBase : public VelaSwitchApi::HashBaseTable,
     const Orb::Ptr<Entry>* item = cachedItem_.find(key);
     return item ? *item : nullptr;
   }
+  /// The same by its other name.
+  Orb::Ptr<Entry> hashItem(const Key& key) const { return cachedItem(key); }
+  /// The cached item, made and cached when there is none.
+  Orb::Ptr<Entry> hashItemIs(const Key& key) {
+    Orb::Ptr<Entry>& cached = *cachedItem_.insert(key).first;
+    if (!cached) cached = placedItem(newItem(key));
+    return cached;
+  }
   void hashItemDel(const Key& key) { cachedItem_.erase(key); }
+  /// Drops the items, not their rows: those of programmed entries are found there again.
+  void hashItemDelAll() { cachedItem_.clear(); }
 
   /// A new item of the key, in no table's hands yet.
   virtual Orb::Ptr<Entry> newItem(const Key& key) = 0;
   /// A key that an item which stands for an empty row may carry.
   virtual Key nullKey() const { return Key{}; }
 
-  /// The key's item: the cached one, or else a new one. With `withResult` it takes the key's
-  /// current result, and is cached when there is one.
+  /// With `withResult` the key's cached item, made when there is none, with the key's current
+  /// result; it is valid when there is one. Else a new item that nobody knows of.
   Orb::Ptr<Entry> createHashEntry(const Key& key, bool withResult) {
-    const Result* desired = withResult ? this->entry(key) : nullptr;
-    Orb::Ptr<Entry> item;
-    if (desired) {
-      Orb::Ptr<Entry>& cached = *cachedItem_.insert(key).first;
-      if (!cached) cached = newItem(key);
-      item = cached;
-    } else {
-      item = cachedItem(key);
-      if (!item) item = newItem(key);
-    }
-    if (withResult) resultIs(*item, desired);
+    if (!withResult) return newItem(key);
+    const Orb::Ptr<Entry> item = hashItemIs(key);
+    updateHashItem(*item);
     return item;
+  }
+  /// The same, with a trace of its own.
+  Orb::Ptr<Entry> createHashItem(const Key& key, bool cached = true) {
+    F::trace(8, this->fwkType().name(), "::createHashItem ", key);
+    return createHashEntry(key, cached);
   }
 
   void handleEntry(const Key& key) override {
@@ -413,6 +440,14 @@ class HashFamilyTableBase : public VelaSwitchApi::HashBaseTable,
     item.resultIs(desired ? *desired : Result{});
     item.validIs(desired != nullptr);
   }
+  /// The item of the same key that lies in a row, or else the given one.
+  Orb::Ptr<Entry> placedItem(Orb::Ptr<Entry> item) const {
+    if (!profileConvertorPtr()) return item;
+    auto* placed = static_cast<VelaSwitchApi::HashBaseCuckooEntry*>(
+        profileConvertor().physicalTable().engine().find(*item));
+    if (!placed || &placed->table() != this || keyOf(*placed) != item->key()) return item;
+    return Orb::Ptr<Entry>(static_cast<Entry*>(placed));
+  }
   /// A family may record hits although its table does not declare hit bits.
   static constexpr bool hitBitsHandled() { return F::traits.hitTableOffset != noHitTable; }
 
@@ -452,7 +487,7 @@ class HashFamilyTableBase : public VelaSwitchApi::HashBaseTable,
 
 /// The table of a family whose tables all have one convertor, helper and entry class.
 template <class F>
-class HashFamilyTable : public HashFamilyTableBase<F> {
+class VELA_EXPORT HashFamilyTable : public HashFamilyTableBase<F> {
  public:
   using HashFamilyTableBase<F>::HashFamilyTableBase;
 
@@ -468,11 +503,8 @@ class HashFamilyTable : public HashFamilyTableBase<F> {
 };
 
 template <class F>
-class HashFamilyConvertor : public VelaSwitchApi::PhysicalHashTableConvertor {
+class VELA_EXPORT HashFamilyConvertor : public VelaSwitchApi::PhysicalHashTableConvertor {
  public:
-  const Orb::Type& fwkType() const override { return Orb::registeredType<typename F::Convertor>; }
-  static constexpr const char* sourceUnit = F::sourceUnit;
-
   void doCreateHwTables(VelaSwitchApi::TableState state) override {
     const VelaSwitchApi::SwTable* swTblBase = swTable();
     ORB_ASSERT(swTblBase);
@@ -561,3 +593,65 @@ class HashFamilyConvertor : public VelaSwitchApi::PhysicalHashTableConvertor {
 };
 
 }  // namespace VelaSwitchTable
+
+// The classes of a hash family, their factories and their templates, which are compiled in the
+// family's source file alone. A family whose classes add something of their own writes those by
+// hand and has VELA_CLASS for the others, between VELA_HASH_TEMPLATES and VELA_HASH_FACTORIES.
+//
+//   XxxTableIs(name, tableIdx)      `tableIdx` where the family has several
+//   XxxConvertorIs()
+//   XxxHelperIs(tableIdx)
+//   XxxTableCuckooEntryIs(key)      an entry of no table
+//   XxxPhysicalHashPropertiesIs(tableId)
+//   XxxTableStatusIs()
+
+/// `instantiate` is extern, or nothing where they are compiled.
+#define VELA_HASH_TEMPLATES(instantiate, Family)           \
+  instantiate template class HashFamilyTableBase<Family>;  \
+  instantiate template class HashFamilyTable<Family>;      \
+  instantiate template class HashFamilyHelperBase<Family>; \
+  instantiate template class HashFamilyHelper<Family>;     \
+  instantiate template class HashFamilyEntry<Family>;      \
+  instantiate template class HashFamilyProperties<Family>; \
+  instantiate template class HashFamilyTableStatus<Family>
+
+#define VELA_HASH_FACTORIES(Family, Table, Helper, CuckooEntry, Properties, TableStatus) \
+  VELA_FACTORY(Table, Table##Is, (const std::string& name, U8 tableIdx = 0));            \
+  VELA_FACTORY(Helper, Helper##Is, (U8 tableIdx = 0));                                   \
+  VELA_FACTORY(CuckooEntry, CuckooEntry##Is, (const Family::Key& key));                  \
+  VELA_FACTORY(Properties, Properties##Is, (U32 tableId = Family::tableId(0)));          \
+  VELA_FACTORY(TableStatus, TableStatus##Is, ())
+
+#define VELA_HASH_FAMILY(Family, Table, Convertor, Helper, CuckooEntry, Properties, TableStatus) \
+  VELA_HASH_TEMPLATES(extern, Family);                                                           \
+  extern template class HashFamilyConvertor<Family>;                                             \
+  VELA_CLASS(Family, Table, HashFamilyTable);                                                    \
+  VELA_CLASS(Family, Convertor, HashFamilyConvertor);                                            \
+  VELA_CLASS(Family, Helper, HashFamilyHelper);                                                  \
+  VELA_CLASS(Family, CuckooEntry, HashFamilyEntry);                                              \
+  VELA_CLASS(Family, Properties, HashFamilyProperties);                                          \
+  VELA_CLASS(Family, TableStatus, HashFamilyTableStatus);                                        \
+  VELA_FACTORY(Convertor, Convertor##Is, ());                                                    \
+  VELA_HASH_FACTORIES(Family, Table, Helper, CuckooEntry, Properties, TableStatus)
+
+/// For a family without a convertor of its own.
+#define VELA_HASH_CLASSES_DEFINE(Family, Table, Helper, CuckooEntry, Properties, TableStatus) \
+  VELA_HASH_TEMPLATES(, Family);                                                              \
+  VELA_REGISTERED_DEFINE(Table)                                                               \
+  VELA_REGISTERED_DEFINE(Helper)                                                              \
+  VELA_REGISTERED_DEFINE(CuckooEntry)                                                         \
+  VELA_REGISTERED_DEFINE(Properties)                                                          \
+  VELA_REGISTERED_DEFINE(TableStatus)                                                         \
+  VELA_FACTORY_DEFINE(Table, Table##Is, (const std::string& name, U8 tableIdx),               \
+                      (name, tableIdx, tableIdx))                                             \
+  VELA_FACTORY_DEFINE(Helper, Helper##Is, (U8 tableIdx), (tableIdx))                          \
+  VELA_FACTORY_DEFINE(CuckooEntry, CuckooEntry##Is, (const Family::Key& key), (key))          \
+  VELA_FACTORY_DEFINE(Properties, Properties##Is, (U32 tableId), (tableId))                   \
+  VELA_FACTORY_DEFINE(TableStatus, TableStatus##Is, (), ())
+
+#define VELA_HASH_FAMILY_DEFINE(Family, Table, Convertor, Helper, CuckooEntry, Properties, \
+                                TableStatus)                                               \
+  template class HashFamilyConvertor<Family>;                                              \
+  VELA_REGISTERED_DEFINE(Convertor)                                                        \
+  VELA_FACTORY_DEFINE(Convertor, Convertor##Is, (), ())                                    \
+  VELA_HASH_CLASSES_DEFINE(Family, Table, Helper, CuckooEntry, Properties, TableStatus)

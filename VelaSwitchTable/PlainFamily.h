@@ -97,7 +97,7 @@ inline constexpr bool tracesHandling = requires {
 /// The base of a family's convertors. It knows no hardware; reaching its programming call is an
 /// internal error.
 template <class F>
-class PlainFamilyConvertor : public VelaSwitchApi::SwTableProfileConvertor {
+class VELA_EXPORT PlainFamilyConvertor : public VelaSwitchApi::SwTableProfileConvertor {
  public:
   using Key = typename F::Key;
   using Result = typename F::Result;
@@ -111,17 +111,14 @@ class PlainFamilyConvertor : public VelaSwitchApi::SwTableProfileConvertor {
 };
 
 template <class F>
-class PlainFamilyTable : public VelaSwitchApi::SwTable,
-                         public EntryStore<typename F::Key, typename F::Result> {
+class VELA_EXPORT PlainFamilyTable : public VelaSwitchApi::SwTable,
+                                     public EntryStore<typename F::Key, typename F::Result> {
  public:
   using Family = F;
   using Key = typename F::Key;
   using Result = typename F::Result;
 
   explicit PlainFamilyTable(std::string name) : SwTable(std::move(name)) {}
-
-  const Orb::Type& fwkType() const override { return Orb::registeredType<typename F::Table>; }
-  static constexpr const char* sourceUnit = F::sourceUnit;
 
   void doSetProfileConvertor(Orb::Ptr<VelaSwitchApi::SwTableTypes> types) override {
     typesIs(std::move(types));
@@ -162,18 +159,13 @@ class PlainFamilyTable : public VelaSwitchApi::SwTable,
 };
 
 template <class F>
-class PlainFamilyLayerConvertor : public F::Convertor {
+class VELA_EXPORT PlainFamilyLayerConvertor : public F::Convertor {
  public:
   using Key = typename F::Key;
   using Result = typename F::Result;
   using HwTableConfig = VelaSwitchApi::HwTableConfig;
   using Finding = VelaSwitchApi::AuditFinding;
   using Read = VelaSwitchApi::RegisterBus::Read;
-
-  const Orb::Type& fwkType() const override {
-    return Orb::registeredType<typename F::LayerConvertor>;
-  }
-  static constexpr const char* sourceUnit = F::sourceUnit;
 
   void doInitTableStats() override {
     HwIndex first = ~HwIndex{0};
@@ -188,15 +180,11 @@ class PlainFamilyLayerConvertor : public F::Convertor {
   U32 entriesPeak(U32) const override { return table()->peak(); }
 
   bool hwTableEntryIs(const Key& key, const Result& result) override {
-    const auto first = this->hwTables().find(0);
-    if (first == this->hwTables().end() || !first->second->active()) return true;
-    bool row = false;
+    if (!programs(key)) return true;
     bool good = true;
-    forEachRow(key, [&](HwTableConfig& hwTable, HwIndex index) {
-      row = true;
-      good = writeRow(hwTable, index, key, result) && good;
-    });
-    if (!row) F::trace(3, "hwTableEntryIs ", key, noRowText);
+    for (const auto& [id, hwTable] : this->hwTables()) {
+      good = writeRows(*hwTable, key, result) && good;
+    }
     return good;
   }
 
@@ -279,6 +267,25 @@ class PlainFamilyLayerConvertor : public F::Convertor {
   /// How often each row stands in a hardware table, one block of rows behind the other.
   virtual U32 copies() const { return 1; }
 
+  /// Whether there is anything to write for the key: hardware table 0 is active, and the key has a
+  /// row in the profile.
+  bool programs(const Key& key) const {
+    const auto first = this->hwTables().find(0);
+    if (first == this->hwTables().end() || !first->second->active()) return false;
+    bool row = false;
+    forEachRow(key, [&](const HwTableConfig&, HwIndex) { row = true; });
+    if (!row) F::trace(3, "hwTableEntryIs ", key, noRowText);
+    return row;
+  }
+  /// Writes the key's rows in one hardware table, if that has any. False when a write failed.
+  bool writeRows(HwTableConfig& hwTable, const Key& key, const Result& result) {
+    bool good = true;
+    forEachRow(hwTable, key, [&](HwTableConfig&, HwIndex index) {
+      good = writeRow(hwTable, index, key, result) && good;
+    });
+    return good;
+  }
+
   typename F::Table* table() const { return static_cast<typename F::Table*>(this->swTable()); }
 
  private:
@@ -296,13 +303,15 @@ class PlainFamilyLayerConvertor : public F::Convertor {
   /// Calls `visit(hwTable, index)` for each row of the key.
   template <class Visitor>
   void forEachRow(const Key& key, const Visitor& visit) const {
-    for (const auto& [id, hwTable] : this->hwTables()) {
-      const auto& descriptor = hwTable->descriptor();
-      const HwIndex rows = (descriptor.last - descriptor.first + 1) / copies();
-      HwIndex index = F::hwIndex(key);
-      if (index < descriptor.first || index - descriptor.first >= rows) continue;
-      for (U32 copy = 0; copy < copies(); ++copy, index += rows) visit(*hwTable, index);
-    }
+    for (const auto& [id, hwTable] : this->hwTables()) forEachRow(*hwTable, key, visit);
+  }
+  template <class Visitor>
+  void forEachRow(HwTableConfig& hwTable, const Key& key, const Visitor& visit) const {
+    const auto& descriptor = hwTable.descriptor();
+    const HwIndex rows = (descriptor.last - descriptor.first + 1) / copies();
+    HwIndex index = F::hwIndex(key);
+    if (index < descriptor.first || index - descriptor.first >= rows) return;
+    for (U32 copy = 0; copy < copies(); ++copy, index += rows) visit(hwTable, index);
   }
 
   bool writeRow(HwTableConfig& hwTable, HwIndex index, const Key& key, const Result& result) {
@@ -467,15 +476,31 @@ class PlainFamilyLayerConvertor : public F::Convertor {
 
 /// The convertor of a family that lists its hardware tables.
 template <class F>
-class DeclaredLayerConvertor : public PlainFamilyLayerConvertor<F> {
+class VELA_EXPORT DeclaredLayerConvertor : public PlainFamilyLayerConvertor<F> {
  public:
   using Key = typename F::Key;
   using Result = typename F::Result;
 
   void doCreateHwTables(VelaSwitchApi::TableState state) override {
+    createHwTables(state, [](const PlainHwTable&) { return true; });
+  }
+
+  void handleInitialized() override {
+    for (U8 word = 0; word < VelaSwitchApi::maxRowWords; ++word) {
+      if (F::traits.staticWords[word] != 0) this->hwStaticWordIs(word, F::traits.staticWords[word]);
+    }
+  }
+
+ protected:
+  using Image = typename PlainFamilyLayerConvertor<F>::Image;
+
+  /// Creates those of the family's hardware tables that are wanted.
+  template <class Wanted>
+  void createHwTables(VelaSwitchApi::TableState state, Wanted wanted) {
     using namespace VelaSwitchApi;
     const std::string family = TableConstants::tableName(F::traits.index);
     for (PlainHwTable& declared : F::hwTables(this->profile())) {
+      if (!wanted(declared)) continue;
       const std::string name = SwTable::hwTableName(family, "", declared.suffix, declared.id);
       const auto descriptor = HwTableDescriptorConfig::hwTableDescIs(
           {family, 0, declared.id, name}, state, declared.first, declared.last, declared.rowWords,
@@ -489,14 +514,7 @@ class DeclaredLayerConvertor : public PlainFamilyLayerConvertor<F> {
     }
   }
 
-  void handleInitialized() override {
-    for (U8 word = 0; word < VelaSwitchApi::maxRowWords; ++word) {
-      if (F::traits.staticWords[word] != 0) this->hwStaticWordIs(word, F::traits.staticWords[word]);
-    }
-  }
-
- protected:
-  using Image = typename PlainFamilyLayerConvertor<F>::Image;
+  const PlainHwTable& declared(HwTableId table) const { return declared_.at(table); }
 
   void packRow(HwTableId table, const Key& key, const Result& result, Image& image) const override {
     VelaSwitchApi::RowWriter row(layouts_.at(table), reinterpret_cast<U8*>(image.data()), F::trace,
@@ -540,3 +558,39 @@ class DeclaredLayerConvertor : public PlainFamilyLayerConvertor<F> {
 };
 
 }  // namespace VelaSwitchTable
+
+// The classes of a plain family, their factories (table by name) and their templates, which are
+// compiled in the family's source file alone. The base of the convertors has no factory: it knows
+// no hardware. A family whose classes add something of their own writes those by hand and has
+// VELA_CLASS for the others, between VELA_PLAIN_TEMPLATES and VELA_PLAIN_FACTORIES.
+
+/// `instantiate` is extern, or nothing where they are compiled.
+#define VELA_PLAIN_TEMPLATES(instantiate, Family)          \
+  instantiate template class PlainFamilyTable<Family>;     \
+  instantiate template class PlainFamilyConvertor<Family>; \
+  instantiate template class PlainFamilyLayerConvertor<Family>
+
+#define VELA_PLAIN_FACTORIES(Table, LayerConvertor)          \
+  VELA_FACTORY(Table, Table##Is, (const std::string& name)); \
+  VELA_FACTORY(LayerConvertor, LayerConvertor##Is, ())
+
+#define VELA_PLAIN_FAMILY(Family, Table, Convertor, LayerConvertor) \
+  VELA_CLASS(Family, Table, PlainFamilyTable);                      \
+  VELA_BASE_CLASS(Family, Convertor, PlainFamilyConvertor);         \
+  VELA_PLAIN_TEMPLATES(extern, Family);                             \
+  extern template class DeclaredLayerConvertor<Family>;             \
+  VELA_CLASS(Family, LayerConvertor, DeclaredLayerConvertor);       \
+  VELA_PLAIN_FACTORIES(Table, LayerConvertor)
+
+/// For a family whose layer convertor is not a DeclaredLayerConvertor.
+#define VELA_PLAIN_CLASSES_DEFINE(Family, Table, Convertor, LayerConvertor) \
+  VELA_PLAIN_TEMPLATES(, Family);                                           \
+  VELA_REGISTERED_DEFINE(Table)                                             \
+  VELA_REGISTERED_DEFINE(Convertor)                                         \
+  VELA_REGISTERED_DEFINE(LayerConvertor)                                    \
+  VELA_FACTORY_DEFINE(Table, Table##Is, (const std::string& name), (name))  \
+  VELA_FACTORY_DEFINE(LayerConvertor, LayerConvertor##Is, (), ())
+
+#define VELA_PLAIN_FAMILY_DEFINE(Family, Table, Convertor, LayerConvertor) \
+  template class DeclaredLayerConvertor<Family>;                           \
+  VELA_PLAIN_CLASSES_DEFINE(Family, Table, Convertor, LayerConvertor)

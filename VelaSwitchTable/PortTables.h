@@ -131,4 +131,61 @@ struct PortWordFamily : PortRows<Key> {
   }
 };
 
+/// The convertor of a family that has its rows in the ingress pipelines and once more for the CPU.
+template <class F>
+class VELA_EXPORT PortPipelineConvertor : public DeclaredLayerConvertor<F> {
+ public:
+  using Key = typename F::Key;
+  using Result = typename F::Result;
+
+  void doCreateHwTables(VelaSwitchApi::TableState state) override {
+    getIngressPipelineHwTables(state);
+    getCpuPipelineHwTables(state);
+  }
+  void getIngressPipelineHwTables(VelaSwitchApi::TableState state) {
+    this->createHwTables(state, [](const PlainHwTable& table) { return !table.cpu; });
+  }
+  void getCpuPipelineHwTables(VelaSwitchApi::TableState state) {
+    this->createHwTables(state, [](const PlainHwTable& table) { return table.cpu; });
+  }
+
+  bool hwTableEntryIs(const Key& key, const Result& result) override {
+    if (!this->programs(key)) return true;
+    const bool good = ingressPipelineHwTableEntryIs(key, result);
+    return cpuPipelineHwTableEntryIs(key, result) && good;
+  }
+  /// Writes the port's row into the table that serves the port. False when the write failed.
+  bool ingressPipelineHwTableEntryIs(const Key& key, const Result& result) {
+    return writeRows(key, result, false);
+  }
+  bool cpuPipelineHwTableEntryIs(const Key& key, const Result& result) {
+    return writeRows(key, result, true);
+  }
+
+ private:
+  bool writeRows(const Key& key, const Result& result, bool cpu) {
+    bool good = true;
+    for (const auto& [id, hwTable] : this->hwTables()) {
+      if (this->declared(id).cpu != cpu) continue;
+      good &= DeclaredLayerConvertor<F>::writeRows(*hwTable, key, result);
+    }
+    return good;
+  }
+};
+
 }  // namespace VelaSwitchTable
+
+// A plain family with a PortPipelineConvertor; see VELA_PLAIN_FAMILY.
+
+#define VELA_PORT_PIPELINE_FAMILY(Family, Table, Convertor, LayerConvertor) \
+  VELA_CLASS(Family, Table, PlainFamilyTable);                              \
+  VELA_BASE_CLASS(Family, Convertor, PlainFamilyConvertor);                 \
+  VELA_PLAIN_TEMPLATES(extern, Family);                                     \
+  extern template class DeclaredLayerConvertor<Family>;                     \
+  extern template class PortPipelineConvertor<Family>;                      \
+  VELA_CLASS(Family, LayerConvertor, PortPipelineConvertor);                \
+  VELA_PLAIN_FACTORIES(Table, LayerConvertor)
+
+#define VELA_PORT_PIPELINE_FAMILY_DEFINE(Family, Table, Convertor, LayerConvertor) \
+  template class PortPipelineConvertor<Family>;                                    \
+  VELA_PLAIN_FAMILY_DEFINE(Family, Table, Convertor, LayerConvertor)

@@ -245,19 +245,19 @@ void AclHashHelper::setHwBuffer(const VelaSwitchApi::HashBaseCuckooEntry& entry,
   HashFamilyHelper::setHwBuffer(entry, location, image);
 }
 
-Orb::Ptr<AclHashTable> aclHashTableFactory(const std::string& name, U8 tableIdx, U8 pipeline) {
-  return Orb::make<AclHashTable>(name, tableIdx, pipeline);
-}
-Orb::Ptr<AclHashConvertor> aclHashConvertorFactory() { return Orb::make<AclHashConvertor>(); }
-Orb::Ptr<AclHashHelper> aclHashHelperFactory(TableIndex index) {
-  return Orb::make<AclHashHelper>(index);
-}
-Orb::Ptr<AclPhysicalHashProperties> aclPhysicalHashPropertiesFactory(U32 tableId) {
-  return Orb::make<AclPhysicalHashProperties>(tableId);
-}
-Orb::Ptr<AclHashTableCuckooEntry> aclHashTableCuckooEntryFactory(AclHashTable* table,
-                                                                 const AclHashKey& key) {
-  return Orb::make<AclHashTableCuckooEntry>(table, key);
-}
+VELA_HASH_FAMILY_DEFINE(AclHashFamily, AclHashTable, AclHashConvertor, AclHashHelper,
+                        AclHashTableCuckooEntry, AclPhysicalHashProperties, AclHashTableStatus)
+VELA_FACTORY_DEFINE(AclHashTable, AclHashTableIs,
+                    (const std::string& name, U8 tableIdx, U8 pipeline), (name, tableIdx, pipeline))
+
+VELA_FACTORY_DEFINE(AclHashTable, aclHashTableFactory,
+                    (const std::string& name, U8 tableIdx, U8 pipeline), (name, tableIdx, pipeline))
+VELA_FACTORY_DEFINE(AclHashConvertor, aclHashConvertorFactory, (), ())
+VELA_FACTORY_DEFINE(AclHashHelper, aclHashHelperFactory, (TableIndex index), (index))
+VELA_FACTORY_DEFINE(AclPhysicalHashProperties, aclPhysicalHashPropertiesFactory, (U32 tableId),
+                    (tableId))
+VELA_FACTORY_DEFINE(AclHashTableCuckooEntry, aclHashTableCuckooEntryFactory,
+                    (const AclHashKey& key), (key))
+VELA_FACTORY_DEFINE(AclHashTableStatus, aclHashTableStatusFactory, (), ())
 
 }  // namespace VelaSwitchTable

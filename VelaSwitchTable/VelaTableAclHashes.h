@@ -44,25 +44,33 @@ struct VELA_EXPORT AclHashFamily
                                                       CuckooLocation location);
 };
 
+VELA_HASH_TEMPLATES(extern, AclHashFamily);
+extern template class HashFamilyConvertor<AclHashFamily>;
+
 /// Constructed with (name, tableIdx, pipeline): `tableIdx` names the ACL processor.
 class VELA_EXPORT AclHashTable final : public HashFamilyTable<AclHashFamily> {
  public:
-  static constexpr const char* typeName = "VelaSwitchTable::AclHashTable";
+  VELA_REGISTERED(AclHashFamily, AclHashTable);
   using HashFamilyTable::HashFamilyTable;
 
   /// Which of the processors' ACL tables this is.
   U8 aclTableId() const { return tableIdx(); }
+  /// The number of the physical table.
+  U8 physTableIdx() const { return TableConstants::aclHashTableId(tableIdx()); }
+  /// The desired entries.
+  EntryStore<Key, Result>& store() { return *this; }
 };
 
 class VELA_EXPORT AclHashConvertor final : public HashFamilyConvertor<AclHashFamily> {
  public:
-  static constexpr const char* typeName = "VelaSwitchTable::AclHashConvertor";
+  VELA_REGISTERED(AclHashFamily, AclHashConvertor);
   /// An ACL table shares its rows with no other.
   void doCreateHwTables(VelaSwitchApi::TableState state) override;
 };
 
 class VELA_EXPORT AclHashHelper final : public HashFamilyHelper<AclHashFamily> {
  public:
+  VELA_REGISTERED(AclHashFamily, AclHashHelper);
   explicit AclHashHelper(U8 tableIdx)
       : HashFamilyHelper(tableIdx), tableIndex_(TableConstants::aclHashTableId(tableIdx)) {}
   /// The helper of a table by its number; one that is not an ACL hash table packs no rows.
@@ -79,25 +87,23 @@ class VELA_EXPORT AclHashHelper final : public HashFamilyHelper<AclHashFamily> {
   U8 tableIndex_;
 };
 
-class VELA_EXPORT AclHashTableCuckooEntry final : public HashFamilyEntry<AclHashFamily> {
- public:
-  static constexpr const char* shortName = "AclHashTableCuckooEntry";
-  using HashFamilyEntry::HashFamilyEntry;
-};
+VELA_CLASS(AclHashFamily, AclHashTableCuckooEntry, HashFamilyEntry);
+VELA_CLASS(AclHashFamily, AclPhysicalHashProperties, HashFamilyProperties);
+VELA_CLASS(AclHashFamily, AclHashTableStatus, HashFamilyTableStatus);
 
-class VELA_EXPORT AclPhysicalHashProperties final : public HashFamilyProperties<AclHashFamily> {
- public:
-  using HashFamilyProperties::HashFamilyProperties;
-};
+VELA_FACTORY(AclHashConvertor, AclHashConvertorIs, ());
+VELA_HASH_FACTORIES(AclHashFamily, AclHashTable, AclHashHelper, AclHashTableCuckooEntry,
+                    AclPhysicalHashProperties, AclHashTableStatus);
+VELA_FACTORY(AclHashTable, AclHashTableIs, (const std::string& name, U8 tableIdx, U8 pipeline));
 
-class VELA_EXPORT AclHashTableStatus final : public HashFamilyTableStatus<AclHashEntryStatus> {};
-
-VELA_EXPORT Orb::Ptr<AclHashTable> aclHashTableFactory(const std::string& name, U8 tableIdx,
-                                                       U8 pipeline);
-VELA_EXPORT Orb::Ptr<AclHashConvertor> aclHashConvertorFactory();
-VELA_EXPORT Orb::Ptr<AclHashHelper> aclHashHelperFactory(TableIndex index);
-VELA_EXPORT Orb::Ptr<AclPhysicalHashProperties> aclPhysicalHashPropertiesFactory(U32 tableId);
-VELA_EXPORT Orb::Ptr<AclHashTableCuckooEntry> aclHashTableCuckooEntryFactory(
-    AclHashTable* table, const VelaSwitch::AclHashKey& key);
+// The same by their other names.
+VELA_FACTORY(AclHashTable, aclHashTableFactory,
+             (const std::string& name, U8 tableIdx, U8 pipeline));
+VELA_FACTORY(AclHashConvertor, aclHashConvertorFactory, ());
+VELA_FACTORY(AclHashHelper, aclHashHelperFactory, (TableIndex index));
+VELA_FACTORY(AclPhysicalHashProperties, aclPhysicalHashPropertiesFactory, (U32 tableId));
+VELA_FACTORY(AclHashTableCuckooEntry, aclHashTableCuckooEntryFactory,
+             (const VelaSwitch::AclHashKey& key));
+VELA_FACTORY(AclHashTableStatus, aclHashTableStatusFactory, ());
 
 }  // namespace VelaSwitchTable

@@ -85,25 +85,9 @@ void AclIndirectCounterHashFamily::impliedBitsAre(Key& key, U32 bits) {
   key.counterKey = static_cast<U16>(key.counterKey() | bits);
 }
 
-Orb::Ptr<AclIndirectCounterHashTable> AclIndirectCounterHashTableIs(const std::string& name,
-                                                                    U8 tableIdx) {
-  return Orb::make<AclIndirectCounterHashTable>(name, tableIdx, tableIdx);
-}
-Orb::Ptr<AclIndirectCounterHashConvertor> AclIndirectCounterHashConvertorIs() {
-  return Orb::make<AclIndirectCounterHashConvertor>();
-}
-Orb::Ptr<AclIndirectCounterHashHelper> AclIndirectCounterHashHelperIs(U8 tableIdx) {
-  return Orb::make<AclIndirectCounterHashHelper>(tableIdx);
-}
-Orb::Ptr<AclCounterPhysicalHashProperties> AclCounterPhysicalHashPropertiesIs(U32 tableId) {
-  return Orb::make<AclCounterPhysicalHashProperties>(tableId);
-}
-Orb::Ptr<AclIndirectCounterHashTableCuckooEntry> AclIndirectCounterHashTableCuckooEntryIs(
-    AclIndirectCounterHashTable* table, const AclIndirectCounterHashFamily::Key& key) {
-  return Orb::make<AclIndirectCounterHashTableCuckooEntry>(table, key);
-}
-Orb::Ptr<AclIndirectCounterHashTableStatus> AclIndirectCounterHashTableStatusIs() {
-  return Orb::make<AclIndirectCounterHashTableStatus>();
-}
+VELA_HASH_FAMILY_DEFINE(AclIndirectCounterHashFamily, AclIndirectCounterHashTable,
+                        AclIndirectCounterHashConvertor, AclIndirectCounterHashHelper,
+                        AclIndirectCounterHashTableCuckooEntry, AclCounterPhysicalHashProperties,
+                        AclIndirectCounterHashTableStatus)
 
 }  // namespace VelaSwitchTable

@@ -53,50 +53,9 @@ struct VELA_EXPORT AclIndirectCounterHashFamily
   static void impliedBitsAre(Key& key, U32 bits);
 };
 
-class VELA_EXPORT AclIndirectCounterHashTable final
-    : public HashFamilyTable<AclIndirectCounterHashFamily> {
- public:
-  static constexpr const char* typeName = "VelaSwitchTable::AclIndirectCounterHashTable";
-  using HashFamilyTable::HashFamilyTable;
-};
-
-class VELA_EXPORT AclIndirectCounterHashConvertor final
-    : public HashFamilyConvertor<AclIndirectCounterHashFamily> {
- public:
-  static constexpr const char* typeName = "VelaSwitchTable::AclIndirectCounterHashConvertor";
-};
-
-class VELA_EXPORT AclIndirectCounterHashHelper final
-    : public HashFamilyHelper<AclIndirectCounterHashFamily> {
- public:
-  using HashFamilyHelper::HashFamilyHelper;
-};
-
-class VELA_EXPORT AclIndirectCounterHashTableCuckooEntry final
-    : public HashFamilyEntry<AclIndirectCounterHashFamily> {
- public:
-  static constexpr const char* shortName = "AclIndirectCounterHashTableCuckooEntry";
-  using HashFamilyEntry::HashFamilyEntry;
-};
-
-class VELA_EXPORT AclCounterPhysicalHashProperties final
-    : public HashFamilyProperties<AclIndirectCounterHashFamily> {
- public:
-  using HashFamilyProperties::HashFamilyProperties;
-};
-
-class VELA_EXPORT AclIndirectCounterHashTableStatus final
-    : public HashFamilyTableStatus<AclIndirectCounterHashEntryStatus> {};
-
-VELA_EXPORT Orb::Ptr<AclIndirectCounterHashTable> AclIndirectCounterHashTableIs(
-    const std::string& name, U8 tableIdx);
-VELA_EXPORT Orb::Ptr<AclIndirectCounterHashConvertor> AclIndirectCounterHashConvertorIs();
-VELA_EXPORT Orb::Ptr<AclIndirectCounterHashHelper> AclIndirectCounterHashHelperIs(U8 tableIdx);
-VELA_EXPORT Orb::Ptr<AclCounterPhysicalHashProperties> AclCounterPhysicalHashPropertiesIs(
-    U32 tableId);
-VELA_EXPORT Orb::Ptr<AclIndirectCounterHashTableCuckooEntry>
-AclIndirectCounterHashTableCuckooEntryIs(AclIndirectCounterHashTable* table,
-                                         const AclIndirectCounterHashFamily::Key& key);
-VELA_EXPORT Orb::Ptr<AclIndirectCounterHashTableStatus> AclIndirectCounterHashTableStatusIs();
+VELA_HASH_FAMILY(AclIndirectCounterHashFamily, AclIndirectCounterHashTable,
+                 AclIndirectCounterHashConvertor, AclIndirectCounterHashHelper,
+                 AclIndirectCounterHashTableCuckooEntry, AclCounterPhysicalHashProperties,
+                 AclIndirectCounterHashTableStatus);
 
 }  // namespace VelaSwitchTable

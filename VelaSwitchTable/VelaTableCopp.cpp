@@ -207,18 +207,15 @@ CoppHwTableRegisterMappingHwApi51::CoppHwTableRegisterMappingHwApi51(std::string
                                                                      std::string tableName)
     : CoppHwTableRegisterMapping(std::move(prefix), std::move(tableName), names51) {}
 
-Orb::Ptr<CoppTable> CoppTableIs(const std::string& name) { return Orb::make<CoppTable>(name); }
-Orb::Ptr<CoppHwTableRegisterMapping> CoppHwTableRegisterMappingIs(const std::string& prefix,
-                                                                  const std::string& tableName) {
-  return Orb::make<CoppHwTableRegisterMapping>(prefix, tableName);
-}
-Orb::Ptr<CoppHwTableRegisterMappingHwApi41> CoppHwTableRegisterMappingHwApi41Is(
-    const std::string& prefix, const std::string& tableName) {
-  return Orb::make<CoppHwTableRegisterMappingHwApi41>(prefix, tableName);
-}
-Orb::Ptr<CoppHwTableRegisterMappingHwApi51> CoppHwTableRegisterMappingHwApi51Is(
-    const std::string& prefix, const std::string& tableName) {
-  return Orb::make<CoppHwTableRegisterMappingHwApi51>(prefix, tableName);
-}
+VELA_PLAIN_FAMILY_DEFINE(CoppFamily, CoppTable, CoppConvertorBase, CoppConvertor)
+VELA_REGISTERED_DEFINE(CoppHwTableRegisterMapping)
+VELA_FACTORY_DEFINE(CoppHwTableRegisterMapping, CoppHwTableRegisterMappingIs,
+                    (const std::string& prefix, const std::string& tableName), (prefix, tableName))
+VELA_REGISTERED_DEFINE(CoppHwTableRegisterMappingHwApi41)
+VELA_FACTORY_DEFINE(CoppHwTableRegisterMappingHwApi41, CoppHwTableRegisterMappingHwApi41Is,
+                    (const std::string& prefix, const std::string& tableName), (prefix, tableName))
+VELA_REGISTERED_DEFINE(CoppHwTableRegisterMappingHwApi51)
+VELA_FACTORY_DEFINE(CoppHwTableRegisterMappingHwApi51, CoppHwTableRegisterMappingHwApi51Is,
+                    (const std::string& prefix, const std::string& tableName), (prefix, tableName))
 
 }  // namespace VelaSwitchTable

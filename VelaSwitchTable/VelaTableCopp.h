@@ -59,7 +59,7 @@ struct VELA_EXPORT CoppFamily : PlainFamilyTypes<CoppEntryKey, CoppEntry, class 
 
 class VELA_EXPORT CoppTable final : public PlainFamilyTable<CoppFamily> {
  public:
-  static constexpr const char* typeName = "VelaSwitchTable::CoppTable";
+  VELA_REGISTERED(CoppFamily, CoppTable);
   using PlainFamilyTable::PlainFamilyTable;
 
   /// Hardware interface from which limiters have a scale factor; the profile's unless set. The
@@ -77,11 +77,13 @@ class VELA_EXPORT CoppTable final : public PlainFamilyTable<CoppFamily> {
   Orb::Attribute<std::optional<VelaSwitch::ProfileHwApi>> scaleFactorVersion_;
 };
 
-class VELA_EXPORT CoppConvertorBase : public PlainFamilyConvertor<CoppFamily> {};
+VELA_BASE_CLASS(CoppFamily, CoppConvertorBase, PlainFamilyConvertor);
+VELA_PLAIN_TEMPLATES(extern, CoppFamily);
+extern template class DeclaredLayerConvertor<CoppFamily>;
 
 class VELA_EXPORT CoppConvertor final : public DeclaredLayerConvertor<CoppFamily> {
  public:
-  static constexpr const char* typeName = "VelaSwitchTable::CoppConvertor";
+  VELA_REGISTERED(CoppFamily, CoppConvertor);
 
   /// Limiter tables of the ingress side, without the CPU's.
   U32 numCoppTables() const;
@@ -97,6 +99,8 @@ class VELA_EXPORT CoppConvertor final : public DeclaredLayerConvertor<CoppFamily
 /// that there is not, has an empty collection.
 class VELA_EXPORT CoppHwTableRegisterMapping : public VelaSwitchApi::HwTableRegisterMapping {
  public:
+  VELA_REGISTERED(CoppFamily, CoppHwTableRegisterMapping);
+
   /// Names by index; null for an index without a register.
   using Names = std::array<const char*, CoppFamily::lastIndex + 1>;
 
@@ -115,21 +119,25 @@ class VELA_EXPORT CoppHwTableRegisterMapping : public VelaSwitchApi::HwTableRegi
 /// From hardware interface 4.1 on.
 class VELA_EXPORT CoppHwTableRegisterMappingHwApi41 final : public CoppHwTableRegisterMapping {
  public:
+  VELA_REGISTERED(CoppFamily, CoppHwTableRegisterMappingHwApi41);
+
   CoppHwTableRegisterMappingHwApi41(std::string prefix, std::string tableName);
 };
 
 /// From hardware interface 5.1 on.
 class VELA_EXPORT CoppHwTableRegisterMappingHwApi51 final : public CoppHwTableRegisterMapping {
  public:
+  VELA_REGISTERED(CoppFamily, CoppHwTableRegisterMappingHwApi51);
+
   CoppHwTableRegisterMappingHwApi51(std::string prefix, std::string tableName);
 };
 
-VELA_EXPORT Orb::Ptr<CoppTable> CoppTableIs(const std::string& name);
-VELA_EXPORT Orb::Ptr<CoppHwTableRegisterMapping> CoppHwTableRegisterMappingIs(
-    const std::string& prefix, const std::string& tableName);
-VELA_EXPORT Orb::Ptr<CoppHwTableRegisterMappingHwApi41> CoppHwTableRegisterMappingHwApi41Is(
-    const std::string& prefix, const std::string& tableName);
-VELA_EXPORT Orb::Ptr<CoppHwTableRegisterMappingHwApi51> CoppHwTableRegisterMappingHwApi51Is(
-    const std::string& prefix, const std::string& tableName);
+VELA_PLAIN_FACTORIES(CoppTable, CoppConvertor);
+VELA_FACTORY(CoppHwTableRegisterMapping, CoppHwTableRegisterMappingIs,
+             (const std::string& prefix, const std::string& tableName));
+VELA_FACTORY(CoppHwTableRegisterMappingHwApi41, CoppHwTableRegisterMappingHwApi41Is,
+             (const std::string& prefix, const std::string& tableName));
+VELA_FACTORY(CoppHwTableRegisterMappingHwApi51, CoppHwTableRegisterMappingHwApi51Is,
+             (const std::string& prefix, const std::string& tableName));
 
 }  // namespace VelaSwitchTable

@@ -69,8 +69,7 @@ RowSays FloodSetFamily::unpack(const PlainRowContext&, const Key& key,
   return RowSays::result;
 }
 
-Orb::Ptr<FloodSetTable> FloodSetTableIs(const std::string& name) {
-  return Orb::make<FloodSetTable>(name);
-}
+VELA_PLAIN_FAMILY_DEFINE(FloodSetFamily, FloodSetTable, FloodSetConvertor,
+                         FloodSetConvertorLayer2All)
 
 }  // namespace VelaSwitchTable

@@ -52,7 +52,7 @@ struct VELA_EXPORT FloodSetFamily
 
 class VELA_EXPORT FloodSetTable final : public PlainFamilyTable<FloodSetFamily> {
  public:
-  static constexpr const char* typeName = "VelaSwitchTable::FloodSetTable";
+  VELA_REGISTERED(FloodSetFamily, FloodSetTable);
   using PlainFamilyTable::PlainFamilyTable;
 
   /// Announces a flood set with the time of its change. One whose masks are there already changes
@@ -74,16 +74,18 @@ class VELA_EXPORT FloodSetTable final : public PlainFamilyTable<FloodSetFamily> 
   Clock clock_ = systemTime;
 };
 
-class VELA_EXPORT FloodSetConvertor : public PlainFamilyConvertor<FloodSetFamily> {};
+VELA_BASE_CLASS(FloodSetFamily, FloodSetConvertor, PlainFamilyConvertor);
+VELA_PLAIN_TEMPLATES(extern, FloodSetFamily);
+extern template class DeclaredLayerConvertor<FloodSetFamily>;
 
 class VELA_EXPORT FloodSetConvertorLayer2All final : public DeclaredLayerConvertor<FloodSetFamily> {
  public:
-  static constexpr const char* typeName = "VelaSwitchTable::FloodSetConvertorLayer2All";
+  VELA_REGISTERED(FloodSetFamily, FloodSetConvertorLayer2All);
 
   /// Whether the table is the CPU pipeline's: the last one, on profiles that have it.
   bool isCpuPipeline(U32 tableIndex, U32 numTables) const;
 };
 
-VELA_EXPORT Orb::Ptr<FloodSetTable> FloodSetTableIs(const std::string& name);
+VELA_PLAIN_FACTORIES(FloodSetTable, FloodSetConvertorLayer2All);
 
 }  // namespace VelaSwitchTable

@@ -61,19 +61,12 @@ std::optional<std::pair<HashTestKey, HashTestResult>> HashTestFamily::unpack(
   return std::pair{HashTestKey{key}, HashTestResult{static_cast<U32>(row.get(Row::result))}};
 }
 
-Orb::Ptr<HashTestTable> HashTestTableIs(const std::string& name) {
-  return Orb::make<HashTestTable>(name);
+std::string HashTestTable::resultString(const HashTestKey& key) const {
+  const HashTestResult* result = entry(key);
+  return result ? Orb::text(*result) : std::string();
 }
-Orb::Ptr<HashConvertorTestTable> HashConvertorTestTableIs() {
-  return Orb::make<HashConvertorTestTable>();
-}
-Orb::Ptr<HashTestHelper> HashTestHelperIs() { return Orb::make<HashTestHelper>(); }
-Orb::Ptr<HashTestPhysicalHashProperties> HashTestPhysicalHashPropertiesIs() {
-  return Orb::make<HashTestPhysicalHashProperties>(HashTestFamily::tableId(0));
-}
-Orb::Ptr<HashTestTableCuckooEntry> HashTestTableCuckooEntryIs(HashTestTable* table,
-                                                              const HashTestKey& key) {
-  return Orb::make<HashTestTableCuckooEntry>(table, key);
-}
+
+VELA_HASH_FAMILY_DEFINE(HashTestFamily, HashTestTable, HashConvertorTestTable, HashTestHelper,
+                        HashTestTableCuckooEntry, HashTestPhysicalHashProperties, TestTableStatus)
 
 }  // namespace VelaSwitchTable

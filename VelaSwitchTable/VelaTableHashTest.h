@@ -53,41 +53,26 @@ struct VELA_EXPORT HashTestFamily
                                                       CuckooLocation location);
 };
 
+VELA_HASH_TEMPLATES(extern, HashTestFamily);
+extern template class HashFamilyConvertor<HashTestFamily>;
+
 class VELA_EXPORT HashTestTable final : public HashFamilyTable<HashTestFamily> {
  public:
-  static constexpr const char* typeName = "VelaSwitchTable::HashTestTable";
+  VELA_REGISTERED(HashTestFamily, HashTestTable);
   using HashFamilyTable::HashFamilyTable;
+
+  /// The text form of the key's result; empty when it has none.
+  std::string resultString(const HashTestKey& key) const;
 };
 
-class VELA_EXPORT HashConvertorTestTable final : public HashFamilyConvertor<HashTestFamily> {
- public:
-  static constexpr const char* typeName = "VelaSwitchTable::HashConvertorTestTable";
-};
+VELA_CLASS(HashTestFamily, HashConvertorTestTable, HashFamilyConvertor);
+VELA_CLASS(HashTestFamily, HashTestHelper, HashFamilyHelper);
+VELA_CLASS(HashTestFamily, HashTestTableCuckooEntry, HashFamilyEntry);
+VELA_CLASS(HashTestFamily, HashTestPhysicalHashProperties, HashFamilyProperties);
+VELA_CLASS(HashTestFamily, TestTableStatus, HashFamilyTableStatus);
 
-class VELA_EXPORT HashTestHelper final : public HashFamilyHelper<HashTestFamily> {
- public:
-  using HashFamilyHelper::HashFamilyHelper;
-};
-
-class VELA_EXPORT HashTestTableCuckooEntry final : public HashFamilyEntry<HashTestFamily> {
- public:
-  static constexpr const char* shortName = "HashTestTableCuckooEntry";
-  using HashFamilyEntry::HashFamilyEntry;
-};
-
-class VELA_EXPORT HashTestPhysicalHashProperties final
-    : public HashFamilyProperties<HashTestFamily> {
- public:
-  using HashFamilyProperties::HashFamilyProperties;
-};
-
-class VELA_EXPORT TestTableStatus final : public HashFamilyTableStatus<TestEntryStatus> {};
-
-VELA_EXPORT Orb::Ptr<HashTestTable> HashTestTableIs(const std::string& name);
-VELA_EXPORT Orb::Ptr<HashConvertorTestTable> HashConvertorTestTableIs();
-VELA_EXPORT Orb::Ptr<HashTestHelper> HashTestHelperIs();
-VELA_EXPORT Orb::Ptr<HashTestPhysicalHashProperties> HashTestPhysicalHashPropertiesIs();
-VELA_EXPORT Orb::Ptr<HashTestTableCuckooEntry> HashTestTableCuckooEntryIs(HashTestTable* table,
-                                                                          const HashTestKey& key);
+VELA_FACTORY(HashConvertorTestTable, HashConvertorTestTableIs, ());
+VELA_HASH_FACTORIES(HashTestFamily, HashTestTable, HashTestHelper, HashTestTableCuckooEntry,
+                    HashTestPhysicalHashProperties, TestTableStatus);
 
 }  // namespace VelaSwitchTable

@@ -10,8 +10,7 @@ std::string L2ControlResult::resultString() const {
   return text;
 }
 
-Orb::Ptr<L2ControlTable> L2ControlTableIs(const std::string& name) {
-  return Orb::make<L2ControlTable>(name);
-}
+VELA_PLAIN_FAMILY_DEFINE(L2ControlFamily, L2ControlTable, L2ControlConvertor,
+                         L2ControlConvertorLayer2All)
 
 }  // namespace VelaSwitchTable

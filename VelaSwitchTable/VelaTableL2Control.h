@@ -31,20 +31,6 @@ struct VELA_EXPORT L2ControlFamily
 };
 static_assert(VelaSwitchApi::wellFormed(L2ControlFamily::fields, L2ControlFamily::rowWords));
 
-class VELA_EXPORT L2ControlTable final : public PlainFamilyTable<L2ControlFamily> {
- public:
-  static constexpr const char* typeName = "VelaSwitchTable::L2ControlTable";
-  using PlainFamilyTable::PlainFamilyTable;
-};
-
-class VELA_EXPORT L2ControlConvertor : public PlainFamilyConvertor<L2ControlFamily> {};
-
-class VELA_EXPORT L2ControlConvertorLayer2All final
-    : public DeclaredLayerConvertor<L2ControlFamily> {
- public:
-  static constexpr const char* typeName = "VelaSwitchTable::L2ControlConvertorLayer2All";
-};
-
-VELA_EXPORT Orb::Ptr<L2ControlTable> L2ControlTableIs(const std::string& name);
+VELA_PLAIN_FAMILY(L2ControlFamily, L2ControlTable, L2ControlConvertor, L2ControlConvertorLayer2All);
 
 }  // namespace VelaSwitchTable

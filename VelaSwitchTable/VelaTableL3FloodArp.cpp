@@ -92,9 +92,6 @@ void L3FloodArpFamily::describe(Orb::TextSink& sink, const Result& result) {
   appendText(sink, result.vlanId());
 }
 
-Orb::Ptr<L3FloodArpTable> L3FloodArpTableIs(const std::string& name) {
-  return Orb::make<L3FloodArpTable>(name);
-}
-Orb::Ptr<L3FloodArpConvertor> L3FloodArpConvertorIs() { return Orb::make<L3FloodArpConvertor>(); }
+VELA_DIRECT_FAMILY_DEFINE(L3FloodArpFamily, L3FloodArpTable, L3FloodArpConvertor, L3FloodArpEntry)
 
 }  // namespace VelaSwitchTable

@@ -47,24 +47,6 @@ struct VELA_EXPORT L3FloodArpFamily
   static void describe(Orb::TextSink& sink, const Result& result);
 };
 
-class VELA_EXPORT L3FloodArpTable final : public DirectFamilyTable<L3FloodArpFamily> {
- public:
-  static constexpr const char* typeName = "VelaSwitchTable::L3FloodArpTable";
-  using DirectFamilyTable::DirectFamilyTable;
-};
-
-class VELA_EXPORT L3FloodArpConvertor final : public DirectFamilyConvertor<L3FloodArpFamily> {
- public:
-  static constexpr const char* typeName = "VelaSwitchTable::L3FloodArpConvertor";
-};
-
-class VELA_EXPORT L3FloodArpEntry final : public DirectFamilyEntry<L3FloodArpFamily> {
- public:
-  static constexpr const char* shortName = "L3FloodArpEntry";
-  using DirectFamilyEntry::DirectFamilyEntry;
-};
-
-VELA_EXPORT Orb::Ptr<L3FloodArpTable> L3FloodArpTableIs(const std::string& name);
-VELA_EXPORT Orb::Ptr<L3FloodArpConvertor> L3FloodArpConvertorIs();
+VELA_DIRECT_FAMILY(L3FloodArpFamily, L3FloodArpTable, L3FloodArpConvertor, L3FloodArpEntry);
 
 }  // namespace VelaSwitchTable

@@ -61,11 +61,7 @@ void L3FloodBitmapConvertor::doInitTableStats() {
   DirectFamilyConvertor::doInitTableStats();
 }
 
-Orb::Ptr<L3FloodBitmapTable> L3FloodBitmapTableIs(const std::string& name) {
-  return Orb::make<L3FloodBitmapTable>(name);
-}
-Orb::Ptr<L3FloodBitmapConvertor> L3FloodBitmapConvertorIs() {
-  return Orb::make<L3FloodBitmapConvertor>();
-}
+VELA_DIRECT_FAMILY_DEFINE(L3FloodBitmapFamily, L3FloodBitmapTable, L3FloodBitmapConvertor,
+                          L3FloodBitmapEntry)
 
 }  // namespace VelaSwitchTable

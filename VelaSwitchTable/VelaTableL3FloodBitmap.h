@@ -38,26 +38,18 @@ struct VELA_EXPORT L3FloodBitmapFamily
   static void describe(Orb::TextSink& sink, const Result& result);
 };
 
-class VELA_EXPORT L3FloodBitmapTable final : public DirectFamilyTable<L3FloodBitmapFamily> {
- public:
-  static constexpr const char* typeName = "VelaSwitchTable::L3FloodBitmapTable";
-  using DirectFamilyTable::DirectFamilyTable;
-};
+VELA_DIRECT_TEMPLATES(extern, L3FloodBitmapFamily);
+VELA_CLASS(L3FloodBitmapFamily, L3FloodBitmapTable, DirectFamilyTable);
+VELA_CLASS(L3FloodBitmapFamily, L3FloodBitmapEntry, DirectFamilyEntry);
 
 class VELA_EXPORT L3FloodBitmapConvertor final : public DirectFamilyConvertor<L3FloodBitmapFamily> {
  public:
-  static constexpr const char* typeName = "VelaSwitchTable::L3FloodBitmapConvertor";
+  VELA_REGISTERED(L3FloodBitmapFamily, L3FloodBitmapConvertor);
 
   void doInitTableStats() override;
 };
 
-class VELA_EXPORT L3FloodBitmapEntry final : public DirectFamilyEntry<L3FloodBitmapFamily> {
- public:
-  static constexpr const char* shortName = "L3FloodBitmapEntry";
-  using DirectFamilyEntry::DirectFamilyEntry;
-};
-
-VELA_EXPORT Orb::Ptr<L3FloodBitmapTable> L3FloodBitmapTableIs(const std::string& name);
-VELA_EXPORT Orb::Ptr<L3FloodBitmapConvertor> L3FloodBitmapConvertorIs();
+VELA_DIRECT_FACTORIES(L3FloodBitmapFamily, L3FloodBitmapTable, L3FloodBitmapConvertor,
+                      L3FloodBitmapEntry);
 
 }  // namespace VelaSwitchTable

@@ -60,7 +60,6 @@ void L3LagFamily::describe(Orb::TextSink& sink, const Result& result) {
   appendText(sink, result.cpuPriority());
 }
 
-Orb::Ptr<L3LagTable> L3LagTableIs(const std::string& name) { return Orb::make<L3LagTable>(name); }
-Orb::Ptr<L3LagConvertor> L3LagConvertorIs() { return Orb::make<L3LagConvertor>(); }
+VELA_DIRECT_FAMILY_DEFINE(L3LagFamily, L3LagTable, L3LagConvertor, L3LagEntry)
 
 }  // namespace VelaSwitchTable

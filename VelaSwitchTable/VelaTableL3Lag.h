@@ -39,24 +39,6 @@ struct VELA_EXPORT L3LagFamily
   static void describe(Orb::TextSink& sink, const Result& result);
 };
 
-class VELA_EXPORT L3LagTable final : public DirectFamilyTable<L3LagFamily> {
- public:
-  static constexpr const char* typeName = "VelaSwitchTable::L3LagTable";
-  using DirectFamilyTable::DirectFamilyTable;
-};
-
-class VELA_EXPORT L3LagConvertor final : public DirectFamilyConvertor<L3LagFamily> {
- public:
-  static constexpr const char* typeName = "VelaSwitchTable::L3LagConvertor";
-};
-
-class VELA_EXPORT L3LagEntry final : public DirectFamilyEntry<L3LagFamily> {
- public:
-  static constexpr const char* shortName = "L3LagEntry";
-  using DirectFamilyEntry::DirectFamilyEntry;
-};
-
-VELA_EXPORT Orb::Ptr<L3LagTable> L3LagTableIs(const std::string& name);
-VELA_EXPORT Orb::Ptr<L3LagConvertor> L3LagConvertorIs();
+VELA_DIRECT_FAMILY(L3LagFamily, L3LagTable, L3LagConvertor, L3LagEntry);
 
 }  // namespace VelaSwitchTable

@@ -1,5 +1,8 @@
 #include "VelaSwitchTable/VelaTableLagGroup.h"
 
+#include <cstdio>
+#include <ostream>
+
 namespace VelaSwitchTable {
 namespace {
 
@@ -10,8 +13,10 @@ constexpr U32 commit = 1u << 31;
 
 }  // namespace
 
-std::string LagGroupResult::resultString() const {
-  return Orb::text("0x", Orb::Hex{lagGroupId(), 2});
+std::ostream& operator<<(std::ostream& out, const LagGroupResult& result) {
+  char text[16];
+  std::snprintf(text, sizeof text, "0x%02x", result.lagGroupId());
+  return out << text;
 }
 
 std::vector<PlainHwTable> LagGroupFamily::hwTables(const VelaSwitch::ProfileInfo& profile) {
@@ -40,8 +45,7 @@ RowSays LagGroupFamily::unpack(const PlainRowContext&, const Key&,
   return RowSays::result;
 }
 
-Orb::Ptr<LagGroupTable> LagGroupTableIs(const std::string& name) {
-  return Orb::make<LagGroupTable>(name);
-}
+VELA_PORT_PIPELINE_FAMILY_DEFINE(LagGroupFamily, LagGroupTable, LagGroupConvertor,
+                                 LagGroupConvertorLayer2All)
 
 }  // namespace VelaSwitchTable

@@ -1,18 +1,21 @@
 #pragma once
 
+#include <iosfwd>
+
 #include "VelaSwitchTable/PortTables.h"
 
 namespace VelaSwitchTable {
 
 using LagGroupKey = PortKeyOf<"VelaSwitchTable::LagGroupKey">;
 
-struct VELA_EXPORT LagGroupResult {
+struct LagGroupResult {
   static constexpr const char* typeName = "VelaSwitchTable::LagGroupResult";
   Orb::Field<"lagGroupId", U32, 6> lagGroupId;  ///< 63 stands for no group.
   auto operator<=>(const LagGroupResult&) const = default;
-  /// The form for people.
-  std::string resultString() const;
 };
+
+/// The form for people.
+VELA_EXPORT std::ostream& operator<<(std::ostream& out, const LagGroupResult& result);
 
 /// The LAG that a port belongs to: in the layer-2 processor that serves the port, and for the CPU.
 /// A port without an entry has group 0; a row that says 63 is neither compared nor taken over.
@@ -40,19 +43,7 @@ struct VELA_EXPORT LagGroupFamily
                         const VelaSwitchApi::RowReader& row, Result& result);
 };
 
-class VELA_EXPORT LagGroupTable final : public PlainFamilyTable<LagGroupFamily> {
- public:
-  static constexpr const char* typeName = "VelaSwitchTable::LagGroupTable";
-  using PlainFamilyTable::PlainFamilyTable;
-};
-
-class VELA_EXPORT LagGroupConvertor : public PlainFamilyConvertor<LagGroupFamily> {};
-
-class VELA_EXPORT LagGroupConvertorLayer2All final : public DeclaredLayerConvertor<LagGroupFamily> {
- public:
-  static constexpr const char* typeName = "VelaSwitchTable::LagGroupConvertorLayer2All";
-};
-
-VELA_EXPORT Orb::Ptr<LagGroupTable> LagGroupTableIs(const std::string& name);
+VELA_PORT_PIPELINE_FAMILY(LagGroupFamily, LagGroupTable, LagGroupConvertor,
+                          LagGroupConvertorLayer2All);
 
 }  // namespace VelaSwitchTable

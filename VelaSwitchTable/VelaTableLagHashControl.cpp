@@ -9,8 +9,7 @@ std::string LagHashControlResult::resultString() const {
   return text;
 }
 
-Orb::Ptr<LagHashControlTable> LagHashControlTableIs(const std::string& name) {
-  return Orb::make<LagHashControlTable>(name);
-}
+VELA_PLAIN_FAMILY_DEFINE(LagHashControlFamily, LagHashControlTable, LagHashControlConvertor,
+                         LagHashControlConvertorLayer3)
 
 }  // namespace VelaSwitchTable

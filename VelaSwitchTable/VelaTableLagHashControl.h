@@ -33,20 +33,7 @@ struct VELA_EXPORT LagHashControlFamily
 static_assert(VelaSwitchApi::wellFormed(LagHashControlFamily::fields,
                                         LagHashControlFamily::rowWords));
 
-class VELA_EXPORT LagHashControlTable final : public PlainFamilyTable<LagHashControlFamily> {
- public:
-  static constexpr const char* typeName = "VelaSwitchTable::LagHashControlTable";
-  using PlainFamilyTable::PlainFamilyTable;
-};
-
-class VELA_EXPORT LagHashControlConvertor : public PlainFamilyConvertor<LagHashControlFamily> {};
-
-class VELA_EXPORT LagHashControlConvertorLayer3 final
-    : public DeclaredLayerConvertor<LagHashControlFamily> {
- public:
-  static constexpr const char* typeName = "VelaSwitchTable::LagHashControlConvertorLayer3";
-};
-
-VELA_EXPORT Orb::Ptr<LagHashControlTable> LagHashControlTableIs(const std::string& name);
+VELA_PLAIN_FAMILY(LagHashControlFamily, LagHashControlTable, LagHashControlConvertor,
+                  LagHashControlConvertorLayer3);
 
 }  // namespace VelaSwitchTable

@@ -1,5 +1,8 @@
 #include "VelaSwitchTable/VelaTableLagLookUp.h"
 
+#include <cstdio>
+#include <ostream>
+
 namespace VelaSwitchTable {
 namespace {
 
@@ -19,10 +22,10 @@ U32 firstPortOfPipe(const VelaSwitch::ProfileInfo& profile, U32 port) {
 
 }  // namespace
 
-std::string LagLookUpResult::resultString() const {
+std::ostream& operator<<(std::ostream& out, const LagLookUpResult& result) {
   char text[16];
-  std::snprintf(text, sizeof text, "0x%02X", buckets());
-  return text;
+  std::snprintf(text, sizeof text, "0x%02X", result.buckets());
+  return out << text;
 }
 
 std::vector<PlainHwTable> LagLookUpFamily::hwTables(const VelaSwitch::ProfileInfo& profile) {
@@ -66,8 +69,7 @@ RowSays LagLookUpFamily::unpack(const PlainRowContext&, const Key&,
   return RowSays::result;
 }
 
-Orb::Ptr<LagLookUpTable> LagLookUpTableIs(const std::string& name) {
-  return Orb::make<LagLookUpTable>(name);
-}
+VELA_PLAIN_FAMILY_DEFINE(LagLookUpFamily, LagLookUpTable, LagLookUpConvertor,
+                         LagLookUpConvertorLayer2All)
 
 }  // namespace VelaSwitchTable

@@ -1,18 +1,21 @@
 #pragma once
 
+#include <iosfwd>
+
 #include "VelaSwitchTable/PortTables.h"
 
 namespace VelaSwitchTable {
 
 using LagLookUpKey = PortKeyOf<"VelaSwitchTable::LagLookUpKey">;
 
-struct VELA_EXPORT LagLookUpResult {
+struct LagLookUpResult {
   static constexpr const char* typeName = "VelaSwitchTable::LagLookUpResult";
   Orb::Field<"buckets", U32> buckets;
   auto operator<=>(const LagLookUpResult&) const = default;
-  /// The form for people.
-  std::string resultString() const;
 };
+
+/// The form for people.
+VELA_EXPORT std::ostream& operator<<(std::ostream& out, const LagLookUpResult& result);
 
 /// Which hash buckets of a LAG pick a port: in every pipeline and for the CPU, each with a block of
 /// rows for every ingress pipe. A port without an entry is picked by the low eight.
@@ -38,20 +41,6 @@ struct VELA_EXPORT LagLookUpFamily
   }
 };
 
-class VELA_EXPORT LagLookUpTable final : public PlainFamilyTable<LagLookUpFamily> {
- public:
-  static constexpr const char* typeName = "VelaSwitchTable::LagLookUpTable";
-  using PlainFamilyTable::PlainFamilyTable;
-};
-
-class VELA_EXPORT LagLookUpConvertor : public PlainFamilyConvertor<LagLookUpFamily> {};
-
-class VELA_EXPORT LagLookUpConvertorLayer2All final
-    : public DeclaredLayerConvertor<LagLookUpFamily> {
- public:
-  static constexpr const char* typeName = "VelaSwitchTable::LagLookUpConvertorLayer2All";
-};
-
-VELA_EXPORT Orb::Ptr<LagLookUpTable> LagLookUpTableIs(const std::string& name);
+VELA_PLAIN_FAMILY(LagLookUpFamily, LagLookUpTable, LagLookUpConvertor, LagLookUpConvertorLayer2All);
 
 }  // namespace VelaSwitchTable

@@ -46,8 +46,7 @@ RowSays LagMembershipFamily::unpack(const PlainRowContext& at, const Key&,
   return RowSays::result;
 }
 
-Orb::Ptr<LagMembershipTable> LagMembershipTableIs(const std::string& name) {
-  return Orb::make<LagMembershipTable>(name);
-}
+VELA_PORT_PIPELINE_FAMILY_DEFINE(LagMembershipFamily, LagMembershipTable, LagMembershipConvertor,
+                                 LagMembershipConvertorLayer2All)
 
 }  // namespace VelaSwitchTable

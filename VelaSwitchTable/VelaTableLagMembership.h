@@ -7,17 +7,24 @@ namespace VelaSwitchTable {
 
 using LagMembershipKey = PortKeyOf<"VelaSwitchTable::LagMembershipKey">;
 
-struct LagMembershipResult {
+struct LagMembershipFields {
   static constexpr const char* typeName = "VelaSwitchTable::LagMembershipResult";
   static constexpr const char* noTextReason =
       "No String constructor for LagMembershipResult - has collection";
 
   Orb::Field<"port", VelaSwitch::ChipPortMap> port;
   Orb::Field<"lagGroupId", U32> lagGroupId;  ///< Not in hardware.
+  auto operator<=>(const LagMembershipFields&) const = default;
+};
+
+struct LagMembershipResult : LagMembershipFields {
+  using Fields = LagMembershipFields;
+
+  LagMembershipResult() = default;
+  /// A result of the group, without ports.
+  explicit LagMembershipResult(U32 group) { lagGroupId = group; }
   auto operator<=>(const LagMembershipResult&) const = default;
 
-  /// A result of the group, without ports.
-  static LagMembershipResult ofGroup(U32 group) { return {{}, group}; }
   void portIs(VelaSwitch::ChipPortId id, bool member) { port.value.is(id, member); }
   void portDel(VelaSwitch::ChipPortId id) { port.value.del(id); }
   void portDelAll() { port.value = {}; }
@@ -43,20 +50,7 @@ struct VELA_EXPORT LagMembershipFamily
                         const VelaSwitchApi::RowReader& row, Result& result);
 };
 
-class VELA_EXPORT LagMembershipTable final : public PlainFamilyTable<LagMembershipFamily> {
- public:
-  static constexpr const char* typeName = "VelaSwitchTable::LagMembershipTable";
-  using PlainFamilyTable::PlainFamilyTable;
-};
-
-class VELA_EXPORT LagMembershipConvertor : public PlainFamilyConvertor<LagMembershipFamily> {};
-
-class VELA_EXPORT LagMembershipConvertorLayer2All final
-    : public DeclaredLayerConvertor<LagMembershipFamily> {
- public:
-  static constexpr const char* typeName = "VelaSwitchTable::LagMembershipConvertorLayer2All";
-};
-
-VELA_EXPORT Orb::Ptr<LagMembershipTable> LagMembershipTableIs(const std::string& name);
+VELA_PORT_PIPELINE_FAMILY(LagMembershipFamily, LagMembershipTable, LagMembershipConvertor,
+                          LagMembershipConvertorLayer2All);
 
 }  // namespace VelaSwitchTable

@@ -36,6 +36,7 @@ const LpmStatus& LpmTable::entryStatusIs(const Key& key) {
   return *entryStatus_.find(key);
 }
 
-Orb::Ptr<LpmTable> lpmTableFactory(const std::string& name) { return Orb::make<LpmTable>(name); }
+Orb::Ptr<LpmTable> LpmTableIs(const std::string& name) { return Orb::make<LpmTable>(name); }
+Orb::Ptr<LpmTable> lpmTableFactory(const std::string& name) { return LpmTableIs(name); }
 
 }  // namespace VelaSwitchTable

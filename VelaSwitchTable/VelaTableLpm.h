@@ -138,6 +138,8 @@ class VELA_EXPORT LpmTable final : public Orb::PtrInterface {
   Statuses entryStatus_;
 };
 
+VELA_EXPORT Orb::Ptr<LpmTable> LpmTableIs(const std::string& name);
+/// The same by its other name.
 VELA_EXPORT Orb::Ptr<LpmTable> lpmTableFactory(const std::string& name);
 
 }  // namespace VelaSwitchTable

@@ -92,9 +92,10 @@ std::optional<std::pair<Lpm11Result, bool>> Lpm11Family::unpack(const ProfileInf
   return std::pair{Lpm11Result{cell, row.flag(Row::cpuTrap)}, row.flag(Row::valid)};
 }
 
-Orb::Ptr<Lpm11Table> lpm11TableFactory(const std::string& name) {
-  return Orb::make<Lpm11Table>(name);
-}
-Orb::Ptr<Lpm11Convertor> lpm11ConvertorFactory() { return Orb::make<Lpm11Convertor>(); }
+VELA_DIRECT_FAMILY_DEFINE(Lpm11Family, Lpm11Table, Lpm11Convertor, Lpm11Entry)
+
+VELA_FACTORY_DEFINE(Lpm11Table, lpm11TableFactory, (const std::string& name), (name))
+VELA_FACTORY_DEFINE(Lpm11Convertor, lpm11ConvertorFactory, (), ())
+VELA_FACTORY_DEFINE(Lpm11Entry, lpm11EntryFactory, (const LpmKey& key), (key))
 
 }  // namespace VelaSwitchTable

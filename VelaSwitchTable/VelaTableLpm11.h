@@ -16,6 +16,8 @@ struct Lpm11Result {
 ///
 /// Registers do not hold the real length. From hardware interface 5.1 on they hold the mask length,
 /// which routes set to it; before, it is lost when the process ends.
+///
+/// Keys have the prefix length 11; others are a fatal assertion.
 struct VELA_EXPORT Lpm11Family
     : DirectFamilyTypes<VelaSwitch::LpmKey, Lpm11Result, class Lpm11Table, class Lpm11Convertor,
                         class Lpm11Entry> {
@@ -42,25 +44,11 @@ struct VELA_EXPORT Lpm11Family
   static void describe(Orb::TextSink& sink, const Result& result) { appendText(sink, result); }
 };
 
-/// Keys have the prefix length 11; others are a fatal assertion.
-class VELA_EXPORT Lpm11Table final : public DirectFamilyTable<Lpm11Family> {
- public:
-  static constexpr const char* typeName = "VelaSwitchTable::Lpm11Table";
-  using DirectFamilyTable::DirectFamilyTable;
-};
+VELA_DIRECT_FAMILY(Lpm11Family, Lpm11Table, Lpm11Convertor, Lpm11Entry);
 
-class VELA_EXPORT Lpm11Convertor final : public DirectFamilyConvertor<Lpm11Family> {
- public:
-  static constexpr const char* typeName = "VelaSwitchTable::Lpm11Convertor";
-};
-
-class VELA_EXPORT Lpm11Entry final : public DirectFamilyEntry<Lpm11Family> {
- public:
-  static constexpr const char* shortName = "Lpm11Entry";
-  using DirectFamilyEntry::DirectFamilyEntry;
-};
-
-VELA_EXPORT Orb::Ptr<Lpm11Table> lpm11TableFactory(const std::string& name);
-VELA_EXPORT Orb::Ptr<Lpm11Convertor> lpm11ConvertorFactory();
+// The same by their other names.
+VELA_FACTORY(Lpm11Table, lpm11TableFactory, (const std::string& name));
+VELA_FACTORY(Lpm11Convertor, lpm11ConvertorFactory, ());
+VELA_FACTORY(Lpm11Entry, lpm11EntryFactory, (const VelaSwitch::LpmKey& key));
 
 }  // namespace VelaSwitchTable

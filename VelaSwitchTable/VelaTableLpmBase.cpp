@@ -170,7 +170,7 @@ void LpmBaseFamily::impliedBitsAre(Key& key, U32 bits) {
 }
 
 LpmKey LpmBaseTable::nullKey() const {
-  return {U8{0}, Ipnet::IpPrefix(Ipnet::IpAddr(), level_.prefixBaseLen)};
+  return {U8{0}, Ipnet::IpPrefix(Ipnet::IpAddr(), prefixBaseLen())};
 }
 
 U8 LpmBaseTable::numVrfBits() const {
@@ -183,10 +183,6 @@ U32 LpmBaseConvertor::physicalTableId(const VelaSwitchApi::PhysicalHashPropertie
   return static_cast<U32>(level_.hashTableId);
 }
 
-Orb::Ptr<VelaSwitchApi::PhysicalHashProperties> LpmBaseHelper::doGetPhysTableProperties() const {
-  return Orb::make<LpmBasePhysicalHashProperties>(level_);
-}
-
 bool LpmBaseHelper::entryOwned(HwIndex index) const {
   if (level_.paddedKeyWidth <= multicastBit) return true;
   return bitStreamGet(hwRow(index), multicastBit, multicastBit) == 0;
@@ -197,5 +193,19 @@ U32 LpmBaseTableCuckooEntry::getHash(U8 way) const {
   const U8 bits = packKey(key(), level_, buffer, sizeof buffer);
   return hashKey(buffer, way, bits, level_.crcLength);
 }
+
+template class HashFamilyTableBase<LpmBaseFamily>;
+template class HashFamilyConvertor<LpmBaseFamily>;
+template class HashFamilyHelperBase<LpmBaseFamily>;
+template class HashFamilyEntry<LpmBaseFamily>;
+template class HashFamilyProperties<LpmBaseFamily>;
+template class HashFamilyTableStatus<LpmBaseFamily>;
+VELA_REGISTERED_DEFINE(LpmBaseTable)
+VELA_REGISTERED_DEFINE(LpmBaseConvertor)
+VELA_REGISTERED_DEFINE(LpmBaseHelper)
+VELA_REGISTERED_DEFINE(LpmBaseTableCuckooEntry)
+VELA_REGISTERED_DEFINE(LpmBasePhysicalHashProperties)
+VELA_REGISTERED_DEFINE(LpmTableStatus)
+VELA_FACTORY_DEFINE(LpmTableStatus, LpmTableStatusIs, (), ())
 
 }  // namespace VelaSwitchTable

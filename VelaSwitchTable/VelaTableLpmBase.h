@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Orb/Attribute.h"
 #include "VelaSwitchTable/HashFamily.h"
 #include "VelaSwitchTable/VelaTableLpm.h"
 
@@ -82,32 +83,40 @@ struct VELA_EXPORT LpmBaseFamily
   static void impliedBitsAre(Key& key, U32 bits);
 };
 
+extern template class HashFamilyTableBase<LpmBaseFamily>;
+extern template class HashFamilyConvertor<LpmBaseFamily>;
+extern template class HashFamilyHelperBase<LpmBaseFamily>;
+extern template class HashFamilyEntry<LpmBaseFamily>;
+extern template class HashFamilyProperties<LpmBaseFamily>;
+extern template class HashFamilyTableStatus<LpmBaseFamily>;
+
 /// Keys have the level's prefix length; others are a fatal assertion.
 class VELA_EXPORT LpmBaseTable : public HashFamilyTableBase<LpmBaseFamily> {
  public:
-  static constexpr const char* typeName = "VelaSwitchTable::LpmBaseTable";
+  VELA_REGISTERED(LpmBaseFamily, LpmBaseTable);
 
-  const LpmLevel& level() const { return level_; }
-  /// The shortest real length that the level serves.
-  U8 prefixBaseLen() const { return level_.prefixBaseLen; }
+  const LpmLevel& level() const { return lpmLevelOfKey(prefixBaseLen()); }
+  /// The shortest real length that the level serves. The level's constructor sets it, once.
+  U8 prefixBaseLen() const { return prefixBaseLen_.value(); }
+  void prefixBaseLenIs(U8 length) { prefixBaseLen_.is(length); }
+  /// For those who want to hear when it changes.
+  Orb::Attribute<U8>& prefixBaseLenAttribute() { return prefixBaseLen_; }
 
   VelaSwitch::LpmKey nullKey() const override;
 
  protected:
-  LpmBaseTable(std::string name, const LpmLevel& level)
-
-      : HashFamilyTableBase(std::move(name)), level_(level) {}
+  explicit LpmBaseTable(std::string name) : HashFamilyTableBase(std::move(name)) {}
 
   /// log2 of the profile's VRF count, which must be 4, 8 or 32: any other is a fatal assertion.
   U8 numVrfBits() const;
 
  private:
-  const LpmLevel& level_;
+  Orb::Attribute<U8> prefixBaseLen_;
 };
 
 class VELA_EXPORT LpmBaseConvertor : public HashFamilyConvertor<LpmBaseFamily> {
  public:
-  static constexpr const char* typeName = "VelaSwitchTable::LpmBaseConvertor";
+  VELA_REGISTERED(LpmBaseFamily, LpmBaseConvertor);
 
   /// The level's own table, whatever software table the rows are for.
   U32 physicalTableId(const VelaSwitchApi::PhysicalHashProperties& properties) const override;
@@ -124,6 +133,8 @@ class VELA_EXPORT LpmBaseConvertor : public HashFamilyConvertor<LpmBaseFamily> {
 
 class VELA_EXPORT LpmBaseHelper : public HashFamilyHelperBase<LpmBaseFamily> {
  public:
+  VELA_REGISTERED(LpmBaseFamily, LpmBaseHelper);
+
   const LpmLevel& level() const { return level_; }
   U8 numVrfBits() const { return numVrfBits_; }
   /// Row bits in front of the valid bit.
@@ -132,7 +143,6 @@ class VELA_EXPORT LpmBaseHelper : public HashFamilyHelperBase<LpmBaseFamily> {
                     static_cast<U8>(level_.storedAddressBits() + numVrfBits_));
   }
 
-  Orb::Ptr<VelaSwitchApi::PhysicalHashProperties> doGetPhysTableProperties() const override;
   /// False for a row with a (*,G) entry, which only level 29 can hold.
   bool entryOwned(HwIndex index) const override;
 
@@ -146,7 +156,7 @@ class VELA_EXPORT LpmBaseHelper : public HashFamilyHelperBase<LpmBaseFamily> {
 
 class VELA_EXPORT LpmBaseTableCuckooEntry : public HashFamilyEntry<LpmBaseFamily> {
  public:
-  static constexpr const char* shortName = "LpmBaseTableCuckooEntry";
+  VELA_REGISTERED(LpmBaseFamily, LpmBaseTableCuckooEntry);
 
   LpmBaseTableCuckooEntry(VelaSwitchApi::HashBaseTable* table, const VelaSwitch::LpmKey& key,
                           const LpmLevel& level)
@@ -165,10 +175,14 @@ class VELA_EXPORT LpmBaseTableCuckooEntry : public HashFamilyEntry<LpmBaseFamily
 
 class VELA_EXPORT LpmBasePhysicalHashProperties : public HashFamilyProperties<LpmBaseFamily> {
  public:
+  VELA_REGISTERED(LpmBaseFamily, LpmBasePhysicalHashProperties);
+
+ protected:
   explicit LpmBasePhysicalHashProperties(const LpmLevel& level)
       : HashFamilyProperties(static_cast<U32>(level.hashTableId), level.crcLength) {}
 };
 
-class VELA_EXPORT LpmTableStatus final : public HashFamilyTableStatus<LpmEntryStatus> {};
+VELA_CLASS(LpmBaseFamily, LpmTableStatus, HashFamilyTableStatus);
+VELA_FACTORY(LpmTableStatus, LpmTableStatusIs, ());
 
 }  // namespace VelaSwitchTable

@@ -89,8 +89,6 @@ RowSays MacVlanFamily::unpack(const PlainRowContext&, const Key&,
   return RowSays::result;
 }
 
-Orb::Ptr<MacVlanTable> MacVlanTableIs(const std::string& name) {
-  return Orb::make<MacVlanTable>(name);
-}
+VELA_PLAIN_FAMILY_DEFINE(MacVlanFamily, MacVlanTable, MacVlanConvertor, MacVlanConvertorLayer2All)
 
 }  // namespace VelaSwitchTable

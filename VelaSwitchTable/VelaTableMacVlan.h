@@ -46,19 +46,6 @@ struct VELA_EXPORT MacVlanFamily
                         const VelaSwitchApi::RowReader& row, Result& result);
 };
 
-class VELA_EXPORT MacVlanTable final : public PlainFamilyTable<MacVlanFamily> {
- public:
-  static constexpr const char* typeName = "VelaSwitchTable::MacVlanTable";
-  using PlainFamilyTable::PlainFamilyTable;
-};
-
-class VELA_EXPORT MacVlanConvertor : public PlainFamilyConvertor<MacVlanFamily> {};
-
-class VELA_EXPORT MacVlanConvertorLayer2All final : public DeclaredLayerConvertor<MacVlanFamily> {
- public:
-  static constexpr const char* typeName = "VelaSwitchTable::MacVlanConvertorLayer2All";
-};
-
-VELA_EXPORT Orb::Ptr<MacVlanTable> MacVlanTableIs(const std::string& name);
+VELA_PLAIN_FAMILY(MacVlanFamily, MacVlanTable, MacVlanConvertor, MacVlanConvertorLayer2All);
 
 }  // namespace VelaSwitchTable

@@ -108,24 +108,8 @@ void NatDynMatchFamily::impliedBitsAre(Key& key, U32 bits) {
   key.srcIp = Ipnet::IpAddr(key.srcIp().number() | bits);
 }
 
-Orb::Ptr<NatDynMatchTable> NatDynMatchTableIs(const std::string& name, U8 tableIdx) {
-  return Orb::make<NatDynMatchTable>(name, tableIdx, tableIdx);
-}
-Orb::Ptr<NatDynMatchConvertor> NatDynMatchConvertorIs() {
-  return Orb::make<NatDynMatchConvertor>();
-}
-Orb::Ptr<NatDynMatchHelper> NatDynMatchHelperIs(U8 tableIdx) {
-  return Orb::make<NatDynMatchHelper>(tableIdx);
-}
-Orb::Ptr<NatDynMatchPhysicalHashProperties> NatDynMatchPhysicalHashPropertiesIs(U32 tableId) {
-  return Orb::make<NatDynMatchPhysicalHashProperties>(tableId);
-}
-Orb::Ptr<NatDynMatchTableCuckooEntry> NatDynMatchTableCuckooEntryIs(
-    NatDynMatchTable* table, const NatDynMatchFamily::Key& key) {
-  return Orb::make<NatDynMatchTableCuckooEntry>(table, key);
-}
-Orb::Ptr<NatDynMatchTableStatus> NatDynMatchTableStatusIs() {
-  return Orb::make<NatDynMatchTableStatus>();
-}
+VELA_HASH_FAMILY_DEFINE(NatDynMatchFamily, NatDynMatchTable, NatDynMatchConvertor,
+                        NatDynMatchHelper, NatDynMatchTableCuckooEntry,
+                        NatDynMatchPhysicalHashProperties, NatDynMatchTableStatus)
 
 }  // namespace VelaSwitchTable

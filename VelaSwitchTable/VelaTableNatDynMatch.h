@@ -61,44 +61,8 @@ struct VELA_EXPORT NatDynMatchFamily
   static void impliedBitsAre(Key& key, U32 bits);
 };
 
-class VELA_EXPORT NatDynMatchTable final : public HashFamilyTable<NatDynMatchFamily> {
- public:
-  static constexpr const char* typeName = "VelaSwitchTable::NatDynMatchTable";
-  using HashFamilyTable::HashFamilyTable;
-};
-
-class VELA_EXPORT NatDynMatchConvertor final : public HashFamilyConvertor<NatDynMatchFamily> {
- public:
-  static constexpr const char* typeName = "VelaSwitchTable::NatDynMatchConvertor";
-};
-
-class VELA_EXPORT NatDynMatchHelper final : public HashFamilyHelper<NatDynMatchFamily> {
- public:
-  using HashFamilyHelper::HashFamilyHelper;
-};
-
-class VELA_EXPORT NatDynMatchTableCuckooEntry final : public HashFamilyEntry<NatDynMatchFamily> {
- public:
-  static constexpr const char* shortName = "NatDynMatchTableCuckooEntry";
-  using HashFamilyEntry::HashFamilyEntry;
-};
-
-class VELA_EXPORT NatDynMatchPhysicalHashProperties final
-    : public HashFamilyProperties<NatDynMatchFamily> {
- public:
-  using HashFamilyProperties::HashFamilyProperties;
-};
-
-class VELA_EXPORT NatDynMatchTableStatus final
-    : public HashFamilyTableStatus<NatDynMatchEntryStatus> {};
-
-VELA_EXPORT Orb::Ptr<NatDynMatchTable> NatDynMatchTableIs(const std::string& name, U8 tableIdx);
-VELA_EXPORT Orb::Ptr<NatDynMatchConvertor> NatDynMatchConvertorIs();
-VELA_EXPORT Orb::Ptr<NatDynMatchHelper> NatDynMatchHelperIs(U8 tableIdx);
-VELA_EXPORT Orb::Ptr<NatDynMatchPhysicalHashProperties> NatDynMatchPhysicalHashPropertiesIs(
-    U32 tableId);
-VELA_EXPORT Orb::Ptr<NatDynMatchTableCuckooEntry> NatDynMatchTableCuckooEntryIs(
-    NatDynMatchTable* table, const NatDynMatchFamily::Key& key);
-VELA_EXPORT Orb::Ptr<NatDynMatchTableStatus> NatDynMatchTableStatusIs();
+VELA_HASH_FAMILY(NatDynMatchFamily, NatDynMatchTable, NatDynMatchConvertor, NatDynMatchHelper,
+                 NatDynMatchTableCuckooEntry, NatDynMatchPhysicalHashProperties,
+                 NatDynMatchTableStatus);
 
 }  // namespace VelaSwitchTable

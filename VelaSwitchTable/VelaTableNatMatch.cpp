@@ -63,8 +63,9 @@ U16 keyPort(const NatMatchKey& key) {
   return kind(key) == 1 ? key.sport() : key.dport();
 }
 
-/// What is hashed behind the address.
-U64 compareEncoding(const NatMatchKey& key) {
+}  // namespace
+
+U64 NatMatchFamily::compareEncoding(const Key& key) {
   constexpr U8 port = addressBits - impliedAddressBits;
   constexpr U8 type = port + portBits;
   constexpr U8 proto = type + typeBits;
@@ -74,8 +75,6 @@ U64 compareEncoding(const NatMatchKey& key) {
          U64{kind(key)} << type | cut(key.proto(), protoBits) << proto |
          cut(key.qualifier(), qualifierBits) << qualifier;
 }
-
-}  // namespace
 
 U8 NatMatchFamily::copyKeyToBuffer(const Key& key, U8* buffer, U8 bufSize) {
   VelaSwitchApi::KeyWriter packed(trace, "getHash");
@@ -155,22 +154,8 @@ void NatMatchFamily::impliedBitsAre(Key& key, U32 bits) {
   address = Ipnet::IpAddr(address.number() | bits);
 }
 
-U64 NatMatchTableCuckooEntry::hwCompareEncoding() const { return compareEncoding(key()); }
-
-Orb::Ptr<NatMatchTable> NatMatchTableIs(const std::string& name, U8 tableIdx) {
-  return Orb::make<NatMatchTable>(name, tableIdx, tableIdx);
-}
-Orb::Ptr<NatMatchConvertor> NatMatchConvertorIs() { return Orb::make<NatMatchConvertor>(); }
-Orb::Ptr<NatMatchHelper> NatMatchHelperIs(U8 tableIdx) {
-  return Orb::make<NatMatchHelper>(tableIdx);
-}
-Orb::Ptr<NatMatchPhysicalHashProperties> NatMatchPhysicalHashPropertiesIs(U32 tableId) {
-  return Orb::make<NatMatchPhysicalHashProperties>(tableId);
-}
-Orb::Ptr<NatMatchTableCuckooEntry> NatMatchTableCuckooEntryIs(NatMatchTable* table,
-                                                              const NatMatchFamily::Key& key) {
-  return Orb::make<NatMatchTableCuckooEntry>(table, key);
-}
-Orb::Ptr<NatMatchTableStatus> NatMatchTableStatusIs() { return Orb::make<NatMatchTableStatus>(); }
+VELA_HASH_FAMILY_DEFINE(NatMatchFamily, NatMatchTable, NatMatchConvertor, NatMatchHelper,
+                        NatMatchTableCuckooEntry, NatMatchPhysicalHashProperties,
+                        NatMatchTableStatus)
 
 }  // namespace VelaSwitchTable

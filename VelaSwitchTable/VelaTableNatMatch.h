@@ -52,6 +52,8 @@ struct VELA_EXPORT NatMatchFamily
   static U32 instance(U8 tableIdx) { return tableIdx / 2 * 2; }
   static U8 dataWords(const VelaSwitch::ProfileInfo&) { return 4; }
   static U8 copyKeyToBuffer(const Key& key, U8* buffer, U8 bufSize);
+  /// What is hashed behind the address.
+  static U64 compareEncoding(const Key& key);
   static U32 hash(const U8* buffer, U8 way, U8 bits);
   static RowLayout layout(const Helper& helper);
   static void pack(const Helper& helper, const Key& key, const Result& result, bool valid,
@@ -64,44 +66,7 @@ struct VELA_EXPORT NatMatchFamily
   static void impliedBitsAre(Key& key, U32 bits);
 };
 
-class VELA_EXPORT NatMatchTable final : public HashFamilyTable<NatMatchFamily> {
- public:
-  static constexpr const char* typeName = "VelaSwitchTable::NatMatchTable";
-  using HashFamilyTable::HashFamilyTable;
-};
-
-class VELA_EXPORT NatMatchConvertor final : public HashFamilyConvertor<NatMatchFamily> {
- public:
-  static constexpr const char* typeName = "VelaSwitchTable::NatMatchConvertor";
-};
-
-class VELA_EXPORT NatMatchHelper final : public HashFamilyHelper<NatMatchFamily> {
- public:
-  using HashFamilyHelper::HashFamilyHelper;
-};
-
-class VELA_EXPORT NatMatchTableCuckooEntry final : public HashFamilyEntry<NatMatchFamily> {
- public:
-  static constexpr const char* shortName = "NatMatchTableCuckooEntry";
-  using HashFamilyEntry::HashFamilyEntry;
-  /// The key without the bits that the row implies.
-  U64 hwCompareEncoding() const;
-};
-
-class VELA_EXPORT NatMatchPhysicalHashProperties final
-    : public HashFamilyProperties<NatMatchFamily> {
- public:
-  using HashFamilyProperties::HashFamilyProperties;
-};
-
-class VELA_EXPORT NatMatchTableStatus final : public HashFamilyTableStatus<NatMatchEntryStatus> {};
-
-VELA_EXPORT Orb::Ptr<NatMatchTable> NatMatchTableIs(const std::string& name, U8 tableIdx);
-VELA_EXPORT Orb::Ptr<NatMatchConvertor> NatMatchConvertorIs();
-VELA_EXPORT Orb::Ptr<NatMatchHelper> NatMatchHelperIs(U8 tableIdx);
-VELA_EXPORT Orb::Ptr<NatMatchPhysicalHashProperties> NatMatchPhysicalHashPropertiesIs(U32 tableId);
-VELA_EXPORT Orb::Ptr<NatMatchTableCuckooEntry> NatMatchTableCuckooEntryIs(
-    NatMatchTable* table, const NatMatchFamily::Key& key);
-VELA_EXPORT Orb::Ptr<NatMatchTableStatus> NatMatchTableStatusIs();
+VELA_HASH_FAMILY(NatMatchFamily, NatMatchTable, NatMatchConvertor, NatMatchHelper,
+                 NatMatchTableCuckooEntry, NatMatchPhysicalHashProperties, NatMatchTableStatus);
 
 }  // namespace VelaSwitchTable

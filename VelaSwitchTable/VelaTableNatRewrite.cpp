@@ -74,9 +74,6 @@ U32 NatRewriteConvertor::capacityIndexFromEntry(const DirectBaseEntry& entry) co
   return hwIndexFromItem(entry) / NatRewriteFamily::entriesPerPortPair;
 }
 
-Orb::Ptr<NatRewriteTable> NatRewriteTableIs(const std::string& name) {
-  return Orb::make<NatRewriteTable>(name);
-}
-Orb::Ptr<NatRewriteConvertor> NatRewriteConvertorIs() { return Orb::make<NatRewriteConvertor>(); }
+VELA_DIRECT_FAMILY_DEFINE(NatRewriteFamily, NatRewriteTable, NatRewriteConvertor, NatRewriteEntry)
 
 }  // namespace VelaSwitchTable

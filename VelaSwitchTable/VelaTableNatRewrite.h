@@ -45,28 +45,19 @@ struct VELA_EXPORT NatRewriteFamily
   static void describe(Orb::TextSink& sink, const Result& result);
 };
 
-class VELA_EXPORT NatRewriteTable final : public DirectFamilyTable<NatRewriteFamily> {
- public:
-  static constexpr const char* typeName = "VelaSwitchTable::NatRewriteTable";
-  using DirectFamilyTable::DirectFamilyTable;
-};
+VELA_DIRECT_TEMPLATES(extern, NatRewriteFamily);
+VELA_CLASS(NatRewriteFamily, NatRewriteTable, DirectFamilyTable);
+VELA_CLASS(NatRewriteFamily, NatRewriteEntry, DirectFamilyEntry);
 
 class VELA_EXPORT NatRewriteConvertor final : public DirectFamilyConvertor<NatRewriteFamily> {
  public:
-  static constexpr const char* typeName = "VelaSwitchTable::NatRewriteConvertor";
+  VELA_REGISTERED(NatRewriteFamily, NatRewriteConvertor);
 
   void doInitTableStats() override;
   /// The port pair.
   U32 capacityIndexFromEntry(const DirectBaseEntry& entry) const override;
 };
 
-class VELA_EXPORT NatRewriteEntry final : public DirectFamilyEntry<NatRewriteFamily> {
- public:
-  static constexpr const char* shortName = "NatRewriteEntry";
-  using DirectFamilyEntry::DirectFamilyEntry;
-};
-
-VELA_EXPORT Orb::Ptr<NatRewriteTable> NatRewriteTableIs(const std::string& name);
-VELA_EXPORT Orb::Ptr<NatRewriteConvertor> NatRewriteConvertorIs();
+VELA_DIRECT_FACTORIES(NatRewriteFamily, NatRewriteTable, NatRewriteConvertor, NatRewriteEntry);
 
 }  // namespace VelaSwitchTable

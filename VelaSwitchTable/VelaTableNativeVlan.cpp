@@ -9,8 +9,7 @@ std::string NativeVlanResult::resultString() const {
   return text;
 }
 
-Orb::Ptr<NativeVlanTable> NativeVlanTableIs(const std::string& name) {
-  return Orb::make<NativeVlanTable>(name);
-}
+VELA_PLAIN_FAMILY_DEFINE(NativeVlanFamily, NativeVlanTable, NativeVlanConvertor,
+                         NativeVlanConvertorLayer2All)
 
 }  // namespace VelaSwitchTable

@@ -34,20 +34,7 @@ struct VELA_EXPORT NativeVlanFamily
 };
 static_assert(VelaSwitchApi::wellFormed(NativeVlanFamily::fields, NativeVlanFamily::rowWords));
 
-class VELA_EXPORT NativeVlanTable final : public PlainFamilyTable<NativeVlanFamily> {
- public:
-  static constexpr const char* typeName = "VelaSwitchTable::NativeVlanTable";
-  using PlainFamilyTable::PlainFamilyTable;
-};
-
-class VELA_EXPORT NativeVlanConvertor : public PlainFamilyConvertor<NativeVlanFamily> {};
-
-class VELA_EXPORT NativeVlanConvertorLayer2All final
-    : public DeclaredLayerConvertor<NativeVlanFamily> {
- public:
-  static constexpr const char* typeName = "VelaSwitchTable::NativeVlanConvertorLayer2All";
-};
-
-VELA_EXPORT Orb::Ptr<NativeVlanTable> NativeVlanTableIs(const std::string& name);
+VELA_PLAIN_FAMILY(NativeVlanFamily, NativeVlanTable, NativeVlanConvertor,
+                  NativeVlanConvertorLayer2All);
 
 }  // namespace VelaSwitchTable

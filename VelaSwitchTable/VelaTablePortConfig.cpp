@@ -36,8 +36,7 @@ std::string PortConfigResult::resultString() const {
          " l2ForwardingDisabled:" + padded(l2ForwardingDisabled());
 }
 
-Orb::Ptr<PortConfigTable> PortConfigTableIs(const std::string& name) {
-  return Orb::make<PortConfigTable>(name);
-}
+VELA_PLAIN_FAMILY_DEFINE(PortConfigFamily, PortConfigTable, PortConfigConvertor,
+                         PortConfigConvertorLayer2All)
 
 }  // namespace VelaSwitchTable

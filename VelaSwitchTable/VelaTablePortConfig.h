@@ -39,20 +39,7 @@ struct VELA_EXPORT PortConfigFamily
 };
 static_assert(VelaSwitchApi::wellFormed(PortConfigFamily::fields, PortConfigFamily::rowWords));
 
-class VELA_EXPORT PortConfigTable final : public PlainFamilyTable<PortConfigFamily> {
- public:
-  static constexpr const char* typeName = "VelaSwitchTable::PortConfigTable";
-  using PlainFamilyTable::PlainFamilyTable;
-};
-
-class VELA_EXPORT PortConfigConvertor : public PlainFamilyConvertor<PortConfigFamily> {};
-
-class VELA_EXPORT PortConfigConvertorLayer2All final
-    : public DeclaredLayerConvertor<PortConfigFamily> {
- public:
-  static constexpr const char* typeName = "VelaSwitchTable::PortConfigConvertorLayer2All";
-};
-
-VELA_EXPORT Orb::Ptr<PortConfigTable> PortConfigTableIs(const std::string& name);
+VELA_PLAIN_FAMILY(PortConfigFamily, PortConfigTable, PortConfigConvertor,
+                  PortConfigConvertorLayer2All);
 
 }  // namespace VelaSwitchTable

@@ -30,8 +30,7 @@ RowSays ProtocolRemapFamily::unpack(const PlainRowContext&, const Key&,
   return RowSays::nothing;
 }
 
-Orb::Ptr<ProtocolRemapTable> ProtocolRemapTableIs(const std::string& name) {
-  return Orb::make<ProtocolRemapTable>(name);
-}
+VELA_PLAIN_FAMILY_DEFINE(ProtocolRemapFamily, ProtocolRemapTable, ProtocolRemapConvertor,
+                         ProtocolRemapConvertorLayer3)
 
 }  // namespace VelaSwitchTable

@@ -42,20 +42,16 @@ struct VELA_EXPORT ProtocolRemapFamily
 
 class VELA_EXPORT ProtocolRemapTable final : public PlainFamilyTable<ProtocolRemapFamily> {
  public:
-  static constexpr const char* typeName = "VelaSwitchTable::ProtocolRemapTable";
+  VELA_REGISTERED(ProtocolRemapFamily, ProtocolRemapTable);
   using PlainFamilyTable::PlainFamilyTable;
   /// The class of a protocol, 0 to 7.
   U8 remappedProtocol(U8 protocol) const;
 };
 
-class VELA_EXPORT ProtocolRemapConvertor : public PlainFamilyConvertor<ProtocolRemapFamily> {};
-
-class VELA_EXPORT ProtocolRemapConvertorLayer3 final
-    : public DeclaredLayerConvertor<ProtocolRemapFamily> {
- public:
-  static constexpr const char* typeName = "VelaSwitchTable::ProtocolRemapConvertorLayer3";
-};
-
-VELA_EXPORT Orb::Ptr<ProtocolRemapTable> ProtocolRemapTableIs(const std::string& name);
+VELA_BASE_CLASS(ProtocolRemapFamily, ProtocolRemapConvertor, PlainFamilyConvertor);
+VELA_PLAIN_TEMPLATES(extern, ProtocolRemapFamily);
+extern template class DeclaredLayerConvertor<ProtocolRemapFamily>;
+VELA_CLASS(ProtocolRemapFamily, ProtocolRemapConvertorLayer3, DeclaredLayerConvertor);
+VELA_PLAIN_FACTORIES(ProtocolRemapTable, ProtocolRemapConvertorLayer3);
 
 }  // namespace VelaSwitchTable

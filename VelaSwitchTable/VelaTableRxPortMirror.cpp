@@ -34,8 +34,7 @@ RowSays RxPortMirrorFamily::unpack(const PlainRowContext&, const Key&,
   return RowSays::result;
 }
 
-Orb::Ptr<RxPortMirrorTable> RxPortMirrorTableIs(const std::string& name) {
-  return Orb::make<RxPortMirrorTable>(name);
-}
+VELA_PLAIN_FAMILY_DEFINE(RxPortMirrorFamily, RxPortMirrorTable, RxPortMirrorConvertor,
+                         RxPortMirrorConvertorLayer2All)
 
 }  // namespace VelaSwitchTable

@@ -33,20 +33,7 @@ struct VELA_EXPORT RxPortMirrorFamily
                         const VelaSwitchApi::RowReader& row, Result& result);
 };
 
-class VELA_EXPORT RxPortMirrorTable final : public PlainFamilyTable<RxPortMirrorFamily> {
- public:
-  static constexpr const char* typeName = "VelaSwitchTable::RxPortMirrorTable";
-  using PlainFamilyTable::PlainFamilyTable;
-};
-
-class VELA_EXPORT RxPortMirrorConvertor : public PlainFamilyConvertor<RxPortMirrorFamily> {};
-
-class VELA_EXPORT RxPortMirrorConvertorLayer2All final
-    : public DeclaredLayerConvertor<RxPortMirrorFamily> {
- public:
-  static constexpr const char* typeName = "VelaSwitchTable::RxPortMirrorConvertorLayer2All";
-};
-
-VELA_EXPORT Orb::Ptr<RxPortMirrorTable> RxPortMirrorTableIs(const std::string& name);
+VELA_PLAIN_FAMILY(RxPortMirrorFamily, RxPortMirrorTable, RxPortMirrorConvertor,
+                  RxPortMirrorConvertorLayer2All);
 
 }  // namespace VelaSwitchTable

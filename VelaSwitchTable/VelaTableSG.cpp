@@ -40,12 +40,12 @@ constexpr U8 vlanBits = 12;
 constexpr U8 compareBits = storedGroupBits + sourceBits + vlanBits;
 constexpr U8 hashedBits = impliedGroupBits + compareBits;
 
-U64 compareEncoding(const MrouteKey& key) {
+}  // namespace
+
+U64 SGFamily::compareEncoding(const Key& key) {
   return groupNumber(key) >> impliedGroupBits | U64{key.source().number()} << storedGroupBits |
          U64{key.vlanId().value()} << (storedGroupBits + sourceBits);
 }
-
-}  // namespace
 
 U8 SGFamily::copyKeyToBuffer(const Key& key, U8* buffer, U8 bufSize) {
   VelaSwitchApi::KeyWriter packed;
@@ -135,17 +135,16 @@ void SGFamily::impliedBitsAre(Key& key, U32 bits) {
   key.group = Ipnet::IpAddr(key.group().number() | bits);
 }
 
-U64 SGTableCuckooEntry::hwCompareEncoding() const { return compareEncoding(key()); }
+VELA_HASH_FAMILY_DEFINE(SGFamily, SGTable, SGConvertor, SGHelper, SGTableCuckooEntry,
+                        SGPhysicalHashProperties, SGTableStatus)
 
-Orb::Ptr<SGTable> SGTableIs(const std::string& name) { return Orb::make<SGTable>(name); }
-Orb::Ptr<SGConvertor> SGConvertorIs() { return Orb::make<SGConvertor>(); }
-Orb::Ptr<SGHelper> SGHelperIs() { return Orb::make<SGHelper>(); }
-Orb::Ptr<SGPhysicalHashProperties> sGPhysicalHashPropertiesFactory() {
-  return Orb::make<SGPhysicalHashProperties>(SGFamily::tableId(0));
-}
-Orb::Ptr<SGTableStatus> sGTableStatusFactory() { return Orb::make<SGTableStatus>(); }
-Orb::Ptr<SGTableCuckooEntry> sGTableCuckooEntryFactory(SGTable* table, const MrouteKey& key) {
-  return Orb::make<SGTableCuckooEntry>(table, key);
-}
+VELA_FACTORY_DEFINE(SGTable, sGTableFactory, (const std::string& name), (name))
+VELA_FACTORY_DEFINE(SGConvertor, sGConvertorFactory, (), ())
+VELA_FACTORY_DEFINE(SGHelper, sGHelperFactory, (), ())
+VELA_FACTORY_DEFINE(SGPhysicalHashProperties, sGPhysicalHashPropertiesFactory, (),
+                    (SGFamily::tableId(0)))
+VELA_FACTORY_DEFINE(SGTableCuckooEntry, sGTableCuckooEntryFactory,
+                    (const VelaSwitch::MrouteKey& key), (key))
+VELA_FACTORY_DEFINE(SGTableStatus, sGTableStatusFactory, (), ())
 
 }  // namespace VelaSwitchTable

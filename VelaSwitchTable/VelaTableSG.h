@@ -39,6 +39,8 @@ struct VELA_EXPORT SGFamily
   static U32 tableId(U8) { return static_cast<U32>(TableIndex::sg); }
   static U8 dataWords(const VelaSwitch::ProfileInfo&) { return 4; }
   static U8 copyKeyToBuffer(const Key& key, U8* buffer, U8 bufSize);
+  /// The key without the bits that the row implies.
+  static U64 compareEncoding(const Key& key);
   static U32 hash(const U8* buffer, U8 way, U8 bits);
   static RowLayout layout(const Helper& helper);
   static void pack(const Helper& helper, const Key& key, const Result& result, bool valid,
@@ -51,43 +53,15 @@ struct VELA_EXPORT SGFamily
   static void impliedBitsAre(Key& key, U32 bits);
 };
 
-class VELA_EXPORT SGTable final : public HashFamilyTable<SGFamily> {
- public:
-  static constexpr const char* typeName = "VelaSwitchTable::SGTable";
-  using HashFamilyTable::HashFamilyTable;
-};
+VELA_HASH_FAMILY(SGFamily, SGTable, SGConvertor, SGHelper, SGTableCuckooEntry,
+                 SGPhysicalHashProperties, SGTableStatus);
 
-class VELA_EXPORT SGConvertor final : public HashFamilyConvertor<SGFamily> {
- public:
-  static constexpr const char* typeName = "VelaSwitchTable::SGConvertor";
-};
-
-class VELA_EXPORT SGHelper final : public HashFamilyHelper<SGFamily> {
- public:
-  using HashFamilyHelper::HashFamilyHelper;
-};
-
-class VELA_EXPORT SGTableCuckooEntry final : public HashFamilyEntry<SGFamily> {
- public:
-  static constexpr const char* shortName = "SGTableCuckooEntry";
-  using HashFamilyEntry::HashFamilyEntry;
-  /// The key without the bits that the row implies.
-  U64 hwCompareEncoding() const;
-};
-
-class VELA_EXPORT SGPhysicalHashProperties final : public HashFamilyProperties<SGFamily> {
- public:
-  using HashFamilyProperties::HashFamilyProperties;
-};
-
-class VELA_EXPORT SGTableStatus final : public HashFamilyTableStatus<SGEntryStatus> {};
-
-VELA_EXPORT Orb::Ptr<SGTable> SGTableIs(const std::string& name);
-VELA_EXPORT Orb::Ptr<SGConvertor> SGConvertorIs();
-VELA_EXPORT Orb::Ptr<SGHelper> SGHelperIs();
-VELA_EXPORT Orb::Ptr<SGPhysicalHashProperties> sGPhysicalHashPropertiesFactory();
-VELA_EXPORT Orb::Ptr<SGTableStatus> sGTableStatusFactory();
-VELA_EXPORT Orb::Ptr<SGTableCuckooEntry> sGTableCuckooEntryFactory(
-    SGTable* table, const VelaSwitch::MrouteKey& key);
+// The same by their other names.
+VELA_FACTORY(SGTable, sGTableFactory, (const std::string& name));
+VELA_FACTORY(SGConvertor, sGConvertorFactory, ());
+VELA_FACTORY(SGHelper, sGHelperFactory, ());
+VELA_FACTORY(SGPhysicalHashProperties, sGPhysicalHashPropertiesFactory, ());
+VELA_FACTORY(SGTableCuckooEntry, sGTableCuckooEntryFactory, (const VelaSwitch::MrouteKey& key));
+VELA_FACTORY(SGTableStatus, sGTableStatusFactory, ());
 
 }  // namespace VelaSwitchTable

@@ -36,11 +36,11 @@ constexpr U8 hashedBits = 1 + vlanBits + groupBits;
 static_assert(compareBits + 1 == level.paddedKeyWidth, "the valid bit is that of the routes");
 static_assert(hashedBits == level.keyWidth, "both kinds are hashed alike");
 
-U64 compareEncoding(const MrouteKey& key) {
+}  // namespace
+
+U64 StarGFamily::compareEncoding(const Key& key) {
   return groupNumber(key) >> impliedGroupBits | U64{key.vlanId().value()} << storedGroupBits;
 }
-
-}  // namespace
 
 U8 StarGFamily::copyKeyToBuffer(const Key& key, U8* buffer, U8 bufSize) {
   const U64 number =
@@ -117,17 +117,14 @@ bool StarGHelper::entryOwned(HwIndex index) const {
   return RowReader(layout(), hwRow(index)).flag(Row::multicast);
 }
 
-U64 StarGTableCuckooEntry::hwCompareEncoding() const { return compareEncoding(key()); }
-
-Orb::Ptr<StarGTable> StarGTableIs(const std::string& name) { return Orb::make<StarGTable>(name); }
-Orb::Ptr<StarGHelper> StarGHelperIs() { return Orb::make<StarGHelper>(); }
-Orb::Ptr<StarGPhysicalHashProperties> starGPhysicalHashPropertiesFactory() {
-  return Orb::make<StarGPhysicalHashProperties>(StarGFamily::tableId(0));
-}
-Orb::Ptr<StarGTableStatus> starGTableStatusFactory() { return Orb::make<StarGTableStatus>(); }
-Orb::Ptr<StarGTableCuckooEntry> starGTableCuckooEntryFactory(StarGTable* table,
-                                                             const MrouteKey& key) {
-  return Orb::make<StarGTableCuckooEntry>(table, key);
-}
+VELA_HASH_CLASSES_DEFINE(StarGFamily, StarGTable, StarGHelper, StarGTableCuckooEntry,
+                         StarGPhysicalHashProperties, StarGTableStatus)
+VELA_FACTORY_DEFINE(StarGTable, starGTableFactory, (const std::string& name), (name))
+VELA_FACTORY_DEFINE(StarGHelper, starGHelperFactory, (), ())
+VELA_FACTORY_DEFINE(StarGPhysicalHashProperties, starGPhysicalHashPropertiesFactory, (),
+                    (StarGFamily::tableId(0)))
+VELA_FACTORY_DEFINE(StarGTableCuckooEntry, starGTableCuckooEntryFactory,
+                    (const VelaSwitch::MrouteKey& key), (key))
+VELA_FACTORY_DEFINE(StarGTableStatus, starGTableStatusFactory, (), ())
 
 }  // namespace VelaSwitchTable

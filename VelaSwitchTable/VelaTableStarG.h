@@ -44,6 +44,8 @@ struct VELA_EXPORT StarGFamily
 
   static U32 tableId(U8) { return static_cast<U32>(TableIndex::starG); }
   static U8 copyKeyToBuffer(const Key& key, U8* buffer, U8 bufSize);
+  /// The key without the bits that the row implies.
+  static U64 compareEncoding(const Key& key);
   static U32 hash(const U8* buffer, U8 way, U8 bits);
   static RowLayout layout(const Helper& helper);
   static void pack(const Helper& helper, const Key& key, const Result& result, bool valid,
@@ -56,39 +58,31 @@ struct VELA_EXPORT StarGFamily
   static void impliedBitsAre(Key& key, U32 bits);
 };
 
-class VELA_EXPORT StarGTable final : public HashFamilyTable<StarGFamily> {
- public:
-  static constexpr const char* typeName = "VelaSwitchTable::StarGTable";
-  using HashFamilyTable::HashFamilyTable;
-};
+VELA_HASH_TEMPLATES(extern, StarGFamily);
 
 class VELA_EXPORT StarGHelper final : public HashFamilyHelper<StarGFamily> {
  public:
   using HashFamilyHelper::HashFamilyHelper;
+  VELA_REGISTERED(StarGFamily, StarGHelper);
+
   /// Whether the row holds a (*,G) entry rather than a route.
   bool entryOwned(HwIndex index) const override;
 };
 
-class VELA_EXPORT StarGTableCuckooEntry final : public HashFamilyEntry<StarGFamily> {
- public:
-  static constexpr const char* shortName = "StarGTableCuckooEntry";
-  using HashFamilyEntry::HashFamilyEntry;
-  /// The key without the bits that the row implies.
-  U64 hwCompareEncoding() const;
-};
+VELA_CLASS(StarGFamily, StarGTable, HashFamilyTable);
+VELA_CLASS(StarGFamily, StarGTableCuckooEntry, HashFamilyEntry);
+VELA_CLASS(StarGFamily, StarGPhysicalHashProperties, HashFamilyProperties);
+VELA_CLASS(StarGFamily, StarGTableStatus, HashFamilyTableStatus);
 
-class VELA_EXPORT StarGPhysicalHashProperties final : public HashFamilyProperties<StarGFamily> {
- public:
-  using HashFamilyProperties::HashFamilyProperties;
-};
+VELA_HASH_FACTORIES(StarGFamily, StarGTable, StarGHelper, StarGTableCuckooEntry,
+                    StarGPhysicalHashProperties, StarGTableStatus);
 
-class VELA_EXPORT StarGTableStatus final : public HashFamilyTableStatus<StarGEntryStatus> {};
-
-VELA_EXPORT Orb::Ptr<StarGTable> StarGTableIs(const std::string& name);
-VELA_EXPORT Orb::Ptr<StarGHelper> StarGHelperIs();
-VELA_EXPORT Orb::Ptr<StarGPhysicalHashProperties> starGPhysicalHashPropertiesFactory();
-VELA_EXPORT Orb::Ptr<StarGTableStatus> starGTableStatusFactory();
-VELA_EXPORT Orb::Ptr<StarGTableCuckooEntry> starGTableCuckooEntryFactory(
-    StarGTable* table, const VelaSwitch::MrouteKey& key);
+// The same by their other names.
+VELA_FACTORY(StarGTable, starGTableFactory, (const std::string& name));
+VELA_FACTORY(StarGHelper, starGHelperFactory, ());
+VELA_FACTORY(StarGPhysicalHashProperties, starGPhysicalHashPropertiesFactory, ());
+VELA_FACTORY(StarGTableCuckooEntry, starGTableCuckooEntryFactory,
+             (const VelaSwitch::MrouteKey& key));
+VELA_FACTORY(StarGTableStatus, starGTableStatusFactory, ());
 
 }  // namespace VelaSwitchTable

@@ -74,8 +74,7 @@ RowSays VlanGroupFamily::unpack(const PlainRowContext&, const Key&,
   return RowSays::result;
 }
 
-Orb::Ptr<VlanGroupTable> VlanGroupTableIs(const std::string& name) {
-  return Orb::make<VlanGroupTable>(name);
-}
+VELA_PLAIN_FAMILY_DEFINE(VlanGroupFamily, VlanGroupTable, VlanGroupConvertor,
+                         VlanGroupConvertorLayer3)
 
 }  // namespace VelaSwitchTable

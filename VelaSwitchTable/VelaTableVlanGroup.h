@@ -46,19 +46,6 @@ struct VELA_EXPORT VlanGroupFamily
                         const VelaSwitchApi::RowReader& row, Result& result);
 };
 
-class VELA_EXPORT VlanGroupTable final : public PlainFamilyTable<VlanGroupFamily> {
- public:
-  static constexpr const char* typeName = "VelaSwitchTable::VlanGroupTable";
-  using PlainFamilyTable::PlainFamilyTable;
-};
-
-class VELA_EXPORT VlanGroupConvertor : public PlainFamilyConvertor<VlanGroupFamily> {};
-
-class VELA_EXPORT VlanGroupConvertorLayer3 final : public DeclaredLayerConvertor<VlanGroupFamily> {
- public:
-  static constexpr const char* typeName = "VelaSwitchTable::VlanGroupConvertorLayer3";
-};
-
-VELA_EXPORT Orb::Ptr<VlanGroupTable> VlanGroupTableIs(const std::string& name);
+VELA_PLAIN_FAMILY(VlanGroupFamily, VlanGroupTable, VlanGroupConvertor, VlanGroupConvertorLayer3);
 
 }  // namespace VelaSwitchTable

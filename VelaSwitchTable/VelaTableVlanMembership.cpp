@@ -314,11 +314,7 @@ void VlanMembershipConvertorLayer2All::joinRow(HwTableId table, const VlanMember
   join(row.natEnable, into.natEnable);
 }
 
-Orb::Ptr<VlanMembershipTable> VlanMembershipTableIs(const std::string& name) {
-  return Orb::make<VlanMembershipTable>(name);
-}
-Orb::Ptr<VlanMembershipConvertorLayer2All> VlanMembershipConvertorLayer2AllIs() {
-  return Orb::make<VlanMembershipConvertorLayer2All>();
-}
+VELA_PLAIN_CLASSES_DEFINE(VlanMembershipFamily, VlanMembershipTable, VlanMembershipConvertor,
+                          VlanMembershipConvertorLayer2All)
 
 }  // namespace VelaSwitchTable

@@ -10,6 +10,7 @@ namespace VelaSwitchTable {
 struct VlanMembershipKey {
   static constexpr const char* typeName = "VelaSwitchTable::VlanMembershipKey";
   static constexpr bool scalar = true;
+  static constexpr bool bareText = true;
   Orb::Field<"vid", Bridging::VlanId> vid;
   auto operator<=>(const VlanMembershipKey&) const = default;
 };
@@ -89,18 +90,14 @@ struct VELA_EXPORT VlanMembershipFamily
   static VelaSwitchApi::RowLayout layout(const VelaSwitch::ProfileInfo& profile, U32 table);
 };
 
-class VELA_EXPORT VlanMembershipTable final : public PlainFamilyTable<VlanMembershipFamily> {
- public:
-  static constexpr const char* typeName = "VelaSwitchTable::VlanMembershipTable";
-  using PlainFamilyTable::PlainFamilyTable;
-};
-
-class VELA_EXPORT VlanMembershipConvertor : public PlainFamilyConvertor<VlanMembershipFamily> {};
+VELA_CLASS(VlanMembershipFamily, VlanMembershipTable, PlainFamilyTable);
+VELA_BASE_CLASS(VlanMembershipFamily, VlanMembershipConvertor, PlainFamilyConvertor);
+VELA_PLAIN_TEMPLATES(extern, VlanMembershipFamily);
 
 class VELA_EXPORT VlanMembershipConvertorLayer2All final
     : public PlainFamilyLayerConvertor<VlanMembershipFamily> {
  public:
-  static constexpr const char* typeName = "VelaSwitchTable::VlanMembershipConvertorLayer2All";
+  VELA_REGISTERED(VlanMembershipFamily, VlanMembershipConvertorLayer2All);
 
   VlanMembershipConvertorLayer2All();
   void doCreateHwTables(VelaSwitchApi::TableState state) override;
@@ -140,7 +137,6 @@ VELA_EXPORT void setBaseHwBuffer(U8 pipe, U8 portBits, U32 vrfBits,
                                  const VlanMembershipResult& result, HwIndex index, U32* words,
                                  VelaSwitch::RegisterFormatVersion version);
 
-VELA_EXPORT Orb::Ptr<VlanMembershipTable> VlanMembershipTableIs(const std::string& name);
-VELA_EXPORT Orb::Ptr<VlanMembershipConvertorLayer2All> VlanMembershipConvertorLayer2AllIs();
+VELA_PLAIN_FACTORIES(VlanMembershipTable, VlanMembershipConvertorLayer2All);
 
 }  // namespace VelaSwitchTable

@@ -204,6 +204,19 @@ std::vector<TableAdapter::Competitor> competitorsOf(const Table& table,
   return rows;
 }
 
+/// What of an entry is announced: the result, unless the family's entries hold more.
+template <class Family>
+const auto& announced(const typename Family::Result& result) {
+  if constexpr (requires { Family::announced(result); }) {
+    return Family::announced(result);
+  } else {
+    return result;
+  }
+}
+template <class Table>
+using AnnouncedOf = std::remove_cvref_t<decltype(announced<typename Table::Family>(
+    std::declval<const typename Table::Result&>()))>;
+
 /// What the switch makes of a family's entries, where the types of the fields do not say it. Each
 /// may be missing.
 template <class Table>
@@ -211,7 +224,7 @@ struct EntryRules {
   /// Throws InputException for a key that the table cannot have.
   void (*key)(const Table&, const typename Table::Key&) = nullptr;
   /// Likewise for a result; one that is odd, no more, gets a warning.
-  void (*result)(const Table&, const typename Table::Result&,
+  void (*result)(const Table&, const AnnouncedOf<Table>&,
                  std::vector<std::string>& warnings) = nullptr;
 };
 
@@ -222,15 +235,7 @@ class EntryAdapter : public HwTableAdapter {
   using Family = typename Table::Family;
   using Key = typename Table::Key;
   using Result = typename Table::Result;
-  /// What of an entry is announced: the result, unless the family's entries hold more.
-  static const auto& announced(const Result& result) {
-    if constexpr (requires { Family::announced(result); }) {
-      return Family::announced(result);
-    } else {
-      return result;
-    }
-  }
-  using Announced = std::remove_cvref_t<decltype(announced(std::declval<const Result&>()))>;
+  using Announced = AnnouncedOf<Table>;
   /// A lookup of the data path by the JSON form of a key.
   using Lookup = Json (*)(VelaDevice::DataPath&, U32 instance, const Json& key);
 
@@ -273,11 +278,17 @@ class EntryAdapter : public HwTableAdapter {
   }
   void forEachEntry(const TableAdapter::EntryVisitor& visit) const override {
     for (const Key& key : table_->entries().keys()) {
-      visit(keyToJson(key), toJson(announced(*table_->entry(key))));
+      const Result& result = *table_->entry(key);
+      if (told(key, result)) visit(keyToJson(key), toJson(announced<Family>(result)));
     }
   }
-  U32 entries() const override { return table_->entries().size() - unclaimed(); }
-  U32 unclaimed() const override { return table_->unclaimed(); }
+  U32 entries() const override { return table_->entries().size() - table_->unclaimed(); }
+  U32 unclaimed() const override {
+    if constexpr (!rebuildsDefaults) return table_->unclaimed();
+    U32 count = 0;
+    for (const Key& key : table_->unclaimedKeys()) count += told(key, *table_->entry(key)) ? 1 : 0;
+    return count;
+  }
   U32 programmed() const override {
     U32 count = 0;
     table_->entries().forEach([&](const Key& key, const Result&) {
@@ -286,18 +297,27 @@ class EntryAdapter : public HwTableAdapter {
     return count;
   }
   U32 reconcile() override {
-    const std::vector<Key> unclaimed = table_->unclaimedKeys();
-    for (const Key& key : unclaimed) table_->entryDel(key);
+    const U32 removed = unclaimed();
+    for (const Key& key : table_->unclaimedKeys()) table_->entryDel(key);
     // Rows of entries that are gone may be marked as well.
     for (const Key& key : table_->hwInconsistentKeys()) table_->handleEntry(key);
     for (const Key& key : table_->entries().keys()) {
       if (status(key) != EntryProgrammedStatus::programmed) table_->handleEntry(key);
     }
-    return static_cast<U32>(unclaimed.size());
+    return removed;
   }
 
  protected:
   virtual EntryProgrammedStatus status(const Key& key) const = 0;
+
+  static constexpr bool rebuildsDefaults = requires { Family::rebuildsDefaults; };
+  /// Whether people hear of the entry: not when it is but what hardware holds without one.
+  bool told(const Key& key, const Result& result) const {
+    if constexpr (rebuildsDefaults) {
+      return !table_->unclaimed(key) || result != Family::absentResult();
+    }
+    return true;
+  }
 
   /// The key that an event names. Throws InputException for one that the table cannot have.
   virtual Key keyFromJson(const Json& json) const {
@@ -447,6 +467,7 @@ class IndexedAdapter : public EntryAdapter<typename Family::Table> {
   std::vector<TableAdapter::Status> statuses() const override {
     std::vector<TableAdapter::Status> all;
     for (const Key& key : this->table().entries().keys()) {
+      if (!this->told(key, *this->table().entry(key))) continue;
       all.push_back({toJson(key), status(key), Orb::Seconds{}});
     }
     return all;

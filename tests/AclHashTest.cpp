@@ -187,16 +187,18 @@ TEST(AclHash, waitsForInitializationWithoutATrace) {
   table->handleEntry(aclCases[1].key);
   AclHashFamily::trace.twinlogLevelIs(-1);
   Twinlog::sinkIs(nullptr);
-  EXPECT_THAT(sink.lines,
-              testing::ElementsAre("handleEntry ", "entry has no status", "Programming Entry ",
-                                   "handleEntry ", "entry has status: ", "Removing Entry ",
-                                   "handleEntry ", "entry has no status", "Removing Entry "));
+  EXPECT_THAT(sink.lines, testing::ElementsAre("VelaSwitchTable::AclHashTable::handleEntry ",
+                                               "entry has no status", "Programming Entry ",
+                                               "VelaSwitchTable::AclHashTable::handleEntry ",
+                                               "entry has status: ", "Removing Entry ",
+                                               "VelaSwitchTable::AclHashTable::handleEntry ",
+                                               "entry has no status", "Removing Entry "));
   EXPECT_EQ(table->tableStatus()->entryStatuses().size(), 0u);
 }
 
 TEST(AclHash, internalErrorsHaveTheirTexts) {
   AclHashTable unused("acl");
-  const auto item = aclHashTableCuckooEntryFactory(&unused, aclCases[0].key);
+  const auto item = aclHashTableCuckooEntryFactory(aclCases[0].key);
   U8 buffer[13];
   EXPECT_THAT(fatalText([&] { item->copyKeyToBuffer(buffer, 12); }), StartsWith("bufSize >= 13"));
   EXPECT_EQ(item->copyKeyToBuffer(buffer, 13), 59);
@@ -205,7 +207,7 @@ TEST(AclHash, internalErrorsHaveTheirTexts) {
 
 TEST(AclHash, aHelperOfAnotherTablePacksNothing) {
   AclHashTable unused("acl");
-  const auto item = aclHashTableCuckooEntryFactory(&unused, aclCases[0].key);
+  const auto item = aclHashTableCuckooEntryFactory(aclCases[0].key);
   item->validIs(true);
   alignas(U32) U8 image[32]{};
   aclHashHelperFactory(TableIndex::natMatch)->setHwBuffer(*item, {0, 0}, image);

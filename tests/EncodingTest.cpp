@@ -1,5 +1,6 @@
 #include <cstring>
 
+#include "DirectBase/TableConstants.h"
 #include "Support.h"
 #include "VelaSwitch/Crc.h"
 #include "VelaSwitch/Parity.h"
@@ -202,7 +203,8 @@ TEST(Profile, portRangesFollowThePipes) {
 
   VelaSwitch::ProfileFields fields = profile->fields();
   fields.ports = 49u;
-  fields.ingressPipes = std::vector{VelaSwitch::IngressPipeRange{0u, 0u, 48u}};
+  using Range = VelaSwitch::IngressPipeRange;
+  fields.ingressPipes = std::vector{Range{0u, 0u, 24u}, Range{1u, 25u, 48u}};
   const VelaSwitch::ProfileInfo wide(fields);
   EXPECT_THAT(fatalText([&] { VelaSwitchTable::portRangeOfVlanTable(&wide, 0); }),
               StartsWith("ppp <= 48"));
@@ -210,6 +212,42 @@ TEST(Profile, portRangesFollowThePipes) {
   const VelaSwitch::ProfileInfo none(fields);
   EXPECT_THAT(fatalText([&] { VelaSwitchTable::portRangeOfVlanTable(&none, 0); }),
               StartsWith("profileInfo->ingressPipeRangeInfos()"));
+}
+
+/// What the hardware tables cannot tell apart is no switch.
+TEST(Profile, interleavedPortsAndWideLayer2TablesAreRefused) {
+  using Range = VelaSwitch::IngressPipeRange;
+  const auto refusal = [](std::vector<Range> pipes, U32 perVlanTable, U32 perL2Table) {
+    VelaSwitch::ProfileFields fields = VelaSwitch::ProfileInfo::builtIn("vela-48-5.1")->fields();
+    fields.ingressPipes = std::move(pipes);
+    fields.pipesPerVlanTable = perVlanTable;
+    fields.pipesPerL2Table = perL2Table;
+    return VelaTest::errorText([&] { VelaSwitch::ProfileInfo profile(fields); });
+  };
+  const Range quarter[] = {{0u, 0u, 11u}, {1u, 12u, 23u}, {0u, 24u, 35u}, {1u, 36u, 47u}};
+  EXPECT_EQ(refusal({quarter[0], quarter[1]}, 2, 1), "");
+  EXPECT_EQ(refusal({quarter[0], {0u, 12u, 23u}, {1u, 24u, 47u}}, 2, 1), "") << "one after another";
+  EXPECT_EQ(refusal({std::begin(quarter), std::end(quarter)}, 2, 1),
+            "ingressPipes: ports of pipes that interleave not allowed");
+  EXPECT_EQ(refusal({{0u, 0u, 11u}, {1u, 24u, 35u}, {2u, 12u, 23u}}, 2, 1),
+            "ingressPipes: ports of tables that interleave not allowed");
+  EXPECT_EQ(refusal({{0u, 0u, 23u}, {1u, 24u, 47u}}, 2, 2),
+            "pipesPerL2Table: a layer-2 table of more than 32 ports not allowed");
+  EXPECT_EQ(refusal({{0u, 0u, 31u}, {1u, 32u, 47u}}, 2, 1), "") << "32 are not too many";
+}
+
+/// The ACL processors' numbers belong to no other table, however many processors there are.
+TEST(TableConstants, numbersStayClearOfTheAclProcessors) {
+  using VelaSwitchTable::TableConstants;
+  for (U32 number = 0; number < 256; ++number) {
+    const auto index = static_cast<VelaSwitchTable::TableIndex>(number);
+    const std::string text = fatalText([&] { TableConstants::tableName(index); });
+    if (!text.empty() || number == 45 || number == 46) continue;
+    for (U32 processor = 0; processor < VelaSwitch::ProfileInfo::maxPipes; ++processor) {
+      EXPECT_NE(number, 45 + 12 * processor);
+      EXPECT_NE(number, 46 + 12 * processor);
+    }
+  }
 }
 
 TEST(HitBits, mappingNamesTriggerDataAndBits) {

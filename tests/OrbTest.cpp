@@ -6,7 +6,10 @@
 #include "Support.h"
 #include "Trace/Trace.h"
 #include "VelaSwitch/Keys.h"
+#include "VelaSwitch/PortMask.h"
 #include "VelaSwitchTable/VelaTableAclHashes.h"
+#include "VelaSwitchTable/VelaTableVlanMembership.h"
+#include "agent/Json.h"
 
 namespace {
 
@@ -93,6 +96,19 @@ TEST(Value, textFormReadsBack) {
   EXPECT_EQ(Orb::fromText<VelaSwitchTable::AclHashEntryStatus>(text), status);
 }
 
+TEST(Value, oneFieldHasTheTextFormOfAll) {
+  const VelaSwitch::AclIndirectCounterHashKey counter{U16{7}};
+  EXPECT_EQ(Orb::text(counter),
+            "Value('VelaSwitch::AclIndirectCounterHashKey', ** {'counterKey': 7})");
+  EXPECT_EQ(Orb::fromText<VelaSwitch::AclIndirectCounterHashKey>(Orb::text(counter)), counter);
+  EXPECT_THROW(Orb::fromText<VelaSwitch::AclIndirectCounterHashKey>("7"), Orb::TextException);
+  EXPECT_EQ(VelaAgent::toJson(counter), 7) << "JSON stays bare";
+
+  const VelaSwitchTable::VlanMembershipKey vlan{Bridging::VlanId(9)};
+  EXPECT_EQ(Orb::text(vlan), "9");
+  EXPECT_EQ(Orb::fromText<VelaSwitchTable::VlanMembershipKey>("9"), vlan);
+}
+
 TEST(Value, badTextIsRefusedWithTheAttributesName) {
   std::string text = Orb::text(exampleStatus());
   EXPECT_THROW(Orb::fromText<VelaSwitchTable::AclHashEntryStatus>(text + "x"), Orb::TextException);
@@ -117,6 +133,22 @@ TEST(Value, ordersAndHashesByEveryField) {
   otherKey.key.value.natDirection = 1;
   EXPECT_LT(status, otherKey);
   EXPECT_NE(Orb::hashOf(status.key()), Orb::hashOf(otherKey.key()));
+}
+
+TEST(Value, keysHashWithASeed) {
+  VelaSwitch::NatMatchKey nat;
+  const U32 hash = nat.hash(1);
+  EXPECT_NE(nat.hash(2), hash);
+  nat.qualifier = 1;
+  EXPECT_NE(nat.hash(1), hash);
+  const VelaSwitch::LpmKey first{U8{1}, Ipnet::IpPrefix()}, second{U8{2}, Ipnet::IpPrefix()};
+  EXPECT_NE(first.hash(1), second.hash(1));
+  EXPECT_EQ(VelaSwitch::MrouteKey{}.hash(3), VelaSwitch::MrouteKey{}.hash(3));
+}
+
+TEST(PortMask, hardwareHasThePortsAndTheCpuPort) {
+  using VelaSwitch::IngressPortMask;
+  EXPECT_EQ(IngressPortMask::hardwareBitmask(IngressPortMask(~U64{0}), 20), 0x1fffffu);
 }
 
 /// The map against the standard library's, over operations that make long runs and many holes.

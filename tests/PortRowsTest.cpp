@@ -119,12 +119,17 @@ constexpr Announcement announcements[] = {
      "pipeline[0]/processor/floodset_data1=40 pipeline[0]/processor/floodset_data2=0 "
      "pipeline[0]/processor/floodset_data3=0 pipeline[0]/processor/floodset_ctl=804d"},
     {"vela-20-4.0", R"({"table":"LagGroup","key":18,"result":{"lagGroupId":33}})",
-     "pipeline[0]/processor/lag_group_data0=21 pipeline[0]/processor/lag_ctl=80040000"},
+     "pipeline[0]/processor/lag_group_data0=21 pipeline[0]/processor/lag_ctl=80040000 "
+     "cpu_pipeline[0]/lag_cpu[0]/lag_group_data0=21"},
     {"vela-20-4.0", R"({"table":"LagLookUp","key":18,"result":{"buckets":129}})",
-     "pipeline[0]/lag_lut[0]/lag_lut_data0=81 pipeline[0]/lag_lut[0]/lag_lut_ctl=40000"},
+     "pipeline[0]/lag_lut[0]/lag_lut_data0=81 pipeline[0]/lag_lut[0]/lag_lut_ctl=40000 "
+     "cpu_pipeline[0]/lag_lut[0]/lag_lut_data0=81 "
+     "cpu_pipeline[0]/lag_lut[0]/lag_lut_ctl=40000"},
     {"vela-20-4.0", R"({"table":"LagMembership","key":18,"result":{"port":[1,19],"lagGroupId":3}})",
      "pipeline[0]/processor/lag_mask_data0=80002 "
-     "pipeline[0]/processor/lag_mask_data1=0 pipeline[0]/processor/lag_ctl=40000"},
+     "pipeline[0]/processor/lag_mask_data1=0 pipeline[0]/processor/lag_ctl=40000 "
+     "cpu_pipeline[0]/lag_cpu[0]/lag_mask_data0=80002 "
+     "cpu_pipeline[0]/lag_cpu[0]/lag_mask_data1=0"},
     {"vela-20-4.0",
      R"({"table":"RxPortMirror","key":18,"result":{"portMask":"0x80005","enabled":true}})",
      "pipeline[0]/processor/ingress_mirror_data0=180005 "

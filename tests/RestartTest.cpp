@@ -110,7 +110,12 @@ class Restart : public testing::TestWithParam<std::string> {
           if (words == 0) continue;
           const bool two = random.flip();
           for (U32 n = 0; n < (two ? 2 : 16 * words); ++n) {
-            chip.flipBit(hwTable->busHandle(), index, random.below(words), random.below(32));
+            const U32 word = random.below(words);
+            const U32 bit = random.below(32);
+            // Bits of the row's place are those that say which row it is.
+            const auto& mapped = hwTable->mapped(index)[word];
+            if ((hwTable->staticBits(mapped.word) >> bit & 1) != 0) continue;
+            chip.flipBit(hwTable->busHandle(), index, word, bit);
           }
           damaged.insert({descriptor.identity.name, index});
         }
@@ -318,9 +323,7 @@ TEST_P(Restart, theSecondRunWritesNothing) {
     for (const auto* table : agent.announced()) {
       numbers.tables[table->name() + std::to_string(table->instance())] = {table->entries(),
                                                                            table->programmed()};
-      EXPECT_EQ(table->unclaimed() != 0,
-                table->name() == "LagGroup" && how == Agent::Start::restart)
-          << table->name();
+      EXPECT_EQ(table->unclaimed(), 0u) << table->name();
     }
     return numbers;
   };

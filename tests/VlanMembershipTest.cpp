@@ -153,7 +153,16 @@ TEST(VlanMembership, whatIsWrittenIsWhatIsRead) {
     EXPECT_EQ(chip.chip.rowWrites(), writes) << profile;
     ASSERT_EQ(again->entries().size(), chip.table->entries().size());
     for (const auto& key : chip.table->entries().keys()) {
-      ASSERT_EQ(*again->entry(key), *chip.table->entry(key)) << Orb::text(key);
+      // What is only in the CPU pipeline's row is not read back.
+      VlanMembershipResult result = *chip.table->entry(key);
+      for (const U8 pipe : {U8{2}, U8{3}}) {
+        result.aclIdDel(PipeId(pipe));
+        result.aclEnableDel(PipeId(pipe));
+        result.aclDefaultPermitDel(PipeId(pipe));
+        result.natIdDel(PipeId(pipe));
+        result.natEnableDel(PipeId(pipe));
+      }
+      ASSERT_EQ(*again->entry(key), result) << Orb::text(key);
     }
   }
 }

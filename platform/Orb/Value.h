@@ -21,8 +21,9 @@
 ///   };
 ///
 /// The member list is the only list: equality and order compare it, and hash, text form, reading
-/// from text and JSON walk it. A type that adds `static constexpr bool scalar = true` has one field
-/// and is spelled as that field alone.
+/// from text and JSON walk it. A type with one field may add `static constexpr bool scalar = true`:
+/// its JSON is that field alone; and `bareText`: its text form is. A type that needs constructors
+/// of its own derives from the aggregate of its fields, which it names `Fields`.
 namespace Orb {
 
 namespace detail {
@@ -77,10 +78,21 @@ constexpr std::size_t countFields() {
   }
 }
 
+/// The aggregate that holds a value type's fields: itself, unless it names another.
+template <class V>
+struct FieldsOf {
+  using Type = V;
+};
+template <class V>
+requires std::derived_from<V, typename V::Fields>
+struct FieldsOf<V> {
+  using Type = typename V::Fields;
+};
+
 }  // namespace detail
 
 template <class V>
-concept Value = std::is_aggregate_v<V> && requires {
+concept Value = std::is_aggregate_v<typename detail::FieldsOf<V>::Type> && requires {
   { V::typeName } -> std::convertible_to<const char*>;
 };
 
@@ -89,8 +101,13 @@ concept ScalarValue = Value<V> && requires {
   V::scalar;
 };
 
+template <class V>
+concept BareTextValue = Value<V> && requires {
+  V::bareText;
+};
+
 template <Value V>
-inline constexpr std::size_t fieldCount = detail::countFields<V>();
+inline constexpr std::size_t fieldCount = detail::countFields<typename detail::FieldsOf<V>::Type>();
 
 /// Calls `visit` with every field of `value`, in declaration order.
 template <class V, class Visitor>
@@ -193,9 +210,15 @@ U64 hashOf(const V& value) {
   return hashMix(hash, word);
 }
 
+/// A hash of all fields for those who want several that have nothing to do with each other.
+template <Value V>
+U32 seededHash(const V& value, U32 seed) {
+  return static_cast<U32>(hashMix(hashMix(hashSeed, seed), hashOf(value)));
+}
+
 template <Value V>
 void appendText(TextSink& sink, const V& value) {
-  if constexpr (ScalarValue<V>) {
+  if constexpr (BareTextValue<V>) {
     forEachField(value, [&](const auto& field) { appendText(sink, field()); });
   } else {
     sink.append("Value('");
@@ -228,7 +251,7 @@ void parseText(TextCursor& cursor, V& value) {
       throw RangeException(std::string(field.name), error);
     }
   };
-  if constexpr (ScalarValue<V>) {
+  if constexpr (BareTextValue<V>) {
     forEachField(value, parseField);
   } else {
     cursor.expect("Value('");

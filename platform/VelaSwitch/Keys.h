@@ -45,6 +45,7 @@ struct NatMatchKey {
   Orb::Field<"sport", U16> sport;
   Orb::Field<"qualifier", U16, 6> qualifier;
   auto operator<=>(const NatMatchKey&) const = default;
+  U32 hash(U32 seed) const { return Orb::seededHash(*this, seed); }
 };
 
 /// A counter that an ACL refers to.
@@ -78,6 +79,7 @@ struct MrouteKey {
   Orb::Field<"group", Ipnet::IpAddr> group;  ///< The low 28 bits count.
   Orb::Field<"vlanId", Bridging::VlanIdOrNone> vlanId;
   auto operator<=>(const MrouteKey&) const = default;
+  U32 hash(U32 seed) const { return Orb::seededHash(*this, seed); }
 };
 
 /// A prefix in a VRF.
@@ -86,6 +88,7 @@ struct LpmKey {
   Orb::Field<"vrf", U8> vrf;
   Orb::Field<"prefix", Ipnet::IpPrefix> prefix;
   auto operator<=>(const LpmKey&) const = default;
+  U32 hash(U32 seed) const { return Orb::seededHash(*this, seed); }
 };
 
 }  // namespace VelaSwitch

@@ -20,6 +20,9 @@ class IngressPortMask {
     ORB_ASSERT(ports < 63);
     return bits_ & ((U64{1} << (ports + 1)) - 1);
   }
+  static U64 hardwareBitmask(IngressPortMask mask, U32 ports) {
+    return mask.hardwareBitmask(ports);
+  }
   constexpr auto operator<=>(const IngressPortMask&) const = default;
 
   friend constexpr U64 hashWord(const IngressPortMask& mask) { return mask.bits_; }

@@ -69,7 +69,7 @@ class VELA_EXPORT HashBaseCuckooEntry : public Keel::Cuckoo::HashItem {
 
   static constexpr U32 noKeptHit = ~U32{0};
 
-  HashBaseTable* table_;  ///< Outlives the entry: it owns it.
+  HashBaseTable* table_;  ///< Outlives the entry: it owns it. Null when it has none.
   Orb::Seconds lastHit_;
   U32 keptHit_ = noKeptHit;  ///< Place among the hits that no poll has reported.
   EntryProgrammedStatus status_ = EntryProgrammedStatus::notProgrammed;
