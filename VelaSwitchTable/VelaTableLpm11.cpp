@@ -60,7 +60,9 @@ void Lpm11Family::pack(const ProfileInfo& profile, const Key&, const Result& res
   const EntryCellResult& cellResult = result.cellResult();
   if (cellResult.valid()) ORB_ASSERT(cellResult.realPrefixLen() <= 11);
   row.set(Row::cell, cellResult.hwEncoding(true, keyLength, profile.hwApi()));
+  // The encoding is 15 bits wide; what else stands in the upper three comes later.
   row.set(Row::zeros, 0);
+  if (storesMask(profile)) row.set(Row::parity, 0);
   row.set(Row::valid, valid);
   row.set(Row::cpuTrap, result.cpuTrap());
   const U8 mask = cellResult.maskLength().value();

@@ -146,8 +146,29 @@ void RouteWriter::writeFirst(const Key& route, const LpmResult* result) {
   } else {
     tree.del(node);
   }
-  if (!taking_) writeFirstCells(route.vrf(), node);
+  if (!taking_) {
+    if (result) takeGuesses(route, node);
+    writeFirstCells(route.vrf(), node);
+  }
   if (result) refreshFirst(route);
+}
+
+/// Where registers do not tell a route's length, each of its rows was taken for a route of its own.
+/// Those that lead where this route does were this one.
+void RouteWriter::takeGuesses(const Key& route, U32 node) {
+  if (unclaimed_.empty()) return;
+  const FirstTree& tree = firstGroups_[route.vrf()].tree;
+  const U8 behind = static_cast<U8>(firstKeyLength - FirstTree::extra(node));
+  std::vector<Key> guesses;
+  for (U32 cell = 0; behind != 0 && cell < 1u << behind; ++cell) {
+    const U32 leaf = (node << behind) + cell;
+    if (!tree.has(leaf) || tree.nexthop(leaf) != tree.nexthop(node)) continue;
+    const Key key = firstKey(route.vrf(), FirstTree::bits(leaf));
+    const VelaSwitchTable::Lpm11Result* row = first_->entry(key);
+    const bool guessed = row && row->cellResult().maskLength().value() == MaskLength::null;
+    if (guessed && unclaimed_.has(key)) guesses.push_back(key);
+  }
+  forget(guesses);
 }
 
 void RouteWriter::writeFirstCells(U8 vrf, U32 node) {

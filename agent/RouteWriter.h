@@ -112,6 +112,7 @@ class RouteWriter final : private Orb::KeyObserver<VelaSwitch::LpmKey> {
 
   void handleKey(const Key& route) override;
   void writeFirst(const Key& route, const VelaSwitchTable::LpmResult* result);
+  void takeGuesses(const Key& route, U32 node);
   void writeFirstCells(U8 vrf, U32 node);
   void writeHashed(Level& level, const Key& route, const VelaSwitchTable::LpmResult* result);
   void programGroup(Level& level, const Key& key, const Group& group);
