@@ -292,6 +292,61 @@ TEST_F(OneLadder, aFailedWriteShowsInTheRoutesStatusUntilItIsMended) {
   ladder.writer->handleRoute(direct);
   EXPECT_EQ(ladder.status(direct), EntryProgrammedStatus::programmed);
   EXPECT_EQ(lag("10.200.0.1"), 2u);
+
+  // Whoever mends the row, the route hears of it.
+  const LpmKey other = route(0, "32.0.0.0/11");
+  ladder.chip.chip.failWritesIs(1);
+  ladder.set(other, nexthop(3));
+  EXPECT_EQ(ladder.status(other), EntryProgrammedStatus::hardwareError);
+  ladder.first->handleEntry(other);
+  ladder.writer->retry();
+  EXPECT_EQ(ladder.status(other), EntryProgrammedStatus::programmed);
+}
+
+/// A key of a level has one flag for all of its routes: a whole route cannot carry it.
+TEST_F(OneLadder, aRouteWithATrapIsNotProgrammed) {
+  const LpmKey key = route(0, "10.1.2.0/24");
+  ladder.set(key, nexthop(1));
+  LpmResult trap = RouteWriter::resultOf(nexthop(1), 24);
+  trap.cpuTrap = true;
+  ladder.routes->entryIs(key, trap);
+  EXPECT_EQ(ladder.status(key), EntryProgrammedStatus::notProgrammed);
+  EXPECT_EQ(ladder.chip.path.route(0, IpAddr(0x0a010203)), std::nullopt);
+  ladder.writer->handleRoute(key);
+  EXPECT_EQ(ladder.status(key), EntryProgrammedStatus::notProgrammed);
+  ladder.routes->entryIs(key, RouteWriter::resultOf(nexthop(2), 24));
+  EXPECT_EQ(ladder.status(key), EntryProgrammedStatus::programmed);
+}
+
+/// An entry of a level that is announced on its own takes its key from the routes that were only
+/// guessed from what hardware held.
+TEST(Routes, guessesGiveWayToEntriesOfTheLevels) {
+  Ladder before("vela-48-5.1");
+  const LpmKey key{U8{0}, Orb::fromText<IpPrefix>("10.1.2.0/24")};
+  LpmResult cells;
+  for (U8 i = 0; i < 4; ++i) {
+    EntryCellResult cell;
+    cell.nexthopIndexes = nexthop(i);
+    cell.realPrefixLen = U8{26};
+    cells.cellResultIs(EntryCellIndex(i), cell);
+  }
+  before.levels[4]->entryIs(key, cells);
+  const LpmKey first = route(1, "64.0.0.0/11");
+  Lpm11Result row;
+  row.cellResult = cells.cellResult(EntryCellIndex(1));
+  row.cellResult.value.maskLength = MaskLength(9);
+  row.cellResult.value.realPrefixLen = U8{9};
+  before.first->entryIs(first, row);
+
+  Ladder after("vela-48-5.1", Chip::Start::restart, &before.chip.chip);
+  EXPECT_EQ(after.routes->entries().size(), 5u) << "guesses";
+  after.levels[4]->entryIs(key, cells);
+  after.first->entryIs(first, row);
+  EXPECT_EQ(after.routes->entries().size(), 0u);
+  EXPECT_EQ(after.routes->entryStatuses().size(), 0u);
+  EXPECT_EQ(after.writer->programmedCells(), 0u);
+  EXPECT_EQ(after.writer->releaseUnclaimed(), 0u);
+  EXPECT_EQ(after.rowWrites(), before.rowWrites());
 }
 
 /// A restart finds the routes in the registers; announcing them again writes nothing, and what is

@@ -155,6 +155,27 @@ TEST_F(Faults, aFailedWriteIsSeenAndTheNextAttemptMendsIt) {
   EXPECT_EQ(status(5), nullptr);
 }
 
+/// An entry that moved away may still be in the row that could not be written after it.
+TEST_F(Faults, theRowThatAnEntryLeftMayStillHoldIt) {
+  const U32 mover = 1 << 3;
+  const U32 rival = 2 << 3;
+  const U32 last = 64 + rival;  // both of its rows are taken; the mover has another one
+  table->entryIs(HashTestKey{mover}, HashTestResult{1u});
+  table->entryIs(HashTestKey{rival}, HashTestResult{2u});
+  chip.chip.failWritesIs(2, 0, 1);  // the move works, writing over the row that it leaves does not
+  table->entryIs(HashTestKey{last}, HashTestResult{3u});
+  ASSERT_TRUE(found(mover, 1));
+  ASSERT_EQ(status(last)->status(), EntryProgrammedStatus::hardwareError);
+  table->entryDel(HashTestKey{mover});
+  EXPECT_TRUE(found(mover, 1)) << "from the row that it left, which cannot be cleared either";
+  ASSERT_TRUE(status(mover));
+  EXPECT_EQ(status(mover)->status(), EntryProgrammedStatus::hardwareError) << "and that is told";
+  table->syncEntries();
+  EXPECT_FALSE(found(mover, 1));
+  EXPECT_EQ(status(mover), nullptr);
+  EXPECT_TRUE(found(last, 3));
+}
+
 TEST_F(Faults, randomSchedulesOfFailingWrites) {
   Random random;
   U32 failures = 0;
