@@ -347,6 +347,7 @@ class VELA_EXPORT HashFamilyTableBase : public VelaSwitchApi::HashBaseTable,
   }
   void entryStatusIsByHashItem(HashItem& hashItem) override {
     const Entry& item = static_cast<const Entry&>(hashItem);
+    if (!this->entry(item.key())) return;
     using Status = VelaSwitchApi::EntryProgrammedStatus;
     if (item.programmedStatus() == Status::programmed) traceItem("Programming Entry ", item);
     recordStatus(item);
@@ -370,11 +371,11 @@ class VELA_EXPORT HashFamilyTableBase : public VelaSwitchApi::HashBaseTable,
   /// The cached item, made and cached when there is none.
   Orb::Ptr<Entry> hashItemIs(const Key& key) {
     Orb::Ptr<Entry>& cached = *cachedItem_.insert(key).first;
-    if (!cached) cached = placedItem(newItem(key));
+    if (!cached) cached = knownItem(newItem(key));
     return cached;
   }
   void hashItemDel(const Key& key) { cachedItem_.erase(key); }
-  /// Drops the items, not their rows: those of programmed entries are found there again.
+  /// Drops the items, not what the physical table has: those are found there again.
   void hashItemDelAll() { cachedItem_.clear(); }
 
   /// A new item of the key, in no table's hands yet.
@@ -404,11 +405,13 @@ class VELA_EXPORT HashFamilyTableBase : public VelaSwitchApi::HashBaseTable,
       const Result* desired = this->entry(key);
       if (desired) F::check(static_cast<const typename F::Helper&>(*helper()), key, *desired);
     }
-    const Orb::Ptr<Entry> item = createHashEntry(key, true);
+    const Orb::Ptr<Entry> item = itemToHandle(key);
     profileConvertor().updateHashEntryCounter(*item, false);
     if (item->valid()) {
       traceItem("Programming Entry ", *item);
       profileConvertor().handleHashEntry(*item);
+      // Whoever heard of other entries' statuses meanwhile may have withdrawn this one.
+      if (!this->entry(key)) return;
       recordStatus(*item);
       if (item->programmedStatus() != VelaSwitchApi::EntryProgrammedStatus::programmed) {
         F::trace(2, "Not programmed, ", item->programmedStatus(), ": ", key);
@@ -417,6 +420,8 @@ class VELA_EXPORT HashFamilyTableBase : public VelaSwitchApi::HashBaseTable,
       traceItem("Removing Entry ", *item);
       const bool success = profileConvertor().handleHashEntry(*item);
       ORB_ASSERT(success);
+      // Or announced it again.
+      if (this->entry(key)) return;
       hashItemDel(key);
       // A row that could not be cleared still answers lookups: the status says so until it is.
       // Asked of the rows, not of the item: clearing others may have cleared it meanwhile.
@@ -440,13 +445,14 @@ class VELA_EXPORT HashFamilyTableBase : public VelaSwitchApi::HashBaseTable,
     item.resultIs(desired ? *desired : Result{});
     item.validIs(desired != nullptr);
   }
-  /// The item of the same key that lies in a row, or else the given one.
-  Orb::Ptr<Entry> placedItem(Orb::Ptr<Entry> item) const {
+  /// The item of the same key that the physical table has, or else the given one.
+  Orb::Ptr<Entry> knownItem(Orb::Ptr<Entry> item) const {
     if (!profileConvertorPtr()) return item;
-    auto* placed = static_cast<VelaSwitchApi::HashBaseCuckooEntry*>(
-        profileConvertor().physicalTable().engine().find(*item));
-    if (!placed || &placed->table() != this || keyOf(*placed) != item->key()) return item;
-    return Orb::Ptr<Entry>(static_cast<Entry*>(placed));
+    for (const auto& known : profileConvertor().physicalTable().equals(*item)) {
+      if (&known->table() != this || keyOf(*known) != item->key()) continue;
+      return Orb::Ptr<Entry>(static_cast<Entry*>(known.get()));
+    }
+    return item;
   }
   /// A family may record hits although its table does not declare hit bits.
   static constexpr bool hitBitsHandled() { return F::traits.hitTableOffset != noHitTable; }
@@ -468,6 +474,11 @@ class VELA_EXPORT HashFamilyTableBase : public VelaSwitchApi::HashBaseTable,
     }
   }
 
+  /// The key's item, as the family makes it.
+  Orb::Ptr<Entry> itemToHandle(const Key& key) {
+    if constexpr (requires { F::tracesItem; }) return createHashItem(key, true);
+    return createHashEntry(key, true);
+  }
   /// A family says whether its item's text tells more than its key's.
   static void traceItem(const char* what, const Entry& item) {
     if constexpr (requires { F::tracesItem; }) {

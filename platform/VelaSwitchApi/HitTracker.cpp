@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <bit>
+#include <utility>
 
 #include "VelaSwitchApi/PhysicalHashTable.h"
 
@@ -55,6 +56,36 @@ void HitTracker::entryDel(HashBaseCuckooEntry& entry) {
     for (auto& [index, formers] : table.formers) {
       std::erase_if(formers, [&](const auto& former) { return former.get() == &entry; });
     }
+  }
+}
+
+void HitTracker::entryReplace(HashBaseCuckooEntry& old, HashBaseCuckooEntry& entry) {
+  if (old.keptHit_ != HashBaseCuckooEntry::noKeptHit) {
+    entry.keptHit_ = std::exchange(old.keptHit_, HashBaseCuckooEntry::noKeptHit);
+    kept_[entry.keptHit_] = &entry;
+  }
+  for (auto& [id, table] : tables_) {
+    for (auto& [index, formers] : table.formers) {
+      std::replace_if(
+          formers.begin(), formers.end(), [&](const auto& each) { return each.get() == &old; },
+          Orb::Ptr<HashBaseCuckooEntry>(&entry));
+    }
+  }
+}
+
+void HitTracker::swTableDel(const HashBaseTable* table) {
+  const auto owned = [&](const auto& entry) { return &entry->table() == table; };
+  std::erase_if(kept_, owned);
+  for (U32 i = 0; i < kept_.size(); ++i) kept_[i]->keptHit_ = i;
+  for (auto& [id, rows] : tables_) {
+    for (auto& [index, formers] : rows.formers) std::erase_if(formers, owned);
+  }
+}
+
+void HitTracker::forget() {
+  for (auto& [id, table] : tables_) {
+    std::fill(table.rows.begin(), table.rows.end(), Bit::open);
+    table.formers.clear();
   }
 }
 

@@ -8,6 +8,7 @@
 namespace VelaSwitchApi {
 
 class HashBaseCuckooEntry;
+class HashBaseTable;
 
 /// Hits belong to entries, hit bits to rows. Before a row is written its bit is read, which clears
 /// the bits of a whole block, and each hit found is kept for the entry that lies in its row at that
@@ -45,6 +46,12 @@ class VELA_EXPORT HitTracker {
   void rowChanged(HwTableId id, HwIndex index, bool empty);
   /// An entry was removed: its hits are nobody's.
   void entryDel(HashBaseCuckooEntry& entry);
+  /// Another entry takes the place of one that is the same to hardware, and its hits.
+  void entryReplace(HashBaseCuckooEntry& old, HashBaseCuckooEntry& entry);
+  /// A software table goes, and its entries.
+  void swTableDel(const HashBaseTable* table);
+  /// Nothing is known of any row's bit any more: entries were put where hardware has them.
+  void forget();
 
   /// Reads all bits of a pipeline's rows and adds who was hit, those that were kept among them.
   /// False when a read failed; its bits are reported by a later poll.

@@ -74,13 +74,12 @@ void PhysicalHashTable::swTableDel(HashBaseTable* table) {
   for (const auto& entry : gone) engine_.waitDel(*entry);
   for (HwIndex index = 0; index < engine_.capacity(); ++index) {
     const Orb::Ptr<HashBaseCuckooEntry> entry = entryAt(index);
-    if (!entry || &entry->table() != table) continue;
-    hits_.entryDel(*entry);
-    engine_.remove(*entry);
+    if (entry && &entry->table() == table) engine_.remove(*entry);
   }
   for (auto& [rows, duplicates] : duplicates_) std::erase_if(duplicates, owned);
   std::erase_if(duplicates_, [](const auto& each) { return each.second.empty(); });
-  std::erase_if(missing_, owned);
+  for (Entries* entries : {&missing_, &revisit_, &cameIn_}) std::erase_if(*entries, owned);
+  hits_.swTableDel(table);
   for (StaleRow& row : staleRows_) {
     std::erase_if(row.holds, owned);
     std::erase_if(row.waits, owned);
@@ -129,6 +128,18 @@ bool PhysicalHashTable::adoptAt(HashBaseCuckooEntry& entry, Location location) {
 void PhysicalHashTable::takeOut(HashBaseCuckooEntry& entry) {
   engine_.remove(entry);
   counted(entry, -1);
+}
+
+PhysicalHashTable::Entries PhysicalHashTable::equals(const HashBaseCuckooEntry& entry) const {
+  Entries equal;
+  if (auto* placed = engine_.find(entry)) equal.emplace_back(&entryOf(*placed));
+  if (auto* waiting = engine_.findWaiting(entry)) equal.emplace_back(&entryOf(*waiting));
+  if (duplicates_.empty()) return equal;
+  const auto at = duplicates_.find(rowsOf(entry));
+  if (at == duplicates_.end()) return equal;
+  std::copy_if(at->second.begin(), at->second.end(), std::back_inserter(equal),
+               [&](const auto& each) { return each->isEqual(entry); });
+  return equal;
 }
 
 std::vector<const HashBaseCuckooEntry*> PhysicalHashTable::competitors(
@@ -232,7 +243,8 @@ void PhysicalHashTable::placeNew(HashBaseCuckooEntry& entry) {
     counted(holder, -1);
     engine_.replace(holder, entry);
     counted(entry, 1);
-    hits_.entryDel(holder);
+    entry.lastHit_ = holder.lastHit_;
+    hits_.entryReplace(holder, entry);
     const bool written = hashItemWrite(entry, engine_.location(entry));
     lastWritten_ = nullptr;
     entry.status_ = written ? Status::programmed : Status::hardwareError;
@@ -243,6 +255,7 @@ void PhysicalHashTable::placeNew(HashBaseCuckooEntry& entry) {
     return;
   }
   duplicateDel(entry);
+  if (placeOverUnread(entry)) return;
   lastWritten_ = nullptr;
   const Keel::Cuckoo::InsertResult result = engine_.insert(entry, *this);
   switch (result.outcome) {
@@ -262,6 +275,20 @@ void PhysicalHashTable::placeNew(HashBaseCuckooEntry& entry) {
   lastWritten_ = nullptr;
 }
 
+/// A row of the entry that could not be read may hold the entry already: written there it does not
+/// stand in two rows.
+bool PhysicalHashTable::placeOverUnread(HashBaseCuckooEntry& entry) {
+  for (U8 way = 0; way < engine_.ways() && !undecided_.empty(); ++way) {
+    const Location at = engine_.candidate(entry, way);
+    if (!undecided_.contains(hwIndex(at)) || engine_.at(at)) continue;
+    if (!hashItemWrite(entry, at)) continue;
+    lastWritten_ = nullptr;
+    entry.status_ = Status::programmed;
+    return adoptAt(entry, at);
+  }
+  return false;
+}
+
 /// The entry could not be placed because a row could not be written.
 void PhysicalHashTable::failed(const Keel::Cuckoo::InsertResult& result,
                                HashBaseCuckooEntry& entry) {
@@ -275,21 +302,26 @@ void PhysicalHashTable::failed(const Keel::Cuckoo::InsertResult& result,
 bool PhysicalHashTable::remove(HashBaseCuckooEntry& entry) {
   clearStaleRows();
   const Orb::Ptr<HashBaseCuckooEntry> keep(&entry);
-  duplicateDel(entry);
+  const bool duplicate = duplicateDel(entry);
   entry.status_ = staleRowOf(entry) ? Status::hardwareError : Status::notProgrammed;
   if (entry.placed()) {
     const Location location = engine_.location(entry);
     if (engine_.at(location) != &entry) return false;
-    hits_.entryDel(entry);
     counted(entry, -1);
     if (const auto next = nextDuplicate(entry)) {
+      // The row changes hands even if its words stay the same.
+      for (const auto& table : hwTables_) {
+        hits_.rowChanges(table->descriptor().identity.id, hwIndex(location));
+      }
+      hits_.entryDel(entry);
       engine_.replace(entry, *next);
       counted(*next, 1);
       revisitIs(next.get());
     } else {
+      hits_.entryDel(entry);
       letIn(entry, location);
     }
-  } else if (entry.waits()) {
+  } else if (!duplicate) {
     engine_.waitDel(entry);
     if (const auto next = nextDuplicate(entry)) revisitIs(next.get());
   }
@@ -346,13 +378,15 @@ void PhysicalHashTable::duplicateIs(HashBaseCuckooEntry& entry) {
   entry.status_ = Status::duplicateKey;
 }
 
-void PhysicalHashTable::duplicateDel(HashBaseCuckooEntry& entry) {
+/// Returns whether it was a duplicate.
+bool PhysicalHashTable::duplicateDel(HashBaseCuckooEntry& entry) {
   if (duplicates_.empty()) [[likely]]
-    return;
+    return false;
   const auto at = duplicates_.find(rowsOf(entry));
-  if (at == duplicates_.end()) return;
-  std::erase_if(at->second, [&](const auto& each) { return each.get() == &entry; });
+  if (at == duplicates_.end()) return false;
+  const auto gone = std::erase_if(at->second, [&](const auto& each) { return each.get() == &entry; });
   if (at->second.empty()) duplicates_.erase(at);
+  return gone != 0;
 }
 
 /// The duplicate that arrived first of an entry that goes, taken off the list.
@@ -413,16 +447,12 @@ const PhysicalHashTable::StaleRow* PhysicalHashTable::staleRowOf(
 void PhysicalHashTable::clearStaleRows() {
   if (staleRows_.empty()) [[likely]]
     return;
-  std::vector<StaleRow> rows;
-  rows.swap(staleRows_);
-  for (StaleRow& row : rows) {
-    if (writeEmpty(row.location)) {
-      revisitAll(row);
-      cleared_.push_back(row.location);
-    } else {
-      staleRows_.push_back(std::move(row));
-    }
-  }
+  std::erase_if(staleRows_, [&](const StaleRow& row) {
+    if (!writeEmpty(row.location)) return false;
+    revisitAll(row);
+    cleared_.push_back(row.location);
+    return true;
+  });
 }
 
 void PhysicalHashTable::settle() {
@@ -455,7 +485,11 @@ void PhysicalHashTable::initRows(HwIndex start, bool overwrite) {
   for (HwIndex index = start; index < engine_.capacity(); ++index) {
     HashBaseCuckooEntry* entry = entryAt(index);
     if (!overwrite) {
-      if (!entry && !writeDefault(index)) staleRowIs(location(index));
+      if (entry) {
+        recheck(*entry, index);
+      } else if (!writeDefault(index)) {
+        staleRowIs(location(index));
+      }
       continue;
     }
     for (const auto& table : hwTables_) table->entryForget(index);
@@ -465,9 +499,19 @@ void PhysicalHashTable::initRows(HwIndex start, bool overwrite) {
     }
     const bool written = hashItemWrite(*entry, location(index));
     lastWritten_ = nullptr;
-    entry->status_ = written ? Status::programmed : Status::hardwareError;
-    if (!written) entry->table().entryStatusIsByHashItem(*entry);
+    const Status before = std::exchange(
+        entry->status_, written ? Status::programmed : Status::hardwareError);
+    if (entry->status_ != before) entry->table().entryStatusIsByHashItem(*entry);
+    if (written) entry->table().hwInconsistentEntryDelFromHashItem(*entry);
   }
+  revisit();
+}
+
+/// An entry whose row could not be read everywhere is as it should be when it can.
+void PhysicalHashTable::recheck(HashBaseCuckooEntry& entry, HwIndex index) {
+  if (!entry.table().hwInconsistentEntryFromHashItem(entry)) return;
+  readRow(index);
+  if (everyTableHolds(index)) entry.table().hwInconsistentEntryDelFromHashItem(entry);
 }
 
 /// Brings a row that no entry lies in to its empty form, but for pipelines that cannot say what
@@ -478,12 +522,10 @@ bool PhysicalHashTable::writeDefault(HwIndex index) {
     const Row state = table->state(index);
     return state == Row::unread || state == Row::unknown;
   };
-  if (std::all_of(hwTables_.begin(), hwTables_.end(), unread)) {
-    readRow(index);
-    if (adopt(index)) return true;
-  } else {
-    readRow(index);
-  }
+  const bool undecided = undecided_.contains(index) ||
+                         std::all_of(hwTables_.begin(), hwTables_.end(), unread);
+  readRow(index);
+  if (undecided && adopt(index)) return true;
   U32 image[maxRowWords];
   emptyImage(index, image);
   bool good = true;
@@ -521,6 +563,7 @@ bool PhysicalHashTable::everyTableHolds(HwIndex index) const {
 }
 
 void PhysicalHashTable::takePlacement() {
+  hits_.forget();
   Entries homeless;
   for (HwIndex index = 0; index < engine_.capacity(); ++index) {
     for (const auto& table : hwTables_) table->readEntry(index);
@@ -655,6 +698,16 @@ bool PhysicalHashTable::adopt(HwIndex index) {
     if (state == Row::held) says = adoptFrom(index);
   }
   decoded_ = 0;
+  // What a pipeline that did not answer holds may be an entry where the others have none.
+  const bool open = says == Says::unsound &&
+                    std::any_of(hwTables_.begin(), hwTables_.end(), [&](const auto& table) {
+                      return table->state(index) == Row::unread;
+                    });
+  if (open) {
+    undecided_.insert(index);
+  } else {
+    undecided_.erase(index);
+  }
   if (says != Says::entry) return false;
   HashBaseCuckooEntry& entry = *entryAt(index);
   if (!everyTableHolds(index)) entry.table().hwInconsistentEntryIsFromHashItem(entry);
@@ -674,6 +727,9 @@ PhysicalHashTable::Says PhysicalHashTable::adoptFrom(HwIndex index) {
     const Orb::Ptr<HashBaseCuckooEntry> entry = helper.decodeHwEntry(index);
     if (!entry->valid()) continue;
     if (engine_.find(*entry)) return Says::nothing;
+    // What was announced since is what counts.
+    const HashBaseTable& owner = entry->table();
+    if (owner.initialized() && owner.entryHasByHashItem(*entry)) return Says::nothing;
     if (!adoptAt(*entry, location(index))) continue;
     entry->status_ = Status::programmed;
     entry->table().entryIsByHashItem(*entry);

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <map>
+#include <set>
 #include <vector>
 
 #include "Keel/Cuckoo.h"
@@ -130,6 +132,7 @@ class VELA_EXPORT PhysicalHashTable : public Orb::PtrInterface,
                                       private HitTracker::Rows {
  public:
   using Location = Keel::Cuckoo::CuckooLocation;
+  using Entries = HitTracker::Entries;
 
   explicit PhysicalHashTable(const PhysicalHashProperties& properties);
   ~PhysicalHashTable() override;
@@ -188,6 +191,8 @@ class VELA_EXPORT PhysicalHashTable : public Orb::PtrInterface,
   }
   /// Whether a row that could not be cleared may still answer for the entry's key.
   bool mayLinger(const HashBaseCuckooEntry& entry) const { return staleRowOf(entry) != nullptr; }
+  /// The entries of the same hardware key that are here: placed, waiting, or behind such a one.
+  Entries equals(const HashBaseCuckooEntry& entry) const;
   /// Entries of the software table that lie in rows.
   U32 entries(const HashBaseTable* table) const;
   /// The most that ever did.
@@ -223,8 +228,6 @@ class VELA_EXPORT PhysicalHashTable : public Orb::PtrInterface,
   void clearRow(HwIndex index);
 
  private:
-  using Entries = HitTracker::Entries;
-
   /// A software table that places entries here.
   struct Joined {
     Orb::Ptr<HashBaseHelper> helper;
@@ -254,12 +257,14 @@ class VELA_EXPORT PhysicalHashTable : public Orb::PtrInterface,
 
   void placeNew(HashBaseCuckooEntry& entry);
   void failed(const Keel::Cuckoo::InsertResult& result, HashBaseCuckooEntry& entry);
+  bool placeOverUnread(HashBaseCuckooEntry& entry);
+  void recheck(HashBaseCuckooEntry& entry, HwIndex index);
   void letIn(HashBaseCuckooEntry& gone, Location location);
   void cameIn(const Keel::Cuckoo::SuccessionResult& next);
   void fillRows();
   U64 rowsOf(const HashBaseCuckooEntry& entry) const;
   void duplicateIs(HashBaseCuckooEntry& entry);
-  void duplicateDel(HashBaseCuckooEntry& entry);
+  bool duplicateDel(HashBaseCuckooEntry& entry);
   Orb::Ptr<HashBaseCuckooEntry> nextDuplicate(const HashBaseCuckooEntry& gone);
   void clearStaleRows();
   StaleRow& staleRowIs(Location location);
@@ -287,6 +292,8 @@ class VELA_EXPORT PhysicalHashTable : public Orb::PtrInterface,
   std::size_t decoded_ = 0;
   HitTracker hits_;
 
+  /// Rows that no entry was taken from because a pipeline did not answer.
+  std::set<HwIndex> undecided_;
   std::vector<StaleRow> staleRows_;
   /// Entries whose hardware key another entry holds or waits for, by their rows and in order of
   /// arrival.
