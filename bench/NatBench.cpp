@@ -1,6 +1,9 @@
 #include <benchmark/benchmark.h>
 
+#include <algorithm>
 #include <chrono>
+#include <limits>
+#include <numeric>
 #include <random>
 #include <unordered_map>
 
@@ -143,5 +146,153 @@ void NatMapFill(benchmark::State& state) {
 }
 BENCHMARK(NatMapFill<Static>)->UseManualTime()->Iterations(5);
 BENCHMARK(NatMapFill<Dynamic>)->UseManualTime()->Iterations(5);
+
+// What it costs that hits stay with entries: hit bits are read before rows are written.
+
+enum Hits : U8 {
+  untracked,  ///< The table has no hit bits to read.
+  tracked,
+  busy,  ///< All rows are polled, and hit again, between one batch and the next.
+};
+
+template <Hits hits>
+struct HitRig : VelaBench::Started<Static::Table, VelaBench::CountingSwitch> {
+  HitRig() : Started(Static::table(), createTables) {}
+
+  /// An inactive table has no hit bits to read; its rows are written all the same.
+  static void createTables(Static::Table& table) {
+    if (hits != untracked) return table.doCreateHwTable();
+    VelaSwitchApi::SwTableProfileConvertor& convertor = *table.profileConvertorPtr();
+    convertor.doCreateHwTables(VelaSwitchApi::TableState::inactive);
+    convertor.doInitTableStats();
+    convertor.doInitHwReadInfo();
+    table.doInitStatus();
+  }
+
+  void in(U32 key) {
+    Static::Result result;
+    result.valid = true;
+    table->entryIs(keys<Static>()[key], result);
+  }
+  void out(U32 key) { table->entryDel(keys<Static>()[key]); }
+  const Keel::Cuckoo::Table& engine() const {
+    return table->profileConvertor().physicalTable().engine();
+  }
+  void pollAndHitAll() {
+    const U64 reads = chip.hitReads;
+    table->profileConvertorPtr()->pollHitBits(Orb::Seconds(1));
+    chip.hitReads = reads;  // Those of polls are not what is measured.
+    for (U32 pipeline = 0; pipeline < types->profile().pipelines(); ++pipeline) {
+      auto* rows = chip.chip.find("NatMatch", 0, pipeline);
+      for (U32 row = 0; row <= rows->lastIndex; ++row) rows->hit(row) = 1;
+    }
+  }
+};
+
+/// Counts from the moment it is made.
+template <Hits hits>
+struct Counts {
+  explicit Counts(const HitRig<hits>& of) : rig(of) {}
+  void report(benchmark::State& state, double took, double operations) const {
+    const auto written = static_cast<double>(rig.chip.rowWrites - rowWrites);
+    const auto read = static_cast<double>(rig.chip.hitReads - hitReads);
+    state.counters["ns_per_item"] = took * 1e9 / operations;
+    state.counters["moves_per_op"] = static_cast<double>(rig.engine().moves() - moves) / operations;
+    state.counters["rows_per_op"] = written / operations;
+    state.counters["reads_per_op"] = read / operations;
+    state.counters["reads_per_row"] = read / written;
+  }
+  const HitRig<hits>& rig;
+  U64 rowWrites = rig.chip.rowWrites;
+  U64 hitReads = rig.chip.hitReads;
+  U64 moves = rig.engine().moves();
+};
+
+/// Any flow goes and another comes, in a table that is as full as the argument (per cent) says.
+template <Hits hits>
+void NatChurn(benchmark::State& state) {
+  const U32 base = Static::capacity * static_cast<U32>(state.range(0)) / 100;
+  HitRig<hits> rig;
+  std::vector<U32> order(keys<Static>().size());
+  std::iota(order.begin(), order.end(), 0);
+  for (U32 i = 0; i < base; ++i) rig.in(order[i]);
+  std::mt19937 random(7);
+  std::vector<std::pair<U32, U32>> swaps(batch);
+  double took = 0;
+  double operations = 0;
+  const Counts<hits> counts(rig);
+  for (auto _ : state) {
+    for (auto& [gone, come] : swaps) {
+      U32& present = order[random() % base];
+      U32& absent = order[base + random() % (order.size() - base)];
+      std::swap(present, absent);
+      gone = absent;
+      come = present;
+    }
+    if constexpr (hits == busy) rig.pollAndHitAll();
+    const double batchTook = seconds([&] {
+      for (const auto& [gone, come] : swaps) {
+        rig.out(gone);
+        rig.in(come);
+      }
+    });
+    took += batchTook;
+    operations += 2 * batch;
+    state.SetIterationTime(batchTook);
+  }
+  counts.report(state, took, operations);
+}
+BENCHMARK(NatChurn<untracked>)->Arg(70)->Arg(85)->UseManualTime()->Iterations(1000);
+BENCHMARK(NatChurn<tracked>)->Arg(70)->Arg(85)->UseManualTime()->Iterations(1000);
+BENCHMARK(NatChurn<busy>)->Arg(70)->Arg(85)->UseManualTime()->Iterations(100);
+
+/// Flows into an empty table until it is as full as the argument (per cent) says; the fastest of
+/// several, since a fill is too short to average out what else the machine does.
+template <Hits hits>
+void NatFresh(benchmark::State& state) {
+  const U32 entries = Static::capacity * static_cast<U32>(state.range(0)) / 100;
+  double fastest = std::numeric_limits<double>::infinity();
+  for (auto _ : state) {
+    HitRig<hits> rig;
+    const Counts<hits> counts(rig);
+    const double took = seconds([&] {
+      for (U32 key = 0; key < entries; ++key) rig.in(key);
+    });
+    state.SetIterationTime(took);
+    fastest = std::min(fastest, took);
+    counts.report(state, fastest, entries);
+    state.counters["reads_per_row_at_start"] =
+        static_cast<double>(counts.hitReads) / static_cast<double>(counts.rowWrites);
+  }
+}
+BENCHMARK(NatFresh<untracked>)->Arg(50)->Arg(70)->UseManualTime()->Iterations(7);
+BENCHMARK(NatFresh<tracked>)->Arg(50)->Arg(70)->UseManualTime()->Iterations(7);
+
+/// A flow that has a row goes out of a full table and comes back, while as many as the argument
+/// says wait for room: looking for the one that comes in goes the further the fewer wait.
+void NatGoing(benchmark::State& state) {
+  const auto waiting = static_cast<U32>(state.range(0));
+  HitRig<tracked> rig;
+  U32 present = 0;
+  while (rig.engine().waiting().size() <= waiting) rig.in(present++);
+  rig.out(--present);
+  std::mt19937 random(7);
+  double going = 0;
+  double removals = 0;
+  for (auto _ : state) {
+    auto flow = static_cast<U32>(random() % present);
+    while (!rig.table->cachedItem(keys<Static>()[flow])->placed()) {
+      flow = static_cast<U32>(random() % present);
+    }
+    const double took = seconds([&] { rig.out(flow); });
+    rig.in(flow);
+    going += took;
+    ++removals;
+    state.SetIterationTime(took);
+  }
+  state.counters["ns_per_item"] = going * 1e9 / removals;
+  state.counters["present"] = present;
+}
+BENCHMARK(NatGoing)->Arg(0)->Arg(1)->Arg(64)->Arg(1024)->UseManualTime()->Iterations(1000);
 
 }  // namespace

@@ -1,10 +1,13 @@
 #include <benchmark/benchmark.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdlib>
 #include <fstream>
+#include <iterator>
 #include <random>
 #include <set>
+#include <span>
 
 #include "agent/Agent.h"
 
@@ -16,39 +19,60 @@ namespace {
 using VelaAgent::Agent;
 using VelaSwitch::LpmKey;
 
-std::vector<LpmKey> someRoutes() {
-  std::vector<LpmKey> routes;
+using Routes = std::vector<LpmKey>;
+
+struct Shape {
+  U8 length;
+  U32 count;
+};
+
+Routes generated(std::span<const Shape> shape) {
+  Routes routes;
   std::mt19937 random(11);
+  for (const auto& [length, count] : shape) {
+    std::set<LpmKey> keys;
+    // Blocks of neighbours, as they are allocated.
+    while (keys.size() < count) {
+      const U32 block = static_cast<U32>(random());
+      for (U32 i = 0; i < 4 && keys.size() < count; ++i) {
+        keys.insert({U8{0}, Ipnet::IpPrefix(Ipnet::IpAddr(block + (i << (32 - length))), length)});
+      }
+    }
+    routes.insert(routes.end(), keys.begin(), keys.end());
+  }
+  return routes;
+}
+
+Routes routesOr(std::span<const Shape> shape) {
+  Routes routes;
   if (const char* file = std::getenv("VELA_ROUTES")) {
     std::ifstream in(file);
     for (std::string prefix; in >> prefix;) {
       routes.push_back({U8{0}, Orb::fromText<Ipnet::IpPrefix>(prefix)});
     }
   } else {
-    struct {
-      U8 length;
-      U32 count;
-    } constexpr shape[] = {{8, 16},   {10, 40},  {11, 100}, {12, 300}, {16, 450},  {18, 300},
-                           {19, 320}, {20, 310}, {21, 330}, {22, 600}, {24, 3300}, {32, 890}};
-    for (const auto& [length, count] : shape) {
-      std::set<LpmKey> keys;
-      // Blocks of neighbours, as they are allocated.
-      while (keys.size() < count) {
-        const U32 block = static_cast<U32>(random());
-        for (U32 i = 0; i < 4 && keys.size() < count; ++i) {
-          keys.insert(
-              {U8{0}, Ipnet::IpPrefix(Ipnet::IpAddr(block + (i << (32 - length))), length)});
-        }
-      }
-      routes.insert(routes.end(), keys.begin(), keys.end());
-    }
+    routes = generated(shape);
   }
-  std::shuffle(routes.begin(), routes.end(), random);
+  std::shuffle(routes.begin(), routes.end(), std::mt19937(12));
   return routes;
 }
 
-const std::vector<LpmKey>& routes() {
-  static const std::vector<LpmKey> all = someRoutes();
+/// Routes that there is room for.
+const Routes& routes() {
+  static constexpr Shape shape[] = {{8, 16},   {10, 40},  {11, 100},  {12, 300},
+                                    {16, 450}, {18, 300}, {19, 320},  {20, 310},
+                                    {21, 330}, {22, 600}, {24, 3300}, {32, 890}};
+  static const Routes all = routesOr(shape);
+  return all;
+}
+
+/// As many as the whole Internet has: forty times too many.
+const Routes& fullTable() {
+  static constexpr Shape shape[] = {
+      {8, 16},     {9, 13},     {10, 40},     {11, 100},   {12, 300},    {13, 600},
+      {14, 1200},  {15, 2100},  {16, 13500},  {17, 8200},  {18, 13800},  {19, 24900},
+      {20, 42600}, {21, 50700}, {22, 108600}, {23, 96500}, {24, 537700}, {32, 900}};
+  static const Routes all = routesOr(shape);
   return all;
 }
 
@@ -57,10 +81,11 @@ struct Rig {
     agent.make();
     agent.start(Agent::Start::fresh);
   }
-  void set(std::size_t first, std::size_t end, U32 nexthop) {
+  void set(std::size_t first, std::size_t end, U32 nexthop) { set(routes(), first, end, nexthop); }
+  void set(const Routes& all, std::size_t first, std::size_t end, U32 nexthop) {
     auto& table = agent.routeWriter().routes();
     for (std::size_t i = first; i < end; ++i) {
-      const LpmKey& key = routes()[i];
+      const LpmKey& key = all[i];
       const auto number = static_cast<U32>(i) + nexthop;
       table.entryIs(key, VelaAgent::RouteWriter::resultOf(
                              VelaAgent::nexthopOfNumber(number % VelaAgent::nexthopNumbers),
@@ -68,9 +93,10 @@ struct Rig {
       agent.settle();
     }
   }
-  void del(std::size_t first, std::size_t end) {
+  void del(std::size_t first, std::size_t end) { del(routes(), first, end); }
+  void del(const Routes& all, std::size_t first, std::size_t end) {
     for (std::size_t i = first; i < end; ++i) {
-      agent.routeWriter().routes().entryDel(routes()[i]);
+      agent.routeWriter().routes().entryDel(all[i]);
       agent.settle();
     }
   }
@@ -130,5 +156,55 @@ void RouteAddAt(benchmark::State& state) {
   }
 }
 BENCHMARK(RouteAddAt)->Arg(5)->Arg(25)->Arg(50)->Arg(75)->Arg(95)->UseManualTime()->Iterations(1);
+
+bool programmed(const Rig& rig, const LpmKey& route) {
+  const auto* status = rig.agent.routeWriter().routes().entryStatus(route);
+  return status && status->status == VelaSwitchApi::EntryProgrammedStatus::programmed;
+}
+
+/// Those of the full table that get into hardware when all of it is announced.
+const Routes& fittingRoutes() {
+  static const Routes fitting = [] {
+    Rig rig;
+    rig.set(fullTable(), 0, fullTable().size(), 0);
+    Routes found;
+    std::copy_if(fullTable().begin(), fullTable().end(), std::back_inserter(found),
+                 [&](const LpmKey& route) { return programmed(rig, route); });
+    return found;
+  }();
+  return fitting;
+}
+
+/// Announces the routes and withdraws them in another order. Every route that goes from a row may
+/// let in one that waits; the figures of the slowest part tell whether looking for it takes longer
+/// as fewer wait.
+void withdraw(benchmark::State& state, const Routes& announced) {
+  constexpr std::size_t parts = 50;
+  Routes order = announced;
+  std::shuffle(order.begin(), order.end(), std::mt19937(13));
+  for (auto _ : state) {
+    Rig rig;
+    rig.set(announced, 0, announced.size(), 0);
+    double slowest = 0;
+    timed(state, rig, order.size(), [&] {
+      for (std::size_t part = 0; part < parts; ++part) {
+        const std::size_t first = order.size() * part / parts;
+        const std::size_t end = order.size() * (part + 1) / parts;
+        const auto begin = std::chrono::steady_clock::now();
+        rig.del(order, first, end);
+        const std::chrono::duration<double> took = std::chrono::steady_clock::now() - begin;
+        slowest = std::max(slowest, took.count() / static_cast<double>(end - first));
+      }
+    });
+    state.counters["slowest_ns"] = slowest * 1e9;
+    state.counters["routes"] = static_cast<double>(order.size());
+  }
+}
+
+void RouteWithdrawAll(benchmark::State& state) { withdraw(state, fullTable()); }
+BENCHMARK(RouteWithdrawAll)->UseManualTime()->Iterations(1);
+
+void RouteWithdrawFitting(benchmark::State& state) { withdraw(state, fittingRoutes()); }
+BENCHMARK(RouteWithdrawFitting)->UseManualTime()->Iterations(1);
 
 }  // namespace
