@@ -11,6 +11,17 @@ namespace VelaSwitchTable {
 /// What ends the trace of a key or an index that the profile has no row for.
 inline constexpr const char* noRowText = " has no row in this profile";
 
+/// What of an entry is announced and shows in rows: the result, unless the family's entries hold
+/// more.
+template <class Family>
+const auto& announced(const typename Family::Result& result) {
+  if constexpr (requires { Family::announced(result); }) {
+    return Family::announced(result);
+  } else {
+    return result;
+  }
+}
+
 /// The status of one entry, under the family's own name.
 template <class Key, Orb::FixedString Name>
 struct EntryStatusOf {

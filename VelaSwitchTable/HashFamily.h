@@ -314,6 +314,7 @@ class VELA_EXPORT HashFamilyTableBase : public VelaSwitchApi::HashBaseTable,
     const auto item = cachedCuckooEntry(hashItem);
     if (!item || time < item->lastHit()) return;
     item->lastHitIs(time);
+    if (!statusSupported()) return;
     recordStatus(static_cast<Entry&>(*item));
     const EntryStatus& status = *tableStatusIs()->entryStatus(keyOf(hashItem));
     ORB_ASSERT(item->lastHit() == status.lastHit());

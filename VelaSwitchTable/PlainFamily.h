@@ -26,6 +26,8 @@
 ///   tracesHandling               handleEntry and writes are traced
 ///   ignoresRows                  rows that say nothing are left out of audits as well
 ///   rebuildsDefaults             rows that are as without an entry are taken over
+///   announced(result)            the part of a result that shows in rows
+///   tableText                    what a missing hardware table is reported as
 ///   marks(entry, row)            whether an audit marks the key, whose entry may be null, for what
 ///                                the row says
 ///
@@ -94,6 +96,13 @@ inline constexpr bool tracesHandling = requires {
   F::tracesHandling;
 };
 
+/// What an assertion says of a hardware table that is missing.
+template <class F>
+constexpr const char* tableText() {
+  if constexpr (requires { F::tableText; }) return F::tableText;
+  return "table";
+}
+
 /// The base of a family's convertors. It knows no hardware; reaching its programming call is an
 /// internal error.
 template <class F>
@@ -149,8 +158,10 @@ class VELA_EXPORT PlainFamilyTable : public VelaSwitchApi::SwTable,
     return static_cast<PlainFamilyConvertor<F>&>(*profileConvertorPtr());
   }
 
-  /// Takes over what a row of hardware holds.
+  /// Takes over what rows of hardware hold.
   void entryIsByHwRow(const Key& key, const Result& result) { this->entryIsFromHw(key, result); }
+  /// They hold no entry after all.
+  void entryDelByHwRow(const Key& key) { this->entryForget(key); }
 
  protected:
   void handleInitialized() override {
@@ -189,7 +200,8 @@ class VELA_EXPORT PlainFamilyLayerConvertor : public F::Convertor {
   }
 
   /// Without `overwrite`, only rows that belong to no entry: one that could not be read before is
-  /// read again, and left alone when it still cannot be; what it holds is taken over.
+  /// read again, and left alone when it still cannot be; what it holds is taken over. Keys whose
+  /// rows are as they should be lose their marks.
   void initHwEntries(bool overwrite, U32 start) override {
     if (!overwrite) readUnread(start);
     for (const auto& [id, hwTable] : this->hwTables()) {
@@ -206,9 +218,8 @@ class VELA_EXPORT PlainFamilyLayerConvertor : public F::Convertor {
         }
       }
     }
-    if (overwrite) return;
     for (const Key& key : table()->hwInconsistentKeys()) {
-      if (!table()->entry(key) && everyTableHolds(key)) table()->hwInconsistentEntryDel(key);
+      if (everyTableHolds(key)) table()->hwInconsistentEntryDel(key);
     }
   }
 
@@ -242,14 +253,15 @@ class VELA_EXPORT PlainFamilyLayerConvertor : public F::Convertor {
 
   void syncEntries(U32 id) override {
     const Orb::Ptr<HwTableConfig> hwTable = this->hwTable(id);
-    ORB_ASSERT_TEXT(hwTable, "table");
+    ORB_ASSERT_TEXT(hwTable, tableText<F>());
     const auto& descriptor = hwTable->descriptor();
     for (HwIndex index = descriptor.first; index <= descriptor.last; ++index) {
       if (hwTable->mapped(index).empty()) continue;
       if (table()->initialized()) {
         auditRow(*hwTable, index);
       } else {
-        rebuildRow(*hwTable, index);
+        readRow(*hwTable, index);
+        rebuildKey(F::keyOf(index));
       }
     }
   }
@@ -315,6 +327,11 @@ class VELA_EXPORT PlainFamilyLayerConvertor : public F::Convertor {
   }
 
   bool writeRow(HwTableConfig& hwTable, HwIndex index, const Key& key, const Result& result) {
+    // What could not be read is not lost to a default.
+    if (hwTable.state(index) == HwTableConfig::Row::unread && !table()->entry(key) &&
+        readRow(hwTable, index) == Read::failed) {
+      return false;
+    }
     const Image image = rowImage(hwTable.descriptor().identity.id, key, result);
     return hwTable.entryIs({index, image.data(), VelaSwitchApi::maxRowWords}, [&] {
       if constexpr (tracesHandling<F>) F::trace(9, "Set hwTableEntry key: ", key);
@@ -346,12 +363,10 @@ class VELA_EXPORT PlainFamilyLayerConvertor : public F::Convertor {
         if (hwTable->mapped(index).empty() || (state != Row::unread && state != Row::unknown)) {
           continue;
         }
+        if (readRow(*hwTable, index) == Read::failed) continue;
         const Key key = F::keyOf(index);
-        if (!table()->entry(key) || table()->unclaimed(key)) {
-          rebuildRow(*hwTable, index);
-        } else if (hwTable->readEntry(index) == Read::failed) {
-          traceUnreadable(*hwTable, key);
-        }
+        if (!table()->entry(key) || table()->unclaimed(key)) rebuildKey(key);
+        if (table()->entry(key) && !everyTableHolds(key)) table()->hwInconsistentEntryIs(key, true);
       }
     }
   }
@@ -364,43 +379,53 @@ class VELA_EXPORT PlainFamilyLayerConvertor : public F::Convertor {
            !(state == Row::held && ignored(hwTable.descriptor().identity.id, index));
   }
 
-  void rebuildRow(HwTableConfig& hwTable, HwIndex index) {
-    const HwTableId id = hwTable.descriptor().identity.id;
-    const Key key = F::keyOf(index);
+  Read readRow(HwTableConfig& hwTable, HwIndex index) {
     const Read read = hwTable.readEntry(index);
-    if (read == Read::failed) traceUnreadable(hwTable, key);
-    if (read == Read::absent) traceAbsent(hwTable, key, index);
-    if (read != Read::held) return;
-    Result result = F::absentResult();
-    const RowSays said = says(id, index, result);
-    // A row that cannot be is not left standing: it gets written with what is desired of its key.
-    if (said == RowSays::unsound) hwTable.entryForget(index);
-    if (said != RowSays::result) return;
-    if (!isFirstSound(hwTable, index, key)) {
-      const Result* taken = table()->entry(key);
-      Result joined = taken ? *taken : F::absentResult();
-      joinRow(id, result, joined);
-      result = joined;
-      if (taken ? result == *taken : result == F::absentResult()) return;
-    } else if (!rebuildsDefaults && result == F::absentResult()) {
-      return;
+    if (read == Read::held) {
+      // Static words are not compared: a row that says nonsense there must be known as another.
+      Result result{};
+      const HwTableId id = hwTable.descriptor().identity.id;
+      if (says(id, index, result) == RowSays::unsound) hwTable.entryForget(index);
+    } else if (read == Read::failed) {
+      traceUnreadable(hwTable, F::keyOf(index));
+    } else {
+      traceAbsent(hwTable, F::keyOf(index), index);
     }
-    F::trace(5, "Set sw table entry for key: ", key, " value: ", result);
-    table()->entryIsByHwRow(key, result);
+    return read;
   }
 
-  /// Whether no row of the key in front of this one says anything: its tables may disagree when a
-  /// writer stopped amid a change, and then the first that is sound counts.
-  bool isFirstSound(const HwTableConfig& hwTable, HwIndex index, const Key& key) const {
-    bool passed = false;
-    bool first = true;
-    forEachRow(key, [&](const HwTableConfig& other, HwIndex otherIndex) {
-      passed = passed || (&other == &hwTable && otherIndex == index);
-      if (passed || !other.active() || other.state(otherIndex) != HwTableConfig::Row::held) return;
-      Result result = F::absentResult();
-      first = first && says(other.descriptor().identity.id, otherIndex, result) != RowSays::result;
+  /// Takes over what the key's rows hold. They may disagree when a writer stopped amid a change:
+  /// the first that is sound counts, and of the others only what it cannot say.
+  void rebuildKey(const Key& key) {
+    const Result nothing = F::absentResult();
+    Result result = nothing;
+    bool said = false;
+    forEachRow(key, [&](const HwTableConfig& hwTable, HwIndex index) {
+      if (hwTable.state(index) != HwTableConfig::Row::held) return;
+      const HwTableId id = hwTable.descriptor().identity.id;
+      Result row = nothing;
+      if (says(id, index, row) != RowSays::result) return;
+      if (said) {
+        joinRow(id, row, result);
+      } else {
+        result = row;
+      }
+      said = true;
     });
-    return first;
+    if (!said) return;
+    const Result* taken = table()->entry(key);
+    if (taken && sameRows(*taken, result)) return;
+    if (rebuildsDefaults || !sameRows(result, nothing)) {
+      F::trace(5, "Set sw table entry for key: ", key, " value: ", result);
+      table()->entryIsByHwRow(key, result);
+    } else if (taken) {
+      table()->entryDelByHwRow(key);
+    }
+  }
+
+  /// Whether two results show alike in rows.
+  static bool sameRows(const Result& a, const Result& b) {
+    return announced<F>(a) == announced<F>(b);
   }
 
   static void traceAbsent(const HwTableConfig& hwTable, const Key& key, HwIndex index) {
@@ -506,7 +531,7 @@ class VELA_EXPORT DeclaredLayerConvertor : public PlainFamilyLayerConvertor<F> {
           {family, 0, declared.id, name}, state, declared.first, declared.last, declared.rowWords,
           mapping(name, declared));
       const auto hwTable = Orb::make<HwTableConfig>(descriptor, this->swTable()->types().bus());
-      ORB_ASSERT_TEXT(hwTable, "table");
+      ORB_ASSERT_TEXT(hwTable, tableText<F>());
       this->hwTableIs(declared.id, hwTable);
       this->descriptorIs(declared.id, descriptor);
       layouts_[declared.id] = F::layout(this->profile(), declared.id);

@@ -36,6 +36,7 @@ struct VELA_EXPORT FloodSetFamily
                                             .staticWords = {0, 0, 0, 0, 0xffffffff}};
 
   static constexpr bool absentByIndex = true;
+  static constexpr const char* tableText = "hwTable";
 
   static HwIndex hwIndex(const Key& key) { return key.value(); }
   static Key keyOf(HwIndex index) { return Bridging::VlanId(index); }

@@ -253,7 +253,7 @@ void VlanMembershipConvertorLayer2All::doCreateHwTables(VelaSwitchApi::TableStat
         Orb::make<HwTableRegisterMappingConst>(
             name, regAddresses(vlanTablePrefix(profile(), t, cpu), registers)));
     const auto hwTable = Orb::make<HwTableConfig>(descriptor, swTable()->types().bus());
-    ORB_ASSERT(hwTable);
+    ORB_ASSERT_TEXT(hwTable, VlanMembershipFamily::tableText);
     hwTableIs(t, hwTable);
     descriptorIs(t, descriptor);
   }

@@ -82,6 +82,7 @@ struct VELA_EXPORT VlanMembershipFamily
   static constexpr const char* sourceUnit = "VelaTableVlanMembership";
   static inline Trace::Handle trace{sourceUnit};
   static constexpr PlainFamilyTraits traits{.index = TableIndex::vlanMembership};
+  static constexpr const char* tableText = "hwTable";
   static HwIndex hwIndex(const Key& key) { return key.vid().value(); }
   /// A row that is no VLAN id raises the VLAN range exception.
   static Key keyOf(HwIndex row) { return Key{Bridging::VlanId(row)}; }

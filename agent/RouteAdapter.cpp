@@ -110,6 +110,14 @@ U32 RouteAdapter::programmed() const {
   return count;
 }
 
+U32 RouteAdapter::waiting() const {
+  U32 count = 0;
+  writer_.routes().entryStatuses().forEach([&](const Key&, const auto& status) {
+    if (status.status == EntryProgrammedStatus::tableFull) ++count;
+  });
+  return count;
+}
+
 U64 RouteAdapter::moves() const {
   U64 moves = 0;
   for (const HwTableAdapter* level : levels_) moves += level->moves();

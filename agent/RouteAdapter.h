@@ -32,6 +32,7 @@ class RouteAdapter final : public TableAdapter {
   U32 entries() const override { return writer_.routes().entries().size() - unclaimed(); }
   U32 unclaimed() const override { return writer_.unclaimed(); }
   U32 programmed() const override;
+  U32 waiting() const override;
   U64 moves() const override;
   U32 reconcile() override;
 

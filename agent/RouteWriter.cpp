@@ -107,7 +107,10 @@ void RouteWriter::handleKey(const Key& route) {
   } else {
     writeHashed(levelFor(route.prefix().len()), route, result);
   }
-  if (!announced) routes_->entryStatusDel(route);
+  if (!announced) {
+    unclaimed_.erase(route);
+    routes_->entryStatusDel(route);
+  }
   if (!trap) return;
   // A key of a level holds several routes, and has one flag for them all.
   VelaSwitchTable::LpmTable::trace(3, "not programming a route with cpuTrap: ", route);
@@ -204,7 +207,8 @@ RouteWriter::Status RouteWriter::firstStatus(const Key& route) const {
   bool good = true;
   const U32 node = FirstTree::node(route.prefix().len(), bitsBehind(route.prefix(), 0));
   firstGroups_[route.vrf()].tree.forEachCell(node, [&](U32 cell) {
-    good = good && !first_->hwInconsistentEntry(firstKey(route.vrf(), cell));
+    const Key key = firstKey(route.vrf(), cell);
+    good = good && first_->entry(key) && !first_->hwInconsistentEntry(key);
   });
   return good ? Status::programmed : Status::hardwareError;
 }
@@ -401,7 +405,8 @@ U64 RouteWriter::programmedCells() const {
     const FirstGroup& group = firstGroups_[vrf];
     for (U32 cell = 0; cell < FirstTree::cells; ++cell) {
       if (!group.claimed[cell] || group.tree.ownerOfCell(cell) == FirstTree::none) continue;
-      if (!first_->hwInconsistentEntry(firstKey(static_cast<U8>(vrf), cell))) ++count;
+      const Key key = firstKey(static_cast<U8>(vrf), cell);
+      if (first_->entry(key) && !first_->hwInconsistentEntry(key)) ++count;
     }
   }
   for (const auto& level : levels_) {

@@ -204,17 +204,8 @@ std::vector<TableAdapter::Competitor> competitorsOf(const Table& table,
   return rows;
 }
 
-/// What of an entry is announced: the result, unless the family's entries hold more.
-template <class Family>
-const auto& announced(const typename Family::Result& result) {
-  if constexpr (requires { Family::announced(result); }) {
-    return Family::announced(result);
-  } else {
-    return result;
-  }
-}
 template <class Table>
-using AnnouncedOf = std::remove_cvref_t<decltype(announced<typename Table::Family>(
+using AnnouncedOf = std::remove_cvref_t<decltype(VelaSwitchTable::announced<typename Table::Family>(
     std::declval<const typename Table::Result&>()))>;
 
 /// What the switch makes of a family's entries, where the types of the fields do not say it. Each
@@ -279,7 +270,7 @@ class EntryAdapter : public HwTableAdapter {
   void forEachEntry(const TableAdapter::EntryVisitor& visit) const override {
     for (const Key& key : table_->entries().keys()) {
       const Result& result = *table_->entry(key);
-      if (told(key, result)) visit(keyToJson(key), toJson(announced<Family>(result)));
+      if (told(key, result)) visit(keyToJson(key), toJson(VelaSwitchTable::announced<Family>(result)));
     }
   }
   U32 entries() const override { return table_->entries().size() - table_->unclaimed(); }
@@ -410,7 +401,7 @@ class HashAdapter final : public EntryAdapter<typename Family::Table> {
   }
   std::vector<TableAdapter::Status> statuses() const override {
     std::vector<TableAdapter::Status> all;
-    const auto& collection = this->table().tableStatus()->entryStatuses();
+    const auto& collection = this->table().tableStatusIs()->entryStatuses();
     for (const Key& key : collection.keys()) {
       const auto* status = collection.find(key);
       all.push_back({this->keyToJson(key), status->status(), status->lastHit()});
@@ -427,7 +418,7 @@ class HashAdapter final : public EntryAdapter<typename Family::Table> {
 
  protected:
   EntryProgrammedStatus status(const Key& key) const override {
-    const auto* status = this->table().tableStatus()->entryStatus(key);
+    const auto* status = this->table().tableStatusIs()->entryStatus(key);
     if (!status) return EntryProgrammedStatus::notProgrammed;
     return this->table().hwInconsistentEntry(key) ? EntryProgrammedStatus::hardwareError
                                                   : status->status();

@@ -58,14 +58,16 @@ bool DirectBaseConvertor::rowIs(const DirectBaseEntry& entry, HwIndex index) {
   rowImage(entry, index, image);
   bool good = true;
   for (const auto& [id, table] : hwTables()) {
-    if (!table->entryIs(HwEntryConfig(index, image, maxRowWords))) good = false;
+    // What could not be read is not lost to a default.
+    const bool unread = !entry.valid() && table->state(index) == HwTableConfig::Row::unread &&
+                        table->readEntry(index) == RegisterBus::Read::failed;
+    if (unread || !table->entryIs(HwEntryConfig(index, image, maxRowWords))) good = false;
   }
   return good;
 }
 
 void DirectBaseConvertor::initHwEntries(bool overwrite, U32 start) {
   if (!overwrite) readUnread(start);
-  std::vector<HwIndex> defaults;
   for (const auto& [id, table] : hwTables()) {
     const auto& descriptor = table->descriptor();
     for (HwIndex index = std::max(start, descriptor.first); index <= descriptor.last; ++index) {
@@ -76,19 +78,21 @@ void DirectBaseConvertor::initHwEntries(bool overwrite, U32 start) {
       }
       U32 image[maxRowWords];
       expectedImage(id, index, image);
-      const bool written = table->entryIs(HwEntryConfig(index, image, maxRowWords),
-                                          [&] { defaults.push_back(index); });
-      if (!written) directTable()->hwInconsistentEntryIsFromDirectItem(*nullDirectEntry(index));
+      if (table->entryIs(HwEntryConfig(index, image, maxRowWords))) continue;
+      directTable()->hwInconsistentEntryIsFromDirectItem(*nullDirectEntry(index));
     }
   }
-  // Rows of no entry that differed are as they should be now.
-  if (overwrite) return;
-  for (const HwIndex index : defaults) {
-    if (std::all_of(hwTables().begin(), hwTables().end(),
-                    [&](const auto& each) { return holds(*each.second, index); })) {
-      directTable()->hwInconsistentEntryDelFromDirectItem(*nullDirectEntry(index));
-    }
+  const auto& rows = hwTable(0)->descriptor();
+  for (HwIndex index = std::max(start, rows.first); index <= rows.last; ++index) {
+    const auto entry = nullDirectEntry(index);
+    if (!directTable()->hwInconsistentEntryFromDirectItem(*entry)) continue;
+    if (everyTableHolds(index)) directTable()->hwInconsistentEntryDelFromDirectItem(*entry);
   }
+}
+
+bool DirectBaseConvertor::everyTableHolds(HwIndex index) const {
+  return std::all_of(hwTables().begin(), hwTables().end(),
+                     [&](const auto& each) { return holds(*each.second, index); });
 }
 
 /// Takes up what rows hold that could not be read before.
@@ -99,10 +103,14 @@ void DirectBaseConvertor::readUnread(U32 start) {
     for (HwIndex index = std::max(start, descriptor.first); index <= descriptor.last; ++index) {
       const Row state = table->state(index);
       if (state != Row::unread && state != Row::unknown) continue;
-      if (directTable()->entryHasByDirectItem(*nullDirectEntry(index))) {
+      const auto entry = nullDirectEntry(index);
+      if (directTable()->entryHasByDirectItem(*entry)) {
         table->readEntry(index);
       } else {
         rebuildRow(*table, index);
+      }
+      if (directTable()->entryHasByDirectItem(*entry) && !everyTableHolds(index)) {
+        directTable()->hwInconsistentEntryIsFromDirectItem(*entry);
       }
     }
   }

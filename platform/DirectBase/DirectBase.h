@@ -65,6 +65,9 @@ class VELA_EXPORT DirectBaseTable : public VelaSwitchApi::SwTable {
 /// Base of the convertors of direct tables. Every hardware table holds the same rows.
 class VELA_EXPORT DirectBaseConvertor : public VelaSwitchApi::SwTableProfileConvertor {
  public:
+  /// Without `overwrite`, only rows that belong to no entry; one that could not be read before is
+  /// read again, and left alone when it still cannot be. Keys whose rows are as they should be lose
+  /// their marks.
   void initHwEntries(bool overwrite, U32 start) override;
   void syncEntries(U32 table) override;
   void handleRebuilt() override;
@@ -101,6 +104,7 @@ class VELA_EXPORT DirectBaseConvertor : public VelaSwitchApi::SwTableProfileConv
   void rowImage(const DirectBaseEntry& entry, HwIndex index, U32* image) const;
   bool rowIs(const DirectBaseEntry& entry, HwIndex index);
   bool holds(const VelaSwitchApi::HwTableConfig& table, HwIndex index) const;
+  bool everyTableHolds(HwIndex index) const;
   bool isFirstSound(HwTableId id, HwIndex index) const;
   void readUnread(U32 start);
   bool takesDefault(const VelaSwitchApi::HwTableConfig& table, HwIndex index) const;

@@ -22,10 +22,15 @@ HitTracker::Table* HitTracker::tracked(HwTableId id) {
   return table == tables_.end() || !table->second.bits->readable() ? nullptr : &table->second;
 }
 
-void HitTracker::rowChanges(HwTableId id, HwIndex index) {
+void HitTracker::rowChanges(HwTableId id, HwIndex index, bool empty) {
   Table* table = tracked(id);
   if (!table || table->rows[index] == Bit::clear) return;
   hit_.clear();
+  if (empty && !table->formers.contains(index)) {
+    rows_.addOccupants(index, hit_);
+    if (hit_.empty()) return;
+    hit_.clear();
+  }
   if (readBlock(*table, index, hit_)) {
     for (const auto& entry : hit_) {
       if (entry->keptHit_ != HashBaseCuckooEntry::noKeptHit) continue;

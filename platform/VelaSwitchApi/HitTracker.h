@@ -40,8 +40,10 @@ class VELA_EXPORT HitTracker {
   /// The hit bits of the pipeline's rows, or null.
   Orb::Ptr<HitBitTableConfig> hitTable(HwTableId id) const;
 
-  /// A row is about to be written: keeps the hits that would be lost or misread.
-  void rowChanges(HwTableId id, HwIndex index);
+  /// A row is about to be written, to be `empty` or not: keeps the hits that would be lost or
+  /// misread. A row that becomes empty and held nobody any more has none; its bit is read when it
+  /// is next filled.
+  void rowChanges(HwTableId id, HwIndex index, bool empty);
   /// A row was written: it is empty now, so that no lookup hits it, or it is not.
   void rowChanged(HwTableId id, HwIndex index, bool empty);
   /// An entry was removed: its hits are nobody's.

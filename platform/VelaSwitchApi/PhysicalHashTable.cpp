@@ -179,7 +179,8 @@ bool PhysicalHashTable::writeImage(HwIndex index, const U32* image, bool empty) 
 bool PhysicalHashTable::writeTo(HwTableConfig& table, HwIndex index, const U32* image, bool empty) {
   const HwTableId id = table.descriptor().identity.id;
   const bool good =
-      table.entryIs(HwEntryConfig(index, image, maxRowWords), [&] { hits_.rowChanges(id, index); });
+      table.entryIs(HwEntryConfig(index, image, maxRowWords),
+                    [&] { hits_.rowChanges(id, index, empty); });
   hits_.rowChanged(id, index, good && empty);
   return good;
 }
@@ -311,7 +312,7 @@ bool PhysicalHashTable::remove(HashBaseCuckooEntry& entry) {
     if (const auto next = nextDuplicate(entry)) {
       // The row changes hands even if its words stay the same.
       for (const auto& table : hwTables_) {
-        hits_.rowChanges(table->descriptor().identity.id, hwIndex(location));
+        hits_.rowChanges(table->descriptor().identity.id, hwIndex(location), false);
       }
       hits_.entryDel(entry);
       engine_.replace(entry, *next);
