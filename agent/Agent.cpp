@@ -63,6 +63,7 @@ void Agent::start(Start how) {
 }
 
 void Agent::complete() {
+  if (routeWriter_) routeWriter_->complete();
   for (const auto& adapter : tables_) adapter->table().initHwEntries(false);
 }
 

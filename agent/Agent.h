@@ -33,7 +33,8 @@ class Agent {
   /// comes first, and then complete().
   void start(Start how);
   /// After a restart, all that is desired was told: rows that belong to no entry are brought to
-  /// their default, but for those that could not be read.
+  /// their default, but for those that could not be read, and routes that were guessed from their
+  /// rows give way to those that were announced.
   void complete();
 
   const VelaSwitch::ProfileInfo& profile() const { return *profile_; }

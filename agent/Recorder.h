@@ -25,8 +25,8 @@ class Recorder final : public VelaSwitchApi::RegisterBus {
   /// `bus` must outlive the recorder.
   explicit Recorder(RegisterBus& bus) : bus_(bus) {}
 
-  /// While muted, row writes go nowhere and succeed, and no hit is read: what is desired takes shape
-  /// in software alone.
+  /// While muted, row writes go nowhere and succeed, and no hit is read: what is desired takes
+  /// shape in software alone.
   void mutedIs(bool muted) { muted_ = muted; }
   void listenerIs(Listener listener) { listener_ = std::move(listener); }
   const std::string& path(RegisterHandle handle) const { return paths_[handle]; }

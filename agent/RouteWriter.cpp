@@ -35,6 +35,11 @@ IpPrefix longer(const IpPrefix& base, U8 extra, U32 bits) {
   return {IpAddr(base.address().number() | behind), len};
 }
 
+/// The node of a route that the first level holds.
+U32 firstNode(const VelaSwitch::LpmKey& route) {
+  return RouteTree<firstKeyLength>::node(route.prefix().len(), bitsBehind(route.prefix(), 0));
+}
+
 VelaSwitch::LpmKey firstKey(U8 vrf, U32 cell) {
   return {vrf, IpPrefix(IpAddr(cell << (32 - firstKeyLength)), firstKeyLength)};
 }
@@ -132,7 +137,7 @@ void RouteWriter::handleRoute(const Key& route) {
   writeFirst(route, result);
   // What was desired before and is not in hardware changes no entry: it takes another try.
   const FirstGroup& group = firstGroups_[route.vrf()];
-  group.tree.forEachCell(FirstTree::node(len, bitsBehind(route.prefix(), 0)), [&](U32 cell) {
+  group.tree.forEachCell(firstNode(route), [&](U32 cell) {
     const Key key = firstKey(route.vrf(), cell);
     if (first_->hwInconsistentEntry(key)) first_->handleEntry(key);
   });
@@ -142,36 +147,15 @@ void RouteWriter::handleRoute(const Key& route) {
 // The first level.
 
 void RouteWriter::writeFirst(const Key& route, const LpmResult* result) {
-  const U32 node = FirstTree::node(route.prefix().len(), bitsBehind(route.prefix(), 0));
+  const U32 node = firstNode(route);
   FirstTree& tree = firstGroups_[route.vrf()].tree;
   if (result) {
     tree.is(node, result->cellResult(routeCell).nexthopIndexes());
   } else {
     tree.del(node);
   }
-  if (!taking_) {
-    if (result) takeGuesses(route, node);
-    writeFirstCells(route.vrf(), node);
-  }
+  if (!taking_) writeFirstCells(route.vrf(), node);
   if (result) refreshFirst(route);
-}
-
-/// Where registers do not tell a route's length, each of its rows was taken for a route of its own.
-/// Those that lead where this route does were this one.
-void RouteWriter::takeGuesses(const Key& route, U32 node) {
-  if (unclaimed_.empty()) return;
-  const FirstTree& tree = firstGroups_[route.vrf()].tree;
-  const U8 behind = static_cast<U8>(firstKeyLength - FirstTree::extra(node));
-  std::vector<Key> guesses;
-  for (U32 cell = 0; behind != 0 && cell < 1u << behind; ++cell) {
-    const U32 leaf = (node << behind) + cell;
-    if (!tree.has(leaf) || tree.nexthop(leaf) != tree.nexthop(node)) continue;
-    const Key key = firstKey(route.vrf(), FirstTree::bits(leaf));
-    const VelaSwitchTable::Lpm11Result* row = first_->entry(key);
-    const bool guessed = row && row->cellResult().maskLength().value() == MaskLength::null;
-    if (guessed && unclaimed_.has(key)) guesses.push_back(key);
-  }
-  forget(guesses);
 }
 
 void RouteWriter::writeFirstCells(U8 vrf, U32 node) {
@@ -205,7 +189,7 @@ void RouteWriter::writeFirstCells(U8 vrf, U32 node) {
 
 RouteWriter::Status RouteWriter::firstStatus(const Key& route) const {
   bool good = true;
-  const U32 node = FirstTree::node(route.prefix().len(), bitsBehind(route.prefix(), 0));
+  const U32 node = firstNode(route);
   firstGroups_[route.vrf()].tree.forEachCell(node, [&](U32 cell) {
     const Key key = firstKey(route.vrf(), cell);
     good = good && first_->entry(key) && !first_->hwInconsistentEntry(key);
@@ -353,6 +337,25 @@ void RouteWriter::rebuildHashed(Level& level) {
 void RouteWriter::claim(const Key& route) {
   if (unclaimed_.empty() || !unclaimed_.erase(route)) return;
   handleRoute(route);
+}
+
+/// Where registers do not tell a route's length, each of its rows was taken for a route of its own.
+/// Those that lead where the route around them does were this one. Not known before all routes are:
+/// one between the two may have another next hop.
+void RouteWriter::complete() {
+  std::vector<Key> explained;
+  unclaimed_.forEach([&](const Key& key, bool) {
+    if (key.prefix().len() != firstKeyLength) return;
+    const VelaSwitchTable::Lpm11Result* row = first_->entry(key);
+    if (!row || row->cellResult().maskLength().value() != MaskLength::null) return;
+    const FirstTree& tree = firstGroups_[key.vrf()].tree;
+    const U32 around = tree.owner(firstNode(key) >> 1);
+    if (around != FirstTree::none && tree.nexthop(around) == row->cellResult().nexthopIndexes()) {
+      explained.push_back(key);
+    }
+  });
+  forget(explained);
+  for (const Key& key : explained) writeFirstCells(key.vrf(), firstNode(key));
 }
 
 U32 RouteWriter::releaseUnclaimed() {

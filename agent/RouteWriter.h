@@ -55,6 +55,8 @@ class RouteWriter final : private Orb::KeyObserver<VelaSwitch::LpmKey> {
   void rebuild();
   /// The route is announced: rebuilt or not, it stays.
   void claim(const Key& key);
+  /// All that is desired was announced: guesses that announced routes account for go.
+  void complete();
   /// Forgets the rebuilt routes that were not claimed; returns how many. Entries of
   /// the levels that were announced on their own stay.
   U32 releaseUnclaimed();
@@ -112,7 +114,6 @@ class RouteWriter final : private Orb::KeyObserver<VelaSwitch::LpmKey> {
 
   void handleKey(const Key& route) override;
   void writeFirst(const Key& route, const VelaSwitchTable::LpmResult* result);
-  void takeGuesses(const Key& route, U32 node);
   void writeFirstCells(U8 vrf, U32 node);
   void writeHashed(Level& level, const Key& route, const VelaSwitchTable::LpmResult* result);
   void programGroup(Level& level, const Key& key, const Group& group);

@@ -270,7 +270,8 @@ class EntryAdapter : public HwTableAdapter {
   void forEachEntry(const TableAdapter::EntryVisitor& visit) const override {
     for (const Key& key : table_->entries().keys()) {
       const Result& result = *table_->entry(key);
-      if (told(key, result)) visit(keyToJson(key), toJson(VelaSwitchTable::announced<Family>(result)));
+      if (told(key, result))
+        visit(keyToJson(key), toJson(VelaSwitchTable::announced<Family>(result)));
     }
   }
   U32 entries() const override { return table_->entries().size() - table_->unclaimed(); }

@@ -60,12 +60,20 @@ void SimulatedSwitch::commit(Table& table, HwIndex index, std::span<const Regist
   if (state_.writesClearHits) table.hit(index) = 0;
 }
 
+bool SimulatedSwitch::readFails() {
+  if (state_.failReads == 0) [[likely]]
+    return false;
+  if (state_.goodReads > 0) {
+    --state_.goodReads;
+    return false;
+  }
+  --state_.failReads;
+  return true;
+}
+
 SimulatedSwitch::Read SimulatedSwitch::row(TableHandle handle, HwIndex index,
                                            std::span<RegisterValue> values) {
-  if (state_.failReads > 0) {
-    --state_.failReads;
-    return Read::failed;
-  }
+  if (readFails()) return Read::failed;
   const Table& table = state_.tables[handle];
   const U32* words = table.row(index);
   if (!words) return Read::absent;
@@ -75,10 +83,7 @@ SimulatedSwitch::Read SimulatedSwitch::row(TableHandle handle, HwIndex index,
 }
 
 bool SimulatedSwitch::hitBits(TableHandle handle, HwIndex first, std::span<RegisterValue> values) {
-  if (state_.failReads > 0) {
-    --state_.failReads;
-    return false;
-  }
+  if (readFails()) return false;
   Table& table = state_.tables[handle];
   for (RegisterValue& value : values) {
     value.value = 0;

@@ -78,8 +78,11 @@ class VELA_EXPORT SimulatedSwitch final : public VelaSwitchApi::RegisterBus {
   /// After `good` more row writes, `count` of them fail, each after `registers` of its registers
   /// were written.
   void failWritesIs(U32 count, U32 registers = 0, U32 good = 0);
-  /// The next `count` row reads, and reads of hit bits, fail.
-  void failReadsIs(U32 count) { state_.failReads = count; }
+  /// After `good` more row reads, or reads of hit bits, `count` of them fail.
+  void failReadsIs(U32 count, U32 good = 0) {
+    state_.failReads = count;
+    state_.goodReads = good;
+  }
   /// Whether a row's hit bit is cleared when the row is written; it stays as it is unless told.
   void writesClearHitsIs(bool clear) { state_.writesClearHits = clear; }
   /// Flips bit `bit` of word `word` (counted over the row's registers). False when there is no
@@ -95,6 +98,7 @@ class VELA_EXPORT SimulatedSwitch final : public VelaSwitchApi::RegisterBus {
   U64 registerWrites() const { return state_.registerWrites; }
 
  private:
+  bool readFails();
   ImageHeader& header() const;
   void format();
   void load();
@@ -115,6 +119,7 @@ class VELA_EXPORT SimulatedSwitch final : public VelaSwitchApi::RegisterBus {
     U32 goodWrites = 0;  ///< Row writes that work before the next one that fails.
     U32 failWrites = 0;
     U32 failAfterRegisters = 0;
+    U32 goodReads = 0;  ///< Reads that work before the next one that fails.
     U32 failReads = 0;
     bool writesClearHits = false;
     WriteObserver observer;

@@ -407,6 +407,78 @@ TEST(Waiting, acrossTablesThatShareRows) {
   EXPECT_EQ(second->tableStatus()->entryStatuses().size(), 0u);
 }
 
+/// Items that are dropped while they wait are found again, so that no key waits twice.
+TEST(Waiting, isNotForgottenWithTheItems) {
+  Started<HashTestTable> rig;
+  auto& physical = rig.table->profileConvertor().physicalTable();
+  U32 count = 0;
+  while (physical.engine().waiting().size() < 5) {
+    rig.table->entryIs(HashTestKey{count++}, HashTestResult{1u});
+  }
+  rig.table->hashItemDelAll();
+  for (U32 key = 0; key < count; ++key) rig.table->handleEntry(HashTestKey{key});
+  EXPECT_EQ(physical.engine().waiting().size(), 5u);
+  rig.table->hashItemDelAll();
+  for (U32 key = 0; key < count; ++key) rig.table->entryDel(HashTestKey{key});
+  EXPECT_EQ(physical.engine().waiting().size(), 0u);
+  EXPECT_EQ(physical.engine().size(), 0u);
+}
+
+/// Whoever hears of a status may announce and withdraw at once.
+TEST(Waiting, throughObserversThatActOnIt) {
+  VelaTest::Random random;
+  Started<HashTestTable> rig;
+  struct Meddler final : Orb::KeyObserver<HashTestKey> {
+    Meddler(Started<HashTestTable>& started, VelaTest::Random& numbers)
+        : rig(started), random(numbers) {}
+    void handleKey(const HashTestKey& key) override {
+      if (depth == 2 || random.below(3) != 0) return;
+      ++depth;
+      const HashTestKey other{random.flip() ? key.value() : random.below(64)};
+      if (random.flip()) {
+        rig.table->entryDel(other);
+      } else {
+        rig.table->entryIs(other, HashTestResult{random()});
+      }
+      --depth;
+      ++meddled;
+    }
+    Started<HashTestTable>& rig;
+    VelaTest::Random& random;
+    int depth = 0;
+    U32 meddled = 0;
+  } meddler(rig, random);
+  rig.table->tableStatusIs()->entryStatuses().observerIs(&meddler);
+  for (int step = 0; step < 20000; ++step) {
+    const HashTestKey key{random.below(64)};
+    if (random.below(8) == 0) rig.chip.failWritesIs(random.below(3), random.below(3));
+    if (random.flip()) {
+      rig.table->entryDel(key);
+    } else {
+      rig.table->entryIs(key, HashTestResult{random()});
+    }
+    if (step % 50 != 0) continue;
+    meddler.depth = 2;
+    rig.chip.failWritesIs(0);
+    rig.table->profileConvertor().physicalTable().settle();
+    meddler.depth = 0;
+    U32 programmed = 0;
+    for (U32 each = 0; each < 64; ++each) {
+      const auto* status = rig.table->tableStatus()->entryStatus(HashTestKey{each});
+      const auto* entry = rig.table->entry(HashTestKey{each});
+      ASSERT_EQ(status != nullptr, entry != nullptr) << each << " at " << step;
+      const bool in = status && status->status() == EntryProgrammedStatus::programmed;
+      const auto found = rig.path.hashTest(each);
+      ASSERT_EQ(found.has_value(), in) << each << " at " << step;
+      if (in) ASSERT_EQ(found->result(), entry->result()) << each;
+      programmed += in ? 1 : 0;
+    }
+    ASSERT_EQ(rig.table->profileConvertor().physicalTable().engine().size(), programmed);
+  }
+  EXPECT_GT(meddler.meddled, 1000u);
+  rig.table->tableStatusIs()->entryStatuses().observerDel(&meddler);
+}
+
 /// When the row that became free cannot be written, whoever was to have it gets it later, and
 /// nobody is lost.
 TEST(Waiting, throughFailingWrites) {

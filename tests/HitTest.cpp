@@ -208,6 +208,59 @@ TEST_P(Hits, ofARemovedEntryAreNotItsSuccessors) {
   EXPECT_EQ(lastHit(6), 9) << "reported once";
 }
 
+/// What only looks at a switch, to compare it with what is desired, takes no hit from it.
+TEST_P(Hits, outlastAComparison) {
+  VelaDevice::SimulatedSwitch chip;
+  chip.writesClearHitsIs(GetParam());
+  const auto each = [](Agent& agent, const auto& action) {
+    for (U32 key = 0; key < 6; ++key) action(*agent.table("HashTest", 0).hardware(), Json(key));
+  };
+  {
+    Agent agent(profile, chip);
+    agent.make({"HashTest"});
+    agent.start(Agent::Start::fresh);
+    each(agent, [](auto& table, const Json& key) { table.set(key, 1); });
+    each(agent, [&](auto& table, const Json& key) { table.lookup(agent.dataPath(), key); });
+  }
+  Agent agent(profile, chip);
+  agent.make({"HashTest"});
+  agent.desireBegin();
+  each(agent, [](auto& table, const Json& key) { table.set(key, 1); });
+  each(agent, [](auto& table, const Json& key) { table.del(key); });
+  each(agent, [](auto& table, const Json& key) { table.set(key, 1); });
+  agent.desireEnd();
+  auto& table = *agent.table("HashTest", 0).hardware();
+  table.audit();
+  EXPECT_TRUE(table.findings().empty());
+  EXPECT_TRUE(table.pollHitBits(Orb::Seconds(5)));
+  for (const auto& status : table.statuses()) EXPECT_EQ(status.lastHit.value(), 5) << status.key;
+}
+
+/// An entry that was behind another one of the same hardware key takes over its row, not its hits.
+TEST_P(Hits, doNotPassToADuplicate) {
+  VelaDevice::SimulatedSwitch chip;
+  chip.writesClearHitsIs(GetParam());
+  Agent agent(profile, chip);
+  agent.make({"NatMatch"});
+  agent.start(Agent::Start::fresh);
+  auto& table = *agent.table("NatMatch", 0).hardware();
+  // The destination takes no part in a source key.
+  const auto key = [](U32 dport) {
+    return Json{{"natType", 1}, {"srcIp", "10.0.0.1"}, {"sport", 7}, {"dport", dport}};
+  };
+  const Json result{{"valid", true}, {"natRewriteId", 3}};
+  EXPECT_EQ(table.set(key(1), result), EntryProgrammedStatus::programmed);
+  EXPECT_EQ(table.set(key(2), result), EntryProgrammedStatus::duplicateKey);
+  EXPECT_FALSE(table.lookup(agent.dataPath(), key(1)).is_null());
+  table.del(key(1));
+  EXPECT_TRUE(table.pollHitBits(Orb::Seconds(5)));
+  ASSERT_EQ(table.statuses().size(), 1u);
+  EXPECT_EQ(table.statuses()[0].lastHit.value(), 0);
+  EXPECT_FALSE(table.lookup(agent.dataPath(), key(2)).is_null());
+  EXPECT_TRUE(table.pollHitBits(Orb::Seconds(6)));
+  EXPECT_EQ(table.statuses()[0].lastHit.value(), 6);
+}
+
 INSTANTIATE_TEST_SUITE_P(Hardware, Hits, testing::Bool(), [](const auto& clears) {
   return clears.param ? std::string("clearsBitsOnWrites") : std::string("keepsBitsOnWrites");
 });

@@ -281,6 +281,112 @@ TEST_P(Restart, rowsThatCannotBeReadAreLeftAlone) {
   }
 }
 
+/// Copies that answer one after the other are put together as if all had answered at once.
+TEST_P(Restart, rowsThatAnswerLaterAreTakenUpThen) {
+  for (const Group& group : VelaTest::groups(*profile)) {
+    if (group.name() == "Route") continue;
+    SCOPED_TRACE(group.name());
+    VelaDevice::SimulatedSwitch saved;
+    U32 reads = 0;
+    {
+      Rig before(profile, group, saved, Agent::Start::fresh);
+      announce(before, someEntries(group));
+      for (const auto& table : before.agent.tables()) {
+        for (const auto& [id, hwTable] : table->convertor().hwTables()) {
+          reads += hwTable->descriptor().last - hwTable->descriptor().first + 1;
+        }
+      }
+    }
+    VelaDevice::SimulatedSwitch copy(saved);
+    const Json expected = Rig(profile, group, copy, Agent::Start::restart).entries();
+    for (int round = 0; round < 4; ++round) {
+      VelaDevice::SimulatedSwitch chip(saved);
+      chip.failReadsIs(random.below(2 * reads) + 4, random.below(reads));
+      Rig after(profile, group, chip, Agent::Start::restart);
+      chip.failReadsIs(0);
+      after.agent.complete();
+      ASSERT_TRUE(after.written.empty()) << "every row was right";
+      ASSERT_EQ(after.entries(), expected);
+      for (const auto& table : after.agent.tables()) {
+        for (const auto& status : table->statuses()) {
+          ASSERT_EQ(status.status, EntryProgrammedStatus::programmed) << status.key;
+        }
+      }
+    }
+  }
+}
+
+/// A row that no row of its table can be says nothing, and is not left standing: the other copies
+/// of the entry count.
+TEST_P(Restart, anotherCopyCountsWhenOneIsNonsense) {
+  U32 corrupted = 0;
+  for (const Group& group : VelaTest::groups(*profile)) {
+    if (group.name() == "Route") continue;
+    SCOPED_TRACE(group.name());
+    const Desired desired = someEntries(group);
+    VelaDevice::SimulatedSwitch chip;
+    const auto rows = [&](const Agent& agent) {
+      std::map<Row, std::vector<U32>> all;
+      for (const auto& table : agent.tables()) {
+        for (const auto& [id, hwTable] : table->convertor().hwTables()) {
+          const auto& identity = hwTable->descriptor().identity;
+          const auto* chipTable = chip.find(identity.family, identity.instance, id);
+          for (HwIndex index = hwTable->descriptor().first; index <= hwTable->descriptor().last;
+               ++index) {
+            if (hwTable->mapped(index).empty()) continue;
+            const U32* words = chipTable->row(index);
+            all[{identity.name, index}].assign(words, words + chipTable->rowWords());
+          }
+        }
+      }
+      return all;
+    };
+    std::map<Row, std::vector<U32>> right;
+    Json expected;
+    {
+      Rig before(profile, group, chip, Agent::Start::fresh);
+      announce(before, desired);
+      right = rows(before.agent);
+      VelaDevice::SimulatedSwitch copy(chip);
+      expected = Rig(profile, group, copy, Agent::Start::restart).entries();
+    }
+    bool copies = true;
+    {
+      Agent flipper(profile, chip);
+      flipper.make(group.make);
+      flipper.decode();
+      for (const auto& table : flipper.tables()) {
+        copies = copies && table->convertor().hwTables().size() > 1;
+        auto& hwTable = *table->convertor().hwTables().begin()->second;
+        const auto& descriptor = hwTable.descriptor();
+        for (HwIndex index = descriptor.first; index <= descriptor.last; ++index) {
+          const auto words = static_cast<U32>(hwTable.mapped(index).size());
+          if (words == 0 || random.below(4) != 0) continue;
+          const U32 word = random.below(words);
+          const U32 bit = random.below(32);
+          if (!chip.flipBit(hwTable.busHandle(), index, word, bit)) continue;
+          hwTable.readEntry(index);
+          if (table->convertor().rowSound(descriptor.identity.id, index)) {
+            chip.flipBit(hwTable.busHandle(), index, word, bit);
+          } else {
+            ++corrupted;
+          }
+        }
+      }
+    }
+    Rig after(profile, group, chip, Agent::Start::restart);
+    // Each VLAN and LAG table has something that is in no other.
+    const bool slices = group.name() == "VlanMembership" || group.name() == "LagGroup" ||
+                        group.name() == "LagMembership" || group.name() == "RxPortMirror";
+    if (copies && !slices) ASSERT_EQ(after.entries(), expected);
+    announce(after, desired);
+    after.agent.complete();
+    if (copies || !hashed(after.agent)) ASSERT_EQ(rows(after.agent), right);
+    ASSERT_NO_FATAL_FAILURE(expectDesired(after, desired));
+  }
+  EXPECT_GT(corrupted, 100u);
+}
+
 /// The whole switch with everything in it: the second start, told the same, writes nothing and
 /// counts the same. Whole routes and entries of their levels are not mixed: they would be
 /// announced over each other.

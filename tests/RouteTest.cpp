@@ -349,6 +349,20 @@ TEST(Routes, guessesGiveWayToEntriesOfTheLevels) {
   EXPECT_EQ(after.rowWrites(), before.rowWrites());
 }
 
+/// A route that was guessed and is withdrawn is no guess any more.
+TEST(Routes, guessesCanBeWithdrawn) {
+  Ladder before("vela-48-5.1");
+  for (const char* each : {"10.0.0.0/9", "10.1.2.0/24"}) before.set(route(1, each), nexthop(7));
+  Ladder after("vela-48-5.1", Chip::Start::restart, &before.chip.chip);
+  EXPECT_EQ(after.writer->unclaimed(), 2u);
+  for (const char* each : {"10.0.0.0/9", "10.1.2.0/24"}) {
+    after.routes->entryDel(route(1, each));
+    EXPECT_EQ(after.chip.path.route(1, route(1, each).prefix().address()), std::nullopt);
+  }
+  EXPECT_EQ(after.writer->unclaimed(), 0u);
+  EXPECT_EQ(after.writer->releaseUnclaimed(), 0u);
+}
+
 /// A restart finds the routes in the registers; announcing them again writes nothing, and what is
 /// not announced goes.
 TEST(Routes, aRestartTakesUpWhatTheSwitchHolds) {
@@ -363,7 +377,8 @@ TEST(Routes, aRestartTakesUpWhatTheSwitchHolds) {
     EXPECT_EQ(after.rowWrites(), before.rowWrites());
     for (const LpmKey& key : keys) after.set(key, before.desired[key]);
     EXPECT_EQ(after.rowWrites(), before.rowWrites()) << "nothing changed";
-    after.writer->releaseUnclaimed();
+    after.writer->complete();
+    EXPECT_EQ(after.writer->unclaimed(), 0u);
     EXPECT_EQ(after.routes->entries().size(), keys.size());
     after.checkAll(random, 5000);
     EXPECT_EQ(after.rowWrites(), before.rowWrites());
@@ -377,6 +392,26 @@ TEST(Routes, aRestartTakesUpWhatTheSwitchHolds) {
     for (const LpmKey& key : fewer.first->unclaimedKeys()) fewer.first->entryDel(key);
     EXPECT_EQ(fewer.routes->entries().size(), (keys.size() + 1) / 2);
     fewer.checkAll(random, 5000);
+  }
+}
+
+/// Rows of the first level do not tell routes of other lengths apart: however they lie within each
+/// other and in whatever order they are announced, no row changes meanwhile.
+TEST(Routes, guessesStayUntilAllIsAnnounced) {
+  Random random;
+  for (int round = 0; round < 20; ++round) {
+    Ladder before("vela-48-4.1");
+    std::vector<LpmKey> keys;
+    for (U32 i = 0; i < 40; ++i) {
+      keys.push_back({U8{0}, IpPrefix(IpAddr(random()), static_cast<U8>(random.below(12)))});
+      before.set(keys.back(), nexthop(random.below(3)));
+    }
+    Ladder after("vela-48-4.1", Chip::Start::restart, &before.chip.chip);
+    for (const auto& [key, to] : before.desired) after.set(key, to);
+    after.writer->complete();
+    EXPECT_EQ(after.rowWrites(), before.rowWrites());
+    EXPECT_EQ(after.writer->unclaimed(), 0u);
+    ASSERT_NO_FATAL_FAILURE(after.checkAll(random, 200));
   }
 }
 

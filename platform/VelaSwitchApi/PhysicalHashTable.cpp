@@ -178,9 +178,8 @@ bool PhysicalHashTable::writeImage(HwIndex index, const U32* image, bool empty) 
 
 bool PhysicalHashTable::writeTo(HwTableConfig& table, HwIndex index, const U32* image, bool empty) {
   const HwTableId id = table.descriptor().identity.id;
-  const bool good =
-      table.entryIs(HwEntryConfig(index, image, maxRowWords),
-                    [&] { hits_.rowChanges(id, index, empty); });
+  const bool good = table.entryIs(HwEntryConfig(index, image, maxRowWords),
+                                  [&] { hits_.rowChanges(id, index, empty); });
   hits_.rowChanged(id, index, good && empty);
   return good;
 }
@@ -385,7 +384,8 @@ bool PhysicalHashTable::duplicateDel(HashBaseCuckooEntry& entry) {
     return false;
   const auto at = duplicates_.find(rowsOf(entry));
   if (at == duplicates_.end()) return false;
-  const auto gone = std::erase_if(at->second, [&](const auto& each) { return each.get() == &entry; });
+  const auto gone =
+      std::erase_if(at->second, [&](const auto& each) { return each.get() == &entry; });
   if (at->second.empty()) duplicates_.erase(at);
   return gone != 0;
 }
@@ -500,8 +500,8 @@ void PhysicalHashTable::initRows(HwIndex start, bool overwrite) {
     }
     const bool written = hashItemWrite(*entry, location(index));
     lastWritten_ = nullptr;
-    const Status before = std::exchange(
-        entry->status_, written ? Status::programmed : Status::hardwareError);
+    const Status before =
+        std::exchange(entry->status_, written ? Status::programmed : Status::hardwareError);
     if (entry->status_ != before) entry->table().entryStatusIsByHashItem(*entry);
     if (written) entry->table().hwInconsistentEntryDelFromHashItem(*entry);
   }
@@ -523,8 +523,8 @@ bool PhysicalHashTable::writeDefault(HwIndex index) {
     const Row state = table->state(index);
     return state == Row::unread || state == Row::unknown;
   };
-  const bool undecided = undecided_.contains(index) ||
-                         std::all_of(hwTables_.begin(), hwTables_.end(), unread);
+  const bool undecided =
+      undecided_.contains(index) || std::all_of(hwTables_.begin(), hwTables_.end(), unread);
   readRow(index);
   if (undecided && adopt(index)) return true;
   U32 image[maxRowWords];
