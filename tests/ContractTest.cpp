@@ -470,7 +470,9 @@ TEST(Waiting, throughObserversThatActOnIt) {
       const bool in = status && status->status() == EntryProgrammedStatus::programmed;
       const auto found = rig.path.hashTest(each);
       ASSERT_EQ(found.has_value(), in) << each << " at " << step;
-      if (in) ASSERT_EQ(found->result(), entry->result()) << each;
+      if (in) {
+        ASSERT_EQ(found->result(), entry->result()) << each;
+      }
       programmed += in ? 1 : 0;
     }
     ASSERT_EQ(rig.table->profileConvertor().physicalTable().engine().size(), programmed);

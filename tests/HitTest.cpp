@@ -175,7 +175,9 @@ TEST_P(Hits, failedReadsLoseNone) {
     }
     rig.hit.clear();
   }
-  if (!GetParam()) EXPECT_GT(doubted, 0u) << "no read failed where it mattered";
+  if (!GetParam()) {
+    EXPECT_GT(doubted, 0u) << "no read failed where it mattered";
+  }
 }
 
 /// A hit that is known but not reported yet ends with its entry.

@@ -231,7 +231,9 @@ TEST_P(Restart, copiesThatDifferDoNotSpread) {
     ASSERT_TRUE(after.written.empty());
     const bool slices = group.name() == "VlanMembership" || group.name() == "LagGroup" ||
                         group.name() == "LagMembership" || group.name() == "RxPortMirror";
-    if (!slices) ASSERT_EQ(after.entries(), expected) << "the first hardware table counts";
+    if (!slices) {
+      ASSERT_EQ(after.entries(), expected) << "the first hardware table counts";
+    }
     after.agent.complete();
     ASSERT_TRUE(after.written.empty()) << "no row is nobody's";
     announce(after, older);
@@ -378,10 +380,14 @@ TEST_P(Restart, anotherCopyCountsWhenOneIsNonsense) {
     // Each VLAN and LAG table has something that is in no other.
     const bool slices = group.name() == "VlanMembership" || group.name() == "LagGroup" ||
                         group.name() == "LagMembership" || group.name() == "RxPortMirror";
-    if (copies && !slices) ASSERT_EQ(after.entries(), expected);
+    if (copies && !slices) {
+      ASSERT_EQ(after.entries(), expected);
+    }
     announce(after, desired);
     after.agent.complete();
-    if (copies || !hashed(after.agent)) ASSERT_EQ(rows(after.agent), right);
+    if (copies || !hashed(after.agent)) {
+      ASSERT_EQ(rows(after.agent), right);
+    }
     ASSERT_NO_FATAL_FAILURE(expectDesired(after, desired));
   }
   EXPECT_GT(corrupted, 100u);
