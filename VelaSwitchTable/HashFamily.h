@@ -302,8 +302,8 @@ class VELA_EXPORT HashFamilyTableBase : public VelaSwitchApi::HashBaseTable,
     ORB_ASSERT_TEXT(item.valid(), "hashItem->valid()");
     if (F::trace.enabled(8)) F::trace(8, "entryIsByHashItem ", item.toStrep());
     *cachedItem_.insert(item.key()).first = Orb::Ptr<Entry>(&item);
-    recordStatus(item);
     this->entryIsFromHw(item.key(), item.result());
+    if (isCurrent(item)) recordStatus(item);
   }
   bool entryEqualByHashItem(const HashItem& item) const override {
     const Result* desired = this->entry(keyOf(item));
@@ -312,10 +312,12 @@ class VELA_EXPORT HashFamilyTableBase : public VelaSwitchApi::HashBaseTable,
   void lastHitByHashItemIs(HashItem& hashItem, Orb::Seconds time) override {
     if (!hitBitsHandled()) return HashBaseTable::lastHitByHashItemIs(hashItem, time);
     const auto item = cachedCuckooEntry(hashItem);
-    if (!item || time < item->lastHit()) return;
+    if (!item || item.get() != &hashItem || time < item->lastHit()) return;
     item->lastHitIs(time);
     if (!statusSupported()) return;
     recordStatus(static_cast<Entry&>(*item));
+    // Whoever heard of it may have withdrawn the entry, or announced it anew.
+    if (!isCurrent(static_cast<Entry&>(*item))) return;
     const EntryStatus& status = *tableStatusIs()->entryStatus(keyOf(hashItem));
     ORB_ASSERT(item->lastHit() == status.lastHit());
   }
@@ -338,17 +340,18 @@ class VELA_EXPORT HashFamilyTableBase : public VelaSwitchApi::HashBaseTable,
     this->hwInconsistentEntryIs(keyOf(item), true);
   }
   void handleHashItem(const HashItem& item) override { handleEntry(Key(keyOf(item))); }
-  bool entryReleaseByHashItem(const HashItem& item) override {
+  bool entryUnclaimedByHashItem(const HashItem& item) const override {
+    return this->unclaimed(keyOf(item));
+  }
+  void entryReleaseByHashItem(const HashItem& item) override {
     const Key key = keyOf(item);
-    if (!this->unclaimed(key)) return false;
     this->entryForget(key);
-    tableStatusIs()->entryStatusDel(key);
     hashItemDel(key);
-    return true;
+    tableStatusIs()->entryStatusDel(key);
   }
   void entryStatusIsByHashItem(HashItem& hashItem) override {
     const Entry& item = static_cast<const Entry&>(hashItem);
-    if (!this->entry(item.key())) return;
+    if (!isCurrent(item)) return;
     using Status = VelaSwitchApi::EntryProgrammedStatus;
     if (item.programmedStatus() == Status::programmed) traceItem("Programming Entry ", item);
     recordStatus(item);
@@ -412,7 +415,7 @@ class VELA_EXPORT HashFamilyTableBase : public VelaSwitchApi::HashBaseTable,
       traceItem("Programming Entry ", *item);
       profileConvertor().handleHashEntry(*item);
       // Whoever heard of other entries' statuses meanwhile may have withdrawn this one.
-      if (!this->entry(key)) return;
+      if (!isCurrent(*item)) return;
       recordStatus(*item);
       if (item->programmedStatus() != VelaSwitchApi::EntryProgrammedStatus::programmed) {
         F::trace(2, "Not programmed, ", item->programmedStatus(), ": ", key);
@@ -457,6 +460,13 @@ class VELA_EXPORT HashFamilyTableBase : public VelaSwitchApi::HashBaseTable,
   }
   /// A family may record hits although its table does not declare hit bits.
   static constexpr bool hitBitsHandled() { return F::traits.hitTableOffset != noHitTable; }
+
+  /// Whether the item is its key's entry, not one that was withdrawn.
+  bool isCurrent(const Entry& item) const {
+    if (!this->entry(item.key())) return false;
+    const Orb::Ptr<Entry>* cached = cachedItem_.find(item.key());
+    return !cached || !*cached || cached->get() == &item;
+  }
 
   void recordStatus(const Entry& item) {
     if (!statusSupported()) return;

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <functional>
 #include <map>
+#include <set>
 
 #include "DirectBase/TableConstants.h"
 #include "VelaSwitchApi/SwTable.h"
@@ -192,6 +193,7 @@ class VELA_EXPORT PlainFamilyLayerConvertor : public F::Convertor {
 
   bool hwTableEntryIs(const Key& key, const Result& result) override {
     if (!programs(key)) return true;
+    if (!withdrawn_.empty() && table()->entry(key)) withdrawn_.erase(F::hwIndex(key));
     bool good = true;
     for (const auto& [id, hwTable] : this->hwTables()) {
       good = writeRows(*hwTable, key, result) && good;
@@ -330,6 +332,7 @@ class VELA_EXPORT PlainFamilyLayerConvertor : public F::Convertor {
     // What could not be read is not lost to a default.
     if (hwTable.state(index) == HwTableConfig::Row::unread && !table()->entry(key) &&
         readRow(hwTable, index) == Read::failed) {
+      withdrawn_.insert(F::hwIndex(key));
       return false;
     }
     const Image image = rowImage(hwTable.descriptor().identity.id, key, result);
@@ -363,12 +366,15 @@ class VELA_EXPORT PlainFamilyLayerConvertor : public F::Convertor {
         if (hwTable->mapped(index).empty() || (state != Row::unread && state != Row::unknown)) {
           continue;
         }
-        if (readRow(*hwTable, index) == Read::failed) continue;
-        const Key key = F::keyOf(index);
-        if (!table()->entry(key) || table()->unclaimed(key)) rebuildKey(key);
-        if (table()->entry(key) && !everyTableHolds(key)) table()->hwInconsistentEntryIs(key, true);
+        if (readRow(*hwTable, index) != Read::failed) takeLate(F::keyOf(index));
       }
     }
+  }
+  /// A row of the key answers that did not before.
+  void takeLate(const Key& key) {
+    const bool withdrawn = !table()->entry(key) && withdrawn_.contains(F::hwIndex(key));
+    if (!withdrawn && (!table()->entry(key) || table()->unclaimed(key))) rebuildKey(key);
+    if (table()->entry(key) && !everyTableHolds(key)) table()->hwInconsistentEntryIs(key, true);
   }
   /// Whether a row belongs to no entry and may be written: hardware has said what it holds.
   bool takesDefault(const HwTableConfig& hwTable, HwIndex index, const Key& key) const {
@@ -467,12 +473,14 @@ class VELA_EXPORT PlainFamilyLayerConvertor : public F::Convertor {
   void auditRow(HwTableConfig& hwTable, HwIndex index) {
     const HwTableId id = hwTable.descriptor().identity.id;
     const Key key = F::keyOf(index);
+    const bool late = hwTable.state(index) == HwTableConfig::Row::unread;
     const Read read = hwTable.readEntry(index);
     if (read == Read::failed) {
       traceUnreadable(hwTable, key);
       this->auditFindingIs({Finding::Kind::unreadable, id, index});
       return;
     }
+    if (late) takeLate(key);
     const Result* entry = table()->entry(key);
     if (read == Read::absent) {
       traceAbsent(hwTable, key, index);
@@ -497,6 +505,10 @@ class VELA_EXPORT PlainFamilyLayerConvertor : public F::Convertor {
       this->auditFindingIs({Finding::Kind::unexpected, id, index});
     }
   }
+
+  /// Rows of keys whose entry was withdrawn while a copy could not be read. What that says when it
+  /// answers is no entry.
+  std::set<HwIndex> withdrawn_;
 };
 
 /// The convertor of a family that lists its hardware tables.

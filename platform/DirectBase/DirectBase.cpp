@@ -57,10 +57,12 @@ bool DirectBaseConvertor::rowIs(const DirectBaseEntry& entry, HwIndex index) {
   U32 image[maxRowWords];
   rowImage(entry, index, image);
   bool good = true;
+  if (!withdrawn_.empty() && entry.valid()) withdrawn_.erase(index);
   for (const auto& [id, table] : hwTables()) {
     // What could not be read is not lost to a default.
     const bool unread = !entry.valid() && table->state(index) == HwTableConfig::Row::unread &&
                         table->readEntry(index) == RegisterBus::Read::failed;
+    if (unread) withdrawn_.insert(index);
     if (unread || !table->entryIs(HwEntryConfig(index, image, maxRowWords))) good = false;
   }
   return good;
@@ -103,16 +105,19 @@ void DirectBaseConvertor::readUnread(U32 start) {
     for (HwIndex index = std::max(start, descriptor.first); index <= descriptor.last; ++index) {
       const Row state = table->state(index);
       if (state != Row::unread && state != Row::unknown) continue;
-      const auto entry = nullDirectEntry(index);
-      if (directTable()->entryHasByDirectItem(*entry)) {
-        table->readEntry(index);
-      } else {
-        rebuildRow(*table, index);
-      }
-      if (directTable()->entryHasByDirectItem(*entry) && !everyTableHolds(index)) {
-        directTable()->hwInconsistentEntryIsFromDirectItem(*entry);
-      }
+      if (table->readEntry(index) != RegisterBus::Read::failed) takeLate(*table, index);
     }
+  }
+}
+
+/// The row answers, and did not before.
+void DirectBaseConvertor::takeLate(HwTableConfig& table, HwIndex index) {
+  const auto entry = nullDirectEntry(index);
+  if (!directTable()->entryHasByDirectItem(*entry) && !withdrawn_.contains(index)) {
+    takeRow(table, index);
+  }
+  if (directTable()->entryHasByDirectItem(*entry) && !everyTableHolds(index)) {
+    directTable()->hwInconsistentEntryIsFromDirectItem(*entry);
   }
 }
 
@@ -164,15 +169,16 @@ void DirectBaseConvertor::syncEntries(U32 id) {
     if (swTable()->initialized()) {
       auditRow(*table, index);
     } else {
-      rebuildRow(*table, index);
+      table->readEntry(index);
+      takeRow(*table, index);
     }
   }
 }
 
 /// Takes over what the row holds, unless a hardware table in front of this one has said: they may
 /// disagree when a writer stopped amid a change, and then the first that is sound counts.
-void DirectBaseConvertor::rebuildRow(HwTableConfig& table, HwIndex index) {
-  if (table.readEntry(index) != RegisterBus::Read::held) return;
+void DirectBaseConvertor::takeRow(HwTableConfig& table, HwIndex index) {
+  if (table.state(index) != HwTableConfig::Row::held) return;
   const HwTableId id = table.descriptor().identity.id;
   decoded_ = id;
   const auto entry = decodeHwEntry(index);
@@ -196,11 +202,13 @@ bool DirectBaseConvertor::isFirstSound(HwTableId id, HwIndex index) const {
 
 void DirectBaseConvertor::auditRow(HwTableConfig& table, HwIndex index) {
   const auto id = table.descriptor().identity.id;
+  const bool late = table.state(index) == HwTableConfig::Row::unread;
   const RegisterBus::Read read = table.readEntry(index);
   if (read == RegisterBus::Read::failed) {
     auditFindingIs({AuditFinding::Kind::unreadable, id, index});
     return;
   }
+  if (late) takeLate(table, index);
   const auto entry = nullDirectEntry(index);
   U32 empty[maxRowWords];
   rowImage(*entry, index, empty);

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <set>
+
 #include "DirectBase/TableConstants.h"
 #include "VelaSwitchApi/SwTable.h"
 
@@ -108,10 +110,14 @@ class VELA_EXPORT DirectBaseConvertor : public VelaSwitchApi::SwTableProfileConv
   bool isFirstSound(HwTableId id, HwIndex index) const;
   void readUnread(U32 start);
   bool takesDefault(const VelaSwitchApi::HwTableConfig& table, HwIndex index) const;
-  void rebuildRow(VelaSwitchApi::HwTableConfig& table, HwIndex index);
+  void takeLate(VelaSwitchApi::HwTableConfig& table, HwIndex index);
+  void takeRow(VelaSwitchApi::HwTableConfig& table, HwIndex index);
   void auditRow(VelaSwitchApi::HwTableConfig& table, HwIndex index);
 
   HwTableId decoded_ = 0;
+  /// Rows whose entry was withdrawn while a copy could not be read. What that says when it answers
+  /// is no entry.
+  std::set<HwIndex> withdrawn_;
 };
 
 }  // namespace VelaSwitchTable

@@ -47,9 +47,10 @@ class VELA_EXPORT HashBaseTable : public SwTable {
   /// The item's programmedStatus() changed by other entries' doing: it came in from waiting, or its
   /// row could not be written.
   virtual void entryStatusIsByHashItem(HashItem& item) = 0;
-  /// Another spelling of the item's key is to take its row over. When the entry was read from
-  /// hardware and nobody announced it since, forgets it and says true.
-  virtual bool entryReleaseByHashItem(const HashItem& item) = 0;
+  /// Whether the entry was read from hardware and nobody announced it since.
+  virtual bool entryUnclaimedByHashItem(const HashItem& item) const = 0;
+  /// Another spelling of such an entry's key has taken its row over: forgets it.
+  virtual void entryReleaseByHashItem(const HashItem& item) = 0;
 
   /// Which instance of its feature the table is.
   U8 tableIdx() const { return tableIdx_; }

@@ -65,8 +65,9 @@ void HitTracker::entryDel(HashBaseCuckooEntry& entry) {
 }
 
 void HitTracker::entryReplace(HashBaseCuckooEntry& old, HashBaseCuckooEntry& entry) {
-  if (old.keptHit_ != HashBaseCuckooEntry::noKeptHit) {
-    entry.keptHit_ = std::exchange(old.keptHit_, HashBaseCuckooEntry::noKeptHit);
+  constexpr U32 none = HashBaseCuckooEntry::noKeptHit;
+  if (old.keptHit_ != none && entry.keptHit_ == none) {
+    entry.keptHit_ = std::exchange(old.keptHit_, none);
     kept_[entry.keptHit_] = &entry;
   }
   for (auto& [id, table] : tables_) {
@@ -76,6 +77,7 @@ void HitTracker::entryReplace(HashBaseCuckooEntry& old, HashBaseCuckooEntry& ent
           Orb::Ptr<HashBaseCuckooEntry>(&entry));
     }
   }
+  entryDel(old);
 }
 
 void HitTracker::swTableDel(const HashBaseTable* table) {

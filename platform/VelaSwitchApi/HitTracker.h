@@ -10,11 +10,11 @@ namespace VelaSwitchApi {
 class HashBaseCuckooEntry;
 class HashBaseTable;
 
-/// Hits belong to entries, hit bits to rows. Before a row is written its bit is read, which clears
-/// the bits of a whole block, and each hit found is kept for the entry that lies in its row at that
-/// moment. The next poll reports it, wherever the entry lies by then. So no hit that was set before
-/// the read is lost or goes to another entry, whether or not hardware clears a row's bit when the
-/// row is written.
+/// Hits belong to entries, hit bits to rows. Before a row is written its bit is read, unless the
+/// row only becomes empty and held nobody. Reading clears the bits of a whole block, and each hit
+/// found is kept for the entry that lies in its row at that moment. The next poll reports it,
+/// wherever the entry lies by then. So no hit that was set before the read is lost or goes to
+/// another entry, whether or not hardware clears a row's bit when the row is written.
 ///
 /// When the read fails, the write goes on, and the next hit of the row is given to every entry that
 /// lay in it since the last good read: rather a hit too many than a live flow aged out.

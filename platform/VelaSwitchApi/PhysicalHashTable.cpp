@@ -77,6 +77,7 @@ void PhysicalHashTable::swTableDel(HashBaseTable* table) {
     if (entry && &entry->table() == table) engine_.remove(*entry);
   }
   for (auto& [rows, duplicates] : duplicates_) std::erase_if(duplicates, owned);
+  for (auto& [rows, withdrawn] : withdrawn_) std::erase_if(withdrawn, owned);
   std::erase_if(duplicates_, [](const auto& each) { return each.second.empty(); });
   for (Entries* entries : {&missing_, &revisit_, &cameIn_}) std::erase_if(*entries, owned);
   hits_.swTableDel(table);
@@ -209,10 +210,18 @@ void PhysicalHashTable::addOccupants(HwIndex index, Entries& entries) const {
   }
 }
 
+/// Not over what could not be read.
 bool PhysicalHashTable::writeEmpty(Location location) {
+  const HwIndex index = hwIndex(location);
   U32 image[maxRowWords];
-  emptyImage(hwIndex(location), image);
-  return writeImage(hwIndex(location), image, true);
+  emptyImage(index, image);
+  bool good = true;
+  for (const auto& table : hwTables_) {
+    const bool unread = table->state(index) == HwTableConfig::Row::unread &&
+                        table->readEntry(index) == RegisterBus::Read::failed;
+    good = !unread && writeTo(*table, index, image, true) && good;
+  }
+  return good;
 }
 
 void PhysicalHashTable::place(HashBaseCuckooEntry& entry) {
@@ -235,7 +244,7 @@ void PhysicalHashTable::placeNew(HashBaseCuckooEntry& entry) {
   if (auto* item = engine_.find(entry)) {
     HashBaseCuckooEntry& holder = entryOf(*item);
     const Orb::Ptr<HashBaseCuckooEntry> keep(&holder);
-    if (!holder.table().entryReleaseByHashItem(holder)) {
+    if (!holder.table().entryUnclaimedByHashItem(holder)) {
       duplicateIs(entry);
       return;
     }
@@ -248,6 +257,7 @@ void PhysicalHashTable::placeNew(HashBaseCuckooEntry& entry) {
     const bool written = hashItemWrite(entry, engine_.location(entry));
     lastWritten_ = nullptr;
     entry.status_ = written ? Status::programmed : Status::hardwareError;
+    holder.table().entryReleaseByHashItem(holder);
     return;
   }
   if (auto* item = engine_.findWaiting(entry); item && item != &entry) {
@@ -281,10 +291,19 @@ bool PhysicalHashTable::placeOverUnread(HashBaseCuckooEntry& entry) {
   for (U8 way = 0; way < engine_.ways() && !undecided_.empty(); ++way) {
     const Location at = engine_.candidate(entry, way);
     if (!undecided_.contains(hwIndex(at)) || engine_.at(at)) continue;
-    if (!hashItemWrite(entry, at)) continue;
+    undecided_.erase(hwIndex(at));
+    engine_.waitDel(entry);
+    if (hashItemWrite(entry, at)) {
+      entry.status_ = Status::programmed;
+      adoptAt(entry, at);
+    } else {
+      entry.status_ = Status::hardwareError;
+      StaleRow& stale = staleRowIs(at);
+      addOnce(stale.holds, &entry);
+      addOnce(stale.waits, &entry);
+    }
     lastWritten_ = nullptr;
-    entry.status_ = Status::programmed;
-    return adoptAt(entry, at);
+    return true;
   }
   return false;
 }
@@ -303,6 +322,11 @@ bool PhysicalHashTable::remove(HashBaseCuckooEntry& entry) {
   clearStaleRows();
   const Orb::Ptr<HashBaseCuckooEntry> keep(&entry);
   const bool duplicate = duplicateDel(entry);
+  if (!undecided_.empty()) {
+    Entries& withdrawn = withdrawn_[rowsOf(entry)];
+    std::erase_if(withdrawn, [&](const auto& each) { return each->isEqual(entry); });
+    withdrawn.push_back(keep);
+  }
   entry.status_ = staleRowOf(entry) ? Status::hardwareError : Status::notProgrammed;
   if (entry.placed()) {
     const Location location = engine_.location(entry);
@@ -323,7 +347,10 @@ bool PhysicalHashTable::remove(HashBaseCuckooEntry& entry) {
     }
   } else if (!duplicate) {
     engine_.waitDel(entry);
-    if (const auto next = nextDuplicate(entry)) revisitIs(next.get());
+    // Those behind an equal entry that is there stay behind it.
+    if (!engine_.find(entry) && !engine_.findWaiting(entry)) {
+      if (const auto next = nextDuplicate(entry)) revisitIs(next.get());
+    }
   }
   revisit();
   return true;
@@ -458,6 +485,15 @@ void PhysicalHashTable::clearStaleRows() {
 
 void PhysicalHashTable::settle() {
   clearStaleRows();
+  const std::vector<HwIndex> undecided(undecided_.begin(), undecided_.end());
+  for (const HwIndex index : undecided) {
+    if (entryAt(index)) {
+      undecided_.erase(index);
+      continue;
+    }
+    readRow(index);
+    adopt(index);
+  }
   for (HwIndex index = 0; index < engine_.capacity(); ++index) {
     HashBaseCuckooEntry* entry = entryAt(index);
     if (entry && entry->status_ == Status::hardwareError) revisitIs(entry);
@@ -484,7 +520,7 @@ void PhysicalHashTable::revisit() {
 
 void PhysicalHashTable::initRows(HwIndex start, bool overwrite) {
   for (HwIndex index = start; index < engine_.capacity(); ++index) {
-    HashBaseCuckooEntry* entry = entryAt(index);
+    const Orb::Ptr<HashBaseCuckooEntry> entry(entryAt(index));
     if (!overwrite) {
       if (entry) {
         recheck(*entry, index);
@@ -693,26 +729,35 @@ void PhysicalHashTable::clearRow(HwIndex index) {
 bool PhysicalHashTable::adopt(HwIndex index) {
   using Row = HwTableConfig::Row;
   Says says = Says::unsound;
+  bool open = false;
   for (decoded_ = 0; decoded_ < hwTables_.size() && says == Says::unsound; ++decoded_) {
     const Row state = decodedTable().state(index);
+    open = open || state == Row::unread;
     if (state == Row::absent) says = Says::nothing;
     if (state == Row::held) says = adoptFrom(index);
   }
   decoded_ = 0;
-  // What a pipeline that did not answer holds may be an entry where the others have none.
-  const bool open = says == Says::unsound &&
-                    std::any_of(hwTables_.begin(), hwTables_.end(), [&](const auto& table) {
-                      return table->state(index) == Row::unread;
-                    });
-  if (open) {
+  // A pipeline that did not answer comes before those that have no entry.
+  if (open && says != Says::entry) {
     undecided_.insert(index);
   } else {
     undecided_.erase(index);
   }
+  if (undecided_.empty()) withdrawn_.clear();
   if (says != Says::entry) return false;
-  HashBaseCuckooEntry& entry = *entryAt(index);
-  if (!everyTableHolds(index)) entry.table().hwInconsistentEntryIsFromHashItem(entry);
+  // Those who heard of it may have withdrawn it.
+  HashBaseCuckooEntry* entry = entryAt(index);
+  if (entry && !everyTableHolds(index)) entry->table().hwInconsistentEntryIsFromHashItem(*entry);
   return true;
+}
+
+bool PhysicalHashTable::isWithdrawn(const HashBaseCuckooEntry& entry) const {
+  if (withdrawn_.empty()) [[likely]]
+    return false;
+  const auto at = withdrawn_.find(rowsOf(entry));
+  return at != withdrawn_.end() &&
+         std::any_of(at->second.begin(), at->second.end(),
+                     [&](const auto& gone) { return gone->isEqual(entry); });
 }
 
 /// A row that is not where its key belongs is none, and neither is one that is no entry's and not
@@ -728,9 +773,10 @@ PhysicalHashTable::Says PhysicalHashTable::adoptFrom(HwIndex index) {
     const Orb::Ptr<HashBaseCuckooEntry> entry = helper.decodeHwEntry(index);
     if (!entry->valid()) continue;
     if (engine_.find(*entry)) return Says::nothing;
-    // What was announced since is what counts.
+    // What was announced or withdrawn since is what counts.
     const HashBaseTable& owner = entry->table();
     if (owner.initialized() && owner.entryHasByHashItem(*entry)) return Says::nothing;
+    if (isWithdrawn(*entry)) return Says::nothing;
     if (!adoptAt(*entry, location(index))) continue;
     entry->status_ = Status::programmed;
     entry->table().entryIsByHashItem(*entry);

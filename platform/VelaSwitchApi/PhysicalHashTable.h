@@ -265,6 +265,7 @@ class VELA_EXPORT PhysicalHashTable : public Orb::PtrInterface,
   U64 rowsOf(const HashBaseCuckooEntry& entry) const;
   void duplicateIs(HashBaseCuckooEntry& entry);
   bool duplicateDel(HashBaseCuckooEntry& entry);
+  bool isWithdrawn(const HashBaseCuckooEntry& entry) const;
   Orb::Ptr<HashBaseCuckooEntry> nextDuplicate(const HashBaseCuckooEntry& gone);
   void clearStaleRows();
   StaleRow& staleRowIs(Location location);
@@ -294,6 +295,8 @@ class VELA_EXPORT PhysicalHashTable : public Orb::PtrInterface,
 
   /// Rows that no entry was taken from because a pipeline did not answer.
   std::set<HwIndex> undecided_;
+  /// Entries that were withdrawn while there were such rows: what these say of them is no entry.
+  std::map<U64, Entries> withdrawn_;
   std::vector<StaleRow> staleRows_;
   /// Entries whose hardware key another entry holds or waits for, by their rows and in order of
   /// arrival.

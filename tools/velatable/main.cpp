@@ -213,9 +213,12 @@ int run(const RunOptions& options) {
     if (!good && !options.keepGoing) break;
   }
   // A desired state that was not read to its end says nothing of what is not desired.
+  if (restart && good) {
+    applying = false;
+    agent.complete();
+    applying = true;
+  }
   if (options.reconcile && good) figures.reconciled = agent.reconcile();
-  applying = false;
-  if (restart && good) agent.complete();
 
   figures.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
   figures.events = runner.eventNumber();
