@@ -235,6 +235,7 @@ TEST_P(Hits, outlastAComparison) {
   table.audit();
   EXPECT_TRUE(table.findings().empty());
   EXPECT_TRUE(table.pollHitBits(Orb::Seconds(5)));
+  EXPECT_EQ(table.statuses().size(), 6u);
   for (const auto& status : table.statuses()) EXPECT_EQ(status.lastHit.value(), 5) << status.key;
 }
 

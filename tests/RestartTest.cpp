@@ -283,32 +283,52 @@ TEST_P(Restart, rowsThatCannotBeReadAreLeftAlone) {
   }
 }
 
-/// Copies that answer one after the other are put together as if all had answered at once.
+/// Copies that answer one after the other are put together as if all had answered at once, whether
+/// an audit reads them first or not. What was withdrawn meanwhile does not come back.
 TEST_P(Restart, rowsThatAnswerLaterAreTakenUpThen) {
   for (const Group& group : VelaTest::groups(*profile)) {
     if (group.name() == "Route") continue;
     SCOPED_TRACE(group.name());
     VelaDevice::SimulatedSwitch saved;
     U32 reads = 0;
+    const Desired desired = someEntries(group);
     {
       Rig before(profile, group, saved, Agent::Start::fresh);
-      announce(before, someEntries(group));
+      announce(before, desired);
       for (const auto& table : before.agent.tables()) {
         for (const auto& [id, hwTable] : table->convertor().hwTables()) {
           reads += hwTable->descriptor().last - hwTable->descriptor().first + 1;
         }
       }
     }
-    VelaDevice::SimulatedSwitch copy(saved);
-    const Json expected = Rig(profile, group, copy, Agent::Start::restart).entries();
     for (int round = 0; round < 4; ++round) {
+      VelaDevice::SimulatedSwitch copy(saved);
+      Rig sound(profile, group, copy, Agent::Start::restart);
       VelaDevice::SimulatedSwitch chip(saved);
-      chip.failReadsIs(random.below(2 * reads) + 4, random.below(reads));
+      chip.failReadsIs(~0u / 2, random.below(reads));
       Rig after(profile, group, chip, Agent::Start::restart);
+      // An entry of a hash table is written into a row that may be another's.
+      const bool withdraws = round >= 2 && !hashed(after.agent);
+      for (const auto& [key, result] : desired) {
+        if (!withdraws || random.below(8) != 0) continue;
+        for (Rig* rig : {&sound, &after}) {
+          rig->set(key, result);
+          rig->table(key).del(key.second);
+        }
+      }
       chip.failReadsIs(0);
+      if (round % 2 != 0) {
+        for (const auto& table : after.agent.tables()) table->audit();
+      }
       after.agent.complete();
-      ASSERT_TRUE(after.written.empty()) << "every row was right";
-      ASSERT_EQ(after.entries(), expected);
+      if (!withdraws) {
+        ASSERT_TRUE(after.written.empty()) << "every row was right";
+      }
+      ASSERT_EQ(after.entries(), sound.entries());
+      for (const auto& table : after.agent.tables()) {
+        table->audit();
+        ASSERT_TRUE(table->findings().empty()) << table->name();
+      }
       for (const auto& table : after.agent.tables()) {
         for (const auto& status : table->statuses()) {
           ASSERT_EQ(status.status, EntryProgrammedStatus::programmed) << status.key;

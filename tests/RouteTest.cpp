@@ -407,7 +407,10 @@ TEST(Routes, guessesStayUntilAllIsAnnounced) {
       before.set(keys.back(), nexthop(random.below(3)));
     }
     Ladder after("vela-48-4.1", Chip::Start::restart, &before.chip.chip);
-    for (const auto& [key, to] : before.desired) after.set(key, to);
+    for (auto i = static_cast<U32>(keys.size()); i > 1; --i) {
+      std::swap(keys[i - 1], keys[random.below(i)]);
+    }
+    for (const LpmKey& key : keys) after.set(key, before.desired[key]);
     after.writer->complete();
     EXPECT_EQ(after.rowWrites(), before.rowWrites());
     EXPECT_EQ(after.writer->unclaimed(), 0u);

@@ -382,11 +382,19 @@ void PhysicalHashTable::cameIn(const Keel::Cuckoo::SuccessionResult& next) {
   cameIn_.emplace_back(&entry);
 }
 
-/// Rows that were stale are free again, unless what waited for them has taken them.
+/// Rows that were stale are free again. While they were not, others became free that nobody could
+/// get to, and whatever comes in now may open a way to those: all are tried until none is filled.
 void PhysicalHashTable::fillRows() {
-  const std::vector<Location> rows = std::exchange(cleared_, {});
-  for (const Location row : rows) {
-    if (!engine_.at(row)) cameIn(engine_.fill(row, *this));
+  if (!std::exchange(cleared_, false)) return;
+  for (bool filled = true; filled && !engine_.waiting().empty();) {
+    filled = false;
+    for (HwIndex index = 0; index < engine_.capacity(); ++index) {
+      const Location row = location(index);
+      if (engine_.at(row) || isStale(row)) continue;
+      const Keel::Cuckoo::SuccessionResult next = engine_.fill(row, *this);
+      filled = filled || next.item;
+      cameIn(next);
+    }
   }
 }
 
@@ -445,12 +453,18 @@ void PhysicalHashTable::addOnce(Entries& entries, HashBaseCuckooEntry* entry) {
   }
 }
 
+bool PhysicalHashTable::isStale(Location location) const {
+  return std::any_of(staleRows_.begin(), staleRows_.end(),
+                     [&](const StaleRow& row) { return row.location == location; });
+}
+
 void PhysicalHashTable::staleRowDel(Location location) {
   const auto row = std::find_if(staleRows_.begin(), staleRows_.end(),
                                 [&](const StaleRow& stale) { return stale.location == location; });
   if (row == staleRows_.end()) return;
   revisitAll(*row);
   staleRows_.erase(row);
+  cleared_ = true;
 }
 
 /// The row is stale no more: what it stood in the way of can go on.
@@ -478,7 +492,7 @@ void PhysicalHashTable::clearStaleRows() {
   std::erase_if(staleRows_, [&](const StaleRow& row) {
     if (!writeEmpty(row.location)) return false;
     revisitAll(row);
-    cleared_.push_back(row.location);
+    cleared_ = true;
     return true;
   });
 }
@@ -504,7 +518,7 @@ void PhysicalHashTable::settle() {
 /// Lets tables handle entries again, and tells them of those that came in. Handling one may add
 /// others, which then wait their turn.
 void PhysicalHashTable::revisit() {
-  const auto done = [&] { return revisit_.empty() && cameIn_.empty() && cleared_.empty(); };
+  const auto done = [&] { return revisit_.empty() && cameIn_.empty() && !cleared_; };
   if (revisiting_ || done()) [[likely]]
     return;
   revisiting_ = true;

@@ -270,6 +270,7 @@ class VELA_EXPORT PhysicalHashTable : public Orb::PtrInterface,
   void clearStaleRows();
   StaleRow& staleRowIs(Location location);
   void staleRowDel(Location location);
+  bool isStale(Location location) const;
   void revisitAll(const StaleRow& row);
   const StaleRow* staleRowOf(const HashBaseCuckooEntry& entry) const;
   void readRow(HwIndex index);
@@ -305,8 +306,8 @@ class VELA_EXPORT PhysicalHashTable : public Orb::PtrInterface,
   Entries revisit_;
   /// Entries that came in while others went: their tables are to be told.
   Entries cameIn_;
-  std::vector<Location> cleared_;  ///< Rows that were stale: someone may wait for them.
-  Entries missing_;                ///< Entries that should be in hardware and are in no row.
+  bool cleared_ = false;  ///< Rows were stale and are no more: someone may wait for them.
+  Entries missing_;       ///< Entries that should be in hardware and are in no row.
   bool revisiting_ = false;
   /// The entry that the operation under way wrote last: when the next write fails, its old row may
   /// still hold it.
