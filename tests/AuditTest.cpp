@@ -1,7 +1,4 @@
-#include <map>
-
 #include "Generator.h"
-#include "agent/Profiles.h"
 
 // An audit finds every bit that flips, names the entry and the field, and a repair writes the
 // damaged rows and no others. With VELA_ALL_BITS set, every bit of every row is flipped; otherwise
@@ -15,9 +12,8 @@ using VelaAgent::Json;
 using VelaAgent::RowFinding;
 using VelaSwitchApi::HwIndex;
 using VelaSwitchApi::HwTableConfig;
-using VelaTest::Generator;
 using VelaTest::Group;
-using VelaTest::Random;
+using VelaTest::GroupAgent;
 
 /// One bit of one row of one hardware table.
 struct Bit {
@@ -28,44 +24,27 @@ struct Bit {
   U32 bit;
 };
 
-/// The words of all rows of a switch.
-using Rows = std::vector<U32>;
-
-class Audit : public testing::TestWithParam<std::string> {
+class Audit : public VelaTest::ProfileTest {
  protected:
   /// A group of tables, filled, on a switch that another agent wrote.
   struct Rig {
     VelaDevice::SimulatedSwitch chip;
-    std::unique_ptr<Agent> agent;
+    std::unique_ptr<GroupAgent> agent;
   };
 
   Rig filled(const Group& group) {
     Rig rig;
-    std::vector<std::tuple<std::string, U32, Json, Json>> entries;
-    for (const auto& [table, instance] : group.tables) {
-      const U32 count = std::min(generator.keys(table) / 2, 400u);
-      for (U32 i = 0; i < count; ++i) {
-        const Json key = generator.key(table, i * static_cast<U32>(group.tables.size()) + instance);
-        entries.emplace_back(table, instance, key, generator.result(table, key));
-      }
-    }
-    const auto fill = [&](Agent& agent, std::size_t first) {
-      for (std::size_t i = 0; i < entries.size(); ++i) {
-        const auto& [table, instance, key, result] = entries[(first + i) % entries.size()];
-        agent.table(table, instance).set(key, result);
-      }
-    };
+    const VelaTest::Desired entries = generator.entries(group, 400);
     {
-      Agent writer(profile, rig.chip);
-      writer.make(group.make);
+      GroupAgent writer(profile, group, rig.chip);
       writer.start(Agent::Start::fresh);
-      fill(writer, 0);
+      writer.setAll(entries);
     }
-    rig.agent = std::make_unique<Agent>(profile, rig.chip);
-    rig.agent->make(group.make);
+    rig.agent = std::make_unique<GroupAgent>(profile, group, rig.chip);
     rig.agent->desireBegin();
-    fill(*rig.agent,
-         entries.size() / 2);  // in another order: other rows, until they are taken over
+    // In another order: other rows, until they are taken over.
+    for (auto at = entries.rbegin(); at != entries.rend(); ++at)
+      rig.agent->set(at->first, at->second);
     rig.agent->desireEnd();
     return rig;
   }
@@ -124,29 +103,14 @@ class Audit : public testing::TestWithParam<std::string> {
     return false;
   }
 
-  /// The switch's rows as they are.
-  static Rows rows(Rig& rig) {
-    Rows all;
-    for (const auto& table : rig.agent->tables()) {
-      for (const auto& [id, hwTable] : table->convertor().hwTables()) {
-        const auto& identity = hwTable->descriptor().identity;
-        const auto* memory = rig.chip.find(identity.family, identity.instance, id);
-        for (HwIndex index = 0; index <= memory->lastIndex; ++index) {
-          const U32* words = memory->row(index);
-          if (words) all.insert(all.end(), words, words + memory->rowWords());
-        }
-      }
-    }
-    return all;
-  }
-
   void auditAll(Rig& rig) {
     rig.agent->desireEnd();
     for (const auto& table : rig.agent->tables()) table->audit();
   }
 
   /// Flips the bits, at most one a row; what the audit says of each, and what the repair writes.
-  void check(Rig& rig, const std::vector<Bit>& damage, const Rows& sound) {
+  void check(Rig& rig, const std::vector<Bit>& damage,
+             const std::map<VelaTest::Row, std::vector<U32>>& sound) {
     std::map<std::pair<const HwTableConfig*, HwIndex>, const Bit*> damaged;
     std::vector<Json> keys;
     for (const Bit& bit : damage) {
@@ -179,12 +143,8 @@ class Audit : public testing::TestWithParam<std::string> {
     const U64 writes = rig.agent->recorder().rowWrites();
     for (const auto& table : rig.agent->tables()) table->repair();
     EXPECT_EQ(rig.agent->recorder().rowWrites() - writes, damage.size());
-    EXPECT_TRUE(rows(rig) == sound);
+    EXPECT_TRUE(VelaTest::rowsOf(*rig.agent) == sound);
   }
-
-  Orb::PtrConst<VelaSwitch::ProfileInfo> profile = VelaAgent::loadProfile(GetParam());
-  Random random;
-  Generator generator{*profile, random};
 };
 
 /// Each pass flips another bit of every row.
@@ -197,7 +157,7 @@ TEST_P(Audit, everyFlippedBitIsFoundNamedAndRepaired) {
     for (const auto& table : rig.agent->tables()) {
       ASSERT_TRUE(table->findings().empty()) << table->name() << " before any damage";
     }
-    const Rows sound = rows(rig);
+    const auto sound = VelaTest::rowsOf(*rig.agent);
     std::vector<std::vector<Bit>> passes;
     const HwTableConfig* hwTable = nullptr;
     HwIndex index = 0;

@@ -3,11 +3,8 @@
 #include <unistd.h>
 
 #include <csignal>
-#include <map>
 
 #include "Generator.h"
-#include "agent/Events.h"
-#include "agent/Profiles.h"
 
 // An agent is killed at a register write, whatever it was doing. The switch keeps its rows; the
 // next agent finds them, is told what is desired, and leaves every row alone that is right.
@@ -18,12 +15,12 @@
 namespace {
 
 using VelaAgent::Agent;
-using VelaAgent::HwTableAdapter;
 using VelaAgent::Json;
-using VelaSwitchApi::EntryProgrammedStatus;
-using VelaTest::Generator;
+using VelaTest::Desired;
+using VelaTest::EntryKey;
+using VelaTest::EntryProgrammedStatus;
 using VelaTest::Group;
-using VelaTest::Random;
+using VelaTest::GroupAgent;
 
 U32 killsPerGroup() {
   const char* kills = std::getenv("VELA_KILLS");
@@ -44,22 +41,15 @@ Progress& progress() {
   return *shared;
 }
 
-/// Entry of one table of a group.
-struct Operation {
-  std::size_t table;
-  Json key;
-  Json result;  ///< Null to withdraw it.
-};
+/// An entry, and what it shall be: null to withdraw it.
+using Operation = std::pair<EntryKey, Json>;
 
-class Crash : public testing::TestWithParam<std::string> {
+class Crash : public VelaTest::ProfileTest {
  protected:
-  using Desired = std::map<std::pair<std::size_t, Json>, Json>;
-
   void run(const Group& group) {
     SCOPED_TRACE(group.name());
     VelaDevice::SimulatedSwitch chip;
-    Agent agent(profile, chip);
-    agent.make(group.make);
+    GroupAgent agent(profile, group, chip);
     agent.start(Agent::Start::fresh);
     U32 keys = 0;
     for (const auto& [table, instance] : group.tables) keys += generator.keys(table);
@@ -67,7 +57,7 @@ class Crash : public testing::TestWithParam<std::string> {
     const U32 filled = std::min(keys / 2, U32{1800});
     Desired desired;
     progress().refused = 0;
-    for (U32 i = 0; i < filled; ++i) apply(agent, group, operation(group, filled, true), desired);
+    for (U32 i = 0; i < filled; ++i) apply(agent, operation(group, filled, true), desired);
     const U32 refused = progress().refused;
 
     const VelaDevice::SimulatedSwitch kept(chip);
@@ -75,7 +65,7 @@ class Crash : public testing::TestWithParam<std::string> {
       std::vector<Operation> operations;
       for (U32 i = 0; i < 12; ++i) operations.push_back(operation(group, filled, false));
       progress().refused = refused;
-      killWhileApplying(agent, chip, group, operations, 1 + random.below(60));
+      killWhileApplying(agent, chip, operations, 1 + random.below(60));
       Desired now = desired;
       for (U32 i = 0; i < progress().begun; ++i) note(operations[i], now);
       const bool inFlight = progress().begun != progress().done;
@@ -88,39 +78,29 @@ class Crash : public testing::TestWithParam<std::string> {
   }
 
   Operation operation(const Group& group, U32 filled, bool set) {
-    Operation next;
-    next.table = random.below(static_cast<U32>(group.tables.size()));
-    const auto& [table, instance] = group.tables[next.table];
-    const auto tables = static_cast<U32>(group.tables.size());
-    const U32 number = random.below(std::max(filled, 1u) * 2) * tables;
-    next.key = generator.key(table, number + static_cast<U32>(next.table));
-    if (set || random.below(3) != 0) next.result = generator.result(table, next.key);
-    return next;
+    const EntryKey key = generator.randomKey(group, std::max(filled, 1u) * 2);
+    if (!set && random.below(3) == 0) return {key, nullptr};
+    return {key, generator.result(group.tables[key.first].first, key.second)};
   }
 
   static void note(const Operation& operation, Desired& desired) {
-    if (operation.result.is_null()) {
-      desired.erase({operation.table, operation.key});
+    if (operation.second.is_null()) {
+      desired.erase(operation.first);
     } else {
-      desired[{operation.table, operation.key}] = operation.result;
+      desired[operation.first] = operation.second;
     }
   }
 
-  static void apply(Agent& agent, const Group& group, const Operation& operation,
-                    Desired& desired) {
-    auto& table =
-        agent.table(group.tables[operation.table].first, group.tables[operation.table].second);
-    if (operation.result.is_null()) {
-      table.del(operation.key);
-    } else {
-      const auto status = table.set(operation.key, operation.result);
-      if (status != EntryProgrammedStatus::programmed) progress().refused = progress().refused + 1;
+  static void apply(GroupAgent& agent, const Operation& operation, Desired& desired) {
+    if (operation.second.is_null()) {
+      agent.del(operation.first);
+    } else if (agent.set(operation.first, operation.second) != EntryProgrammedStatus::programmed) {
+      progress().refused = progress().refused + 1;
     }
-    agent.settle();
     note(operation, desired);
   }
 
-  void killWhileApplying(Agent& agent, VelaDevice::SimulatedSwitch& chip, const Group& group,
+  void killWhileApplying(GroupAgent& agent, VelaDevice::SimulatedSwitch& chip,
                          const std::vector<Operation>& operations, U32 lastWrite) {
     progress().begun = 0;
     progress().done = 0;
@@ -134,7 +114,7 @@ class Crash : public testing::TestWithParam<std::string> {
       Desired ignored;
       for (const Operation& each : operations) {
         progress().begun = progress().begun + 1;
-        apply(agent, group, each, ignored);
+        apply(agent, each, ignored);
         progress().done = progress().done + 1;
       }
       kill(getpid(), SIGKILL);
@@ -147,40 +127,27 @@ class Crash : public testing::TestWithParam<std::string> {
   /// The next agent: rebuilds, is told everything, and removes the rest.
   void restart(VelaDevice::SimulatedSwitch& chip, const Group& group, const Desired& before,
                const Desired& desired, bool idle, const std::vector<Operation>& operations) {
-    Agent agent(profile, chip);
-    agent.make(group.make);
+    GroupAgent agent(profile, group, chip);
     // What no operation touched is found from the crash on, whatever is being written.
-    std::vector<std::pair<std::size_t, Json>> untouched;
-    for (const auto& entry : before) {
-      const auto& at = entry.first;
+    std::map<EntryKey, Json> untouched;
+    for (const auto& [key, result] : before) {
       const bool touched =
-          std::any_of(operations.begin(), operations.end(),
-                      [&](const Operation& each) {  // What limits a class of packets is told with
-                                                    // the interval, the first entry.
-                        const bool interval = group.name() == "Copp" && each.key == 0;
-                        return each.table == at.first && (each.key == at.second || interval);
-                      });
-      if (!touched && untouched.size() < 12 && random.below(20) == 0) untouched.push_back(at);
+          std::any_of(operations.begin(), operations.end(), [&, at = key](const Operation& each) {
+            // What limits a class of packets is told with the interval, the first entry.
+            const bool interval = group.name() == "Copp" && each.first.second == 0;
+            return each.first.first == at.first && (each.first.second == at.second || interval);
+          });
+      if (touched || untouched.size() == 12 || random.below(20) != 0) continue;
+      // One that had no room before may have some now.
+      const Json hit = agent.find(key);
+      if (!hit.is_null()) untouched[key] = hit;
     }
-    const auto find = [&](const std::pair<std::size_t, Json>& at) {
-      const auto& [name, instance] = group.tables[at.first];
-      return agent.table(name, instance).lookup(agent.dataPath(), at.second);
-    };
-    std::vector<Json> hits;
-    // One that had no room before may have some now.
-    std::erase_if(untouched, [&](const auto& at) { return find(at).is_null(); });
-    for (const auto& at : untouched) hits.push_back(find(at));
     U32 lost = 0;
     chip.writeObserverIs([&](const auto&, U32) {
-      for (std::size_t i = 0; i < untouched.size(); ++i) {
-        if (find(untouched[i]) != hits[i]) ++lost;
-      }
+      for (const auto& [key, hit] : untouched) lost += agent.find(key) != hit ? 1 : 0;
     });
     agent.start(Agent::Start::restart);
-    for (const auto& [at, result] : desired) {
-      Desired ignored;
-      apply(agent, group, {at.first, at.second, result}, ignored);
-    }
+    agent.setAll(desired);
     agent.reconcile();
     agent.complete();
     chip.writeObserverIs(nullptr);
@@ -188,26 +155,15 @@ class Crash : public testing::TestWithParam<std::string> {
     if (idle) {
       EXPECT_EQ(agent.recorder().rowWrites(), 0u) << "nothing was in flight";
     }
-    for (const auto& table : agent.tables()) {
-      table->audit();
-      EXPECT_TRUE(table->findings().empty()) << table->name();
-    }
-    for (const auto& [at, result] : desired) {
-      const auto& [name, instance] = group.tables[at.first];
+    ASSERT_NO_FATAL_FAILURE(VelaTest::expectNoFindings(agent));
+    for (const auto& [key, result] : desired) {
       if (random.below(30) != 0) continue;
-      if (agent.table(name, instance).set(at.second, result) == EntryProgrammedStatus::programmed) {
-        const Json hit = find(at);
-        ASSERT_FALSE(hit.is_null()) << name << at.second;
-        if (VelaTest::comparable(name)) {
-          ASSERT_TRUE(VelaAgent::meets(hit, result)) << name << at.second << hit << result;
-        }
+      if (agent.set(key, result) == EntryProgrammedStatus::programmed) {
+        ASSERT_NO_FATAL_FAILURE(agent.expectFound(key, result));
       }
     }
   }
 
-  Orb::PtrConst<VelaSwitch::ProfileInfo> profile = VelaAgent::loadProfile(GetParam());
-  Random random;
-  Generator generator{*profile, random};
   U32 amid_ = 0;     ///< Kills amid an operation.
   U32 between_ = 0;  ///< Kills between two.
   U32 idle_ = 0;     ///< Those with nothing left to do.

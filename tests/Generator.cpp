@@ -1,7 +1,10 @@
 #include "Generator.h"
 
+#include <sstream>
+
 #include "VelaSwitchTable/VelaTableCopp.h"
 #include "VelaSwitchTable/VelaTableLpmTables.h"
+#include "agent/Events.h"
 
 namespace VelaTest {
 namespace {
@@ -12,6 +15,12 @@ std::string ip(U32 address) { return Orb::text(Ipnet::IpAddr(address)); }
 
 std::string prefix(U32 address, U8 len) {
   return Orb::text(Ipnet::IpPrefix(Ipnet::IpAddr(address), len));
+}
+
+/// The key with all of its fields, as tables tell it.
+template <class Key>
+Json spelled(const Json& key) {
+  return VelaAgent::toJson(VelaAgent::fromJson<Key>(key));
 }
 
 bool isLevel(const std::string& table) { return table.starts_with("Lpm") && table != "Lpm11"; }
@@ -30,6 +39,39 @@ bool ofPorts(const std::string& table) {
     if (table == each) return true;
   }
   return false;
+}
+
+/// The results that are independent fields, each with what it may be.
+const std::map<std::string, std::string>& plainResults() {
+  static const std::string nexthop = "l3LagIndex=0..56 rewriteIndex=0..63";
+  static const std::string flow =
+      "valid=true proto=0..3 natRewriteId=0..4095 trapToCpu=flag " + nexthop;
+  static const std::string multicast = "vlanGroupId=0..15 portMask=ports";
+  static const std::map<std::string, std::string> all{
+      {"VlanMembership",
+       "permitMask=ports learnToCpu=flag unknownMulticastToCpu=flag multicastJoinToCpu=flag "
+       "broadcastToCpu=flag unknownDaToCpu=flag multicastJoinToEgress=flag unicastRoute=flag "
+       "multicastRoute=flag"},
+      {"FloodSet", "uucPortMask=ports umcPortMask=ports"},
+      {"NativeVlan", "nativeVlanId=2..4094 pcp=0..7"},
+      {"L2Control", "isMlagPeer=flag learnOnly=true learnDisabled=flag"},
+      {"LagGroup", "lagGroupId=1..28"},
+      {"LagLookUp", "buckets=1..254"},
+      {"LagHashControl", "useVlanId=true useSipAndDip=flag hashSeed=0..63"},
+      {"RxPortMirror", "portMask=ports enabled=true"},
+      {"MacVlan",
+       "valid=true vlanId=0..4094 macAddr=mac portMask=ports multicast=flag routed=flag"},
+      {"L3FloodArp", "ethAddr=mac vlanId=0..4094"},
+      {"L3FloodBitmap", "portMask=ports"},
+      {"L3Lag", "portMask=ports cpuPriority=flag"},
+      {"NatRewrite", "newIp=ip newPort=1..65535 l3ChecksumCorrection=0..65535"},
+      {"Route", nexthop},
+      {"SG", multicast},
+      {"StarG", multicast},
+      {"NatMatch", flow},
+      {"NatDynMatch", flow},
+      {"AclHash", "priority=0..255 counterIndex=0..4095"}};
+  return all;
 }
 
 }  // namespace
@@ -73,20 +115,31 @@ Json Generator::key(const std::string& table, U32 number) const {
   }
   if (table == "StarG") return {{"group", ip(0xE0000000 | bits >> 4)}, {"vlanId", number % 4095}};
   if (table == "NatMatch") {
-    return {{"natType", 1},
-            {"proto", number % 8},
-            {"srcIp", ip(bits)},
-            {"sport", number % 65535 + 1},
-            {"qualifier", number % 64}};
+    const U32 type = number % 4;
+    Json key = {{"natType", type},
+                {"proto", number / 4 % 8},
+                {type < 2 ? "srcIp" : "dstIp", ip(bits)},
+                {"qualifier", number % 64}};
+    // The others translate an address alone.
+    if (type == 1) key["sport"] = number % 65535 + 1;
+    if (type == 3) key["dport"] = number % 65535 + 1;
+    return spelled<VelaSwitch::NatMatchKey>(key);
   }
   if (table == "NatDynMatch") {
-    return {{"natType", 1},       {"proto", number % 8}, {"srcIp", ip(bits)},
-            {"dstIp", ip(~bits)}, {"sport", number},     {"dport", bits >> 16}};
+    return spelled<VelaSwitch::NatMatchKey>({{"natType", number / 8 % 4},
+                                             {"proto", number % 8},
+                                             {"srcIp", ip(bits)},
+                                             {"dstIp", ip(~bits)},
+                                             {"sport", number},
+                                             {"dport", bits >> 16}});
   }
   if (table == "AclHash") {
-    return {{"aclId", number % 16},     {"type", 12},
-            {"srcIp", ip(bits)},        {"dstIp", ip(bits * spread | 1)},
-            {"qualifier", number % 16}, {"l4Port", number % 65535 + 1}};
+    return spelled<VelaSwitch::AclHashKey>({{"aclId", number % 16},
+                                            {"type", 12},
+                                            {"srcIp", ip(bits)},
+                                            {"dstIp", ip(bits * spread | 1)},
+                                            {"qualifier", number % 16},
+                                            {"l4Port", number % 65535 + 1}});
   }
   if (table == "AclIndirectCounterHash") return bits >> 16;
   if (table == "NatRewrite") {
@@ -95,62 +148,57 @@ Json Generator::key(const std::string& table, U32 number) const {
   return number;
 }
 
-/// A mask of the bits that is neither empty nor full.
-std::string Generator::mask(U32 bits) {
-  const U64 all = (U64{1} << bits) - 1;
-  const U64 value = (U64{random_()} << 32 | random_()) & all & ~U64{2};
-  return VelaAgent::hexText(value | 1, 0);
+/// A random value of a kind: a range of numbers, or by a name.
+Json Generator::random(const std::string& kind) {
+  if (kind == "true") return true;
+  if (kind == "flag") return random_.flip();
+  if (kind == "ip") return ip(random_());
+  if (kind == "mac") return Orb::text(Bridging::EthAddr(U64{random_()} << 16 | 1));
+  if (kind == "ports") {
+    const U64 all = (U64{1} << profile_.ports()) - 1;
+    const U64 some = (U64{random_()} << 32 | random_()) & all & ~U64{2};  // not all, but one
+    return VelaAgent::hexText(some | 1, 0);
+  }
+  const auto least = std::stoul(kind);
+  const auto most = std::stoul(kind.substr(kind.find("..") + 2));
+  return least + random_.below(static_cast<U32>(most - least + 1));
 }
 
 Json Generator::result(const std::string& table, const Json& key) {
-  const U32 ports = profile_.ports();
-  const auto nexthop = [&](U8 length) -> Json {
-    return {{"l3LagIndex", random_.below(57)},
-            {"rewriteIndex", random_.below(64)},
-            {"realPrefixLen", length}};
-  };
-  if (table == "VlanMembership") {
-    Json result = {{"permitMask", mask(ports)},
-                   {"vrfBits", random_.below(profile_.vrfs())},
-                   {"unicastRoute", random_.flip()},
-                   {"broadcastToCpu", random_.flip()}};
-    if (profile_.registerFormat().major() >= 4) {
-      result["aclId"] = {{"0", random_.below(16)}, {"1", random_.below(16)}};
-      result["natId"] = {{"1", random_.below(8)}};
+  Json result;
+  if (const auto plain = plainResults().find(table); plain != plainResults().end()) {
+    std::istringstream fields(plain->second);
+    for (std::string name, value; std::getline(fields >> std::ws, name, '=') && fields >> value;) {
+      result[name] = random(value);
+    }
+    if (table != "VlanMembership") return result;
+    result["vrfBits"] = random_.below(profile_.vrfs());
+    if (profile_.registerFormat().major() < 4) return result;
+    // Rows do not tell what is 0 from what was not given.
+    for (const char* pipe : {"0", "1"}) {
+      result["aclId"][pipe] = 1 + random_.below(15);
+      result["natId"][pipe] = 2 + random_.below(6);
+      for (const char* flag : {"aclEnable", "natEnable"}) {
+        if (random_.flip()) result[flag][pipe] = 1;
+      }
+      if (random_.flip()) result["aclDefaultPermit"][pipe] = true;
     }
     return result;
   }
-  if (table == "FloodSet") return {{"uucPortMask", mask(ports)}, {"umcPortMask", mask(ports)}};
-  if (table == "NativeVlan") {
-    return {{"nativeVlanId", 2 + random_.below(4093)}, {"pcp", random_.below(8)}};
-  }
+  const auto cell = [&](U8 length) {
+    Json hop = this->result("Route", key);
+    hop["realPrefixLen"] = length;
+    return hop;
+  };
   if (table == "PortConfig") {
     return {{"portMode", random_.flip() ? "access" : "qinq"}, {"txDisabled", random_.flip()}};
   }
-  if (table == "L2Control") {
-    return {{"isMlagPeer", random_.flip()}, {"learnOnly", true}, {"learnDisabled", random_.flip()}};
-  }
-  if (table == "LagGroup") return {{"lagGroupId", 1 + random_.below(28)}};
-  if (table == "LagLookUp") return {{"buckets", 1 + random_.below(0xfe)}};
   if (table == "LagMembership") {
-    return {{"port", {random_.below(ports), key}}, {"lagGroupId", random_.below(60)}};
-  }
-  if (table == "LagHashControl") {
-    return {{"useVlanId", true}, {"useSipAndDip", random_.flip()}, {"hashSeed", random_.below(64)}};
-  }
-  if (table == "RxPortMirror") return {{"portMask", mask(ports)}, {"enabled", true}};
-  if (table == "MacVlan") {
-    return {{"valid", true},
-            {"vlanId", random_.below(4095)},
-            {"macAddr", Orb::text(Bridging::EthAddr(U64{random_()} << 8 | 1))},
-            {"portMask", mask(ports)},
-            {"multicast", random_.flip()},
-            {"routed", random_.flip()}};
+    return {{"port", {random_.below(profile_.ports()), key}}, {"lagGroupId", random_.below(60)}};
   }
   if (table == "VlanGroup") {
-    Json vlans = Json::array();
-    for (U32 i = 0; i < 8; ++i) vlans.push_back(1 + random_.below(4094));
-    return {{"vlanIds", vlans}};
+    for (U32 i = 0; i < 8; ++i) result["vlanIds"].push_back(1 + random_.below(4094));
+    return result;
   }
   if (table == "Copp") {
     using namespace VelaSwitchTable;
@@ -159,51 +207,77 @@ Json Generator::result(const std::string& table, const Json& key) {
     return VelaAgent::toJson(
         CoppEntry::fromCpuHardwareValue(at, 1 + random_.below(0x3fffe), scale));
   }
-  if (table == "L3FloodArp") {
-    return {{"ethAddr", Orb::text(Bridging::EthAddr(U64{random_()} << 16 | 1))},
-            {"vlanId", random_.below(4095)}};
-  }
-  if (table == "L3FloodBitmap") return {{"portMask", mask(ports)}};
-  if (table == "L3Lag") return {{"portMask", mask(ports)}, {"cpuPriority", random_.flip()}};
-  if (table == "NatRewrite") {
-    return {{"newIp", ip(random_())},
-            {"newPort", 1 + random_.below(65535)},
-            {"l3ChecksumCorrection", random_.below(65536)}};
-  }
-  if (table == "Lpm11") {
-    return {{"cellResult", nexthop(0)}, {"cpuTrap", random_.flip()}};
-  }
+  if (table == "Lpm11") return {{"cellResult", cell(0)}, {"cpuTrap", random_.flip()}};
   if (isLevel(table)) {
-    Json cells = Json::array();
     const U8 base = baseLength(table);
-    for (U32 cell = 0; cell < 4; ++cell) {
-      cells.push_back(cell != 1 && random_.flip()
-                          ? Json(nullptr)
-                          : nexthop(static_cast<U8>(base + random_.below(3))));
+    for (U32 i = 0; i < 4; ++i) {
+      const bool none = i != 1 && random_.flip();
+      const auto length = static_cast<U8>(base + random_.below(3));
+      result["cells"].push_back(none ? Json(nullptr) : cell(length));
     }
-    return {{"cells", cells}, {"cpuTrap", random_.flip()}};
-  }
-  if (table == "Route") {
-    Json hop = nexthop(0);
-    hop.erase("realPrefixLen");
-    return hop;
-  }
-  if (table == "SG" || table == "StarG") {
-    return {{"vlanGroupId", random_.below(16)}, {"portMask", mask(ports)}};
-  }
-  if (table == "NatMatch" || table == "NatDynMatch") {
-    return {{"valid", true},
-            {"proto", random_.below(4)},
-            {"natRewriteId", random_.below(4096)},
-            {"trapToCpu", random_.flip()},
-            {"l3LagIndex", random_.below(57)},
-            {"rewriteIndex", random_.below(64)}};
-  }
-  if (table == "AclHash") {
-    return {{"priority", random_.below(256)}, {"counterIndex", random_.below(4096)}};
+    result["cpuTrap"] = random_.flip();
+    return result;
   }
   if (table == "AclIndirectCounterHash") return 1 + random_.below(4095);
   return random_();
+}
+
+EntryKey Generator::randomKey(const Group& group, U32 numbers) {
+  const auto tables = static_cast<U32>(group.tables.size());
+  const U32 table = random_.below(tables);
+  return {table, key(group.tables[table].first, random_.below(numbers) * tables + table)};
+}
+
+Desired Generator::entries(const Group& group, U32 most) {
+  Desired desired;
+  const auto tables = static_cast<U32>(group.tables.size());
+  for (U32 table = 0; table < tables; ++table) {
+    const std::string& name = group.tables[table].first;
+    for (U32 i = 0; i < std::min(keys(name) / 2, most); ++i) {
+      const Json at = key(name, i * tables + table);
+      desired[{table, at}] = result(name, at);
+    }
+  }
+  return desired;
+}
+
+void GroupAgent::expectFound(const EntryKey& key, const Json& result) {
+  const Json hit = find(key);
+  ASSERT_FALSE(hit.is_null()) << of(key).name() << key.second;
+  if (comparable(of(key).name())) {
+    ASSERT_TRUE(VelaAgent::meets(hit, result)) << of(key).name() << key.second << hit << result;
+  }
+}
+
+void GroupAgent::expectTruth() {
+  for (std::size_t at = 0; at < group.tables.size(); ++at) {
+    for (const auto& status : of({at, {}}).statuses()) {
+      if (status.status != EntryProgrammedStatus::programmed) continue;
+      ASSERT_FALSE(find({at, status.key}).is_null()) << of({at, {}}).name() << status.key;
+    }
+  }
+}
+
+void expectNoFindings(const VelaAgent::Agent& agent) {
+  for (const auto& table : agent.tables()) {
+    table->audit();
+    ASSERT_TRUE(table->findings().empty()) << table->name() << Json(table->findings().size());
+  }
+}
+
+std::map<Row, std::vector<U32>> rowsOf(GroupAgent& agent) {
+  std::map<Row, std::vector<U32>> all;
+  for (const auto& table : agent.tables()) {
+    for (const auto& [id, hwTable] : table->convertor().hwTables()) {
+      const auto& [family, instance, number, name] = hwTable->descriptor().identity;
+      const auto* memory = agent.chip().find(family, instance, id);
+      for (U32 index = 0; index <= memory->lastIndex; ++index) {
+        const U32* words = memory->row(index);
+        if (words) all[{name, index}].assign(words, words + memory->rowWords());
+      }
+    }
+  }
+  return all;
 }
 
 std::vector<std::string> profileNames() {

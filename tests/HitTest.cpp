@@ -1,7 +1,4 @@
-#include <map>
-
 #include "Generator.h"
-#include "agent/Profiles.h"
 
 // Hits belong to entries: however entries move, change and go, each hit is reported for the entry
 // that the data path found, and for no other, at the next poll. Whether hardware clears a row's bit
@@ -11,86 +8,62 @@ namespace {
 
 using VelaAgent::Agent;
 using VelaAgent::Json;
-using VelaSwitchApi::EntryProgrammedStatus;
-using VelaTest::Generator;
+using VelaTest::EntryKey;
+using VelaTest::EntryProgrammedStatus;
 using VelaTest::Group;
-using VelaTest::Random;
 
 class Hits : public testing::TestWithParam<bool> {
  protected:
-  using Key = std::pair<std::size_t, Json>;
+  Hits() { chip.writesClearHitsIs(GetParam()); }
 
   /// Tables that share rows, and what should be known of their entries' hits.
-  struct Rig {
-    Rig(const Orb::PtrConst<VelaSwitch::ProfileInfo>& profile, const Group& ofGroup, bool clear)
-        : group(ofGroup), agent(profile, chip) {
-      chip.writesClearHitsIs(clear);
-      agent.make(group.make);
-      agent.start(Agent::Start::fresh);
+  struct Rig : VelaTest::GroupAgent {
+    using GroupAgent::GroupAgent;
+    VelaAgent::HwTableAdapter& hardware(std::size_t number) const {
+      return *of({number, {}}).hardware();
     }
-    VelaAgent::HwTableAdapter& table(std::size_t number) const {
-      return *agent.table(group.tables[number].first, group.tables[number].second).hardware();
-    }
-    U64 moves() const { return table(0).moves(); }
+    U64 moves() const { return hardware(0).moves(); }
 
-    Group group;
-    VelaDevice::SimulatedSwitch chip;
-    Agent agent;
-    std::map<Key, double> lastHits;  ///< Of the entries there are.
-    std::set<Key> hit;               ///< Since the last poll.
+    std::map<EntryKey, double> lastHits;  ///< Of the entries there are.
+    std::set<EntryKey> hit;               ///< Since the last poll.
   };
 
-  Key randomKey(Rig& rig, U32 numbers) {
-    const std::size_t table = random.below(static_cast<U32>(rig.group.tables.size()));
-    const auto tables = static_cast<U32>(rig.group.tables.size());
-    const U32 number = random.below(numbers) * tables + static_cast<U32>(table);
-    const std::string& name = rig.group.tables[table].first;
-    Json key = generator.key(name, number);
-    // As statuses spell it.
-    if (name.starts_with("Nat")) {
-      key = VelaAgent::toJson(VelaAgent::fromJson<VelaSwitch::NatMatchKey>(key));
-    }
-    return {table, key};
-  }
-
-  void set(Rig& rig, const Key& key) {
-    const std::string& name = rig.group.tables[key.first].first;
-    rig.table(key.first).set(key.second, generator.result(name, key.second));
+  void set(Rig& rig, const EntryKey& key) {
+    rig.set(key, generator.result(rig.of(key).name(), key.second));
     rig.lastHits.try_emplace(key, 0);
   }
-  void del(Rig& rig, const Key& key) {
-    rig.table(key.first).del(key.second);
+  static void del(Rig& rig, const EntryKey& key) {
+    rig.del(key);
     rig.lastHits.erase(key);
     rig.hit.erase(key);
   }
-  void hit(Rig& rig, const Key& key) {
-    const Json found = rig.table(key.first).lookup(rig.agent.dataPath(), key.second);
-    if (!found.is_null()) rig.hit.insert(key);
+  static void hit(Rig& rig, const EntryKey& key) {
+    if (!rig.find(key).is_null()) rig.hit.insert(key);
   }
   /// A flipped bit of the row, which an audit finds and a repair writes again.
-  void damage(Rig& rig, const Key& key) {
-    auto& table = rig.table(key.first);
+  void damage(Rig& rig, const EntryKey& key) {
+    auto& table = rig.hardware(key.first);
     const auto place = table.place(key.second);
     if (!place) return;
     const auto& hwTable = *table.convertor().hwTables().begin()->second;
-    ASSERT_TRUE(rig.chip.flipBit(hwTable.busHandle(), place->index, 0, random.below(8)));
+    ASSERT_TRUE(chip.flipBit(hwTable.busHandle(), place->index, 0, random.below(8)));
     table.audit();
     table.repair();
   }
 
   void poll(Rig& rig, double now) {
     for (std::size_t i = 0; i < rig.group.tables.size(); ++i) {
-      ASSERT_TRUE(rig.table(i).pollHitBits(Orb::Seconds(now)));
+      ASSERT_TRUE(rig.hardware(i).pollHitBits(Orb::Seconds(now)));
     }
-    for (const Key& key : rig.hit) rig.lastHits[key] = now;
+    for (const EntryKey& key : rig.hit) rig.lastHits[key] = now;
     rig.hit.clear();
     U32 seen = 0;
     for (std::size_t i = 0; i < rig.group.tables.size(); ++i) {
-      for (const auto& status : rig.table(i).statuses()) {
+      for (const auto& status : rig.hardware(i).statuses()) {
         const auto expected = rig.lastHits.find({i, status.key});
         ASSERT_NE(expected, rig.lastHits.end()) << status.key;
         ASSERT_EQ(status.lastHit.value(), expected->second)
-            << rig.table(i).name() << status.key << " at " << now;
+            << rig.hardware(i).name() << status.key << " at " << now;
         ++seen;
       }
     }
@@ -98,47 +71,39 @@ class Hits : public testing::TestWithParam<bool> {
   }
 
   Orb::PtrConst<VelaSwitch::ProfileInfo> profile = VelaAgent::loadProfile("vela-48-5.1");
-  Random random;
-  Generator generator{*profile, random};
+  VelaTest::Random random;
+  VelaTest::Generator generator{*profile, random};
+  VelaDevice::SimulatedSwitch chip;
 };
 
 TEST_P(Hits, staysWithTheEntryThatWasHit) {
   for (const Group& group : VelaTest::groups(*profile)) {
-    Rig rig(profile, group, GetParam());
-    const auto* first = rig.agent.table(group.name(), group.tables[0].second).hardware();
-    if (!first || first->convertor().hitBitTables().empty()) continue;
+    Rig rig(profile, group, chip);
+    if (!rig.of({0, {}}).hardware() || rig.hardware(0).convertor().hitBitTables().empty()) continue;
+    rig.start(Agent::Start::fresh);
     SCOPED_TRACE(group.name());
     U32 rows = 0;
     for (std::size_t i = 0; i < group.tables.size(); ++i) {
-      if (rig.table(i).borrowsRows()) continue;
-      for (const auto& counter : rig.table(i).convertor().entryCounters()) rows += counter.size;
+      if (rig.hardware(i).borrowsRows()) continue;
+      for (const auto& counter : rig.hardware(i).convertor().entryCounters()) rows += counter.size;
     }
     const U32 keys = generator.keys(group.name()) / static_cast<U32>(group.tables.size());
     const U32 numbers = std::min(rows * 5 / 4 / static_cast<U32>(group.tables.size()), keys);
-    for (U32 i = 0; i < rows * 3 / 4; ++i) set(rig, randomKey(rig, numbers));
+    for (U32 i = 0; i < rows * 3 / 4; ++i) set(rig, generator.randomKey(group, numbers));
     const U64 movesBefore = rig.moves();
     double now = 1;
     for (int round = 0; round < 12; ++round) {
       for (U32 step = 0; step < std::max(rows / 8, 60u); ++step) {
-        const Key key = randomKey(rig, numbers);
-        switch (random.below(16)) {
-          case 0:
-          case 1:
-          case 2:
-            del(rig, key);
-            break;
-          case 3:
-            if (rig.lastHits.contains(key)) damage(rig, key);
-            break;
-          case 4:
-          case 5:
-          case 6:
-          case 7:
-          case 8:
-            set(rig, key);
-            break;
-          default:
-            hit(rig, key);
+        const EntryKey key = generator.randomKey(group, numbers);
+        const U32 what = random.below(16);
+        if (what < 3) {
+          del(rig, key);
+        } else if (what == 3) {
+          if (rig.lastHits.contains(key)) damage(rig, key);
+        } else if (what < 9) {
+          set(rig, key);
+        } else {
+          hit(rig, key);
         }
       }
       ASSERT_FALSE(rig.hit.empty());
@@ -152,22 +117,23 @@ TEST_P(Hits, staysWithTheEntryThatWasHit) {
 /// When bits cannot be read before rows change, a hit may be given to too many, never to too few.
 TEST_P(Hits, failedReadsLoseNone) {
   const Group group{{"HashTest"}, {{"HashTest", 0}}};
-  Rig rig(profile, group, GetParam());
+  Rig rig(profile, group, chip);
+  rig.start(Agent::Start::fresh);
   U32 doubted = 0;
   for (int round = 0; round < 3000; ++round) {
     const double now = round + 1;
     for (int step = 0; step < 12; ++step) {
-      const Key key{0, random.below(64)};
-      if (random.below(4) == 0) rig.chip.failReadsIs(random.below(3));
+      const EntryKey key{0, random.below(64)};
+      if (random.below(4) == 0) chip.failReadsIs(random.below(3));
       const U32 what = random.below(4);
       if (what == 0) del(rig, key);
       if (what == 1) set(rig, key);
       // What hardware clears before anybody read it is gone, whatever the tables do.
       if (what > 1 && !GetParam()) hit(rig, key);
     }
-    rig.chip.failReadsIs(0);
-    ASSERT_TRUE(rig.table(0).pollHitBits(Orb::Seconds(now)));
-    for (const auto& status : rig.table(0).statuses()) {
+    chip.failReadsIs(0);
+    ASSERT_TRUE(rig.hardware(0).pollHitBits(Orb::Seconds(now)));
+    for (const auto& status : rig.hardware(0).statuses()) {
       const bool reported = status.lastHit.value() == now;
       const bool was = rig.hit.contains({0, status.key});
       ASSERT_TRUE(reported || !was) << status.key;
@@ -180,88 +146,82 @@ TEST_P(Hits, failedReadsLoseNone) {
   }
 }
 
-/// A hit that is known but not reported yet ends with its entry.
-TEST_P(Hits, ofARemovedEntryAreNotItsSuccessors) {
-  VelaDevice::SimulatedSwitch chip;
-  chip.writesClearHitsIs(GetParam());
-  Agent agent(profile, chip);
-  agent.make({"HashTest"});
-  agent.start(Agent::Start::fresh);
-  auto& table = *agent.table("HashTest", 0).hardware();
-  const auto found = [&](U32 key) { return !table.lookup(agent.dataPath(), key).is_null(); };
-  const auto lastHit = [&](U32 key) {
-    for (const auto& status : table.statuses()) {
-      if (status.key == key) return status.lastHit.value();
-    }
-    return -1.0;
-  };
-  table.set(5, 1);
-  EXPECT_TRUE(found(5));
-  table.set(5, 2);  // its hit is kept
-  table.del(5);
-  table.set(5, 3);
-  table.set(6, 1);
-  EXPECT_TRUE(found(6));
-  table.set(6, 2);
-  EXPECT_TRUE(table.pollHitBits(Orb::Seconds(9)));
-  EXPECT_EQ(lastHit(5), 0);
-  EXPECT_EQ(lastHit(6), 9);
-  EXPECT_TRUE(table.pollHitBits(Orb::Seconds(10)));
-  EXPECT_EQ(lastHit(6), 9) << "reported once";
-}
-
 /// What only looks at a switch, to compare it with what is desired, takes no hit from it.
 TEST_P(Hits, outlastAComparison) {
-  VelaDevice::SimulatedSwitch chip;
-  chip.writesClearHitsIs(GetParam());
-  const auto each = [](Agent& agent, const auto& action) {
-    for (U32 key = 0; key < 6; ++key) action(*agent.table("HashTest", 0).hardware(), Json(key));
+  const Group group{{"HashTest"}, {{"HashTest", 0}}};
+  const auto each = [](const auto& action) {
+    for (U32 key = 0; key < 6; ++key) action(EntryKey{0, key});
   };
   {
-    Agent agent(profile, chip);
-    agent.make({"HashTest"});
-    agent.start(Agent::Start::fresh);
-    each(agent, [](auto& table, const Json& key) { table.set(key, 1); });
-    each(agent, [&](auto& table, const Json& key) { table.lookup(agent.dataPath(), key); });
+    Rig rig(profile, group, chip);
+    rig.start(Agent::Start::fresh);
+    each([&](const EntryKey& key) { rig.set(key, 1); });
+    each([&](const EntryKey& key) { rig.find(key); });
   }
-  Agent agent(profile, chip);
-  agent.make({"HashTest"});
-  agent.desireBegin();
-  each(agent, [](auto& table, const Json& key) { table.set(key, 1); });
-  each(agent, [](auto& table, const Json& key) { table.del(key); });
-  each(agent, [](auto& table, const Json& key) { table.set(key, 1); });
-  agent.desireEnd();
-  auto& table = *agent.table("HashTest", 0).hardware();
-  table.audit();
-  EXPECT_TRUE(table.findings().empty());
-  EXPECT_TRUE(table.pollHitBits(Orb::Seconds(5)));
-  EXPECT_EQ(table.statuses().size(), 6u);
-  for (const auto& status : table.statuses()) EXPECT_EQ(status.lastHit.value(), 5) << status.key;
+  Rig rig(profile, group, chip);
+  rig.desireBegin();
+  each([&](const EntryKey& key) { rig.set(key, 1); });
+  each([&](const EntryKey& key) { rig.del(key); });
+  each([&](const EntryKey& key) { rig.set(key, 1); });
+  rig.desireEnd();
+  VelaTest::expectNoFindings(rig);
+  each([&](const EntryKey& key) { rig.hit.insert(key); });
+  each([&](const EntryKey& key) { rig.lastHits[key] = 0; });
+  poll(rig, 5);
 }
 
-/// An entry that was behind another one of the same hardware key takes over its row, not its hits.
+/// What hardware cannot tell apart, also in two tables that share their rows: the first stands, the
+/// second waits behind it and takes over its row, but not its hits.
 TEST_P(Hits, doNotPassToADuplicate) {
-  VelaDevice::SimulatedSwitch chip;
-  chip.writesClearHitsIs(GetParam());
-  Agent agent(profile, chip);
-  agent.make({"NatMatch"});
-  agent.start(Agent::Start::fresh);
-  auto& table = *agent.table("NatMatch", 0).hardware();
-  // The destination takes no part in a source key.
-  const auto key = [](U32 dport) {
-    return Json{{"natType", 1}, {"srcIp", "10.0.0.1"}, {"sport", 7}, {"dport", dport}};
+  const Json acl{{"type", 11}, {"srcIp", "10.0.0.1"}, {"dstIp", "0.0.0.0"}, {"qualifier", 1}};
+  const Json flow{{"natType", 1}, {"proto", 1}, {"srcIp", "10.0.0.1"}, {"sport", 80}};
+  const Json connection{{"srcIp", "10.0.0.1"}, {"dstIp", "2.2.2.2"}, {"sport", 1}, {"dport", 2}};
+  const Json source{{"source", "10.0.0.1"}, {"group", "225.0.0.1"}, {"vlanId", 7}};
+  const struct {
+    std::vector<std::pair<std::string, U32>> tables;
+    Json key;
+    Json others;  ///< What the twin has in place of the key's.
+  } twins[] = {
+      {{{"AclHash", 0}, {"AclHash", 0}}, acl, {{"dstIp", "255.255.255.255"}, {"l4Port", 65535}}},
+      // The destination takes no part in a source key.
+      {{{"NatMatch", 0}, {"NatMatch", 0}},
+       flow,
+       {{"dstIp", "2.2.2.2"}, {"dport", 2}, {"qualifier", 64}}},
+      {{{"NatMatch", 0}, {"NatMatch", 1}}, flow, Json::object()},
+      {{{"NatDynMatch", 0}, {"NatDynMatch", 0}}, connection, {{"natType", 2}, {"qualifier", 5}}},
+      // Groups differ in the lower 28 bits.
+      {{{"SG", 0}, {"SG", 0}}, source, {{"group", "241.0.0.1"}}},
   };
-  const Json result{{"valid", true}, {"natRewriteId", 3}};
-  EXPECT_EQ(table.set(key(1), result), EntryProgrammedStatus::programmed);
-  EXPECT_EQ(table.set(key(2), result), EntryProgrammedStatus::duplicateKey);
-  EXPECT_FALSE(table.lookup(agent.dataPath(), key(1)).is_null());
-  table.del(key(1));
-  EXPECT_TRUE(table.pollHitBits(Orb::Seconds(5)));
-  ASSERT_EQ(table.statuses().size(), 1u);
-  EXPECT_EQ(table.statuses()[0].lastHit.value(), 0);
-  EXPECT_FALSE(table.lookup(agent.dataPath(), key(2)).is_null());
-  EXPECT_TRUE(table.pollHitBits(Orb::Seconds(6)));
-  EXPECT_EQ(table.statuses()[0].lastHit.value(), 6);
+  for (const auto& twin : twins) {
+    SCOPED_TRACE(twin.tables[1].first);
+    Rig rig(profile, {{twin.tables[0].first}, twin.tables}, chip);
+    rig.start(Agent::Start::fresh);
+    const EntryKey first{0, twin.key};
+    EntryKey second{1, twin.key};
+    second.second.update(twin.others);
+    const auto result = [&] { return generator.result(twin.tables[0].first, twin.key); };
+    const Json stays = result();
+    EXPECT_EQ(rig.set(first, stays), EntryProgrammedStatus::programmed);
+    EXPECT_EQ(rig.set(second, result()), EntryProgrammedStatus::duplicateKey);
+    const Json later = result();
+    EXPECT_EQ(rig.set(second, later), EntryProgrammedStatus::duplicateKey);
+    rig.expectFound(second, stays);
+    rig.del(first);
+    const auto expectHit = [&](double at) {
+      EXPECT_TRUE(rig.of(second).pollHitBits(Orb::Seconds(at)));
+      const auto statuses = rig.of(second).statuses();
+      ASSERT_EQ(statuses.size(), 1u);
+      EXPECT_EQ(statuses[0].status, EntryProgrammedStatus::programmed);
+      const bool hits = !rig.hardware(1).convertor().hitBitTables().empty();
+      EXPECT_EQ(statuses[0].lastHit.value(), at == 5 || !hits ? 0 : at);
+    };
+    ASSERT_NO_FATAL_FAILURE(expectHit(5));
+    rig.expectFound(first, later);
+    ASSERT_NO_FATAL_FAILURE(expectHit(6));
+    rig.del(second);
+    EXPECT_TRUE(rig.find(second).is_null());
+    EXPECT_TRUE(rig.of(second).statuses().empty());
+  }
 }
 
 INSTANTIATE_TEST_SUITE_P(Hardware, Hits, testing::Bool(), [](const auto& clears) {

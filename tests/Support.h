@@ -7,11 +7,15 @@
 #include <stdexcept>
 #include <string>
 
+#include "DirectBase/TableConstants.h"
 #include "Orb/Assert.h"
+#include "Trace/Trace.h"
 #include "VelaSwitchApi/SwTable.h"
 #include "device/DataPath.h"
 
 namespace VelaTest {
+
+using VelaSwitchApi::EntryProgrammedStatus;
 
 /// A fatal assertion, while a FatalGuard is alive.
 class Fatal : public Orb::AssertionFailed {
@@ -63,6 +67,23 @@ std::string errorText(const Action& action) {
   return "";
 }
 
+/// The messages of a handle while `action` runs, at this level and below.
+template <class Action>
+std::vector<std::string> traced(Trace::Handle& handle, U8 level, const Action& action) {
+  struct Sink final : Twinlog::Sink {
+    std::vector<std::string> lines;
+    void line(std::string_view, U8, std::string_view message) override {
+      lines.emplace_back(message);
+    }
+  } sink;
+  Twinlog::sinkIs(&sink);
+  handle.twinlogLevelIs(level);
+  action();
+  handle.twinlogLevelIs(-1);
+  Twinlog::sinkIs(nullptr);
+  return sink.lines;
+}
+
 /// A random source that the test's --gtest_random_seed decides; without one each run has another
 /// seed, which is printed so that a failure can be had again.
 class Random {
@@ -98,9 +119,10 @@ struct Chip {
       Orb::make<VelaSwitchApi::SwTableTypes>(profile, chip);
 
   enum class Start { fresh, restart };
-  /// Takes a table through its start. At a restart what is desired comes next, and then
-  /// initHwEntries(false).
+  /// Takes a table through its start. At a restart, which is another agent's, what is desired comes
+  /// next, and then initHwEntries(false).
   void start(VelaSwitchApi::SwTable& table, Start how = Start::fresh) {
+    if (how == Start::restart) types = Orb::make<VelaSwitchApi::SwTableTypes>(profile, chip);
     create(table);
     if (how == Start::restart) {
       table.syncEntries();
@@ -109,6 +131,12 @@ struct Chip {
     }
     table.initializedIs(true);
     table.doInitComplete();
+  }
+  /// The same for tables that share rows: all declare them first.
+  void startTogether(std::initializer_list<VelaSwitchApi::SwTable*> tables) {
+    for (auto* table : tables) create(*table);
+    for (auto* table : tables) table->initHwEntries(true);
+    for (auto* table : tables) table->initializedIs(true);
   }
   /// Declares the table's hardware, no more.
   void create(VelaSwitchApi::SwTable& table) {
@@ -122,6 +150,37 @@ struct Chip {
     const U32* words = table ? table->row(index) : nullptr;
     return words ? std::vector<U32>(words, words + table->rowWords()) : std::vector<U32>{};
   }
+};
+
+/// A started table on a switch of its own.
+template <class Table>
+struct Started : Chip {
+  explicit Started(const char* profileName = "vela-48-5.1",
+                   Orb::Ptr<Table> made = Orb::make<Table>("table"))
+      : Chip(profileName), table(std::move(made)) {
+    start(*table);
+  }
+  auto& convertor() {
+    return static_cast<typename Table::Family::Convertor&>(*table->profileConvertorPtr());
+  }
+  EntryProgrammedStatus status(const typename Table::Key& key) {
+    const auto* entry = table->tableStatus()->entryStatus(key);
+    return entry ? entry->status() : EntryProgrammedStatus::notProgrammed;
+  }
+  /// Row writes that the announcement takes.
+  template <class Result>
+  U64 writes(const typename Table::Key& key, const Result& result) {
+    const U64 before = chip.rowWrites();
+    table->entryIs(key, result);
+    return chip.rowWrites() - before;
+  }
+  /// A row of the table's first instance.
+  std::vector<U32> words(U32 hwTable, U32 index) {
+    using VelaSwitchTable::TableConstants;
+    return row(TableConstants::tableName(Table::Family::traits.index), 0, hwTable, index);
+  }
+
+  Orb::Ptr<Table> table;
 };
 
 }  // namespace VelaTest
