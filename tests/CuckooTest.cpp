@@ -1,5 +1,4 @@
 #include <algorithm>
-#include <functional>
 #include <map>
 #include <set>
 
@@ -81,11 +80,73 @@ class Matching {
   std::map<CuckooLocation, Item*> row_;
 };
 
+/// A table with what lies in it and what waits, as it should be.
+struct Engine {
+  Engine(VelaTest::Random& numbers, U32 rowsPerWay, U8 ways)
+      : random(numbers), table(rowsPerWay, ways), rows(table, placed) {}
+
+  /// A new item that chooses among the first `spread` rows of each way.
+  Item& item(U32 spread) {
+    std::vector<U32> candidates;
+    for (U8 way = 0; way < table.ways(); ++way) candidates.push_back(random() % spread);
+    return *all.emplace_back(Orb::make<Item>(candidates));
+  }
+  InsertResult insert(Item& item) {
+    const InsertResult result = table.insert(item, rows);
+    if (result.outcome == Outcome::placed) placed.insert(&item);
+    return result;
+  }
+  void wait(Item& item) {
+    table.waitIs(item);
+    waiting.push_back(&item);
+  }
+  /// One of those that wait, which does so no longer.
+  void stopWaiting() {
+    const auto at = waiting.begin() + random.below(static_cast<U32>(waiting.size()));
+    table.waitDel(**at);
+    ASSERT_FALSE((*at)->waits());
+    waiting.erase(at);
+  }
+  /// One of those that are placed, as if it were not any more.
+  Item* takePlaced() {
+    Item* item = *std::next(placed.begin(), random.below(static_cast<U32>(placed.size())));
+    placed.erase(item);
+    return item;
+  }
+  /// Who comes in for one that goes.
+  Item* succeed(Item& gone) {
+    const CuckooLocation freed = table.location(gone);
+    const SuccessionResult next = table.succeed(gone, rows);
+    Item* item = static_cast<Item*>(next.item.get());
+    if (!item) {
+      EXPECT_EQ(table.at(freed), nullptr);
+      rows.clear(freed);
+      return nullptr;
+    }
+    EXPECT_TRUE(item->placed());
+    placed.insert(item);
+    std::erase(waiting, item);
+    return item;
+  }
+
+  VelaTest::Random& random;
+  Table table;
+  std::set<Item*> placed;
+  Rows rows;
+  std::vector<Orb::Ptr<Item>> all;
+  std::vector<Item*> waiting;
+};
+
 struct Geometry {
   U32 rows;
   U8 ways;
   U32 spread;  ///< Keys choose among this many rows: small values crowd them.
 };
+
+std::string geometryName(const testing::TestParamInfo<Geometry>& geometry) {
+  return Orb::text(geometry.param.rows, "x", U32{geometry.param.ways}, "among",
+                   geometry.param.spread);
+}
 
 class Placement : public testing::TestWithParam<Geometry> {};
 
@@ -93,44 +154,34 @@ class Placement : public testing::TestWithParam<Geometry> {};
 TEST_P(Placement, refusesExactlyWhatNoArrangementHolds) {
   const auto [rowCount, ways, spread] = GetParam();
   VelaTest::Random random(rowCount * 10 + ways);
-  Table table(rowCount, ways);
-  std::set<Item*> placed;
-  Rows rows(table, placed);
+  Engine engine(random, rowCount, ways);
+  Table& table = engine.table;
   Matching model;
-  std::vector<Orb::Ptr<Item>> all;
   int refusals = 0;
   for (int step = 0; step < 4000; ++step) {
-    if (!placed.empty() && random() % 4 == 0) {
-      auto victim = placed.begin();
-      std::advance(victim, random() % placed.size());
-      Item* item = *victim;
+    if (!engine.placed.empty() && random() % 4 == 0) {
+      Item* item = engine.takePlaced();
       const CuckooLocation freed = table.location(*item);
       table.remove(*item);
-      rows.clear(freed);
+      engine.rows.clear(freed);
       model.remove(item);
-      placed.erase(item);
       EXPECT_EQ(table.at(freed), nullptr);
       continue;
     }
-    std::vector<U32> candidates;
-    for (U8 way = 0; way < ways; ++way) candidates.push_back(random() % spread);
-    all.push_back(Orb::make<Item>(candidates));
-    Item& item = *all.back();
+    Item& item = engine.item(spread);
     std::map<Item*, CuckooLocation> before;
-    for (Item* each : placed) before[each] = table.location(*each);
-    const int writesBefore = rows.writes;
-
-    const InsertResult result = table.insert(item, rows);
+    for (Item* each : engine.placed) before[each] = table.location(*each);
+    const int writesBefore = engine.rows.writes;
+    const InsertResult result = engine.insert(item);
     ASSERT_EQ(result.outcome == Outcome::placed, model.add(&item));
     if (result.outcome == Outcome::placed) {
-      placed.insert(&item);
-      ASSERT_EQ(rows.writes - writesBefore, static_cast<int>(result.moves) + 1);
+      ASSERT_EQ(engine.rows.writes - writesBefore, static_cast<int>(result.moves) + 1);
       continue;
     }
     ++refusals;
     ASSERT_EQ(result.outcome, Outcome::refused);
     ASSERT_FALSE(item.placed());
-    ASSERT_EQ(rows.writes, writesBefore) << "a refusal writes nothing";
+    ASSERT_EQ(engine.rows.writes, writesBefore) << "a refusal writes nothing";
     for (const auto& [each, location] : before) ASSERT_EQ(table.location(*each), location);
     // The proof: these items and the new one have, among them all, one row too few.
     std::set<CuckooLocation> common;
@@ -142,8 +193,8 @@ TEST_P(Placement, refusesExactlyWhatNoArrangementHolds) {
     ASSERT_EQ(competitors.size(), common.size() + 1);
   }
   EXPECT_GT(refusals, 0) << "the load never reached the limit";
-  EXPECT_EQ(table.size(), placed.size());
-  for (Item* item : placed) EXPECT_EQ(table.find(*item), item);
+  EXPECT_EQ(table.size(), engine.placed.size());
+  for (Item* item : engine.placed) EXPECT_EQ(table.find(*item), item);
 }
 
 INSTANTIATE_TEST_SUITE_P(Geometries, Placement,
@@ -151,11 +202,7 @@ INSTANTIATE_TEST_SUITE_P(Geometries, Placement,
                                          Geometry{64, 2, 9}, Geometry{32, 3, 32},
                                          Geometry{32, 3, 5}, Geometry{32, 4, 32},
                                          Geometry{64, 4, 7}, Geometry{512, 2, 512}),
-                         [](const auto& geometry) {
-                           return std::to_string(geometry.param.rows) + "x" +
-                                  std::to_string(geometry.param.ways) + "among" +
-                                  std::to_string(geometry.param.spread);
-                         });
+                         geometryName);
 
 /// Fewest items that must leave their place for all of `items` to have one; -1 when they have none.
 int fewestChanges(const std::vector<Item*>& items, const Table& table, std::size_t next,
@@ -179,20 +226,13 @@ TEST(Cuckoo, makesTheFewestMoves) {
   VelaTest::Random random;
   int longest = 0;
   for (int round = 0; round < 3000; ++round) {
-    const U8 ways = static_cast<U8>(2 + random() % 2);
-    Table table(4, ways);
-    std::set<Item*> placed;
-    Rows rows(table, placed);
-    std::vector<Orb::Ptr<Item>> all;
+    Engine engine(random, 4, static_cast<U8>(2 + random() % 2));
     std::vector<Item*> items;
     for (int i = 0; i < 9; ++i) {
-      std::vector<U32> candidates;
-      for (U8 way = 0; way < ways; ++way) candidates.push_back(random() % 4);
-      all.push_back(Orb::make<Item>(candidates));
-      items.push_back(all.back().get());
+      items.push_back(&engine.item(4));
       std::set<CuckooLocation> taken;
-      const int fewest = fewestChanges(items, table, 0, taken);
-      const InsertResult result = table.insert(*items.back(), rows);
+      const int fewest = fewestChanges(items, engine.table, 0, taken);
+      const InsertResult result = engine.insert(*items.back());
       ASSERT_EQ(result.outcome == Outcome::placed, fewest >= 0);
       if (fewest < 0) {
         items.pop_back();
@@ -200,7 +240,6 @@ TEST(Cuckoo, makesTheFewestMoves) {
       }
       ASSERT_EQ(static_cast<int>(result.moves), fewest);
       longest = std::max(longest, fewest);
-      placed.insert(items.back());
     }
   }
   EXPECT_GE(longest, 2) << "nothing had to move far";
@@ -214,36 +253,23 @@ TEST(Cuckoo, theNearestThatWaitsComesIn) {
   int byDistance = 0;
   for (int round = 0; round < 1500; ++round) {
     const U8 ways = static_cast<U8>(2 + random() % 2);
-    Table table(ways == 2 ? 4 : 3, ways);
-    std::set<Item*> placed;
-    Rows rows(table, placed);
-    std::vector<Orb::Ptr<Item>> all;
-    std::vector<Item*> waiting;
+    Engine engine(random, ways == 2 ? 4 : 3, ways);
+    Table& table = engine.table;
     for (int step = 0; step < 40; ++step) {
-      if (placed.size() < table.capacity() - 2u || random.flip()) {
-        std::vector<U32> candidates;
-        for (U8 way = 0; way < ways; ++way) candidates.push_back(random() % table.rowsPerWay());
-        Item& item = *all.emplace_back(Orb::make<Item>(candidates));
-        if (table.insert(item, rows).outcome == Outcome::placed) {
-          placed.insert(&item);
-        } else {
-          table.waitIs(item);
-          waiting.push_back(&item);
-        }
+      if (engine.placed.size() < table.capacity() - 2u || random.flip()) {
+        Item& item = engine.item(table.rowsPerWay());
+        if (engine.insert(item).outcome != Outcome::placed) engine.wait(item);
         continue;
       }
-      if (!waiting.empty() && random.below(4) == 0) {
-        const auto at = waiting.begin() + random.below(static_cast<U32>(waiting.size()));
-        table.waitDel(**at);
-        waiting.erase(at);
+      if (!engine.waiting.empty() && random.below(4) == 0) {
+        ASSERT_NO_FATAL_FAILURE(engine.stopWaiting());
         continue;
       }
-      Item* gone = *std::next(placed.begin(), random.below(static_cast<U32>(placed.size())));
-      placed.erase(gone);
+      Item* gone = engine.takePlaced();
       Item* expected = nullptr;
       int fewest = -1;
-      for (Item* each : waiting) {
-        std::vector<Item*> items(placed.begin(), placed.end());
+      for (Item* each : engine.waiting) {
+        std::vector<Item*> items(engine.placed.begin(), engine.placed.end());
         items.push_back(each);
         std::set<CuckooLocation> taken;
         const int moves = fewestChanges(items, table, 0, taken);
@@ -252,21 +278,11 @@ TEST(Cuckoo, theNearestThatWaitsComesIn) {
         expected = each;
         fewest = moves;
       }
-      const int writes = rows.writes;
-      const CuckooLocation freed = table.location(*gone);
-      const SuccessionResult next = table.succeed(*gone, rows);
-      ASSERT_EQ(next.item.get(), expected);
-      ASSERT_EQ(rows.writes - writes, fewest + 1);
-      if (!expected) {
-        ASSERT_EQ(table.at(freed), nullptr);
-        rows.clear(freed);
-        continue;
-      }
-      ++successions;
-      ASSERT_TRUE(expected->placed());
-      placed.insert(expected);
-      std::erase(waiting, expected);
-      ASSERT_EQ(table.waiting().size(), waiting.size());
+      const int writes = engine.rows.writes;
+      ASSERT_EQ(engine.succeed(*gone), expected);
+      ASSERT_EQ(engine.rows.writes - writes, fewest + 1);
+      successions += expected ? 1 : 0;
+      ASSERT_EQ(table.waiting().size(), engine.waiting.size());
     }
   }
   EXPECT_GT(successions, 1000);
@@ -279,54 +295,34 @@ class Waiting : public testing::TestWithParam<Geometry> {};
 TEST_P(Waiting, nobodyWaitsWhoHasRoom) {
   const auto [rowCount, ways, spread] = GetParam();
   VelaTest::Random random(rowCount * 10 + ways);
-  Table table(rowCount, ways);
-  std::set<Item*> placed;
-  Rows rows(table, placed);
+  Engine engine(random, rowCount, ways);
   Matching model;
-  std::vector<Orb::Ptr<Item>> all;
-  std::vector<Item*> waiting;
   int successions = 0;
   for (int step = 0; step < 3000; ++step) {
     const U32 what = random.below(8);
-    if (what < 3 && !placed.empty()) {
-      Item* gone = *std::next(placed.begin(), random.below(static_cast<U32>(placed.size())));
-      placed.erase(gone);
+    if (what < 3 && !engine.placed.empty()) {
+      Item* gone = engine.takePlaced();
       model.remove(gone);
-      const CuckooLocation freed = table.location(*gone);
-      const SuccessionResult next = table.succeed(*gone, rows);
-      if (!next.item) {
-        rows.clear(freed);
-      } else {
+      if (Item* item = engine.succeed(*gone)) {
         ++successions;
-        Item* item = static_cast<Item*>(next.item.get());
         ASSERT_TRUE(model.add(item));
-        placed.insert(item);
-        std::erase(waiting, item);
       }
-      for (Item* each : waiting) {
+      for (Item* each : engine.waiting) {
         Matching without = model;
         ASSERT_FALSE(without.add(each)) << "step " << step;
       }
-    } else if (what == 3 && !waiting.empty()) {
-      const auto at = waiting.begin() + random.below(static_cast<U32>(waiting.size()));
-      table.waitDel(**at);
-      ASSERT_FALSE((*at)->waits());
-      waiting.erase(at);
+    } else if (what == 3 && !engine.waiting.empty()) {
+      ASSERT_NO_FATAL_FAILURE(engine.stopWaiting());
     } else {
-      std::vector<U32> candidates;
-      for (U8 way = 0; way < ways; ++way) candidates.push_back(random() % spread);
-      Item& item = *all.emplace_back(Orb::make<Item>(candidates));
-      const bool fits = table.insert(item, rows).outcome == Outcome::placed;
+      Item& item = engine.item(spread);
+      const bool fits = engine.insert(item).outcome == Outcome::placed;
       ASSERT_EQ(fits, model.add(&item));
-      if (fits) {
-        placed.insert(&item);
-      } else if (waiting.size() < 40) {
-        table.waitIs(item);
-        waiting.push_back(&item);
-        ASSERT_EQ(table.findWaiting(item), &item);
+      if (!fits && engine.waiting.size() < 40) {
+        engine.wait(item);
+        ASSERT_EQ(engine.table.findWaiting(item), &item);
       }
     }
-    ASSERT_EQ(table.waiting().size(), waiting.size());
+    ASSERT_EQ(engine.table.waiting().size(), engine.waiting.size());
   }
   EXPECT_GT(successions, 100);
 }
@@ -334,32 +330,24 @@ TEST_P(Waiting, nobodyWaitsWhoHasRoom) {
 INSTANTIATE_TEST_SUITE_P(Geometries, Waiting,
                          testing::Values(Geometry{8, 2, 8}, Geometry{64, 2, 64}, Geometry{64, 2, 9},
                                          Geometry{32, 3, 32}, Geometry{64, 4, 7}),
-                         [](const auto& geometry) {
-                           return std::to_string(geometry.param.rows) + "x" +
-                                  std::to_string(geometry.param.ways) + "among" +
-                                  std::to_string(geometry.param.spread);
-                         });
+                         geometryName);
 
 TEST(Cuckoo, aFailedWriteLosesNothing) {
   VelaTest::Random random;
   int failuresAfterMoves = 0;
   for (int round = 0; round < 2000; ++round) {
-    Table table(4, 2);
-    std::set<Item*> placed;
-    Rows rows(table, placed);
-    std::vector<Orb::Ptr<Item>> all;
+    Engine engine(random, 4, 2);
     for (int i = 0; i < 8; ++i) {
-      all.push_back(Orb::make<Item>(std::vector<U32>{random() % 4, random() % 4}));
-      rows.failAfter(static_cast<int>(random() % 3));
-      const InsertResult result = table.insert(*all.back(), rows);
-      if (result.outcome == Outcome::placed) placed.insert(all.back().get());
+      Item& item = engine.item(4);
+      engine.rows.failAfter(static_cast<int>(random() % 3));
+      const InsertResult result = engine.insert(item);
       if (result.outcome == Outcome::failed) {
-        ASSERT_FALSE(all.back()->placed());
-        ASSERT_EQ(table.at(result.failedAt), nullptr);
+        ASSERT_FALSE(item.placed());
+        ASSERT_EQ(engine.table.at(result.failedAt), nullptr);
         if (result.moves > 0) ++failuresAfterMoves;
       }
-      for (Item* item : placed) ASSERT_EQ(table.find(*item), item);
-      ASSERT_EQ(table.size(), placed.size());
+      for (Item* each : engine.placed) ASSERT_EQ(engine.table.find(*each), each);
+      ASSERT_EQ(engine.table.size(), engine.placed.size());
     }
   }
   EXPECT_GT(failuresAfterMoves, 0);

@@ -158,35 +158,35 @@ TEST(Limits, entriesThatAnswerNothingAreWarnedOfOnceATable) {
 }
 
 TEST(Limits, whatTheSwitchDoesNotHaveIsRefusedInAClearLine) {
-  const struct {
+  struct Refused {
     const char* table;
     const char* key;
-    const char* result;
     const char* refusal;
-  } events[] = {
-      {"VlanMembership", "5", R"({"vrfBits":8})", "vrfBits: the switch has 8 VRFs, no 8"},
-      {"VlanMembership", "5", R"({"natEnable":{"2":1}})",
-       "natEnable: the switch has 2 ingress pipes, no 2"},
-      {"LagMembership", "5", R"({"port":[1,48]})", "port: the switch has 48 ports, no 48"},
-      {"Route", R"({"vrf":0,"prefix":"10.0.0.0/8"})", R"({"l3LagIndex":1,"cpuTrap":true})",
-       "cpuTrap belongs to a key of a level, such as Lpm26, not to a whole route"},
-      {"Lpm32", R"({"prefix":"10.0.0.0/30"})", R"({"cells":[{"l3LagIndex":1,"realPrefixLen":29}]})",
-       "realPrefixLen: this level serves routes of 30 to 32 bits, not 29"},
-      {"Lpm26", R"({"prefix":"10.0.0.0/24"})", R"({"cells":[{"l3LagIndex":1,"realPrefixLen":27}]})",
-       "realPrefixLen: this level serves routes of 24 to 26 bits, not 27"},
+    const char* result = "null";
+  };
+  const Refused results[] = {
+      {"VlanMembership", "5", "vrfBits: the switch has 8 VRFs, no 8", R"({"vrfBits":8})"},
+      {"VlanMembership", "5", "natEnable: the switch has 2 ingress pipes, no 2",
+       R"({"natEnable":{"2":1}})"},
+      {"LagMembership", "5", "port: the switch has 48 ports, no 48", R"({"port":[1,48]})"},
+      {"Route", R"({"vrf":0,"prefix":"10.0.0.0/8"})",
+       "cpuTrap belongs to a key of a level, such as Lpm26, not to a whole route",
+       R"({"l3LagIndex":1,"cpuTrap":true})"},
+      {"Lpm32", R"({"prefix":"10.0.0.0/30"})",
+       "realPrefixLen: this level serves routes of 30 to 32 bits, not 29",
+       R"({"cells":[{"l3LagIndex":1,"realPrefixLen":29}]})"},
+      {"Lpm26", R"({"prefix":"10.0.0.0/24"})",
+       "realPrefixLen: this level serves routes of 24 to 26 bits, not 27",
+       R"({"cells":[{"l3LagIndex":1,"realPrefixLen":27}]})"},
       {"Lpm11", R"({"prefix":"10.0.0.0/11"})",
-       R"({"cellResult":{"l3LagIndex":1,"realPrefixLen":12}})",
-       "realPrefixLen: this level serves routes of 0 to 11 bits, not 12"},
+       "realPrefixLen: this level serves routes of 0 to 11 bits, not 12",
+       R"({"cellResult":{"l3LagIndex":1,"realPrefixLen":12}})"},
   };
   Told told;
-  for (const auto& event : events) {
-    EXPECT_EQ(told.set(event.table, json(event.key), json(event.result)), event.refusal);
+  for (const auto& each : results) {
+    EXPECT_EQ(told.set(each.table, json(each.key), json(each.result)), each.refusal);
   }
-  const struct {
-    const char* table;
-    const char* key;
-    const char* refusal;
-  } keys[] = {
+  const Refused keys[] = {
       {"AclHash", R"({"type":19})", "type: the switch has 19 ACL types, no 19"},
       {"NatMatch", R"({"natType":2,"sport":1})",
        "natType 2 translates an address alone: sport and dport must be 0"},
@@ -221,11 +221,7 @@ TEST(Limits, whatTheSwitchDoesNotHaveIsRefusedInAClearLine) {
       EXPECT_EQ(told(event), each.refusal) << event;
     }
   }
-  const struct {
-    const char* table;
-    const char* key;
-    const char* refusal;
-  } lookups[] = {
+  const Refused lookups[] = {
       {"Route", R"({"vrf":8,"address":"10.0.0.1"})", "vrf: the switch has 8 VRFs, no 8"},
       {"VlanMembership", R"({"vid":5,"port":48})", "port: the switch has 48 ports, no 48"},
       {"FloodSet", R"({"vid":5,"port":48})", "port: the switch has 48 ports, no 48"},
@@ -254,33 +250,11 @@ TEST(Limits, aRowIsCorruptedWhereItIs) {
 
 /// Values that a JSON text may have where others belong.
 const std::vector<Json>& oddValues() {
-  static const std::vector<Json> all = {nullptr,
-                                        true,
-                                        0,
-                                        1,
-                                        -1,
-                                        2,
-                                        15,
-                                        48,
-                                        255,
-                                        0x8000,
-                                        65536,
-                                        0xffffffff,
-                                        ~U64{0},
-                                        1e300,
-                                        -0.5,
-                                        "",
-                                        "0x",
-                                        "0xffffffffffffffff",
-                                        "255.255.255.255",
-                                        "1.2.3.4/33",
-                                        "0.0.0.0/0",
-                                        "trunk",
-                                        Json::array(),
-                                        Json::object(),
-                                        Json::array({1, 2, 3, 4, 5, 6, 7, 8, 9}),
-                                        Json{{"13", 1}},
-                                        Json{{"0", 255}}};
+  static const std::vector<Json> all =
+      json(R"([null, true, 0, 1, -1, 2, 15, 48, 255, 32768, 65536, 4294967295, 18446744073709551615,
+               1e300, -0.5, "", "0x", "0xffffffffffffffff", "255.255.255.255", "1.2.3.4/33",
+               "0.0.0.0/0", "trunk", [], {}, [1, 2, 3, 4, 5, 6, 7, 8, 9], {"13": 1}, {"0": 255}])")
+          .get<std::vector<Json>>();
   return all;
 }
 

@@ -20,81 +20,80 @@ class Lpm32TableCuckooEntry;
 
 namespace {
 
+using testing::Contains;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::StartsWith;
 using VelaTest::Chip;
 
-/// Classes that can be made, each with a factory XxxIs.
-const char* const classes[] = {
-    "AclHashTable", "AclHashConvertor", "AclHashHelper", "AclHashTableCuckooEntry",
-    "AclPhysicalHashProperties", "AclHashTableStatus",
-    //
-    "AclIndirectCounterHashTable", "AclIndirectCounterHashConvertor",
-    "AclIndirectCounterHashHelper", "AclIndirectCounterHashTableCuckooEntry",
-    "AclCounterPhysicalHashProperties", "AclIndirectCounterHashTableStatus",
-    //
-    "NatMatchTable", "NatMatchConvertor", "NatMatchHelper", "NatMatchTableCuckooEntry",
-    "NatMatchPhysicalHashProperties", "NatMatchTableStatus",
-    //
-    "NatDynMatchTable", "NatDynMatchConvertor", "NatDynMatchHelper", "NatDynMatchTableCuckooEntry",
-    "NatDynMatchPhysicalHashProperties", "NatDynMatchTableStatus",
-    //
-    "SGTable", "SGConvertor", "SGHelper", "SGTableCuckooEntry", "SGPhysicalHashProperties",
-    "SGTableStatus",
-    //
-    "StarGTable", "StarGHelper", "StarGTableCuckooEntry", "StarGPhysicalHashProperties",
-    "StarGTableStatus",
-    //
-    "HashTestTable", "HashConvertorTestTable", "HashTestHelper", "HashTestTableCuckooEntry",
-    "HashTestPhysicalHashProperties", "TestTableStatus",
-    //
-    "LpmTable", "LpmTableStatus", "Lpm11Table", "Lpm11Convertor", "Lpm11Entry",
-    //
-    "L3FloodArpTable", "L3FloodArpConvertor", "L3FloodArpEntry", "L3FloodBitmapTable",
-    "L3FloodBitmapConvertor", "L3FloodBitmapEntry", "L3LagTable", "L3LagConvertor", "L3LagEntry",
-    "NatRewriteTable", "NatRewriteConvertor", "NatRewriteEntry",
-    //
-    "VlanMembershipTable", "VlanMembershipConvertorLayer2All", "NativeVlanTable",
-    "NativeVlanConvertorLayer2All", "PortConfigTable", "PortConfigConvertorLayer2All",
-    "L2ControlTable", "L2ControlConvertorLayer2All", "FloodSetTable", "FloodSetConvertorLayer2All",
-    "LagGroupTable", "LagGroupConvertorLayer2All", "LagLookUpTable", "LagLookUpConvertorLayer2All",
-    "LagMembershipTable", "LagMembershipConvertorLayer2All", "LagHashControlTable",
-    "LagHashControlConvertorLayer3", "VlanGroupTable", "VlanGroupConvertorLayer3", "MacVlanTable",
-    "MacVlanConvertorLayer2All", "RxPortMirrorTable", "RxPortMirrorConvertorLayer2All",
-    "ProtocolRemapTable", "ProtocolRemapConvertorLayer3",
-    //
-    "CoppTable", "CoppConvertor", "CoppHwTableRegisterMapping", "CoppHwTableRegisterMappingHwApi41",
-    "CoppHwTableRegisterMappingHwApi51"};
+using Names = std::vector<std::string>;
 
-/// The classes of each hashed level behind its name.
-const char* const levelClasses[] = {"Table", "Convertor", "Helper", "TableCuckooEntry",
-                                    "PhysicalHashProperties"};
+/// `prefix` with each of `suffixes` behind it.
+Names each(const std::string& prefix, const Names& suffixes) {
+  Names names;
+  for (const std::string& suffix : suffixes) names.push_back(prefix + suffix);
+  return names;
+}
 
-/// Classes that others derive from.
-const char* const baseClasses[] = {
-    "LpmBaseTable", "LpmBaseConvertor", "LpmBaseHelper", "LpmBaseTableCuckooEntry",
-    "LpmBasePhysicalHashProperties",
-    //
-    "VlanMembershipConvertor", "NativeVlanConvertor", "PortConfigConvertor", "L2ControlConvertor",
-    "FloodSetConvertor", "LagGroupConvertor", "LagLookUpConvertor", "LagMembershipConvertor",
-    "LagHashControlConvertor", "VlanGroupConvertor", "MacVlanConvertor", "RxPortMirrorConvertor",
-    "ProtocolRemapConvertor"};
+struct Promised {
+  Names classes;      ///< That can be made, each with a factory XxxIs.
+  Names baseClasses;  ///< That others derive from.
+  Names functions;    ///< Factories by their other names, and functions that are no class's.
+};
 
-/// Factories by their other names, and functions that are no class's.
-const char* const functions[] = {
-    "aclHashTableFactory", "aclHashConvertorFactory", "aclHashHelperFactory",
-    "aclPhysicalHashPropertiesFactory", "aclHashTableCuckooEntryFactory",
-    "aclHashTableStatusFactory",
-    //
-    "sGTableFactory", "sGConvertorFactory", "sGHelperFactory", "sGTableCuckooEntryFactory",
-    "sGPhysicalHashPropertiesFactory", "sGTableStatusFactory",
-    //
-    "starGTableFactory", "starGHelperFactory", "starGTableCuckooEntryFactory",
-    "starGPhysicalHashPropertiesFactory", "starGTableStatusFactory",
-    //
-    "lpmTableFactory", "lpm11TableFactory", "lpm11ConvertorFactory", "lpm11EntryFactory",
-    "getHitBitMapping"};
+Promised promised() {
+  Promised all;
+  const auto add = [](Names& to, const Names& names) {
+    to.insert(to.end(), names.begin(), names.end());
+  };
+  const auto factory = [](std::string name) {
+    name[0] = static_cast<char>(std::tolower(name[0]));
+    return name + "Factory";
+  };
+  for (const char* family :
+       {"AclHash", "AclIndirectCounterHash", "NatMatch", "NatDynMatch", "SG"}) {
+    add(all.classes,
+        each(family, {"Table", "Convertor", "Helper", "TableCuckooEntry", "TableStatus"}));
+  }
+  add(all.classes, each("StarG", {"Table", "Helper", "TableCuckooEntry", "TableStatus"}));
+  for (const char* rows :
+       {"Acl", "AclCounter", "NatMatch", "NatDynMatch", "SG", "StarG", "HashTest"}) {
+    add(all.classes, {rows + std::string("PhysicalHashProperties")});
+  }
+  add(all.classes, {"HashTestTable", "HashConvertorTestTable", "HashTestHelper",
+                    "HashTestTableCuckooEntry", "TestTableStatus", "LpmTable", "LpmTableStatus"});
+  for (const char* family : {"Lpm11", "L3FloodArp", "L3FloodBitmap", "L3Lag", "NatRewrite"}) {
+    add(all.classes, each(family, {"Table", "Convertor", "Entry"}));
+  }
+  const auto plain = [&](const Names& families, const char* layer) {
+    for (const std::string& family : families) {
+      add(all.classes, each(family, {"Table", std::string("Convertor") + layer}));
+      add(all.baseClasses, {family + "Convertor"});
+    }
+  };
+  plain({"VlanMembership", "NativeVlan", "PortConfig", "L2Control", "FloodSet", "LagGroup",
+         "LagLookUp", "LagMembership", "MacVlan", "RxPortMirror"},
+        "Layer2All");
+  plain({"LagHashControl", "VlanGroup", "ProtocolRemap"}, "Layer3");
+  add(all.classes,
+      each("Copp", {"Table", "Convertor", "HwTableRegisterMapping", "HwTableRegisterMappingHwApi41",
+                    "HwTableRegisterMappingHwApi51"}));
+  const Names ofLevel{"Table", "Convertor", "Helper", "TableCuckooEntry", "PhysicalHashProperties"};
+  add(all.baseClasses, each("LpmBase", ofLevel));
+  for (const LpmLevel& level : lpmLevels) {
+    const std::string prefix = "Lpm" + std::to_string(level.longest());
+    add(all.classes, each(prefix, ofLevel));
+    for (const std::string& name : each(prefix, ofLevel)) add(all.functions, {factory(name)});
+  }
+  for (const std::string& name : all.classes) {
+    if (name.starts_with("AclHash") || name.starts_with("AclPhys") || name.starts_with("SG") ||
+        name.starts_with("StarG") || name == "LpmTable" || name.starts_with("Lpm11")) {
+      add(all.functions, {factory(name)});
+    }
+  }
+  add(all.functions, {"getHitBitMapping"});
+  return all;
+}
 
 /// The library's symbols, functions without their parameters.
 std::set<std::string> exports() {
@@ -124,20 +123,13 @@ TEST(Names, everyClassAndFactoryIsExportedAndRegistered) {
     expectExport("typeinfo for " + space + name);
     if (!Orb::Type::find(space + name)) missing.push_back("registration of " + name);
   };
-  for (const char* name : classes) {
+  const Promised all = promised();
+  for (const std::string& name : all.classes) {
     expectClass(name);
     expectExport(space + name + "Is");
   }
-  for (const LpmLevel& level : lpmLevels) {
-    const std::string number = std::to_string(level.longest());
-    for (const char* name : levelClasses) {
-      expectClass("Lpm" + number + name);
-      expectExport(space + "Lpm" + number + name + "Is");
-      expectExport(space + "lpm" + number + name + "Factory");
-    }
-  }
-  for (const char* name : baseClasses) expectClass(name);
-  for (const char* name : functions) expectExport(space + name);
+  for (const std::string& name : all.baseClasses) expectClass(name);
+  for (const std::string& name : all.functions) expectExport(space + name);
   EXPECT_THAT(missing, IsEmpty());
 }
 
@@ -208,16 +200,9 @@ TEST_F(HashItems, cachedOnesAreTheTablesOwn) {
 }
 
 TEST_F(HashItems, makingOneTracesItsFullName) {
-  struct Sink final : Twinlog::Sink {
-    std::string text;
-    void line(std::string_view, U8, std::string_view message) override { text += message; }
-  } sink;
-  Twinlog::sinkIs(&sink);
-  HashTestFamily::trace.twinlogLevelIs(8);
-  table->createHashItem(key, false);
-  HashTestFamily::trace.twinlogLevelIs(-1);
-  Twinlog::sinkIs(nullptr);
-  EXPECT_THAT(sink.text, StartsWith("VelaSwitchTable::HashTestTable::createHashItem "));
+  const auto lines =
+      VelaTest::traced(HashTestFamily::trace, 8, [&] { table->createHashItem(key, false); });
+  EXPECT_THAT(lines, Contains(StartsWith("VelaSwitchTable::HashTestTable::createHashItem ")));
 }
 
 /// Items that were dropped are found in their rows again: removal clears the row.
