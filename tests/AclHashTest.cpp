@@ -8,8 +8,8 @@ using testing::ElementsAreArray;
 using testing::StartsWith;
 using VelaSwitch::AclHashKey;
 using VelaSwitch::AclHashResult;
-using VelaSwitchApi::EntryProgrammedStatus;
 using VelaTest::fatalText;
+using VelaTest::Started;
 
 Ipnet::IpAddr ip(const char* text) { return Orb::fromText<Ipnet::IpAddr>(text); }
 
@@ -83,10 +83,8 @@ const AclCase aclCases[] = {
 TEST(AclHash, rowsAreBitExact) {
   for (const char* profile : {"vela-48-5.1", "vela-48-4.1"}) {
     for (const AclCase& expected : aclCases) {
-      VelaTest::Chip chip(profile);
-      const auto table = aclHashTableFactory("acl", 1, 1);
-      chip.start(*table);
-      table->entryIs(expected.key, expected.result);
+      Started<AclHashTable> chip(profile, aclHashTableFactory("acl", 1, 1));
+      chip.table->entryIs(expected.key, expected.result);
       std::vector<U32> words = expected.words;
       const bool wide = chip.profile->fields().aclWideRows();
       if (!wide) words.erase(words.begin() + 4);
@@ -99,25 +97,21 @@ TEST(AclHash, rowsAreBitExact) {
 }
 
 TEST(AclHash, anEmptyRowHasItsPlaceAlone) {
-  VelaTest::Chip chip;
-  const auto table = aclHashTableFactory("acl", 0, 0);
-  chip.start(*table);
+  Started<AclHashTable> chip;
   EXPECT_THAT(chip.row("AclHash", 0, 0, 2048 + 5), ElementsAreArray({0, 0, 0, 0, 0, 0x8805}));
 }
 
 TEST(AclHash, decodingGivesBackWhatWasPacked) {
   VelaTest::Random random;
-  VelaTest::Chip chip;
-  const auto table = aclHashTableFactory("acl", 0, 0);
-  chip.start(*table);
+  Started<AclHashTable> chip;
   for (int i = 0; i < 5000; ++i) {
     AclHashKey key = randomKey(random);
     const AclHashResult result{random() % 256, random() % 4096};
-    table->entryDelAll();
-    table->entryIs(key, result);
-    const auto item = table->cachedItem(key);
-    const auto decoded =
-        table->helper()->decodeHwEntry(table->profileConvertor().physicalTable().indexOf(*item));
+    chip.table->entryDelAll();
+    chip.table->entryIs(key, result);
+    const auto item = chip.table->cachedItem(key);
+    const auto decoded = chip.table->helper()->decodeHwEntry(
+        chip.table->profileConvertor().physicalTable().indexOf(*item));
     ASSERT_TRUE(decoded->valid());
     ASSERT_TRUE(decoded->isEqual(*item)) << Orb::text(key);
     const auto& entry = static_cast<const AclHashTableCuckooEntry&>(*decoded);
@@ -128,71 +122,27 @@ TEST(AclHash, decodingGivesBackWhatWasPacked) {
   }
 }
 
-TEST(AclHash, aSpoiltRowIsNotDecoded) {
-  VelaTest::Chip chip;
-  const auto table = aclHashTableFactory("acl", 0, 0);
-  chip.start(*table);
-  table->entryIs(aclCases[0].key, aclCases[0].result);
-  auto& hwTable = *table->profileConvertor().hwTable(0);
-  for (U32 bit = 0; bit <= 113; ++bit) {
-    hwTable.image(aclCases[0].row)[bit / 32] ^= 1u << (bit % 32);
-    EXPECT_FALSE(table->helper()->decodeHwEntry(aclCases[0].row)->valid()) << bit;
-    hwTable.image(aclCases[0].row)[bit / 32] ^= 1u << (bit % 32);
-  }
-}
-
-TEST(AclHash, wildcardSpellingsAreOneKey) {
-  VelaTest::Chip chip;
-  const auto table = aclHashTableFactory("acl", 0, 0);
-  chip.start(*table);
-  const AclHashKey zero = aclKey(0, 11, "10.0.0.1", "0.0.0.0", 1, 0);
-  const AclHashKey ones = aclKey(0, 11, "10.0.0.1", "255.255.255.255", 1, 65535);
-  const auto status = [&](const AclHashKey& key) {
-    return table->tableStatus()->entryStatus(key)->status();
-  };
-  table->entryIs(zero, {1, 1});
-  table->entryIs(ones, {2, 2});
-  EXPECT_EQ(status(zero), EntryProgrammedStatus::programmed);
-  EXPECT_EQ(status(ones), EntryProgrammedStatus::duplicateKey);
-  EXPECT_EQ(chip.path.acl(0, ones), (AclHashResult{1, 1}));
-  table->entryIs(ones, {3, 3});
-  EXPECT_EQ(chip.path.acl(0, ones), (AclHashResult{1, 1}));
-  table->entryDel(zero);
-  EXPECT_EQ(status(ones), EntryProgrammedStatus::programmed);
-  EXPECT_EQ(chip.path.acl(0, zero), (AclHashResult{3, 3}));
-  table->entryDel(ones);
-  EXPECT_EQ(chip.path.acl(0, zero), std::nullopt);
-  EXPECT_EQ(table->tableStatus()->entryStatuses().size(), 0u);
-}
-
 TEST(AclHash, waitsForInitializationWithoutATrace) {
-  struct Sink final : Twinlog::Sink {
-    std::vector<std::string> lines;
-    void line(std::string_view, U8, std::string_view message) override {
-      lines.emplace_back(message.substr(0, message.find("Value")));
-    }
-  } sink;
   VelaTest::Chip chip;
   const auto table = aclHashTableFactory("acl", 0, 0);
   chip.create(*table);
-  Twinlog::sinkIs(&sink);
-  AclHashFamily::trace.twinlogLevelIs(8);
-  table->entryIs(aclCases[0].key, {1, 1});
-  EXPECT_TRUE(sink.lines.empty());
-  EXPECT_EQ(table->tableStatus()->entryStatus(aclCases[0].key), nullptr);
-  table->initHwEntries(true);
-  table->initializedIs(true);
-  EXPECT_EQ(chip.path.acl(0, aclCases[0].key), (AclHashResult{1, 1}));
-  table->entryDel(aclCases[0].key);
-  table->handleEntry(aclCases[1].key);
-  AclHashFamily::trace.twinlogLevelIs(-1);
-  Twinlog::sinkIs(nullptr);
-  EXPECT_THAT(sink.lines, testing::ElementsAre("VelaSwitchTable::AclHashTable::handleEntry ",
-                                               "entry has no status", "Programming Entry ",
-                                               "VelaSwitchTable::AclHashTable::handleEntry ",
-                                               "entry has status: ", "Removing Entry ",
-                                               "VelaSwitchTable::AclHashTable::handleEntry ",
-                                               "entry has no status", "Removing Entry "));
+  auto lines = VelaTest::traced(AclHashFamily::trace, 8, [&] {
+    table->entryIs(aclCases[0].key, {1, 1});
+    EXPECT_EQ(table->tableStatus()->entryStatus(aclCases[0].key), nullptr);
+  });
+  EXPECT_TRUE(lines.empty());
+  lines = VelaTest::traced(AclHashFamily::trace, 8, [&] {
+    table->initHwEntries(true);
+    table->initializedIs(true);
+    EXPECT_EQ(chip.path.acl(0, aclCases[0].key), (AclHashResult{1, 1}));
+    table->entryDel(aclCases[0].key);
+    table->handleEntry(aclCases[1].key);
+  });
+  for (std::string& line : lines) line.resize(std::min(line.find("Value"), line.size()));
+  const std::string handle = "VelaSwitchTable::AclHashTable::handleEntry ";
+  EXPECT_THAT(lines, testing::ElementsAre(handle, "entry has no status", "Programming Entry ",
+                                          handle, "entry has status: ", "Removing Entry ", handle,
+                                          "entry has no status", "Removing Entry "));
   EXPECT_EQ(table->tableStatus()->entryStatuses().size(), 0u);
 }
 
@@ -203,21 +153,6 @@ TEST(AclHash, internalErrorsHaveTheirTexts) {
   EXPECT_THAT(fatalText([&] { item->copyKeyToBuffer(buffer, 12); }), StartsWith("bufSize >= 13"));
   EXPECT_EQ(item->copyKeyToBuffer(buffer, 13), 59);
   EXPECT_THAT(fatalText([&] { unused.entryIsByHashItem(*item); }), StartsWith("hashItem->valid()"));
-}
-
-TEST(AclHash, aHelperOfAnotherTablePacksNothing) {
-  AclHashTable unused("acl");
-  const auto item = aclHashTableCuckooEntryFactory(aclCases[0].key);
-  item->validIs(true);
-  alignas(U32) U8 image[32]{};
-  aclHashHelperFactory(TableIndex::natMatch)->setHwBuffer(*item, {0, 0}, image);
-  EXPECT_THAT(image, testing::Each(0));
-}
-
-TEST(AclHash, geometry) {
-  const auto properties = aclPhysicalHashPropertiesFactory(46)->fields();
-  EXPECT_EQ(properties,
-            (VelaSwitchApi::PhysicalHashProperties::Fields{46, 7, 2048, 11, 2, 1, false, false}));
 }
 
 }  // namespace

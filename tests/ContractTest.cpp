@@ -1,5 +1,3 @@
-#include <functional>
-
 #include "Support.h"
 #include "VelaSwitchTable/VelaTableAclHashes.h"
 #include "VelaSwitchTable/VelaTableAclIndirectCounterHash.h"
@@ -16,7 +14,6 @@
 #include "VelaSwitchTable/VelaTableNatMatch.h"
 #include "VelaSwitchTable/VelaTableNatRewrite.h"
 #include "VelaSwitchTable/VelaTableVlanGroup.h"
-#include "VelaSwitchTable/VelaTableVlanMembership.h"
 
 // What callers of single operations can rely on: what is traced and in which words, what stops, and
 // what is passed over.
@@ -35,35 +32,18 @@ using VelaSwitch::ChipPortId;
 using VelaSwitch::L3FloodId;
 using VelaSwitch::LpmKey;
 using VelaSwitch::NatMatchKey;
-using VelaSwitchApi::EntryProgrammedStatus;
 using VelaTest::Chip;
+using VelaTest::EntryProgrammedStatus;
 using VelaTest::errorText;
 using VelaTest::fatalText;
+using VelaTest::Started;
+using VelaTest::traced;
 
-/// The messages of a handle while `action` runs.
-std::vector<std::string> traced(Trace::Handle& handle, U8 level,
-                                const std::function<void()>& action) {
-  struct Sink final : Twinlog::Sink {
-    std::vector<std::string> lines;
-    void line(std::string_view, U8, std::string_view message) override {
-      lines.emplace_back(message);
-    }
-  } sink;
-  Twinlog::sinkIs(&sink);
-  handle.twinlogLevelIs(level);
-  action();
-  handle.twinlogLevelIs(-1);
-  Twinlog::sinkIs(nullptr);
-  return sink.lines;
-}
-
-template <class Table>
-struct Started : Chip {
-  explicit Started(const char* profileName = "vela-48-5.1") : Chip(profileName) { start(*table); }
-  auto& convertor() {
-    return static_cast<typename Table::Family::Convertor&>(*table->profileConvertorPtr());
-  }
-  Orb::Ptr<Table> table = Orb::make<Table>("table");
+/// Two tables on one set of rows.
+struct TwoNatTables : Chip {
+  TwoNatTables() { startTogether({first.get(), second.get()}); }
+  Orb::Ptr<NatMatchTable> first = NatMatchTableIs("first", 0);
+  Orb::Ptr<NatMatchTable> second = NatMatchTableIs("second", 1);
 };
 
 TEST(Traces, sayWhatIsHandled) {
@@ -167,8 +147,7 @@ TEST(Status, comesBackWhenItWasDeleted) {
   rig.table->tableStatusDel();
   rig.table->entryIs(HashTestKey{1u}, HashTestResult{1u});
   ASSERT_TRUE(rig.table->tableStatus());
-  EXPECT_EQ(rig.table->tableStatus()->entryStatus(HashTestKey{1u})->status(),
-            EntryProgrammedStatus::programmed);
+  EXPECT_EQ(rig.status({1u}), EntryProgrammedStatus::programmed);
   rig.table->tableStatusDel();
   rig.path.hashTest(1);
   EXPECT_TRUE(rig.table->profileConvertor().pollHitBits(Orb::Seconds(4)));
@@ -183,27 +162,20 @@ TEST(Status, tellsOfARowThatCouldNotBeInitialized) {
   rig.table->entryIs(HashTestKey{0u}, HashTestResult{1u});
   rig.chip.failWritesIs(1);
   rig.table->initHwEntries(true);
-  EXPECT_EQ(rig.table->tableStatus()->entryStatus(HashTestKey{0u})->status(),
-            EntryProgrammedStatus::hardwareError);
+  EXPECT_EQ(rig.status({0u}), EntryProgrammedStatus::hardwareError);
   rig.table->handleEntry(HashTestKey{0u});
-  EXPECT_EQ(rig.table->tableStatus()->entryStatus(HashTestKey{0u})->status(),
-            EntryProgrammedStatus::programmed);
+  EXPECT_EQ(rig.status({0u}), EntryProgrammedStatus::programmed);
 }
 
-/// Two tables on one set of rows: each counts its own.
+/// Each table counts its own.
 TEST(Counters, areTheTablesOwn) {
-  Chip chip;
-  const auto first = NatMatchTableIs("first", 0);
-  const auto second = NatMatchTableIs("second", 1);
-  for (const auto& table : {first, second}) chip.create(*table);
-  for (const auto& table : {first, second}) table->initHwEntries(true);
-  for (const auto& table : {first, second}) table->initializedIs(true);
+  TwoNatTables nat;
   const auto key = [](U32 number) { return NatMatchKey{.srcIp = Ipnet::IpAddr(number + 1)}; };
-  for (U32 i = 0; i < 5; ++i) first->entryIs(key(i), {.valid = true});
-  for (U32 i = 10; i < 17; ++i) second->entryIs(key(i), {.valid = true});
-  for (U32 i = 10; i < 13; ++i) second->entryDel(key(i));
-  const auto& counter = first->profileConvertor().entryCounters().front();
-  const auto& other = second->profileConvertor().entryCounters().front();
+  for (U32 i = 0; i < 5; ++i) nat.first->entryIs(key(i), {.valid = true});
+  for (U32 i = 10; i < 17; ++i) nat.second->entryIs(key(i), {.valid = true});
+  for (U32 i = 10; i < 13; ++i) nat.second->entryDel(key(i));
+  const auto& counter = nat.first->profileConvertor().entryCounters().front();
+  const auto& other = nat.second->profileConvertor().entryCounters().front();
   EXPECT_EQ(counter.used(), 5u);
   EXPECT_EQ(counter.peak(), 5u);
   EXPECT_EQ(other.used(), 4u);
@@ -260,7 +232,7 @@ TEST(AclHash, helpersGoByTheirNumber) {
   chip.start(*table);
   const auto item = AclHashTableCuckooEntryIs({});
   item->validIs(true);
-  for (const U8 number : {U8{45}, U8{57}, U8{70}, U8{94}}) {
+  for (const U8 number : {U8{22}, U8{45}, U8{57}, U8{70}, U8{94}}) {
     alignas(U32) U8 image[32]{};
     const auto helper = aclHashHelperFactory(TableIndex{number});
     helper->tablesAre(table.get(), &table->profileConvertor().physicalTable());
@@ -335,7 +307,6 @@ TEST(Lpm11, masksBeyondTheLevelComeBack) {
                                       MaskLength(13), U8{8}};
   rig.table->entryIs(key, result);
   const U64 writes = rig.chip.rowWrites();
-  rig.types = Orb::make<VelaSwitchApi::SwTableTypes>(rig.profile, rig.chip);
   const auto again = Lpm11TableIs("again");
   EXPECT_EQ(fatalText([&] { rig.start(*again, Chip::Start::restart); }), "");
   ASSERT_TRUE(again->entry(key));
@@ -345,188 +316,153 @@ TEST(Lpm11, masksBeyondTheLevelComeBack) {
   EXPECT_EQ(rig.chip.rowWrites(), writes);
 }
 
-/// A flow that was refused gets its row when another one goes, in whichever table that was.
-TEST(Waiting, acrossTablesThatShareRows) {
-  Chip chip;
-  const auto first = NatMatchTableIs("first", 0);
-  const auto second = NatMatchTableIs("second", 1);
-  for (const auto& table : {first, second}) chip.create(*table);
-  for (const auto& table : {first, second}) table->initHwEntries(true);
-  for (const auto& table : {first, second}) table->initializedIs(true);
+/// One that is hardware's same key as one that waits is behind it, and goes with it.
+TEST(Waiting, behindOneThatWaits) {
+  TwoNatTables nat;
+  const auto& engine = nat.first->profileConvertor().physicalTable().engine();
   const auto key = [](U32 number) {
-    return NatMatchKey{.natType = U8{1},
-                       .srcIp = Ipnet::IpAddr(number * 2654435761u),
-                       .sport = static_cast<U16>(number % 60000 + 1)};
+    return NatMatchKey{.natType = U8{1}, .srcIp = Ipnet::IpAddr(number * 2654435761u)};
   };
-  const auto status = [](const auto& table, const NatMatchKey& at) {
-    return table->tableStatus()->entryStatus(at)->status();
-  };
-  const NatMatchResult result{.valid = true, .natRewriteId = U16{7}};
+  const NatMatchResult result{.valid = true};
   U32 count = 0;
-  for (; first->profileConvertor().physicalTable().engine().waiting().size() < 200; ++count) {
-    (count % 2 == 0 ? first : second)->entryIs(key(count), result);
-  }
-  auto& physical = first->profileConvertor().physicalTable();
-  const U32 waited = physical.waiting(first.get()) + physical.waiting(second.get());
-  EXPECT_EQ(waited, 200u);
-  // One that is hardware's same key as one that waits is behind it.
-  NatMatchKey twin;
-  U32 waiting = 0;
-  while (status(waiting % 2 == 0 ? first : second, key(waiting)) ==
-         EntryProgrammedStatus::programmed) {
-    ++waiting;
-  }
-  twin = key(waiting);
+  while (engine.waiting().size() == 0) nat.first->entryIs(key(count++), result);
+  NatMatchKey twin = key(count - 1);
   twin.dport = U16{9};
-  first->entryIs(twin, result);
-  EXPECT_EQ(status(first, twin), EntryProgrammedStatus::duplicateKey);
-  const auto programmed = [&] { return physical.engine().size(); };
-  U32 replaced = 0;
-  for (U32 number = 0; number < count && physical.engine().waiting().size() > 100; ++number) {
-    const auto& table = number % 2 == 0 ? first : second;
-    if (number == waiting || status(table, key(number)) != EntryProgrammedStatus::programmed) {
-      continue;
-    }
-    const U32 before = programmed();
-    table->entryDel(key(number));
-    replaced += programmed() == before ? 1 : 0;
-    EXPECT_EQ(chip.path.natMatch(0, key(number)), std::nullopt);
-  }
-  EXPECT_EQ(replaced, 100u);
-  for (U32 number = 0; number < count; ++number) {
-    const auto& table = number % 2 == 0 ? first : second;
-    if (!table->entry(key(number))) continue;
-    EXPECT_EQ(chip.path.natMatch(0, key(number)).has_value(),
-              status(table, key(number)) == EntryProgrammedStatus::programmed);
-  }
-  first->entryDelAll();
-  second->entryDelAll();
-  EXPECT_EQ(programmed(), 0u);
-  EXPECT_EQ(physical.engine().waiting().size(), 0u);
-  EXPECT_EQ(first->tableStatus()->entryStatuses().size(), 0u);
-  EXPECT_EQ(second->tableStatus()->entryStatuses().size(), 0u);
+  const auto status = [&] { return nat.second->tableStatus()->entryStatus(twin)->status(); };
+  nat.second->entryIs(twin, result);
+  EXPECT_EQ(status(), EntryProgrammedStatus::duplicateKey);
+  nat.first->entryDel(key(count - 1));
+  EXPECT_EQ(status(), EntryProgrammedStatus::tableFull);
+  nat.first->entryDelAll();
+  EXPECT_EQ(status(), EntryProgrammedStatus::programmed);
+  nat.second->entryDelAll();
+  EXPECT_EQ(engine.size() + engine.waiting().size(), 0u);
 }
 
+/// The test table, of which few keys are announced, so that the same ones are met again soon.
+struct WaitingTest : testing::Test, Started<HashTestTable> {
+  static constexpr U32 keys = 64;
+
+  /// Statuses tell what the data path finds.
+  void expectTruth() {
+    for (U32 key = 0; key < keys; ++key) {
+      const auto found = path.hashTest(key);
+      const auto* entry = table->entry(HashTestKey{key});
+      const auto is = status({key});
+      ASSERT_TRUE(is != EntryProgrammedStatus::notProgrammed || (!entry && !found)) << key;
+      if (is == EntryProgrammedStatus::programmed) {
+        ASSERT_TRUE(found && entry && found->result() == entry->result()) << key;
+      }
+    }
+  }
+  /// Nothing has failed that was not mended since: what is not found has no room.
+  void expectSettled() {
+    ASSERT_NO_FATAL_FAILURE(expectTruth());
+    U32 programmed = 0;
+    for (U32 key = 0; key < keys; ++key) {
+      const auto is = status({key});
+      ASSERT_EQ(is == EntryProgrammedStatus::notProgrammed, !table->entry(HashTestKey{key}));
+      ASSERT_EQ(path.hashTest(key).has_value(), is == EntryProgrammedStatus::programmed);
+      programmed += is == EntryProgrammedStatus::programmed ? 1 : 0;
+      if (is == EntryProgrammedStatus::tableFull) {
+        ASSERT_FALSE(physical.competitors(*table->cachedItem(HashTestKey{key})).empty()) << key;
+      }
+    }
+    ASSERT_EQ(physical.engine().size(), programmed);
+  }
+  /// Announces some entry, or withdraws one that there is.
+  HashTestKey announceOrWithdraw() {
+    const auto present = table->entries().keys();
+    if (present.empty() || random.below(3) != 0) {
+      const HashTestKey key{random.below(keys)};
+      table->entryIs(key, HashTestResult{random()});
+      return key;
+    }
+    const HashTestKey key = present[random.below(static_cast<U32>(present.size()))];
+    table->entryDel(key);
+    return key;
+  }
+
+  VelaTest::Random random;
+  VelaSwitchApi::PhysicalHashTable& physical = table->profileConvertor().physicalTable();
+};
+
 /// Items that are dropped while they wait are found again, so that no key waits twice.
-TEST(Waiting, isNotForgottenWithTheItems) {
-  Started<HashTestTable> rig;
-  auto& physical = rig.table->profileConvertor().physicalTable();
+TEST_F(WaitingTest, isNotForgottenWithTheItems) {
   U32 count = 0;
   while (physical.engine().waiting().size() < 5) {
-    rig.table->entryIs(HashTestKey{count++}, HashTestResult{1u});
+    table->entryIs(HashTestKey{count++}, HashTestResult{1u});
   }
-  rig.table->hashItemDelAll();
-  for (U32 key = 0; key < count; ++key) rig.table->handleEntry(HashTestKey{key});
+  table->hashItemDelAll();
+  for (U32 key = 0; key < count; ++key) table->handleEntry(HashTestKey{key});
   EXPECT_EQ(physical.engine().waiting().size(), 5u);
-  rig.table->hashItemDelAll();
-  for (U32 key = 0; key < count; ++key) rig.table->entryDel(HashTestKey{key});
+  table->hashItemDelAll();
+  for (U32 key = 0; key < count; ++key) table->entryDel(HashTestKey{key});
   EXPECT_EQ(physical.engine().waiting().size(), 0u);
   EXPECT_EQ(physical.engine().size(), 0u);
 }
 
 /// Whoever hears of a status may announce and withdraw at once.
-TEST(Waiting, throughObserversThatActOnIt) {
-  VelaTest::Random random;
-  Started<HashTestTable> rig;
+TEST_F(WaitingTest, throughObserversThatActOnIt) {
   struct Meddler final : Orb::KeyObserver<HashTestKey> {
-    Meddler(Started<HashTestTable>& started, VelaTest::Random& numbers)
-        : rig(started), random(numbers) {}
+    explicit Meddler(WaitingTest& test) : rig(test) {}
     void handleKey(const HashTestKey& key) override {
-      if (depth == 2 || random.below(3) != 0) return;
+      if (depth == 2 || rig.random.below(3) != 0) return;
       ++depth;
-      const HashTestKey other{random.flip() ? key.value() : random.below(64)};
-      if (random.flip()) {
-        rig.table->entryDel(other);
+      if (rig.random.flip()) {
+        rig.announceOrWithdraw();
+      } else if (rig.random.flip()) {
+        rig.table->entryDel(key);
       } else {
-        rig.table->entryIs(other, HashTestResult{random()});
+        rig.table->entryIs(key, HashTestResult{rig.random()});
       }
       --depth;
       ++meddled;
     }
-    Started<HashTestTable>& rig;
-    VelaTest::Random& random;
+    WaitingTest& rig;
     int depth = 0;
     U32 meddled = 0;
-  } meddler(rig, random);
-  rig.table->tableStatusIs()->entryStatuses().observerIs(&meddler);
+  } meddler(*this);
+  table->tableStatusIs()->entryStatuses().observerIs(&meddler);
   for (int step = 0; step < 20000; ++step) {
-    const HashTestKey key{random.below(64)};
-    if (random.below(8) == 0) rig.chip.failWritesIs(random.below(3), random.below(3));
-    if (random.flip()) {
-      rig.table->entryDel(key);
-    } else {
-      rig.table->entryIs(key, HashTestResult{random()});
-    }
-    rig.path.hashTest(random.below(64));
-    if (step % 30 == 0) rig.table->profileConvertor().pollHitBits(Orb::Seconds(step + 1));
-    if (step % 700 == 0) rig.table->initHwEntries(true);
+    if (random.below(8) == 0) chip.failWritesIs(random.below(3), random.below(3));
+    announceOrWithdraw();
+    path.hashTest(random.below(keys));
+    if (step % 30 == 0) table->profileConvertor().pollHitBits(Orb::Seconds(step + 1));
+    if (step % 700 == 0) table->initHwEntries(true);
     if (step % 10 != 0) continue;
     meddler.depth = 2;
-    rig.chip.failWritesIs(0);
-    rig.table->profileConvertor().physicalTable().settle();
+    chip.failWritesIs(0);
+    physical.settle();
     meddler.depth = 0;
-    U32 programmed = 0;
-    for (U32 each = 0; each < 64; ++each) {
-      const auto* status = rig.table->tableStatus()->entryStatus(HashTestKey{each});
-      const auto* entry = rig.table->entry(HashTestKey{each});
-      ASSERT_EQ(status != nullptr, entry != nullptr) << each << " at " << step;
-      const bool in = status && status->status() == EntryProgrammedStatus::programmed;
-      const auto found = rig.path.hashTest(each);
-      ASSERT_EQ(found.has_value(), in) << each << " at " << step;
-      if (in) {
-        ASSERT_EQ(found->result(), entry->result()) << each;
-      }
-      programmed += in ? 1 : 0;
-    }
-    ASSERT_EQ(rig.table->profileConvertor().physicalTable().engine().size(), programmed);
+    ASSERT_NO_FATAL_FAILURE(expectSettled()) << "at " << step;
   }
   EXPECT_GT(meddler.meddled, 1000u);
-  rig.table->tableStatusIs()->entryStatuses().observerDel(&meddler);
+  table->tableStatusIs()->entryStatuses().observerDel(&meddler);
 }
 
-/// When the row that became free cannot be written, whoever was to have it gets it later, and
-/// nobody is lost.
-TEST(Waiting, throughFailingWrites) {
-  VelaTest::Random random;
-  Started<HashTestTable> rig;
-  const auto status = [&](U32 key) {
-    const auto* entry = rig.table->tableStatus()->entryStatus(HashTestKey{key});
-    return entry ? entry->status() : EntryProgrammedStatus::notProgrammed;
-  };
-  auto& physical = rig.table->profileConvertor().physicalTable();
+/// Writes fail at random, at a random register of the row: who was to have a row that became free
+/// gets it later, an entry that could not be cleared keeps its status, and nobody is lost.
+TEST_F(WaitingTest, throughFailingWrites) {
   U32 failures = 0;
-  for (int round = 0; round < 3000; ++round) {
-    for (int step = 0; step < 8; ++step) {
-      if (random.below(3) == 0) rig.chip.failWritesIs(random.below(3), random.below(3));
-      const U32 key = random.below(64);
-      if (random.flip()) {
-        rig.table->entryDel(HashTestKey{key});
-      } else {
-        rig.table->entryIs(HashTestKey{key}, HashTestResult{random()});
+  for (int round = 0; round < 10000; ++round) {
+    for (int step = 0; step < 10; ++step) {
+      if (random.below(3) == 0) {
+        chip.failWritesIs(random.below(4), random.below(4), random.below(2));
       }
-      for (U32 each = 0; each < 64; ++each) {
-        if (status(each) != EntryProgrammedStatus::programmed) continue;
-        ASSERT_TRUE(rig.path.hashTest(each)) << each;
-      }
+      const HashTestKey key = announceOrWithdraw();
+      failures += status(key) == EntryProgrammedStatus::hardwareError ? 1 : 0;
+      ASSERT_NO_FATAL_FAILURE(expectTruth());
     }
-    rig.chip.failWritesIs(0);
-    failures += status(random.below(64)) == EntryProgrammedStatus::hardwareError ? 1 : 0;
-    rig.table->syncEntries();
-    EXPECT_THAT(rig.table->profileConvertorPtr()->auditFindings(), IsEmpty());
-    for (U32 each = 0; each < 64; ++each) {
-      const auto* entry = rig.table->entry(HashTestKey{each});
-      const auto is = status(each);
-      ASSERT_NE(is, EntryProgrammedStatus::hardwareError);
-      ASSERT_EQ(is == EntryProgrammedStatus::notProgrammed, entry == nullptr) << each;
-      ASSERT_EQ(rig.path.hashTest(each).has_value(), is == EntryProgrammedStatus::programmed);
-      if (is == EntryProgrammedStatus::tableFull) {
-        ASSERT_FALSE(physical.competitors(*rig.table->cachedItem(HashTestKey{each})).empty())
-            << each << " has room in round " << round;
-      }
+    chip.failWritesIs(0);
+    table->syncEntries();
+    ASSERT_THAT(table->profileConvertorPtr()->auditFindings(), IsEmpty());
+    ASSERT_NO_FATAL_FAILURE(expectSettled()) << "in round " << round;
+    for (U32 key = 0; key < keys; ++key) {
+      ASSERT_NE(status({key}), EntryProgrammedStatus::hardwareError) << key;
     }
-    ASSERT_FALSE(HasFailure());
   }
-  EXPECT_GT(failures, 5u);
+  EXPECT_GT(failures, 3000u);
 }
 
 }  // namespace

@@ -164,22 +164,14 @@ TEST(RowLayout, aFieldTooWideForTheBitStreamIsFatal) {
 }
 
 TEST(RowLayout, tracesEachFieldAtLevelNine) {
-  struct Sink final : Twinlog::Sink {
-    std::vector<std::string> lines;
-    void line(std::string_view, U8, std::string_view message) override {
-      lines.emplace_back(message);
-    }
-  } sink;
   static Trace::Handle handle("LayoutTest");
   const VelaSwitchApi::RowLayout layout({{"a", 4, 12}}, 1);
   U32 image[4]{};
-  Twinlog::sinkIs(&sink);
-  handle.twinlogLevelIs(9);
-  VelaSwitchApi::RowWriter(layout, reinterpret_cast<U8*>(image), handle, "setHwBuffer")
-      .set(0, 0x1abc);
-  handle.twinlogLevelIs(-1);
-  Twinlog::sinkIs(nullptr);
-  EXPECT_THAT(sink.lines, testing::ElementsAre("setHwBuffer 4:15 = 0xabc"));
+  const auto lines = VelaTest::traced(handle, 9, [&] {
+    VelaSwitchApi::RowWriter(layout, reinterpret_cast<U8*>(image), handle, "setHwBuffer")
+        .set(0, 0x1abc);
+  });
+  EXPECT_THAT(lines, testing::ElementsAre("setHwBuffer 4:15 = 0xabc"));
 }
 
 TEST(RegPrefix, takesTheInstance) {

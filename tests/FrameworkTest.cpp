@@ -1,8 +1,6 @@
-#include "DirectBase/DirectBase.h"
-#include "Support.h"
-#include "VelaSwitchTable/EntryStore.h"
+#include "Generator.h"
 #include "VelaSwitchTable/VelaTableHashTest.h"
-#include "VelaSwitchTable/VelaTableVlanMembership.h"
+#include "VelaSwitchTable/VelaTableL3Lag.h"
 
 namespace {
 
@@ -11,6 +9,7 @@ using testing::ElementsAre;
 using testing::StartsWith;
 using VelaTest::Chip;
 using VelaTest::fatalText;
+using VelaTest::Started;
 
 HwAddressColl registers(std::initializer_list<std::pair<DataArrayIndex, std::string>> list) {
   HwAddressColl addresses;
@@ -127,170 +126,54 @@ TEST(HwTable, inactiveTablesReadNoHitBits) {
   EXPECT_TRUE(table->profileConvertorPtr()->pollHitBits(Orb::Seconds(1)));
 }
 
-/// A direct family as small as can be: eight rows of one data word and a control word.
-namespace tiny {
-
-using namespace VelaSwitchTable;
-
-struct Entry final : DirectBaseEntry {
-  Entry(U32 k, U32 r) : key(k), result(r) {}
-  std::string toStrep() const override { return Orb::text("Entry(", key, ", ", result, ")"); }
-  U32 key;
-  U32 result;
-};
-
-class Convertor final : public DirectBaseConvertor {
- public:
-  void doCreateHwTables(TableState state) override {
-    for (HwTableId id : {0u, 1u}) {
-      const std::string name = SwTable::hwTableName("Tiny", "", "", id);
-      const auto descriptor = HwTableDescriptorConfig::hwTableDescIs(
-          {"Tiny", 0, id, name}, state, 0, 7, 2,
-          Orb::make<HwTableRegisterMappingConst>(name,
-                                                 registers({{0, name + "/d"}, {1, name + "/c"}})));
-      hwTableIs(id, Orb::make<HwTableConfig>(descriptor, swTable()->types().bus()));
-      descriptorIs(id, descriptor);
-    }
-  }
-  void doInitTableStats() override { initTableStatsPerEgressPort(2); }
-  HwIndex hwIndexFromItem(const DirectBaseEntry& entry) const override { return of(entry).key; }
-  void setStaticBuffer(HwIndex index, U8* image) const override {
-    bitStreamSet(image, 32, 4, index | 8);
-  }
-  void setHwBuffer(const DirectBaseEntry& entry, U8* image) const override {
-    bitStreamSet(image, 0, 31, of(entry).result);
-    bitStreamSet(image, 31, 1, entry.valid());
-  }
-  Orb::Ptr<DirectBaseEntry> nullDirectEntry(HwIndex index) const override {
-    return Orb::make<Entry>(index, 0u);
-  }
-  Orb::Ptr<DirectBaseEntry> decodeHwEntry(HwIndex index) const override {
-    if ((hwRow(index)[1] & 15) != (index | 8)) return nullptr;
-    auto entry = Orb::make<Entry>(index, hwRow(index)[0] & 0x7fffffff);
-    entry->validIs((hwRow(index)[0] >> 31) != 0);
-    return entry;
-  }
-  U32 capacityIndexFromEntry(const DirectBaseEntry& entry) const override {
-    return of(entry).key / 4;
-  }
-  static const Entry& of(const DirectBaseEntry& entry) { return static_cast<const Entry&>(entry); }
-};
-
-class Table final : public DirectBaseTable, public EntryStore<U32, U32> {
- public:
-  Table() : DirectBaseTable("tiny") { numEntriesIs(8); }
-  void handleEntry(const U32& key) override {
-    if (!initialized()) return;
-    Entry item(key, 0);
-    updateDirectItem(item);
-    handleDirectEntry(item, 2);
-  }
-  Orb::Ptr<SwTableProfileConvertor> profileConvertorFactory() const override {
-    return Orb::make<Convertor>();
-  }
-  bool entryHasByDirectItem(const DirectBaseEntry& item) const override {
-    return entry(Convertor::of(item).key) != nullptr;
-  }
-  void entryIsByDirectItem(const DirectBaseEntry& item) override {
-    entryIsFromHw(Convertor::of(item).key, Convertor::of(item).result);
-  }
-  bool entryEqualByDirectItem(const DirectBaseEntry& item) const override {
-    const U32* result = entry(Convertor::of(item).key);
-    return result && *result == Convertor::of(item).result;
-  }
-  void updateDirectItem(DirectBaseEntry& item) const override {
-    const U32* result = entry(Convertor::of(item).key);
-    static_cast<Entry&>(item).result = result ? *result : 0;
-    item.validIs(result != nullptr);
-  }
-  bool hwInconsistentEntryFromDirectItem(const DirectBaseEntry& item) const override {
-    return hwInconsistentEntry(Convertor::of(item).key);
-  }
-  void hwInconsistentEntryDelFromDirectItem(const DirectBaseEntry& item) override {
-    hwInconsistentEntryDel(Convertor::of(item).key);
-  }
-  void hwInconsistentEntryIsFromDirectItem(const DirectBaseEntry& item) override {
-    hwInconsistentEntryIs(Convertor::of(item).key, true);
-  }
-
- protected:
-  void handleInitialized() override {
-    forEachAnnouncedKey([&](U32 key) { handleEntry(key); });
-  }
-};
-
-}  // namespace tiny
-
-struct Direct : testing::Test {
-  Direct() { chip.start(*table); }
-  Chip chip;
-  Orb::Ptr<tiny::Table> table = Orb::make<tiny::Table>();
-};
-
-TEST_F(Direct, everyHardwareTableHasTheRow) {
-  table->entryIs(5, 77);
-  EXPECT_THAT(chip.row("Tiny", 0, 0, 5), ElementsAre(0x8000004d, 13));
-  EXPECT_THAT(chip.row("Tiny", 0, 1, 5), ElementsAre(0x8000004d, 13));
-  const U64 writes = chip.chip.rowWrites();
-  table->handleEntry(5);
-  EXPECT_EQ(chip.chip.rowWrites(), writes);
-  table->entryDel(5);
-  EXPECT_THAT(chip.row("Tiny", 0, 0, 5), ElementsAre(0, 13)) << "its null form";
-}
-
-TEST_F(Direct, failuresAreMarkedAndMended) {
-  chip.chip.failWritesIs(1);
-  table->entryIs(5, 77);
-  EXPECT_TRUE(table->hwInconsistentEntry(5));
-  table->handleEntry(5);
-  EXPECT_FALSE(table->hwInconsistentEntry(5));
-  EXPECT_THAT(chip.row("Tiny", 0, 0, 5), ElementsAre(0x8000004d, 13));
-}
-
-TEST_F(Direct, whatOneHardwareTableLacksIsWrittenWithTheEntryAlone) {
-  table->entryIs(5, 77);
-  chip.chip.find("Tiny", 0, 1)->image->present()[5] = 0;
-  const U64 writes = chip.chip.rowWrites();
-  chip.types = Orb::make<SwTableTypes>(chip.profile, chip.chip);
-  const auto again = Orb::make<tiny::Table>();
-  chip.create(*again);
-  again->syncEntries();
-  again->initializedIs(true);
+/// A pipeline without the row that another one has is written when the entry is announced, and not
+/// before.
+TEST(Direct, whatOneHardwareTableLacksIsWrittenWithTheEntryAlone) {
+  using VelaSwitch::L3LagIndex;
+  Started<VelaSwitchTable::L3LagTable> rig;
+  rig.table->entryIs(L3LagIndex(5), {VelaSwitch::IngressPortMask(7), true});
+  rig.chip.find("L3Lag", 0, 1)->image->present()[5] = 0;
+  const U64 writes = rig.chip.rowWrites();
+  const auto again = VelaSwitchTable::L3LagTableIs("again");
+  rig.start(*again, Chip::Start::restart);
   again->initHwEntries(false);
-  EXPECT_EQ(chip.chip.rowWrites(), writes) << "nothing spreads by itself";
-  EXPECT_TRUE(again->hwInconsistentEntry(5));
-  again->handleEntry(5);
-  EXPECT_EQ(chip.chip.rowWrites(), writes + 1);
-  EXPECT_THAT(chip.row("Tiny", 0, 1, 5), ElementsAre(0x8000004d, 13));
+  EXPECT_EQ(rig.chip.rowWrites(), writes) << "nothing spreads by itself";
+  EXPECT_TRUE(again->hwInconsistentEntry(L3LagIndex(5)));
+  again->handleEntry(L3LagIndex(5));
+  EXPECT_EQ(rig.chip.rowWrites(), writes + 1);
+  EXPECT_EQ(rig.words(1, 5), rig.words(0, 5));
   again->initHwEntries(true);
-  EXPECT_EQ(chip.chip.rowWrites(), writes + 1 + 16) << "overwriting spares no row";
+  EXPECT_EQ(rig.chip.rowWrites(), writes + 1 + 2 * 64) << "overwriting spares no row";
 }
 
-TEST_F(Direct, restartAndAuditReadTheRows) {
-  table->entryIs(5, 77);
-  table->entryIs(2, 22);
-  const U64 writes = chip.chip.rowWrites();
-  chip.types = Orb::make<SwTableTypes>(chip.profile, chip.chip);
-  const auto again = Orb::make<tiny::Table>();
-  chip.start(*again, Chip::Start::restart);
-  EXPECT_EQ(chip.chip.rowWrites(), writes);
-  EXPECT_THAT(again->entries().keys(), ElementsAre(2u, 5u));
-  EXPECT_EQ(*again->entry(5), 77u);
-  const auto& counters = again->profileConvertorPtr()->entryCounters();
-  EXPECT_EQ(counters[0].used(), 1u);
-  EXPECT_EQ(counters[1].used(), 1u);
-  EXPECT_EQ(counters[1].size, 4u);
-
-  chip.chip.flipBit(again->profileConvertorPtr()->hwTable(1)->busHandle(), 5, 0, 3);
-  chip.chip.flipBit(again->profileConvertorPtr()->hwTable(0)->busHandle(), 7, 0, 0);
-  again->syncEntries();
-  const auto& findings = again->profileConvertorPtr()->auditFindings();
-  ASSERT_EQ(findings.size(), 2u);
-  EXPECT_EQ(findings[0].kind, AuditFinding::Kind::unexpected);
-  EXPECT_EQ(findings[0].index, 7u);
-  EXPECT_EQ(findings[1].kind, AuditFinding::Kind::inconsistent);
-  EXPECT_EQ(findings[1].table, 1u);
-  EXPECT_TRUE(again->hwInconsistentEntry(5));
+/// Which physical table each hash table lies in, and how that is built: rows of a way, ways, words
+/// of a row, and whether reading clears hit bits.
+TEST(HashTables, haveTheirShapes) {
+  VelaDevice::SimulatedSwitch chip;
+  VelaAgent::Agent agent(VelaAgent::loadProfile("vela-48-5.1"), chip);
+  agent.make();
+  std::vector<std::string> shapes;
+  for (const auto& table : agent.tables()) {
+    const auto* hashTable = dynamic_cast<const HashBaseTable*>(&table->table());
+    if (!hashTable) continue;
+    const auto is = hashTable->helper()->doGetPhysTableProperties()->fields();
+    EXPECT_EQ(1u << is.hashBits, is.rowsPerWay);
+    EXPECT_EQ(is.banks, 1u);
+    EXPECT_EQ(is.hitBits, is.hitBitsClearOnRead);
+    shapes.push_back(Orb::text(table->name(), "/", table->instance(), ": ", is.tableId, " ",
+                               is.rowsPerWay, "x", is.ways, "x", is.rowWords,
+                               is.hitBits ? " hits" : ""));
+  }
+  EXPECT_THAT(
+      shapes,
+      testing::UnorderedElementsAre(
+          "AclHash/0: 46 2048x2x7", "AclHash/1: 58 2048x2x7",
+          "AclIndirectCounterHash/0: 45 2048x2x7", "AclIndirectCounterHash/1: 57 2048x2x7",
+          "HashTest/0: 1 8x2x3 hits", "Lpm14/0: 16 1024x2x7 hits", "Lpm17/0: 15 1024x2x7 hits",
+          "Lpm20/0: 14 1024x2x7 hits", "Lpm23/0: 13 1024x2x7 hits", "Lpm26/0: 12 4096x2x7 hits",
+          "Lpm29/0: 11 4096x2x7 hits", "Lpm32/0: 10 4096x2x7 hits", "NatMatch/0: 22 4096x3x6",
+          "NatMatch/1: 22 4096x3x6", "NatDynMatch/0: 28 1024x4x6", "NatDynMatch/1: 29 1024x4x6",
+          "SG/0: 18 8192x3x6 hits", "StarG/0: 40 4096x2x7 hits"));
 }
 
 }  // namespace

@@ -14,7 +14,6 @@
 namespace {
 
 using testing::ElementsAre;
-using testing::HasSubstr;
 using testing::StartsWith;
 using VelaTest::errorText;
 using VelaTest::fatalText;
@@ -45,32 +44,23 @@ TEST(Ptr, lastHandleDeletesWhateverTheFlags) {
   Orb::threadSafePointersIs(false);
 }
 
-TEST(Type, familiesRegisterUnderTheirFullNames) {
-  const auto table = VelaSwitchTable::aclHashTableFactory("acl", 0, 0);
-  EXPECT_EQ(table->fwkType().name(), "VelaSwitchTable::AclHashTable");
-  EXPECT_EQ(table->fwkType().sourceUnit(), "VelaTableAclHash");
-  EXPECT_EQ(Orb::Type::find("VelaSwitchTable::AclHashTable"), &table->fwkType());
-}
-
 TEST(Range, refusesWithItsOwnText) {
-  EXPECT_EQ(errorText([] { Bridging::VlanId(0); }),
-            "Bridging::VlanId::value < 1 or > 4094 not allowed");
-  EXPECT_EQ(errorText([] { Bridging::VlanId(4095); }),
-            "Bridging::VlanId::value < 1 or > 4094 not allowed");
+  for (const U32 none : {0u, 4095u}) {
+    EXPECT_EQ(errorText([&] { Bridging::VlanId{none}; }),
+              "Bridging::VlanId::value < 1 or > 4094 not allowed");
+  }
   EXPECT_EQ(errorText([] { Bridging::VlanIdOrNone(4095); }),
             "Bridging::VlanIdOrNone::value > 4094 not allowed");
-  EXPECT_EQ(errorText([] { VelaSwitch::HwAclPriority(256); }),
-            "VelaSwitch::HwAclPriority::value < VelaSwitch::HwAclPriority::invalid or > "
-            "VelaSwitch::HwAclPriority::max not allowed");
-  EXPECT_EQ(errorText([] { VelaSwitch::HwCounterIndex(4096); }),
-            "VelaSwitch::HwCounterIndex::value < VelaSwitch::HwCounterIndex::invalid or > "
-            "VelaSwitch::HwCounterIndex::max not allowed");
-  EXPECT_EQ(errorText([] { VelaSwitch::ChipPortId(50); }),
-            "VelaSwitch::ChipPortId::value < VelaSwitch::ChipPortId::min or > "
-            "VelaSwitch::ChipPortId::null not allowed");
-  EXPECT_EQ(errorText([] { VelaSwitch::L3LagIndex(64); }),
-            "VelaSwitch::L3LagIndex::value < VelaSwitch::L3LagIndex::min or > "
-            "VelaSwitch::L3LagIndex::mcastSnat not allowed");
+  const auto bounds = [](const std::string& type, const char* least, const char* most) {
+    const std::string name = "VelaSwitch::" + type + "::";
+    return name + "value < " + name + least + " or > " + name + most + " not allowed";
+  };
+  using namespace VelaSwitch;
+  EXPECT_EQ(errorText([] { HwAclPriority(256); }), bounds("HwAclPriority", "invalid", "max"));
+  EXPECT_EQ(errorText([] { HwCounterIndex(4096); }), bounds("HwCounterIndex", "invalid", "max"));
+  EXPECT_EQ(errorText([] { ChipPortId(50); }), bounds("ChipPortId", "min", "null"));
+  EXPECT_EQ(errorText([] { L3LagIndex(64); }), bounds("L3LagIndex", "min", "mcastSnat"));
+  EXPECT_EQ(errorText([] { L3FloodId(200); }), bounds("L3FloodId", "min", "null"));
   EXPECT_EQ(Bridging::VlanId().value(), 1);
   EXPECT_EQ(VelaSwitch::ChipPortId().value(), 49);
   EXPECT_EQ(Bridging::VlanId(4094).value(), 4094);
@@ -144,11 +134,6 @@ TEST(Value, keysHashWithASeed) {
   const VelaSwitch::LpmKey first{U8{1}, Ipnet::IpPrefix()}, second{U8{2}, Ipnet::IpPrefix()};
   EXPECT_NE(first.hash(1), second.hash(1));
   EXPECT_EQ(VelaSwitch::MrouteKey{}.hash(3), VelaSwitch::MrouteKey{}.hash(3));
-}
-
-TEST(PortMask, hardwareHasThePortsAndTheCpuPort) {
-  using VelaSwitch::IngressPortMask;
-  EXPECT_EQ(IngressPortMask::hardwareBitmask(IngressPortMask(~U64{0}), 20), 0x1fffffu);
 }
 
 /// The map against the standard library's, over operations that make long runs and many holes.

@@ -363,38 +363,6 @@ TEST(Routes, guessesCanBeWithdrawn) {
   EXPECT_EQ(after.writer->releaseUnclaimed(), 0u);
 }
 
-/// A restart finds the routes in the registers; announcing them again writes nothing, and what is
-/// not announced goes.
-TEST(Routes, aRestartTakesUpWhatTheSwitchHolds) {
-  for (const char* profile : {"vela-48-5.1", "vela-48-4.1"}) {
-    SCOPED_TRACE(profile);
-    Random random;
-    Ladder before(profile);
-    const std::vector<LpmKey> keys = manyRoutes(random, 4, 2000);
-    for (const LpmKey& key : keys) before.set(key, nexthop(random()));
-
-    Ladder after(profile, Chip::Start::restart, &before.chip.chip);
-    EXPECT_EQ(after.rowWrites(), before.rowWrites());
-    for (const LpmKey& key : keys) after.set(key, before.desired[key]);
-    EXPECT_EQ(after.rowWrites(), before.rowWrites()) << "nothing changed";
-    after.writer->complete();
-    EXPECT_EQ(after.writer->unclaimed(), 0u);
-    EXPECT_EQ(after.routes->entries().size(), keys.size());
-    after.checkAll(random, 5000);
-    EXPECT_EQ(after.rowWrites(), before.rowWrites());
-
-    Ladder fewer(profile, Chip::Start::restart, &before.chip.chip);
-    for (std::size_t i = 0; i < keys.size(); i += 2) fewer.set(keys[i], before.desired[keys[i]]);
-    fewer.writer->releaseUnclaimed();
-    for (const auto& level : fewer.levels) {
-      for (const LpmKey& key : level->unclaimedKeys()) level->entryDel(key);
-    }
-    for (const LpmKey& key : fewer.first->unclaimedKeys()) fewer.first->entryDel(key);
-    EXPECT_EQ(fewer.routes->entries().size(), (keys.size() + 1) / 2);
-    fewer.checkAll(random, 5000);
-  }
-}
-
 /// Rows of the first level do not tell routes of other lengths apart: however they lie within each
 /// other and in whatever order they are announced, no row changes meanwhile.
 TEST(Routes, guessesStayUntilAllIsAnnounced) {
