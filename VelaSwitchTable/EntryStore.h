@@ -1,5 +1,7 @@
 #pragma once
 
+#include <utility>
+
 #include "Orb/Collection.h"
 #include "Trace/Trace.h"
 
@@ -25,7 +27,11 @@ class EntryStore : private Orb::KeyObserver<Key> {
     }
     return changed;
   }
-  bool entryDel(const Key& key) { return entry_.del(key); }
+  bool entryDel(const Key& key) {
+    if (entry_.del(key)) return true;
+    handleAbsent(key);
+    return false;
+  }
   void entryDelAll() { entry_.delAll(); }
   /// The key's result, or null. Valid until the next change.
   const Result* entry(const Key& key) const { return entry_.find(key); }
@@ -79,9 +85,9 @@ class EntryStore : private Orb::KeyObserver<Key> {
   /// Takes over what hardware holds.
   void entryIsFromHw(const Key& key, const Result& result) {
     *unclaimed_.insert(key).first = true;
-    handling_ = false;
+    quiet_ = true;
     entry_.is(key, result);
-    handling_ = true;
+    quiet_ = false;
   }
   /// Calls `visit(key)` for each key that did not come from hardware alone: what did is as it is.
   template <class Visitor>
@@ -92,16 +98,20 @@ class EntryStore : private Orb::KeyObserver<Key> {
   }
   /// Forgets an entry without touching its row.
   void entryForget(const Key& key) {
-    handling_ = false;
-    entry_.del(key);
-    handling_ = true;
     unclaimed_.erase(key);
+    quiet_ = true;
+    entry_.del(key);
+    quiet_ = false;
   }
+  /// A key is withdrawn that has no entry. Hardware may have one that could not be read, or that
+  /// was read under another spelling of the key.
+  virtual void handleAbsent(const Key&) {}
 
  private:
+  /// Hears of a change before all others: whatever those do then is theirs.
   void handleKey(const Key& key) final {
     peak_ = std::max(peak_, entry_.size());
-    if (!handling_) return;
+    if (std::exchange(quiet_, false)) return;
     if (!unclaimed_.empty() && !entry_.has(key)) unclaimed_.erase(key);
     handleEntry(key);
   }
@@ -111,7 +121,7 @@ class EntryStore : private Orb::KeyObserver<Key> {
   Orb::Map<Key, bool> unclaimed_;
   std::vector<Orb::KeyObserver<Key>*> claimObservers_;
   U32 peak_ = 0;
-  bool handling_ = true;  ///< False while a change is to be handled by nobody.
+  bool quiet_ = false;  ///< The change under way says what hardware holds: it is not handled.
 };
 
 }  // namespace VelaSwitchTable
