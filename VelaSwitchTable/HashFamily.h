@@ -311,15 +311,15 @@ class VELA_EXPORT HashFamilyTableBase : public VelaSwitchApi::HashBaseTable,
   }
   void lastHitByHashItemIs(HashItem& hashItem, Orb::Seconds time) override {
     if (!hitBitsHandled()) return HashBaseTable::lastHitByHashItemIs(hashItem, time);
-    const auto item = cachedCuckooEntry(hashItem);
-    if (!item || item.get() != &hashItem || time < item->lastHit()) return;
-    item->lastHitIs(time);
+    Entry& item = static_cast<Entry&>(hashItem);
+    if (!isCurrent(item) || time < item.lastHit()) return;
+    item.lastHitIs(time);
     if (!statusSupported()) return;
-    recordStatus(static_cast<Entry&>(*item));
+    recordStatus(item);
     // Whoever heard of it may have withdrawn the entry, or announced it anew.
-    if (!isCurrent(static_cast<Entry&>(*item))) return;
-    const EntryStatus& status = *tableStatusIs()->entryStatus(keyOf(hashItem));
-    ORB_ASSERT(item->lastHit() == status.lastHit());
+    if (!isCurrent(item)) return;
+    const EntryStatus& status = *tableStatusIs()->entryStatus(item.key());
+    ORB_ASSERT(item.lastHit() == status.lastHit());
   }
   Orb::Ptr<VelaSwitchApi::HashBaseCuckooEntry> cachedCuckooEntry(
       const HashItem& item) const override {
@@ -346,7 +346,10 @@ class VELA_EXPORT HashFamilyTableBase : public VelaSwitchApi::HashBaseTable,
   void entryReleaseByHashItem(const HashItem& item) override {
     const Key key = keyOf(item);
     this->entryForget(key);
+    // Whoever heard of it may have announced the key.
+    if (this->entry(key)) return;
     hashItemDel(key);
+    this->hwInconsistentEntryDel(key);
     tableStatusIs()->entryStatusDel(key);
   }
   void entryStatusIsByHashItem(HashItem& hashItem) override {
@@ -440,7 +443,23 @@ class VELA_EXPORT HashFamilyTableBase : public VelaSwitchApi::HashBaseTable,
 
  protected:
   void handleInitialized() override {
+    // So far there are items of what was read from hardware, and of what was withdrawn since.
+    std::vector<Key> withdrawn;
+    cachedItem_.forEach([&](const Key& key, const Orb::Ptr<Entry>&) {
+      if (!this->entry(key)) withdrawn.push_back(key);
+    });
+    for (const Key& key : withdrawn) handleEntry(key);
     this->forEachAnnouncedKey([&](const Key& key) { handleEntry(key); });
+  }
+  void handleAbsent(const Key& key) override {
+    if (!profileConvertorPtr()) return;
+    const Orb::Ptr<Entry> item = newItem(key);
+    if (!profileConvertor().physicalTable().mayHold(*item)) return;
+    if (initialized()) {
+      handleEntry(key);
+    } else {
+      *cachedItem_.insert(key).first = item;
+    }
   }
 
  private:

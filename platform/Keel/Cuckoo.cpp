@@ -162,15 +162,16 @@ HashItem* Table::findWaiting(const HashItem& key) const {
 SuccessionResult Table::succeed(HashItem& gone, RowWriter& writer) {
   ORB_ASSERT(gone.placed() && slots_[gone.slot_].get() == &gone);
   const U32 freed = gone.slot_;
-  HashItem* next = waiting_.empty() ? nullptr : nearestWaiting(freed);
-  if (!next) {
+  const CuckooLocation location = locationOf(freed);
+  const Nearest next = nearestWaiting({&location, 1});
+  if (!next.item) {
     remove(gone);
     return {};
   }
   // What was closed stays so when nothing but closed rows is behind all that moves: the same rows
   // are full again.
   const bool wasClosed = closed_[freed] == closings_;
-  bool stillClosed = wasClosed && leadsNowhereElse(*next);
+  bool stillClosed = wasClosed && leadsNowhereElse(*next.item);
   for (U32 from = from_[freed]; stillClosed && from != noSlot; from = from_[from]) {
     stillClosed = leadsNowhereElse(*slots_[from]);
   }
@@ -178,23 +179,22 @@ SuccessionResult Table::succeed(HashItem& gone, RowWriter& writer) {
   take(freed);
   gone.slot_ = HashItem::unplaced;
   --size_;
-  SuccessionResult result = letIn(*next, freed, writer);
+  SuccessionResult result = letIn(next, writer);
   const bool placed = result.insert.outcome == Outcome::placed;
   if (wasClosed && !(placed && stillClosed)) nextEpoch(closings_, closed_);
   return result;
 }
 
-SuccessionResult Table::fill(CuckooLocation free, RowWriter& writer) {
-  const U32 slot = slotOf(free);
-  ORB_ASSERT(!slots_[slot]);
-  HashItem* next = waiting_.empty() ? nullptr : nearestWaiting(slot);
-  return next ? letIn(*next, slot, writer) : SuccessionResult{};
+SuccessionResult Table::fill(std::span<const CuckooLocation> free, RowWriter& writer) {
+  for (const CuckooLocation row : free) ORB_ASSERT(!at(row));
+  const Nearest next = nearestWaiting(free);
+  return next.item ? letIn(next, writer) : SuccessionResult{};
 }
 
 /// Carries out the way that nearestWaiting() found.
-SuccessionResult Table::letIn(HashItem& next, U32 free, RowWriter& writer) {
-  SuccessionResult result{Orb::Ptr<HashItem>(&next), carryOut(next, free, writer)};
-  if (result.insert.outcome != Outcome::placed) waitDel(next);
+SuccessionResult Table::letIn(const Nearest& next, RowWriter& writer) {
+  SuccessionResult result{Orb::Ptr<HashItem>(next.item), carryOut(*next.item, next.free, writer)};
+  if (result.insert.outcome != Outcome::placed) waitDel(*next.item);
   return result;
 }
 
@@ -212,15 +212,20 @@ bool Table::leadsNowhereElse(const HashItem& item) const {
   return true;
 }
 
-/// The waiting item that needs the fewest moves when the row is free, and among those the one that
-/// waited longest; null when none gets there. Goes back from the row to those whose items could
-/// move there, and on until someone waits for one. from_ then describes the path.
-HashItem* Table::nearestWaiting(U32 freed) {
+/// The waiting item that needs the fewest moves when the rows are free, and among those the one
+/// that waited longest. Goes back from the rows to those whose items could move there, and on until
+/// someone waits for one. from_ then describes the path.
+Table::Nearest Table::nearestWaiting(std::span<const CuckooLocation> free) {
+  if (waiting_.empty()) [[likely]]
+    return {nullptr, noSlot};
   searchBegin();
   // Here a row's entry in from_ is the row that its item would move to.
-  seen_[freed] = searches_;
-  from_[freed] = noSlot;
-  reached_[reachedCount_++] = freed;
+  for (const CuckooLocation row : free) {
+    const U32 slot = slotOf(row);
+    seen_[slot] = searches_;
+    from_[slot] = noSlot;
+    reached_[reachedCount_++] = slot;
+  }
   HashItem* nearest = nullptr;
   U32 start = noSlot;
   for (U32 begin = 0; begin < reachedCount_ && !nearest;) {
@@ -241,7 +246,7 @@ HashItem* Table::nearestWaiting(U32 freed) {
       });
     }
   }
-  if (!nearest) return nullptr;
+  if (!nearest) return {nullptr, noSlot};
   // Turned round: a row's entry becomes the row that an item comes from.
   U32 from = noSlot;
   for (U32 slot = start; slot != noSlot;) {
@@ -250,7 +255,7 @@ HashItem* Table::nearestWaiting(U32 freed) {
     from = slot;
     slot = to;
   }
-  return nearest;
+  return {nearest, from};
 }
 
 void Table::Openings::make(const Table& table) {

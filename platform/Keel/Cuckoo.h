@@ -1,5 +1,6 @@
 #pragma once
 
+#include <span>
 #include <vector>
 
 #include "Keel/WaitingItems.h"
@@ -88,8 +89,8 @@ class VELA_EXPORT Table {
   /// written then is that of the new item, the first the row that became free: it need not be
   /// cleared. When none waits that has room, nothing is written, and the row is free.
   SuccessionResult succeed(HashItem& gone, RowWriter& writer);
-  /// Lets one in that waits and has room now that the row is free.
-  SuccessionResult fill(CuckooLocation free, RowWriter& writer);
+  /// Lets one in that waits and has room now that the rows are free.
+  SuccessionResult fill(std::span<const CuckooLocation> free, RowWriter& writer);
   /// Whether an item that is not placed could be.
   bool hasRoom(const HashItem& item);
   /// Lets `item` take the place of `held`, which has the same hardware key.
@@ -128,8 +129,12 @@ class VELA_EXPORT Table {
   void take(U32 slot);
   void markClosed();
   InsertResult carryOut(HashItem& item, U32 to, RowWriter& writer);
-  HashItem* nearestWaiting(U32 freed);
-  SuccessionResult letIn(HashItem& next, U32 free, RowWriter& writer);
+  struct Nearest {
+    HashItem* item;  ///< Null when there is none.
+    U32 free;        ///< The row that it makes its way to.
+  };
+  Nearest nearestWaiting(std::span<const CuckooLocation> free);
+  SuccessionResult letIn(const Nearest& next, RowWriter& writer);
   bool leadsNowhereElse(const HashItem& item) const;
 
   /// For rows that items could move to: those items, so that a search can go backwards. Made when

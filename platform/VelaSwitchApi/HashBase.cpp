@@ -89,6 +89,7 @@ void PhysicalHashTableConvertor::syncEntries(U32 id) {
                !table.same(index, expected, table.image(index))) {
       auditFindingIs({AuditFinding::Kind::unexpected, id, index});
     }
+    if (id == hwTables().rbegin()->first) physical_->recheck(index);
   }
   if (id != hwTables().begin()->first) return;
   for (const HashBaseCuckooEntry* entry : physical_->missing()) {

@@ -77,13 +77,14 @@ void PhysicalHashTable::swTableDel(HashBaseTable* table) {
     if (entry && &entry->table() == table) engine_.remove(*entry);
   }
   for (auto& [rows, duplicates] : duplicates_) std::erase_if(duplicates, owned);
-  for (auto& [rows, withdrawn] : withdrawn_) std::erase_if(withdrawn, owned);
   std::erase_if(duplicates_, [](const auto& each) { return each.second.empty(); });
   for (Entries* entries : {&missing_, &revisit_, &cameIn_}) std::erase_if(*entries, owned);
   hits_.swTableDel(table);
-  for (StaleRow& row : staleRows_) {
-    std::erase_if(row.holds, owned);
-    std::erase_if(row.waits, owned);
+  for (auto* rows : {&stale_, &undecided_}) {
+    for (auto& [index, row] : *rows) {
+      std::erase_if(row.holds, owned);
+      std::erase_if(row.waits, owned);
+    }
   }
   std::erase_if(joined_, [&](const Joined& each) { return each.helper->swTable() == table; });
 }
@@ -190,7 +191,8 @@ bool PhysicalHashTable::hashItemWrite(Keel::Cuckoo::HashItem& item, Location loc
   U32 image[maxRowWords];
   pack(entry, location, image);
   if (!writeImage(hwIndex(location), image, false)) return false;
-  if (!staleRows_.empty()) staleRowDel(location);
+  rowDecided(hwIndex(location));
+  entry.table().hwInconsistentEntryDelFromHashItem(entry);
   lastWritten_ = &entry;
   if (entry.placed()) vacated_ = engine_.location(entry);
   return true;
@@ -204,32 +206,30 @@ void PhysicalHashTable::addOccupants(HwIndex index, Entries& entries) const {
     return;
   }
   if (lastWritten_ && hwIndex(vacated_) == index) entries.emplace_back(lastWritten_);
-  for (const StaleRow& row : staleRows_) {
-    if (hwIndex(row.location) != index) continue;
-    entries.insert(entries.end(), row.holds.begin(), row.holds.end());
-  }
+  const auto stale = stale_.find(index);
+  if (stale == stale_.end()) return;
+  entries.insert(entries.end(), stale->second.holds.begin(), stale->second.holds.end());
 }
 
-/// Not over what could not be read.
-bool PhysicalHashTable::writeEmpty(Location location) {
-  const HwIndex index = hwIndex(location);
+/// Brings a row to its empty form, in all pipelines when it was an entry's. A row that was nobody's
+/// is left alone where it could not be read.
+bool PhysicalHashTable::writeEmpty(HwIndex index, bool entrys) {
   U32 image[maxRowWords];
   emptyImage(index, image);
   bool good = true;
   for (const auto& table : hwTables_) {
-    const bool unread = table->state(index) == HwTableConfig::Row::unread &&
-                        table->readEntry(index) == RegisterBus::Read::failed;
-    good = !unread && writeTo(*table, index, image, true) && good;
+    if (!entrys && table->state(index) == HwTableConfig::Row::unread) continue;
+    good = writeTo(*table, index, image, true) && good;
   }
   return good;
 }
 
 void PhysicalHashTable::place(HashBaseCuckooEntry& entry) {
   clearStaleRows();
-  if (const StaleRow* stale = staleRowOf(entry)) {
+  if (const auto stale = rowOf(stale_, entry)) {
     engine_.waitDel(entry);
     entry.status_ = Status::hardwareError;
-    addOnce(staleRowIs(stale->location).waits, &entry);
+    addOnce(stale_[*stale].waits, &entry);
   } else if (entry.placed()) {
     const bool written = hashItemWrite(entry, engine_.location(entry));
     lastWritten_ = nullptr;
@@ -265,7 +265,7 @@ void PhysicalHashTable::placeNew(HashBaseCuckooEntry& entry) {
     return;
   }
   duplicateDel(entry);
-  if (placeOverUnread(entry)) return;
+  if (placeOverUndecided(entry)) return;
   lastWritten_ = nullptr;
   const Keel::Cuckoo::InsertResult result = engine_.insert(entry, *this);
   switch (result.outcome) {
@@ -287,20 +287,21 @@ void PhysicalHashTable::placeNew(HashBaseCuckooEntry& entry) {
 
 /// A row of the entry that could not be read may hold the entry already: written there it does not
 /// stand in two rows.
-bool PhysicalHashTable::placeOverUnread(HashBaseCuckooEntry& entry) {
+bool PhysicalHashTable::placeOverUndecided(HashBaseCuckooEntry& entry) {
   for (U8 way = 0; way < engine_.ways() && !undecided_.empty(); ++way) {
     const Location at = engine_.candidate(entry, way);
-    if (!undecided_.contains(hwIndex(at)) || engine_.at(at)) continue;
-    undecided_.erase(hwIndex(at));
+    if (!undecided_.contains(hwIndex(at))) continue;
     engine_.waitDel(entry);
+    lastWritten_ = nullptr;
     if (hashItemWrite(entry, at)) {
       entry.status_ = Status::programmed;
       adoptAt(entry, at);
     } else {
-      entry.status_ = Status::hardwareError;
-      StaleRow& stale = staleRowIs(at);
-      addOnce(stale.holds, &entry);
-      addOnce(stale.waits, &entry);
+      failed({.outcome = Keel::Cuckoo::Outcome::failed,
+              .moves = 0,
+              .failedAt = at,
+              .failedItem = &entry},
+             entry);
     }
     lastWritten_ = nullptr;
     return true;
@@ -312,7 +313,7 @@ bool PhysicalHashTable::placeOverUnread(HashBaseCuckooEntry& entry) {
 void PhysicalHashTable::failed(const Keel::Cuckoo::InsertResult& result,
                                HashBaseCuckooEntry& entry) {
   entry.status_ = Status::hardwareError;
-  StaleRow& stale = staleRowIs(result.failedAt);
+  DoubtfulRow& stale = staleRowIs(hwIndex(result.failedAt));
   addOnce(stale.holds, &entryOf(*result.failedItem));
   addOnce(stale.holds, lastWritten_);
   addOnce(stale.waits, &entry);
@@ -322,51 +323,75 @@ bool PhysicalHashTable::remove(HashBaseCuckooEntry& entry) {
   clearStaleRows();
   const Orb::Ptr<HashBaseCuckooEntry> keep(&entry);
   const bool duplicate = duplicateDel(entry);
-  if (!undecided_.empty()) {
-    Entries& withdrawn = withdrawn_[rowsOf(entry)];
-    std::erase_if(withdrawn, [&](const auto& each) { return each->isEqual(entry); });
-    withdrawn.push_back(keep);
-  }
-  entry.status_ = staleRowOf(entry) ? Status::hardwareError : Status::notProgrammed;
+  Orb::Ptr<HashBaseCuckooEntry> guess;
   if (entry.placed()) {
-    const Location location = engine_.location(entry);
-    if (engine_.at(location) != &entry) return false;
-    counted(entry, -1);
-    if (const auto next = nextDuplicate(entry)) {
-      // The row changes hands even if its words stay the same.
-      for (const auto& table : hwTables_) {
-        hits_.rowChanges(table->descriptor().identity.id, hwIndex(location), false);
-      }
-      hits_.entryDel(entry);
-      engine_.replace(entry, *next);
-      counted(*next, 1);
-      revisitIs(next.get());
-    } else {
-      hits_.entryDel(entry);
-      letIn(entry, location);
-    }
+    if (engine_.at(engine_.location(entry)) != &entry) return false;
+    giveWay(entry);
   } else if (!duplicate) {
     engine_.waitDel(entry);
-    // Those behind an equal entry that is there stay behind it.
-    if (!engine_.find(entry) && !engine_.findWaiting(entry)) {
+    guess = guessOf(entry);
+    if (guess) {
+      giveWay(*guess);
+    } else if (!engine_.find(entry) && !engine_.findWaiting(entry)) {
+      // Those behind an equal entry that is there stay behind it.
       if (const auto next = nextDuplicate(entry)) revisitIs(next.get());
     }
   }
+  withdraw(entry);
+  entry.status_ = mayLinger(entry) ? Status::hardwareError : Status::notProgrammed;
+  // Last, since whoever hears of it may announce or withdraw something.
+  if (guess) guess->table().entryReleaseByHashItem(*guess);
   revisit();
   return true;
 }
 
-/// A placed entry goes: clears its row, or gives the room to one that waits.
-void PhysicalHashTable::letIn(HashBaseCuckooEntry& gone, Location location) {
+/// What was read from hardware, and not announced since, under another spelling of the entry's key.
+Orb::Ptr<HashBaseCuckooEntry> PhysicalHashTable::guessOf(const HashBaseCuckooEntry& entry) const {
+  auto* item = engine_.find(entry);
+  if (!item || !entryOf(*item).table().entryUnclaimedByHashItem(entryOf(*item))) return nullptr;
+  return Orb::Ptr<HashBaseCuckooEntry>(&entryOf(*item));
+}
+
+/// A placed entry goes: its row passes on to an equal entry or to one that waits, or is cleared.
+void PhysicalHashTable::giveWay(HashBaseCuckooEntry& gone) {
+  const Location location = engine_.location(gone);
+  counted(gone, -1);
+  if (const auto next = nextDuplicate(gone)) {
+    // The row changes hands even if its words stay the same.
+    for (const auto& table : hwTables_) {
+      hits_.rowChanges(table->descriptor().identity.id, hwIndex(location), false);
+    }
+    hits_.entryDel(gone);
+    engine_.replace(gone, *next);
+    counted(*next, 1);
+    revisitIs(next.get());
+    return;
+  }
+  hits_.entryDel(gone);
   lastWritten_ = nullptr;
   const Keel::Cuckoo::SuccessionResult next = engine_.succeed(gone, *this);
   cameIn(next);
   const bool left = next.item ? next.insert.outcome == Keel::Cuckoo::Outcome::failed &&
                                     next.insert.failedAt == location
-                              : !writeEmpty(location);
-  if (!left) return;
-  gone.status_ = Status::hardwareError;
-  addOnce(staleRowIs(location).holds, &gone);
+                              : !writeEmpty(hwIndex(location), true);
+  if (left) addOnce(staleRowIs(hwIndex(location)).holds, &gone);
+}
+
+/// Rows that nobody knows may hold the entry: what they say of it when they answer is no entry.
+void PhysicalHashTable::withdraw(HashBaseCuckooEntry& entry) {
+  if (undecided_.empty() || !equals(entry).empty()) [[likely]]
+    return;
+  for (U8 way = 0; way < engine_.ways(); ++way) {
+    const auto row = undecided_.find(candidate(entry, way));
+    if (row != undecided_.end() && !row->second.mayHold(entry)) row->second.holds.push_back(&entry);
+  }
+}
+
+bool PhysicalHashTable::mayHold(const HashBaseCuckooEntry& entry) const {
+  for (U8 way = 0; way < engine_.ways() && !undecided_.empty(); ++way) {
+    if (undecided_.contains(candidate(entry, way))) return true;
+  }
+  return bool{guessOf(entry)};
 }
 
 void PhysicalHashTable::cameIn(const Keel::Cuckoo::SuccessionResult& next) {
@@ -386,15 +411,14 @@ void PhysicalHashTable::cameIn(const Keel::Cuckoo::SuccessionResult& next) {
 /// get to, and whatever comes in now may open a way to those: all are tried until none is filled.
 void PhysicalHashTable::fillRows() {
   if (!std::exchange(cleared_, false)) return;
-  for (bool filled = true; filled && !engine_.waiting().empty();) {
-    filled = false;
+  while (!engine_.waiting().empty()) {
+    std::vector<Location> free;
     for (HwIndex index = 0; index < engine_.capacity(); ++index) {
-      const Location row = location(index);
-      if (engine_.at(row) || isStale(row)) continue;
-      const Keel::Cuckoo::SuccessionResult next = engine_.fill(row, *this);
-      filled = filled || next.item;
-      cameIn(next);
+      if (!entryAt(index) && !stale_.contains(index)) free.push_back(location(index));
     }
+    const Keel::Cuckoo::SuccessionResult next = engine_.fill(free, *this);
+    if (!next.item) return;
+    cameIn(next);
   }
 }
 
@@ -439,11 +463,15 @@ Orb::Ptr<HashBaseCuckooEntry> PhysicalHashTable::nextDuplicate(const HashBaseCuc
   return entry;
 }
 
-PhysicalHashTable::StaleRow& PhysicalHashTable::staleRowIs(Location location) {
-  for (StaleRow& row : staleRows_) {
-    if (row.location == location) return row;
-  }
-  return staleRows_.emplace_back(StaleRow{location, {}, {}});
+bool PhysicalHashTable::DoubtfulRow::mayHold(const HashBaseCuckooEntry& entry) const {
+  return std::any_of(holds.begin(), holds.end(),
+                     [&](const auto& held) { return held->isEqual(entry); });
+}
+
+/// What an undecided row may hold it may hold still.
+PhysicalHashTable::DoubtfulRow& PhysicalHashTable::staleRowIs(HwIndex index) {
+  if (auto row = undecided_.extract(index)) stale_.insert(std::move(row));
+  return stale_[index];
 }
 
 void PhysicalHashTable::addOnce(Entries& entries, HashBaseCuckooEntry* entry) {
@@ -453,22 +481,20 @@ void PhysicalHashTable::addOnce(Entries& entries, HashBaseCuckooEntry* entry) {
   }
 }
 
-bool PhysicalHashTable::isStale(Location location) const {
-  return std::any_of(staleRows_.begin(), staleRows_.end(),
-                     [&](const StaleRow& row) { return row.location == location; });
+/// What the row holds is known again.
+void PhysicalHashTable::rowDecided(HwIndex index) {
+  for (auto* rows : {&stale_, &undecided_}) {
+    if (rows->empty()) [[likely]]
+      continue;
+    const auto row = rows->extract(index);
+    if (!row) continue;
+    revisitAll(row.mapped());
+    cleared_ = cleared_ || rows == &stale_;
+  }
 }
 
-void PhysicalHashTable::staleRowDel(Location location) {
-  const auto row = std::find_if(staleRows_.begin(), staleRows_.end(),
-                                [&](const StaleRow& stale) { return stale.location == location; });
-  if (row == staleRows_.end()) return;
-  revisitAll(*row);
-  staleRows_.erase(row);
-  cleared_ = true;
-}
-
-/// The row is stale no more: what it stood in the way of can go on.
-void PhysicalHashTable::revisitAll(const StaleRow& row) {
+/// What a row stood in the way of can go on.
+void PhysicalHashTable::revisitAll(const DoubtfulRow& row) {
   for (const Entries* entries : {&row.holds, &row.waits}) {
     for (const auto& entry : *entries) {
       if (entry->status_ != Status::programmed) revisitIs(entry.get());
@@ -476,21 +502,22 @@ void PhysicalHashTable::revisitAll(const StaleRow& row) {
   }
 }
 
-const PhysicalHashTable::StaleRow* PhysicalHashTable::staleRowOf(
-    const HashBaseCuckooEntry& entry) const {
-  for (const StaleRow& row : staleRows_) {
-    for (const auto& held : row.holds) {
-      if (held->isEqual(entry)) return &row;
-    }
+/// The row of the entry's own that may hold it.
+std::optional<HwIndex> PhysicalHashTable::rowOf(const DoubtfulRows& rows,
+                                                const HashBaseCuckooEntry& entry) const {
+  for (U8 way = 0; way < engine_.ways() && !rows.empty(); ++way) {
+    const auto row = rows.find(candidate(entry, way));
+    if (row != rows.end() && row->second.mayHold(entry)) return row->first;
   }
-  return nullptr;
+  return std::nullopt;
 }
 
 void PhysicalHashTable::clearStaleRows() {
-  if (staleRows_.empty()) [[likely]]
+  if (stale_.empty()) [[likely]]
     return;
-  std::erase_if(staleRows_, [&](const StaleRow& row) {
-    if (!writeEmpty(row.location)) return false;
+  std::erase_if(stale_, [&](const auto& each) {
+    const auto& [index, row] = each;
+    if (!writeEmpty(index, !row.holds.empty())) return false;
     revisitAll(row);
     cleared_ = true;
     return true;
@@ -499,15 +526,9 @@ void PhysicalHashTable::clearStaleRows() {
 
 void PhysicalHashTable::settle() {
   clearStaleRows();
-  const std::vector<HwIndex> undecided(undecided_.begin(), undecided_.end());
-  for (const HwIndex index : undecided) {
-    if (entryAt(index)) {
-      undecided_.erase(index);
-      continue;
-    }
-    readRow(index);
-    adopt(index);
-  }
+  std::vector<HwIndex> undecided;
+  for (const auto& [index, row] : undecided_) undecided.push_back(index);
+  for (const HwIndex index : undecided) decide(index);
   for (HwIndex index = 0; index < engine_.capacity(); ++index) {
     HashBaseCuckooEntry* entry = entryAt(index);
     if (entry && entry->status_ == Status::hardwareError) revisitIs(entry);
@@ -537,15 +558,20 @@ void PhysicalHashTable::initRows(HwIndex start, bool overwrite) {
     const Orb::Ptr<HashBaseCuckooEntry> entry(entryAt(index));
     if (!overwrite) {
       if (entry) {
-        recheck(*entry, index);
-      } else if (!writeDefault(index)) {
-        staleRowIs(location(index));
+        readRow(index);
+        recheck(index);
+      } else {
+        writeDefault(index);
       }
       continue;
     }
     for (const auto& table : hwTables_) table->entryForget(index);
     if (!entry) {
-      if (!writeEmpty(location(index))) staleRowIs(location(index));
+      if (writeEmpty(index, true)) {
+        rowDecided(index);
+      } else {
+        staleRowIs(index);
+      }
       continue;
     }
     const bool written = hashItemWrite(*entry, location(index));
@@ -553,37 +579,37 @@ void PhysicalHashTable::initRows(HwIndex start, bool overwrite) {
     const Status before =
         std::exchange(entry->status_, written ? Status::programmed : Status::hardwareError);
     if (entry->status_ != before) entry->table().entryStatusIsByHashItem(*entry);
-    if (written) entry->table().hwInconsistentEntryDelFromHashItem(*entry);
   }
   revisit();
 }
 
-/// An entry whose row could not be read everywhere is as it should be when it can.
-void PhysicalHashTable::recheck(HashBaseCuckooEntry& entry, HwIndex index) {
-  if (!entry.table().hwInconsistentEntryFromHashItem(entry)) return;
-  readRow(index);
-  if (everyTableHolds(index)) entry.table().hwInconsistentEntryDelFromHashItem(entry);
+void PhysicalHashTable::recheck(HwIndex index) {
+  HashBaseCuckooEntry* entry = entryAt(index);
+  if (!entry || !entry->table().hwInconsistentEntryFromHashItem(*entry)) return;
+  if (everyTableHolds(index)) entry->table().hwInconsistentEntryDelFromHashItem(*entry);
 }
 
-/// Brings a row that no entry lies in to its empty form, but for pipelines that cannot say what
-/// they hold. False when a write failed.
-bool PhysicalHashTable::writeDefault(HwIndex index) {
+/// Brings a row that no entry lies in to its empty form, once a pipeline says what it holds.
+void PhysicalHashTable::writeDefault(HwIndex index) {
   using Row = HwTableConfig::Row;
-  const auto unread = [&](const auto& table) {
-    const Row state = table->state(index);
-    return state == Row::unread || state == Row::unknown;
-  };
-  const bool undecided =
-      undecided_.contains(index) || std::all_of(hwTables_.begin(), hwTables_.end(), unread);
+  const bool open = undecided_.contains(index) ||
+                    std::all_of(hwTables_.begin(), hwTables_.end(), [&](const auto& table) {
+                      return table->state(index) == Row::unknown;
+                    });
+  if (open && !decide(index)) return;
   readRow(index);
-  if (undecided && adopt(index)) return true;
-  U32 image[maxRowWords];
-  emptyImage(index, image);
-  bool good = true;
-  for (const auto& table : hwTables_) {
-    if (!unread(table)) good = writeTo(*table, index, image, true) && good;
+  if (!entryAt(index) && !writeEmpty(index, false)) staleRowIs(index);
+}
+
+/// Reads a row again, and takes up what it holds. Returns whether a pipeline said what that is.
+bool PhysicalHashTable::decide(HwIndex index) {
+  if (entryAt(index)) {
+    rowDecided(index);
+  } else {
+    readRow(index);
+    adopt(index);
   }
-  return good;
+  return !undecided_.contains(index);
 }
 
 /// Reads a row where nothing is known of it yet.
@@ -597,9 +623,7 @@ void PhysicalHashTable::readRow(HwIndex index) {
 
 void PhysicalHashTable::rebuild() {
   for (HwIndex index = 0; index < engine_.capacity(); ++index) {
-    if (entryAt(index)) continue;
-    readRow(index);
-    adopt(index);
+    if (!entryAt(index)) decide(index);
   }
 }
 
@@ -733,14 +757,17 @@ const HashBaseTable* PhysicalHashTable::owner(HwIndex index) const {
 }
 
 void PhysicalHashTable::clearRow(HwIndex index) {
-  staleRowIs(location(index));
-  clearStaleRows();
+  if (!undecided_.contains(index) || decide(index)) {
+    if (!entryAt(index)) staleRowIs(index);
+    clearStaleRows();
+  }
   revisit();
 }
 
 /// Takes up what a row holds, as the first pipeline says whose row is sound, and marks the entry
-/// when not all of them hold it. Returns whether an entry was taken up.
-bool PhysicalHashTable::adopt(HwIndex index) {
+/// when not all of them hold it. While none says anything, and one was not heard, the row is
+/// undecided.
+void PhysicalHashTable::adopt(HwIndex index) {
   using Row = HwTableConfig::Row;
   Says says = Says::unsound;
   bool open = false;
@@ -751,31 +778,37 @@ bool PhysicalHashTable::adopt(HwIndex index) {
     if (state == Row::held) says = adoptFrom(index);
   }
   decoded_ = 0;
-  // A pipeline that did not answer comes before those that have no entry.
-  if (open && says != Says::entry) {
-    undecided_.insert(index);
-  } else {
-    undecided_.erase(index);
+  if (open && says == Says::unsound) {
+    undecided_.try_emplace(index);
+    return;
   }
-  if (undecided_.empty()) withdrawn_.clear();
-  if (says != Says::entry) return false;
-  // Those who heard of it may have withdrawn it.
-  HashBaseCuckooEntry* entry = entryAt(index);
-  if (entry && !everyTableHolds(index)) entry->table().hwInconsistentEntryIsFromHashItem(*entry);
-  return true;
+  if (const auto row = undecided_.extract(index)) revisitAll(row.mapped());
+  if (says != Says::entry) return;
+  HashBaseCuckooEntry& entry = *entryAt(index);
+  if (!everyTableHolds(index)) entry.table().hwInconsistentEntryIsFromHashItem(entry);
+  // Last, since whoever hears of it may withdraw it.
+  entry.table().entryIsByHashItem(entry);
 }
 
-bool PhysicalHashTable::isWithdrawn(const HashBaseCuckooEntry& entry) const {
-  if (withdrawn_.empty()) [[likely]]
-    return false;
-  const auto at = withdrawn_.find(rowsOf(entry));
-  return at != withdrawn_.end() &&
-         std::any_of(at->second.begin(), at->second.end(),
-                     [&](const auto& gone) { return gone->isEqual(entry); });
+/// The entries of the key that were announced or withdrawn before the row said that it holds one.
+PhysicalHashTable::Entries PhysicalHashTable::knownBefore(HashBaseCuckooEntry& entry,
+                                                          HwIndex index) const {
+  Entries known = equals(entry);
+  const auto row = undecided_.find(index);
+  if (row != undecided_.end()) {
+    std::copy_if(row->second.holds.begin(), row->second.holds.end(), std::back_inserter(known),
+                 [&](const auto& held) { return held->isEqual(entry); });
+  }
+  const HashBaseTable& owner = entry.table();
+  if (known.empty() && owner.initialized() && owner.entryHasByHashItem(entry)) {
+    known.emplace_back(&entry);
+  }
+  return known;
 }
 
 /// A row that is not where its key belongs is none, and neither is one that is no entry's and not
-/// empty. One that repeats a key says nothing: it gets cleared when the empty rows are written.
+/// empty. One of a key that is known says nothing: it is cleared, during a restart when the empty
+/// rows are written.
 PhysicalHashTable::Says PhysicalHashTable::adoptFrom(HwIndex index) {
   HwTableConfig& table = decodedTable();
   U32 empty[maxRowWords];
@@ -786,14 +819,16 @@ PhysicalHashTable::Says PhysicalHashTable::adoptFrom(HwIndex index) {
     if (!helper.entryOwned(index) || !helper.rowSound(table.image(index))) continue;
     const Orb::Ptr<HashBaseCuckooEntry> entry = helper.decodeHwEntry(index);
     if (!entry->valid()) continue;
-    if (engine_.find(*entry)) return Says::nothing;
-    // What was announced or withdrawn since is what counts.
-    const HashBaseTable& owner = entry->table();
-    if (owner.initialized() && owner.entryHasByHashItem(*entry)) return Says::nothing;
-    if (isWithdrawn(*entry)) return Says::nothing;
+    if (const Entries known = knownBefore(*entry, index); !known.empty()) {
+      for (const auto& held : known) {
+        if (!entry->table().initialized()) break;
+        addOnce(staleRowIs(index).holds, held.get());
+        revisitIs(held.get());
+      }
+      return Says::nothing;
+    }
     if (!adoptAt(*entry, location(index))) continue;
     entry->status_ = Status::programmed;
-    entry->table().entryIsByHashItem(*entry);
     return Says::entry;
   }
   return Says::unsound;

@@ -1,7 +1,7 @@
 #pragma once
 
 #include <map>
-#include <set>
+#include <optional>
 #include <vector>
 
 #include "Keel/Cuckoo.h"
@@ -124,6 +124,10 @@ class VELA_EXPORT HashBaseHelper : public Orb::PtrInterface {
 /// anything else is done; as long as that fails, entries of the keys in question are reported as
 /// hardwareError rather than programmed beside a stale row.
 ///
+/// After a restart a row is undecided while no pipeline has said what it holds. Nobody's default is
+/// written over it; an entry of its own may be. When it answers, what it holds is taken up, unless
+/// that was announced or withdrawn meanwhile: then it is stale.
+///
 /// An entry that has no room waits for it, whichever table it belongs to. With each entry that goes
 /// at most one comes in: the one that needs the fewest moves, and among those the one that waited
 /// longest.
@@ -174,7 +178,8 @@ class VELA_EXPORT PhysicalHashTable : public Orb::PtrInterface,
   /// Places an entry or rewrites its row; the outcome is its programmedStatus().
   void place(HashBaseCuckooEntry& entry);
   /// Removes an entry. False when it is not where the bookkeeping says. When its row could not be
-  /// cleared its programmedStatus() is hardwareError, and its table hears of it when it was.
+  /// cleared, or one is undecided, its programmedStatus() is hardwareError, and its table hears of
+  /// it when that is over.
   bool remove(HashBaseCuckooEntry& entry);
 
   HwIndex hwIndex(Location location) const {
@@ -189,8 +194,14 @@ class VELA_EXPORT PhysicalHashTable : public Orb::PtrInterface,
   HwIndex indexOf(const HashBaseCuckooEntry& entry) const {
     return hwIndex(engine_.location(entry));
   }
-  /// Whether a row that could not be cleared may still answer for the entry's key.
-  bool mayLinger(const HashBaseCuckooEntry& entry) const { return staleRowOf(entry) != nullptr; }
+  /// Whether a row may still answer for the key of an entry that was withdrawn: it could not be
+  /// cleared, or nobody knows what it holds.
+  bool mayLinger(const HashBaseCuckooEntry& entry) const {
+    return rowOf(stale_, entry).has_value() || rowOf(undecided_, entry).has_value();
+  }
+  /// Whether rows may hold the entry although nobody announced it: it has an undecided row, or was
+  /// read from hardware under another spelling of its key.
+  bool mayHold(const HashBaseCuckooEntry& entry) const;
   /// The entries of the same hardware key that are here: placed, waiting, or behind such a one.
   Entries equals(const HashBaseCuckooEntry& entry) const;
   /// Entries of the software table that lie in rows.
@@ -208,7 +219,7 @@ class VELA_EXPORT PhysicalHashTable : public Orb::PtrInterface,
 
   /// Writes the rows from `start` on. Without `overwrite`, only those that hold no entry: one that
   /// could not be read before is read again, and left alone when it still cannot be; what it holds
-  /// is taken up.
+  /// is taken up. Entries whose rows are as they should be lose their marks.
   void initRows(HwIndex start, bool overwrite);
   /// Takes up the entries that the rows hold, each from the first pipeline whose row is sound, and
   /// marks those that the pipelines do not all hold.
@@ -224,8 +235,10 @@ class VELA_EXPORT PhysicalHashTable : public Orb::PtrInterface,
   std::vector<const HashBaseCuckooEntry*> missing() const;
   /// The table that a row belongs to: that of the entry in it, or of what hardware holds there.
   const HashBaseTable* owner(HwIndex index) const;
-  /// Empties a row that no entry lies in, whatever hardware holds.
+  /// Empties a row that no entry lies in; one that is undecided is taken up first, or left alone.
   void clearRow(HwIndex index);
+  /// Takes the mark off the entry in the row when all pipelines hold what it asks for.
+  void recheck(HwIndex index);
 
  private:
   /// A software table that places entries here.
@@ -235,16 +248,18 @@ class VELA_EXPORT PhysicalHashTable : public Orb::PtrInterface,
     U32 peak = 0;
   };
   /// A row that no entry lies in although hardware may hold one there.
-  struct StaleRow {
-    Location location;
-    Entries holds;  ///< What it may still hold.
+  struct DoubtfulRow {
+    Entries holds;  ///< What it may hold although it should not.
     Entries waits;  ///< What could not be programmed because of it.
+
+    bool mayHold(const HashBaseCuckooEntry& entry) const;
   };
+  using DoubtfulRows = std::map<HwIndex, DoubtfulRow>;
 
   bool hashItemWrite(Keel::Cuckoo::HashItem& item, Location location) override;
   void addOccupants(HwIndex index, Entries& entries) const override;
-  bool writeEmpty(Location location);
-  bool writeDefault(HwIndex index);
+  bool writeEmpty(HwIndex index, bool entrys);
+  void writeDefault(HwIndex index);
   bool writeImage(HwIndex index, const U32* image, bool empty);
   bool writeTo(HwTableConfig& table, HwIndex index, const U32* image, bool empty);
   void pack(const HashBaseCuckooEntry& entry, Location location, U32* image) const;
@@ -257,24 +272,25 @@ class VELA_EXPORT PhysicalHashTable : public Orb::PtrInterface,
 
   void placeNew(HashBaseCuckooEntry& entry);
   void failed(const Keel::Cuckoo::InsertResult& result, HashBaseCuckooEntry& entry);
-  bool placeOverUnread(HashBaseCuckooEntry& entry);
-  void recheck(HashBaseCuckooEntry& entry, HwIndex index);
-  void letIn(HashBaseCuckooEntry& gone, Location location);
+  bool placeOverUndecided(HashBaseCuckooEntry& entry);
+  Orb::Ptr<HashBaseCuckooEntry> guessOf(const HashBaseCuckooEntry& entry) const;
+  void giveWay(HashBaseCuckooEntry& gone);
+  void withdraw(HashBaseCuckooEntry& entry);
   void cameIn(const Keel::Cuckoo::SuccessionResult& next);
   void fillRows();
   U64 rowsOf(const HashBaseCuckooEntry& entry) const;
   void duplicateIs(HashBaseCuckooEntry& entry);
   bool duplicateDel(HashBaseCuckooEntry& entry);
-  bool isWithdrawn(const HashBaseCuckooEntry& entry) const;
   Orb::Ptr<HashBaseCuckooEntry> nextDuplicate(const HashBaseCuckooEntry& gone);
   void clearStaleRows();
-  StaleRow& staleRowIs(Location location);
-  void staleRowDel(Location location);
-  bool isStale(Location location) const;
-  void revisitAll(const StaleRow& row);
-  const StaleRow* staleRowOf(const HashBaseCuckooEntry& entry) const;
+  DoubtfulRow& staleRowIs(HwIndex index);
+  void rowDecided(HwIndex index);
+  void revisitAll(const DoubtfulRow& row);
+  std::optional<HwIndex> rowOf(const DoubtfulRows& rows, const HashBaseCuckooEntry& entry) const;
   void readRow(HwIndex index);
-  bool adopt(HwIndex index);
+  bool decide(HwIndex index);
+  void adopt(HwIndex index);
+  Entries knownBefore(HashBaseCuckooEntry& entry, HwIndex index) const;
   /// What a pipeline's row says of the entry in it.
   enum class Says : U8 { entry, nothing, unsound };
   Says adoptFrom(HwIndex index);
@@ -294,11 +310,11 @@ class VELA_EXPORT PhysicalHashTable : public Orb::PtrInterface,
   std::size_t decoded_ = 0;
   HitTracker hits_;
 
-  /// Rows that no entry was taken from because a pipeline did not answer.
-  std::set<HwIndex> undecided_;
-  /// Entries that were withdrawn while there were such rows: what these say of them is no entry.
-  std::map<U64, Entries> withdrawn_;
-  std::vector<StaleRow> staleRows_;
+  /// Rows of which no pipeline said what they hold, and that no entry was written into since. They
+  /// may hold entries that were withdrawn meanwhile.
+  DoubtfulRows undecided_;
+  /// Rows to be cleared.
+  DoubtfulRows stale_;
   /// Entries whose hardware key another entry holds or waits for, by their rows and in order of
   /// arrival.
   std::map<U64, Entries> duplicates_;
