@@ -143,7 +143,10 @@ class VELA_EXPORT DirectFamilyTable : public DirectBaseTable,
   }
 
   void handleEntry(const Key& key) override {
-    if (!initialized()) return;
+    if (!initialized()) {
+      if (!this->entry(key)) unreadForget(key);
+      return;
+    }
     F::trace(8, fwkType().name(), "::handleEntry ", key);
     // The first to look at the key: one that is no key of the table stops here.
     if (F::hwIndex(key) >= F::rows(profile())) {
@@ -160,8 +163,15 @@ class VELA_EXPORT DirectFamilyTable : public DirectBaseTable,
   void handleInitialized() override {
     this->forEachAnnouncedKey([&](const Key& key) { handleEntry(key); });
   }
+  void handleAbsent(const Key& key) override {
+    if (unreadForget(key)) handleEntry(key);
+  }
 
  private:
+  bool unreadForget(const Key& key) {
+    if (!profileConvertorPtr() || F::hwIndex(key) >= F::rows(profile())) return false;
+    return static_cast<DirectBaseConvertor&>(*profileConvertorPtr()).unreadForget(F::hwIndex(key));
+  }
   static const Entry& of(const DirectBaseEntry& item) { return static_cast<const Entry&>(item); }
 };
 

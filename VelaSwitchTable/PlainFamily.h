@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <functional>
 #include <map>
-#include <set>
 
 #include "DirectBase/TableConstants.h"
 #include "VelaSwitchApi/SwTable.h"
@@ -118,6 +117,9 @@ class VELA_EXPORT PlainFamilyConvertor : public VelaSwitchApi::SwTableProfileCon
     ORB_ASSERT(false);
     return false;
   }
+  /// The key is withdrawn: its rows that could not be read are as if they had never been. Returns
+  /// whether there were such rows.
+  virtual bool unreadForget(const Key&) { return false; }
 };
 
 template <class F>
@@ -138,6 +140,7 @@ class VELA_EXPORT PlainFamilyTable : public VelaSwitchApi::SwTable,
   void handleEntry(const Key& key) override {
     if (!initialized()) {
       F::trace(8, " Skipped as not yet initialized - key:", key);
+      if (profileConvertorPtr() && !this->entry(key)) profileConvertor().unreadForget(key);
       return;
     }
     F::trace(8, fwkType().name(), "::handleEntry ", key);
@@ -148,6 +151,7 @@ class VELA_EXPORT PlainFamilyTable : public VelaSwitchApi::SwTable,
     F::trace(1, desired ? "Programming Entry " : "Removing Entry ", key);
     // A copy: the convertor may meet observers that change the collection.
     const Result result = desired ? *desired : F::absentResult();
+    if (!desired) profileConvertor().unreadForget(key);
     if (profileConvertor().hwTableEntryIs(key, result)) {
       this->hwInconsistentEntryDel(key);
     } else {
@@ -167,6 +171,9 @@ class VELA_EXPORT PlainFamilyTable : public VelaSwitchApi::SwTable,
  protected:
   void handleInitialized() override {
     this->forEachAnnouncedKey([&](const Key& key) { handleEntry(key); });
+  }
+  void handleAbsent(const Key& key) override {
+    if (profileConvertorPtr() && profileConvertor().unreadForget(key)) handleEntry(key);
   }
 };
 
@@ -193,12 +200,20 @@ class VELA_EXPORT PlainFamilyLayerConvertor : public F::Convertor {
 
   bool hwTableEntryIs(const Key& key, const Result& result) override {
     if (!programs(key)) return true;
-    if (!withdrawn_.empty() && table()->entry(key)) withdrawn_.erase(F::hwIndex(key));
     bool good = true;
     for (const auto& [id, hwTable] : this->hwTables()) {
       good = writeRows(*hwTable, key, result) && good;
     }
     return good;
+  }
+  bool unreadForget(const Key& key) override {
+    bool unread = false;
+    forEachRow(key, [&](HwTableConfig& hwTable, HwIndex index) {
+      if (hwTable.state(index) != HwTableConfig::Row::unread) return;
+      hwTable.entryForget(index);
+      unread = true;
+    });
+    return unread;
   }
 
   /// Without `overwrite`, only rows that belong to no entry: one that could not be read before is
@@ -250,7 +265,14 @@ class VELA_EXPORT PlainFamilyLayerConvertor : public F::Convertor {
   }
 
   void repair(const Finding& finding) override {
-    if (finding.kind != Finding::Kind::unreadable) table()->handleEntry(F::keyOf(finding.index));
+    if (finding.kind == Finding::Kind::unreadable) return;
+    const Key key = F::keyOf(finding.index);
+    if (table()->entry(key)) {
+      table()->handleEntry(key);
+    } else {
+      // Nobody withdrew it: rows that could not be read may hold an entry.
+      markIs(key, !this->hwTableEntryIs(key, F::absentResult()));
+    }
   }
 
   void syncEntries(U32 id) override {
@@ -265,6 +287,10 @@ class VELA_EXPORT PlainFamilyLayerConvertor : public F::Convertor {
         readRow(*hwTable, index);
         rebuildKey(F::keyOf(index));
       }
+    }
+    if (!table()->initialized() || id != this->hwTables().rbegin()->first) return;
+    for (const Key& key : table()->hwInconsistentKeys()) {
+      if (everyTableHolds(key) && !familyMarks(key)) table()->hwInconsistentEntryDel(key);
     }
   }
 
@@ -329,10 +355,10 @@ class VELA_EXPORT PlainFamilyLayerConvertor : public F::Convertor {
   }
 
   bool writeRow(HwTableConfig& hwTable, HwIndex index, const Key& key, const Result& result) {
-    // What could not be read is not lost to a default.
-    if (hwTable.state(index) == HwTableConfig::Row::unread && !table()->entry(key) &&
-        readRow(hwTable, index) == Read::failed) {
-      withdrawn_.insert(F::hwIndex(key));
+    // What could not be read is not lost to what nobody asked for: a default, or what other tables'
+    // rows say of it.
+    if (hwTable.state(index) == HwTableConfig::Row::unread &&
+        (table()->entry(key) ? table()->unclaimed(key) : sameRows(result, F::absentResult()))) {
       return false;
     }
     const Image image = rowImage(hwTable.descriptor().identity.id, key, result);
@@ -372,9 +398,15 @@ class VELA_EXPORT PlainFamilyLayerConvertor : public F::Convertor {
   }
   /// A row of the key answers that did not before.
   void takeLate(const Key& key) {
-    const bool withdrawn = !table()->entry(key) && withdrawn_.contains(F::hwIndex(key));
-    if (!withdrawn && (!table()->entry(key) || table()->unclaimed(key))) rebuildKey(key);
-    if (table()->entry(key) && !everyTableHolds(key)) table()->hwInconsistentEntryIs(key, true);
+    if (!table()->entry(key) || table()->unclaimed(key)) rebuildKey(key);
+    if (table()->entry(key)) markIs(key, !everyTableHolds(key));
+  }
+  void markIs(const Key& key, bool marked) {
+    if (marked) {
+      table()->hwInconsistentEntryIs(key, true);
+    } else {
+      table()->hwInconsistentEntryDel(key);
+    }
   }
   /// Whether a row belongs to no entry and may be written: hardware has said what it holds.
   bool takesDefault(const HwTableConfig& hwTable, HwIndex index, const Key& key) const {
@@ -388,16 +420,19 @@ class VELA_EXPORT PlainFamilyLayerConvertor : public F::Convertor {
   Read readRow(HwTableConfig& hwTable, HwIndex index) {
     const Read read = hwTable.readEntry(index);
     if (read == Read::held) {
-      // Static words are not compared: a row that says nonsense there must be known as another.
-      Result result{};
-      const HwTableId id = hwTable.descriptor().identity.id;
-      if (says(id, index, result) == RowSays::unsound) hwTable.entryForget(index);
+      unsoundForget(hwTable, index);
     } else if (read == Read::failed) {
       traceUnreadable(hwTable, F::keyOf(index));
     } else {
       traceAbsent(hwTable, F::keyOf(index), index);
     }
     return read;
+  }
+
+  /// Static words are not compared: a row that says nonsense there must be known as another.
+  void unsoundForget(HwTableConfig& hwTable, HwIndex index) {
+    if (hwTable.state(index) != HwTableConfig::Row::held) return;
+    if (!rowSound(hwTable.descriptor().identity.id, index)) hwTable.entryForget(index);
   }
 
   /// Takes over what the key's rows hold. They may disagree when a writer stopped amid a change:
@@ -480,7 +515,10 @@ class VELA_EXPORT PlainFamilyLayerConvertor : public F::Convertor {
       this->auditFindingIs({Finding::Kind::unreadable, id, index});
       return;
     }
-    if (late) takeLate(key);
+    if (late) {
+      unsoundForget(hwTable, index);
+      takeLate(key);
+    }
     const Result* entry = table()->entry(key);
     if (read == Read::absent) {
       traceAbsent(hwTable, key, index);
@@ -491,12 +529,7 @@ class VELA_EXPORT PlainFamilyLayerConvertor : public F::Convertor {
     }
     if (ignored(id, index)) return;
     const bool differs = !holds(hwTable, index);
-    bool marked = differs;
-    if constexpr (requires { &F::marks; }) {
-      Result row = F::absentResult();
-      if (says(id, index, row) == RowSays::result) marked = marked || F::marks(entry, row);
-    }
-    if (!marked) return;
+    if (!differs && !familyMarks(hwTable, index)) return;
     F::trace(3, "Inconsistent hw table entry for key: ", key);
     table()->hwInconsistentEntryIs(key, true);
     if (entry) {
@@ -506,9 +539,22 @@ class VELA_EXPORT PlainFamilyLayerConvertor : public F::Convertor {
     }
   }
 
-  /// Rows of keys whose entry was withdrawn while a copy could not be read. What that says when it
-  /// answers is no entry.
-  std::set<HwIndex> withdrawn_;
+  /// Whether the family marks the key for what a row says that is as it should be.
+  bool familyMarks(const HwTableConfig& hwTable, HwIndex index) const {
+    if constexpr (requires { &F::marks; }) {
+      Result row = F::absentResult();
+      return says(hwTable.descriptor().identity.id, index, row) == RowSays::result &&
+             F::marks(table()->entry(F::keyOf(index)), row);
+    }
+    return false;
+  }
+  bool familyMarks(const Key& key) const {
+    bool marked = false;
+    forEachRow(key, [&](const HwTableConfig& hwTable, HwIndex index) {
+      marked = marked || familyMarks(hwTable, index);
+    });
+    return marked;
+  }
 };
 
 /// The convertor of a family that lists its hardware tables.

@@ -57,15 +57,20 @@ bool DirectBaseConvertor::rowIs(const DirectBaseEntry& entry, HwIndex index) {
   U32 image[maxRowWords];
   rowImage(entry, index, image);
   bool good = true;
-  if (!withdrawn_.empty() && entry.valid()) withdrawn_.erase(index);
   for (const auto& [id, table] : hwTables()) {
-    // What could not be read is not lost to a default.
-    const bool unread = !entry.valid() && table->state(index) == HwTableConfig::Row::unread &&
-                        table->readEntry(index) == RegisterBus::Read::failed;
-    if (unread) withdrawn_.insert(index);
-    if (unread || !table->entryIs(HwEntryConfig(index, image, maxRowWords))) good = false;
+    good = table->entryIs(HwEntryConfig(index, image, maxRowWords)) && good;
   }
   return good;
+}
+
+bool DirectBaseConvertor::unreadForget(HwIndex index) {
+  bool unread = false;
+  for (const auto& [id, table] : hwTables()) {
+    if (table->state(index) != HwTableConfig::Row::unread) continue;
+    table->entryForget(index);
+    unread = true;
+  }
+  return unread;
 }
 
 void DirectBaseConvertor::initHwEntries(bool overwrite, U32 start) {
@@ -84,6 +89,11 @@ void DirectBaseConvertor::initHwEntries(bool overwrite, U32 start) {
       directTable()->hwInconsistentEntryIsFromDirectItem(*nullDirectEntry(index));
     }
   }
+  recheck(start);
+}
+
+/// Keys whose rows are as they should be lose their marks.
+void DirectBaseConvertor::recheck(U32 start) {
   const auto& rows = hwTable(0)->descriptor();
   for (HwIndex index = std::max(start, rows.first); index <= rows.last; ++index) {
     const auto entry = nullDirectEntry(index);
@@ -113,10 +123,16 @@ void DirectBaseConvertor::readUnread(U32 start) {
 /// The row answers, and did not before.
 void DirectBaseConvertor::takeLate(HwTableConfig& table, HwIndex index) {
   const auto entry = nullDirectEntry(index);
-  if (!directTable()->entryHasByDirectItem(*entry) && !withdrawn_.contains(index)) {
-    takeRow(table, index);
+  // Static words are not compared: a row that says nonsense there must be known as another.
+  const HwTableId id = table.descriptor().identity.id;
+  if (table.state(index) == HwTableConfig::Row::held && !rowSound(id, index)) {
+    table.entryForget(index);
   }
-  if (directTable()->entryHasByDirectItem(*entry) && !everyTableHolds(index)) {
+  if (!directTable()->entryHasByDirectItem(*entry)) takeRow(table, index);
+  if (!directTable()->entryHasByDirectItem(*entry)) return;
+  if (everyTableHolds(index)) {
+    directTable()->hwInconsistentEntryDelFromDirectItem(*entry);
+  } else {
     directTable()->hwInconsistentEntryIsFromDirectItem(*entry);
   }
 }
@@ -159,7 +175,23 @@ void DirectBaseConvertor::repair(const AuditFinding& finding) {
   if (finding.kind == AuditFinding::Kind::unreadable) return;
   const auto entry = nullDirectEntry(finding.index);
   directTable()->updateDirectItem(*entry);
-  directTable()->handleDirectEntry(*entry, 0);
+  if (entry->valid()) {
+    directTable()->handleDirectEntry(*entry, 0);
+    return;
+  }
+  // Nobody withdrew it: copies that could not be read may hold an entry.
+  U32 image[maxRowWords];
+  rowImage(*entry, finding.index, image);
+  bool good = true;
+  for (const auto& [id, table] : hwTables()) {
+    const bool unread = table->state(finding.index) == HwTableConfig::Row::unread;
+    good = !unread && table->entryIs(HwEntryConfig(finding.index, image, maxRowWords)) && good;
+  }
+  if (good) {
+    directTable()->hwInconsistentEntryDelFromDirectItem(*entry);
+  } else {
+    directTable()->hwInconsistentEntryIsFromDirectItem(*entry);
+  }
 }
 
 void DirectBaseConvertor::syncEntries(U32 id) {
@@ -173,6 +205,7 @@ void DirectBaseConvertor::syncEntries(U32 id) {
       takeRow(*table, index);
     }
   }
+  if (swTable()->initialized() && id == hwTables().rbegin()->first) recheck(0);
 }
 
 /// Takes over what the row holds, unless a hardware table in front of this one has said: they may

@@ -1,7 +1,5 @@
 #pragma once
 
-#include <set>
-
 #include "DirectBase/TableConstants.h"
 #include "VelaSwitchApi/SwTable.h"
 
@@ -75,6 +73,9 @@ class VELA_EXPORT DirectBaseConvertor : public VelaSwitchApi::SwTableProfileConv
   void handleRebuilt() override;
   void expectedImage(HwTableId table, HwIndex index, U32* image) const override;
   void repair(const VelaSwitchApi::AuditFinding& finding) override;
+  /// The row's key is withdrawn: copies of the row that could not be read are as if they had never
+  /// been. Returns whether there were any.
+  bool unreadForget(HwIndex index);
 
   virtual HwIndex hwIndexFromItem(const DirectBaseEntry& entry) const = 0;
   /// Writes the bits of a row that depend on its place alone.
@@ -108,6 +109,7 @@ class VELA_EXPORT DirectBaseConvertor : public VelaSwitchApi::SwTableProfileConv
   bool holds(const VelaSwitchApi::HwTableConfig& table, HwIndex index) const;
   bool everyTableHolds(HwIndex index) const;
   bool isFirstSound(HwTableId id, HwIndex index) const;
+  void recheck(U32 start);
   void readUnread(U32 start);
   bool takesDefault(const VelaSwitchApi::HwTableConfig& table, HwIndex index) const;
   void takeLate(VelaSwitchApi::HwTableConfig& table, HwIndex index);
@@ -115,9 +117,6 @@ class VELA_EXPORT DirectBaseConvertor : public VelaSwitchApi::SwTableProfileConv
   void auditRow(VelaSwitchApi::HwTableConfig& table, HwIndex index);
 
   HwTableId decoded_ = 0;
-  /// Rows whose entry was withdrawn while a copy could not be read. What that says when it answers
-  /// is no entry.
-  std::set<HwIndex> withdrawn_;
 };
 
 }  // namespace VelaSwitchTable
