@@ -27,7 +27,7 @@ class VELA_EXPORT ImageException : public std::runtime_error {
 /// write; until then lookups see the old row.
 ///
 /// Rows and hit bits live in a Memory and so can outlive the process, whatever becomes of it.
-class VELA_EXPORT SimulatedSwitch final : public VelaSwitchApi::RegisterBus {
+class VELA_EXPORT SimulatedSwitch : public VelaSwitchApi::RegisterBus {
  public:
   using HwIndex = VelaSwitchApi::HwIndex;
 

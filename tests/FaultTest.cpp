@@ -30,7 +30,10 @@ class Schedules : public VelaTest::ProfileTest {
     if (what == 0) {
       rig.of(key).pollHitBits(Orb::Seconds(1.0 * random.below(1000)));
     } else if (what == 1) {
-      for (const auto& table : rig.tables()) table->audit();
+      for (const auto& table : rig.tables()) {
+        table->audit();
+        if (random.flip()) table->repair();
+      }
       rig.settle();
     } else if (what < 4) {
       rig.del(key);

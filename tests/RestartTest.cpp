@@ -1,4 +1,7 @@
 #include "Generator.h"
+#include "VelaSwitchTable/VelaTableLpm11.h"
+#include "VelaSwitchTable/VelaTableNatMatch.h"
+#include "VelaSwitchTable/VelaTableVlanMembership.h"
 
 // Restarts on switches whose rows are not what the last agent left: damaged, different from one
 // pipeline to the next, or not to be read. No row stops a restart, nothing is written before what
@@ -15,12 +18,46 @@ using VelaTest::Group;
 using VelaTest::Row;
 using VelaTest::rowsOf;
 
+/// A switch of which some rows cannot be read.
+struct DarkSwitch final : VelaDevice::SimulatedSwitch {
+  explicit DarkSwitch(const SimulatedSwitch& saved) : SimulatedSwitch(saved) {}
+  Read row(TableHandle table, HwIndex index, std::span<RegisterValue> values) override {
+    ++asked;
+    const U32 mixed = (index * 31 + table * 7 + seed) * 2654435761u;
+    return mixed >> 29 < dark ? Read::failed : SimulatedSwitch::row(table, index, values);
+  }
+
+  U32 seed = 0;
+  U32 dark = 0;  ///< Eighths of the rows.
+  U32 asked = 0;
+};
+
+/// Withdraws some of the entries that are read from hardware, and announces another one.
+struct Withdrawer final : Orb::KeyObserver<VelaSwitch::NatMatchKey> {
+  explicit Withdrawer(VelaSwitchApi::SwTable& watched)
+      : table(dynamic_cast<VelaSwitchTable::NatMatchTable&>(watched)) {
+    table.entries().observerIs(this);
+  }
+  ~Withdrawer() { table.entries().observerDel(this); }
+  void handleKey(const VelaSwitch::NatMatchKey& key) override {
+    if (!table.unclaimed(key) || !table.entry(key) || key.srcIp().number() % 4 != 0) return;
+    withdrawn.insert(key);
+    table.entryDel(key);
+    table.entryIs({.natType = U8{1}, .srcIp = Ipnet::IpAddr(1), .sport = U16{5}}, {.valid = true});
+  }
+  VelaSwitchTable::NatMatchTable& table;
+  std::set<VelaSwitch::NatMatchKey> withdrawn;
+};
+
 class Restart : public VelaTest::ProfileTest {
  protected:
   struct Rig : VelaTest::GroupAgent {
     Rig(const Orb::PtrConst<VelaSwitch::ProfileInfo>& profile, const Group& ofGroup,
-        VelaDevice::SimulatedSwitch& chip, Start how)
+        VelaDevice::SimulatedSwitch& chip, Start how, bool withdraws = false)
         : GroupAgent(profile, ofGroup, chip) {
+      if (withdraws && group.name() == "NatMatch") {
+        withdrawer = std::make_unique<Withdrawer>(tables()[0]->table());
+      }
       recorder().listenerIs([&](const auto& write) {
         written.insert({write.table.name, write.index});
       });
@@ -53,7 +90,22 @@ class Restart : public VelaTest::ProfileTest {
       }
     }
 
+    /// The marks of tables of each kind.
+    std::size_t marks() const {
+      std::size_t count = 0;
+      for (const auto& adapter : tables()) {
+        const auto add = [&](const auto* table) {
+          if (table) count += table->hwInconsistentKeys().size();
+        };
+        add(dynamic_cast<VelaSwitchTable::NatMatchTable*>(&adapter->table()));
+        add(dynamic_cast<VelaSwitchTable::VlanMembershipTable*>(&adapter->table()));
+        add(dynamic_cast<VelaSwitchTable::Lpm11Table*>(&adapter->table()));
+      }
+      return count;
+    }
+
     std::set<Row> written;
+    std::unique_ptr<Withdrawer> withdrawer;
   };
 
   /// A switch that an agent left with the entries.
@@ -89,6 +141,32 @@ class Restart : public VelaTest::ProfileTest {
       }
     }
     return damaged;
+  }
+
+  /// Flips a bit in some rows of the first or the last hardware table, such that they are none.
+  U32 corrupt(const Group& group, VelaDevice::SimulatedSwitch& chip, bool last) {
+    U32 corrupted = 0;
+    VelaTest::GroupAgent flipper(profile, group, chip);
+    flipper.decode();
+    for (const auto& table : flipper.tables()) {
+      const auto& hwTables = table->convertor().hwTables();
+      auto& hwTable = *(last ? hwTables.rbegin()->second : hwTables.begin()->second);
+      const auto& descriptor = hwTable.descriptor();
+      for (HwIndex index = descriptor.first; index <= descriptor.last; ++index) {
+        const auto words = static_cast<U32>(hwTable.mapped(index).size());
+        if (words == 0 || random.below(4) != 0) continue;
+        const U32 word = random.below(words);
+        const U32 bit = random.below(32);
+        if (!chip.flipBit(hwTable.busHandle(), index, word, bit)) continue;
+        hwTable.readEntry(index);
+        if (table->convertor().rowSound(descriptor.identity.id, index)) {
+          chip.flipBit(hwTable.busHandle(), index, word, bit);
+        } else {
+          ++corrupted;
+        }
+      }
+    }
+    return corrupted;
   }
 
   static constexpr U32 most = 200;  ///< Entries of a table.
@@ -231,48 +309,111 @@ TEST_P(Restart, rowsThatCannotBeReadAreLeftAlone) {
   }
 }
 
-/// Copies that answer one after the other are put together as if all had answered at once, whether
-/// an audit reads them first or not. What was withdrawn meanwhile does not come back.
+/// Rows that answer late are taken up as if they had answered at once, whatever happens meanwhile:
+/// audits, repairs, withdrawals of what was not read yet, by whom it was announced or by those who
+/// hear of it. Entries of hash tables that are announced meanwhile may be written over others.
 TEST_P(Restart, rowsThatAnswerLaterAreTakenUpThen) {
+  enum class Round : U8 { quiet, withdraws, announces };
   for (const Group& group : VelaTest::groups(*profile)) {
     if (group.name() == "Route") continue;
     SCOPED_TRACE(group.name());
     const Desired desired = generator.entries(group, most);
     const VelaDevice::SimulatedSwitch saved = left(group, desired);
-    for (int round = 0; round < 4; ++round) {
+    for (int n = 0; n < 6; ++n) {
+      const auto round = static_cast<Round>(n / 2);
+      SCOPED_TRACE(n);
       VelaDevice::SimulatedSwitch copy(saved);
-      Rig sound(profile, group, copy, Agent::Start::restart);
-      U32 reads = 0;
-      for (const auto& table : sound.tables()) {
-        for (const auto& [id, hwTable] : table->convertor().hwTables()) {
-          reads += hwTable->descriptor().last - hwTable->descriptor().first + 1;
+      Rig sound(profile, group, copy, Agent::Start::restart, round != Round::quiet);
+      const bool hash = sound.hashed();
+      DarkSwitch chip(saved);
+      const bool copies = sound.tables()[0]->convertor().hwTables().size() > 1;
+      if (hash && copies && round == Round::withdraws) corrupt(group, chip, true);
+      chip.seed = random();
+      chip.dark = 1 + random.below(8);
+      Rig after(profile, group, chip, Agent::Start::restart, round != Round::quiet);
+      const auto audit = [&](bool repair) {
+        for (const auto& table : after.tables()) {
+          table->audit();
+          if (repair) table->repair();
         }
-      }
-      VelaDevice::SimulatedSwitch chip(saved);
-      chip.failReadsIs(allReads, random.below(reads));
-      Rig after(profile, group, chip, Agent::Start::restart);
-      // An entry of a hash table is written into a row that may be another's.
-      const bool withdraws = round >= 2 && !after.hashed();
+      };
+      std::map<VelaTest::EntryKey, bool> told;
+      const auto withdraw = [&](const VelaTest::EntryKey& key) {
+        const U32 asked = chip.asked;
+        for (Rig* rig : {&sound, &after}) rig->of(key).del(key.second);
+        ASSERT_EQ(chip.asked, asked) << "what cannot be read is not asked again each time";
+        told[key] = false;
+      };
       for (const auto& [key, result] : desired) {
-        if (!withdraws || random.below(8) != 0) continue;
-        for (Rig* rig : {&sound, &after}) {
-          rig->set(key, result);
-          rig->of(key).del(key.second);
+        if (round == Round::quiet) break;
+        const U32 what = random.below(32);
+        if (what == 0) audit(true);
+        if (what == 1) after.complete();
+        if (what > 1 && what < 8 && (round == Round::announces || !hash)) {
+          const Json other = generator.result(group.tables[key.first].first, key.second);
+          for (Rig* rig : {&sound, &after}) {
+            ASSERT_NE(rig->set(key, other), EntryProgrammedStatus::hardwareError) << key.second;
+          }
+          told[key] = true;
+        }
+        if (what > 5 && what < 12) {
+          ASSERT_NO_FATAL_FAILURE(withdraw(key));
         }
       }
-      chip.failReadsIs(0);
-      if (round % 2 != 0) {
-        for (const auto& table : after.tables()) table->audit();
-      }
-      after.complete();
-      if (!withdraws) {
-        ASSERT_TRUE(after.written.empty()) << "every row was right";
-      }
-      ASSERT_EQ(after.entries(), sound.entries());
-      ASSERT_NO_FATAL_FAILURE(VelaTest::expectNoFindings(after));
+      // What was withdrawn and may still answer has a status that says so.
+      std::size_t lingering = 0;
       for (const auto& table : after.tables()) {
         for (const auto& status : table->statuses()) {
-          ASSERT_EQ(status.status, EntryProgrammedStatus::programmed) << status.key;
+          lingering += status.status == EntryProgrammedStatus::hardwareError ? 1 : 0;
+        }
+      }
+      const auto answering = std::count_if(told.begin(), told.end(), [&](const auto& each) {
+        return hash && !each.second && !after.find(each.first).is_null();
+      });
+      ASSERT_LE(static_cast<std::size_t>(answering), lingering);
+      const auto expectSame = [&] {
+        const Json expected = sound.entries();
+        const Json entries = after.entries();
+        for (const Json& entry : entries) {
+          ASSERT_NE(std::find(expected.begin(), expected.end(), entry), expected.end()) << entry;
+        }
+        if (round != Round::announces || !hash) {
+          ASSERT_EQ(entries.size(), expected.size());
+        }
+        for (const auto& [key, present] : told) {
+          ASSERT_TRUE(present || !hash || after.find(key).is_null()) << key.second;
+        }
+        if (!after.withdrawer) return;
+        for (const auto& key : after.withdrawer->withdrawn) {
+          if (after.withdrawer->table.entry(key)) continue;
+          const Key withdrawn{0, VelaAgent::toJson(key)};
+          ASSERT_TRUE(told.contains(withdrawn) || after.find(withdrawn).is_null())
+              << withdrawn.second;
+        }
+      };
+      chip.dark = 0;
+      if (n % 2 != 0) {
+        audit(false);
+        if (round == Round::quiet) {
+          ASSERT_EQ(after.marks(), 0u);
+        }
+        ASSERT_NO_FATAL_FAILURE(expectSame());
+      }
+      after.agent.complete();
+      sound.agent.complete();
+      if (round == Round::quiet) {
+        ASSERT_TRUE(after.written.empty()) << "every row was right";
+      }
+      ASSERT_NO_FATAL_FAILURE(expectSame());
+      if (round != Round::quiet) audit(true);
+      for (Rig* rig : {&sound, &after}) {
+        ASSERT_EQ(rig->marks(), 0u);
+        for (const auto& table : rig->agent.tables()) {
+          table->audit();
+          ASSERT_TRUE(table->findings().empty()) << table->name();
+          for (const auto& status : table->statuses()) {
+            ASSERT_NE(status.status, EntryProgrammedStatus::hardwareError) << status.key;
+          }
         }
       }
     }
@@ -297,30 +438,11 @@ TEST_P(Restart, anotherCopyCountsWhenOneIsNonsense) {
       VelaDevice::SimulatedSwitch copy(chip);
       expected = Rig(profile, group, copy, Agent::Start::restart).entries();
     }
-    bool copies = true;
-    {
-      VelaTest::GroupAgent flipper(profile, group, chip);
-      flipper.decode();
-      for (const auto& table : flipper.tables()) {
-        copies = copies && table->convertor().hwTables().size() > 1;
-        auto& hwTable = *table->convertor().hwTables().begin()->second;
-        const auto& descriptor = hwTable.descriptor();
-        for (HwIndex index = descriptor.first; index <= descriptor.last; ++index) {
-          const auto words = static_cast<U32>(hwTable.mapped(index).size());
-          if (words == 0 || random.below(4) != 0) continue;
-          const U32 word = random.below(words);
-          const U32 bit = random.below(32);
-          if (!chip.flipBit(hwTable.busHandle(), index, word, bit)) continue;
-          hwTable.readEntry(index);
-          if (table->convertor().rowSound(descriptor.identity.id, index)) {
-            chip.flipBit(hwTable.busHandle(), index, word, bit);
-          } else {
-            ++corrupted;
-          }
-        }
-      }
-    }
+    corrupted += corrupt(group, chip, false);
     Rig after(profile, group, chip, Agent::Start::restart);
+    const bool copies =
+        std::all_of(after.tables().begin(), after.tables().end(),
+                    [](const auto& table) { return table->convertor().hwTables().size() > 1; });
     if (copies && !after.slices()) {
       ASSERT_EQ(after.entries(), expected);
     }
