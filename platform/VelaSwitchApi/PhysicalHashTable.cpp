@@ -784,10 +784,10 @@ void PhysicalHashTable::adopt(HwIndex index) {
   }
   if (const auto row = undecided_.extract(index)) revisitAll(row.mapped());
   if (says != Says::entry) return;
-  HashBaseCuckooEntry& entry = *entryAt(index);
-  if (!everyTableHolds(index)) entry.table().hwInconsistentEntryIsFromHashItem(entry);
+  const Orb::Ptr<HashBaseCuckooEntry> entry(entryAt(index));
+  if (!everyTableHolds(index)) entry->table().hwInconsistentEntryIsFromHashItem(*entry);
   // Last, since whoever hears of it may withdraw it.
-  entry.table().entryIsByHashItem(entry);
+  entry->table().entryIsByHashItem(*entry);
 }
 
 /// The entries of the key that were announced or withdrawn before the row said that it holds one.
