@@ -151,6 +151,10 @@ class VELA_EXPORT HashFamilyEntry : public VelaSwitchApi::HashBaseCuckooEntry {
   U8 copyKeyToBuffer(U8* buffer, U8 bufSize) const override {
     return F::copyKeyToBuffer(key_, buffer, bufSize);
   }
+  bool isSpelledAs(const VelaSwitchApi::HashBaseCuckooEntry& other) const override {
+    return &other.table() == &this->table() &&
+           static_cast<const HashFamilyEntry&>(other).key_ == key_;
+  }
   /// The key without the bits that the row implies, in a family that says which those are.
   template <class Family = F>
   U64 hwCompareEncoding() const {

@@ -247,7 +247,8 @@ class VELA_EXPORT PlainFamilyLayerConvertor : public F::Convertor {
         if (hwTable->mapped(index).empty() || holds(*hwTable, index)) continue;
         const Key key = F::keyOf(index);
         const bool held = hwTable->state(index) == HwTableConfig::Row::held;
-        if (held ? ignored(id, index) : !table()->entry(key)) continue;
+        // A row that says nothing is wrong only where another one gave an entry.
+        if (!table()->entry(key) && (!held || ignored(id, index))) continue;
         table()->hwInconsistentEntryIs(key, true);
       }
     }

@@ -386,9 +386,11 @@ TEST_P(Restart, rowsThatAnswerLaterAreTakenUpThen) {
         if (!after.withdrawer) return;
         for (const auto& key : after.withdrawer->withdrawn) {
           if (after.withdrawer->table.entry(key)) continue;
-          const Key withdrawn{0, VelaAgent::toJson(key)};
-          ASSERT_TRUE(told.contains(withdrawn) || after.find(withdrawn).is_null())
-              << withdrawn.second;
+          // The flow may be the other table's by now: both have the same rows.
+          const Json withdrawn = VelaAgent::toJson(key);
+          ASSERT_TRUE(told.contains({0, withdrawn}) || told.contains({1, withdrawn}) ||
+                      after.find({0, withdrawn}).is_null())
+              << withdrawn;
         }
       };
       chip.dark = 0;
@@ -399,8 +401,8 @@ TEST_P(Restart, rowsThatAnswerLaterAreTakenUpThen) {
         }
         ASSERT_NO_FATAL_FAILURE(expectSame());
       }
-      after.agent.complete();
-      sound.agent.complete();
+      after.complete();
+      sound.complete();
       if (round == Round::quiet) {
         ASSERT_TRUE(after.written.empty()) << "every row was right";
       }
@@ -408,7 +410,7 @@ TEST_P(Restart, rowsThatAnswerLaterAreTakenUpThen) {
       if (round != Round::quiet) audit(true);
       for (Rig* rig : {&sound, &after}) {
         ASSERT_EQ(rig->marks(), 0u);
-        for (const auto& table : rig->agent.tables()) {
+        for (const auto& table : rig->tables()) {
           table->audit();
           ASSERT_TRUE(table->findings().empty()) << table->name();
           for (const auto& status : table->statuses()) {

@@ -383,7 +383,12 @@ void PhysicalHashTable::withdraw(HashBaseCuckooEntry& entry) {
     return;
   for (U8 way = 0; way < engine_.ways(); ++way) {
     const auto row = undecided_.find(candidate(entry, way));
-    if (row != undecided_.end() && !row->second.mayHold(entry)) row->second.holds.push_back(&entry);
+    if (row == undecided_.end()) continue;
+    // Each spelling of the key has a status of its own, which is to go when the row answers.
+    Entries& holds = row->second.holds;
+    const bool known = std::any_of(holds.begin(), holds.end(),
+                                   [&](const auto& held) { return held->isSpelledAs(entry); });
+    if (!known) holds.push_back(&entry);
   }
 }
 

@@ -50,6 +50,9 @@ class VELA_EXPORT HashBaseCuckooEntry : public Keel::Cuckoo::HashItem {
   /// Packs what hardware compares of the key into a buffer of `bufSize` bytes, unused bits 0, and
   /// returns its length in bits.
   virtual U8 copyKeyToBuffer(U8* buffer, U8 bufSize) const = 0;
+  /// Whether the other one is of the same table and key. Those that are equal in hardware alone may
+  /// spell their keys differently.
+  virtual bool isSpelledAs(const HashBaseCuckooEntry& other) const { return this == &other; }
 
   /// Whether both have the same packed key, in whatever software tables.
   bool isEqual(const Keel::Cuckoo::HashItem& other) const final;
