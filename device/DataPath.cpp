@@ -3,13 +3,12 @@
 #include <algorithm>
 #include <bit>
 
-#include "device/Bits.h"
+#include "device/Search.h"
 
 namespace VelaDevice {
 namespace {
 
 constexpr U32 aclPolynomials[] = {0x065, 0x1d9};
-constexpr U32 aclRows = 2048;
 
 /// The key as the ACL processor takes it from a packet's fields.
 struct AclKey {
@@ -52,40 +51,57 @@ AclKey aclKey(const VelaSwitch::AclHashKey& key) {
 
 }  // namespace
 
+void DataPath::note(std::string_view family, const SimulatedSwitch::Table* table,
+                    std::optional<VelaSwitchApi::HwIndex> index, const char* refusal) {
+  if (!steps_) return;
+  steps_->push_back({family, table, index, table ? refusal : "the switch has no such table"});
+}
+
+/// The row that was found last is no answer.
+void DataPath::refuse(const char* why) {
+  if (steps_ && !steps_->empty()) steps_->back().refusal = why;
+}
+
+/// A row that lies where its key says.
+const U32* DataPath::rowAt(const char* family, U32 table, U32 index) {
+  const SimulatedSwitch::Table* memory = chip_.find(family, 0, table);
+  const U32* words = memory ? memory->row(index) : nullptr;
+  note(family, memory, words ? std::optional(index) : std::nullopt,
+       words ? nullptr : "the row was never written");
+  return words;
+}
+
 std::optional<HashTestHit> DataPath::hashTest(U32 key) {
   SimulatedSwitch::Table* table = chip_.find("HashTest", 0, 0);
-  if (!table) return std::nullopt;
-  for (U32 way = 0; way < 2; ++way) {
+  for (U32 way = 0; table && way < 2; ++way) {
     const U32 index = way * 8 + (key >> (3 * way) & 7);
     const U32* row = table->row(index);
     if (!row || row[0] != key) continue;
     table->hit(index) = 1;
+    note("HashTest", table, index);
     return HashTestHit{row[1]};
   }
+  note("HashTest", table, std::nullopt, "no row holds the key");
   return std::nullopt;
 }
 
 std::optional<VelaSwitch::AclHashResult> DataPath::acl(U32 pipeline,
                                                        const VelaSwitch::AclHashKey& key) {
-  const SimulatedSwitch::Table* table = chip_.find("AclHash", pipeline, 0);
-  if (!table) return std::nullopt;
   const AclKey wanted = aclKey(key);
-  for (U32 way = 0; way < 2; ++way) {
-    const U32 index = way * aclRows + shiftRegister(11, aclPolynomials[way], wanted.bits);
-    const U32* words = table->row(index);
-    if (!words) continue;
-    Bits row(words, 4);
+  VelaSwitch::AclHashResult result;
+  const auto match = [&](Bits row) {
     Bits stored;
     stored.append(row.next(45), 45);
     stored.append(row.next(45), 45);
-    const bool match = std::memcmp(stored.bytes(), wanted.bits.bytes(), 12) == 0;
-    if (row.next(2) != wanted.variant || !row.flag() || !match) continue;
-    VelaSwitch::AclHashResult result;
+    const bool same = std::memcmp(stored.bytes(), wanted.bits.bytes(), 12) == 0;
+    if (row.next(2) != wanted.variant || !row.flag() || !same) return false;
     result.priority = VelaSwitch::HwAclPriority(row.next(8));
     result.counterIndex = VelaSwitch::HwCounterIndex(row.next(12));
-    return result;
-  }
-  return std::nullopt;
+    return true;
+  };
+  const SimulatedSwitch::Table* table = chip_.find("AclHash", pipeline, 0);
+  if (!search("AclHash", table, aclPolynomials, 11, wanted.bits, match)) return std::nullopt;
+  return result;
 }
 
 std::optional<VlanHit> DataPath::vlan(U32 port, Bridging::VlanId vid) {
@@ -110,8 +126,7 @@ std::optional<VlanHit> DataPath::vlan(Bridging::VlanId vid) {
 }
 
 std::optional<VlanHit> DataPath::vlanRow(U32 table, Bridging::VlanId vid) {
-  const SimulatedSwitch::Table* memory = chip_.find("VlanMembership", 0, table);
-  const U32* words = memory ? memory->row(vid.value()) : nullptr;
+  const U32* words = rowAt("VlanMembership", table, vid.value());
   if (!words) return std::nullopt;
 
   U32 first = 0;
@@ -125,8 +140,11 @@ std::optional<VlanHit> DataPath::vlanRow(U32 table, Bridging::VlanId vid) {
   }
 
   const U32 format = profile_.registerFormat().major();
-  Bits row(words, memory->rowWords());
-  if (format < 3 && !row.flag()) return std::nullopt;
+  Bits row(words, VelaSwitchApi::maxRowWords);
+  if (format < 3 && !row.flag()) {
+    refuse("the row is not valid");
+    return std::nullopt;
+  }
   VlanHit hit;
   hit.permitMask = row.next(last - first + 1) << first;
   hit.learnToCpu = row.flag();

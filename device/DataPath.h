@@ -19,6 +19,8 @@
 /// in packing shows as a wrong answer.
 namespace VelaDevice {
 
+class Bits;
+
 struct HashTestHit {
   static constexpr const char* typeName = "VelaDevice::HashTestHit";
   Orb::Field<"result", U32> result;
@@ -104,7 +106,7 @@ struct NatRewriteHit {
 /// A packet that may be translated, and the port that it leaves by.
 struct Flow {
   static constexpr const char* typeName = "VelaDevice::Flow";
-  Orb::Field<"proto", U8> proto;  ///< Protocol class.
+  Orb::Field<"protoClass", U8> protoClass;
   Orb::Field<"srcIp", Ipnet::IpAddr> srcIp;
   Orb::Field<"dstIp", Ipnet::IpAddr> dstIp;
   Orb::Field<"sport", U16> sport;
@@ -117,7 +119,8 @@ struct FlowHit {
   static constexpr const char* typeName = "VelaDevice::FlowHit";
   Orb::Field<"matchedBy", std::string> matchedBy;  ///< The family whose row matched.
   Orb::Field<"match", NatHit> match;
-  Orb::Field<"rewrite", NatRewriteHit> rewrite;
+  /// Nothing when the row of the port's pair says nothing.
+  Orb::Field<"rewrite", std::optional<NatRewriteHit>> rewrite;
 };
 
 struct CounterHit {
@@ -246,14 +249,29 @@ struct RxPortMirrorHit {
   auto operator<=>(const RxPortMirrorHit&) const = default;
 };
 
+/// A table that a lookup asked, and how it answered.
+struct LookupStep {
+  std::string_view family;              ///< What was looked for; the table may hold others as well.
+  const SimulatedSwitch::Table* table;  ///< Null where the switch has no such table.
+  std::optional<VelaSwitchApi::HwIndex> index;  ///< The row that holds the key.
+  const char* refusal;                          ///< Why that was no answer; null when it was.
+};
+
 /// The lookups of one switch. A lookup that matches a row of a table with hit bits sets its bit.
 class VELA_EXPORT DataPath {
  public:
+  using Steps = std::vector<LookupStep>;
+  struct HashedStage;
+
   /// Both must outlive the data path.
   DataPath(SimulatedSwitch& chip, const VelaSwitch::ProfileInfo& profile)
       : chip_(chip), profile_(profile) {}
 
   const VelaSwitch::ProfileInfo& profile() const { return profile_; }
+  const SimulatedSwitch& chip() const { return chip_; }
+
+  /// Where lookups note the tables that they ask, in the order in which they do; null for nowhere.
+  void stepsIs(Steps* steps) { steps_ = steps; }
 
   std::optional<HashTestHit> hashTest(U32 key);
   /// The ACL stage of a pipeline.
@@ -317,14 +335,24 @@ class VELA_EXPORT DataPath {
   std::optional<L3LagHit> l3Lag(U32 index);
 
  private:
+  struct StageRow;
+  std::optional<StageRow> stageRow(const HashedStage& stage, U32 vrf, U32 address);
   U32 vrfBits() const;
   U32 layer2Table(U32 port) const;
-  const U32* portRow(const char* family, U32 table, U32 port);
+  void note(std::string_view family, const SimulatedSwitch::Table* table,
+            std::optional<VelaSwitchApi::HwIndex> index, const char* refusal = nullptr);
+  void refuse(const char* why);
+  template <std::size_t ways, class Match>
+  std::optional<U32> search(std::string_view family, const SimulatedSwitch::Table* table,
+                            const U32 (&polynomials)[ways], U32 hashWidth, const Bits& key,
+                            const Match& match);
+  const U32* rowAt(const char* family, U32 table, U32 index);
   const U32* selectedRow(const char* family, U32 port, U32 controlWord, U32 fixedBits);
   std::optional<VlanHit> vlanRow(U32 table, Bridging::VlanId vid);
 
   SimulatedSwitch& chip_;
   const VelaSwitch::ProfileInfo& profile_;
+  Steps* steps_ = nullptr;
 };
 
 }  // namespace VelaDevice

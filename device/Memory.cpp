@@ -15,23 +15,44 @@ namespace VelaDevice {
 Memory::Memory() { map(MAP_SHARED | MAP_ANONYMOUS | MAP_NORESERVE, -1); }
 
 Memory::Memory(const std::string& file) {
-  file_ = open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666);
+  open(file, O_RDWR | O_CREAT, LOCK_EX);
+  map(MAP_SHARED, file_);
+}
+
+Memory Memory::copyOf(const std::string& file) {
+  Memory copy;
+  copy.open(file, O_RDONLY, LOCK_SH);
+  const int from = std::exchange(copy.file_, -1);
+  const std::size_t size = std::exchange(copy.size_, 0);
+  copy.sizeIs(size);
+  std::size_t done = 0;
+  for (ssize_t got = 1; done < size && got > 0; done += static_cast<std::size_t>(got)) {
+    got = ::read(from, copy.bytes_ + done, size - done);
+    if (got < 0) break;
+  }
+  ::close(from);
+  if (done < size) throw std::runtime_error("cannot read " + file);
+  return copy;
+}
+
+/// Opens the file, locks it, and takes its length.
+void Memory::open(const std::string& file, int flags, int lock) {
+  file_ = ::open(file.c_str(), flags | O_CLOEXEC, 0666);
   if (file_ < 0) throw std::runtime_error("cannot open " + file);
   struct stat status {};
   std::string failure;
   if (fstat(file_, &status) != 0 || !S_ISREG(status.st_mode)) {
     failure = file + " is not a file";
-  } else if (flock(file_, LOCK_EX | LOCK_NB) != 0) {
+  } else if (flock(file_, lock | LOCK_NB) != 0) {
     failure = file + " is in use";
   } else if (static_cast<std::size_t>(status.st_size) > maxSize) {
     failure = file + " is too long";
   }
   if (!failure.empty()) {
-    close(file_);
+    ::close(std::exchange(file_, -1));
     throw std::runtime_error(failure);
   }
   size_ = static_cast<std::size_t>(status.st_size);
-  map(MAP_SHARED, file_);
 }
 
 Memory::~Memory() {

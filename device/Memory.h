@@ -20,6 +20,9 @@ class VELA_EXPORT Memory {
   /// Memory in a file, which is made if it is not there. Throws std::runtime_error when the file
   /// cannot be had, or another process has it.
   explicit Memory(const std::string& file);
+  /// Memory of the first kind with what a file holds; the file stays as it is. Throws
+  /// std::runtime_error when it cannot be read, or another process changes it.
+  static Memory copyOf(const std::string& file);
   ~Memory();
   /// Copies are memory of the first kind.
   Memory(const Memory& other);
@@ -34,6 +37,7 @@ class VELA_EXPORT Memory {
   void sizeIs(std::size_t size);
 
  private:
+  void open(const std::string& file, int flags, int lock);
   void map(int flags, int file);
 
   U8* bytes_ = nullptr;

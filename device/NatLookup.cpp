@@ -1,7 +1,6 @@
 #include <optional>
 
-#include "device/Bits.h"
-#include "device/DataPath.h"
+#include "device/Search.h"
 
 // Address translation and the tables of layer-3 results.
 
@@ -13,24 +12,6 @@ using VelaSwitch::NatMatchKey;
 constexpr U32 polynomials10[] = {0x06f, 0x0f3, 0x197, 0x1e5};
 constexpr U32 polynomials11[] = {0x065, 0x1d9};
 constexpr U32 polynomials12[] = {0x0eb, 0x161, 0x34d};
-
-/// Asks each way's row whether it answers; gives what the first that does makes of it.
-template <class Hit, std::size_t ways, class Answer>
-std::optional<Hit> search(SimulatedSwitch::Table* table, const U32 (&polynomials)[ways],
-                          unsigned hashWidth, const Bits& key, const Answer& answer) {
-  if (!table) return std::nullopt;
-  U32 way = 0;
-  for (const U32 polynomial : polynomials) {
-    const U32 index = (way++ << hashWidth) + shiftRegister(hashWidth, polynomial, key);
-    const U32* words = table->row(index);
-    if (!words) continue;
-    std::optional<Hit> hit = answer(Bits(words, 4));
-    if (!hit) continue;
-    table->hit(index) = 1;
-    return hit;
-  }
-  return std::nullopt;
-}
 
 }  // namespace
 
@@ -47,12 +28,12 @@ std::optional<NatHit> DataPath::natMatch(U32 instance, const NatMatchKey& key) {
   hashed.append(kind, 2);
   hashed.append(proto, 3);
   hashed.append(qualifier, 6);
-  const auto answer = [&](Bits row) -> std::optional<NatHit> {
+  NatHit hit;
+  const auto match = [&](Bits row) {
     if (row.next(20) != address >> 12 || row.next(16) != port || row.next(2) != kind ||
         row.next(3) != proto || row.next(6) != qualifier || !row.flag()) {
-      return std::nullopt;
+      return false;
     }
-    NatHit hit;
     hit.valid = true;
     hit.proto = static_cast<U8>(row.next(2));
     hit.natRewriteId = static_cast<U16>(row.next(12));
@@ -61,10 +42,13 @@ std::optional<NatHit> DataPath::natMatch(U32 instance, const NatMatchKey& key) {
     hit.trapToCpu = row.flag();
     hit.rewriteIndex = static_cast<U8>(row.next(6));
     hit.l3LagIndex = static_cast<U16>(row.next(6));
-    return hit;
+    return true;
   };
-  return search<NatHit>(chip_.find("NatMatch", instance / 2 * 2, 0), polynomials12, 12, hashed,
-                        answer);
+  SimulatedSwitch::Table* table = chip_.find("NatMatch", instance / 2 * 2, 0);
+  const auto index = search("NatMatch", table, polynomials12, 12, hashed, match);
+  if (!index) return std::nullopt;
+  table->hit(*index) = 1;
+  return hit;
 }
 
 std::optional<NatHit> DataPath::natDynMatch(U32 instance, const NatMatchKey& key) {
@@ -75,13 +59,13 @@ std::optional<NatHit> DataPath::natDynMatch(U32 instance, const NatMatchKey& key
   hashed.append(key.sport(), 16);
   hashed.append(key.dport(), 16);
   hashed.append(key.proto() & 7u, 3);
-  const auto answer = [&](Bits row) -> std::optional<NatHit> {
+  NatHit hit;
+  const auto match = [&](Bits row) {
     if (row.next(22) != key.srcIp().number() >> 10 || row.next(32) != key.dstIp().number() ||
         row.next(16) != key.sport() || row.next(16) != key.dport() ||
         row.next(3) != (key.proto() & 7u) || !row.flag()) {
-      return std::nullopt;
+      return false;
     }
-    NatHit hit;
     hit.valid = true;
     hit.proto = static_cast<U8>(row.next(2));
     row.skip(2);
@@ -90,16 +74,20 @@ std::optional<NatHit> DataPath::natDynMatch(U32 instance, const NatMatchKey& key
     hit.trapToCpu = row.flag();
     hit.rewriteIndex = static_cast<U8>(row.next(6));
     hit.l3LagIndex = static_cast<U16>(row.next(6));
-    return hit;
+    return true;
   };
-  return search<NatHit>(chip_.find("NatDynMatch", instance, 0), polynomials10, 10, hashed, answer);
+  SimulatedSwitch::Table* table = chip_.find("NatDynMatch", instance, 0);
+  const auto index = search("NatDynMatch", table, polynomials10, 10, hashed, match);
+  if (!index) return std::nullopt;
+  table->hit(*index) = 1;
+  return hit;
 }
 
 /// Connections come before addresses; of the static kinds, those with a port before those without,
 /// and the source before the destination.
 std::optional<FlowHit> DataPath::flow(const Flow& flow) {
   NatMatchKey key;
-  key.proto = flow.proto();
+  key.proto = flow.protoClass();
   key.srcIp = flow.srcIp();
   key.dstIp = flow.dstIp();
   key.sport = flow.sport();
@@ -119,14 +107,18 @@ std::optional<FlowHit> DataPath::flow(const Flow& flow) {
   }
   if (!match) return std::nullopt;
   hit.match = *match;
+  // A row without an entry holds zeros, and there is no flow that is to get those.
   const auto rewrite = natRewrite(flow.egressPort() & ~1u, match->natRewriteId());
-  if (rewrite) hit.rewrite = *rewrite;
+  if (rewrite && *rewrite != NatRewriteHit{}) {
+    hit.rewrite = rewrite;
+  } else {
+    refuse("the row of the port's pair holds no rewrite");
+  }
   return hit;
 }
 
 std::optional<NatRewriteHit> DataPath::natRewrite(U32 basePort, U32 index) {
-  const SimulatedSwitch::Table* table = chip_.find("NatRewrite", 0, 0);
-  const U32* words = table ? table->row(basePort / 2 * 4096 + index) : nullptr;
+  const U32* words = rowAt("NatRewrite", 0, basePort / 2 * 4096 + index);
   if (!words) return std::nullopt;
   return NatRewriteHit{Ipnet::IpAddr(words[0]), static_cast<U16>(words[1] & 0xffff),
                        static_cast<U16>(words[1] >> 16)};
@@ -135,19 +127,23 @@ std::optional<NatRewriteHit> DataPath::natRewrite(U32 basePort, U32 index) {
 std::optional<CounterHit> DataPath::aclCounter(U32 pipeline, U16 key) {
   Bits hashed;
   hashed.append(key, 16);
-  const auto answer = [&](Bits row) -> std::optional<CounterHit> {
+  CounterHit hit;
+  const auto match = [&](Bits row) {
     // There is no valid bit: a row that is all zero holds nothing.
-    if (Bits(row).next(18) == 0 || row.next(5) != key >> 11) return std::nullopt;
-    return CounterHit{static_cast<U16>(row.next(12))};
+    if (Bits(row).next(18) == 0 || row.next(5) != key >> 11) return false;
+    hit.counterIndex = static_cast<U16>(row.next(12));
+    return true;
   };
-  return search<CounterHit>(chip_.find("AclIndirectCounterHash", pipeline, 0), polynomials11, 11,
-                            hashed, answer);
+  const SimulatedSwitch::Table* table = chip_.find("AclIndirectCounterHash", pipeline, 0);
+  if (!search("AclIndirectCounterHash", table, polynomials11, 11, hashed, match)) {
+    return std::nullopt;
+  }
+  return hit;
 }
 
 std::optional<FloodArpHit> DataPath::l3FloodArp(U32 floodId) {
   // The lookup memory of the first egress processor: each pair of words filled one of its rows.
-  const SimulatedSwitch::Table* table = chip_.find("L3FloodArp", 0, 0);
-  const U32* words = table ? table->row(floodId) : nullptr;
+  const U32* words = rowAt("L3FloodArp", 0, floodId);
   if (!words) return std::nullopt;
   const auto memory = [&](U32 row) -> std::optional<U32> {
     for (int pair = 0; pair < 4; ++pair) {
@@ -166,15 +162,13 @@ std::optional<FloodArpHit> DataPath::l3FloodArp(U32 floodId) {
 }
 
 std::optional<PortMaskHit> DataPath::l3FloodBitmap(U32 floodId) {
-  const SimulatedSwitch::Table* table = chip_.find("L3FloodBitmap", 0, 0);
-  const U32* words = table ? table->row(floodId) : nullptr;
+  const U32* words = rowAt("L3FloodBitmap", 0, floodId);
   if (!words) return std::nullopt;
   return PortMaskHit{VelaSwitch::IngressPortMask(Bits(words, 2).next(profile_.ports()))};
 }
 
 std::optional<L3LagHit> DataPath::l3Lag(U32 index) {
-  const SimulatedSwitch::Table* table = chip_.find("L3Lag", 0, 0);
-  const U32* words = table ? table->row(index) : nullptr;
+  const U32* words = rowAt("L3Lag", 0, index);
   if (!words) return std::nullopt;
   Bits row(words, 2);
   const VelaSwitch::IngressPortMask mask(row.next(profile_.ports() + 1));

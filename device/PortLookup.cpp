@@ -17,15 +17,10 @@ U32 DataPath::layer2Table(U32 port) const {
   return profile_.portToIngressPipeId(port) / profile_.fields().pipesPerL2Table();
 }
 
-const U32* DataPath::portRow(const char* family, U32 table, U32 port) {
-  const SimulatedSwitch::Table* memory = chip_.find(family, 0, table);
-  return memory && port <= memory->lastIndex ? memory->row(port) : nullptr;
-}
-
 /// The port's row in its own layer-2 processor, if its control word selects the port.
 const U32* DataPath::selectedRow(const char* family, U32 port, U32 controlWord, U32 fixedBits) {
   const U32 table = layer2Table(port);
-  const U32* words = portRow(family, table, port);
+  const U32* words = rowAt(family, table, port);
   if (!words) return nullptr;
   U32 first = port;
   for (const auto& pipe : profile_.ingressPipeRangeInfos()) {
@@ -33,12 +28,18 @@ const U32* DataPath::selectedRow(const char* family, U32 port, U32 controlWord, 
       first = std::min(first, pipe.firstPort());
     }
   }
-  return words[controlWord] == (fixedBits | 1u << (port - first) % 32) ? words : nullptr;
+  if (words[controlWord] == (fixedBits | 1u << (port - first) % 32)) return words;
+  refuse("its control word selects another port");
+  return nullptr;
 }
 
 std::optional<FloodSetHit> DataPath::floodSet(Bridging::VlanId vid) {
-  const U32* words = portRow("FloodSet", 0, vid.value());
-  if (!words || words[4] != (1u << 15 | vid.value())) return std::nullopt;
+  const U32* words = rowAt("FloodSet", 0, vid.value());
+  if (!words) return std::nullopt;
+  if (words[4] != (1u << 15 | vid.value())) {
+    refuse("its control word selects another VLAN");
+    return std::nullopt;
+  }
   Bits row(words, 4);
   const U64 unicast = row.next(profile_.ports());
   return FloodSetHit{unicast, row.next(profile_.ports())};
@@ -53,8 +54,8 @@ std::optional<PortMaskHit> DataPath::flood(Bridging::VlanId vid, U32 port, bool 
 }
 
 std::optional<NativeVlanHit> DataPath::nativeVlan(U32 port) {
-  const U32* egress = portRow("NativeVlan", 0, port);
-  const U32* ingress = portRow("NativeVlan", 1, port);
+  const U32* egress = rowAt("NativeVlan", 0, port);
+  const U32* ingress = rowAt("NativeVlan", 1, port);
   if (!egress || !ingress || *egress != *ingress) return std::nullopt;
   Bits row(egress, 1);
   const auto vid = static_cast<U16>(row.next(12));
@@ -64,7 +65,7 @@ std::optional<NativeVlanHit> DataPath::nativeVlan(U32 port) {
 
 std::optional<PortConfigHit> DataPath::portConfig(U32 port) {
   static constexpr const char* modes[] = {"trunk", "access", "qinq", "?"};
-  const U32* words = portRow("PortConfig", 0, port);
+  const U32* words = rowAt("PortConfig", 0, port);
   if (!words) return std::nullopt;
   Bits row(words, 1);
   const std::string mode = modes[row.next(2)];
@@ -73,13 +74,13 @@ std::optional<PortConfigHit> DataPath::portConfig(U32 port) {
 }
 
 std::optional<L2ControlHit> DataPath::l2Control(U32 port) {
-  const U32* words = portRow("L2Control", 0, port);
+  const U32* words = rowAt("L2Control", 0, port);
   if (!words) return std::nullopt;
   return L2ControlHit{(*words & 1) != 0, (*words & 2) != 0, (*words & 4) != 0};
 }
 
 std::optional<LagHashControlHit> DataPath::lagHashControl(U32 port) {
-  const U32* words = portRow("LagHashControl", 0, port);
+  const U32* words = rowAt("LagHashControl", 0, port);
   if (!words) return std::nullopt;
   return LagHashControlHit{(*words & 1) != 0, (*words & 2) != 0, (*words & 4) != 0,
                            static_cast<U8>(*words >> 3 & 63)};
@@ -100,7 +101,7 @@ std::optional<LagGroupHit> DataPath::lagGroup(U32 port) {
 }
 
 std::optional<LagLookUpHit> DataPath::lagLookUp(U32 port) {
-  const U32* words = portRow("LagLookUp", profile_.portToIngressPipeId(port), port);
+  const U32* words = rowAt("LagLookUp", profile_.portToIngressPipeId(port), port);
   if (!words) return std::nullopt;
   return LagLookUpHit{*words};
 }
@@ -119,18 +120,27 @@ std::optional<LagMembershipHit> DataPath::lagMembership(U32 port) {
 /// The pipeline that the frame came in by asks its own copy of every port's buckets.
 std::optional<LagMemberHit> DataPath::lagMember(U32 ingressPort, U32 lagGroupId, U32 bucket) {
   const U32 pipeline = profile_.portToIngressPipeId(ingressPort);
+  bool members = false;
   for (U32 port = 0; port < profile_.ports(); ++port) {
     const auto group = lagGroup(port);
-    if (!group || group->lagGroupId() != lagGroupId) continue;
-    const U32* words = portRow("LagLookUp", pipeline, port);
+    if (!group || group->lagGroupId() != lagGroupId) {
+      refuse("the port is in another group");
+      continue;
+    }
+    members = true;
+    const U32* words = rowAt("LagLookUp", pipeline, port);
     if (words && (words[0] >> bucket & 1) != 0) return LagMemberHit{port};
+    if (words) refuse("the member does not take the bucket");
   }
+  const char* last = members ? "LagLookUp" : "LagGroup";
+  note(last, chip_.find(last, 0, 0), std::nullopt,
+       members ? "no member of the group takes the bucket" : "no port is in the group");
   return std::nullopt;
 }
 
 std::optional<CoppHit> DataPath::copp(U32 table, U32 index) {
-  const U32* interval = portRow("Copp", table, 0);
-  const U32* words = portRow("Copp", table, index);
+  const U32* interval = rowAt("Copp", table, 0);
+  const U32* words = rowAt("Copp", table, index);
   if (!words || !interval) return std::nullopt;
   if (profile_.hwApi() < profile_.fields().scaleFactorVersion()) {
     return CoppHit{*words, *interval, *words, 0u};
@@ -139,7 +149,7 @@ std::optional<CoppHit> DataPath::copp(U32 table, U32 index) {
 }
 
 std::optional<VlanGroupHit> DataPath::vlanGroup(U32 processor, U32 group) {
-  const U32* words = portRow("VlanGroup", 0, processor * 16 + group);
+  const U32* words = rowAt("VlanGroup", 0, processor * 16 + group);
   if (!words) return std::nullopt;
   VlanGroupHit hit;
   for (U32 pair = 0; pair < 4; ++pair) {
@@ -152,7 +162,7 @@ std::optional<VlanGroupHit> DataPath::vlanGroup(U32 processor, U32 group) {
 }
 
 std::optional<MacVlanHit> DataPath::macVlan(U32 index) {
-  const U32* words = portRow("MacVlan", 0, index);
+  const U32* words = rowAt("MacVlan", 0, index);
   if (!words) return std::nullopt;
   Bits row(words, 4);
   MacVlanHit hit;

@@ -1,21 +1,21 @@
 #include <bit>
 #include <optional>
 
-#include "device/Bits.h"
-#include "device/DataPath.h"
+#include "device/Search.h"
 
 namespace VelaDevice {
-namespace {
 
 /// A stage of the route lookup that is found by hash.
-struct HashedStage {
+struct DataPath::HashedStage {
   const char* family;
   U32 base;  ///< Address bits of the key.
   U32 hashedBits;
   U32 hashWidth;
 };
 
-constexpr HashedStage stages[] = {
+namespace {
+
+constexpr DataPath::HashedStage stages[] = {
     {"Lpm32", 30, 35, 12}, {"Lpm29", 27, 41, 12}, {"Lpm26", 24, 29, 12}, {"Lpm23", 21, 26, 10},
     {"Lpm20", 18, 23, 10}, {"Lpm17", 15, 20, 10}, {"Lpm14", 12, 17, 10},
 };
@@ -34,47 +34,7 @@ RouteHit routeHit(U64 nexthop, std::optional<U8> realPrefixLen) {
   return {static_cast<U16>(nexthop & 63), static_cast<U8>(nexthop >> 6), realPrefixLen};
 }
 
-/// Which of the ways' rows holds what `match` accepts; nothing when none does.
-template <std::size_t count, class Match>
-std::optional<U32> search(const SimulatedSwitch::Table& table, const U32 (&polynomials)[count],
-                          U32 hashWidth, const Bits& key, const Match& match) {
-  U32 way = 0;
-  for (const U32 polynomial : polynomials) {
-    const U32 index = (way++ << hashWidth) + shiftRegister(hashWidth, polynomial, key);
-    const U32* words = table.row(index);
-    if (words && match(Bits(words, 4))) return index;
-  }
-  return std::nullopt;
-}
-
-/// The row of a hashed stage that holds the key, and where its cells begin.
-struct StageRow {
-  U32 index;
-  Bits cells;
-};
-
-std::optional<StageRow> stageRow(const SimulatedSwitch::Table& table, const HashedStage& stage,
-                                 U32 vrfBits, U32 vrf, U32 address) {
-  Bits key;
-  key.appendNumber(U64{vrf} << stage.base | address >> (32 - stage.base), stage.hashedBits);
-  const U32 storedBits = stage.base - stage.hashWidth;
-  const bool shared = stage.hashedBits == 41;
-  Bits found;
-  const auto match = [&](Bits row) {
-    if (row.next(storedBits) != address >> (32 - storedBits)) return false;
-    if (row.next(vrfBits) != vrf) return false;
-    if (shared && row.next(sharedStageWidth - storedBits - vrfBits) != 0) return false;
-    if (!row.flag()) return false;
-    found = row;
-    return true;
-  };
-  const auto index = stage.hashWidth == 10 ? search(table, polynomials10, 10, key, match)
-                                           : search(table, polynomials12, 12, key, match);
-  if (!index) return std::nullopt;
-  return StageRow{*index, found};
-}
-
-/// The cells from where the reader stands.
+/// The cell at which the reader stands.
 std::optional<RouteHit> nextCell(Bits& row, U32 longest) {
   const U64 nexthop = row.next(12);
   const U64 shorter = row.next(2);
@@ -84,15 +44,44 @@ std::optional<RouteHit> nextCell(Bits& row, U32 longest) {
 
 }  // namespace
 
+/// The row of a hashed stage that holds the key, and where its cells begin.
+struct DataPath::StageRow {
+  SimulatedSwitch::Table* table;
+  U32 index;
+  Bits cells;
+};
+
+std::optional<DataPath::StageRow> DataPath::stageRow(const HashedStage& stage, U32 vrf,
+                                                     U32 address) {
+  Bits key;
+  key.appendNumber(U64{vrf} << stage.base | address >> (32 - stage.base), stage.hashedBits);
+  const U32 storedBits = stage.base - stage.hashWidth;
+  const bool shared = stage.hashedBits == 41;
+  Bits found;
+  const auto match = [&](Bits row) {
+    if (row.next(storedBits) != address >> (32 - storedBits)) return false;
+    if (row.next(vrfBits()) != vrf) return false;
+    if (shared && row.next(sharedStageWidth - storedBits - vrfBits()) != 0) return false;
+    if (!row.flag()) return false;
+    found = row;
+    return true;
+  };
+  SimulatedSwitch::Table* table = chip_.find(stage.family, 0, 0);
+  const auto index = stage.hashWidth == 10
+                         ? search(stage.family, table, polynomials10, 10, key, match)
+                         : search(stage.family, table, polynomials12, 12, key, match);
+  if (!index) return std::nullopt;
+  return StageRow{table, *index, found};
+}
+
 U32 DataPath::vrfBits() const { return static_cast<U32>(std::bit_width(profile_.vrfs())) - 1; }
 
 std::optional<LpmRowHit> DataPath::lpmRow(std::string_view family, U32 vrf, Ipnet::IpAddr address) {
   for (const HashedStage& stage : stages) {
     if (family != stage.family) continue;
-    SimulatedSwitch::Table* table = chip_.find(family, 0, 0);
-    auto row = table ? stageRow(*table, stage, vrfBits(), vrf, address.number()) : std::nullopt;
+    auto row = stageRow(stage, vrf, address.number());
     if (!row) return std::nullopt;
-    table->hit(row->index) = 1;
+    row->table->hit(row->index) = 1;
     LpmRowHit hit;
     for (int i = 0; i < 4; ++i) hit.cells.value.push_back(nextCell(row->cells, stage.base + 2));
     hit.cpuTrap = row->cells.flag();
@@ -102,12 +91,14 @@ std::optional<LpmRowHit> DataPath::lpmRow(std::string_view family, U32 vrf, Ipne
 }
 
 std::optional<Lpm11Hit> DataPath::lpm11(U32 vrf, Ipnet::IpAddr address) {
-  const SimulatedSwitch::Table* table = chip_.find("Lpm11", 0, 0);
-  const U32* words = table ? table->row(vrf << 11 | address.number() >> 21) : nullptr;
+  const U32* words = rowAt("Lpm11", 0, vrf << 11 | address.number() >> 21);
   if (!words) return std::nullopt;
   Bits row(words, 1);
   const U64 nexthop = row.next(12);
-  if (!row.flag()) return std::nullopt;
+  if (!row.flag()) {
+    refuse("the row is empty");
+    return std::nullopt;
+  }
   Lpm11Hit hit;
   if (profile_.hwApi() >= VelaSwitch::ProfileHwApi{5u, 1u}) {
     hit.cpuTrap = row.flag();
@@ -126,24 +117,26 @@ std::optional<Lpm11Hit> DataPath::lpm11(U32 vrf, Ipnet::IpAddr address) {
 
 std::optional<RouteHit> DataPath::route(U32 vrf, Ipnet::IpAddr address) {
   for (const HashedStage& stage : stages) {
-    SimulatedSwitch::Table* table = chip_.find(stage.family, 0, 0);
-    if (!table) continue;
-    auto row = stageRow(*table, stage, vrfBits(), vrf, address.number());
+    auto row = stageRow(stage, vrf, address.number());
     if (!row) continue;
     row->cells.skip(14 * (address.number() >> (30 - stage.base) & 3));
     const auto cell = nextCell(row->cells, stage.base + 2);
-    if (!cell) continue;
-    table->hit(row->index) = 1;
+    if (!cell) {
+      refuse("the row holds no route that covers the address");
+      continue;
+    }
+    row->table->hit(row->index) = 1;
     return cell;
   }
   const auto first = lpm11(vrf, address);
-  if (!first || first->cellResult().l3LagIndex() == noLag) return std::nullopt;
-  return first->cellResult();
+  if (!first) return std::nullopt;
+  if (first->cellResult().l3LagIndex() != noLag) return first->cellResult();
+  refuse("the row has no next hop");
+  return std::nullopt;
 }
 
 std::optional<MrouteHit> DataPath::sg(const VelaSwitch::MrouteKey& key) {
   SimulatedSwitch::Table* table = chip_.find("SG", 0, 0);
-  if (!table) return std::nullopt;
   const U32 group = key.group().number() & 0x0FFFFFFF;
   Bits hashed;
   hashed.append(group, 28);
@@ -151,7 +144,7 @@ std::optional<MrouteHit> DataPath::sg(const VelaSwitch::MrouteKey& key) {
   hashed.append(key.vlanId().value(), 12);
   const bool wide = profile_.fields().mrouteWideFlags();
   MrouteHit hit;
-  const auto index = search(*table, polynomials13, 13, hashed, [&](Bits row) {
+  const auto index = search("SG", table, polynomials13, 13, hashed, [&](Bits row) {
     if (row.next(15) != group >> 13 || row.next(32) != key.source().number()) return false;
     if (row.next(12) != key.vlanId().value()) return false;
     row.skip(wide ? 1 : 0);
@@ -167,14 +160,13 @@ std::optional<MrouteHit> DataPath::sg(const VelaSwitch::MrouteKey& key) {
 
 std::optional<MrouteHit> DataPath::starG(const VelaSwitch::MrouteKey& key) {
   SimulatedSwitch::Table* table = chip_.find("Lpm29", 0, 0);
-  if (!table) return std::nullopt;
   const U32 group = key.group().number() & 0x0FFFFFFF;
   Bits hashed;
   hashed.appendNumber(1, 1);
   hashed.appendNumber(key.vlanId().value(), 12);
   hashed.appendNumber(group, 28);
   MrouteHit hit;
-  const auto index = search(*table, polynomials12, 12, hashed, [&](Bits row) {
+  const auto index = search("StarG", table, polynomials12, 12, hashed, [&](Bits row) {
     if (row.next(16) != group >> 12 || row.next(12) != key.vlanId().value()) return false;
     const bool multicast = row.flag();
     const bool valid = row.flag();

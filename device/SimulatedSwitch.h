@@ -72,6 +72,9 @@ class VELA_EXPORT SimulatedSwitch : public VelaSwitchApi::RegisterBus {
 
   /// The table of a family's instance and hardware table id, or null.
   Table* find(std::string_view family, U32 instance, VelaSwitchApi::HwTableId id);
+  const Table* find(std::string_view family, U32 instance, VelaSwitchApi::HwTableId id) const {
+    return const_cast<SimulatedSwitch*>(this)->find(family, instance, id);
+  }
   /// The value last written to the register; 0 when none was.
   U32 registerValue(std::string_view path) const;
 
