@@ -95,7 +95,10 @@ TableAdapter& Agent::table(const std::string& name, U32 instance) const {
   if (known) {
     throw InputException("table " + name + " has no instance " + std::to_string(instance));
   }
-  throw InputException("unknown table \"" + name + "\"");
+  std::vector<std::string> names;
+  for (const TableAdapter* adapter : announced_) names.push_back(adapter->name());
+  for (const auto& path : paths_) names.push_back(path->name());
+  throw InputException("unknown table " + quoted(Json(name)) + suggestion(name, names));
 }
 
 HwTableAdapter& Agent::adapterOf(const VelaSwitchApi::SwTable& table) const {
@@ -110,11 +113,24 @@ U64 Agent::programmed() const {
   return routeWriter_ ? count - routeWriter_->programmedCells() : count;
 }
 
-U32 Agent::reconcile() {
-  U32 removed = 0;
-  for (TableAdapter* adapter : announced_) removed += adapter->reconcile();
+void Agent::reconcile(const RemovalListener& removing) {
+  for (TableAdapter* adapter : announced_) {
+    adapter->reconcile([&](const Json& key) {
+      if (removing) removing(*adapter, key);
+    });
+  }
   settle();
-  return removed;
+}
+
+std::vector<Json> Agent::routesAt(const TableAdapter& table, const Json& key) const {
+  std::vector<Json> keys;
+  const auto* hardware = routes_ ? table.hardware() : nullptr;
+  if (!hardware || !routes_->fills(hardware->table())) return keys;
+  const auto at = fromJson<VelaSwitch::LpmKey>(key);
+  for (const auto& route : routeWriter_->routesAt(hardware->table(), at)) {
+    keys.push_back(toJson(route));
+  }
+  return keys;
 }
 
 }  // namespace VelaAgent

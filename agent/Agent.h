@@ -41,6 +41,7 @@ class Agent {
   Recorder& recorder() { return recorder_; }
   const Recorder& recorder() const { return recorder_; }
   VelaDevice::SimulatedSwitch& chip() { return chip_; }
+  const VelaDevice::SimulatedSwitch& chip() const { return chip_; }
   VelaDevice::DataPath& dataPath() { return dataPath_; }
 
   /// The tables that have rows in hardware.
@@ -70,8 +71,12 @@ class Agent {
   void desireBegin();
   void desireEnd();
 
-  /// Removes what was rebuilt from hardware and not announced since; returns how many entries.
-  U32 reconcile();
+  /// Removes what was rebuilt from hardware and not announced since, after a word on each.
+  using RemovalListener = std::function<void(TableAdapter&, const Json& key)>;
+  void reconcile(const RemovalListener& removing = nullptr);
+
+  /// The keys of the whole routes that stand for the entry of a level; none for other entries.
+  std::vector<Json> routesAt(const TableAdapter& table, const Json& key) const;
 
  private:
   void makeRoutes();
@@ -85,7 +90,7 @@ class Agent {
   std::unique_ptr<RouteWriter> routeWriter_;
   std::unique_ptr<RouteAdapter> routes_;
   std::vector<TableAdapter*> announced_;
-  std::vector<std::unique_ptr<PathAdapter>> paths_ = makePaths();
+  std::vector<std::unique_ptr<PathAdapter>> paths_ = makePaths(*this);
 };
 
 }  // namespace VelaAgent

@@ -2,8 +2,15 @@
 
 #include <algorithm>
 #include <initializer_list>
+#include <utility>
+
+#include "agent/Explain.h"
+#include "agent/TableAudit.h"
 
 namespace VelaAgent {
+
+using VelaDevice::DataPath;
+
 namespace {
 
 const Json& member(const Json& event, const char* name) {
@@ -37,6 +44,22 @@ std::string count(U64 number, const char* one, const char* several) {
 
 std::string rows(U64 number) { return count(number, "row", "rows"); }
 
+/// An entry as the headline of a story.
+std::string eventText(const TableAdapter& table, const Json& key) {
+  std::string text = table.name();
+  if (table.instance() != 0) text += "/" + std::to_string(table.instance());
+  return text + " " + key.dump();
+}
+
+/// That an entry is programmed, and where.
+std::string placeText(TableAdapter& table, const Json& key) {
+  const HwTableAdapter* hardware = table.hardware();
+  const auto place = hardware ? hardware->place(key) : std::nullopt;
+  if (!place || !place->location) return "programmed";
+  return "programmed in way " + std::to_string(place->location->way) + ", row " +
+         std::to_string(place->location->row);
+}
+
 }  // namespace
 
 bool meets(const Json& actual, const Json& expected) {
@@ -62,10 +85,15 @@ void EventRunner::apply(const std::string& line) {
   Json event;
   try {
     event = Json::parse(line);
-  } catch (const Json::parse_error&) {
-    throw InputException("not a JSON object");
+  } catch (const Json::parse_error& error) {
+    throw InputException("not a JSON object: column " + std::to_string(error.byte) + " of " +
+                         quoted(line));
   }
-  if (!event.is_object()) throw InputException("not a JSON object");
+  if (!event.is_object()) throw InputException("not a JSON object: " + quoted(line));
+  apply(event);
+}
+
+void EventRunner::apply(const Json& event) {
   const Json& op = member(event, "op");
   static constexpr struct {
     const char* name;
@@ -80,14 +108,77 @@ void EventRunner::apply(const std::string& line) {
     if (desiresOnly_ && op != "set" && op != "del") return;
     try {
       (this->*operation.handle)(event);
-      agent_.settle();
     } catch (...) {
       --number_;
       throw;
     }
+    agent_.settle();
+    tellAdmitted();
     return;
   }
-  throw InputException("unknown op " + op.dump());
+  std::vector<std::string> names;
+  for (const auto& operation : operations) names.push_back(operation.name);
+  const std::string name = op.is_string() ? op.get<std::string>() : std::string();
+  throw InputException("unknown op " + quoted(op) + suggestion(name, names));
+}
+
+EventRunner::EventRunner(Agent& agent) : agent_(agent) {
+  for (TableAdapter* table : agent_.announced()) {
+    table->admissionListenerIs(
+        [this, table](const Json& key) { admitted_.emplace_back(table, key); });
+  }
+}
+
+EventRunner::~EventRunner() {
+  for (TableAdapter* table : agent_.announced()) table->admissionListenerIs(nullptr);
+}
+
+U64 EventRunner::refused() const {
+  U64 count = 0;
+  for (const TableAdapter* table : agent_.announced()) count += table->refused();
+  return count;
+}
+
+void EventRunner::complete() {
+  agent_.complete();
+  tellAdmitted();
+}
+
+U64 EventRunner::reconcile() {
+  U64 removed = 0;
+  TableAdapter* last = nullptr;
+  Json key;
+  U64 writesBefore = 0;
+  const auto writes = [&] { return agent_.recorder().rowWrites(); };
+  const auto tellLast = [&] {
+    if (!last || !story_) return;
+    story_("reconcile: del " + eventText(*last, key),
+           "removed; wrote " + rows(writes() - writesBefore));
+  };
+  agent_.reconcile([&](TableAdapter& table, const Json& removing) {
+    tellLast();
+    ++removed;
+    last = &table;
+    key = removing;
+    writesBefore = writes();
+  });
+  tellLast();
+  tellAdmitted();
+  return removed;
+}
+
+/// Entries that were refused and came in since are told as what they are, events of their own.
+void EventRunner::tellAdmitted() {
+  for (const auto& [table, key] : std::exchange(admitted_, {})) {
+    ++admissions_;
+    if (story_) story_("comes in: " + eventText(*table, key), placeText(*table, key));
+    if (!result_) continue;
+    Json line = {{"op", "admitted"}, {"table", table->name()}};
+    if (table->instance() != 0) line["instance"] = table->instance();
+    line["key"] = key;
+    line["status"] = VelaSwitchApi::nameOf(EntryProgrammedStatus::programmed);
+    result_(line);
+  }
 }
 
 void EventRunner::tell(const Json& event, const std::string& outcome) const {
@@ -115,13 +206,18 @@ HwTableAdapter& EventRunner::hardwareOf(const Json& event) const {
   return *hardware;
 }
 
-/// The key of an entry in the way; one of another table's says whose it is.
-Json EventRunner::competitorKey(const TableAdapter& table,
-                                const TableAdapter::Competitor& competitor) const {
+/// What stands in the row of a competitor, as it was announced: several routes may share one. What
+/// another table announced says whose it is.
+std::vector<Json> EventRunner::announcedAt(const TableAdapter& table,
+                                           const TableAdapter::Competitor& competitor) const {
   const HwTableAdapter& owner = agent_.adapterOf(*competitor.table);
   Json key = owner.keyAt(competitor.index);
-  if (table.fills(*competitor.table)) return key;
-  return {{"table", owner.name()}, {"key", std::move(key)}};
+  if (table.fills(*competitor.table)) {
+    const std::vector<Json> routes = agent_.routesAt(owner, key);
+    if (!routes.empty()) return routes;
+  }
+  if (&owner == &table) return {std::move(key)};
+  return {{{"table", owner.name()}, {"key", std::move(key)}}};
 }
 
 Json EventRunner::resultLine(const Json& event, const TableAdapter& table) const {
@@ -140,6 +236,12 @@ void EventRunner::set(const Json& event) {
   const U64 writesBefore = agent_.recorder().rowWrites();
   const EntryProgrammedStatus status =
       table.set(key, result == event.end() ? Json(nullptr) : *result);
+  agent_.settle();
+  ++announcements_;
+  if (table.announcedBefore()) {
+    ++repeats_;
+    if (warnOfRepeats_ && warn_) warn_("announced before; this one counts");
+  }
   if (warn_) {
     for (const std::string& warning : table.warnings()) warn_(warning);
   }
@@ -150,13 +252,7 @@ void EventRunner::set(const Json& event) {
   if (!story_) return;
   const U64 moves = table.moves() - movesBefore;
   const U64 writes = agent_.recorder().rowWrites() - writesBefore;
-  std::string sentence = "programmed";
-  if (HwTableAdapter* hardware = table.hardware()) {
-    if (const auto place = hardware->place(key); place && place->location) {
-      sentence += " in way " + std::to_string(place->location->way) + ", row " +
-                  std::to_string(place->location->row);
-    }
-  }
+  std::string sentence = placeText(table, key);
   if (moves > 0)
     sentence += ", after moving " + count(moves, "entry", "entries") + " out of the way";
   sentence += writes == 0 ? "; hardware already held that" : "; wrote " + rows(writes);
@@ -165,32 +261,54 @@ void EventRunner::set(const Json& event) {
 
 void EventRunner::refuse(const Json& event, const TableAdapter& table,
                          EntryProgrammedStatus status) {
-  ++refused_;
+  ++refusals_;
   if (!result_ && !story_) return;
   Json line = resultLine(event, table);
   line["status"] = VelaSwitchApi::nameOf(status);
   std::string sentence = std::string("not programmed: ") + VelaSwitchApi::nameOf(status);
   if (status == EntryProgrammedStatus::tableFull) {
     const auto competing = table.competing(event["key"]);
-    line["competing"] = {{"entries", competing.size() + 1}, {"rows", competing.size()}};
-    if (explain_) {
-      Json& keys = line["competing"]["keys"] = Json::array();
-      for (const auto& competitor : competing) keys.push_back(competitorKey(table, competitor));
-    }
+    line["competing"] = competingLine(competing.size() + 1);
+    const auto level = table.levelOf(event["key"]);
+    if (level) line["competing"]["level"] = *level;
+    if (explain_) explainRefusal(table, competing, line["competing"]);
     sentence += "; it and " + count(competing.size(), "other", "others") + " have only " +
-                rows(competing.size()) + " between them";
+                rows(competing.size()) + " between them" + (level ? " in " + *level : "");
   }
   tell(event, sentence);
   if (result_) result_(line);
 }
 
+/// The entries in the way, and what has to go for the refused one to come in: each row's entries
+/// make room for one more.
+void EventRunner::explainRefusal(const TableAdapter& table,
+                                 const std::vector<TableAdapter::Competitor>& competing,
+                                 Json& line) const {
+  Json keys = Json::array();
+  Json withdraw = Json::array();
+  for (const auto& competitor : competing) {
+    const std::vector<Json> announced = announcedAt(table, competitor);
+    for (const Json& key : announced) keys.push_back(key);
+    withdraw.push_back(announced);
+  }
+  line["keys"] = std::move(keys);
+  line["withdraw"] = std::move(withdraw);
+}
+
 void EventRunner::del(const Json& event) {
   allow(event, {"op", "table", "instance", "key"});
   const U64 writesBefore = agent_.recorder().rowWrites();
-  tableOf(event).del(member(event, "key"));
-  if (story_) {
-    tell(event, "removed; wrote " + rows(agent_.recorder().rowWrites() - writesBefore));
+  const bool known = tableOf(event).del(member(event, "key"));
+  agent_.settle();
+  if (!story_) return;
+  const U64 writes = agent_.recorder().rowWrites() - writesBefore;
+  std::string sentence = known ? "removed" : "there is no such entry";
+  if (known || writes != 0) sentence += "; wrote " + rows(writes);
+  if (!admitted_.empty()) {
+    sentence +=
+        ", with those of " + count(admitted_.size(), "entry that comes in", "entries that come in");
   }
+  tell(event, sentence);
 }
 
 void EventRunner::hit(const Json& event) {
@@ -198,11 +316,33 @@ void EventRunner::hit(const Json& event) {
   TableAdapter& table = tableOf(event);
   const Json& at = member(event, "at");
   const auto time = fromJson<Orb::Seconds>(at);
-  const Json found = table.lookup(agent_.dataPath(), member(event, "key"));
+  DataPath::Steps steps;
+  const Json found = lookup(table, member(event, "key"), steps);
   const bool polled = table.pollHitBits(time);
+  const auto reported = [&] {
+    const auto step =
+        std::find_if(steps.begin(), steps.end(), [](const auto& each) { return !each.refusal; });
+    const HwTableAdapter* hit = step == steps.end() ? nullptr : askedTable(agent_, *step);
+    return hit && hit->reportsHits();
+  };
   tell(event, found.is_null() ? "nothing there to hit"
+              : !reported()   ? "hit, but rows of this table have no hit bits: nothing is reported"
               : polled        ? "hit at " + at.dump() + " s"
                               : "hit, but the poll failed");
+}
+
+/// What the data path finds, and by which tables.
+Json EventRunner::lookup(const TableAdapter& table, const Json& key, DataPath::Steps& steps) {
+  DataPath& dataPath = agent_.dataPath();
+  dataPath.stepsIs(&steps);
+  try {
+    Json hit = table.lookup(dataPath, key);
+    dataPath.stepsIs(nullptr);
+    return hit;
+  } catch (...) {
+    dataPath.stepsIs(nullptr);
+    throw;
+  }
 }
 
 Json findingLine(const RowFinding& finding) {
@@ -257,13 +397,20 @@ void EventRunner::sync(const Json& event) {
                {"inconsistent", inconsistent},
                {"missing", missing},
                {"unexpected", unexpected}};
+  const std::vector<Waiting> waiting = waitingEntries(agent_, table);
+  Json& waitingLines = line["waiting"] = Json::array();
+  for (const Waiting& each : waiting) waitingLines.push_back(waitingLine(each));
+  const std::vector<Json> disagreeing = disagreeingKeys(table, table.findings());
+  if (!disagreeing.empty()) line["disagreeing"] = disagreeing;
   if (!corrupt.empty()) line["corrupt"] = corrupt;
   if (!differences.empty()) line["differences"] = differences;
   if (!unreadable.empty()) line["unreadable"] = unreadable;
   tell(event,
        "audited: " + count(inconsistent.size(), "inconsistent entry", "inconsistent entries") +
            ", " + std::to_string(missing.size()) + " missing, " +
-           count(unexpected.size(), "unexpected row", "unexpected rows"));
+           count(unexpected.size(), "unexpected row", "unexpected rows") + ", " +
+           std::to_string(waiting.size()) + " waiting, " + std::to_string(disagreeing.size()) +
+           " with copies that disagree");
   if (result_) result_(line);
 }
 
@@ -300,9 +447,20 @@ void EventRunner::lookup(const Json& event) {
   allow(event, {"op", "table", "instance", "key", "expect"});
   TableAdapter& table = tableOf(event);
   Json line = resultLine(event, table);
-  line["hit"] = table.lookup(agent_.dataPath(), member(event, "key"));
+  DataPath::Steps steps;
+  line["hit"] = lookup(table, member(event, "key"), steps);
+  const Json end = endOf(steps);
+  if (!end.is_null()) line["ended"] = end;
+  if (explain_) {
+    Json& explanation = line["explain"] = {{"asked", describeSteps(agent_, steps)}};
+    table.explain(agent_.dataPath(), event["key"], line["hit"], explanation);
+  }
   std::string sentence =
       line["hit"].is_null() ? "the data path finds nothing" : "the data path finds it";
+  if (!end.is_null()) {
+    sentence +=
+        "; it ends at " + end["table"].get<std::string>() + ": " + end["why"].get<std::string>();
+  }
   if (const auto expected = event.find("expect"); expected != event.end()) {
     const bool met = meets(line["hit"], *expected);
     line["met"] = met;
@@ -322,7 +480,8 @@ void EventRunner::fail(const Json& event) {
   const U32 reads = number(event, "reads", 0);
   agent_.chip().failWritesIs(writes);
   agent_.chip().failReadsIs(reads);
-  tell(event, "the next " + count(writes, "row write", "row writes") + " will fail");
+  tell(event, "the next " + count(writes, "row write", "row writes") + " and " +
+                  count(reads, "row read", "row reads") + " will fail");
 }
 
 }  // namespace VelaAgent

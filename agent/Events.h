@@ -22,7 +22,10 @@ class EventRunner {
   using StoryListener = std::function<void(const std::string& event, const std::string& outcome)>;
 
   /// `agent` must be started and outlive the runner.
-  explicit EventRunner(Agent& agent) : agent_(agent) {}
+  explicit EventRunner(Agent& agent);
+  ~EventRunner();
+  EventRunner(const EventRunner&) = delete;
+  EventRunner& operator=(const EventRunner&) = delete;
 
   /// Takes what is odd about an event that was applied all the same.
   using WarningListener = std::function<void(const std::string&)>;
@@ -33,17 +36,34 @@ class EventRunner {
   /// Whether events other than announcements and withdrawals are passed over: what is left says
   /// what is desired.
   void desiresOnlyIs(bool only) { desiresOnly_ = only; }
-  /// Whether a refusal lists the keys of the entries that it competes with.
+  /// Whether a refusal lists what it competes with, and a lookup the tables that it asked.
   void explainIs(bool explain) { explain_ = explain; }
 
   /// Applies one event. Throws InputException, Orb::RangeException or Orb::TextException when it is
   /// not a valid one; nothing is applied then.
   void apply(const std::string& line);
+  void apply(const Json& event);
+
+  /// After a restart, all that is desired was told; see Agent::complete().
+  void complete();
+  /// Removes what was rebuilt and not announced, each as an event of its own. Returns how many
+  /// entries went.
+  U64 reconcile();
+
+  /// Whether a second announcement of a key gets a warning; all are counted.
+  void warnOfRepeatsIs(bool warn) { warnOfRepeats_ = warn; }
 
   /// The number of the event being applied, from 1; 0 before the first.
   U64 eventNumber() const { return number_; }
-  /// Announcements that left their entry unprogrammed.
-  U64 refused() const { return refused_; }
+  /// Entries announced, those that were announced before and had not gone since counted again.
+  U64 announcements() const { return announcements_; }
+  U64 repeats() const { return repeats_; }
+  /// Announcements that left their entry unprogrammed, and how many of those entries came in later
+  /// without another one.
+  U64 refusals() const { return refusals_; }
+  U64 admissions() const { return admissions_; }
+  /// Entries that were refused and that hardware still does not have.
+  U64 refused() const;
   /// Lookups whose expectation was not met.
   U64 unmet() const { return unmet_; }
 
@@ -58,7 +78,12 @@ class EventRunner {
 
   TableAdapter& tableOf(const Json& event) const;
   HwTableAdapter& hardwareOf(const Json& event) const;
-  Json competitorKey(const TableAdapter& table, const TableAdapter::Competitor& competitor) const;
+  Json lookup(const TableAdapter& table, const Json& key, VelaDevice::DataPath::Steps& steps);
+  std::vector<Json> announcedAt(const TableAdapter& table,
+                                const TableAdapter::Competitor& competitor) const;
+  void explainRefusal(const TableAdapter& table,
+                      const std::vector<TableAdapter::Competitor>& competing, Json& line) const;
+  void tellAdmitted();
   Json resultLine(const Json& event, const TableAdapter& table) const;
   void refuse(const Json& event, const TableAdapter& table, EntryProgrammedStatus status);
   void tell(const Json& event, const std::string& outcome) const;
@@ -69,8 +94,13 @@ class EventRunner {
   WarningListener warn_;
   bool explain_ = false;
   bool desiresOnly_ = false;
+  bool warnOfRepeats_ = false;
+  U64 announcements_ = 0;
+  U64 repeats_ = 0;
   U64 number_ = 0;
-  U64 refused_ = 0;
+  U64 refusals_ = 0;
+  U64 admissions_ = 0;
+  std::vector<std::pair<TableAdapter*, Json>> admitted_;  ///< By the event being applied.
   U64 unmet_ = 0;
 };
 

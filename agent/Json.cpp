@@ -1,19 +1,71 @@
 #include "agent/Json.h"
 
+#include <algorithm>
+#include <cctype>
+#include <numeric>
+
 namespace VelaAgent {
+
+std::string quoted(const std::string& text) {
+  constexpr std::size_t longest = 120;
+  if (text.size() <= longest) return text;
+  static const std::string rest = "…";
+  std::size_t end = longest - rest.size();
+  // Not amid a character.
+  while (end > 0 && (static_cast<U8>(text[end]) & 0xC0) == 0x80) --end;
+  return text.substr(0, end) + rest;
+}
+
+std::string quoted(const Json& json) { return quoted(json.dump()); }
+
+namespace {
+
+/// How many letters have to change, at least.
+std::size_t distance(std::string_view a, std::string_view b) {
+  std::vector<std::size_t> row(b.size() + 1);
+  std::iota(row.begin(), row.end(), std::size_t{0});
+  const auto lower = [](char c) { return std::tolower(static_cast<unsigned char>(c)); };
+  for (std::size_t i = 1; i <= a.size(); ++i) {
+    std::size_t diagonal = std::exchange(row[0], i);
+    for (std::size_t j = 1; j <= b.size(); ++j) {
+      const std::size_t changed = diagonal + (lower(a[i - 1]) == lower(b[j - 1]) ? 0 : 1);
+      diagonal = row[j];
+      row[j] = std::min({changed, row[j] + 1, row[j - 1] + 1});
+    }
+  }
+  return row.back();
+}
+
+}  // namespace
+
+std::string suggestion(std::string_view name, const std::vector<std::string>& names) {
+  if (name.size() > 40) return {};
+  const std::string* best = nullptr;
+  // Two letters that changed places are two changes.
+  std::size_t least = 1 + (name.size() < 4 ? 1 : std::max<std::size_t>(2, name.size() / 3));
+  for (const std::string& each : names) {
+    const std::size_t changes = distance(name, each);
+    if (changes >= least) continue;
+    least = changes;
+    best = &each;
+  }
+  return best ? " (did you mean " + *best + "?)" : "";
+}
 
 U64 numberFromJson(const Json& json, U64 max) {
   if (json.is_string()) {
     const std::string& text = json.get_ref<const std::string&>();
     Orb::TextCursor cursor(text);
     const U64 value = Orb::parseNumber(cursor, max);
-    if (!cursor.rest().empty()) throw InputException("\"" + text + "\" is not a number");
+    if (!cursor.rest().empty()) throw InputException(quoted(json) + " is not a number");
     return value;
   }
-  if (!json.is_number_integer()) throw InputException("expected a number, not " + json.dump());
-  if (!json.is_number_unsigned() && json < 0) throw InputException(json.dump() + " is below 0");
+  if (!json.is_number_integer()) throw InputException("expected a number, not " + quoted(json));
+  if (!json.is_number_unsigned() && json < 0) throw ValueException(quoted(json), "it is below 0");
   const U64 value = json.get<U64>();
-  if (value > max) throw InputException(json.dump() + " is above " + std::to_string(max));
+  if (value > max) {
+    throw ValueException(quoted(json), "allowed are 0 to " + std::to_string(max));
+  }
   return value;
 }
 

@@ -27,6 +27,21 @@ class InputException : public std::runtime_error {
   using runtime_error::runtime_error;
 };
 
+/// A value that its field cannot have: what it is, and why not.
+class ValueException : public InputException {
+ public:
+  ValueException(const std::string& value, const std::string& why)
+      : InputException(value + ": " + why) {}
+};
+
+/// Text for a message: JSON as it was written, cut to what a line can take.
+std::string quoted(const Json& json);
+std::string quoted(const std::string& text);
+
+/// What a name was probably meant to be: " (did you mean …?)" with the nearest of the names, or
+/// nothing when none is near.
+std::string suggestion(std::string_view name, const std::vector<std::string>& names);
+
 /// A number, or a text with a number ("0x" for hexadecimal), of at most `max`.
 U64 numberFromJson(const Json& json, U64 max);
 /// "0x" and at least `digits` hexadecimal digits.
@@ -104,6 +119,8 @@ void fieldsFromJson(const Json& json, T& value, std::set<std::string>& known) {
     if (at == json.end()) return;
     try {
       fromJson(*at, field.value);
+    } catch (const ValueException& error) {
+      throw InputException(name + " " + error.what());
     } catch (const std::exception& error) {
       throw InputException(name + ": " + error.what());
     }
@@ -111,18 +128,33 @@ void fieldsFromJson(const Json& json, T& value, std::set<std::string>& known) {
 }
 
 template <class T>
+T rangedFromJson(const Json& json) {
+  // A negative number is below every range: let the type say so in its own words.
+  const bool negative = json.is_number_integer() && !json.is_number_unsigned() && json < 0;
+  const U64 number = negative ? ~U64{0} : numberFromJson(json, ~U64{0});
+  try {
+    return T(number);
+  } catch (const Orb::RangeException& error) {
+    throw ValueException(quoted(json), Orb::text("allowed are ", T::lowest, " to ", T::highest,
+                                                 " (", error.what(), ")"));
+  }
+}
+
+template <class T>
 void structFromJson(const Json& json, T& value) {
-  if (!json.is_object()) throw InputException("expected an object, not " + json.dump());
+  if (!json.is_object()) throw InputException("expected an object, not " + quoted(json));
   std::set<std::string> known;
   fieldsFromJson(json, value, known);
   for (const auto& [name, unused] : json.items()) {
-    if (!known.contains(name)) throw InputException("unknown field \"" + name + "\"");
+    if (known.contains(name)) continue;
+    throw InputException("unknown field " + quoted(Json(name)) +
+                         suggestion(name, {known.begin(), known.end()}));
   }
 }
 
 template <class T>
 void pipeMapFromJson(const Json& json, VelaSwitch::PipeMap<T>& map) {
-  if (!json.is_object()) throw InputException("expected {\"pipe\": value}, not " + json.dump());
+  if (!json.is_object()) throw InputException("expected {\"pipe\": value}, not " + quoted(json));
   for (const auto& [pipe, entry] : json.items()) {
     T value{};
     fromJson(entry, value);
@@ -186,28 +218,26 @@ template <class T>
 void fromJson(const Json& json, T& value) {
   if constexpr (std::same_as<T, bool>) {
     if (!json.is_boolean() && json != 0 && json != 1) {
-      throw InputException("expected true or false, not " + json.dump());
+      throw InputException("expected true or false, not " + quoted(json));
     }
     value = json.is_boolean() ? json.get<bool>() : json == 1;
   } else if constexpr (std::same_as<T, std::string>) {
-    if (!json.is_string()) throw InputException("expected a text, not " + json.dump());
+    if (!json.is_string()) throw InputException("expected a text, not " + quoted(json));
     value = json.get<std::string>();
   } else if constexpr (std::floating_point<T>) {
-    if (!json.is_number()) throw InputException("expected a number, not " + json.dump());
+    if (!json.is_number()) throw InputException("expected a number, not " + quoted(json));
     value = json.get<T>();
   } else if constexpr (std::integral<T>) {
     value = static_cast<T>(numberFromJson(json, static_cast<T>(~T{0})));
   } else if constexpr (std::same_as<T, VelaSwitch::IngressPortMask>) {
     value = VelaSwitch::IngressPortMask(numberFromJson(json, ~U64{0}));
   } else if constexpr (std::same_as<T, Orb::Seconds>) {
-    if (!json.is_number()) throw InputException("expected seconds, not " + json.dump());
+    if (!json.is_number()) throw InputException("expected seconds, not " + quoted(json));
     value = Orb::Seconds(json.get<double>());
   } else if constexpr (Orb::IsRanged<T>) {
-    // A negative number is below every range: let the type say so in its own words.
-    const bool negative = json.is_number_integer() && !json.is_number_unsigned() && json < 0;
-    value = T(negative ? ~U64{0} : numberFromJson(json, ~U64{0}));
+    value = detail::rangedFromJson<T>(json);
   } else if constexpr (std::same_as<T, VelaSwitch::ChipPortMap>) {
-    if (!json.is_array()) throw InputException("expected a list of ports, not " + json.dump());
+    if (!json.is_array()) throw InputException("expected a list of ports, not " + quoted(json));
     value = {};
     for (const Json& port : json) {
       VelaSwitch::ChipPortId id;
@@ -216,21 +246,24 @@ void fromJson(const Json& json, T& value) {
     }
   } else if constexpr (detail::isPipeMap<T>) {
     detail::pipeMapFromJson(json, value);
+  } else if constexpr (detail::isOptional<T>) {
+    value.reset();
+    if (!json.is_null()) fromJson(json, value.emplace());
   } else if constexpr (detail::isVector<T>) {
-    if (!json.is_array()) throw InputException("expected a list, not " + json.dump());
+    if (!json.is_array()) throw InputException("expected a list, not " + quoted(json));
     value.clear();
     for (const Json& element : json) fromJson(element, value.emplace_back());
   } else if constexpr (detail::isArray<T>) {
     if (!json.is_array() || json.size() > value.size()) {
       throw InputException("expected a list of at most " + std::to_string(value.size()) + ", not " +
-                           json.dump());
+                           quoted(json));
     }
     value = T{};
     for (std::size_t i = 0; i < json.size(); ++i) fromJson(json[i], value[i]);
 
   } else if constexpr (detail::Version<T>) {
     if (!json.is_array() || json.size() != 2) {
-      throw InputException("expected [major, minor], not " + json.dump());
+      throw InputException("expected [major, minor], not " + quoted(json));
     }
     fromJson(json[0], value.major.value);
     fromJson(json[1], value.minor.value);
@@ -238,8 +271,8 @@ void fromJson(const Json& json, T& value) {
     Orb::forEachField(value, [&](auto& field) {
       try {
         fromJson(json, field.value);
-      } catch (const Orb::RangeException& error) {
-        throw Orb::RangeException(std::string(field.name), error);
+      } catch (const ValueException& error) {
+        throw InputException(std::string(field.name) + " " + error.what());
       }
     });
   } else if constexpr (Orb::Value<T>) {
@@ -257,7 +290,7 @@ void fromJson(const Json& json, T& value) {
     } else if constexpr (std::constructible_from<T, U32>) {
       value = T(static_cast<U32>(numberFromJson(json, ~U32{0})));
     } else {
-      throw InputException("expected a text, not " + json.dump());
+      throw InputException("expected a text, not " + quoted(json));
     }
   }
 }

@@ -4,7 +4,8 @@ namespace VelaAgent {
 namespace {
 
 [[noreturn]] void refuse(std::string_view field, U64 count, const char* things, U64 number) {
-  throw InputException(Orb::text(field, ": the switch has ", count, " ", things, ", no ", number));
+  throw InputException(
+      Orb::text(field, " ", number, ": this switch has ", things, " 0 to ", count - 1));
 }
 
 }  // namespace

@@ -15,7 +15,7 @@ namespace VelaAgent {
 /// nothing but the field's type says.
 using FieldBits = std::function<unsigned(std::string_view field, bool portMask)>;
 
-/// Throws InputException unless `number` is below `count`: "vrf: the switch has 8 VRFs, no 9".
+/// Throws InputException unless `number` is below `count`: "vrf 9: this switch has VRFs 0 to 7".
 void refuseBeyond(std::string_view field, U64 number, U64 count, const char* things);
 void refuseAbsentPort(std::string_view field, U64 port, const VelaSwitch::ProfileInfo& profile);
 void refuseAbsentPipe(std::string_view field, U32 pipe, const VelaSwitch::ProfileInfo& profile);

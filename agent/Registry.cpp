@@ -1,11 +1,27 @@
 #include "agent/Registry.h"
 
+#include "agent/Agent.h"
+
 namespace VelaAgent {
 namespace {
 
 using VelaDevice::DataPath;
 
 constexpr U8 lagBuckets = 32;
+
+/// A packet that may be translated, with what it carries: an IP protocol, or the class that the
+/// remapping of protocols gives it.
+struct FlowKey {
+  static constexpr const char* typeName = "VelaAgent::FlowKey";
+  Orb::Field<"proto", std::optional<U8>> proto;
+  Orb::Field<"protoClass", std::optional<U8>> protoClass;
+  Orb::Field<"srcIp", Ipnet::IpAddr> srcIp;
+  Orb::Field<"dstIp", Ipnet::IpAddr> dstIp;
+  Orb::Field<"sport", U16> sport;
+  Orb::Field<"dport", U16> dport;
+  Orb::Field<"qualifier", U16> qualifier;
+  Orb::Field<"egressPort", VelaSwitch::ChipPortId> egressPort;
+};
 
 /// A frame to a LAG.
 struct LagFrame {
@@ -15,27 +31,52 @@ struct LagFrame {
   Orb::Field<"bucket", U8> bucket;
 };
 
+Json lookupFlow(const Agent& agent, DataPath& dataPath, const Json& json) {
+  constexpr U64 classes = 8;
+  constexpr U64 qualifiers = 64;
+  const auto key = fromJson<FlowKey>(json);
+  refuseAbsent(key, dataPath.profile());
+  refuseBeyond("protoClass", key.protoClass().value_or(0), classes, "protocol classes");
+  refuseBeyond("qualifier", key.qualifier(), qualifiers, "qualifiers");
+  if (key.proto() && key.protoClass()) {
+    throw InputException("proto and protoClass: a packet has one protocol, so give one of them");
+  }
+  VelaDevice::Flow flow;
+  flow.protoClass = key.protoClass().value_or(0);
+  if (key.proto()) {
+    const Json remap = agent.table("ProtocolRemap", 0).lookup(dataPath, *key.proto());
+    flow.protoClass = remap["remappedProtocol"].get<U8>();
+  }
+  flow.srcIp = key.srcIp();
+  flow.dstIp = key.dstIp();
+  flow.sport = key.sport();
+  flow.dport = key.dport();
+  flow.qualifier = key.qualifier();
+  flow.egressPort = key.egressPort().value();
+  return hitToJson(dataPath.flow(flow));
+}
+
+Json lookupLagMember(DataPath& dataPath, const Json& key) {
+  const auto frame = fromJson<LagFrame>(key);
+  refuseAbsent(frame, dataPath.profile());
+  refuseBeyond("bucket", frame.bucket(), lagBuckets, "LAG buckets");
+  return hitToJson(
+      dataPath.lagMember(frame.ingressPort().value(), frame.lagGroupId(), frame.bucket()));
+}
+
 }  // namespace
 
-std::vector<std::unique_ptr<PathAdapter>> makePaths() {
+std::vector<std::unique_ptr<PathAdapter>> makePaths(const Agent& agent) {
   std::vector<std::unique_ptr<PathAdapter>> paths;
-  paths.push_back(std::make_unique<PathAdapter>("Flow", [](DataPath& dataPath, const Json& key) {
-    const auto flow = fromJson<VelaDevice::Flow>(key);
-    refuseAbsentPort("egressPort", flow.egressPort(), dataPath.profile());
-    return hitToJson(dataPath.flow(flow));
-  }));
-  paths.push_back(
-      std::make_unique<PathAdapter>("Multicast", [](DataPath& dataPath, const Json& key) {
-        return hitToJson(dataPath.multicast(fromJson<VelaSwitch::MrouteKey>(key)));
-      }));
-  paths.push_back(
-      std::make_unique<PathAdapter>("LagMember", [](DataPath& dataPath, const Json& key) {
-        const auto frame = fromJson<LagFrame>(key);
-        refuseAbsent(frame, dataPath.profile());
-        refuseBeyond("bucket", frame.bucket(), lagBuckets, "buckets for each LAG");
-        return hitToJson(
-            dataPath.lagMember(frame.ingressPort().value(), frame.lagGroupId(), frame.bucket()));
-      }));
+  const auto add = [&](const char* name, PathAdapter::Lookup lookup) {
+    paths.push_back(std::make_unique<PathAdapter>(name, std::move(lookup)));
+  };
+  add("Flow",
+      [&agent](DataPath& dataPath, const Json& key) { return lookupFlow(agent, dataPath, key); });
+  add("Multicast", [](DataPath& dataPath, const Json& key) {
+    return hitToJson(dataPath.multicast(fromJson<VelaSwitch::MrouteKey>(key)));
+  });
+  add("LagMember", lookupLagMember);
   return paths;
 }
 

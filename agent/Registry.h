@@ -15,8 +15,10 @@ struct FamilyRegistration {
   std::function<std::unique_ptr<HwTableAdapter>(U32 instance)> make;
 };
 
-/// Ways of a packet through several tables, for lookups.
-std::vector<std::unique_ptr<PathAdapter>> makePaths();
+class Agent;
+
+/// Ways of a packet through several tables of the agent, for lookups.
+std::vector<std::unique_ptr<PathAdapter>> makePaths(const Agent& agent);
 
 /// The families of each part of the switch. What is registered here is all that the agent knows.
 std::vector<FamilyRegistration> vlanFamilies();

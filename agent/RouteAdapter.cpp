@@ -25,6 +25,14 @@ NexthopIndexes nexthopOfNumber(U64 number) {
   return {VelaSwitch::L3LagIndex(number % lags), static_cast<U8>(number / lags)};
 }
 
+RouteAdapter::RouteAdapter(RouteWriter& writer, const VelaSwitch::ProfileInfo& profile,
+                           std::vector<HwTableAdapter*> levels)
+    : TableAdapter("Route", 0), writer_(writer), profile_(profile), levels_(std::move(levels)) {
+  writer_.routes().entryStatuses().observerIs(&refusals_);
+}
+
+RouteAdapter::~RouteAdapter() { writer_.routes().entryStatuses().observerDel(&refusals_); }
+
 RouteAdapter::Key RouteAdapter::keyFromJson(const Json& json) const {
   const Key key = fromJson<Key>(json);
   refuseAbsentVrf("vrf", key.vrf(), profile_);
@@ -47,14 +55,22 @@ EntryProgrammedStatus RouteAdapter::set(const Json& key, const Json& result) {
   const auto nexthop = result.is_null() ? NexthopIndexes{} : fromJson<NexthopIndexes>(result);
   warnOfCuts(route, nexthop, bitsOfType);
   if (!nexthop.valid()) throw InputException("a route needs a next hop: l3LagIndex 57 is none");
+  refusals_.forget(route);
+  announcedBeforeIs(writer_.routes().entry(route) && !writer_.unclaimed(route));
   const bool changed =
       writer_.routes().entryIs(route, RouteWriter::resultOf(nexthop, route.prefix().len()));
   writer_.claim(route);
   if (!changed && status(route) != EntryProgrammedStatus::programmed) writer_.handleRoute(route);
-  return status(route);
+  const EntryProgrammedStatus outcome = status(route);
+  if (outcome != EntryProgrammedStatus::programmed) refusals_.is(route);
+  return outcome;
 }
 
-void RouteAdapter::del(const Json& key) { writer_.routes().entryDel(keyFromJson(key)); }
+bool RouteAdapter::del(const Json& key) {
+  const Key route = keyFromJson(key);
+  refusals_.forget(route);
+  return writer_.routes().entryDel(route);
+}
 
 /// By address, or by a prefix, which stands for its first address.
 Json RouteAdapter::lookup(VelaDevice::DataPath& dataPath, const Json& key) const {
@@ -78,6 +94,33 @@ std::vector<TableAdapter::Competitor> RouteAdapter::competing(const Json& key) c
   auto* level = writer_.levelOf(route.prefix().len());
   if (!level) return {};
   return competitorsOf(*level, RouteWriter::levelKey(route));
+}
+
+std::optional<std::string> RouteAdapter::levelOf(const Json& key) const {
+  const Key route = keyFromJson(key);
+  const VelaSwitchApi::SwTable& table = writer_.tableOf(route.prefix().len());
+  const auto level = std::find_if(levels_.begin(), levels_.end(),
+                                  [&](const HwTableAdapter* each) { return each->fills(table); });
+  return (*level)->name();
+}
+
+/// The prefix that matched, where registers tell its length, and the ports that its LAG has.
+void RouteAdapter::explain(VelaDevice::DataPath& dataPath, const Json& key, const Json& hit,
+                           Json& explanation) const {
+  if (hit.is_null()) return;
+  const Json& length = hit["realPrefixLen"];
+  if (!length.is_null()) {
+    const auto address = key.contains("prefix") ? fromJson<Key>(key).prefix().address()
+                                                : fromJson<RouteAddress>(key).address();
+    explanation["prefix"] = toJson(Ipnet::IpPrefix(address, length.get<U8>()));
+  }
+  const auto lag = dataPath.l3Lag(hit["l3LagIndex"].get<U32>());
+  if (!lag) return;
+  Json ports = Json::array();
+  for (U32 port = 0; port < 64; ++port) {
+    if ((lag->portMask().bits() >> port & 1) != 0) ports.push_back(port);
+  }
+  explanation["ports"] = std::move(ports);
 }
 
 bool RouteAdapter::fills(const VelaSwitchApi::SwTable& table) const {
@@ -124,8 +167,8 @@ U64 RouteAdapter::moves() const {
   return moves;
 }
 
-U32 RouteAdapter::reconcile() {
-  const U32 released = writer_.releaseUnclaimed();
+void RouteAdapter::reconcile(const KeyVisitor& removing) {
+  writer_.releaseUnclaimed([&](const Key& route) { removing(toJson(route)); });
   for (const Key& key : writer_.routes().entries().keys()) {
     if (status(key) != EntryProgrammedStatus::programmed &&
         status(key) != EntryProgrammedStatus::tableFull) {
@@ -133,7 +176,6 @@ U32 RouteAdapter::reconcile() {
     }
   }
   writer_.retry();
-  return released;
 }
 
 }  // namespace VelaAgent

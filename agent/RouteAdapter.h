@@ -18,14 +18,17 @@ class RouteAdapter final : public TableAdapter {
 
   /// `writer` and `levels`, the tables of the ladder, must outlive the adapter.
   RouteAdapter(RouteWriter& writer, const VelaSwitch::ProfileInfo& profile,
-               std::vector<HwTableAdapter*> levels)
-      : TableAdapter("Route", 0), writer_(writer), profile_(profile), levels_(std::move(levels)) {}
+               std::vector<HwTableAdapter*> levels);
+  ~RouteAdapter() override;
 
   EntryProgrammedStatus set(const Json& key, const Json& result) override;
-  void del(const Json& key) override;
+  bool del(const Json& key) override;
   Json lookup(VelaDevice::DataPath& dataPath, const Json& key) const override;
   bool pollHitBits(Orb::Seconds now) override;
+  void explain(VelaDevice::DataPath& dataPath, const Json& key, const Json& hit,
+               Json& explanation) const override;
   std::vector<Competitor> competing(const Json& key) const override;
+  std::optional<std::string> levelOf(const Json& key) const override;
   bool fills(const VelaSwitchApi::SwTable& table) const override;
   void forEachEntry(const EntryVisitor& visit) const override;
   std::vector<Status> statuses() const override;
@@ -34,7 +37,8 @@ class RouteAdapter final : public TableAdapter {
   U32 programmed() const override;
   U32 waiting() const override;
   U64 moves() const override;
-  U32 reconcile() override;
+  U32 refused() const override { return refusals_.count(); }
+  void reconcile(const KeyVisitor& removing) override;
 
  private:
   Key keyFromJson(const Json& json) const;
@@ -43,6 +47,9 @@ class RouteAdapter final : public TableAdapter {
   RouteWriter& writer_;
   const VelaSwitch::ProfileInfo& profile_;
   std::vector<HwTableAdapter*> levels_;
+  Refusals<Key> refusals_{
+      [this](const Key& key) { return status(key) == EntryProgrammedStatus::programmed; },
+      [this](const Key& key) { admittedIs(toJson(key)); }};
 };
 
 }  // namespace VelaAgent

@@ -96,6 +96,41 @@ LpmBaseTable* RouteWriter::levelOf(U8 prefixLen) const {
   return prefixLen <= firstKeyLength ? nullptr : levelFor(prefixLen).table.get();
 }
 
+VelaSwitchApi::SwTable& RouteWriter::tableOf(U8 prefixLen) const {
+  if (LpmBaseTable* level = levelOf(prefixLen)) return *level;
+  return *first_;
+}
+
+std::vector<RouteWriter::Key> RouteWriter::routesAt(const VelaSwitchApi::SwTable& level,
+                                                    const Key& key) const {
+  if (&level == first_.get()) {
+    const FirstTree& tree = firstGroups_[key.vrf()].tree;
+    const U32 owner = tree.ownerOfCell(key.prefix().address().number() >> (32 - firstKeyLength));
+    if (owner == FirstTree::none) return {};
+    return {firstRoute(key.vrf(), owner)};
+  }
+  for (const auto& each : levels_) {
+    if (each->table.get() != &level) continue;
+    const Group* group = each->groups.find(key);
+    return group ? routesOf(key, *group) : std::vector<Key>{};
+  }
+  return {};
+}
+
+/// The route of a node of the first level.
+RouteWriter::Key RouteWriter::firstRoute(U8 vrf, U32 node) {
+  return {vrf, longer(IpPrefix(), FirstTree::extra(node), FirstTree::bits(node))};
+}
+
+/// The routes of a key of a hashed level.
+std::vector<RouteWriter::Key> RouteWriter::routesOf(const Key& key, const Group& group) {
+  std::vector<Key> routes;
+  group.tree.forEachRoute([&](U32 node) {
+    routes.push_back({key.vrf(), longer(key.prefix(), Tree::extra(node), Tree::bits(node))});
+  });
+  return routes;
+}
+
 RouteWriter::Key RouteWriter::levelKey(const Key& route) {
   constexpr U8 step = LpmLevel::prefixRange + 1;
   const U8 len = route.prefix().len();
@@ -184,7 +219,7 @@ void RouteWriter::writeFirstCells(U8 vrf, U32 node) {
   });
   writing_ = false;
   if (good || owner == FirstTree::none) return;
-  refreshFirst({vrf, longer(IpPrefix(), FirstTree::extra(owner), FirstTree::bits(owner))});
+  refreshFirst(firstRoute(vrf, owner));
 }
 
 RouteWriter::Status RouteWriter::firstStatus(const Key& route) const {
@@ -237,15 +272,20 @@ void RouteWriter::writeHashed(Level& level, const Key& route, const LpmResult* r
   if (claimed || level.table->unclaimed(key)) level.table->entryDel(key);
 }
 
-void RouteWriter::programGroup(Level& level, const Key& key, const Group& group) {
-  const U8 base = key.prefix().len();
+/// What the routes of a key make of its cells.
+LpmResult RouteWriter::resultOf(const Key& key, const Group& group) {
   LpmResult result;
   for (U8 cell = 0; cell < EntryCellIndex::count; ++cell) {
     const U32 owner = group.tree.ownerOfCell(cell);
     if (owner == Tree::none) continue;
-    const U8 realLength = static_cast<U8>(base + Tree::extra(owner));
+    const U8 realLength = static_cast<U8>(key.prefix().len() + Tree::extra(owner));
     result.cellResultIs(EntryCellIndex(cell), cellOf(group.tree.nexthop(owner), realLength));
   }
+  return result;
+}
+
+void RouteWriter::programGroup(Level& level, const Key& key, const Group& group) {
+  const LpmResult result = resultOf(key, group);
   statusSeen_ = false;
   writing_ = true;
   if (!level.table->entryIs(key, result)) {
@@ -310,27 +350,61 @@ void RouteWriter::rebuild() {
   taking_ = false;
 }
 
+/// A row is the trace of a route of its mask length only when all rows of that route that no longer
+/// route owns say the same: other rows were announced on their own.
 void RouteWriter::rebuildFirst() {
-  for (const Key& key : first_->entries().keys()) {
-    const VelaSwitchTable::Lpm11Result& result = *first_->entry(key);
-    const EntryCellResult& cell = result.cellResult();
-    if (!cell.valid() || result.cpuTrap()) continue;
+  std::vector<FirstTree> guesses(firstGroups_.size());
+  const auto node = [&](const Key& key, const EntryCellResult& cell) {
     const U8 mask = cell.maskLength().value();
     const U8 length = mask <= firstKeyLength ? mask : firstKeyLength;
-    take({key.vrf(), IpPrefix(key.prefix().address(), length)}, cell.nexthopIndexes());
+    return firstNode({key.vrf(), IpPrefix(key.prefix().address(), length)});
+  };
+  /// What the row says of a route, or null.
+  const auto said = [&](const Key& key) -> const EntryCellResult* {
+    const VelaSwitchTable::Lpm11Result* row = first_->entry(key);
+    return row && row->cellResult().valid() && !row->cpuTrap() ? &row->cellResult() : nullptr;
+  };
+  for (const Key& key : first_->entries().keys()) {
+    const EntryCellResult* cell = said(key);
+    if (cell) guesses[key.vrf()].is(node(key, *cell), cell->nexthopIndexes());
+  }
+  for (std::size_t vrf = 0; vrf < guesses.size(); ++vrf) {
+    FirstTree& tree = guesses[vrf];
+    // From the longest on: what turns out to be none is no excuse for a shorter one.
+    for (U32 guess = 2 * FirstTree::cells - 1; guess != FirstTree::none; --guess) {
+      if (!tree.has(guess)) continue;
+      bool agreed = true;
+      tree.forEachCell(guess, [&](U32 at) {
+        const Key key = firstKey(static_cast<U8>(vrf), at);
+        const EntryCellResult* cell = said(key);
+        agreed = agreed && cell && node(key, *cell) == guess &&
+                 cell->nexthopIndexes() == tree.nexthop(guess);
+      });
+      if (!agreed) tree.del(guess);
+    }
+    tree.forEachRoute(
+        [&](U32 guess) { take(firstRoute(static_cast<U8>(vrf), guess), tree.nexthop(guess)); });
   }
 }
 
+/// The cells of a key are the trace of routes only when those routes would make the same cells.
 void RouteWriter::rebuildHashed(Level& level) {
   for (const Key& key : level.table->entries().keys()) {
     const LpmResult result = *level.table->entry(key);
     if (result.cpuTrap()) continue;
-    for (U8 i = 0; i < EntryCellIndex::count; ++i) {
+    const U8 base = key.prefix().len();
+    Group guess;
+    for (U32 i = 0; i < EntryCellIndex::count; ++i) {
       const EntryCellResult& cell = result.cells()[i];
       if (!cell.valid()) continue;
-      const IpPrefix whole = longer(key.prefix(), cellBits, i);
-      take({key.vrf(), IpPrefix(whole.address(), cell.realPrefixLen())}, cell.nexthopIndexes());
+      const U8 extra = static_cast<U8>(cell.realPrefixLen() - base);
+      guess.tree.is(Tree::node(extra, i >> (cellBits - extra)), cell.nexthopIndexes());
     }
+    if (resultOf(key, guess) != result) continue;
+    guess.tree.forEachRoute([&](U32 node) {
+      take({key.vrf(), longer(key.prefix(), Tree::extra(node), Tree::bits(node))},
+           guess.tree.nexthop(node));
+    });
   }
 }
 
@@ -358,13 +432,16 @@ void RouteWriter::complete() {
   for (const Key& key : explained) writeFirstCells(key.vrf(), firstNode(key));
 }
 
-U32 RouteWriter::releaseUnclaimed() {
+U32 RouteWriter::releaseUnclaimed(const std::function<void(const Key&)>& removing) {
   std::vector<Key> released;
   unclaimed_.forEach([&](const Key& route, bool) { released.push_back(route); });
   std::sort(released.begin(), released.end());
   unclaimed_.clear();
   releasing_ = true;
-  for (const Key& route : released) routes_->entryDel(route);
+  for (const Key& route : released) {
+    if (removing) removing(route);
+    routes_->entryDel(route);
+  }
   releasing_ = false;
   return static_cast<U32>(released.size());
 }
@@ -373,11 +450,7 @@ U32 RouteWriter::releaseUnclaimed() {
 void RouteWriter::keyClaimed(Level& level, const Key& key) {
   const Group* group = level.groups.find(key);
   if (writing_ || !group || group->claimed) return;
-  std::vector<Key> routes;
-  group->tree.forEachRoute([&](U32 node) {
-    routes.push_back({key.vrf(), longer(key.prefix(), Tree::extra(node), Tree::bits(node))});
-  });
-  forget(routes);
+  forget(routesOf(key, *group));
 }
 
 /// A route of the first level stays as long as one of its keys is nobody else's.
@@ -390,7 +463,7 @@ void RouteWriter::firstKeyClaimed(const Key& key) {
   group.tree.forEachCell(
       owner, [&](U32 each) { left = left || first_->unclaimed(firstKey(key.vrf(), each)); });
   if (left) return;
-  forget({{key.vrf(), longer(IpPrefix(), FirstTree::extra(owner), FirstTree::bits(owner))}});
+  forget({firstRoute(key.vrf(), owner)});
 }
 
 /// Routes that nobody announced go, and their keys stay as they are.

@@ -57,12 +57,16 @@ class RouteWriter final : private Orb::KeyObserver<VelaSwitch::LpmKey> {
   void claim(const Key& key);
   /// All that is desired was announced: guesses that announced routes account for go.
   void complete();
-  /// Forgets the rebuilt routes that were not claimed; returns how many. Entries of
-  /// the levels that were announced on their own stay.
-  U32 releaseUnclaimed();
+  /// Forgets the rebuilt routes that were not claimed, after a word on each; returns how many.
+  /// Entries of the levels that were announced on their own stay.
+  U32 releaseUnclaimed(const std::function<void(const Key&)>& removing = nullptr);
 
   /// The hashed level that serves the real length, or null for the first level.
   VelaSwitchTable::LpmBaseTable* levelOf(U8 prefixLen) const;
+  /// The level that serves the real length, whichever it is.
+  VelaSwitchApi::SwTable& tableOf(U8 prefixLen) const;
+  /// The routes that an entry of a level stands for; none when it is announced on its own.
+  std::vector<Key> routesAt(const VelaSwitchApi::SwTable& level, const Key& key) const;
   /// The key that the route has in its hashed level.
   static Key levelKey(const Key& route);
   /// Whether a row of the route is known to differ from what is desired.
@@ -116,12 +120,15 @@ class RouteWriter final : private Orb::KeyObserver<VelaSwitch::LpmKey> {
   void writeFirst(const Key& route, const VelaSwitchTable::LpmResult* result);
   void writeFirstCells(U8 vrf, U32 node);
   void writeHashed(Level& level, const Key& route, const VelaSwitchTable::LpmResult* result);
+  static VelaSwitchTable::LpmResult resultOf(const Key& key, const Group& group);
   void programGroup(Level& level, const Key& key, const Group& group);
   void statusChanged(Level& level, const Key& key);
   void statusIs(Level& level, const Key& key, const Group& group);
 
   void keyClaimed(Level& level, const Key& key);
   void firstKeyClaimed(const Key& key);
+  static Key firstRoute(U8 vrf, U32 node);
+  static std::vector<Key> routesOf(const Key& key, const Group& group);
   void forget(const std::vector<Key>& routes);
   Status firstStatus(const Key& route) const;
   void refreshFirst(const Key& route);

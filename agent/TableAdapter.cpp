@@ -31,20 +31,36 @@ void HwTableAdapter::repair() {
   for (const auto& finding : convertor().auditFindings()) convertor().repair(finding);
 }
 
-std::vector<std::pair<VelaSwitchApi::HwTableId, HwIndex>> HwTableAdapter::corruptRows() const {
-  std::vector<std::pair<VelaSwitchApi::HwTableId, HwIndex>> rows;
+template <class Wanted>
+std::vector<HwTableAdapter::RowId> HwTableAdapter::rowsThat(const Wanted& wanted) const {
+  std::vector<RowId> rows;
   for (const auto& [id, hwTable] : convertor().hwTables()) {
     const auto& descriptor = hwTable->descriptor();
     for (HwIndex index = descriptor.first; index <= descriptor.last; ++index) {
-      // A row that cannot be is forgotten when it is read, so as to be written again.
       if (hwTable->state(index) == VelaSwitchApi::HwTableConfig::Row::absent ||
           hwTable->mapped(index).empty() || !listsRow(index)) {
         continue;
       }
-      if (!convertor().rowSound(id, index)) rows.emplace_back(id, index);
+      if (wanted(*hwTable, id, index)) rows.emplace_back(id, index);
     }
   }
   return rows;
+}
+
+/// A row that cannot be is forgotten when it is read, so as to be written again.
+std::vector<HwTableAdapter::RowId> HwTableAdapter::corruptRows() const {
+  return rowsThat(
+      [&](const auto&, auto id, HwIndex index) { return !convertor().rowSound(id, index); });
+}
+
+std::vector<HwTableAdapter::RowId> HwTableAdapter::strayRows() const {
+  return rowsThat([&](const auto& hwTable, auto id, HwIndex index) {
+    if (hwTable.state(index) != VelaSwitchApi::HwTableConfig::Row::held) return false;
+    std::array<U32, VelaSwitchApi::maxRowWords> expected{};
+    convertor().expectedImage(id, index, expected.data());
+    return !hwTable.same(index, expected.data(), hwTable.image(index)) && keyAt(index).is_null() &&
+           convertor().rowSound(id, index);
+  });
 }
 
 }  // namespace VelaAgent

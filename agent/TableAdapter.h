@@ -42,22 +42,34 @@ class TableAdapter {
   U32 instance() const { return instance_; }
   /// The table with rows of its own that this is, or null.
   virtual HwTableAdapter* hardware() { return nullptr; }
+  virtual const HwTableAdapter* hardware() const { return nullptr; }
+
+  /// What a key that is no object names: "vid", "portId"; empty for other keys.
+  virtual std::string keyName() const { return {}; }
 
   /// Announces an entry; a null result is the default one. An entry that is unchanged but not
   /// programmed is tried again.
   virtual EntryProgrammedStatus set(const Json& key, const Json& result) = 0;
+  /// Whether the last entry announced had been announced before, and not withdrawn since.
+  bool announcedBefore() const { return announcedBefore_; }
   /// What is odd about the last entry announced, although it was accepted.
   const std::vector<std::string>& warnings() const { return warnings_; }
 
-  virtual void del(const Json& key) = 0;
+  /// Withdraws an entry; returns whether there was one.
+  virtual bool del(const Json& key) = 0;
   /// What the data path finds: the hit's fields, or null.
   virtual Json lookup(VelaDevice::DataPath& dataPath, const Json& key) const = 0;
+  /// Adds to the explanation of a lookup what its hit leads to.
+  virtual void explain(VelaDevice::DataPath&, const Json& /*key*/, const Json& /*hit*/,
+                       Json& /*explanation*/) const {}
   /// Reads the hit bits of the entries' rows. False when a read failed.
   virtual bool pollHitBits(Orb::Seconds now) = 0;
   /// The entries that leave a refused one no row; one fewer than they are with it.
   virtual std::vector<Competitor> competing(const Json& key) const = 0;
   /// Whether what is announced here becomes entries of the table.
   virtual bool fills(const VelaSwitchApi::SwTable& table) const = 0;
+  /// Which of several tables an entry of the key is to be in, where there are several.
+  virtual std::optional<std::string> levelOf(const Json& /*key*/) const { return std::nullopt; }
 
   /// Calls `visit(key, result)` for every entry.
   using EntryVisitor = std::function<void(const Json& key, const Json& result)>;
@@ -72,10 +84,16 @@ class TableAdapter {
   /// Entries that wait for room.
   virtual U32 waiting() const { return 0; }
   virtual U64 moves() const { return 0; }
+  /// Entries that hardware lacks since they were announced, after a refusal.
+  virtual U32 refused() const { return 0; }
 
-  /// Removes the entries that were read from hardware and that nobody announced since, and tries
-  /// again what had no room. Returns how many went.
-  virtual U32 reconcile() = 0;
+  using KeyVisitor = std::function<void(const Json& key)>;
+  /// Hears of entries that come in although their announcement was refused.
+  void admissionListenerIs(KeyVisitor listener) { admitted_ = std::move(listener); }
+
+  /// Removes the entries that were read from hardware and that nobody announced since, after a
+  /// word on each, and tries again what had no room.
+  virtual void reconcile(const KeyVisitor& removing) = 0;
 
  protected:
   /// Hardware has as many bits for the fields of a key as their types say.
@@ -94,23 +112,63 @@ class TableAdapter {
     for (const std::string& cut : cuts) text += (&cut == &cuts.front() ? "" : ", ") + cut;
     warningIs(text);
   }
+  void announcedBeforeIs(bool before) { announcedBefore_ = before; }
   void warningIs(std::string text) { warnings_.push_back(std::move(text)); }
+  void admittedIs(const Json& key) const {
+    if (admitted_) admitted_(key);
+  }
 
  private:
   std::string name_;
   U32 instance_;
+  bool announcedBefore_ = false;
   std::vector<std::string> warnings_;
+  KeyVisitor admitted_;
+};
+
+/// The entries of a table whose announcement was refused, until hardware has them or they go.
+template <class Key>
+class Refusals final : public Orb::KeyObserver<Key> {
+ public:
+  using IsIn = std::function<bool(const Key&)>;
+  using Listener = std::function<void(const Key&)>;
+
+  /// `isIn` says whether hardware has an entry, `admitted` hears of those that come in.
+  Refusals(IsIn isIn, Listener admitted) : isIn_(std::move(isIn)), admitted_(std::move(admitted)) {}
+
+  /// An announcement of the key begins, or it is withdrawn: what was before counts no more.
+  void forget(const Key& key) {
+    if (!keys_.empty()) keys_.erase(key);
+  }
+  void is(const Key& key) { *keys_.insert(key).first = true; }
+  U32 count() const {
+    U32 count = 0;
+    keys_.forEach([&](const Key& key, bool) { count += isIn_(key) ? 0 : 1; });
+    return count;
+  }
+  /// The key's status changed.
+  void handleKey(const Key& key) override {
+    if (keys_.empty() || !keys_.has(key) || !isIn_(key)) return;
+    keys_.erase(key);
+    admitted_(key);
+  }
+
+ private:
+  IsIn isIn_;
+  Listener admitted_;
+  Orb::Map<Key, bool> keys_;
 };
 
 /// What can be looked up but not announced: a packet's way through several tables.
 class PathAdapter final : public TableAdapter {
  public:
-  using Lookup = Json (*)(VelaDevice::DataPath&, const Json& key);
+  using Lookup = std::function<Json(VelaDevice::DataPath&, const Json& key)>;
 
-  PathAdapter(std::string name, Lookup ask) : TableAdapter(std::move(name), 0), lookup_(ask) {}
+  PathAdapter(std::string name, Lookup ask)
+      : TableAdapter(std::move(name), 0), lookup_(std::move(ask)) {}
 
   EntryProgrammedStatus set(const Json&, const Json&) override { refuse(); }
-  void del(const Json&) override { refuse(); }
+  bool del(const Json&) override { refuse(); }
   Json lookup(VelaDevice::DataPath& dataPath, const Json& key) const override {
     return lookup_(dataPath, key);
   }
@@ -121,10 +179,14 @@ class PathAdapter final : public TableAdapter {
   std::vector<Status> statuses() const override { return {}; }
   U32 entries() const override { return 0; }
   U32 programmed() const override { return 0; }
-  U32 reconcile() override { return 0; }
+  void reconcile(const KeyVisitor&) override {}
 
  private:
-  [[noreturn]] void refuse() const { throw InputException(name() + " can be looked up alone"); }
+  [[noreturn]] void refuse() const {
+    throw InputException(name() +
+                         " is no table but a way through several: it can be looked up, "
+                         "no more");
+  }
 
   Lookup lookup_;
 };
@@ -153,6 +215,7 @@ class HwTableAdapter : public TableAdapter {
   using TableAdapter::TableAdapter;
 
   HwTableAdapter* hardware() override { return this; }
+  const HwTableAdapter* hardware() const override { return this; }
   virtual VelaSwitchApi::SwTable& table() const = 0;
   bool fills(const VelaSwitchApi::SwTable& other) const override { return &other == &table(); }
 
@@ -167,8 +230,15 @@ class HwTableAdapter : public TableAdapter {
   void repair();
   /// What the last audit found.
   std::vector<RowFinding> findings() const;
+  using RowId = std::pair<VelaSwitchApi::HwTableId, HwIndex>;
   /// Rows that were read and that no row of the table can be, with their hardware tables.
-  std::vector<std::pair<VelaSwitchApi::HwTableId, HwIndex>> corruptRows() const;
+  std::vector<RowId> corruptRows() const;
+  /// Rows that were read and that are no entry's, though they hold something.
+  virtual std::vector<RowId> strayRows() const;
+  /// Keys of entries whose rows, after the entries were rebuilt from them, do not all say the same.
+  virtual std::vector<Json> disagreeingKeys() const = 0;
+  /// Whether hardware tells which rows packets hit.
+  bool reportsHits() const { return !convertor().hitBitTables().empty(); }
 
   /// Whether the hardware table has a row of the index.
   static bool holds(const VelaSwitchApi::HwTableConfig& hwTable, HwIndex index) {
@@ -188,6 +258,10 @@ class HwTableAdapter : public TableAdapter {
   virtual Json keyOf(const VelaSwitchApi::HashBaseCuckooEntry& entry) const = 0;
   /// Way and row of an index, for hash tables.
   virtual std::optional<VelaSwitchApi::CuckooLocation> location(HwIndex index) const = 0;
+
+ private:
+  template <class Wanted>
+  std::vector<RowId> rowsThat(const Wanted& wanted) const;
 };
 
 /// Why the key of a hash table has no row.
@@ -240,6 +314,17 @@ class EntryAdapter : public HwTableAdapter {
         rules_(rules) {}
 
   Table& table() const override { return *table_; }
+  std::string keyName() const override {
+    std::string name;
+    if constexpr (std::same_as<Key, Bridging::VlanId>) {
+      name = "vid";
+    } else if constexpr (std::same_as<Key, VelaSwitch::L3LagIndex>) {
+      name = "lag";
+    } else if constexpr (Orb::ScalarValue<Key>) {
+      Orb::forEachField(Key{}, [&](const auto& field) { name = std::string(field.name); });
+    }
+    return name;
+  }
 
   EntryProgrammedStatus set(const Json& key, const Json& result) override {
     const Key k = keyFromJson(key);
@@ -251,19 +336,30 @@ class EntryAdapter : public HwTableAdapter {
     for (std::string& text : odd) this->warningIs(std::move(text));
     warnOfKey(k);
     warnOfSilence(r);
+    refusals_.forget(k);
+    this->announcedBeforeIs(table_->entry(k) && !table_->unclaimed(k));
     const bool changed = table_->entryIs(k, r);
     if (!changed && status(k) != EntryProgrammedStatus::programmed) table_->handleEntry(k);
-    return status(k);
+    const EntryProgrammedStatus outcome = status(k);
+    if (outcome == EntryProgrammedStatus::programmed) return outcome;
+    if (!watching_) watchStatuses(refusals_);
+    watching_ = true;
+    refusals_.is(k);
+    return outcome;
   }
-  void del(const Json& key) override {
+  bool del(const Json& key) override {
     const Key k = keyFromJson(key);
+    const Result* result = table_->entry(k);
+    const bool known = result && told(k, *result);
+    refusals_.forget(k);
     if (!table_->entryDel(k) && status(k) == EntryProgrammedStatus::hardwareError) {
       table_->handleEntry(k);
     }
+    return known;
   }
+  U32 refused() const override { return refusals_.count(); }
   Json lookup(VelaDevice::DataPath& dataPath, const Json& key) const override {
     // Tables whose key is no object may be asked by objects as well, each in its own way.
-    constexpr bool keyIsObject = Orb::Value<Key> && !Orb::ScalarValue<Key>;
     if (keyIsObject || !key.is_object()) keyFromJson(key);
     return lookup_(dataPath, instance(), key);
   }
@@ -288,20 +384,31 @@ class EntryAdapter : public HwTableAdapter {
     });
     return count;
   }
-  U32 reconcile() override {
-    const U32 removed = unclaimed();
-    for (const Key& key : table_->unclaimedKeys()) table_->entryDel(key);
+  void reconcile(const TableAdapter::KeyVisitor& removing) override {
+    for (const Key& key : table_->unclaimedKeys()) {
+      if (told(key, *table_->entry(key))) removing(keyToJson(key));
+      table_->entryDel(key);
+    }
     // Rows of entries that are gone may be marked as well.
     for (const Key& key : table_->hwInconsistentKeys()) table_->handleEntry(key);
     for (const Key& key : table_->entries().keys()) {
       if (status(key) != EntryProgrammedStatus::programmed) table_->handleEntry(key);
     }
-    return removed;
+  }
+  std::vector<Json> disagreeingKeys() const override {
+    std::vector<Json> keys;
+    for (const Key& key : table_->hwInconsistentKeys()) {
+      if (table_->entry(key)) keys.push_back(keyToJson(key));
+    }
+    return keys;
   }
 
  protected:
   virtual EntryProgrammedStatus status(const Key& key) const = 0;
+  /// Lets the observer hear of changed statuses, where the table keeps them.
+  virtual void watchStatuses(Orb::KeyObserver<Key>&) {}
 
+  static constexpr bool keyIsObject = Orb::Value<Key> && !Orb::ScalarValue<Key>;
   static constexpr bool rebuildsDefaults = requires { Family::rebuildsDefaults; };
   /// Whether people hear of the entry: not when it is but what hardware holds without one.
   bool told(const Key& key, const Result& result) const {
@@ -361,6 +468,10 @@ class EntryAdapter : public HwTableAdapter {
   Orb::Ptr<Table> table_;
   Lookup lookup_;
   Rules rules_;
+  Refusals<Key> refusals_{
+      [this](const Key& key) { return status(key) == EntryProgrammedStatus::programmed; },
+      [this](const Key& key) { this->admittedIs(keyToJson(key)); }};
+  bool watching_ = false;
   mutable std::map<std::string, unsigned, std::less<>> rowBits_;
   bool toldOfSilence_ = false;  ///< Once is enough for a table.
 };
@@ -409,9 +520,9 @@ class HashAdapter final : public EntryAdapter<typename Family::Table> {
     }
     return all;
   }
-  U32 reconcile() override {
+  void reconcile(const TableAdapter::KeyVisitor& removing) override {
     physical().settle();
-    return Base::reconcile();
+    Base::reconcile(removing);
   }
   bool borrowsRows() const override { return physical().firstTable() != &this->table(); }
   U64 moves() const override { return physical().engine().moves(); }
@@ -423,6 +534,9 @@ class HashAdapter final : public EntryAdapter<typename Family::Table> {
     if (!status) return EntryProgrammedStatus::notProgrammed;
     return this->table().hwInconsistentEntry(key) ? EntryProgrammedStatus::hardwareError
                                                   : status->status();
+  }
+  void watchStatuses(Orb::KeyObserver<Key>& observer) override {
+    this->table().tableStatusIs()->entryStatuses().observerIs(&observer);
   }
 
  private:
@@ -452,6 +566,11 @@ class IndexedAdapter : public EntryAdapter<typename Family::Table> {
   Json decodedKey(HwIndex index) const override { return toJson(Family::keyOf(index)); }
   Json keyOf(const VelaSwitchApi::HashBaseCuckooEntry&) const override { return nullptr; }
   bool listsRow(HwIndex) const override { return true; }
+  std::vector<HwTableAdapter::RowId> strayRows() const override {
+    // Of such a family, rows without an entry may hold what they like.
+    if constexpr (requires { Family::ignoresRows; }) return {};
+    return HwTableAdapter::strayRows();
+  }
   std::optional<VelaSwitchApi::CuckooLocation> location(HwIndex) const override {
     return std::nullopt;
   }
@@ -475,8 +594,19 @@ class IndexedAdapter : public EntryAdapter<typename Family::Table> {
         hwTables.empty() || std::any_of(hwTables.begin(), hwTables.end(), [&](const auto& each) {
           return this->holds(*each.second, index) && Family::keyOf(index) == key;
         });
-    if (!row) throw InputException("key " + json.dump() + " has no row in this profile");
-    return key;
+    if (row) return key;
+    if constexpr (Orb::ScalarValue<Key>) refuseAbsent(key, this->table().profile());
+    throw ValueException("key " + quoted(json), this->name() + " has rows 0 to " +
+                                                    std::to_string(lastIndex()));
+  }
+  /// The last row that a key has.
+  HwIndex lastIndex() const {
+    HwIndex last = 0;
+    for (const auto& [id, hwTable] : this->convertor().hwTables()) {
+      last = std::max(last, hwTable->descriptor().last);
+    }
+    while (last > 0 && Family::hwIndex(Family::keyOf(last)) != last) --last;
+    return last;
   }
   void warnOfKey(const Key& key) override {
     const HwIndex index = Family::hwIndex(key);

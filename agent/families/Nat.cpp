@@ -45,7 +45,7 @@ void checkNatRewriteKey(const NatRewriteTable& table, const VelaSwitch::NatRewri
     throw InputException(Orb::text("baseChipPortId: ", port, " is not the even port of a pair"));
   }
   refuseBeyond("rewriteIndex", key.rewriteIndex(), NatRewriteFamily::entriesPerPortPair,
-               "rewrites for each pair of ports");
+               "rewrite rows");
 }
 
 }  // namespace

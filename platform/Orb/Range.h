@@ -25,6 +25,8 @@ template <class Self, class Representation, U64 Min, U64 Max, U64 Default = Min>
 class Ranged {
  public:
   static constexpr bool isRanged = true;
+  static constexpr U64 lowest = Min;
+  static constexpr U64 highest = Max;
 
   constexpr Ranged() = default;
   constexpr explicit Ranged(U64 value) : value_(static_cast<Representation>(value)) {

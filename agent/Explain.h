@@ -1,0 +1,32 @@
+#pragma once
+
+#include "agent/Agent.h"
+
+/// What rows hold and why lookups end where they do, field by field.
+namespace VelaAgent {
+
+using RowImage = std::array<U32, VelaSwitchApi::maxRowWords>;
+/// A field's value in the image of a row, in hexadecimal.
+std::string fieldText(RowImage image, const VelaSwitchApi::RowField& field);
+
+/// What the switch holds in a row, or nothing when it was never written.
+std::optional<RowImage> heldImage(const VelaDevice::SimulatedSwitch& chip,
+                                  const VelaSwitchApi::HwTableConfig& hwTable, HwIndex index);
+
+/// A row as the switch holds it: its table, its place and its fields by name. Null when it was
+/// never written.
+Json describeRow(const VelaDevice::SimulatedSwitch& chip, const HwTableAdapter& table,
+                 VelaSwitchApi::HwTableId id, HwIndex index);
+
+/// The table that a lookup asked, as it was asked: several may share its rows. Null when there is
+/// none.
+const HwTableAdapter* askedTable(const Agent& agent, const VelaDevice::LookupStep& step);
+
+/// The tables that a lookup asked, in order: the row that answered, or why none did.
+Json describeSteps(const Agent& agent, const VelaDevice::DataPath::Steps& steps);
+
+/// Where a lookup through several tables ended, and why; null when it came to its end, or asked one
+/// table alone.
+Json endOf(const VelaDevice::DataPath::Steps& steps);
+
+}  // namespace VelaAgent
