@@ -13,7 +13,7 @@ FUZZ_SECONDS := 60
 .PHONY: demo test soak bench fuzz coverage format check packages release clean
 
 demo: release
-	$(TOOL) run examples/first-light.jsonl
+	$(TOOL) run examples/first-light.jsonl --results build/first-light.results
 
 # Release build, the sanitizers' build and clang's build; all tests run under each.
 test: packages check

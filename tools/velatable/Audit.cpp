@@ -1,25 +1,36 @@
-#include "AuditReport.h"
-
-#include <ostream>
+#include <iostream>
+#include <optional>
 #include <sstream>
 
-#include "agent/Events.h"
+#include "Commands.h"
+#include "Diff.h"
+#include "Input.h"
+#include "agent/Profiles.h"
+#include "agent/TableAudit.h"
 
 namespace VelaTool {
 
+using VelaAgent::Agent;
 using VelaAgent::HwTableAdapter;
 using VelaAgent::Json;
 using VelaAgent::RowFinding;
+using VelaAgent::TableAdapter;
+using VelaAgent::Waiting;
+using VelaDevice::SimulatedSwitch;
 
 namespace {
 
 /// Findings of one table that are told unless all are.
 constexpr U64 toldFindings = 20;
 
+std::string nameOf(const TableAdapter& table) {
+  return table.name() + "/" + std::to_string(table.instance());
+}
+
 /// A finding in words.
 std::string words(const HwTableAdapter& table, const RowFinding& finding) {
   std::ostringstream text;
-  text << table.name() << '/' << table.instance();
+  text << nameOf(table);
   const Json& key = finding.key.is_null() ? finding.holds : finding.key;
   if (!key.is_null()) text << ' ' << key.dump();
   if (!finding.index) {
@@ -53,15 +64,88 @@ std::string words(const HwTableAdapter& table, const RowFinding& finding) {
   return text.str();
 }
 
-}  // namespace
+std::string words(const TableAdapter& table, const Waiting& waiting) {
+  std::string text = nameOf(table) + " " + waiting.key.dump() + ": waits, " +
+                     VelaSwitchApi::nameOf(waiting.status);
+  if (waiting.level) text += " in " + *waiting.level;
+  if (waiting.entries) {
+    text += "; it and " + std::to_string(*waiting.entries - 1) + " others have only " +
+            std::to_string(*waiting.entries - 1) + " rows between them";
+  }
+  return text;
+}
 
-void AuditReport::audit(HwTableAdapter& table) {
+/// Audits tables and tells what was found, each finding in a line of words or of JSON.
+class AuditReport {
+ public:
+  /// Without `everything` only the first findings of a table are told in words; all are counted.
+  AuditReport(std::ostream& out, bool json, bool everything)
+      : out_(out), json_(json), everything_(everything) {}
+
+  void audit(const Agent& agent, TableAdapter& table);
+  /// The line that sums up; `repaired` when the tables were audited again after a repair.
+  void finish(const Agent& agent, bool repaired);
+  U64 found() const { return found_; }
+
+ private:
+  void auditRows(HwTableAdapter& table);
+  void tell(const TableAdapter& table, const std::string& words);
+  template <class Items, class LineOf>
+  void tellList(const TableAdapter& table, const char* name, const Items& items,
+                const LineOf& lineOf);
+
+  std::ostream& out_;
+  bool json_;
+  bool everything_;
+  U64 told_ = 0;  ///< Findings of the table under way.
+  U64 rows_ = 0;
+  U64 found_ = 0;
+  U64 corrupt_ = 0;
+  U64 waiting_ = 0;
+  U64 disagreeing_ = 0;
+  U64 byKind_[4]{};
+};
+
+void AuditReport::tell(const TableAdapter& table, const std::string& text) {
+  if (everything_ || told_ < toldFindings) {
+    out_ << text << '\n';
+  } else if (told_ == toldFindings) {
+    out_ << nameOf(table) << ": more is told with --verbose\n";
+  }
+  ++told_;
+}
+
+/// A list of one table, a thousand items a line.
+template <class Items, class LineOf>
+void AuditReport::tellList(const TableAdapter& table, const char* name, const Items& items,
+                           const LineOf& lineOf) {
+  constexpr std::size_t lineItems = 1000;
+  for (std::size_t done = 0; done < items.size(); done += lineItems) {
+    Json line = {{"table", table.name()}, {"instance", table.instance()}, {name, Json::array()}};
+    for (std::size_t i = done; i < std::min(items.size(), done + lineItems); ++i) {
+      line[name].push_back(lineOf(items[i]));
+    }
+    out_ << line.dump() << '\n';
+  }
+}
+
+void AuditReport::audit(const Agent& agent, TableAdapter& table) {
+  told_ = 0;
+  if (HwTableAdapter* hardware = table.hardware()) auditRows(*hardware);
+  const std::vector<Waiting> waiting = waitingEntries(agent, table);
+  waiting_ += waiting.size();
+  found_ += waiting.size();
+  if (json_) return tellList(table, "waiting", waiting, VelaAgent::waitingLine);
+  for (const Waiting& each : waiting) tell(table, words(table, each));
+}
+
+void AuditReport::auditRows(HwTableAdapter& table) {
   table.audit();
   for (const auto& [id, hwTable] : table.convertor().hwTables()) {
     if (!table.borrowsRows()) rows_ += hwTable->descriptor().last - hwTable->descriptor().first + 1;
   }
-  U64 told = 0;
-  for (const RowFinding& finding : table.findings()) {
+  const std::vector<RowFinding> findings = table.findings();
+  for (const RowFinding& finding : findings) {
     ++found_;
     ++byKind_[static_cast<std::size_t>(finding.kind)];
     if (finding.corrupt) ++corrupt_;
@@ -70,16 +154,21 @@ void AuditReport::audit(HwTableAdapter& table) {
       line["table"] = table.name();
       line["instance"] = table.instance();
       out_ << line.dump() << '\n';
-    } else if (everything_ || told < toldFindings) {
-      out_ << words(table, finding) << '\n';
-    } else if (told == toldFindings) {
-      out_ << table.name() << '/' << table.instance() << ": more is told with --verbose\n";
+    } else {
+      tell(table, words(table, finding));
     }
-    ++told;
+  }
+  const std::vector<Json> disagreeing = disagreeingKeys(table, findings);
+  disagreeing_ += disagreeing.size();
+  if (json_) {
+    return tellList(table, "disagreeing", disagreeing, [](const Json& key) { return key; });
+  }
+  for (const Json& key : disagreeing) {
+    tell(table, nameOf(table) + " " + key.dump() + ": its copies disagree");
   }
 }
 
-void AuditReport::finish(const VelaAgent::Agent& agent, bool repaired) {
+void AuditReport::finish(const Agent& agent, bool repaired) {
   U64 left = 0;
   for (const auto& table : agent.tables()) left += table->convertor().auditFindings().size();
   if (json_) {
@@ -88,7 +177,9 @@ void AuditReport::finish(const VelaAgent::Agent& agent, bool repaired) {
                  {"missing", byKind_[1]},
                  {"unexpected", byKind_[2]},
                  {"unreadable", byKind_[3]},
-                 {"corrupt", corrupt_}};
+                 {"corrupt", corrupt_},
+                 {"waiting", waiting_},
+                 {"disagreeing", disagreeing_}};
     if (repaired) {
       line["rowWrites"] = agent.recorder().rowWrites();
       line["left"] = left;
@@ -98,11 +189,44 @@ void AuditReport::finish(const VelaAgent::Agent& agent, bool repaired) {
   }
   out_ << rows_ << " rows audited: " << byKind_[0] << " inconsistent, " << byKind_[1]
        << " missing, " << byKind_[2] << " unexpected, " << byKind_[3] << " unreadable; " << corrupt_
-       << " of them corrupt\n";
+       << " of them corrupt; " << disagreeing_ << (disagreeing_ == 1 ? " entry" : " entries")
+       << " with copies that disagree, " << waiting_ << " waiting\n";
   if (repaired) {
     out_ << agent.recorder().rowWrites() << " rows written to repair them; " << left
          << " findings left\n";
   }
+}
+
+}  // namespace
+
+int audit(const Options& options) {
+  const auto profile = VelaAgent::loadProfile(options.profile);
+  const bool writes = options.repair && !options.dryRun;
+  SimulatedSwitch chip = writes ? openSaved(options.device) : copySaved(options.device);
+  std::optional<SimulatedSwitch> untouched;
+  if (options.dryRun) untouched.emplace(chip);
+  Agent agent(profile, chip);
+  agent.make();
+  agent.desireBegin();
+  VelaAgent::EventRunner runner(agent);
+  runner.desiresOnlyIs(true);
+  for (const std::string& file : options.events) {
+    if (!applyFile(file, runner, options.keepGoing)) return exitBadInput;
+  }
+  agent.desireEnd();
+
+  AuditReport report(std::cout, options.json, options.verbose);
+  for (TableAdapter* table : agent.announced()) report.audit(agent, *table);
+  if (options.repair) {
+    for (const auto& table : agent.tables()) table->repair();
+    for (const auto& table : agent.tables()) table->audit();
+  }
+  report.finish(agent, options.repair);
+  if (untouched && !options.json) {
+    std::cout << "This is what would change; nothing was done:\n";
+    SwitchDiff(profile, *untouched, chip).tell(std::cout, false);
+  }
+  return report.found() == 0 ? exitGood : exitRefused;
 }
 
 }  // namespace VelaTool

@@ -1,8 +1,11 @@
 #include "Report.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <ostream>
+#include <sstream>
+
+#include "Format.h"
+#include "agent/Explain.h"
 
 namespace VelaTool {
 
@@ -15,13 +18,6 @@ using VelaAgent::TableAdapter;
 using VelaSwitchApi::HwTableConfig;
 
 namespace {
-
-template <class... Arguments>
-std::string format(const char* pattern, Arguments... arguments) {
-  char line[300];
-  std::snprintf(line, sizeof line, pattern, arguments...);
-  return line;
-}
 
 U32 capacity(const HwTableAdapter& table) {
   U32 size = 0;
@@ -61,8 +57,19 @@ Json rowLine(const Agent& agent, const HwTableAdapter& table, const HwTableConfi
   return line;
 }
 
-/// The registers of a hardware table: the block of its first row and the names in it; a single one
-/// as a whole path.
+/// Whether the row holds neither nothing nor what the table writes where there is no entry.
+bool saysSomething(const HwTableAdapter& table, const HwTableConfig& hwTable, HwIndex index) {
+  const auto state = hwTable.state(index);
+  if (state != HwTableConfig::Row::held && state != HwTableConfig::Row::lost) return false;
+  const VelaAgent::RowImage zeros{};
+  VelaAgent::RowImage absent{};
+  table.convertor().expectedImage(hwTable.descriptor().identity.id, index, absent.data());
+  return !hwTable.same(index, hwTable.image(index), zeros.data()) &&
+         !hwTable.same(index, hwTable.image(index), absent.data());
+}
+
+}  // namespace
+
 std::string registersOf(const Agent& agent, const HwTableConfig& hwTable) {
   std::string prefix;
   std::vector<std::string> names;
@@ -81,26 +88,14 @@ std::string registersOf(const Agent& agent, const HwTableConfig& hwTable) {
   return prefix;
 }
 
-std::string registerName(const Agent& agent, const HwTableConfig& hwTable, U8 word) {
-  for (const auto& m : hwTable.mapped(hwTable.descriptor().first)) {
-    if (m.word != word) continue;
-    const std::string& path = agent.recorder().path(m.reg);
-    return path.substr(path.rfind('/') + 1);
-  }
-  return "(no register)";
-}
-
-}  // namespace
-
-void writeRows(std::ostream& out, const Agent& agent) {
+void writeRows(std::ostream& out, const Agent& agent, bool all) {
   for (const auto& table : agent.tables()) {
     for (const auto& [id, hwTable] : table->convertor().hwTables()) {
       for (HwIndex i = hwTable->descriptor().first; i <= hwTable->descriptor().last; ++i) {
         if (!table->listsRow(i)) continue;
         const Json key = table->keyAt(i);
-        if (!key.is_null() || hwTable->written(i)) {
-          out << rowLine(agent, *table, *hwTable, i, key).dump() << '\n';
-        }
+        const bool told = all ? hwTable->written(i) : saysSomething(*table, *hwTable, i);
+        if (!key.is_null() || told) out << rowLine(agent, *table, *hwTable, i, key).dump() << '\n';
       }
     }
   }
@@ -119,31 +114,53 @@ void writeStatuses(std::ostream& out, const Agent& agent) {
   }
 }
 
-bool writeEntries(std::ostream& out, std::ostream& problems, const Agent& agent,
-                  const std::string& only) {
-  if (!only.empty()) agent.table(only, 0);
-  bool good = true;
-  for (TableAdapter* table : agent.announced()) {
-    if (!only.empty() && table->name() != only) continue;
+void forEachEntry(const Agent& agent, const EntryVisitor& visit) {
+  for (const TableAdapter* table : agent.announced()) {
     table->forEachEntry([&](const Json& key, const Json& result) {
-      out << Json{{"op", "set"},
-                  {"table", table->name()},
-                  {"instance", table->instance()},
-                  {"key", key},
-                  {"result", result}}
-                 .dump()
-          << '\n';
+      if (agent.routesAt(*table, key).empty()) visit(*table, key, result);
     });
-    const HwTableAdapter* hardware = table->hardware();
-    if (!hardware) continue;
-    for (const auto& [id, index] : hardware->corruptRows()) {
-      good = false;
-      problems << table->name() << '/' << table->instance() << " row " << index
-               << " of hardware table "
-               << hardware->convertor().hwTable(id)->descriptor().identity.name << " is corrupt\n";
-    }
   }
-  return good;
+}
+
+Json eventLine(const TableAdapter& table, const Json& key, const Json& result) {
+  return {{"op", "set"},
+          {"table", table.name()},
+          {"instance", table.instance()},
+          {"key", key},
+          {"result", result}};
+}
+
+bool tellDamage(std::ostream& out, const Agent& agent, bool everything, const std::string& only) {
+  bool any = false;
+  for (const auto& table : agent.tables()) {
+    if (!only.empty() && table->name() != only) continue;
+    const auto corrupt = table->corruptRows();
+    const auto disagreeing = table->disagreeingKeys();
+    const auto stray = table->strayRows();
+    const std::string name = table->name() + "/" + std::to_string(table->instance());
+    std::string sums;
+    const auto add = [&](std::size_t number, const char* one, const char* several) {
+      if (number == 0) return;
+      sums +=
+          (sums.empty() ? "" : ", ") + std::to_string(number) + " " + (number == 1 ? one : several);
+    };
+    add(corrupt.size(), "corrupt row", "corrupt rows");
+    add(disagreeing.size(), "entry whose copies disagree", "entries whose copies disagree");
+    add(stray.size(), "row of no entry", "rows of no entry");
+    if (sums.empty()) continue;
+    any = true;
+    out << name << " was found with " << sums << '\n';
+    if (!everything) continue;
+    const auto tellRow = [&](const HwTableAdapter::RowId& row, const char* what) {
+      out << name << " row " << row.second << " of "
+          << table->convertor().hwTable(row.first)->descriptor().identity.name << ' ' << what
+          << '\n';
+    };
+    for (const auto& row : corrupt) tellRow(row, "is corrupt");
+    for (const Json& key : disagreeing) out << name << ' ' << key.dump() << ": copies disagree\n";
+    for (const auto& row : stray) tellRow(row, "is no entry's");
+  }
+  return any;
 }
 
 Json writeLine(const Agent& agent, U64 sequence, U64 event,
@@ -181,6 +198,9 @@ Json summaryJson(const Agent& agent, const RunFigures& figures) {
           {"events", figures.events},
           {"programmed", agent.programmed()},
           {"refused", figures.refused},
+          {"refusals", figures.refusals},
+          {"admitted", figures.admissions},
+          {"repeated", figures.repeats},
           {"unmet", figures.unmet},
           {"reconciled", figures.reconciled},
           {"startRowWrites", figures.startRowWrites},
@@ -219,11 +239,15 @@ void writeSummary(std::ostream& out, const Agent& agent, const RunFigures& figur
   }
   out << format("  (%u tables have no entries)\n", empty);
 
-  out << format(
-      "  entries programmed: %llu; announcements refused: %llu; expectations unmet: %llu\n",
-      json["programmed"].get<unsigned long long>(),
-      static_cast<unsigned long long>(figures.refused),
-      static_cast<unsigned long long>(figures.unmet));
+  out << "  entries programmed: " << json["programmed"]
+      << "; announcements refused: " << figures.refusals;
+  if (figures.refused != figures.refusals) {
+    out << ", of which hardware still lacks " << figures.refused;
+  }
+  out << "; expectations unmet: " << figures.unmet << '\n';
+  if (figures.repeats > 0) {
+    out << "  entries announced once more: " << figures.repeats << '\n';
+  }
   out << format(
       "  rows written: %llu while starting, %llu for the events; entries moved to make room: "
       "%llu\n",
@@ -231,14 +255,16 @@ void writeSummary(std::ostream& out, const Agent& agent, const RunFigures& figur
       static_cast<unsigned long long>(rowWrites - figures.startRowWrites),
       json["moves"].get<unsigned long long>());
   if (figures.reconciled > 0) {
-    out << format("  entries of an earlier run that were not announced again, removed: %u\n",
-                  figures.reconciled);
+    out << "  entries of an earlier run that were not announced again, removed: "
+        << figures.reconciled << '\n';
   }
 }
 
-void writeTables(std::ostream& out, const Agent& agent) {
-  out << format("%-26s %-22s %7s %5s %9s  %s\n", "table", "hardware table", "rows", "ways",
-                "capacity", "registers");
+void writeTables(std::ostream& out, const Agent& agent, unsigned width) {
+  const std::string head =
+      format("%-26s %-22s %7s %5s %9s  ", "table", "hardware table", "rows", "ways", "capacity");
+  const std::string indent(4, ' ');
+  out << head << "registers\n";
   for (const auto& table : agent.tables()) {
     const std::string name = table->name() + "/" + std::to_string(table->instance());
     if (table->convertor().hwTables().empty()) {
@@ -247,43 +273,27 @@ void writeTables(std::ostream& out, const Agent& agent) {
     for (const auto& [id, hwTable] : table->convertor().hwTables()) {
       const auto& descriptor = hwTable->descriptor();
       const auto last = table->location(descriptor.last);
-      out << format("%-26s %-22s %7u %5s %9u  %s\n", name.c_str(), descriptor.identity.name.c_str(),
-                    descriptor.last - descriptor.first + 1,
-                    last ? std::to_string(last->way + 1).c_str() : "-", capacity(*table),
-                    registersOf(agent, *hwTable).c_str());
+      std::string line =
+          format("%-26s %-22s %7u %5s %9u", name.c_str(), descriptor.identity.name.c_str(),
+                 descriptor.last - descriptor.first + 1,
+                 last ? std::to_string(last->way + 1).c_str() : "-", capacity(*table));
+      const std::string registers = registersOf(agent, *hwTable);
+      if (line.size() + 2 + registers.size() <= width) {
+        out << line << "  " << registers << '\n';
+        continue;
+      }
+      out << line << '\n';
+      line = indent;
+      std::istringstream words(registers);
+      for (std::string word; words >> word;) {
+        if (line.size() + 1 + word.size() > width && line.size() > indent.size()) {
+          out << line << '\n';
+          line = indent;
+        }
+        line += (line.size() > indent.size() ? " " : "") + word;
+      }
+      out << line << '\n';
     }
-  }
-}
-
-void writeLayout(std::ostream& out, const Agent& agent, const HwTableAdapter& table) {
-  if (table.convertor().hwTables().empty()) {
-    out << table.name() << " has no rows in hardware\n";
-    return;
-  }
-  const HwTableConfig& hwTable = *table.convertor().hwTables().begin()->second;
-  out << table.name() << ", profile " << agent.profile().name() << ", registers "
-      << registersOf(agent, hwTable) << "\n";
-  out << format("%-11s %5s  %-24s %s\n", "bits", "width", "field", "register");
-  const auto& descriptor = hwTable.descriptor();
-  auto fields = table.convertor().rowLayout(descriptor.identity.id, descriptor.first).fields();
-  std::stable_sort(fields.begin(), fields.end(),
-                   [](const auto& a, const auto& b) { return a.first < b.first; });
-  for (const auto& field : fields) {
-    if (field.width == 0) continue;
-    const U32 last = field.first + field.width - 1u;
-    const auto word = [](U32 bit) { return static_cast<U8>(bit / 32); };
-    std::string registers = registerName(agent, hwTable, word(field.first));
-    if (word(last) != word(field.first)) {
-      registers += " … " + registerName(agent, hwTable, word(last));
-    }
-    const std::string bits = field.width == 1
-                                 ? std::to_string(field.first)
-                                 : std::to_string(field.first) + "–" + std::to_string(last);
-    // Counted by hand: the dash has more bytes than columns.
-    out << bits
-        << std::string(11 - std::min<std::size_t>(11, bits.size() - (field.width == 1 ? 0 : 2)),
-                       ' ')
-        << format(" %5u  %-24s %s\n", field.width, field.name, registers.c_str());
   }
 }
 

@@ -11,29 +11,45 @@ namespace VelaTool {
 /// Figures of a run that the tables themselves do not have.
 struct RunFigures {
   U64 events = 0;
-  U64 refused = 0;
+  U64 repeats = 0;     ///< Announcements of keys that were announced before.
+  U64 refusals = 0;    ///< Announcements that left their entry unprogrammed.
+  U64 admissions = 0;  ///< Of those entries, the ones that came in by themselves.
+  U64 refused = 0;     ///< The ones that hardware still lacks.
   U64 unmet = 0;
   U64 startRowWrites = 0;  ///< Row writes while the tables started.
-  U32 reconciled = 0;
+  U64 reconciled = 0;
   double seconds = 0;
 };
 
-void writeRows(std::ostream& out, const VelaAgent::Agent& agent);
+/// The rows that hold an entry, or something else than their table holds without one; with `all`
+/// each that was written.
+void writeRows(std::ostream& out, const VelaAgent::Agent& agent, bool all);
 void writeStatuses(std::ostream& out, const VelaAgent::Agent& agent);
 /// One line of the writes listing.
 VelaAgent::Json writeLine(const VelaAgent::Agent& agent, U64 sequence, U64 event,
                           const VelaAgent::Recorder::RowWrite& write);
 
-/// Writes every entry of the tables, or of one, as the event that announces it; to `problems` a
-/// line for each row that no entry can be read from. Returns whether there was none.
-bool writeEntries(std::ostream& out, std::ostream& problems, const VelaAgent::Agent& agent,
-                  const std::string& only);
+/// Calls `visit(table, key, result)` for every entry: whole routes, and of the levels' entries
+/// those that no route stands for.
+using EntryVisitor = std::function<void(const VelaAgent::TableAdapter&, const VelaAgent::Json& key,
+                                        const VelaAgent::Json& result)>;
+void forEachEntry(const VelaAgent::Agent& agent, const EntryVisitor& visit);
+/// The event that announces an entry.
+VelaAgent::Json eventLine(const VelaAgent::TableAdapter& table, const VelaAgent::Json& key,
+                          const VelaAgent::Json& result);
+
+/// After a restart, and before anything is written: how many rows of each table are corrupt, differ
+/// between copies or are no entry's; with `everything` which ones. Returns whether there are any.
+bool tellDamage(std::ostream& out, const VelaAgent::Agent& agent, bool everything,
+                const std::string& only = {});
 
 VelaAgent::Json summaryJson(const VelaAgent::Agent& agent, const RunFigures& figures);
 void writeSummary(std::ostream& out, const VelaAgent::Agent& agent, const RunFigures& figures);
 
-void writeTables(std::ostream& out, const VelaAgent::Agent& agent);
-void writeLayout(std::ostream& out, const VelaAgent::Agent& agent,
-                 const VelaAgent::HwTableAdapter& table);
+/// No line is longer than `width`, as far as words can be parted.
+void writeTables(std::ostream& out, const VelaAgent::Agent& agent, unsigned width);
+/// The registers of a hardware table: the block of its first row and the names in it; a single one
+/// as a whole path.
+std::string registersOf(const VelaAgent::Agent& agent, const VelaSwitchApi::HwTableConfig& hwTable);
 
 }  // namespace VelaTool

@@ -1,0 +1,31 @@
+#pragma once
+
+#include "Options.h"
+#include "Orb/Types.h"
+
+/// The commands. Each returns the exit code; what it throws is bad input.
+namespace VelaTool {
+
+/// Starts every table on the device and applies the events.
+int run(const Options& options);
+
+/// Prints what a saved switch holds, as events that would announce it.
+int decode(const Options& options, const std::string& table);
+/// Asks the data path of a saved switch for the keys.
+int lookup(const Options& options, const std::string& table, const std::vector<std::string>& keys);
+/// Tells everything about a vlan, port, nexthop, flow or route that a saved switch holds.
+int show(const Options& options, const std::string& kind, const std::string& id);
+/// Compares a saved switch with what events desire.
+int audit(const Options& options);
+/// Compares two saved switches, or one with what events would make of it.
+int diff(const Options& options);
+
+int profiles(const std::string& name);
+int tables(const Options& options);
+/// Prints the row of a table field by field; with a key, what that key makes of it.
+int layout(const Options& options, const std::string& table, const std::string& key);
+/// Turns a list of prefixes, "a.b.c.d/len" and perhaps a next hop's number a line, into events that
+/// announce them. Prefixes without a number take the next hops in turn.
+int routes(const std::string& file, U32 vrf, U32 nexthops);
+
+}  // namespace VelaTool

@@ -1,0 +1,21 @@
+#pragma once
+
+#include <iosfwd>
+
+#include "agent/Json.h"
+
+namespace VelaTool {
+
+/// Lines of a table for a spreadsheet. The columns are all fields that any line has, those of
+/// nested objects as "outer.inner".
+class CsvTable {
+ public:
+  void lineIs(const VelaAgent::Json& line);
+  void write(std::ostream& out) const;
+
+ private:
+  std::vector<std::string> columns_;
+  std::vector<std::map<std::string, std::string>> lines_;
+};
+
+}  // namespace VelaTool

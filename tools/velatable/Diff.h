@@ -1,0 +1,35 @@
+#pragma once
+
+#include <iosfwd>
+
+#include "agent/Agent.h"
+
+namespace VelaTool {
+
+/// How two switches of one profile differ: in the entries that their registers hold, and in rows.
+class SwitchDiff {
+ public:
+  /// Neither switch is changed.
+  SwitchDiff(Orb::PtrConst<VelaSwitch::ProfileInfo> profile,
+             const VelaDevice::SimulatedSwitch& before, const VelaDevice::SimulatedSwitch& after);
+
+  U64 entries() const { return entries_.size(); }
+  U64 rows() const { return rows_.size(); }
+  /// A line for each difference, in words or of JSON, and one that sums up.
+  void tell(std::ostream& out, bool json) const;
+
+ private:
+  /// One thing that differs, by field.
+  struct Difference {
+    VelaAgent::Json where;   ///< What it is: the same members in both switches.
+    VelaAgent::Json before;  ///< Null where it is in one switch alone.
+    VelaAgent::Json after;
+  };
+  static VelaAgent::Json line(const char* kind, const Difference& difference);
+  static std::string words(const Difference& difference);
+
+  std::vector<Difference> entries_;
+  std::vector<Difference> rows_;
+};
+
+}  // namespace VelaTool

@@ -1,0 +1,33 @@
+#pragma once
+
+#include <fstream>
+#include <optional>
+
+#include "Options.h"
+#include "agent/Events.h"
+
+/// What commands read and where they write.
+namespace VelaTool {
+
+/// A file to write to, or nothing when no name was given. Throws VelaAgent::InputException when it
+/// cannot be written.
+std::optional<std::ofstream> outputFile(const std::string& name);
+
+/// The switch of a --device option, a new one if there is none yet.
+VelaDevice::SimulatedSwitch openDevice(const std::string& device);
+/// A copy of it: whatever becomes of the copy, a saved switch stays as it is.
+VelaDevice::SimulatedSwitch openCopy(const std::string& device);
+/// The saved switch of a --device option, or a copy of it; it must be there.
+VelaDevice::SimulatedSwitch openSaved(const std::string& device);
+VelaDevice::SimulatedSwitch copySaved(const std::string& device);
+
+/// A key on the command line: JSON, or for routes "ADDRESS", "PREFIX" or one of them behind "VRF:".
+/// Throws VelaAgent::InputException for what is neither.
+VelaAgent::Json keyFromText(const std::string& table, const std::string& text);
+
+/// Applies all events of one input, "-" for standard input. Bad lines are told on standard error
+/// with file and line; the first ends it unless `keepGoing`. Returns whether every line was good.
+/// Throws VelaAgent::InputException when the input cannot be read.
+bool applyFile(const std::string& name, VelaAgent::EventRunner& runner, bool keepGoing);
+
+}  // namespace VelaTool

@@ -1,0 +1,66 @@
+#include <iostream>
+
+#include "Commands.h"
+#include "Csv.h"
+#include "Input.h"
+#include "Report.h"
+#include "agent/Explain.h"
+#include "agent/Profiles.h"
+
+namespace VelaTool {
+
+using VelaAgent::Agent;
+using VelaAgent::InputException;
+using VelaAgent::Json;
+using VelaAgent::TableAdapter;
+using VelaDevice::SimulatedSwitch;
+
+int decode(const Options& options, const std::string& name) {
+  const auto profile = VelaAgent::loadProfile(options.profile);
+  SimulatedSwitch chip = copySaved(options.device);
+  Agent agent(profile, chip);
+  agent.make();
+  if (!name.empty()) agent.table(name, 0);
+  agent.decode();
+  bool first = true;
+  for (const TableAdapter* table : agent.announced()) {
+    if (!name.empty() && table->name() != name) continue;
+    CsvTable csv;
+    bool any = false;
+    table->forEachEntry([&](const Json& key, const Json& result) {
+      // Routes are told whole, unless the level is asked for.
+      if (name.empty() && !options.levels && !agent.routesAt(*table, key).empty()) return;
+      any = true;
+      if (options.csv) {
+        csv.lineIs({{"table", table->name()},
+                    {"instance", table->instance()},
+                    {"key", key},
+                    {"result", result}});
+      } else {
+        std::cout << eventLine(*table, key, result).dump() << '\n';
+      }
+    });
+    if (!options.csv || !any) continue;
+    if (!first) std::cout << '\n';
+    first = false;
+    csv.write(std::cout);
+  }
+  std::cout << std::flush;
+  return tellDamage(std::cerr, agent, true, name) ? exitRefused : exitGood;
+}
+
+int lookup(const Options& options, const std::string& table, const std::vector<std::string>& keys) {
+  const auto profile = VelaAgent::loadProfile(options.profile);
+  SimulatedSwitch chip = options.hits ? openSaved(options.device) : copySaved(options.device);
+  Agent agent(profile, chip);
+  agent.make();
+  VelaAgent::EventRunner runner(agent);
+  runner.explainIs(options.explain);
+  runner.resultListenerIs([](const Json& line) { std::cout << line.dump() << '\n'; });
+  for (const std::string& key : keys) {
+    runner.apply(Json{{"op", "lookup"}, {"table", table}, {"key", keyFromText(table, key)}});
+  }
+  return exitGood;
+}
+
+}  // namespace VelaTool

@@ -1,0 +1,208 @@
+#include <algorithm>
+#include <iostream>
+
+#include "Commands.h"
+#include "Format.h"
+#include "Input.h"
+#include "Report.h"
+#include "agent/Explain.h"
+#include "agent/Profiles.h"
+
+namespace VelaTool {
+
+using VelaAgent::Agent;
+using VelaAgent::HwTableAdapter;
+using VelaAgent::InputException;
+using VelaAgent::Json;
+using VelaAgent::RowImage;
+using VelaSwitchApi::HwTableConfig;
+using VelaSwitchApi::RowField;
+
+namespace {
+
+std::string registerName(const Agent& agent, const HwTableConfig& hwTable, U8 word) {
+  for (const auto& m : hwTable.mapped(hwTable.descriptor().first)) {
+    if (m.word != word) continue;
+    const std::string& path = agent.recorder().path(m.reg);
+    return path.substr(path.rfind('/') + 1);
+  }
+  return "(no register)";
+}
+
+/// "first–last", or one number.
+std::string range(U32 first, U32 last) {
+  return first == last ? std::to_string(first) : std::to_string(first) + "–" + std::to_string(last);
+}
+
+/// Left in a column, whose width a dash has more bytes than.
+std::string padded(const std::string& text, std::size_t width) {
+  std::size_t letters = 0;
+  for (const char c : text) letters += (static_cast<U8>(c) & 0xC0) != 0x80 ? 1 : 0;
+  return text + std::string(width - std::min(width, letters), ' ');
+}
+
+/// The fields of a row and, where there is an image, what they hold in it.
+void writeFields(const Agent& agent, const HwTableConfig& hwTable,
+                 const VelaSwitchApi::RowLayout& layout, const std::optional<RowImage>& image) {
+  std::cout << format("%-11s %5s  %-24s ", "bits", "width", "field");
+  if (image) std::cout << padded("value", 20) << ' ';
+  std::cout << "register\n";
+  auto fields = layout.fields();
+  std::stable_sort(fields.begin(), fields.end(),
+                   [](const RowField& a, const RowField& b) { return a.first < b.first; });
+  for (const RowField& field : fields) {
+    if (field.width == 0) continue;
+    const U32 last = field.first + field.width - 1u;
+    const auto word = [](U32 bit) { return static_cast<U8>(bit / 32); };
+    std::string registers = registerName(agent, hwTable, word(field.first));
+    if (word(last) != word(field.first)) {
+      registers += " … " + registerName(agent, hwTable, word(last));
+    }
+    std::cout << padded(range(field.first, last), 11)
+              << format(" %5u  %-24s ", field.width, field.name);
+    if (image) std::cout << padded(VelaAgent::fieldText(*image, field), 20) << ' ';
+    std::cout << registers << '\n';
+  }
+}
+
+/// A key on a switch that has nothing else, and what it makes of the row that it gets.
+struct PackedKey {
+  VelaAgent::HwIndex index;
+  RowImage image;
+};
+
+class KeyPacker {
+ public:
+  explicit KeyPacker(HwTableAdapter& table)
+      : table_(table), hwTable_(*table.convertor().hwTables().begin()->second) {}
+
+  /// Throws for a key that the table cannot have.
+  PackedKey pack(const Json& key) {
+    table_.set(key, nullptr);
+    const auto place = table_.place(key);
+    if (!place) throw InputException("the key has no row");
+    PackedKey packed{place->index, {}};
+    const U32* words = hwTable_.image(place->index);
+    std::copy_n(words, hwTable_.descriptor().rowWords, packed.image.begin());
+    table_.del(key);
+    return packed;
+  }
+  /// The field in which a row differs from another key's; empty where all of them are alike, the
+  /// row's number aside.
+  std::string changedField(const PackedKey& from, const PackedKey& to) const {
+    const HwTableConfig& hwTable = hwTable_;
+    std::array<U32, VelaSwitchApi::maxRowWords> bits{};
+    for (U8 word = 0; word < hwTable.descriptor().rowWords; ++word) {
+      bits[word] = (from.image[word] ^ to.image[word]) & ~hwTable.staticBits(word);
+    }
+    const auto id = hwTable.descriptor().identity.id;
+    for (const RowField& field : table_.convertor().rowLayout(id, from.index).fields()) {
+      if (std::string_view(field.name).starts_with("parity")) continue;
+      for (U32 bit = field.first; bit < U32{field.first} + field.width; ++bit) {
+        if ((bits[bit / 32] >> bit % 32 & 1) != 0) return field.name;
+      }
+    }
+    return {};
+  }
+  const HwTableConfig& hwTable() const { return hwTable_; }
+
+ private:
+  HwTableAdapter& table_;
+  HwTableConfig& hwTable_;
+};
+
+/// The same value with one bit flipped, or null when there is no such bit.
+Json flipped(const Json& value, U32 bit) {
+  if (value.is_number_unsigned()) return value.get<U64>() ^ U64 { 1 } << bit;
+  if (value.is_boolean()) return bit == 0 ? Json(!value.get<bool>()) : Json(nullptr);
+  if (!value.is_string()) return nullptr;
+  const std::string text = value;
+  if (text.find('/') == std::string::npos) {
+    const auto address = Orb::fromText<Ipnet::IpAddr>(text);
+    return Orb::text(Ipnet::IpAddr(address.number() ^ 1u << bit));
+  }
+  const auto prefix = Orb::fromText<Ipnet::IpPrefix>(text);
+  if (bit < 32u - prefix.len()) return nullptr;
+  return Orb::text(
+      Ipnet::IpPrefix(Ipnet::IpAddr(prefix.address().number() ^ 1u << bit), prefix.len()));
+}
+
+/// Which bits of the key stand in the row and in which field, and which ones the row's number
+/// implies: tried out, bit by bit.
+void writeKeyBits(KeyPacker& packer, const PackedKey& packed, const Json& key) {
+  std::cout << "\nkey bits:\n";
+  const auto tell = [](const std::string& name, U32 first, U32 last, const std::string& what) {
+    std::cout << "  " << padded(name + " " + range(first, last), 26) << ' ' << what << '\n';
+  };
+  const auto field = [&](const std::string& name, const Json& value) {
+    constexpr U32 bits = 32;
+    std::string under;
+    U32 first = 0;
+    U32 bit = 0;
+    const auto flush = [&](const std::string& next) {
+      if (!under.empty()) tell(name, first, bit - 1, under);
+      under = next;
+      first = bit;
+    };
+    for (; bit < bits; ++bit) {
+      std::string what;
+      try {
+        const Json other = flipped(value, bit);
+        if (!other.is_null()) {
+          Json changed = key;
+          (name == "key" ? changed : changed[name]) = other;
+          const PackedKey moved = packer.pack(changed);
+          const std::string in = packer.changedField(packed, moved);
+          what = !in.empty()                   ? "stored in " + in
+                 : moved.index != packed.index ? "implied by the row's number"
+                                               : "take no part";
+        }
+      } catch (const std::exception&) {
+        // The key type has no such bit.
+      }
+      if (what != under) flush(what);
+    }
+    flush({});
+  };
+  if (!key.is_object()) return field("key", key);
+  for (const auto& [name, value] : key.items()) field(name, value);
+}
+
+}  // namespace
+
+int layout(const Options& options, const std::string& name, const std::string& keyText) {
+  VelaDevice::SimulatedSwitch chip;
+  Agent agent(VelaAgent::loadProfile(options.profile), chip);
+  agent.make();
+  auto* table = agent.table(name, 0).hardware();
+  if (!table) throw InputException("table " + name + " has no rows of its own");
+  if (table->convertor().hwTables().empty()) {
+    std::cout << table->name() << " has no rows in hardware\n";
+    return exitGood;
+  }
+  KeyPacker packer(*table);
+  const HwTableConfig& hwTable = packer.hwTable();
+  const auto id = hwTable.descriptor().identity.id;
+  std::cout << table->name() << ", profile " << agent.profile().name() << ", registers "
+            << registersOf(agent, hwTable) << '\n';
+  if (keyText.empty()) {
+    writeFields(agent, hwTable, table->convertor().rowLayout(id, hwTable.descriptor().first),
+                std::nullopt);
+    return exitGood;
+  }
+  agent.start(Agent::Start::fresh);
+  const Json key = keyFromText(name, keyText);
+  const PackedKey packed = packer.pack(key);
+  std::cout << "key " << key.dump() << ": row " << packed.index;
+  if (const auto at = table->location(packed.index)) {
+    std::cout << " (way " << int{at->way} << ", row " << at->row << " of a switch without others)";
+  }
+  std::cout << ", with a default result\n";
+  writeFields(agent, hwTable, table->convertor().rowLayout(id, packed.index), packed.image);
+  // All of the key's fields, those that were left out too.
+  table->set(key, nullptr);
+  writeKeyBits(packer, packed, table->keyAt(packed.index));
+  return exitGood;
+}
+
+}  // namespace VelaTool
