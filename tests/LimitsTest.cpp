@@ -135,7 +135,8 @@ TEST(Limits, theLargestNumberIsTaken) {
     EXPECT_EQ(told.set("HashTest", most, most), "");
     EXPECT_EQ(told.lookup("HashTest", most)["result"], 0xffffffff);
   }
-  EXPECT_EQ(told.set("HashTest", 1, U64{1} << 32), "4294967296 is above 4294967295");
+  EXPECT_EQ(told.set("HashTest", 1, U64{1} << 32),
+            "result 4294967296: allowed are 0 to 4294967295");
   EXPECT_NE(told.set("HashTest", 1, "0x100000000"), "");
   EXPECT_EQ(told.set("AclIndirectCounterHash", 0xffff, 1), "");
   EXPECT_NE(told.set("AclIndirectCounterHash", 0x10000, 1), "");
@@ -165,10 +166,10 @@ TEST(Limits, whatTheSwitchDoesNotHaveIsRefusedInAClearLine) {
     const char* result = "null";
   };
   const Refused results[] = {
-      {"VlanMembership", "5", "vrfBits: the switch has 8 VRFs, no 8", R"({"vrfBits":8})"},
-      {"VlanMembership", "5", "natEnable: the switch has 2 ingress pipes, no 2",
+      {"VlanMembership", "5", "vrfBits 8: this switch has VRFs 0 to 7", R"({"vrfBits":8})"},
+      {"VlanMembership", "5", "natEnable 2: this switch has ingress pipes 0 to 1",
        R"({"natEnable":{"2":1}})"},
-      {"LagMembership", "5", "port: the switch has 48 ports, no 48", R"({"port":[1,48]})"},
+      {"LagMembership", "5", "port 48: this switch has ports 0 to 47", R"({"port":[1,48]})"},
       {"Route", R"({"vrf":0,"prefix":"10.0.0.0/8"})",
        "cpuTrap belongs to a key of a level, such as Lpm26, not to a whole route",
        R"({"l3LagIndex":1,"cpuTrap":true})"},
@@ -187,28 +188,29 @@ TEST(Limits, whatTheSwitchDoesNotHaveIsRefusedInAClearLine) {
     EXPECT_EQ(told.set(each.table, json(each.key), json(each.result)), each.refusal);
   }
   const Refused keys[] = {
-      {"AclHash", R"({"type":19})", "type: the switch has 19 ACL types, no 19"},
+      {"AclHash", R"({"type":19})", "type 19: this switch has ACL types 0 to 18"},
       {"NatMatch", R"({"natType":2,"sport":1})",
        "natType 2 translates an address alone: sport and dport must be 0"},
       {"NatMatch", R"({"natType":0,"dport":1})",
        "natType 0 translates an address alone: sport and dport must be 0"},
       {"NatRewrite", R"({"baseChipPortId":7})", "baseChipPortId: 7 is not the even port of a pair"},
       {"NatRewrite", R"({"baseChipPortId":0,"rewriteIndex":4096})",
-       "rewriteIndex: the switch has 4096 rewrites for each pair of ports, no 4096"},
-      {"NatRewrite", R"({"baseChipPortId":48})", "baseChipPortId: the switch has 48 ports, no 48"},
-      {"Lpm11", R"({"vrf":8,"prefix":"10.0.0.0/11"})", "vrf: the switch has 8 VRFs, no 8"},
+       "rewriteIndex 4096: this switch has rewrite rows 0 to 4095"},
+      {"NatRewrite", R"({"baseChipPortId":48})",
+       "baseChipPortId 48: this switch has ports 0 to 47"},
+      {"Lpm11", R"({"vrf":8,"prefix":"10.0.0.0/11"})", "vrf 8: this switch has VRFs 0 to 7"},
       {"Lpm11", R"({"prefix":"10.0.0.0/12"})",
        "prefix: the keys of this level have 11 bits, not 12"},
-      {"Lpm14", R"({"vrf":8,"prefix":"10.0.0.0/12"})", "vrf: the switch has 8 VRFs, no 8"},
+      {"Lpm14", R"({"vrf":8,"prefix":"10.0.0.0/12"})", "vrf 8: this switch has VRFs 0 to 7"},
       {"Lpm14", R"({"prefix":"10.0.0.0/15"})",
        "prefix: the keys of this level have 12 bits, not 15"},
       {"Lpm29", R"({"prefix":"0.0.0.0/0"})", "prefix: the keys of this level have 27 bits, not 0"},
-      {"VlanGroup", "16", "key 16 has no row in this profile"},
-      {"MacVlan", "1024", "key 1024 has no row in this profile"},
-      {"L3FloodArp", "128", "key 128 has no row in this profile"},
-      {"L3FloodBitmap", "128", "key 128 has no row in this profile"},
-      {"RxPortMirror", "48", "key 48 has no row in this profile"},
-      {"Copp", "13", "key 13 has no row in this profile"},
+      {"VlanGroup", "16", "key 16: VlanGroup has rows 0 to 15"},
+      {"MacVlan", "1024", "key 1024: MacVlan has rows 0 to 1023"},
+      {"L3FloodArp", "128", "key 128: L3FloodArp has rows 0 to 127"},
+      {"L3FloodBitmap", "128", "key 128: L3FloodBitmap has rows 0 to 127"},
+      {"RxPortMirror", "48", "portId 48: this switch has ports 0 to 47"},
+      {"Copp", "13", "key 13: Copp has rows 0 to 12"},
   };
   for (const auto& each : keys) {
     SCOPED_TRACE(each.table);
@@ -222,13 +224,13 @@ TEST(Limits, whatTheSwitchDoesNotHaveIsRefusedInAClearLine) {
     }
   }
   const Refused lookups[] = {
-      {"Route", R"({"vrf":8,"address":"10.0.0.1"})", "vrf: the switch has 8 VRFs, no 8"},
-      {"VlanMembership", R"({"vid":5,"port":48})", "port: the switch has 48 ports, no 48"},
-      {"FloodSet", R"({"vid":5,"port":48})", "port: the switch has 48 ports, no 48"},
-      {"Flow", R"({"egressPort":48})", "egressPort: the switch has 48 ports, no 48"},
-      {"LagMember", R"({"ingressPort":48})", "ingressPort: the switch has 48 ports, no 48"},
+      {"Route", R"({"vrf":8,"address":"10.0.0.1"})", "vrf 8: this switch has VRFs 0 to 7"},
+      {"VlanMembership", R"({"vid":5,"port":48})", "port 48: this switch has ports 0 to 47"},
+      {"FloodSet", R"({"vid":5,"port":48})", "port 48: this switch has ports 0 to 47"},
+      {"Flow", R"({"egressPort":48})", "egressPort 48: this switch has ports 0 to 47"},
+      {"LagMember", R"({"ingressPort":48})", "ingressPort 48: this switch has ports 0 to 47"},
       {"LagMember", R"({"ingressPort":1,"bucket":32})",
-       "bucket: the switch has 32 buckets for each LAG, no 32"},
+       "bucket 32: this switch has LAG buckets 0 to 31"},
   };
   for (const auto& each : lookups) {
     const Json key = json(each.key);

@@ -331,6 +331,7 @@ TEST(Routes, guessesGiveWayToEntriesOfTheLevels) {
     cells.cellResultIs(EntryCellIndex(i), cell);
   }
   before.levels[4]->entryIs(key, cells);
+  // The mask length of a row alone does not make it a route's: 64.32.0.0/11 would be that as well.
   const LpmKey first = route(1, "64.0.0.0/11");
   Lpm11Result row;
   row.cellResult = cells.cellResult(EntryCellIndex(1));
@@ -339,7 +340,7 @@ TEST(Routes, guessesGiveWayToEntriesOfTheLevels) {
   before.first->entryIs(first, row);
 
   Ladder after("vela-48-5.1", Chip::Start::restart, &before.chip.chip);
-  EXPECT_EQ(after.routes->entries().size(), 5u) << "guesses";
+  EXPECT_EQ(after.routes->entries().size(), 4u) << "guesses";
   after.levels[4]->entryIs(key, cells);
   after.first->entryIs(first, row);
   EXPECT_EQ(after.routes->entries().size(), 0u);
