@@ -366,6 +366,8 @@ Json findingLine(const RowFinding& finding) {
 void EventRunner::sync(const Json& event) {
   allow(event, {"op", "table", "instance"});
   HwTableAdapter& table = hardwareOf(event);
+  // What the audit is about to find is not what hardware never had.
+  const std::vector<Waiting> waiting = waitingEntries(agent_, table);
   table.audit();
   std::set<Json> inconsistent;
   std::set<Json> missing;
@@ -397,9 +399,9 @@ void EventRunner::sync(const Json& event) {
                {"inconsistent", inconsistent},
                {"missing", missing},
                {"unexpected", unexpected}};
-  const std::vector<Waiting> waiting = waitingEntries(agent_, table);
-  Json& waitingLines = line["waiting"] = Json::array();
+  Json waitingLines = Json::array();
   for (const Waiting& each : waiting) waitingLines.push_back(waitingLine(each));
+  line["waiting"] = std::move(waitingLines);
   const std::vector<Json> disagreeing = disagreeingKeys(table, table.findings());
   if (!disagreeing.empty()) line["disagreeing"] = disagreeing;
   if (!corrupt.empty()) line["corrupt"] = corrupt;

@@ -30,6 +30,18 @@ std::optional<RowImage> heldImage(const SimulatedSwitch& chip,
   return image;
 }
 
+std::vector<VelaSwitchApi::RowField> heldFields(const HwTableAdapter& table,
+                                                VelaSwitchApi::HwTableId id, HwIndex index) {
+  const auto& mapped = table.convertor().hwTable(id)->mapped(index);
+  std::vector<VelaSwitchApi::RowField> fields = table.convertor().rowLayout(id, index).fields();
+  std::erase_if(fields, [&](const auto& field) {
+    return field.width == 0 || std::none_of(mapped.begin(), mapped.end(), [&](const auto& each) {
+             return each.word == field.first / 32;
+           });
+  });
+  return fields;
+}
+
 Json describeRow(const SimulatedSwitch& chip, const HwTableAdapter& table,
                  VelaSwitchApi::HwTableId id, HwIndex index) {
   const auto& hwTable = *table.convertor().hwTable(id);
@@ -44,8 +56,8 @@ Json describeRow(const SimulatedSwitch& chip, const HwTableAdapter& table,
     row["row"] = location->row;
   }
   Json& fields = row["fields"] = Json::object();
-  for (const auto& field : table.convertor().rowLayout(id, index).fields()) {
-    if (field.width != 0) fields[field.name] = fieldText(*image, field);
+  for (const auto& field : heldFields(table, id, index)) {
+    fields[field.name] = fieldText(*image, field);
   }
   return row;
 }

@@ -13,6 +13,10 @@ std::string fieldText(RowImage image, const VelaSwitchApi::RowField& field);
 std::optional<RowImage> heldImage(const VelaDevice::SimulatedSwitch& chip,
                                   const VelaSwitchApi::HwTableConfig& hwTable, HwIndex index);
 
+/// The fields of a row that hardware holds: those of words without a register are software's own.
+std::vector<VelaSwitchApi::RowField> heldFields(const HwTableAdapter& table,
+                                                VelaSwitchApi::HwTableId id, HwIndex index);
+
 /// A row as the switch holds it: its table, its place and its fields by name. Null when it was
 /// never written.
 Json describeRow(const VelaDevice::SimulatedSwitch& chip, const HwTableAdapter& table,

@@ -55,7 +55,9 @@ std::string suggestion(std::string_view name, const std::vector<std::string>& na
 U64 numberFromJson(const Json& json, U64 max) {
   if (json.is_string()) {
     const std::string& text = json.get_ref<const std::string&>();
-    Orb::TextCursor cursor(text);
+    // What is too long for a message is no number either.
+    const std::string shortText = quoted(text);
+    Orb::TextCursor cursor(shortText);
     const U64 value = Orb::parseNumber(cursor, max);
     if (!cursor.rest().empty()) throw InputException(quoted(json) + " is not a number");
     return value;

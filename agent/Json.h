@@ -286,7 +286,7 @@ void fromJson(const Json& json, T& value) {
   } else {
     // Addresses and prefixes are texts; an address may also be a number.
     if (json.is_string() && !json.get_ref<const std::string&>().starts_with("0x")) {
-      value = Orb::fromText<T>(json.get_ref<const std::string&>());
+      value = Orb::fromText<T>(quoted(json.get_ref<const std::string&>()));
     } else if constexpr (std::constructible_from<T, U32>) {
       value = T(static_cast<U32>(numberFromJson(json, ~U32{0})));
     } else {

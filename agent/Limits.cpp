@@ -18,7 +18,7 @@ void refuseAbsentPort(std::string_view field, U64 port, const VelaSwitch::Profil
   refuseBeyond(field, port, profile.ports(), "ports");
 }
 
-void refuseAbsentPipe(std::string_view field, U32 pipe, const VelaSwitch::ProfileInfo& profile) {
+void refuseAbsentPipe(std::string_view field, U64 pipe, const VelaSwitch::ProfileInfo& profile) {
   const auto& pipes = profile.ingressPipeRangeInfos();
   const bool known = std::any_of(pipes.begin(), pipes.end(),
                                  [&](const auto& each) { return each.pipe() == pipe; });

@@ -18,26 +18,54 @@ using FieldBits = std::function<unsigned(std::string_view field, bool portMask)>
 /// Throws InputException unless `number` is below `count`: "vrf 9: this switch has VRFs 0 to 7".
 void refuseBeyond(std::string_view field, U64 number, U64 count, const char* things);
 void refuseAbsentPort(std::string_view field, U64 port, const VelaSwitch::ProfileInfo& profile);
-void refuseAbsentPipe(std::string_view field, U32 pipe, const VelaSwitch::ProfileInfo& profile);
+void refuseAbsentPipe(std::string_view field, U64 pipe, const VelaSwitch::ProfileInfo& profile);
 void refuseAbsentVrf(std::string_view field, U32 vrf, const VelaSwitch::ProfileInfo& profile);
 
-/// Refuses a value whose fields name a port or a pipe that the switch does not have.
-template <class T>
-void refuseAbsent(const T& value, const VelaSwitch::ProfileInfo& profile) {
-  Orb::forEachField(value, [&](const auto& field) {
-    using Content = std::remove_cvref_t<decltype(field())>;
-    if constexpr (std::same_as<Content, VelaSwitch::ChipPortId>) {
-      refuseAbsentPort(field.name, field().value(), profile);
-    } else if constexpr (std::same_as<Content, VelaSwitch::ChipPortMap>) {
-      field().forEach([&](VelaSwitch::ChipPortId port, bool) {
-        refuseAbsentPort(field.name, port.value(), profile);
-      });
-    } else if constexpr (detail::isPipeMap<Content>) {
-      field().forEach([&](VelaSwitch::PipeId pipe, const auto&) {
-        refuseAbsentPipe(field.name, pipe.value(), profile);
-      });
+namespace detail {
+
+/// Calls `refuse(number)` with a number; what is none is for others to complain of.
+template <class Refuse>
+void ifNumber(const Json& json, const Refuse& refuse) {
+  U64 number = 0;
+  try {
+    number = numberFromJson(json, ~U64{0});
+  } catch (const std::exception&) {
+    return;
+  }
+  refuse(number);
+}
+
+template <class Content>
+void refuseAbsent(std::string_view field, const Json& json,
+                  const VelaSwitch::ProfileInfo& profile) {
+  const auto port = [&](U64 number) { refuseAbsentPort(field, number, profile); };
+  if constexpr (std::same_as<Content, VelaSwitch::ChipPortId>) {
+    ifNumber(json, port);
+  } else if constexpr (std::same_as<Content, VelaSwitch::ChipPortMap>) {
+    for (const Json& each : json) ifNumber(each, port);
+  } else if constexpr (isPipeMap<Content>) {
+    for (const auto& [pipe, value] : json.items()) {
+      ifNumber(pipe, [&](U64 number) { refuseAbsentPipe(field, number, profile); });
     }
-  });
+  }
+}
+
+}  // namespace detail
+
+/// A value that is meant for a switch: a port or a pipe that it does not have is refused.
+template <class T>
+T fromJson(const Json& json, const VelaSwitch::ProfileInfo& profile) {
+  if constexpr (Orb::Value<T>) {
+    Orb::forEachField(T{}, [&](const auto& field) {
+      using Content = std::remove_cvref_t<decltype(field())>;
+      if constexpr (Orb::ScalarValue<T>) {
+        detail::refuseAbsent<Content>(field.name, json, profile);
+      } else if (const auto at = json.find(std::string(field.name)); at != json.end()) {
+        detail::refuseAbsent<Content>(field.name, *at, profile);
+      }
+    });
+  }
+  return fromJson<T>(json);
 }
 
 namespace detail {

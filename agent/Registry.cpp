@@ -34,8 +34,7 @@ struct LagFrame {
 Json lookupFlow(const Agent& agent, DataPath& dataPath, const Json& json) {
   constexpr U64 classes = 8;
   constexpr U64 qualifiers = 64;
-  const auto key = fromJson<FlowKey>(json);
-  refuseAbsent(key, dataPath.profile());
+  const auto key = fromJson<FlowKey>(json, dataPath.profile());
   refuseBeyond("protoClass", key.protoClass().value_or(0), classes, "protocol classes");
   refuseBeyond("qualifier", key.qualifier(), qualifiers, "qualifiers");
   if (key.proto() && key.protoClass()) {
@@ -57,8 +56,7 @@ Json lookupFlow(const Agent& agent, DataPath& dataPath, const Json& json) {
 }
 
 Json lookupLagMember(DataPath& dataPath, const Json& key) {
-  const auto frame = fromJson<LagFrame>(key);
-  refuseAbsent(frame, dataPath.profile());
+  const auto frame = fromJson<LagFrame>(key, dataPath.profile());
   refuseBeyond("bucket", frame.bucket(), lagBuckets, "LAG buckets");
   return hitToJson(
       dataPath.lagMember(frame.ingressPort().value(), frame.lagGroupId(), frame.bucket()));

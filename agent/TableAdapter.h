@@ -328,8 +328,8 @@ class EntryAdapter : public HwTableAdapter {
 
   EntryProgrammedStatus set(const Json& key, const Json& result) override {
     const Key k = keyFromJson(key);
-    const Announced r = result.is_null() ? Announced{} : fromJson<Announced>(result);
-    refuseAbsent(r, table_->profile());
+    const Announced r =
+        result.is_null() ? Announced{} : fromJson<Announced>(result, table_->profile());
     std::vector<std::string> odd;
     if (rules_.result) rules_.result(*table_, r, odd);
     this->warnOfCuts(k, r, [this](auto field, bool mask) { return rowBits(field, mask); });
@@ -420,7 +420,7 @@ class EntryAdapter : public HwTableAdapter {
 
   /// The key that an event names. Throws InputException for one that the table cannot have.
   virtual Key keyFromJson(const Json& json) const {
-    const Key key = fromJson<Key>(json);
+    const Key key = fromJson<Key>(json, table_->profile());
     if (rules_.key) rules_.key(*table_, key);
     return key;
   }
@@ -595,9 +595,8 @@ class IndexedAdapter : public EntryAdapter<typename Family::Table> {
           return this->holds(*each.second, index) && Family::keyOf(index) == key;
         });
     if (row) return key;
-    if constexpr (Orb::ScalarValue<Key>) refuseAbsent(key, this->table().profile());
-    throw ValueException("key " + quoted(json), this->name() + " has rows 0 to " +
-                                                    std::to_string(lastIndex()));
+    throw ValueException("key " + quoted(json),
+                         this->name() + " has rows 0 to " + std::to_string(lastIndex()));
   }
   /// The last row that a key has.
   HwIndex lastIndex() const {

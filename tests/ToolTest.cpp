@@ -1,13 +1,6 @@
-#include <sys/wait.h>
-
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
 #include <map>
-#include <sstream>
 
-#include "Support.h"
-#include "agent/Json.h"
+#include "Tool.h"
 #include "agent/Profiles.h"
 
 // The tool as its users run it: arguments and files in; exit code, output and files out.
@@ -17,41 +10,7 @@ namespace {
 using testing::HasSubstr;
 using testing::SizeIs;
 using VelaAgent::Json;
-
-struct Tool : testing::Test {
-  Tool() {
-    directory = std::filesystem::temp_directory_path() /
-                ("velatable-" + std::to_string(getpid()) + "-" +
-                 testing::UnitTest::GetInstance()->current_test_info()->name());
-    std::filesystem::create_directories(directory);
-  }
-  ~Tool() override { std::filesystem::remove_all(directory); }
-
-  std::string file(const std::string& name) const { return directory / name; }
-  std::string read(const std::string& name) const {
-    std::ostringstream text;
-    text << std::ifstream(file(name)).rdbuf();
-    return text.str();
-  }
-  std::vector<Json> lines(const std::string& name) const {
-    std::vector<Json> all;
-    std::istringstream in(read(name));
-    for (std::string line; std::getline(in, line);) all.push_back(Json::parse(line));
-    return all;
-  }
-  std::string events(const std::string& text) const {
-    std::ofstream(file("events")) << text;
-    return file("events");
-  }
-  /// Runs the tool in the test's folder; its output goes to the files "out" and "err".
-  int run(const std::string& arguments) const {
-    const std::string command =
-        "cd " + directory.string() + " && " VELATABLE " " + arguments + " > out 2> err";
-    return WEXITSTATUS(std::system(command.c_str()));
-  }
-
-  std::filesystem::path directory;
-};
+using VelaTest::Tool;
 
 TEST_F(Tool, theExamplesDoWhatTheySay) {
   EXPECT_EQ(run("run " EXAMPLES "/first-light.jsonl --results results"), 0);

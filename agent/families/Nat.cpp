@@ -38,8 +38,7 @@ void checkNatResult(const Table&, const typename Table::Result& result,
   warnings.push_back(Orb::text("proto ", result.proto(), " cannot be encoded: 0 in its place"));
 }
 
-void checkNatRewriteKey(const NatRewriteTable& table, const VelaSwitch::NatRewriteKey& key) {
-  refuseAbsent(key, table.profile());
+void checkNatRewriteKey(const NatRewriteTable&, const VelaSwitch::NatRewriteKey& key) {
   const U16 port = key.baseChipPortId().value();
   if (port % portsPerEgressProcessor != 0) {
     throw InputException(Orb::text("baseChipPortId: ", port, " is not the even port of a pair"));

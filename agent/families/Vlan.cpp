@@ -22,8 +22,7 @@ struct FloodedFrame {
 /// to.
 Json lookupFloodSet(DataPath& dataPath, U32, const Json& key) {
   if (!key.is_object()) return hitToJson(dataPath.floodSet(fromJson<Bridging::VlanId>(key)));
-  const auto frame = fromJson<FloodedFrame>(key);
-  refuseAbsent(frame, dataPath.profile());
+  const auto frame = fromJson<FloodedFrame>(key, dataPath.profile());
   return hitToJson(dataPath.flood(frame.vid(), frame.port().value(), frame.multicast()));
 }
 

@@ -131,8 +131,9 @@ void AuditReport::tellList(const TableAdapter& table, const char* name, const It
 
 void AuditReport::audit(const Agent& agent, TableAdapter& table) {
   told_ = 0;
-  if (HwTableAdapter* hardware = table.hardware()) auditRows(*hardware);
+  // What the audit is about to find is not what hardware never had.
   const std::vector<Waiting> waiting = waitingEntries(agent, table);
+  if (HwTableAdapter* hardware = table.hardware()) auditRows(*hardware);
   waiting_ += waiting.size();
   found_ += waiting.size();
   if (json_) return tellList(table, "waiting", waiting, VelaAgent::waitingLine);
@@ -224,7 +225,7 @@ int audit(const Options& options) {
   report.finish(agent, options.repair);
   if (untouched && !options.json) {
     std::cout << "This is what would change; nothing was done:\n";
-    SwitchDiff(profile, *untouched, chip).tell(std::cout, false);
+    SwitchDiff(profile, *untouched, chip).tell(std::cout, false, options.verbose);
   }
   return report.found() == 0 ? exitGood : exitRefused;
 }

@@ -136,9 +136,14 @@ std::string SwitchDiff::words(const Difference& difference) {
   return text;
 }
 
-void SwitchDiff::tell(std::ostream& out, bool json) const {
+void SwitchDiff::tell(std::ostream& out, bool json, bool everything) const {
+  constexpr std::size_t told = 100;
   const auto each = [&](const char* kind, const std::vector<Difference>& differences) {
     for (const Difference& difference : differences) {
+      if (!json && !everything && &difference == &differences.front() + told) {
+        out << "… " << differences.size() - told << " more with --verbose\n";
+        break;
+      }
       out << (json ? line(kind, difference).dump() : words(difference)) << '\n';
     }
   };
@@ -174,7 +179,7 @@ int diff(const Options& options) {
     runner.reconcile();
   }
   const SwitchDiff difference(profile, before, after);
-  difference.tell(std::cout, options.json);
+  difference.tell(std::cout, options.json, options.verbose);
   return difference.entries() + difference.rows() == 0 ? exitGood : exitRefused;
 }
 

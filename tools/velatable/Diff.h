@@ -15,8 +15,9 @@ class SwitchDiff {
 
   U64 entries() const { return entries_.size(); }
   U64 rows() const { return rows_.size(); }
-  /// A line for each difference, in words or of JSON, and one that sums up.
-  void tell(std::ostream& out, bool json) const;
+  /// A line for each difference, in words or of JSON, and one that sums up. Words on many rows are
+  /// cut short unless `everything` is told.
+  void tell(std::ostream& out, bool json, bool everything) const;
 
  private:
   /// One thing that differs, by field.

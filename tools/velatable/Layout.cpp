@@ -96,7 +96,7 @@ class KeyPacker {
       bits[word] = (from.image[word] ^ to.image[word]) & ~hwTable.staticBits(word);
     }
     const auto id = hwTable.descriptor().identity.id;
-    for (const RowField& field : table_.convertor().rowLayout(id, from.index).fields()) {
+    for (const RowField& field : heldFields(table_, id, from.index)) {
       if (std::string_view(field.name).starts_with("parity")) continue;
       for (U32 bit = field.first; bit < U32{field.first} + field.width; ++bit) {
         if ((bits[bit / 32] >> bit % 32 & 1) != 0) return field.name;
@@ -201,7 +201,9 @@ int layout(const Options& options, const std::string& name, const std::string& k
   writeFields(agent, hwTable, table->convertor().rowLayout(id, packed.index), packed.image);
   // All of the key's fields, those that were left out too.
   table->set(key, nullptr);
-  writeKeyBits(packer, packed, table->keyAt(packed.index));
+  const Json whole = table->keyAt(packed.index);
+  table->del(key);
+  writeKeyBits(packer, packed, whole);
   return exitGood;
 }
 

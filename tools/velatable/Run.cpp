@@ -159,7 +159,7 @@ int run(const Options& options) {
   if (statuses) writeStatuses(*statuses, agent);
   if (untouched) {
     if (!outputs.json) std::cout << "\nThis is what would change; nothing was done:\n";
-    SwitchDiff(profile, *untouched, chip).tell(std::cout, outputs.json);
+    SwitchDiff(profile, *untouched, chip).tell(std::cout, outputs.json, options.verbose);
   }
   if (outputs.json) {
     std::cout << summaryJson(agent, figures).dump() << '\n';

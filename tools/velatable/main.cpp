@@ -141,7 +141,7 @@ int main(int argc, char** argv) {
     command->add_flag("--keep-going", options.keepGoing, "report a bad event and go on");
     command->add_flag("--dry-run", options.dryRun, "say what would change, and change nothing");
   }
-  for (CLI::App* command : {runCommand, showCommand, auditCommand}) {
+  for (CLI::App* command : {runCommand, showCommand, auditCommand, diffCommand}) {
     command->add_flag("-v,--verbose", options.verbose, "tell everything");
   }
 
