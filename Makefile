@@ -33,6 +33,7 @@ fuzz: packages
 	    mkdir -p build/fuzz/corpus/$$target && \
 	    build/fuzz/fuzz/fuzz_$$target -max_total_time=$(FUZZ_SECONDS) -print_final_stats=1 \
 	        -artifact_prefix=build/fuzz/$$target- \
+	        $$([ -f fuzz/$$target.dict ] && echo -dict=fuzz/$$target.dict) \
 	        build/fuzz/corpus/$$target fuzz/corpus/$$target || exit 1; \
 	done
 
