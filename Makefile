@@ -21,7 +21,7 @@ test: packages check
 	cmake --preset sanitize && cmake --build --preset sanitize && ctest --preset sanitize
 	cmake --preset clang && cmake --build --preset clang && ctest --preset clang
 
-# The tests of crashes, faults and damage at full length: an hour or two.
+# The tests of crashes, faults and damage at full length: an hour of processor time.
 soak: release
 	VELA_KILLS=1000 VELA_SCHEDULES=10000 VELA_ALL_BITS=1 build/release/tests/vela_tests \
 	    --gtest_filter='Profiles/*'

@@ -107,6 +107,12 @@ HwTableAdapter& Agent::adapterOf(const VelaSwitchApi::SwTable& table) const {
   return **adapter;
 }
 
+U64 Agent::announcedEntries() const {
+  U64 count = 0;
+  for (const TableAdapter* table : announced_) count += table->entries();
+  return count;
+}
+
 U64 Agent::programmed() const {
   U64 count = 0;
   for (const TableAdapter* table : announced_) count += table->programmed();

@@ -55,6 +55,8 @@ class Agent {
   HwTableAdapter& adapterOf(const VelaSwitchApi::SwTable& table) const;
   RouteWriter& routeWriter() const { return *routeWriter_; }
 
+  /// Entries that were announced and stand, in any table.
+  U64 announcedEntries() const;
   /// Announced entries that hardware has: of routes themselves, not of what they are spread over.
   U64 programmed() const;
   /// What is to follow an event: routes that failed may be in hardware now.

@@ -84,10 +84,9 @@ bool meets(const Json& actual, const Json& expected) {
 void EventRunner::apply(const std::string& line) {
   Json event;
   try {
-    event = Json::parse(line);
-  } catch (const Json::parse_error& error) {
-    throw InputException("not a JSON object: column " + std::to_string(error.byte) + " of " +
-                         quoted(line));
+    event = jsonFromText(line);
+  } catch (const InputException& error) {
+    throw InputException(std::string("not a JSON object: ") + error.what());
   }
   if (!event.is_object()) throw InputException("not a JSON object: " + quoted(line));
   apply(event);
@@ -185,7 +184,7 @@ void EventRunner::tell(const Json& event, const std::string& outcome) const {
   if (!story_) return;
   std::string what = std::to_string(number_) + ". " + event["op"].get<std::string>();
   if (event.contains("table")) what += " " + event["table"].get<std::string>();
-  if (event.contains("instance")) what += "/" + event["instance"].dump();
+  if (event.contains("instance")) what += "/" + std::to_string(number(event, "instance", 0));
   if (event.contains("key")) what += " " + event["key"].dump();
   story_(what, outcome);
 }
@@ -237,7 +236,6 @@ void EventRunner::set(const Json& event) {
   const EntryProgrammedStatus status =
       table.set(key, result == event.end() ? Json(nullptr) : *result);
   agent_.settle();
-  ++announcements_;
   if (table.announcedBefore()) {
     ++repeats_;
     if (warnOfRepeats_ && warn_) warn_("announced before; this one counts");
@@ -272,8 +270,7 @@ void EventRunner::refuse(const Json& event, const TableAdapter& table,
     const auto level = table.levelOf(event["key"]);
     if (level) line["competing"]["level"] = *level;
     if (explain_) explainRefusal(table, competing, line["competing"]);
-    sentence += "; it and " + count(competing.size(), "other", "others") + " have only " +
-                rows(competing.size()) + " between them" + (level ? " in " + *level : "");
+    sentence += "; " + competingText(competing.size() + 1) + (level ? " in " + *level : "");
   }
   tell(event, sentence);
   if (result_) result_(line);
@@ -367,7 +364,7 @@ void EventRunner::sync(const Json& event) {
   allow(event, {"op", "table", "instance"});
   HwTableAdapter& table = hardwareOf(event);
   // What the audit is about to find is not what hardware never had.
-  const std::vector<Waiting> waiting = waitingEntries(agent_, table);
+  const std::vector<Waiting> waiting = waitingEntries(agent_, table, RoutesOfLevels::here);
   table.audit();
   std::set<Json> inconsistent;
   std::set<Json> missing;

@@ -55,8 +55,7 @@ class EventRunner {
 
   /// The number of the event being applied, from 1; 0 before the first.
   U64 eventNumber() const { return number_; }
-  /// Entries announced, those that were announced before and had not gone since counted again.
-  U64 announcements() const { return announcements_; }
+  /// Announcements of entries that were announced before and had not gone since.
   U64 repeats() const { return repeats_; }
   /// Announcements that left their entry unprogrammed, and how many of those entries came in later
   /// without another one.
@@ -95,7 +94,6 @@ class EventRunner {
   bool explain_ = false;
   bool desiresOnly_ = false;
   bool warnOfRepeats_ = false;
-  U64 announcements_ = 0;
   U64 repeats_ = 0;
   U64 number_ = 0;
   U64 refusals_ = 0;

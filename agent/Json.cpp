@@ -16,7 +16,32 @@ std::string quoted(const std::string& text) {
   return text.substr(0, end) + rest;
 }
 
-std::string quoted(const Json& json) { return quoted(json.dump()); }
+std::string quoted(const Json& json) {
+  return quoted(json.dump(-1, ' ', false, Json::error_handler_t::replace));
+}
+
+Json jsonFromText(const std::string& text) {
+  // Values are read, written and compared by recursion.
+  constexpr int deepest = 100;
+  int depth = 0;
+  bool inString = false;
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    const char c = text[i];
+    if (c == '"') inString = !inString;
+    if (inString && c == '\\') ++i;
+    if (inString) continue;
+    if (c == '[' || c == '{') ++depth;
+    if (c == ']' || c == '}') --depth;
+    if (depth > deepest) throw InputException("it is nested too deep");
+  }
+  try {
+    return Json::parse(text);
+  } catch (const Json::parse_error& error) {
+    throw InputException("column " + std::to_string(error.byte) + " of " + quoted(text));
+  } catch (const Json::exception&) {
+    throw InputException("a number is too large in " + quoted(text));
+  }
+}
 
 namespace {
 

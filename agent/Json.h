@@ -34,6 +34,9 @@ class ValueException : public InputException {
       : InputException(value + ": " + why) {}
 };
 
+/// JSON from its text. Throws InputException for what is none, or is nested beyond all use.
+Json jsonFromText(const std::string& text);
+
 /// Text for a message: JSON as it was written, cut to what a line can take.
 std::string quoted(const Json& json);
 std::string quoted(const std::string& text);

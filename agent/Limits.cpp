@@ -25,7 +25,7 @@ void refuseAbsentPipe(std::string_view field, U64 pipe, const VelaSwitch::Profil
   if (!known) refuse(field, pipes.size(), "ingress pipes", pipe);
 }
 
-void refuseAbsentVrf(std::string_view field, U32 vrf, const VelaSwitch::ProfileInfo& profile) {
+void refuseAbsentVrf(std::string_view field, U64 vrf, const VelaSwitch::ProfileInfo& profile) {
   refuseBeyond(field, vrf, profile.vrfs(), "VRFs");
 }
 

@@ -19,7 +19,7 @@ using FieldBits = std::function<unsigned(std::string_view field, bool portMask)>
 void refuseBeyond(std::string_view field, U64 number, U64 count, const char* things);
 void refuseAbsentPort(std::string_view field, U64 port, const VelaSwitch::ProfileInfo& profile);
 void refuseAbsentPipe(std::string_view field, U64 pipe, const VelaSwitch::ProfileInfo& profile);
-void refuseAbsentVrf(std::string_view field, U32 vrf, const VelaSwitch::ProfileInfo& profile);
+void refuseAbsentVrf(std::string_view field, U64 vrf, const VelaSwitch::ProfileInfo& profile);
 
 namespace detail {
 
@@ -39,6 +39,9 @@ template <class Content>
 void refuseAbsent(std::string_view field, const Json& json,
                   const VelaSwitch::ProfileInfo& profile) {
   const auto port = [&](U64 number) { refuseAbsentPort(field, number, profile); };
+  if (field == "vrf") {
+    return ifNumber(json, [&](U64 number) { refuseAbsentVrf(field, number, profile); });
+  }
   if constexpr (std::same_as<Content, VelaSwitch::ChipPortId>) {
     ifNumber(json, port);
   } else if constexpr (std::same_as<Content, VelaSwitch::ChipPortMap>) {
@@ -52,7 +55,7 @@ void refuseAbsent(std::string_view field, const Json& json,
 
 }  // namespace detail
 
-/// A value that is meant for a switch: a port or a pipe that it does not have is refused.
+/// A value that is meant for a switch: a port, pipe or VRF that it does not have is refused.
 template <class T>
 T fromJson(const Json& json, const VelaSwitch::ProfileInfo& profile) {
   if constexpr (Orb::Value<T>) {

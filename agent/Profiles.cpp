@@ -21,7 +21,8 @@ Orb::PtrConst<VelaSwitch::ProfileInfo> loadProfile(const std::string& nameOrFile
 }
 
 Orb::PtrConst<VelaSwitch::ProfileInfo> profileFromText(const std::string& text) {
-  return Orb::make<VelaSwitch::ProfileInfo>(fromJson<VelaSwitch::ProfileFields>(Json::parse(text)));
+  return Orb::make<VelaSwitch::ProfileInfo>(
+      fromJson<VelaSwitch::ProfileFields>(jsonFromText(text)));
 }
 
 Json profileToJson(const VelaSwitch::ProfileInfo& profile) { return toJson(profile.fields()); }

@@ -34,9 +34,8 @@ RouteAdapter::RouteAdapter(RouteWriter& writer, const VelaSwitch::ProfileInfo& p
 RouteAdapter::~RouteAdapter() { writer_.routes().entryStatuses().observerDel(&refusals_); }
 
 RouteAdapter::Key RouteAdapter::keyFromJson(const Json& json) const {
-  const Key key = fromJson<Key>(json);
-  refuseAbsentVrf("vrf", key.vrf(), profile_);
-  return key;
+  if (json.is_object() && !json.contains("prefix")) throw InputException("prefix is missing");
+  return fromJson<Key>(json, profile_);
 }
 
 EntryProgrammedStatus RouteAdapter::status(const Key& key) const {
@@ -78,8 +77,7 @@ Json RouteAdapter::lookup(VelaDevice::DataPath& dataPath, const Json& key) const
     const Key route = keyFromJson(key);
     return hitToJson(dataPath.route(route.vrf(), route.prefix().address()));
   }
-  const auto at = fromJson<RouteAddress>(key);
-  refuseAbsentVrf("vrf", at.vrf(), profile_);
+  const auto at = fromJson<RouteAddress>(key, profile_);
   return hitToJson(dataPath.route(at.vrf(), at.address()));
 }
 

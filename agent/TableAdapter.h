@@ -420,7 +420,12 @@ class EntryAdapter : public HwTableAdapter {
 
   /// The key that an event names. Throws InputException for one that the table cannot have.
   virtual Key keyFromJson(const Json& json) const {
-    const Key key = fromJson<Key>(json, table_->profile());
+    Key key{};
+    try {
+      key = fromJson<Key>(json, table_->profile());
+    } catch (const ValueException& error) {
+      throw InputException(std::string("key ") + error.what());
+    }
     if (rules_.key) rules_.key(*table_, key);
     return key;
   }

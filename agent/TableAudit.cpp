@@ -4,21 +4,36 @@
 
 namespace VelaAgent {
 
-std::vector<Waiting> waitingEntries(const Agent& agent, const TableAdapter& table) {
+std::vector<Waiting> waitingEntries(const Agent& agent, const TableAdapter& table,
+                                    RoutesOfLevels routes) {
   std::vector<Waiting> all;
   for (const auto& status : table.statuses()) {
     if (status.status == EntryProgrammedStatus::programmed) continue;
-    if (!agent.routesAt(table, status.key).empty()) continue;
     Waiting waiting{status.key, status.status, table.levelOf(status.key), std::nullopt};
     if (status.status == EntryProgrammedStatus::tableFull) {
       waiting.entries = table.competing(status.key).size() + 1;
     }
-    all.push_back(std::move(waiting));
+    const std::vector<Json> of = agent.routesAt(table, status.key);
+    if (of.empty()) {
+      all.push_back(std::move(waiting));
+    } else if (routes == RoutesOfLevels::here) {
+      waiting.level = table.name();
+      for (const Json& route : of) {
+        waiting.key = route;
+        all.push_back(waiting);
+      }
+    }
   }
   return all;
 }
 
 Json competingLine(U64 entries) { return {{"entries", entries}, {"rows", entries - 1}}; }
+
+std::string competingText(U64 entries) {
+  return entries == 2 ? "it and another have only one row between them"
+                      : Orb::text("it and ", entries - 1, " others have only ", entries - 1,
+                                  " rows between them");
+}
 
 Json waitingLine(const Waiting& waiting) {
   Json line = {{"key", waiting.key}, {"status", VelaSwitchApi::nameOf(waiting.status)}};

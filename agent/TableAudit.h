@@ -14,9 +14,12 @@ struct Waiting {
   std::optional<U64> entries;
 };
 
-/// The desired entries of the table that hardware does not have. An entry of a level that stands
-/// for routes is told as those.
-std::vector<Waiting> waitingEntries(const Agent& agent, const TableAdapter& table);
+/// The desired entries of the table that hardware does not have. For an entry of a level the routes
+/// that it stands for are told, unless they are `elsewhere`.
+enum class RoutesOfLevels : bool { here, elsewhere };
+std::vector<Waiting> waitingEntries(const Agent& agent, const TableAdapter& table,
+                                    RoutesOfLevels routes);
+/// The JSON form of one.
 Json waitingLine(const Waiting& waiting);
 
 /// The keys whose rows in several hardware tables do not say the same, by what an audit found.
@@ -25,5 +28,7 @@ std::vector<Json> disagreeingKeys(const HwTableAdapter& table,
 
 /// What a refused entry competes for: how many entries have how few rows between them.
 Json competingLine(U64 entries);
+/// The same in words.
+std::string competingText(U64 entries);
 
 }  // namespace VelaAgent

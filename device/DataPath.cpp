@@ -160,11 +160,21 @@ std::optional<VlanHit> DataPath::vlanRow(U32 table, Bridging::VlanId vid) {
   if (format < 4) return hit;
   const VelaSwitch::PipeId pipes[] = {VelaSwitch::PipeId(2 * table),
                                       VelaSwitch::PipeId(2 * table + 1)};
-  for (const auto pipe : pipes) hit.aclId.value.is(pipe, static_cast<U8>(row.next(4)));
-  for (const auto pipe : pipes) hit.aclEnable.value.is(pipe, static_cast<U8>(row.next(1)));
-  for (const auto pipe : pipes) hit.aclDefaultPermit.value.is(pipe, row.flag());
-  for (const auto pipe : pipes) hit.natId.value.is(pipe, static_cast<U8>(row.next(3)));
-  for (const auto pipe : pipes) hit.natEnable.value.is(pipe, static_cast<U8>(row.next(1)));
+  const auto& known = profile_.ingressPipeRangeInfos();
+  /// Puts what the row says of each pipe into the map, for the pipes that there are.
+  const auto take = [&]<class T>(VelaSwitch::PipeMap<T>& map, unsigned width) {
+    for (const auto pipe : pipes) {
+      const U64 value = row.next(width);
+      const bool there = std::any_of(known.begin(), known.end(),
+                                     [&](const auto& each) { return each.pipe() == pipe.value(); });
+      if (there) map.is(pipe, static_cast<T>(value));
+    }
+  };
+  take(hit.aclId.value, 4);
+  take(hit.aclEnable.value, 1);
+  take(hit.aclDefaultPermit.value, 1);
+  take(hit.natId.value, 3);
+  take(hit.natEnable.value, 1);
   return hit;
 }
 

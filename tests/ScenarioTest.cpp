@@ -62,9 +62,6 @@ TEST_F(Scenario, lookingChangesNoByte) {
     EXPECT_NE(run(command), 2) << command << read("err");
     EXPECT_TRUE(read("image") == before) << command;
   }
-  std::filesystem::permissions(file("image"), std::filesystem::perms::owner_read);
-  EXPECT_EQ(run("show vlan 7 --device sim:image"), 0) << "a file that may not be written";
-  std::filesystem::permissions(file("image"), std::filesystem::perms::owner_all);
   EXPECT_EQ(run("run events --device sim:image --dry-run --results results"), 0);
   EXPECT_EQ(run("run events --device sim:none --dry-run --results results"), 0);
   EXPECT_FALSE(std::filesystem::exists(file("none")));
@@ -240,6 +237,22 @@ TEST_F(Scenario, refusedRoutesNameWhatWouldLetThemIn) {
   }
 }
 
+/// A level that is audited names the routes that it has no room for.
+TEST_F(Scenario, routesThatWaitAreNamedByTheirLevel) {
+  std::string all;
+  for (U32 i = 0; i < 1400; ++i) {
+    const Ipnet::IpPrefix prefix(Ipnet::IpAddr(i * 2654435761u), 18);
+    all += R"({"op":"set","table":"Route","key":{"vrf":0,"prefix":")" + Orb::text(prefix) +
+           R"("},"result":{"l3LagIndex":1}})" + "\n";
+  }
+  ASSERT_EQ(apply(all + R"({"op":"sync","table":"Lpm20"})" + "\n"), 1);
+  const auto results = lines("results");
+  const Json& waiting = results.back()["waiting"];
+  EXPECT_EQ(waiting.size(), results.size() - 1);
+  EXPECT_EQ(waiting[0]["level"], "Lpm20");
+  EXPECT_THAT(waiting[0]["key"]["prefix"].get<std::string>(), testing::EndsWith("/18"));
+}
+
 /// What decode prints announces the same switch.
 TEST_F(Scenario, rowsOfTheirOwnDoNotComeBackAsRoutes) {
   std::string text =
@@ -336,6 +349,79 @@ TEST_F(Scenario, diffNamesKeysAndFields) {
   EXPECT_EQ(run("diff --device sim:other --events events"), 0);
   EXPECT_EQ(run("diff --device sim:image --events events"), 1);
   EXPECT_EQ(run("diff --device sim:image"), 2);
+}
+
+/// Whoever starts the tool may have closed its streams: the switch's file must not take their
+/// place.
+TEST_F(Scenario, closedStreamsDoNoHarm) {
+  ASSERT_EQ(apply(nat), 0);
+  events("not json\n", "bad");
+  for (const char* how : {"run events --device sim:image >&-", "run bad --device sim:image 2>&-",
+                          "run events --device sim:image <&- >&- 2>&-"}) {
+    std::system(("cd " + directory.string() + " && " VELATABLE " " + how).c_str());
+    EXPECT_EQ(lookup("NatMatch '" + natKey + "'")[0]["hit"]["natRewriteId"], 9) << how;
+  }
+  EXPECT_EQ(
+      WEXITSTATUS(std::system(("cd " + directory.string() +
+                               " && " VELATABLE " decode --device sim:image > /dev/full 2> err")
+                                  .c_str())),
+      2)
+      << "what did not arrive is no success";
+  EXPECT_EQ(run("run events --rows /dev/full"), 2);
+  EXPECT_EQ(run("run events --results events"), 2) << "a file that is read";
+  EXPECT_NE(read("events"), "");
+  EXPECT_EQ(run("run events nofile --device sim:new"), 2);
+  EXPECT_FALSE(std::filesystem::exists(file("new"))) << "nothing begins that cannot go on";
+}
+
+TEST_F(Scenario, oddInputGetsOneLine) {
+  ASSERT_EQ(
+      apply(
+          nat +
+          R"({"op":"set","table":"Route","key":{"vrf":0,"prefix":"10.0.0.0/8"},"result":{"l3LagIndex":1}}
+)"),
+      0);
+  const std::string deep(200000, '[');
+  for (const std::string& event :
+       {deep, R"({"op":"lookup","table":"L3Lag","key":)" + deep + std::string(200000, ']') + "}",
+        std::string(R"({"op":"hit","table":"HashTest","key":1,"at":1e400})"),
+        std::string(R"({"op":"set","table":"L3Lag","key":64})"),
+        std::string(R"({"op":"set","table":"AclHash","key":{"aclId":16}})"),
+        std::string(R"({"op":"set","table":"NatDynMatch","key":{"natType":4}})"),
+        std::string(R"({"op":"set","table":"Route","key":{"vrf":999,"prefix":"10.0.0.0/8"}})"),
+        std::string(R"({"op":"set","table":"Route","key":{"vrf":1},"result":{"l3LagIndex":1}})")}) {
+    events(event + "\n", "odd");
+    EXPECT_EQ(run("run odd --json"), 2);
+    const std::string err = read("err");
+    EXPECT_TRUE(err.starts_with("odd:1: ")) << err;
+    EXPECT_EQ(std::count(err.begin(), err.end(), '\n'), 1) << err;
+    EXPECT_LT(err.size(), 260u);
+    EXPECT_THAT(err, Not(HasSubstr("exception")));
+  }
+  for (const char* key : {R"('{"prefix":"10.0.0.0/8"}')", "10.0.0.0/8"}) {
+    EXPECT_EQ(run(std::string("show route ") + key + " --device sim:image --json"), 0);
+    EXPECT_THAT(lines("out")[0]["Route"], SizeIs(1)) << key;
+  }
+  for (const char* key : {R"('"x"')", "'[1]'", R"('{"prefix":5}')", "$'\\xff'"}) {
+    EXPECT_EQ(run(std::string("show route ") + key + " --device sim:image"), 2) << key;
+    EXPECT_THAT(read("err"), Not(HasSubstr("exception"))) << key;
+  }
+  EXPECT_EQ(run("show vlan 0 --device sim:image"), 2);
+  EXPECT_EQ(run("layout LagGroup --row 35"), 0);
+  EXPECT_THAT(read("out"), HasSubstr("key 5 "));
+}
+
+TEST_F(Scenario, aBadLineAmidAnAuditIsPassedOver) {
+  ASSERT_EQ(apply(nat + R"({"op":"set","table":"HashTest","key":1,"result":1}
+)"),
+            0);
+  events(nat + "not json\n");
+  EXPECT_EQ(run("audit --device sim:image --events events"), 2);
+  EXPECT_EQ(read("out"), "");
+  EXPECT_EQ(run("audit --device sim:image --events events --keep-going"), 2);
+  EXPECT_THAT(read("out"), HasSubstr("0 missing, 1 unexpected"));
+  EXPECT_EQ(run("run events --device sim:image --keep-going --reconcile --results results"), 2);
+  EXPECT_THAT(read("err"), HasSubstr("nothing is reconciled: not all events could be read"));
 }
 
 }  // namespace

@@ -23,6 +23,7 @@ Json lookupAclCounter(DataPath& dataPath, U32 instance, const Json& key) {
 }
 
 void checkAclKey(const AclHashTable&, const VelaSwitch::AclHashKey& key) {
+  refuseBeyond("aclId", key.aclId().value(), VelaSwitch::HwAclId::invalid, "ACLs");
   refuseBeyond("type", key.type(), VelaSwitch::AclHashKey::types, "ACL types");
 }
 

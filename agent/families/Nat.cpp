@@ -22,7 +22,14 @@ Json lookupNatRewrite(DataPath& dataPath, U32, const Json& key) {
   return hitToJson(dataPath.natRewrite(at.baseChipPortId().value(), at.rewriteIndex()));
 }
 
-void checkNatMatchKey(const NatMatchTable&, const VelaSwitch::NatMatchKey& key) {
+template <class Table>
+void checkNatType(const Table&, const VelaSwitch::NatMatchKey& key) {
+  constexpr U8 kinds = 4;
+  refuseBeyond("natType", key.natType(), kinds, "kinds of translation");
+}
+
+void checkNatMatchKey(const NatMatchTable& table, const VelaSwitch::NatMatchKey& key) {
+  checkNatType(table, key);
   if (key.natType() % 2 == 0 && (key.sport() != 0 || key.dport() != 0)) {
     throw InputException("natType " + std::to_string(key.natType()) +
                          " translates an address alone: sport and dport must be 0");
@@ -51,7 +58,7 @@ void checkNatRewriteKey(const NatRewriteTable&, const VelaSwitch::NatRewriteKey&
 
 std::vector<FamilyRegistration> natFamilies() {
   return {hashFamily<NatMatchFamily>(lookupNatMatch, 2, {checkNatMatchKey, checkNatResult}),
-          hashFamily<NatDynMatchFamily>(lookupNatDynMatch, 2, {nullptr, checkNatResult}),
+          hashFamily<NatDynMatchFamily>(lookupNatDynMatch, 2, {checkNatType, checkNatResult}),
           indexedFamily<NatRewriteFamily>(lookupNatRewrite, {checkNatRewriteKey})};
 }
 

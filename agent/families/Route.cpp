@@ -23,7 +23,6 @@ void checkCell(const EntryCellResult& cell, U8 shortest, U8 longest) {
 }
 
 void checkLevelKey(const LpmBaseTable& table, const VelaSwitch::LpmKey& key) {
-  refuseAbsentVrf("vrf", key.vrf(), table.profile());
   checkPrefixLength(key, table.level().prefixBaseLen);
 }
 
@@ -34,8 +33,7 @@ void checkLevelCells(const LpmBaseTable& table, const LpmResult& result,
   }
 }
 
-void checkFirstLevelKey(const Lpm11Table& table, const VelaSwitch::LpmKey& key) {
-  refuseAbsentVrf("vrf", key.vrf(), table.profile());
+void checkFirstLevelKey(const Lpm11Table&, const VelaSwitch::LpmKey& key) {
   checkPrefixLength(key, Lpm11Family::keyLength);
 }
 

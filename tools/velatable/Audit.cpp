@@ -69,8 +69,7 @@ std::string words(const TableAdapter& table, const Waiting& waiting) {
                      VelaSwitchApi::nameOf(waiting.status);
   if (waiting.level) text += " in " + *waiting.level;
   if (waiting.entries) {
-    text += "; it and " + std::to_string(*waiting.entries - 1) + " others have only " +
-            std::to_string(*waiting.entries - 1) + " rows between them";
+    text += "; " + VelaAgent::competingText(*waiting.entries);
   }
   return text;
 }
@@ -83,8 +82,8 @@ class AuditReport {
       : out_(out), json_(json), everything_(everything) {}
 
   void audit(const Agent& agent, TableAdapter& table);
-  /// The line that sums up; `repaired` when the tables were audited again after a repair.
-  void finish(const Agent& agent, bool repaired);
+  /// The line that sums up, after a repair also what that did.
+  void finish(const Agent& agent, const Options& options);
   U64 found() const { return found_; }
 
  private:
@@ -132,7 +131,8 @@ void AuditReport::tellList(const TableAdapter& table, const char* name, const It
 void AuditReport::audit(const Agent& agent, TableAdapter& table) {
   told_ = 0;
   // What the audit is about to find is not what hardware never had.
-  const std::vector<Waiting> waiting = waitingEntries(agent, table);
+  const std::vector<Waiting> waiting =
+      waitingEntries(agent, table, VelaAgent::RoutesOfLevels::elsewhere);
   if (HwTableAdapter* hardware = table.hardware()) auditRows(*hardware);
   waiting_ += waiting.size();
   found_ += waiting.size();
@@ -169,7 +169,7 @@ void AuditReport::auditRows(HwTableAdapter& table) {
   }
 }
 
-void AuditReport::finish(const Agent& agent, bool repaired) {
+void AuditReport::finish(const Agent& agent, const Options& options) {
   U64 left = 0;
   for (const auto& table : agent.tables()) left += table->convertor().auditFindings().size();
   if (json_) {
@@ -181,9 +181,10 @@ void AuditReport::finish(const Agent& agent, bool repaired) {
                  {"corrupt", corrupt_},
                  {"waiting", waiting_},
                  {"disagreeing", disagreeing_}};
-    if (repaired) {
+    if (options.repair) {
       line["rowWrites"] = agent.recorder().rowWrites();
       line["left"] = left;
+      if (options.dryRun) line["dryRun"] = true;
     }
     out_ << line.dump() << '\n';
     return;
@@ -192,16 +193,18 @@ void AuditReport::finish(const Agent& agent, bool repaired) {
        << " missing, " << byKind_[2] << " unexpected, " << byKind_[3] << " unreadable; " << corrupt_
        << " of them corrupt; " << disagreeing_ << (disagreeing_ == 1 ? " entry" : " entries")
        << " with copies that disagree, " << waiting_ << " waiting\n";
-  if (repaired) {
-    out_ << agent.recorder().rowWrites() << " rows written to repair them; " << left
-         << " findings left\n";
-  }
+  if (!options.repair) return;
+  const U64 rows = agent.recorder().rowWrites();
+  out_ << rows << (rows == 1 ? " row " : " rows ")
+       << (options.dryRun ? "would be written" : "written") << " to repair them; " << left
+       << " findings left\n";
 }
 
 }  // namespace
 
 int audit(const Options& options) {
   const auto profile = VelaAgent::loadProfile(options.profile);
+  checkFiles(options);
   const bool writes = options.repair && !options.dryRun;
   SimulatedSwitch chip = writes ? openSaved(options.device) : copySaved(options.device);
   std::optional<SimulatedSwitch> untouched;
@@ -211,8 +214,10 @@ int audit(const Options& options) {
   agent.desireBegin();
   VelaAgent::EventRunner runner(agent);
   runner.desiresOnlyIs(true);
+  bool good = true;
   for (const std::string& file : options.events) {
-    if (!applyFile(file, runner, options.keepGoing)) return exitBadInput;
+    good = applyFile(file, runner, options.keepGoing) && good;
+    if (!good && !options.keepGoing) return exitBadInput;
   }
   agent.desireEnd();
 
@@ -222,11 +227,12 @@ int audit(const Options& options) {
     for (const auto& table : agent.tables()) table->repair();
     for (const auto& table : agent.tables()) table->audit();
   }
-  report.finish(agent, options.repair);
-  if (untouched && !options.json) {
-    std::cout << "This is what would change; nothing was done:\n";
-    SwitchDiff(profile, *untouched, chip).tell(std::cout, false, options.verbose);
+  if (untouched) {
+    if (!options.json) std::cout << "Dry run. A repair would change this:\n";
+    SwitchDiff(profile, *untouched, chip).tell(std::cout, options.json, options.verbose);
   }
+  report.finish(agent, options);
+  if (!good) return exitBadInput;
   return report.found() == 0 ? exitGood : exitRefused;
 }
 

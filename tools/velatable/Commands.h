@@ -20,7 +20,9 @@ int audit(const Options& options);
 /// Compares two saved switches, or one with what events would make of it.
 int diff(const Options& options);
 
+/// Lists the built-in profiles, or prints the one of the name as JSON.
 int profiles(const std::string& name);
+/// Lists the tables of a profile with their hardware.
 int tables(const Options& options);
 /// Prints the row of a table field by field; with a key, what that key makes of it.
 int layout(const Options& options, const std::string& table, const std::string& key);

@@ -10,7 +10,9 @@ namespace VelaTool {
 /// nested objects as "outer.inner".
 class CsvTable {
  public:
+  /// Adds a line: an object.
   void lineIs(const VelaAgent::Json& line);
+  /// Writes the head and all lines.
   void write(std::ostream& out) const;
 
  private:

@@ -42,6 +42,25 @@ Json fieldsOf(const Json& described) {
   return described.is_null() ? Json(nullptr) : described["fields"];
 }
 
+/// The fields in which two values differ; a value that is no object is one field of no name.
+Json differences(const Json& before, const Json& after) {
+  Json fields = Json::array();
+  const auto add = [&](const std::string& name, const Json& a, const Json& b) {
+    if (a != b) fields.push_back({{"field", name}, {"before", a}, {"after", b}});
+  };
+  if (!before.is_object() || !after.is_object()) {
+    add("", before, after);
+    return fields;
+  }
+  for (const auto& [name, value] : before.items()) {
+    add(name, value, after.contains(name) ? after[name] : Json(nullptr));
+  }
+  for (const auto& [name, value] : after.items()) {
+    if (!before.contains(name)) add(name, nullptr, value);
+  }
+  return fields;
+}
+
 }  // namespace
 
 SwitchDiff::SwitchDiff(Orb::PtrConst<VelaSwitch::ProfileInfo> profile,
@@ -78,25 +97,6 @@ SwitchDiff::SwitchDiff(Orb::PtrConst<VelaSwitch::ProfileInfo> profile,
       }
     }
   }
-}
-
-/// The fields in which two values differ; a value that is no object is one field of no name.
-static Json differences(const Json& before, const Json& after) {
-  Json fields = Json::array();
-  const auto add = [&](const std::string& name, const Json& a, const Json& b) {
-    if (a != b) fields.push_back({{"field", name}, {"before", a}, {"after", b}});
-  };
-  if (!before.is_object() || !after.is_object()) {
-    add("", before, after);
-    return fields;
-  }
-  for (const auto& [name, value] : before.items()) {
-    add(name, value, after.contains(name) ? after[name] : Json(nullptr));
-  }
-  for (const auto& [name, value] : after.items()) {
-    if (!before.contains(name)) add(name, nullptr, value);
-  }
-  return fields;
 }
 
 Json SwitchDiff::line(const char* kind, const Difference& difference) {
@@ -137,11 +137,12 @@ std::string SwitchDiff::words(const Difference& difference) {
 }
 
 void SwitchDiff::tell(std::ostream& out, bool json, bool everything) const {
-  constexpr std::size_t told = 100;
+  constexpr std::size_t most = 100;
   const auto each = [&](const char* kind, const std::vector<Difference>& differences) {
+    std::size_t told = 0;
     for (const Difference& difference : differences) {
-      if (!json && !everything && &difference == &differences.front() + told) {
-        out << "… " << differences.size() - told << " more with --verbose\n";
+      if (told++ == most && !json && !everything) {
+        out << "… " << differences.size() - most << " more with --verbose\n";
         break;
       }
       out << (json ? line(kind, difference).dump() : words(difference)) << '\n';
@@ -159,6 +160,7 @@ void SwitchDiff::tell(std::ostream& out, bool json, bool everything) const {
 
 int diff(const Options& options) {
   const auto profile = VelaAgent::loadProfile(options.profile);
+  checkFiles(options);
   const bool withEvents = !options.events.empty();
   if (options.devices.size() != (withEvents ? 1u : 2u)) {
     throw InputException("diff takes two saved switches, or one and --events");
@@ -175,6 +177,7 @@ int diff(const Options& options) {
     for (const std::string& file : options.events) {
       if (!applyFile(file, runner, false)) return exitBadInput;
     }
+    if (agent.announcedEntries() == 0) throw InputException("the events announce no entry");
     runner.complete();
     runner.reconcile();
   }

@@ -73,6 +73,32 @@ std::optional<std::ofstream> outputFile(const std::string& name) {
   return file;
 }
 
+void finish(std::ostream& out, const std::string& name) {
+  out.flush();
+  if (!out) throw InputException("cannot write " + name);
+}
+
+void checkFiles(const Options& options) {
+  namespace fs = std::filesystem;
+  std::vector<std::string> kept = options.events;
+  for (const std::string& name : options.events) {
+    if (name == "-") continue;
+    if (fs::is_directory(name)) throw InputException(name + " is a directory");
+    if (!std::ifstream(name)) throw InputException("cannot read " + name);
+  }
+  if (options.device.starts_with("sim:")) kept.push_back(options.device.substr(4));
+  for (const std::string& output :
+       {options.rows, options.writes, options.status, options.results}) {
+    for (const std::string& name : kept) {
+      std::error_code error;
+      if (output == "-" || !fs::is_regular_file(output, error)) continue;
+      if (fs::equivalent(name, output, error)) {
+        throw InputException(output + " is read: it cannot be written to");
+      }
+    }
+  }
+}
+
 SimulatedSwitch openDevice(const std::string& device) {
   if (device == "sim") return {};
   return open(fileOf(device, "\"sim\" or \"sim:FILE\""),
@@ -104,20 +130,15 @@ VelaAgent::Json keyFromText(const std::string& table, const std::string& text) {
     return {{"vrf", VelaAgent::numberFromJson(vrf, ~U64{0})}, {prefix ? "prefix" : "address", at}};
   }
   try {
-    return Json::parse(text);
-  } catch (const Json::parse_error& error) {
-    throw InputException("the key is not JSON: column " + std::to_string(error.byte) + " of " +
-                         VelaAgent::quoted(text));
+    return VelaAgent::jsonFromText(text);
+  } catch (const InputException& error) {
+    throw InputException(std::string("the key is not JSON: ") + error.what());
   }
 }
 
 bool applyFile(const std::string& name, VelaAgent::EventRunner& runner, bool keepGoing) {
   std::ifstream file;
-  if (name != "-") {
-    if (std::filesystem::is_directory(name)) throw InputException(name + " is a directory");
-    file.open(name);
-    if (!file) throw InputException("cannot read " + name);
-  }
+  if (name != "-") file.open(name);
   std::istream& in = name == "-" ? std::cin : file;
   Progress progress(name);
   bool good = true;

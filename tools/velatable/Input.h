@@ -13,6 +13,13 @@ namespace VelaTool {
 /// cannot be written.
 std::optional<std::ofstream> outputFile(const std::string& name);
 
+/// Throws VelaAgent::InputException when something that was written did not arrive.
+void finish(std::ostream& out, const std::string& name);
+
+/// Throws VelaAgent::InputException unless all files of events can be read and none of them, nor
+/// the device's, is one to write to.
+void checkFiles(const Options& options);
+
 /// The switch of a --device option, a new one if there is none yet.
 VelaDevice::SimulatedSwitch openDevice(const std::string& device);
 /// A copy of it: whatever becomes of the copy, a saved switch stays as it is.

@@ -73,24 +73,30 @@ struct PackedKey {
 
 class KeyPacker {
  public:
-  explicit KeyPacker(HwTableAdapter& table)
-      : table_(table), hwTable_(*table.convertor().hwTables().begin()->second) {}
+  explicit KeyPacker(HwTableAdapter& table) : table_(table) {}
 
   /// Throws for a key that the table cannot have.
   PackedKey pack(const Json& key) {
     table_.set(key, nullptr);
     const auto place = table_.place(key);
     if (!place) throw InputException("the key has no row");
+    HwTableConfig& hwTable = hwTableOf(place->index);
     PackedKey packed{place->index, {}};
-    const U32* words = hwTable_.image(place->index);
-    std::copy_n(words, hwTable_.descriptor().rowWords, packed.image.begin());
+    std::copy_n(hwTable.image(place->index), hwTable.descriptor().rowWords, packed.image.begin());
     table_.del(key);
     return packed;
+  }
+  /// The first hardware table that has the row.
+  HwTableConfig& hwTableOf(VelaAgent::HwIndex index) const {
+    for (const auto& [id, hwTable] : table_.convertor().hwTables()) {
+      if (HwTableAdapter::holds(*hwTable, index)) return *hwTable;
+    }
+    throw InputException("the key has no row");
   }
   /// The field in which a row differs from another key's; empty where all of them are alike, the
   /// row's number aside.
   std::string changedField(const PackedKey& from, const PackedKey& to) const {
-    const HwTableConfig& hwTable = hwTable_;
+    const HwTableConfig& hwTable = hwTableOf(from.index);
     std::array<U32, VelaSwitchApi::maxRowWords> bits{};
     for (U8 word = 0; word < hwTable.descriptor().rowWords; ++word) {
       bits[word] = (from.image[word] ^ to.image[word]) & ~hwTable.staticBits(word);
@@ -104,11 +110,9 @@ class KeyPacker {
     }
     return {};
   }
-  const HwTableConfig& hwTable() const { return hwTable_; }
 
  private:
   HwTableAdapter& table_;
-  HwTableConfig& hwTable_;
 };
 
 /// The same value with one bit flipped, or null when there is no such bit.
@@ -135,34 +139,31 @@ void writeKeyBits(KeyPacker& packer, const PackedKey& packed, const Json& key) {
     std::cout << "  " << padded(name + " " + range(first, last), 26) << ' ' << what << '\n';
   };
   const auto field = [&](const std::string& name, const Json& value) {
-    constexpr U32 bits = 32;
-    std::string under;
-    U32 first = 0;
-    U32 bit = 0;
-    const auto flush = [&](const std::string& next) {
-      if (!under.empty()) tell(name, first, bit - 1, under);
-      under = next;
-      first = bit;
-    };
-    for (; bit < bits; ++bit) {
-      std::string what;
+    std::vector<std::string> bits;
+    std::size_t known = 0;  // bits up to the last that the field has
+    for (U32 bit = 0; bit < 32; ++bit) {
+      const Json other = flipped(value, bit);
+      bits.emplace_back();
+      if (other.is_null()) continue;
+      Json changed = key;
+      (name == "key" ? changed : changed[name]) = other;
       try {
-        const Json other = flipped(value, bit);
-        if (!other.is_null()) {
-          Json changed = key;
-          (name == "key" ? changed : changed[name]) = other;
-          const PackedKey moved = packer.pack(changed);
-          const std::string in = packer.changedField(packed, moved);
-          what = !in.empty()                   ? "stored in " + in
-                 : moved.index != packed.index ? "implied by the row's number"
-                                               : "take no part";
-        }
+        const PackedKey moved = packer.pack(changed);
+        const std::string in = packer.changedField(packed, moved);
+        bits.back() = !in.empty()                   ? "stored in " + in
+                      : moved.index != packed.index ? "implied by the row's number"
+                                                    : "take no part";
+        known = bits.size();
       } catch (const std::exception&) {
-        // The key type has no such bit.
+        bits.back() = "do not change without the rest of this key";
       }
-      if (what != under) flush(what);
     }
-    flush({});
+    for (std::size_t first = 0, end = 0; first < known; first = end) {
+      while (end < known && bits[end] == bits[first]) ++end;
+      if (!bits[first].empty()) {
+        tell(name, static_cast<U32>(first), static_cast<U32>(end - 1), bits[first]);
+      }
+    }
   };
   if (!key.is_object()) return field("key", key);
   for (const auto& [name, value] : key.items()) field(name, value);
@@ -180,25 +181,30 @@ int layout(const Options& options, const std::string& name, const std::string& k
     std::cout << table->name() << " has no rows in hardware\n";
     return exitGood;
   }
-  KeyPacker packer(*table);
-  const HwTableConfig& hwTable = packer.hwTable();
-  const auto id = hwTable.descriptor().identity.id;
-  std::cout << table->name() << ", profile " << agent.profile().name() << ", registers "
-            << registersOf(agent, hwTable) << '\n';
+  const auto tell = [&](const HwTableConfig& hwTable, VelaAgent::HwIndex index,
+                        const std::optional<RowImage>& image) {
+    writeFields(agent, hwTable,
+                table->convertor().rowLayout(hwTable.descriptor().identity.id, index), image);
+  };
+  std::cout << table->name() << ", profile " << agent.profile().name() << ", registers ";
   if (keyText.empty()) {
-    writeFields(agent, hwTable, table->convertor().rowLayout(id, hwTable.descriptor().first),
-                std::nullopt);
+    const HwTableConfig& hwTable = *table->convertor().hwTables().begin()->second;
+    std::cout << registersOf(agent, hwTable) << '\n';
+    tell(hwTable, hwTable.descriptor().first, std::nullopt);
     return exitGood;
   }
   agent.start(Agent::Start::fresh);
+  KeyPacker packer(*table);
   const Json key = keyFromText(name, keyText);
   const PackedKey packed = packer.pack(key);
+  const HwTableConfig& hwTable = packer.hwTableOf(packed.index);
+  std::cout << registersOf(agent, hwTable) << '\n';
   std::cout << "key " << key.dump() << ": row " << packed.index;
   if (const auto at = table->location(packed.index)) {
     std::cout << " (way " << int{at->way} << ", row " << at->row << " of a switch without others)";
   }
   std::cout << ", with a default result\n";
-  writeFields(agent, hwTable, table->convertor().rowLayout(id, packed.index), packed.image);
+  tell(hwTable, packed.index, packed.image);
   // All of the key's fields, those that were left out too.
   table->set(key, nullptr);
   const Json whole = table->keyAt(packed.index);

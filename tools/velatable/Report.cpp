@@ -194,21 +194,23 @@ Json summaryJson(const Agent& agent, const RunFigures& figures) {
     }
     tables.push_back(line);
   }
-  return {{"profile", agent.profile().name()},
-          {"events", figures.events},
-          {"programmed", agent.programmed()},
-          {"refused", figures.refused},
-          {"refusals", figures.refusals},
-          {"admitted", figures.admissions},
-          {"repeated", figures.repeats},
-          {"unmet", figures.unmet},
-          {"reconciled", figures.reconciled},
-          {"startRowWrites", figures.startRowWrites},
-          {"rowWrites", agent.recorder().rowWrites()},
-          {"registerWrites", agent.recorder().registerWrites()},
-          {"moves", moves},
-          {"seconds", figures.seconds},
-          {"tables", tables}};
+  Json summary = {{"profile", agent.profile().name()},
+                  {"events", figures.events},
+                  {"programmed", agent.programmed()},
+                  {"refused", figures.refused},
+                  {"refusals", figures.refusals},
+                  {"admitted", figures.admissions},
+                  {"repeated", figures.repeats},
+                  {"unmet", figures.unmet},
+                  {"reconciled", figures.reconciled},
+                  {"startRowWrites", figures.startRowWrites},
+                  {"rowWrites", agent.recorder().rowWrites()},
+                  {"registerWrites", agent.recorder().registerWrites()},
+                  {"moves", moves},
+                  {"seconds", figures.seconds},
+                  {"tables", tables}};
+  if (figures.dryRun) summary["dryRun"] = true;
+  return summary;
 }
 
 void writeSummary(std::ostream& out, const Agent& agent, const RunFigures& figures) {
@@ -260,39 +262,55 @@ void writeSummary(std::ostream& out, const Agent& agent, const RunFigures& figur
   }
 }
 
-void writeTables(std::ostream& out, const Agent& agent, unsigned width) {
-  const std::string head =
-      format("%-26s %-22s %7s %5s %9s  ", "table", "hardware table", "rows", "ways", "capacity");
+namespace {
+
+/// Writes a line; what it has no room for goes to further ones.
+void writeWrapped(std::ostream& out, const std::string& line, unsigned width) {
+  if (line.size() <= width) {
+    out << line << '\n';
+    return;
+  }
   const std::string indent(4, ' ');
-  out << head << "registers\n";
+  std::string part(line.find_first_not_of(' '), ' ');
+  std::istringstream words(line);
+  for (std::string word; words >> word;) {
+    const bool first = part.find_first_not_of(' ') == std::string::npos;
+    if (!first && part.size() + 1 + word.size() > width) {
+      out << part << '\n';
+      part = indent + word;
+    } else {
+      part += (first ? "" : " ") + word;
+    }
+  }
+  out << part << '\n';
+}
+
+}  // namespace
+
+void writeTables(std::ostream& out, const Agent& agent, unsigned width) {
+  writeWrapped(out,
+               format("%-26s %-22s %7s %5s %9s  registers", "table", "hardware table", "rows",
+                      "ways", "capacity"),
+               width);
   for (const auto& table : agent.tables()) {
     const std::string name = table->name() + "/" + std::to_string(table->instance());
     if (table->convertor().hwTables().empty()) {
-      out << format("%-26s %-22s\n", name.c_str(), "(none: kept in software)");
+      writeWrapped(out, format("%-26s %-22s", name.c_str(), "(none: kept in software)"), width);
     }
     for (const auto& [id, hwTable] : table->convertor().hwTables()) {
       const auto& descriptor = hwTable->descriptor();
       const auto last = table->location(descriptor.last);
-      std::string line =
+      const std::string line =
           format("%-26s %-22s %7u %5s %9u", name.c_str(), descriptor.identity.name.c_str(),
                  descriptor.last - descriptor.first + 1,
                  last ? std::to_string(last->way + 1).c_str() : "-", capacity(*table));
       const std::string registers = registersOf(agent, *hwTable);
       if (line.size() + 2 + registers.size() <= width) {
         out << line << "  " << registers << '\n';
-        continue;
+      } else {
+        writeWrapped(out, line, width);
+        writeWrapped(out, "    " + registers, width);
       }
-      out << line << '\n';
-      line = indent;
-      std::istringstream words(registers);
-      for (std::string word; words >> word;) {
-        if (line.size() + 1 + word.size() > width && line.size() > indent.size()) {
-          out << line << '\n';
-          line = indent;
-        }
-        line += (line.size() > indent.size() ? " " : "") + word;
-      }
-      out << line << '\n';
     }
   }
 }

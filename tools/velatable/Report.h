@@ -17,6 +17,7 @@ struct RunFigures {
   U64 refused = 0;     ///< The ones that hardware still lacks.
   U64 unmet = 0;
   U64 startRowWrites = 0;  ///< Row writes while the tables started.
+  bool dryRun = false;
   U64 reconciled = 0;
   double seconds = 0;
 };
@@ -24,6 +25,7 @@ struct RunFigures {
 /// The rows that hold an entry, or something else than their table holds without one; with `all`
 /// each that was written.
 void writeRows(std::ostream& out, const VelaAgent::Agent& agent, bool all);
+/// One line for each entry's status.
 void writeStatuses(std::ostream& out, const VelaAgent::Agent& agent);
 /// One line of the writes listing.
 VelaAgent::Json writeLine(const VelaAgent::Agent& agent, U64 sequence, U64 event,
@@ -43,6 +45,7 @@ VelaAgent::Json eventLine(const VelaAgent::TableAdapter& table, const VelaAgent:
 bool tellDamage(std::ostream& out, const VelaAgent::Agent& agent, bool everything,
                 const std::string& only = {});
 
+/// What the run came to, as one JSON object or in words.
 VelaAgent::Json summaryJson(const VelaAgent::Agent& agent, const RunFigures& figures);
 void writeSummary(std::ostream& out, const VelaAgent::Agent& agent, const RunFigures& figures);
 

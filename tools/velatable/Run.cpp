@@ -91,6 +91,7 @@ int run(const Options& options) {
   Twinlog::sinkIs(&traceSink);
   if (!options.trace.empty()) traceIs(options.trace);
   const auto profile = VelaAgent::loadProfile(options.profile);
+  checkFiles(options);
 
   VelaDevice::SimulatedSwitch chip =
       options.dryRun ? openCopy(options.device) : openDevice(options.device);
@@ -117,6 +118,7 @@ int run(const Options& options) {
   agent.start(restart ? Agent::Start::restart : Agent::Start::fresh);
   if (restart) tellDamage(std::cerr, agent, options.verbose);
   RunFigures figures;
+  figures.dryRun = options.dryRun;
   figures.startRowWrites = agent.recorder().rowWrites();
 
   runner.explainIs(options.explain);
@@ -124,6 +126,9 @@ int run(const Options& options) {
   runner.resultListenerIs([&](const Json& line) {
     if (outputs.results) *outputs.results << line.dump() << '\n';
   });
+  if (!outputs.json && options.dryRun) {
+    std::cout << "Dry run: this is what the events would do.\n\n";
+  }
   if (!outputs.json) runner.storyListenerIs(Story(std::cout, options.verbose));
 
   applying = true;
@@ -137,12 +142,16 @@ int run(const Options& options) {
   // nothing of what is not desired.
   applying = false;
   if (restart && good) runner.complete();
-  if (!options.reconcile.empty() && good) {
-    if (runner.announcements() == 0 && options.reconcile != allowEmpty) {
+  if (!options.reconcile.empty()) {
+    const char* refusal =
+        !good ? "not all events could be read"
+        : agent.announcedEntries() == 0 && options.reconcile != allowEmpty
+            ? "the events announce no entry, and all would go (--reconcile=empty if that is meant)"
+            : nullptr;
+    if (refusal) {
       good = false;
       std::cout << std::flush;
-      std::cerr << "velatable: nothing is reconciled: the events announce no entry, and all "
-                   "entries would go (--reconcile=empty if that is meant)\n";
+      std::cerr << "velatable: nothing is reconciled: " << refusal << '\n';
     } else {
       figures.reconciled = runner.reconcile();
     }
@@ -158,13 +167,20 @@ int run(const Options& options) {
   if (rows) writeRows(*rows, agent, options.allRows);
   if (statuses) writeStatuses(*statuses, agent);
   if (untouched) {
-    if (!outputs.json) std::cout << "\nThis is what would change; nothing was done:\n";
-    SwitchDiff(profile, *untouched, chip).tell(std::cout, outputs.json, options.verbose);
+    if (!outputs.json) std::cout << "\nThe run would change this:\n";
+    std::ostream& lines = outputs.json && outputs.results ? *outputs.results : std::cout;
+    SwitchDiff(profile, *untouched, chip).tell(lines, outputs.json, options.verbose);
   }
   if (outputs.json) {
     std::cout << summaryJson(agent, figures).dump() << '\n';
   } else {
     writeSummary(std::cout, agent, figures);
+  }
+  for (const auto& [file, name] : {std::pair{&rows, &options.rows},
+                                   {&writes, &options.writes},
+                                   {&statuses, &options.status},
+                                   {&outputs.file, &options.results}}) {
+    if (*file) finish(**file, *name);
   }
   if (!good) return exitBadInput;
   return figures.refusals > 0 || figures.unmet > 0 ? exitRefused : exitGood;

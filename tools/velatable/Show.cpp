@@ -52,7 +52,7 @@ Mentions mentionsPort(U64 port) {
   return [port](const std::string& field, const Json& value) {
     if (field == "portId" || field == "port") return isNumber(value, port);
     if (field == "baseChipPortId") return isNumber(value, port & ~U64{1});
-    return (field.ends_with("Mask") || field == "portMask") && value.is_string() &&
+    return field.ends_with("Mask") && value.is_string() &&
            (VelaAgent::numberFromJson(value, ~U64{0}) >> port & 1) != 0;
   };
 }
@@ -112,15 +112,15 @@ class Collector {
   Json found_ = Json::object();
 };
 
-U64 numberOf(const std::string& text, const char* what, U64 count) {
-  U64 number = count;
+U64 numberOf(const std::string& text, const char* what, U64 first, U64 last) {
   try {
-    number = Orb::fromText<U64>(text);
+    const U64 number = Orb::fromText<U64>(VelaAgent::quoted(text));
+    if (number >= first && number <= last) return number;
   } catch (const std::exception&) {
+    // It is no number, then.
   }
-  if (number < count) return number;
-  throw InputException(std::string(what) + " " + VelaAgent::quoted(text) + ": allowed are 0 to " +
-                       std::to_string(count - 1));
+  throw InputException(
+      Orb::text(what, " ", VelaAgent::quoted(text), ": allowed are ", first, " to ", last));
 }
 
 /// What the data path makes of a flow or of a route's address, table by table.
@@ -164,6 +164,9 @@ void writeWords(std::ostream& out, const Json& value, const std::string& indent,
 
 void writeCsv(std::ostream& out, const Json& shown) {
   CsvTable csv;
+  if (shown.contains("explain")) {
+    for (const Json& step : shown["explain"]["asked"]) csv.lineIs(step);
+  }
   for (const auto& [table, entries] : shown.items()) {
     if (!entries.is_array()) continue;
     for (const Json& entry : entries) {
@@ -188,35 +191,39 @@ int show(const Options& options, const std::string& kind, const std::string& id)
   Collector collector(agent, held);
   Json shown = {{kind, id}};
   if (kind == "vlan") {
-    constexpr U64 vlans = 4095;
-    collector.addAll(mentionsVlan(numberOf(id, "vlan", vlans)));
+    const U64 vid = numberOf(id, "vlan", 1, 4094);
+    shown[kind] = vid;
+    collector.addAll(mentionsVlan(vid));
   } else if (kind == "port") {
-    collector.addAll(mentionsPort(numberOf(id, "port", profile->ports())));
+    const U64 port = numberOf(id, "port", 0, profile->ports() - 1);
+    shown[kind] = port;
+    collector.addAll(mentionsPort(port));
   } else if (kind == "nexthop") {
-    constexpr U64 lags = 64;
-    constexpr U64 rewrites = 64;
     const std::size_t slash = id.find('/');
     if (slash == std::string::npos) throw InputException("a next hop is L3LAG/REWRITE");
-    collector.addAll(mentionsNexthop(numberOf(id.substr(0, slash), "L3 LAG", lags),
-                                     numberOf(id.substr(slash + 1), "rewrite", rewrites)));
+    collector.addAll(mentionsNexthop(numberOf(id.substr(0, slash), "L3 LAG", 0, 63),
+                                     numberOf(id.substr(slash + 1), "rewrite", 0, 63)));
   } else if (kind == "flow") {
     shown.update(asked(agent, "Flow", keyFromText("Flow", id)));
   } else if (kind == "route") {
     const Json key = keyFromText("Route", id);
+    // Asked first: that checks the key.
+    shown.update(asked(agent, "Route", key));
     forEachEntry(agent, [&](const TableAdapter& table, const Json& route, const Json& result) {
       if (table.name() == "Route" && route["prefix"] == key.value("prefix", "") &&
           VelaAgent::numberFromJson(route["vrf"], ~U64{0}) ==
-              VelaAgent::numberFromJson(key["vrf"], ~U64{0})) {
+              VelaAgent::numberFromJson(key.value("vrf", Json(0u)), ~U64{0})) {
         collector.add(table, route, result);
       }
     });
-    shown.update(asked(agent, "Route", key));
   } else {
     const std::vector<std::string> kinds{"vlan", "port", "nexthop", "flow", "route"};
     throw InputException("show knows vlan, port, nexthop, flow and route, not \"" + kind + "\"" +
                          VelaAgent::suggestion(kind, kinds));
   }
   shown.update(collector.found());
+  if (shown.size() == 1)
+    std::cerr << "the switch holds no entry that names " << kind << ' ' << id << '\n';
   if (options.json) {
     std::cout << shown.dump() << '\n';
   } else if (options.csv) {

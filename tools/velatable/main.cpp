@@ -1,7 +1,11 @@
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <CLI/CLI.hpp>
 #include <iostream>
 
 #include "Commands.h"
+#include "Input.h"
 #include "Orb/Assert.h"
 #include "agent/RouteAdapter.h"
 
@@ -11,6 +15,15 @@ using namespace VelaTool;
 
 void throwFatal(const char* expression, const char*) {
   throw Orb::AssertionFailed(std::string("fatal assertion \"") + expression + "\"");
+}
+
+/// Whoever starts the tool may have closed its standard streams. A file that took their place would
+/// get what is meant for them, and one of them may be the switch.
+void standardStreamsAreOpen() {
+  int last = 0;
+  while ((last = open("/dev/null", O_RDWR)) >= 0 && last <= STDERR_FILENO) {
+  }
+  if (last > STDERR_FILENO) close(last);
 }
 
 /// A command that there is not gets a better word than that an argument was not expected.
@@ -30,6 +43,7 @@ void refuseUnknownCommand(const CLI::App& app, int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  standardStreamsAreOpen();
   Orb::assertHandlerIs(throwFatal);
   CLI::App app{"velatable: runs the table layer of a switch from an events file"};
   app.require_subcommand(1);
@@ -123,26 +137,27 @@ int main(int argc, char** argv) {
       ->check(CLI::Range(U32{1}, VelaAgent::nexthopNumbers))
       ->capture_default_str();
 
-  for (CLI::App* command : {decodeCommand, lookupCommand, showCommand, auditCommand}) {
-    command->add_option("--device", options.device, "sim:FILE, the saved switch")->required();
+  for (CLI::App* each : {decodeCommand, lookupCommand, showCommand, auditCommand}) {
+    each->add_option("--device", options.device, "sim:FILE, the saved switch")->required();
   }
-  for (CLI::App* command : {runCommand, decodeCommand, lookupCommand, showCommand, auditCommand,
-                            diffCommand, tablesCommand, layoutCommand}) {
-    command->add_option("--profile", options.profile, "built-in profile or JSON file")
+  for (CLI::App* each : {runCommand, decodeCommand, lookupCommand, showCommand, auditCommand,
+                         diffCommand, tablesCommand, layoutCommand}) {
+    each->add_option("--profile", options.profile, "built-in profile or JSON file")
         ->capture_default_str();
   }
-  for (CLI::App* command : {showCommand, auditCommand, diffCommand}) {
-    command->add_flag("--json", options.json, "print JSON");
+  for (CLI::App* each : {showCommand, auditCommand, diffCommand}) {
+    each->add_flag("--json", options.json, "print JSON");
   }
-  for (CLI::App* command : {decodeCommand, showCommand}) {
-    command->add_flag("--csv", options.csv, "print a table for a spreadsheet");
+  for (CLI::App* each : {decodeCommand, showCommand}) {
+    each->add_flag("--csv", options.csv, "print a table for a spreadsheet");
   }
-  for (CLI::App* command : {runCommand, auditCommand}) {
-    command->add_flag("--keep-going", options.keepGoing, "report a bad event and go on");
-    command->add_flag("--dry-run", options.dryRun, "say what would change, and change nothing");
+  for (CLI::App* each : {runCommand, auditCommand}) {
+    each->add_flag("--keep-going", options.keepGoing, "report a bad event and go on");
+    each->add_flag("--dry-run", options.dryRun, "say what would change, and change nothing");
   }
-  for (CLI::App* command : {runCommand, showCommand, auditCommand, diffCommand}) {
-    command->add_flag("-v,--verbose", options.verbose, "tell everything");
+  auditCommand->get_option("--dry-run")->needs("--repair");
+  for (CLI::App* each : {runCommand, showCommand, auditCommand, diffCommand}) {
+    each->add_flag("-v,--verbose", options.verbose, "tell everything");
   }
 
   try {
@@ -155,7 +170,7 @@ int main(int argc, char** argv) {
     return exitBadInput;
   }
 
-  try {
+  const auto command = [&] {
     if (*runCommand) return run(options);
     if (*decodeCommand) return decode(options, name);
     if (*lookupCommand) return lookup(options, name, keys);
@@ -166,6 +181,11 @@ int main(int argc, char** argv) {
     if (*routesCommand) return routes(routesFile, vrf, nexthops);
     if (*tablesCommand) return tables(options);
     return layout(options, name, key);
+  };
+  try {
+    const int ended = command();
+    finish(std::cout, "standard output");
+    return ended;
   } catch (const std::exception& error) {
     std::cout << std::flush;
     std::cerr << "velatable: " << error.what() << '\n';
