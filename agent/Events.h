@@ -21,7 +21,7 @@ class EventRunner {
   /// Takes what an event was, in short, and a sentence on what it did.
   using StoryListener = std::function<void(const std::string& event, const std::string& outcome)>;
 
-  /// `agent` must be started and outlive the runner.
+  /// `agent` must be made, and started for events other than lookups; it must outlive the runner.
   explicit EventRunner(Agent& agent);
   ~EventRunner();
   EventRunner(const EventRunner&) = delete;
