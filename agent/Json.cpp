@@ -6,8 +6,12 @@
 
 namespace VelaAgent {
 
-std::string quoted(const std::string& text) {
+std::string quoted(const std::string& whole) {
   constexpr std::size_t longest = 120;
+  std::string text = whole.substr(0, longest + 1);
+  // A message is one line, and no terminal is to obey it.
+  std::replace_if(
+      text.begin(), text.end(), [](char c) { return static_cast<U8>(c) < ' ' || c == 0x7f; }, ' ');
   if (text.size() <= longest) return text;
   static const std::string rest = "…";
   std::size_t end = longest - rest.size();

@@ -14,8 +14,11 @@ namespace {
   throw ImageException("this is no saved switch: " + why);
 }
 
-bool terminated(const char (&text)[imageNameSize]) {
-  return std::memchr(text, 0, imageNameSize) != nullptr;
+/// A text that ends, and fits into one line of a message.
+bool isName(const char (&text)[imageNameSize]) {
+  const void* end = std::memchr(text, 0, imageNameSize);
+  return end && std::none_of(text, static_cast<const char*>(end),
+                             [](char c) { return static_cast<U8>(c) < ' ' || c == 0x7f; });
 }
 
 /// The next change to memory is not made before those that stand before it.
@@ -77,7 +80,7 @@ void SimulatedSwitch::load() {
   if (!std::equal(std::begin(imageMagic), std::end(imageMagic), image.magic)) {
     refuse("it begins with something else");
   }
-  if (!terminated(image.model)) refuse("its model has no end");
+  if (!isName(image.model)) refuse("its model is no name");
   if (image.used < sizeof(ImageHeader) || image.used > memory_.size()) refuse("it ends early");
   for (std::size_t at = sizeof(ImageHeader); at != image.used;) {
     const auto what = [&](const char* why) {
@@ -85,7 +88,7 @@ void SimulatedSwitch::load() {
     };
     if (image.used - at < sizeof(ImageTable)) refuse(what("ends early"));
     ImageTable* table = imageAt(at);
-    if (!terminated(table->family) || !terminated(table->name)) refuse(what("has no name"));
+    if (!isName(table->family) || !isName(table->name)) refuse(what("has no name"));
     if (table->lastIndex >= imageMaxRows) refuse(what("has too many rows"));
     if (image.used - at < table->size()) refuse(what("ends early"));
     if (table->rowWords > VelaSwitchApi::maxRowWords) refuse(what("has rows too long"));

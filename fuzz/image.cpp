@@ -18,6 +18,7 @@ extern "C" int LLVMFuzzerTestOneInput(const U8* data, std::size_t size) {
     VelaAgent::Agent agent(profile, chip);
     agent.make({"HashTest", "PortConfig", "LagGroup", "Copp"});
     agent.start(VelaAgent::Agent::Start::restart);
+    agent.complete();
     agent.reconcile();
     for (const auto& table : agent.tables()) {
       table->audit();
