@@ -111,7 +111,6 @@ void EventRunner::apply(const Json& event) {
       --number_;
       throw;
     }
-    agent_.settle();
     tellAdmitted();
     return;
   }
@@ -366,6 +365,7 @@ void EventRunner::sync(const Json& event) {
   // What the audit is about to find is not what hardware never had.
   const std::vector<Waiting> waiting = waitingEntries(agent_, table, RoutesOfLevels::here);
   table.audit();
+  agent_.settle();
   std::set<Json> inconsistent;
   std::set<Json> missing;
   std::set<HwIndex> unexpected;

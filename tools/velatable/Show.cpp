@@ -59,7 +59,6 @@ Mentions mentionsPort(U64 port) {
 
 Mentions mentionsNexthop(U64 lag, U64 rewrite) {
   return [lag, rewrite](const std::string& field, const Json& value) {
-    if (field == "l3LagIndex" && value.is_number()) return false;  // half of a next hop
     if (field == "lag") return isNumber(value, lag);
     return value.is_object() && value.contains("l3LagIndex") && value.contains("rewriteIndex") &&
            isNumber(value["l3LagIndex"], lag) && isNumber(value["rewriteIndex"], rewrite);
@@ -69,7 +68,7 @@ Mentions mentionsNexthop(U64 lag, U64 rewrite) {
 /// The entries of a decoded switch, by table, with their rows.
 class Collector {
  public:
-  Collector(Agent& agent, const SimulatedSwitch& chip) : agent_(agent), chip_(chip) {}
+  explicit Collector(const Agent& agent) : agent_(agent) {}
 
   void add(const TableAdapter& table, const Json& key, const Json& result) {
     Json entry = {{"key", key}, {"result", result}};
@@ -98,7 +97,7 @@ class Collector {
     if (!place) return rows;
     for (const auto& [id, hwTable] : hardware->convertor().hwTables()) {
       if (!VelaAgent::HwTableAdapter::holds(*hwTable, place->index)) continue;
-      Json row = describeRow(chip_, *hardware, id, place->index);
+      Json row = describeRow(agent_.chip(), *hardware, id, place->index);
       if (row.is_null()) continue;
       row.erase("table");
       row.erase("instance");
@@ -107,8 +106,7 @@ class Collector {
     return rows;
   }
 
-  Agent& agent_;
-  const SimulatedSwitch& chip_;
+  const Agent& agent_;
   Json found_ = Json::object();
 };
 
@@ -184,11 +182,10 @@ void writeCsv(std::ostream& out, const Json& shown) {
 int show(const Options& options, const std::string& kind, const std::string& id) {
   const auto profile = VelaAgent::loadProfile(options.profile);
   SimulatedSwitch chip = copySaved(options.device);
-  const SimulatedSwitch held = chip;
   Agent agent(profile, chip);
   agent.make();
   agent.decode();
-  Collector collector(agent, held);
+  Collector collector(agent);
   Json shown = {{kind, id}};
   if (kind == "vlan") {
     const U64 vid = numberOf(id, "vlan", 1, 4094);
