@@ -74,11 +74,6 @@ TEST_F(Scenario, lookupsSetHitBitsOnlyWhenTheyMay) {
   EXPECT_TRUE(read("image") == before);
   lookup("--hits NatMatch '" + natKey + "'");
   EXPECT_FALSE(read("image") == before);
-  ASSERT_EQ(apply(R"({"op":"hit","table":"HashTest","key":1,"at":4})"
-                  "\n" +
-                      nat,
-                  "--status status"),
-            0);
 }
 
 /// Of copies that disagree the first sound one counts, the other stays as it is, and all say so.
@@ -109,6 +104,17 @@ TEST_F(Scenario, damageIsToldAndStaysWhereItIs) {
   ASSERT_EQ(run("run events --device sim:image --verbose --results results --writes writes"), 0);
   EXPECT_THAT(read("err"), HasSubstr("FloodSet/0 7: copies disagree"));
   EXPECT_THAT(lines("writes"), SizeIs(2)) << "the copies that were damaged";
+}
+
+/// A row that repeats another one's key is nobody's: said before it is cleared.
+TEST_F(Scenario, rowsOfNobodyAreTold) {
+  ASSERT_EQ(apply(R"({"op":"set","table":"HashTest","key":5,"result":1}
+{"op":"set","table":"HashTest","key":13,"result":1}
+{"op":"set","table":"HashTest","key":69,"result":1}
+)" + corrupt("HashTest", "69", 6)),
+            0);
+  EXPECT_EQ(run("decode --device sim:image"), 1);
+  EXPECT_THAT(read("err"), HasSubstr("HashTest/0 was found with 1 row of no entry\n"));
 }
 
 TEST_F(Scenario, whatHardwareLacksFailsAnAudit) {
@@ -422,6 +428,7 @@ TEST_F(Scenario, aBadLineAmidAnAuditIsPassedOver) {
   EXPECT_THAT(read("out"), HasSubstr("0 missing, 1 unexpected"));
   EXPECT_EQ(run("run events --device sim:image --keep-going --reconcile --results results"), 2);
   EXPECT_THAT(read("err"), HasSubstr("nothing is reconciled: not all events could be read"));
+  EXPECT_FALSE(lookup("HashTest 1")[0]["hit"].is_null());
 }
 
 }  // namespace
