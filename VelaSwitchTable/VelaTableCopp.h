@@ -1,7 +1,7 @@
 #pragma once
 
 #include "Orb/Attribute.h"
-#include "VelaSwitchTable/PlainFamily.h"
+#include "VelaSwitchTable/family/PlainFamily.h"
 
 namespace VelaSwitchTable {
 

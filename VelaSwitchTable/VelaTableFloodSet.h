@@ -3,7 +3,7 @@
 #include <functional>
 
 #include "Bridging/VlanId.h"
-#include "VelaSwitchTable/VlanTables.h"
+#include "VelaSwitchTable/family/VlanTables.h"
 
 namespace VelaSwitchTable {
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "VelaSwitchTable/HashFamily.h"
+#include "VelaSwitchTable/family/HashFamily.h"
 
 namespace VelaSwitchTable {
 

@@ -3,7 +3,7 @@
 #include "Bridging/EthAddr.h"
 #include "Bridging/VlanId.h"
 #include "VelaSwitch/Types.h"
-#include "VelaSwitchTable/DirectFamily.h"
+#include "VelaSwitchTable/family/DirectFamily.h"
 
 namespace VelaSwitchTable {
 

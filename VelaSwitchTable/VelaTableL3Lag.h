@@ -2,7 +2,7 @@
 
 #include "VelaSwitch/PortMask.h"
 #include "VelaSwitch/Types.h"
-#include "VelaSwitchTable/DirectFamily.h"
+#include "VelaSwitchTable/family/DirectFamily.h"
 
 namespace VelaSwitchTable {
 

@@ -2,7 +2,7 @@
 
 #include <iosfwd>
 
-#include "VelaSwitchTable/PortTables.h"
+#include "VelaSwitchTable/family/PortTables.h"
 
 namespace VelaSwitchTable {
 

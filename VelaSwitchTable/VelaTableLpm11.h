@@ -1,7 +1,7 @@
 #pragma once
 
-#include "VelaSwitchTable/DirectFamily.h"
 #include "VelaSwitchTable/VelaTableLpm.h"
+#include "VelaSwitchTable/family/DirectFamily.h"
 
 namespace VelaSwitchTable {
 

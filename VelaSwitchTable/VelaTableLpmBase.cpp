@@ -4,7 +4,7 @@
 
 #include "VelaSwitch/Crc.h"
 #include "VelaSwitch/Parity.h"
-#include "VelaSwitchTable/LeftAlignedKey.h"
+#include "VelaSwitchTable/family/LeftAlignedKey.h"
 
 namespace VelaSwitchTable {
 namespace {

@@ -1,8 +1,8 @@
 #pragma once
 
 #include "Orb/Attribute.h"
-#include "VelaSwitchTable/HashFamily.h"
 #include "VelaSwitchTable/VelaTableLpm.h"
+#include "VelaSwitchTable/family/HashFamily.h"
 
 namespace VelaSwitchTable {
 

@@ -3,8 +3,8 @@
 #include "Bridging/EthAddr.h"
 #include "Bridging/VlanId.h"
 #include "VelaSwitch/PortMask.h"
-#include "VelaSwitchTable/PlainFamily.h"
-#include "VelaSwitchTable/PortTables.h"
+#include "VelaSwitchTable/family/PlainFamily.h"
+#include "VelaSwitchTable/family/PortTables.h"
 
 namespace VelaSwitchTable {
 

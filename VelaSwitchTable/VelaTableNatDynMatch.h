@@ -1,7 +1,7 @@
 #pragma once
 
 #include "VelaSwitch/Keys.h"
-#include "VelaSwitchTable/HashFamily.h"
+#include "VelaSwitchTable/family/HashFamily.h"
 
 namespace VelaSwitchTable {
 

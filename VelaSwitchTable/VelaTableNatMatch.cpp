@@ -1,7 +1,7 @@
 #include "VelaSwitchTable/VelaTableNatMatch.h"
 
 #include "VelaSwitch/Crc.h"
-#include "VelaSwitchTable/NatRow.h"
+#include "VelaSwitchTable/family/NatRow.h"
 
 namespace VelaSwitchTable {
 namespace {

@@ -2,7 +2,7 @@
 
 #include "Ipnet/IpAddr.h"
 #include "VelaSwitch/Keys.h"
-#include "VelaSwitchTable/DirectFamily.h"
+#include "VelaSwitchTable/family/DirectFamily.h"
 
 namespace VelaSwitchTable {
 

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "Bridging/VlanId.h"
-#include "VelaSwitchTable/PortTables.h"
+#include "VelaSwitchTable/family/PortTables.h"
 
 namespace VelaSwitchTable {
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "VelaSwitchTable/PortTables.h"
+#include "VelaSwitchTable/family/PortTables.h"
 
 namespace VelaSwitchTable {
 

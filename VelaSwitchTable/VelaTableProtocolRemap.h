@@ -1,6 +1,6 @@
 #pragma once
 
-#include "VelaSwitchTable/PlainFamily.h"
+#include "VelaSwitchTable/family/PlainFamily.h"
 
 namespace VelaSwitchTable {
 

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "VelaSwitch/PortMask.h"
-#include "VelaSwitchTable/PortTables.h"
+#include "VelaSwitchTable/family/PortTables.h"
 
 namespace VelaSwitchTable {
 

@@ -4,7 +4,7 @@
 
 #include "VelaSwitch/Crc.h"
 #include "VelaSwitch/Parity.h"
-#include "VelaSwitchTable/MulticastGroup.h"
+#include "VelaSwitchTable/family/MulticastGroup.h"
 
 namespace VelaSwitchTable {
 namespace {

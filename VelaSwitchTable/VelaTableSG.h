@@ -2,7 +2,7 @@
 
 #include "VelaSwitch/Keys.h"
 #include "VelaSwitch/PortMask.h"
-#include "VelaSwitchTable/HashFamily.h"
+#include "VelaSwitchTable/family/HashFamily.h"
 
 namespace VelaSwitchTable {
 

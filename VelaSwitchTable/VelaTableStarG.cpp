@@ -2,8 +2,8 @@
 
 #include "VelaSwitch/Crc.h"
 #include "VelaSwitch/Parity.h"
-#include "VelaSwitchTable/LeftAlignedKey.h"
-#include "VelaSwitchTable/MulticastGroup.h"
+#include "VelaSwitchTable/family/LeftAlignedKey.h"
+#include "VelaSwitchTable/family/MulticastGroup.h"
 
 namespace VelaSwitchTable {
 namespace {

@@ -1,8 +1,8 @@
 #pragma once
 
 #include "Bridging/VlanId.h"
-#include "VelaSwitchTable/DirectFamily.h"
-#include "VelaSwitchTable/PlainFamily.h"
+#include "VelaSwitchTable/family/DirectFamily.h"
+#include "VelaSwitchTable/family/PlainFamily.h"
 
 namespace VelaSwitchTable {
 

@@ -5,7 +5,7 @@
 #include <ostream>
 
 #include "VelaSwitch/Parity.h"
-#include "VelaSwitchTable/VlanTables.h"
+#include "VelaSwitchTable/family/VlanTables.h"
 
 namespace VelaSwitchTable {
 namespace {

@@ -3,7 +3,7 @@
 #include "Bridging/VlanId.h"
 #include "VelaSwitch/PipeMap.h"
 #include "VelaSwitchApi/RowLayout.h"
-#include "VelaSwitchTable/PlainFamily.h"
+#include "VelaSwitchTable/family/PlainFamily.h"
 
 namespace VelaSwitchTable {
 

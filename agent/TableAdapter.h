@@ -7,8 +7,8 @@
 #include <vector>
 
 #include "VelaSwitchApi/HashBase.h"
-#include "VelaSwitchTable/HashFamily.h"
-#include "VelaSwitchTable/PlainFamily.h"
+#include "VelaSwitchTable/family/HashFamily.h"
+#include "VelaSwitchTable/family/PlainFamily.h"
 #include "agent/Limits.h"
 #include "device/DataPath.h"
 

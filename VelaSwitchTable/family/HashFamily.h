@@ -5,11 +5,11 @@
 #include "DirectBase/TableConstants.h"
 #include "VelaSwitch/HashInverse.h"
 #include "VelaSwitch/Parity.h"
-#include "VelaSwitchTable/EntryStore.h"
-#include "VelaSwitchTable/Family.h"
 #include "VelaSwitchTable/VelaHitBitUtil.h"
 #include "VelaSwitchTable/VelaRegPrefixUtil.h"
 #include "VelaSwitchTable/VelaTableHashHelper.h"
+#include "VelaSwitchTable/family/EntryStore.h"
+#include "VelaSwitchTable/family/Family.h"
 
 /// What all exact-match hash families share. A family is a struct F, derived from HashFamilyTypes,
 /// that says what is its own:

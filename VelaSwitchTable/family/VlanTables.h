@@ -1,7 +1,7 @@
 #pragma once
 
 #include "Bridging/VlanId.h"
-#include "VelaSwitchTable/PlainFamily.h"
+#include "VelaSwitchTable/family/PlainFamily.h"
 
 /// Hardware tables whose rows are VLAN ids: one for each of the profile's VLAN tables, and the CPU
 /// pipeline's behind them.

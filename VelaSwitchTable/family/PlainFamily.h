@@ -6,9 +6,9 @@
 
 #include "DirectBase/TableConstants.h"
 #include "VelaSwitchApi/SwTable.h"
-#include "VelaSwitchTable/EntryStore.h"
-#include "VelaSwitchTable/Family.h"
 #include "VelaSwitchTable/VelaRegPrefixUtil.h"
+#include "VelaSwitchTable/family/EntryStore.h"
+#include "VelaSwitchTable/family/Family.h"
 
 /// What all plain families share: tables whose row is named by the key and written straight from
 /// the result. A family is a struct F, derived from PlainFamilyTypes, that says what is its own:

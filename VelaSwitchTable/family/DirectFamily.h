@@ -3,9 +3,9 @@
 #include <optional>
 
 #include "DirectBase/DirectBase.h"
-#include "VelaSwitchTable/EntryStore.h"
-#include "VelaSwitchTable/Family.h"
 #include "VelaSwitchTable/VelaRegPrefixUtil.h"
+#include "VelaSwitchTable/family/EntryStore.h"
+#include "VelaSwitchTable/family/Family.h"
 
 /// What all direct families share: tables whose row is a fixed function of the key. A family is a
 /// struct F, derived from DirectFamilyTypes, that says what is its own:

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "VelaSwitch/Types.h"
-#include "VelaSwitchTable/PlainFamily.h"
+#include "VelaSwitchTable/family/PlainFamily.h"
 
 /// Hardware tables whose rows are chip ports, as several families declare them.
 namespace VelaSwitchTable {
