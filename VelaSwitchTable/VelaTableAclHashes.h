@@ -1,12 +1,10 @@
 #pragma once
 
+#include "VelaSwitch/Crc.h"
 #include "VelaSwitch/Keys.h"
 #include "VelaSwitchTable/family/HashFamily.h"
 
 namespace VelaSwitchTable {
-
-using AclHashEntryStatus =
-    EntryStatusOf<VelaSwitch::AclHashKey, "VelaSwitchTable::AclHashEntryStatus">;
 
 /// Exact-match ACLs: the first stage of a pipeline's ingress ACL processor.
 ///
@@ -14,38 +12,50 @@ using AclHashEntryStatus =
 /// of all ones read back is therefore 0, and so is port 65535; the desired entry that was spelled
 /// with the ones has the same hardware key and takes the row over without a write.
 struct VELA_EXPORT AclHashFamily
-    : HashFamilyTypes<VelaSwitch::AclHashKey, VelaSwitch::AclHashResult, class AclHashTable,
-                      class AclHashConvertor, class AclHashHelper, class AclHashTableCuckooEntry,
-                      class AclPhysicalHashProperties, class AclHashTableStatus,
-                      AclHashEntryStatus> {
-  static constexpr const char* sourceUnit = "VelaTableAclHash";
-  static inline Trace::Handle trace{sourceUnit};
-  static constexpr const char* decodedText = "Decoded Entry: ";
+    : Family<"VelaTableAclHash", VelaSwitch::AclHashKey, VelaSwitch::AclHashResult> {
   static constexpr HashFamilyTraits traits{.index = TableIndex::aclHash,
                                            .placement = HashPlacement::ownPipeline,
                                            .prefix = "ingress/processor_acl[%d]/",
                                            .rowWords = 7,
                                            .hashBits = 11,
                                            .ways = 2,
-                                           .keyBytes = 13,
-                                           .hitBits = false,
                                            .staticWord = 5,
-                                           .parityWords = 4};
+                                           .parityWords = 4,
+                                           .stride = TableConstants::aclTableStride};
+  /// Wide rows: the control word is word 5, not 4.
+  static bool otherFormat(const VelaSwitch::ProfileInfo& profile) {
+    return profile.fields().aclWideRows();
+  }
+  static U8 dataWords(const VelaSwitch::ProfileInfo& profile) {
+    return otherFormat(profile) ? 5 : 4;
+  }
+  static constexpr auto fields(const RowShape& shape) {
+    const U32 control = shape.other ? 160 : 128;
+    return std::to_array<RowField>({{"key", 0, 90},
+                                    {"variant", 90, 2},
+                                    {"valid", 92, 1},
+                                    {"priority", 93, 8},
+                                    {"counterIndex", 101, 12},
+                                    {"parity", 113, 1},
+                                    {"row", control, 11},
+                                    {"way", control + 11, 1},
+                                    {"one", control + 15, 1, 1},
+                                    // 0 here, 1 in the processor's counter table
+                                    {"counter", control + 18, 1, 0}});
+  }
+  static constexpr const char* decodedText = "Decoded Entry: ";
 
-  static U32 tableId(U8 tableIdx) { return TableConstants::aclHashTableId(tableIdx); }
-  static U8 dataWords(const VelaSwitch::ProfileInfo& profile);
-  static U8 copyKeyToBuffer(const Key& key, U8* buffer, U8 bufSize);
-  static U32 hash(const U8* buffer, U8 way, U8 bits);
-  static RowLayout layout(const Helper& helper);
-  static void pack(const Helper& helper, const Key& key, const Result& result, bool valid,
-                   CuckooLocation location, RowWriter& row);
-  static void packStatic(const Helper& helper, CuckooLocation location, RowWriter& row);
-  static std::optional<std::pair<Key, Result>> unpack(const Helper& helper, const RowReader& row,
-                                                      CuckooLocation location);
+  static void checkKeyBuffer(U8 bufSize) { ORB_ASSERT(bufSize >= 13); }
+  static void packKey(const Key& key, KeyBits& bits);
+  static constexpr auto hash = &VelaSwitch::crc11Hash;
+  static bool unpackKey(KeyBits bits, const RowReaderOf<AclHashFamily>& row, Key& key);
+  static void packMore(const VelaTableHashHelper&, const Key& key, const Result&, bool valid,
+                       CuckooLocation, RowWriterOf<AclHashFamily>& row);
 };
 
-VELA_HASH_TEMPLATES(extern, AclHashFamily);
-extern template class HashFamilyConvertor<AclHashFamily>;
+VELA_HASH_CLASSES(AclHashFamily, AclHashTable, AclHashConvertor, AclHashHelper,
+                  AclHashTableCuckooEntry, AclPhysicalHashProperties, AclHashTableStatus,
+                  AclHashEntryStatus);
 
 /// Constructed with (name, tableIdx, pipeline): `tableIdx` names the ACL processor.
 class VELA_EXPORT AclHashTable final : public HashFamilyTable<AclHashFamily> {
@@ -92,8 +102,6 @@ VELA_CLASS(AclHashFamily, AclPhysicalHashProperties, HashFamilyProperties);
 VELA_CLASS(AclHashFamily, AclHashTableStatus, HashFamilyTableStatus);
 
 VELA_FACTORY(AclHashConvertor, AclHashConvertorIs, ());
-VELA_HASH_FACTORIES(AclHashFamily, AclHashTable, AclHashHelper, AclHashTableCuckooEntry,
-                    AclPhysicalHashProperties, AclHashTableStatus);
 VELA_FACTORY(AclHashTable, AclHashTableIs, (const std::string& name, U8 tableIdx, U8 pipeline));
 
 // The same by their other names.

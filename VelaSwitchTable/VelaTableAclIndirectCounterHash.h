@@ -1,61 +1,52 @@
 #pragma once
 
+#include "VelaSwitch/Crc.h"
 #include "VelaSwitch/Keys.h"
 #include "VelaSwitchTable/family/HashFamily.h"
 
 namespace VelaSwitchTable {
 
 using AclIndirectCounterHashResult = VelaSwitch::AclIndirectCounterHashResult;
-using AclIndirectCounterHashEntryStatus =
-    EntryStatusOf<VelaSwitch::AclIndirectCounterHashKey,
-                  "VelaSwitchTable::AclIndirectCounterHashEntryStatus">;
 
 /// Which counter an ACL's counter key stands for, in a pipeline's ingress ACL processor.
 ///
 /// The row has no valid bit: one that is all zero is empty. A key below 2048 with index 0 packs to
 /// just that, and so cannot be rebuilt from registers; lookups find nothing there.
 struct VELA_EXPORT AclIndirectCounterHashFamily
-    : HashFamilyTypes<VelaSwitch::AclIndirectCounterHashKey, AclIndirectCounterHashResult,
-                      class AclIndirectCounterHashTable, class AclIndirectCounterHashConvertor,
-                      class AclIndirectCounterHashHelper,
-                      class AclIndirectCounterHashTableCuckooEntry,
-                      class AclCounterPhysicalHashProperties,
-                      class AclIndirectCounterHashTableStatus, AclIndirectCounterHashEntryStatus> {
-  static constexpr const char* sourceUnit = "VelaTableAclIndirectCounterHash";
-  static inline Trace::Handle trace{sourceUnit};
-  static constexpr const char* decodedText = "Decoded Entry: ";
+    : Family<"VelaTableAclIndirectCounterHash", VelaSwitch::AclIndirectCounterHashKey,
+             AclIndirectCounterHashResult> {
   static constexpr HashFamilyTraits traits{.index = TableIndex::aclIndirectCounterHash,
                                            .placement = HashPlacement::ownPipeline,
                                            .prefix = "ingress/processor_acl[%d]/",
                                            .rowWords = 7,
+                                           .dataWords = 5,
                                            .hashBits = 11,
                                            .ways = 2,
-                                           .keyBytes = 2,
-                                           .hitBits = false,
+                                           .rowImpliesKey = true,
                                            .staticWord = 5,
-                                           .parityWords = 1};
+                                           .parityWords = 1,
+                                           .stride = TableConstants::aclTableStride};
+  static constexpr RowField fields[] = {
+      {"keyHigh", 0, 5},   {"counterIndex", 5, 12}, {"parity", 17, 1},
+      {"row", 160, 11},    {"way", 171, 1},         {"zeros", 173, 2, 0},
+      {"one", 175, 1, 1},  {"counter", 178, 1, 1},  // 1 here, 0 in the processor's ACL table
+      {"keyLow", 192, 11},
+  };
+  static constexpr const char* decodedText = "Decoded Entry: ";
 
-  static U32 tableId(U8 tableIdx) {
-    return static_cast<U32>(TableIndex::aclIndirectCounterHash) +
-           tableIdx * TableConstants::aclTableStride;
+  static void packKey(const Key& key, KeyBits& bits) { bits.add(16, key.counterKey()); }
+  static constexpr auto hash = &VelaSwitch::crc11Hash;
+  static bool unpackKey(KeyBits bits, const RowReaderOf<AclIndirectCounterHashFamily>&, Key& key);
+  static bool isEntry(const RowReaderOf<AclIndirectCounterHashFamily>& row, CuckooLocation) {
+    return row.words()[0] != 0;
   }
-  static U8 dataWords(const VelaSwitch::ProfileInfo&) { return 5; }
-  static U8 copyKeyToBuffer(const Key& key, U8* buffer, U8 bufSize);
-  static U32 hash(const U8* buffer, U8 way, U8 bits);
-  static RowLayout layout(const Helper& helper);
-  static void pack(const Helper& helper, const Key& key, const Result& result, bool valid,
-                   CuckooLocation location, RowWriter& row);
-  static void packStatic(const Helper& helper, CuckooLocation location, RowWriter& row);
-  static std::optional<std::pair<Key, Result>> unpack(const Helper& helper, const RowReader& row,
-                                                      CuckooLocation location);
-  static std::vector<U8> impliedBits(const Helper& helper);
-  static U8 keyBits(const Helper& helper);
-  static void impliedBitsAre(Key& key, U32 bits);
+  static void packMore(const VelaTableHashHelper&, const Key& key, const Result&, bool valid,
+                       CuckooLocation, RowWriterOf<AclIndirectCounterHashFamily>& row);
 };
 
-VELA_HASH_FAMILY(AclIndirectCounterHashFamily, AclIndirectCounterHashTable,
-                 AclIndirectCounterHashConvertor, AclIndirectCounterHashHelper,
-                 AclIndirectCounterHashTableCuckooEntry, AclCounterPhysicalHashProperties,
-                 AclIndirectCounterHashTableStatus);
+VELA_HASH_FAMILY_NAMED(AclIndirectCounterHashFamily, AclIndirectCounterHashTable,
+                       AclIndirectCounterHashConvertor, AclIndirectCounterHashHelper,
+                       AclIndirectCounterHashTableCuckooEntry, AclCounterPhysicalHashProperties,
+                       AclIndirectCounterHashTableStatus, AclIndirectCounterHashEntryStatus);
 
 }  // namespace VelaSwitchTable

@@ -1,30 +1,51 @@
 #pragma once
 
+#include "VelaSwitch/HashInverse.h"
 #include "VelaSwitchApi/HashBase.h"
 
 namespace VelaSwitchTable {
 
 using VelaSwitchApi::CuckooLocation;
+using VelaSwitchApi::HashBaseCuckooEntry;
 using VelaSwitchApi::HwIndex;
+using VelaSwitchApi::KeyBits;
 using VelaSwitchApi::RowLayout;
 using VelaSwitchApi::RowReader;
 using VelaSwitchApi::RowWriter;
 
-/// What the helpers of all hash families share: the row layout of the table's profile.
+/// What the helpers of all hash families share: the row layout of the table's profile, the words
+/// that name a row's place, and the way from a row that was read to an entry.
 class VELA_EXPORT VelaTableHashHelper : public VelaSwitchApi::HashBaseHelper {
  public:
   /// Builds the row layout and the entry that stands for an empty row.
   void doInit() override;
-  Orb::Ptr<VelaSwitchApi::HashBaseCuckooEntry> nullHashEntry() const override { return null_; }
+  /// Writes the fields `row` and `way`, and those that hold the same in every row.
+  void setStaticBuffer(CuckooLocation location, U8* image) const override;
+  Orb::Ptr<HashBaseCuckooEntry> nullHashEntry() const override { return null_; }
+  Orb::Ptr<HashBaseCuckooEntry> decodeHwEntry(HwIndex index) const override;
+  bool rowSound(const U32* image) const override;
 
   const RowLayout& layout() const override { return layout_; }
   const VelaSwitch::ProfileInfo& profile() const { return swTable()->profile(); }
 
+  /// Which instance of the family the rows belong to.
+  U8 tableIdx() const { return tableIdx_; }
+
  protected:
-  VelaTableHashHelper() = default;
+  /// How a row that was decoded is traced.
+  struct Traces {
+    const Trace::Handle& handle;
+    const char* decoded;  ///< What the text of the entry follows.
+  };
+
+  /// @param parityWords  words of a row whose bits are even in number; 0: none
+  VelaTableHashHelper(U8 tableIdx, Traces traces, U8 parityWords)
+      : tableIdx_(tableIdx), traces_(traces), parityWords_(parityWords) {}
 
   virtual RowLayout makeLayout() const = 0;
-  virtual Orb::Ptr<VelaSwitchApi::HashBaseCuckooEntry> makeNullEntry() const = 0;
+  virtual Orb::Ptr<HashBaseCuckooEntry> makeNullEntry() const = 0;
+  /// The entry in a row of the image, or null; may throw what odd values throw.
+  virtual Orb::Ptr<HashBaseCuckooEntry> unpack(U32* image, CuckooLocation at) const = 0;
 
   /// The image of a row in the pipeline that is decoded.
   U32* hwRow(HwIndex index) const;
@@ -32,8 +53,11 @@ class VELA_EXPORT VelaTableHashHelper : public VelaSwitchApi::HashBaseHelper {
   CuckooLocation location(HwIndex index) const { return physical().location(index); }
 
  private:
+  U8 tableIdx_;
+  Traces traces_;
+  U8 parityWords_;
   RowLayout layout_;
-  Orb::Ptr<VelaSwitchApi::HashBaseCuckooEntry> null_;
+  Orb::Ptr<HashBaseCuckooEntry> null_;
 };
 
 }  // namespace VelaSwitchTable

@@ -19,42 +19,41 @@ struct HashTestResult {
   auto operator<=>(const HashTestResult&) const = default;
 };
 
-using TestEntryStatus = EntryStatusOf<HashTestKey, "VelaSwitchTable::TestEntryStatus">;
-
 /// A table of two ways of eight rows whose keys choose their rows, so that placement, moves,
 /// read-back and hit bits can be driven at will. No CRC is involved.
-struct VELA_EXPORT HashTestFamily
-    : HashFamilyTypes<HashTestKey, HashTestResult, class HashTestTable,
-                      class HashConvertorTestTable, class HashTestHelper,
-                      class HashTestTableCuckooEntry, class HashTestPhysicalHashProperties,
-                      class TestTableStatus, TestEntryStatus> {
-  static constexpr const char* sourceUnit = "VelaTableHashTest";
-  static inline Trace::Handle trace{sourceUnit};
-  static constexpr const char* decodedText = "Decoded entry is ";
+///
+/// The row has no valid bit. An empty one holds a key that belongs elsewhere, so that no key that
+/// is looked up there can meet it.
+struct VELA_EXPORT HashTestFamily : Family<"VelaTableHashTest", HashTestKey, HashTestResult> {
   static constexpr HashFamilyTraits traits{.index = TableIndex::hashTest,
                                            .placement = HashPlacement::once,
                                            .prefix = "pipeline[%d]/processor/",
                                            .rowWords = 3,
+                                           .dataWords = 2,
                                            .hashBits = 3,
                                            .ways = 2,
-                                           .keyBytes = 4,
                                            .hitBits = true,
                                            .hitTableOffset = 1};
+  static constexpr RowField fields[] = {
+      {"key", 0, 32}, {"result", 32, 32}, {"row", 64, 12}, {"way", 78, 1}, {"one", 79, 1, 1}};
 
-  static U32 tableId(U8) { return static_cast<U32>(TableIndex::hashTest); }
-  static U8 dataWords(const VelaSwitch::ProfileInfo&) { return 2; }
-  static U8 copyKeyToBuffer(const Key& key, U8* buffer, U8 bufSize);
+  static void packKey(const Key& key, KeyBits& bits) { bits.add(32, key.value()); }
   static U32 hash(const U8* buffer, U8 way, U8 bits);
-  static RowLayout layout(const Helper& helper);
-  static void pack(const Helper& helper, const Key& key, const Result& result, bool valid,
-                   CuckooLocation location, RowWriter& row);
-  static void packStatic(const Helper& helper, CuckooLocation location, RowWriter& row);
-  static std::optional<std::pair<Key, Result>> unpack(const Helper& helper, const RowReader& row,
-                                                      CuckooLocation location);
+  static bool unpackKey(KeyBits bits, const RowReaderOf<HashTestFamily>&, Key& key);
+  static bool isEntry(const RowReaderOf<HashTestFamily>& row, CuckooLocation location);
+  static void packMore(const VelaTableHashHelper&, const Key&, const Result&, bool valid,
+                       CuckooLocation location, RowWriterOf<HashTestFamily>& row);
 };
 
-VELA_HASH_TEMPLATES(extern, HashTestFamily);
-extern template class HashFamilyConvertor<HashTestFamily>;
+VELA_HASH_CLASSES(HashTestFamily, HashTestTable, HashConvertorTestTable, HashTestHelper,
+                  HashTestTableCuckooEntry, HashTestPhysicalHashProperties, TestTableStatus,
+                  TestEntryStatus);
+VELA_FACTORY(HashConvertorTestTable, HashConvertorTestTableIs, ());
+VELA_CLASS(HashTestFamily, HashTestTableCuckooEntry, HashFamilyEntry);
+VELA_CLASS(HashTestFamily, HashTestPhysicalHashProperties, HashFamilyProperties);
+VELA_CLASS(HashTestFamily, TestTableStatus, HashFamilyTableStatus);
+VELA_CLASS(HashTestFamily, HashConvertorTestTable, HashFamilyConvertor);
+VELA_CLASS(HashTestFamily, HashTestHelper, HashFamilyHelper);
 
 class VELA_EXPORT HashTestTable final : public HashFamilyTable<HashTestFamily> {
  public:
@@ -64,15 +63,5 @@ class VELA_EXPORT HashTestTable final : public HashFamilyTable<HashTestFamily> {
   /// The text form of the key's result; empty when it has none.
   std::string resultString(const HashTestKey& key) const;
 };
-
-VELA_CLASS(HashTestFamily, HashConvertorTestTable, HashFamilyConvertor);
-VELA_CLASS(HashTestFamily, HashTestHelper, HashFamilyHelper);
-VELA_CLASS(HashTestFamily, HashTestTableCuckooEntry, HashFamilyEntry);
-VELA_CLASS(HashTestFamily, HashTestPhysicalHashProperties, HashFamilyProperties);
-VELA_CLASS(HashTestFamily, TestTableStatus, HashFamilyTableStatus);
-
-VELA_FACTORY(HashConvertorTestTable, HashConvertorTestTableIs, ());
-VELA_HASH_FACTORIES(HashTestFamily, HashTestTable, HashTestHelper, HashTestTableCuckooEntry,
-                    HashTestPhysicalHashProperties, TestTableStatus);
 
 }  // namespace VelaSwitchTable

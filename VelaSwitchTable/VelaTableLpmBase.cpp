@@ -3,40 +3,27 @@
 #include <bit>
 
 #include "VelaSwitch/Crc.h"
-#include "VelaSwitch/Parity.h"
-#include "VelaSwitchTable/family/LeftAlignedKey.h"
 
 namespace VelaSwitchTable {
 namespace {
 
 using VelaSwitch::LpmKey;
+using Writer = RowWriterOf<LpmBaseFamily>;
+using Reader = RowReaderOf<LpmBaseFamily>;
 
-enum class Row : U8 {
-  address,
-  vrf,
-  valid,
-  cell,  ///< The first of four.
-  cpuTrap = cell + EntryCellIndex::count,
-  parity,
-  row,
-  way,
-  one,
-  selector,
-  wholeAddress,
-  realLength,  ///< The first of four.
-};
-
-constexpr Row ofCell(Row first, U8 cell) { return static_cast<Row>(static_cast<U8>(first) + cell); }
-
-constexpr U8 cellBits = 14;
 /// In level 29's rows: the mark of a (*,G) entry, one bit below the valid bit.
 constexpr U8 multicastBit = 28;
 
-/// Packs the VRF with the address bits below it.
-U8 packKey(const LpmKey& key, const LpmLevel& level, U8* buffer, U8 bufSize) {
-  const U64 number = U64{key.vrf()} << level.prefixBaseLen |
-                     key.prefix().address().number() >> level.ipv4DipShift();
-  return packLeftAligned(number, level.keyWidth, buffer, bufSize);
+void packLevelKey(const LpmKey& key, const LpmLevel& level, KeyBits& bits) {
+  bits.add(level.prefixBaseLen, key.prefix().address().number() >> level.ipv4DipShift());
+  bits.add(static_cast<U8>(level.keyWidth - level.prefixBaseLen), key.vrf());
+}
+
+/// The level whose hashed keys have so many bits, or null.
+const LpmLevel* levelOfWidth(U8 bits) {
+  const auto level = std::find_if(lpmLevels.begin(), lpmLevels.end(),
+                                  [&](const LpmLevel& each) { return each.keyWidth == bits; });
+  return level == lpmLevels.end() ? nullptr : &*level;
 }
 
 U32 hashKey(const U8* buffer, U8 way, U8 bits, U8 crcLength) {
@@ -65,108 +52,54 @@ const LpmLevel& lpmLevelOfKey(U8 prefixLen) {
   return lpmLevels[level];
 }
 
-U8 LpmBaseFamily::copyKeyToBuffer(const Key& key, U8* buffer, U8 bufSize) {
-  return packKey(key, lpmLevelOfKey(key.prefix().len()), buffer, bufSize);
+void LpmBaseFamily::packKey(const Key& key, KeyBits& bits) {
+  packLevelKey(key, lpmLevelOfKey(key.prefix().len()), bits);
 }
 
 U32 LpmBaseFamily::hash(const U8* buffer, U8 way, U8 bits) {
-  for (const LpmLevel& level : lpmLevels) {
-    if (level.keyWidth == bits) return hashKey(buffer, way, bits, level.crcLength);
-  }
-  return hashKey(buffer, way, bits, 0);
+  const LpmLevel* level = levelOfWidth(bits);
+  return hashKey(buffer, way, bits, level ? level->crcLength : U8{0});
 }
 
-RowLayout LpmBaseFamily::layout(const Helper& helper) {
-  const U16 addressBits = helper.level().storedAddressBits();
-  const U16 valid = helper.storedWidth();
-  const auto at = [&](int bits) { return static_cast<U16>(valid + bits); };
-  return {{{"address", 0, addressBits},
-           {"vrf", addressBits, helper.numVrfBits()},
-           {"valid", valid, 1},
-           {"cell0", at(1), cellBits},
-           {"cell1", at(15), cellBits},
-           {"cell2", at(29), cellBits},
-           {"cell3", at(43), cellBits},
-           {"cpuTrap", at(57), 1},
-           {"parity", at(58), 1},
-           {"row", 128, 12},
-           {"way", 142, 2},
-           {"one", 145, 1},
-           {"selector", 146, 4},
-           {"wholeAddress", 160, 32},
-           {"realLength0", 192, 6},
-           {"realLength1", 198, 6},
-           {"realLength2", 204, 6},
-           {"realLength3", 210, 6}},
-          traits.rowWords};
+bool LpmBaseFamily::unpackKey(KeyBits bits, const Reader&, Key& key) {
+  const LpmLevel& level = *levelOfWidth(bits.bits());
+  const auto address = static_cast<U32>(bits.take(level.prefixBaseLen) << level.ipv4DipShift());
+  key.prefix = Ipnet::IpPrefix(Ipnet::IpAddr(address), level.prefixBaseLen);
+  key.vrf = static_cast<U8>(bits.words()[0]);
+  return true;
 }
 
-void LpmBaseFamily::check(const Helper& helper, const Key& key, const Result& result) {
+LpmBaseFamily::Shape LpmBaseFamily::shape(const LpmBaseHelper& helper) {
+  return {helper.level(), helper.numVrfBits(), helper.storedWidth()};
+}
+
+void LpmBaseFamily::check(const LpmBaseHelper& helper, const Key& key, const Result& result) {
   const U8 prefixBaseLen = helper.level().prefixBaseLen;
   ORB_ASSERT(key.prefix().len() == prefixBaseLen);
   ORB_ASSERT(key.vrf() < helper.profile().vrfs());
   for (const EntryCellResult& cell : result.cells()) checkCell(cell, prefixBaseLen);
 }
 
-void LpmBaseFamily::pack(const Helper& helper, const Key& key, const Result& result, bool valid,
-                         CuckooLocation, RowWriter& row) {
+void LpmBaseFamily::packMore(const LpmBaseHelper& helper, const Key& key, const Result& result,
+                             bool valid, CuckooLocation, Writer& row) {
   const LpmLevel& level = helper.level();
-  const U32 address = key.prefix().address().number();
-  if (valid) {
-    row.set(Row::address, address >> (32 - level.storedAddressBits()));
-    row.set(Row::vrf, key.vrf());
-    row.set(Row::valid, 1);
-    row.set(Row::wholeAddress, address);
-  }
+  if (valid) row.set<"wholeAddress">(key.prefix().address().number());
   for (U8 i = 0; i < EntryCellIndex::count; ++i) {
     const EntryCellResult& cell = result.cells()[i];
     checkCell(cell, level.prefixBaseLen);
-    row.set(ofCell(Row::cell, i),
+    row.set(fieldNumber<LpmBaseFamily, "cell0">() + i,
             cell.hwEncoding(false, level.longest(), helper.profile().hwApi()));
-    row.set(ofCell(Row::realLength, i), cell.realPrefixLen());
+    row.set(fieldNumber<LpmBaseFamily, "realLength0">() + i, cell.realPrefixLen());
   }
-  row.set(Row::cpuTrap, result.cpuTrap());
-  row.set(Row::parity, VelaSwitch::parityU32Array(row.words(), traits.parityWords));
 }
 
-void LpmBaseFamily::packStatic(const Helper& helper, CuckooLocation location, RowWriter& row) {
-  row.set(Row::row, location.row);
-  row.set(Row::way, location.way);
-  row.set(Row::one, 1);
-  row.set(Row::selector, helper.level().controlSelector);
-}
-
-std::optional<std::pair<LpmKey, LpmResult>> LpmBaseFamily::unpack(const Helper& helper,
-                                                                  const RowReader& row,
-                                                                  CuckooLocation) {
-  if (!row.flag(Row::valid)) return std::nullopt;
-  const LpmLevel& level = helper.level();
-  LpmKey key;
-  key.vrf = static_cast<U8>(row.get(Row::vrf));
-  const auto address = static_cast<U32>(row.get(Row::address));
-  key.prefix = Ipnet::IpPrefix(Ipnet::IpAddr(address << (32 - level.storedAddressBits())),
-                               level.prefixBaseLen);
-  LpmResult result;
+void LpmBaseFamily::unpackMore(const LpmBaseHelper& helper, const Reader& row, Result& result) {
   for (U8 i = 0; i < EntryCellIndex::count; ++i) {
-    const auto encoding = static_cast<U32>(row.get(ofCell(Row::cell, i)));
+    const auto encoding = static_cast<U32>(row.get(fieldNumber<LpmBaseFamily, "cell0">() + i));
     result.cellResultIs(EntryCellIndex(i),
-                        EntryCellResult::fromHwEncoding(encoding, false, level.longest(),
+                        EntryCellResult::fromHwEncoding(encoding, false, helper.level().longest(),
                                                         helper.profile().hwApi()));
   }
-  result.cpuTrap = row.flag(Row::cpuTrap);
-  return std::pair{key, result};
-}
-
-U8 LpmBaseFamily::keyBits(const Helper& helper) { return helper.level().keyWidth; }
-
-std::vector<U8> LpmBaseFamily::impliedBits(const Helper& helper) {
-  return lowestOfLeftAligned(helper.level().crcLength, helper.level().keyWidth);
-}
-
-void LpmBaseFamily::impliedBitsAre(Key& key, U32 bits) {
-  const U8 len = key.prefix().len();
-  key.prefix =
-      Ipnet::IpPrefix(Ipnet::IpAddr(key.prefix().address().number() | bits << (32 - len)), len);
 }
 
 LpmKey LpmBaseTable::nullKey() const {
@@ -189,17 +122,14 @@ bool LpmBaseHelper::entryOwned(HwIndex index) const {
 }
 
 U32 LpmBaseTableCuckooEntry::getHash(U8 way) const {
-  U8 buffer[LpmBaseFamily::traits.keyBytes];
-  const U8 bits = packKey(key(), level_, buffer, sizeof buffer);
+  KeyBits key;
+  packLevelKey(this->key(), level_, key);
+  U8 buffer[KeyBits::maxBytes];
+  const U8 bits = fillKeyBuffer<LpmBaseFamily>(key, buffer, sizeof buffer);
   return hashKey(buffer, way, bits, level_.crcLength);
 }
 
-template class HashFamilyTableBase<LpmBaseFamily>;
-template class HashFamilyConvertor<LpmBaseFamily>;
-template class HashFamilyHelperBase<LpmBaseFamily>;
-template class HashFamilyEntry<LpmBaseFamily>;
-template class HashFamilyProperties<LpmBaseFamily>;
-template class HashFamilyTableStatus<LpmBaseFamily>;
+VELA_HASH_TEMPLATES(, LpmBaseFamily);
 VELA_REGISTERED_DEFINE(LpmBaseTable)
 VELA_REGISTERED_DEFINE(LpmBaseConvertor)
 VELA_REGISTERED_DEFINE(LpmBaseHelper)

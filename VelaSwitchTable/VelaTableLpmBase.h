@@ -35,23 +35,16 @@ inline constexpr std::array<LpmLevel, 7> lpmLevels{{
     {30, 35, 12, TableIndex::lpm32},
 }};
 
+class LpmBaseHelper;
+
 /// The level whose keys have the prefix length; there must be one.
 VELA_EXPORT const LpmLevel& lpmLevelOfKey(U8 prefixLen);
-
-using LpmEntryStatus = EntryStatusOf<VelaSwitch::LpmKey, "VelaSwitchTable::LpmEntryStatus">;
 
 /// What all hashed levels share; see VelaTableLpmTables.h for the levels.
 ///
 /// Hardware keeps of a key what the row does not imply. The words behind the control word have no
 /// register: they keep the whole address and the real lengths.
-struct VELA_EXPORT LpmBaseFamily
-    : HashFamilyTypes<VelaSwitch::LpmKey, LpmResult, class LpmBaseTable, class LpmBaseConvertor,
-                      class LpmBaseHelper, class LpmBaseTableCuckooEntry,
-                      class LpmBasePhysicalHashProperties, class LpmTableStatus, LpmEntryStatus> {
-  static constexpr const char* sourceUnit = "VelaTableLpmBase";
-  static inline Trace::Handle trace{sourceUnit};
-  static constexpr const char* decodedText = "Decoded entry is ";
-  static constexpr bool tracesItem = true;
+struct VELA_EXPORT LpmBaseFamily : Family<"VelaTableLpmBase", VelaSwitch::LpmKey, LpmResult> {
   /// Index, hash length and place of the hit bits are those of one level; the others have their
   /// own.
   static constexpr HashFamilyTraits traits{.index = TableIndex::lpm32,
@@ -60,35 +53,60 @@ struct VELA_EXPORT LpmBaseFamily
                                            .rowWords = 7,
                                            .hashBits = 12,
                                            .ways = 2,
-                                           .keyBytes = 8,
+                                           .rowImpliesKey = true,
                                            .hitBits = true,
                                            .hitTableOffset = 10,
                                            .staticWord = 4,
                                            .parityWords = 3};
+  struct Shape {
+    const LpmLevel& level = lpmLevels.back();
+    U32 vrfBits = 5;
+    U32 storedWidth = 23;  ///< Row bits in front of the valid bit.
+  };
+  static Shape shape(const LpmBaseHelper& helper);
+  static constexpr auto fields(const Shape& shape) {
+    constexpr U32 cellBits = 14;
+    const U32 address = shape.level.storedAddressBits();
+    const U32 cells = shape.storedWidth + 1;
+    return std::to_array<RowField>({{"address", 0, address},
+                                    {"vrf", address, shape.vrfBits},
+                                    {"valid", shape.storedWidth, 1},
+                                    {"cell0", cells, cellBits},
+                                    {"cell1", cells + cellBits, cellBits},
+                                    {"cell2", cells + 2 * cellBits, cellBits},
+                                    {"cell3", cells + 3 * cellBits, cellBits},
+                                    {"cpuTrap", cells + 4 * cellBits, 1},
+                                    {"parity", cells + 4 * cellBits + 1, 1},
+                                    {"row", 128, 12},
+                                    {"way", 142, 2},
+                                    {"one", 145, 1, 1},
+                                    {"selector", 146, 4, shape.level.controlSelector},
+                                    {"wholeAddress", 160, 32},
+                                    {"realLength0", 192, 6},
+                                    {"realLength1", 198, 6},
+                                    {"realLength2", 204, 6},
+                                    {"realLength3", 210, 6}});
+  }
+  static constexpr bool tracesItem = true;
+  static constexpr bool leftAligned = true;
 
-  static U8 dataWords(const VelaSwitch::ProfileInfo&) { return 4; }
-  static U8 copyKeyToBuffer(const Key& key, U8* buffer, U8 bufSize);
+  /// Address bits, and the VRF above them.
+  static void packKey(const Key& key, KeyBits& bits);
   static U32 hash(const U8* buffer, U8 way, U8 bits);
-  static RowLayout layout(const Helper& helper);
+  static bool unpackKey(KeyBits bits, const RowReaderOf<LpmBaseFamily>&, Key& key);
   /// A key of another level is a fatal assertion, and so are a VRF that there is not and cells that
   /// the level does not serve.
-  static void check(const Helper& helper, const Key& key, const Result& result);
-  static void pack(const Helper& helper, const Key& key, const Result& result, bool valid,
-                   CuckooLocation location, RowWriter& row);
-  static void packStatic(const Helper& helper, CuckooLocation location, RowWriter& row);
-  static std::optional<std::pair<Key, Result>> unpack(const Helper& helper, const RowReader& row,
-                                                      CuckooLocation location);
-  static std::vector<U8> impliedBits(const Helper& helper);
-  static U8 keyBits(const Helper& helper);
-  static void impliedBitsAre(Key& key, U32 bits);
+  static void check(const LpmBaseHelper& helper, const Key& key, const Result& result);
+  static void packMore(const LpmBaseHelper& helper, const Key& key, const Result& result,
+                       bool valid, CuckooLocation, RowWriterOf<LpmBaseFamily>& row);
+  static void unpackMore(const LpmBaseHelper& helper, const RowReaderOf<LpmBaseFamily>& row,
+                         Result& result);
 };
 
-extern template class HashFamilyTableBase<LpmBaseFamily>;
-extern template class HashFamilyConvertor<LpmBaseFamily>;
-extern template class HashFamilyHelperBase<LpmBaseFamily>;
-extern template class HashFamilyEntry<LpmBaseFamily>;
-extern template class HashFamilyProperties<LpmBaseFamily>;
-extern template class HashFamilyTableStatus<LpmBaseFamily>;
+VELA_HASH_NAMES(LpmBaseFamily, LpmBaseTable, LpmBaseConvertor, LpmBaseHelper,
+                LpmBaseTableCuckooEntry, LpmBasePhysicalHashProperties, LpmTableStatus,
+                LpmEntryStatus);
+VELA_HASH_TEMPLATES(extern, LpmBaseFamily);
 
 /// Keys have the level's prefix length; others are a fatal assertion.
 class VELA_EXPORT LpmBaseTable : public HashFamilyTableBase<LpmBaseFamily> {

@@ -24,19 +24,28 @@ Orb::Ptr<LpmBaseTable> lpmLevelTableFactory(U8 longest, const std::string& name)
   }
 }
 
-VELA_LPM_LEVEL_DEFINE(Lpm14Level, 14, Lpm14Table, Lpm14Convertor, Lpm14Helper,
-                      Lpm14TableCuckooEntry, Lpm14PhysicalHashProperties)
-VELA_LPM_LEVEL_DEFINE(Lpm17Level, 17, Lpm17Table, Lpm17Convertor, Lpm17Helper,
-                      Lpm17TableCuckooEntry, Lpm17PhysicalHashProperties)
-VELA_LPM_LEVEL_DEFINE(Lpm20Level, 20, Lpm20Table, Lpm20Convertor, Lpm20Helper,
-                      Lpm20TableCuckooEntry, Lpm20PhysicalHashProperties)
-VELA_LPM_LEVEL_DEFINE(Lpm23Level, 23, Lpm23Table, Lpm23Convertor, Lpm23Helper,
-                      Lpm23TableCuckooEntry, Lpm23PhysicalHashProperties)
-VELA_LPM_LEVEL_DEFINE(Lpm26Level, 26, Lpm26Table, Lpm26Convertor, Lpm26Helper,
-                      Lpm26TableCuckooEntry, Lpm26PhysicalHashProperties)
-VELA_LPM_LEVEL_DEFINE(Lpm29Level, 29, Lpm29Table, Lpm29Convertor, Lpm29Helper,
-                      Lpm29TableCuckooEntry, Lpm29PhysicalHashProperties)
-VELA_LPM_LEVEL_DEFINE(Lpm32Level, 32, Lpm32Table, Lpm32Convertor, Lpm32Helper,
-                      Lpm32TableCuckooEntry, Lpm32PhysicalHashProperties)
+#define VELA_LPM_CLASS_DEFINE(Class, otherFactory, parameters, arguments) \
+  VELA_REGISTERED_DEFINE(Class)                                           \
+  VELA_FACTORY_DEFINE(Class, Class##Is, parameters, arguments)            \
+  VELA_FACTORY_DEFINE(Class, otherFactory, parameters, arguments)
+
+#define VELA_LPM_LEVEL_DEFINE(longest)                                                         \
+  VELA_LPM_CLASS_DEFINE(Lpm##longest##Table, lpm##longest##TableFactory,                       \
+                        (const std::string& name), (name))                                     \
+  VELA_LPM_CLASS_DEFINE(Lpm##longest##Convertor, lpm##longest##ConvertorFactory, (), ())       \
+  VELA_LPM_CLASS_DEFINE(Lpm##longest##Helper, lpm##longest##HelperFactory, (U8 numVrfBits),    \
+                        (numVrfBits))                                                          \
+  VELA_LPM_CLASS_DEFINE(Lpm##longest##TableCuckooEntry, lpm##longest##TableCuckooEntryFactory, \
+                        (const VelaSwitch::LpmKey& key), (key))                                \
+  VELA_LPM_CLASS_DEFINE(Lpm##longest##PhysicalHashProperties,                                  \
+                        lpm##longest##PhysicalHashPropertiesFactory, (), ())
+
+VELA_LPM_LEVEL_DEFINE(14)
+VELA_LPM_LEVEL_DEFINE(17)
+VELA_LPM_LEVEL_DEFINE(20)
+VELA_LPM_LEVEL_DEFINE(23)
+VELA_LPM_LEVEL_DEFINE(26)
+VELA_LPM_LEVEL_DEFINE(29)
+VELA_LPM_LEVEL_DEFINE(32)
 
 }  // namespace VelaSwitchTable

@@ -1,7 +1,6 @@
 #pragma once
 
-#include "VelaSwitch/Keys.h"
-#include "VelaSwitchTable/family/HashFamily.h"
+#include "VelaSwitchTable/family/NatRow.h"
 
 namespace VelaSwitchTable {
 
@@ -18,51 +17,35 @@ struct NatDynMatchResult {
   auto operator<=>(const NatDynMatchResult&) const = default;
 };
 
-using NatDynMatchEntryStatus =
-    EntryStatusOf<VelaSwitch::NatMatchKey, "VelaSwitchTable::NatDynMatchEntryStatus">;
-
 /// Dynamic translations, by the whole connection. The kind takes no part in the key but comes back
 /// from the row; the qualifier takes no part at all.
 ///
 /// The table does not declare hit bits, yet records hits.
 struct VELA_EXPORT NatDynMatchFamily
-    : HashFamilyTypes<VelaSwitch::NatMatchKey, NatDynMatchResult, class NatDynMatchTable,
-                      class NatDynMatchConvertor, class NatDynMatchHelper,
-                      class NatDynMatchTableCuckooEntry, class NatDynMatchPhysicalHashProperties,
-                      class NatDynMatchTableStatus, NatDynMatchEntryStatus> {
-  static constexpr const char* sourceUnit = "VelaTableNatDynMatch";
-  static inline Trace::Handle trace{sourceUnit};
-  static constexpr const char* decodedText = "Decoded entry is ";
-  static constexpr HashFamilyTraits traits{
-      .index = TableIndex::natDynMatch,
-      .placement = HashPlacement::everyPipeline,
-      .prefix = "ingress/processor_l4[%d]/",
-      .rowWords = 6,
-      .hashBits = 10,
-      .ways = 4,
-      .keyBytes = 13,
-      .hitBits = false,
-      .hitTableOffset = static_cast<U32>(TableIndex::natDynMatch),
-      .staticWord = 4,
-      .parityWords = 4};
+    : NatFamily<NatDynMatchFamily, "VelaTableNatDynMatch", NatDynMatchResult> {
+  static constexpr HashFamilyTraits traits =
+      natTraits({.index = TableIndex::natDynMatch, .hashBits = 10, .ways = 4});
+  static constexpr auto fields(const RowShape& shape) {
+    return std::to_array<RowField>(
+        {{"srcIp", 0, 22},         {"dstIp", 22, 32},
+         {"sport", 54, 16},        {"dport", 70, 16},
+         {"keyProto", 86, 3},      {"valid", 89, 1},
+         {"proto0", 90, 1},        {"proto1", 91, 1},
+         {"natType", 92, 2},       {"natRewriteId", 94, 12},
+         {"parity", 106, 1},       {"trapToCpu", 107, 1},
+         {"rewriteIndex", 108, 6}, {"l3LagIndex", 114, 6},
+         {"row", 128, 10},         {"zeros", 138, 4, 0},
+         {"way", 142, 2},          {"zero", 144, 1, 0},
+         {"one", 145, 1, 1},       {"selector", 146, 2, 1u + shape.tableIdx % 2},
+         {"wholeAddress", 160, 32}});
+  }
 
-  static U32 tableId(U8 tableIdx) { return static_cast<U32>(TableIndex::natDynMatch) + tableIdx; }
-  static U8 dataWords(const VelaSwitch::ProfileInfo&) { return 4; }
-  static U8 copyKeyToBuffer(const Key& key, U8* buffer, U8 bufSize);
-  static U32 hash(const U8* buffer, U8 way, U8 bits);
-  static RowLayout layout(const Helper& helper);
-  static void pack(const Helper& helper, const Key& key, const Result& result, bool valid,
-                   CuckooLocation location, RowWriter& row);
-  static void packStatic(const Helper& helper, CuckooLocation location, RowWriter& row);
-  static std::optional<std::pair<Key, Result>> unpack(const Helper& helper, const RowReader& row,
-                                                      CuckooLocation location);
-  static std::vector<U8> impliedBits(const Helper& helper);
-  static U8 keyBits(const Helper& helper);
-  static void impliedBitsAre(Key& key, U32 bits);
+  static void packKey(const Key& key, KeyBits& bits);
+  static constexpr auto hash = &VelaSwitch::crc10Hash;
+  static bool unpackKey(KeyBits bits, const RowReaderOf<NatDynMatchFamily>& row, Key& key);
+  static Ipnet::IpAddr hashedAddress(const Key& key) { return key.srcIp(); }
 };
 
-VELA_HASH_FAMILY(NatDynMatchFamily, NatDynMatchTable, NatDynMatchConvertor, NatDynMatchHelper,
-                 NatDynMatchTableCuckooEntry, NatDynMatchPhysicalHashProperties,
-                 NatDynMatchTableStatus);
+VELA_HASH_FAMILY(NatDynMatch);
 
 }  // namespace VelaSwitchTable

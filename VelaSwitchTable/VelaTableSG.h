@@ -1,67 +1,65 @@
 #pragma once
 
-#include "VelaSwitch/Keys.h"
-#include "VelaSwitch/PortMask.h"
-#include "VelaSwitchTable/family/HashFamily.h"
+#include "VelaSwitchTable/family/MulticastGroup.h"
 
 namespace VelaSwitchTable {
 
-/// Who gets a copy of a multicast packet.
-struct SGResult {
-  static constexpr const char* typeName = "VelaSwitchTable::SGResult";
-  Orb::Field<"vlanGroupId", U8, 4> vlanGroupId;
-  Orb::Field<"portMask", VelaSwitch::IngressPortMask> portMask;
-  auto operator<=>(const SGResult&) const = default;
-};
-
-using SGEntryStatus = EntryStatusOf<VelaSwitch::MrouteKey, "VelaSwitchTable::SGEntryStatus">;
+using SGResult = MulticastResult<"VelaSwitchTable::SGResult">;
 
 /// Multicast routes of one source: source, group and VLAN. Of the group its low 28 bits count.
-struct VELA_EXPORT SGFamily
-    : HashFamilyTypes<VelaSwitch::MrouteKey, SGResult, class SGTable, class SGConvertor,
-                      class SGHelper, class SGTableCuckooEntry, class SGPhysicalHashProperties,
-                      class SGTableStatus, SGEntryStatus> {
-  static constexpr const char* sourceUnit = "VelaTableSG";
-  static inline Trace::Handle trace{sourceUnit};
-  static constexpr const char* decodedText = "Decoded valid entry is ";
+struct VELA_EXPORT SGFamily : Family<"VelaTableSG", VelaSwitch::MrouteKey, SGResult> {
   static constexpr HashFamilyTraits traits{.index = TableIndex::sg,
                                            .placement = HashPlacement::everyPipeline,
                                            .prefix = "ingress/processor_l3[%d]/",
                                            .rowWords = 6,
                                            .hashBits = 13,
                                            .ways = 3,
-                                           .keyBytes = 9,
+                                           .rowImpliesKey = true,
                                            .hitBits = true,
                                            .hitTableOffset = static_cast<U32>(TableIndex::sg),
                                            .staticWord = 4,
                                            .parityWords = 4};
+  static constexpr const char* decodedText = "Decoded valid entry is ";
 
-  static U32 tableId(U8) { return static_cast<U32>(TableIndex::sg); }
-  static U8 dataWords(const VelaSwitch::ProfileInfo&) { return 4; }
-  static U8 copyKeyToBuffer(const Key& key, U8* buffer, U8 bufSize);
-  /// The key without the bits that the row implies.
-  static U64 compareEncoding(const Key& key);
-  static U32 hash(const U8* buffer, U8 way, U8 bits);
-  static RowLayout layout(const Helper& helper);
-  static void pack(const Helper& helper, const Key& key, const Result& result, bool valid,
-                   CuckooLocation location, RowWriter& row);
-  static void packStatic(const Helper& helper, CuckooLocation location, RowWriter& row);
-  static std::optional<std::pair<Key, Result>> unpack(const Helper& helper, const RowReader& row,
-                                                      CuckooLocation location);
-  static std::vector<U8> impliedBits(const Helper& helper);
-  static U8 keyBits(const Helper& helper);
-  static void impliedBitsAre(Key& key, U32 bits);
+  /// Wide flags: one bit more in front of the valid bit, and 15 zeros behind the parity, as far as
+  /// the control word leaves room for them.
+  static bool otherFormat(const VelaSwitch::ProfileInfo& profile) {
+    return profile.fields().mrouteWideFlags();
+  }
+  static constexpr auto fields(const RowShape& shape) {
+    constexpr U32 compare = 59;
+    constexpr U32 control = 128;
+    const bool wide = shape.other;
+    const U32 valid = compare + wide;
+    const U32 parity = valid + 5 + shape.ports + 1;
+    const auto zeros = [&](U32 first, U32 width) {
+      return wide && first < control ? std::min(width, control - first) : 0;
+    };
+    return std::to_array<RowField>({{"compare", 0, compare},
+                                    {"wideFlag", compare, wide},
+                                    {"valid", valid, 1},
+                                    {"vlanGroupId", valid + 1, 4},
+                                    {"portMask", valid + 5, shape.ports + 1},
+                                    {"parity", parity, 1},
+                                    {"zeros2", parity + 1, zeros(parity + 1, 2)},
+                                    {"zeros12", parity + 3, zeros(parity + 3, 12)},
+                                    {"zeros1", parity + 15, zeros(parity + 15, 1)},
+                                    {"row", control, 13},
+                                    {"way", control + 14, 2},
+                                    {"one", control + 17, 1, 1},
+                                    {"selector", control + 18, 4, 8},
+                                    {"wholeGroup", 160, 32}});
+  }
+
+  static void packKey(const Key& key, KeyBits& bits);
+  static constexpr auto hash = &VelaSwitch::crc13Hash;
+  static bool unpackKey(KeyBits bits, const RowReaderOf<SGFamily>& row, Key& key);
+  static void packMore(const VelaTableHashHelper&, const Key& key, const Result&, bool valid,
+                       CuckooLocation, RowWriterOf<SGFamily>& row);
 };
 
-VELA_HASH_FAMILY(SGFamily, SGTable, SGConvertor, SGHelper, SGTableCuckooEntry,
-                 SGPhysicalHashProperties, SGTableStatus);
-
-// The same by their other names.
-VELA_FACTORY(SGTable, sGTableFactory, (const std::string& name));
+VELA_HASH_FAMILY(SG);
+VELA_MULTICAST_FACTORIES(SG, sG);
 VELA_FACTORY(SGConvertor, sGConvertorFactory, ());
-VELA_FACTORY(SGHelper, sGHelperFactory, ());
-VELA_FACTORY(SGPhysicalHashProperties, sGPhysicalHashPropertiesFactory, ());
-VELA_FACTORY(SGTableCuckooEntry, sGTableCuckooEntryFactory, (const VelaSwitch::MrouteKey& key));
-VELA_FACTORY(SGTableStatus, sGTableStatusFactory, ());
 
 }  // namespace VelaSwitchTable

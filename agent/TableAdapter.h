@@ -482,8 +482,8 @@ class EntryAdapter : public HwTableAdapter {
 };
 
 template <class Family>
-class HashAdapter final : public EntryAdapter<typename Family::Table> {
-  using Base = EntryAdapter<typename Family::Table>;
+class HashAdapter final : public EntryAdapter<VelaSwitchTable::TableOf<Family>> {
+  using Base = EntryAdapter<VelaSwitchTable::TableOf<Family>>;
   using Key = typename Base::Key;
   using Place = HwTableAdapter::Place;
   using Competitor = TableAdapter::Competitor;
@@ -503,7 +503,8 @@ class HashAdapter final : public EntryAdapter<typename Family::Table> {
     return keyOf(*entry);
   }
   Json keyOf(const VelaSwitchApi::HashBaseCuckooEntry& entry) const override {
-    return this->keyToJson(static_cast<const typename Family::CuckooEntry&>(entry).key());
+    return this->keyToJson(
+        static_cast<const typename VelaSwitchTable::ClassesOf<Family>::CuckooEntry&>(entry).key());
   }
   Json decodedKey(HwIndex index) const override {
     const auto entry = this->table().helper()->decodeHwEntry(index);
@@ -552,8 +553,8 @@ class HashAdapter final : public EntryAdapter<typename Family::Table> {
 
 /// For tables whose row follows from the key.
 template <class Family>
-class IndexedAdapter : public EntryAdapter<typename Family::Table> {
-  using Base = EntryAdapter<typename Family::Table>;
+class IndexedAdapter : public EntryAdapter<VelaSwitchTable::TableOf<Family>> {
+  using Base = EntryAdapter<VelaSwitchTable::TableOf<Family>>;
   using Key = typename Base::Key;
   using Place = HwTableAdapter::Place;
   using Competitor = TableAdapter::Competitor;

@@ -142,7 +142,7 @@ TEST(RowLayout, fieldsAreWrittenWhereTheBitPrimitivesPutThem) {
     for (U32 i = 0; i < fields.size(); ++i) {
       const U64 value = U64{random()} << 32 | random();
       writer.set(i, value);
-      bitStreamSet(reinterpret_cast<U8*>(expected), fields[i].first,
+      bitStreamSet(reinterpret_cast<U8*>(expected), static_cast<U16>(fields[i].first),
                    static_cast<U8>(fields[i].width), value);
       ASSERT_EQ(VelaSwitchApi::RowReader(layout, image).get(i),
                 value & ((U64{1} << fields[i].width) - 1));

@@ -161,7 +161,8 @@ struct Started : Chip {
     start(*table);
   }
   auto& convertor() {
-    return static_cast<typename Table::Family::Convertor&>(*table->profileConvertorPtr());
+    return static_cast<typename VelaSwitchTable::ClassesOf<typename Table::Family>::Convertor&>(
+        *table->profileConvertorPtr());
   }
   EntryProgrammedStatus status(const typename Table::Key& key) {
     const auto* entry = table->tableStatus()->entryStatus(key);

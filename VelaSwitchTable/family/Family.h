@@ -8,6 +8,28 @@
 /// What table families of every kind have.
 namespace VelaSwitchTable {
 
+/// The named classes of a family, each under what it is: Table, Convertor, … The line that declares
+/// them specialises this.
+template <class F>
+struct ClassesOf : F {};
+
+template <class F>
+using TableOf = typename ClassesOf<F>::Table;
+
+/// A family's source unit and the trace handle called after it.
+template <Orb::FixedString Unit>
+struct VELA_EXPORT SourceUnit {
+  static constexpr const char* sourceUnit = Unit.chars;
+  static inline Trace::Handle trace{Unit.chars};
+};
+
+/// What every family is derived from: its unit, the key and the result of its entries.
+template <Orb::FixedString Unit, class K, class R>
+struct Family : SourceUnit<Unit> {
+  using Key = K;
+  using Result = R;
+};
+
 /// What ends the trace of a key or an index that the profile has no row for.
 inline constexpr const char* noRowText = " has no row in this profile";
 
@@ -31,6 +53,21 @@ struct EntryStatusOf {
   Orb::Field<"lastHit", Orb::Seconds> lastHit;  ///< Zero when the entry was never hit.
   auto operator<=>(const EntryStatusOf&) const = default;
 };
+
+/// Rows come from hardware: whatever they hold must not do more harm than be refused. Returns what
+/// `read` makes of a row, or `refused` with a trace of `what` when it throws.
+template <class Read, class Result>
+Result readSafely(const Trace::Handle& trace, const char* what, VelaSwitchApi::HwIndex index,
+                  Result refused, const Read& read) {
+  try {
+    return read();
+  } catch (const Orb::RangeException& error) {
+    trace(3, what, index, ": ", error.what());
+  } catch (const Orb::AssertionFailed& error) {
+    trace(3, what, index, ": ", error.what());
+  }
+  return refused;
+}
 
 }  // namespace VelaSwitchTable
 

@@ -1,22 +1,50 @@
 #pragma once
 
+#include "VelaSwitch/Crc.h"
 #include "VelaSwitch/Keys.h"
+#include "VelaSwitch/PortMask.h"
+#include "VelaSwitchTable/family/HashFamily.h"
 
-/// How the multicast tables see a group address: its upper four bits are the same for every group,
-/// so hardware neither hashes nor stores them.
+/// What the multicast tables share. A group's upper four bits are the same for every group, so
+/// hardware neither hashes nor stores them.
 namespace VelaSwitchTable {
+
+/// Who gets a copy of a multicast packet, under the table's own name.
+template <Orb::FixedString Name>
+struct MulticastResult {
+  static constexpr const char* typeName = Name.chars;
+  Orb::Field<"vlanGroupId", U8, 4> vlanGroupId;
+  Orb::Field<"portMask", VelaSwitch::IngressPortMask> portMask;
+  auto operator<=>(const MulticastResult&) const = default;
+};
 
 inline constexpr U8 groupBits = 28;
 
-inline U32 groupNumber(const VelaSwitch::MrouteKey& key) {
-  return key.group().number() & ((1u << groupBits) - 1);
-}
-
-/// The upper four bits of a group read back: those of the whole address where that is still held,
+/// A group read back. Its upper four bits are those of the whole address where that is still held,
 /// else those that group addresses have.
-inline U32 groupPrefix(U64 wholeGroup) {
-  constexpr U32 usual = 0xE0000000;
-  return wholeGroup == 0 ? usual : static_cast<U32>(wholeGroup >> groupBits << groupBits);
+inline Ipnet::IpAddr groupOf(U64 stored, U64 wholeGroup) {
+  constexpr U64 usual = 0xE;
+  const U64 upper = wholeGroup == 0 ? usual : wholeGroup >> groupBits;
+  return Ipnet::IpAddr(static_cast<U32>(upper << groupBits | stored));
 }
 
 }  // namespace VelaSwitchTable
+
+// The factories of a multicast family's classes by their other names; the convertor is not always
+// its own.
+
+#define VELA_MULTICAST_FACTORIES(Xxx, xxx)                                           \
+  VELA_FACTORY(Xxx##Table, xxx##TableFactory, (const std::string& name));            \
+  VELA_FACTORY(Xxx##Helper, xxx##HelperFactory, ());                                 \
+  VELA_FACTORY(Xxx##PhysicalHashProperties, xxx##PhysicalHashPropertiesFactory, ()); \
+  VELA_FACTORY(Xxx##TableCuckooEntry, xxx##TableCuckooEntryFactory,                  \
+               (const VelaSwitch::MrouteKey& key));                                  \
+  VELA_FACTORY(Xxx##TableStatus, xxx##TableStatusFactory, ())
+
+#define VELA_MULTICAST_FACTORIES_DEFINE(Xxx, xxx)                                              \
+  VELA_FACTORY_DEFINE(Xxx##Table, xxx##TableFactory, (const std::string& name), (name))        \
+  VELA_FACTORY_DEFINE(Xxx##Helper, xxx##HelperFactory, (), ())                                 \
+  VELA_FACTORY_DEFINE(Xxx##PhysicalHashProperties, xxx##PhysicalHashPropertiesFactory, (), ()) \
+  VELA_FACTORY_DEFINE(Xxx##TableCuckooEntry, xxx##TableCuckooEntryFactory,                     \
+                      (const VelaSwitch::MrouteKey& key), (key))                               \
+  VELA_FACTORY_DEFINE(Xxx##TableStatus, xxx##TableStatusFactory, (), ())

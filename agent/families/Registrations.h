@@ -7,8 +7,9 @@ namespace VelaAgent {
 
 /// A family with `instances` tables, or one for each pipeline where tables serve one each.
 template <class Family>
-FamilyRegistration hashFamily(typename EntryAdapter<typename Family::Table>::Lookup lookup,
-                              U32 instances = 1, EntryRules<typename Family::Table> rules = {}) {
+FamilyRegistration hashFamily(
+    typename EntryAdapter<VelaSwitchTable::TableOf<Family>>::Lookup lookup, U32 instances = 1,
+    EntryRules<VelaSwitchTable::TableOf<Family>> rules = {}) {
   const std::string name = VelaSwitchTable::TableConstants::tableName(Family::traits.index);
   return {name, Family::trace,
           [=](const VelaSwitch::ProfileInfo& profile) {
@@ -20,21 +21,22 @@ FamilyRegistration hashFamily(typename EntryAdapter<typename Family::Table>::Loo
             const auto number = static_cast<U8>(instance);
             return std::make_unique<HashAdapter<Family>>(
                 name, instance,
-                Orb::make<typename Family::Table>(name + "/" + std::to_string(instance), number,
-                                                  number),
+                Orb::make<VelaSwitchTable::TableOf<Family>>(name + "/" + std::to_string(instance),
+                                                            number, number),
                 lookup, rules);
           }};
 }
 
 /// A family of plain or direct tables.
 template <class Family>
-FamilyRegistration indexedFamily(typename EntryAdapter<typename Family::Table>::Lookup lookup,
-                                 EntryRules<typename Family::Table> rules = {}) {
+FamilyRegistration indexedFamily(
+    typename EntryAdapter<VelaSwitchTable::TableOf<Family>>::Lookup lookup,
+    EntryRules<VelaSwitchTable::TableOf<Family>> rules = {}) {
   const std::string name = VelaSwitchTable::TableConstants::tableName(Family::traits.index);
   return {name, Family::trace, [](const VelaSwitch::ProfileInfo&) { return 1u; },
           [=](U32 instance) {
             return std::make_unique<IndexedAdapter<Family>>(
-                name, instance, Orb::make<typename Family::Table>(name), lookup, rules);
+                name, instance, Orb::make<VelaSwitchTable::TableOf<Family>>(name), lookup, rules);
           }};
 }
 

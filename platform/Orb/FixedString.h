@@ -4,11 +4,13 @@
 #include <cstddef>
 #include <string_view>
 
+#include "Orb/Types.h"
+
 namespace Orb {
 
 /// A text that can be a template argument.
 template <std::size_t N>
-struct FixedString {
+struct VELA_EXPORT FixedString {
   char chars[N]{};
 
   consteval FixedString(const char (&text)[N]) { std::copy_n(text, N, chars); }

@@ -35,6 +35,7 @@ struct AnyField;
 template <FixedString Name, class T, unsigned UsedBits = 64>
 struct Field {
   using Type = T;
+  static constexpr auto fixedName = Name;
   static constexpr std::string_view name = Name.view();
   static constexpr unsigned usedBits = UsedBits;
 

@@ -3,10 +3,12 @@
 #include <algorithm>
 #include <cstring>
 #include <span>
+#include <string_view>
 #include <vector>
 
 #include "Orb/Assert.h"
 #include "Trace/Trace.h"
+#include "VelaSwitch/Parity.h"
 #include "VelaSwitchApi/BitStream.h"
 
 namespace VelaSwitchApi {
@@ -16,28 +18,37 @@ inline constexpr U8 maxRowWords = 8;
 
 /// One field of a row image.
 struct RowField {
+  /// Of a field whose content is not always the same.
+  static constexpr U32 varies = ~U32{0};
+
   const char* name = nullptr;
-  U16 first = 0;  ///< Stream bit at which the field begins.
-  U16 width = 0;  ///< Bits; 0 for a field that this layout does not have.
+  U32 first = 0;         ///< Stream bit at which the field begins.
+  U32 width = 0;         ///< Bits; 0 for a field that this layout does not have.
+  U32 content = varies;  ///< What the field holds in every row, an empty one too.
 };
+
+/// The first field that ends behind `words` words or has a bit of one before it; the number of
+/// fields when there is none.
+constexpr std::size_t firstMisplaced(std::span<const RowField> fields, U8 words) {
+  for (std::size_t i = 0; i < fields.size(); ++i) {
+    const RowField& a = fields[i];
+    if (a.first + a.width > words * 32u) return i;
+    for (std::size_t j = 0; j < i && a.width != 0; ++j) {
+      const RowField& b = fields[j];
+      if (b.width != 0 && a.first < b.first + b.width && b.first < a.first + a.width) return i;
+    }
+  }
+  return fields.size();
+}
 
 /// Whether all fields lie within `words` words and no bit belongs to two of them.
 constexpr bool wellFormed(std::span<const RowField> fields, U8 words) {
-  for (std::size_t i = 0; i < fields.size(); ++i) {
-    if (fields[i].first + fields[i].width > words * 32) return false;
-    for (std::size_t j = 0; j < i; ++j) {
-      const RowField& a = fields[i];
-      const RowField& b = fields[j];
-      if (a.width == 0 || b.width == 0) continue;
-      if (a.first < b.first + b.width && b.first < a.first + a.width) return false;
-    }
-  }
-  return true;
+  return firstMisplaced(fields, words) == fields.size();
 }
 
 /// The one description of a family's row, which packing, decoding, tracing and printing read.
-/// Fields are addressed by an enumeration of the family's; a layout that differs between profiles
-/// is built when the table is made, and checked then.
+/// Fields are addressed by their numbers; a layout that differs between profiles is built when the
+/// table is made, and checked then.
 class RowLayout {
  public:
   /// Where a field lies in the image's words; worked out once, for the packer.
@@ -49,7 +60,7 @@ class RowLayout {
   };
 
   RowLayout() = default;
-  /// The fields in the order of the enumeration. Fields that overlap or do not fit the words are a
+  /// The fields in the order of their numbers. Fields that overlap or do not fit the words are a
   /// fatal assertion.
   RowLayout(std::vector<RowField> fields, U8 words) : fields_(std::move(fields)), words_(words) {
     ORB_ASSERT(words <= maxRowWords);
@@ -59,8 +70,17 @@ class RowLayout {
       places_.push_back({settable ? (U64{1} << field.width) - 1 : 0,
                          static_cast<U8>(field.first / 32), static_cast<U8>(field.first % 32),
                          field.first % 32 + field.width > 32});
+      if (field.width != 0 && field.content != RowField::varies) {
+        contents_.push_back(places_.size() - 1);
+      }
     }
+    parity_ = number("parity");
+    row_ = number("row");
+    way_ = number("way");
   }
+
+  /// Stands for no field.
+  static constexpr std::size_t none = ~std::size_t{0};
 
   /// Words of the row image, those without a register included.
   U8 words() const { return words_; }
@@ -69,6 +89,24 @@ class RowLayout {
   const RowField& operator[](Id field) const {
     return fields_[static_cast<std::size_t>(field)];
   }
+  /// The number of the field of the name, or none.
+  std::size_t number(std::string_view name) const {
+    for (std::size_t i = 0; i < fields_.size(); ++i) {
+      if (name == fields_[i].name && fields_[i].width != 0) return i;
+    }
+    return none;
+  }
+  /// The field of the name, or null when the layout has none.
+  const RowField* find(std::string_view name) const {
+    const std::size_t found = number(name);
+    return found == none ? nullptr : &fields_[found];
+  }
+  /// The fields that every packer looks for, or none.
+  std::size_t parity() const { return parity_; }
+  std::size_t row() const { return row_; }
+  std::size_t way() const { return way_; }
+  /// The fields that hold the same in every row.
+  const std::vector<std::size_t>& contents() const { return contents_; }
   template <class Id>
   const Place& place(Id field) const {
     return places_[static_cast<std::size_t>(field)];
@@ -77,6 +115,10 @@ class RowLayout {
  private:
   std::vector<RowField> fields_;
   std::vector<Place> places_;
+  std::vector<std::size_t> contents_;
+  std::size_t parity_ = none;
+  std::size_t row_ = none;
+  std::size_t way_ = none;
   U8 words_ = 0;
 };
 
@@ -105,16 +147,33 @@ class RowWriter {
       traceField(layout_[field], value);
   }
 
-  /// Copies a field from packed bytes; it may be wider than any number.
-  template <class Id>
-  void copy(Id field, const U8* bytes) {
-    constexpr U16 chunk = 32;
-    const RowField& at = layout_[field];
-    for (U16 done = 0; done < at.width; done = static_cast<U16>(done + chunk)) {
-      const U8 len = static_cast<U8>(std::min<int>(chunk, at.width - done));
-      U32 bits = 0;
-      std::memcpy(&bits, bytes + done / 8, (len + 7u) / 8u);
-      bitStreamSet(reinterpret_cast<U8*>(words_), static_cast<U16>(at.first + done), len, bits);
+  /// Writes the field "parity" so that the bits of the first `words` words are even in number.
+  void setParity(U8 words) {
+    set(layout_.parity(), 0);
+    set(layout_.parity(), VelaSwitch::parityU32Array(words_, words));
+  }
+  /// Writes what a control word says whatever the entry: the fields "row" and "way", where the
+  /// layout has them, and those that hold the same in every row.
+  void setPlace(U64 row, U64 way = 0) {
+    if (layout_.row() != RowLayout::none) set(layout_.row(), row);
+    if (layout_.way() != RowLayout::none) set(layout_.way(), way);
+    for (const std::size_t field : layout_.contents()) set(field, layout_[field].content);
+  }
+
+  /// Writes the low `count` bits of a number of up to 128 bits to the beginning of the row, in
+  /// whatever fields they are.
+  void setFirst(const U64 (&number)[2], U32 count) {
+    for (U32 word = 0; word * 32 < count; ++word) {
+      const U32 bits = std::min(count - word * 32, 32u);
+      const U64 mask = (U64{1} << bits) - 1;
+      const U64 value = number[word / 2] >> (word % 2 * 32);
+      words_[word] = static_cast<U32>((words_[word] & ~mask) | (value & mask));
+    }
+    if (!trace_.enabled(9)) [[likely]]
+      return;
+    for (const RowField& field : layout_.fields()) {
+      if (field.width == 0 || field.width >= 64 || field.first + field.width > count) continue;
+      traceField(field, bitStreamGet(words_, field.first, field.first + field.width - 1));
     }
   }
 
@@ -143,40 +202,77 @@ class RowWriter {
   const char* function_;
 };
 
-/// Packs a key of up to 128 bits field by field, stream bit 0 first, and hands it over whole.
-class KeyWriter {
+/// A key as it is hashed: a number of up to 128 bits, its fields one above the other.
+class KeyBits {
  public:
   static constexpr U8 maxBytes = 16;
 
-  KeyWriter() = default;
-  /// Traces each field at level 9, as the function's doing.
-  KeyWriter(const Trace::Handle& trace, const char* function)
-      : trace_(&trace), function_(function) {}
+  KeyBits() = default;
+  /// Traces each field at level 9 as `function`'s doing, at its place in the hashed buffer.
+  KeyBits(const Trace::Handle& trace, const char* function, U8 start)
+      : trace_(&trace), function_(function), start_(start) {}
 
-  /// Bits `first` … `first + width - 1`, which must not be set yet; `width` is below 64.
-  void set(U8 first, U8 width, U64 value) {
+  /// Puts a field of less than 64 bits above those that are there.
+  void add(U8 width, U64 value) {
     value &= (U64{1} << width) - 1;
     if (trace_ && trace_->enabled(9)) [[unlikely]]
-      (*trace_)(9, function_, " ", first, ":", first + width - 1, " = 0x", Orb::Hex{value});
-    if (first >= 64) {
-      words_[1] |= value << (first - 64);
-      return;
+      (*trace_)(9, function_, " ", start_ + bits_, ":", start_ + bits_ + width - 1, " = 0x",
+                Orb::Hex{value});
+    if (bits_ >= 64) {
+      words_[1] |= value << (bits_ - 64);
+    } else {
+      words_[0] |= value << bits_;
+      if (bits_ + width > 64) words_[1] |= value >> (64 - bits_);
     }
-    words_[0] |= value << first;
-    if (first + width > 64) words_[1] |= value >> (64 - first);
+    bits_ = static_cast<U8>(bits_ + width);
+  }
+  /// Puts another's bits above those that are there.
+  void append(const KeyBits& other) {
+    for (U8 done = 0; done < other.bits_; done = static_cast<U8>(done + 32)) {
+      const auto width = static_cast<U8>(std::min(other.bits_ - done, 32));
+      add(width, other.words_[done / 64] >> done % 64);
+    }
+  }
+  /// Takes the lowest field off.
+  U64 take(U8 width) {
+    const U64 value = words_[0] & ((U64{1} << width) - 1);
+    drop(width);
+    return value;
+  }
+  /// Drops fewer than 64 of the lowest bits.
+  void drop(U8 count) {
+    if (count == 0) return;
+    words_[0] = words_[0] >> count | words_[1] << (64 - count);
+    words_[1] >>= count;
+    bits_ = static_cast<U8>(bits_ > count ? bits_ - count : 0);
   }
 
-  /// Fills the buffer; bytes behind the key become 0.
-  void copyTo(U8* buffer, U8 bufSize) const {
+  U8 bits() const { return bits_; }
+  const U64 (&words() const)[2] { return words_; }
+
+  /// Fills the buffer from its bit `start` on; the bits before and behind the key become 0.
+  void copyTo(U8* buffer, U8 bufSize, U8 start = 0) const {
+    const U64 words[2] = {words_[0] << start,
+                          start == 0 ? words_[1] : words_[1] << start | words_[0] >> (64 - start)};
     const U8 count = std::min(bufSize, maxBytes);
-    std::memcpy(buffer, words_, count);
+    std::memcpy(buffer, words, count);
     std::memset(buffer + count, 0, bufSize - count);
+  }
+  /// Fills the buffer with a key of up to 64 bits, the most significant bit and byte first.
+  void copyLeftAligned(U8* buffer, U8 bufSize) const {
+    const U64 aligned = words_[0] << (64 - bits_);
+    std::memset(buffer, 0, bufSize);
+    for (unsigned i = 0; i < (bits_ + 7u) / 8; ++i) {
+      buffer[i] = static_cast<U8>(aligned >> (56 - 8 * i));
+    }
   }
 
  private:
   U64 words_[2]{};
+  U8 bits_ = 0;
   const Trace::Handle* trace_ = nullptr;
   const char* function_ = "";
+  U8 start_ = 0;
 };
 
 /// Reads fields from a row image.
@@ -193,6 +289,14 @@ class RowReader {
   template <class Id>
   bool flag(Id field) const {
     return get(field) != 0;
+  }
+  /// The low `count` bits of the row, at most 128.
+  KeyBits first(U8 count) const {
+    KeyBits bits;
+    for (U8 done = 0; done < count; done = static_cast<U8>(done + 32)) {
+      bits.add(std::min<U8>(static_cast<U8>(count - done), 32), words_[done / 32]);
+    }
+    return bits;
   }
   U32* words() const { return words_; }
 

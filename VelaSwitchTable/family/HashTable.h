@@ -1,0 +1,117 @@
+#pragma once
+
+#include "DirectBase/TableConstants.h"
+#include "VelaSwitchTable/VelaTableHashHelper.h"
+
+/// What hash tables of all families do alike, whatever their keys and results are.
+namespace VelaSwitchTable {
+
+/// Which pipelines hold a family's rows.
+enum class HashPlacement : U8 {
+  everyPipeline,  ///< The same rows in every ingress pipeline's processor.
+  ownPipeline,    ///< One table per pipeline; each serves its own.
+  once,           ///< One table in the whole switch.
+};
+
+/// Of a family whose hardware does not tell hits.
+inline constexpr U32 noHitTable = 0xffffffff;
+
+struct HashFamilyTraits {
+  /// The number of the family's first physical table. It must be no other table's.
+  TableIndex index;
+  HashPlacement placement;
+  const char* prefix;  ///< Register prefix with a place for the processor's number.
+  /// Words of the row image: the data words, the control word behind them, and words that have no
+  /// register, in which the table keeps what hardware does not.
+  U8 rowWords;
+  U8 dataWords = 4;  ///< Unless the family says dataWords(profile).
+  U8 hashBits;       ///< A way has 2 to the power of this rows.
+  U8 ways;
+  /// Whether rows leave out as many of the key's lowest bits as the hash has: row, way and the
+  /// other bits say what they are.
+  bool rowImpliesKey = false;
+  bool hitBits = false;  ///< Whether the software table declares hit bits. Hits may come without.
+  /// Where the hit bits lie among those of the processor's tables.
+  U32 hitTableOffset = noHitTable;
+  /// The control word of the image, or -1. Rows that differ in it alone are not written again.
+  int staticWord = -1;
+  /// Words whose bits, the parity bit among them, are even in number; 0 when rows have no parity.
+  U8 parityWords = 0;
+  U8 sharing = 1;  ///< So many software tables have one physical table.
+  U8 stride = 1;   ///< From one physical table's number to the next one's.
+
+  constexpr U32 tableId(U8 tableIdx) const {
+    return static_cast<U32>(index) + tableIdx / sharing * stride;
+  }
+  /// The number that the rows go by; tables that share them go by that of the first.
+  constexpr U32 instance(U8 tableIdx) const { return tableIdx / sharing * sharing; }
+};
+
+/// Programs a table's entries and keeps what became of them.
+class VELA_EXPORT HashTable : public VelaSwitchApi::HashBaseTable {
+ public:
+  using HashItem = VelaSwitchApi::HashItem;
+
+  void reactorTeardown() override;
+  void lastHitByHashItemIs(HashItem& hashItem, Orb::Seconds time) override;
+  void entryStatusIsByHashItem(HashItem& hashItem) override;
+
+ protected:
+  struct Traces {
+    const Trace::Handle& handle;
+    bool wholeItems;  ///< Whether the text of an item tells more than that of its key.
+  };
+
+  HashTable(std::string name, U8 tableIdx, U8 pipeline, const HashFamilyTraits& traits,
+            Traces traces);
+
+  /// Programs the item of a key that has an entry, or removes that of one that has none.
+  void handleItem(HashBaseCuckooEntry& item);
+  /// The item of the same key that the physical table has, or null.
+  HashBaseCuckooEntry* placedItem(const HashBaseCuckooEntry& item) const;
+
+  virtual std::string keyText(const HashBaseCuckooEntry& item) const = 0;
+  /// Stores the item's status as that of its key.
+  virtual void statusIs(const HashBaseCuckooEntry& item) = 0;
+  virtual void statusDel(const HashBaseCuckooEntry& item) = 0;
+  /// The last hit that the status of the item's key tells.
+  virtual Orb::Seconds recordedHit(const HashBaseCuckooEntry& item) const = 0;
+
+  void recordStatus(const HashBaseCuckooEntry& item) {
+    if (statusSupported()) statusIs(item);
+  }
+  /// Whether the item is its key's entry, not one that was withdrawn.
+  bool isCurrent(const HashBaseCuckooEntry& item) const;
+
+ private:
+  void program(HashBaseCuckooEntry& item);
+  void remove(HashBaseCuckooEntry& item);
+  void traceItem(const char* what, const HashBaseCuckooEntry& item) const;
+
+  Traces traces_;
+  bool hitsTold_;  ///< A family may record hits although its table does not declare hit bits.
+};
+
+/// Declares the hardware tables of a hash table's rows and of their hit bits.
+class VELA_EXPORT HashTableConvertor : public VelaSwitchApi::PhysicalHashTableConvertor {
+ public:
+  void doCreateHwTables(VelaSwitchApi::TableState state) override;
+  void handleInitialized() override;
+
+ protected:
+  explicit HashTableConvertor(const HashFamilyTraits& traits) : traits_(traits) {}
+
+  /// The table that the rows belong to.
+  virtual TableIndex tableIndex() const { return traits_.index; }
+  /// Where the hit bits lie, in a family that has them.
+  virtual U32 hitTableOffset() const { return traits_.hitTableOffset; }
+  virtual U8 dataWords() const { return traits_.dataWords; }
+
+ private:
+  void createHwTable(VelaSwitchApi::HwTableId id, U32 processor, VelaSwitchApi::TableState state);
+  void makeHwTable(VelaSwitchApi::HwTableId id, U32 processor, VelaSwitchApi::TableState state);
+
+  const HashFamilyTraits& traits_;
+};
+
+}  // namespace VelaSwitchTable

@@ -1,0 +1,214 @@
+#pragma once
+
+#include <optional>
+
+#include "Orb/FixedString.h"
+#include "Orb/Value.h"
+#include "VelaSwitch/Profile.h"
+#include "VelaSwitchApi/RowLayout.h"
+
+/// Rows described once. A family lists the fields of its row, as a constant
+///
+///   static constexpr RowField fields[] = {{"vlanId", 0, 12}, …, {"one", 145, 1, 1}};
+///
+/// or, where their places differ between profiles or hardware tables, as a function of what they
+/// depend on, with the same names in the same order whatever that is:
+///
+///   static constexpr auto fields(const RowShape& shape) {
+///     return std::to_array<RowField>({{"portMask", 0, shape.ports}, …});
+///   }
+///
+/// A row field that has the name of a field of the key or of the result holds it; names are matched
+/// when the family is compiled. The rest is packed and unpacked by the family's own functions,
+/// which address fields by name as well: row.set<"parity">(1).
+namespace VelaSwitchTable {
+
+using VelaSwitchApi::RowField;
+using VelaSwitchApi::RowLayout;
+using VelaSwitchApi::RowReader;
+using VelaSwitchApi::RowWriter;
+
+/// What the places of a row's fields may depend on.
+struct RowShape {
+  U32 ports = 48;
+  bool cpu = false;    ///< The CPU's table, not a pipeline's.
+  bool other = false;  ///< The second of a family's two formats: F::otherFormat(profile).
+  U8 tableIdx = 0;     ///< Which instance of a hash family.
+};
+
+/// The shape of a family's rows in a profile, completed from what is known of the table.
+template <class F>
+RowShape rowShape(const VelaSwitch::ProfileInfo& profile, RowShape shape = {}) {
+  shape.ports = profile.ports();
+  if constexpr (requires { F::otherFormat(profile); }) shape.other = F::otherFormat(profile);
+  return shape;
+}
+
+namespace detail {
+
+template <class F>
+struct ShapeOf {
+  using Type = RowShape;
+};
+template <class F>
+requires requires { typename F::Shape; }
+struct ShapeOf<F> {
+  using Type = typename F::Shape;
+};
+
+template <class F>
+concept ConstantRow = requires {
+  F::fields[0];
+};
+
+/// A family's fields by number; where places differ, those of some shape.
+template <class F>
+consteval auto someFields() {
+  if constexpr (ConstantRow<F>) {
+    return std::to_array(F::fields);
+  } else {
+    return F::fields(typename ShapeOf<F>::Type{});
+  }
+}
+
+}  // namespace detail
+
+/// The number of the field of the name in the family's row, or nothing.
+template <class F>
+consteval std::optional<std::size_t> findField(std::string_view name) {
+  const auto fields = detail::someFields<F>();
+  for (std::size_t i = 0; i < fields.size(); ++i) {
+    if (name == fields[i].name) return i;
+  }
+  return std::nullopt;
+}
+
+/// The number of a field that must be there.
+template <class F, Orb::FixedString Name>
+consteval std::size_t fieldNumber() {
+  constexpr auto number = findField<F>(Name.view());
+  static_assert(number.has_value(), "the family's row has no field of this name");
+  return *number;
+}
+
+/// Whether a value type has a field of the name.
+template <class V>
+consteval bool hasField(std::string_view name) {
+  bool has = false;
+  Orb::forEachField(V{}, [&](const auto& field) { has = has || field.name == name; });
+  return has;
+}
+
+/// The layout of a family's rows.
+template <class F, class... Shape>
+RowLayout rowLayout(U8 words, const Shape&... shape) {
+  if constexpr (detail::ConstantRow<F>) {
+    return {{std::begin(F::fields), std::end(F::fields)}, words};
+  } else {
+    const auto fields = F::fields(shape...);
+    return {{fields.begin(), fields.end()}, words};
+  }
+}
+
+/// Writes the fields of a family's row.
+template <class F>
+class RowWriterOf : public RowWriter {
+ public:
+  RowWriterOf(const RowLayout& layout, void* image, const char* function)
+      : RowWriter(layout, static_cast<U8*>(image), F::trace, function) {}
+
+  using RowWriter::set;
+  template <Orb::FixedString Name>
+  void set(U64 value) {
+    set(fieldNumber<F, Name>(), value);
+  }
+  /// Writes the fields that have the names of the value's.
+  template <class V>
+  void setNamed(const V& value) {
+    Orb::forEachField(value, [&](const auto& field) {
+      using Orb::hashWord;
+      constexpr auto number = findField<F>(std::remove_cvref_t<decltype(field)>::name);
+      if constexpr (number) set(*number, hashWord(field()));
+    });
+  }
+};
+
+/// A value from its bits in a row. A type whose values are fewer than its bits has a version that
+/// throws Orb::RangeException.
+template <class T>
+void fromRowBits(T& value, U64 bits) {
+  if constexpr (Orb::IsRanged<T>) {
+    value = T(bits);
+  } else {
+    value = static_cast<T>(bits);
+  }
+}
+
+/// Reads the fields of a family's row.
+template <class F>
+class RowReaderOf : public RowReader {
+ public:
+  using RowReader::RowReader;
+
+  using RowReader::flag;
+  using RowReader::get;
+  template <Orb::FixedString Name>
+  U64 get() const {
+    return get(fieldNumber<F, Name>());
+  }
+  template <Orb::FixedString Name>
+  bool flag() const {
+    return get<Name>() != 0;
+  }
+  /// Reads the fields that have the names of the value's.
+  template <class V>
+  void getNamed(V& value) const {
+    Orb::forEachField(value, [&](auto& field) {
+      constexpr auto number = findField<F>(std::remove_cvref_t<decltype(field)>::name);
+      if constexpr (number) fromRowBits(field.value, get(*number));
+    });
+  }
+};
+
+namespace detail {
+
+/// The name of a field, for messages of the compiler.
+template <class F, std::size_t number>
+consteval auto fieldName() {
+  Orb::FixedString<32> text("                               ");
+  std::fill(std::begin(text.chars), std::end(text.chars), '\0');
+  const auto fields = someFields<F>();
+  if constexpr (number < fields.size()) {
+    std::string_view(fields[number].name).copy(text.chars, sizeof text.chars - 1);
+  }
+  return text;
+}
+
+template <class F, Orb::FixedString field, bool placed>
+struct FieldCheck {
+  static_assert(placed, "a field of the family's row overlaps another or ends behind the row");
+};
+template <class F, Orb::FixedString field, bool packed>
+struct ResultCheck {
+  static_assert(packed,
+                "a field of the result is in no field of the row, nor packed by the family");
+};
+
+}  // namespace detail
+
+/// Refuses, when the family is compiled, fields that overlap or do not fit the row, and a field of
+/// the result that nothing packs.
+template <class F, U8 words, bool packsMore>
+consteval bool rowChecked() {
+  constexpr auto fields = detail::someFields<F>();
+  constexpr std::size_t wrong = VelaSwitchApi::firstMisplaced(fields, words);
+  detail::FieldCheck<F, detail::fieldName<F, wrong>(), wrong == fields.size()>();
+  Orb::forEachField(typename F::Result{}, [](const auto& field) {
+    using Field = std::remove_cvref_t<decltype(field)>;
+    constexpr bool packed = packsMore || findField<F>(Field::name).has_value();
+    detail::ResultCheck<F, Field::fixedName, packed>();
+  });
+  return true;
+}
+
+}  // namespace VelaSwitchTable
