@@ -21,7 +21,8 @@ struct VELA_EXPORT AclHashFamily
                                            .ways = 2,
                                            .staticWord = 5,
                                            .parityWords = 4,
-                                           .stride = TableConstants::aclTableStride};
+                                           .stride = TableConstants::aclTableStride,
+                                           .decodedText = "Decoded Entry: "};
   /// Wide rows: the control word is word 5, not 4.
   static bool otherFormat(const VelaSwitch::ProfileInfo& profile) {
     return profile.fields().aclWideRows();
@@ -43,7 +44,6 @@ struct VELA_EXPORT AclHashFamily
                                     // 0 here, 1 in the processor's counter table
                                     {"counter", control + 18, 1, 0}});
   }
-  static constexpr const char* decodedText = "Decoded Entry: ";
 
   static void checkKeyBuffer(U8 bufSize) { ORB_ASSERT(bufSize >= 13); }
   static void packKey(const Key& key, KeyBits& bits);

@@ -25,14 +25,14 @@ struct VELA_EXPORT AclIndirectCounterHashFamily
                                            .rowImpliesKey = true,
                                            .staticWord = 5,
                                            .parityWords = 1,
-                                           .stride = TableConstants::aclTableStride};
+                                           .stride = TableConstants::aclTableStride,
+                                           .decodedText = "Decoded Entry: "};
   static constexpr RowField fields[] = {
       {"keyHigh", 0, 5},   {"counterIndex", 5, 12}, {"parity", 17, 1},
       {"row", 160, 11},    {"way", 171, 1},         {"zeros", 173, 2, 0},
       {"one", 175, 1, 1},  {"counter", 178, 1, 1},  // 1 here, 0 in the processor's ACL table
       {"keyLow", 192, 11},
   };
-  static constexpr const char* decodedText = "Decoded Entry: ";
 
   static void packKey(const Key& key, KeyBits& bits) { bits.add(16, key.counterKey()); }
   static constexpr auto hash = &VelaSwitch::crc11Hash;

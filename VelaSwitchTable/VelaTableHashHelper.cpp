@@ -41,6 +41,34 @@ bool VelaTableHashHelper::rowSound(const U32* image) const {
   return VelaSwitch::parityU32Array(image, parityWords_) == 0;
 }
 
+void VelaTableHashHelper::checkRows(const HashBaseCuckooEntry& sample) const {
+  using Image = std::array<U32, VelaSwitchApi::maxRowWords>;
+  const auto pack = [&](const HashBaseCuckooEntry& entry, CuckooLocation at) {
+    Image image{};
+    setHwBuffer(entry, at, reinterpret_cast<U8*>(image.data()));
+    return image;
+  };
+  const auto expect = [&](bool good, const char* what) {
+    if (!good) Orb::assertFailed(Orb::text(traces_.handle.name(), ": ", what).c_str(), __func__);
+  };
+  // Two rows whose numbers differ in parity: words that are not the data's show in one of them.
+  for (const U32 row : {0u, 1u}) {
+    Image empty = pack(*null_, {0, row});
+    expect(rowSound(empty.data()), "the parity of an empty row is wrong");
+    expect(!unpack(empty.data(), {0, row}), "an empty row unpacks to an entry");
+  }
+  const CuckooLocation at{0, sample.getHash(0)};
+  Image image = pack(sample, at);
+  expect(rowSound(image.data()), "the parity of an entry's row is wrong");
+  const auto entry = unpack(image.data(), at);
+  expect(bool{entry}, "the row of an entry unpacks to none");
+  // What stands behind the control word is not in hardware.
+  const U32 words = layout_[layout_.row()].first / 32 + 1;
+  const Image again = pack(*entry, at);
+  expect(std::equal(again.begin(), again.begin() + words, image.begin()),
+         "the row of an entry unpacks to another entry");
+}
+
 U32* VelaTableHashHelper::hwRow(HwIndex index) const {
   return physical().decodedTable().image(index);
 }

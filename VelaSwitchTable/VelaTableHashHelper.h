@@ -47,6 +47,9 @@ class VELA_EXPORT VelaTableHashHelper : public VelaSwitchApi::HashBaseHelper {
   /// The entry in a row of the image, or null; may throw what odd values throw.
   virtual Orb::Ptr<HashBaseCuckooEntry> unpack(U32* image, CuckooLocation at) const = 0;
 
+  /// Fails unless empty rows and the row of an entry are sound and come back as what they were.
+  void checkRows(const HashBaseCuckooEntry& sample) const;
+
   /// The image of a row in the pipeline that is decoded.
   U32* hwRow(HwIndex index) const;
   bool hasRow(HwIndex index) const { return index < physical().engine().capacity(); }

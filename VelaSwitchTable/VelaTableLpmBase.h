@@ -53,11 +53,13 @@ struct VELA_EXPORT LpmBaseFamily : Family<"VelaTableLpmBase", VelaSwitch::LpmKey
                                            .rowWords = 7,
                                            .hashBits = 12,
                                            .ways = 2,
+                                           .leftAligned = true,
                                            .rowImpliesKey = true,
                                            .hitBits = true,
                                            .hitTableOffset = 10,
                                            .staticWord = 4,
-                                           .parityWords = 3};
+                                           .parityWords = 3,
+                                           .tracesItems = true};
   struct Shape {
     const LpmLevel& level = lpmLevels.back();
     U32 vrfBits = 5;
@@ -87,8 +89,6 @@ struct VELA_EXPORT LpmBaseFamily : Family<"VelaTableLpmBase", VelaSwitch::LpmKey
                                     {"realLength2", 204, 6},
                                     {"realLength3", 210, 6}});
   }
-  static constexpr bool tracesItem = true;
-  static constexpr bool leftAligned = true;
 
   /// Address bits, and the VRF above them.
   static void packKey(const Key& key, KeyBits& bits);

@@ -18,8 +18,8 @@ struct VELA_EXPORT SGFamily : Family<"VelaTableSG", VelaSwitch::MrouteKey, SGRes
                                            .hitBits = true,
                                            .hitTableOffset = static_cast<U32>(TableIndex::sg),
                                            .staticWord = 4,
-                                           .parityWords = 4};
-  static constexpr const char* decodedText = "Decoded valid entry is ";
+                                           .parityWords = 4,
+                                           .decodedText = "Decoded valid entry is "};
 
   /// Wide flags: one bit more in front of the valid bit, and 15 zeros behind the parity, as far as
   /// the control word leaves room for them.

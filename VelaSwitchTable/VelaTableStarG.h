@@ -21,10 +21,12 @@ struct VELA_EXPORT StarGFamily : Family<"VelaTableStarG", VelaSwitch::MrouteKey,
                                            .rowWords = 7,
                                            .hashBits = 12,
                                            .ways = 2,
+                                           .leftAligned = true,
                                            .rowImpliesKey = true,
                                            .hitBits = true,
                                            .hitTableOffset = static_cast<U32>(TableIndex::lpm29),
-                                           .parityWords = 4};
+                                           .parityWords = 4,
+                                           .decodedText = "Decoded valid entry is "};
   static constexpr auto fields(const RowShape& shape) {
     return std::to_array<RowField>({{"compare", 0, 28},
                                     {"multicast", 28, 1},
@@ -38,8 +40,6 @@ struct VELA_EXPORT StarGFamily : Family<"VelaTableStarG", VelaSwitch::MrouteKey,
                                     {"selector", 146, 4, level.controlSelector},
                                     {"wholeGroup", 160, 32}});
   }
-  static constexpr const char* decodedText = "Decoded valid entry is ";
-  static constexpr bool leftAligned = true;
   /// The field of the key that takes no part.
   static constexpr std::string_view unusedKeyField = "source";
 

@@ -23,9 +23,16 @@ struct VELA_EXPORT SourceUnit {
   static inline Trace::Handle trace{Unit.chars};
 };
 
+/// What keys and results are: aggregates of Orb::Field members that name themselves, or numbers
+/// with bounds.
+template <class T>
+concept FamilyValue = Orb::Value<T> || Orb::IsRanged<T>;
+
 /// What every family is derived from: its unit, the key and the result of its entries.
 template <Orb::FixedString Unit, class K, class R>
 struct Family : SourceUnit<Unit> {
+  static_assert(FamilyValue<K>, "the family's key is no value type; has it a typeName?");
+  static_assert(FamilyValue<R>, "the family's result is no value type; has it a typeName?");
   using Key = K;
   using Result = R;
 };

@@ -8,10 +8,8 @@ namespace VelaSwitchTable {
 using namespace VelaSwitchApi;
 
 HashTable::HashTable(std::string name, U8 tableIdx, U8 pipeline, const HashFamilyTraits& traits,
-                     Traces traces)
-    : HashBaseTable(std::move(name), tableIdx, pipeline),
-      traces_(traces),
-      hitsTold_(traits.hitTableOffset != noHitTable) {
+                     const Trace::Handle& trace)
+    : HashBaseTable(std::move(name), tableIdx, pipeline), traits_(traits), trace_(trace) {
   hwTablesDuplicateIs(traits.placement == HashPlacement::everyPipeline);
   statusSupportedIs(true);
   hitBitsSupportedIs(traits.hitBits);
@@ -22,7 +20,9 @@ void HashTable::reactorTeardown() {
 }
 
 void HashTable::lastHitByHashItemIs(HashItem& hashItem, Orb::Seconds time) {
-  if (!hitsTold_) return HashBaseTable::lastHitByHashItemIs(hashItem, time);
+  // A family may record hits although its table does not declare hit bits.
+  if (traits_.hitTableOffset == noHitTable)
+    return HashBaseTable::lastHitByHashItemIs(hashItem, time);
   auto& item = static_cast<HashBaseCuckooEntry&>(hashItem);
   if (!isCurrent(item) || time < item.lastHit()) return;
   item.lastHitIs(time);
@@ -72,8 +72,8 @@ void HashTable::program(HashBaseCuckooEntry& item) {
   if (!isCurrent(item)) return;
   recordStatus(item);
   const EntryProgrammedStatus status = item.programmedStatus();
-  if (status != EntryProgrammedStatus::programmed && traces_.handle.enabled(2)) {
-    traces_.handle(2, "Not programmed, ", status, ": ", keyText(item));
+  if (status != EntryProgrammedStatus::programmed && trace_.enabled(2)) {
+    trace_(2, "Not programmed, ", status, ": ", keyText(item));
   }
   hwInconsistentEntryDelFromHashItem(item);
 }
@@ -96,8 +96,8 @@ void HashTable::remove(HashBaseCuckooEntry& item) {
 }
 
 void HashTable::traceItem(const char* what, const HashBaseCuckooEntry& item) const {
-  if (!traces_.handle.enabled(1)) return;
-  traces_.handle(1, what, traces_.wholeItems ? item.toStrep() : keyText(item));
+  if (!trace_.enabled(1)) return;
+  trace_(1, what, traits_.tracesItems ? item.toStrep() : keyText(item));
 }
 
 void HashTableConvertor::doCreateHwTables(TableState state) {

@@ -27,6 +27,9 @@ struct HashFamilyTraits {
   U8 dataWords = 4;  ///< Unless the family says dataWords(profile).
   U8 hashBits;       ///< A way has 2 to the power of this rows.
   U8 ways;
+  /// Whether keys are hashed with the most significant bit first.
+  bool leftAligned = false;
+  U8 keyStart = 0;  ///< Zero bits in front of the hashed key.
   /// Whether rows leave out as many of the key's lowest bits as the hash has: row, way and the
   /// other bits say what they are.
   bool rowImpliesKey = false;
@@ -39,6 +42,9 @@ struct HashFamilyTraits {
   U8 parityWords = 0;
   U8 sharing = 1;  ///< So many software tables have one physical table.
   U8 stride = 1;   ///< From one physical table's number to the next one's.
+  const char* decodedText = "Decoded entry is ";  ///< Begins the trace of a decoded row.
+  bool tracesKeys = false;                        ///< Whether each field of a hashed key is traced.
+  bool tracesItems = false;  ///< Whether entries are traced with their results.
 
   constexpr U32 tableId(U8 tableIdx) const {
     return static_cast<U32>(index) + tableIdx / sharing * stride;
@@ -57,13 +63,8 @@ class VELA_EXPORT HashTable : public VelaSwitchApi::HashBaseTable {
   void entryStatusIsByHashItem(HashItem& hashItem) override;
 
  protected:
-  struct Traces {
-    const Trace::Handle& handle;
-    bool wholeItems;  ///< Whether the text of an item tells more than that of its key.
-  };
-
   HashTable(std::string name, U8 tableIdx, U8 pipeline, const HashFamilyTraits& traits,
-            Traces traces);
+            const Trace::Handle& trace);
 
   /// Programs the item of a key that has an entry, or removes that of one that has none.
   void handleItem(HashBaseCuckooEntry& item);
@@ -88,8 +89,8 @@ class VELA_EXPORT HashTable : public VelaSwitchApi::HashBaseTable {
   void remove(HashBaseCuckooEntry& item);
   void traceItem(const char* what, const HashBaseCuckooEntry& item) const;
 
-  Traces traces_;
-  bool hitsTold_;  ///< A family may record hits although its table does not declare hit bits.
+  const HashFamilyTraits& traits_;
+  const Trace::Handle& trace_;
 };
 
 /// Declares the hardware tables of a hash table's rows and of their hit bits.

@@ -12,10 +12,12 @@ constexpr HashFamilyTraits natTraits(HashFamilyTraits own) {
   own.placement = HashPlacement::everyPipeline;
   own.prefix = "ingress/processor_l4[%d]/";
   own.rowWords = 6;
+  own.keyStart = 5;
   own.rowImpliesKey = true;
   own.hitTableOffset = static_cast<U32>(own.index);
   own.staticWord = 4;
   own.parityWords = 4;
+  own.tracesKeys = true;
   return own;
 }
 
@@ -23,9 +25,6 @@ constexpr HashFamilyTraits natTraits(HashFamilyTraits own) {
 template <class F, Orb::FixedString Unit, class Result>
 struct NatFamily : Family<Unit, VelaSwitch::NatMatchKey, Result> {
   using Key = VelaSwitch::NatMatchKey;
-
-  static constexpr bool tracesKey = true;
-  static constexpr U8 keyStart = 5;
 
   /// The row's valid bit is a field of the result, so only a row that is all zero is empty.
   static bool isEntry(const RowReaderOf<F>& row, CuckooLocation) {

@@ -1,0 +1,97 @@
+#pragma once
+
+#include "VelaSwitchTable/family/Family.h"
+#include "VelaSwitchTable/family/HashTable.h"
+
+/// Entries of hash tables as the cuckoo engine sees them, and how their keys are hashed.
+namespace VelaSwitchTable {
+
+/// The key as the number that is hashed.
+template <class F>
+KeyBits packedKey(const typename F::Key& key) {
+  KeyBits bits;
+  if constexpr (F::traits.tracesKeys) bits = KeyBits(F::trace, "getHash", F::traits.keyStart);
+  F::packKey(key, bits);
+  return bits;
+}
+
+/// Lays a packed key into a buffer; returns its length in bits.
+template <class F>
+U8 fillKeyBuffer(const KeyBits& key, U8* buffer, U8 bufSize) {
+  if constexpr (requires { F::checkKeyBuffer(bufSize); }) {
+    F::checkKeyBuffer(bufSize);
+  } else {
+    ORB_ASSERT(bufSize * 8 >= F::traits.keyStart + key.bits());
+  }
+  if constexpr (F::traits.leftAligned) {
+    key.copyLeftAligned(buffer, bufSize);
+  } else {
+    key.copyTo(buffer, bufSize, F::traits.keyStart);
+  }
+  return key.bits();
+}
+
+/// An entry of the family as the cuckoo engine sees it.
+template <class F>
+class VELA_EXPORT HashFamilyEntry : public HashBaseCuckooEntry {
+ public:
+  using Key = typename F::Key;
+  using Result = typename F::Result;
+
+  /// An entry of no table.
+  explicit HashFamilyEntry(const Key& key) : HashFamilyEntry(nullptr, key) {}
+  HashFamilyEntry(VelaSwitchApi::HashBaseTable* table, const Key& key)
+      : HashBaseCuckooEntry(table), key_(key) {
+    U8 buffer[KeyBits::maxBytes];
+    const U8 bits = fillKeyBuffer<F>(packedKey<F>(key_), buffer, sizeof buffer);
+    U32 rows[F::traits.ways];
+    for (U8 way = 0; way < F::traits.ways; ++way) rows[way] = F::hash(buffer, way, bits);
+    this->rowsAre(rows);
+  }
+
+  U32 getHash(U8 way) const override {
+    U8 buffer[KeyBits::maxBytes];
+    const U8 bits = copyKeyToBuffer(buffer, sizeof buffer);
+    return F::hash(buffer, way, bits);
+  }
+  /// The key and, of a valid entry, each field of the result by its name.
+  std::string toStrep() const override {
+    Orb::StringSink sink;
+    sink.append(ClassesOf<F>::CuckooEntry::shortName);
+    sink.append("(");
+    appendText(sink, key_);
+    if (valid()) {
+      Orb::forEachField(result_, [&](const auto& field) {
+        sink.append(" ");
+        sink.append(field.name);
+        sink.append("=");
+        appendText(sink, field());
+      });
+    }
+    sink.append(")");
+    return sink.take();
+  }
+  U8 copyKeyToBuffer(U8* buffer, U8 bufSize) const override {
+    return fillKeyBuffer<F>(packedKey<F>(key_), buffer, bufSize);
+  }
+  bool isSpelledAs(const HashBaseCuckooEntry& other) const override {
+    return &other.table() == &this->table() &&
+           static_cast<const HashFamilyEntry&>(other).key_ == key_;
+  }
+  /// The packed key without the bits that the row implies.
+  U64 hwCompareEncoding() const requires(F::traits.rowImpliesKey) {
+    KeyBits bits = packedKey<F>(key_);
+    bits.drop(F::traits.hashBits);
+    return bits.words()[0];
+  }
+
+  const Key& key() const { return key_; }
+  const Result& result() const { return result_; }
+  void resultIs(const Result& result) { result_ = result; }
+
+ private:
+  Key key_;
+  Result result_{};
+};
+
+}  // namespace VelaSwitchTable

@@ -1,0 +1,140 @@
+#pragma once
+
+#include "VelaSwitchTable/family/HashEntry.h"
+#include "VelaSwitchTable/family/Row.h"
+
+/// How the entries of a hash family become rows, and rows entries.
+namespace VelaSwitchTable {
+
+/// Packs and unpacks a family's rows.
+template <class F>
+class VELA_EXPORT HashFamilyHelperBase : public VelaTableHashHelper {
+ public:
+  using Entry = typename ClassesOf<F>::CuckooEntry;
+
+  explicit HashFamilyHelperBase(U8 tableIdx = 0)
+      : VelaTableHashHelper(tableIdx, {F::trace, F::traits.decodedText}, F::traits.parityWords) {}
+
+  void doInit() override {
+    VelaTableHashHelper::doInit();
+    const RowField* key = layout().find("key");
+    const RowField* valid = layout().find("valid");
+    keyBits_ = key ? static_cast<U8>(key->width) : packedKey<F>(table().nullKey()).bits();
+    storedBits_ = static_cast<U8>(keyBits_ - implied());
+    if (valid) storedBits_ = std::min(storedBits_, static_cast<U8>(valid->first));
+    if constexpr (F::traits.rowImpliesKey) {
+      inverse_ = VelaSwitch::HashInverse(&hashBuffer, F::traits.ways, keyBits_, impliedBits());
+    }
+    checkRows(*sample());
+  }
+  void setHwBuffer(const HashBaseCuckooEntry& entry, CuckooLocation location,
+                   U8* image) const override {
+    ORB_ASSERT_TEXT(swTable(), "swTable()");
+    const Entry& packed = static_cast<const Entry&>(entry);
+    RowWriterOf<F> row(layout(), image, "setHwBuffer");
+    if (packed.valid()) {
+      KeyBits bits = packedKey<F>(packed.key());
+      bits.drop(implied());
+      row.setFirst(bits.words(), storedBits_);
+      row.setNamed(packed.result());
+      if constexpr (validBit) row.template set<"valid">(1);
+    }
+    if constexpr (requires { &F::packMore; }) {
+      F::packMore(self(), packed.key(), packed.result(), packed.valid(), location, row);
+    }
+    if constexpr (F::traits.parityWords != 0) row.setParity(F::traits.parityWords);
+    setStaticBuffer(location, image);
+  }
+
+ protected:
+  RowLayout makeLayout() const override {
+    if constexpr (requires { F::shape(self()); }) {
+      return rowLayout<F>(F::traits.rowWords, F::shape(self()));
+    } else {
+      return rowLayout<F>(F::traits.rowWords, rowShape<F>(profile(), {.tableIdx = tableIdx()}));
+    }
+  }
+  Orb::Ptr<HashBaseCuckooEntry> makeNullEntry() const override {
+    return table().newItem(table().nullKey());
+  }
+  Orb::Ptr<HashBaseCuckooEntry> unpack(U32* image, CuckooLocation at) const override {
+    const RowReaderOf<F> row(layout(), image);
+    if constexpr (requires { &F::isEntry; }) {
+      if (!F::isEntry(row, at)) return nullptr;
+    } else {
+      if (!row.template flag<"valid">()) return nullptr;
+    }
+    typename F::Key key{};
+    if (!F::unpackKey(wholeKey(row, at), row, key)) return nullptr;
+    typename F::Result result{};
+    row.getNamed(result);
+    if constexpr (requires { &F::unpackMore; }) F::unpackMore(self(), row, result);
+    const Orb::Ptr<Entry> entry = table().newItem(key);
+    entry->resultIs(result);
+    entry->validIs(true);
+    return entry;
+  }
+
+ private:
+  static_assert(rowChecked<F, F::traits.rowWords, requires { &F::packMore; }>());
+
+  /// Whether the row's valid bit says that there is an entry, rather than a field of the result.
+  static constexpr bool validBit = findField<F>("valid") && !hasField<typename F::Result>("valid");
+
+  static U32 hashBuffer(const U8* buffer, U8 way, U8 bits) { return F::hash(buffer, way, bits); }
+
+  /// An entry with something in each field of its result.
+  Orb::Ptr<Entry> sample() const {
+    typename F::Result result{};
+    Orb::forEachField(result, [](auto& field) {
+      using T = typename std::remove_cvref_t<decltype(field)>::Type;
+      if constexpr (std::constructible_from<T, U32>) field = T(1u);
+    });
+    const Orb::Ptr<Entry> entry = table().newItem(table().nullKey());
+    entry->resultIs(result);
+    entry->validIs(true);
+    return entry;
+  }
+  const typename ClassesOf<F>::Helper& self() const {
+    return static_cast<const typename ClassesOf<F>::Helper&>(*this);
+  }
+  auto& table() const { return static_cast<TableOf<F>&>(*swTable()); }
+
+  /// Low bits of the packed key, which rows imply.
+  U8 implied() const {
+    return F::traits.rowImpliesKey ? static_cast<U8>(physical().properties().hashBits) : U8{0};
+  }
+  /// Where they stand in the hashed buffer, lowest first.
+  std::vector<U8> impliedBits() const {
+    std::vector<U8> places;
+    for (U8 i = 0; i < implied(); ++i) {
+      if constexpr (F::traits.leftAligned) {
+        const unsigned fromTop = keyBits_ - 1u - i;
+        places.push_back(static_cast<U8>(fromTop / 8 * 8 + 7 - fromTop % 8));
+      } else {
+        places.push_back(static_cast<U8>(F::traits.keyStart + i));
+      }
+    }
+    return places;
+  }
+  /// The packed key of a row, with the bits that its place implies.
+  KeyBits wholeKey(const RowReader& row, CuckooLocation at) const {
+    const auto with = [&](U32 low) {
+      KeyBits bits;
+      bits.add(implied(), low);
+      bits.append(row.first(storedBits_));
+      bits.add(static_cast<U8>(keyBits_ - bits.bits()), 0);
+      return bits;
+    };
+    if constexpr (!F::traits.rowImpliesKey) return with(0);
+    U8 stored[KeyBits::maxBytes];
+    fillKeyBuffer<F>(with(0), stored, sizeof stored);
+    return with(inverse_.implied(at.way, at.row, stored));
+  }
+
+  VelaSwitch::HashInverse inverse_;
+  U8 keyBits_ = 0;     ///< Of the packed key; the most where keys differ in length.
+  U8 storedBits_ = 0;  ///< Those that rows hold. A row with fewer than there are lacks zeros.
+};
+
+}  // namespace VelaSwitchTable
