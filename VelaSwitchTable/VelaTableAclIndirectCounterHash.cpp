@@ -2,13 +2,6 @@
 
 namespace VelaSwitchTable {
 
-bool AclIndirectCounterHashFamily::unpackKey(KeyBits bits,
-                                             const RowReaderOf<AclIndirectCounterHashFamily>&,
-                                             Key& key) {
-  key.counterKey = static_cast<U16>(bits.take(16));
-  return true;
-}
-
 void AclIndirectCounterHashFamily::packMore(const VelaTableHashHelper&, const Key& key,
                                             const Result&, bool valid, CuckooLocation,
                                             RowWriterOf<AclIndirectCounterHashFamily>& row) {

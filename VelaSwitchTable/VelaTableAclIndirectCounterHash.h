@@ -34,9 +34,8 @@ struct VELA_EXPORT AclIndirectCounterHashFamily
       {"keyLow", 192, 11},
   };
 
-  static void packKey(const Key& key, KeyBits& bits) { bits.add(16, key.counterKey()); }
+  static constexpr KeyField keyFields[] = {{"counterKey", 16}};
   static constexpr auto hash = &VelaSwitch::crc11Hash;
-  static bool unpackKey(KeyBits bits, const RowReaderOf<AclIndirectCounterHashFamily>&, Key& key);
   static bool isEntry(const RowReaderOf<AclIndirectCounterHashFamily>& row, CuckooLocation) {
     return row.words()[0] != 0;
   }

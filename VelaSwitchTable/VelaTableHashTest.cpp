@@ -17,11 +17,6 @@ U32 HashTestFamily::hash(const U8* buffer, U8 way, U8) {
   return rowInWay(value, way);
 }
 
-bool HashTestFamily::unpackKey(KeyBits bits, const RowReaderOf<HashTestFamily>&, Key& key) {
-  key.value = static_cast<U32>(bits.take(32));
-  return true;
-}
-
 bool HashTestFamily::isEntry(const RowReaderOf<HashTestFamily>& row, CuckooLocation location) {
   return row.flag<"one">() && row.get<"row">() == location.row &&
          row.get<"way">() == location.way &&

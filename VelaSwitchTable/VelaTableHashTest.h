@@ -37,9 +37,8 @@ struct VELA_EXPORT HashTestFamily : Family<"VelaTableHashTest", HashTestKey, Has
   static constexpr RowField fields[] = {
       {"key", 0, 32}, {"result", 32, 32}, {"row", 64, 12}, {"way", 78, 1}, {"one", 79, 1, 1}};
 
-  static void packKey(const Key& key, KeyBits& bits) { bits.add(32, key.value()); }
+  static constexpr KeyField keyFields[] = {{"value", 32}};
   static U32 hash(const U8* buffer, U8 way, U8 bits);
-  static bool unpackKey(KeyBits bits, const RowReaderOf<HashTestFamily>&, Key& key);
   static bool isEntry(const RowReaderOf<HashTestFamily>& row, CuckooLocation location);
   static void packMore(const VelaTableHashHelper&, const Key&, const Result&, bool valid,
                        CuckooLocation location, RowWriterOf<HashTestFamily>& row);

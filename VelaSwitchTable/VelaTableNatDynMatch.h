@@ -40,9 +40,9 @@ struct VELA_EXPORT NatDynMatchFamily
          {"wholeAddress", 160, 32}});
   }
 
-  static void packKey(const Key& key, KeyBits& bits);
+  static constexpr KeyField keyFields[] = {
+      {"srcIp", 32}, {"dstIp", 32}, {"sport", 16}, {"dport", 16}, {"proto", 3}};
   static constexpr auto hash = &VelaSwitch::crc10Hash;
-  static bool unpackKey(KeyBits bits, const RowReaderOf<NatDynMatchFamily>& row, Key& key);
   static Ipnet::IpAddr hashedAddress(const Key& key) { return key.srcIp(); }
 };
 

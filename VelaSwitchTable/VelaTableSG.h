@@ -7,7 +7,7 @@ namespace VelaSwitchTable {
 using SGResult = MulticastResult<"VelaSwitchTable::SGResult">;
 
 /// Multicast routes of one source: source, group and VLAN. Of the group its low 28 bits count.
-struct VELA_EXPORT SGFamily : Family<"VelaTableSG", VelaSwitch::MrouteKey, SGResult> {
+struct VELA_EXPORT SGFamily : MulticastFamily<SGFamily, "VelaTableSG", SGResult> {
   static constexpr HashFamilyTraits traits{.index = TableIndex::sg,
                                            .placement = HashPlacement::everyPipeline,
                                            .prefix = "ingress/processor_l3[%d]/",
@@ -51,11 +51,8 @@ struct VELA_EXPORT SGFamily : Family<"VelaTableSG", VelaSwitch::MrouteKey, SGRes
                                     {"wholeGroup", 160, 32}});
   }
 
-  static void packKey(const Key& key, KeyBits& bits);
+  static constexpr KeyField keyFields[] = {{"group", groupBits}, {"source", 32}, {"vlanId", 12}};
   static constexpr auto hash = &VelaSwitch::crc13Hash;
-  static bool unpackKey(KeyBits bits, const RowReaderOf<SGFamily>& row, Key& key);
-  static void packMore(const VelaTableHashHelper&, const Key& key, const Result&, bool valid,
-                       CuckooLocation, RowWriterOf<SGFamily>& row);
 };
 
 VELA_HASH_FAMILY(SG);

@@ -13,7 +13,7 @@ using StarGResult = MulticastResult<"VelaSwitchTable::StarGResult">;
 /// The entries live in the table of the level-29 routes, in rows that a tag bit tells from theirs.
 /// The tag is part of what is hashed and compared, so the two kinds never meet in a lookup. The
 /// rows are declared by level 29's convertor.
-struct VELA_EXPORT StarGFamily : Family<"VelaTableStarG", VelaSwitch::MrouteKey, StarGResult> {
+struct VELA_EXPORT StarGFamily : MulticastFamily<StarGFamily, "VelaTableStarG", StarGResult> {
   static constexpr const LpmLevel& level = lpmLevel<29>;
   static constexpr HashFamilyTraits traits{.index = TableIndex::starG,
                                            .placement = HashPlacement::everyPipeline,
@@ -44,12 +44,13 @@ struct VELA_EXPORT StarGFamily : Family<"VelaTableStarG", VelaSwitch::MrouteKey,
   static constexpr std::string_view unusedKeyField = "source";
 
   /// Group, VLAN and the tag.
-  static void packKey(const Key& key, KeyBits& bits);
+  static constexpr KeyField keyFields[] = {{"group", groupBits}, {"vlanId", 12}, {nullptr, 1, 1}};
   static constexpr auto hash = &VelaSwitch::crc12Hash;
-  static bool unpackKey(KeyBits bits, const RowReaderOf<StarGFamily>& row, Key& key);
-  static void packMore(const VelaTableHashHelper&, const Key& key, const Result&, bool valid,
-                       CuckooLocation, RowWriterOf<StarGFamily>& row);
+  static bool isEntry(const RowReaderOf<StarGFamily>& row, CuckooLocation);
 };
+// Routes of the level and these entries are hashed alike, and have their valid bit in one place.
+static_assert(groupBits + 12 + 1 == StarGFamily::level.keyWidth);
+static_assert(StarGFamily::fields({})[2].first == StarGFamily::level.paddedKeyWidth);
 
 VELA_HASH_CLASSES(StarGFamily, StarGTable, Lpm29Convertor, StarGHelper, StarGTableCuckooEntry,
                   StarGPhysicalHashProperties, StarGTableStatus, StarGEntryStatus);

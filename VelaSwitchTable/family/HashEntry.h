@@ -2,16 +2,86 @@
 
 #include "VelaSwitchTable/family/Family.h"
 #include "VelaSwitchTable/family/HashTable.h"
+#include "VelaSwitchTable/family/Row.h"
 
 /// Entries of hash tables as the cuckoo engine sees them, and how their keys are hashed.
 namespace VelaSwitchTable {
+
+/// A field of a hashed key: that of the key with the name, or a constant.
+struct KeyField {
+  const char* name = nullptr;  ///< Null for a constant.
+  U8 width = 0;
+  U8 content = 0;
+};
+
+namespace detail {
+
+template <class F>
+concept ListedKey = requires {
+  F::keyFields;
+};
+
+/// Whether the family's hashed key has the field of the key.
+template <class F>
+consteval bool hashes(std::string_view name) {
+  for (const KeyField& field : F::keyFields) {
+    if (field.name && name == field.name) return true;
+  }
+  return false;
+}
+
+/// Calls `visit(part)`, or `visit(part, field)` with the field of the key that it is, for each of
+/// the family's key fields.
+template <class F, class Key, class Visit>
+void forEachKeyField(Key& key, const Visit& visit) {
+  const auto one = [&]<std::size_t i>(std::integral_constant<std::size_t, i>) {
+    static constexpr KeyField part = F::keyFields[i];
+    if constexpr (part.name == nullptr) {
+      visit(part);
+    } else {
+      static_assert(hasField<typename F::Key>(part.name), "the key has no field of this name");
+      Orb::forEachField(key, [&](auto& field) {
+        if constexpr (std::remove_cvref_t<decltype(field)>::name == part.name) visit(part, field);
+      });
+    }
+  };
+  [&]<std::size_t... i>(std::index_sequence<i...>) {
+    (one(std::integral_constant<std::size_t, i>()), ...);
+  }
+  (std::make_index_sequence<std::size(F::keyFields)>());
+}
+
+struct KeyFieldWriter {
+  KeyBits& bits;
+  void operator()(const KeyField& part) const { bits.add(part.width, part.content); }
+  template <class Field>
+  void operator()(const KeyField& part, const Field& field) const {
+    using Orb::hashWord;
+    bits.add(part.width, hashWord(field()));
+  }
+};
+
+struct KeyFieldReader {
+  KeyBits& bits;
+  void operator()(const KeyField& part) const { bits.take(part.width); }
+  template <class Field>
+  void operator()(const KeyField& part, Field& field) const {
+    fromRowBits(field.value, bits.take(part.width));
+  }
+};
+
+}  // namespace detail
 
 /// The key as the number that is hashed.
 template <class F>
 KeyBits packedKey(const typename F::Key& key) {
   KeyBits bits;
   if constexpr (F::traits.tracesKeys) bits = KeyBits(F::trace, "getHash", F::traits.keyStart);
-  F::packKey(key, bits);
+  if constexpr (detail::ListedKey<F>) {
+    detail::forEachKeyField<F>(key, detail::KeyFieldWriter{bits});
+  } else {
+    F::packKey(key, bits);
+  }
   return bits;
 }
 

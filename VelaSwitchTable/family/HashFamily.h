@@ -8,17 +8,18 @@
 /// what is its own:
 ///
 ///   traits                    a HashFamilyTraits
-///   packKey(key, bits)        what is hashed, its lowest field first
+///   keyFields                 the fields of the key that are hashed, from the lowest bit on
 ///   hash(buffer, way, bits)   the row in a way
 ///   fields                    the row's; see Row.h
-///   unpackKey(bits, row, key) the key of a row, from what packKey() made of it; false for a row
-///                             that holds none
 ///
 /// Rows begin with the packed key, without the bits that their place implies (rowImpliesKey). The
 /// fields of the result are found by name, and so are `valid`, `parity`, `row` and `way`.
 ///
-/// A family whose rows hold something else says in addition
+/// A family whose keys or rows are not just that says in addition
 ///
+///   completeKey(row, key)     what of a key stands elsewhere in the row
+///   packKey(key, bits)        instead of keyFields, with
+///   unpackKey(bits, row, key) the key of a row; false for a row that holds none
 ///   packMore(helper, key, result, valid, location, row)   before the parity is worked out
 ///   unpackMore(helper, row, result)
 ///   isEntry(row, location)    whether the row holds an entry; else its `valid` bit says it

@@ -36,6 +36,12 @@ class VELA_EXPORT HashFamilyHelperBase : public VelaTableHashHelper {
       KeyBits bits = packedKey<F>(packed.key());
       bits.drop(implied());
       row.setFirst(bits.words(), storedBits_);
+      if constexpr (detail::ListedKey<F>) {
+        forEachRowField(packed.key(), [&](std::size_t number, const auto& field) {
+          using Orb::hashWord;
+          row.set(number, hashWord(field()));
+        });
+      }
       row.setNamed(packed.result());
       if constexpr (validBit) row.template set<"valid">(1);
     }
@@ -65,7 +71,15 @@ class VELA_EXPORT HashFamilyHelperBase : public VelaTableHashHelper {
       if (!row.template flag<"valid">()) return nullptr;
     }
     typename F::Key key{};
-    if (!F::unpackKey(wholeKey(row, at), row, key)) return nullptr;
+    KeyBits bits = wholeKey(row, at);
+    if constexpr (detail::ListedKey<F>) {
+      detail::forEachKeyField<F>(key, detail::KeyFieldReader{bits});
+      forEachRowField(
+          key, [&](std::size_t number, auto& field) { fromRowBits(field.value, row.get(number)); });
+      if constexpr (requires { &F::completeKey; }) F::completeKey(row, key);
+    } else {
+      if (!F::unpackKey(bits, row, key)) return nullptr;
+    }
     typename F::Result result{};
     row.getNamed(result);
     if constexpr (requires { &F::unpackMore; }) F::unpackMore(self(), row, result);
@@ -83,6 +97,16 @@ class VELA_EXPORT HashFamilyHelperBase : public VelaTableHashHelper {
 
   static U32 hashBuffer(const U8* buffer, U8 way, U8 bits) { return F::hash(buffer, way, bits); }
 
+  /// Calls `visit(number, field)` for each field of the key that the row has by its name, beside
+  /// the hashed key.
+  template <class Key, class Visit>
+  static void forEachRowField(Key& key, const Visit& visit) {
+    Orb::forEachField(key, [&](auto& field) {
+      using Field = std::remove_cvref_t<decltype(field)>;
+      constexpr auto number = findField<F>(Field::name);
+      if constexpr (number.has_value() && !detail::hashes<F>(Field::name)) visit(*number, field);
+    });
+  }
   /// An entry with something in each field of its result.
   Orb::Ptr<Entry> sample() const {
     typename F::Result result{};

@@ -20,13 +20,24 @@ struct MulticastResult {
 
 inline constexpr U8 groupBits = 28;
 
-/// A group read back. Its upper four bits are those of the whole address where that is still held,
-/// else those that group addresses have.
-inline Ipnet::IpAddr groupOf(U64 stored, U64 wholeGroup) {
-  constexpr U64 usual = 0xE;
-  const U64 upper = wholeGroup == 0 ? usual : wholeGroup >> groupBits;
-  return Ipnet::IpAddr(static_cast<U32>(upper << groupBits | stored));
-}
+/// F is the family. Behind the control word rows keep the whole group.
+template <class F, Orb::FixedString Unit, class Result>
+struct MulticastFamily : Family<Unit, VelaSwitch::MrouteKey, Result> {
+  using Key = VelaSwitch::MrouteKey;
+
+  static void packMore(const VelaTableHashHelper&, const Key& key, const Result&, bool valid,
+                       CuckooLocation, RowWriterOf<F>& row) {
+    if (valid) row.template set<"wholeGroup">(key.group().number());
+  }
+  /// A group's upper four bits are those of the whole address where that is still held, else those
+  /// that group addresses have.
+  static void completeKey(const RowReaderOf<F>& row, Key& key) {
+    constexpr U64 usual = 0xE;
+    const U64 whole = row.template get<"wholeGroup">();
+    const U64 upper = whole == 0 ? usual : whole >> groupBits;
+    key.group = Ipnet::IpAddr(static_cast<U32>(upper << groupBits | key.group().number()));
+  }
+};
 
 }  // namespace VelaSwitchTable
 

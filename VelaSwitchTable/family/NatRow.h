@@ -40,7 +40,6 @@ struct NatFamily : Family<Unit, VelaSwitch::NatMatchKey, Result> {
     row.template set<"proto0">(proto < classes ? proto : 0);
     row.template set<"proto1">(proto < classes ? proto >> 1 : 0);
     row.template set<"wholeAddress">(F::hashedAddress(key).number());
-    if constexpr (findField<F>("natType")) row.template set<"natType">(key.natType());
   }
   static void unpackMore(const VelaTableHashHelper&, const RowReaderOf<F>& row, Result& result) {
     result.proto =

@@ -137,10 +137,11 @@ class RowWriterOf : public RowWriter {
 /// throws Orb::RangeException.
 template <class T>
 void fromRowBits(T& value, U64 bits) {
-  if constexpr (Orb::IsRanged<T>) {
+  using Orb::hashWord;
+  if constexpr (Orb::IsRanged<T> || std::same_as<T, bool>) {
     value = T(bits);
   } else {
-    value = static_cast<T>(bits);
+    value = T(static_cast<decltype(hashWord(value))>(bits));
   }
 }
 
