@@ -6,11 +6,6 @@
 /// common base with the constants of its line in lpmLevels.
 namespace VelaSwitchTable {
 
-/// The level that serves real lengths up to `longest`.
-template <U8 longest>
-inline constexpr const LpmLevel& lpmLevel =
-    lpmLevels[(longest - lpmLevels[0].longest()) / (LpmLevel::prefixRange + 1)];
-
 /// What a level says of itself to the templates below; ClassesOf names its classes.
 template <U8 longest>
 struct VELA_EXPORT LpmLevelFamily {

@@ -1,0 +1,7 @@
+#include "VelaTableTunnel.h"
+
+namespace VelaSwitchTable {
+
+VELA_HASH_FAMILY_DEFINE(Tunnel)
+
+}  // namespace VelaSwitchTable
