@@ -29,10 +29,8 @@ template <class T>
 concept FamilyValue = Orb::Value<T> || Orb::IsRanged<T>;
 
 /// What every family is derived from: its unit, the key and the result of its entries.
-template <Orb::FixedString Unit, class K, class R>
+template <Orb::FixedString Unit, FamilyValue K, FamilyValue R>
 struct Family : SourceUnit<Unit> {
-  static_assert(FamilyValue<K>, "the family's key is no value type; has it a typeName?");
-  static_assert(FamilyValue<R>, "the family's result is no value type; has it a typeName?");
   using Key = K;
   using Result = R;
 };

@@ -88,7 +88,7 @@ template <class F, Orb::FixedString Name>
 consteval std::size_t fieldNumber() {
   constexpr auto number = findField<F>(Name.view());
   static_assert(number.has_value(), "the family's row has no field of this name");
-  return *number;
+  return number.value_or(0);
 }
 
 /// Whether a value type has a field of the name.
@@ -176,13 +176,13 @@ namespace detail {
 /// The name of a field, for messages of the compiler.
 template <class F, std::size_t number>
 consteval auto fieldName() {
-  Orb::FixedString<32> text("                               ");
-  std::fill(std::begin(text.chars), std::end(text.chars), '\0');
-  const auto fields = someFields<F>();
-  if constexpr (number < fields.size()) {
-    std::string_view(fields[number].name).copy(text.chars, sizeof text.chars - 1);
-  }
-  return text;
+  constexpr auto name = [] {
+    const auto fields = someFields<F>();
+    return number < fields.size() ? std::string_view(fields[number].name) : std::string_view();
+  };
+  char text[name().size() + 1]{};
+  std::copy(name().begin(), name().end(), text);
+  return Orb::FixedString(text);
 }
 
 template <class F, Orb::FixedString field, bool placed>
