@@ -4,7 +4,7 @@
 PACKAGES := g++ clang clang-format cmake ninja-build nlohmann-json3-dev libcli11-dev \
             libgtest-dev libbenchmark-dev llvm
 SUDO := $(shell [ "$$(id -u)" = 0 ] || echo sudo)
-TOOL := build/release/velatable
+JOBS := $(shell nproc)
 SOURCES = $(shell git ls-files '*.h' '*.cpp')
 
 # Seconds that each fuzz target runs.
@@ -12,18 +12,31 @@ FUZZ_SECONDS := 60
 
 .PHONY: demo test soak bench fuzz coverage format check packages release clean
 
-demo: release
-	$(TOOL) run examples/first-light.jsonl --results build/first-light.results
+# Builds what it needs of the release, no more.
+demo: release-velatable
+	build/release/velatable run examples/first-light.jsonl --results build/first-light.results
 
-# Release build, the sanitizers' build and clang's build; all tests run under each.
-test: packages check
-	cmake --preset release && cmake --build --preset release && ctest --preset release
-	cmake --preset sanitize && cmake --build --preset sanitize && ctest --preset sanitize
-	cmake --preset clang && cmake --build --preset clang && ctest --preset clang
+# Release build, the sanitizers' build and clang's build; all tests run under each. The end tells how
+# many seconds each part took.
+LEGS := release sanitize clang
+test: packages
+	@mkdir -p build && rm -f build/times
+	$(call timed,check,$(MAKE) --no-print-directory check)
+	$(foreach leg,$(LEGS),$(call test-leg,$(leg)))
+	@cat build/times
+
+define test-leg
+	$(call timed,$(1): configure,cmake --preset $(1))
+	$(call timed,$(1): build,cmake --build --preset $(1))
+	$(call timed,$(1): tests,ctest --preset $(1) --parallel $(JOBS))
+
+endef
+timed = @start=$$(date +%s); echo "== $(1)"; $(2) && \
+	    printf '%-20s %5d s\n' '$(1)' $$(($$(date +%s) - start)) >> build/times
 
 # The tests of crashes, faults and damage at full length: an hour of processor time.
-soak: release
-	VELA_KILLS=1000 VELA_SCHEDULES=10000 VELA_ALL_BITS=1 build/release/tests/vela_tests \
+soak: release-agent_tests
+	VELA_KILLS=1000 VELA_SCHEDULES=10000 VELA_ALL_BITS=1 build/release/tests/agent_tests \
 	    --gtest_filter='Profiles/*'
 
 # Every input that is found goes to build/fuzz/corpus; the ones to start from are in fuzz/corpus.
@@ -41,13 +54,14 @@ coverage: packages
 	cmake --preset coverage && cmake --build --preset coverage
 	tests/coverage.sh build/coverage
 
-bench: release
+bench: release-vela_bench
 	build/release/bench/vela_bench --benchmark_repetitions=7 --benchmark_min_time=0.05 \
 	    --benchmark_enable_random_interleaving=true --benchmark_report_aggregates_only=true
 
-release: packages
+release: release-all
+release-%: packages
 	cmake --preset release
-	cmake --build --preset release
+	cmake --build --preset release --target $*
 
 packages:
 	@missing=$$(for p in $(PACKAGES); do \

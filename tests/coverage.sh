@@ -11,16 +11,19 @@ rm -rf "$build/profiles"
 export VELA_KILLS=1 VELA_SCHEDULES=60
 export LLVM_PROFILE_FILE="$build/profiles/%p-%m.profraw" GTEST_TOTAL_SHARDS=$(nproc)
 shards=()
-for ((shard = 0; shard < GTEST_TOTAL_SHARDS; ++shard)); do
-    GTEST_SHARD_INDEX=$shard "$build/tests/vela_tests" --gtest_brief=1 \
-        --gtest_filter='-Profiles/Audit*48*:Safety.*:Tool.linesHaveTheirShape' &
-    shards+=($!)
+for tests in table_tests agent_tests tool_tests; do
+    for ((shard = 0; shard < GTEST_TOTAL_SHARDS; ++shard)); do
+        GTEST_SHARD_INDEX=$shard "$build/tests/$tests" --gtest_brief=1 \
+            --gtest_filter='-Profiles/Audit*48*:Safety.*:Tool.linesHaveTheirShape' &
+        shards+=($!)
+    done
+    for shard in "${shards[@]}"; do wait "$shard"; done
+    shards=()
 done
-for shard in "${shards[@]}"; do wait "$shard"; done
 llvm-profdata merge -sparse "$build"/profiles/*.profraw -o "$build/tests.profdata"
 
 objects=("$build/libVelaSwitchTable.so" -object "$build/libVelaPlatform.so"
-         -object "$build/tests/vela_tests" -object "$build/velatable")
+         -object "$build/tests/table_tests" -object "$build/tests/agent_tests" -object "$build/velatable")
 llvm-cov report "${objects[@]}" -instr-profile "$build/tests.profdata" platform VelaSwitchTable \
     2> "$build/llvm-cov.log" | awk '
     NF == 13 && $1 != "Filename" { printf "%-60s %5d lines %5d not run %8s\n", $1, $8, $9, $10 }'

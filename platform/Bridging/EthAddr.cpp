@@ -1,5 +1,7 @@
 #include "Bridging/EthAddr.h"
 
+#include <charconv>
+
 namespace Bridging {
 
 void appendText(Orb::TextSink& sink, EthAddr address) {

@@ -1,5 +1,7 @@
 #include "Ipnet/IpAddr.h"
 
+#include <charconv>
+
 namespace Ipnet {
 
 void appendText(Orb::TextSink& sink, IpAddr address) {

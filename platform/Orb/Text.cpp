@@ -1,6 +1,7 @@
 #include "Orb/Text.h"
 
 #include <algorithm>
+#include <charconv>
 
 namespace Orb {
 
@@ -23,11 +24,20 @@ std::string_view TextCursor::word() {
   return word;
 }
 
-void appendText(TextSink& sink, double value) {
+namespace {
+
+template <class T>
+void appendDigits(TextSink& sink, T value) {
   char digits[32];
   const auto end = std::to_chars(digits, digits + sizeof digits, value).ptr;
   sink.append({digits, static_cast<std::size_t>(end - digits)});
 }
+
+}  // namespace
+
+void appendText(TextSink& sink, double value) { appendDigits(sink, value); }
+void appendNumber(TextSink& sink, U64 value) { appendDigits(sink, value); }
+void appendNumber(TextSink& sink, std::int64_t value) { appendDigits(sink, value); }
 
 void appendText(TextSink& sink, Hex number) {
   char digits[16];

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <charconv>
 #include <concepts>
 #include <stdexcept>
 #include <string>
@@ -76,11 +75,12 @@ inline void appendText(TextSink& sink, bool value) { sink.append(value ? "true" 
 VELA_EXPORT void appendText(TextSink& sink, double value);
 inline void appendText(TextSink& sink, float value) { appendText(sink, double{value}); }
 
+VELA_EXPORT void appendNumber(TextSink& sink, U64 value);
+VELA_EXPORT void appendNumber(TextSink& sink, std::int64_t value);
 template <std::integral T>
 void appendText(TextSink& sink, T value) {
-  char digits[24];
-  const auto end = std::to_chars(digits, digits + sizeof digits, value).ptr;
-  sink.append({digits, static_cast<std::size_t>(end - digits)});
+  appendNumber(sink,
+               static_cast<std::conditional_t<std::is_signed_v<T>, std::int64_t, U64>>(value));
 }
 
 /// A number in lower-case hexadecimal, without a prefix and with at least `width` digits.
