@@ -3,6 +3,7 @@
 #include "Generator.h"
 #include "VelaSwitchTable/VelaTableAclHashes.h"
 #include "VelaSwitchTable/VelaTableHashTest.h"
+#include "device/AclLookup.h"
 #include "device/Image.h"
 
 // What must hold however entries move, writes fail and agents restart: an entry whose status is
@@ -128,7 +129,7 @@ TEST(Restart, anotherSpellingOfTheKeyTakesItsRowOverWithoutAWrite) {
   EXPECT_EQ(table->tableStatus()->entryStatus(third)->status(),
             EntryProgrammedStatus::duplicateKey);
   table->entryDel(spelled);
-  EXPECT_EQ(before.path.acl(0, third), (AclHashResult{6, 6}));
+  EXPECT_EQ(acl(before.path, 0, third), (AclHashResult{6, 6}));
 }
 
 /// A saved switch whose writer was killed amid a row, with the row's words all noted down.
@@ -151,7 +152,8 @@ TEST(SavedSwitch, theRowThatWasBeingWrittenIsFinished) {
   };
   const auto result = [&] {
     VelaDevice::SimulatedSwitch chip{VelaDevice::Memory(file)};
-    return VelaDevice::DataPath(chip, *profile).hashTest(5)->result();
+    VelaDevice::DataPath path(chip, *profile);
+    return hashTest(path, 5)->result();
   };
   pendingIs(0, 5);
   EXPECT_EQ(result(), 1u) << "the note was not whole yet";
@@ -193,7 +195,7 @@ TEST(Audit, aRowHalfwayToEmptyIsFoundAgain) {
   EXPECT_EQ(findings[0].kind, VelaSwitchApi::AuditFinding::Kind::inconsistent);
   EXPECT_EQ(findings[0].index, row);
   convertor.repair(findings[0]);
-  EXPECT_EQ(rig.path.hashTest(9)->result(), 1u);
+  EXPECT_EQ(hashTest(rig.path, 9)->result(), 1u);
 }
 
 /// One read that fails is tried again; a row that keeps failing is reported.
