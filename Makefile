@@ -1,7 +1,7 @@
 # Two commands matter: "make demo" shows the tool at work, "make test" runs every test.
 # Each installs the Debian packages that are missing, configures, builds and runs.
 
-PACKAGES := g++ clang clang-format cmake ninja-build nlohmann-json3-dev libcli11-dev \
+PACKAGES := g++ clang clang-format clang-tidy cmake ninja-build nlohmann-json3-dev libcli11-dev \
             libgtest-dev libbenchmark-dev llvm
 SUDO := $(shell [ "$$(id -u)" = 0 ] || echo sudo)
 TOOL := build/release/velatable
@@ -10,13 +10,14 @@ SOURCES = $(shell git ls-files '*.h' '*.cpp')
 # Seconds that each fuzz target runs.
 FUZZ_SECONDS := 60
 
-.PHONY: demo test soak bench fuzz coverage format check packages release clean
+.PHONY: demo test soak bench fuzz coverage format check lint packages release clean
 
 demo: release
 	$(TOOL) run examples/first-light.jsonl --results build/first-light.results
 
 # Release build, the sanitizers' build and clang's build; all tests run under each.
 test: packages check
+	tests/lint.sh
 	cmake --preset release && cmake --build --preset release && ctest --preset release
 	cmake --preset sanitize && cmake --build --preset sanitize && ctest --preset sanitize
 	cmake --preset clang && cmake --build --preset clang && ctest --preset clang
@@ -63,6 +64,9 @@ format:
 check:
 	clang-format --dry-run --Werror $(SOURCES)
 	tests/check-layers.sh
+
+lint: packages
+	tests/lint.sh all
 
 clean:
 	rm -rf build
