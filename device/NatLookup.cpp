@@ -5,9 +5,7 @@
 namespace VelaDevice {
 namespace {
 
-using VelaSwitch::NatMatchKey;
-
-/// What the row of a match says. Only a static one knows the ACL, whose bits stand elsewhere.
+/// What the row of a match says. Static ones also say whether an ACL applies.
 std::optional<NatHit> natHit(std::optional<FoundRow> found, bool isStatic) {
   if (!found) return std::nullopt;
   found->hit();

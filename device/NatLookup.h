@@ -6,6 +6,8 @@
 /// Address translation.
 namespace VelaDevice {
 
+using VelaSwitch::NatMatchKey;
+
 /// What a translated packet's match says.
 struct NatHit {
   static constexpr const char* typeName = "VelaDevice::NatHit";
@@ -18,8 +20,8 @@ struct NatHit {
   Orb::Field<"rewriteIndex", U8> rewriteIndex;
 };
 /// The match of a static or dynamic table.
-std::optional<NatHit> natMatch(DataPath& path, U32 instance, const VelaSwitch::NatMatchKey& key);
-std::optional<NatHit> natDynMatch(DataPath& path, U32 instance, const VelaSwitch::NatMatchKey& key);
+std::optional<NatHit> natMatch(DataPath& path, U32 instance, const NatMatchKey& key);
+std::optional<NatHit> natDynMatch(DataPath& path, U32 instance, const NatMatchKey& key);
 
 struct NatRewriteHit {
   static constexpr const char* typeName = "VelaDevice::NatRewriteHit";
