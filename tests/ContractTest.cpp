@@ -99,7 +99,7 @@ TEST(Traces, sayWhichRowsAreNotThere) {
     const auto& identity = hwTable.descriptor().identity;
     started.chip.find(identity.family, 0, 0)->image->present()[index] = 0;
     using Family = typename std::remove_reference_t<decltype(*started.table)>::Family;
-    const auto lines = traced(Family::trace, 5, [&] { convertor.syncEntries(0); });
+    auto lines = traced(Family::trace, 5, [&] { convertor.syncEntries(0); });
     EXPECT_THAT(convertor.auditFindings(), IsEmpty()) << "nothing is desired there";
     return lines;
   };
@@ -326,7 +326,7 @@ TEST(Waiting, behindOneThatWaits) {
   };
   const NatMatchResult result{.valid = true};
   U32 count = 0;
-  while (engine.waiting().size() == 0) nat.first->entryIs(key(count++), result);
+  while (engine.waiting().empty()) nat.first->entryIs(key(count++), result);
   NatMatchKey twin = key(count - 1);
   twin.dport = U16{9};
   const auto status = [&] { return nat.second->tableStatus()->entryStatus(twin)->status(); };

@@ -2,6 +2,7 @@
 
 #include "VelaSwitch/Types.h"
 #include "VelaSwitchTable/family/PlainFamily.h"
+#include "VelaSwitchTable/family/Row.h"
 
 /// Hardware tables whose rows are chip ports, as several families declare them.
 namespace VelaSwitchTable {
@@ -85,17 +86,6 @@ struct PortRegister {
   const char* suffix;  ///< Part of the hardware table's name.
   const char* path;    ///< With places for the port's pipe, if any, and for the port.
 };
-
-/// A value from its bits in a row. A type whose values are fewer than its bits has a version that
-/// throws Orb::RangeException.
-template <class T>
-void fromRowBits(T& value, U64 bits) {
-  if constexpr (Orb::IsRanged<T>) {
-    value = T(bits);
-  } else {
-    value = static_cast<T>(bits);
-  }
-}
 
 /// What families share whose rows are one register a port, with the fields of the result in their
 /// order. F says the rest:
