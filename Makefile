@@ -1,7 +1,7 @@
 # Two commands matter: "make demo" shows the tool at work, "make test" runs every test.
 # Each installs the Debian packages that are missing, configures, builds and runs.
 
-PACKAGES := g++ clang clang-format cmake ninja-build nlohmann-json3-dev libcli11-dev \
+PACKAGES := g++ clang clang-format clang-tidy cmake ninja-build nlohmann-json3-dev libcli11-dev \
             libgtest-dev libbenchmark-dev llvm
 SUDO := $(shell [ "$$(id -u)" = 0 ] || echo sudo)
 JOBS := $(shell nproc)
@@ -10,7 +10,7 @@ SOURCES = $(shell git ls-files '*.h' '*.cpp')
 # Seconds that each fuzz target runs.
 FUZZ_SECONDS := 60
 
-.PHONY: demo test soak bench fuzz coverage format check packages release clean
+.PHONY: demo test soak bench fuzz coverage format check lint packages release clean
 
 # Builds what it needs of the release, no more.
 demo: release-velatable
@@ -22,6 +22,7 @@ LEGS := release sanitize clang
 test: packages
 	@mkdir -p build && rm -f build/times
 	$(call timed,check,$(MAKE) --no-print-directory check)
+	$(call timed,lint,tests/lint.sh)
 	$(foreach leg,$(LEGS),$(call test-leg,$(leg)))
 	@cat build/times
 
@@ -77,6 +78,9 @@ format:
 check:
 	clang-format --dry-run --Werror $(SOURCES)
 	tests/check-layers.sh
+
+lint: packages
+	tests/lint.sh all
 
 clean:
 	rm -rf build

@@ -31,7 +31,7 @@ inline VelaSwitchApi::HwAddressColl regAddresses(const std::string& prefix,
 inline std::vector<std::string> hashRegisters(U8 dataWords) {
   std::vector<std::string> fields;
   for (U8 i = 0; i < dataWords; ++i) fields.push_back("hash_data" + std::to_string(i));
-  fields.push_back("hash_ctl");
+  fields.emplace_back("hash_ctl");
   return fields;
 }
 

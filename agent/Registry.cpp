@@ -1,6 +1,9 @@
 #include "agent/Registry.h"
 
 #include "agent/Agent.h"
+#include "device/NatLookup.h"
+#include "device/PortLookup.h"
+#include "device/RouteLookup.h"
 
 namespace VelaAgent {
 namespace {
@@ -52,14 +55,14 @@ Json lookupFlow(const Agent& agent, DataPath& dataPath, const Json& json) {
   flow.dport = key.dport();
   flow.qualifier = key.qualifier();
   flow.egressPort = key.egressPort().value();
-  return hitToJson(dataPath.flow(flow));
+  return hitToJson(VelaDevice::flow(dataPath, flow));
 }
 
 Json lookupLagMember(DataPath& dataPath, const Json& key) {
   const auto frame = fromJson<LagFrame>(key, dataPath.profile());
   refuseBeyond("bucket", frame.bucket(), lagBuckets, "LAG buckets");
   return hitToJson(
-      dataPath.lagMember(frame.ingressPort().value(), frame.lagGroupId(), frame.bucket()));
+      lagMember(dataPath, frame.ingressPort().value(), frame.lagGroupId(), frame.bucket()));
 }
 
 }  // namespace
@@ -72,7 +75,7 @@ std::vector<std::unique_ptr<PathAdapter>> makePaths(const Agent& agent) {
   add("Flow",
       [&agent](DataPath& dataPath, const Json& key) { return lookupFlow(agent, dataPath, key); });
   add("Multicast", [](DataPath& dataPath, const Json& key) {
-    return hitToJson(dataPath.multicast(fromJson<VelaSwitch::MrouteKey>(key)));
+    return hitToJson(multicast(dataPath, fromJson<VelaSwitch::MrouteKey>(key)));
   });
   add("LagMember", lookupLagMember);
   return paths;

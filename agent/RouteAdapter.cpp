@@ -1,4 +1,5 @@
 #include "agent/RouteAdapter.h"
+#include "device/RouteLookup.h"
 
 #include <algorithm>
 
@@ -75,10 +76,10 @@ bool RouteAdapter::del(const Json& key) {
 Json RouteAdapter::lookup(VelaDevice::DataPath& dataPath, const Json& key) const {
   if (key.is_object() && key.contains("prefix")) {
     const Key route = keyFromJson(key);
-    return hitToJson(dataPath.route(route.vrf(), route.prefix().address()));
+    return hitToJson(VelaDevice::route(dataPath, route.vrf(), route.prefix().address()));
   }
   const auto at = fromJson<RouteAddress>(key, profile_);
-  return hitToJson(dataPath.route(at.vrf(), at.address()));
+  return hitToJson(VelaDevice::route(dataPath, at.vrf(), at.address()));
 }
 
 bool RouteAdapter::pollHitBits(Orb::Seconds now) {
@@ -112,7 +113,7 @@ void RouteAdapter::explain(VelaDevice::DataPath& dataPath, const Json& key, cons
                                                 : fromJson<RouteAddress>(key).address();
     explanation["prefix"] = toJson(Ipnet::IpPrefix(address, length.get<U8>()));
   }
-  const auto lag = dataPath.l3Lag(hit["l3LagIndex"].get<U32>());
+  const auto lag = l3Lag(dataPath, hit["l3LagIndex"].get<U32>());
   if (!lag) return;
   Json ports = Json::array();
   for (U32 port = 0; port < 64; ++port) {

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "Bridging/VlanId.h"
 #include "VelaSwitchApi/HashBase.h"
 #include "VelaSwitchTable/family/HashFamily.h"
 #include "VelaSwitchTable/family/PlainFamily.h"

@@ -24,11 +24,16 @@ struct HashKey {
   std::size_t operator()(const NatMatchKey& key) const { return Orb::hashOf(key); }
 };
 
-struct Static {
-  using Table = VelaSwitchTable::NatMatchTable;
-  using Result = VelaSwitchTable::NatMatchResult;
-  static constexpr U32 capacity = 3 * 4096;
-  static Orb::Ptr<Table> table() { return VelaSwitchTable::NatMatchTableIs("nat", 0); }
+/// A kind of translation: its table, and how many entries that holds.
+template <class TableType, auto tableIs, U32 rows>
+struct KindOf {
+  using Table = TableType;
+  using Result = typename Table::Result;
+  static constexpr U32 capacity = rows;
+  static Orb::Ptr<Table> table() { return tableIs("nat", 0); }
+};
+
+struct Static : KindOf<VelaSwitchTable::NatMatchTable, VelaSwitchTable::NatMatchTableIs, 3 * 4096> {
   static NatMatchKey key(std::mt19937& random) {
     NatMatchKey key;
     key.natType = U8{1};
@@ -38,16 +43,12 @@ struct Static {
   }
 };
 
-struct Dynamic {
-  using Table = VelaSwitchTable::NatDynMatchTable;
-  using Result = VelaSwitchTable::NatDynMatchResult;
-  static constexpr U32 capacity = 4 * 1024;
-  static Orb::Ptr<Table> table() { return VelaSwitchTable::NatDynMatchTableIs("dyn", 0); }
+struct Dynamic
+    : KindOf<VelaSwitchTable::NatDynMatchTable, VelaSwitchTable::NatDynMatchTableIs, 4 * 1024> {
   static NatMatchKey key(std::mt19937& random) {
-    NatMatchKey key;
-    key.srcIp = Ipnet::IpAddr(static_cast<U32>(random()));
+    NatMatchKey key = Static::key(random);
+    key.natType = U8{0};
     key.dstIp = Ipnet::IpAddr(static_cast<U32>(random()));
-    key.sport = static_cast<U16>(random());
     key.dport = static_cast<U16>(random());
     return key;
   }

@@ -119,29 +119,32 @@ void timed(benchmark::State& state, Rig& rig, std::size_t items, const Action& a
   state.counters["rows_per_route"] = static_cast<double>(rig.chip.rowWrites() - writes) / count;
 }
 
-void RouteAdd(benchmark::State& state) {
+/// Times `action` on all routes, after `prepare` on a new rig.
+template <class Prepare, class Action>
+void allRoutes(benchmark::State& state, const Prepare& prepare, const Action& action) {
   for (auto _ : state) {
     Rig rig;
-    timed(state, rig, routes().size(), [&] { rig.set(0, routes().size(), 0); });
+    prepare(rig);
+    timed(state, rig, routes().size(), [&] { action(rig); });
   }
+}
+
+/// Announces all routes, with other next hops for another number.
+auto announce(U32 nexthop) {
+  return [=](Rig& rig) { rig.set(0, routes().size(), nexthop); };
+}
+
+void RouteAdd(benchmark::State& state) {
+  allRoutes(
+      state, [](Rig&) {}, announce(0));
 }
 BENCHMARK(RouteAdd)->UseManualTime()->Iterations(1);
 
-void RouteReplace(benchmark::State& state) {
-  for (auto _ : state) {
-    Rig rig;
-    rig.set(0, routes().size(), 0);
-    timed(state, rig, routes().size(), [&] { rig.set(0, routes().size(), 1); });
-  }
-}
+void RouteReplace(benchmark::State& state) { allRoutes(state, announce(0), announce(1)); }
 BENCHMARK(RouteReplace)->UseManualTime()->Iterations(1);
 
 void RouteWithdraw(benchmark::State& state) {
-  for (auto _ : state) {
-    Rig rig;
-    rig.set(0, routes().size(), 0);
-    timed(state, rig, routes().size(), [&] { rig.del(0, routes().size()); });
-  }
+  allRoutes(state, announce(0), [](Rig& rig) { rig.del(0, routes().size()); });
 }
 BENCHMARK(RouteWithdraw)->UseManualTime()->Iterations(1);
 

@@ -11,10 +11,10 @@ namespace VelaDevice {
 struct ControlWord {
   std::string_view family;
   U8 rowBits;
-  U8 wayFirst;   ///< First bit of the way.
-  U8 wayBits;    ///< 0 for tables without ways.
-  U8 commitBit;  ///< Must be set for the write to take place.
-  U32 rowsPerWay;
+  U8 commitBit;     ///< Must be set for the write to take place.
+  U8 wayFirst = 0;  ///< First bit of the way.
+  U8 wayBits = 0;   ///< 0 for tables without ways.
+  U32 rowsPerWay = 0;
   U8 rowFirst = 0;  ///< First bit of the row.
   /// Rows of each block of a table whose blocks share it; the registers' block then counts.
   U32 rowsPerBlock = 0;

@@ -1,29 +1,25 @@
+#include "device/RouteLookup.h"
+
 #include <bit>
-#include <optional>
 
 #include "device/Search.h"
 
 namespace VelaDevice {
+namespace {
 
 /// A stage of the route lookup that is found by hash.
-struct DataPath::HashedStage {
+struct HashedStage {
   const char* family;
   U32 base;  ///< Address bits of the key.
   U32 hashedBits;
-  U32 hashWidth;
+  HashUnit unit;
 };
 
-namespace {
-
-constexpr DataPath::HashedStage stages[] = {
-    {"Lpm32", 30, 35, 12}, {"Lpm29", 27, 41, 12}, {"Lpm26", 24, 29, 12}, {"Lpm23", 21, 26, 10},
-    {"Lpm20", 18, 23, 10}, {"Lpm17", 15, 20, 10}, {"Lpm14", 12, 17, 10},
+constexpr HashedStage stages[] = {
+    {"Lpm32", 30, 35, {12, 2}}, {"Lpm29", 27, 41, {12, 2}}, {"Lpm26", 24, 29, {12, 2}},
+    {"Lpm23", 21, 26, {10, 2}}, {"Lpm20", 18, 23, {10, 2}}, {"Lpm17", 15, 20, {10, 2}},
+    {"Lpm14", 12, 17, {10, 2}},
 };
-
-constexpr U32 ways = 2;
-constexpr U32 polynomials10[ways] = {0x06f, 0x0f3};
-constexpr U32 polynomials12[ways] = {0x0eb, 0x161};
-constexpr U32 polynomials13[] = {0x0bb, 0x13b, 0x197};
 
 /// Row bits in front of the valid bit, where they do not follow from the key.
 constexpr U32 sharedStageWidth = 29;
@@ -42,65 +38,58 @@ std::optional<RouteHit> nextCell(Bits& row, U32 longest) {
   return routeHit(nexthop, static_cast<U8>(longest - shorter));
 }
 
-}  // namespace
-
-/// The row of a hashed stage that holds the key, and where its cells begin.
-struct DataPath::StageRow {
-  SimulatedSwitch::Table* table;
-  U32 index;
-  Bits cells;
-};
-
-std::optional<DataPath::StageRow> DataPath::stageRow(const HashedStage& stage, U32 vrf,
-                                                     U32 address) {
+/// The row of a stage that holds the key, read up to its cells.
+std::optional<FoundRow> stageRow(DataPath& path, const HashedStage& stage, U32 vrf, U32 address) {
+  const U32 vrfBits = static_cast<U32>(std::bit_width(path.profile().vrfs())) - 1;
+  const U32 storedBits = stage.base - stage.unit.width;
+  const bool shared = stage.hashedBits == 41;
   Bits key;
   key.appendNumber(U64{vrf} << stage.base | address >> (32 - stage.base), stage.hashedBits);
-  const U32 storedBits = stage.base - stage.hashWidth;
-  const bool shared = stage.hashedBits == 41;
-  Bits found;
-  const auto match = [&](Bits row) {
-    if (row.next(storedBits) != address >> (32 - storedBits)) return false;
-    if (row.next(vrfBits()) != vrf) return false;
-    if (shared && row.next(sharedStageWidth - storedBits - vrfBits()) != 0) return false;
-    if (!row.flag()) return false;
-    found = row;
-    return true;
-  };
-  SimulatedSwitch::Table* table = chip_.find(stage.family, 0, 0);
-  const auto index = stage.hashWidth == 10
-                         ? search(stage.family, table, polynomials10, 10, key, match)
-                         : search(stage.family, table, polynomials12, 12, key, match);
-  if (!index) return std::nullopt;
-  return StageRow{table, *index, found};
+  return search(path, stage.family, path.table(stage.family), stage.unit, key, [&](Bits& row) {
+    return row.next(storedBits) == address >> (32 - storedBits) && row.next(vrfBits) == vrf &&
+           (!shared || row.next(sharedStageWidth - storedBits - vrfBits) == 0) && row.flag();
+  });
 }
 
-U32 DataPath::vrfBits() const { return static_cast<U32>(std::bit_width(profile_.vrfs())) - 1; }
+/// What the row of a multicast route says.
+std::optional<MrouteHit> mrouteHit(const DataPath& path, std::optional<FoundRow> found) {
+  if (!found) return std::nullopt;
+  found->hit();
+  const auto vlanGroup = static_cast<U8>(found->rest.next(4));
+  return MrouteHit{vlanGroup,
+                   VelaSwitch::IngressPortMask(found->rest.next(path.profile().ports() + 1))};
+}
 
-std::optional<LpmRowHit> DataPath::lpmRow(std::string_view family, U32 vrf, Ipnet::IpAddr address) {
+U32 groupBits(const VelaSwitch::MrouteKey& key) { return key.group().number() & 0x0FFFFFFF; }
+
+}  // namespace
+
+std::optional<LpmRowHit> lpmRow(DataPath& path, std::string_view family, U32 vrf,
+                                Ipnet::IpAddr address) {
   for (const HashedStage& stage : stages) {
     if (family != stage.family) continue;
-    auto row = stageRow(stage, vrf, address.number());
+    auto row = stageRow(path, stage, vrf, address.number());
     if (!row) return std::nullopt;
-    row->table->hit(row->index) = 1;
+    row->hit();
     LpmRowHit hit;
-    for (int i = 0; i < 4; ++i) hit.cells.value.push_back(nextCell(row->cells, stage.base + 2));
-    hit.cpuTrap = row->cells.flag();
+    for (int i = 0; i < 4; ++i) hit.cells.value.push_back(nextCell(row->rest, stage.base + 2));
+    hit.cpuTrap = row->rest.flag();
     return hit;
   }
   return std::nullopt;
 }
 
-std::optional<Lpm11Hit> DataPath::lpm11(U32 vrf, Ipnet::IpAddr address) {
-  const U32* words = rowAt("Lpm11", 0, vrf << 11 | address.number() >> 21);
+std::optional<Lpm11Hit> lpm11(DataPath& path, U32 vrf, Ipnet::IpAddr address) {
+  const U32* words = path.rowAt("Lpm11", 0, vrf << 11 | address.number() >> 21);
   if (!words) return std::nullopt;
   Bits row(words, 1);
   const U64 nexthop = row.next(12);
   if (!row.flag()) {
-    refuse("the row is empty");
+    path.refuse("the row is empty");
     return std::nullopt;
   }
   Lpm11Hit hit;
-  if (profile_.hwApi() >= VelaSwitch::ProfileHwApi{5u, 1u}) {
+  if (path.profile().hwApi() >= VelaSwitch::ProfileHwApi{5u, 1u}) {
     hit.cpuTrap = row.flag();
     row.skip(1);
     const U64 lacking = row.next(4);
@@ -115,74 +104,91 @@ std::optional<Lpm11Hit> DataPath::lpm11(U32 vrf, Ipnet::IpAddr address) {
   return hit;
 }
 
-std::optional<RouteHit> DataPath::route(U32 vrf, Ipnet::IpAddr address) {
+std::optional<RouteHit> route(DataPath& path, U32 vrf, Ipnet::IpAddr address) {
   for (const HashedStage& stage : stages) {
-    auto row = stageRow(stage, vrf, address.number());
+    auto row = stageRow(path, stage, vrf, address.number());
     if (!row) continue;
-    row->cells.skip(14 * (address.number() >> (30 - stage.base) & 3));
-    const auto cell = nextCell(row->cells, stage.base + 2);
+    row->rest.skip(14 * (address.number() >> (30 - stage.base) & 3));
+    const auto cell = nextCell(row->rest, stage.base + 2);
     if (!cell) {
-      refuse("the row holds no route that covers the address");
+      path.refuse("the row holds no route that covers the address");
       continue;
     }
-    row->table->hit(row->index) = 1;
+    row->hit();
     return cell;
   }
-  const auto first = lpm11(vrf, address);
+  const auto first = lpm11(path, vrf, address);
   if (!first) return std::nullopt;
   if (first->cellResult().l3LagIndex() != noLag) return first->cellResult();
-  refuse("the row has no next hop");
+  path.refuse("the row has no next hop");
   return std::nullopt;
 }
 
-std::optional<MrouteHit> DataPath::sg(const VelaSwitch::MrouteKey& key) {
-  SimulatedSwitch::Table* table = chip_.find("SG", 0, 0);
-  const U32 group = key.group().number() & 0x0FFFFFFF;
+std::optional<MrouteHit> sg(DataPath& path, const VelaSwitch::MrouteKey& key) {
+  const U32 group = groupBits(key);
   Bits hashed;
   hashed.append(group, 28);
   hashed.append(key.source().number(), 32);
   hashed.append(key.vlanId().value(), 12);
-  const bool wide = profile_.fields().mrouteWideFlags();
-  MrouteHit hit;
-  const auto index = search("SG", table, polynomials13, 13, hashed, [&](Bits row) {
-    if (row.next(15) != group >> 13 || row.next(32) != key.source().number()) return false;
-    if (row.next(12) != key.vlanId().value()) return false;
-    row.skip(wide ? 1 : 0);
-    if (!row.flag()) return false;
-    hit.vlanGroupId = static_cast<U8>(row.next(4));
-    hit.portMask = VelaSwitch::IngressPortMask(row.next(profile_.ports() + 1));
-    return true;
-  });
-  if (!index) return std::nullopt;
-  table->hit(*index) = 1;
-  return hit;
+  const auto match = [&](Bits& row) {
+    const bool same = row.next(15) == group >> 13 && row.next(32) == key.source().number() &&
+                      row.next(12) == key.vlanId().value();
+    row.skip(path.profile().fields().mrouteWideFlags() ? 1 : 0);
+    return same && row.flag();
+  };
+  return mrouteHit(path, search(path, "SG", path.table("SG"), {13, 3}, hashed, match));
 }
 
-std::optional<MrouteHit> DataPath::starG(const VelaSwitch::MrouteKey& key) {
-  SimulatedSwitch::Table* table = chip_.find("Lpm29", 0, 0);
-  const U32 group = key.group().number() & 0x0FFFFFFF;
+std::optional<MrouteHit> starG(DataPath& path, const VelaSwitch::MrouteKey& key) {
+  const U32 group = groupBits(key);
   Bits hashed;
   hashed.appendNumber(1, 1);
   hashed.appendNumber(key.vlanId().value(), 12);
   hashed.appendNumber(group, 28);
-  MrouteHit hit;
-  const auto index = search("StarG", table, polynomials12, 12, hashed, [&](Bits row) {
-    if (row.next(16) != group >> 12 || row.next(12) != key.vlanId().value()) return false;
-    const bool multicast = row.flag();
-    const bool valid = row.flag();
-    if (!multicast || !valid) return false;
-    hit.vlanGroupId = static_cast<U8>(row.next(4));
-    hit.portMask = VelaSwitch::IngressPortMask(row.next(profile_.ports() + 1));
-    return true;
-  });
-  if (!index) return std::nullopt;
-  table->hit(*index) = 1;
-  return hit;
+  const auto match = [&](Bits& row) {
+    // The row is multicast and valid.
+    return row.next(16) == group >> 12 && row.next(12) == key.vlanId().value() && row.next(2) == 3;
+  };
+  return mrouteHit(path, search(path, "StarG", path.table("Lpm29"), {12, 2}, hashed, match));
 }
 
-std::optional<MrouteHit> DataPath::multicast(const VelaSwitch::MrouteKey& key) {
-  const auto hit = sg(key);
-  return hit ? hit : starG(key);
+std::optional<MrouteHit> multicast(DataPath& path, const VelaSwitch::MrouteKey& key) {
+  const auto hit = sg(path, key);
+  return hit ? hit : starG(path, key);
+}
+
+std::optional<FloodArpHit> l3FloodArp(DataPath& path, U32 floodId) {
+  // The lookup memory of the first egress processor: each pair of words filled one of its rows.
+  const U32* words = path.rowAt("L3FloodArp", 0, floodId);
+  if (!words) return std::nullopt;
+  const auto memory = [&](U32 row) -> std::optional<U32> {
+    for (int pair = 0; pair < 4; ++pair) {
+      const U32 control = words[2 * pair + 1];
+      if ((control >> 14 & 1) != 0 && (control >> 4 & 1023) == row % 1024) return words[2 * pair];
+    }
+    return std::nullopt;
+  };
+  const auto head = memory(2 * floodId + 128);
+  const auto tail = memory(2 * floodId + 129);
+  if (!head || !tail || memory(2 * floodId + 640) != head || memory(2 * floodId + 641) != tail) {
+    return std::nullopt;
+  }
+  return FloodArpHit{Bridging::EthAddr(U64{*head} << 16 | *tail >> 16),
+                     static_cast<U16>(*tail & 0xffff)};
+}
+
+std::optional<PortMaskHit> l3FloodBitmap(DataPath& path, U32 floodId) {
+  const U32* words = path.rowAt("L3FloodBitmap", 0, floodId);
+  if (!words) return std::nullopt;
+  return PortMaskHit{VelaSwitch::IngressPortMask(Bits(words, 2).next(path.profile().ports()))};
+}
+
+std::optional<L3LagHit> l3Lag(DataPath& path, U32 index) {
+  const U32* words = path.rowAt("L3Lag", 0, index);
+  if (!words) return std::nullopt;
+  Bits row(words, 2);
+  const VelaSwitch::IngressPortMask mask(row.next(path.profile().ports() + 1));
+  return L3LagHit{mask, row.flag()};
 }
 
 }  // namespace VelaDevice

@@ -1,26 +1,32 @@
 #pragma once
 
+#include <functional>
+
 #include "device/Bits.h"
 #include "device/DataPath.h"
 
 namespace VelaDevice {
 
-/// Asks the row of each way that the key can lie in; the first one that `match` accepts holds it.
-template <std::size_t ways, class Match>
-std::optional<U32> DataPath::search(std::string_view family, const SimulatedSwitch::Table* table,
-                                    const U32 (&polynomials)[ways], U32 hashWidth, const Bits& key,
-                                    const Match& match) {
-  U32 way = 0;
-  for (const U32 polynomial : polynomials) {
-    if (!table) break;
-    const U32 index = (way++ << hashWidth) + shiftRegister(hashWidth, polynomial, key);
-    const U32* words = table->row(index);
-    if (!words || !match(Bits(words, 4))) continue;
-    note(family, table, index);
-    return index;
-  }
-  note(family, table, std::nullopt, "no row holds the key");
-  return std::nullopt;
-}
+/// The row that holds a key, read as far as the key goes.
+struct FoundRow {
+  DataPath::Table* table;
+  U32 index;
+  Bits rest;
+
+  void hit() const { table->hit(index) = 1; }
+};
+
+/// How a table is hashed: rows of a way as a power of two, and ways.
+struct HashUnit {
+  U32 width;
+  U32 ways;
+};
+
+/// Whether the row is the one that is searched; takes the key off the row if so.
+using RowMatch = std::function<bool(Bits& row)>;
+
+/// Asks the row of each way that the key can lie in; the first one that matches holds it.
+std::optional<FoundRow> search(DataPath& path, std::string_view family, DataPath::Table* table,
+                               HashUnit unit, const Bits& key, const RowMatch& match);
 
 }  // namespace VelaDevice

@@ -66,9 +66,9 @@ class VELA_EXPORT SimulatedSwitch : public VelaSwitchApi::RegisterBus {
 
   RegisterHandle registerIs(std::string_view path) override;
   TableHandle tableIs(const VelaSwitchApi::HwTableIdentity& identity, HwIndex lastIndex) override;
-  bool rowIs(TableHandle table, HwIndex index, std::span<const RegisterValue> writes) override;
-  Read row(TableHandle table, HwIndex index, std::span<RegisterValue> values) override;
-  bool hitBits(TableHandle table, HwIndex first, std::span<RegisterValue> values) override;
+  bool rowIs(TableHandle handle, HwIndex index, std::span<const RegisterValue> writes) override;
+  Read row(TableHandle handle, HwIndex index, std::span<RegisterValue> values) override;
+  bool hitBits(TableHandle handle, HwIndex first, std::span<RegisterValue> values) override;
 
   /// The table of a family's instance and hardware table id, or null.
   Table* find(std::string_view family, U32 instance, VelaSwitchApi::HwTableId id);
@@ -90,7 +90,7 @@ class VELA_EXPORT SimulatedSwitch : public VelaSwitchApi::RegisterBus {
   void writesClearHitsIs(bool clear) { state_.writesClearHits = clear; }
   /// Flips bit `bit` of word `word` (counted over the row's registers). False when there is no
   /// such bit or the row was never written.
-  bool flipBit(TableHandle table, HwIndex index, U32 word, U32 bit);
+  bool flipBit(TableHandle handle, HwIndex index, U32 word, U32 bit);
 
   /// Called after every single register write, with the table and row being written.
   using WriteObserver = std::function<void(const Table&, HwIndex)>;

@@ -2,7 +2,8 @@
 
 #include <string>
 
-#include "Orb/Assert.h"
+#include "agent/Agent.h"
+#include "agent/Profiles.h"
 
 /// What the fuzz targets share.
 namespace VelaFuzz {
@@ -23,5 +24,15 @@ bool refusable(const Action& action) {
   }
   return false;
 }
+
+/// An agent with all tables of a profile, started on a new switch.
+struct Rig {
+  explicit Rig(const char* profile) : agent(VelaAgent::loadProfile(profile), chip) {
+    agent.make();
+    agent.start(VelaAgent::Agent::Start::fresh);
+  }
+  VelaDevice::SimulatedSwitch chip;
+  VelaAgent::Agent agent;
+};
 
 }  // namespace VelaFuzz

@@ -3,7 +3,6 @@
 
 #include "Fuzz.h"
 #include "agent/Events.h"
-#include "agent/Profiles.h"
 
 // Events as they may stand in a file, applied to the tables of a small switch.
 
@@ -11,13 +10,8 @@ namespace {
 
 /// The tables outlive an input, so that inputs meet what others left; a few at a time, since there
 /// is nothing to gain from full ones.
-struct Rig {
-  Rig() {
-    agent.make();
-    agent.start(VelaAgent::Agent::Start::fresh);
-  }
-  VelaDevice::SimulatedSwitch chip;
-  VelaAgent::Agent agent{VelaAgent::loadProfile("vela-20-4.0"), chip};
+struct Rig : VelaFuzz::Rig {
+  Rig() : VelaFuzz::Rig("vela-20-4.0") {}
   VelaAgent::EventRunner runner{agent};
 };
 

@@ -3,7 +3,6 @@
 
 #include "Fuzz.h"
 #include "agent/Events.h"
-#include "agent/Profiles.h"
 
 // Saved switches as they may stand in a file: taken up, decoded, and started on.
 

@@ -1,6 +1,4 @@
 #include "Fuzz.h"
-#include "agent/Agent.h"
-#include "agent/Profiles.h"
 
 // Profiles as they may stand in a file, and the tables that are declared from them.
 

@@ -2,21 +2,12 @@
 #include <cstring>
 
 #include "Fuzz.h"
-#include "agent/Agent.h"
-#include "agent/Profiles.h"
 
 // Rows of any bits in the tables of every family: decoded, audited, and found at a restart.
 
 namespace {
 
-struct Rig {
-  Rig() {
-    agent.make();
-    agent.start(VelaAgent::Agent::Start::fresh);
-  }
-  VelaDevice::SimulatedSwitch chip;
-  VelaAgent::Agent agent{VelaAgent::loadProfile("vela-48-5.1"), chip};
-};
+constexpr const char* profile = "vela-48-5.1";
 
 /// Restarts read whole tables: only those of few rows, or nothing else would be done.
 constexpr U32 fewRows = 600;
@@ -26,7 +17,7 @@ constexpr U32 fewRows = 600;
 /// The first byte chooses a table, the next two a row; the rest is what the rows from there on
 /// hold.
 extern "C" int LLVMFuzzerTestOneInput(const U8* data, std::size_t size) {
-  static Rig rig;
+  static VelaFuzz::Rig rig(profile);
   if (size < 4) return 0;
   const auto& tables = rig.agent.tables();
   VelaAgent::HwTableAdapter& adapter = *tables[data[0] % tables.size()];
@@ -63,7 +54,7 @@ extern "C" int LLVMFuzzerTestOneInput(const U8* data, std::size_t size) {
   if (rows <= fewRows) {
     VelaFuzz::refusable([&] {
       VelaDevice::SimulatedSwitch copy(rig.chip);
-      VelaAgent::Agent next(VelaAgent::loadProfile("vela-48-5.1"), copy);
+      VelaAgent::Agent next(VelaAgent::loadProfile(profile), copy);
       next.make({adapter.name()});
       next.start(VelaAgent::Agent::Start::restart);
     });

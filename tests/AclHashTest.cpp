@@ -1,5 +1,6 @@
 #include "Support.h"
 #include "VelaSwitchTable/VelaTableAclHashes.h"
+#include "device/AclLookup.h"
 
 namespace {
 
@@ -43,41 +44,29 @@ struct AclCase {
   std::vector<U32> words;  ///< Five data words and the control word.
 };
 
+AclCase aclCase(U32 row, AclHashResult result, AclHashKey key, std::vector<U32> words) {
+  return {key, result, row, std::move(words)};
+}
+
 /// All four key layouts at both borders of their type codes, wildcards, the qualifier that types 3,
 /// 7 and 11 ignore, and the extremes of the result.
 const AclCase aclCases[] = {
-    {aclKey(5, 6, "1.2.3.4", "10.1.2.3", 9, 443),
-     {200, 4095},
-     1983,
-     {0x008101e5, 0x000ddc85, 0x10000000, 0x0003fff9, 0, 0x87bf}},
-    {aclKey(5, 3, "1.2.3.4", "0.0.0.0", 9, 0),
-     {1, 1},
-     1851,
-     {0xffffffb5, 0x07ffffff, 0x30000000, 0x00020020, 0, 0x873b}},
-    {aclKey(15, 7, "192.168.0.1", "10.1.2.3", 2, 80),
-     {255, 0x801},
-     371,
-     {0x2a00004f, 0x000143f0, 0xf4000000, 0x0001003f, 0, 0x8173}},
-    {aclKey(1, 10, "0.0.0.0", "10.1.2.3", 2, 0),
-     {0, 0},
-     1608,
-     {0xfffffff1, 0x03fffcbf, 0x14000000, 0x00000000, 0, 0x8648}},
-    {aclKey(1, 11, "192.168.0.1", "10.1.2.3", 2, 80),
-     {7, 99},
-     15,
-     {0x804080c1, 0x2a000042, 0xf80143f0, 0x00000c60, 0, 0x800f}},
-    {aclKey(1, 14, "192.168.0.1", "10.1.2.3", 2, 80),
-     {7, 99},
-     379,
-     {0x804080f1, 0x2a000042, 0xf80140b0, 0x00020c60, 0, 0x817b}},
-    {aclKey(1, 15, "192.168.0.1", "10.1.2.3", 2, 80, 5, 1),
-     {128, 2048},
-     419,
-     {0x2a00004b, 0x804080f0, 0x1c000002, 0x00010010, 0, 0x81a3}},
-    {aclKey(1, 18, "0.0.0.0", "0.0.0.0", 2, 80, 7, 0),
-     {128, 2048},
-     434,
-     {0xfffffffe, 0xffffffff, 0x1c00003f, 0x00010010, 0, 0x81b2}},
+    aclCase(1983, {200, 4095}, aclKey(5, 6, "1.2.3.4", "10.1.2.3", 9, 443),
+            {0x008101e5, 0x000ddc85, 0x10000000, 0x0003fff9, 0, 0x87bf}),
+    aclCase(1851, {1, 1}, aclKey(5, 3, "1.2.3.4", "0.0.0.0", 9, 0),
+            {0xffffffb5, 0x07ffffff, 0x30000000, 0x00020020, 0, 0x873b}),
+    aclCase(419, {128, 2048}, aclKey(1, 15, "192.168.0.1", "10.1.2.3", 2, 80, 5, 1),
+            {0x2a00004b, 0x804080f0, 0x1c000002, 0x00010010, 0, 0x81a3}),
+    aclCase(434, {128, 2048}, aclKey(1, 18, "0.0.0.0", "0.0.0.0", 2, 80, 7, 0),
+            {0xfffffffe, 0xffffffff, 0x1c00003f, 0x00010010, 0, 0x81b2}),
+    aclCase(371, {255, 0x801}, aclKey(15, 7, "192.168.0.1", "10.1.2.3", 2, 80),
+            {0x2a00004f, 0x000143f0, 0xf4000000, 0x0001003f, 0, 0x8173}),
+    aclCase(1608, {0, 0}, aclKey(1, 10, "0.0.0.0", "10.1.2.3", 2, 0),
+            {0xfffffff1, 0x03fffcbf, 0x14000000, 0x00000000, 0, 0x8648}),
+    aclCase(15, {7, 99}, aclKey(1, 11, "192.168.0.1", "10.1.2.3", 2, 80),
+            {0x804080c1, 0x2a000042, 0xf80143f0, 0x00000c60, 0, 0x800f}),
+    aclCase(379, {7, 99}, aclKey(1, 14, "192.168.0.1", "10.1.2.3", 2, 80),
+            {0x804080f1, 0x2a000042, 0xf80140b0, 0x00020c60, 0, 0x817b}),
 };
 
 TEST(AclHash, rowsAreBitExact) {
@@ -91,7 +80,7 @@ TEST(AclHash, rowsAreBitExact) {
       EXPECT_THAT(chip.row("AclHash", 1, 0, expected.row), ElementsAreArray(words))
           << Orb::text(expected.key);
       EXPECT_EQ(chip.chip.registerValue("ingress/processor_acl[1]/hash_ctl"), words.back());
-      EXPECT_EQ(chip.path.acl(1, expected.key), expected.result);
+      EXPECT_EQ(acl(chip.path, 1, expected.key), expected.result);
     }
   }
 }
@@ -134,7 +123,7 @@ TEST(AclHash, waitsForInitializationWithoutATrace) {
   lines = VelaTest::traced(AclHashFamily::trace, 8, [&] {
     table->initHwEntries(true);
     table->initializedIs(true);
-    EXPECT_EQ(chip.path.acl(0, aclCases[0].key), (AclHashResult{1, 1}));
+    EXPECT_EQ(acl(chip.path, 0, aclCases[0].key), (AclHashResult{1, 1}));
     table->entryDel(aclCases[0].key);
     table->handleEntry(aclCases[1].key);
   });

@@ -14,6 +14,7 @@
 #include "VelaSwitchTable/VelaTableNatMatch.h"
 #include "VelaSwitchTable/VelaTableNatRewrite.h"
 #include "VelaSwitchTable/VelaTableVlanGroup.h"
+#include "device/AclLookup.h"
 
 // What callers of single operations can rely on: what is traced and in which words, what stops, and
 // what is passed over.
@@ -98,7 +99,7 @@ TEST(Traces, sayWhichRowsAreNotThere) {
     const auto& identity = hwTable.descriptor().identity;
     started.chip.find(identity.family, 0, 0)->image->present()[index] = 0;
     using Family = typename std::remove_reference_t<decltype(*started.table)>::Family;
-    const auto lines = traced(Family::trace, 5, [&] { convertor.syncEntries(0); });
+    auto lines = traced(Family::trace, 5, [&] { convertor.syncEntries(0); });
     EXPECT_THAT(convertor.auditFindings(), IsEmpty()) << "nothing is desired there";
     return lines;
   };
@@ -149,12 +150,12 @@ TEST(Status, comesBackWhenItWasDeleted) {
   ASSERT_TRUE(rig.table->tableStatus());
   EXPECT_EQ(rig.status({1u}), EntryProgrammedStatus::programmed);
   rig.table->tableStatusDel();
-  rig.path.hashTest(1);
+  hashTest(rig.path, 1);
   EXPECT_TRUE(rig.table->profileConvertor().pollHitBits(Orb::Seconds(4)));
   EXPECT_EQ(rig.table->tableStatus()->entryStatus(HashTestKey{1u})->lastHit().value(), 4);
   rig.table->tableStatusDel();
   rig.table->entryDel(HashTestKey{1u});
-  EXPECT_EQ(rig.path.hashTest(1), std::nullopt);
+  EXPECT_EQ(hashTest(rig.path, 1), std::nullopt);
 }
 
 TEST(Status, tellsOfARowThatCouldNotBeInitialized) {
@@ -325,7 +326,7 @@ TEST(Waiting, behindOneThatWaits) {
   };
   const NatMatchResult result{.valid = true};
   U32 count = 0;
-  while (engine.waiting().size() == 0) nat.first->entryIs(key(count++), result);
+  while (engine.waiting().empty()) nat.first->entryIs(key(count++), result);
   NatMatchKey twin = key(count - 1);
   twin.dport = U16{9};
   const auto status = [&] { return nat.second->tableStatus()->entryStatus(twin)->status(); };
@@ -346,7 +347,7 @@ struct WaitingTest : testing::Test, Started<HashTestTable> {
   /// Statuses tell what the data path finds.
   void expectTruth() {
     for (U32 key = 0; key < keys; ++key) {
-      const auto found = path.hashTest(key);
+      const auto found = hashTest(path, key);
       const auto* entry = table->entry(HashTestKey{key});
       const auto is = status({key});
       ASSERT_TRUE(is != EntryProgrammedStatus::notProgrammed || (!entry && !found)) << key;
@@ -362,7 +363,7 @@ struct WaitingTest : testing::Test, Started<HashTestTable> {
     for (U32 key = 0; key < keys; ++key) {
       const auto is = status({key});
       ASSERT_EQ(is == EntryProgrammedStatus::notProgrammed, !table->entry(HashTestKey{key}));
-      ASSERT_EQ(path.hashTest(key).has_value(), is == EntryProgrammedStatus::programmed);
+      ASSERT_EQ(hashTest(path, key).has_value(), is == EntryProgrammedStatus::programmed);
       programmed += is == EntryProgrammedStatus::programmed ? 1 : 0;
       if (is == EntryProgrammedStatus::tableFull) {
         ASSERT_FALSE(physical.competitors(*table->cachedItem(HashTestKey{key})).empty()) << key;
@@ -427,7 +428,7 @@ TEST_F(WaitingTest, throughObserversThatActOnIt) {
   for (int step = 0; step < 20000; ++step) {
     if (random.below(8) == 0) chip.failWritesIs(random.below(3), random.below(3));
     announceOrWithdraw();
-    path.hashTest(random.below(keys));
+    hashTest(path, random.below(keys));
     if (step % 30 == 0) table->profileConvertor().pollHitBits(Orb::Seconds(step + 1));
     if (step % 700 == 0) table->initHwEntries(true);
     if (step % 10 != 0) continue;

@@ -67,8 +67,8 @@ class Matching {
 
  private:
   bool augment(Item* item, std::set<CuckooLocation>& tried) {
-    for (U8 way = 0; way < item->rows().size(); ++way) {
-      const CuckooLocation at{way, item->rows()[way]};
+    for (U32 way = 0; way < item->rows().size(); ++way) {
+      const CuckooLocation at{static_cast<U8>(way), item->rows()[way]};
       if (!tried.insert(at).second) continue;
       if (!row_.contains(at) || augment(row_[at], tried)) {
         row_[at] = item;

@@ -2,6 +2,7 @@
 
 #include <sstream>
 
+#include "Bridging/EthAddr.h"
 #include "VelaSwitchTable/VelaTableCopp.h"
 #include "VelaSwitchTable/VelaTableLpmTables.h"
 #include "agent/Events.h"
@@ -309,7 +310,7 @@ std::vector<Group> groups(const VelaSwitch::ProfileInfo& profile) {
     Group group{{family.name}, {}};
     for (U32 i = 0; i < family.instances(profile); ++i) group.tables.emplace_back(family.name, i);
     if (family.name == "Lpm29") {
-      group.make.push_back("StarG");
+      group.make.emplace_back("StarG");
       group.tables.emplace_back("StarG", 0);
     }
     all.push_back(std::move(group));

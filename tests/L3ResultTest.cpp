@@ -3,6 +3,8 @@
 #include "VelaSwitchTable/VelaTableL3FloodBitmap.h"
 #include "VelaSwitchTable/VelaTableL3Lag.h"
 #include "VelaSwitchTable/VelaTableNatRewrite.h"
+#include "device/NatLookup.h"
+#include "device/RouteLookup.h"
 
 namespace {
 
@@ -34,7 +36,7 @@ TEST(L3FloodArp, rowsAreBitExactOnEveryEgressProcessor) {
                             0x77f0));
   }
   EXPECT_EQ(chip.table->profileConvertorPtr()->hwTables().size(), 24u);
-  EXPECT_EQ(chip.path.l3FloodArp(127)->ethAddr(), mac);
+  EXPECT_EQ(l3FloodArp(chip.path, 127)->ethAddr(), mac);
   chip.table->entryDel(L3FloodId(127));
   EXPECT_THAT(chip.row("L3FloodArp", 0, 0, 127),
               ElementsAre(0, 0x57e0, 0, 0x77e0, 0, 0x57f0, 0, 0x77f0));
@@ -64,7 +66,7 @@ TEST(L3FloodBitmap, rowsAreBitExact) {
   Started<L3FloodBitmapTable> small("vela-20-4.0");
   small.table->entryIs(L3FloodId(0), {IngressPortMask(ports20)});
   EXPECT_THAT(small.row("L3FloodBitmap", 0, 0, 0), ElementsAre(0x001f0f07, 0, 0x002a0000));
-  EXPECT_EQ(small.path.l3FloodBitmap(0)->portMask().bits(), ports20 & 0xfffff);
+  EXPECT_EQ(l3FloodBitmap(small.path, 0)->portMask().bits(), ports20 & 0xfffff);
 }
 
 TEST(L3Lag, rowsAreBitExact) {
@@ -77,7 +79,7 @@ TEST(L3Lag, rowsAreBitExact) {
   Started<L3LagTable> small("vela-20-4.0");
   small.table->entryIs(L3LagIndex(63), {IngressPortMask(ports20), true});
   EXPECT_THAT(small.row("L3Lag", 0, 0, 63), ElementsAre(0x007f0f07, 0, 0x0026003f));
-  EXPECT_TRUE(small.path.l3Lag(63)->cpuPriority());
+  EXPECT_TRUE(l3Lag(small.path, 63)->cpuPriority());
 }
 
 TEST(NatRewrite, everyPortPairHasItsRows) {
@@ -92,7 +94,7 @@ TEST(NatRewrite, everyPortPairHasItsRows) {
   EXPECT_THAT(chip.row("NatRewrite", 0, 0, 23 * 4096 + 4095),
               ElementsAre(0xff010203, 0x0001ffff, 0x3ffe));
   EXPECT_EQ(chip.chip.registerValue("egress/processor[23]/nat_lum_ip"), 0xff010203);
-  EXPECT_EQ(chip.path.natRewrite(6, 17)->newPort(), 1024);
+  EXPECT_EQ(natRewrite(chip.path, 6, 17)->newPort(), 1024);
   const auto& counters = chip.table->profileConvertorPtr()->entryCounters();
   ASSERT_EQ(counters.size(), 24u);
   EXPECT_EQ(counters[3].used(), 1u);

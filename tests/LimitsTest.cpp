@@ -158,13 +158,14 @@ TEST(Limits, entriesThatAnswerNothingAreWarnedOfOnceATable) {
   }
 }
 
-TEST(Limits, whatTheSwitchDoesNotHaveIsRefusedInAClearLine) {
-  struct Refused {
-    const char* table;
-    const char* key;
-    const char* refusal;
-    const char* result = "null";
-  };
+struct Refused {
+  const char* table;
+  const char* key;
+  const char* refusal;
+  const char* result = "null";
+};
+
+TEST(Limits, resultsThatTheSwitchDoesNotHaveAreRefusedInAClearLine) {
   const Refused results[] = {
       {"VlanMembership", "5", "vrfBits 8: this switch has VRFs 0 to 7", R"({"vrfBits":8})"},
       {"VlanMembership", "5", "natEnable 2: this switch has ingress pipes 0 to 1",
@@ -187,6 +188,10 @@ TEST(Limits, whatTheSwitchDoesNotHaveIsRefusedInAClearLine) {
   for (const auto& each : results) {
     EXPECT_EQ(told.set(each.table, json(each.key), json(each.result)), each.refusal);
   }
+  EXPECT_EQ(told.agent.programmed(), 0u);
+}
+
+TEST(Limits, keysThatTheSwitchDoesNotHaveAreRefusedWhateverIsAsked) {
   const Refused keys[] = {
       {"AclHash", R"({"type":19})", "type 19: this switch has ACL types 0 to 18"},
       {"NatMatch", R"({"natType":2,"sport":1})",
@@ -212,6 +217,7 @@ TEST(Limits, whatTheSwitchDoesNotHaveIsRefusedInAClearLine) {
       {"RxPortMirror", "48", "portId 48: this switch has ports 0 to 47"},
       {"Copp", "13", "key 13: Copp has rows 0 to 12"},
   };
+  Told told;
   for (const auto& each : keys) {
     SCOPED_TRACE(each.table);
     const Json key = json(each.key);
@@ -223,6 +229,10 @@ TEST(Limits, whatTheSwitchDoesNotHaveIsRefusedInAClearLine) {
       EXPECT_EQ(told(event), each.refusal) << event;
     }
   }
+  EXPECT_EQ(told.agent.programmed(), 0u);
+}
+
+TEST(Limits, lookupsThatTheSwitchDoesNotHaveAreRefused) {
   const Refused lookups[] = {
       {"Route", R"({"vrf":8,"address":"10.0.0.1"})", "vrf 8: this switch has VRFs 0 to 7"},
       {"VlanMembership", R"({"vid":5,"port":48})", "port 48: this switch has ports 0 to 47"},
@@ -232,11 +242,11 @@ TEST(Limits, whatTheSwitchDoesNotHaveIsRefusedInAClearLine) {
       {"LagMember", R"({"ingressPort":1,"bucket":32})",
        "bucket 32: this switch has LAG buckets 0 to 31"},
   };
+  Told told;
   for (const auto& each : lookups) {
     const Json key = json(each.key);
     EXPECT_EQ(told({{"op", "lookup"}, {"table", each.table}, {"key", key}}), each.refusal);
   }
-  EXPECT_EQ(told.agent.programmed(), 0u);
 }
 
 /// The bit is flipped in the hardware table that has the entry's row.

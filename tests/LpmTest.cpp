@@ -1,6 +1,7 @@
 #include "Support.h"
 #include "VelaSwitchTable/VelaTableLpm11.h"
 #include "VelaSwitchTable/VelaTableLpmTables.h"
+#include "device/RouteLookup.h"
 
 namespace {
 
@@ -79,7 +80,7 @@ TEST(Lpm11, doesNothingBeforeItIsInitialized) {
   EXPECT_EQ(chip.chip.registerWrites(), 0u);
   table->initHwEntries(true);
   table->initializedIs(true);
-  EXPECT_EQ(chip.path.lpm11(0, Ipnet::IpAddr(7u << 21))->cellResult().l3LagIndex(), 1);
+  EXPECT_EQ(lpm11(chip.path, 0, Ipnet::IpAddr(7u << 21))->cellResult().l3LagIndex(), 1);
 }
 
 TEST(Lpm11, textForms) {
@@ -95,55 +96,33 @@ TEST(Lpm11, textForms) {
 
 // The hashed levels.
 
-struct LevelRow {
-  const char* profile;
-  U8 longest;
-  LpmKey at;
-  LpmResult result;
-  U32 row;  ///< In way 0.
-  std::vector<U32> image;
-};
+/// `row` lies in way 0.
+void levelRowIs(const char* profile, U8 longest, const LpmKey& at, const LpmResult& result, U32 row,
+                const std::vector<U32>& image) {
+  SCOPED_TRACE(int{longest});
+  Started<LpmBaseTable> chip(profile, lpmLevelTableFactory(longest, "level"));
+  chip.table->entryIs(at, result);
+  const auto* hwTable = chip.table->profileConvertorPtr()->hwTable(0).get();
+  EXPECT_EQ(std::vector<U32>(hwTable->image(row), hwTable->image(row) + 7), image);
+  const std::vector<U32> registers(image.begin(), image.begin() + 5);
+  const std::string family = "Lpm" + std::to_string(longest);
+  for (U32 pipeline = 0; pipeline < chip.profile->pipelines(); ++pipeline) {
+    EXPECT_EQ(chip.row(family.c_str(), 0, pipeline, row), registers);
+  }
+}
 
 TEST(LpmLevels, rowsAreBitExact) {
-  const LevelRow rows[] = {
-      {"vela-48-4.1",
-       32,
-       key(3, "10.1.2.4/30"),
-       cells({cell(5, 2, 30), cell(5, 2, 30), cell(56, 63, 32), none}, true),
-       321,
-       {0x10bc2804, 0x9ff1042c, 0x0000381c, 0, 0x00020141, 0x0a010204, 0x0002079e}},
-      {"vela-48-5.1",
-       29,
-       key(6, "192.168.77.64/27"),
-       cells({cell(1, 1, 27), cell(1, 1, 27), cell(2, 0, 28), cell(3, 9, 29)}),
-       3428,
-       {0x60036054, 0x0a041810, 0x00024340, 0, 0x00060d64, 0xc0a84d40, 0x0075c6db}},
-      {"vela-48-32vrf",
-       14,
-       key(31, "172.16.0.0/12"),
-       cells({cell(7, 0, 12), cell(7, 0, 12), cell(7, 0, 12), cell(7, 0, 12)}),
-       451,
-       {0x01e007fe, 0x801e0078, 0x00000002, 0, 0x000201c3, 0xac100000, 0x0030c30c}},
-      {"vela-48-5.1",
-       26,
-       key(0, "203.0.113.0/24"),
-       cells({none, cell(9, 5, 26), none, none}),
-       2294,
-       {0x70398cb0, 0xe7039052, 0x000000c0, 0, 0x000208f6, 0xcb007100, 0x00000680}},
-  };
-  for (const LevelRow& expected : rows) {
-    SCOPED_TRACE(int{expected.longest});
-    Started<LpmBaseTable> chip(expected.profile, lpmLevelTableFactory(expected.longest, "level"));
-    chip.table->entryIs(expected.at, expected.result);
-    const auto* hwTable = chip.table->profileConvertorPtr()->hwTable(0).get();
-    EXPECT_EQ(std::vector<U32>(hwTable->image(expected.row), hwTable->image(expected.row) + 7),
-              expected.image);
-    const std::vector<U32> registers(expected.image.begin(), expected.image.begin() + 5);
-    const std::string family = "Lpm" + std::to_string(expected.longest);
-    for (U32 pipeline = 0; pipeline < chip.profile->pipelines(); ++pipeline) {
-      EXPECT_EQ(chip.row(family.c_str(), 0, pipeline, expected.row), registers);
-    }
-  }
+  levelRowIs("vela-48-4.1", 32, key(3, "10.1.2.4/30"),
+             cells({cell(5, 2, 30), cell(5, 2, 30), cell(56, 63, 32), none}, true), 321,
+             {0x10bc2804, 0x9ff1042c, 0x0000381c, 0, 0x00020141, 0x0a010204, 0x0002079e});
+  levelRowIs("vela-48-5.1", 29, key(6, "192.168.77.64/27"),
+             cells({cell(1, 1, 27), cell(1, 1, 27), cell(2, 0, 28), cell(3, 9, 29)}), 3428,
+             {0x60036054, 0x0a041810, 0x00024340, 0, 0x00060d64, 0xc0a84d40, 0x0075c6db});
+  levelRowIs("vela-48-32vrf", 14, key(31, "172.16.0.0/12"),
+             cells({cell(7, 0, 12), cell(7, 0, 12), cell(7, 0, 12), cell(7, 0, 12)}), 451,
+             {0x01e007fe, 0x801e0078, 0x00000002, 0, 0x000201c3, 0xac100000, 0x0030c30c});
+  levelRowIs("vela-48-5.1", 26, key(0, "203.0.113.0/24"), cells({none, cell(9, 5, 26), none, none}),
+             2294, {0x70398cb0, 0xe7039052, 0x000000c0, 0, 0x000208f6, 0xcb007100, 0x00000680});
 }
 
 TEST(LpmLevels, refuseWhatTheyDoNotServe) {

@@ -1,6 +1,7 @@
 #include "Support.h"
 #include "VelaSwitchTable/VelaTableSG.h"
 #include "VelaSwitchTable/VelaTableStarG.h"
+#include "device/RouteLookup.h"
 
 namespace {
 
@@ -38,8 +39,8 @@ TEST(SG, rowsAreBitExactInBothLayouts) {
     const std::vector<U32> registers(expected.begin(), expected.begin() + 5);
     EXPECT_EQ(chip.row("SG", 0, 0, 4245), registers);
     EXPECT_EQ(chip.row("SG", 0, 1, 4245), registers);
-    EXPECT_EQ(chip.path.sg(at)->portMask().bits(), ports);
-    EXPECT_EQ(chip.path.sg(key("10.0.0.2", "239.1.2.3", 100)), std::nullopt);
+    EXPECT_EQ(sg(chip.path, at)->portMask().bits(), ports);
+    EXPECT_EQ(sg(chip.path, key("10.0.0.2", "239.1.2.3", 100)), std::nullopt);
   }
 }
 
@@ -54,7 +55,7 @@ TEST(StarG, rowsAreBitExact) {
   chip.table->entryIs(key("0.0.0.0", "224.0.0.5", 4094), {U8{3}, IngressPortMask(0x1f0f0f)});
   EXPECT_THAT(image(*chip.table, 3474, 7),
               ElementsAre(0xfffe0000, 0x007c3c3c, 0, 0, 0x00060d92, 0xe0000005, 0));
-  EXPECT_EQ(chip.path.starG(key("9.9.9.9", "224.0.0.5", 4094))->vlanGroupId(), 3);
+  EXPECT_EQ(starG(chip.path, key("9.9.9.9", "224.0.0.5", 4094))->vlanGroupId(), 3);
 }
 
 /// The source's own route wins, the group's is there for the others.
@@ -66,11 +67,11 @@ TEST(Multicast, theSourcesRouteComesFirst) {
   chip.startTogether({level.get(), starG.get(), sg.get()});
   starG->entryIs(key("0.0.0.0", "225.0.0.1", 7), {U8{1}, IngressPortMask(1)});
   sg->entryIs(key("10.0.0.1", "225.0.0.1", 7), {U8{2}, IngressPortMask(2)});
-  EXPECT_EQ(chip.path.multicast(key("10.0.0.1", "225.0.0.1", 7))->vlanGroupId(), 2);
-  EXPECT_EQ(chip.path.multicast(key("10.0.0.2", "225.0.0.1", 7))->vlanGroupId(), 1);
-  EXPECT_EQ(chip.path.multicast(key("10.0.0.2", "225.0.0.1", 8)), std::nullopt);
+  EXPECT_EQ(multicast(chip.path, key("10.0.0.1", "225.0.0.1", 7))->vlanGroupId(), 2);
+  EXPECT_EQ(multicast(chip.path, key("10.0.0.2", "225.0.0.1", 7))->vlanGroupId(), 1);
+  EXPECT_EQ(multicast(chip.path, key("10.0.0.2", "225.0.0.1", 8)), std::nullopt);
   sg->entryDel(key("10.0.0.1", "225.0.0.1", 7));
-  EXPECT_EQ(chip.path.multicast(key("10.0.0.1", "225.0.0.1", 7))->vlanGroupId(), 1);
+  EXPECT_EQ(multicast(chip.path, key("10.0.0.1", "225.0.0.1", 7))->vlanGroupId(), 1);
 }
 
 TEST(StarG, aValidRowWithoutTheTagIsAnInternalError) {

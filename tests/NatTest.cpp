@@ -2,6 +2,8 @@
 #include "VelaSwitchTable/VelaTableAclIndirectCounterHash.h"
 #include "VelaSwitchTable/VelaTableNatDynMatch.h"
 #include "VelaSwitchTable/VelaTableNatMatch.h"
+#include "device/AclLookup.h"
+#include "device/NatLookup.h"
 
 namespace {
 
@@ -71,7 +73,7 @@ TEST(NatMatch, rowsAreBitExact) {
     EXPECT_EQ(chip.row("NatMatch", 0, 1, expected.row), registers);
     EXPECT_EQ(chip.table->cachedItem(expected.at)->hwCompareEncoding(),
               (U64{expected.image[1]} << 32 | expected.image[0]) & 0x7FFFFFFFFFFF);
-    EXPECT_EQ(chip.path.natMatch(0, expected.at)->natRewriteId(), expected.is.natRewriteId());
+    EXPECT_EQ(natMatch(chip.path, 0, expected.at)->natRewriteId(), expected.is.natRewriteId());
   }
 }
 
@@ -88,8 +90,8 @@ TEST(NatDynMatch, rowsAreBitExact) {
   second->entryIs(key(3, 2, "10.1.2.3", "203.0.113.9", 50000, 53), dynResult(2, 5, false, 56, 0));
   EXPECT_EQ(image(*second, 965), (std::vector<U32>{0x42428040, 0xd432c01c, 0x7a800d70, 0x00e00001,
                                                    0x000a03c5, 0x0a010203}));
-  EXPECT_TRUE(chip.path.natDynMatch(1, key(0, 2, "10.1.2.3", "203.0.113.9", 50000, 53)));
-  EXPECT_FALSE(chip.path.natDynMatch(0, key(0, 2, "10.1.2.3", "203.0.113.9", 50000, 53)));
+  EXPECT_TRUE(natDynMatch(chip.path, 1, key(0, 2, "10.1.2.3", "203.0.113.9", 50000, 53)));
+  EXPECT_FALSE(natDynMatch(chip.path, 0, key(0, 2, "10.1.2.3", "203.0.113.9", 50000, 53)));
 }
 
 TEST(AclIndirectCounter, rowsAreBitExact) {
@@ -101,9 +103,9 @@ TEST(AclIndirectCounter, rowsAreBitExact) {
   EXPECT_EQ(image(*chip.table, 1980), (std::vector<U32>{0x7100, 0, 0, 0, 0, 0x000487bc, 1}));
   EXPECT_EQ(chip.row("AclIndirectCounterHash", 1, 0, 783),
             (std::vector<U32>{0x2477, 0, 0, 0, 0, 0x0004830f}));
-  EXPECT_EQ(chip.path.aclCounter(1, 0xBEEF)->counterIndex(), 0x123);
-  EXPECT_EQ(chip.path.aclCounter(1, 1)->counterIndex(), 5000 & 4095);
-  EXPECT_FALSE(chip.path.aclCounter(1, 2));
+  EXPECT_EQ(aclCounter(chip.path, 1, 0xBEEF)->counterIndex(), 0x123);
+  EXPECT_EQ(aclCounter(chip.path, 1, 1)->counterIndex(), 5000 & 4095);
+  EXPECT_FALSE(aclCounter(chip.path, 1, 2));
   const auto properties = chip.table->helper()->doGetPhysTableProperties();
   EXPECT_EQ(properties->tableId(), 57u);
   EXPECT_EQ(chip.table->fwkType().sourceUnit(), "VelaTableAclIndirectCounterHash");
@@ -136,7 +138,7 @@ TEST(NatMatch, fieldsAreTracedAndOddProtocolsReported) {
         "getHash 5:36 = 0xa010203", "setHwBuffer unexpected proto=5"}) {
     EXPECT_THAT(lines, testing::Contains(line));
   }
-  EXPECT_EQ(chip.path.natMatch(0, at)->proto(), 0);
+  EXPECT_EQ(natMatch(chip.path, 0, at)->proto(), 0);
 }
 
 }  // namespace

@@ -10,6 +10,8 @@
 #include "VelaSwitchTable/VelaTablePortConfig.h"
 #include "VelaSwitchTable/VelaTableProtocolRemap.h"
 #include "VelaSwitchTable/VelaTableVlanGroup.h"
+#include "device/PortLookup.h"
+#include "device/VlanLookup.h"
 
 namespace {
 
@@ -29,7 +31,7 @@ TEST(NativeVlan, tagsAreInBothRegistersOfThePort) {
   const NativeVlanResult tag{Bridging::VlanId(100), U8{1}, U8{5}};
   EXPECT_EQ(rig.writes({ChipPortId(7)}, tag), 2u);
   EXPECT_EQ(rig.writes({ChipPortId(7)}, tag), 0u);
-  EXPECT_EQ(rig.path.nativeVlan(7)->pcp(), 5);
+  EXPECT_EQ(nativeVlan(rig.path, 7)->pcp(), 5);
   EXPECT_EQ(tag.resultString(), "vlan: 100 dei:0x1 pcp:0x5");
 }
 
@@ -39,7 +41,7 @@ TEST(PortConfig, modesAndFlags) {
   rig.table->entryIs({ChipPortId(47)}, {PortMode::qinq, true, true});
   EXPECT_EQ(rig.chip.registerValue("egress/port[0]/cfg"), 5u);
   EXPECT_EQ(rig.chip.registerValue("egress/port[47]/vlan_cfg"), 14u);
-  EXPECT_EQ(rig.path.portConfig(47)->portMode(), "qinq");
+  EXPECT_EQ(portConfig(rig.path, 47)->portMode(), "qinq");
   rig.table->entryDel({ChipPortId(47)});
   EXPECT_EQ(rig.chip.registerValue("egress/port[47]/cfg"), 0u);
   EXPECT_EQ((PortConfigResult{PortMode::qinq, true, false}.resultString()),
@@ -95,9 +97,9 @@ TEST(LagGroup, thePortsOwnTableAndTheCpus) {
   EXPECT_THAT(rig.words(1, 24), ElementsAre(5, 0x80000001)) << "first port of its table";
   EXPECT_EQ(rig.writes({ChipPortId(24)}, LagGroupResult{5u}), 0u);
   rig.table->entryIs({ChipPortId(26)}, {6u});
-  EXPECT_EQ(rig.path.lagGroup(26)->lagGroupId(), 6u);
+  EXPECT_EQ(lagGroup(rig.path, 26)->lagGroupId(), 6u);
   rig.table->entryDel({ChipPortId(26)});
-  EXPECT_EQ(rig.path.lagGroup(26)->lagGroupId(), 0u);
+  EXPECT_EQ(lagGroup(rig.path, 26)->lagGroupId(), 0u);
   EXPECT_EQ(testing::PrintToString(LagGroupResult{11u}), "0x0b");
 }
 
@@ -153,7 +155,7 @@ TEST(LagMembership, masksAndSelection) {
   result.portIs(ChipPortId(34), false);
   EXPECT_EQ(rig.writes({ChipPortId(26)}, result), 2u);
   EXPECT_EQ(rig.writes({ChipPortId(26)}, result), 0u);
-  EXPECT_THAT(rig.path.lagMembership(26)->port(), ElementsAre(0, 33));
+  EXPECT_THAT(lagMembership(rig.path, 26)->port(), ElementsAre(0, 33));
   EXPECT_EQ(Orb::text(LagMembershipResult(4u)),
             "Value('VelaSwitchTable::LagMembershipResult', ** {'port': {}, 'lagGroupId': 4})");
   EXPECT_LT(LagMembershipResult(4u), LagMembershipResult(5u));
@@ -175,10 +177,10 @@ TEST(Lags, bucketsPickMembers) {
   }
   for (const U32 ingress : {0u, 40u}) {
     for (U32 bucket = 0; bucket < 8; ++bucket) {
-      EXPECT_EQ(chip.path.lagMember(ingress, 3, bucket)->portId(), members[bucket % 4]);
+      EXPECT_EQ(lagMember(chip.path, ingress, 3, bucket)->portId(), members[bucket % 4]);
     }
   }
-  EXPECT_EQ(chip.path.lagMember(0, 4, 0), std::nullopt);
+  EXPECT_EQ(lagMember(chip.path, 0, 4, 0), std::nullopt);
 }
 
 TEST(VlanGroup, everyEgressProcessorHasEveryGroup) {
@@ -190,7 +192,7 @@ TEST(VlanGroup, everyEgressProcessorHasEveryGroup) {
     EXPECT_THAT(rig.words(0, processor * 16 + 15),
                 ElementsAre(0x00650064, 0x000043c8, 0x00670066, 0x000043d8, 0x00690068, 0x000043e8,
                             0x0000006a, 0x000043f0));
-    EXPECT_THAT(rig.path.vlanGroup(processor, 15)->vlanIds(),
+    EXPECT_THAT(vlanGroup(rig.path, processor, 15)->vlanIds(),
                 ElementsAre(100, 101, 102, 103, 104, 105, 106, 0));
   }
   EXPECT_EQ(rig.chip.registerValue("egress/processor[23]/lum_ctl_addr_data"), 0x43f0u);

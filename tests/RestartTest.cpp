@@ -169,6 +169,9 @@ class Restart : public VelaTest::ProfileTest {
     return corrupted;
   }
 
+  struct Late;
+  struct Whole;
+
   static constexpr U32 most = 200;  ///< Entries of a table.
   static constexpr U32 allReads = ~0u / 2;
 };
@@ -309,115 +312,144 @@ TEST_P(Restart, rowsThatCannotBeReadAreLeftAlone) {
   }
 }
 
+/// An agent on a switch of which some rows answer late, beside one that got every answer at once.
+struct Restart::Late : Restart::Rig {
+  enum class Round : U8 { quiet, withdraws, announces };
+
+  Late(Restart& ofTest, DarkSwitch& darkSwitch, Rig& other, Round how)
+      : Rig(ofTest.profile, other.group, darkSwitch, Start::restart, how != Round::quiet),
+        test(ofTest),
+        chip(darkSwitch),
+        sound(other),
+        round(how) {}
+
+  void audit(bool repair) {
+    for (const auto& table : tables()) {
+      table->audit();
+      if (repair) table->repair();
+    }
+  }
+  void withdraw(const VelaTest::EntryKey& key) {
+    const U32 asked = chip.asked;
+    for (Rig* rig : {&sound, static_cast<Rig*>(this)}) rig->of(key).del(key.second);
+    ASSERT_EQ(chip.asked, asked) << "what cannot be read is not asked again each time";
+    told[key] = false;
+  }
+  /// What may happen to an entry while rows do not answer.
+  void meddle(const VelaTest::EntryKey& key) {
+    const U32 what = test.random.below(32);
+    if (what == 0) audit(true);
+    if (what == 1) complete();
+    if (what > 1 && what < 8 && (round == Round::announces || !hashed())) {
+      const Json other = test.generator.result(group.tables[key.first].first, key.second);
+      for (Rig* rig : {&sound, static_cast<Rig*>(this)}) {
+        ASSERT_NE(rig->set(key, other), EntryProgrammedStatus::hardwareError) << key.second;
+      }
+      told[key] = true;
+    }
+    if (what > 5 && what < 12) {
+      ASSERT_NO_FATAL_FAILURE(withdraw(key));
+    }
+  }
+  /// What was withdrawn and may still answer has a status that says so.
+  void expectStatuses() {
+    std::size_t lingering = 0;
+    for (const auto& table : tables()) {
+      for (const auto& status : table->statuses()) {
+        lingering += status.status == EntryProgrammedStatus::hardwareError ? 1 : 0;
+      }
+    }
+    const auto answering = std::count_if(told.begin(), told.end(), [&](const auto& each) {
+      return hashed() && !each.second && !find(each.first).is_null();
+    });
+    ASSERT_LE(static_cast<std::size_t>(answering), lingering);
+  }
+  /// The entries are those of the other agent, and none that was withdrawn.
+  void expectSame() {
+    const Json expected = sound.entries();
+    const Json own = entries();
+    for (const Json& entry : own) {
+      ASSERT_NE(std::find(expected.begin(), expected.end(), entry), expected.end()) << entry;
+    }
+    if (round != Round::announces || !hashed()) {
+      ASSERT_EQ(own.size(), expected.size());
+    }
+    for (const auto& [key, present] : told) {
+      ASSERT_TRUE(present || !hashed() || find(key).is_null()) << key.second;
+    }
+    if (!withdrawer) return;
+    for (const auto& key : withdrawer->withdrawn) {
+      if (withdrawer->table.entry(key)) continue;
+      // The flow may be the other table's by now: both have the same rows.
+      const Json withdrawn = VelaAgent::toJson(key);
+      ASSERT_TRUE(told.contains({0, withdrawn}) || told.contains({1, withdrawn}) ||
+                  find({0, withdrawn}).is_null())
+          << withdrawn;
+    }
+  }
+  /// Every row answers from now on.
+  void answer(bool audited) {
+    chip.dark = 0;
+    if (audited) {
+      audit(false);
+      if (round == Round::quiet) {
+        ASSERT_EQ(marks(), 0u);
+      }
+      ASSERT_NO_FATAL_FAILURE(expectSame());
+    }
+    complete();
+    sound.complete();
+    if (round == Round::quiet) {
+      ASSERT_TRUE(written.empty()) << "every row was right";
+    }
+    ASSERT_NO_FATAL_FAILURE(expectSame());
+    if (round != Round::quiet) audit(true);
+    for (Rig* rig : {&sound, static_cast<Rig*>(this)}) {
+      ASSERT_EQ(rig->marks(), 0u);
+      for (const auto& table : rig->tables()) {
+        table->audit();
+        ASSERT_TRUE(table->findings().empty()) << table->name();
+        for (const auto& status : table->statuses()) {
+          ASSERT_NE(status.status, EntryProgrammedStatus::hardwareError) << status.key;
+        }
+      }
+    }
+  }
+
+  Restart& test;
+  DarkSwitch& chip;
+  Rig& sound;
+  Round round;
+  std::map<VelaTest::EntryKey, bool> told;  ///< Announced or withdrawn meanwhile.
+};
+
 /// Rows that answer late are taken up as if they had answered at once, whatever happens meanwhile:
 /// audits, repairs, withdrawals of what was not read yet, by whom it was announced or by those who
 /// hear of it. Entries of hash tables that are announced meanwhile may be written over others.
 TEST_P(Restart, rowsThatAnswerLaterAreTakenUpThen) {
-  enum class Round : U8 { quiet, withdraws, announces };
   for (const Group& group : VelaTest::groups(*profile)) {
     if (group.name() == "Route") continue;
     SCOPED_TRACE(group.name());
     const Desired desired = generator.entries(group, most);
     const VelaDevice::SimulatedSwitch saved = left(group, desired);
     for (int n = 0; n < 6; ++n) {
-      const auto round = static_cast<Round>(n / 2);
+      const auto round = static_cast<Late::Round>(n / 2);
+      const bool quiet = round == Late::Round::quiet;
       SCOPED_TRACE(n);
       VelaDevice::SimulatedSwitch copy(saved);
-      Rig sound(profile, group, copy, Agent::Start::restart, round != Round::quiet);
-      const bool hash = sound.hashed();
+      Rig sound(profile, group, copy, Agent::Start::restart, !quiet);
       DarkSwitch chip(saved);
       const bool copies = sound.tables()[0]->convertor().hwTables().size() > 1;
-      if (hash && copies && round == Round::withdraws) corrupt(group, chip, true);
+      if (sound.hashed() && copies && round == Late::Round::withdraws) corrupt(group, chip, true);
       chip.seed = random();
       chip.dark = 1 + random.below(8);
-      Rig after(profile, group, chip, Agent::Start::restart, round != Round::quiet);
-      const auto audit = [&](bool repair) {
-        for (const auto& table : after.tables()) {
-          table->audit();
-          if (repair) table->repair();
-        }
-      };
-      std::map<VelaTest::EntryKey, bool> told;
-      const auto withdraw = [&](const VelaTest::EntryKey& key) {
-        const U32 asked = chip.asked;
-        for (Rig* rig : {&sound, &after}) rig->of(key).del(key.second);
-        ASSERT_EQ(chip.asked, asked) << "what cannot be read is not asked again each time";
-        told[key] = false;
-      };
+      Late late(*this, chip, sound, round);
       for (const auto& [key, result] : desired) {
-        if (round == Round::quiet) break;
-        const U32 what = random.below(32);
-        if (what == 0) audit(true);
-        if (what == 1) after.complete();
-        if (what > 1 && what < 8 && (round == Round::announces || !hash)) {
-          const Json other = generator.result(group.tables[key.first].first, key.second);
-          for (Rig* rig : {&sound, &after}) {
-            ASSERT_NE(rig->set(key, other), EntryProgrammedStatus::hardwareError) << key.second;
-          }
-          told[key] = true;
-        }
-        if (what > 5 && what < 12) {
-          ASSERT_NO_FATAL_FAILURE(withdraw(key));
-        }
+        if (quiet) break;
+        ASSERT_NO_FATAL_FAILURE(late.meddle(key));
       }
-      // What was withdrawn and may still answer has a status that says so.
-      std::size_t lingering = 0;
-      for (const auto& table : after.tables()) {
-        for (const auto& status : table->statuses()) {
-          lingering += status.status == EntryProgrammedStatus::hardwareError ? 1 : 0;
-        }
-      }
-      const auto answering = std::count_if(told.begin(), told.end(), [&](const auto& each) {
-        return hash && !each.second && !after.find(each.first).is_null();
-      });
-      ASSERT_LE(static_cast<std::size_t>(answering), lingering);
-      const auto expectSame = [&] {
-        const Json expected = sound.entries();
-        const Json entries = after.entries();
-        for (const Json& entry : entries) {
-          ASSERT_NE(std::find(expected.begin(), expected.end(), entry), expected.end()) << entry;
-        }
-        if (round != Round::announces || !hash) {
-          ASSERT_EQ(entries.size(), expected.size());
-        }
-        for (const auto& [key, present] : told) {
-          ASSERT_TRUE(present || !hash || after.find(key).is_null()) << key.second;
-        }
-        if (!after.withdrawer) return;
-        for (const auto& key : after.withdrawer->withdrawn) {
-          if (after.withdrawer->table.entry(key)) continue;
-          // The flow may be the other table's by now: both have the same rows.
-          const Json withdrawn = VelaAgent::toJson(key);
-          ASSERT_TRUE(told.contains({0, withdrawn}) || told.contains({1, withdrawn}) ||
-                      after.find({0, withdrawn}).is_null())
-              << withdrawn;
-        }
-      };
-      chip.dark = 0;
-      if (n % 2 != 0) {
-        audit(false);
-        if (round == Round::quiet) {
-          ASSERT_EQ(after.marks(), 0u);
-        }
-        ASSERT_NO_FATAL_FAILURE(expectSame());
-      }
-      after.complete();
-      sound.complete();
-      if (round == Round::quiet) {
-        ASSERT_TRUE(after.written.empty()) << "every row was right";
-      }
-      ASSERT_NO_FATAL_FAILURE(expectSame());
-      if (round != Round::quiet) audit(true);
-      for (Rig* rig : {&sound, &after}) {
-        ASSERT_EQ(rig->marks(), 0u);
-        for (const auto& table : rig->tables()) {
-          table->audit();
-          ASSERT_TRUE(table->findings().empty()) << table->name();
-          for (const auto& status : table->statuses()) {
-            ASSERT_NE(status.status, EntryProgrammedStatus::hardwareError) << status.key;
-          }
-        }
-      }
+      ASSERT_NO_FATAL_FAILURE(late.expectStatuses());
+      ASSERT_NO_FATAL_FAILURE(late.answer(n % 2 != 0));
     }
   }
 }
@@ -458,81 +490,98 @@ TEST_P(Restart, anotherCopyCountsWhenOneIsNonsense) {
   EXPECT_GT(corrupted, 100u);
 }
 
-/// The whole switch with everything in it: the second start, told the same, writes nothing and
-/// counts the same, and what it reads back is what was announced. Whole routes and entries of their
-/// levels are not mixed: they would be announced over each other.
-TEST_P(Restart, theSecondRunWritesNothing) {
+/// The whole switch with everything in it, started twice. Whole routes and entries of their levels
+/// are not mixed: they would be announced over each other.
+struct Restart::Whole {
   struct Numbers {
     U64 programmed;
     std::map<std::string, std::pair<U32, U32>> tables;
     bool operator==(const Numbers&) const = default;
   };
-  for (const bool routes : {false, true}) {
-    SCOPED_TRACE(routes ? "whole routes" : "levels");
-    std::vector<std::tuple<std::string, U32, Json, Json>> events;
-    for (const Group& group : VelaTest::groups(*profile)) {
+
+  Whole(Restart& ofTest, bool wholeRoutes) : test(ofTest), routes(wholeRoutes) {
+    for (const Group& group : VelaTest::groups(*test.profile)) {
       if (group.name().starts_with("Lpm") ? routes : group.name() == "Route" && !routes) continue;
-      for (const auto& [key, result] : generator.entries(group, most)) {
+      for (const auto& [key, result] : test.generator.entries(group, most)) {
         const auto& [name, instance] = group.tables[key.first];
         Json changed = result;
         // Entries that answer no lookups, and counters that are none, have rows as well.
-        if (name.starts_with("Nat") && changed.contains("valid")) changed["valid"] = random.flip();
-        if (name == "AclIndirectCounterHash" && random.flip()) changed = random.below(2) * 4096;
+        if (name.starts_with("Nat") && changed.contains("valid")) {
+          changed["valid"] = test.random.flip();
+        }
+        if (name == "AclIndirectCounterHash" && test.random.flip()) {
+          changed = test.random.below(2) * 4096;
+        }
         events.emplace_back(name, instance, key.second, changed);
       }
     }
-    VelaDevice::SimulatedSwitch chip;
-    std::map<std::string, Json> announced;
-    const auto forEachEntry = [&](const Agent& agent, const auto& visit) {
-      for (const auto* table : agent.announced()) {
-        // Routes and levels are made of each other.
-        if (table->name() == "Route" || (routes && table->name().starts_with("Lpm"))) continue;
-        table->forEachEntry([&](const Json& key, Json result) {
-          // What no row holds.
-          if (table->name() == "LagMembership") result.erase("lagGroupId");
-          if (table->name() == "AclIndirectCounterHash") result = result.get<U32>() % 4096;
-          // Two NAT tables share rows, which do not say whose they are.
-          const U32 instance =
-              table->name() == "NatMatch" || table->name() == "NatDynMatch" ? 0 : table->instance();
-          visit(table->name() + std::to_string(instance) + key.dump(), result);
-        });
-      }
-    };
-    const auto run = [&](Agent::Start how) {
-      Agent agent(profile, chip);
-      agent.make();
-      agent.start(how);
-      const U64 before = agent.recorder().rowWrites();
-      U32 rebuilt = 0;
-      forEachEntry(agent, [&](const std::string& entry, const Json& result) {
-        ASSERT_TRUE(announced.contains(entry)) << entry;
-        ASSERT_EQ(result, announced[entry]) << entry;
-        ++rebuilt;
+  }
+
+  /// The agent's entries as far as rows tell them, by names.
+  std::map<std::string, Json> entriesOf(const Agent& agent) const {
+    std::map<std::string, Json> all;
+    for (const auto* table : agent.announced()) {
+      // Routes and levels are made of each other.
+      if (table->name() == "Route" || (routes && table->name().starts_with("Lpm"))) continue;
+      table->forEachEntry([&](const Json& key, Json result) {
+        // What no row holds.
+        if (table->name() == "LagMembership") result.erase("lagGroupId");
+        if (table->name() == "AclIndirectCounterHash") result = result.get<U32>() % 4096;
+        // Two NAT tables share rows, which do not say whose they are.
+        const U32 instance =
+            table->name() == "NatMatch" || table->name() == "NatDynMatch" ? 0 : table->instance();
+        all[table->name() + std::to_string(instance) + key.dump()] = std::move(result);
       });
-      EXPECT_GE(rebuilt, announced.size() * 9 / 10) << "but for those that had no room";
-      for (const auto& [name, instance, key, result] : events) {
-        agent.table(name, instance).set(key, result);
-        agent.settle();
-      }
-      forEachEntry(
-          agent, [&](const std::string& entry, const Json& result) { announced[entry] = result; });
-      if (how == Agent::Start::restart) {
-        agent.complete();
-        EXPECT_EQ(before, 0u);
-        EXPECT_EQ(agent.recorder().rowWrites(), 0u);
-        VelaTest::expectNoFindings(agent);
-      }
-      Numbers numbers{agent.programmed(), {}};
-      for (const auto* table : agent.announced()) {
-        numbers.tables[table->name() + std::to_string(table->instance())] = {table->entries(),
-                                                                             table->programmed()};
-        EXPECT_EQ(table->unclaimed(), 0u) << table->name();
-      }
-      return numbers;
-    };
-    const Numbers first = run(Agent::Start::fresh);
+    }
+    return all;
+  }
+
+  Numbers run(Agent::Start how) {
+    Agent agent(test.profile, chip);
+    agent.make();
+    agent.start(how);
+    const U64 before = agent.recorder().rowWrites();
+    const auto rebuilt = entriesOf(agent);
+    for (const auto& [entry, result] : rebuilt) {
+      EXPECT_TRUE(announced.contains(entry) && announced[entry] == result) << entry << result;
+    }
+    EXPECT_GE(rebuilt.size(), announced.size() * 9 / 10) << "but for those that had no room";
+    for (const auto& [name, instance, key, result] : events) {
+      agent.table(name, instance).set(key, result);
+      agent.settle();
+    }
+    announced.merge(entriesOf(agent));
+    if (how == Agent::Start::restart) {
+      agent.complete();
+      EXPECT_EQ(before, 0u);
+      EXPECT_EQ(agent.recorder().rowWrites(), 0u);
+      VelaTest::expectNoFindings(agent);
+    }
+    Numbers numbers{agent.programmed(), {}};
+    for (const auto* table : agent.announced()) {
+      numbers.tables[table->name() + std::to_string(table->instance())] = {table->entries(),
+                                                                           table->programmed()};
+      EXPECT_EQ(table->unclaimed(), 0u) << table->name();
+    }
+    return numbers;
+  }
+
+  Restart& test;
+  bool routes;
+  std::vector<std::tuple<std::string, U32, Json, Json>> events;
+  VelaDevice::SimulatedSwitch chip;
+  std::map<std::string, Json> announced;
+};
+
+/// The second start, told the same, writes nothing and counts the same, and what it reads back is
+/// what was announced.
+TEST_P(Restart, theSecondRunWritesNothing) {
+  for (const bool routes : {false, true}) {
+    SCOPED_TRACE(routes ? "whole routes" : "levels");
+    Whole whole(*this, routes);
+    const auto first = whole.run(Agent::Start::fresh);
     EXPECT_GT(first.programmed, 2000u);
-    EXPECT_EQ(run(Agent::Start::restart), first);
+    EXPECT_EQ(whole.run(Agent::Start::restart), first);
   }
 }
 

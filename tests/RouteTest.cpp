@@ -5,6 +5,7 @@
 #include "VelaSwitchTable/VelaTableLpmTables.h"
 #include "VelaSwitchTable/VelaTableStarG.h"
 #include "agent/RouteWriter.h"
+#include "device/RouteLookup.h"
 
 namespace {
 
@@ -73,7 +74,7 @@ struct Ladder {
   void check(U8 vrf, U32 address) {
     ++checks;
     const auto expected = model(vrf, address);
-    const auto hit = chip.path.route(vrf, IpAddr(address));
+    const auto hit = VelaDevice::route(chip.path, vrf, IpAddr(address));
     ASSERT_EQ(hit.has_value(), expected.has_value()) << Orb::text(IpAddr(address));
     if (!expected) return;
     ASSERT_EQ(hit->l3LagIndex(), expected->second.l3LagIndex().value());
@@ -171,7 +172,7 @@ TEST(Routes, theSwitchAgreesWithAPlainLongestMatch) {
 struct OneLadder : testing::Test {
   Ladder ladder{"vela-48-5.1"};
   U32 lag(const char* address, U8 vrf = 0) {
-    const auto hit = ladder.chip.path.route(vrf, Orb::fromText<IpAddr>(address));
+    const auto hit = VelaDevice::route(ladder.chip.path, vrf, Orb::fromText<IpAddr>(address));
     return hit ? hit->l3LagIndex() : 57;
   }
 };
@@ -311,7 +312,7 @@ TEST_F(OneLadder, aRouteWithATrapIsNotProgrammed) {
   trap.cpuTrap = true;
   ladder.routes->entryIs(key, trap);
   EXPECT_EQ(ladder.status(key), EntryProgrammedStatus::notProgrammed);
-  EXPECT_EQ(ladder.chip.path.route(0, IpAddr(0x0a010203)), std::nullopt);
+  EXPECT_EQ(VelaDevice::route(ladder.chip.path, 0, IpAddr(0x0a010203)), std::nullopt);
   ladder.writer->handleRoute(key);
   EXPECT_EQ(ladder.status(key), EntryProgrammedStatus::notProgrammed);
   ladder.routes->entryIs(key, RouteWriter::resultOf(nexthop(2), 24));
@@ -358,7 +359,8 @@ TEST(Routes, guessesCanBeWithdrawn) {
   EXPECT_EQ(after.writer->unclaimed(), 2u);
   for (const char* each : {"10.0.0.0/9", "10.1.2.0/24"}) {
     after.routes->entryDel(route(1, each));
-    EXPECT_EQ(after.chip.path.route(1, route(1, each).prefix().address()), std::nullopt);
+    EXPECT_EQ(VelaDevice::route(after.chip.path, 1, route(1, each).prefix().address()),
+              std::nullopt);
   }
   EXPECT_EQ(after.writer->unclaimed(), 0u);
   EXPECT_EQ(after.writer->releaseUnclaimed(), 0u);

@@ -3,6 +3,7 @@
 #include "Generator.h"
 #include "VelaSwitchTable/VelaTableAclHashes.h"
 #include "VelaSwitchTable/VelaTableHashTest.h"
+#include "device/AclLookup.h"
 #include "device/Image.h"
 
 // What must hold however entries move, writes fail and agents restart: an entry whose status is
@@ -23,84 +24,97 @@ class Safety : public VelaTest::ProfileTest {};
 
 /// Hash tables at their limit, asked after every register write: what lay in the row that is being
 /// written is found all the time. What has no room waits, as long as there is none and no longer.
-TEST_P(Safety, noEntryIsEverMissing) {
-  for (const VelaTest::Group& all : VelaTest::groups(*profile)) {
-    VelaDevice::SimulatedSwitch chip;
-    VelaTest::GroupAgent agent(profile, all, chip);
-    // The test table has a test of its own.
-    if (!agent.hashed() || all.name() == "Route" || all.name() == "HashTest") continue;
+struct Crowd : VelaTest::GroupAgent {
+  Crowd(const Orb::PtrConst<VelaSwitch::ProfileInfo>& profile, const VelaTest::Group& all,
+        VelaDevice::SimulatedSwitch& chip)
+      : GroupAgent(profile, all, chip) {
     // Of tables with rows of their own, one is like the other.
-    VelaTest::Group& group = agent.group;
-    if (!agent.of({group.tables.size() - 1, {}}).hardware()->borrowsRows()) group.tables.resize(1);
-    SCOPED_TRACE(group.name());
-    agent.start(VelaAgent::Agent::Start::fresh);
-    Desired desired;
-    std::map<U32, EntryKey> held;  // by row
-    std::set<U32> written;
-    EntryKey changing;
-    U64 checks = 0;
-    chip.writeObserverIs([&](const auto&, U32 row) {
+    const auto last = of({group.tables.size() - 1, {}}).hardware();
+    if (last && !last->borrowsRows()) group.tables.resize(1);
+    chip.writeObserverIs([this](const auto&, U32 row) {
       written.insert(row);
       const auto at = held.find(row);
       if (at == held.end() || at->second == changing) return;
       ++checks;
-      ASSERT_NO_FATAL_FAILURE(agent.expectFound(at->second, desired.at(at->second)));
+      ASSERT_NO_FATAL_FAILURE(expectFound(at->second, desired.at(at->second)));
     });
-    const auto withdraw = [&](const EntryKey& key) {
-      changing = key;
-      agent.del(key);
-      desired.erase(key);
-      ASSERT_TRUE(agent.find(key).is_null()) << key.second;
-    };
-    const auto noteWritten = [&] {
-      for (const U32 row : written) {
-        held.erase(row);
-        for (std::size_t table = 0; table < group.tables.size(); ++table) {
-          const VelaAgent::Json key = agent.of({table, {}}).hardware()->keyAt(row);
-          if (!key.is_null()) held[row] = {table, key};
-        }
+  }
+
+  void announce(const EntryKey& key, const VelaAgent::Json& result) {
+    changing = key;
+    desired[key] = result;
+    set(key, result);
+    noteWritten();
+  }
+  void withdraw(const EntryKey& key) {
+    changing = key;
+    del(key);
+    desired.erase(key);
+    ASSERT_TRUE(find(key).is_null()) << key.second;
+    noteWritten();
+  }
+  void noteWritten() {
+    for (const U32 row : written) {
+      held.erase(row);
+      for (std::size_t table = 0; table < group.tables.size(); ++table) {
+        const VelaAgent::Json key = of({table, {}}).hardware()->keyAt(row);
+        if (!key.is_null()) held[row] = {table, key};
       }
-      written.clear();
-    };
-    const auto expectNoRoomForThoseThatWait = [&] {
-      U32 waiting = 0;
-      for (const auto& [key, result] : desired) {
-        const bool found = !agent.find(key).is_null();
-        ASSERT_EQ(found, agent.of(key).hardware()->place(key.second).has_value()) << key.second;
-        if (found) continue;
-        ++waiting;
-        ASSERT_FALSE(agent.of(key).competing(key.second).empty()) << key.second << " has room";
-      }
-      ASSERT_EQ(held.size(), desired.size() - waiting);
-    };
-    const U32 rows = agent.tables()[0]->convertor().entryCounters().front().size;
-    const auto tables = static_cast<U32>(group.tables.size());
+    }
+    written.clear();
+  }
+  void expectNoRoomForThoseThatWait() {
+    U32 waiting = 0;
+    for (const auto& [key, result] : desired) {
+      const bool found = !find(key).is_null();
+      ASSERT_EQ(found, of(key).hardware()->place(key.second).has_value()) << key.second;
+      if (found) continue;
+      ++waiting;
+      ASSERT_FALSE(of(key).competing(key.second).empty()) << key.second << " has room";
+    }
+    ASSERT_EQ(held.size(), desired.size() - waiting);
+  }
+
+  Desired desired;
+  std::map<U32, EntryKey> held;  ///< By row.
+  std::set<U32> written;
+  EntryKey changing;
+  U64 checks = 0;
+};
+
+TEST_P(Safety, noEntryIsEverMissing) {
+  for (const VelaTest::Group& group : VelaTest::groups(*profile)) {
+    VelaDevice::SimulatedSwitch chip;
+    Crowd crowd(profile, group, chip);
+    // The test table has a test of its own.
+    if (!crowd.hashed() || group.name() == "Route" || group.name() == "HashTest") continue;
+    SCOPED_TRACE(group.name());
+    crowd.start(VelaAgent::Agent::Start::fresh);
+    const U32 rows = crowd.tables()[0]->convertor().entryCounters().front().size;
+    const auto tables = static_cast<U32>(crowd.group.tables.size());
     const U32 numbers = std::min(rows * 5 / 4, generator.keys(group.name())) / tables;
     for (U32 step = 0; step < rows * 3; ++step) {
-      changing = generator.randomKey(group, numbers);
+      const EntryKey key = generator.randomKey(crowd.group, numbers);
       if (random.below(8) == 0) {
-        withdraw(changing);
+        crowd.withdraw(key);
       } else {
-        desired[changing] = generator.result(agent.of(changing).name(), changing.second);
-        agent.set(changing, desired[changing]);
+        crowd.announce(key, generator.result(crowd.of(key).name(), key.second));
       }
-      noteWritten();
       if (HasFatalFailure()) return;
     }
-    ASSERT_NO_FATAL_FAILURE(expectNoRoomForThoseThatWait());
-    EXPECT_GT(agent.tables()[0]->moves(), rows / 20);
-    EXPECT_GT(checks, 1000u);
+    ASSERT_NO_FATAL_FAILURE(crowd.expectNoRoomForThoseThatWait());
+    EXPECT_GT(crowd.tables()[0]->moves(), rows / 20);
+    EXPECT_GT(crowd.checks, 1000u);
     for (int round = 0; round < 2; ++round) {
-      const Desired before = desired;
+      const Desired before = crowd.desired;
       for (const auto& [key, result] : before) {
         if (round == 0 && random.below(16) != 0) continue;
-        ASSERT_NO_FATAL_FAILURE(withdraw(key));
-        noteWritten();
+        ASSERT_NO_FATAL_FAILURE(crowd.withdraw(key));
       }
-      ASSERT_NO_FATAL_FAILURE(expectNoRoomForThoseThatWait());
+      ASSERT_NO_FATAL_FAILURE(crowd.expectNoRoomForThoseThatWait());
     }
-    for (const auto& table : agent.tables()) EXPECT_TRUE(table->statuses().empty());
-    VelaTest::expectNoFindings(agent);
+    for (const auto& table : crowd.tables()) EXPECT_TRUE(table->statuses().empty());
+    VelaTest::expectNoFindings(crowd);
   }
 }
 
@@ -128,7 +142,7 @@ TEST(Restart, anotherSpellingOfTheKeyTakesItsRowOverWithoutAWrite) {
   EXPECT_EQ(table->tableStatus()->entryStatus(third)->status(),
             EntryProgrammedStatus::duplicateKey);
   table->entryDel(spelled);
-  EXPECT_EQ(before.path.acl(0, third), (AclHashResult{6, 6}));
+  EXPECT_EQ(acl(before.path, 0, third), (AclHashResult{6, 6}));
 }
 
 /// A saved switch whose writer was killed amid a row, with the row's words all noted down.
@@ -151,7 +165,8 @@ TEST(SavedSwitch, theRowThatWasBeingWrittenIsFinished) {
   };
   const auto result = [&] {
     VelaDevice::SimulatedSwitch chip{VelaDevice::Memory(file)};
-    return VelaDevice::DataPath(chip, *profile).hashTest(5)->result();
+    VelaDevice::DataPath path(chip, *profile);
+    return hashTest(path, 5)->result();
   };
   pendingIs(0, 5);
   EXPECT_EQ(result(), 1u) << "the note was not whole yet";
@@ -193,7 +208,7 @@ TEST(Audit, aRowHalfwayToEmptyIsFoundAgain) {
   EXPECT_EQ(findings[0].kind, VelaSwitchApi::AuditFinding::Kind::inconsistent);
   EXPECT_EQ(findings[0].index, row);
   convertor.repair(findings[0]);
-  EXPECT_EQ(rig.path.hashTest(9)->result(), 1u);
+  EXPECT_EQ(hashTest(rig.path, 9)->result(), 1u);
 }
 
 /// One read that fails is tried again; a row that keeps failing is reported.

@@ -11,6 +11,7 @@
 #include "Orb/Assert.h"
 #include "Trace/Trace.h"
 #include "VelaSwitchApi/SwTable.h"
+#include "VelaSwitchTable/family/Family.h"
 #include "device/DataPath.h"
 
 namespace VelaTest {

@@ -38,8 +38,7 @@ TEST_F(Tool, linesHaveTheirShape) {
 {"op":"lookup","table":"HashTest","key":70,"expect":{"result":7}}
 )");
   EXPECT_EQ(run("run --profile vela-20-4.0 events --explain --json --rows rows --writes writes "
-                "--status status "
-                "--results results"),
+                "--status status --results results"),
             1);
   const auto results = lines("results");
   ASSERT_THAT(results, SizeIs(5));
@@ -63,13 +62,10 @@ TEST_F(Tool, linesHaveTheirShape) {
             R"({"table":"HashTest","instance":0,"key":69,"status":"programmed","lastHit":12.5})");
   EXPECT_EQ(statuses[3]["status"], "tableFull");
 
-  Json row;
-  for (const Json& line : lines("rows")) {
-    if (line.contains("key") && line["key"] == 5) row = line;
-  }
-  EXPECT_EQ(
-      row.dump(),
-      R"({"table":"HashTest","instance":0,"hwTable":"HashTest[0]-0","hwTableId":0,"index":8,"way":1,"row":0,"registers":[["pipeline[0]/processor/hash_data0","0x00000005"],["pipeline[0]/processor/hash_data1","0x00000001"],["pipeline[0]/processor/hash_ctl","0x0000c000"]],"image":["0x00000005","0x00000001","0x0000c000"],"key":5})");
+  EXPECT_THAT(
+      read("rows"),
+      HasSubstr(
+          R"({"table":"HashTest","instance":0,"hwTable":"HashTest[0]-0","hwTableId":0,"index":8,"way":1,"row":0,"registers":[["pipeline[0]/processor/hash_data0","0x00000005"],["pipeline[0]/processor/hash_data1","0x00000001"],["pipeline[0]/processor/hash_ctl","0x0000c000"]],"image":["0x00000005","0x00000001","0x0000c000"],"key":5})"));
 
   const auto writes = lines("writes");
   EXPECT_EQ(writes.front()["seq"], 1);
@@ -414,6 +410,9 @@ TEST_F(Tool, tablesShowEveryRegister) {
         "cpu_tx_pipeline[0]/rate_limiter/ interval_period"}) {
     EXPECT_THAT(all, HasSubstr(registers));
   }
+}
+
+TEST_F(Tool, layoutsShowTheFieldsOfEveryKindOfTable) {
   for (const char* table :
        {"VlanGroup", "Copp", "MacVlan", "LagLookUp", "FloodSet", "NatRewrite"}) {
     EXPECT_EQ(run(std::string("layout ") + table), 0);

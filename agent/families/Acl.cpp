@@ -2,6 +2,7 @@
 #include "VelaSwitchTable/VelaTableAclIndirectCounterHash.h"
 #include "VelaSwitchTable/VelaTableHashTest.h"
 #include "agent/families/Registrations.h"
+#include "device/AclLookup.h"
 
 namespace VelaAgent {
 namespace {
@@ -10,16 +11,16 @@ using namespace VelaSwitchTable;
 using VelaDevice::DataPath;
 
 Json lookupHashTest(DataPath& dataPath, U32, const Json& key) {
-  return hitToJson(dataPath.hashTest(fromJson<HashTestKey>(key).value()));
+  return hitToJson(hashTest(dataPath, fromJson<HashTestKey>(key).value()));
 }
 
 Json lookupAcl(DataPath& dataPath, U32 instance, const Json& key) {
-  return hitToJson(dataPath.acl(instance, fromJson<VelaSwitch::AclHashKey>(key)));
+  return hitToJson(acl(dataPath, instance, fromJson<VelaSwitch::AclHashKey>(key)));
 }
 
 Json lookupAclCounter(DataPath& dataPath, U32 instance, const Json& key) {
   const auto counter = fromJson<VelaSwitch::AclIndirectCounterHashKey>(key);
-  return hitToJson(dataPath.aclCounter(instance, counter.counterKey()));
+  return hitToJson(aclCounter(dataPath, instance, counter.counterKey()));
 }
 
 void checkAclKey(const AclHashTable&, const VelaSwitch::AclHashKey& key) {

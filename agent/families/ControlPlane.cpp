@@ -1,6 +1,7 @@
 #include "VelaSwitchTable/VelaTableCopp.h"
 #include "VelaSwitchTable/VelaTableProtocolRemap.h"
 #include "agent/families/Registrations.h"
+#include "device/PortLookup.h"
 
 namespace VelaAgent {
 namespace {
@@ -26,9 +27,9 @@ class ProtocolRemapAdapter final : public IndexedAdapter<ProtocolRemapFamily> {
 /// An index asks for the first limiter table, {"index", "table"} for another one; the CPU's
 /// transmit table comes behind the pipelines'.
 Json lookupCopp(DataPath& dataPath, U32, const Json& key) {
-  if (!key.is_object()) return hitToJson(dataPath.copp(0, fromJson<U8>(key)));
+  if (!key.is_object()) return hitToJson(copp(dataPath, 0, fromJson<U8>(key)));
   const auto limiter = fromJson<Limiter>(key);
-  return hitToJson(dataPath.copp(limiter.table(), limiter.index()));
+  return hitToJson(copp(dataPath, limiter.table(), limiter.index()));
 }
 
 /// The remapping of protocols is software's own: its table answers, not the data path.

@@ -2,6 +2,7 @@
 #include "VelaSwitchTable/VelaTableL3FloodBitmap.h"
 #include "VelaSwitchTable/VelaTableL3Lag.h"
 #include "agent/families/Registrations.h"
+#include "device/RouteLookup.h"
 
 namespace VelaAgent {
 namespace {
@@ -10,15 +11,15 @@ using namespace VelaSwitchTable;
 using VelaDevice::DataPath;
 
 Json lookupL3FloodArp(DataPath& dataPath, U32, const Json& key) {
-  return hitToJson(dataPath.l3FloodArp(fromJson<VelaSwitch::L3FloodId>(key).value()));
+  return hitToJson(l3FloodArp(dataPath, fromJson<VelaSwitch::L3FloodId>(key).value()));
 }
 
 Json lookupL3FloodBitmap(DataPath& dataPath, U32, const Json& key) {
-  return hitToJson(dataPath.l3FloodBitmap(fromJson<VelaSwitch::L3FloodId>(key).value()));
+  return hitToJson(l3FloodBitmap(dataPath, fromJson<VelaSwitch::L3FloodId>(key).value()));
 }
 
 Json lookupL3Lag(DataPath& dataPath, U32, const Json& key) {
-  return hitToJson(dataPath.l3Lag(fromJson<VelaSwitch::L3LagIndex>(key).value()));
+  return hitToJson(l3Lag(dataPath, fromJson<VelaSwitch::L3LagIndex>(key).value()));
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 #include "VelaSwitchTable/VelaTableNatMatch.h"
 #include "VelaSwitchTable/VelaTableNatRewrite.h"
 #include "agent/families/Registrations.h"
+#include "device/NatLookup.h"
 
 namespace VelaAgent {
 namespace {
@@ -10,16 +11,16 @@ using namespace VelaSwitchTable;
 using VelaDevice::DataPath;
 
 Json lookupNatMatch(DataPath& dataPath, U32 instance, const Json& key) {
-  return hitToJson(dataPath.natMatch(instance, fromJson<VelaSwitch::NatMatchKey>(key)));
+  return hitToJson(natMatch(dataPath, instance, fromJson<VelaSwitch::NatMatchKey>(key)));
 }
 
 Json lookupNatDynMatch(DataPath& dataPath, U32 instance, const Json& key) {
-  return hitToJson(dataPath.natDynMatch(instance, fromJson<VelaSwitch::NatMatchKey>(key)));
+  return hitToJson(natDynMatch(dataPath, instance, fromJson<VelaSwitch::NatMatchKey>(key)));
 }
 
 Json lookupNatRewrite(DataPath& dataPath, U32, const Json& key) {
   const auto at = fromJson<VelaSwitch::NatRewriteKey>(key);
-  return hitToJson(dataPath.natRewrite(at.baseChipPortId().value(), at.rewriteIndex()));
+  return hitToJson(natRewrite(dataPath, at.baseChipPortId().value(), at.rewriteIndex()));
 }
 
 template <class Table>

@@ -7,6 +7,7 @@
 #include "VelaSwitchTable/VelaTablePortConfig.h"
 #include "VelaSwitchTable/VelaTableRxPortMirror.h"
 #include "agent/families/Registrations.h"
+#include "device/PortLookup.h"
 
 namespace VelaAgent {
 namespace {
@@ -17,21 +18,21 @@ using VelaDevice::DataPath;
 /// Lookups of what a port's row says.
 template <auto lookup>
 Json lookupPort(DataPath& dataPath, U32, const Json& key) {
-  return hitToJson((dataPath.*lookup)(fromJson<VelaSwitch::ChipPortId>(key).value()));
+  return hitToJson(lookup(dataPath, fromJson<VelaSwitch::ChipPortId>(key).value()));
 }
 
 }  // namespace
 
 std::vector<FamilyRegistration> portFamilies() {
   return {
-      indexedFamily<NativeVlanFamily>(lookupPort<&DataPath::nativeVlan>),
-      indexedFamily<PortConfigFamily>(lookupPort<&DataPath::portConfig>),
-      indexedFamily<L2ControlFamily>(lookupPort<&DataPath::l2Control>),
-      indexedFamily<LagGroupFamily>(lookupPort<&DataPath::lagGroup>),
-      indexedFamily<LagLookUpFamily>(lookupPort<&DataPath::lagLookUp>),
-      indexedFamily<LagMembershipFamily>(lookupPort<&DataPath::lagMembership>),
-      indexedFamily<LagHashControlFamily>(lookupPort<&DataPath::lagHashControl>),
-      indexedFamily<RxPortMirrorFamily>(lookupPort<&DataPath::rxPortMirror>),
+      indexedFamily<NativeVlanFamily>(lookupPort<VelaDevice::nativeVlan>),
+      indexedFamily<PortConfigFamily>(lookupPort<VelaDevice::portConfig>),
+      indexedFamily<L2ControlFamily>(lookupPort<VelaDevice::l2Control>),
+      indexedFamily<LagGroupFamily>(lookupPort<VelaDevice::lagGroup>),
+      indexedFamily<LagLookUpFamily>(lookupPort<VelaDevice::lagLookUp>),
+      indexedFamily<LagMembershipFamily>(lookupPort<VelaDevice::lagMembership>),
+      indexedFamily<LagHashControlFamily>(lookupPort<VelaDevice::lagHashControl>),
+      indexedFamily<RxPortMirrorFamily>(lookupPort<VelaDevice::rxPortMirror>),
   };
 }
 

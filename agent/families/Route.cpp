@@ -2,6 +2,7 @@
 #include "VelaSwitchTable/VelaTableSG.h"
 #include "VelaSwitchTable/VelaTableStarG.h"
 #include "agent/families/Registrations.h"
+#include "device/RouteLookup.h"
 
 namespace VelaAgent {
 namespace {
@@ -47,7 +48,7 @@ FamilyRegistration hashedLevel(const LpmLevel& level) {
   const auto lookup = [](DataPath& dataPath, U32, const Json& key) {
     const auto at = fromJson<VelaSwitch::LpmKey>(key);
     const char* family = TableConstants::tableName(lpmLevelOfKey(at.prefix().len()).hashTableId);
-    return hitToJson(dataPath.lpmRow(family, at.vrf(), at.prefix().address()));
+    return hitToJson(lpmRow(dataPath, family, at.vrf(), at.prefix().address()));
   };
   return {name, LpmBaseFamily::trace, [](const VelaSwitch::ProfileInfo&) { return 1u; },
           [=, &level](U32 instance) {
@@ -59,15 +60,15 @@ FamilyRegistration hashedLevel(const LpmLevel& level) {
 
 Json lookupLpm11(DataPath& dataPath, U32, const Json& key) {
   const auto at = fromJson<VelaSwitch::LpmKey>(key);
-  return hitToJson(dataPath.lpm11(at.vrf(), at.prefix().address()));
+  return hitToJson(lpm11(dataPath, at.vrf(), at.prefix().address()));
 }
 
 Json lookupSG(DataPath& dataPath, U32, const Json& key) {
-  return hitToJson(dataPath.sg(fromJson<VelaSwitch::MrouteKey>(key)));
+  return hitToJson(sg(dataPath, fromJson<VelaSwitch::MrouteKey>(key)));
 }
 
 Json lookupStarG(DataPath& dataPath, U32, const Json& key) {
-  return hitToJson(dataPath.starG(fromJson<VelaSwitch::MrouteKey>(key)));
+  return hitToJson(starG(dataPath, fromJson<VelaSwitch::MrouteKey>(key)));
 }
 
 }  // namespace

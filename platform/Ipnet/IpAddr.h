@@ -1,29 +1,14 @@
 #pragma once
 
-#include <compare>
-
-#include "Orb/Hash.h"
-#include "Orb/Text.h"
+#include "Orb/Address.h"
 
 namespace Ipnet {
 
 /// An IPv4 address; its text form is "a.b.c.d".
-class VELA_EXPORT IpAddr {
+class IpAddr : public Orb::Address<IpAddr, 4> {
  public:
-  constexpr IpAddr() = default;
-  /// From a number in host order, the first octet in bits 24 to 31.
-  constexpr explicit IpAddr(U32 number) : number_(number) {}
-
-  constexpr U32 number() const { return number_; }
-  constexpr auto operator<=>(const IpAddr&) const = default;
-
-  friend constexpr U32 hashWord(const IpAddr& address) { return address.number_; }
-  friend VELA_EXPORT void appendText(Orb::TextSink& sink, IpAddr address);
-  /// Throws Orb::TextException unless the text is four decimal octets.
-  friend VELA_EXPORT void parseText(Orb::TextCursor& cursor, IpAddr& address);
-
- private:
-  U32 number_ = 0;
+  using Address::Address;
+  static constexpr Orb::AddressForm form{"an IPv4 address", '.', 10};
 };
 
 }  // namespace Ipnet

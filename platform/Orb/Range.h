@@ -20,7 +20,8 @@ class VELA_EXPORT RangeException : public std::runtime_error {
 };
 
 /// A number with bounds. `Self` derives from this and adds its named values, and `rangeText`, the
-/// text of the exception that a value below `Min` or above `Max` meets.
+/// text of the exception that a value below `Min` or above `Max` meets. Most are declared by
+/// VELA_RANGED.
 template <class Self, class Representation, U64 Min, U64 Max, U64 Default = Min>
 class Ranged {
  public:
@@ -52,3 +53,18 @@ template <class T>
 concept IsRanged = T::isRanged;
 
 }  // namespace Orb
+
+/// The text of a range whose bounds are the named values `Low` and `High` of `Type`.
+#define VELA_RANGE_TEXT(Type, Low, High) \
+  Type "::value < " Type "::" Low " or > " Type "::" High " not allowed"
+
+/// Declares the class `Name` of a number with bounds, in namespace `Space`: the named values
+/// `Low` and `High` are the bounds, `standard` is the value that one has unless told.
+#define VELA_RANGED(Space, Name, Representation, Low, low, High, high, standard)              \
+  class Name : public ::Orb::Ranged<Name, Representation, low, high, standard> {              \
+   public:                                                                                    \
+    using Ranged::Ranged;                                                                     \
+    static constexpr const char* rangeText = VELA_RANGE_TEXT(#Space "::" #Name, #Low, #High); \
+    static constexpr Representation Low = low;                                                \
+    static constexpr Representation High = high;                                              \
+  }

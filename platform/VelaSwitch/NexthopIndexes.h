@@ -10,11 +10,10 @@ struct NexthopIndexes {
   static constexpr const char* typeName = "VelaSwitch::NexthopIndexes";
   /// Within another value the two fields are spelled as that value's own.
   static constexpr bool inlined = true;
+  static constexpr U8 fieldBits = 6;
   Orb::Field<"l3LagIndex", L3LagIndex> l3LagIndex;
   Orb::Field<"rewriteIndex", U8, 6> rewriteIndex;
   auto operator<=>(const NexthopIndexes&) const = default;
-
-  static constexpr U8 fieldBits = 6;
 
   /// Whether there is a next hop at all.
   bool valid() const { return l3LagIndex().value() != L3LagIndex::null; }

@@ -35,7 +35,7 @@ class PipeMap {
   /// Calls `visit(pipe, value)` for every pipe with a value, in order.
   template <class Visitor>
   void forEach(Visitor&& visit) const {
-    for (U8 pipe = 0; pipe < values_.size(); ++pipe) {
+    for (U8 pipe = PipeId::min; pipe <= PipeId::null; ++pipe) {
       if (has(PipeId(pipe))) visit(PipeId(pipe), values_[pipe]);
     }
   }

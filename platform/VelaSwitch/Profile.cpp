@@ -163,7 +163,7 @@ U32 ProfileInfo::portToIngressPipeId(U32 port) const {
 std::vector<Orb::PtrConst<ProfileInfo>> ProfileInfo::builtIns() {
   std::vector<Orb::PtrConst<ProfileInfo>> all;
   for (const ProfileFields& fields : {vela48v5, vela48v4(), vela20(), vela24(), vela48Vrf32()}) {
-    all.push_back(Orb::make<ProfileInfo>(fields));
+    all.emplace_back(Orb::make<ProfileInfo>(fields));
   }
   return all;
 }

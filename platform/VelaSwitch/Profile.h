@@ -10,6 +10,9 @@
 
 namespace VelaSwitch {
 
+/// Kinds of tables that are laid out over the pipes, each in its own way.
+enum class TableKind : U8 { vlan = 4, layer2 = 5 };
+
 /// Version of the hardware interface.
 struct ProfileHwApi {
   static constexpr const char* typeName = "VelaSwitch::ProfileHwApi";
@@ -34,9 +37,6 @@ struct IngressPipeRange {
   Orb::Field<"lastPort", U32> lastPort;
   auto operator<=>(const IngressPipeRange&) const = default;
 };
-
-/// Kinds of tables that are laid out over the pipes, each in its own way.
-enum class TableKind : U8 { vlan = 4, layer2 = 5 };
 
 /// What tells one model of the switch from another.
 struct ProfileFields {
