@@ -180,7 +180,7 @@ bool CoppConvertor::hwTableEntryIs(const CoppEntryKey& key, const CoppEntry& ent
 void CoppConvertor::syncEntries(U32 id) {
   ORB_ASSERT_TEXT(hwTable(id), "table");
   ORB_ASSERT_TEXT(hwTable(numCoppTables()), "cpuTxHwTable");
-  DeclaredLayerConvertor::syncEntries(id);
+  PlainFamilyLayerConvertor::syncEntries(id);
 }
 
 U32 CoppConvertor::numCoppTables() const {

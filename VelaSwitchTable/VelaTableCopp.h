@@ -43,7 +43,8 @@ struct VELA_EXPORT CoppFamily : PlainFamilyTypes<CoppEntryKey, CoppEntry, class 
                                                  class CoppConvertorBase, class CoppConvertor> {
   static constexpr const char* sourceUnit = "VelaTableCopp";
   static inline Trace::Handle trace{sourceUnit};
-  static constexpr PlainFamilyTraits traits{.index = TableIndex::copp};
+  static constexpr PlainFamilyTraits traits{.index = TableIndex::copp,
+                                            .absentTrace = AbsentTrace::byKey};
   static constexpr HwIndex lastIndex = 12;
 
   static HwIndex hwIndex(const Key& key) { return key.index(); }
@@ -79,16 +80,15 @@ class VELA_EXPORT CoppTable final : public PlainFamilyTable<CoppFamily> {
 
 VELA_BASE_CLASS(CoppFamily, CoppConvertorBase, PlainFamilyConvertor);
 VELA_PLAIN_TEMPLATES(extern, CoppFamily);
-extern template class DeclaredLayerConvertor<CoppFamily>;
 
-class VELA_EXPORT CoppConvertor final : public DeclaredLayerConvertor<CoppFamily> {
+class VELA_EXPORT CoppConvertor final : public PlainFamilyLayerConvertor<CoppFamily> {
  public:
   VELA_REGISTERED(CoppFamily, CoppConvertor);
 
   /// Limiter tables of the ingress side, without the CPU's.
   U32 numCoppTables() const;
 
-  using DeclaredLayerConvertor::hwTableEntryIs;
+  using PlainFamilyLayerConvertor::hwTableEntryIs;
   /// Writes the limiter's registers, or with `present` false those of one without an entry.
   bool hwTableEntryIs(const CoppEntryKey& key, const CoppEntry& entry, bool present);
   /// The table and the CPU's transmit table must be there.

@@ -33,10 +33,8 @@ struct VELA_EXPORT FloodSetFamily
   static constexpr const char* sourceUnit = "VelaTableFloodSet";
   static inline Trace::Handle trace{sourceUnit};
   static constexpr PlainFamilyTraits traits{.index = TableIndex::floodSet,
-                                            .staticWords = {0, 0, 0, 0, 0xffffffff}};
-
-  static constexpr bool absentByIndex = true;
-  static constexpr const char* tableText = "hwTable";
+                                            .staticWords = {0, 0, 0, 0, 0xffffffff},
+                                            .tableText = "hwTable"};
 
   static HwIndex hwIndex(const Key& key) { return key.value(); }
   static Key keyOf(HwIndex index) { return Bridging::VlanId(index); }
@@ -77,9 +75,9 @@ class VELA_EXPORT FloodSetTable final : public PlainFamilyTable<FloodSetFamily> 
 
 VELA_BASE_CLASS(FloodSetFamily, FloodSetConvertor, PlainFamilyConvertor);
 VELA_PLAIN_TEMPLATES(extern, FloodSetFamily);
-extern template class DeclaredLayerConvertor<FloodSetFamily>;
 
-class VELA_EXPORT FloodSetConvertorLayer2All final : public DeclaredLayerConvertor<FloodSetFamily> {
+class VELA_EXPORT FloodSetConvertorLayer2All final
+    : public PlainFamilyLayerConvertor<FloodSetFamily> {
  public:
   VELA_REGISTERED(FloodSetFamily, FloodSetConvertorLayer2All);
 

@@ -25,12 +25,12 @@ struct VELA_EXPORT LagGroupFamily
       PortRows<LagGroupKey> {
   static constexpr const char* sourceUnit = "VelaTableLagGroup";
   static inline Trace::Handle trace{sourceUnit};
+  /// A row of no group says nothing, to audits neither. Group 0 is a group: a port in it is taken
+  /// over as an entry.
   static constexpr PlainFamilyTraits traits{.index = TableIndex::lagGroup,
-                                            .staticWords = {0, 0xffffffff}};
-  /// A row of no group says nothing, to audits neither.
-  static constexpr bool ignoresRows = true;
-  /// Group 0 is a group: a port in it is taken over as an entry.
-  static constexpr bool rebuildsDefaults = true;
+                                            .staticWords = {0, 0xffffffff},
+                                            .ignoresRows = true,
+                                            .rebuildsDefaults = true};
   /// Every port in a group is to have an entry that says so.
   static bool marks(const Result* entry, const Result& row) { return !entry || *entry != row; }
 

@@ -26,7 +26,8 @@ struct VELA_EXPORT LagLookUpFamily
   static constexpr const char* sourceUnit = "VelaTableLagLookUp";
   static inline Trace::Handle trace{sourceUnit};
   static constexpr PlainFamilyTraits traits{.index = TableIndex::lagLookUp,
-                                            .staticWords = {0, 0xffffffff}};
+                                            .staticWords = {0, 0xffffffff},
+                                            .absentTrace = AbsentTrace::byTableAndIndex};
   static constexpr U32 allBuckets = 0xFF;
 
   static Result absentResult() { return {allBuckets}; }
@@ -36,9 +37,6 @@ struct VELA_EXPORT LagLookUpFamily
                    VelaSwitchApi::RowWriter& row);
   static RowSays unpack(const PlainRowContext& at, const Key& key,
                         const VelaSwitchApi::RowReader& row, Result& result);
-  static void traceAbsent(HwTableId pipe, HwIndex index) {
-    trace(5, "pipe ", pipe, " index ", index, " does not exist.");
-  }
 };
 
 VELA_PLAIN_FAMILY(LagLookUpFamily, LagLookUpTable, LagLookUpConvertor, LagLookUpConvertorLayer2All);

@@ -38,8 +38,8 @@ struct VELA_EXPORT LagMembershipFamily
       PortRows<LagMembershipKey> {
   static constexpr const char* sourceUnit = "VelaTableLagMembership";
   static inline Trace::Handle trace{sourceUnit};
-  static constexpr PlainFamilyTraits traits{.index = TableIndex::lagMembership};
-  static constexpr bool tracesHandling = true;
+  static constexpr PlainFamilyTraits traits{.index = TableIndex::lagMembership,
+                                            .tracesHandling = true};
 
   static Result absentResult() { return {}; }
   static std::vector<PlainHwTable> hwTables(const VelaSwitch::ProfileInfo& profile);

@@ -33,7 +33,8 @@ struct VELA_EXPORT MacVlanFamily
   static constexpr const char* sourceUnit = "VelaTableMacVlan";
   static inline Trace::Handle trace{sourceUnit};
   static constexpr PlainFamilyTraits traits{.index = TableIndex::macVlan,
-                                            .staticWords = {0, 0, 0, 0, 0xffffffff}};
+                                            .staticWords = {0, 0, 0, 0, 0xffffffff},
+                                            .absentTrace = AbsentTrace::byKey};
 
   static HwIndex hwIndex(const Key& key) { return key.row(); }
   static Key keyOf(HwIndex index) { return Key{static_cast<U16>(index)}; }

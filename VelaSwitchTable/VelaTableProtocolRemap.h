@@ -50,8 +50,7 @@ class VELA_EXPORT ProtocolRemapTable final : public PlainFamilyTable<ProtocolRem
 
 VELA_BASE_CLASS(ProtocolRemapFamily, ProtocolRemapConvertor, PlainFamilyConvertor);
 VELA_PLAIN_TEMPLATES(extern, ProtocolRemapFamily);
-extern template class DeclaredLayerConvertor<ProtocolRemapFamily>;
-VELA_CLASS(ProtocolRemapFamily, ProtocolRemapConvertorLayer3, DeclaredLayerConvertor);
+VELA_CLASS(ProtocolRemapFamily, ProtocolRemapConvertorLayer3, PlainFamilyLayerConvertor);
 VELA_PLAIN_FACTORIES(ProtocolRemapTable, ProtocolRemapConvertorLayer3);
 
 }  // namespace VelaSwitchTable

@@ -30,7 +30,8 @@ struct VELA_EXPORT VlanGroupFamily
   static inline Trace::Handle trace{sourceUnit};
   static constexpr PlainFamilyTraits traits{
       .index = TableIndex::vlanGroup,
-      .staticWords = {0, 0xfffffff0, 0, 0xfffffff0, 0, 0xfffffff0, 0, 0xfffffff0}};
+      .staticWords = {0, 0xfffffff0, 0, 0xfffffff0, 0, 0xfffffff0, 0, 0xfffffff0},
+      .absentTrace = AbsentTrace::byKey};
   static constexpr U32 groups = 16;
   /// The rows stand in every egress processor.
   static U32 copies(const VelaSwitch::ProfileInfo& profile) { return egressProcessors(profile); }

@@ -151,6 +151,16 @@ void unpackPipes(const RowReader& row, U8 pipe, VlanMembershipResult& result) {
   }
 }
 
+/// The ports that a table serves: a slice of them, or in the CPU's all.
+VelaSwitch::PortRange portsOfTable(const VelaSwitch::ProfileInfo& profile, U32 table) {
+  if (table < profile.numTables(TableKind::vlan)) return portRangeOfVlanTable(&profile, table);
+  return {0, profile.ports() - 1};
+}
+
+const VlanMembershipConvertorLayer2All& convertorOf(const PlainRowContext& at) {
+  return static_cast<const VlanMembershipConvertorLayer2All&>(*at.swTable.profileConvertorPtr());
+}
+
 }  // namespace
 
 std::string VlanMembershipResult::resultString() const {
@@ -188,10 +198,16 @@ std::ostream& operator<<(std::ostream& out, const VlanMembershipResult& result) 
   return out;
 }
 
+std::vector<PlainHwTable> VlanMembershipFamily::hwTables(const VelaSwitch::ProfileInfo& profile) {
+  std::vector<std::string> registers{"vlan_data0", "vlan_data1"};
+  if (profile.registerFormat().major() >= 3) registers.push_back("vlan_data2");
+  registers.push_back("vlan_ctl");
+  return vlanTables(profile, registers);
+}
+
 RowLayout VlanMembershipFamily::layout(const VelaSwitch::ProfileInfo& profile, U32 table) {
-  VelaSwitch::PortRange range{0, profile.ports() - 1};
-  if (table < profile.numTables(TableKind::vlan)) range = portRangeOfVlanTable(&profile, table);
-  return makeLayout(range.last + 1 - range.first, profile.numVrfBits(), profile.registerFormat());
+  const VelaSwitch::PortRange ports = portsOfTable(profile, table);
+  return makeLayout(ports.last + 1 - ports.first, profile.numVrfBits(), profile.registerFormat());
 }
 
 void setBaseHwBuffer(U8 pipe, U8 portBits, U32 vrfBits, const VlanMembershipResult& result,
@@ -223,66 +239,41 @@ U8 VlanMembershipConvertorLayer2All::numPortsOfTable(U32 tableId) const {
 }
 
 void VlanMembershipConvertorLayer2All::doCreateHwTables(VelaSwitchApi::TableState state) {
-  using namespace VelaSwitchApi;
-  const RegisterFormatVersion version = profile().registerFormat();
-  const bool oldFormat = version.major() < 3;
-  if (oldFormat) {
+  if (profile().registerFormat().major() < 3) {
     hwStaticWordDel(3);
     hwStaticWordIs(2, 0xFFFFFFFF);
   }
-  std::vector<std::string> registers{"vlan_data0", "vlan_data1"};
-  if (!oldFormat) registers.push_back("vlan_data2");
-  registers.push_back("vlan_ctl");
-
-  const std::string family = TableConstants::tableName(TableIndex::vlanMembership);
-  const U32 numTables = profile().numTables(TableKind::vlan) + (profile().cpuPipeline() ? 1 : 0);
-  for (U32 t = 0; t < numTables; ++t) {
-    const bool cpu = isCpuPipeline(t, numTables);
-
-    const VelaSwitch::PortRange ports =
-        cpu ? VelaSwitch::PortRange{0, profile().ports() - 1} : portRangeOfVlanTable(&profile(), t);
+  const U32 slices = profile().numTables(TableKind::vlan);
+  for (U32 t = 0; t < slices + (profile().cpuPipeline() ? 1 : 0); ++t) {
+    const VelaSwitch::PortRange ports = portsOfTable(profile(), t);
     portRangeOfTableIs(VlanTablePortRange{t, ports.first, ports.last});
     const U32 ppp = numPortsOfTable(t);
     ORB_ASSERT(ppp <= 48);
-    layouts_[t] = VlanMembershipFamily::layout(profile(), t);
-
-    const std::string name = SwTable::hwTableName(family, "", cpu ? "Cpu" : "", t);
-    const auto descriptor = HwTableDescriptorConfig::hwTableDescIs(
-        {family, 0, t, name}, state, Bridging::VlanId::min, Bridging::VlanId::max,
-        rowWords(version),
-        Orb::make<HwTableRegisterMappingConst>(
-            name, regAddresses(vlanTablePrefix(profile(), t, cpu), registers)));
-    const auto hwTable = Orb::make<HwTableConfig>(descriptor, swTable()->types().bus());
-    ORB_ASSERT_TEXT(hwTable, VlanMembershipFamily::tableText);
-    hwTableIs(t, hwTable);
-    descriptorIs(t, descriptor);
   }
+  PlainFamilyLayerConvertor::doCreateHwTables(state);
 }
 
-void VlanMembershipConvertorLayer2All::packRow(HwTableId table, const VlanMembershipKey& key,
-                                               const VlanMembershipResult& result,
-                                               Image& image) const {
-  const RowLayout& layout = layouts_.at(table);
-  const RegisterFormatVersion version = profile().registerFormat();
-  VlanMembershipFamily::trace(7, "vlanRegVer ", version.major(), ".", version.minor(),
-                              " num vrf bits = ", profile().numVrfBits());
-  packCommon(layout, static_cast<U8>(table), result, key.vid().value(), image.data());
-  const VlanTablePortRange* range = portRangeOfTable(table);
-  RowWriter row(layout, reinterpret_cast<U8*>(image.data()), VlanMembershipFamily::trace,
-                "hwTableEntryIs");
+void VlanMembershipFamily::pack(const PlainRowContext& at, const Key& key, const Result& result,
+                                RowWriter& row) {
+  trace(7, "vlanRegVer ", at.profile.registerFormat().major(), ".",
+        at.profile.registerFormat().minor(), " num vrf bits = ", at.profile.numVrfBits());
+  const auto& convertor = convertorOf(at);
+  packCommon(convertor.rowLayout(at.table.id, 0), static_cast<U8>(at.table.id), result,
+             key.vid().value(), row.words());
+  const VlanTablePortRange* range = convertor.portRangeOfTable(at.table.id);
   row.set(Row::permitMask, result.permitMask() >> (range ? range->min() : 0));
-  row.set(Row::parity, VelaSwitch::parityU32Array(image.data(), dataWords(version)));
+  row.set(Row::parity,
+          VelaSwitch::parityU32Array(row.words(), dataWords(at.profile.registerFormat())));
 }
 
-RowSays VlanMembershipConvertorLayer2All::unpackRow(HwTableId table, HwIndex index, U32* image,
-                                                    VlanMembershipResult& result) const {
-  const RowReader row(layouts_.at(table), image);
-  const RegisterFormatVersion version = profile().registerFormat();
-  if (!row.flag(Row::commit) || row.get(Row::vlan) != index ||
-      VelaSwitch::parityU32Array(image, dataWords(version)) != 0) {
+RowSays VlanMembershipFamily::unpack(const PlainRowContext& at, const Key& key,
+                                     const RowReader& row, Result& result) {
+  if (!row.flag(Row::commit) || row.get(Row::vlan) != key.vid().value() ||
+      VelaSwitch::parityU32Array(row.words(), dataWords(at.profile.registerFormat())) != 0) {
     return RowSays::unsound;
   }
-  const VlanTablePortRange* range = portRangeOfTable(table);
+  const auto& convertor = convertorOf(at);
+  const VlanTablePortRange* range = convertor.portRangeOfTable(at.table.id);
   result.permitMask = row.get(Row::permitMask) << (range ? range->min() : 0);
   result.learnToCpu = row.flag(Row::learnToCpu);
   result.unknownMulticastToCpu = row.flag(Row::unknownMulticastToCpu);
@@ -293,16 +284,14 @@ RowSays VlanMembershipConvertorLayer2All::unpackRow(HwTableId table, HwIndex ind
   result.vrfBits = static_cast<U8>(row.get(Row::vrfBits));
   result.unicastRoute = row.flag(Row::unicastRoute);
   result.multicastRoute = row.flag(Row::multicastRoute);
-  if (layouts_.at(table)[Row::aclId].width != 0) {
-    unpackPipes(row, static_cast<U8>(table), result);
+  if (convertor.rowLayout(at.table.id, 0)[Row::aclId].width != 0) {
+    unpackPipes(row, static_cast<U8>(at.table.id), result);
   }
   return RowSays::result;
 }
 
-/// The ports of an ingress table's slice, and its pipes, are in no other ingress table.
-void VlanMembershipConvertorLayer2All::joinRow(HwTableId table, const VlanMembershipResult& row,
-                                               VlanMembershipResult& into) const {
-  if (isCpuPipeline(table, static_cast<U32>(hwTables().size()))) return;
+void VlanMembershipFamily::joinRow(const PlainRowContext& at, const Result& row, Result& into) {
+  if (at.table.cpu) return;
   into.permitMask = into.permitMask() | row.permitMask();
   const auto join = [](const auto& from, auto& map) {
     from().forEach([&](VelaSwitch::PipeId pipe, const auto& value) { map.value.is(pipe, value); });
@@ -314,7 +303,7 @@ void VlanMembershipConvertorLayer2All::joinRow(HwTableId table, const VlanMember
   join(row.natEnable, into.natEnable);
 }
 
-VELA_PLAIN_CLASSES_DEFINE(VlanMembershipFamily, VlanMembershipTable, VlanMembershipConvertor,
-                          VlanMembershipConvertorLayer2All)
+VELA_PLAIN_FAMILY_DEFINE(VlanMembershipFamily, VlanMembershipTable, VlanMembershipConvertor,
+                         VlanMembershipConvertorLayer2All)
 
 }  // namespace VelaSwitchTable

@@ -81,14 +81,22 @@ struct VELA_EXPORT VlanMembershipFamily
                        class VlanMembershipConvertor, class VlanMembershipConvertorLayer2All> {
   static constexpr const char* sourceUnit = "VelaTableVlanMembership";
   static inline Trace::Handle trace{sourceUnit};
-  static constexpr PlainFamilyTraits traits{.index = TableIndex::vlanMembership};
-  static constexpr const char* tableText = "hwTable";
+  static constexpr PlainFamilyTraits traits{.index = TableIndex::vlanMembership,
+                                            .absentTrace = AbsentTrace::byKey,
+                                            .tableText = "hwTable"};
   static HwIndex hwIndex(const Key& key) { return key.vid().value(); }
   /// A row that is no VLAN id raises the VLAN range exception.
   static Key keyOf(HwIndex row) { return Key{Bridging::VlanId(row)}; }
   static Result absentResult() { return {}; }
+  static std::vector<PlainHwTable> hwTables(const VelaSwitch::ProfileInfo& profile);
   /// The row of one hardware table of the profile.
   static VelaSwitchApi::RowLayout layout(const VelaSwitch::ProfileInfo& profile, U32 table);
+  static void pack(const PlainRowContext& at, const Key& key, const Result& result,
+                   VelaSwitchApi::RowWriter& row);
+  static RowSays unpack(const PlainRowContext& at, const Key& key,
+                        const VelaSwitchApi::RowReader& row, Result& result);
+  /// The ports of an ingress table's slice, and its pipes, are in no other ingress table.
+  static void joinRow(const PlainRowContext& at, const Result& row, Result& into);
 };
 
 VELA_CLASS(VlanMembershipFamily, VlanMembershipTable, PlainFamilyTable);
@@ -110,21 +118,9 @@ class VELA_EXPORT VlanMembershipConvertorLayer2All final
   void portRangeOfTableIs(const VlanTablePortRange& range) { ranges_[range.tableId()] = range; }
   /// The table's ports, or null.
   const VlanTablePortRange* portRangeOfTable(U32 tableId) const;
-  const VelaSwitchApi::RowLayout& rowLayout(HwTableId table, HwIndex) const override {
-    return layouts_.at(table);
-  }
-
- protected:
-  void packRow(HwTableId table, const VlanMembershipKey& key, const VlanMembershipResult& result,
-               Image& image) const override;
-  RowSays unpackRow(HwTableId table, HwIndex index, U32* image,
-                    VlanMembershipResult& result) const override;
-  void joinRow(HwTableId table, const VlanMembershipResult& row,
-               VlanMembershipResult& into) const override;
 
  private:
   std::map<U32, VlanTablePortRange> ranges_;
-  std::map<U32, VelaSwitchApi::RowLayout> layouts_;  ///< By hardware table.
 };
 
 /// Packs everything of a row but the permit mask and the parity.

@@ -193,36 +193,30 @@ class VELA_EXPORT DirectFamilyConvertor : public DirectBaseConvertor {
 
   void doCreateHwTables(VelaSwitchApi::TableState state) override {
     using namespace VelaSwitchApi;
-    const auto* table = static_cast<const typename F::Table*>(swTable());
-    ORB_ASSERT(table);
+    ORB_ASSERT_TEXT(swTable(), "table");
     layout_ = F::layout(profile());
     const auto registers = [](U32 block) {
       return regAddresses(regPrefix(F::traits.prefix, block), F::registers());
     };
     if constexpr (F::traits.placement == DirectPlacement::sharedOut) {
-      const std::string name = hwTableName(0);
-      auto mapping = Orb::make<HwTableRegisterMappingRange>(name);
+      const auto rows = Orb::make<HwTableRegisterMappingRange>(hwTableName(0));
       for (U32 block = 0; block < egressProcessors(profile()); ++block) {
-        mapping->regsIs(block * F::traits.rowsPerBlock, registers(block));
+        rows->regsIs(block * F::traits.rowsPerBlock, registers(block));
       }
-      createHwTable(0, name, mapping, state);
+      createRows(0, rows, state);
     } else {
       const U32 blocks = F::traits.placement == DirectPlacement::everyPipeline
                              ? profile().pipelines()
                              : egressProcessors(profile());
       for (U32 block = 0; block < blocks; ++block) {
-        const std::string name = hwTableName(block);
-        createHwTable(block, name, Orb::make<HwTableRegisterMappingConst>(name, registers(block)),
-                      state);
+        createRows(block,
+                   Orb::make<HwTableRegisterMappingConst>(hwTableName(block), registers(block)),
+                   state);
       }
     }
   }
 
-  void handleInitialized() override {
-    for (U8 word = 0; word < F::traits.rowWords; ++word) {
-      if (F::traits.staticWords[word] != 0) hwStaticWordIs(word, F::traits.staticWords[word]);
-    }
-  }
+  void handleInitialized() override { staticWordsAre(F::traits.staticWords); }
 
   HwIndex hwIndexFromItem(const DirectBaseEntry& entry) const override {
     return F::hwIndex(static_cast<const Entry&>(entry).key());
@@ -271,20 +265,15 @@ class VELA_EXPORT DirectFamilyConvertor : public DirectBaseConvertor {
     return std::nullopt;
   }
 
-  std::string hwTableName(VelaSwitchApi::HwTableId id) const {
+  static std::string hwTableName(HwTableId id) {
     return VelaSwitchApi::SwTable::hwTableName(TableConstants::tableName(F::traits.index), "", "",
                                                id);
   }
-
-  void createHwTable(VelaSwitchApi::HwTableId id, const std::string& name,
-                     Orb::PtrConst<VelaSwitchApi::HwTableRegisterMapping> mapping,
-                     VelaSwitchApi::TableState state) {
-    using namespace VelaSwitchApi;
-    const auto descriptor = HwTableDescriptorConfig::hwTableDescIs(
-        {TableConstants::tableName(F::traits.index), 0, id, name}, state, 0, F::rows(profile()) - 1,
-        F::traits.rowWords, std::move(mapping));
-    hwTableIs(id, Orb::make<HwTableConfig>(descriptor, swTable()->types().bus()));
-    descriptorIs(id, descriptor);
+  void createRows(HwTableId id, Orb::PtrConst<VelaSwitchApi::HwTableRegisterMapping> mapping,
+                  VelaSwitchApi::TableState state) {
+    const std::string family = TableConstants::tableName(F::traits.index);
+    createHwTable({family, 0, id, hwTableName(id)}, state, 0, F::rows(profile()) - 1,
+                  F::traits.rowWords, std::move(mapping));
   }
 
   RowLayout layout_;

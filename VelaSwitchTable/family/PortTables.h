@@ -18,7 +18,6 @@ struct PortKeyOf {
 /// The rows of a family whose keys are ports.
 template <class Key>
 struct PortRows {
-  static constexpr bool absentByIndex = true;
   static HwIndex hwIndex(const Key& key) { return key.portId().value(); }
   static Key keyOf(HwIndex index) { return Key{VelaSwitch::ChipPortId(index)}; }
 };
@@ -133,7 +132,7 @@ struct PortWordFamily : PortRows<Key> {
 
 /// The convertor of a family that has its rows in the ingress pipelines and once more for the CPU.
 template <class F>
-class VELA_EXPORT PortPipelineConvertor : public DeclaredLayerConvertor<F> {
+class VELA_EXPORT PortPipelineConvertor : public PlainFamilyLayerConvertor<F> {
  public:
   using Key = typename F::Key;
   using Result = typename F::Result;
@@ -167,7 +166,7 @@ class VELA_EXPORT PortPipelineConvertor : public DeclaredLayerConvertor<F> {
     bool good = true;
     for (const auto& [id, hwTable] : this->hwTables()) {
       if (this->declared(id).cpu != cpu) continue;
-      good &= DeclaredLayerConvertor<F>::writeRows(*hwTable, key, result);
+      good &= PlainFamilyLayerConvertor<F>::writeRows(*hwTable, key, result);
     }
     return good;
   }
@@ -181,7 +180,6 @@ class VELA_EXPORT PortPipelineConvertor : public DeclaredLayerConvertor<F> {
   VELA_CLASS(Family, Table, PlainFamilyTable);                              \
   VELA_BASE_CLASS(Family, Convertor, PlainFamilyConvertor);                 \
   VELA_PLAIN_TEMPLATES(extern, Family);                                     \
-  extern template class DeclaredLayerConvertor<Family>;                     \
   extern template class PortPipelineConvertor<Family>;                      \
   VELA_CLASS(Family, LayerConvertor, PortPipelineConvertor);                \
   VELA_PLAIN_FACTORIES(Table, LayerConvertor)
