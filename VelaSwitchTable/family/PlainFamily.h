@@ -2,40 +2,29 @@
 
 #include "VelaSwitchTable/VelaRegPrefixUtil.h"
 #include "VelaSwitchTable/family/EntryStore.h"
-#include "VelaSwitchTable/family/Family.h"
+#include "VelaSwitchTable/family/IndexedFamily.h"
 #include "VelaSwitchTable/family/PlainConvertor.h"
 
 /// What all plain families share: tables whose row is named by the key and written straight from
-/// the result. A family is a struct F, derived from PlainFamilyTypes, that says what is its own:
+/// the result. A family is a struct F, derived from IndexedFamily, that says what is its own:
 ///
-///   sourceUnit, trace                  the unit's name and the trace handle called after it
-///   traits                             a PlainFamilyTraits
-///   hwIndex(key), keyOf(index)         which row is the key's
-///   absentResult()                     what the row of a key without an entry is made from
-///   hwTables(profile)                  the hardware tables, a PlainHwTable each
-///   layout(profile, table)             the row's fields in one of them
-///   pack(table, key, result, row)      writes its row
-///   unpack(table, key, row, result)    adds what the row holds to the result
+///   traits              a PlainFamilyTraits
+///   fields              the row; see Row.h. What depends on the result alone is packed by name
+///   hwTables(profile)   the hardware tables, a PlainHwTable each
 ///
 /// and, where it is not like the others,
 ///
-///   copies(profile)              how often each row stands in a hardware table, unless once
-///   announced(result)            the part of a result that shows in rows
-///   marks(entry, row)            whether an audit marks the key, whose entry may be null, for what
-///                                the row says
-///   joinRow(table, row, result)  adds to the result, which another table's row gave, what of a
-///                                table's row no other has
+///   packMore(at, key, result, row)     writes the rest of the row, but what is in every row
+///   unpackMore(at, key, row, result)   adds what only that says, and judges the row
+///   shape(profile, table)              what the fields' places depend on, unless a RowShape
+///   hwIndex(key), keyOf(index), absentResult()
+///   copies(profile)                    how often each row stands in a hardware table, unless once
+///   announced(result)                  the part of a result that shows in rows
+///   marks(entry, row)                  whether an audit marks the key, whose entry may be null,
+///                                      for what the row says
+///   joinRow(at, row, result)           adds to the result, which another table's row gave, what of
+///                                      a table's row no other has
 namespace VelaSwitchTable {
-
-/// The types of a family. The named classes need only be declared where the family is.
-template <class K, class R, class TableType, class ConvertorType, class LayerConvertorType>
-struct PlainFamilyTypes {
-  using Key = K;
-  using Result = R;
-  using Table = TableType;
-  using Convertor = ConvertorType;
-  using LayerConvertor = LayerConvertorType;
-};
 
 /// What a row is packed and unpacked with.
 struct PlainRowContext {
@@ -74,7 +63,7 @@ class VELA_EXPORT PlainFamilyTable : public VelaSwitchApi::SwTable,
 
   void doSetProfileConvertor(Orb::Ptr<VelaSwitchApi::SwTableTypes> types) override {
     typesIs(std::move(types));
-    profileConvertorPtrIs(Orb::make<typename F::LayerConvertor>());
+    profileConvertorPtrIs(Orb::make<typename ClassesOf<F>::LayerConvertor>());
   }
 
   void handleEntry(const Key& key) override {
@@ -119,7 +108,7 @@ class VELA_EXPORT PlainFamilyTable : public VelaSwitchApi::SwTable,
 };
 
 template <class F>
-class VELA_EXPORT PlainFamilyLayerConvertor : public F::Convertor {
+class VELA_EXPORT PlainFamilyLayerConvertor : public ClassesOf<F>::Convertor {
  public:
   using Key = typename F::Key;
   using Result = typename F::Result;
@@ -151,7 +140,7 @@ class VELA_EXPORT PlainFamilyLayerConvertor : public F::Convertor {
   template <class Wanted>
   void createHwTables(VelaSwitchApi::TableState state, const Wanted& wanted) {
     for (const PlainHwTable& each : F::hwTables(this->profile())) {
-      if (wanted(each)) this->createHwTable(each, F::layout(this->profile(), each.id), state);
+      if (wanted(each)) this->createHwTable(each, makeLayout(each), state);
     }
   }
 
@@ -174,7 +163,7 @@ class VELA_EXPORT PlainFamilyLayerConvertor : public F::Convertor {
     return good;
   }
 
-  typename F::Table* table() const { return static_cast<typename F::Table*>(this->swTable()); }
+  TableOf<F>* table() const { return static_cast<TableOf<F>*>(this->swTable()); }
 
   Image rowImage(HwTableId id, HwIndex index,
                  IndexedRowsConvertor::Content content) const override {
@@ -225,6 +214,16 @@ class VELA_EXPORT PlainFamilyLayerConvertor : public F::Convertor {
   }
 
  private:
+  static constexpr bool packsMore = requires { &F::packMore; };
+  static_assert(rowChecked<F, F::traits.rowWords, packsMore>());
+
+  VelaSwitchApi::RowLayout makeLayout(const PlainHwTable& table) const {
+    if constexpr (requires { &F::shape; }) {
+      return rowLayout<F>(table.rowWords, F::shape(this->profile(), table));
+    } else {
+      return rowLayout<F>(table.rowWords, rowShape<F>(this->profile(), {.cpu = table.cpu}));
+    }
+  }
   PlainRowContext context(HwTableId table) const {
     return {this->profile(), this->declared(table), *this->swTable()};
   }
@@ -236,9 +235,11 @@ class VELA_EXPORT PlainFamilyLayerConvertor : public F::Convertor {
 
   Image rowImage(HwTableId id, const Key& key, const Result& result) const {
     Image image{};
-    VelaSwitchApi::RowWriter row(this->rowLayout(id, 0), reinterpret_cast<U8*>(image.data()),
-                                 F::trace, "hwTableEntryIs");
-    F::pack(context(id), key, result, row);
+    RowWriterOf<F> row(this->layout(id), image.data(), "hwTableEntryIs");
+    row.setNamed(announced<F>(result));
+    if constexpr (packsMore) F::packMore(context(id), key, result, row);
+    if constexpr (F::traits.parityWords != 0) row.setParity(F::traits.parityWords);
+    row.setPlace(F::hwIndex(key));
     return image;
   }
 
@@ -289,27 +290,30 @@ class VELA_EXPORT PlainFamilyLayerConvertor : public F::Convertor {
     return announced<F>(a) == announced<F>(b);
   }
 
-  /// Rows come from hardware: whatever they hold must not do more harm than be refused.
   RowSays says(HwTableId id, HwIndex index, Result& result) const {
-    try {
-      const VelaSwitchApi::RowReader row(this->rowLayout(id, index),
-                                         this->hwTable(id)->image(index));
-      return F::unpack(context(id), F::keyOf(index), row, result);
-    } catch (const Orb::RangeException& error) {
-      F::trace(3, " index ", index, ": ", error.what());
-    } catch (const Orb::AssertionFailed& error) {
-      F::trace(3, " index ", index, ": ", error.what());
-    }
-    return RowSays::unsound;
+    return readSafely(F::trace, " index ", index, RowSays::unsound, [&] {
+      const RowReaderOf<F> row(this->layout(id), this->hwTable(id)->image(index));
+      if (!row.paritySound(F::traits.parityWords)) return RowSays::unsound;
+      row.getNamed(result);
+      if constexpr (requires { &F::unpackMore; }) {
+        return F::unpackMore(context(id), F::keyOf(index), row, result);
+      }
+      return RowSays::result;
+    });
   }
 };
 
 }  // namespace VelaSwitchTable
 
-// The classes of a plain family, their factories (table by name) and their templates, which are
-// compiled in the family's source file alone. The base of the convertors has no factory: it knows
-// no hardware. A family whose classes add something of their own writes those by hand and has
-// VELA_CLASS for the others, between VELA_PLAIN_TEMPLATES and VELA_PLAIN_FACTORIES.
+// The classes of a plain family are named after it: of the family Xxx, the struct XxxFamily,
+//
+//   VELA_PLAIN_FAMILY(Xxx, Layer2All);         in the header, behind the struct
+//   VELA_PLAIN_FAMILY_DEFINE(Xxx, Layer2All)   in the source file
+//
+// make XxxTable, XxxConvertor, which knows no hardware, XxxConvertorLayer2All, the templates behind
+// them, which are compiled in that source file alone, and the factories XxxTableIs(name) and
+// XxxConvertorLayer2AllIs(). A family that adds something to its table or layer convertor writes
+// VELA_PLAIN_CLASSES, that class, and VELA_CLASS for the other.
 
 /// `instantiate` is extern, or nothing where they are compiled.
 #define VELA_PLAIN_TEMPLATES(instantiate, Family)          \
@@ -317,21 +321,33 @@ class VELA_EXPORT PlainFamilyLayerConvertor : public F::Convertor {
   instantiate template class PlainFamilyConvertor<Family>; \
   instantiate template class PlainFamilyLayerConvertor<Family>
 
-#define VELA_PLAIN_FACTORIES(Table, LayerConvertor)          \
-  VELA_FACTORY(Table, Table##Is, (const std::string& name)); \
-  VELA_FACTORY(LayerConvertor, LayerConvertor##Is, ())
+#define VELA_PLAIN_CLASSES(Family, Table_, Convertor_, LayerConvertor_) \
+  class Table_;                                                         \
+  class Convertor_;                                                     \
+  class LayerConvertor_;                                                \
+  template <>                                                           \
+  struct ClassesOf<Family> {                                            \
+    using Table = Table_;                                               \
+    using Convertor = Convertor_;                                       \
+    using LayerConvertor = LayerConvertor_;                             \
+  };                                                                    \
+  VELA_BASE_CLASS(Family, Convertor_, PlainFamilyConvertor);            \
+  VELA_PLAIN_TEMPLATES(extern, Family);                                 \
+  VELA_FACTORY(Table_, Table_##Is, (const std::string& name));          \
+  VELA_FACTORY(LayerConvertor_, LayerConvertor_##Is, ())
 
-#define VELA_PLAIN_FAMILY(Family, Table, Convertor, LayerConvertor) \
-  VELA_CLASS(Family, Table, PlainFamilyTable);                      \
-  VELA_BASE_CLASS(Family, Convertor, PlainFamilyConvertor);         \
-  VELA_PLAIN_TEMPLATES(extern, Family);                             \
-  VELA_CLASS(Family, LayerConvertor, PlainFamilyLayerConvertor);    \
-  VELA_PLAIN_FACTORIES(Table, LayerConvertor)
-
-#define VELA_PLAIN_FAMILY_DEFINE(Family, Table, Convertor, LayerConvertor) \
-  VELA_PLAIN_TEMPLATES(, Family);                                          \
-  VELA_REGISTERED_DEFINE(Table)                                            \
-  VELA_REGISTERED_DEFINE(Convertor)                                        \
-  VELA_REGISTERED_DEFINE(LayerConvertor)                                   \
-  VELA_FACTORY_DEFINE(Table, Table##Is, (const std::string& name), (name)) \
+#define VELA_PLAIN_CLASSES_DEFINE(Family, Table, Convertor, LayerConvertor) \
+  VELA_PLAIN_TEMPLATES(, Family);                                           \
+  VELA_REGISTERED_DEFINE(Table)                                             \
+  VELA_REGISTERED_DEFINE(Convertor)                                         \
+  VELA_REGISTERED_DEFINE(LayerConvertor)                                    \
+  VELA_FACTORY_DEFINE(Table, Table##Is, (const std::string& name), (name))  \
   VELA_FACTORY_DEFINE(LayerConvertor, LayerConvertor##Is, (), ())
+
+#define VELA_PLAIN_FAMILY(Xxx, Layer)                                                 \
+  VELA_PLAIN_CLASSES(Xxx##Family, Xxx##Table, Xxx##Convertor, Xxx##Convertor##Layer); \
+  VELA_CLASS(Xxx##Family, Xxx##Table, PlainFamilyTable);                              \
+  VELA_CLASS(Xxx##Family, Xxx##Convertor##Layer, PlainFamilyLayerConvertor)
+
+#define VELA_PLAIN_FAMILY_DEFINE(Xxx, Layer) \
+  VELA_PLAIN_CLASSES_DEFINE(Xxx##Family, Xxx##Table, Xxx##Convertor, Xxx##Convertor##Layer)

@@ -83,7 +83,8 @@ class VELA_EXPORT IndexedRowsConvertor : public VelaSwitchApi::SwTableProfileCon
     if (index < rows.first || index - rows.first >= block) return;
     for (U32 copy = 0; copy < copies(); ++copy, index += block) visit(table, index);
   }
-  /// A row that no row of the table can be is known as another, since static words are not compared.
+  /// A row that no row of the table can be is known as another, since static words are not
+  /// compared.
   void unsoundForget(HwTableConfig& table, HwIndex index);
 
  private:
