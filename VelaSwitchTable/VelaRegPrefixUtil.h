@@ -35,6 +35,13 @@ inline std::vector<std::string> hashRegisters(U8 dataWords) {
   return fields;
 }
 
+/// Each egress processor serves this many chip ports.
+inline constexpr U32 portsPerEgressProcessor = 2;
+
+inline U32 egressProcessors(const VelaSwitch::ProfileInfo& profile) {
+  return (profile.ports() + portsPerEgressProcessor - 1) / portsPerEgressProcessor;
+}
+
 /// First and last port of the pipes that the table serves.
 inline VelaSwitch::PortRange portRangeOfTable(const VelaSwitch::ProfileInfo* profileInfo, U32 table,
                                               VelaSwitch::TableKind kind) {

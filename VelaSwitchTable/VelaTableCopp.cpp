@@ -41,8 +41,6 @@ constexpr Names names51{
     "l3_low_packet_limit", "multicast_packet_limit", "l3_exception_limit", "mac_learn_limit",
     "default_limit"};
 
-enum class Row : U8 { value };
-
 constexpr U32 incrementMask = 0x3FFFF;
 constexpr U32 scaleMask = 7;
 constexpr U8 scaleFirst = 20;
@@ -115,12 +113,8 @@ std::vector<PlainHwTable> CoppFamily::hwTables(const VelaSwitch::ProfileInfo& pr
   std::vector<PlainHwTable> tables;
   for (U32 t = 0; t <= limiters; ++t) {
     const bool cpu = t == limiters;
-    PlainHwTable table{.id = t,
-                       .suffix = cpu ? "CpuTx" : "",
-                       .first = 0,
-                       .last = lastIndex,
-                       .rowWords = 1,
-                       .cpu = cpu};
+    PlainHwTable table{
+        .id = t, .suffix = cpu ? "CpuTx" : "", .last = lastIndex, .rowWords = 1, .cpu = cpu};
     table.mapping =
         mappingOf(profile.hwApi(), cpu ? "cpu_tx_pipeline[0]/rate_limiter/" : regPrefix(prefix, t));
     ORB_ASSERT_TEXT(table.mapping, "mapping");
@@ -129,25 +123,19 @@ std::vector<PlainHwTable> CoppFamily::hwTables(const VelaSwitch::ProfileInfo& pr
   return tables;
 }
 
-VelaSwitchApi::RowLayout CoppFamily::layout(const VelaSwitch::ProfileInfo&, U32) {
-  return {{{"value", 0, 32}}, 1};
-}
-
-void CoppFamily::pack(const PlainRowContext& at, const Key& key, const Result& result,
-                      VelaSwitchApi::RowWriter& row) {
+void CoppFamily::packMore(const PlainRowContext& at, const Key& key, const Result& result,
+                          RowWriterOf<CoppFamily>& row) {
   const bool scaleFactor = static_cast<const CoppTable&>(at.swTable).scaleFactorSupported();
   trace(8, "hwTableEntryIs Key:", key);
-  row.set(Row::value,
-          result.toHardwareValue(key, at.table.cpu, at.profile.pipelines(), scaleFactor));
+  row.set<"value">(result.toHardwareValue(key, at.table.cpu, at.profile.pipelines(), scaleFactor));
 }
 
-/// The CPU's table alone has what was announced; the others hold shares of it.
-RowSays CoppFamily::unpack(const PlainRowContext& at, const Key& key,
-                           const VelaSwitchApi::RowReader& row, Result& result) {
+RowSays CoppFamily::unpackMore(const PlainRowContext& at, const Key& key,
+                               const RowReaderOf<CoppFamily>& row, Result& result) {
   if (!at.table.cpu) return RowSays::nothing;
   const bool scaleFactor = static_cast<const CoppTable&>(at.swTable).scaleFactorSupported();
   trace(5, "Found cpu tx table hw entry for key: ", key);
-  result = CoppEntry::fromCpuHardwareValue(key, static_cast<U32>(row.get(Row::value)), scaleFactor);
+  result = CoppEntry::fromCpuHardwareValue(key, static_cast<U32>(row.get<"value">()), scaleFactor);
   return RowSays::result;
 }
 
@@ -180,7 +168,7 @@ bool CoppConvertor::hwTableEntryIs(const CoppEntryKey& key, const CoppEntry& ent
 void CoppConvertor::syncEntries(U32 id) {
   ORB_ASSERT_TEXT(hwTable(id), "table");
   ORB_ASSERT_TEXT(hwTable(numCoppTables()), "cpuTxHwTable");
-  DeclaredLayerConvertor::syncEntries(id);
+  PlainFamilyLayerConvertor::syncEntries(id);
 }
 
 U32 CoppConvertor::numCoppTables() const {
@@ -207,7 +195,7 @@ CoppHwTableRegisterMappingHwApi51::CoppHwTableRegisterMappingHwApi51(std::string
                                                                      std::string tableName)
     : CoppHwTableRegisterMapping(std::move(prefix), std::move(tableName), names51) {}
 
-VELA_PLAIN_FAMILY_DEFINE(CoppFamily, CoppTable, CoppConvertorBase, CoppConvertor)
+VELA_PLAIN_CLASSES_DEFINE(CoppFamily, CoppTable, CoppConvertorBase, CoppConvertor)
 VELA_REGISTERED_DEFINE(CoppHwTableRegisterMapping)
 VELA_FACTORY_DEFINE(CoppHwTableRegisterMapping, CoppHwTableRegisterMappingIs,
                     (const std::string& prefix, const std::string& tableName), (prefix, tableName))

@@ -39,23 +39,21 @@ struct VELA_EXPORT CoppEntry {
 /// The rate limiters of control-plane policing: in every ingress limiter table, and in the CPU's
 /// transmit table behind them. Which index has which register depends on the hardware interface;
 /// an index without one is not written.
-struct VELA_EXPORT CoppFamily : PlainFamilyTypes<CoppEntryKey, CoppEntry, class CoppTable,
-                                                 class CoppConvertorBase, class CoppConvertor> {
-  static constexpr const char* sourceUnit = "VelaTableCopp";
-  static inline Trace::Handle trace{sourceUnit};
-  static constexpr PlainFamilyTraits traits{.index = TableIndex::copp};
+struct VELA_EXPORT CoppFamily : IndexedFamily<"VelaTableCopp", CoppEntryKey, CoppEntry> {
+  static constexpr PlainFamilyTraits traits{
+      .index = TableIndex::copp, .rowWords = 1, .absentTrace = AbsentTrace::byKey};
+  static constexpr RowField fields[] = {{"value", 0, 32}};
   static constexpr HwIndex lastIndex = 12;
 
-  static HwIndex hwIndex(const Key& key) { return key.index(); }
-  static Key keyOf(HwIndex index) { return Key{static_cast<U8>(index)}; }
-  static Result absentResult() { return {}; }
   static std::vector<PlainHwTable> hwTables(const VelaSwitch::ProfileInfo& profile);
-  static VelaSwitchApi::RowLayout layout(const VelaSwitch::ProfileInfo& profile, U32 table);
-  static void pack(const PlainRowContext& at, const Key& key, const Result& result,
-                   VelaSwitchApi::RowWriter& row);
-  static RowSays unpack(const PlainRowContext& at, const Key& key,
-                        const VelaSwitchApi::RowReader& row, Result& result);
+  static void packMore(const PlainRowContext& at, const Key& key, const Result& result,
+                       RowWriterOf<CoppFamily>& row);
+  /// The CPU's table alone has what was announced; the others hold shares of it.
+  static RowSays unpackMore(const PlainRowContext& at, const Key& key,
+                            const RowReaderOf<CoppFamily>& row, Result& result);
 };
+
+VELA_PLAIN_CLASSES(CoppFamily, CoppTable, CoppConvertorBase, CoppConvertor);
 
 class VELA_EXPORT CoppTable final : public PlainFamilyTable<CoppFamily> {
  public:
@@ -77,18 +75,14 @@ class VELA_EXPORT CoppTable final : public PlainFamilyTable<CoppFamily> {
   Orb::Attribute<std::optional<VelaSwitch::ProfileHwApi>> scaleFactorVersion_;
 };
 
-VELA_BASE_CLASS(CoppFamily, CoppConvertorBase, PlainFamilyConvertor);
-VELA_PLAIN_TEMPLATES(extern, CoppFamily);
-extern template class DeclaredLayerConvertor<CoppFamily>;
-
-class VELA_EXPORT CoppConvertor final : public DeclaredLayerConvertor<CoppFamily> {
+class VELA_EXPORT CoppConvertor final : public PlainFamilyLayerConvertor<CoppFamily> {
  public:
   VELA_REGISTERED(CoppFamily, CoppConvertor);
 
   /// Limiter tables of the ingress side, without the CPU's.
   U32 numCoppTables() const;
 
-  using DeclaredLayerConvertor::hwTableEntryIs;
+  using PlainFamilyLayerConvertor::hwTableEntryIs;
   /// Writes the limiter's registers, or with `present` false those of one without an entry.
   bool hwTableEntryIs(const CoppEntryKey& key, const CoppEntry& entry, bool present);
   /// The table and the CPU's transmit table must be there.
@@ -132,7 +126,6 @@ class VELA_EXPORT CoppHwTableRegisterMappingHwApi51 final : public CoppHwTableRe
   CoppHwTableRegisterMappingHwApi51(std::string prefix, std::string tableName);
 };
 
-VELA_PLAIN_FACTORIES(CoppTable, CoppConvertor);
 VELA_FACTORY(CoppHwTableRegisterMapping, CoppHwTableRegisterMappingIs,
              (const std::string& prefix, const std::string& tableName));
 VELA_FACTORY(CoppHwTableRegisterMappingHwApi41, CoppHwTableRegisterMappingHwApi41Is,

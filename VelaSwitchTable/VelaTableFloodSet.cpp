@@ -3,14 +3,6 @@
 #include <chrono>
 
 namespace VelaSwitchTable {
-namespace {
-
-enum class Row : U8 { uucPortMask, umcPortMask, vlan, commit };
-
-constexpr U8 rowWords = 5;
-
-}  // namespace
-
 std::string FloodSetResult::resultString() const {
   return Orb::text("uucPortMask:0x", Orb::Hex{uucPortMask(), 12}, " umcPortMask:0x",
                    Orb::Hex{umcPortMask(), 12});
@@ -40,36 +32,24 @@ bool FloodSetConvertorLayer2All::isCpuPipeline(U32 tableIndex, U32 numTables) co
 }
 
 std::vector<PlainHwTable> FloodSetFamily::hwTables(const VelaSwitch::ProfileInfo& profile) {
+  ORB_ASSERT_TEXT(profile.ports() < 64, "len < 64");
   return vlanTables(profile, {"floodset_data0", "floodset_data1", "floodset_data2",
                               "floodset_data3", "floodset_ctl"});
 }
 
-VelaSwitchApi::RowLayout FloodSetFamily::layout(const VelaSwitch::ProfileInfo& profile, U32) {
-  const auto ports = static_cast<U16>(profile.ports());
-  ORB_ASSERT_TEXT(ports < 64, "len < 64");
-  return {{{"uucPortMask", 0, ports},
-           {"umcPortMask", ports, ports},
-           {"vlan", 128, 12},
-           {"commit", 143, 1}},
-          rowWords};
+void FloodSetFamily::packMore(const PlainRowContext&, const Key& key, const Result&,
+                              RowWriterOf<FloodSetFamily>& row) {
+  row.set<"vlan">(key.value());
 }
 
-void FloodSetFamily::pack(const PlainRowContext&, const Key& key, const Result& result,
-                          VelaSwitchApi::RowWriter& row) {
-  row.set(Row::uucPortMask, result.result().uucPortMask());
-  row.set(Row::umcPortMask, result.result().umcPortMask());
-  row.set(Row::vlan, key.value());
-  row.set(Row::commit, 1);
-}
-
-RowSays FloodSetFamily::unpack(const PlainRowContext&, const Key& key,
-                               const VelaSwitchApi::RowReader& row, Result& result) {
-  if (!row.flag(Row::commit) || row.get(Row::vlan) != key.value()) return RowSays::unsound;
-  result.result = FloodSetResult{row.get(Row::uucPortMask), row.get(Row::umcPortMask)};
+RowSays FloodSetFamily::unpackMore(const PlainRowContext&, const Key& key,
+                                   const RowReaderOf<FloodSetFamily>& row, Result& result) {
+  if (!row.flag<"commit">() || row.get<"vlan">() != key.value()) return RowSays::unsound;
+  row.getNamed(result.result.value);
   return RowSays::result;
 }
 
-VELA_PLAIN_FAMILY_DEFINE(FloodSetFamily, FloodSetTable, FloodSetConvertor,
-                         FloodSetConvertorLayer2All)
+VELA_PLAIN_CLASSES_DEFINE(FloodSetFamily, FloodSetTable, FloodSetConvertor,
+                          FloodSetConvertorLayer2All)
 
 }  // namespace VelaSwitchTable

@@ -3,7 +3,7 @@
 #include <functional>
 
 #include "Bridging/VlanId.h"
-#include "VelaSwitchTable/family/VlanTables.h"
+#include "VelaSwitchTable/family/PlainFamily.h"
 
 namespace VelaSwitchTable {
 
@@ -28,28 +28,27 @@ struct FloodSetEntry {
 
 /// Flood sets of the VLANs. Every hardware table has the whole masks, not its slice of the ports.
 struct VELA_EXPORT FloodSetFamily
-    : PlainFamilyTypes<Bridging::VlanId, FloodSetEntry, class FloodSetTable,
-                       class FloodSetConvertor, class FloodSetConvertorLayer2All> {
-  static constexpr const char* sourceUnit = "VelaTableFloodSet";
-  static inline Trace::Handle trace{sourceUnit};
+    : IndexedFamily<"VelaTableFloodSet", Bridging::VlanId, FloodSetEntry> {
   static constexpr PlainFamilyTraits traits{.index = TableIndex::floodSet,
-                                            .staticWords = {0, 0, 0, 0, 0xffffffff}};
-
-  static constexpr bool absentByIndex = true;
-  static constexpr const char* tableText = "hwTable";
-
-  static HwIndex hwIndex(const Key& key) { return key.value(); }
-  static Key keyOf(HwIndex index) { return Bridging::VlanId(index); }
-  static Result absentResult() { return {}; }
+                                            .rowWords = 5,
+                                            .staticWords = {0, 0, 0, 0, 0xffffffff},
+                                            .tableText = "hwTable"};
+  static constexpr auto fields(const RowShape& shape) {
+    return std::to_array<RowField>({{"uucPortMask", 0, shape.ports},
+                                    {"umcPortMask", shape.ports, shape.ports},
+                                    {"vlan", 128, 12},
+                                    {"commit", 143, 1, 1}});
+  }
   /// What of an entry is announced, and shows in hardware.
   static const FloodSetResult& announced(const Result& entry) { return entry.result(); }
   static std::vector<PlainHwTable> hwTables(const VelaSwitch::ProfileInfo& profile);
-  static VelaSwitchApi::RowLayout layout(const VelaSwitch::ProfileInfo& profile, U32 table);
-  static void pack(const PlainRowContext& at, const Key& key, const Result& result,
-                   VelaSwitchApi::RowWriter& row);
-  static RowSays unpack(const PlainRowContext& at, const Key& key,
-                        const VelaSwitchApi::RowReader& row, Result& result);
+  static void packMore(const PlainRowContext& at, const Key& key, const Result& result,
+                       RowWriterOf<FloodSetFamily>& row);
+  static RowSays unpackMore(const PlainRowContext& at, const Key& key,
+                            const RowReaderOf<FloodSetFamily>& row, Result& result);
 };
+
+VELA_PLAIN_CLASSES(FloodSetFamily, FloodSetTable, FloodSetConvertor, FloodSetConvertorLayer2All);
 
 class VELA_EXPORT FloodSetTable final : public PlainFamilyTable<FloodSetFamily> {
  public:
@@ -75,18 +74,13 @@ class VELA_EXPORT FloodSetTable final : public PlainFamilyTable<FloodSetFamily> 
   Clock clock_ = systemTime;
 };
 
-VELA_BASE_CLASS(FloodSetFamily, FloodSetConvertor, PlainFamilyConvertor);
-VELA_PLAIN_TEMPLATES(extern, FloodSetFamily);
-extern template class DeclaredLayerConvertor<FloodSetFamily>;
-
-class VELA_EXPORT FloodSetConvertorLayer2All final : public DeclaredLayerConvertor<FloodSetFamily> {
+class VELA_EXPORT FloodSetConvertorLayer2All final
+    : public PlainFamilyLayerConvertor<FloodSetFamily> {
  public:
   VELA_REGISTERED(FloodSetFamily, FloodSetConvertorLayer2All);
 
   /// Whether the table is the CPU pipeline's: the last one, on profiles that have it.
   bool isCpuPipeline(U32 tableIndex, U32 numTables) const;
 };
-
-VELA_PLAIN_FACTORIES(FloodSetTable, FloodSetConvertorLayer2All);
 
 }  // namespace VelaSwitchTable

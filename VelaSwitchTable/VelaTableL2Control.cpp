@@ -10,7 +10,6 @@ std::string L2ControlResult::resultString() const {
   return text;
 }
 
-VELA_PLAIN_FAMILY_DEFINE(L2ControlFamily, L2ControlTable, L2ControlConvertor,
-                         L2ControlConvertorLayer2All)
+VELA_PLAIN_FAMILY_DEFINE(L2Control, Layer2All)
 
 }  // namespace VelaSwitchTable

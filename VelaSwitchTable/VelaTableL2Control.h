@@ -18,19 +18,15 @@ struct VELA_EXPORT L2ControlResult {
 
 /// A port's layer-2 switches.
 struct VELA_EXPORT L2ControlFamily
-    : PlainFamilyTypes<L2ControlKey, L2ControlResult, class L2ControlTable,
-                       class L2ControlConvertor, class L2ControlConvertorLayer2All>,
-      PortWordFamily<L2ControlFamily, L2ControlKey, L2ControlResult> {
-  static constexpr const char* sourceUnit = "VelaTableL2Control";
-  static inline Trace::Handle trace{sourceUnit};
-  static constexpr PlainFamilyTraits traits{.index = TableIndex::l2Control};
-  static constexpr U8 rowWords = 1;
-  static constexpr VelaSwitchApi::RowField fields[] = {
+    : IndexedFamily<"VelaTableL2Control", L2ControlKey, L2ControlResult> {
+  static constexpr PlainFamilyTraits traits{.index = TableIndex::l2Control, .rowWords = 1};
+  static constexpr RowField fields[] = {
       {"isMlagPeer", 0, 1}, {"learnOnly", 1, 1}, {"learnDisabled", 2, 1}};
-  static constexpr PortRegister registers[] = {{"", "pipeline[%d]/port[%d]/l2_control"}};
+  static std::vector<PlainHwTable> hwTables(const VelaSwitch::ProfileInfo& profile) {
+    return portRegisterTables(profile, traits.rowWords, {{"", "pipeline[%d]/port[%d]/l2_control"}});
+  }
 };
-static_assert(VelaSwitchApi::wellFormed(L2ControlFamily::fields, L2ControlFamily::rowWords));
 
-VELA_PLAIN_FAMILY(L2ControlFamily, L2ControlTable, L2ControlConvertor, L2ControlConvertorLayer2All);
+VELA_PLAIN_FAMILY(L2Control, Layer2All);
 
 }  // namespace VelaSwitchTable

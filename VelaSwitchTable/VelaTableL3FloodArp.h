@@ -4,6 +4,7 @@
 #include "Bridging/VlanId.h"
 #include "VelaSwitch/Types.h"
 #include "VelaSwitchTable/family/DirectFamily.h"
+#include "VelaSwitchTable/family/LookupMemory.h"
 
 namespace VelaSwitchTable {
 
@@ -20,33 +21,33 @@ struct L3FloodArpResult {
 /// word each: two memory rows, each in two copies. The row has no valid bit; one with address and
 /// VLAN 0 is taken for empty.
 struct VELA_EXPORT L3FloodArpFamily
-    : DirectFamilyTypes<VelaSwitch::L3FloodId, L3FloodArpResult, class L3FloodArpTable,
-                        class L3FloodArpConvertor, class L3FloodArpEntry> {
-  static constexpr const char* sourceUnit = "VelaTableL3FloodArp";
-  static inline Trace::Handle trace{sourceUnit};
-  static constexpr DirectFamilyTraits traits{
-      .index = TableIndex::l3FloodArp,
-      .placement = DirectPlacement::everyEgressProcessor,
-      .prefix = "egress/processor[%d]/",
-      .rowWords = 8,
-      .staticWords = {0, 0xfffffff0, 0, 0xfffffff0, 0, 0xfffffff0, 0, 0xfffffff0}};
-
-  static U32 rows(const VelaSwitch::ProfileInfo& profile);
-  static std::vector<std::string> registers() {
-    return {"lum_data", "lum_ctl_addr_data", "lum_data", "lum_ctl_addr_data",
-            "lum_data", "lum_ctl_addr_data", "lum_data", "lum_ctl_addr_data"};
+    : IndexedFamily<"VelaTableL3FloodArp", VelaSwitch::L3FloodId, L3FloodArpResult> {
+  static constexpr DirectFamilyTraits traits{.index = TableIndex::l3FloodArp,
+                                             .placement = DirectPlacement::everyEgressProcessor,
+                                             .prefix = "egress/processor[%d]/",
+                                             .rowWords = memoryWords,
+                                             .staticWords = memoryStaticWords};
+  /// Pairs 0 and 1 hold the head of the address, 2 and 3 its tail with the VLAN.
+  static constexpr auto fields(const RowShape&) {
+    constexpr RowField head{"ethAddrHead", 0, 32};
+    constexpr RowField none{"none", 0, 0};
+    constexpr RowField tail{"ethAddrTail", 16, 16};
+    constexpr RowField vlanId{"vlanId", 0, 16};
+    return memoryRow({{{{head, none}}, {{head, none}}, {{tail, vlanId}}, {{tail, vlanId}}}});
   }
-  static HwIndex hwIndex(const Key& key);
-  static Key keyOf(HwIndex index);
-  static RowLayout layout(const VelaSwitch::ProfileInfo& profile);
-  static void pack(const VelaSwitch::ProfileInfo& profile, const Key& key, const Result& result,
-                   bool valid, RowWriter& row);
-  static void packStatic(HwIndex index, RowWriter& row);
-  static std::optional<std::pair<Result, bool>> unpack(const VelaSwitch::ProfileInfo& profile,
-                                                       const RowReader& row);
+  /// Flood ids have a row but for the last, which stands for none.
+  static U32 rows(const VelaSwitch::ProfileInfo&) { return VelaSwitch::L3FloodId::null; }
+  static std::vector<std::string> registers() { return memoryRegisters(); }
+  static Key keyOf(HwIndex index) { return Key(index & 0xff); }
+  static void packMore(const VelaSwitch::ProfileInfo& profile, const Result& result,
+                       RowWriterOf<L3FloodArpFamily>& row);
+  static void packPlace(HwIndex index, RowWriterOf<L3FloodArpFamily>& row);
+  static bool isSound(const RowReaderOf<L3FloodArpFamily>& row) { return memorySound(row); }
+  static void unpackMore(const VelaSwitch::ProfileInfo& profile,
+                         const RowReaderOf<L3FloodArpFamily>& row, Result& result);
   static void describe(Orb::TextSink& sink, const Result& result);
 };
 
-VELA_DIRECT_FAMILY(L3FloodArpFamily, L3FloodArpTable, L3FloodArpConvertor, L3FloodArpEntry);
+VELA_DIRECT_FAMILY(L3FloodArp);
 
 }  // namespace VelaSwitchTable

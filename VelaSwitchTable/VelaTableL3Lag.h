@@ -16,29 +16,19 @@ struct L3LagResult {
 /// The ports that a layer-3 LAG stands for, the CPU port among them. The row has no valid bit; an
 /// empty mask without priority is taken for no entry.
 struct VELA_EXPORT L3LagFamily
-    : DirectFamilyTypes<VelaSwitch::L3LagIndex, L3LagResult, class L3LagTable, class L3LagConvertor,
-                        class L3LagEntry> {
-  static constexpr const char* sourceUnit = "VelaTableL3Lag";
-  static inline Trace::Handle trace{sourceUnit};
-  static constexpr DirectFamilyTraits traits{.index = TableIndex::l3Lag,
-                                             .placement = DirectPlacement::everyPipeline,
-                                             .prefix = "ingress/processor_l3[%d]/",
-                                             .rowWords = 3,
-                                             .staticWords = {0, 0, 0xffffffff}};
-
-  static U32 rows(const VelaSwitch::ProfileInfo& profile);
-  static std::vector<std::string> registers() { return {"hash_data0", "hash_data1", "hash_ctl"}; }
-  static HwIndex hwIndex(const Key& key);
-  static Key keyOf(HwIndex index);
-  static RowLayout layout(const VelaSwitch::ProfileInfo& profile);
-  static void pack(const VelaSwitch::ProfileInfo& profile, const Key& key, const Result& result,
-                   bool valid, RowWriter& row);
-  static void packStatic(HwIndex index, RowWriter& row);
-  static std::optional<std::pair<Result, bool>> unpack(const VelaSwitch::ProfileInfo& profile,
-                                                       const RowReader& row);
-  static void describe(Orb::TextSink& sink, const Result& result);
+    : IndexedFamily<"VelaTableL3Lag", VelaSwitch::L3LagIndex, L3LagResult> {
+  static constexpr DirectFamilyTraits traits = layer3MaskTraits(TableIndex::l3Lag);
+  static constexpr auto fields(const RowShape& shape) {
+    return std::to_array<RowField>({{"portMask", 0, shape.ports + 1},
+                                    {"cpuPriority", shape.ports + 1, 1},
+                                    {"parity", shape.ports + 2, 1},
+                                    {"index", 64, 6},
+                                    {"control", 81, 5, 19}});
+  }
+  static U32 rows(const VelaSwitch::ProfileInfo&) { return VelaSwitch::L3LagIndex::mcastSnat + 1; }
+  static std::vector<std::string> registers() { return hashRegisters(2); }
 };
 
-VELA_DIRECT_FAMILY(L3LagFamily, L3LagTable, L3LagConvertor, L3LagEntry);
+VELA_DIRECT_FAMILY(L3Lag);
 
 }  // namespace VelaSwitchTable

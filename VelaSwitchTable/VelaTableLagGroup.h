@@ -20,30 +20,30 @@ VELA_EXPORT std::ostream& operator<<(std::ostream& out, const LagGroupResult& re
 /// The LAG that a port belongs to: in the layer-2 processor that serves the port, and for the CPU.
 /// A port without an entry has group 0; a row that says 63 is neither compared nor taken over.
 struct VELA_EXPORT LagGroupFamily
-    : PlainFamilyTypes<LagGroupKey, LagGroupResult, class LagGroupTable, class LagGroupConvertor,
-                       class LagGroupConvertorLayer2All>,
-      PortRows<LagGroupKey> {
-  static constexpr const char* sourceUnit = "VelaTableLagGroup";
-  static inline Trace::Handle trace{sourceUnit};
+    : IndexedFamily<"VelaTableLagGroup", LagGroupKey, LagGroupResult> {
+  /// A row of no group says nothing, to audits neither. Group 0 is a group: a port in it is taken
+  /// over as an entry.
   static constexpr PlainFamilyTraits traits{.index = TableIndex::lagGroup,
-                                            .staticWords = {0, 0xffffffff}};
-  /// A row of no group says nothing, to audits neither.
-  static constexpr bool ignoresRows = true;
-  /// Group 0 is a group: a port in it is taken over as an entry.
-  static constexpr bool rebuildsDefaults = true;
+                                            .rowWords = 2,
+                                            .staticWords = {0, 0xffffffff},
+                                            .ignoresRows = true,
+                                            .rebuildsDefaults = true};
+  static constexpr auto fields(const RowShape& shape) {
+    return std::to_array<RowField>({{"lagGroupId", 0, 32}, {"control", 32, shape.cpu ? 0u : 32u}});
+  }
+  static std::vector<PlainHwTable> hwTables(const VelaSwitch::ProfileInfo& profile) {
+    return layer2PortTables(profile, {"lag_group_data0", "lag_ctl"}, {"lag_group_data0"});
+  }
   /// Every port in a group is to have an entry that says so.
   static bool marks(const Result* entry, const Result& row) { return !entry || *entry != row; }
-
-  static Result absentResult() { return {}; }
-  static std::vector<PlainHwTable> hwTables(const VelaSwitch::ProfileInfo& profile);
-  static VelaSwitchApi::RowLayout layout(const VelaSwitch::ProfileInfo& profile, U32 table);
-  static void pack(const PlainRowContext& at, const Key& key, const Result& result,
-                   VelaSwitchApi::RowWriter& row);
-  static RowSays unpack(const PlainRowContext& at, const Key& key,
-                        const VelaSwitchApi::RowReader& row, Result& result);
+  static void packMore(const PlainRowContext& at, const Key& key, const Result&,
+                       RowWriterOf<LagGroupFamily>& row) {
+    row.set<"control">(controlCommit | portSelection(at.table, key.portId()));
+  }
+  static RowSays unpackMore(const PlainRowContext&, const Key&, const RowReaderOf<LagGroupFamily>&,
+                            Result& result);
 };
 
-VELA_PORT_PIPELINE_FAMILY(LagGroupFamily, LagGroupTable, LagGroupConvertor,
-                          LagGroupConvertorLayer2All);
+VELA_PORT_PIPELINE_FAMILY(LagGroup, Layer2All);
 
 }  // namespace VelaSwitchTable

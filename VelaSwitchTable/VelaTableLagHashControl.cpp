@@ -9,7 +9,6 @@ std::string LagHashControlResult::resultString() const {
   return text;
 }
 
-VELA_PLAIN_FAMILY_DEFINE(LagHashControlFamily, LagHashControlTable, LagHashControlConvertor,
-                         LagHashControlConvertorLayer3)
+VELA_PLAIN_FAMILY_DEFINE(LagHashControl, Layer3)
 
 }  // namespace VelaSwitchTable

@@ -19,21 +19,15 @@ struct VELA_EXPORT LagHashControlResult {
 
 /// What of a frame enters the hash that picks a LAG member, by ingress port.
 struct VELA_EXPORT LagHashControlFamily
-    : PlainFamilyTypes<LagHashControlKey, LagHashControlResult, class LagHashControlTable,
-                       class LagHashControlConvertor, class LagHashControlConvertorLayer3>,
-      PortWordFamily<LagHashControlFamily, LagHashControlKey, LagHashControlResult> {
-  static constexpr const char* sourceUnit = "VelaTableLagHashControl";
-  static inline Trace::Handle trace{sourceUnit};
-  static constexpr PlainFamilyTraits traits{.index = TableIndex::lagHashControl};
-  static constexpr U8 rowWords = 1;
-  static constexpr VelaSwitchApi::RowField fields[] = {
+    : IndexedFamily<"VelaTableLagHashControl", LagHashControlKey, LagHashControlResult> {
+  static constexpr PlainFamilyTraits traits{.index = TableIndex::lagHashControl, .rowWords = 1};
+  static constexpr RowField fields[] = {
       {"useVlanId", 0, 1}, {"unused", 1, 1}, {"useSipAndDip", 2, 1}, {"hashSeed", 3, 6}};
-  static constexpr PortRegister registers[] = {{"", "pipeline[%d]/port[%d]/lhash_ctl"}};
+  static std::vector<PlainHwTable> hwTables(const VelaSwitch::ProfileInfo& profile) {
+    return portRegisterTables(profile, traits.rowWords, {{"", "pipeline[%d]/port[%d]/lhash_ctl"}});
+  }
 };
-static_assert(VelaSwitchApi::wellFormed(LagHashControlFamily::fields,
-                                        LagHashControlFamily::rowWords));
 
-VELA_PLAIN_FAMILY(LagHashControlFamily, LagHashControlTable, LagHashControlConvertor,
-                  LagHashControlConvertorLayer3);
+VELA_PLAIN_FAMILY(LagHashControl, Layer3);
 
 }  // namespace VelaSwitchTable

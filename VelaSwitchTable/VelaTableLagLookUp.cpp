@@ -6,11 +6,6 @@
 namespace VelaSwitchTable {
 namespace {
 
-enum class Row : U8 { buckets, select };
-
-constexpr U8 rowWords = 2;
-constexpr VelaSwitchApi::RowField fields[] = {{"buckets", 0, 32}, {"select", 32, 32}};
-
 /// First port of the pipe that serves the port; 0 when none does.
 U32 firstPortOfPipe(const VelaSwitch::ProfileInfo& profile, U32 port) {
   const U32 pipe = profile.portToIngressPipeId(port);
@@ -38,9 +33,8 @@ std::vector<PlainHwTable> LagLookUpFamily::hwTables(const VelaSwitch::ProfileInf
     tables.push_back(
         {.id = t,
          .suffix = cpu ? "Cpu" : "",
-         .first = 0,
          .last = profile.ports() - 1,
-         .rowWords = rowWords,
+         .rowWords = traits.rowWords,
          .registers =
              [&profile, block, pipelines](HwIndex port) {
                const U32 pipe = std::min(profile.portToIngressPipeId(port), pipelines - 1);
@@ -52,24 +46,12 @@ std::vector<PlainHwTable> LagLookUpFamily::hwTables(const VelaSwitch::ProfileInf
   return tables;
 }
 
-VelaSwitchApi::RowLayout LagLookUpFamily::layout(const VelaSwitch::ProfileInfo&, U32) {
-  return {{std::begin(fields), std::end(fields)}, rowWords};
-}
-
-void LagLookUpFamily::pack(const PlainRowContext& at, const Key& key, const Result& result,
-                           VelaSwitchApi::RowWriter& row) {
+void LagLookUpFamily::packMore(const PlainRowContext& at, const Key& key, const Result&,
+                               RowWriterOf<LagLookUpFamily>& row) {
   const U32 port = key.portId().value();
-  row.set(Row::buckets, result.buckets());
-  row.set(Row::select, 1u << (port - firstPortOfPipe(at.profile, port)) % 32);
+  row.set<"select">(1u << (port - firstPortOfPipe(at.profile, port)) % 32);
 }
 
-RowSays LagLookUpFamily::unpack(const PlainRowContext&, const Key&,
-                                const VelaSwitchApi::RowReader& row, Result& result) {
-  result.buckets = static_cast<U32>(row.get(Row::buckets));
-  return RowSays::result;
-}
-
-VELA_PLAIN_FAMILY_DEFINE(LagLookUpFamily, LagLookUpTable, LagLookUpConvertor,
-                         LagLookUpConvertorLayer2All)
+VELA_PLAIN_FAMILY_DEFINE(LagLookUp, Layer2All)
 
 }  // namespace VelaSwitchTable

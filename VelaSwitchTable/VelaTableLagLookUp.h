@@ -20,27 +20,20 @@ VELA_EXPORT std::ostream& operator<<(std::ostream& out, const LagLookUpResult& r
 /// Which hash buckets of a LAG pick a port: in every pipeline and for the CPU, each with a block of
 /// rows for every ingress pipe. A port without an entry is picked by the low eight.
 struct VELA_EXPORT LagLookUpFamily
-    : PlainFamilyTypes<LagLookUpKey, LagLookUpResult, class LagLookUpTable,
-                       class LagLookUpConvertor, class LagLookUpConvertorLayer2All>,
-      PortRows<LagLookUpKey> {
-  static constexpr const char* sourceUnit = "VelaTableLagLookUp";
-  static inline Trace::Handle trace{sourceUnit};
+    : IndexedFamily<"VelaTableLagLookUp", LagLookUpKey, LagLookUpResult> {
   static constexpr PlainFamilyTraits traits{.index = TableIndex::lagLookUp,
-                                            .staticWords = {0, 0xffffffff}};
+                                            .rowWords = 2,
+                                            .staticWords = {0, 0xffffffff},
+                                            .absentTrace = AbsentTrace::byTableAndIndex};
+  static constexpr RowField fields[] = {{"buckets", 0, 32}, {"select", 32, 32}};
   static constexpr U32 allBuckets = 0xFF;
 
   static Result absentResult() { return {allBuckets}; }
   static std::vector<PlainHwTable> hwTables(const VelaSwitch::ProfileInfo& profile);
-  static VelaSwitchApi::RowLayout layout(const VelaSwitch::ProfileInfo& profile, U32 table);
-  static void pack(const PlainRowContext& at, const Key& key, const Result& result,
-                   VelaSwitchApi::RowWriter& row);
-  static RowSays unpack(const PlainRowContext& at, const Key& key,
-                        const VelaSwitchApi::RowReader& row, Result& result);
-  static void traceAbsent(HwTableId pipe, HwIndex index) {
-    trace(5, "pipe ", pipe, " index ", index, " does not exist.");
-  }
+  static void packMore(const PlainRowContext& at, const Key& key, const Result& result,
+                       RowWriterOf<LagLookUpFamily>& row);
 };
 
-VELA_PLAIN_FAMILY(LagLookUpFamily, LagLookUpTable, LagLookUpConvertor, LagLookUpConvertorLayer2All);
+VELA_PLAIN_FAMILY(LagLookUp, Layer2All);
 
 }  // namespace VelaSwitchTable

@@ -33,24 +33,23 @@ struct LagMembershipResult : LagMembershipFields {
 /// The ports of the LAG that a port belongs to: in the layer-2 processor that serves the port, and
 /// for the CPU.
 struct VELA_EXPORT LagMembershipFamily
-    : PlainFamilyTypes<LagMembershipKey, LagMembershipResult, class LagMembershipTable,
-                       class LagMembershipConvertor, class LagMembershipConvertorLayer2All>,
-      PortRows<LagMembershipKey> {
-  static constexpr const char* sourceUnit = "VelaTableLagMembership";
-  static inline Trace::Handle trace{sourceUnit};
-  static constexpr PlainFamilyTraits traits{.index = TableIndex::lagMembership};
-  static constexpr bool tracesHandling = true;
-
-  static Result absentResult() { return {}; }
-  static std::vector<PlainHwTable> hwTables(const VelaSwitch::ProfileInfo& profile);
-  static VelaSwitchApi::RowLayout layout(const VelaSwitch::ProfileInfo& profile, U32 table);
-  static void pack(const PlainRowContext& at, const Key& key, const Result& result,
-                   VelaSwitchApi::RowWriter& row);
-  static RowSays unpack(const PlainRowContext& at, const Key& key,
-                        const VelaSwitchApi::RowReader& row, Result& result);
+    : IndexedFamily<"VelaTableLagMembership", LagMembershipKey, LagMembershipResult> {
+  static constexpr PlainFamilyTraits traits{
+      .index = TableIndex::lagMembership, .rowWords = 3, .tracesHandling = true};
+  static constexpr auto fields(const RowShape& shape) {
+    return std::to_array<RowField>(
+        {{"ports0", 0, 32}, {"ports32", 32, 32}, {"select", 64, shape.cpu ? 0u : 32u}});
+  }
+  static std::vector<PlainHwTable> hwTables(const VelaSwitch::ProfileInfo& profile) {
+    return layer2PortTables(profile, {"lag_mask_data0", "lag_mask_data1", "lag_ctl"},
+                            {"lag_mask_data0", "lag_mask_data1"});
+  }
+  static void packMore(const PlainRowContext& at, const Key& key, const Result& result,
+                       RowWriterOf<LagMembershipFamily>& row);
+  static RowSays unpackMore(const PlainRowContext& at, const Key& key,
+                            const RowReaderOf<LagMembershipFamily>& row, Result& result);
 };
 
-VELA_PORT_PIPELINE_FAMILY(LagMembershipFamily, LagMembershipTable, LagMembershipConvertor,
-                          LagMembershipConvertorLayer2All);
+VELA_PORT_PIPELINE_FAMILY(LagMembership, Layer2All);
 
 }  // namespace VelaSwitchTable

@@ -18,33 +18,44 @@ struct Lpm11Result {
 /// which routes set to it; before, it is lost when the process ends.
 ///
 /// Keys have the prefix length 11; others are a fatal assertion.
-struct VELA_EXPORT Lpm11Family
-    : DirectFamilyTypes<VelaSwitch::LpmKey, Lpm11Result, class Lpm11Table, class Lpm11Convertor,
-                        class Lpm11Entry> {
-  static constexpr const char* sourceUnit = "VelaTableLpm11";
-  static inline Trace::Handle trace{sourceUnit};
+struct VELA_EXPORT Lpm11Family : IndexedFamily<"VelaTableLpm11", VelaSwitch::LpmKey, Lpm11Result> {
   static constexpr DirectFamilyTraits traits{.index = TableIndex::lpm11,
                                              .placement = DirectPlacement::everyPipeline,
                                              .prefix = "ingress/processor_l3[%d]/",
-                                             .rowWords = 3};
+                                             .rowWords = 3,
+                                             .parityWords = 1};
+  /// Whether rows hold the mask length.
+  static bool otherFormat(const VelaSwitch::ProfileInfo& profile) {
+    return profile.hwApi() >= VelaSwitch::ProfileHwApi{5u, 1u};
+  }
+  static constexpr auto fields(const RowShape& shape) {
+    const bool mask = shape.other;
+    return std::to_array<RowField>({{"cell", 0, 12},
+                                    {"zeros", 13, mask ? 0u : 2u, 0},
+                                    {"valid", 12, 1},
+                                    {"cpuTrap", mask ? 13u : 15u, 1},
+                                    {"parity", mask ? 14u : 16u, 1},
+                                    {"mask", 15, mask ? 4u : 0u},
+                                    {"index", 32, 16},
+                                    {"control", 49, 5, 15},
+                                    {"realLength", 64, 6}});
+  }
   /// Address bits of a key.
   static constexpr U8 keyLength = 11;
   static constexpr U32 rowsPerVrf = 1u << keyLength;
 
   static U32 rows(const VelaSwitch::ProfileInfo& profile) { return profile.vrfs() * rowsPerVrf; }
-  static std::vector<std::string> registers() { return {"hash_data0", "hash_ctl"}; }
+  static std::vector<std::string> registers() { return hashRegisters(1); }
   static HwIndex hwIndex(const Key& key);
   static Key keyOf(HwIndex index);
-  static RowLayout layout(const VelaSwitch::ProfileInfo& profile);
-  static void pack(const VelaSwitch::ProfileInfo& profile, const Key& key, const Result& result,
-                   bool valid, RowWriter& row);
-  static void packStatic(HwIndex index, RowWriter& row);
-  static std::optional<std::pair<Result, bool>> unpack(const VelaSwitch::ProfileInfo& profile,
-                                                       const RowReader& row);
+  static void packMore(const VelaSwitch::ProfileInfo& profile, const Result& result,
+                       RowWriterOf<Lpm11Family>& row);
+  static void unpackMore(const VelaSwitch::ProfileInfo& profile,
+                         const RowReaderOf<Lpm11Family>& row, Result& result);
   static void describe(Orb::TextSink& sink, const Result& result) { appendText(sink, result); }
 };
 
-VELA_DIRECT_FAMILY(Lpm11Family, Lpm11Table, Lpm11Convertor, Lpm11Entry);
+VELA_DIRECT_FAMILY(Lpm11);
 
 // The same by their other names.
 VELA_FACTORY(Lpm11Table, lpm11TableFactory, (const std::string& name));

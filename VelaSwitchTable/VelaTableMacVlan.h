@@ -4,7 +4,6 @@
 #include "Bridging/VlanId.h"
 #include "VelaSwitch/PortMask.h"
 #include "VelaSwitchTable/family/PlainFamily.h"
-#include "VelaSwitchTable/family/PortTables.h"
 
 namespace VelaSwitchTable {
 
@@ -27,25 +26,28 @@ struct MacVlanResult {
 };
 
 /// Destination addresses within a VLAN, by row, in every layer-2 processor and for the CPU.
-struct VELA_EXPORT MacVlanFamily
-    : PlainFamilyTypes<MacVlanKey, MacVlanResult, class MacVlanTable, class MacVlanConvertor,
-                       class MacVlanConvertorLayer2All> {
-  static constexpr const char* sourceUnit = "VelaTableMacVlan";
-  static inline Trace::Handle trace{sourceUnit};
+struct VELA_EXPORT MacVlanFamily : IndexedFamily<"VelaTableMacVlan", MacVlanKey, MacVlanResult> {
   static constexpr PlainFamilyTraits traits{.index = TableIndex::macVlan,
-                                            .staticWords = {0, 0, 0, 0, 0xffffffff}};
-
-  static HwIndex hwIndex(const Key& key) { return key.row(); }
-  static Key keyOf(HwIndex index) { return Key{static_cast<U16>(index)}; }
-  static Result absentResult() { return {}; }
+                                            .rowWords = 5,
+                                            .parityWords = 4,
+                                            .staticWords = {0, 0, 0, 0, 0xffffffff},
+                                            .absentTrace = AbsentTrace::byKey};
+  static constexpr auto fields(const RowShape& shape) {
+    const U32 flags = 60 + shape.ports + 1;
+    return std::to_array<RowField>({{"vlanId", 0, 12},
+                                    {"macAddr", 12, 48},
+                                    {"portMask", 60, shape.ports + 1},
+                                    {"multicast", flags, 1},
+                                    {"routed", flags + 1, 1},
+                                    {"valid", flags + 2, 1},
+                                    {"parity", flags + 3, 1},
+                                    {"row", 128, 10},
+                                    {"one", 145, 1, 1},
+                                    {"selector", 146, 4, 12}});
+  }
   static std::vector<PlainHwTable> hwTables(const VelaSwitch::ProfileInfo& profile);
-  static VelaSwitchApi::RowLayout layout(const VelaSwitch::ProfileInfo& profile, U32 table);
-  static void pack(const PlainRowContext& at, const Key& key, const Result& result,
-                   VelaSwitchApi::RowWriter& row);
-  static RowSays unpack(const PlainRowContext& at, const Key& key,
-                        const VelaSwitchApi::RowReader& row, Result& result);
 };
 
-VELA_PLAIN_FAMILY(MacVlanFamily, MacVlanTable, MacVlanConvertor, MacVlanConvertorLayer2All);
+VELA_PLAIN_FAMILY(MacVlan, Layer2All);
 
 }  // namespace VelaSwitchTable

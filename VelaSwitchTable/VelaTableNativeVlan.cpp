@@ -9,7 +9,6 @@ std::string NativeVlanResult::resultString() const {
   return text;
 }
 
-VELA_PLAIN_FAMILY_DEFINE(NativeVlanFamily, NativeVlanTable, NativeVlanConvertor,
-                         NativeVlanConvertorLayer2All)
+VELA_PLAIN_FAMILY_DEFINE(NativeVlan, Layer2All)
 
 }  // namespace VelaSwitchTable

@@ -20,21 +20,16 @@ struct VELA_EXPORT NativeVlanResult {
 /// The tag that a port gives its untagged traffic: VLAN 1 unless told otherwise. Ingress and egress
 /// each have a register of the port.
 struct VELA_EXPORT NativeVlanFamily
-    : PlainFamilyTypes<NativeVlanKey, NativeVlanResult, class NativeVlanTable,
-                       class NativeVlanConvertor, class NativeVlanConvertorLayer2All>,
-      PortWordFamily<NativeVlanFamily, NativeVlanKey, NativeVlanResult> {
-  static constexpr const char* sourceUnit = "VelaTableNativeVlan";
-  static inline Trace::Handle trace{sourceUnit};
-  static constexpr PlainFamilyTraits traits{.index = TableIndex::nativeVlan};
-  static constexpr U8 rowWords = 4;
-  static constexpr VelaSwitchApi::RowField fields[] = {
-      {"nativeVlanId", 0, 12}, {"dei", 12, 1}, {"pcp", 13, 3}};
-  static constexpr PortRegister registers[] = {{"Egress", "egress/port[%d]/vlan_tci"},
-                                               {"Ingress", "pipeline[%d]/port[%d]/default_vlan"}};
+    : IndexedFamily<"VelaTableNativeVlan", NativeVlanKey, NativeVlanResult> {
+  static constexpr PlainFamilyTraits traits{.index = TableIndex::nativeVlan, .rowWords = 4};
+  static constexpr RowField fields[] = {{"nativeVlanId", 0, 12}, {"dei", 12, 1}, {"pcp", 13, 3}};
+  static std::vector<PlainHwTable> hwTables(const VelaSwitch::ProfileInfo& profile) {
+    return portRegisterTables(profile, traits.rowWords,
+                              {{"Egress", "egress/port[%d]/vlan_tci"},
+                               {"Ingress", "pipeline[%d]/port[%d]/default_vlan"}});
+  }
 };
-static_assert(VelaSwitchApi::wellFormed(NativeVlanFamily::fields, NativeVlanFamily::rowWords));
 
-VELA_PLAIN_FAMILY(NativeVlanFamily, NativeVlanTable, NativeVlanConvertor,
-                  NativeVlanConvertorLayer2All);
+VELA_PLAIN_FAMILY(NativeVlan, Layer2All);
 
 }  // namespace VelaSwitchTable

@@ -36,7 +36,6 @@ std::string PortConfigResult::resultString() const {
          " l2ForwardingDisabled:" + padded(l2ForwardingDisabled());
 }
 
-VELA_PLAIN_FAMILY_DEFINE(PortConfigFamily, PortConfigTable, PortConfigConvertor,
-                         PortConfigConvertorLayer2All)
+VELA_PLAIN_FAMILY_DEFINE(PortConfig, Layer2All)
 
 }  // namespace VelaSwitchTable

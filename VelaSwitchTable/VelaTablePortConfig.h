@@ -25,21 +25,16 @@ struct VELA_EXPORT PortConfigResult {
 
 /// A port's VLAN mode, and what is switched off at it. Both of the port's registers hold the same.
 struct VELA_EXPORT PortConfigFamily
-    : PlainFamilyTypes<PortConfigKey, PortConfigResult, class PortConfigTable,
-                       class PortConfigConvertor, class PortConfigConvertorLayer2All>,
-      PortWordFamily<PortConfigFamily, PortConfigKey, PortConfigResult> {
-  static constexpr const char* sourceUnit = "VelaTablePortConfig";
-  static inline Trace::Handle trace{sourceUnit};
-  static constexpr PlainFamilyTraits traits{.index = TableIndex::portConfig};
-  static constexpr U8 rowWords = 4;
-  static constexpr VelaSwitchApi::RowField fields[] = {
+    : IndexedFamily<"VelaTablePortConfig", PortConfigKey, PortConfigResult> {
+  static constexpr PlainFamilyTraits traits{.index = TableIndex::portConfig, .rowWords = 4};
+  static constexpr RowField fields[] = {
       {"portMode", 0, 2}, {"txDisabled", 2, 1}, {"l2ForwardingDisabled", 3, 1}};
-  static constexpr PortRegister registers[] = {{"", "egress/port[%d]/cfg"},
-                                               {"Vlan", "egress/port[%d]/vlan_cfg"}};
+  static std::vector<PlainHwTable> hwTables(const VelaSwitch::ProfileInfo& profile) {
+    return portRegisterTables(profile, traits.rowWords,
+                              {{"", "egress/port[%d]/cfg"}, {"Vlan", "egress/port[%d]/vlan_cfg"}});
+  }
 };
-static_assert(VelaSwitchApi::wellFormed(PortConfigFamily::fields, PortConfigFamily::rowWords));
 
-VELA_PLAIN_FAMILY(PortConfigFamily, PortConfigTable, PortConfigConvertor,
-                  PortConfigConvertorLayer2All);
+VELA_PLAIN_FAMILY(PortConfig, Layer2All);
 
 }  // namespace VelaSwitchTable

@@ -14,23 +14,6 @@ U8 ProtocolRemapTable::remappedProtocol(U8 protocol) const {
   return remapped ? remapped->remappedProtocol() & 7 : ProtocolRemapFamily::usualClass(protocol);
 }
 
-std::vector<PlainHwTable> ProtocolRemapFamily::hwTables(const VelaSwitch::ProfileInfo&) {
-  return {};
-}
-
-VelaSwitchApi::RowLayout ProtocolRemapFamily::layout(const VelaSwitch::ProfileInfo&, U32) {
-  return {};
-}
-
-void ProtocolRemapFamily::pack(const PlainRowContext&, const Key&, const Result&,
-                               VelaSwitchApi::RowWriter&) {}
-
-RowSays ProtocolRemapFamily::unpack(const PlainRowContext&, const Key&,
-                                    const VelaSwitchApi::RowReader&, Result&) {
-  return RowSays::nothing;
-}
-
-VELA_PLAIN_FAMILY_DEFINE(ProtocolRemapFamily, ProtocolRemapTable, ProtocolRemapConvertor,
-                         ProtocolRemapConvertorLayer3)
+VELA_PLAIN_FAMILY_DEFINE(ProtocolRemap, Layer3)
 
 }  // namespace VelaSwitchTable

@@ -16,24 +16,23 @@ struct RxPortMirrorResult {
 
 /// Where what a port receives is mirrored to, in the layer-2 processor that serves the port.
 struct VELA_EXPORT RxPortMirrorFamily
-    : PlainFamilyTypes<RxPortMirrorKey, RxPortMirrorResult, class RxPortMirrorTable,
-                       class RxPortMirrorConvertor, class RxPortMirrorConvertorLayer2All>,
-      PortRows<RxPortMirrorKey> {
-  static constexpr const char* sourceUnit = "VelaTableRxPortMirror";
-  static inline Trace::Handle trace{sourceUnit};
-  static constexpr PlainFamilyTraits traits{.index = TableIndex::rxPortMirror,
-                                            .staticWords = {0, 0, 0xffffffff}};
-
-  static Result absentResult() { return {}; }
-  static std::vector<PlainHwTable> hwTables(const VelaSwitch::ProfileInfo& profile);
-  static VelaSwitchApi::RowLayout layout(const VelaSwitch::ProfileInfo& profile, U32 table);
-  static void pack(const PlainRowContext& at, const Key& key, const Result& result,
-                   VelaSwitchApi::RowWriter& row);
-  static RowSays unpack(const PlainRowContext& at, const Key& key,
-                        const VelaSwitchApi::RowReader& row, Result& result);
+    : IndexedFamily<"VelaTableRxPortMirror", RxPortMirrorKey, RxPortMirrorResult> {
+  static constexpr PlainFamilyTraits traits{
+      .index = TableIndex::rxPortMirror, .rowWords = 3, .staticWords = {0, 0, 0xffffffff}};
+  static constexpr auto fields(const RowShape& shape) {
+    return std::to_array<RowField>(
+        {{"portMask", 0, shape.ports}, {"enabled", shape.ports, 1}, {"control", 64, 32}});
+  }
+  static std::vector<PlainHwTable> hwTables(const VelaSwitch::ProfileInfo& profile) {
+    return layer2PortTables(profile,
+                            {"ingress_mirror_data0", "ingress_mirror_data1", "ingress_mirror_ctl"});
+  }
+  static void packMore(const PlainRowContext& at, const Key& key, const Result&,
+                       RowWriterOf<RxPortMirrorFamily>& row) {
+    row.set<"control">(controlCommit | portSelection(at.table, key.portId()));
+  }
 };
 
-VELA_PLAIN_FAMILY(RxPortMirrorFamily, RxPortMirrorTable, RxPortMirrorConvertor,
-                  RxPortMirrorConvertorLayer2All);
+VELA_PLAIN_FAMILY(RxPortMirror, Layer2All);
 
 }  // namespace VelaSwitchTable

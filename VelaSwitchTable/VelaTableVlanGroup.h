@@ -1,7 +1,7 @@
 #pragma once
 
 #include "Bridging/VlanId.h"
-#include "VelaSwitchTable/family/DirectFamily.h"
+#include "VelaSwitchTable/family/LookupMemory.h"
 #include "VelaSwitchTable/family/PlainFamily.h"
 
 namespace VelaSwitchTable {
@@ -24,28 +24,29 @@ struct VlanGroupResult {
 /// Groups of VLANs that multicast copies leave in. Each egress processor has the rows of all groups
 /// in its lookup memory, four writes a row.
 struct VELA_EXPORT VlanGroupFamily
-    : PlainFamilyTypes<VlanGroupKey, VlanGroupResult, class VlanGroupTable,
-                       class VlanGroupConvertor, class VlanGroupConvertorLayer3> {
-  static constexpr const char* sourceUnit = "VelaTableVlanGroup";
-  static inline Trace::Handle trace{sourceUnit};
-  static constexpr PlainFamilyTraits traits{
-      .index = TableIndex::vlanGroup,
-      .staticWords = {0, 0xfffffff0, 0, 0xfffffff0, 0, 0xfffffff0, 0, 0xfffffff0}};
+    : IndexedFamily<"VelaTableVlanGroup", VlanGroupKey, VlanGroupResult> {
+  static constexpr PlainFamilyTraits traits{.index = TableIndex::vlanGroup,
+                                            .rowWords = memoryWords,
+                                            .staticWords = memoryStaticWords,
+                                            .absentTrace = AbsentTrace::byKey};
+  static constexpr auto fields(const RowShape&) {
+    return memoryRow({{{{{"vlanId[0]", 0, 12}, {"vlanId[1]", 16, 12}}},
+                       {{{"vlanId[2]", 0, 12}, {"vlanId[3]", 16, 12}}},
+                       {{{"vlanId[4]", 0, 12}, {"vlanId[5]", 16, 12}}},
+                       {{{"vlanId[6]", 0, 12}, {"vlanId[7]", 16, 12}}}}});
+  }
   static constexpr U32 groups = 16;
   /// The rows stand in every egress processor.
   static U32 copies(const VelaSwitch::ProfileInfo& profile) { return egressProcessors(profile); }
 
-  static HwIndex hwIndex(const Key& key) { return key.group(); }
   static Key keyOf(HwIndex index) { return Key{static_cast<U8>(index % groups)}; }
-  static Result absentResult() { return {}; }
   static std::vector<PlainHwTable> hwTables(const VelaSwitch::ProfileInfo& profile);
-  static VelaSwitchApi::RowLayout layout(const VelaSwitch::ProfileInfo& profile, U32 table);
-  static void pack(const PlainRowContext& at, const Key& key, const Result& result,
-                   VelaSwitchApi::RowWriter& row);
-  static RowSays unpack(const PlainRowContext& at, const Key& key,
-                        const VelaSwitchApi::RowReader& row, Result& result);
+  static void packMore(const PlainRowContext& at, const Key& key, const Result& result,
+                       RowWriterOf<VlanGroupFamily>& row);
+  static RowSays unpackMore(const PlainRowContext& at, const Key& key,
+                            const RowReaderOf<VlanGroupFamily>& row, Result& result);
 };
 
-VELA_PLAIN_FAMILY(VlanGroupFamily, VlanGroupTable, VlanGroupConvertor, VlanGroupConvertorLayer3);
+VELA_PLAIN_FAMILY(VlanGroup, Layer3);
 
 }  // namespace VelaSwitchTable

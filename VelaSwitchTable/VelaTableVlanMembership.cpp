@@ -4,151 +4,66 @@
 #include <limits>
 #include <ostream>
 
-#include "VelaSwitch/Parity.h"
-#include "VelaSwitchTable/family/VlanTables.h"
-
 namespace VelaSwitchTable {
 namespace {
 
 using VelaSwitch::RegisterFormatVersion;
 using VelaSwitch::TableKind;
-using VelaSwitchApi::RowField;
-using VelaSwitchApi::RowLayout;
-using VelaSwitchApi::RowReader;
-using VelaSwitchApi::RowWriter;
-
-enum class Row : U8 {
-  valid,
-  permitMask,
-  learnToCpu,
-  unknownMulticastToCpu,
-  multicastJoinToCpu,
-  broadcastToCpu,
-  unknownDaToCpu,
-  multicastJoinToEgress,
-  parity,
-  vrfBits,
-  unicastRoute,
-  multicastRoute,
-  zeros,
-  one,
-  aclId,  ///< Of the table's first pipe; the second's follows. So do all below.
-  aclEnable = aclId + 2,
-  aclDefaultPermit = aclEnable + 2,
-  natId = aclDefaultPermit + 2,
-  natEnable = natId + 2,
-  vlan = natEnable + 2,
-  commit,
-};
-
-/// The field of the table's second pipe.
-constexpr Row ofPipe(Row first, U8 pipe) { return static_cast<Row>(static_cast<U8>(first) + pipe); }
-
 constexpr U8 pipesPerRow = 2;
 
-/// Words of a row: the data words and the control word.
-U8 rowWords(RegisterFormatVersion version) { return version.major() < 3 ? 3 : 4; }
-U8 controlWord(RegisterFormatVersion version) { return static_cast<U8>(rowWords(version) - 1); }
-U8 dataWords(RegisterFormatVersion version) { return controlWord(version); }
+/// The data words, which the parity covers; the control word is behind them.
+U8 dataWords(RegisterFormatVersion version) { return version.major() < 3 ? 2 : 3; }
 
-/// Appends fields one behind the other.
-class FieldList {
- public:
-  void add(const char* name, U32 width) {
-    fields_.push_back({name, static_cast<U16>(next_), static_cast<U16>(width)});
-    next_ += width;
+/// The field of the table's first pipe; the second's follows.
+template <Orb::FixedString Name>
+constexpr std::size_t firstPipe = fieldNumber<VlanMembershipFamily, Name>();
+
+/// Packs the VLAN id, and the ACL and NAT of the table's pipes where the format has them.
+void packBase(RegisterFormatVersion version, U32 table, const VlanMembershipResult& result,
+              HwIndex vlan, RowWriterOf<VlanMembershipFamily>& row) {
+  row.set<"vlan">(vlan);
+  if (version.major() < 4) return;
+  const auto orElse = [](const auto* value, auto absent) { return value ? *value : absent; };
+  for (U8 i = 0; i < pipesPerRow; ++i) {
+    const VelaSwitch::PipeId id(U64{table} * pipesPerRow + i);
+    const auto set = [&](std::size_t first, U64 value) { row.set(first + i, value); };
+    set(firstPipe<"aclId[0]">, orElse(result.aclId(id), VelaSwitch::HwAclId{}).value());
+    set(firstPipe<"aclEnable[0]">, orElse(result.aclEnable(id), U8{0}));
+    set(firstPipe<"aclDefaultPermit[0]">, orElse(result.aclDefaultPermit(id), false));
+    set(firstPipe<"natId[0]">, orElse(result.natId(id), VelaSwitch::NatId{}).value());
+    set(firstPipe<"natEnable[0]">, orElse(result.natEnable(id), U8{0}));
   }
-  void seek(U32 bit) { next_ = bit; }
-  std::vector<RowField> take() { return std::move(fields_); }
-
- private:
-  std::vector<RowField> fields_;
-  U32 next_ = 0;
-};
-
-/// The fields stand in the order of the enumeration. Format 2 has a valid bit and a row of three
-/// words, format 3 a constant behind the routing flags, format 4 as many VRF bits as the profile
-/// and the pipes' ACL and NAT fields; what a format lacks has width 0.
-RowLayout makeLayout(U32 portBits, U32 vrfBits, RegisterFormatVersion version) {
-  const U32 format = std::clamp(version.major(), U32{2}, U32{4});
-  FieldList row;
-  row.add("valid", format == 2 ? 1 : 0);
-  row.add("permitMask", portBits);
-  row.add("learnToCpu", 1);
-  row.add("unknownMulticastToCpu", 1);
-  row.add("multicastJoinToCpu", 1);
-  row.add("broadcastToCpu", 1);
-  row.add("unknownDaToCpu", 1);
-  row.add("multicastJoinToEgress", 1);
-  row.add("parity", 1);
-  row.add("vrfBits", format >= 4 ? vrfBits : 2);
-  row.add("unicastRoute", 1);
-  row.add("multicastRoute", 1);
-  row.add("zeros", format == 3 ? 8 : 0);
-  row.add("one", format == 3 ? 1 : 0);
-  const auto perPipe = [&](const char* first, const char* second, U32 width) {
-    row.add(first, format >= 4 ? width : 0);
-    row.add(second, format >= 4 ? width : 0);
-  };
-  perPipe("aclId[0]", "aclId[1]", 4);
-  perPipe("aclEnable[0]", "aclEnable[1]", 1);
-  perPipe("aclDefaultPermit[0]", "aclDefaultPermit[1]", 1);
-  perPipe("natId[0]", "natId[1]", 3);
-  perPipe("natEnable[0]", "natEnable[1]", 1);
-  row.seek(controlWord(version) * 32u);
-  row.add("vlan", 12);
-  row.seek(controlWord(version) * 32u + 15);
-  row.add("commit", 1);
-  return {row.take(), rowWords(version)};
-}
-
-void packCommon(const RowLayout& layout, U8 pipe, const VlanMembershipResult& result, HwIndex index,
-                U32* words) {
-  RowWriter row(layout, reinterpret_cast<U8*>(words), VlanMembershipFamily::trace,
-                "setBaseHwBuffer");
-  row.set(Row::valid, 1);
-  row.set(Row::learnToCpu, result.learnToCpu());
-  row.set(Row::unknownMulticastToCpu, result.unknownMulticastToCpu());
-  row.set(Row::multicastJoinToCpu, result.multicastJoinToCpu());
-  row.set(Row::broadcastToCpu, result.broadcastToCpu());
-  row.set(Row::unknownDaToCpu, result.unknownDaToCpu());
-  row.set(Row::multicastJoinToEgress, result.multicastJoinToEgress());
-  row.set(Row::vrfBits, result.vrfBits());
-  row.set(Row::unicastRoute, result.unicastRoute());
-  row.set(Row::multicastRoute, result.multicastRoute());
-  row.set(Row::zeros, 0);
-  row.set(Row::one, 1);
-  if (layout[Row::aclId].width != 0) {
-    const auto orElse = [](const auto* value, auto absent) { return value ? *value : absent; };
-    for (U8 i = 0; i < pipesPerRow; ++i) {
-      const VelaSwitch::PipeId id(U64{pipe} * pipesPerRow + i);
-      const auto aclId = orElse(result.aclId(id), VelaSwitch::HwAclId{});
-      const auto natId = orElse(result.natId(id), VelaSwitch::NatId{});
-      row.set(ofPipe(Row::aclId, i), aclId.value());
-      row.set(ofPipe(Row::aclEnable, i), orElse(result.aclEnable(id), U8{0}));
-      row.set(ofPipe(Row::aclDefaultPermit, i), orElse(result.aclDefaultPermit(id), false));
-      row.set(ofPipe(Row::natId, i), natId.value());
-      row.set(ofPipe(Row::natEnable, i), orElse(result.natEnable(id), U8{0}));
-    }
-  }
-  row.set(Row::vlan, index);
-  row.set(Row::commit, 1);
 }
 
 /// Takes the pipes' fields over where they differ from what an absent one is packed as.
-void unpackPipes(const RowReader& row, U8 pipe, VlanMembershipResult& result) {
+void unpackPipes(const VelaSwitchApi::RowReader& row, U32 table, VlanMembershipResult& result) {
   const U64 noAclId = VelaSwitch::HwAclId{}.value() & 0xf;
   const U64 noNatId = VelaSwitch::NatId{}.value() & 0x7;
   for (U8 i = 0; i < pipesPerRow; ++i) {
-    const VelaSwitch::PipeId id(U64{pipe} * pipesPerRow + i);
-    const U64 aclId = row.get(ofPipe(Row::aclId, i));
-    const U64 natId = row.get(ofPipe(Row::natId, i));
+    const VelaSwitch::PipeId id(U64{table} * pipesPerRow + i);
+    const auto get = [&](std::size_t first) { return row.get(first + i); };
+    const U64 aclId = get(firstPipe<"aclId[0]">);
+    const U64 natId = get(firstPipe<"natId[0]">);
     if (aclId != noAclId) result.aclIdIs(id, VelaSwitch::HwAclId(aclId));
     if (natId != noNatId) result.natIdIs(id, VelaSwitch::NatId(natId));
-    if (row.flag(ofPipe(Row::aclEnable, i))) result.aclEnableIs(id, 1);
-    if (row.flag(ofPipe(Row::aclDefaultPermit, i))) result.aclDefaultPermitIs(id, true);
-    if (row.flag(ofPipe(Row::natEnable, i))) result.natEnableIs(id, 1);
+    if (get(firstPipe<"aclEnable[0]">) != 0) result.aclEnableIs(id, 1);
+    if (get(firstPipe<"aclDefaultPermit[0]">) != 0) result.aclDefaultPermitIs(id, true);
+    if (get(firstPipe<"natEnable[0]">) != 0) result.natEnableIs(id, 1);
   }
+}
+
+/// The ports that a table serves: a slice of them, or in the CPU's all.
+VelaSwitch::PortRange portsOfTable(const VelaSwitch::ProfileInfo& profile, U32 table) {
+  if (table < profile.numTables(TableKind::vlan)) return portRangeOfVlanTable(&profile, table);
+  return {0, profile.ports() - 1};
+}
+
+/// The first port of the table's slice.
+U32 firstPort(const PlainRowContext& at) {
+  const auto& convertor =
+      static_cast<const VlanMembershipConvertorLayer2All&>(*at.swTable.profileConvertorPtr());
+  const VlanTablePortRange* range = convertor.portRangeOfTable(at.table.id);
+  return range ? range->min() : 0;
 }
 
 }  // namespace
@@ -188,17 +103,30 @@ std::ostream& operator<<(std::ostream& out, const VlanMembershipResult& result) 
   return out;
 }
 
-RowLayout VlanMembershipFamily::layout(const VelaSwitch::ProfileInfo& profile, U32 table) {
-  VelaSwitch::PortRange range{0, profile.ports() - 1};
-  if (table < profile.numTables(TableKind::vlan)) range = portRangeOfVlanTable(&profile, table);
-  return makeLayout(range.last + 1 - range.first, profile.numVrfBits(), profile.registerFormat());
+std::vector<PlainHwTable> VlanMembershipFamily::hwTables(const VelaSwitch::ProfileInfo& profile) {
+  std::vector<std::string> registers{"vlan_data0", "vlan_data1"};
+  if (profile.registerFormat().major() >= 3) registers.push_back("vlan_data2");
+  registers.push_back("vlan_ctl");
+  return vlanTables(profile, registers);
+}
+
+auto VlanMembershipFamily::shape(const VelaSwitch::ProfileInfo& profile, const PlainHwTable& table)
+    -> Shape {
+  const VelaSwitch::PortRange ports = portsOfTable(profile, table.id);
+  return {ports.last + 1 - ports.first, profile.numVrfBits(), profile.registerFormat().major()};
 }
 
 void setBaseHwBuffer(U8 pipe, U8 portBits, U32 vrfBits, const VlanMembershipResult& result,
                      HwIndex index, U32* words, RegisterFormatVersion version) {
   VlanMembershipFamily::trace(7, "vlanRegVer ", version.major(), ".", version.minor(),
                               " num vrf bits = ", vrfBits);
-  packCommon(makeLayout(portBits, vrfBits, version), pipe, result, index, words);
+  const auto layout = rowLayout<VlanMembershipFamily>(
+      static_cast<U8>(dataWords(version) + 1),
+      VlanMembershipFamily::Shape{portBits, vrfBits, version.major()});
+  RowWriterOf<VlanMembershipFamily> row(layout, words, "setBaseHwBuffer");
+  row.setNamedBut<"permitMask">(result);
+  packBase(version, pipe, result, index, row);
+  row.setPlace(index);
 }
 
 VlanMembershipConvertorLayer2All::VlanMembershipConvertorLayer2All() {
@@ -223,86 +151,45 @@ U8 VlanMembershipConvertorLayer2All::numPortsOfTable(U32 tableId) const {
 }
 
 void VlanMembershipConvertorLayer2All::doCreateHwTables(VelaSwitchApi::TableState state) {
-  using namespace VelaSwitchApi;
-  const RegisterFormatVersion version = profile().registerFormat();
-  const bool oldFormat = version.major() < 3;
-  if (oldFormat) {
+  if (profile().registerFormat().major() < 3) {
     hwStaticWordDel(3);
     hwStaticWordIs(2, 0xFFFFFFFF);
   }
-  std::vector<std::string> registers{"vlan_data0", "vlan_data1"};
-  if (!oldFormat) registers.push_back("vlan_data2");
-  registers.push_back("vlan_ctl");
-
-  const std::string family = TableConstants::tableName(TableIndex::vlanMembership);
-  const U32 numTables = profile().numTables(TableKind::vlan) + (profile().cpuPipeline() ? 1 : 0);
-  for (U32 t = 0; t < numTables; ++t) {
-    const bool cpu = isCpuPipeline(t, numTables);
-
-    const VelaSwitch::PortRange ports =
-        cpu ? VelaSwitch::PortRange{0, profile().ports() - 1} : portRangeOfVlanTable(&profile(), t);
+  const U32 slices = profile().numTables(TableKind::vlan);
+  for (U32 t = 0; t < slices + (profile().cpuPipeline() ? 1 : 0); ++t) {
+    const VelaSwitch::PortRange ports = portsOfTable(profile(), t);
     portRangeOfTableIs(VlanTablePortRange{t, ports.first, ports.last});
     const U32 ppp = numPortsOfTable(t);
     ORB_ASSERT(ppp <= 48);
-    layouts_[t] = VlanMembershipFamily::layout(profile(), t);
-
-    const std::string name = SwTable::hwTableName(family, "", cpu ? "Cpu" : "", t);
-    const auto descriptor = HwTableDescriptorConfig::hwTableDescIs(
-        {family, 0, t, name}, state, Bridging::VlanId::min, Bridging::VlanId::max,
-        rowWords(version),
-        Orb::make<HwTableRegisterMappingConst>(
-            name, regAddresses(vlanTablePrefix(profile(), t, cpu), registers)));
-    const auto hwTable = Orb::make<HwTableConfig>(descriptor, swTable()->types().bus());
-    ORB_ASSERT_TEXT(hwTable, VlanMembershipFamily::tableText);
-    hwTableIs(t, hwTable);
-    descriptorIs(t, descriptor);
   }
+  PlainFamilyLayerConvertor::doCreateHwTables(state);
 }
 
-void VlanMembershipConvertorLayer2All::packRow(HwTableId table, const VlanMembershipKey& key,
-                                               const VlanMembershipResult& result,
-                                               Image& image) const {
-  const RowLayout& layout = layouts_.at(table);
-  const RegisterFormatVersion version = profile().registerFormat();
-  VlanMembershipFamily::trace(7, "vlanRegVer ", version.major(), ".", version.minor(),
-                              " num vrf bits = ", profile().numVrfBits());
-  packCommon(layout, static_cast<U8>(table), result, key.vid().value(), image.data());
-  const VlanTablePortRange* range = portRangeOfTable(table);
-  RowWriter row(layout, reinterpret_cast<U8*>(image.data()), VlanMembershipFamily::trace,
-                "hwTableEntryIs");
-  row.set(Row::permitMask, result.permitMask() >> (range ? range->min() : 0));
-  row.set(Row::parity, VelaSwitch::parityU32Array(image.data(), dataWords(version)));
+void VlanMembershipFamily::packMore(const PlainRowContext& at, const Key& key, const Result& result,
+                                    RowWriterOf<VlanMembershipFamily>& row) {
+  const RegisterFormatVersion version = at.profile.registerFormat();
+  trace(7, "vlanRegVer ", version.major(), ".", version.minor(),
+        " num vrf bits = ", at.profile.numVrfBits());
+  packBase(version, at.table.id, result, key.vid().value(), row);
+  row.set<"permitMask">(result.permitMask() >> firstPort(at));
+  row.setParity(dataWords(version));
 }
 
-RowSays VlanMembershipConvertorLayer2All::unpackRow(HwTableId table, HwIndex index, U32* image,
-                                                    VlanMembershipResult& result) const {
-  const RowReader row(layouts_.at(table), image);
-  const RegisterFormatVersion version = profile().registerFormat();
-  if (!row.flag(Row::commit) || row.get(Row::vlan) != index ||
-      VelaSwitch::parityU32Array(image, dataWords(version)) != 0) {
+RowSays VlanMembershipFamily::unpackMore(const PlainRowContext& at, const Key& key,
+                                         const RowReaderOf<VlanMembershipFamily>& row,
+                                         Result& result) {
+  const RegisterFormatVersion version = at.profile.registerFormat();
+  if (!row.flag<"commit">() || row.get<"vlan">() != key.vid().value() ||
+      !row.paritySound(dataWords(version))) {
     return RowSays::unsound;
   }
-  const VlanTablePortRange* range = portRangeOfTable(table);
-  result.permitMask = row.get(Row::permitMask) << (range ? range->min() : 0);
-  result.learnToCpu = row.flag(Row::learnToCpu);
-  result.unknownMulticastToCpu = row.flag(Row::unknownMulticastToCpu);
-  result.multicastJoinToCpu = row.flag(Row::multicastJoinToCpu);
-  result.broadcastToCpu = row.flag(Row::broadcastToCpu);
-  result.unknownDaToCpu = row.flag(Row::unknownDaToCpu);
-  result.multicastJoinToEgress = row.flag(Row::multicastJoinToEgress);
-  result.vrfBits = static_cast<U8>(row.get(Row::vrfBits));
-  result.unicastRoute = row.flag(Row::unicastRoute);
-  result.multicastRoute = row.flag(Row::multicastRoute);
-  if (layouts_.at(table)[Row::aclId].width != 0) {
-    unpackPipes(row, static_cast<U8>(table), result);
-  }
+  result.permitMask = result.permitMask() << firstPort(at);
+  if (version.major() >= 4) unpackPipes(row, at.table.id, result);
   return RowSays::result;
 }
 
-/// The ports of an ingress table's slice, and its pipes, are in no other ingress table.
-void VlanMembershipConvertorLayer2All::joinRow(HwTableId table, const VlanMembershipResult& row,
-                                               VlanMembershipResult& into) const {
-  if (isCpuPipeline(table, static_cast<U32>(hwTables().size()))) return;
+void VlanMembershipFamily::joinRow(const PlainRowContext& at, const Result& row, Result& into) {
+  if (at.table.cpu) return;
   into.permitMask = into.permitMask() | row.permitMask();
   const auto join = [](const auto& from, auto& map) {
     from().forEach([&](VelaSwitch::PipeId pipe, const auto& value) { map.value.is(pipe, value); });
@@ -314,7 +201,6 @@ void VlanMembershipConvertorLayer2All::joinRow(HwTableId table, const VlanMember
   join(row.natEnable, into.natEnable);
 }
 
-VELA_PLAIN_CLASSES_DEFINE(VlanMembershipFamily, VlanMembershipTable, VlanMembershipConvertor,
-                          VlanMembershipConvertorLayer2All)
+VELA_PLAIN_FAMILY_DEFINE(VlanMembership, Layer2All)
 
 }  // namespace VelaSwitchTable

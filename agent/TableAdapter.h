@@ -410,7 +410,12 @@ class EntryAdapter : public HwTableAdapter {
   virtual void watchStatuses(Orb::KeyObserver<Key>&) {}
 
   static constexpr bool keyIsObject = Orb::Value<Key> && !Orb::ScalarValue<Key>;
-  static constexpr bool rebuildsDefaults = requires { Family::rebuildsDefaults; };
+  static constexpr bool rebuildsDefaults = [] {
+    if constexpr (requires { Family::traits.rebuildsDefaults; }) {
+      return Family::traits.rebuildsDefaults;
+    }
+    return false;
+  }();
   /// Whether people hear of the entry: not when it is but what hardware holds without one.
   bool told(const Key& key, const Result& result) const {
     if constexpr (rebuildsDefaults) {
@@ -575,7 +580,9 @@ class IndexedAdapter : public EntryAdapter<VelaSwitchTable::TableOf<Family>> {
   bool listsRow(HwIndex) const override { return true; }
   std::vector<HwTableAdapter::RowId> strayRows() const override {
     // Of such a family, rows without an entry may hold what they like.
-    if constexpr (requires { Family::ignoresRows; }) return {};
+    if constexpr (requires { Family::traits.ignoresRows; }) {
+      if (Family::traits.ignoresRows) return {};
+    }
     return HwTableAdapter::strayRows();
   }
   std::optional<VelaSwitchApi::CuckooLocation> location(HwIndex) const override {

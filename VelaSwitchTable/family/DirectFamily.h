@@ -1,40 +1,28 @@
 #pragma once
 
-#include <optional>
-
 #include "DirectBase/DirectBase.h"
 #include "VelaSwitchTable/VelaRegPrefixUtil.h"
 #include "VelaSwitchTable/family/EntryStore.h"
-#include "VelaSwitchTable/family/Family.h"
+#include "VelaSwitchTable/family/IndexedFamily.h"
 
 /// What all direct families share: tables whose row is a fixed function of the key. A family is a
-/// struct F, derived from DirectFamilyTypes, that says what is its own:
+/// struct F, derived from IndexedFamily, that says what is its own:
 ///
-///   sourceUnit, trace            the unit's name and the trace handle called after it
-///   traits                       a DirectFamilyTraits
-///   rows(profile)                rows of the table
-///   registers()                  the registers of words 0, 1, …; further words have none
-///   hwIndex(key), keyOf(index)   which row is the key's; noRow or one beyond the last for none
-///   layout(profile)              the row's fields
-///   pack(profile, key, result, valid, row)   writes all of them but the static ones
-///   packStatic(index, row)       writes the static ones
-///   unpack(profile, row)         result and whether there is an entry; nothing for an unsound row
-///   describe(sink, result)       the result within the text form of an entry
+///   traits           a DirectFamilyTraits
+///   fields           the row; see Row.h. What depends on the result alone is packed by name, a
+///                    field "valid" says whether there is an entry, "index" is the row's place
+///   rows(profile)    rows of the table
+///   registers()      the registers of words 0, 1, …; further words have none
+///
+/// and, where it is not like the others,
+///
+///   packMore(profile, result, row)      writes the rest of the row, but what is in every row
+///   packPlace(index, row)               and what depends on the place alone
+///   isSound(row)                        whether a row can be one of the table, its parity aside
+///   unpackMore(profile, row, result)    adds what only that says
+///   hwIndex(key), keyOf(index)          noRow or one beyond the last for a key without a row
+///   describe(sink, result)              the result within the text form of an entry
 namespace VelaSwitchTable {
-
-using VelaSwitchApi::RowLayout;
-using VelaSwitchApi::RowReader;
-using VelaSwitchApi::RowWriter;
-
-/// The types of a family. The named classes need only be declared where the family is.
-template <class K, class R, class TableType, class ConvertorType, class EntryType>
-struct DirectFamilyTypes {
-  using Key = K;
-  using Result = R;
-  using Table = TableType;
-  using Convertor = ConvertorType;
-  using Entry = EntryType;
-};
 
 /// Which blocks of the switch hold a direct family's rows.
 enum class DirectPlacement : U8 {
@@ -46,22 +34,26 @@ enum class DirectPlacement : U8 {
 /// The index of a key that no row can be for.
 inline constexpr HwIndex noRow = ~HwIndex{0};
 
-/// Each egress processor serves this many chip ports.
-inline constexpr U32 portsPerEgressProcessor = 2;
-
-inline U32 egressProcessors(const VelaSwitch::ProfileInfo& profile) {
-  return (profile.ports() + portsPerEgressProcessor - 1) / portsPerEgressProcessor;
-}
-
 struct DirectFamilyTraits {
   TableIndex index;
   DirectPlacement placement;
   const char* prefix;  ///< Register prefix with a place for the block's number.
   U8 rowWords;         ///< Words of the row image, those without a register included.
+  U8 parityWords = 0;  ///< Words whose bits are even in number by the field "parity".
   /// Bits of each word that depend on the row alone, declared once the table is initialized.
   VelaSwitchApi::StaticWords staticWords{};
   U32 rowsPerBlock = 0;  ///< When rows are shared out.
 };
+
+/// Of the families whose rows are a port mask in the layer-3 processors.
+constexpr DirectFamilyTraits layer3MaskTraits(TableIndex index) {
+  return {.index = index,
+          .placement = DirectPlacement::everyPipeline,
+          .prefix = "ingress/processor_l3[%d]/",
+          .rowWords = 3,
+          .parityWords = 2,
+          .staticWords = {0, 0, 0xffffffff}};
+}
 
 /// One row's key and result.
 template <class F>
@@ -74,13 +66,13 @@ class VELA_EXPORT DirectFamilyEntry : public DirectBaseEntry {
 
   std::string toStrep() const override {
     Orb::StringSink sink;
-    sink.append(F::Entry::shortName);
+    sink.append(ClassesOf<F>::Entry::shortName);
     sink.append("(");
     appendText(sink, valid());
     sink.append(", ");
     appendText(sink, key_);
     sink.append(", ");
-    F::describe(sink, result_);
+    describe(sink);
     sink.append(")");
     return sink.take();
   }
@@ -90,6 +82,18 @@ class VELA_EXPORT DirectFamilyEntry : public DirectBaseEntry {
   void resultIs(const Result& result) { result_ = result; }
 
  private:
+  void describe(Orb::TextSink& sink) const {
+    if constexpr (requires { &F::describe; }) return F::describe(sink, result_);
+    const char* between = "";
+    Orb::forEachField(result_, [&](const auto& field) {
+      using Orb::appendText;
+      sink.append(std::exchange(between, " "));
+      sink.append(field.name);
+      sink.append(":");
+      appendText(sink, field());
+    });
+  }
+
   Key key_;
   Result result_{};
 };
@@ -101,19 +105,16 @@ class VELA_EXPORT DirectFamilyTable : public DirectBaseTable,
   using Family = F;
   using Key = typename F::Key;
   using Result = typename F::Result;
-  using Entry = typename F::Entry;
+  using Entry = typename ClassesOf<F>::Entry;
 
   explicit DirectFamilyTable(std::string name) : DirectBaseTable(std::move(name)) {}
-
-  /// The row's fields.
-  RowLayout rowLayout() const { return F::layout(profile()); }
 
   void doCreateHwTable() override {
     numEntriesIs(F::rows(profile()));
     DirectBaseTable::doCreateHwTable();
   }
   Orb::Ptr<VelaSwitchApi::SwTableProfileConvertor> profileConvertorFactory() const override {
-    return Orb::make<typename F::Convertor>();
+    return Orb::make<typename ClassesOf<F>::Convertor>();
   }
   bool entryHasByDirectItem(const DirectBaseEntry& item) const override {
     return this->entry(of(item).key()) != nullptr;
@@ -179,62 +180,69 @@ template <class F>
 class VELA_EXPORT DirectFamilyConvertor : public DirectBaseConvertor {
  public:
   using Key = typename F::Key;
-  using Entry = typename F::Entry;
+  using Entry = typename ClassesOf<F>::Entry;
 
   HwIndex hwIndexFromKey(const Key& key) const { return F::hwIndex(key); }
   Key keyFromHwIndex(HwIndex index) const { return F::keyOf(index); }
 
-  void doInitTableStats() override { initTableStatsPerEgressPort(1); }
+  void doInitTableStats() override {
+    ORB_ASSERT_TEXT(directTable()->capacitySupported(), "capacitySupported()");
+    initTableStatsPerEgressPort(sharedOut ? egressProcessors(profile()) : 1);
+  }
+  U32 capacityIndexFromEntry(const DirectBaseEntry& entry) const override {
+    return blockOf(hwIndexFromItem(entry));
+  }
   U32 entriesPeak(U32 counter) const override {
     // Of a part of the table only its present use is known.
     if (this->entryCounters().size() > 1) return entriesUsed(counter);
-    return static_cast<const typename F::Table*>(swTable())->peak();
+    return static_cast<const TableOf<F>*>(swTable())->peak();
   }
 
   void doCreateHwTables(VelaSwitchApi::TableState state) override {
     using namespace VelaSwitchApi;
-    const auto* table = static_cast<const typename F::Table*>(swTable());
-    ORB_ASSERT(table);
-    layout_ = F::layout(profile());
+    ORB_ASSERT_TEXT(swTable(), "table");
+    layout_ = rowLayout<F>(F::traits.rowWords, rowShape<F>(profile()));
     const auto registers = [](U32 block) {
       return regAddresses(regPrefix(F::traits.prefix, block), F::registers());
     };
-    if constexpr (F::traits.placement == DirectPlacement::sharedOut) {
-      const std::string name = hwTableName(0);
-      auto mapping = Orb::make<HwTableRegisterMappingRange>(name);
+    if constexpr (sharedOut) {
+      const auto rows = Orb::make<HwTableRegisterMappingRange>(hwTableName(0));
       for (U32 block = 0; block < egressProcessors(profile()); ++block) {
-        mapping->regsIs(block * F::traits.rowsPerBlock, registers(block));
+        rows->regsIs(block * F::traits.rowsPerBlock, registers(block));
       }
-      createHwTable(0, name, mapping, state);
+      createRows(0, rows, state);
     } else {
       const U32 blocks = F::traits.placement == DirectPlacement::everyPipeline
                              ? profile().pipelines()
                              : egressProcessors(profile());
       for (U32 block = 0; block < blocks; ++block) {
-        const std::string name = hwTableName(block);
-        createHwTable(block, name, Orb::make<HwTableRegisterMappingConst>(name, registers(block)),
-                      state);
+        createRows(block,
+                   Orb::make<HwTableRegisterMappingConst>(hwTableName(block), registers(block)),
+                   state);
       }
     }
   }
 
-  void handleInitialized() override {
-    for (U8 word = 0; word < F::traits.rowWords; ++word) {
-      if (F::traits.staticWords[word] != 0) hwStaticWordIs(word, F::traits.staticWords[word]);
-    }
-  }
+  void handleInitialized() override { staticWordsAre(F::traits.staticWords); }
 
   HwIndex hwIndexFromItem(const DirectBaseEntry& entry) const override {
     return F::hwIndex(static_cast<const Entry&>(entry).key());
   }
   void setStaticBuffer(HwIndex index, U8* image) const override {
-    RowWriter writer(layout_, image, F::trace, "setStaticBuffer");
-    F::packStatic(index, writer);
+    RowWriterOf<F> row(layout_, image, "setStaticBuffer");
+    if constexpr (findField<F>("index")) {
+      row.template set<"index">(index - blockOf(index) * F::traits.rowsPerBlock);
+    }
+    if constexpr (requires { &F::packPlace; }) F::packPlace(index, row);
+    row.setPlace(index);
   }
   void setHwBuffer(const DirectBaseEntry& entry, U8* image) const override {
     const Entry& packed = static_cast<const Entry&>(entry);
-    RowWriter writer(layout_, image, F::trace, "setHwBuffer");
-    F::pack(profile(), packed.key(), packed.result(), packed.valid(), writer);
+    RowWriterOf<F> row(layout_, image, "setHwBuffer");
+    row.setNamed(packed.result());
+    if constexpr (validBit) row.template set<"valid">(packed.valid());
+    if constexpr (packsMore) F::packMore(profile(), packed.result(), row);
+    if constexpr (F::traits.parityWords != 0) row.setParity(F::traits.parityWords);
   }
   Orb::Ptr<DirectBaseEntry> nullDirectEntry(HwIndex index) const override {
     return Orb::make<Entry>(F::keyOf(index));
@@ -259,32 +267,42 @@ class VELA_EXPORT DirectFamilyConvertor : public DirectBaseConvertor {
   const RowLayout& rowLayout(HwTableId, HwIndex) const override { return layout_; }
 
  private:
-  /// Rows come from hardware: whatever they hold must not do more harm than be refused.
-  std::optional<std::pair<typename F::Result, bool>> unpack(U32* row, HwIndex index) const {
-    try {
-      return F::unpack(profile(), RowReader(layout_, row));
-    } catch (const Orb::RangeException& error) {
-      F::trace(3, "not decoding entry: row ", index, ": ", error.what());
-    } catch (const Orb::AssertionFailed& error) {
-      F::trace(3, "not decoding entry: row ", index, ": ", error.what());
-    }
-    return std::nullopt;
+  static constexpr bool sharedOut = F::traits.placement == DirectPlacement::sharedOut;
+  static constexpr bool validBit = findField<F>("valid").has_value();
+  static constexpr bool packsMore = requires { &F::packMore; };
+  static_assert(rowChecked<F, F::traits.rowWords, packsMore>());
+
+  static U32 blockOf(HwIndex index) {
+    if constexpr (sharedOut) return index / F::traits.rowsPerBlock;
+    return 0;
   }
 
-  std::string hwTableName(VelaSwitchApi::HwTableId id) const {
+  /// The result that a row has, and whether there is an entry; nothing for an unsound row.
+  using Unpacked = std::optional<std::pair<typename F::Result, bool>>;
+  Unpacked unpack(U32* image, HwIndex index) const {
+    return readSafely(F::trace, "not decoding entry: row ", index, Unpacked(), [&]() -> Unpacked {
+      const RowReaderOf<F> row(layout_, image);
+      if (!row.paritySound(F::traits.parityWords)) return std::nullopt;
+      if constexpr (requires { &F::isSound; }) {
+        if (!F::isSound(row)) return std::nullopt;
+      }
+      typename F::Result result{};
+      row.getNamed(result);
+      if constexpr (requires { &F::unpackMore; }) F::unpackMore(profile(), row, result);
+      if constexpr (validBit) return std::pair{result, row.template flag<"valid">()};
+      return std::pair{result, result != typename F::Result{}};
+    });
+  }
+
+  static std::string hwTableName(HwTableId id) {
     return VelaSwitchApi::SwTable::hwTableName(TableConstants::tableName(F::traits.index), "", "",
                                                id);
   }
-
-  void createHwTable(VelaSwitchApi::HwTableId id, const std::string& name,
-                     Orb::PtrConst<VelaSwitchApi::HwTableRegisterMapping> mapping,
-                     VelaSwitchApi::TableState state) {
-    using namespace VelaSwitchApi;
-    const auto descriptor = HwTableDescriptorConfig::hwTableDescIs(
-        {TableConstants::tableName(F::traits.index), 0, id, name}, state, 0, F::rows(profile()) - 1,
-        F::traits.rowWords, std::move(mapping));
-    hwTableIs(id, Orb::make<HwTableConfig>(descriptor, swTable()->types().bus()));
-    descriptorIs(id, descriptor);
+  void createRows(HwTableId id, Orb::PtrConst<VelaSwitchApi::HwTableRegisterMapping> mapping,
+                  VelaSwitchApi::TableState state) {
+    const std::string family = TableConstants::tableName(F::traits.index);
+    createHwTable({family, 0, id, hwTableName(id)}, state, 0, F::rows(profile()) - 1,
+                  F::traits.rowWords, std::move(mapping));
   }
 
   RowLayout layout_;
@@ -292,10 +310,13 @@ class VELA_EXPORT DirectFamilyConvertor : public DirectBaseConvertor {
 
 }  // namespace VelaSwitchTable
 
-// The classes of a direct family, their factories (table by name, entry by key) and their
-// templates, which are compiled in the family's source file alone. A family whose convertor adds
-// something of its own writes it by hand and has VELA_CLASS for the others, between
-// VELA_DIRECT_TEMPLATES and VELA_DIRECT_FACTORIES.
+// The classes of a direct family are named after it: of the family Xxx, the struct XxxFamily,
+//
+//   VELA_DIRECT_FAMILY(Xxx);         in the header, behind the struct
+//   VELA_DIRECT_FAMILY_DEFINE(Xxx)   in the source file
+//
+// make XxxTable, XxxConvertor, XxxEntry, the templates behind them, which are compiled in that
+// source file alone, and the factories XxxTableIs(name), XxxConvertorIs() and XxxEntryIs(key).
 
 /// `instantiate` is extern, or nothing where they are compiled.
 #define VELA_DIRECT_TEMPLATES(instantiate, Family)          \
@@ -303,23 +324,29 @@ class VELA_EXPORT DirectFamilyConvertor : public DirectBaseConvertor {
   instantiate template class DirectFamilyConvertor<Family>; \
   instantiate template class DirectFamilyEntry<Family>
 
-#define VELA_DIRECT_FACTORIES(Family, Table, Convertor, Entry) \
-  VELA_FACTORY(Table, Table##Is, (const std::string& name));   \
-  VELA_FACTORY(Convertor, Convertor##Is, ());                  \
-  VELA_FACTORY(Entry, Entry##Is, (const Family::Key& key))
+#define VELA_DIRECT_FAMILY(Xxx)                                      \
+  class Xxx##Table;                                                  \
+  class Xxx##Convertor;                                              \
+  class Xxx##Entry;                                                  \
+  template <>                                                        \
+  struct ClassesOf<Xxx##Family> {                                    \
+    using Table = Xxx##Table;                                        \
+    using Convertor = Xxx##Convertor;                                \
+    using Entry = Xxx##Entry;                                        \
+  };                                                                 \
+  VELA_DIRECT_TEMPLATES(extern, Xxx##Family);                        \
+  VELA_CLASS(Xxx##Family, Xxx##Table, DirectFamilyTable);            \
+  VELA_CLASS(Xxx##Family, Xxx##Convertor, DirectFamilyConvertor);    \
+  VELA_CLASS(Xxx##Family, Xxx##Entry, DirectFamilyEntry);            \
+  VELA_FACTORY(Xxx##Table, Xxx##TableIs, (const std::string& name)); \
+  VELA_FACTORY(Xxx##Convertor, Xxx##ConvertorIs, ());                \
+  VELA_FACTORY(Xxx##Entry, Xxx##EntryIs, (const Xxx##Family::Key& key))
 
-#define VELA_DIRECT_FAMILY(Family, Table, Convertor, Entry) \
-  VELA_DIRECT_TEMPLATES(extern, Family);                    \
-  VELA_CLASS(Family, Table, DirectFamilyTable);             \
-  VELA_CLASS(Family, Convertor, DirectFamilyConvertor);     \
-  VELA_CLASS(Family, Entry, DirectFamilyEntry);             \
-  VELA_DIRECT_FACTORIES(Family, Table, Convertor, Entry)
-
-#define VELA_DIRECT_FAMILY_DEFINE(Family, Table, Convertor, Entry)         \
-  VELA_DIRECT_TEMPLATES(, Family);                                         \
-  VELA_REGISTERED_DEFINE(Table)                                            \
-  VELA_REGISTERED_DEFINE(Convertor)                                        \
-  VELA_REGISTERED_DEFINE(Entry)                                            \
-  VELA_FACTORY_DEFINE(Table, Table##Is, (const std::string& name), (name)) \
-  VELA_FACTORY_DEFINE(Convertor, Convertor##Is, (), ())                    \
-  VELA_FACTORY_DEFINE(Entry, Entry##Is, (const Family::Key& key), (key))
+#define VELA_DIRECT_FAMILY_DEFINE(Xxx)                                             \
+  VELA_DIRECT_TEMPLATES(, Xxx##Family);                                            \
+  VELA_REGISTERED_DEFINE(Xxx##Table)                                               \
+  VELA_REGISTERED_DEFINE(Xxx##Convertor)                                           \
+  VELA_REGISTERED_DEFINE(Xxx##Entry)                                               \
+  VELA_FACTORY_DEFINE(Xxx##Table, Xxx##TableIs, (const std::string& name), (name)) \
+  VELA_FACTORY_DEFINE(Xxx##Convertor, Xxx##ConvertorIs, (), ())                    \
+  VELA_FACTORY_DEFINE(Xxx##Entry, Xxx##EntryIs, (const Xxx##Family::Key& key), (key))

@@ -1,87 +1,30 @@
 #pragma once
 
-#include <algorithm>
-#include <functional>
-#include <map>
-
-#include "DirectBase/TableConstants.h"
-#include "VelaSwitchApi/SwTable.h"
 #include "VelaSwitchTable/VelaRegPrefixUtil.h"
 #include "VelaSwitchTable/family/EntryStore.h"
-#include "VelaSwitchTable/family/Family.h"
+#include "VelaSwitchTable/family/IndexedFamily.h"
+#include "VelaSwitchTable/family/PlainConvertor.h"
 
 /// What all plain families share: tables whose row is named by the key and written straight from
-/// the result. A family is a struct F, derived from PlainFamilyTypes, that says what is its own:
+/// the result. A family is a struct F, derived from IndexedFamily, that says what is its own:
 ///
-///   sourceUnit, trace            the unit's name and the trace handle called after it
-///   traits                       a PlainFamilyTraits
-///   hwIndex(key), keyOf(index)   which row is the key's
-///   absentResult()               what the row of a key without an entry is made from
-///   layout(profile, table)       the row's fields in one hardware table
+///   traits              a PlainFamilyTraits
+///   fields              the row; see Row.h. What depends on the result alone is packed by name
+///   hwTables(profile)   the hardware tables, a PlainHwTable each
 ///
 /// and, where it is not like the others,
 ///
-///   absentByIndex                a row that was never written is traced by its index, not its key
-///   traceAbsent(table, index)    or in the family's own words
-///   tracesHandling               handleEntry and writes are traced
-///   ignoresRows                  rows that say nothing are left out of audits as well
-///   rebuildsDefaults             rows that are as without an entry are taken over
-///   announced(result)            the part of a result that shows in rows
-///   tableText                    what a missing hardware table is reported as
-///   marks(entry, row)            whether an audit marks the key, whose entry may be null, for what
-///                                the row says
-///
-/// and a LayerConvertor that derives from PlainFamilyLayerConvertor<F> and knows the hardware
-/// tables: doCreateHwTables(state), packRow() and unpackRow(). Where the tables can be listed, the
-/// LayerConvertor derives from DeclaredLayerConvertor<F>, and F says
-///
-///   hwTables(profile)                  the hardware tables, a PlainHwTable each
-///   copies(profile)                    how often each row stands in a table, unless once
-///   pack(table, key, result, row)      writes the row of one of them
-///   unpack(table, row, result)         adds what the row holds to the result
+///   packMore(at, key, result, row)     writes the rest of the row, but what is in every row
+///   unpackMore(at, key, row, result)   adds what only that says, and judges the row
+///   shape(profile, table)              what the fields' places depend on, unless a RowShape
+///   hwIndex(key), keyOf(index), absentResult()
+///   copies(profile)                    how often each row stands in a hardware table, unless once
+///   announced(result)                  the part of a result that shows in rows
+///   marks(entry, row)                  whether an audit marks the key, whose entry may be null,
+///                                      for what the row says
+///   joinRow(at, row, result)           adds to the result, which another table's row gave, what of
+///                                      a table's row no other has
 namespace VelaSwitchTable {
-
-using VelaSwitchApi::HwIndex;
-using VelaSwitchApi::HwTableId;
-
-/// The types of a family. The named classes need only be declared where the family is.
-template <class K, class R, class TableType, class ConvertorType, class LayerConvertorType>
-struct PlainFamilyTypes {
-  using Key = K;
-  using Result = R;
-  using Table = TableType;
-  using Convertor = ConvertorType;
-  using LayerConvertor = LayerConvertorType;
-};
-
-struct PlainFamilyTraits {
-  TableIndex index;
-  /// Bits of each word that depend on the row alone; where the control word of a row is so, only
-  /// its data decide whether it is written.
-  VelaSwitchApi::StaticWords staticWords{};
-};
-
-/// What a row that was read back says.
-enum class RowSays : U8 {
-  result,   ///< Something of the result.
-  nothing,  ///< Nothing that counts; it is neither taken over nor compared.
-  unsound,  ///< What no row of the table can say.
-};
-
-/// One hardware table of a plain family.
-struct PlainHwTable {
-  HwTableId id;
-  const char* suffix;  ///< Part of its name.
-  HwIndex first;
-  HwIndex last;
-  U8 rowWords;
-  /// The registers of a row. Those of row `first` serve all rows unless `registersPerRow`.
-  std::function<VelaSwitchApi::HwAddressColl(HwIndex)> registers;
-  bool registersPerRow = false;
-  bool cpu = false;  ///< Whether it is the CPU's.
-  /// Says which rows use which registers, where `registers` is not enough.
-  Orb::PtrConst<VelaSwitchApi::HwTableRegisterMapping> mapping{};
-};
 
 /// What a row is packed and unpacked with.
 struct PlainRowContext {
@@ -90,26 +33,15 @@ struct PlainRowContext {
   const VelaSwitchApi::SwTable& swTable;
 };
 
-/// Whether the family traces what it handles and writes.
-template <class F>
-inline constexpr bool tracesHandling = requires {
-  F::tracesHandling;
-};
-
-/// What an assertion says of a hardware table that is missing.
-template <class F>
-constexpr const char* tableText() {
-  if constexpr (requires { F::tableText; }) return F::tableText;
-  return "table";
-}
-
 /// The base of a family's convertors. It knows no hardware; reaching its programming call is an
 /// internal error.
 template <class F>
-class VELA_EXPORT PlainFamilyConvertor : public VelaSwitchApi::SwTableProfileConvertor {
+class VELA_EXPORT PlainFamilyConvertor : public PlainConvertor {
  public:
   using Key = typename F::Key;
   using Result = typename F::Result;
+
+  PlainFamilyConvertor() : PlainConvertor(F::traits, F::trace) {}
 
   /// Writes the key's row into every hardware table, where it differs. False when a write failed.
   virtual bool hwTableEntryIs(const Key& key, const Result& result) {
@@ -117,9 +49,6 @@ class VELA_EXPORT PlainFamilyConvertor : public VelaSwitchApi::SwTableProfileCon
     ORB_ASSERT(false);
     return false;
   }
-  /// The key is withdrawn: its rows that could not be read are as if they had never been. Returns
-  /// whether there were such rows.
-  virtual bool unreadForget(const Key&) { return false; }
 };
 
 template <class F>
@@ -134,24 +63,25 @@ class VELA_EXPORT PlainFamilyTable : public VelaSwitchApi::SwTable,
 
   void doSetProfileConvertor(Orb::Ptr<VelaSwitchApi::SwTableTypes> types) override {
     typesIs(std::move(types));
-    profileConvertorPtrIs(Orb::make<typename F::LayerConvertor>());
+    profileConvertorPtrIs(Orb::make<typename ClassesOf<F>::LayerConvertor>());
   }
 
   void handleEntry(const Key& key) override {
     if (!initialized()) {
       F::trace(8, " Skipped as not yet initialized - key:", key);
-      if (profileConvertorPtr() && !this->entry(key)) profileConvertor().unreadForget(key);
+      if (profileConvertorPtr() && !this->entry(key))
+        profileConvertor().unreadForget(F::hwIndex(key));
       return;
     }
     F::trace(8, fwkType().name(), "::handleEntry ", key);
-    if constexpr (tracesHandling<F>) {
+    if constexpr (F::traits.tracesHandling) {
       F::trace(9, "void ", fwkType().name(), "::handleEntry(const ", Key::typeName, "&) ", key);
     }
     const Result* desired = this->entry(key);
     F::trace(1, desired ? "Programming Entry " : "Removing Entry ", key);
     // A copy: the convertor may meet observers that change the collection.
     const Result result = desired ? *desired : F::absentResult();
-    if (!desired) profileConvertor().unreadForget(key);
+    if (!desired) profileConvertor().unreadForget(F::hwIndex(key));
     if (profileConvertor().hwTableEntryIs(key, result)) {
       this->hwInconsistentEntryDel(key);
     } else {
@@ -173,31 +103,23 @@ class VELA_EXPORT PlainFamilyTable : public VelaSwitchApi::SwTable,
     this->forEachAnnouncedKey([&](const Key& key) { handleEntry(key); });
   }
   void handleAbsent(const Key& key) override {
-    if (profileConvertorPtr() && profileConvertor().unreadForget(key)) handleEntry(key);
+    if (profileConvertorPtr() && profileConvertor().unreadForget(F::hwIndex(key))) handleEntry(key);
   }
 };
 
 template <class F>
-class VELA_EXPORT PlainFamilyLayerConvertor : public F::Convertor {
+class VELA_EXPORT PlainFamilyLayerConvertor : public ClassesOf<F>::Convertor {
  public:
   using Key = typename F::Key;
   using Result = typename F::Result;
   using HwTableConfig = VelaSwitchApi::HwTableConfig;
-  using Finding = VelaSwitchApi::AuditFinding;
-  using Read = VelaSwitchApi::RegisterBus::Read;
 
-  void doInitTableStats() override {
-    HwIndex first = ~HwIndex{0};
-    HwIndex end = 0;
-    for (const auto& [id, hwTable] : this->hwTables()) {
-      first = std::min(first, hwTable->descriptor().first);
-      end = std::max(end, hwTable->descriptor().last + 1);
-    }
-    if (end != 0) this->initEntryCounter(table()->name(), (end - first) / copies(), 0);
-  }
   U32 entriesUsed(U32) const override { return table()->entries().size(); }
   U32 entriesPeak(U32) const override { return table()->peak(); }
 
+  void doCreateHwTables(VelaSwitchApi::TableState state) override {
+    createHwTables(state, [](const PlainHwTable&) { return true; });
+  }
   bool hwTableEntryIs(const Key& key, const Result& result) override {
     if (!programs(key)) return true;
     bool good = true;
@@ -206,107 +128,21 @@ class VELA_EXPORT PlainFamilyLayerConvertor : public F::Convertor {
     }
     return good;
   }
-  bool unreadForget(const Key& key) override {
-    bool unread = false;
-    forEachRow(key, [&](HwTableConfig& hwTable, HwIndex index) {
-      if (hwTable.state(index) != HwTableConfig::Row::unread) return;
-      hwTable.entryForget(index);
-      unread = true;
-    });
-    return unread;
-  }
-
-  /// Without `overwrite`, only rows that belong to no entry: one that could not be read before is
-  /// read again, and left alone when it still cannot be; what it holds is taken over. Keys whose
-  /// rows are as they should be lose their marks.
-  void initHwEntries(bool overwrite, U32 start) override {
-    if (!overwrite) readUnread(start);
-    for (const auto& [id, hwTable] : this->hwTables()) {
-      const auto& descriptor = hwTable->descriptor();
-      for (HwIndex index = std::max(start, descriptor.first); index <= descriptor.last; ++index) {
-        const Key key = F::keyOf(index);
-        if (overwrite) {
-          hwTable->entryForget(index);
-        } else if (!takesDefault(*hwTable, index, key)) {
-          continue;
-        }
-        if (!writeRow(*hwTable, index, key, desired(key))) {
-          table()->hwInconsistentEntryIs(key, true);
-        }
-      }
-    }
-    for (const Key& key : table()->hwInconsistentKeys()) {
-      if (everyTableHolds(key)) table()->hwInconsistentEntryDel(key);
-    }
-  }
-
-  void handleRebuilt() override {
-    for (const auto& [id, hwTable] : this->hwTables()) {
-      const auto& descriptor = hwTable->descriptor();
-      for (HwIndex index = descriptor.first; index <= descriptor.last; ++index) {
-        if (hwTable->mapped(index).empty() || holds(*hwTable, index)) continue;
-        const Key key = F::keyOf(index);
-        const bool held = hwTable->state(index) == HwTableConfig::Row::held;
-        // A row that says nothing is wrong only where another one gave an entry.
-        if (!table()->entry(key) && (!held || ignored(id, index))) continue;
-        table()->hwInconsistentEntryIs(key, true);
-      }
-    }
-  }
-
-  void expectedImage(HwTableId id, HwIndex index, U32* image) const override {
-    const Key key = F::keyOf(index);
-    const Image expected = rowImage(id, key, desired(key));
-    std::copy(expected.begin(), expected.end(), image);
-  }
-
   bool rowSound(HwTableId id, HwIndex index) const override {
     Result result{};
     return says(id, index, result) != RowSays::unsound;
   }
 
-  void repair(const Finding& finding) override {
-    if (finding.kind == Finding::Kind::unreadable) return;
-    const Key key = F::keyOf(finding.index);
-    if (table()->entry(key)) {
-      table()->handleEntry(key);
-    } else {
-      // Nobody withdrew it: rows that could not be read may hold an entry.
-      markIs(key, !this->hwTableEntryIs(key, F::absentResult()));
-    }
-  }
-
-  void syncEntries(U32 id) override {
-    const Orb::Ptr<HwTableConfig> hwTable = this->hwTable(id);
-    ORB_ASSERT_TEXT(hwTable, tableText<F>());
-    const auto& descriptor = hwTable->descriptor();
-    for (HwIndex index = descriptor.first; index <= descriptor.last; ++index) {
-      if (hwTable->mapped(index).empty()) continue;
-      if (table()->initialized()) {
-        auditRow(*hwTable, index);
-      } else {
-        readRow(*hwTable, index);
-        rebuildKey(F::keyOf(index));
-      }
-    }
-    if (!table()->initialized() || id != this->hwTables().rbegin()->first) return;
-    for (const Key& key : table()->hwInconsistentKeys()) {
-      if (everyTableHolds(key) && !familyMarks(key)) table()->hwInconsistentEntryDel(key);
-    }
-  }
-
  protected:
-  using Image = std::array<U32, VelaSwitchApi::maxRowWords>;
+  using Image = IndexedRowsConvertor::Image;
 
-  /// Packs the row of one hardware table into an image that is all zero.
-  virtual void packRow(HwTableId table, const Key& key, const Result& result,
-                       Image& image) const = 0;
-  /// Adds what one hardware table's row holds to the result.
-  virtual RowSays unpackRow(HwTableId table, HwIndex index, U32* image, Result& result) const = 0;
-  /// Adds to the result, which another table's row gave, what of a table's row no other has.
-  virtual void joinRow(HwTableId, const Result&, Result&) const {}
-  /// How often each row stands in a hardware table, one block of rows behind the other.
-  virtual U32 copies() const { return 1; }
+  /// Creates those of the family's hardware tables that are wanted.
+  template <class Wanted>
+  void createHwTables(VelaSwitchApi::TableState state, const Wanted& wanted) {
+    for (const PlainHwTable& each : F::hwTables(this->profile())) {
+      if (wanted(each)) this->createHwTable(each, makeLayout(each), state);
+    }
+  }
 
   /// Whether there is anything to write for the key: hardware table 0 is active, and the key has a
   /// row in the profile.
@@ -314,22 +150,84 @@ class VELA_EXPORT PlainFamilyLayerConvertor : public F::Convertor {
     const auto first = this->hwTables().find(0);
     if (first == this->hwTables().end() || !first->second->active()) return false;
     bool row = false;
-    forEachRow(key, [&](const HwTableConfig&, HwIndex) { row = true; });
+    this->forEachRow(F::hwIndex(key), [&](const HwTableConfig&, HwIndex) { row = true; });
     if (!row) F::trace(3, "hwTableEntryIs ", key, noRowText);
     return row;
   }
   /// Writes the key's rows in one hardware table, if that has any. False when a write failed.
   bool writeRows(HwTableConfig& hwTable, const Key& key, const Result& result) {
     bool good = true;
-    forEachRow(hwTable, key, [&](HwTableConfig&, HwIndex index) {
+    this->forEachRow(hwTable, F::hwIndex(key), [&](HwTableConfig&, HwIndex index) {
       good = writeRow(hwTable, index, key, result) && good;
     });
     return good;
   }
 
-  typename F::Table* table() const { return static_cast<typename F::Table*>(this->swTable()); }
+  TableOf<F>* table() const { return static_cast<TableOf<F>*>(this->swTable()); }
+
+  Image rowImage(HwTableId id, HwIndex index,
+                 IndexedRowsConvertor::Content content) const override {
+    const Key key = F::keyOf(index);
+    const bool desires = content == IndexedRowsConvertor::Content::desired;
+    return rowImage(id, key, desires ? desired(key) : F::absentResult());
+  }
+  bool hasEntry(HwIndex index) const override { return table()->entry(F::keyOf(index)); }
+  bool marked(HwIndex index) const override {
+    return table()->hwInconsistentEntry(F::keyOf(index));
+  }
+  void markIs(HwIndex index, bool marked) override {
+    if (marked) {
+      table()->hwInconsistentEntryIs(F::keyOf(index), true);
+    } else {
+      table()->hwInconsistentEntryDel(F::keyOf(index));
+    }
+  }
+  void program(HwIndex index) override { table()->handleEntry(F::keyOf(index)); }
+  bool writeRow(HwTableConfig& hwTable, HwIndex index) override {
+    const Key key = F::keyOf(index);
+    return writeRow(hwTable, index, key, desired(key));
+  }
+  void takeRow(HwTableConfig& hwTable, HwIndex index, bool late) override {
+    const Key key = F::keyOf(index);
+    this->unsoundForget(hwTable, index);
+    if (!late || !table()->entry(key) || table()->unclaimed(key)) rebuildKey(key);
+  }
+  bool ignored(HwTableId id, HwIndex index) const override {
+    Result result{};
+    return F::traits.ignoresRows && says(id, index, result) == RowSays::nothing;
+  }
+  bool marksSound(HwTableId id, HwIndex index) const override {
+    if constexpr (requires { &F::marks; }) {
+      Result row = F::absentResult();
+      return says(id, index, row) == RowSays::result &&
+             F::marks(table()->entry(F::keyOf(index)), row);
+    }
+    return false;
+  }
+  U32 copies() const override {
+    if constexpr (requires { &F::copies; }) return F::copies(this->profile());
+    return 1;
+  }
+  void appendKey(Orb::TextSink& sink, HwIndex index) const override {
+    using Orb::appendText;
+    appendText(sink, F::keyOf(index));
+  }
 
  private:
+  static constexpr bool packsMore = requires { &F::packMore; };
+  static_assert(rowChecked<F, F::traits.rowWords, packsMore>());
+
+  VelaSwitchApi::RowLayout makeLayout(const PlainHwTable& table) const {
+    if constexpr (requires { &F::shape; }) {
+      return rowLayout<F>(table.rowWords, F::shape(this->profile(), table));
+    } else {
+      return rowLayout<F>(table.rowWords, rowShape<F>(this->profile(), {.cpu = table.cpu}));
+    }
+  }
+  PlainRowContext context(HwTableId table) const {
+    return {this->profile(), this->declared(table), *this->swTable()};
+  }
+
   Result desired(const Key& key) const {
     const Result* result = table()->entry(key);
     return result ? *result : F::absentResult();
@@ -337,22 +235,12 @@ class VELA_EXPORT PlainFamilyLayerConvertor : public F::Convertor {
 
   Image rowImage(HwTableId id, const Key& key, const Result& result) const {
     Image image{};
-    packRow(id, key, result, image);
+    RowWriterOf<F> row(this->layout(id), image.data(), "hwTableEntryIs");
+    row.setNamed(announced<F>(result));
+    if constexpr (packsMore) F::packMore(context(id), key, result, row);
+    if constexpr (F::traits.parityWords != 0) row.setParity(F::traits.parityWords);
+    row.setPlace(F::hwIndex(key));
     return image;
-  }
-
-  /// Calls `visit(hwTable, index)` for each row of the key.
-  template <class Visitor>
-  void forEachRow(const Key& key, const Visitor& visit) const {
-    for (const auto& [id, hwTable] : this->hwTables()) forEachRow(*hwTable, key, visit);
-  }
-  template <class Visitor>
-  void forEachRow(HwTableConfig& hwTable, const Key& key, const Visitor& visit) const {
-    const auto& descriptor = hwTable.descriptor();
-    const HwIndex rows = (descriptor.last - descriptor.first + 1) / copies();
-    HwIndex index = F::hwIndex(key);
-    if (index < descriptor.first || index - descriptor.first >= rows) return;
-    for (U32 copy = 0; copy < copies(); ++copy, index += rows) visit(hwTable, index);
   }
 
   bool writeRow(HwTableConfig& hwTable, HwIndex index, const Key& key, const Result& result) {
@@ -364,76 +252,8 @@ class VELA_EXPORT PlainFamilyLayerConvertor : public F::Convertor {
     }
     const Image image = rowImage(hwTable.descriptor().identity.id, key, result);
     return hwTable.entryIs({index, image.data(), VelaSwitchApi::maxRowWords}, [&] {
-      if constexpr (tracesHandling<F>) F::trace(9, "Set hwTableEntry key: ", key);
+      if constexpr (F::traits.tracesHandling) F::trace(9, "Set hwTableEntry key: ", key);
     });
-  }
-
-  /// Whether hardware is known to hold what is desired in the row.
-  bool holds(const HwTableConfig& hwTable, HwIndex index) const {
-    if (hwTable.state(index) != HwTableConfig::Row::held) return false;
-    Image expected;
-    expectedImage(hwTable.descriptor().identity.id, index, expected.data());
-    return hwTable.same(index, expected.data(), hwTable.image(index));
-  }
-  bool everyTableHolds(const Key& key) const {
-    bool all = true;
-    forEachRow(key, [&](const HwTableConfig& hwTable, HwIndex index) {
-      all = all && (hwTable.mapped(index).empty() || holds(hwTable, index));
-    });
-    return all;
-  }
-
-  /// Takes up what rows hold that could not be read before.
-  void readUnread(U32 start) {
-    using Row = HwTableConfig::Row;
-    for (const auto& [id, hwTable] : this->hwTables()) {
-      const auto& descriptor = hwTable->descriptor();
-      for (HwIndex index = std::max(start, descriptor.first); index <= descriptor.last; ++index) {
-        const Row state = hwTable->state(index);
-        if (hwTable->mapped(index).empty() || (state != Row::unread && state != Row::unknown)) {
-          continue;
-        }
-        if (readRow(*hwTable, index) != Read::failed) takeLate(F::keyOf(index));
-      }
-    }
-  }
-  /// A row of the key answers that did not before.
-  void takeLate(const Key& key) {
-    if (!table()->entry(key) || table()->unclaimed(key)) rebuildKey(key);
-    if (table()->entry(key)) markIs(key, !everyTableHolds(key));
-  }
-  void markIs(const Key& key, bool marked) {
-    if (marked) {
-      table()->hwInconsistentEntryIs(key, true);
-    } else {
-      table()->hwInconsistentEntryDel(key);
-    }
-  }
-  /// Whether a row belongs to no entry and may be written: hardware has said what it holds.
-  bool takesDefault(const HwTableConfig& hwTable, HwIndex index, const Key& key) const {
-    using Row = HwTableConfig::Row;
-    if (hwTable.mapped(index).empty() || table()->entry(key)) return false;
-    const Row state = hwTable.state(index);
-    return state != Row::unread &&
-           !(state == Row::held && ignored(hwTable.descriptor().identity.id, index));
-  }
-
-  Read readRow(HwTableConfig& hwTable, HwIndex index) {
-    const Read read = hwTable.readEntry(index);
-    if (read == Read::held) {
-      unsoundForget(hwTable, index);
-    } else if (read == Read::failed) {
-      traceUnreadable(hwTable, F::keyOf(index));
-    } else {
-      traceAbsent(hwTable, F::keyOf(index), index);
-    }
-    return read;
-  }
-
-  /// Static words are not compared: a row that says nonsense there must be known as another.
-  void unsoundForget(HwTableConfig& hwTable, HwIndex index) {
-    if (hwTable.state(index) != HwTableConfig::Row::held) return;
-    if (!rowSound(hwTable.descriptor().identity.id, index)) hwTable.entryForget(index);
   }
 
   /// Takes over what the key's rows hold. They may disagree when a writer stopped amid a change:
@@ -442,22 +262,22 @@ class VELA_EXPORT PlainFamilyLayerConvertor : public F::Convertor {
     const Result nothing = F::absentResult();
     Result result = nothing;
     bool said = false;
-    forEachRow(key, [&](const HwTableConfig& hwTable, HwIndex index) {
+    this->forEachRow(F::hwIndex(key), [&](const HwTableConfig& hwTable, HwIndex index) {
       if (hwTable.state(index) != HwTableConfig::Row::held) return;
       const HwTableId id = hwTable.descriptor().identity.id;
       Result row = nothing;
       if (says(id, index, row) != RowSays::result) return;
-      if (said) {
-        joinRow(id, row, result);
-      } else {
+      if (!said) {
         result = row;
+      } else if constexpr (requires { &F::joinRow; }) {
+        F::joinRow(context(id), row, result);
       }
       said = true;
     });
     if (!said) return;
     const Result* taken = table()->entry(key);
     if (taken && sameRows(*taken, result)) return;
-    if (rebuildsDefaults || !sameRows(result, nothing)) {
+    if (F::traits.rebuildsDefaults || !sameRows(result, nothing)) {
       F::trace(5, "Set sw table entry for key: ", key, " value: ", result);
       table()->entryIsByHwRow(key, result);
     } else if (taken) {
@@ -470,183 +290,30 @@ class VELA_EXPORT PlainFamilyLayerConvertor : public F::Convertor {
     return announced<F>(a) == announced<F>(b);
   }
 
-  static void traceAbsent(const HwTableConfig& hwTable, const Key& key, HwIndex index) {
-    const auto& identity = hwTable.descriptor().identity;
-    if constexpr (requires { &F::traceAbsent; }) {
-      F::traceAbsent(identity.id, index);
-    } else if constexpr (requires { F::absentByIndex; }) {
-      F::trace(5, " index ", index, " does not exist.");
-    } else {
-      F::trace(3, "Missing hw table entry for key: ", key, ", table ", identity.name);
-    }
-  }
-  static void traceUnreadable(const HwTableConfig& hwTable, const Key& key) {
-    F::trace(3, "Unreadable hw table entry for key: ", key, ", table ",
-             hwTable.descriptor().identity.name);
-  }
-
-  /// Whether rows that say nothing are left out of audits as well.
-  static constexpr bool ignoresRows = requires { F::ignoresRows; };
-  static constexpr bool rebuildsDefaults = requires { F::rebuildsDefaults; };
-
-  bool ignored(HwTableId id, HwIndex index) const {
-    Result result{};
-    return ignoresRows && says(id, index, result) == RowSays::nothing;
-  }
-
-  /// Rows come from hardware: whatever they hold must not do more harm than be refused.
   RowSays says(HwTableId id, HwIndex index, Result& result) const {
-    try {
-      return unpackRow(id, index, this->hwTable(id)->image(index), result);
-    } catch (const Orb::RangeException& error) {
-      F::trace(3, " index ", index, ": ", error.what());
-    } catch (const Orb::AssertionFailed& error) {
-      F::trace(3, " index ", index, ": ", error.what());
-    }
-    return RowSays::unsound;
-  }
-
-  void auditRow(HwTableConfig& hwTable, HwIndex index) {
-    const HwTableId id = hwTable.descriptor().identity.id;
-    const Key key = F::keyOf(index);
-    const bool late = hwTable.state(index) == HwTableConfig::Row::unread;
-    const Read read = hwTable.readEntry(index);
-    if (read == Read::failed) {
-      traceUnreadable(hwTable, key);
-      this->auditFindingIs({Finding::Kind::unreadable, id, index});
-      return;
-    }
-    if (late) {
-      unsoundForget(hwTable, index);
-      takeLate(key);
-    }
-    const Result* entry = table()->entry(key);
-    if (read == Read::absent) {
-      traceAbsent(hwTable, key, index);
-      if (!entry || rowImage(id, key, *entry) == rowImage(id, key, F::absentResult())) return;
-      this->auditFindingIs({Finding::Kind::missing, id, index});
-      table()->hwInconsistentEntryIs(key, true);
-      return;
-    }
-    if (ignored(id, index)) return;
-    const bool differs = !holds(hwTable, index);
-    if (!differs && !familyMarks(hwTable, index)) return;
-    F::trace(3, "Inconsistent hw table entry for key: ", key);
-    table()->hwInconsistentEntryIs(key, true);
-    if (entry) {
-      this->auditFindingIs({Finding::Kind::inconsistent, id, index});
-    } else if (differs) {
-      this->auditFindingIs({Finding::Kind::unexpected, id, index});
-    }
-  }
-
-  /// Whether the family marks the key for what a row says that is as it should be.
-  bool familyMarks(const HwTableConfig& hwTable, HwIndex index) const {
-    if constexpr (requires { &F::marks; }) {
-      Result row = F::absentResult();
-      return says(hwTable.descriptor().identity.id, index, row) == RowSays::result &&
-             F::marks(table()->entry(F::keyOf(index)), row);
-    }
-    return false;
-  }
-  bool familyMarks(const Key& key) const {
-    bool marked = false;
-    forEachRow(key, [&](const HwTableConfig& hwTable, HwIndex index) {
-      marked = marked || familyMarks(hwTable, index);
+    return readSafely(F::trace, " index ", index, RowSays::unsound, [&] {
+      const RowReaderOf<F> row(this->layout(id), this->hwTable(id)->image(index));
+      if (!row.paritySound(F::traits.parityWords)) return RowSays::unsound;
+      row.getNamed(result);
+      if constexpr (requires { &F::unpackMore; }) {
+        return F::unpackMore(context(id), F::keyOf(index), row, result);
+      }
+      return RowSays::result;
     });
-    return marked;
   }
-};
-
-/// The convertor of a family that lists its hardware tables.
-template <class F>
-class VELA_EXPORT DeclaredLayerConvertor : public PlainFamilyLayerConvertor<F> {
- public:
-  using Key = typename F::Key;
-  using Result = typename F::Result;
-
-  void doCreateHwTables(VelaSwitchApi::TableState state) override {
-    createHwTables(state, [](const PlainHwTable&) { return true; });
-  }
-
-  void handleInitialized() override {
-    for (U8 word = 0; word < VelaSwitchApi::maxRowWords; ++word) {
-      if (F::traits.staticWords[word] != 0) this->hwStaticWordIs(word, F::traits.staticWords[word]);
-    }
-  }
-
- protected:
-  using Image = typename PlainFamilyLayerConvertor<F>::Image;
-
-  /// Creates those of the family's hardware tables that are wanted.
-  template <class Wanted>
-  void createHwTables(VelaSwitchApi::TableState state, Wanted wanted) {
-    using namespace VelaSwitchApi;
-    const std::string family = TableConstants::tableName(F::traits.index);
-    for (PlainHwTable& declared : F::hwTables(this->profile())) {
-      if (!wanted(declared)) continue;
-      const std::string name = SwTable::hwTableName(family, "", declared.suffix, declared.id);
-      const auto descriptor = HwTableDescriptorConfig::hwTableDescIs(
-          {family, 0, declared.id, name}, state, declared.first, declared.last, declared.rowWords,
-          mapping(name, declared));
-      const auto hwTable = Orb::make<HwTableConfig>(descriptor, this->swTable()->types().bus());
-      ORB_ASSERT_TEXT(hwTable, tableText<F>());
-      this->hwTableIs(declared.id, hwTable);
-      this->descriptorIs(declared.id, descriptor);
-      layouts_[declared.id] = F::layout(this->profile(), declared.id);
-      declared_.emplace(declared.id, std::move(declared));
-    }
-  }
-
-  const PlainHwTable& declared(HwTableId table) const { return declared_.at(table); }
-
-  void packRow(HwTableId table, const Key& key, const Result& result, Image& image) const override {
-    VelaSwitchApi::RowWriter row(layouts_.at(table), reinterpret_cast<U8*>(image.data()), F::trace,
-                                 "hwTableEntryIs");
-    F::pack(context(table), key, result, row);
-  }
-  RowSays unpackRow(HwTableId table, HwIndex index, U32* image, Result& result) const override {
-    return F::unpack(context(table), F::keyOf(index),
-                     VelaSwitchApi::RowReader(layouts_.at(table), image), result);
-  }
-
-  const VelaSwitchApi::RowLayout& rowLayout(HwTableId table, HwIndex) const override {
-    return layouts_.at(table);
-  }
-  U32 copies() const override {
-    if constexpr (requires { &F::copies; }) return F::copies(this->profile());
-    return 1;
-  }
-
- private:
-  PlainRowContext context(HwTableId table) const {
-    return {this->profile(), declared_.at(table), *this->swTable()};
-  }
-
-  static Orb::PtrConst<VelaSwitchApi::HwTableRegisterMapping> mapping(const std::string& name,
-                                                                      const PlainHwTable& table) {
-    using namespace VelaSwitchApi;
-    if (table.mapping) return table.mapping;
-    if (!table.registersPerRow) {
-      return Orb::make<HwTableRegisterMappingConst>(name, table.registers(table.first));
-    }
-    const auto rows = Orb::make<HwTableRegisterMappingColl>(name);
-    for (HwIndex index = table.first; index <= table.last; ++index) {
-      rows->regsIs(index, table.registers(index));
-    }
-    return rows;
-  }
-
-  std::map<HwTableId, VelaSwitchApi::RowLayout> layouts_;
-  std::map<HwTableId, PlainHwTable> declared_;
 };
 
 }  // namespace VelaSwitchTable
 
-// The classes of a plain family, their factories (table by name) and their templates, which are
-// compiled in the family's source file alone. The base of the convertors has no factory: it knows
-// no hardware. A family whose classes add something of their own writes those by hand and has
-// VELA_CLASS for the others, between VELA_PLAIN_TEMPLATES and VELA_PLAIN_FACTORIES.
+// The classes of a plain family are named after it: of the family Xxx, the struct XxxFamily,
+//
+//   VELA_PLAIN_FAMILY(Xxx, Layer2All);         in the header, behind the struct
+//   VELA_PLAIN_FAMILY_DEFINE(Xxx, Layer2All)   in the source file
+//
+// make XxxTable, XxxConvertor, which knows no hardware, XxxConvertorLayer2All, the templates behind
+// them, which are compiled in that source file alone, and the factories XxxTableIs(name) and
+// XxxConvertorLayer2AllIs(). A family that adds something to its table or layer convertor writes
+// VELA_PLAIN_CLASSES, that class, and VELA_CLASS for the other.
 
 /// `instantiate` is extern, or nothing where they are compiled.
 #define VELA_PLAIN_TEMPLATES(instantiate, Family)          \
@@ -654,19 +321,21 @@ class VELA_EXPORT DeclaredLayerConvertor : public PlainFamilyLayerConvertor<F> {
   instantiate template class PlainFamilyConvertor<Family>; \
   instantiate template class PlainFamilyLayerConvertor<Family>
 
-#define VELA_PLAIN_FACTORIES(Table, LayerConvertor)          \
-  VELA_FACTORY(Table, Table##Is, (const std::string& name)); \
-  VELA_FACTORY(LayerConvertor, LayerConvertor##Is, ())
+#define VELA_PLAIN_CLASSES(Family, Table_, Convertor_, LayerConvertor_) \
+  class Table_;                                                         \
+  class Convertor_;                                                     \
+  class LayerConvertor_;                                                \
+  template <>                                                           \
+  struct ClassesOf<Family> {                                            \
+    using Table = Table_;                                               \
+    using Convertor = Convertor_;                                       \
+    using LayerConvertor = LayerConvertor_;                             \
+  };                                                                    \
+  VELA_BASE_CLASS(Family, Convertor_, PlainFamilyConvertor);            \
+  VELA_PLAIN_TEMPLATES(extern, Family);                                 \
+  VELA_FACTORY(Table_, Table_##Is, (const std::string& name));          \
+  VELA_FACTORY(LayerConvertor_, LayerConvertor_##Is, ())
 
-#define VELA_PLAIN_FAMILY(Family, Table, Convertor, LayerConvertor) \
-  VELA_CLASS(Family, Table, PlainFamilyTable);                      \
-  VELA_BASE_CLASS(Family, Convertor, PlainFamilyConvertor);         \
-  VELA_PLAIN_TEMPLATES(extern, Family);                             \
-  extern template class DeclaredLayerConvertor<Family>;             \
-  VELA_CLASS(Family, LayerConvertor, DeclaredLayerConvertor);       \
-  VELA_PLAIN_FACTORIES(Table, LayerConvertor)
-
-/// For a family whose layer convertor is not a DeclaredLayerConvertor.
 #define VELA_PLAIN_CLASSES_DEFINE(Family, Table, Convertor, LayerConvertor) \
   VELA_PLAIN_TEMPLATES(, Family);                                           \
   VELA_REGISTERED_DEFINE(Table)                                             \
@@ -675,6 +344,10 @@ class VELA_EXPORT DeclaredLayerConvertor : public PlainFamilyLayerConvertor<F> {
   VELA_FACTORY_DEFINE(Table, Table##Is, (const std::string& name), (name))  \
   VELA_FACTORY_DEFINE(LayerConvertor, LayerConvertor##Is, (), ())
 
-#define VELA_PLAIN_FAMILY_DEFINE(Family, Table, Convertor, LayerConvertor) \
-  template class DeclaredLayerConvertor<Family>;                           \
-  VELA_PLAIN_CLASSES_DEFINE(Family, Table, Convertor, LayerConvertor)
+#define VELA_PLAIN_FAMILY(Xxx, Layer)                                                 \
+  VELA_PLAIN_CLASSES(Xxx##Family, Xxx##Table, Xxx##Convertor, Xxx##Convertor##Layer); \
+  VELA_CLASS(Xxx##Family, Xxx##Table, PlainFamilyTable);                              \
+  VELA_CLASS(Xxx##Family, Xxx##Convertor##Layer, PlainFamilyLayerConvertor)
+
+#define VELA_PLAIN_FAMILY_DEFINE(Xxx, Layer) \
+  VELA_PLAIN_CLASSES_DEFINE(Xxx##Family, Xxx##Table, Xxx##Convertor, Xxx##Convertor##Layer)

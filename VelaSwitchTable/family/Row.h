@@ -125,10 +125,15 @@ class RowWriterOf : public RowWriter {
   /// Writes the fields that have the names of the value's.
   template <class V>
   void setNamed(const V& value) {
+    setNamedBut<"">(value);
+  }
+  template <Orb::FixedString Name, class V>
+  void setNamedBut(const V& value) {
     Orb::forEachField(value, [&](const auto& field) {
       using Orb::hashWord;
-      constexpr auto number = findField<F>(std::remove_cvref_t<decltype(field)>::name);
-      if constexpr (number) set(*number, hashWord(field()));
+      using Field = std::remove_cvref_t<decltype(field)>;
+      constexpr auto number = findField<F>(Field::name);
+      if constexpr (number && Field::name != Name.view()) set(*number, hashWord(field()));
     });
   }
 };
@@ -140,6 +145,8 @@ void fromRowBits(T& value, U64 bits) {
   using Orb::hashWord;
   if constexpr (Orb::IsRanged<T> || std::same_as<T, bool>) {
     value = T(bits);
+  } else if constexpr (std::is_class_v<T> && sizeof(T) <= sizeof(U32)) {
+    value = T(static_cast<U32>(bits));
   } else {
     value = T(static_cast<decltype(hashWord(value))>(bits));
   }
@@ -161,6 +168,8 @@ class RowReaderOf : public RowReader {
   bool flag() const {
     return get<Name>() != 0;
   }
+  /// Whether the bits of the first `words` words are even in number.
+  bool paritySound(U8 words) const { return VelaSwitch::parityU32Array(this->words(), words) == 0; }
   /// Reads the fields that have the names of the value's.
   template <class V>
   void getNamed(V& value) const {
@@ -204,9 +213,10 @@ consteval bool rowChecked() {
   constexpr auto fields = detail::someFields<F>();
   constexpr std::size_t wrong = VelaSwitchApi::firstMisplaced(fields, words);
   detail::FieldCheck<F, detail::fieldName<F, wrong>(), wrong == fields.size()>();
+  constexpr bool noRow = fields.empty();
   Orb::forEachField(typename F::Result{}, [](const auto& field) {
     using Field = std::remove_cvref_t<decltype(field)>;
-    constexpr bool packed = packsMore || findField<F>(Field::name).has_value();
+    constexpr bool packed = packsMore || noRow || findField<F>(Field::name).has_value();
     detail::ResultCheck<F, Field::fixedName, packed>();
   });
   return true;

@@ -1,13 +1,9 @@
 #pragma once
 
-#include "DirectBase/TableConstants.h"
-#include "VelaSwitchApi/SwTable.h"
+#include "DirectBase/IndexedRows.h"
 
 /// Base of the tables whose row is a fixed function of the key.
 namespace VelaSwitchTable {
-
-using VelaSwitchApi::HwIndex;
-using VelaSwitchApi::HwTableId;
 
 class DirectBaseConvertor;
 
@@ -63,20 +59,8 @@ class VELA_EXPORT DirectBaseTable : public VelaSwitchApi::SwTable {
 };
 
 /// Base of the convertors of direct tables. Every hardware table holds the same rows.
-class VELA_EXPORT DirectBaseConvertor : public VelaSwitchApi::SwTableProfileConvertor {
+class VELA_EXPORT DirectBaseConvertor : public IndexedRowsConvertor {
  public:
-  /// Without `overwrite`, only rows that belong to no entry; one that could not be read before is
-  /// read again, and left alone when it still cannot be. Keys whose rows are as they should be lose
-  /// their marks.
-  void initHwEntries(bool overwrite, U32 start) override;
-  void syncEntries(U32 table) override;
-  void handleRebuilt() override;
-  void expectedImage(HwTableId table, HwIndex index, U32* image) const override;
-  void repair(const VelaSwitchApi::AuditFinding& finding) override;
-  /// The row's key is withdrawn: copies of the row that could not be read are as if they had never
-  /// been. Returns whether there were any.
-  bool unreadForget(HwIndex index);
-
   virtual HwIndex hwIndexFromItem(const DirectBaseEntry& entry) const = 0;
   /// Writes the bits of a row that depend on its place alone.
   virtual void setStaticBuffer(HwIndex index, U8* image) const = 0;
@@ -103,18 +87,20 @@ class VELA_EXPORT DirectBaseConvertor : public VelaSwitchApi::SwTableProfileConv
   /// rebuilt.
   U32* hwRow(HwIndex index) const { return hwTable(decoded_)->image(index); }
 
+  Image rowImage(HwTableId table, HwIndex index, Content content) const override;
+  bool hasEntry(HwIndex index) const override;
+  bool marked(HwIndex index) const override;
+  void markIs(HwIndex index, bool marked) override;
+  void program(HwIndex index) override;
+  void takeRow(HwTableConfig& table, HwIndex index, bool late) override;
+  std::optional<Finding::Kind> judge(const HwTableConfig& table, HwIndex index,
+                                     bool differs) override;
+
  private:
-  void rowImage(const DirectBaseEntry& entry, HwIndex index, U32* image) const;
+  Image rowImage(const DirectBaseEntry& entry, HwIndex index) const;
   bool rowIs(const DirectBaseEntry& entry, HwIndex index);
-  bool holds(const VelaSwitchApi::HwTableConfig& table, HwIndex index) const;
-  bool everyTableHolds(HwIndex index) const;
   bool isFirstSound(HwTableId id, HwIndex index) const;
-  void recheck(U32 start);
-  void readUnread(U32 start);
-  bool takesDefault(const VelaSwitchApi::HwTableConfig& table, HwIndex index) const;
-  void takeLate(VelaSwitchApi::HwTableConfig& table, HwIndex index);
-  void takeRow(VelaSwitchApi::HwTableConfig& table, HwIndex index);
-  void auditRow(VelaSwitchApi::HwTableConfig& table, HwIndex index);
+  bool isEmpty(const HwTableConfig& table, HwIndex index) const;
 
   HwTableId decoded_ = 0;
 };

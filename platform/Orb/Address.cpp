@@ -1,5 +1,7 @@
 #include "Orb/Address.h"
 
+#include <charconv>
+
 namespace Orb {
 
 void appendAddress(TextSink& sink, U64 number, unsigned octets, const AddressForm& form) {

@@ -186,6 +186,7 @@ class RowWriter {
     if (mask >> 32 != 0) word[1] = static_cast<U32>((word[1] & ~(mask >> 32)) | value >> 32);
   }
   static void checkSettable(const RowField& field) {
+    if (field.width == 0) return;
     const int startSlice = field.first / 8;
     const int endSlice = (field.first + field.width - 1) / 8;
     ORB_ASSERT(startSlice >= endSlice - 8);

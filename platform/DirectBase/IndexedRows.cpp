@@ -1,0 +1,216 @@
+#include "DirectBase/IndexedRows.h"
+
+#include <algorithm>
+
+namespace VelaSwitchTable {
+
+using VelaSwitchApi::HwEntryConfig;
+using VelaSwitchApi::maxRowWords;
+
+void IndexedRowsConvertor::createHwTable(
+    const VelaSwitchApi::HwTableIdentity& identity, VelaSwitchApi::TableState state, HwIndex first,
+    HwIndex last, U8 rowWords, Orb::PtrConst<VelaSwitchApi::HwTableRegisterMapping> mapping) {
+  const auto descriptor = VelaSwitchApi::HwTableDescriptorConfig::hwTableDescIs(
+      identity, state, first, last, rowWords, std::move(mapping));
+  hwTableIs(identity.id, Orb::make<HwTableConfig>(descriptor, swTable()->types().bus()));
+  descriptorIs(identity.id, descriptor);
+}
+
+void IndexedRowsConvertor::staticWordsAre(const VelaSwitchApi::StaticWords& words) {
+  for (U8 word = 0; word < maxRowWords; ++word) {
+    if (words[word] != 0) hwStaticWordIs(word, words[word]);
+  }
+}
+
+void IndexedRowsConvertor::expectedImage(HwTableId table, HwIndex index, U32* image) const {
+  const Image expected = rowImage(table, index, Content::desired);
+  std::copy(expected.begin(), expected.end(), image);
+}
+
+bool IndexedRowsConvertor::writeRow(HwTableConfig& table, HwIndex index) {
+  const Image image = rowImage(table.descriptor().identity.id, index, Content::desired);
+  return table.entryIs(HwEntryConfig(index, image.data(), maxRowWords));
+}
+
+bool IndexedRowsConvertor::unreadForget(HwIndex index) {
+  bool unread = false;
+  forEachRow(index, [&](HwTableConfig& table, HwIndex row) {
+    if (table.state(row) != Row::unread) return;
+    table.entryForget(row);
+    unread = true;
+  });
+  return unread;
+}
+
+void IndexedRowsConvertor::unsoundForget(HwTableConfig& table, HwIndex index) {
+  if (table.state(index) != Row::held) return;
+  if (!rowSound(table.descriptor().identity.id, index)) table.entryForget(index);
+}
+
+/// The first row of the key that the row is one of.
+HwIndex IndexedRowsConvertor::firstRow(const HwTableConfig& table, HwIndex index) const {
+  const auto& rows = table.descriptor();
+  return rows.first + (index - rows.first) % ((rows.last - rows.first + 1) / copies());
+}
+
+/// Whether hardware is known to hold what is desired in the row.
+bool IndexedRowsConvertor::holds(const HwTableConfig& table, HwIndex index) const {
+  if (table.state(index) != Row::held) return false;
+  const Image expected = rowImage(table.descriptor().identity.id, index, Content::desired);
+  return table.same(index, expected.data(), table.image(index));
+}
+
+bool IndexedRowsConvertor::everyRowHolds(HwIndex first) const {
+  bool all = true;
+  forEachRow(first, [&](const HwTableConfig& table, HwIndex row) {
+    all = all && (table.mapped(row).empty() || holds(table, row));
+  });
+  return all;
+}
+
+bool IndexedRowsConvertor::anyRowMarks(HwIndex first) const {
+  bool any = false;
+  forEachRow(first, [&](const HwTableConfig& table, HwIndex row) {
+    any = any || marksSound(table.descriptor().identity.id, row);
+  });
+  return any;
+}
+
+// Writing what no entry asks for.
+
+void IndexedRowsConvertor::initHwEntries(bool overwrite, U32 start) {
+  if (!overwrite) readUnread(start);
+  for (const auto& [id, table] : hwTables()) {
+    const auto& rows = table->descriptor();
+    for (HwIndex index = std::max(start, rows.first); index <= rows.last; ++index) {
+      if (overwrite) {
+        table->entryForget(index);
+      } else if (!takesDefault(*table, index)) {
+        continue;
+      }
+      if (!writeRow(*table, index)) markIs(index, true);
+    }
+  }
+  recheck(start, false);
+}
+
+/// Whether a row belongs to no entry and may be written: hardware has said what it holds.
+bool IndexedRowsConvertor::takesDefault(const HwTableConfig& table, HwIndex index) const {
+  if (table.mapped(index).empty() || hasEntry(index)) return false;
+  const Row state = table.state(index);
+  return state != Row::unread &&
+         !(state == Row::held && ignored(table.descriptor().identity.id, index));
+}
+
+/// Keys whose rows are as they should be lose their marks, but for those that an audit gives them.
+void IndexedRowsConvertor::recheck(U32 start, bool audited) {
+  HwIndex next = start;
+  for (const auto& [id, table] : hwTables()) {
+    const auto& rows = table->descriptor();
+    for (HwIndex index = std::max(next, rows.first); index <= rows.last; ++index) {
+      if (!marked(index)) continue;
+      const HwIndex first = firstRow(*table, index);
+      if (everyRowHolds(first) && !(audited && anyRowMarks(first))) markIs(index, false);
+    }
+    next = std::max(next, rows.last + 1);
+  }
+}
+
+// Rebuilding entries.
+
+void IndexedRowsConvertor::syncEntries(U32 id) {
+  const Orb::Ptr<HwTableConfig> table = hwTable(id);
+  ORB_ASSERT(table);
+  const auto& rows = table->descriptor();
+  for (HwIndex index = rows.first; index <= rows.last; ++index) {
+    if (table->mapped(index).empty()) continue;
+    if (swTable()->initialized()) {
+      auditRow(*table, index);
+      continue;
+    }
+    const Read read = table->readEntry(index);
+    if (read != Read::held) traceUnread(*table, index, read);
+    takeRow(*table, index, false);
+  }
+  if (swTable()->initialized() && id == hwTables().rbegin()->first) recheck(0, true);
+}
+
+/// Marks keys whose rows are not all what they should be, since a writer may have stopped amid a
+/// change.
+void IndexedRowsConvertor::handleRebuilt() {
+  for (const auto& [id, table] : hwTables()) {
+    const auto& rows = table->descriptor();
+    for (HwIndex index = rows.first; index <= rows.last; ++index) {
+      if (table->mapped(index).empty() || holds(*table, index)) continue;
+      const bool held = table->state(index) == Row::held;
+      // A row that says nothing is wrong only where another one gave an entry.
+      if (!hasEntry(index) && (!held || ignored(id, index))) continue;
+      markIs(index, true);
+    }
+  }
+}
+
+/// Takes up what rows hold that could not be read before.
+void IndexedRowsConvertor::readUnread(U32 start) {
+  for (const auto& [id, table] : hwTables()) {
+    const auto& rows = table->descriptor();
+    for (HwIndex index = std::max(start, rows.first); index <= rows.last; ++index) {
+      const Row state = table->state(index);
+      if (table->mapped(index).empty() || (state != Row::unread && state != Row::unknown)) continue;
+      const Read read = table->readEntry(index);
+      if (read != Read::held) traceUnread(*table, index, read);
+      if (read != Read::failed) takeLate(*table, index);
+    }
+  }
+}
+
+/// The row answers, and did not before.
+void IndexedRowsConvertor::takeLate(HwTableConfig& table, HwIndex index) {
+  takeRow(table, index, true);
+  if (hasEntry(index)) markIs(index, !everyRowHolds(firstRow(table, index)));
+}
+
+// Audit and repair.
+
+void IndexedRowsConvertor::auditRow(HwTableConfig& table, HwIndex index) {
+  const HwTableId id = table.descriptor().identity.id;
+  const bool late = table.state(index) == Row::unread;
+  const Read read = table.readEntry(index);
+  if (read == Read::failed) {
+    traceUnread(table, index, read);
+    auditFindingIs({Finding::Kind::unreadable, id, index});
+    return;
+  }
+  if (late) takeLate(table, index);
+  if (read == Read::absent) {
+    traceUnread(table, index, read);
+    if (!hasEntry(index) ||
+        rowImage(id, index, Content::desired) == rowImage(id, index, Content::empty)) {
+      return;
+    }
+    auditFindingIs({Finding::Kind::missing, id, index});
+    markIs(index, true);
+    return;
+  }
+  if (ignored(id, index)) return;
+  const bool differs = !holds(table, index);
+  if (!differs && !marksSound(id, index)) return;
+  if (const auto kind = judge(table, index, differs)) auditFindingIs({*kind, id, index});
+}
+
+void IndexedRowsConvertor::repair(const Finding& finding) {
+  if (finding.kind == Finding::Kind::unreadable) return;
+  if (hasEntry(finding.index)) {
+    program(finding.index);
+    return;
+  }
+  // Nobody withdrew it: rows that could not be read may hold an entry.
+  bool good = true;
+  forEachRow(firstRow(*hwTable(finding.table), finding.index),
+             [&](HwTableConfig& table, HwIndex row) {
+               good = table.state(row) != Row::unread && writeRow(table, row) && good;
+             });
+  markIs(finding.index, !good);
+}
+
+}  // namespace VelaSwitchTable

@@ -1,0 +1,102 @@
+#pragma once
+
+#include <array>
+#include <optional>
+
+#include "DirectBase/TableConstants.h"
+#include "VelaSwitchApi/SwTable.h"
+
+/// What direct and plain tables have in common: a key's row follows from the key.
+namespace VelaSwitchTable {
+
+using VelaSwitchApi::HwIndex;
+using VelaSwitchApi::HwTableId;
+
+/// Base of the convertors of such tables. It knows rows by their index alone, and when they are
+/// written, read back, compared and repaired; what they say is the derived class's to know.
+class VELA_EXPORT IndexedRowsConvertor : public VelaSwitchApi::SwTableProfileConvertor {
+ public:
+  /// Without `overwrite`, only rows that belong to no entry: one that could not be read before is
+  /// read again, and left alone when it still cannot be; what it holds is taken over. Keys whose
+  /// rows are as they should be lose their marks.
+  void initHwEntries(bool overwrite, U32 start) override;
+  void syncEntries(U32 table) override;
+  void handleRebuilt() override;
+  void expectedImage(HwTableId table, HwIndex index, U32* image) const override;
+  void repair(const VelaSwitchApi::AuditFinding& finding) override;
+
+  /// The key is withdrawn whose first row has the index: rows of it that could not be read are as
+  /// if they had never been. Returns whether there were any.
+  bool unreadForget(HwIndex index);
+
+ protected:
+  using Finding = VelaSwitchApi::AuditFinding;
+  using HwTableConfig = VelaSwitchApi::HwTableConfig;
+  using Read = VelaSwitchApi::RegisterBus::Read;
+  using Row = HwTableConfig::Row;
+
+  /// Of a row: what is desired of its key, or what it holds without an entry.
+  enum class Content : U8 { desired, empty };
+  using Image = std::array<U32, VelaSwitchApi::maxRowWords>;
+  virtual Image rowImage(HwTableId table, HwIndex index, Content content) const = 0;
+  /// Whether the row's key has an entry.
+  virtual bool hasEntry(HwIndex index) const = 0;
+  /// Whether the row's key is known to have a row that is not what it should be.
+  virtual bool marked(HwIndex index) const = 0;
+  virtual void markIs(HwIndex index, bool marked) = 0;
+  /// Brings the entry of the row's key into hardware.
+  virtual void program(HwIndex index) = 0;
+  /// Takes over what a row says that was read. It is `late` when others of its key may have been
+  /// taken before, or the key announced; an entry that counts more than the row is left alone.
+  virtual void takeRow(HwTableConfig& table, HwIndex index, bool late) = 0;
+  /// A row that was read differs from what it should be, or is marked for what it says. Marks the
+  /// key, and returns what an audit reports.
+  virtual std::optional<Finding::Kind> judge(const HwTableConfig& table, HwIndex index,
+                                             bool differs) = 0;
+  /// Writes what is desired of the row. False when that failed.
+  virtual bool writeRow(HwTableConfig& table, HwIndex index);
+  /// Whether the row says nothing, so that it is neither compared nor overwritten by a default.
+  virtual bool ignored(HwTableId, HwIndex) const { return false; }
+  /// Whether an audit marks the key for what a row says that is as it should be.
+  virtual bool marksSound(HwTableId, HwIndex) const { return false; }
+  /// A row was not read: there is none, or it cannot be.
+  virtual void traceUnread(const HwTableConfig&, HwIndex, Read) const {}
+  /// How often each row stands in a hardware table, one block of rows behind the other.
+  virtual U32 copies() const { return 1; }
+
+  /// Declares a hardware table, with its descriptor.
+  void createHwTable(const VelaSwitchApi::HwTableIdentity& identity,
+                     VelaSwitchApi::TableState state, HwIndex first, HwIndex last, U8 rowWords,
+                     Orb::PtrConst<VelaSwitchApi::HwTableRegisterMapping> mapping);
+  /// Declares the bits of each word that depend on the row alone.
+  void staticWordsAre(const VelaSwitchApi::StaticWords& words);
+
+  /// Calls `visit(hwTable, row)` for each row of the key whose first row has the index.
+  template <class Visitor>
+  void forEachRow(HwIndex index, const Visitor& visit) const {
+    for (const auto& [id, table] : hwTables()) forEachRow(*table, index, visit);
+  }
+  template <class Visitor>
+  void forEachRow(HwTableConfig& table, HwIndex index, const Visitor& visit) const {
+    const auto& rows = table.descriptor();
+    const HwIndex block = (rows.last - rows.first + 1) / copies();
+    if (index < rows.first || index - rows.first >= block) return;
+    for (U32 copy = 0; copy < copies(); ++copy, index += block) visit(table, index);
+  }
+  /// A row that no row of the table can be is known as another, since static words are not
+  /// compared.
+  void unsoundForget(HwTableConfig& table, HwIndex index);
+
+ private:
+  HwIndex firstRow(const HwTableConfig& table, HwIndex index) const;
+  bool holds(const HwTableConfig& table, HwIndex index) const;
+  bool everyRowHolds(HwIndex first) const;
+  bool anyRowMarks(HwIndex first) const;
+  void recheck(U32 start, bool audited);
+  void readUnread(U32 start);
+  void takeLate(HwTableConfig& table, HwIndex index);
+  bool takesDefault(const HwTableConfig& table, HwIndex index) const;
+  void auditRow(HwTableConfig& table, HwIndex index);
+};
+
+}  // namespace VelaSwitchTable
