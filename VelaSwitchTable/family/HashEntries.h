@@ -137,7 +137,7 @@ class VELA_EXPORT HashFamilyTableBase : public HashTable,
   /// result; it is valid when there is one. Else a new item that nobody knows of.
   Orb::Ptr<Entry> createHashEntry(const Key& key, bool withResult) {
     if (!withResult) return newItem(key);
-    const Orb::Ptr<Entry> item = hashItemIs(key);
+    Orb::Ptr<Entry> item = hashItemIs(key);
     updateHashItem(*item);
     return item;
   }

@@ -114,7 +114,7 @@ class VELA_EXPORT HashFamilyHelperBase : public VelaTableHashHelper {
       using T = typename std::remove_cvref_t<decltype(field)>::Type;
       if constexpr (std::constructible_from<T, U32>) field = T(1u);
     });
-    const Orb::Ptr<Entry> entry = table().newItem(table().nullKey());
+    Orb::Ptr<Entry> entry = table().newItem(table().nullKey());
     entry->resultIs(result);
     entry->validIs(true);
     return entry;

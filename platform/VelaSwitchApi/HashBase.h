@@ -87,7 +87,7 @@ class VELA_EXPORT PhysicalHashTableConvertor : public SwTableProfileConvertor {
   U32 entriesUsed(U32 index) const override;
   U32 entriesPeak(U32 index) const override;
   void initHwEntries(bool overwrite, U32 start) override;
-  void syncEntries(U32 table) override;
+  void syncEntries(U32 id) override;
   void expectedImage(HwTableId table, HwIndex index, U32* image) const override;
   const RowLayout& rowLayout(HwTableId table, HwIndex index) const override;
   bool rowSound(HwTableId table, HwIndex index) const override;

@@ -463,7 +463,7 @@ Orb::Ptr<HashBaseCuckooEntry> PhysicalHashTable::nextDuplicate(const HashBaseCuc
   const auto next = std::find_if(at->second.begin(), at->second.end(),
                                  [&](const auto& each) { return each->isEqual(gone); });
   if (next == at->second.end()) return nullptr;
-  const Orb::Ptr<HashBaseCuckooEntry> entry = *next;
+  Orb::Ptr<HashBaseCuckooEntry> entry = *next;
   duplicateDel(*entry);
   return entry;
 }

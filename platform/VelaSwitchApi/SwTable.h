@@ -183,7 +183,7 @@ class VELA_EXPORT SwTableProfileConvertor : public Orb::PtrInterface {
   virtual void takePlacement();
 
   /// The fields in which the row differs from the expected image.
-  std::vector<FieldDifference> differences(HwTableId table, HwIndex index) const;
+  std::vector<FieldDifference> differences(HwTableId id, HwIndex index) const;
 
   /// Reads all hit bits and records the hits with the time. False when a read failed.
   virtual bool pollHitBits(Orb::Seconds now);
