@@ -158,8 +158,7 @@ TEST(RowLayout, aFieldTooWideForTheBitStreamIsFatal) {
   VelaSwitchApi::RowWriter writer(layout, reinterpret_cast<U8*>(image), handle, "test");
   EXPECT_THAT(fatalText([&] { writer.set(0, 1); }), StartsWith("startSlice >= endSlice - 8"));
   EXPECT_THAT(fatalText([&] { writer.set(1, 1); }), StartsWith("len < 64"));
-  const U8 bytes[12] = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 0xff};
-  writer.copy(0, bytes);
+  writer.setFirst({0x0807060504030201, 0xff0b0a09}, 90);
   EXPECT_THAT(image, testing::ElementsAre(0x04030201, 0x08070605, 0x030b0a09, 0, 0, 0, 0, 0));
 }
 
