@@ -12,10 +12,9 @@ namespace {
 using testing::HasSubstr;
 
 std::string compile(const std::string& mistake) {
-  const std::string command =
-      VELA_CXX " -std=c++20 -fsyntax-only -I" VELA_SOURCE " -I" VELA_SOURCE "/platform " VELA_SOURCE
-               "/tests/mistakes/Family.cpp -D" +
-      mistake + " 2>&1";
+  const std::string command = VELA_CXX " -std=c++20 -fsyntax-only -I" VELA_SOURCE " -I" VELA_SOURCE
+                                       "/platform " VELA_SOURCE "/tests/mistakes/Family.cpp -D" +
+                              mistake + " 2>&1";
   const std::unique_ptr<std::FILE, int (*)(std::FILE*)> output(popen(command.c_str(), "r"), pclose);
   std::string text;
   std::array<char, 4096> part;

@@ -26,7 +26,6 @@ struct TunnelResult {
 /// Tunnels that end here, in every pipeline.
 struct VELA_EXPORT TunnelFamily : Family<"VelaTableTunnel", TunnelKey, TunnelResult> {
   static constexpr HashFamilyTraits traits{.index = TableIndex{60},
-                                           .name = "Tunnel",
                                            .placement = HashPlacement::everyPipeline,
                                            .prefix = "ingress/processor_l3[%d]/",
                                            .rowWords = 5,
@@ -38,9 +37,9 @@ struct VELA_EXPORT TunnelFamily : Family<"VelaTableTunnel", TunnelKey, TunnelRes
   static constexpr KeyField keyFields[] = {{"source", 32}, {"network", 24}};
   static constexpr auto hash = &VelaSwitch::crc12Hash;
   static constexpr RowField fields[] = {
-      {"compare", 0, 44}, {"valid", 44, 1}, {"vlanId", 45, 12}, {"trapToCpu", 57, 1},
-      {"parity", 58, 1},  {"row", 128, 12}, {"way", 142, 2},    {"one", 145, 1, 1},
-      {"selector", 146, 4, 12}};
+      {"compare", 0, 44},   {"valid", 44, 1},   {"vlanId", 45, 12},
+      {"trapToCpu", 57, 1}, {"parity", 58, 1},  {"row", 128, 12},
+      {"way", 142, 2},      {"one", 145, 1, 1}, {"selector", 146, 4, 12}};
 };
 
 VELA_HASH_FAMILY(Tunnel);
