@@ -9,37 +9,22 @@ using VelaSwitch::ProfileHwApi;
 using VelaSwitchApi::HwAddressColl;
 using Names = CoppHwTableRegisterMapping::Names;
 
-constexpr Names names40{"interval_period",
-                        "reserved_mac_limit",
-                        "igmp_limit",
-                        "link_local_limit",
-                        "packet_forwarding_limit",
-                        nullptr,
-                        nullptr,
-                        nullptr,
-                        nullptr,
-                        nullptr,
-                        nullptr,
-                        "mac_learn_limit",
-                        nullptr};
-constexpr Names names41{"interval_period",
-                        "reserved_mac_limit",
-                        "igmp_limit",
-                        "link_local_limit",
-                        "l2_packet_limit",
-                        nullptr,
-                        nullptr,
-                        "l3_high_packet_limit",
-                        "l3_low_packet_limit",
-                        "multicast_packet_limit",
-                        "l3_exception_limit",
-                        "mac_learn_limit",
-                        "default_limit"};
+/// The names of a hardware interface, from the newest to the oldest.
 constexpr Names names51{
     "interval_period",     "reserved_mac_limit",     "igmp_limit",         "link_local_limit",
     "l2_packet_limit",     "cpu_critical_limit",     "ptp_limit",          "l3_high_packet_limit",
     "l3_low_packet_limit", "multicast_packet_limit", "l3_exception_limit", "mac_learn_limit",
     "default_limit"};
+constexpr Names without(Names names, std::initializer_list<U8> missing) {
+  for (const U8 index : missing) names[index] = nullptr;
+  return names;
+}
+constexpr Names names41 = without(names51, {5, 6});
+constexpr Names names40 = [] {
+  Names names = without(names41, {7, 8, 9, 10, 12});
+  names[4] = "packet_forwarding_limit";
+  return names;
+}();
 
 constexpr U32 incrementMask = 0x3FFFF;
 constexpr U32 scaleMask = 7;
@@ -130,6 +115,7 @@ void CoppFamily::packMore(const PlainRowContext& at, const Key& key, const Resul
   row.set<"value">(result.toHardwareValue(key, at.table.cpu, at.profile.pipelines(), scaleFactor));
 }
 
+/// The CPU's table alone has what was announced; the others hold shares of it.
 RowSays CoppFamily::unpackMore(const PlainRowContext& at, const Key& key,
                                const RowReaderOf<CoppFamily>& row, Result& result) {
   if (!at.table.cpu) return RowSays::nothing;
@@ -187,23 +173,22 @@ HwAddressColl CoppHwTableRegisterMapping::getRegister(HwIndex index) const {
   return regAddresses(prefix_, {names_[index]});
 }
 
+VELA_PLAIN_CLASSES_DEFINE(CoppFamily, CoppTable, CoppConvertorBase, CoppConvertor)
+
+#define VELA_COPP_MAPPING_DEFINE(Class)                                                            \
+  VELA_REGISTERED_DEFINE(Class)                                                                    \
+  VELA_FACTORY_DEFINE(Class, Class##Is, (const std::string& prefix, const std::string& tableName), \
+                      (prefix, tableName))
+
+VELA_COPP_MAPPING_DEFINE(CoppHwTableRegisterMapping)
+VELA_COPP_MAPPING_DEFINE(CoppHwTableRegisterMappingHwApi41)
+VELA_COPP_MAPPING_DEFINE(CoppHwTableRegisterMappingHwApi51)
+
 CoppHwTableRegisterMappingHwApi41::CoppHwTableRegisterMappingHwApi41(std::string prefix,
                                                                      std::string tableName)
     : CoppHwTableRegisterMapping(std::move(prefix), std::move(tableName), names41) {}
-
 CoppHwTableRegisterMappingHwApi51::CoppHwTableRegisterMappingHwApi51(std::string prefix,
                                                                      std::string tableName)
     : CoppHwTableRegisterMapping(std::move(prefix), std::move(tableName), names51) {}
-
-VELA_PLAIN_CLASSES_DEFINE(CoppFamily, CoppTable, CoppConvertorBase, CoppConvertor)
-VELA_REGISTERED_DEFINE(CoppHwTableRegisterMapping)
-VELA_FACTORY_DEFINE(CoppHwTableRegisterMapping, CoppHwTableRegisterMappingIs,
-                    (const std::string& prefix, const std::string& tableName), (prefix, tableName))
-VELA_REGISTERED_DEFINE(CoppHwTableRegisterMappingHwApi41)
-VELA_FACTORY_DEFINE(CoppHwTableRegisterMappingHwApi41, CoppHwTableRegisterMappingHwApi41Is,
-                    (const std::string& prefix, const std::string& tableName), (prefix, tableName))
-VELA_REGISTERED_DEFINE(CoppHwTableRegisterMappingHwApi51)
-VELA_FACTORY_DEFINE(CoppHwTableRegisterMappingHwApi51, CoppHwTableRegisterMappingHwApi51Is,
-                    (const std::string& prefix, const std::string& tableName), (prefix, tableName))
 
 }  // namespace VelaSwitchTable

@@ -23,9 +23,8 @@ struct VELA_EXPORT CoppEntry {
   Orb::Field<"scaleFactor", U32, 3> scaleFactor;
   auto operator<=>(const CoppEntry&) const = default;
 
-  /// The register of the limiter in a table. What the pipelines let through adds up at the CPU, so
-  /// the more there are, the less each may; the CPU's own transmit table is not scaled.
-  /// `numPipelines` must not be 0.
+  /// The register of the limiter in a table. What the pipelines, of which there must be some, let
+  /// through adds up at the CPU, so each may less; the CPU's own transmit table is not scaled.
   U32 toHardwareValue(CoppEntryKey key, bool forCpuTx, U32 numPipelines,
                       bool scaleFactorSupported) const;
   /// The inverse, for the CPU's transmit table.
@@ -44,11 +43,9 @@ struct VELA_EXPORT CoppFamily : IndexedFamily<"VelaTableCopp", CoppEntryKey, Cop
       .index = TableIndex::copp, .rowWords = 1, .absentTrace = AbsentTrace::byKey};
   static constexpr RowField fields[] = {{"value", 0, 32}};
   static constexpr HwIndex lastIndex = 12;
-
   static std::vector<PlainHwTable> hwTables(const VelaSwitch::ProfileInfo& profile);
   static void packMore(const PlainRowContext& at, const Key& key, const Result& result,
                        RowWriterOf<CoppFamily>& row);
-  /// The CPU's table alone has what was announced; the others hold shares of it.
   static RowSays unpackMore(const PlainRowContext& at, const Key& key,
                             const RowReaderOf<CoppFamily>& row, Result& result);
 };
@@ -60,9 +57,8 @@ class VELA_EXPORT CoppTable final : public PlainFamilyTable<CoppFamily> {
   VELA_REGISTERED(CoppFamily, CoppTable);
   using PlainFamilyTable::PlainFamilyTable;
 
-  /// Hardware interface from which limiters have a scale factor; the profile's unless set. The
-  /// limiters whose registers that changes are written again. An equal value changes nothing and
-  /// tells nobody.
+  /// Hardware interface from which limiters have a scale factor; the profile's unless set. A new
+  /// one writes the limiters again whose registers it changes; an equal one tells nobody.
   void scaleFactorVersionIs(VelaSwitch::ProfileHwApi version);
   VelaSwitch::ProfileHwApi scaleFactorVersion() const;
   bool scaleFactorSupported() const { return profile().hwApi() >= scaleFactorVersion(); }
@@ -78,10 +74,8 @@ class VELA_EXPORT CoppTable final : public PlainFamilyTable<CoppFamily> {
 class VELA_EXPORT CoppConvertor final : public PlainFamilyLayerConvertor<CoppFamily> {
  public:
   VELA_REGISTERED(CoppFamily, CoppConvertor);
-
   /// Limiter tables of the ingress side, without the CPU's.
   U32 numCoppTables() const;
-
   using PlainFamilyLayerConvertor::hwTableEntryIs;
   /// Writes the limiter's registers, or with `present` false those of one without an entry.
   bool hwTableEntryIs(const CoppEntryKey& key, const CoppEntry& entry, bool present);
@@ -94,7 +88,6 @@ class VELA_EXPORT CoppConvertor final : public PlainFamilyLayerConvertor<CoppFam
 class VELA_EXPORT CoppHwTableRegisterMapping : public VelaSwitchApi::HwTableRegisterMapping {
  public:
   VELA_REGISTERED(CoppFamily, CoppHwTableRegisterMapping);
-
   /// Names by index; null for an index without a register.
   using Names = std::array<const char*, CoppFamily::lastIndex + 1>;
 
@@ -110,27 +103,19 @@ class VELA_EXPORT CoppHwTableRegisterMapping : public VelaSwitchApi::HwTableRegi
   const Names& names_;
 };
 
-/// From hardware interface 4.1 on.
-class VELA_EXPORT CoppHwTableRegisterMappingHwApi41 final : public CoppHwTableRegisterMapping {
- public:
-  VELA_REGISTERED(CoppFamily, CoppHwTableRegisterMappingHwApi41);
-
-  CoppHwTableRegisterMappingHwApi41(std::string prefix, std::string tableName);
-};
-
-/// From hardware interface 5.1 on.
-class VELA_EXPORT CoppHwTableRegisterMappingHwApi51 final : public CoppHwTableRegisterMapping {
- public:
-  VELA_REGISTERED(CoppFamily, CoppHwTableRegisterMappingHwApi51);
-
-  CoppHwTableRegisterMappingHwApi51(std::string prefix, std::string tableName);
-};
-
 VELA_FACTORY(CoppHwTableRegisterMapping, CoppHwTableRegisterMappingIs,
              (const std::string& prefix, const std::string& tableName));
-VELA_FACTORY(CoppHwTableRegisterMappingHwApi41, CoppHwTableRegisterMappingHwApi41Is,
-             (const std::string& prefix, const std::string& tableName));
-VELA_FACTORY(CoppHwTableRegisterMappingHwApi51, CoppHwTableRegisterMappingHwApi51Is,
-             (const std::string& prefix, const std::string& tableName));
+
+/// The mapping from a later hardware interface on.
+#define VELA_COPP_MAPPING(Class)                                      \
+  class VELA_EXPORT Class final : public CoppHwTableRegisterMapping { \
+   public:                                                            \
+    VELA_REGISTERED(CoppFamily, Class);                               \
+    Class(std::string prefix, std::string tableName);                 \
+  };                                                                  \
+  VELA_FACTORY(Class, Class##Is, (const std::string& prefix, const std::string& tableName))
+
+VELA_COPP_MAPPING(CoppHwTableRegisterMappingHwApi41);
+VELA_COPP_MAPPING(CoppHwTableRegisterMappingHwApi51);
 
 }  // namespace VelaSwitchTable

@@ -31,13 +31,6 @@ void L3FloodArpFamily::unpackMore(const VelaSwitch::ProfileInfo&,
       Bridging::EthAddr(row.get<"ethAddrHead">() << tailBits | row.get<"ethAddrTail">());
 }
 
-void L3FloodArpFamily::describe(Orb::TextSink& sink, const Result& result) {
-  sink.append("mac:");
-  appendText(sink, result.ethAddr());
-  sink.append(" vid:");
-  appendText(sink, result.vlanId());
-}
-
 VELA_DIRECT_FAMILY_DEFINE(L3FloodArp)
 
 }  // namespace VelaSwitchTable

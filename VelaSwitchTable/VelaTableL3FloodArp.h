@@ -45,7 +45,9 @@ struct VELA_EXPORT L3FloodArpFamily
   static bool isSound(const RowReaderOf<L3FloodArpFamily>& row) { return memorySound(row); }
   static void unpackMore(const VelaSwitch::ProfileInfo& profile,
                          const RowReaderOf<L3FloodArpFamily>& row, Result& result);
-  static void describe(Orb::TextSink& sink, const Result& result);
+  static std::string describe(const Result& result) {
+    return Orb::text("mac:", result.ethAddr(), " vid:", result.vlanId());
+  }
 };
 
 VELA_DIRECT_FAMILY(L3FloodArp);

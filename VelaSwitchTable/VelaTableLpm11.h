@@ -52,7 +52,7 @@ struct VELA_EXPORT Lpm11Family : IndexedFamily<"VelaTableLpm11", VelaSwitch::Lpm
                        RowWriterOf<Lpm11Family>& row);
   static void unpackMore(const VelaSwitch::ProfileInfo& profile,
                          const RowReaderOf<Lpm11Family>& row, Result& result);
-  static void describe(Orb::TextSink& sink, const Result& result) { appendText(sink, result); }
+  static std::string describe(const Result& result) { return Orb::text(result); }
 };
 
 VELA_DIRECT_FAMILY(Lpm11);

@@ -34,16 +34,12 @@ struct VELA_EXPORT MacVlanFamily : IndexedFamily<"VelaTableMacVlan", MacVlanKey,
                                             .absentTrace = AbsentTrace::byKey};
   static constexpr auto fields(const RowShape& shape) {
     const U32 flags = 60 + shape.ports + 1;
-    return std::to_array<RowField>({{"vlanId", 0, 12},
-                                    {"macAddr", 12, 48},
-                                    {"portMask", 60, shape.ports + 1},
-                                    {"multicast", flags, 1},
-                                    {"routed", flags + 1, 1},
-                                    {"valid", flags + 2, 1},
-                                    {"parity", flags + 3, 1},
-                                    {"row", 128, 10},
-                                    {"one", 145, 1, 1},
-                                    {"selector", 146, 4, 12}});
+    const RowField list[] = {
+        {"vlanId", 0, 12},        {"macAddr", 12, 48},      {"portMask", 60, shape.ports + 1},
+        {"multicast", flags, 1},  {"routed", flags + 1, 1}, {"valid", flags + 2, 1},
+        {"parity", flags + 3, 1}, {"row", 128, 10},         {"one", 145, 1, 1},
+        {"selector", 146, 4, 12}};
+    return std::to_array(list);
   }
   static std::vector<PlainHwTable> hwTables(const VelaSwitch::ProfileInfo& profile);
 };

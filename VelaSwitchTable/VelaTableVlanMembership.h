@@ -1,69 +1,9 @@
 #pragma once
 
-#include "Bridging/VlanId.h"
-#include "VelaSwitch/PipeMap.h"
-#include "VelaSwitchApi/RowLayout.h"
+#include "VelaSwitchTable/VelaTableVlanMembershipResult.h"
 #include "VelaSwitchTable/family/PlainFamily.h"
 
 namespace VelaSwitchTable {
-
-struct VlanMembershipKey {
-  static constexpr const char* typeName = "VelaSwitchTable::VlanMembershipKey";
-  static constexpr bool scalar = true;
-  static constexpr bool bareText = true;
-  Orb::Field<"vid", Bridging::VlanId> vid;
-  auto operator<=>(const VlanMembershipKey&) const = default;
-};
-
-/// What a VLAN is: its ports, what of it goes to the CPU, its VRF and, per pipe, its ACL and NAT.
-struct VELA_EXPORT VlanMembershipResult {
-  static constexpr const char* typeName = "VelaSwitchTable::VlanMembershipResult";
-  static constexpr const char* noTextReason =
-      "No String constructor for VlanMembershipResult - has collection";
-
-  Orb::Field<"permitMask", U64> permitMask;  ///< Bit n: port n is a member; low 48 bits used.
-  Orb::Field<"learnToCpu", bool> learnToCpu{true};
-  Orb::Field<"unknownMulticastToCpu", bool> unknownMulticastToCpu;
-  Orb::Field<"multicastJoinToCpu", bool> multicastJoinToCpu;
-  Orb::Field<"broadcastToCpu", bool> broadcastToCpu;
-  Orb::Field<"unknownDaToCpu", bool> unknownDaToCpu;
-  Orb::Field<"multicastJoinToEgress", bool> multicastJoinToEgress{true};
-  Orb::Field<"vrfBits", U8> vrfBits;  ///< As many low bits as the profile has VRF bits.
-  Orb::Field<"unicastRoute", bool> unicastRoute;
-  Orb::Field<"multicastRoute", bool> multicastRoute;
-  Orb::Field<"aclId", VelaSwitch::PipeMap<VelaSwitch::HwAclId>> aclId;
-  Orb::Field<"aclEnable", VelaSwitch::PipeMap<U8>> aclEnable;
-  Orb::Field<"aclDefaultPermit", VelaSwitch::PipeMap<bool>> aclDefaultPermit;
-  Orb::Field<"natId", VelaSwitch::PipeMap<VelaSwitch::NatId>> natId;
-  Orb::Field<"natEnable", VelaSwitch::PipeMap<U8>> natEnable;
-  auto operator<=>(const VlanMembershipResult&) const = default;
-
-  /// Whether anything differs from the default.
-  explicit operator bool() const { return *this != VlanMembershipResult{}; }
-
-  using PipeId = VelaSwitch::PipeId;
-  void aclIdIs(PipeId pipe, VelaSwitch::HwAclId id) { aclId.value.is(pipe, id); }
-  void aclIdDel(PipeId pipe) { aclId.value.del(pipe); }
-  void aclIdDelAll() { aclId.value.delAll(); }
-  void aclEnableIs(PipeId pipe, U8 enable) { aclEnable.value.is(pipe, enable); }
-  void aclEnableDel(PipeId pipe) { aclEnable.value.del(pipe); }
-  void aclEnableDelAll() { aclEnable.value.delAll(); }
-  void aclDefaultPermitIs(PipeId pipe, bool permit) { aclDefaultPermit.value.is(pipe, permit); }
-  void aclDefaultPermitDel(PipeId pipe) { aclDefaultPermit.value.del(pipe); }
-  void aclDefaultPermitDelAll() { aclDefaultPermit.value.delAll(); }
-  void natIdIs(PipeId pipe, VelaSwitch::NatId id) { natId.value.is(pipe, id); }
-  void natIdDel(PipeId pipe) { natId.value.del(pipe); }
-  void natIdDelAll() { natId.value.delAll(); }
-  void natEnableIs(PipeId pipe, U8 enable) { natEnable.value.is(pipe, enable); }
-  void natEnableDel(PipeId pipe) { natEnable.value.del(pipe); }
-  void natEnableDelAll() { natEnable.value.delAll(); }
-
-  /// The fields that are not per pipe, for people.
-  std::string resultString() const;
-};
-
-/// The form for people: resultString() and, for each map that is not empty, its pipes.
-VELA_EXPORT std::ostream& operator<<(std::ostream& out, const VlanMembershipResult& result);
 
 /// The ports that one hardware table serves, both included.
 struct VlanTablePortRange {
@@ -98,32 +38,33 @@ struct VELA_EXPORT VlanMembershipFamily
     const U32 control = shape.format < 3 ? 64 : 96;
     const auto from = [&](U32 format, U32 width) { return shape.format < format ? 0 : width; };
     const U32 constants = shape.format == 3;
-    return std::to_array<RowField>({{"valid", 0, shape.format < 3, 1},
-                                    {"permitMask", b - shape.portBits, shape.portBits},
-                                    {"learnToCpu", b, 1},
-                                    {"unknownMulticastToCpu", b + 1, 1},
-                                    {"multicastJoinToCpu", b + 2, 1},
-                                    {"broadcastToCpu", b + 3, 1},
-                                    {"unknownDaToCpu", b + 4, 1},
-                                    {"multicastJoinToEgress", b + 5, 1},
-                                    {"parity", b + 6, 1},
-                                    {"vrfBits", b + 7, vrfBits},
-                                    {"unicastRoute", routes, 1},
-                                    {"multicastRoute", routes + 1, 1},
-                                    {"zeros", pipes, 8 * constants, 0},
-                                    {"one", pipes + 8, constants, 1},
-                                    {"aclId[0]", pipes, from(4, 4)},
-                                    {"aclId[1]", pipes + 4, from(4, 4)},
-                                    {"aclEnable[0]", pipes + 8, from(4, 1)},
-                                    {"aclEnable[1]", pipes + 9, from(4, 1)},
-                                    {"aclDefaultPermit[0]", pipes + 10, from(4, 1)},
-                                    {"aclDefaultPermit[1]", pipes + 11, from(4, 1)},
-                                    {"natId[0]", pipes + 12, from(4, 3)},
-                                    {"natId[1]", pipes + 15, from(4, 3)},
-                                    {"natEnable[0]", pipes + 18, from(4, 1)},
-                                    {"natEnable[1]", pipes + 19, from(4, 1)},
-                                    {"vlan", control, 12},
-                                    {"commit", control + 15, 1, 1}});
+    const RowField list[] = {{"valid", 0, shape.format < 3, 1},
+                             {"permitMask", b - shape.portBits, shape.portBits},
+                             {"learnToCpu", b, 1},
+                             {"unknownMulticastToCpu", b + 1, 1},
+                             {"multicastJoinToCpu", b + 2, 1},
+                             {"broadcastToCpu", b + 3, 1},
+                             {"unknownDaToCpu", b + 4, 1},
+                             {"multicastJoinToEgress", b + 5, 1},
+                             {"parity", b + 6, 1},
+                             {"vrfBits", b + 7, vrfBits},
+                             {"unicastRoute", routes, 1},
+                             {"multicastRoute", routes + 1, 1},
+                             {"zeros", pipes, 8 * constants, 0},
+                             {"one", pipes + 8, constants, 1},
+                             {"aclId[0]", pipes, from(4, 4)},
+                             {"aclId[1]", pipes + 4, from(4, 4)},
+                             {"aclEnable[0]", pipes + 8, from(4, 1)},
+                             {"aclEnable[1]", pipes + 9, from(4, 1)},
+                             {"aclDefaultPermit[0]", pipes + 10, from(4, 1)},
+                             {"aclDefaultPermit[1]", pipes + 11, from(4, 1)},
+                             {"natId[0]", pipes + 12, from(4, 3)},
+                             {"natId[1]", pipes + 15, from(4, 3)},
+                             {"natEnable[0]", pipes + 18, from(4, 1)},
+                             {"natEnable[1]", pipes + 19, from(4, 1)},
+                             {"vlan", control, 12},
+                             {"commit", control + 15, 1, 1}};
+    return std::to_array(list);
   }
   static std::vector<PlainHwTable> hwTables(const VelaSwitch::ProfileInfo& profile);
   static void packMore(const PlainRowContext& at, const Key& key, const Result& result,

@@ -2,7 +2,6 @@
 
 #include "DirectBase/DirectBase.h"
 #include "VelaSwitchTable/VelaRegPrefixUtil.h"
-#include "VelaSwitchTable/family/EntryStore.h"
 #include "VelaSwitchTable/family/IndexedFamily.h"
 
 /// What all direct families share: tables whose row is a fixed function of the key. A family is a
@@ -21,7 +20,7 @@
 ///   isSound(row)                        whether a row can be one of the table, its parity aside
 ///   unpackMore(profile, row, result)    adds what only that says
 ///   hwIndex(key), keyOf(index)          noRow or one beyond the last for a key without a row
-///   describe(sink, result)              the result within the text form of an entry
+///   describe(result)                    the result within the text form of an entry
 namespace VelaSwitchTable {
 
 /// Which blocks of the switch hold a direct family's rows.
@@ -65,16 +64,8 @@ class VELA_EXPORT DirectFamilyEntry : public DirectBaseEntry {
   explicit DirectFamilyEntry(const Key& key) : key_(key) {}
 
   std::string toStrep() const override {
-    Orb::StringSink sink;
-    sink.append(ClassesOf<F>::Entry::shortName);
-    sink.append("(");
-    appendText(sink, valid());
-    sink.append(", ");
-    appendText(sink, key_);
-    sink.append(", ");
-    describe(sink);
-    sink.append(")");
-    return sink.take();
+    return Orb::text(ClassesOf<F>::Entry::shortName, "(", valid(), ", ", key_, ", ", describe(),
+                     ")");
   }
 
   const Key& key() const { return key_; }
@@ -82,16 +73,13 @@ class VELA_EXPORT DirectFamilyEntry : public DirectBaseEntry {
   void resultIs(const Result& result) { result_ = result; }
 
  private:
-  void describe(Orb::TextSink& sink) const {
-    if constexpr (requires { &F::describe; }) return F::describe(sink, result_);
-    const char* between = "";
+  std::string describe() const {
+    if constexpr (requires { &F::describe; }) return F::describe(result_);
+    std::string text;
     Orb::forEachField(result_, [&](const auto& field) {
-      using Orb::appendText;
-      sink.append(std::exchange(between, " "));
-      sink.append(field.name);
-      sink.append(":");
-      appendText(sink, field());
+      text += Orb::text(text.empty() ? "" : " ", field.name, ":", field());
     });
+    return text;
   }
 
   Key key_;
@@ -99,18 +87,15 @@ class VELA_EXPORT DirectFamilyEntry : public DirectBaseEntry {
 };
 
 template <class F>
-class VELA_EXPORT DirectFamilyTable : public DirectBaseTable,
-                                      public EntryStore<typename F::Key, typename F::Result> {
+class VELA_EXPORT DirectFamilyTable : public IndexedFamilyTable<F, DirectBaseTable> {
  public:
-  using Family = F;
   using Key = typename F::Key;
   using Result = typename F::Result;
   using Entry = typename ClassesOf<F>::Entry;
-
-  explicit DirectFamilyTable(std::string name) : DirectBaseTable(std::move(name)) {}
+  using IndexedFamilyTable<F, DirectBaseTable>::IndexedFamilyTable;
 
   void doCreateHwTable() override {
-    numEntriesIs(F::rows(profile()));
+    this->numEntriesIs(F::rows(this->profile()));
     DirectBaseTable::doCreateHwTable();
   }
   Orb::Ptr<VelaSwitchApi::SwTableProfileConvertor> profileConvertorFactory() const override {
@@ -144,35 +129,23 @@ class VELA_EXPORT DirectFamilyTable : public DirectBaseTable,
   }
 
   void handleEntry(const Key& key) override {
-    if (!initialized()) {
-      if (!this->entry(key)) unreadForget(key);
+    if (!this->initialized()) {
+      if (!this->entry(key)) this->unreadForget(key);
       return;
     }
-    F::trace(8, fwkType().name(), "::handleEntry ", key);
+    F::trace(8, this->fwkType().name(), "::handleEntry ", key);
     // The first to look at the key: one that is no key of the table stops here.
-    if (F::hwIndex(key) >= F::rows(profile())) {
+    if (F::hwIndex(key) >= F::rows(this->profile())) {
       F::trace(3, "handleEntry ", key, noRowText);
       return;
     }
     Entry entry(key);
     updateDirectItem(entry);
     if (F::trace.enabled(1)) F::trace(1, "Programming Entry ", entry.toStrep());
-    handleDirectEntry(entry, 0);
-  }
-
- protected:
-  void handleInitialized() override {
-    this->forEachAnnouncedKey([&](const Key& key) { handleEntry(key); });
-  }
-  void handleAbsent(const Key& key) override {
-    if (unreadForget(key)) handleEntry(key);
+    this->handleDirectEntry(entry, 0);
   }
 
  private:
-  bool unreadForget(const Key& key) {
-    if (!profileConvertorPtr() || F::hwIndex(key) >= F::rows(profile())) return false;
-    return static_cast<DirectBaseConvertor&>(*profileConvertorPtr()).unreadForget(F::hwIndex(key));
-  }
   static const Entry& of(const DirectBaseEntry& item) { return static_cast<const Entry&>(item); }
 };
 

@@ -11,7 +11,7 @@ namespace VelaSwitchTable {
 /// The named classes of a family, each under what it is: Table, Convertor, … The line that declares
 /// them specialises this.
 template <class F>
-struct ClassesOf : F {};
+struct ClassesOf;
 
 template <class F>
 using TableOf = typename ClassesOf<F>::Table;

@@ -1,7 +1,6 @@
 #pragma once
 
 #include "VelaSwitchTable/VelaRegPrefixUtil.h"
-#include "VelaSwitchTable/family/EntryStore.h"
 #include "VelaSwitchTable/family/IndexedFamily.h"
 #include "VelaSwitchTable/family/PlainConvertor.h"
 
@@ -52,36 +51,33 @@ class VELA_EXPORT PlainFamilyConvertor : public PlainConvertor {
 };
 
 template <class F>
-class VELA_EXPORT PlainFamilyTable : public VelaSwitchApi::SwTable,
-                                     public EntryStore<typename F::Key, typename F::Result> {
+class VELA_EXPORT PlainFamilyTable : public IndexedFamilyTable<F, VelaSwitchApi::SwTable> {
  public:
-  using Family = F;
   using Key = typename F::Key;
   using Result = typename F::Result;
-
-  explicit PlainFamilyTable(std::string name) : SwTable(std::move(name)) {}
+  using IndexedFamilyTable<F, VelaSwitchApi::SwTable>::IndexedFamilyTable;
 
   void doSetProfileConvertor(Orb::Ptr<VelaSwitchApi::SwTableTypes> types) override {
-    typesIs(std::move(types));
-    profileConvertorPtrIs(Orb::make<typename ClassesOf<F>::LayerConvertor>());
+    this->typesIs(std::move(types));
+    this->profileConvertorPtrIs(Orb::make<typename ClassesOf<F>::LayerConvertor>());
   }
 
   void handleEntry(const Key& key) override {
-    if (!initialized()) {
+    if (!this->initialized()) {
       F::trace(8, " Skipped as not yet initialized - key:", key);
-      if (profileConvertorPtr() && !this->entry(key))
-        profileConvertor().unreadForget(F::hwIndex(key));
+      if (!this->entry(key)) this->unreadForget(key);
       return;
     }
-    F::trace(8, fwkType().name(), "::handleEntry ", key);
+    F::trace(8, this->fwkType().name(), "::handleEntry ", key);
     if constexpr (F::traits.tracesHandling) {
-      F::trace(9, "void ", fwkType().name(), "::handleEntry(const ", Key::typeName, "&) ", key);
+      F::trace(9, "void ", this->fwkType().name(), "::handleEntry(const ", Key::typeName, "&) ",
+               key);
     }
     const Result* desired = this->entry(key);
     F::trace(1, desired ? "Programming Entry " : "Removing Entry ", key);
     // A copy: the convertor may meet observers that change the collection.
     const Result result = desired ? *desired : F::absentResult();
-    if (!desired) profileConvertor().unreadForget(F::hwIndex(key));
+    if (!desired) this->unreadForget(key);
     if (profileConvertor().hwTableEntryIs(key, result)) {
       this->hwInconsistentEntryDel(key);
     } else {
@@ -90,21 +86,13 @@ class VELA_EXPORT PlainFamilyTable : public VelaSwitchApi::SwTable,
   }
 
   PlainFamilyConvertor<F>& profileConvertor() const {
-    return static_cast<PlainFamilyConvertor<F>&>(*profileConvertorPtr());
+    return static_cast<PlainFamilyConvertor<F>&>(*this->profileConvertorPtr());
   }
 
   /// Takes over what rows of hardware hold.
   void entryIsByHwRow(const Key& key, const Result& result) { this->entryIsFromHw(key, result); }
   /// They hold no entry after all.
   void entryDelByHwRow(const Key& key) { this->entryForget(key); }
-
- protected:
-  void handleInitialized() override {
-    this->forEachAnnouncedKey([&](const Key& key) { handleEntry(key); });
-  }
-  void handleAbsent(const Key& key) override {
-    if (profileConvertorPtr() && profileConvertor().unreadForget(F::hwIndex(key))) handleEntry(key);
-  }
 };
 
 template <class F>
