@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "Orb/Seconds.h"
-#include "Orb/Shape.h"
+#include "Orb/Any.h"
 #include "VelaSwitchApi/HashBase.h"
 #include "agent/Input.h"
 #include "agent/Limits.h"

@@ -181,7 +181,8 @@ class HashEntries final : public EntriesOf<VelaSwitchTable::TableOf<Family>> {
     return entry && &entry->table() == &this->table() ? keyOf(*entry) : AnyValue();
   }
   AnyValue keyOf(const VelaSwitchApi::HashBaseCuckooEntry& entry) const override {
-    return AnyValue::of<Key>(static_cast<const typename VelaSwitchTable::ClassesOf<Family>::CuckooEntry&>(entry).key());
+    return AnyValue::of<Key>(
+        static_cast<const typename VelaSwitchTable::ClassesOf<Family>::CuckooEntry&>(entry).key());
   }
   AnyValue decodedKey(HwIndex index) const override {
     const auto entry = this->table().helper()->decodeHwEntry(index);

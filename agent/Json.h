@@ -2,7 +2,7 @@
 
 #include <nlohmann/json.hpp>
 
-#include "Orb/Shape.h"
+#include "Orb/Any.h"
 #include "agent/Input.h"
 #include "agent/JsonForward.h"
 

@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "Orb/Shape.h"
+#include "Orb/Any.h"
 #include "VelaSwitch/Profile.h"
 
 /// What a switch has no room for in the values that it is told. Numbers and port masks that are too

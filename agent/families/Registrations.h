@@ -21,15 +21,16 @@ FamilyRegistration hashFamily(Lookups lookups, U32 instances = 1,
             const auto number = static_cast<U8>(instance);
             return std::make_unique<HashEntries<Family>>(
                 name, instance,
-                Orb::make<VelaSwitchTable::TableOf<Family>>(name + "/" + std::to_string(instance), number,
-                                                  number),
+                Orb::make<VelaSwitchTable::TableOf<Family>>(name + "/" + std::to_string(instance),
+                                                            number, number),
                 lookups, rules);
           }};
 }
 
 /// A family of plain or direct tables.
 template <class Family>
-FamilyRegistration indexedFamily(Lookups lookups, EntryRules<VelaSwitchTable::TableOf<Family>> rules = {}) {
+FamilyRegistration indexedFamily(Lookups lookups,
+                                 EntryRules<VelaSwitchTable::TableOf<Family>> rules = {}) {
   const std::string name = VelaSwitchTable::TableConstants::tableName(Family::traits.index);
   return {name, Family::trace, [](const VelaSwitch::ProfileInfo&) { return 1u; },
           [=](U32 instance) {

@@ -1,5 +1,7 @@
 #include "Orb/Shape.h"
 
+#include "Orb/Range.h"
+
 namespace Orb {
 namespace {
 

@@ -2,7 +2,7 @@
 
 #include "Orb/FieldList.h"
 #include "Orb/Hash.h"
-#include "Orb/Shape.h"
+#include "Orb/ShapeOf.h"
 
 /// Value types. A value type is an aggregate of Field members and names itself:
 ///
