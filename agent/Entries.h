@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "Orb/Seconds.h"
 #include "Orb/Any.h"
+#include "Orb/Seconds.h"
 #include "VelaSwitchApi/HashBase.h"
 #include "agent/Input.h"
 #include "agent/Limits.h"

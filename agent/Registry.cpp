@@ -97,7 +97,8 @@ std::optional<VelaDevice::FlowHit> lookupFlow(const Agent& agent, DataPath& data
 
 auto lookupLagMember(DataPath& dataPath, U32, const LagFrame& frame) {
   refuseBeyond("bucket", frame.bucket(), lagBuckets, "LAG buckets");
-  return VelaDevice::lagMember(dataPath, frame.ingressPort().value(), frame.lagGroupId(), frame.bucket());
+  return VelaDevice::lagMember(dataPath, frame.ingressPort().value(), frame.lagGroupId(),
+                               frame.bucket());
 }
 
 auto lookupMulticast(DataPath& dataPath, U32, const VelaSwitch::MrouteKey& key) {
