@@ -2,6 +2,9 @@
 
 #include <algorithm>
 
+#include "agent/Registry.h"
+#include "agent/RouteAdapter.h"
+
 namespace VelaAgent {
 
 Agent::Agent(Orb::PtrConst<VelaSwitch::ProfileInfo> profile, VelaDevice::SimulatedSwitch& chip)
@@ -9,7 +12,11 @@ Agent::Agent(Orb::PtrConst<VelaSwitch::ProfileInfo> profile, VelaDevice::Simulat
       chip_(chip),
       recorder_(chip),
       dataPath_(chip, *profile_),
-      types_(Orb::make<VelaSwitchApi::SwTableTypes>(profile_, recorder_)) {}
+      types_(Orb::make<VelaSwitchApi::SwTableTypes>(profile_, recorder_)) {
+  for (auto& path : makePaths(*this)) {
+    paths_.push_back(std::make_unique<TableAdapter>(std::move(path)));
+  }
+}
 
 Agent::~Agent() = default;
 
@@ -18,7 +25,7 @@ void Agent::make(const std::vector<std::string>& only) {
   for (const FamilyRegistration& family : families()) {
     if (!only.empty() && std::find(only.begin(), only.end(), family.name) == only.end()) continue;
     for (U32 instance = 0; instance < family.instances(*profile_); ++instance) {
-      tables_.push_back(family.make(instance));
+      tables_.push_back(std::make_unique<HwTableAdapter>(family.make(instance)));
     }
   }
   for (const auto& adapter : tables_) adapter->table().doSetProfileConvertor(types_);
@@ -34,18 +41,19 @@ void Agent::makeRoutes() {
   using namespace VelaSwitchTable;
   Orb::Ptr<Lpm11Table> firstLevel;
   std::vector<Orb::Ptr<LpmBaseTable>> levels;
-  std::vector<HwTableAdapter*> adapters;
+  std::vector<TableEntries*> entries;
   for (const auto& adapter : tables_) {
     auto* first = dynamic_cast<Lpm11Table*>(&adapter->table());
     auto* level = dynamic_cast<LpmBaseTable*>(&adapter->table());
     if (!first && !level) continue;
     if (first) firstLevel = first;
     if (level) levels.push_back(level);
-    adapters.push_back(adapter.get());
+    entries.push_back(&adapter->typed());
   }
   routeWriter_ =
       std::make_unique<RouteWriter>(lpmTableFactory("Route"), firstLevel, std::move(levels));
-  routes_ = std::make_unique<RouteAdapter>(*routeWriter_, *profile_, std::move(adapters));
+  routes_ = std::make_unique<RouteAdapter>(
+      std::make_unique<RouteEntries>(*routeWriter_, *profile_, std::move(entries)));
 }
 
 void Agent::start(Start how) {
@@ -99,6 +107,10 @@ TableAdapter& Agent::table(const std::string& name, U32 instance) const {
   for (const TableAdapter* adapter : announced_) names.push_back(adapter->name());
   for (const auto& path : paths_) names.push_back(path->name());
   throw InputException("unknown table " + quoted(Json(name)) + suggestion(name, names));
+}
+
+Entries& Agent::entriesOf(const std::string& name, U32 instance) const {
+  return table(name, instance).typed();
 }
 
 HwTableAdapter& Agent::adapterOf(const VelaSwitchApi::SwTable& table) const {

@@ -4,11 +4,15 @@
 #include <string>
 #include <vector>
 
+#include "agent/Entries.h"
+#include "agent/JsonForward.h"
 #include "agent/Recorder.h"
-#include "agent/Registry.h"
-#include "agent/RouteAdapter.h"
+#include "agent/RouteWriter.h"
 
 namespace VelaAgent {
+
+class HwTableAdapter;
+class TableAdapter;
 
 /// An owning agent: makes all tables of a profile on one switch and starts them.
 class Agent {
@@ -51,6 +55,8 @@ class Agent {
   /// The one of the name and instance, or the way of that name for lookups. Throws InputException
   /// when there is none.
   TableAdapter& table(const std::string& name, U32 instance) const;
+  /// The same without JSON.
+  Entries& entriesOf(const std::string& name, U32 instance) const;
   /// The adapter of a software table.
   HwTableAdapter& adapterOf(const VelaSwitchApi::SwTable& table) const;
   RouteWriter& routeWriter() const { return *routeWriter_; }
@@ -90,9 +96,9 @@ class Agent {
   Orb::Ptr<VelaSwitchApi::SwTableTypes> types_;
   std::vector<std::unique_ptr<HwTableAdapter>> tables_;
   std::unique_ptr<RouteWriter> routeWriter_;
-  std::unique_ptr<RouteAdapter> routes_;
+  std::unique_ptr<TableAdapter> routes_;
   std::vector<TableAdapter*> announced_;
-  std::vector<std::unique_ptr<PathAdapter>> paths_ = makePaths(*this);
+  std::vector<std::unique_ptr<TableAdapter>> paths_;
 };
 
 }  // namespace VelaAgent

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <initializer_list>
+#include <set>
 #include <utility>
 
 #include "agent/Explain.h"

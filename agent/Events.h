@@ -4,6 +4,7 @@
 #include <string>
 
 #include "agent/Agent.h"
+#include "agent/TableAdapter.h"
 
 namespace VelaAgent {
 

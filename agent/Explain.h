@@ -1,6 +1,7 @@
 #pragma once
 
 #include "agent/Agent.h"
+#include "agent/TableAdapter.h"
 
 /// What rows hold and why lookups end where they do, field by field.
 namespace VelaAgent {

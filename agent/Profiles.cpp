@@ -3,6 +3,8 @@
 #include <fstream>
 #include <sstream>
 
+#include "agent/Json.h"
+
 namespace VelaAgent {
 
 Orb::PtrConst<VelaSwitch::ProfileInfo> loadProfile(const std::string& nameOrFile) {

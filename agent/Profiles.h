@@ -1,7 +1,8 @@
 #pragma once
 
 #include "VelaSwitch/Profile.h"
-#include "agent/Json.h"
+#include "agent/Input.h"
+#include "agent/JsonForward.h"
 
 namespace VelaAgent {
 

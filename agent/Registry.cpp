@@ -1,5 +1,6 @@
 #include "agent/Registry.h"
 
+#include "VelaSwitchTable/VelaTableProtocolRemap.h"
 #include "agent/Agent.h"
 #include "device/NatLookup.h"
 #include "device/PortLookup.h"
@@ -34,50 +35,88 @@ struct LagFrame {
   Orb::Field<"bucket", U8> bucket;
 };
 
-Json lookupFlow(const Agent& agent, DataPath& dataPath, const Json& json) {
+/// What can be looked up but not announced: a packet's way through several tables.
+class PathEntries final : public Entries {
+ public:
+  PathEntries(std::string name, const VelaSwitch::ProfileInfo& profile, const Lookup& lookup)
+      : Entries(std::move(name), 0, *lookup.asked, *lookup.asked, {lookup}), profile_(profile) {}
+
+  const VelaSwitch::ProfileInfo& profile() const override { return profile_; }
+  void checkChangeable() const override { refuse(); }
+  bool withdraw(AnyRef) override { refuse(); }
+  EntryProgrammedStatus status(AnyRef) const override {
+    return EntryProgrammedStatus::notProgrammed;
+  }
+  bool pollHitBits(Orb::Seconds) override { refuse(); }
+  bool fills(const VelaSwitchApi::SwTable&) const override { return false; }
+  void forEachEntry(const EntryVisitor&) const override {}
+  void forEachStatus(const StatusVisitor&) const override {}
+  U32 entries() const override { return 0; }
+  U32 programmed() const override { return 0; }
+  U32 unclaimed() const override { return 0; }
+  U32 refused() const override { return 0; }
+  void reconcile(const AnyListener&) override {}
+
+ private:
+  bool announced(AnyRef) const override { return false; }
+  EntryProgrammedStatus program(AnyRef, AnyRef) override { refuse(); }
+  [[noreturn]] void refuse() const {
+    throw InputException(name() +
+                         " is no table but a way through several: it can be looked up, "
+                         "no more");
+  }
+
+  const VelaSwitch::ProfileInfo& profile_;
+};
+
+U8 remapped(const Agent& agent, U8 protocol) {
+  const auto& entries = dynamic_cast<const TableEntries&>(agent.entriesOf("ProtocolRemap", 0));
+  const auto& table = dynamic_cast<const VelaSwitchTable::ProtocolRemapTable&>(entries.table());
+  return table.remappedProtocol(protocol);
+}
+
+std::optional<VelaDevice::FlowHit> lookupFlow(const Agent& agent, DataPath& dataPath,
+                                              const FlowKey& key) {
   constexpr U64 classes = 8;
   constexpr U64 qualifiers = 64;
-  const auto key = fromJson<FlowKey>(json, dataPath.profile());
   refuseBeyond("protoClass", key.protoClass().value_or(0), classes, "protocol classes");
   refuseBeyond("qualifier", key.qualifier(), qualifiers, "qualifiers");
   if (key.proto() && key.protoClass()) {
     throw InputException("proto and protoClass: a packet has one protocol, so give one of them");
   }
   VelaDevice::Flow flow;
-  flow.protoClass = key.protoClass().value_or(0);
-  if (key.proto()) {
-    const Json remap = agent.table("ProtocolRemap", 0).lookup(dataPath, *key.proto());
-    flow.protoClass = remap["remappedProtocol"].get<U8>();
-  }
+  flow.protoClass = key.proto() ? remapped(agent, *key.proto()) : key.protoClass().value_or(0);
   flow.srcIp = key.srcIp();
   flow.dstIp = key.dstIp();
   flow.sport = key.sport();
   flow.dport = key.dport();
   flow.qualifier = key.qualifier();
   flow.egressPort = key.egressPort().value();
-  return hitToJson(VelaDevice::flow(dataPath, flow));
+  return VelaDevice::flow(dataPath, flow);
 }
 
-Json lookupLagMember(DataPath& dataPath, const Json& key) {
-  const auto frame = fromJson<LagFrame>(key, dataPath.profile());
+auto lookupLagMember(DataPath& dataPath, U32, const LagFrame& frame) {
   refuseBeyond("bucket", frame.bucket(), lagBuckets, "LAG buckets");
-  return hitToJson(
-      lagMember(dataPath, frame.ingressPort().value(), frame.lagGroupId(), frame.bucket()));
+  return VelaDevice::lagMember(dataPath, frame.ingressPort().value(), frame.lagGroupId(),
+                               frame.bucket());
+}
+
+auto lookupMulticast(DataPath& dataPath, U32, const VelaSwitch::MrouteKey& key) {
+  return VelaDevice::multicast(dataPath, key);
 }
 
 }  // namespace
 
-std::vector<std::unique_ptr<PathAdapter>> makePaths(const Agent& agent) {
-  std::vector<std::unique_ptr<PathAdapter>> paths;
-  const auto add = [&](const char* name, PathAdapter::Lookup lookup) {
-    paths.push_back(std::make_unique<PathAdapter>(name, std::move(lookup)));
+std::vector<std::unique_ptr<Entries>> makePaths(const Agent& agent) {
+  std::vector<std::unique_ptr<Entries>> paths;
+  const auto add = [&](const char* name, const Lookup& lookup) {
+    paths.push_back(std::make_unique<PathEntries>(name, agent.profile(), lookup));
   };
-  add("Flow",
-      [&agent](DataPath& dataPath, const Json& key) { return lookupFlow(agent, dataPath, key); });
-  add("Multicast", [](DataPath& dataPath, const Json& key) {
-    return hitToJson(multicast(dataPath, fromJson<VelaSwitch::MrouteKey>(key)));
-  });
-  add("LagMember", lookupLagMember);
+  add("Flow", lookupBy<FlowKey>([&agent](DataPath& dataPath, U32, const FlowKey& key) {
+        return lookupFlow(agent, dataPath, key);
+      }));
+  add("Multicast", lookupBy<VelaSwitch::MrouteKey>(lookupMulticast));
+  add("LagMember", lookupBy<LagFrame>(lookupLagMember));
   return paths;
 }
 

@@ -2,7 +2,7 @@
 
 #include <memory>
 
-#include "agent/TableAdapter.h"
+#include "agent/Entries.h"
 
 namespace VelaAgent {
 
@@ -12,13 +12,13 @@ struct FamilyRegistration {
   Trace::Handle& trace;
   /// How many software tables of the family a switch of the profile has.
   std::function<U32(const VelaSwitch::ProfileInfo&)> instances;
-  std::function<std::unique_ptr<HwTableAdapter>(U32 instance)> make;
+  std::function<std::unique_ptr<TableEntries>(U32 instance)> make;
 };
 
 class Agent;
 
 /// Ways of a packet through several tables of the agent, for lookups.
-std::vector<std::unique_ptr<PathAdapter>> makePaths(const Agent& agent);
+std::vector<std::unique_ptr<Entries>> makePaths(const Agent& agent);
 
 /// The families of each part of the switch. What is registered here is all that the agent knows.
 std::vector<FamilyRegistration> vlanFamilies();

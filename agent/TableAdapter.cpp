@@ -1,6 +1,118 @@
 #include "agent/TableAdapter.h"
 
+#include <algorithm>
+
+#include "Bridging/VlanId.h"
+#include "VelaSwitch/Types.h"
+
 namespace VelaAgent {
+
+std::string TableAdapter::keyName() const {
+  const Orb::Shape& key = entries_->keyShape();
+  if (key.is<Bridging::VlanId>()) return "vid";
+  if (key.is<VelaSwitch::L3LagIndex>()) return "lag";
+  return key.scalar ? std::string(key.fields.front().name) : std::string();
+}
+
+Json TableAdapter::keyToJson(AnyRef key) const {
+  Json json = anyToJson(key);
+  const std::string_view unused = entries_->unusedKeyField();
+  if (key && !unused.empty()) json.erase(std::string(unused));
+  return json;
+}
+
+AnyValue TableAdapter::keyFromJson(const Json& json) const {
+  checkKeyForm(json);
+  AnyValue key(entries_->keyShape());
+  try {
+    anyFromJson(json, entries_->profile(), key.shape(), key.value());
+  } catch (const ValueException& error) {
+    throw InputException(std::string("key ") + error.what());
+  }
+  entries_->checkKey(key);
+  const std::string why = entries_->whyNoRow(key);
+  if (!why.empty()) throw ValueException("key " + quoted(json), why);
+  return key;
+}
+
+EntryProgrammedStatus TableAdapter::set(const Json& key, const Json& json) {
+  entries_->checkChangeable();
+  const AnyValue k = keyFromJson(key);
+  checkResultForm(json);
+  AnyValue result(entries_->resultShape());
+  if (!json.is_null()) {
+    anyFromJson(json, entries_->profile(), result.shape(), result.value());
+  }
+  return entries_->announce(k, result);
+}
+
+bool TableAdapter::del(const Json& key) {
+  entries_->checkChangeable();
+  return entries_->withdraw(keyFromJson(key));
+}
+
+/// Tables whose key is no object may be asked by objects as well.
+const Lookup& TableAdapter::lookupFor(const Json& asked) const {
+  const Lookups& lookups = entries_->lookups();
+  const bool byKey = entries_->keyShape().structured() || !asked.is_object();
+  return byKey ? lookups.front() : lookups.back();
+}
+
+/// What is looked up, by a key of the table or by something else.
+AnyValue TableAdapter::askedFromJson(const Lookup& lookup, const Json& json) const {
+  if (lookup.asked == &entries_->keyShape()) return keyFromJson(json);
+  AnyValue asked(*lookup.asked);
+  const auto& fields = asked.shape().fields;
+  const bool whole = json.size() == fields.size() &&
+                     std::all_of(fields.begin(), fields.end(),
+                                 [&](const auto& f) { return json.contains(f.name); });
+  if (lookup.wholly && !whole) {
+    throw InputException(std::string("expected ") + lookup.wholly + ", not " + json.dump());
+  }
+  anyFromJson(json, entries_->profile(), asked.shape(), asked.value());
+  return asked;
+}
+
+Json TableAdapter::lookup(VelaDevice::DataPath& dataPath, const Json& json) const {
+  const Lookup& lookup = lookupFor(json);
+  Json hit;
+  lookup.ask(dataPath, instance(), askedFromJson(lookup, json),
+             [&](AnyRef found) { hit = structToJson(found); });
+  return hit;
+}
+
+std::vector<TableAdapter::Competitor> TableAdapter::competing(const Json& key) const {
+  return entries_->competing(keyFromJson(key));
+}
+
+void TableAdapter::forEachEntry(const EntryVisitor& visit) const {
+  entries_->forEachEntry(
+      [&](AnyRef key, AnyRef result) { visit(keyToJson(key), anyToJson(result)); });
+}
+
+std::vector<TableAdapter::Status> TableAdapter::statuses() const {
+  std::vector<Status> all;
+  entries_->forEachStatus([&](AnyRef key, EntryProgrammedStatus status, Orb::Seconds lastHit) {
+    all.push_back({keyToJson(key), status, lastHit});
+  });
+  return all;
+}
+
+void TableAdapter::admissionListenerIs(KeyVisitor listener) {
+  if (!listener) return entries_->admissionListenerIs(nullptr);
+  entries_->admissionListenerIs(
+      [this, listener = std::move(listener)](AnyRef key) { listener(keyToJson(key)); });
+}
+
+void TableAdapter::reconcile(const KeyVisitor& removing) {
+  entries_->reconcile([&](AnyRef key) { removing(keyToJson(key)); });
+}
+
+std::vector<Json> HwTableAdapter::disagreeingKeys() const {
+  std::vector<Json> keys;
+  typed().forEachDisagreeing([&](AnyRef key) { keys.push_back(keyToJson(key)); });
+  return keys;
+}
 
 std::vector<RowFinding> HwTableAdapter::findings() const {
   std::vector<RowFinding> all;
@@ -13,7 +125,7 @@ std::vector<RowFinding> HwTableAdapter::findings() const {
                    std::nullopt,
                    {}};
     if (finding.entry) {
-      row.key = keyOf(*finding.entry);
+      row.key = keyToJson(typed().keyOf(*finding.entry));
     } else {
       row.index = finding.index;
       row.key = keyAt(finding.index);
@@ -25,42 +137,6 @@ std::vector<RowFinding> HwTableAdapter::findings() const {
     all.push_back(std::move(row));
   }
   return all;
-}
-
-void HwTableAdapter::repair() {
-  for (const auto& finding : convertor().auditFindings()) convertor().repair(finding);
-}
-
-template <class Wanted>
-std::vector<HwTableAdapter::RowId> HwTableAdapter::rowsThat(const Wanted& wanted) const {
-  std::vector<RowId> rows;
-  for (const auto& [id, hwTable] : convertor().hwTables()) {
-    const auto& descriptor = hwTable->descriptor();
-    for (HwIndex index = descriptor.first; index <= descriptor.last; ++index) {
-      if (hwTable->state(index) == VelaSwitchApi::HwTableConfig::Row::absent ||
-          hwTable->mapped(index).empty() || !listsRow(index)) {
-        continue;
-      }
-      if (wanted(*hwTable, id, index)) rows.emplace_back(id, index);
-    }
-  }
-  return rows;
-}
-
-/// A row that cannot be is forgotten when it is read, so as to be written again.
-std::vector<HwTableAdapter::RowId> HwTableAdapter::corruptRows() const {
-  return rowsThat(
-      [&](const auto&, auto id, HwIndex index) { return !convertor().rowSound(id, index); });
-}
-
-std::vector<HwTableAdapter::RowId> HwTableAdapter::strayRows() const {
-  return rowsThat([&](const auto& hwTable, auto id, HwIndex index) {
-    if (hwTable.state(index) != VelaSwitchApi::HwTableConfig::Row::held) return false;
-    std::array<U32, VelaSwitchApi::maxRowWords> expected{};
-    convertor().expectedImage(id, index, expected.data());
-    return !hwTable.same(index, expected.data(), hwTable.image(index)) && keyAt(index).is_null() &&
-           convertor().rowSound(id, index);
-  });
 }
 
 }  // namespace VelaAgent

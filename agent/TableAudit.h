@@ -1,6 +1,7 @@
 #pragma once
 
 #include "agent/Agent.h"
+#include "agent/TableAdapter.h"
 
 /// What an audit has to tell of a table beside the rows that are wrong.
 namespace VelaAgent {

@@ -10,6 +10,8 @@
 #include <span>
 
 #include "agent/Agent.h"
+#include "agent/RouteEntries.h"
+#include "agent/TableAdapter.h"
 
 // Routes of a real shape: most of them of 24 bits, the rest spread over all lengths. The
 // environment variable VELA_ROUTES names a file of prefixes to use instead.
@@ -87,7 +89,7 @@ struct Rig {
     for (std::size_t i = first; i < end; ++i) {
       const LpmKey& key = all[i];
       const auto number = static_cast<U32>(i) + nexthop;
-      table.entryIs(key, VelaAgent::RouteWriter::resultOf(
+      table.entryIs(key, VelaAgent::routeResult(
                              VelaAgent::nexthopOfNumber(number % VelaAgent::nexthopNumbers),
                              key.prefix().len()));
       agent.settle();

@@ -2,6 +2,7 @@
 #include <cstring>
 
 #include "Fuzz.h"
+#include "agent/TableAdapter.h"
 
 // Rows of any bits in the tables of every family: decoded, audited, and found at a restart.
 

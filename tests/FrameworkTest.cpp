@@ -146,6 +146,30 @@ TEST(Direct, whatOneHardwareTableLacksIsWrittenWithTheEntryAlone) {
   EXPECT_EQ(rig.chip.rowWrites(), writes + 1 + 2 * 64) << "overwriting spares no row";
 }
 
+/// Entries by values of the table's own types, without JSON.
+TEST(Entries, takeValuesAsTheyAre) {
+  VelaDevice::SimulatedSwitch chip;
+  VelaAgent::Agent agent(VelaAgent::loadProfile("vela-48-5.1"), chip);
+  agent.make({"HashTest"});
+  agent.start(VelaAgent::Agent::Start::fresh);
+  VelaAgent::Entries& entries = agent.entriesOf("HashTest", 0);
+  using VelaSwitchTable::HashTestKey;
+  for (const U32 key : {0u, 64u}) {
+    EXPECT_EQ(entries.announce(HashTestKey{key}, VelaSwitchTable::HashTestResult{key}),
+              EntryProgrammedStatus::programmed);
+  }
+  EXPECT_EQ(entries.announce(HashTestKey{128u}, VelaSwitchTable::HashTestResult{1u}),
+            EntryProgrammedStatus::tableFull);
+  EXPECT_EQ(entries.competing(HashTestKey{128u}).size(), 2u);
+  HashTestKey admitted;
+  entries.admissionListenerIs([&](Orb::AnyRef key) { admitted = key.as<HashTestKey>(); });
+  EXPECT_TRUE(entries.withdraw(HashTestKey{64u}));
+  EXPECT_EQ(admitted.value(), 128u);
+  EXPECT_EQ(entries.status(HashTestKey{128u}), EntryProgrammedStatus::programmed);
+  EXPECT_THAT(fatalText([&] { entries.announce(HashTestKey{}, HashTestKey{}); }),
+              testing::HasSubstr("result.shape"));
+}
+
 /// Which physical table each hash table lies in, and how that is built: rows of a way, ways, words
 /// of a row, and whether reading clears hit bits.
 TEST(HashTables, haveTheirShapes) {
@@ -160,9 +184,8 @@ TEST(HashTables, haveTheirShapes) {
     EXPECT_EQ(1u << is.hashBits, is.rowsPerWay);
     EXPECT_EQ(is.banks, 1u);
     EXPECT_EQ(is.hitBits, is.hitBitsClearOnRead);
-    shapes.push_back(Orb::text(table->name(), "/", table->instance(), ": ", is.tableId, " ",
-                               is.rowsPerWay, "x", is.ways, "x", is.rowWords,
-                               is.hitBits ? " hits" : ""));
+    shapes.push_back(Orb::text(table->fullName(), ": ", is.tableId, " ", is.rowsPerWay, "x",
+                               is.ways, "x", is.rowWords, is.hitBits ? " hits" : ""));
   }
   EXPECT_THAT(
       shapes,

@@ -6,6 +6,7 @@
 #include "VelaSwitchTable/VelaTableCopp.h"
 #include "VelaSwitchTable/VelaTableLpmTables.h"
 #include "agent/Events.h"
+#include "agent/Registry.h"
 
 namespace VelaTest {
 namespace {

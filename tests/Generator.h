@@ -5,6 +5,7 @@
 #include "Support.h"
 #include "agent/Agent.h"
 #include "agent/Profiles.h"
+#include "agent/TableAdapter.h"
 
 namespace VelaTest {
 

@@ -8,6 +8,7 @@
 #include "VelaSwitch/Keys.h"
 #include "VelaSwitch/PortMask.h"
 #include "VelaSwitchTable/VelaTableAclHashes.h"
+#include "VelaSwitchTable/VelaTableLagMembership.h"
 #include "VelaSwitchTable/VelaTableVlanMembership.h"
 #include "agent/Json.h"
 
@@ -97,6 +98,23 @@ TEST(Value, oneFieldHasTheTextFormOfAll) {
   const VelaSwitchTable::VlanMembershipKey vlan{Bridging::VlanId(9)};
   EXPECT_EQ(Orb::text(vlan), "9");
   EXPECT_EQ(Orb::fromText<VelaSwitchTable::VlanMembershipKey>("9"), vlan);
+}
+
+template <class V>
+void expectFieldsFound(const V& value) {
+  auto field = Orb::shapeOf<V>.fields.begin();
+  Orb::forEachField(value, [&](const auto& each) {
+    EXPECT_EQ(field->in(static_cast<const void*>(&value)), &each.value) << V::typeName << each.name;
+    EXPECT_EQ((field++)->name, each.name);
+  });
+  EXPECT_EQ(field, Orb::shapeOf<V>.fields.end());
+}
+
+TEST(Value, tableOfFieldsSaysWhereTheyLie) {
+  expectFieldsFound(VelaSwitchTable::VlanMembershipResult());
+  expectFieldsFound(VelaSwitchTable::LagMembershipResult());
+  expectFieldsFound(VelaSwitch::ProfileFields());
+  expectFieldsFound(exampleStatus());
 }
 
 TEST(Value, badTextIsRefusedWithTheAttributesName) {

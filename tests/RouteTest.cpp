@@ -50,7 +50,7 @@ struct Ladder {
 
   void set(const LpmKey& key, NexthopIndexes to) {
     desired[key] = to;
-    routes->entryIs(key, RouteWriter::resultOf(to, key.prefix().len()));
+    routes->entryIs(key, VelaAgent::routeResult(to, key.prefix().len()));
     writer->claim(key);
     writer->retry();
   }
@@ -240,7 +240,7 @@ TEST_F(OneLadder, whatWaitsGetsTheRoomThatAppears) {
         continue;
       }
       ++waiting;
-      ASSERT_FALSE(physical.competitors(*level.cachedItem(RouteWriter::levelKey(key))).empty());
+      ASSERT_FALSE(physical.competitors(*level.cachedItem(VelaAgent::HashedLevel::keyOf(key))).empty());
     }
     ASSERT_EQ(physical.waiting(&level), waiting);
   };
@@ -308,14 +308,14 @@ TEST_F(OneLadder, aFailedWriteShowsInTheRoutesStatusUntilItIsMended) {
 TEST_F(OneLadder, aRouteWithATrapIsNotProgrammed) {
   const LpmKey key = route(0, "10.1.2.0/24");
   ladder.set(key, nexthop(1));
-  LpmResult trap = RouteWriter::resultOf(nexthop(1), 24);
+  LpmResult trap = VelaAgent::routeResult(nexthop(1), 24);
   trap.cpuTrap = true;
   ladder.routes->entryIs(key, trap);
   EXPECT_EQ(ladder.status(key), EntryProgrammedStatus::notProgrammed);
   EXPECT_EQ(VelaDevice::route(ladder.chip.path, 0, IpAddr(0x0a010203)), std::nullopt);
   ladder.writer->handleRoute(key);
   EXPECT_EQ(ladder.status(key), EntryProgrammedStatus::notProgrammed);
-  ladder.routes->entryIs(key, RouteWriter::resultOf(nexthop(2), 24));
+  ladder.routes->entryIs(key, VelaAgent::routeResult(nexthop(2), 24));
   EXPECT_EQ(ladder.status(key), EntryProgrammedStatus::programmed);
 }
 
@@ -394,7 +394,7 @@ TEST(Routes, aRestartTakesNoTrapForARoute) {
   Ladder before("vela-48-5.1");
   const LpmKey real = route(1, "10.1.2.0/24");
   before.set(real, nexthop(7));
-  LpmResult trap = RouteWriter::resultOf(nexthop(3), 24);
+  LpmResult trap = VelaAgent::routeResult(nexthop(3), 24);
   trap.cpuTrap = true;
   const LpmKey trapped = route(1, "20.0.0.0/24");
   const std::size_t level26 = 4;

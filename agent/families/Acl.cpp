@@ -10,17 +10,17 @@ namespace {
 using namespace VelaSwitchTable;
 using VelaDevice::DataPath;
 
-Json lookupHashTest(DataPath& dataPath, U32, const Json& key) {
-  return hitToJson(hashTest(dataPath, fromJson<HashTestKey>(key).value()));
+auto lookupHashTest(DataPath& dataPath, U32, const HashTestKey& key) {
+  return VelaDevice::hashTest(dataPath, key.value());
 }
 
-Json lookupAcl(DataPath& dataPath, U32 instance, const Json& key) {
-  return hitToJson(acl(dataPath, instance, fromJson<VelaSwitch::AclHashKey>(key)));
+auto lookupAcl(DataPath& dataPath, U32 instance, const VelaSwitch::AclHashKey& key) {
+  return VelaDevice::acl(dataPath, instance, key);
 }
 
-Json lookupAclCounter(DataPath& dataPath, U32 instance, const Json& key) {
-  const auto counter = fromJson<VelaSwitch::AclIndirectCounterHashKey>(key);
-  return hitToJson(aclCounter(dataPath, instance, counter.counterKey()));
+auto lookupAclCounter(DataPath& dataPath, U32 instance,
+                      const VelaSwitch::AclIndirectCounterHashKey& key) {
+  return VelaDevice::aclCounter(dataPath, instance, key.counterKey());
 }
 
 void checkAclKey(const AclHashTable&, const VelaSwitch::AclHashKey& key) {
@@ -31,9 +31,9 @@ void checkAclKey(const AclHashTable&, const VelaSwitch::AclHashKey& key) {
 }  // namespace
 
 std::vector<FamilyRegistration> aclFamilies() {
-  return {hashFamily<AclHashFamily>(lookupAcl, 1, {checkAclKey}),
-          hashFamily<AclIndirectCounterHashFamily>(lookupAclCounter),
-          hashFamily<HashTestFamily>(lookupHashTest)};
+  return {hashFamily<AclHashFamily>({lookupOf(lookupAcl)}, 1, {checkAclKey}),
+          hashFamily<AclIndirectCounterHashFamily>({lookupOf(lookupAclCounter)}),
+          hashFamily<HashTestFamily>({lookupOf(lookupHashTest)})};
 }
 
 }  // namespace VelaAgent

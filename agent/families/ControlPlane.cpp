@@ -16,28 +16,32 @@ struct Limiter {
   Orb::Field<"table", U32> table;
 };
 
-class ProtocolRemapAdapter final : public IndexedAdapter<ProtocolRemapFamily> {
- public:
-  using IndexedAdapter::IndexedAdapter;
-  Json lookup(DataPath&, const Json& key) const override {
-    return {{"remappedProtocol", table().remappedProtocol(fromJson<U8>(key))}};
-  }
+/// What an IP protocol becomes.
+struct RemapHit {
+  static constexpr const char* typeName = "VelaAgent::RemapHit";
+  Orb::Field<"remappedProtocol", U8> remappedProtocol;
 };
 
-/// An index asks for the first limiter table, {"index", "table"} for another one; the CPU's
-/// transmit table comes behind the pipelines'.
-Json lookupCopp(DataPath& dataPath, U32, const Json& key) {
-  if (!key.is_object()) return hitToJson(copp(dataPath, 0, fromJson<U8>(key)));
-  const auto limiter = fromJson<Limiter>(key);
-  return hitToJson(copp(dataPath, limiter.table(), limiter.index()));
+/// The first limiter table's.
+auto lookupCopp(DataPath& dataPath, U32, const CoppEntryKey& key) {
+  return VelaDevice::copp(dataPath, 0, key.index());
+}
+
+/// Another table's; the CPU's transmit table comes behind the pipelines'.
+auto lookupLimiter(DataPath& dataPath, U32, const Limiter& limiter) {
+  return VelaDevice::copp(dataPath, limiter.table(), limiter.index());
 }
 
 /// The remapping of protocols is software's own: its table answers, not the data path.
 FamilyRegistration protocolRemap() {
-  FamilyRegistration registration = indexedFamily<ProtocolRemapFamily>(nullptr);
-  registration.make = [](U32 instance) -> std::unique_ptr<HwTableAdapter> {
-    return std::make_unique<ProtocolRemapAdapter>("ProtocolRemap", instance,
-                                                  ProtocolRemapTableIs("ProtocolRemap"), nullptr);
+  FamilyRegistration registration = indexedFamily<ProtocolRemapFamily>({});
+  registration.make = [](U32 instance) -> std::unique_ptr<TableEntries> {
+    const Orb::Ptr<ProtocolRemapTable> table = ProtocolRemapTableIs("ProtocolRemap");
+    const auto remap = [&rows = *table](DataPath&, U32, U8 protocol) {
+      return std::optional(RemapHit{rows.remappedProtocol(protocol)});
+    };
+    return std::make_unique<IndexedEntries<ProtocolRemapFamily>>("ProtocolRemap", instance, table,
+                                                                 Lookups{lookupBy<U8>(remap)});
   };
   return registration;
 }
@@ -45,7 +49,8 @@ FamilyRegistration protocolRemap() {
 }  // namespace
 
 std::vector<FamilyRegistration> controlPlaneFamilies() {
-  return {indexedFamily<CoppFamily>(lookupCopp), protocolRemap()};
+  return {indexedFamily<CoppFamily>({lookupOf(lookupCopp), lookupOf(lookupLimiter)}),
+          protocolRemap()};
 }
 
 }  // namespace VelaAgent

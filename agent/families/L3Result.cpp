@@ -10,24 +10,20 @@ namespace {
 using namespace VelaSwitchTable;
 using VelaDevice::DataPath;
 
-Json lookupL3FloodArp(DataPath& dataPath, U32, const Json& key) {
-  return hitToJson(l3FloodArp(dataPath, fromJson<VelaSwitch::L3FloodId>(key).value()));
-}
-
-Json lookupL3FloodBitmap(DataPath& dataPath, U32, const Json& key) {
-  return hitToJson(l3FloodBitmap(dataPath, fromJson<VelaSwitch::L3FloodId>(key).value()));
-}
-
-Json lookupL3Lag(DataPath& dataPath, U32, const Json& key) {
-  return hitToJson(l3Lag(dataPath, fromJson<VelaSwitch::L3LagIndex>(key).value()));
+template <class Key, auto find>
+auto lookupRow(DataPath& dataPath, U32, const Key& key) {
+  return find(dataPath, key.value());
 }
 
 }  // namespace
 
 std::vector<FamilyRegistration> l3ResultFamilies() {
-  return {indexedFamily<L3FloodArpFamily>(lookupL3FloodArp),
-          indexedFamily<L3FloodBitmapFamily>(lookupL3FloodBitmap),
-          indexedFamily<L3LagFamily>(lookupL3Lag)};
+  return {
+      indexedFamily<L3FloodArpFamily>(
+          {lookupOf(lookupRow<VelaSwitch::L3FloodId, VelaDevice::l3FloodArp>)}),
+      indexedFamily<L3FloodBitmapFamily>(
+          {lookupOf(lookupRow<VelaSwitch::L3FloodId, VelaDevice::l3FloodBitmap>)}),
+      indexedFamily<L3LagFamily>({lookupOf(lookupRow<VelaSwitch::L3LagIndex, VelaDevice::l3Lag>)})};
 }
 
 }  // namespace VelaAgent

@@ -10,17 +10,16 @@ namespace {
 using namespace VelaSwitchTable;
 using VelaDevice::DataPath;
 
-Json lookupNatMatch(DataPath& dataPath, U32 instance, const Json& key) {
-  return hitToJson(natMatch(dataPath, instance, fromJson<VelaSwitch::NatMatchKey>(key)));
+auto lookupNatMatch(DataPath& dataPath, U32 instance, const VelaSwitch::NatMatchKey& key) {
+  return VelaDevice::natMatch(dataPath, instance, key);
 }
 
-Json lookupNatDynMatch(DataPath& dataPath, U32 instance, const Json& key) {
-  return hitToJson(natDynMatch(dataPath, instance, fromJson<VelaSwitch::NatMatchKey>(key)));
+auto lookupNatDynMatch(DataPath& dataPath, U32 instance, const VelaSwitch::NatMatchKey& key) {
+  return VelaDevice::natDynMatch(dataPath, instance, key);
 }
 
-Json lookupNatRewrite(DataPath& dataPath, U32, const Json& key) {
-  const auto at = fromJson<VelaSwitch::NatRewriteKey>(key);
-  return hitToJson(natRewrite(dataPath, at.baseChipPortId().value(), at.rewriteIndex()));
+auto lookupNatRewrite(DataPath& dataPath, U32, const VelaSwitch::NatRewriteKey& key) {
+  return VelaDevice::natRewrite(dataPath, key.baseChipPortId().value(), key.rewriteIndex());
 }
 
 template <class Table>
@@ -58,9 +57,11 @@ void checkNatRewriteKey(const NatRewriteTable&, const VelaSwitch::NatRewriteKey&
 }  // namespace
 
 std::vector<FamilyRegistration> natFamilies() {
-  return {hashFamily<NatMatchFamily>(lookupNatMatch, 2, {checkNatMatchKey, checkNatResult}),
-          hashFamily<NatDynMatchFamily>(lookupNatDynMatch, 2, {checkNatType, checkNatResult}),
-          indexedFamily<NatRewriteFamily>(lookupNatRewrite, {checkNatRewriteKey})};
+  return {
+      hashFamily<NatMatchFamily>({lookupOf(lookupNatMatch)}, 2, {checkNatMatchKey, checkNatResult}),
+      hashFamily<NatDynMatchFamily>({lookupOf(lookupNatDynMatch)}, 2,
+                                    {checkNatType, checkNatResult}),
+      indexedFamily<NatRewriteFamily>({lookupOf(lookupNatRewrite)}, {checkNatRewriteKey})};
 }
 
 }  // namespace VelaAgent

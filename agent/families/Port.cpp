@@ -15,24 +15,27 @@ namespace {
 using namespace VelaSwitchTable;
 using VelaDevice::DataPath;
 
-/// Lookups of what a port's row says.
-template <auto lookup>
-Json lookupPort(DataPath& dataPath, U32, const Json& key) {
-  return hitToJson(lookup(dataPath, fromJson<VelaSwitch::ChipPortId>(key).value()));
+/// A family of ports, looked up by what a port's row says.
+template <class Family, auto find>
+FamilyRegistration portFamily() {
+  using Key = typename Family::Key;
+  return indexedFamily<Family>({lookupBy<Key>([](DataPath& dataPath, U32, const Key& key) {
+    return find(dataPath, key.portId().value());
+  })});
 }
 
 }  // namespace
 
 std::vector<FamilyRegistration> portFamilies() {
   return {
-      indexedFamily<NativeVlanFamily>(lookupPort<VelaDevice::nativeVlan>),
-      indexedFamily<PortConfigFamily>(lookupPort<VelaDevice::portConfig>),
-      indexedFamily<L2ControlFamily>(lookupPort<VelaDevice::l2Control>),
-      indexedFamily<LagGroupFamily>(lookupPort<VelaDevice::lagGroup>),
-      indexedFamily<LagLookUpFamily>(lookupPort<VelaDevice::lagLookUp>),
-      indexedFamily<LagMembershipFamily>(lookupPort<VelaDevice::lagMembership>),
-      indexedFamily<LagHashControlFamily>(lookupPort<VelaDevice::lagHashControl>),
-      indexedFamily<RxPortMirrorFamily>(lookupPort<VelaDevice::rxPortMirror>),
+      portFamily<NativeVlanFamily, VelaDevice::nativeVlan>(),
+      portFamily<PortConfigFamily, VelaDevice::portConfig>(),
+      portFamily<L2ControlFamily, VelaDevice::l2Control>(),
+      portFamily<LagGroupFamily, VelaDevice::lagGroup>(),
+      portFamily<LagLookUpFamily, VelaDevice::lagLookUp>(),
+      portFamily<LagMembershipFamily, VelaDevice::lagMembership>(),
+      portFamily<LagHashControlFamily, VelaDevice::lagHashControl>(),
+      portFamily<RxPortMirrorFamily, VelaDevice::rxPortMirror>(),
   };
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "agent/FamilyEntries.h"
 #include "agent/Registry.h"
 
 /// How families are registered.
@@ -7,9 +8,8 @@ namespace VelaAgent {
 
 /// A family with `instances` tables, or one for each pipeline where tables serve one each.
 template <class Family>
-FamilyRegistration hashFamily(
-    typename EntryAdapter<VelaSwitchTable::TableOf<Family>>::Lookup lookup, U32 instances = 1,
-    EntryRules<VelaSwitchTable::TableOf<Family>> rules = {}) {
+FamilyRegistration hashFamily(Lookups lookups, U32 instances = 1,
+                              EntryRules<VelaSwitchTable::TableOf<Family>> rules = {}) {
   const std::string name = VelaSwitchTable::TableConstants::tableName(Family::traits.index);
   return {name, Family::trace,
           [=](const VelaSwitch::ProfileInfo& profile) {
@@ -19,24 +19,23 @@ FamilyRegistration hashFamily(
           },
           [=](U32 instance) {
             const auto number = static_cast<U8>(instance);
-            return std::make_unique<HashAdapter<Family>>(
+            return std::make_unique<HashEntries<Family>>(
                 name, instance,
                 Orb::make<VelaSwitchTable::TableOf<Family>>(name + "/" + std::to_string(instance),
                                                             number, number),
-                lookup, rules);
+                lookups, rules);
           }};
 }
 
 /// A family of plain or direct tables.
 template <class Family>
-FamilyRegistration indexedFamily(
-    typename EntryAdapter<VelaSwitchTable::TableOf<Family>>::Lookup lookup,
-    EntryRules<VelaSwitchTable::TableOf<Family>> rules = {}) {
+FamilyRegistration indexedFamily(Lookups lookups,
+                                 EntryRules<VelaSwitchTable::TableOf<Family>> rules = {}) {
   const std::string name = VelaSwitchTable::TableConstants::tableName(Family::traits.index);
   return {name, Family::trace, [](const VelaSwitch::ProfileInfo&) { return 1u; },
           [=](U32 instance) {
-            return std::make_unique<IndexedAdapter<Family>>(
-                name, instance, Orb::make<VelaSwitchTable::TableOf<Family>>(name), lookup, rules);
+            return std::make_unique<IndexedEntries<Family>>(
+                name, instance, Orb::make<VelaSwitchTable::TableOf<Family>>(name), lookups, rules);
           }};
 }
 

@@ -42,44 +42,44 @@ void checkFirstLevelCell(const Lpm11Table&, const Lpm11Result& result, std::vect
   checkCell(result.cellResult(), 0, Lpm11Family::keyLength);
 }
 
+auto lookupLevel(DataPath& dataPath, U32, const VelaSwitch::LpmKey& at) {
+  const char* family = TableConstants::tableName(lpmLevelOfKey(at.prefix().len()).hashTableId);
+  return VelaDevice::lpmRow(dataPath, family, at.vrf(), at.prefix().address());
+}
+
 /// A hashed level of the route ladder.
 FamilyRegistration hashedLevel(const LpmLevel& level) {
   const std::string name = TableConstants::tableName(level.hashTableId);
-  const auto lookup = [](DataPath& dataPath, U32, const Json& key) {
-    const auto at = fromJson<VelaSwitch::LpmKey>(key);
-    const char* family = TableConstants::tableName(lpmLevelOfKey(at.prefix().len()).hashTableId);
-    return hitToJson(lpmRow(dataPath, family, at.vrf(), at.prefix().address()));
-  };
   return {name, LpmBaseFamily::trace, [](const VelaSwitch::ProfileInfo&) { return 1u; },
           [=, &level](U32 instance) {
-            return std::make_unique<HashAdapter<LpmBaseFamily>>(
-                name, instance, lpmLevelTableFactory(level.longest(), name), lookup,
+            return std::make_unique<HashEntries<LpmBaseFamily>>(
+                name, instance, lpmLevelTableFactory(level.longest(), name),
+                Lookups{lookupOf(lookupLevel)},
                 EntryRules<LpmBaseTable>{checkLevelKey, checkLevelCells});
           }};
 }
 
-Json lookupLpm11(DataPath& dataPath, U32, const Json& key) {
-  const auto at = fromJson<VelaSwitch::LpmKey>(key);
-  return hitToJson(lpm11(dataPath, at.vrf(), at.prefix().address()));
+auto lookupLpm11(DataPath& dataPath, U32, const VelaSwitch::LpmKey& at) {
+  return VelaDevice::lpm11(dataPath, at.vrf(), at.prefix().address());
 }
 
-Json lookupSG(DataPath& dataPath, U32, const Json& key) {
-  return hitToJson(sg(dataPath, fromJson<VelaSwitch::MrouteKey>(key)));
+auto lookupSG(DataPath& dataPath, U32, const VelaSwitch::MrouteKey& key) {
+  return VelaDevice::sg(dataPath, key);
 }
 
-Json lookupStarG(DataPath& dataPath, U32, const Json& key) {
-  return hitToJson(starG(dataPath, fromJson<VelaSwitch::MrouteKey>(key)));
+auto lookupStarG(DataPath& dataPath, U32, const VelaSwitch::MrouteKey& key) {
+  return VelaDevice::starG(dataPath, key);
 }
 
 }  // namespace
 
 std::vector<FamilyRegistration> routeFamilies() {
-  std::vector<FamilyRegistration> all{
-      indexedFamily<Lpm11Family>(lookupLpm11, {checkFirstLevelKey, checkFirstLevelCell})};
+  std::vector<FamilyRegistration> all{indexedFamily<Lpm11Family>(
+      {lookupOf(lookupLpm11)}, {checkFirstLevelKey, checkFirstLevelCell})};
   for (const LpmLevel& level : lpmLevels) all.push_back(hashedLevel(level));
-  all.push_back(hashFamily<SGFamily>(lookupSG));
+  all.push_back(hashFamily<SGFamily>({lookupOf(lookupSG)}));
   // Behind level 29, whose rows it shares.
-  all.push_back(hashFamily<StarGFamily>(lookupStarG));
+  all.push_back(hashFamily<StarGFamily>({lookupOf(lookupStarG)}));
   return all;
 }
 

@@ -19,31 +19,37 @@ struct FloodedFrame {
   Orb::Field<"multicast", bool> multicast;
 };
 
-/// A VLAN id asks for its flood set, {"vid", "port", "multicast"} for the ports that a frame goes
-/// to.
-Json lookupFloodSet(DataPath& dataPath, U32, const Json& key) {
-  if (!key.is_object()) return hitToJson(floodSet(dataPath, fromJson<Bridging::VlanId>(key)));
-  const auto frame = fromJson<FloodedFrame>(key, dataPath.profile());
-  return hitToJson(flood(dataPath, frame.vid(), frame.port().value(), frame.multicast()));
+/// A VLAN at a port.
+struct VlanAtPort {
+  static constexpr const char* typeName = "VelaAgent::VlanAtPort";
+  Orb::Field<"vid", Bridging::VlanId> vid;
+  Orb::Field<"port", VelaSwitch::ChipPortId> port;
+};
+
+auto lookupFloodSet(DataPath& dataPath, U32, const Bridging::VlanId& vid) {
+  return VelaDevice::floodSet(dataPath, vid);
 }
 
-Json lookupVlanGroup(DataPath& dataPath, U32, const Json& key) {
-  return hitToJson(vlanGroup(dataPath, 0, fromJson<U8>(key)));
+/// The ports that a frame goes to.
+auto lookupFlood(DataPath& dataPath, U32, const FloodedFrame& frame) {
+  return VelaDevice::flood(dataPath, frame.vid(), frame.port().value(), frame.multicast());
 }
 
-Json lookupMacVlan(DataPath& dataPath, U32, const Json& key) {
-  return hitToJson(macVlan(dataPath, fromJson<U16>(key)));
+auto lookupVlanGroup(DataPath& dataPath, U32, const VlanGroupKey& key) {
+  return VelaDevice::vlanGroup(dataPath, 0, key.group());
 }
 
-/// A VLAN id asks for the whole VLAN, {"vid", "port"} for what the port's pipeline holds of it.
-Json lookupVlan(DataPath& dataPath, U32, const Json& key) {
-  if (!key.is_object()) return hitToJson(vlan(dataPath, fromJson<VlanMembershipKey>(key).vid()));
-  if (!key.contains("vid") || !key.contains("port") || key.size() != 2) {
-    throw InputException("expected a VLAN id or {\"vid\", \"port\"}, not " + key.dump());
-  }
-  const auto port = fromJson<VelaSwitch::ChipPortId>(key["port"]);
-  refuseAbsentPort("port", port.value(), dataPath.profile());
-  return hitToJson(vlan(dataPath, port.value(), fromJson<VlanMembershipKey>(key["vid"]).vid()));
+auto lookupMacVlan(DataPath& dataPath, U32, const MacVlanKey& key) {
+  return VelaDevice::macVlan(dataPath, key.row());
+}
+
+auto lookupVlan(DataPath& dataPath, U32, const VlanMembershipKey& key) {
+  return VelaDevice::vlan(dataPath, key.vid());
+}
+
+/// What the port's pipeline holds of the VLAN.
+auto lookupVlanAtPort(DataPath& dataPath, U32, const VlanAtPort& at) {
+  return VelaDevice::vlan(dataPath, at.port().value(), at.vid());
 }
 
 void checkVlan(const VlanMembershipTable& table, const VlanMembershipResult& result,
@@ -55,10 +61,12 @@ void checkVlan(const VlanMembershipTable& table, const VlanMembershipResult& res
 
 std::vector<FamilyRegistration> vlanFamilies() {
   return {
-      indexedFamily<VlanMembershipFamily>(lookupVlan, {nullptr, checkVlan}),
-      indexedFamily<FloodSetFamily>(lookupFloodSet),
-      indexedFamily<MacVlanFamily>(lookupMacVlan),
-      indexedFamily<VlanGroupFamily>(lookupVlanGroup),
+      indexedFamily<VlanMembershipFamily>(
+          {lookupOf(lookupVlan), lookupOf(lookupVlanAtPort, "a VLAN id or {\"vid\", \"port\"}")},
+          {nullptr, checkVlan}),
+      indexedFamily<FloodSetFamily>({lookupOf(lookupFloodSet), lookupOf(lookupFlood)}),
+      indexedFamily<MacVlanFamily>({lookupOf(lookupMacVlan)}),
+      indexedFamily<VlanGroupFamily>({lookupOf(lookupVlanGroup)}),
   };
 }
 

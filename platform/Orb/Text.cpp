@@ -24,6 +24,10 @@ std::string_view TextCursor::word() {
   return word;
 }
 
+void TextCursor::end() const {
+  if (!rest_.empty()) throw TextException("unexpected text \"" + std::string(rest_) + "\"");
+}
+
 namespace {
 
 template <class T>

@@ -64,6 +64,8 @@ class VELA_EXPORT TextCursor {
   bool skip(std::string_view text);
   /// Everything up to the next of the structural characters ",}')".
   std::string_view word();
+  /// Throws TextException unless everything was read.
+  void end() const;
 
  private:
   std::string_view rest_;
@@ -119,9 +121,7 @@ T fromText(std::string_view text) {
   TextCursor cursor(text);
   T value{};
   parseText(cursor, value);
-  if (!cursor.rest().empty()) {
-    throw TextException("unexpected text \"" + std::string(cursor.rest()) + "\"");
-  }
+  cursor.end();
   return value;
 }
 

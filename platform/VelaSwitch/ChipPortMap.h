@@ -10,6 +10,8 @@ namespace VelaSwitch {
 /// A map from chip ports to flags.
 class ChipPortMap {
  public:
+  using Member = ChipPortId;
+
   void is(ChipPortId port, bool flag) {
     const U64 bit = U64{1} << port.value();
     known_ |= bit;

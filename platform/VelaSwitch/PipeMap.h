@@ -12,6 +12,7 @@ namespace VelaSwitch {
 template <class T>
 class PipeMap {
  public:
+  using Key = PipeId;
   using Mapped = T;
 
   bool empty() const { return present_ == 0; }

@@ -10,27 +10,18 @@
 
 namespace VelaTool {
 
-using VelaAgent::Agent;
-using VelaAgent::HwTableAdapter;
-using VelaAgent::Json;
 using VelaAgent::RowFinding;
-using VelaAgent::TableAdapter;
 using VelaAgent::Waiting;
-using VelaDevice::SimulatedSwitch;
 
 namespace {
 
 /// Findings of one table that are told unless all are.
 constexpr U64 toldFindings = 20;
 
-std::string nameOf(const TableAdapter& table) {
-  return table.name() + "/" + std::to_string(table.instance());
-}
-
 /// A finding in words.
 std::string words(const HwTableAdapter& table, const RowFinding& finding) {
   std::ostringstream text;
-  text << nameOf(table);
+  text << table.fullName();
   const Json& key = finding.key.is_null() ? finding.holds : finding.key;
   if (!key.is_null()) text << ' ' << key.dump();
   if (!finding.index) {
@@ -57,15 +48,15 @@ std::string words(const HwTableAdapter& table, const RowFinding& finding) {
   }
   const char* separator = ": ";
   for (const auto& field : finding.fields) {
-    text << separator << field.field << " is " << VelaAgent::hexText(field.found, 0)
-         << ", should be " << VelaAgent::hexText(field.expected, 0);
+    text << separator << field.field << " is " << hexText(field.found, 0) << ", should be "
+         << hexText(field.expected, 0);
     separator = "; ";
   }
   return text.str();
 }
 
 std::string words(const TableAdapter& table, const Waiting& waiting) {
-  std::string text = nameOf(table) + " " + waiting.key.dump() + ": waits, " +
+  std::string text = table.fullName() + " " + waiting.key.dump() + ": waits, " +
                      VelaSwitchApi::nameOf(waiting.status);
   if (waiting.level) text += " in " + *waiting.level;
   if (waiting.entries) {
@@ -109,7 +100,7 @@ void AuditReport::tell(const TableAdapter& table, const std::string& text) {
   if (everything_ || told_ < toldFindings) {
     out_ << text << '\n';
   } else if (told_ == toldFindings) {
-    out_ << nameOf(table) << ": more is told with --verbose\n";
+    out_ << table.fullName() << ": more is told with --verbose\n";
   }
   ++told_;
 }
@@ -120,7 +111,8 @@ void AuditReport::tellList(const TableAdapter& table, const char* name, const It
                            const LineOf& lineOf) {
   constexpr std::size_t lineItems = 1000;
   for (std::size_t done = 0; done < items.size(); done += lineItems) {
-    Json line = {{"table", table.name()}, {"instance", table.instance()}, {name, Json::array()}};
+    Json line = tableLine(table);
+    line[name] = Json::array();
     for (std::size_t i = done; i < std::min(items.size(), done + lineItems); ++i) {
       line[name].push_back(lineOf(items[i]));
     }
@@ -165,7 +157,7 @@ void AuditReport::auditRows(HwTableAdapter& table) {
     return tellList(table, "disagreeing", disagreeing, [](const Json& key) { return key; });
   }
   for (const Json& key : disagreeing) {
-    tell(table, nameOf(table) + " " + key.dump() + ": its copies disagree");
+    tell(table, table.fullName() + " " + key.dump() + ": its copies disagree");
   }
 }
 
@@ -209,10 +201,9 @@ int audit(const Options& options) {
   SimulatedSwitch chip = writes ? openSaved(options.device) : copySaved(options.device);
   std::optional<SimulatedSwitch> untouched;
   if (options.dryRun) untouched.emplace(chip);
-  Agent agent(profile, chip);
-  agent.make();
+  MadeAgent agent(profile, chip);
   agent.desireBegin();
-  VelaAgent::EventRunner runner(agent);
+  EventRunner runner(agent);
   runner.desiresOnlyIs(true);
   bool good = true;
   for (const std::string& file : options.events) {

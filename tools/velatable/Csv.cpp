@@ -6,8 +6,6 @@
 
 namespace VelaTool {
 
-using VelaAgent::Json;
-
 namespace {
 
 std::string escaped(const std::string& text) {

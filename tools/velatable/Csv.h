@@ -2,7 +2,7 @@
 
 #include <iosfwd>
 
-#include "agent/Json.h"
+#include "Names.h"
 
 namespace VelaTool {
 
@@ -11,7 +11,7 @@ namespace VelaTool {
 class CsvTable {
  public:
   /// Adds a line: an object.
-  void lineIs(const VelaAgent::Json& line);
+  void lineIs(const Json& line);
   /// Writes the head and all lines.
   void write(std::ostream& out) const;
 

@@ -9,18 +9,15 @@
 #include "Commands.h"
 #include "Report.h"
 #include "agent/Profiles.h"
+#include "agent/RouteEntries.h"
 
 namespace VelaTool {
-
-using VelaAgent::Agent;
-using VelaAgent::InputException;
-using VelaAgent::Json;
 
 namespace {
 
 /// Makes the tables of a profile without starting them, and lets `print` look at them.
 int describe(const std::string& profile, const std::function<void(const Agent&)>& print) {
-  VelaDevice::SimulatedSwitch chip;
+  SimulatedSwitch chip;
   Agent agent(VelaAgent::loadProfile(profile), chip);
   agent.make();
   print(agent);

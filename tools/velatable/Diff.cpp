@@ -11,31 +11,26 @@
 
 namespace VelaTool {
 
-using VelaAgent::Agent;
-using VelaAgent::InputException;
-using VelaAgent::Json;
-using VelaDevice::SimulatedSwitch;
-
 namespace {
 
 /// A switch with its entries as its registers hold them.
 struct Decoded {
-  Decoded(const Orb::PtrConst<VelaSwitch::ProfileInfo>& profile, const SimulatedSwitch& original)
+  Decoded(const Profile& profile, const SimulatedSwitch& original)
       : chip(original), agent(profile, chip) {
-    agent.make();
     agent.decode();
   }
   /// The entries, by what they are.
   std::map<Json, Json> entries() const {
     std::map<Json, Json> all;
-    forEachEntry(
-        agent, [&](const VelaAgent::TableAdapter& table, const Json& key, const Json& result) {
-          all[{{"table", table.name()}, {"instance", table.instance()}, {"key", key}}] = result;
-        });
+    forEachEntry(agent, [&](const TableAdapter& table, const Json& key, const Json& result) {
+      Json entry = tableLine(table);
+      entry["key"] = key;
+      all[std::move(entry)] = result;
+    });
     return all;
   }
   SimulatedSwitch chip;
-  Agent agent;
+  MadeAgent agent;
 };
 
 Json fieldsOf(const Json& described) {
@@ -63,8 +58,8 @@ Json differences(const Json& before, const Json& after) {
 
 }  // namespace
 
-SwitchDiff::SwitchDiff(Orb::PtrConst<VelaSwitch::ProfileInfo> profile,
-                       const SimulatedSwitch& before, const SimulatedSwitch& after) {
+SwitchDiff::SwitchDiff(Profile profile, const SimulatedSwitch& before,
+                       const SimulatedSwitch& after) {
   const Decoded a(profile, before);
   const Decoded b(profile, after);
   const auto held = a.entries();
@@ -85,7 +80,7 @@ SwitchDiff::SwitchDiff(Orb::PtrConst<VelaSwitch::ProfileInfo> profile,
     if (table.borrowsRows()) continue;
     for (const auto& [id, hwTable] : table.convertor().hwTables()) {
       const auto& descriptor = hwTable->descriptor();
-      for (VelaAgent::HwIndex index = descriptor.first; index <= descriptor.last; ++index) {
+      for (HwIndex index = descriptor.first; index <= descriptor.last; ++index) {
         if (VelaAgent::heldImage(a.chip, *hwTable, index) ==
             VelaAgent::heldImage(b.chip, *hwTable, index))
           continue;
@@ -172,7 +167,7 @@ int diff(const Options& options) {
     Agent agent(profile, after);
     agent.make();
     agent.start(Agent::Start::restart);
-    VelaAgent::EventRunner runner(agent);
+    EventRunner runner(agent);
     runner.desiresOnlyIs(true);
     for (const std::string& file : options.events) {
       if (!applyFile(file, runner, false)) return exitBadInput;

@@ -2,7 +2,7 @@
 
 #include <iosfwd>
 
-#include "agent/Agent.h"
+#include "Names.h"
 
 namespace VelaTool {
 
@@ -10,8 +10,7 @@ namespace VelaTool {
 class SwitchDiff {
  public:
   /// Neither switch is changed.
-  SwitchDiff(Orb::PtrConst<VelaSwitch::ProfileInfo> profile,
-             const VelaDevice::SimulatedSwitch& before, const VelaDevice::SimulatedSwitch& after);
+  SwitchDiff(Profile profile, const SimulatedSwitch& before, const SimulatedSwitch& after);
 
   U64 entries() const { return entries_.size(); }
   U64 rows() const { return rows_.size(); }
@@ -22,11 +21,11 @@ class SwitchDiff {
  private:
   /// One thing that differs, by field.
   struct Difference {
-    VelaAgent::Json where;   ///< What it is: the same members in both switches.
-    VelaAgent::Json before;  ///< Null where it is in one switch alone.
-    VelaAgent::Json after;
+    Json where;   ///< What it is: the same members in both switches.
+    Json before;  ///< Null where it is in one switch alone.
+    Json after;
   };
-  static VelaAgent::Json line(const char* kind, const Difference& difference);
+  static Json line(const char* kind, const Difference& difference);
   static std::string words(const Difference& difference);
 
   std::vector<Difference> entries_;

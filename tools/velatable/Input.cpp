@@ -7,9 +7,7 @@
 
 namespace VelaTool {
 
-using VelaAgent::InputException;
 using VelaDevice::Memory;
-using VelaDevice::SimulatedSwitch;
 
 namespace {
 
@@ -120,8 +118,7 @@ SimulatedSwitch copySaved(const std::string& device) {
   return open(savedFile(device), Memory::copyOf);
 }
 
-VelaAgent::Json keyFromText(const std::string& table, const std::string& text) {
-  using VelaAgent::Json;
+Json keyFromText(const std::string& table, const std::string& text) {
   if (table == "Route" && text.find_first_of("{[\"") == std::string::npos) {
     const std::size_t colon = text.find(':');
     const std::string vrf = colon == std::string::npos ? "0" : text.substr(0, colon);
@@ -136,7 +133,7 @@ VelaAgent::Json keyFromText(const std::string& table, const std::string& text) {
   }
 }
 
-bool applyFile(const std::string& name, VelaAgent::EventRunner& runner, bool keepGoing) {
+bool applyFile(const std::string& name, EventRunner& runner, bool keepGoing) {
   std::ifstream file;
   if (name != "-") file.open(name);
   std::istream& in = name == "-" ? std::cin : file;

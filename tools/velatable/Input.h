@@ -3,38 +3,38 @@
 #include <fstream>
 #include <optional>
 
+#include "Names.h"
 #include "Options.h"
-#include "agent/Events.h"
 
 /// What commands read and where they write.
 namespace VelaTool {
 
-/// A file to write to, or nothing when no name was given. Throws VelaAgent::InputException when it
+/// A file to write to, or nothing when no name was given. Throws InputException when it
 /// cannot be written.
 std::optional<std::ofstream> outputFile(const std::string& name);
 
-/// Throws VelaAgent::InputException when something that was written did not arrive.
+/// Throws InputException when something that was written did not arrive.
 void finish(std::ostream& out, const std::string& name);
 
-/// Throws VelaAgent::InputException unless all files of events can be read and none of them, nor
+/// Throws InputException unless all files of events can be read and none of them, nor
 /// the device's, is one to write to.
 void checkFiles(const Options& options);
 
 /// The switch of a --device option, a new one if there is none yet.
-VelaDevice::SimulatedSwitch openDevice(const std::string& device);
+SimulatedSwitch openDevice(const std::string& device);
 /// A copy of it: whatever becomes of the copy, a saved switch stays as it is.
-VelaDevice::SimulatedSwitch openCopy(const std::string& device);
+SimulatedSwitch openCopy(const std::string& device);
 /// The saved switch of a --device option, or a copy of it; it must be there.
-VelaDevice::SimulatedSwitch openSaved(const std::string& device);
-VelaDevice::SimulatedSwitch copySaved(const std::string& device);
+SimulatedSwitch openSaved(const std::string& device);
+SimulatedSwitch copySaved(const std::string& device);
 
 /// A key on the command line: JSON, or for routes "ADDRESS", "PREFIX" or one of them behind "VRF:".
-/// Throws VelaAgent::InputException for what is neither.
-VelaAgent::Json keyFromText(const std::string& table, const std::string& text);
+/// Throws InputException for what is neither.
+Json keyFromText(const std::string& table, const std::string& text);
 
 /// Applies all events of one input, "-" for standard input. Bad lines are told on standard error
 /// with file and line; the first ends it unless `keepGoing`. Returns whether every line was good.
-/// Throws VelaAgent::InputException when the input cannot be read.
-bool applyFile(const std::string& name, VelaAgent::EventRunner& runner, bool keepGoing);
+/// Throws InputException when the input cannot be read.
+bool applyFile(const std::string& name, EventRunner& runner, bool keepGoing);
 
 }  // namespace VelaTool

@@ -9,17 +9,10 @@
 
 namespace VelaTool {
 
-using VelaAgent::Agent;
-using VelaAgent::InputException;
-using VelaAgent::Json;
-using VelaAgent::TableAdapter;
-using VelaDevice::SimulatedSwitch;
-
 int decode(const Options& options, const std::string& name) {
   const auto profile = VelaAgent::loadProfile(options.profile);
   SimulatedSwitch chip = copySaved(options.device);
-  Agent agent(profile, chip);
-  agent.make();
+  MadeAgent agent(profile, chip);
   if (!name.empty()) agent.table(name, 0);
   agent.decode();
   bool first = true;
@@ -32,10 +25,10 @@ int decode(const Options& options, const std::string& name) {
       if (name.empty() && !options.levels && !agent.routesAt(*table, key).empty()) return;
       any = true;
       if (options.csv) {
-        csv.lineIs({{"table", table->name()},
-                    {"instance", table->instance()},
-                    {"key", key},
-                    {"result", result}});
+        Json line = tableLine(*table);
+        line["key"] = key;
+        line["result"] = result;
+        csv.lineIs(line);
       } else {
         std::cout << eventLine(*table, key, result).dump() << '\n';
       }
@@ -52,9 +45,8 @@ int decode(const Options& options, const std::string& name) {
 int lookup(const Options& options, const std::string& table, const std::vector<std::string>& keys) {
   const auto profile = VelaAgent::loadProfile(options.profile);
   SimulatedSwitch chip = options.hits ? openSaved(options.device) : copySaved(options.device);
-  Agent agent(profile, chip);
-  agent.make();
-  VelaAgent::EventRunner runner(agent);
+  MadeAgent agent(profile, chip);
+  EventRunner runner(agent);
   runner.explainIs(options.explain);
   runner.resultListenerIs([](const Json& line) { std::cout << line.dump() << '\n'; });
   for (const std::string& key : keys) {

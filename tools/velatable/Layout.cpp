@@ -10,12 +10,7 @@
 
 namespace VelaTool {
 
-using VelaAgent::Agent;
-using VelaAgent::HwTableAdapter;
-using VelaAgent::InputException;
-using VelaAgent::Json;
 using VelaAgent::RowImage;
-using VelaSwitchApi::HwTableConfig;
 using VelaSwitchApi::RowField;
 
 namespace {
@@ -67,7 +62,7 @@ void writeFields(const Agent& agent, const HwTableConfig& hwTable,
 
 /// A key on a switch that has nothing else, and what it makes of the row that it gets.
 struct PackedKey {
-  VelaAgent::HwIndex index;
+  HwIndex index;
   RowImage image;
 };
 
@@ -87,7 +82,7 @@ class KeyPacker {
     return packed;
   }
   /// The first hardware table that has the row.
-  HwTableConfig& hwTableOf(VelaAgent::HwIndex index) const {
+  HwTableConfig& hwTableOf(HwIndex index) const {
     for (const auto& [id, hwTable] : table_.convertor().hwTables()) {
       if (HwTableAdapter::holds(*hwTable, index)) return *hwTable;
     }
@@ -172,16 +167,15 @@ void writeKeyBits(KeyPacker& packer, const PackedKey& packed, const Json& key) {
 }  // namespace
 
 int layout(const Options& options, const std::string& name, const std::string& keyText) {
-  VelaDevice::SimulatedSwitch chip;
-  Agent agent(VelaAgent::loadProfile(options.profile), chip);
-  agent.make();
+  SimulatedSwitch chip;
+  MadeAgent agent(VelaAgent::loadProfile(options.profile), chip);
   auto* table = agent.table(name, 0).hardware();
   if (!table) throw InputException("table " + name + " has no rows of its own");
   if (table->convertor().hwTables().empty()) {
     std::cout << table->name() << " has no rows in hardware\n";
     return exitGood;
   }
-  const auto tell = [&](const HwTableConfig& hwTable, VelaAgent::HwIndex index,
+  const auto tell = [&](const HwTableConfig& hwTable, HwIndex index,
                         const std::optional<RowImage>& image) {
     writeFields(agent, hwTable,
                 table->convertor().rowLayout(hwTable.descriptor().identity.id, index), image);

@@ -9,14 +9,6 @@
 
 namespace VelaTool {
 
-using VelaAgent::Agent;
-using VelaAgent::hexText;
-using VelaAgent::HwIndex;
-using VelaAgent::HwTableAdapter;
-using VelaAgent::Json;
-using VelaAgent::TableAdapter;
-using VelaSwitchApi::HwTableConfig;
-
 namespace {
 
 U32 capacity(const HwTableAdapter& table) {
@@ -35,11 +27,10 @@ U32 peak(const HwTableAdapter& table) {
 Json rowLine(const Agent& agent, const HwTableAdapter& table, const HwTableConfig& hwTable,
              HwIndex index, const Json& key) {
   const auto& descriptor = hwTable.descriptor();
-  Json line = {{"table", table.name()},
-               {"instance", table.instance()},
-               {"hwTable", descriptor.identity.name},
-               {"hwTableId", descriptor.identity.id},
-               {"index", index}};
+  Json line = tableLine(table);
+  line["hwTable"] = descriptor.identity.name;
+  line["hwTableId"] = descriptor.identity.id;
+  line["index"] = index;
   if (const auto location = table.location(index)) {
     line["way"] = location->way;
     line["row"] = location->row;
@@ -104,11 +95,10 @@ void writeRows(std::ostream& out, const Agent& agent, bool all) {
 void writeStatuses(std::ostream& out, const Agent& agent) {
   for (const TableAdapter* table : agent.announced()) {
     for (const auto& status : table->statuses()) {
-      const Json line = {{"table", table->name()},
-                         {"instance", table->instance()},
-                         {"key", status.key},
-                         {"status", VelaSwitchApi::nameOf(status.status)},
-                         {"lastHit", status.lastHit.value()}};
+      Json line = tableLine(*table);
+      line["key"] = status.key;
+      line["status"] = VelaSwitchApi::nameOf(status.status);
+      line["lastHit"] = status.lastHit.value();
       out << line.dump() << '\n';
     }
   }
@@ -137,7 +127,7 @@ bool tellDamage(std::ostream& out, const Agent& agent, bool everything, const st
     const auto corrupt = table->corruptRows();
     const auto disagreeing = table->disagreeingKeys();
     const auto stray = table->strayRows();
-    const std::string name = table->name() + "/" + std::to_string(table->instance());
+    const std::string name = table->fullName();
     std::string sums;
     const auto add = [&](std::size_t number, const char* one, const char* several) {
       if (number == 0) return;
@@ -184,9 +174,11 @@ Json summaryJson(const Agent& agent, const RunFigures& figures) {
   U64 moves = 0;
   Json tables = Json::array();
   for (TableAdapter* table : agent.announced()) {
-    Json line = {{"table", table->name()},          {"instance", table->instance()},
-                 {"entries", table->entries()},     {"programmed", table->programmed()},
-                 {"unclaimed", table->unclaimed()}, {"waiting", table->waiting()}};
+    Json line = tableLine(*table);
+    line["entries"] = table->entries();
+    line["programmed"] = table->programmed();
+    line["unclaimed"] = table->unclaimed();
+    line["waiting"] = table->waiting();
     if (const HwTableAdapter* hardware = table->hardware()) {
       if (!hardware->borrowsRows()) moves += table->moves();
       line["peak"] = peak(*hardware);
@@ -293,7 +285,7 @@ void writeTables(std::ostream& out, const Agent& agent, unsigned width) {
                       "ways", "capacity"),
                width);
   for (const auto& table : agent.tables()) {
-    const std::string name = table->name() + "/" + std::to_string(table->instance());
+    const std::string name = table->fullName();
     if (table->convertor().hwTables().empty()) {
       writeWrapped(out, format("%-26s %-22s", name.c_str(), "(none: kept in software)"), width);
     }

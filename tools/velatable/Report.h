@@ -2,8 +2,7 @@
 
 #include <iosfwd>
 
-#include "agent/Agent.h"
-#include "agent/Events.h"
+#include "Names.h"
 
 /// What the tool prints about a run and about tables.
 namespace VelaTool {
@@ -24,35 +23,33 @@ struct RunFigures {
 
 /// The rows that hold an entry, or something else than their table holds without one; with `all`
 /// each that was written.
-void writeRows(std::ostream& out, const VelaAgent::Agent& agent, bool all);
+void writeRows(std::ostream& out, const Agent& agent, bool all);
 /// One line for each entry's status.
-void writeStatuses(std::ostream& out, const VelaAgent::Agent& agent);
+void writeStatuses(std::ostream& out, const Agent& agent);
 /// One line of the writes listing.
-VelaAgent::Json writeLine(const VelaAgent::Agent& agent, U64 sequence, U64 event,
-                          const VelaAgent::Recorder::RowWrite& write);
+Json writeLine(const Agent& agent, U64 sequence, U64 event,
+               const VelaAgent::Recorder::RowWrite& write);
 
 /// Calls `visit(table, key, result)` for every entry: whole routes, and of the levels' entries
 /// those that no route stands for.
-using EntryVisitor = std::function<void(const VelaAgent::TableAdapter&, const VelaAgent::Json& key,
-                                        const VelaAgent::Json& result)>;
-void forEachEntry(const VelaAgent::Agent& agent, const EntryVisitor& visit);
+using EntryVisitor = std::function<void(const TableAdapter&, const Json& key, const Json& result)>;
+void forEachEntry(const Agent& agent, const EntryVisitor& visit);
 /// The event that announces an entry.
-VelaAgent::Json eventLine(const VelaAgent::TableAdapter& table, const VelaAgent::Json& key,
-                          const VelaAgent::Json& result);
+Json eventLine(const TableAdapter& table, const Json& key, const Json& result);
 
 /// After a restart, and before anything is written: how many rows of each table are corrupt, differ
 /// between copies or are no entry's; with `everything` which ones. Returns whether there are any.
-bool tellDamage(std::ostream& out, const VelaAgent::Agent& agent, bool everything,
+bool tellDamage(std::ostream& out, const Agent& agent, bool everything,
                 const std::string& only = {});
 
 /// What the run came to, as one JSON object or in words.
-VelaAgent::Json summaryJson(const VelaAgent::Agent& agent, const RunFigures& figures);
-void writeSummary(std::ostream& out, const VelaAgent::Agent& agent, const RunFigures& figures);
+Json summaryJson(const Agent& agent, const RunFigures& figures);
+void writeSummary(std::ostream& out, const Agent& agent, const RunFigures& figures);
 
 /// No line is longer than `width`, as far as words can be parted.
-void writeTables(std::ostream& out, const VelaAgent::Agent& agent, unsigned width);
+void writeTables(std::ostream& out, const Agent& agent, unsigned width);
 /// The registers of a hardware table: the block of its first row and the names in it; a single one
 /// as a whole path.
-std::string registersOf(const VelaAgent::Agent& agent, const VelaSwitchApi::HwTableConfig& hwTable);
+std::string registersOf(const Agent& agent, const HwTableConfig& hwTable);
 
 }  // namespace VelaTool

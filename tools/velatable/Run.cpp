@@ -8,12 +8,9 @@
 #include "Input.h"
 #include "Report.h"
 #include "agent/Profiles.h"
+#include "agent/Registry.h"
 
 namespace VelaTool {
-
-using VelaAgent::Agent;
-using VelaAgent::InputException;
-using VelaAgent::Json;
 
 namespace {
 
@@ -84,106 +81,157 @@ class Story {
   U64 told_ = 0;
 };
 
+/// One run on a device.
+class Run {
+ public:
+  explicit Run(const Options& options);
+  /// Applies the events and tells what came of them; returns the exit code.
+  int operator()();
+
+ private:
+  void start();
+  void tellEvents();
+  bool applyEvents();
+  bool reconcile(bool good);
+  void takeFigures();
+  void report();
+  void finishFiles();
+
+  const Options& options_;
+  Profile profile_ = VelaAgent::loadProfile(options_.profile);
+  SimulatedSwitch chip_;
+  std::optional<SimulatedSwitch> untouched_;  ///< Of a dry run: the device as it was.
+  bool restart_ = chip_.used();
+  std::optional<std::ofstream> rows_ = outputFile(options_.rows);
+  std::optional<std::ofstream> writes_ = outputFile(options_.writes);
+  std::optional<std::ofstream> statuses_ = outputFile(options_.status);
+  Outputs outputs_{options_};
+  std::chrono::steady_clock::time_point begin_ = std::chrono::steady_clock::now();
+  MadeAgent agent_{profile_, chip_};
+  EventRunner runner_{agent_};
+  RunFigures figures_;
+  U64 sequence_ = 0;       ///< Row writes that were told.
+  bool applying_ = false;  ///< Writes are some event's.
+};
+
+SimulatedSwitch deviceOf(const Options& options) {
+  checkFiles(options);
+  return options.dryRun ? openCopy(options.device) : openDevice(options.device);
+}
+
+Run::Run(const Options& options) : options_(options), chip_(deviceOf(options)) {
+  if (options_.dryRun) untouched_.emplace(chip_);
+}
+
+void Run::start() {
+  if (writes_) {
+    agent_.recorder().listenerIs([this](const auto& write) {
+      const U64 event = applying_ ? runner_.eventNumber() : 0;
+      *writes_ << writeLine(agent_, ++sequence_, event, write).dump() << '\n';
+    });
+  }
+  agent_.start(restart_ ? Agent::Start::restart : Agent::Start::fresh);
+  if (restart_) tellDamage(std::cerr, agent_, options_.verbose);
+  figures_.dryRun = options_.dryRun;
+  figures_.startRowWrites = agent_.recorder().rowWrites();
+}
+
+void Run::tellEvents() {
+  runner_.explainIs(options_.explain);
+  runner_.warnOfRepeatsIs(options_.verbose);
+  runner_.resultListenerIs([this](const Json& line) {
+    if (outputs_.results) *outputs_.results << line.dump() << '\n';
+  });
+  if (outputs_.json) return;
+  if (options_.dryRun) std::cout << "Dry run: this is what the events would do.\n\n";
+  runner_.storyListenerIs(Story(std::cout, options_.verbose));
+}
+
+bool Run::applyEvents() {
+  applying_ = true;
+  bool good = true;
+  const std::vector<std::string> standardInput{"-"};
+  for (const std::string& file : options_.events.empty() ? standardInput : options_.events) {
+    good = applyFile(file, runner_, options_.keepGoing) && good;
+    if (!good && !options_.keepGoing) break;
+  }
+  // What follows is nobody's announcement; a desired state that was not read to its end says
+  // nothing of what is not desired.
+  applying_ = false;
+  if (restart_ && good) runner_.complete();
+  return good;
+}
+
+/// Returns whether all is good still.
+bool Run::reconcile(bool good) {
+  if (options_.reconcile.empty()) return good;
+  const char* refusal =
+      !good ? "not all events could be read"
+      : agent_.announcedEntries() == 0 && options_.reconcile != allowEmpty
+          ? "the events announce no entry, and all would go (--reconcile=empty if that is meant)"
+          : nullptr;
+  if (refusal) {
+    std::cout << std::flush;
+    std::cerr << "velatable: nothing is reconciled: " << refusal << '\n';
+    return false;
+  }
+  figures_.reconciled = runner_.reconcile();
+  return true;
+}
+
+void Run::takeFigures() {
+  const auto end = std::chrono::steady_clock::now();
+  figures_.seconds = std::chrono::duration<double>(end - begin_).count();
+  figures_.events = runner_.eventNumber();
+  figures_.repeats = runner_.repeats();
+  figures_.refusals = runner_.refusals();
+  figures_.admissions = runner_.admissions();
+  figures_.refused = runner_.refused();
+  figures_.unmet = runner_.unmet();
+}
+
+void Run::report() {
+  if (rows_) writeRows(*rows_, agent_, options_.allRows);
+  if (statuses_) writeStatuses(*statuses_, agent_);
+  if (untouched_) {
+    if (!outputs_.json) std::cout << "\nThe run would change this:\n";
+    std::ostream& lines = outputs_.json && outputs_.results ? *outputs_.results : std::cout;
+    SwitchDiff(profile_, *untouched_, chip_).tell(lines, outputs_.json, options_.verbose);
+  }
+  if (outputs_.json) {
+    std::cout << summaryJson(agent_, figures_).dump() << '\n';
+  } else {
+    writeSummary(std::cout, agent_, figures_);
+  }
+}
+
+void Run::finishFiles() {
+  for (const auto& [file, name] : {std::pair{&rows_, &options_.rows},
+                                   {&writes_, &options_.writes},
+                                   {&statuses_, &options_.status},
+                                   {&outputs_.file, &options_.results}}) {
+    if (*file) finish(**file, *name);
+  }
+}
+
+int Run::operator()() {
+  start();
+  tellEvents();
+  const bool good = reconcile(applyEvents());
+  takeFigures();
+  report();
+  finishFiles();
+  if (!good) return exitBadInput;
+  return figures_.refusals > 0 || figures_.unmet > 0 ? exitRefused : exitGood;
+}
+
 }  // namespace
 
 int run(const Options& options) {
   StderrSink traceSink;
   Twinlog::sinkIs(&traceSink);
   if (!options.trace.empty()) traceIs(options.trace);
-  const auto profile = VelaAgent::loadProfile(options.profile);
-  checkFiles(options);
-
-  VelaDevice::SimulatedSwitch chip =
-      options.dryRun ? openCopy(options.device) : openDevice(options.device);
-  std::optional<VelaDevice::SimulatedSwitch> untouched;
-  if (options.dryRun) untouched.emplace(chip);
-  const bool restart = chip.used();
-  auto rows = outputFile(options.rows);
-  auto writes = outputFile(options.writes);
-  auto statuses = outputFile(options.status);
-  Outputs outputs(options);
-
-  const auto begin = std::chrono::steady_clock::now();
-  Agent agent(profile, chip);
-  agent.make();
-  VelaAgent::EventRunner runner(agent);
-  U64 sequence = 0;
-  bool applying = false;  // writes are some event's
-  if (writes) {
-    agent.recorder().listenerIs([&](const auto& write) {
-      const U64 event = applying ? runner.eventNumber() : 0;
-      *writes << writeLine(agent, ++sequence, event, write).dump() << '\n';
-    });
-  }
-  agent.start(restart ? Agent::Start::restart : Agent::Start::fresh);
-  if (restart) tellDamage(std::cerr, agent, options.verbose);
-  RunFigures figures;
-  figures.dryRun = options.dryRun;
-  figures.startRowWrites = agent.recorder().rowWrites();
-
-  runner.explainIs(options.explain);
-  runner.warnOfRepeatsIs(options.verbose);
-  runner.resultListenerIs([&](const Json& line) {
-    if (outputs.results) *outputs.results << line.dump() << '\n';
-  });
-  if (!outputs.json && options.dryRun) {
-    std::cout << "Dry run: this is what the events would do.\n\n";
-  }
-  if (!outputs.json) runner.storyListenerIs(Story(std::cout, options.verbose));
-
-  applying = true;
-  bool good = true;
-  const std::vector<std::string> standardInput{"-"};
-  for (const std::string& file : options.events.empty() ? standardInput : options.events) {
-    good = applyFile(file, runner, options.keepGoing) && good;
-    if (!good && !options.keepGoing) break;
-  }
-  // What follows is nobody's announcement; a desired state that was not read to its end says
-  // nothing of what is not desired.
-  applying = false;
-  if (restart && good) runner.complete();
-  if (!options.reconcile.empty()) {
-    const char* refusal =
-        !good ? "not all events could be read"
-        : agent.announcedEntries() == 0 && options.reconcile != allowEmpty
-            ? "the events announce no entry, and all would go (--reconcile=empty if that is meant)"
-            : nullptr;
-    if (refusal) {
-      good = false;
-      std::cout << std::flush;
-      std::cerr << "velatable: nothing is reconciled: " << refusal << '\n';
-    } else {
-      figures.reconciled = runner.reconcile();
-    }
-  }
-
-  figures.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
-  figures.events = runner.eventNumber();
-  figures.repeats = runner.repeats();
-  figures.refusals = runner.refusals();
-  figures.admissions = runner.admissions();
-  figures.refused = runner.refused();
-  figures.unmet = runner.unmet();
-  if (rows) writeRows(*rows, agent, options.allRows);
-  if (statuses) writeStatuses(*statuses, agent);
-  if (untouched) {
-    if (!outputs.json) std::cout << "\nThe run would change this:\n";
-    std::ostream& lines = outputs.json && outputs.results ? *outputs.results : std::cout;
-    SwitchDiff(profile, *untouched, chip).tell(lines, outputs.json, options.verbose);
-  }
-  if (outputs.json) {
-    std::cout << summaryJson(agent, figures).dump() << '\n';
-  } else {
-    writeSummary(std::cout, agent, figures);
-  }
-  for (const auto& [file, name] : {std::pair{&rows, &options.rows},
-                                   {&writes, &options.writes},
-                                   {&statuses, &options.status},
-                                   {&outputs.file, &options.results}}) {
-    if (*file) finish(**file, *name);
-  }
-  if (!good) return exitBadInput;
-  return figures.refusals > 0 || figures.unmet > 0 ? exitRefused : exitGood;
+  return Run(options)();
 }
 
 }  // namespace VelaTool

@@ -10,12 +10,6 @@
 
 namespace VelaTool {
 
-using VelaAgent::Agent;
-using VelaAgent::InputException;
-using VelaAgent::Json;
-using VelaAgent::TableAdapter;
-using VelaDevice::SimulatedSwitch;
-
 namespace {
 
 /// What an entry's fields say of one thing. The names of fields mean the same in all tables, so
@@ -96,7 +90,7 @@ class Collector {
     const auto place = hardware ? hardware->place(key) : std::nullopt;
     if (!place) return rows;
     for (const auto& [id, hwTable] : hardware->convertor().hwTables()) {
-      if (!VelaAgent::HwTableAdapter::holds(*hwTable, place->index)) continue;
+      if (!HwTableAdapter::holds(*hwTable, place->index)) continue;
       Json row = describeRow(agent_.chip(), *hardware, id, place->index);
       if (row.is_null()) continue;
       row.erase("table");
@@ -124,7 +118,7 @@ U64 numberOf(const std::string& text, const char* what, U64 first, U64 last) {
 /// What the data path makes of a flow or of a route's address, table by table.
 Json asked(Agent& agent, const std::string& table, const Json& key) {
   Json line;
-  VelaAgent::EventRunner runner(agent);
+  EventRunner runner(agent);
   runner.explainIs(true);
   runner.resultListenerIs([&](const Json& result) { line = result; });
   runner.apply(Json{{"op", "lookup"}, {"table", table}, {"key", key}});
@@ -182,8 +176,7 @@ void writeCsv(std::ostream& out, const Json& shown) {
 int show(const Options& options, const std::string& kind, const std::string& id) {
   const auto profile = VelaAgent::loadProfile(options.profile);
   SimulatedSwitch chip = copySaved(options.device);
-  Agent agent(profile, chip);
-  agent.make();
+  MadeAgent agent(profile, chip);
   agent.decode();
   Collector collector(agent);
   Json shown = {{kind, id}};

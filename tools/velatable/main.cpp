@@ -2,12 +2,14 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
+#include <functional>
 #include <iostream>
 
 #include "Commands.h"
 #include "Input.h"
 #include "Orb/Assert.h"
-#include "agent/RouteAdapter.h"
+#include "agent/RouteEntries.h"
 
 namespace {
 
@@ -40,149 +42,211 @@ void refuseUnknownCommand(const CLI::App& app, int argc, char** argv) {
                                   VelaAgent::suggestion(argv[1], names) + "; there are:" + list);
 }
 
+/// The command line: the commands, and what each is told.
+class CommandLine {
+ public:
+  CommandLine();
+  /// Reads the arguments; returns an exit code when that is all.
+  std::optional<int> parse(int argc, char** argv);
+  /// Carries out the command.
+  int operator()() const;
+
+ private:
+  using Action = std::function<int()>;
+  using Commands = std::initializer_list<CLI::App*>;
+
+  CLI::App* add(const char* name, const char* description, Action action) {
+    CLI::App* command = app_.add_subcommand(name, description);
+    actions_.emplace_back(command, std::move(action));
+    return command;
+  }
+  CLI::App* addRun();
+  CLI::App* addDecode();
+  CLI::App* addLookup();
+  CLI::App* addShow();
+  CLI::App* addAudit();
+  CLI::App* addDiff();
+  CLI::App* addLayout();
+  void addRoutes();
+
+  CLI::App app_{"velatable: runs the table layer of a switch from an events file"};
+  std::vector<std::pair<CLI::App*, Action>> actions_;
+  Options options_;
+  std::string name_;
+  std::string key_;
+  std::string kind_;
+  std::vector<std::string> keys_;
+  std::string routesFile_;
+  U32 vrf_ = 0;
+  U32 nexthops_ = VelaAgent::nexthopNumbers;
+};
+
+CLI::App* CommandLine::addRun() {
+  CLI::App* command =
+      add("run", "start every table of the profile, apply the events, print a summary",
+          [this] { return run(options_); });
+  command->add_option("events", options_.events,
+                      "files of events, JSON lines; - is standard input");
+  command
+      ->add_option("--device", options_.device,
+                   "sim, or sim:FILE to keep the switch; an existing FILE is a restart")
+      ->capture_default_str();
+  command
+      ->add_flag("--reconcile{announced}", options_.reconcile,
+                 "the events are all that is desired: remove what else FILE held; =empty allows "
+                 "that they announce nothing")
+      ->check(CLI::IsMember({"announced", allowEmpty}));
+  command->add_option("--rows", options_.rows, "write the rows at the end to this file");
+  command->add_flag("--all-rows", options_.allRows, "with --rows: all that were written");
+  command->add_option("--writes", options_.writes, "write every row write to this file");
+  command->add_option("--status", options_.status, "write the entries' status to this file");
+  command->add_option("--results", options_.results,
+                      "write lookups, audits and refusals to this file; - is standard output, "
+                      "where everything is JSON then, as it is when that is no terminal");
+  command->add_option("--trace", options_.trace, "HANDLE[/LEVEL][,…]: trace to standard error");
+  command->add_flag("--json", options_.json, "print the summary as one JSON object");
+  command->add_flag("--explain", options_.explain,
+                    "say what a refused entry competes with, and what a lookup asked");
+  return command;
+}
+
+CLI::App* CommandLine::addDecode() {
+  CLI::App* command =
+      add("decode", "print the entries that a saved switch holds, from its registers alone",
+          [this] { return decode(options_, name_); });
+  command->add_option("table", name_, "table; all of them when none is named");
+  command->add_flag("--levels", options_.levels, "entries of route levels as well");
+  return command;
+}
+
+CLI::App* CommandLine::addLookup() {
+  CLI::App* command = add("lookup", "ask the data path of a saved switch, which stays as it is",
+                          [this] { return lookup(options_, name_, keys_); });
+  command->add_option("table", name_, "table, or Flow, Multicast, LagMember")->required();
+  command->add_option("keys", keys_, "JSON each; for Route also ADDRESS or VRF:ADDRESS")
+      ->required();
+  command->add_flag("--explain", options_.explain, "the tables asked, their rows and fields");
+  command->add_flag("--hits", options_.hits, "let the lookups set hit bits in the saved switch");
+  return command;
+}
+
+CLI::App* CommandLine::addShow() {
+  CLI::App* command =
+      add("show", "everything that a saved switch holds of one thing, across its tables",
+          [this] { return show(options_, kind_, key_); });
+  command->add_option("kind", kind_, "vlan, port, nexthop, flow or route")->required();
+  command
+      ->add_option("id", key_, "a number; L3LAG/REWRITE; a flow as JSON; [VRF:]ADDRESS or PREFIX")
+      ->required();
+  return command;
+}
+
+CLI::App* CommandLine::addAudit() {
+  CLI::App* command =
+      add("audit", "compare a saved switch with what events desire; exit code 1 when they differ",
+          [this] { return audit(options_); });
+  command->add_option("--events", options_.events, "files of events, JSON lines")->required();
+  command->add_flag("--repair", options_.repair, "write the rows that differ");
+  return command;
+}
+
+CLI::App* CommandLine::addDiff() {
+  CLI::App* command = add("diff",
+                          "compare two saved switches, or one with what it would be if events "
+                          "were all that is desired; exit code 1 when they differ",
+                          [this] { return diff(options_); });
+  command->add_option("--device", options_.devices, "sim:FILE, once or twice")
+      ->required()
+      ->allow_extra_args(false);
+  command->add_option("--events", options_.events, "files of events, JSON lines");
+  return command;
+}
+
+CLI::App* CommandLine::addLayout() {
+  CLI::App* command = add("layout", "print the row layout of a table",
+                          [this] { return layout(options_, name_, key_); });
+  command->add_option("table", name_, "table")->required();
+  command->add_option("--row", key_, "a key: what it makes of its row, bit by bit");
+  return command;
+}
+
+void CommandLine::addRoutes() {
+  CLI::App* command = add("routes", "turn a list of prefixes into Route events",
+                          [this] { return routes(routesFile_, vrf_, nexthops_); });
+  command
+      ->add_option("file", routesFile_, "lines of a.b.c.d/len, optionally with a next hop's number")
+      ->required();
+  command->add_option("--vrf", vrf_, "the routes' VRF")
+      ->check(CLI::Range(0, 255))
+      ->capture_default_str();
+  command->add_option("--nexthops", nexthops_, "how many next hops the routes without one share")
+      ->check(CLI::Range(U32{1}, VelaAgent::nexthopNumbers))
+      ->capture_default_str();
+}
+
+CommandLine::CommandLine() {
+  app_.require_subcommand(1);
+  CLI::App* run = addRun();
+  CLI::App* decode = addDecode();
+  CLI::App* lookup = addLookup();
+  CLI::App* show = addShow();
+  CLI::App* audit = addAudit();
+  CLI::App* diff = addDiff();
+  add("profiles", "list the built-in profiles, or print one as JSON", [this] {
+    return profiles(name_);
+  })->add_option("name", name_, "profile");
+  CLI::App* tables =
+      add("tables", "list the tables of a profile", [this] { return VelaTool::tables(options_); });
+  CLI::App* layout = addLayout();
+  addRoutes();
+
+  for (CLI::App* each : Commands{decode, lookup, show, audit}) {
+    each->add_option("--device", options_.device, "sim:FILE, the saved switch")->required();
+  }
+  for (CLI::App* each : Commands{run, decode, lookup, show, audit, diff, tables, layout}) {
+    each->add_option("--profile", options_.profile, "built-in profile or JSON file")
+        ->capture_default_str();
+  }
+  for (CLI::App* each : Commands{show, audit, diff}) {
+    each->add_flag("--json", options_.json, "print JSON");
+  }
+  for (CLI::App* each : Commands{decode, show}) {
+    each->add_flag("--csv", options_.csv, "print a table for a spreadsheet");
+  }
+  for (CLI::App* each : Commands{run, audit}) {
+    each->add_flag("--keep-going", options_.keepGoing, "report a bad event and go on");
+    each->add_flag("--dry-run", options_.dryRun, "say what would change, and change nothing");
+  }
+  audit->get_option("--dry-run")->needs("--repair");
+  for (CLI::App* each : Commands{run, show, audit, diff}) {
+    each->add_flag("-v,--verbose", options_.verbose, "tell everything");
+  }
+}
+
+std::optional<int> CommandLine::parse(int argc, char** argv) {
+  try {
+    refuseUnknownCommand(app_, argc, argv);
+    app_.parse(argc, argv);
+  } catch (const CLI::ParseError& error) {
+    return app_.exit(error) == 0 ? exitGood : exitBadInput;
+  }
+  return std::nullopt;
+}
+
+int CommandLine::operator()() const {
+  const auto asked = std::find_if(actions_.begin(), actions_.end(),
+                                  [](const auto& each) { return each.first->parsed(); });
+  return asked->second();
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
   standardStreamsAreOpen();
   Orb::assertHandlerIs(throwFatal);
-  CLI::App app{"velatable: runs the table layer of a switch from an events file"};
-  app.require_subcommand(1);
-
-  Options options;
-  std::string name;
-  std::string key;
-  std::string kind;
-  std::vector<std::string> keys;
-
-  CLI::App* runCommand = app.add_subcommand(
-      "run", "start every table of the profile, apply the events, print a summary");
-  runCommand->add_option("events", options.events,
-                         "files of events, JSON lines; - is standard input");
-  runCommand
-      ->add_option("--device", options.device,
-                   "sim, or sim:FILE to keep the switch; an existing FILE is a restart")
-      ->capture_default_str();
-  runCommand
-      ->add_flag("--reconcile{announced}", options.reconcile,
-                 "the events are all that is desired: remove what else FILE held; =empty allows "
-                 "that they announce nothing")
-      ->check(CLI::IsMember({"announced", allowEmpty}));
-  runCommand->add_option("--rows", options.rows, "write the rows at the end to this file");
-  runCommand->add_flag("--all-rows", options.allRows, "with --rows: all that were written");
-  runCommand->add_option("--writes", options.writes, "write every row write to this file");
-  runCommand->add_option("--status", options.status, "write the entries' status to this file");
-  runCommand->add_option("--results", options.results,
-                         "write lookups, audits and refusals to this file; - is standard output, "
-                         "where everything is JSON then, as it is when that is no terminal");
-  runCommand->add_option("--trace", options.trace, "HANDLE[/LEVEL][,…]: trace to standard error");
-  runCommand->add_flag("--json", options.json, "print the summary as one JSON object");
-  runCommand->add_flag("--explain", options.explain,
-                       "say what a refused entry competes with, and what a lookup asked");
-
-  CLI::App* decodeCommand = app.add_subcommand(
-      "decode", "print the entries that a saved switch holds, from its registers alone");
-  decodeCommand->add_option("table", name, "table; all of them when none is named");
-  decodeCommand->add_flag("--levels", options.levels, "entries of route levels as well");
-
-  CLI::App* lookupCommand =
-      app.add_subcommand("lookup", "ask the data path of a saved switch, which stays as it is");
-  lookupCommand->add_option("table", name, "table, or Flow, Multicast, LagMember")->required();
-  lookupCommand->add_option("keys", keys, "JSON each; for Route also ADDRESS or VRF:ADDRESS")
-      ->required();
-  lookupCommand->add_flag("--explain", options.explain, "the tables asked, their rows and fields");
-  lookupCommand->add_flag("--hits", options.hits,
-                          "let the lookups set hit bits in the saved switch");
-
-  CLI::App* showCommand = app.add_subcommand(
-      "show", "everything that a saved switch holds of one thing, across its tables");
-  showCommand->add_option("kind", kind, "vlan, port, nexthop, flow or route")->required();
-  showCommand
-      ->add_option("id", key, "a number; L3LAG/REWRITE; a flow as JSON; [VRF:]ADDRESS or PREFIX")
-      ->required();
-
-  CLI::App* auditCommand = app.add_subcommand(
-      "audit", "compare a saved switch with what events desire; exit code 1 when they differ");
-  auditCommand->add_option("--events", options.events, "files of events, JSON lines")->required();
-  auditCommand->add_flag("--repair", options.repair, "write the rows that differ");
-
-  CLI::App* diffCommand = app.add_subcommand(
-      "diff",
-      "compare two saved switches, or one with what it would be if events were all that "
-      "is desired; exit code 1 when they differ");
-  diffCommand->add_option("--device", options.devices, "sim:FILE, once or twice")
-      ->required()
-      ->allow_extra_args(false);
-  diffCommand->add_option("--events", options.events, "files of events, JSON lines");
-
-  CLI::App* profilesCommand =
-      app.add_subcommand("profiles", "list the built-in profiles, or print one as JSON");
-  profilesCommand->add_option("name", name, "profile");
-  CLI::App* tablesCommand = app.add_subcommand("tables", "list the tables of a profile");
-  CLI::App* layoutCommand = app.add_subcommand("layout", "print the row layout of a table");
-  layoutCommand->add_option("table", name, "table")->required();
-  layoutCommand->add_option("--row", key, "a key: what it makes of its row, bit by bit");
-  std::string routesFile;
-  U32 vrf = 0;
-  U32 nexthops = VelaAgent::nexthopNumbers;
-  CLI::App* routesCommand =
-      app.add_subcommand("routes", "turn a list of prefixes into Route events");
-  routesCommand
-      ->add_option("file", routesFile, "lines of a.b.c.d/len, optionally with a next hop's number")
-      ->required();
-  routesCommand->add_option("--vrf", vrf, "the routes' VRF")
-      ->check(CLI::Range(0, 255))
-      ->capture_default_str();
-  routesCommand
-      ->add_option("--nexthops", nexthops, "how many next hops the routes without one share")
-      ->check(CLI::Range(U32{1}, VelaAgent::nexthopNumbers))
-      ->capture_default_str();
-
-  for (CLI::App* each : {decodeCommand, lookupCommand, showCommand, auditCommand}) {
-    each->add_option("--device", options.device, "sim:FILE, the saved switch")->required();
-  }
-  for (CLI::App* each : {runCommand, decodeCommand, lookupCommand, showCommand, auditCommand,
-                         diffCommand, tablesCommand, layoutCommand}) {
-    each->add_option("--profile", options.profile, "built-in profile or JSON file")
-        ->capture_default_str();
-  }
-  for (CLI::App* each : {showCommand, auditCommand, diffCommand}) {
-    each->add_flag("--json", options.json, "print JSON");
-  }
-  for (CLI::App* each : {decodeCommand, showCommand}) {
-    each->add_flag("--csv", options.csv, "print a table for a spreadsheet");
-  }
-  for (CLI::App* each : {runCommand, auditCommand}) {
-    each->add_flag("--keep-going", options.keepGoing, "report a bad event and go on");
-    each->add_flag("--dry-run", options.dryRun, "say what would change, and change nothing");
-  }
-  auditCommand->get_option("--dry-run")->needs("--repair");
-  for (CLI::App* each : {runCommand, showCommand, auditCommand, diffCommand}) {
-    each->add_flag("-v,--verbose", options.verbose, "tell everything");
-  }
-
   try {
-    refuseUnknownCommand(app, argc, argv);
-    app.parse(argc, argv);
-  } catch (const CLI::ParseError& error) {
-    return app.exit(error) == 0 ? exitGood : exitBadInput;
-  } catch (const VelaAgent::InputException& error) {
-    std::cerr << "velatable: " << error.what() << '\n';
-    return exitBadInput;
-  }
-
-  const auto command = [&] {
-    if (*runCommand) return run(options);
-    if (*decodeCommand) return decode(options, name);
-    if (*lookupCommand) return lookup(options, name, keys);
-    if (*showCommand) return show(options, kind, key);
-    if (*auditCommand) return audit(options);
-    if (*diffCommand) return diff(options);
-    if (*profilesCommand) return profiles(name);
-    if (*routesCommand) return routes(routesFile, vrf, nexthops);
-    if (*tablesCommand) return tables(options);
-    return layout(options, name, key);
-  };
-  try {
+    CommandLine command;
+    if (const auto ended = command.parse(argc, argv)) return *ended;
     const int ended = command();
     finish(std::cout, "standard output");
     return ended;

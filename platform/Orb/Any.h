@@ -1,0 +1,54 @@
+#pragma once
+
+#include <memory>
+
+#include "Orb/ShapeOf.h"
+
+/// Values whose type is known at run time alone.
+namespace Orb {
+
+/// A value of some type, named by its shape; or none. Belongs to others.
+struct AnyRef {
+  const Shape* shape = nullptr;
+  const void* value = nullptr;
+
+  AnyRef() = default;
+  AnyRef(const Shape& itsShape, const void* itsValue) : shape(&itsShape), value(itsValue) {}
+  template <class T>
+  requires Value<T> || IsRanged<T> AnyRef(const T& it) : AnyRef(shapeOf<T>, &it) {}
+  explicit operator bool() const { return shape != nullptr; }
+  /// The value, which must be a T.
+  template <class T>
+  const T& as() const {
+    return *static_cast<const T*>(value);
+  }
+};
+
+/// The same with a value of its own.
+class AnyValue {
+ public:
+  AnyValue() = default;
+  /// A default value.
+  explicit AnyValue(const Shape& shape) : shape_(&shape), value_(shape.make(), shape.destroy) {}
+  template <class T>
+  static AnyValue of(const T& value) {
+    AnyValue copy(shapeOf<T>);
+    *static_cast<T*>(copy.value()) = value;
+    return copy;
+  }
+
+  explicit operator bool() const { return shape_ != nullptr; }
+  const Shape& shape() const { return *shape_; }
+  void* value() { return value_.get(); }
+  operator AnyRef() const { return shape_ ? AnyRef(*shape_, value_.get()) : AnyRef(); }
+  template <class T>
+  const T& as() const {
+    return *static_cast<const T*>(value_.get());
+  }
+
+ private:
+  const Shape* shape_ = nullptr;
+  std::unique_ptr<void, void (*)(void*)> value_{nullptr, nullptr};
+};
+
+}  // namespace Orb
