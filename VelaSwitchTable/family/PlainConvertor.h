@@ -64,9 +64,8 @@ class VELA_EXPORT PlainConvertor : public IndexedRowsConvertor {
   struct KeyOfRow {
     const PlainConvertor& convertor;
     HwIndex index;
-    friend void appendText(Orb::TextSink& sink, const KeyOfRow& key) {
-      key.convertor.appendKey(sink, key.index);
-    }
+    void append(Orb::TextSink& sink) const { convertor.appendKey(sink, index); }
+    friend void appendText(Orb::TextSink& sink, const KeyOfRow& key) { key.append(sink); }
   };
 
   const PlainFamilyTraits& traits_;
