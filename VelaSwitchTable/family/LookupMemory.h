@@ -35,8 +35,8 @@ constexpr std::array<RowField, memoryFields * memoryPairs> memoryRow(
     const std::array<std::array<RowField, 2>, memoryPairs>& data) {
   std::array<RowField, memoryFields * memoryPairs> row{};
   for (U8 pair = 0; pair < memoryPairs; ++pair) {
-    const RowField fields[] = {data[pair][0], data[pair][1], {"parity", 35, 1},
-                               {"memoryRow", 36, 10}, {"one", 46, 1, 1}};
+    const RowField fields[] = {
+        data[pair][0], data[pair][1], {"parity", 35, 1}, {"memoryRow", 36, 10}, {"one", 46, 1, 1}};
     for (U8 i = 0; i < memoryFields; ++i) {
       RowField& field = row[pair * memoryFields + i] = fields[i];
       field.first += pair * 64u;

@@ -34,13 +34,15 @@ struct PortRegister {
   const char* path;    ///< With places for the port's pipe, if any, and for the port.
 };
 VELA_EXPORT std::vector<PlainHwTable> portRegisterTables(
-    const VelaSwitch::ProfileInfo& profile, U8 rowWords, const std::vector<PortRegister>& registers);
+    const VelaSwitch::ProfileInfo& profile, U8 rowWords,
+    const std::vector<PortRegister>& registers);
 
 /// The register prefix of a layer-2 processor's tables.
 VELA_EXPORT const char* layer2Prefix(const VelaSwitch::ProfileInfo& profile);
 
 /// The tables of the layer-2 processors, each with the rows of the ports that it serves. With
-/// `cpuRegisters`, the CPU pipeline's table of all ports stands behind them; it has no control word.
+/// `cpuRegisters`, the CPU pipeline's table of all ports stands behind them; it has no control
+/// word.
 VELA_EXPORT std::vector<PlainHwTable> layer2PortTables(
     const VelaSwitch::ProfileInfo& profile, const std::vector<std::string>& registers,
     const std::vector<std::string>& cpuRegisters = {});
@@ -55,9 +57,9 @@ inline U32 portSelection(const PlainHwTable& table, VelaSwitch::ChipPortId port)
 /// One table with the same rows for each of the kind, and the CPU pipeline's behind them where the
 /// profile has it.
 VELA_EXPORT std::vector<PlainHwTable> pipelineTables(const VelaSwitch::ProfileInfo& profile,
-                                                     VelaSwitch::TableKind kind,
-                                                     const char* prefix, const char* cpuPrefix,
-                                                     HwIndex first, HwIndex last,
+                                                     VelaSwitch::TableKind kind, const char* prefix,
+                                                     const char* cpuPrefix, HwIndex first,
+                                                     HwIndex last,
                                                      const std::vector<std::string>& registers);
 
 /// Tables whose rows are VLAN ids; older formats have them in the pipelines' processors.
