@@ -2,28 +2,6 @@
 
 namespace VelaSwitchTable {
 
-Orb::Ptr<LpmBaseTable> lpmLevelTableFactory(U8 longest, const std::string& name) {
-  switch (longest) {
-    case 14:
-      return Lpm14TableIs(name);
-    case 17:
-      return Lpm17TableIs(name);
-    case 20:
-      return Lpm20TableIs(name);
-    case 23:
-      return Lpm23TableIs(name);
-    case 26:
-      return Lpm26TableIs(name);
-    case 29:
-      return Lpm29TableIs(name);
-    case 32:
-      return Lpm32TableIs(name);
-    default:
-      ORB_ASSERT_TEXT(false, "lpmLevelTableFactory");
-      return nullptr;
-  }
-}
-
 #define VELA_LPM_CLASS_DEFINE(Class, otherFactory, parameters, arguments) \
   VELA_REGISTERED_DEFINE(Class)                                           \
   VELA_FACTORY_DEFINE(Class, Class##Is, parameters, arguments)            \
@@ -47,5 +25,19 @@ VELA_LPM_LEVEL_DEFINE(23)
 VELA_LPM_LEVEL_DEFINE(26)
 VELA_LPM_LEVEL_DEFINE(29)
 VELA_LPM_LEVEL_DEFINE(32)
+
+Orb::Ptr<LpmBaseTable> lpmLevelTableFactory(U8 longest, const std::string& name) {
+  const auto make = [&]<U8... levels>(std::integer_sequence<U8, levels...>) {
+    Orb::Ptr<LpmBaseTable> table;
+    ((lpmLevels[levels].longest() == longest
+          ? void(table = Orb::make<
+                     typename ClassesOf<LpmLevelFamily<lpmLevels[levels].longest()>>::Table>(name))
+          : void()),
+     ...);
+    ORB_ASSERT_TEXT(table, "lpmLevelTableFactory");
+    return table;
+  };
+  return make(std::make_integer_sequence<U8, lpmLevels.size()>());
+}
 
 }  // namespace VelaSwitchTable

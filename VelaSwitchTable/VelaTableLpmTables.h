@@ -80,6 +80,7 @@ class VELA_EXPORT LpmLevelTable : public LpmBaseTable {
   class Lpm##longest##PhysicalHashProperties;                                 \
   template <>                                                                 \
   struct ClassesOf<LpmLevelFamily<longest>> {                                 \
+    using Table = Lpm##longest##Table;                                        \
     using Convertor = Lpm##longest##Convertor;                                \
     using Helper = Lpm##longest##Helper;                                      \
     using CuckooEntry = Lpm##longest##TableCuckooEntry;                       \

@@ -30,10 +30,11 @@ class VELA_EXPORT HashFamilyTableStatus : public Orb::PtrInterface {
 
 /// The entries of a table, with their items and statuses.
 template <class F>
-class VELA_EXPORT HashFamilyTableBase : public HashTable,
+class VELA_EXPORT HashFamilyTableBase : public VelaSwitchApi::HashTable,
                                         public EntryStore<typename F::Key, typename F::Result> {
  public:
   using Family = F;
+  using HashItem = VelaSwitchApi::HashItem;
   using Key = typename F::Key;
   using Result = typename F::Result;
   using Entry = typename ClassesOf<F>::CuckooEntry;
@@ -41,7 +42,9 @@ class VELA_EXPORT HashFamilyTableBase : public HashTable,
   using TableStatus = typename ClassesOf<F>::TableStatus;
 
   explicit HashFamilyTableBase(std::string name, U8 tableIdx = 0, U8 pipeline = 0)
-      : HashTable(std::move(name), tableIdx, pipeline, F::traits, F::trace) {}
+      : HashTable(std::move(name), tableIdx, pipeline,
+                  {F::trace, F::traits.placement == HashPlacement::everyPipeline, F::traits.hitBits,
+                   F::traits.hitTableOffset != noHitTable, F::traits.tracesItems}) {}
 
   void doInitStatus() override {
     tableStatusIs();

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "VelaSwitchTable/family/Family.h"
-#include "VelaSwitchTable/family/HashTable.h"
+#include "VelaSwitchTable/family/HashTraits.h"
 #include "VelaSwitchTable/family/Row.h"
 
 /// Entries of hash tables as the cuckoo engine sees them, and how their keys are hashed.

@@ -1,9 +1,10 @@
 #pragma once
 
 #include "DirectBase/TableConstants.h"
+#include "VelaSwitchApi/HashTable.h"
 #include "VelaSwitchTable/VelaTableHashHelper.h"
 
-/// What hash tables of all families do alike, whatever their keys and results are.
+/// What a hash family says of its tables, and the hardware tables that follow from it.
 namespace VelaSwitchTable {
 
 /// Which pipelines hold a family's rows.
@@ -51,46 +52,6 @@ struct HashFamilyTraits {
   }
   /// The number that the rows go by; tables that share them go by that of the first.
   constexpr U32 instance(U8 tableIdx) const { return tableIdx / sharing * sharing; }
-};
-
-/// Programs a table's entries and keeps what became of them.
-class VELA_EXPORT HashTable : public VelaSwitchApi::HashBaseTable {
- public:
-  using HashItem = VelaSwitchApi::HashItem;
-
-  void reactorTeardown() override;
-  void lastHitByHashItemIs(HashItem& hashItem, Orb::Seconds time) override;
-  void entryStatusIsByHashItem(HashItem& hashItem) override;
-
- protected:
-  HashTable(std::string name, U8 tableIdx, U8 pipeline, const HashFamilyTraits& traits,
-            const Trace::Handle& trace);
-
-  /// Programs the item of a key that has an entry, or removes that of one that has none.
-  void handleItem(HashBaseCuckooEntry& item);
-  /// The item of the same key that the physical table has, or null.
-  HashBaseCuckooEntry* placedItem(const HashBaseCuckooEntry& item) const;
-
-  virtual std::string keyText(const HashBaseCuckooEntry& item) const = 0;
-  /// Stores the item's status as that of its key.
-  virtual void statusIs(const HashBaseCuckooEntry& item) = 0;
-  virtual void statusDel(const HashBaseCuckooEntry& item) = 0;
-  /// The last hit that the status of the item's key tells.
-  virtual Orb::Seconds recordedHit(const HashBaseCuckooEntry& item) const = 0;
-
-  void recordStatus(const HashBaseCuckooEntry& item) {
-    if (statusSupported()) statusIs(item);
-  }
-  /// Whether the item is its key's entry, not one that was withdrawn.
-  bool isCurrent(const HashBaseCuckooEntry& item) const;
-
- private:
-  void program(HashBaseCuckooEntry& item);
-  void remove(HashBaseCuckooEntry& item);
-  void traceItem(const char* what, const HashBaseCuckooEntry& item) const;
-
-  const HashFamilyTraits& traits_;
-  const Trace::Handle& trace_;
 };
 
 /// Declares the hardware tables of a hash table's rows and of their hit bits.
