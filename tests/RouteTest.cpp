@@ -240,7 +240,8 @@ TEST_F(OneLadder, whatWaitsGetsTheRoomThatAppears) {
         continue;
       }
       ++waiting;
-      ASSERT_FALSE(physical.competitors(*level.cachedItem(VelaAgent::HashedLevel::keyOf(key))).empty());
+      ASSERT_FALSE(
+          physical.competitors(*level.cachedItem(VelaAgent::HashedLevel::keyOf(key))).empty());
     }
     ASSERT_EQ(physical.waiting(&level), waiting);
   };

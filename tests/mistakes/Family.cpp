@@ -31,14 +31,13 @@ struct VELA_EXPORT ToyFamily : Family<"VelaTableToy", ToyKey, ToyResult> {
                                            .hashBits = 10,
                                            .ways = 2};
 #ifdef UNKNOWN_KEY_FIELD
-  static constexpr KeyField keyFields[] = {{"numbr", 32}};
+  static constexpr KeyField keyFields[] = {{ "numbr", 32 }};
 #else
-  static constexpr KeyField keyFields[] = {{"number", 32}};
+  static constexpr KeyField keyFields[] = {{ "number", 32 }};
 #endif
   static constexpr auto hash = &VelaSwitch::crc10Hash;
   static constexpr RowField fields[] = {
-      {"key", 0, 32},
-      {"colour", 32, 8},
+      {"key", 0, 32},   {"colour", 32, 8},
 #ifdef OVERLAP
       {"valid", 39, 1},
 #elif defined(TOO_WIDE)
@@ -46,8 +45,7 @@ struct VELA_EXPORT ToyFamily : Family<"VelaTableToy", ToyKey, ToyResult> {
 #elif !defined(NO_VALID_BIT)
       {"valid", 40, 1},
 #endif
-      {"row", 64, 10},
-      {"way", 78, 1},
+      {"row", 64, 10},  {"way", 78, 1},
   };
 #ifdef MISSPELLED_HOOK
   static void packMor(const VelaTableHashHelper&, const Key&, const Result&, bool, CuckooLocation,
