@@ -56,7 +56,6 @@ class VELA_EXPORT CoppTable final : public PlainFamilyTable<CoppFamily> {
  public:
   VELA_REGISTERED(CoppFamily, CoppTable);
   using PlainFamilyTable::PlainFamilyTable;
-
   /// Hardware interface from which limiters have a scale factor; the profile's unless set. A new
   /// one writes the limiters again whose registers it changes; an equal one tells nobody.
   void scaleFactorVersionIs(VelaSwitch::ProfileHwApi version);

@@ -26,14 +26,15 @@ LpmKey Lpm11Family::keyOf(HwIndex index) {
 
 void Lpm11Family::packMore(const ProfileInfo& profile, const Result& result,
                            RowWriterOf<Lpm11Family>& row) {
-  const EntryCellResult& cell = result.cellResult();
-  if (cell.valid()) ORB_ASSERT(cell.realPrefixLen() <= 11);
-  row.set<"cell">(cell.hwEncoding(true, keyLength, profile.hwApi()));
-  const U8 mask = cell.maskLength().value();
+  const EntryCellResult& cellResult = result.cellResult();
+  if (cellResult.valid()) ORB_ASSERT(cellResult.realPrefixLen() <= 11);
+  row.set<"cell">(cellResult.hwEncoding(true, keyLength, profile.hwApi()));
+  row.set<"zeros">(0);
+  const U8 mask = cellResult.maskLength().value();
   if (mask != MaskLength::null) {
     row.set<"mask">(static_cast<U32>(maskComplement - mask) & maskField);
   }
-  row.set<"realLength">(cell.realPrefixLen());
+  row.set<"realLength">(cellResult.realPrefixLen());
 }
 
 void Lpm11Family::unpackMore(const ProfileInfo& profile, const RowReaderOf<Lpm11Family>& row,

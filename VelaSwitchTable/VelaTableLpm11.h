@@ -31,7 +31,7 @@ struct VELA_EXPORT Lpm11Family : IndexedFamily<"VelaTableLpm11", VelaSwitch::Lpm
   static constexpr auto fields(const RowShape& shape) {
     const bool mask = shape.other;
     return std::to_array<RowField>({{"cell", 0, 12},
-                                    {"zeros", 13, mask ? 0u : 2u, 0},
+                                    {"zeros", 13, mask ? 0u : 2u},
                                     {"valid", 12, 1},
                                     {"cpuTrap", mask ? 13u : 15u, 1},
                                     {"parity", mask ? 14u : 16u, 1},

@@ -13,7 +13,7 @@
 ///
 /// and, where it is not like the others,
 ///
-///   packMore(at, key, result, row)     writes the rest of the row, but what is in every row
+///   packMore(at, key, result, row)     writes the rest of the row
 ///   unpackMore(at, key, row, result)   adds what only that says, and judges the row
 ///   shape(profile, table)              what the fields' places depend on, unless a RowShape
 ///   hwIndex(key), keyOf(index), absentResult()
@@ -225,9 +225,9 @@ class VELA_EXPORT PlainFamilyLayerConvertor : public ClassesOf<F>::Convertor {
     Image image{};
     RowWriterOf<F> row(this->layout(id), image.data(), "hwTableEntryIs");
     row.setNamed(announced<F>(result));
+    row.setPlace(F::hwIndex(key));
     if constexpr (packsMore) F::packMore(context(id), key, result, row);
     if constexpr (F::traits.parityWords != 0) row.setParity(F::traits.parityWords);
-    row.setPlace(F::hwIndex(key));
     return image;
   }
 
