@@ -2,7 +2,7 @@
 
 #include "VelaSwitchTable/VelaRegPrefixUtil.h"
 #include "VelaSwitchTable/family/IndexedFamily.h"
-#include "VelaSwitchTable/family/PlainConvertor.h"
+#include "VelaSwitchTable/family/PlainTables.h"
 
 /// What all plain families share: tables whose row is named by the key and written straight from
 /// the result. A family is a struct F, derived from IndexedFamily, that says what is its own:

@@ -1,32 +1,14 @@
 #pragma once
 
-#include <functional>
 #include <string>
 #include <vector>
 
+#include "DirectBase/PlainBase.h"
 #include "VelaSwitch/Types.h"
 #include "VelaSwitchTable/VelaRegPrefixUtil.h"
 
 /// The hardware tables of plain families, as several of them declare theirs.
 namespace VelaSwitchTable {
-
-using VelaSwitchApi::HwIndex;
-using VelaSwitchApi::HwTableId;
-
-/// One hardware table of a plain family.
-struct PlainHwTable {
-  HwTableId id;
-  const char* suffix = "";  ///< Part of its name.
-  HwIndex first = 0;
-  HwIndex last;
-  U8 rowWords;
-  /// The registers of a row. Those of row `first` serve all rows unless `registersPerRow`.
-  std::function<VelaSwitchApi::HwAddressColl(HwIndex)> registers{};
-  bool registersPerRow = false;
-  bool cpu = false;  ///< Whether it is the CPU's.
-  /// Says which rows use which registers, where `registers` is not enough.
-  Orb::PtrConst<VelaSwitchApi::HwTableRegisterMapping> mapping{};
-};
 
 /// A hardware table with a row and a register for each port.
 struct PortRegister {

@@ -1,4 +1,4 @@
-#include "VelaSwitchTable/family/PlainConvertor.h"
+#include "DirectBase/PlainBase.h"
 
 namespace VelaSwitchTable {
 namespace {

@@ -1,10 +1,10 @@
 #pragma once
 
+#include <functional>
 #include <map>
 
 #include "DirectBase/IndexedRows.h"
 #include "Trace/Trace.h"
-#include "VelaSwitchTable/family/PlainTables.h"
 
 /// What the convertors of plain families need not know key and result for.
 namespace VelaSwitchTable {
@@ -31,6 +31,21 @@ enum class RowSays : U8 {
   result,   ///< Something of the result.
   nothing,  ///< Nothing that counts; it is neither taken over nor compared.
   unsound,  ///< What no row of the table can say.
+};
+
+/// One hardware table of a plain family.
+struct PlainHwTable {
+  HwTableId id;
+  const char* suffix = "";  ///< Part of its name.
+  HwIndex first = 0;
+  HwIndex last;
+  U8 rowWords;
+  /// The registers of a row. Those of row `first` serve all rows unless `registersPerRow`.
+  std::function<VelaSwitchApi::HwAddressColl(HwIndex)> registers{};
+  bool registersPerRow = false;
+  bool cpu = false;  ///< Whether it is the CPU's.
+  /// Says which rows use which registers, where `registers` is not enough.
+  Orb::PtrConst<VelaSwitchApi::HwTableRegisterMapping> mapping{};
 };
 
 /// Base of the convertors of plain families: their hardware tables, and what they trace.
