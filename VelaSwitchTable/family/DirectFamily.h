@@ -174,7 +174,7 @@ class VELA_EXPORT DirectFamilyConvertor : public DirectBaseConvertor {
   void doCreateHwTables(VelaSwitchApi::TableState state) override {
     using namespace VelaSwitchApi;
     ORB_ASSERT_TEXT(swTable(), "table");
-    layout_ = rowLayout<F>(F::traits.rowWords, rowShape<F>(profile()));
+    layout_ = VelaSwitchTable::rowLayout<F>(F::traits.rowWords, rowShape<F>(profile()));
     const auto registers = [](U32 block) {
       return regAddresses(regPrefix(F::traits.prefix, block), F::registers());
     };
