@@ -13,7 +13,7 @@ namespace VelaSwitchTable {
 /// with the ones has the same hardware key and takes the row over without a write.
 struct VELA_EXPORT AclHashFamily
     : Family<"VelaTableAclHash", VelaSwitch::AclHashKey, VelaSwitch::AclHashResult> {
-  static constexpr HashFamilyTraits traits{.index = TableIndex::aclHash,
+  static constexpr HashFamilyTraits traits{.table = {46, "AclHash"},
                                            .placement = HashPlacement::ownPipeline,
                                            .prefix = "ingress/processor_acl[%d]/",
                                            .rowWords = 7,

@@ -15,7 +15,7 @@ using AclIndirectCounterHashResult = VelaSwitch::AclIndirectCounterHashResult;
 struct VELA_EXPORT AclIndirectCounterHashFamily
     : Family<"VelaTableAclIndirectCounterHash", VelaSwitch::AclIndirectCounterHashKey,
              AclIndirectCounterHashResult> {
-  static constexpr HashFamilyTraits traits{.index = TableIndex::aclIndirectCounterHash,
+  static constexpr HashFamilyTraits traits{.table = {45, "AclIndirectCounterHash"},
                                            .placement = HashPlacement::ownPipeline,
                                            .prefix = "ingress/processor_acl[%d]/",
                                            .rowWords = 7,

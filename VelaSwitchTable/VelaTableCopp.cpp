@@ -46,7 +46,7 @@ U32 wholeNumber(float value) {
 
 Orb::PtrConst<VelaSwitchApi::HwTableRegisterMapping> mappingOf(ProfileHwApi hwApi,
                                                                const std::string& prefix) {
-  const std::string name = TableConstants::tableName(TableIndex::copp);
+  const std::string name = CoppFamily::traits.table.name;
   if (hwApi < ProfileHwApi{4u, 1u}) return CoppHwTableRegisterMappingIs(prefix, name);
   if (hwApi < ProfileHwApi{5u, 1u}) return CoppHwTableRegisterMappingHwApi41Is(prefix, name);
   return CoppHwTableRegisterMappingHwApi51Is(prefix, name);

@@ -40,7 +40,7 @@ struct VELA_EXPORT CoppEntry {
 /// an index without one is not written.
 struct VELA_EXPORT CoppFamily : IndexedFamily<"VelaTableCopp", CoppEntryKey, CoppEntry> {
   static constexpr PlainFamilyTraits traits{
-      .index = TableIndex::copp, .rowWords = 1, .absentTrace = AbsentTrace::byKey};
+      .table = {109, "Copp"}, .rowWords = 1, .absentTrace = AbsentTrace::byKey};
   static constexpr RowField fields[] = {{"value", 0, 32}};
   static constexpr HwIndex lastIndex = 12;
   static std::vector<PlainHwTable> hwTables(const VelaSwitch::ProfileInfo& profile);

@@ -29,7 +29,7 @@ struct FloodSetEntry {
 /// Flood sets of the VLANs. Every hardware table has the whole masks, not its slice of the ports.
 struct VELA_EXPORT FloodSetFamily
     : IndexedFamily<"VelaTableFloodSet", Bridging::VlanId, FloodSetEntry> {
-  static constexpr PlainFamilyTraits traits{.index = TableIndex::floodSet,
+  static constexpr PlainFamilyTraits traits{.table = {114, "FloodSet"},
                                             .rowWords = 5,
                                             .staticWords = {0, 0, 0, 0, 0xffffffff},
                                             .tableText = "hwTable"};

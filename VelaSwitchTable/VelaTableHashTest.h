@@ -25,7 +25,7 @@ struct HashTestResult {
 /// The row has no valid bit. An empty one holds a key that belongs elsewhere, so that no key that
 /// is looked up there can meet it.
 struct VELA_EXPORT HashTestFamily : Family<"VelaTableHashTest", HashTestKey, HashTestResult> {
-  static constexpr HashFamilyTraits traits{.index = TableIndex::hashTest,
+  static constexpr HashFamilyTraits traits{.table = {1, "HashTest"},
                                            .placement = HashPlacement::once,
                                            .prefix = "pipeline[%d]/processor/",
                                            .rowWords = 3,

@@ -19,7 +19,7 @@ struct VELA_EXPORT L2ControlResult {
 /// A port's layer-2 switches.
 struct VELA_EXPORT L2ControlFamily
     : IndexedFamily<"VelaTableL2Control", L2ControlKey, L2ControlResult> {
-  static constexpr PlainFamilyTraits traits{.index = TableIndex::l2Control, .rowWords = 1};
+  static constexpr PlainFamilyTraits traits{.table = {103, "L2Control"}, .rowWords = 1};
   static constexpr RowField fields[] = {
       {"isMlagPeer", 0, 1}, {"learnOnly", 1, 1}, {"learnDisabled", 2, 1}};
   static std::vector<PlainHwTable> hwTables(const VelaSwitch::ProfileInfo& profile) {

@@ -22,7 +22,7 @@ struct L3FloodArpResult {
 /// VLAN 0 is taken for empty.
 struct VELA_EXPORT L3FloodArpFamily
     : IndexedFamily<"VelaTableL3FloodArp", VelaSwitch::L3FloodId, L3FloodArpResult> {
-  static constexpr DirectFamilyTraits traits{.index = TableIndex::l3FloodArp,
+  static constexpr DirectFamilyTraits traits{.table = {91, "L3FloodArp"},
                                              .placement = DirectPlacement::everyEgressProcessor,
                                              .prefix = "egress/processor[%d]/",
                                              .rowWords = memoryWords,

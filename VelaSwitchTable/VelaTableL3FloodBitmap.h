@@ -16,7 +16,7 @@ struct L3FloodBitmapResult {
 /// less than that of a layer-3 LAG. The row has no valid bit; an empty mask is taken for no entry.
 struct VELA_EXPORT L3FloodBitmapFamily
     : IndexedFamily<"VelaTableL3FloodBitmap", VelaSwitch::L3FloodId, L3FloodBitmapResult> {
-  static constexpr DirectFamilyTraits traits = layer3MaskTraits(TableIndex::l3FloodBitmap);
+  static constexpr DirectFamilyTraits traits = layer3MaskTraits({92, "L3FloodBitmap"});
   static constexpr auto fields(const RowShape& shape) {
     return std::to_array<RowField>({{"portMask", 0, shape.ports},
                                     {"parity", shape.ports, 1},

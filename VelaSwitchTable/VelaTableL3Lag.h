@@ -17,7 +17,7 @@ struct L3LagResult {
 /// empty mask without priority is taken for no entry.
 struct VELA_EXPORT L3LagFamily
     : IndexedFamily<"VelaTableL3Lag", VelaSwitch::L3LagIndex, L3LagResult> {
-  static constexpr DirectFamilyTraits traits = layer3MaskTraits(TableIndex::l3Lag);
+  static constexpr DirectFamilyTraits traits = layer3MaskTraits({95, "L3Lag"});
   static constexpr auto fields(const RowShape& shape) {
     return std::to_array<RowField>({{"portMask", 0, shape.ports + 1},
                                     {"cpuPriority", shape.ports + 1, 1},

@@ -23,7 +23,7 @@ struct VELA_EXPORT LagGroupFamily
     : IndexedFamily<"VelaTableLagGroup", LagGroupKey, LagGroupResult> {
   /// A row of no group says nothing, to audits neither. Group 0 is a group: a port in it is taken
   /// over as an entry.
-  static constexpr PlainFamilyTraits traits{.index = TableIndex::lagGroup,
+  static constexpr PlainFamilyTraits traits{.table = {115, "LagGroup"},
                                             .rowWords = 2,
                                             .staticWords = {0, 0xffffffff},
                                             .ignoresRows = true,

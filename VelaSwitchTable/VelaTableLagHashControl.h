@@ -20,7 +20,7 @@ struct VELA_EXPORT LagHashControlResult {
 /// What of a frame enters the hash that picks a LAG member, by ingress port.
 struct VELA_EXPORT LagHashControlFamily
     : IndexedFamily<"VelaTableLagHashControl", LagHashControlKey, LagHashControlResult> {
-  static constexpr PlainFamilyTraits traits{.index = TableIndex::lagHashControl, .rowWords = 1};
+  static constexpr PlainFamilyTraits traits{.table = {104, "LagHashControl"}, .rowWords = 1};
   static constexpr RowField fields[] = {
       {"useVlanId", 0, 1}, {"unused", 1, 1}, {"useSipAndDip", 2, 1}, {"hashSeed", 3, 6}};
   static std::vector<PlainHwTable> hwTables(const VelaSwitch::ProfileInfo& profile) {

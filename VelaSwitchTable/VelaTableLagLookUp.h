@@ -21,7 +21,7 @@ VELA_EXPORT std::ostream& operator<<(std::ostream& out, const LagLookUpResult& r
 /// rows for every ingress pipe. A port without an entry is picked by the low eight.
 struct VELA_EXPORT LagLookUpFamily
     : IndexedFamily<"VelaTableLagLookUp", LagLookUpKey, LagLookUpResult> {
-  static constexpr PlainFamilyTraits traits{.index = TableIndex::lagLookUp,
+  static constexpr PlainFamilyTraits traits{.table = {107, "LagLookUp"},
                                             .rowWords = 2,
                                             .staticWords = {0, 0xffffffff},
                                             .absentTrace = AbsentTrace::byTableAndIndex};

@@ -35,7 +35,7 @@ struct LagMembershipResult : LagMembershipFields {
 struct VELA_EXPORT LagMembershipFamily
     : IndexedFamily<"VelaTableLagMembership", LagMembershipKey, LagMembershipResult> {
   static constexpr PlainFamilyTraits traits{
-      .index = TableIndex::lagMembership, .rowWords = 3, .tracesHandling = true};
+      .table = {108, "LagMembership"}, .rowWords = 3, .tracesHandling = true};
   static constexpr auto fields(const RowShape& shape) {
     return std::to_array<RowField>(
         {{"ports0", 0, 32}, {"ports32", 32, 32}, {"select", 64, shape.cpu ? 0u : 32u}});

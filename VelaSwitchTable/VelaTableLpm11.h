@@ -19,7 +19,7 @@ struct Lpm11Result {
 ///
 /// Keys have the prefix length 11; others are a fatal assertion.
 struct VELA_EXPORT Lpm11Family : IndexedFamily<"VelaTableLpm11", VelaSwitch::LpmKey, Lpm11Result> {
-  static constexpr DirectFamilyTraits traits{.index = TableIndex::lpm11,
+  static constexpr DirectFamilyTraits traits{.table = {90, "Lpm11"},
                                              .placement = DirectPlacement::everyPipeline,
                                              .prefix = "ingress/processor_l3[%d]/",
                                              .rowWords = 3,

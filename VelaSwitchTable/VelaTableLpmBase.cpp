@@ -113,7 +113,7 @@ U8 LpmBaseTable::numVrfBits() const {
 }
 
 U32 LpmBaseConvertor::physicalTableId(const VelaSwitchApi::PhysicalHashProperties&) const {
-  return static_cast<U32>(level_.hashTableId);
+  return level_.table.number;
 }
 
 bool LpmBaseHelper::entryOwned(HwIndex index) const {

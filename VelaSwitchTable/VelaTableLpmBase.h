@@ -45,8 +45,8 @@ class VELA_EXPORT LpmBaseConvertor : public HashFamilyConvertor<LpmBaseFamily> {
  protected:
   explicit LpmBaseConvertor(const LpmLevel& level) : level_(level) {}
 
-  TableIndex tableIndex() const override { return level_.hashTableId; }
-  U32 hitTableOffset() const override { return static_cast<U32>(level_.hashTableId); }
+  TableIdentity table() const override { return level_.table; }
+  U32 hitTableOffset() const override { return level_.table.number; }
 
  private:
   const LpmLevel& level_;
@@ -100,7 +100,7 @@ class VELA_EXPORT LpmBasePhysicalHashProperties : public HashFamilyProperties<Lp
 
  protected:
   explicit LpmBasePhysicalHashProperties(const LpmLevel& level)
-      : HashFamilyProperties(static_cast<U32>(level.hashTableId), level.crcLength) {}
+      : HashFamilyProperties(level.table.number, level.crcLength) {}
 };
 
 VELA_CLASS(LpmBaseFamily, LpmTableStatus, HashFamilyTableStatus);

@@ -27,7 +27,7 @@ struct MacVlanResult {
 
 /// Destination addresses within a VLAN, by row, in every layer-2 processor and for the CPU.
 struct VELA_EXPORT MacVlanFamily : IndexedFamily<"VelaTableMacVlan", MacVlanKey, MacVlanResult> {
-  static constexpr PlainFamilyTraits traits{.index = TableIndex::macVlan,
+  static constexpr PlainFamilyTraits traits{.table = {111, "MacVlan"},
                                             .rowWords = 5,
                                             .parityWords = 4,
                                             .staticWords = {0, 0, 0, 0, 0xffffffff},

@@ -24,7 +24,7 @@ struct NatDynMatchResult {
 struct VELA_EXPORT NatDynMatchFamily
     : NatFamily<NatDynMatchFamily, "VelaTableNatDynMatch", NatDynMatchResult> {
   static constexpr HashFamilyTraits traits =
-      natTraits({.index = TableIndex::natDynMatch, .hashBits = 10, .ways = 4});
+      natTraits({.table = {28, "NatDynMatch"}, .hashBits = 10, .ways = 4});
   static constexpr auto fields(const RowShape& shape) {
     return std::to_array<RowField>(
         {{"srcIp", 0, 22},         {"dstIp", 22, 32},

@@ -25,7 +25,7 @@ struct NatMatchResult {
 /// The table does not declare hit bits, yet records hits. Two tables share one physical table.
 struct VELA_EXPORT NatMatchFamily : NatFamily<NatMatchFamily, "VelaTableNatMatch", NatMatchResult> {
   static constexpr HashFamilyTraits traits =
-      natTraits({.index = TableIndex::natMatch, .hashBits = 12, .ways = 3, .sharing = 2});
+      natTraits({.table = {22, "NatMatch"}, .hashBits = 12, .ways = 3, .sharing = 2});
   static constexpr RowField fields[] = {
       {"compare", 0, 47},       {"valid", 47, 1},      {"proto0", 48, 1},  {"proto1", 49, 1},
       {"natRewriteId", 50, 12}, {"useAcl", 62, 1},     {"parity", 63, 1},  {"trapToCpu", 64, 1},

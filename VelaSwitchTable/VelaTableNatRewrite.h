@@ -19,7 +19,7 @@ struct NatRewriteResult {
 /// alone. The row has no valid bit; one that is all 0 is taken for empty.
 struct VELA_EXPORT NatRewriteFamily
     : IndexedFamily<"VelaTableNatRewrite", VelaSwitch::NatRewriteKey, NatRewriteResult> {
-  static constexpr DirectFamilyTraits traits{.index = TableIndex::natRewrite,
+  static constexpr DirectFamilyTraits traits{.table = {96, "NatRewrite"},
                                              .placement = DirectPlacement::sharedOut,
                                              .prefix = "egress/processor[%d]/",
                                              .rowWords = 3,

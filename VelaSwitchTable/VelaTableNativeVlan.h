@@ -21,7 +21,7 @@ struct VELA_EXPORT NativeVlanResult {
 /// each have a register of the port.
 struct VELA_EXPORT NativeVlanFamily
     : IndexedFamily<"VelaTableNativeVlan", NativeVlanKey, NativeVlanResult> {
-  static constexpr PlainFamilyTraits traits{.index = TableIndex::nativeVlan, .rowWords = 4};
+  static constexpr PlainFamilyTraits traits{.table = {101, "NativeVlan"}, .rowWords = 4};
   static constexpr RowField fields[] = {{"nativeVlanId", 0, 12}, {"dei", 12, 1}, {"pcp", 13, 3}};
   static std::vector<PlainHwTable> hwTables(const VelaSwitch::ProfileInfo& profile) {
     return portRegisterTables(profile, traits.rowWords,

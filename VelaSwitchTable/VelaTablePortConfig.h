@@ -26,7 +26,7 @@ struct VELA_EXPORT PortConfigResult {
 /// A port's VLAN mode, and what is switched off at it. Both of the port's registers hold the same.
 struct VELA_EXPORT PortConfigFamily
     : IndexedFamily<"VelaTablePortConfig", PortConfigKey, PortConfigResult> {
-  static constexpr PlainFamilyTraits traits{.index = TableIndex::portConfig, .rowWords = 4};
+  static constexpr PlainFamilyTraits traits{.table = {102, "PortConfig"}, .rowWords = 4};
   static constexpr RowField fields[] = {
       {"portMode", 0, 2}, {"txDisabled", 2, 1}, {"l2ForwardingDisabled", 3, 1}};
   static std::vector<PlainHwTable> hwTables(const VelaSwitch::ProfileInfo& profile) {

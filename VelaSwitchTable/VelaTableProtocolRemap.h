@@ -22,7 +22,7 @@ struct ProtocolRemapResult {
 /// holds it.
 struct VELA_EXPORT ProtocolRemapFamily
     : IndexedFamily<"VelaTableProtocolRemap", ProtocolRemapKey, ProtocolRemapResult> {
-  static constexpr PlainFamilyTraits traits{.index = TableIndex::protocolRemap};
+  static constexpr PlainFamilyTraits traits{.table = {113, "ProtocolRemap"}};
   static constexpr auto fields(const RowShape&) { return std::array<RowField, 0>(); }
   static std::vector<PlainHwTable> hwTables(const VelaSwitch::ProfileInfo&) { return {}; }
   /// The class of a protocol that no entry remaps: 1 for TCP, 2 for UDP, 3 for ICMP, else 0.

@@ -18,7 +18,7 @@ struct RxPortMirrorResult {
 struct VELA_EXPORT RxPortMirrorFamily
     : IndexedFamily<"VelaTableRxPortMirror", RxPortMirrorKey, RxPortMirrorResult> {
   static constexpr PlainFamilyTraits traits{
-      .index = TableIndex::rxPortMirror, .rowWords = 3, .staticWords = {0, 0, 0xffffffff}};
+      .table = {112, "RxPortMirror"}, .rowWords = 3, .staticWords = {0, 0, 0xffffffff}};
   static constexpr auto fields(const RowShape& shape) {
     return std::to_array<RowField>(
         {{"portMask", 0, shape.ports}, {"enabled", shape.ports, 1}, {"control", 64, 32}});

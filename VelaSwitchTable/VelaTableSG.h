@@ -8,7 +8,7 @@ using SGResult = MulticastResult<"VelaSwitchTable::SGResult">;
 
 /// Multicast routes of one source: source, group and VLAN. Of the group its low 28 bits count.
 struct VELA_EXPORT SGFamily : MulticastFamily<SGFamily, "VelaTableSG", SGResult> {
-  static constexpr HashFamilyTraits traits{.index = TableIndex::sg,
+  static constexpr HashFamilyTraits traits{.table = {18, "SG"},
                                            .placement = HashPlacement::everyPipeline,
                                            .prefix = "ingress/processor_l3[%d]/",
                                            .rowWords = 6,
@@ -16,7 +16,7 @@ struct VELA_EXPORT SGFamily : MulticastFamily<SGFamily, "VelaTableSG", SGResult>
                                            .ways = 3,
                                            .rowImpliesKey = true,
                                            .hitBits = true,
-                                           .hitTableOffset = static_cast<U32>(TableIndex::sg),
+                                           .hitTableOffset = 18,
                                            .staticWord = 4,
                                            .parityWords = 4,
                                            .decodedText = "Decoded valid entry is "};

@@ -15,7 +15,7 @@ using StarGResult = MulticastResult<"VelaSwitchTable::StarGResult">;
 /// rows are declared by level 29's convertor.
 struct VELA_EXPORT StarGFamily : MulticastFamily<StarGFamily, "VelaTableStarG", StarGResult> {
   static constexpr const LpmLevel& level = lpmLevel<29>;
-  static constexpr HashFamilyTraits traits{.index = TableIndex::starG,
+  static constexpr HashFamilyTraits traits{.table = {40, "StarG"},
                                            .placement = HashPlacement::everyPipeline,
                                            .prefix = LpmBaseFamily::traits.prefix,
                                            .rowWords = 7,
@@ -24,7 +24,7 @@ struct VELA_EXPORT StarGFamily : MulticastFamily<StarGFamily, "VelaTableStarG", 
                                            .leftAligned = true,
                                            .rowImpliesKey = true,
                                            .hitBits = true,
-                                           .hitTableOffset = static_cast<U32>(TableIndex::lpm29),
+                                           .hitTableOffset = 11,
                                            .parityWords = 4,
                                            .decodedText = "Decoded valid entry is "};
   static constexpr auto fields(const RowShape& shape) {

@@ -25,7 +25,7 @@ struct VlanGroupResult {
 /// in its lookup memory, four writes a row.
 struct VELA_EXPORT VlanGroupFamily
     : IndexedFamily<"VelaTableVlanGroup", VlanGroupKey, VlanGroupResult> {
-  static constexpr PlainFamilyTraits traits{.index = TableIndex::vlanGroup,
+  static constexpr PlainFamilyTraits traits{.table = {110, "VlanGroup"},
                                             .rowWords = memoryWords,
                                             .staticWords = memoryStaticWords,
                                             .absentTrace = AbsentTrace::byKey};

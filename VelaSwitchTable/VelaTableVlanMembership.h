@@ -18,7 +18,7 @@ struct VlanTablePortRange {
 /// VLAN without an entry has the default row; rows are never deleted.
 struct VELA_EXPORT VlanMembershipFamily
     : IndexedFamily<"VelaTableVlanMembership", VlanMembershipKey, VlanMembershipResult> {
-  static constexpr PlainFamilyTraits traits{.index = TableIndex::vlanMembership,
+  static constexpr PlainFamilyTraits traits{.table = {100, "VlanMembership"},
                                             .rowWords = 4,
                                             .absentTrace = AbsentTrace::byKey,
                                             .tableText = "hwTable"};

@@ -24,7 +24,7 @@ void Agent::make(const std::vector<std::string>& only) {
   chip_.modelIs(profile_->name());
   for (const FamilyRegistration& family : families()) {
     if (!only.empty() && std::find(only.begin(), only.end(), family.name) == only.end()) continue;
-    for (U32 instance = 0; instance < family.instances(*profile_); ++instance) {
+    for (U32 instance = 0; instance < family.instances(profile_->pipelines()); ++instance) {
       tables_.push_back(std::make_unique<HwTableAdapter>(family.make(instance)));
     }
   }

@@ -1,5 +1,8 @@
 #include "agent/Registry.h"
 
+#include <map>
+#include <set>
+
 #include "VelaSwitchTable/VelaTableProtocolRemap.h"
 #include "agent/Agent.h"
 #include "device/NatLookup.h"
@@ -120,6 +123,23 @@ std::vector<std::unique_ptr<Entries>> makePaths(const Agent& agent) {
   return paths;
 }
 
+void checkFamilies(const std::vector<FamilyRegistration>& families) {
+  std::map<U32, std::string> numbers;
+  std::set<std::string> names;
+  const auto expect = [](bool good, const std::string& what) {
+    if (!good) Orb::assertFailed(what.c_str(), "checkFamilies");
+  };
+  for (const FamilyRegistration& family : families) {
+    expect(names.insert(family.name).second, "two families are called " + family.name);
+    const U32 instances = family.instances(VelaSwitch::ProfileInfo::maxPipes);
+    for (U32 instance = 0; instance < instances; ++instance) {
+      const auto [number, added] = numbers.emplace(family.number(instance), family.name);
+      expect(added || number->second == family.name,
+             Orb::text(family.name, " and ", number->second, " have one number, ", number->first));
+    }
+  }
+}
+
 const std::vector<FamilyRegistration>& families() {
   static const std::vector<FamilyRegistration> all = [] {
     std::vector<FamilyRegistration> registrations;
@@ -127,6 +147,7 @@ const std::vector<FamilyRegistration>& families() {
                              routeFamilies, natFamilies, l3ResultFamilies}) {
       for (FamilyRegistration& family : group()) registrations.push_back(std::move(family));
     }
+    checkFamilies(registrations);
     return registrations;
   }();
   return all;

@@ -9,9 +9,11 @@ namespace VelaAgent {
 /// One table family as the agent knows it.
 struct FamilyRegistration {
   std::string name;
+  /// The number that hardware knows the table of an instance by.
+  std::function<U32(U32 instance)> number;
   Trace::Handle& trace;
-  /// How many software tables of the family a switch of the profile has.
-  std::function<U32(const VelaSwitch::ProfileInfo&)> instances;
+  /// How many software tables of the family a switch of so many ingress pipelines has.
+  std::function<U32(U32 pipelines)> instances;
   std::function<std::unique_ptr<TableEntries>(U32 instance)> make;
 };
 
@@ -28,6 +30,9 @@ std::vector<FamilyRegistration> aclFamilies();
 std::vector<FamilyRegistration> routeFamilies();
 std::vector<FamilyRegistration> natFamilies();
 std::vector<FamilyRegistration> l3ResultFamilies();
+
+/// Fails unless names and numbers are each one family's, whatever the profile.
+void checkFamilies(const std::vector<FamilyRegistration>& families);
 
 /// All families, in the order in which their tables start.
 const std::vector<FamilyRegistration>& families();

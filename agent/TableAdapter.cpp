@@ -54,6 +54,7 @@ bool TableAdapter::del(const Json& key) {
 /// Tables whose key is no object may be asked by objects as well.
 const Lookup& TableAdapter::lookupFor(const Json& asked) const {
   const Lookups& lookups = entries_->lookups();
+  if (lookups.empty()) throw InputException(name() + " cannot be looked up");
   const bool byKey = entries_->keyShape().structured() || !asked.is_object();
   return byKey ? lookups.front() : lookups.back();
 }

@@ -179,7 +179,7 @@ struct Started : Chip {
   /// A row of the table's first instance.
   std::vector<U32> words(U32 hwTable, U32 index) {
     using VelaSwitchTable::TableConstants;
-    return row(TableConstants::tableName(Table::Family::traits.index), 0, hwTable, index);
+    return row(Table::Family::traits.table.name, 0, hwTable, index);
   }
 
   Orb::Ptr<Table> table;

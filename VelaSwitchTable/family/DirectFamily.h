@@ -34,7 +34,7 @@ enum class DirectPlacement : U8 {
 inline constexpr HwIndex noRow = ~HwIndex{0};
 
 struct DirectFamilyTraits {
-  TableIndex index;
+  TableIdentity table;
   DirectPlacement placement;
   const char* prefix;  ///< Register prefix with a place for the block's number.
   U8 rowWords;         ///< Words of the row image, those without a register included.
@@ -45,8 +45,8 @@ struct DirectFamilyTraits {
 };
 
 /// Of the families whose rows are a port mask in the layer-3 processors.
-constexpr DirectFamilyTraits layer3MaskTraits(TableIndex index) {
-  return {.index = index,
+constexpr DirectFamilyTraits layer3MaskTraits(TableIdentity table) {
+  return {.table = table,
           .placement = DirectPlacement::everyPipeline,
           .prefix = "ingress/processor_l3[%d]/",
           .rowWords = 3,
@@ -268,12 +268,11 @@ class VELA_EXPORT DirectFamilyConvertor : public DirectBaseConvertor {
   }
 
   static std::string hwTableName(HwTableId id) {
-    return VelaSwitchApi::SwTable::hwTableName(TableConstants::tableName(F::traits.index), "", "",
-                                               id);
+    return VelaSwitchApi::SwTable::hwTableName(F::traits.table.name, "", "", id);
   }
   void createRows(HwTableId id, Orb::PtrConst<VelaSwitchApi::HwTableRegisterMapping> mapping,
                   VelaSwitchApi::TableState state) {
-    const std::string family = TableConstants::tableName(F::traits.index);
+    const std::string family = F::traits.table.name;
     createHwTable({family, 0, id, hwTableName(id)}, state, 0, F::rows(profile()) - 1,
                   F::traits.rowWords, std::move(mapping));
   }

@@ -40,7 +40,7 @@ void HashTableConvertor::makeHwTable(HwTableId id, U32 processor, TableState sta
   const auto& properties = physicalTable().properties();
   const U32 tableSize = properties.rowsPerWay * properties.ways * properties.banks;
   ORB_ASSERT(tableSize != 0);
-  const std::string family = TableConstants::tableName(tableIndex());
+  const std::string family = table().name;
   const U32 instance = traits_.instance(static_cast<const HashBaseTable*>(swTable())->tableIdx());
   const std::string prefix = regPrefix(traits_.prefix, processor);
   const std::string name = SwTable::hwTableName(family, std::to_string(instance), "", id);

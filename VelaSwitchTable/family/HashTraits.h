@@ -19,7 +19,7 @@ inline constexpr U32 noHitTable = 0xffffffff;
 
 struct HashFamilyTraits {
   /// The number of the family's first physical table. It must be no other table's.
-  TableIndex index;
+  TableIdentity table;
   HashPlacement placement;
   const char* prefix;  ///< Register prefix with a place for the processor's number.
   /// Words of the row image: the data words, the control word behind them, and words that have no
@@ -47,9 +47,7 @@ struct HashFamilyTraits {
   bool tracesKeys = false;                        ///< Whether each field of a hashed key is traced.
   bool tracesItems = false;  ///< Whether entries are traced with their results.
 
-  constexpr U32 tableId(U8 tableIdx) const {
-    return static_cast<U32>(index) + tableIdx / sharing * stride;
-  }
+  constexpr U32 tableId(U8 tableIdx) const { return table.number + tableIdx / sharing * stride; }
   /// The number that the rows go by; tables that share them go by that of the first.
   constexpr U32 instance(U8 tableIdx) const { return tableIdx / sharing * sharing; }
 };
@@ -64,7 +62,7 @@ class VELA_EXPORT HashTableConvertor : public VelaSwitchApi::PhysicalHashTableCo
   explicit HashTableConvertor(const HashFamilyTraits& traits) : traits_(traits) {}
 
   /// The table that the rows belong to.
-  virtual TableIndex tableIndex() const { return traits_.index; }
+  virtual TableIdentity table() const { return traits_.table; }
   /// Where the hit bits lie, in a family that has them.
   virtual U32 hitTableOffset() const { return traits_.hitTableOffset; }
   virtual U8 dataWords() const { return traits_.dataWords; }

@@ -11,7 +11,7 @@ struct LpmLevel {
   U8 prefixBaseLen;        ///< Address bits of the key; the shortest real length served.
   U8 keyWidth;             ///< Bits of the key as it is hashed.
   U8 crcLength;            ///< Width of the hash: 10 or 12.
-  TableIndex hashTableId;  ///< The level's table.
+  TableIdentity table;     ///< The level's.
   U8 controlSelector = 0;  ///< Marks the level's rows in the control word.
   U8 paddedKeyWidth = 0;   ///< Row bits that the stored key takes; 0 for no padding.
 
@@ -26,13 +26,13 @@ struct LpmLevel {
 /// The hashed levels. Level 29 shares its table with the (*,G) entries: its keys are hashed with
 /// zeros where those have a tag, and its stored key is padded to the length of theirs.
 inline constexpr std::array<LpmLevel, 7> lpmLevels{{
-    {12, 17, 10, TableIndex::lpm14},
-    {15, 20, 10, TableIndex::lpm17},
-    {18, 23, 10, TableIndex::lpm20},
-    {21, 26, 10, TableIndex::lpm23},
-    {24, 29, 12, TableIndex::lpm26},
-    {27, 41, 12, TableIndex::lpm29, 1, 29},
-    {30, 35, 12, TableIndex::lpm32},
+    {12, 17, 10, {16, "Lpm14"}},
+    {15, 20, 10, {15, "Lpm17"}},
+    {18, 23, 10, {14, "Lpm20"}},
+    {21, 26, 10, {13, "Lpm23"}},
+    {24, 29, 12, {12, "Lpm26"}},
+    {27, 41, 12, {11, "Lpm29"}, 1, 29},
+    {30, 35, 12, {10, "Lpm32"}},
 }};
 
 /// The level that serves real lengths up to `longest`.
@@ -50,7 +50,7 @@ VELA_EXPORT const LpmLevel& lpmLevelOfKey(U8 prefixLen);
 struct VELA_EXPORT LpmBaseFamily : Family<"VelaTableLpmBase", VelaSwitch::LpmKey, LpmResult> {
   /// Index, hash length and place of the hit bits are those of one level; the others have their
   /// own.
-  static constexpr HashFamilyTraits traits{.index = TableIndex::lpm32,
+  static constexpr HashFamilyTraits traits{.table = {10, "Lpm32"},
                                            .placement = HashPlacement::everyPipeline,
                                            .prefix = "ingress/processor_l3[%d]/",
                                            .rowWords = 7,

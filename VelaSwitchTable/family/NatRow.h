@@ -14,7 +14,7 @@ constexpr HashFamilyTraits natTraits(HashFamilyTraits own) {
   own.rowWords = 6;
   own.keyStart = 5;
   own.rowImpliesKey = true;
-  own.hitTableOffset = static_cast<U32>(own.index);
+  own.hitTableOffset = own.table.number;
   own.staticWord = 4;
   own.parityWords = 4;
   own.tracesKeys = true;

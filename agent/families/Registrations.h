@@ -10,11 +10,12 @@ namespace VelaAgent {
 template <class Family>
 FamilyRegistration hashFamily(Lookups lookups, U32 instances = 1,
                               EntryRules<VelaSwitchTable::TableOf<Family>> rules = {}) {
-  const std::string name = VelaSwitchTable::TableConstants::tableName(Family::traits.index);
-  return {name, Family::trace,
-          [=](const VelaSwitch::ProfileInfo& profile) {
+  const std::string name = Family::traits.table.name;
+  return {name, [](U32 instance) { return Family::traits.tableId(static_cast<U8>(instance)); },
+          Family::trace,
+          [=](U32 pipelines) {
             return Family::traits.placement == VelaSwitchTable::HashPlacement::ownPipeline
-                       ? profile.pipelines()
+                       ? pipelines
                        : instances;
           },
           [=](U32 instance) {
@@ -31,8 +32,9 @@ FamilyRegistration hashFamily(Lookups lookups, U32 instances = 1,
 template <class Family>
 FamilyRegistration indexedFamily(Lookups lookups,
                                  EntryRules<VelaSwitchTable::TableOf<Family>> rules = {}) {
-  const std::string name = VelaSwitchTable::TableConstants::tableName(Family::traits.index);
-  return {name, Family::trace, [](const VelaSwitch::ProfileInfo&) { return 1u; },
+  const std::string name = Family::traits.table.name;
+  return {name, [](U32) { return Family::traits.table.number; }, Family::trace,
+          [](U32) { return 1u; },
           [=](U32 instance) {
             return std::make_unique<IndexedEntries<Family>>(
                 name, instance, Orb::make<VelaSwitchTable::TableOf<Family>>(name), lookups, rules);

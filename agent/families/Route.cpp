@@ -43,14 +43,15 @@ void checkFirstLevelCell(const Lpm11Table&, const Lpm11Result& result, std::vect
 }
 
 auto lookupLevel(DataPath& dataPath, U32, const VelaSwitch::LpmKey& at) {
-  const char* family = TableConstants::tableName(lpmLevelOfKey(at.prefix().len()).hashTableId);
+  const char* family = lpmLevelOfKey(at.prefix().len()).table.name;
   return VelaDevice::lpmRow(dataPath, family, at.vrf(), at.prefix().address());
 }
 
 /// A hashed level of the route ladder.
 FamilyRegistration hashedLevel(const LpmLevel& level) {
-  const std::string name = TableConstants::tableName(level.hashTableId);
-  return {name, LpmBaseFamily::trace, [](const VelaSwitch::ProfileInfo&) { return 1u; },
+  const std::string name = level.table.name;
+  return {name, [&level](U32) { return level.table.number; }, LpmBaseFamily::trace,
+          [](U32) { return 1u; },
           [=, &level](U32 instance) {
             return std::make_unique<HashEntries<LpmBaseFamily>>(
                 name, instance, lpmLevelTableFactory(level.longest(), name),

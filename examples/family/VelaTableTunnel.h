@@ -25,7 +25,7 @@ struct TunnelResult {
 
 /// Tunnels that end here, in every pipeline.
 struct VELA_EXPORT TunnelFamily : Family<"VelaTableTunnel", TunnelKey, TunnelResult> {
-  static constexpr HashFamilyTraits traits{.index = TableIndex{60},
+  static constexpr HashFamilyTraits traits{.table = {60, "Tunnel"},
                                            .placement = HashPlacement::everyPipeline,
                                            .prefix = "ingress/processor_l3[%d]/",
                                            .rowWords = 5,

@@ -38,7 +38,7 @@ void PlainConvertor::syncEntries(U32 table) {
 
 void PlainConvertor::createHwTable(const PlainHwTable& table, VelaSwitchApi::RowLayout layout,
                                    VelaSwitchApi::TableState state) {
-  const std::string family = TableConstants::tableName(traits_.index);
+  const std::string family = traits_.table.name;
   const std::string name = SwTable::hwTableName(family, "", table.suffix, table.id);
   IndexedRowsConvertor::createHwTable({family, 0, table.id, name}, state, table.first, table.last,
                                       table.rowWords, mappingOf(name, table));

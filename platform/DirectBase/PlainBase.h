@@ -13,7 +13,7 @@ namespace VelaSwitchTable {
 enum class AbsentTrace : U8 { byKey, byIndex, byTableAndIndex };
 
 struct PlainFamilyTraits {
-  TableIndex index;
+  TableIdentity table;
   U8 rowWords = 0;     ///< Words of the row image; the CPU's tables may have fewer.
   U8 parityWords = 0;  ///< Words whose bits are even in number by the field "parity".
   /// Bits of each word that depend on the row alone; where the control word of a row is so, only

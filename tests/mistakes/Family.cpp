@@ -23,7 +23,7 @@ struct ToyResult {
 };
 
 struct VELA_EXPORT ToyFamily : Family<"VelaTableToy", ToyKey, ToyResult> {
-  static constexpr HashFamilyTraits traits{.index = TableIndex{60},
+  static constexpr HashFamilyTraits traits{.table = {60, "Toy"},
                                            .placement = HashPlacement::once,
                                            .prefix = "toy/",
                                            .rowWords = 3,
