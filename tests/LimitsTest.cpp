@@ -1,6 +1,7 @@
 #include "Generator.h"
 #include "agent/Events.h"
 #include "agent/Profiles.h"
+#include "agent/Registry.h"
 
 // Events that ask for more than the switch has: what is too big is cut with a warning, what is not
 // there is refused in one line, and no event stops those that follow.
@@ -334,5 +335,21 @@ TEST_P(OddEvents, areDoneOrRefused) {
 
 INSTANTIATE_TEST_SUITE_P(Models, OddEvents, testing::ValuesIn(VelaTest::profileNames()),
                          VelaTest::profileTestName);
+
+TEST(Registry, refusesFamiliesOfOneNameOrNumber) {
+  const auto with = [](const char* name, U32 number) {
+    auto all = VelaAgent::families();
+    auto one = all.front();
+    one.name = name;
+    one.number = [number](U32) { return number; };
+    all.push_back(one);
+    return VelaTest::fatalText([&] { VelaAgent::checkFamilies(all); });
+  };
+  EXPECT_EQ(with("New", 60), "");
+  EXPECT_THAT(with("New", 18), HasSubstr("New and SG have one number, 18"));
+  EXPECT_THAT(with("SG", 60), HasSubstr("two families are called SG"));
+  // The fifth ACL processor's.
+  EXPECT_THAT(with("New", 94), HasSubstr("New and AclHash have one number, 94"));
+}
 
 }  // namespace

@@ -1,0 +1,7 @@
+#include "VelaTableStormLimit.h"
+
+namespace VelaSwitchTable {
+
+VELA_PLAIN_FAMILY_DEFINE(StormLimit, Layer2All)
+
+}  // namespace VelaSwitchTable

@@ -1,0 +1,90 @@
+#include "Support.h"
+#include "VelaTableStormLimit.h"
+#include "VelaTableTunnel.h"
+
+/// The families of docs/adding-a-family.md do what that says.
+namespace VelaSwitchTable {
+namespace {
+
+using testing::ElementsAre;
+using testing::StartsWith;
+using VelaTest::Chip;
+using VelaTest::Random;
+using VelaTest::Started;
+
+TEST(ExampleFamily, portRowsAreBitExactAndComeBack) {
+  Started<StormLimitTable> chip;
+  const StormLimitResult limits{U16{0xABC}, U16{0x123}, true};
+  chip.table->entryIs({VelaSwitch::ChipPortId(7)}, limits);
+  EXPECT_THAT(chip.words(0, 7), ElementsAre(0x80123ABC));
+
+  const auto again = Orb::make<StormLimitTable>("again");
+  chip.create(*again);
+  again->syncEntries();
+  ASSERT_TRUE(again->entry({VelaSwitch::ChipPortId(7)}));
+  EXPECT_EQ(*again->entry({VelaSwitch::ChipPortId(7)}), limits);
+}
+
+TEST(ExampleFamily, hashedRowsComeBackAsTheyWereAnnounced) {
+  Started<TunnelTable> chip;
+  Random random;
+  std::map<TunnelKey, TunnelResult> tunnels;
+  for (int i = 0; i < 4000; ++i) {
+    const TunnelKey key{Ipnet::IpAddr(random()), random() & 0xFFFFFF};
+    const TunnelResult result{Bridging::VlanIdOrNone(1 + random() % 4094), random() % 2 != 0};
+    tunnels.insert_or_assign(key, result);
+    chip.table->entryIs(key, result);
+    ASSERT_EQ(chip.status(key), VelaSwitchApi::EntryProgrammedStatus::programmed);
+  }
+  const auto again = Orb::make<TunnelTable>("again");
+  chip.create(*again);
+  again->syncEntries();
+  EXPECT_EQ(again->entries().size(), tunnels.size());
+  for (const auto& [key, result] : tunnels) {
+    ASSERT_TRUE(again->entry(key)) << Orb::text(key);
+    EXPECT_EQ(*again->entry(key), result);
+  }
+}
+
+}  // namespace
+
+// Mistakes that no compiler sees are found when the table is made.
+
+struct VELA_EXPORT OddParityFamily : TunnelFamily {
+  static constexpr HashFamilyTraits traits = [] {
+    HashFamilyTraits odd = TunnelFamily::traits;
+    odd.parityWords = 5;
+    return odd;
+  }();
+};
+VELA_HASH_FAMILY(OddParity);
+VELA_HASH_FAMILY_DEFINE(OddParity)
+
+/// What is packed by hand and not read back.
+struct VELA_EXPORT ForgetfulFamily : Family<"VelaTableForgetful", TunnelKey, TunnelResult> {
+  static constexpr HashFamilyTraits traits = TunnelFamily::traits;
+  static constexpr KeyField keyFields[] = {{"source", 32}, {"network", 24}};
+  static constexpr auto hash = &VelaSwitch::crc12Hash;
+  static constexpr RowField fields[] = {{"compare", 0, 44}, {"valid", 44, 1},  {"vlanId", 45, 12},
+                                        {"trap", 57, 1},    {"parity", 58, 1}, {"row", 128, 12},
+                                        {"way", 142, 2},    {"one", 145, 1, 1}};
+  static void packMore(const VelaTableHashHelper&, const Key&, const Result& result, bool,
+                       CuckooLocation, RowWriterOf<ForgetfulFamily>& row) {
+    row.set<"trap">(result.trapToCpu());
+  }
+};
+VELA_HASH_FAMILY(Forgetful);
+VELA_HASH_FAMILY_DEFINE(Forgetful)
+
+TEST(ExampleFamily, rowsThatDoNotComeBackAreRefusedWhenTheTableIsMade) {
+  const auto refusal = [](VelaSwitchApi::SwTable& table) {
+    return VelaTest::fatalText([&] { Chip().create(table); });
+  };
+  EXPECT_THAT(refusal(*OddParityTableIs("odd")),
+              StartsWith("VelaTableTunnel: the parity of an empty row is wrong"));
+  EXPECT_THAT(refusal(*ForgetfulTableIs("forgetful")),
+              StartsWith("VelaTableForgetful: the row of an entry unpacks to another entry"));
+  EXPECT_EQ(refusal(*TunnelTableIs("right")), "");
+}
+
+}  // namespace VelaSwitchTable
