@@ -19,8 +19,7 @@ TEST(ExampleFamily, portRowsAreBitExactAndComeBack) {
   EXPECT_THAT(chip.words(0, 7), ElementsAre(0x80123ABC));
 
   const auto again = Orb::make<StormLimitTable>("again");
-  chip.create(*again);
-  again->syncEntries();
+  chip.start(*again, Chip::Start::restart);
   ASSERT_TRUE(again->entry({VelaSwitch::ChipPortId(7)}));
   EXPECT_EQ(*again->entry({VelaSwitch::ChipPortId(7)}), limits);
 }
@@ -37,8 +36,7 @@ TEST(ExampleFamily, hashedRowsComeBackAsTheyWereAnnounced) {
     ASSERT_EQ(chip.status(key), VelaSwitchApi::EntryProgrammedStatus::programmed);
   }
   const auto again = Orb::make<TunnelTable>("again");
-  chip.create(*again);
-  again->syncEntries();
+  chip.start(*again, Chip::Start::restart);
   EXPECT_EQ(again->entries().size(), tunnels.size());
   for (const auto& [key, result] : tunnels) {
     ASSERT_TRUE(again->entry(key)) << Orb::text(key);

@@ -309,7 +309,8 @@ std::vector<Group> groups(const VelaSwitch::ProfileInfo& profile) {
     // Level 29 has (*,G) entries among its rows; remapped protocols have no registers.
     if (family.name == "StarG" || family.name == "ProtocolRemap") continue;
     Group group{{family.name}, {}};
-    for (U32 i = 0; i < family.instances(profile); ++i) group.tables.emplace_back(family.name, i);
+    for (U32 i = 0; i < family.instances(profile.pipelines()); ++i)
+      group.tables.emplace_back(family.name, i);
     if (family.name == "Lpm29") {
       group.make.emplace_back("StarG");
       group.tables.emplace_back("StarG", 0);

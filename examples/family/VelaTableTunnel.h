@@ -31,6 +31,7 @@ struct VELA_EXPORT TunnelFamily : Family<"VelaTableTunnel", TunnelKey, TunnelRes
                                            .rowWords = 5,
                                            .hashBits = 12,
                                            .ways = 2,
+                                           .leftAligned = true,
                                            .rowImpliesKey = true,
                                            .staticWord = 4,
                                            .parityWords = 4};

@@ -25,7 +25,7 @@ HashInverse::HashInverse(Hash hash, U8 ways, U8 keyBits, const std::vector<U8>& 
       const U32 mask = 1u << bit;
       U8 pivot = bit;
       while (pivot < bits && (pairs[pivot].second & mask) == 0) ++pivot;
-      ORB_ASSERT(pivot < bits);
+      ORB_ASSERT_TEXT(pivot < bits, "the hash cannot tell the implied key bits apart");
       std::swap(pairs[bit], pairs[pivot]);
       for (U8 other = 0; other < bits; ++other) {
         if (other == bit || (pairs[other].second & mask) == 0) continue;
