@@ -1,3 +1,4 @@
+#include "Ipnet/IpPrefix.h"
 #include "Tool.h"
 #include "device/SimulatedSwitch.h"
 
