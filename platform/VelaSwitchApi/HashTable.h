@@ -8,8 +8,6 @@ namespace VelaSwitchApi {
 /// became of them.
 class VELA_EXPORT HashTable : public HashBaseTable {
  public:
-  using HashItem = HashItem;
-
   void reactorTeardown() override;
   void lastHitByHashItemIs(HashItem& hashItem, Orb::Seconds time) override;
   void entryStatusIsByHashItem(HashItem& hashItem) override;
