@@ -17,8 +17,7 @@ inline constexpr VelaSwitchApi::StaticWords memoryStaticWords = {0, 0xfffffff0, 
 inline std::vector<std::string> memoryRegisters() {
   std::vector<std::string> registers;
   for (U8 pair = 0; pair < memoryPairs; ++pair) {
-    registers.push_back("lum_data");
-    registers.push_back("lum_ctl_addr_data");
+    for (const char* name : {"lum_data", "lum_ctl_addr_data"}) registers.emplace_back(name);
   }
   return registers;
 }
