@@ -29,7 +29,10 @@ void Agent::make(const std::vector<std::string>& only) {
     }
   }
   for (const auto& adapter : tables_) adapter->table().doSetProfileConvertor(types_);
-  for (const auto& adapter : tables_) adapter->table().doCreateHwTable();
+  for (const auto& adapter : tables_) {
+    adapter->table().doCreateHwTable();
+    checkControlWords(adapter->table());
+  }
   if (only.empty() || std::find(only.begin(), only.end(), "Route") != only.end()) {
     makeRoutes();
     announced_.push_back(routes_.get());

@@ -5,6 +5,7 @@
 
 #include "VelaSwitchTable/VelaTableProtocolRemap.h"
 #include "agent/Agent.h"
+#include "device/ControlWord.h"
 #include "device/NatLookup.h"
 #include "device/PortLookup.h"
 #include "device/RouteLookup.h"
@@ -137,6 +138,19 @@ void checkFamilies(const std::vector<FamilyRegistration>& families) {
       expect(added || number->second == family.name,
              Orb::text(family.name, " and ", number->second, " have one number, ", number->first));
     }
+  }
+}
+
+void checkControlWords(const VelaSwitchApi::SwTable& table) {
+  const auto& convertor = *table.profileConvertorPtr();
+  for (const auto& [id, hwTable] : convertor.hwTables()) {
+    const auto& layout = convertor.rowLayout(id, hwTable->descriptor().first);
+    // Where the row's number is a field of the row, the control word says it.
+    const bool says = layout.find("row") || layout.find("index");
+    const std::string& family = hwTable->descriptor().identity.family;
+    if (!says || VelaDevice::ControlWord::of(family)) continue;
+    const std::string text = family + ": the simulated switch does not know its control word";
+    Orb::assertFailed(text.c_str(), "checkControlWords");
   }
 }
 

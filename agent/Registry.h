@@ -34,6 +34,10 @@ std::vector<FamilyRegistration> l3ResultFamilies();
 /// Fails unless names and numbers are each one family's, whatever the profile.
 void checkFamilies(const std::vector<FamilyRegistration>& families);
 
+/// Fails unless the simulated switch knows the control words of the table, which has declared its
+/// hardware: it would take rows for whatever the caller says.
+void checkControlWords(const VelaSwitchApi::SwTable& table);
+
 /// All families, in the order in which their tables start.
 const std::vector<FamilyRegistration>& families();
 

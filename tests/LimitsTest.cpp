@@ -1,4 +1,5 @@
 #include "Generator.h"
+#include "VelaTableTunnel.h"
 #include "agent/Events.h"
 #include "agent/Profiles.h"
 #include "agent/Registry.h"
@@ -350,6 +351,14 @@ TEST(Registry, refusesFamiliesOfOneNameOrNumber) {
   EXPECT_THAT(with("SG", 60), HasSubstr("two families are called SG"));
   // The fifth ACL processor's.
   EXPECT_THAT(with("New", 94), HasSubstr("New and AclHash have one number, 94"));
+}
+
+TEST(Registry, refusesATableWhoseControlWordTheSwitchDoesNotKnow) {
+  VelaTest::Chip chip;
+  const auto tunnels = VelaSwitchTable::TunnelTableIs("tunnels");
+  chip.create(*tunnels);
+  EXPECT_THAT(VelaTest::fatalText([&] { VelaAgent::checkControlWords(*tunnels); }),
+              HasSubstr("Tunnel: the simulated switch does not know its control word"));
 }
 
 }  // namespace
