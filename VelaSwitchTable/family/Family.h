@@ -16,12 +16,29 @@ struct ClassesOf;
 template <class F>
 using TableOf = typename ClassesOf<F>::Table;
 
+namespace detail {
+
+/// A name as characters: what is made of it is one thing in all libraries, which it is not under
+/// GCC when made of an object.
+template <char... characters>
+struct VELA_EXPORT NamedUnit {
+  static constexpr char sourceUnit[] = {characters..., '\0'};
+  static inline Trace::Handle trace{sourceUnit};
+};
+
+template <Orb::FixedString Unit, class Indexes>
+struct UnitOf;
+template <Orb::FixedString Unit, std::size_t... indexes>
+struct UnitOf<Unit, std::index_sequence<indexes...>> {
+  using Type = NamedUnit<Unit.chars[indexes]...>;
+};
+
+}  // namespace detail
+
 /// A family's source unit and the trace handle called after it.
 template <Orb::FixedString Unit>
-struct VELA_EXPORT SourceUnit {
-  static constexpr const char* sourceUnit = Unit.chars;
-  static inline Trace::Handle trace{Unit.chars};
-};
+using SourceUnit =
+    typename detail::UnitOf<Unit, std::make_index_sequence<Unit.view().size()>>::Type;
 
 /// What keys and results are: aggregates of Orb::Field members that name themselves, or numbers
 /// with bounds.
