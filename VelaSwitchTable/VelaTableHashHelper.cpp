@@ -51,14 +51,16 @@ void VelaTableHashHelper::checkRows(const HashBaseCuckooEntry& sample) const {
   const auto expect = [&](bool good, const char* what) {
     if (!good) Orb::assertFailed(Orb::text(traces_.handle.name(), ": ", what).c_str(), __func__);
   };
+  const CuckooLocation at{0, sample.getHash(0)};
+  Image image = pack(sample, at);
+  // The helper of a number that is no table of the family's packs nothing.
+  if (image == Image{}) return;
   // Two rows whose numbers differ in parity: words that are not the data's show in one of them.
   for (const U32 row : {0u, 1u}) {
     Image empty = pack(*null_, {0, row});
     expect(rowSound(empty.data()), "the parity of an empty row is wrong");
     expect(!unpack(empty.data(), {0, row}), "an empty row unpacks to an entry");
   }
-  const CuckooLocation at{0, sample.getHash(0)};
-  Image image = pack(sample, at);
   expect(rowSound(image.data()), "the parity of an entry's row is wrong");
   const auto entry = unpack(image.data(), at);
   expect(bool{entry}, "the row of an entry unpacks to none");

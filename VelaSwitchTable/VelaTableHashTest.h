@@ -33,7 +33,8 @@ struct VELA_EXPORT HashTestFamily : Family<"VelaTableHashTest", HashTestKey, Has
                                            .hashBits = 3,
                                            .ways = 2,
                                            .hitBits = true,
-                                           .hitTableOffset = 1};
+                                           .hitTableOffset = 1,
+                                           .stride = 0};
   static constexpr RowField fields[] = {
       {"key", 0, 32}, {"result", 32, 32}, {"row", 64, 12}, {"way", 78, 1}, {"one", 79, 1, 1}};
 

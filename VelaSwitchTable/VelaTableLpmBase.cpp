@@ -61,11 +61,12 @@ U32 LpmBaseFamily::hash(const U8* buffer, U8 way, U8 bits) {
   return hashKey(buffer, way, bits, level ? level->crcLength : U8{0});
 }
 
-bool LpmBaseFamily::unpackKey(KeyBits bits, const Reader&, Key& key) {
+bool LpmBaseFamily::unpackKey(KeyBits bits, const Reader& row, Key& key) {
   const LpmLevel& level = *levelOfWidth(bits.bits());
   const auto address = static_cast<U32>(bits.take(level.prefixBaseLen) << level.ipv4DipShift());
   key.prefix = Ipnet::IpPrefix(Ipnet::IpAddr(address), level.prefixBaseLen);
-  key.vrf = static_cast<U8>(bits.words()[0]);
+  // The row has fewer bits of it than are hashed.
+  key.vrf = static_cast<U8>(row.get<"vrf">());
   return true;
 }
 

@@ -8,6 +8,7 @@ namespace VelaSwitchTable {
   VELA_FACTORY_DEFINE(Class, otherFactory, parameters, arguments)
 
 #define VELA_LPM_LEVEL_DEFINE(longest)                                                         \
+  static const TableRegistration lpm##longest##Registration{lpmLevel<longest>.table};          \
   VELA_LPM_CLASS_DEFINE(Lpm##longest##Table, lpm##longest##TableFactory,                       \
                         (const std::string& name), (name))                                     \
   VELA_LPM_CLASS_DEFINE(Lpm##longest##Convertor, lpm##longest##ConvertorFactory, (), ())       \

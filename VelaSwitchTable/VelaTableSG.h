@@ -19,6 +19,7 @@ struct VELA_EXPORT SGFamily : MulticastFamily<SGFamily, "VelaTableSG", SGResult>
                                            .hitTableOffset = 18,
                                            .staticWord = 4,
                                            .parityWords = 4,
+                                           .stride = 0,
                                            .decodedText = "Decoded valid entry is "};
 
   /// Wide flags: one bit more in front of the valid bit, and 15 zeros behind the parity, as far as
@@ -36,14 +37,14 @@ struct VELA_EXPORT SGFamily : MulticastFamily<SGFamily, "VelaTableSG", SGResult>
       return wide && first < control ? std::min(width, control - first) : 0;
     };
     return std::to_array<RowField>({{"compare", 0, compare},
-                                    {"wideFlag", compare, wide},
+                                    {"wideFlag", compare, wide, 0},
                                     {"valid", valid, 1},
                                     {"vlanGroupId", valid + 1, 4},
                                     {"portMask", valid + 5, shape.ports + 1},
                                     {"parity", parity, 1},
-                                    {"zeros2", parity + 1, zeros(parity + 1, 2)},
-                                    {"zeros12", parity + 3, zeros(parity + 3, 12)},
-                                    {"zeros1", parity + 15, zeros(parity + 15, 1)},
+                                    {"zeros2", parity + 1, zeros(parity + 1, 2), 0},
+                                    {"zeros12", parity + 3, zeros(parity + 3, 12), 0},
+                                    {"zeros1", parity + 15, zeros(parity + 15, 1), 0},
                                     {"row", control, 13},
                                     {"way", control + 14, 2},
                                     {"one", control + 17, 1, 1},

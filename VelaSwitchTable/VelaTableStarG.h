@@ -26,6 +26,7 @@ struct VELA_EXPORT StarGFamily : MulticastFamily<StarGFamily, "VelaTableStarG", 
                                            .hitBits = true,
                                            .hitTableOffset = 11,
                                            .parityWords = 4,
+                                           .stride = 0,
                                            .decodedText = "Decoded valid entry is "};
   static constexpr auto fields(const RowShape& shape) {
     return std::to_array<RowField>({{"compare", 0, 28},

@@ -91,6 +91,7 @@ TEST_P(Hits, staysWithTheEntryThatWasHit) {
     const U32 numbers = std::min(rows * 5 / 4 / static_cast<U32>(group.tables.size()), keys);
     for (U32 i = 0; i < rows * 3 / 4; ++i) set(rig, generator.randomKey(group, numbers));
     const U64 movesBefore = rig.moves();
+    std::size_t hits = 0;
     double now = 1;
     for (int round = 0; round < 12; ++round) {
       // An audit reads the whole table, so there are few.
@@ -111,11 +112,12 @@ TEST_P(Hits, staysWithTheEntryThatWasHit) {
           hit(rig, key);
         }
       }
-      ASSERT_FALSE(rig.hit.empty());
+      hits += rig.hit.size();
       ASSERT_NO_FATAL_FAILURE(poll(rig, now));
       now += 1;
     }
     EXPECT_GT(rig.moves(), movesBefore) << "nothing moved";
+    EXPECT_GT(hits, 0u);
   }
 }
 

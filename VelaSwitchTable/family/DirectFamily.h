@@ -244,6 +244,8 @@ class VELA_EXPORT DirectFamilyConvertor : public DirectBaseConvertor {
   static constexpr bool validBit = findField<F>("valid").has_value();
   static constexpr bool packsMore = requires { &F::packMore; };
   static_assert(rowChecked<F, F::traits.rowWords, packsMore>());
+  static_assert(F::traits.parityWords == 0 || findField<F>("parity"),
+                "a row with parity has a field \"parity\"");
 
   static U32 blockOf(HwIndex index) {
     if constexpr (sharedOut) return index / F::traits.rowsPerBlock;
@@ -315,6 +317,7 @@ class VELA_EXPORT DirectFamilyConvertor : public DirectBaseConvertor {
   VELA_FACTORY(Xxx##Entry, Xxx##EntryIs, (const Xxx##Family::Key& key))
 
 #define VELA_DIRECT_FAMILY_DEFINE(Xxx)                                             \
+  static const TableRegistration Xxx##Registration{Xxx##Family::traits.table};     \
   VELA_DIRECT_TEMPLATES(, Xxx##Family);                                            \
   VELA_REGISTERED_DEFINE(Xxx##Table)                                               \
   VELA_REGISTERED_DEFINE(Xxx##Convertor)                                           \

@@ -74,9 +74,9 @@ struct KeyFieldReader {
 
 /// The key as the number that is hashed.
 template <class F>
-KeyBits packedKey(const typename F::Key& key) {
+KeyBits packedKey(const typename F::Key& key, bool traced = true) {
   KeyBits bits;
-  if constexpr (F::traits.tracesKeys) bits = KeyBits(F::trace, "getHash", F::traits.keyStart);
+  if (F::traits.tracesKeys && traced) bits = KeyBits(F::trace, "getHash", F::traits.keyStart);
   if constexpr (detail::ListedKey<F>) {
     detail::forEachKeyField<F>(key, detail::KeyFieldWriter{bits});
   } else {
@@ -148,11 +148,12 @@ class VELA_EXPORT HashFamilyEntry : public HashBaseCuckooEntry {
     return &other.table() == &this->table() &&
            static_cast<const HashFamilyEntry&>(other).key_ == key_;
   }
-  /// The packed key without the bits that the row implies.
-  U64 hwCompareEncoding() const requires(F::traits.rowImpliesKey) {
+  /// What rows hold of the key, where that is one field.
+  U64 hwCompareEncoding() const requires(findField<F>("compare").has_value()) {
     KeyBits bits = packedKey<F>(key_);
     bits.drop(F::traits.hashBits);
-    return bits.words()[0];
+    constexpr U32 width = detail::someFields<F>()[fieldNumber<F, "compare">()].width;
+    return bits.words()[0] & ((U64{1} << width) - 1);
   }
 
   const Key& key() const { return key_; }

@@ -150,6 +150,7 @@ class VELA_EXPORT HashFamilyConvertor : public HashTableConvertor {
   template class HashFamilyTable<Family>;                                               \
   template class HashFamilyHelper<Family>;                                              \
   template class HashFamilyConvertor<Family>;                                           \
+  static const TableRegistration Family##Registration{Family::traits.table};            \
   VELA_REGISTERED_DEFINE(Table)                                                         \
   VELA_REGISTERED_DEFINE(Helper)                                                        \
   VELA_REGISTERED_DEFINE(Entry)                                                         \

@@ -33,7 +33,7 @@ class VELA_EXPORT HashFamilyHelperBase : public VelaTableHashHelper {
     const Entry& packed = static_cast<const Entry&>(entry);
     RowWriterOf<F> row(layout(), image, "setHwBuffer");
     if (packed.valid()) {
-      KeyBits bits = packedKey<F>(packed.key());
+      KeyBits bits = packedKey<F>(packed.key(), false);
       bits.drop(implied());
       row.setFirst(bits.words(), storedBits_);
       if constexpr (detail::ListedKey<F>) {
@@ -91,6 +91,9 @@ class VELA_EXPORT HashFamilyHelperBase : public VelaTableHashHelper {
 
  private:
   static_assert(rowChecked<F, F::traits.rowWords, requires { &F::packMore; }>());
+  static_assert(findField<F>("row"), "a hash family's control word has a field \"row\"");
+  static_assert(F::traits.parityWords == 0 || findField<F>("parity"),
+                "a row with parity has a field \"parity\"");
 
   /// Whether the row's valid bit says that there is an entry, rather than a field of the result.
   static constexpr bool validBit = findField<F>("valid") && !hasField<typename F::Result>("valid");

@@ -42,7 +42,7 @@ struct HashFamilyTraits {
   /// Words whose bits, the parity bit among them, are even in number; 0 when rows have no parity.
   U8 parityWords = 0;
   U8 sharing = 1;  ///< So many software tables have one physical table.
-  U8 stride = 1;   ///< From one physical table's number to the next one's.
+  U8 stride = 1;   ///< From one physical table's number to the next one's; 0: there is one.
   const char* decodedText = "Decoded entry is ";  ///< Begins the trace of a decoded row.
   bool tracesKeys = false;                        ///< Whether each field of a hashed key is traced.
   bool tracesItems = false;  ///< Whether entries are traced with their results.

@@ -204,6 +204,8 @@ class VELA_EXPORT PlainFamilyLayerConvertor : public ClassesOf<F>::Convertor {
  private:
   static constexpr bool packsMore = requires { &F::packMore; };
   static_assert(rowChecked<F, F::traits.rowWords, packsMore>());
+  static_assert(F::traits.parityWords == 0 || findField<F>("parity"),
+                "a row with parity has a field \"parity\"");
 
   VelaSwitchApi::RowLayout makeLayout(const PlainHwTable& table) const {
     if constexpr (requires { &F::shape; }) {
@@ -324,12 +326,13 @@ class VELA_EXPORT PlainFamilyLayerConvertor : public ClassesOf<F>::Convertor {
   VELA_FACTORY(Table_, Table_##Is, (const std::string& name));          \
   VELA_FACTORY(LayerConvertor_, LayerConvertor_##Is, ())
 
-#define VELA_PLAIN_CLASSES_DEFINE(Family, Table, Convertor, LayerConvertor) \
-  VELA_PLAIN_TEMPLATES(, Family);                                           \
-  VELA_REGISTERED_DEFINE(Table)                                             \
-  VELA_REGISTERED_DEFINE(Convertor)                                         \
-  VELA_REGISTERED_DEFINE(LayerConvertor)                                    \
-  VELA_FACTORY_DEFINE(Table, Table##Is, (const std::string& name), (name))  \
+#define VELA_PLAIN_CLASSES_DEFINE(Family, Table, Convertor, LayerConvertor)  \
+  static const TableRegistration Family##Registration{Family::traits.table}; \
+  VELA_PLAIN_TEMPLATES(, Family);                                            \
+  VELA_REGISTERED_DEFINE(Table)                                              \
+  VELA_REGISTERED_DEFINE(Convertor)                                          \
+  VELA_REGISTERED_DEFINE(LayerConvertor)                                     \
+  VELA_FACTORY_DEFINE(Table, Table##Is, (const std::string& name), (name))   \
   VELA_FACTORY_DEFINE(LayerConvertor, LayerConvertor##Is, (), ())
 
 #define VELA_PLAIN_FAMILY(Xxx, Layer)                                                 \

@@ -104,15 +104,13 @@ bool IndexedRowsConvertor::takesDefault(const HwTableConfig& table, HwIndex inde
 
 /// Keys whose rows are as they should be lose their marks, but for those that an audit gives them.
 void IndexedRowsConvertor::recheck(U32 start, bool audited) {
-  HwIndex next = start;
   for (const auto& [id, table] : hwTables()) {
     const auto& rows = table->descriptor();
-    for (HwIndex index = std::max(next, rows.first); index <= rows.last; ++index) {
+    for (HwIndex index = std::max(start, rows.first); index <= rows.last; ++index) {
       if (!marked(index)) continue;
       const HwIndex first = firstRow(*table, index);
       if (everyRowHolds(first) && !(audited && anyRowMarks(first))) markIs(index, false);
     }
-    next = std::max(next, rows.last + 1);
   }
 }
 

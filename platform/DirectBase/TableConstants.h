@@ -15,7 +15,16 @@ struct TableIdentity {
 /// A table's number alone.
 enum class TableIndex : U8 {};
 
+/// Makes a family's table known by its number, for as long as the program runs.
+class VELA_EXPORT TableRegistration {
+ public:
+  explicit TableRegistration(TableIdentity table);
+};
+
 struct TableConstants {
+  /// The name of a table whose family is loaded. A number that no table has is a fatal assertion.
+  VELA_EXPORT static const char* tableName(TableIndex index);
+
   /// The ACL processors' tables repeat at this distance, one of each kind per processor.
   static constexpr U8 aclTableStride = 12;
   /// The ACL hash table of the first processor.

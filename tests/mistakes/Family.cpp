@@ -1,4 +1,4 @@
-// A hash family with one mistake, which MISTAKE names. It must not compile.
+// A hash family with one mistake: that whose macro is defined. It must not compile then.
 
 #include "VelaSwitch/Crc.h"
 #include "VelaSwitchTable/family/HashFamily.h"
