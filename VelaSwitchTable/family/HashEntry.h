@@ -101,6 +101,13 @@ U8 fillKeyBuffer(const KeyBits& key, U8* buffer, U8 bufSize) {
   return key.bits();
 }
 
+/// Bits of the field "compare" of a family's rows; 0 when they have none.
+template <class F>
+consteval U8 compareBits() {
+  constexpr auto number = findField<F>("compare");
+  return number ? static_cast<U8>(detail::someFields<F>()[*number].width) : U8{0};
+}
+
 /// An entry of the family as the cuckoo engine sees it.
 template <class F>
 class VELA_EXPORT HashFamilyEntry : public HashBaseCuckooEntry {
@@ -149,11 +156,10 @@ class VELA_EXPORT HashFamilyEntry : public HashBaseCuckooEntry {
            static_cast<const HashFamilyEntry&>(other).key_ == key_;
   }
   /// What rows hold of the key, where that is one field.
-  U64 hwCompareEncoding() const requires(findField<F>("compare").has_value()) {
+  U64 hwCompareEncoding() const requires(compareBits<F>() != 0) {
     KeyBits bits = packedKey<F>(key_);
     bits.drop(F::traits.hashBits);
-    constexpr U32 width = detail::someFields<F>()[fieldNumber<F, "compare">()].width;
-    return bits.words()[0] & ((U64{1} << width) - 1);
+    return bits.take(compareBits<F>());
   }
 
   const Key& key() const { return key_; }
