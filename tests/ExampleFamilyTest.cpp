@@ -28,7 +28,7 @@ TEST(ExampleFamily, hashedRowsComeBackAsTheyWereAnnounced) {
   Started<TunnelTable> chip;
   Random random;
   std::map<TunnelKey, TunnelResult> tunnels;
-  for (int i = 0; i < 4000; ++i) {
+  for (int i = 0; i < 3000; ++i) {
     const TunnelKey key{Ipnet::IpAddr(random()), random() & 0xFFFFFF};
     const TunnelResult result{Bridging::VlanIdOrNone(1 + random() % 4094), random() % 2 != 0};
     tunnels.insert_or_assign(key, result);
