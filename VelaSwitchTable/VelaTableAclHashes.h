@@ -68,7 +68,7 @@ class VELA_EXPORT AclHashTable final : public HashFamilyTable<AclHashFamily> {
   /// The number of the physical table.
   U8 physTableIdx() const { return TableConstants::aclHashTableId(tableIdx()); }
   /// The desired entries.
-  EntryStore<Key, Result>& store() { return *this; }
+  Store& store() { return *this; }
 };
 
 class VELA_EXPORT AclHashConvertor final : public HashFamilyConvertor<AclHashFamily> {

@@ -151,10 +151,10 @@ bool CoppConvertor::hwTableEntryIs(const CoppEntryKey& key, const CoppEntry& ent
   return hwTableEntryIs(key, present ? entry : CoppFamily::absentResult());
 }
 
-void CoppConvertor::syncEntries(U32 id) {
-  ORB_ASSERT_TEXT(hwTable(id), "table");
+void CoppConvertor::syncEntries(U32 table) {
+  ORB_ASSERT_TEXT(hwTable(table), "table");
   ORB_ASSERT_TEXT(hwTable(numCoppTables()), "cpuTxHwTable");
-  PlainFamilyLayerConvertor::syncEntries(id);
+  PlainFamilyLayerConvertor::syncEntries(table);
 }
 
 U32 CoppConvertor::numCoppTables() const {

@@ -1,9 +1,13 @@
 #include "VelaSwitchTable/VelaTableHashHelper.h"
 
+#include <optional>
+
 #include "VelaSwitch/Parity.h"
 #include "VelaSwitchTable/family/Family.h"
 
 namespace VelaSwitchTable {
+
+VelaTableHashHelper::~VelaTableHashHelper() = default;
 
 void VelaTableHashHelper::doInit() {
   ORB_ASSERT(swTable());
@@ -24,17 +28,18 @@ Orb::Ptr<HashBaseCuckooEntry> VelaTableHashHelper::decodeHwEntry(HwIndex index) 
     trace(3, "row ", index, noRowText);
     return null_;
   }
-  const auto read = [&] {
+  constexpr const char* refusal = "not decoding entry: row ";
+  using Unpacked = std::optional<Orb::Ptr<HashBaseCuckooEntry>>;
+  const Unpacked entry = readSafely(trace, refusal, index, Unpacked(), [&]() -> Unpacked {
     return rowSound(hwRow(index)) ? unpack(hwRow(index), location(index)) : nullptr;
-  };
-  const auto entry =
-      readSafely(trace, "not decoding entry: row ", index, Orb::Ptr<HashBaseCuckooEntry>(), read);
-  if (!entry) {
-    trace(9, "not decoding entry: row ", index);
+  });
+  if (!entry) return null_;
+  if (!*entry) {
+    trace(9, refusal, index);
     return null_;
   }
-  if (trace.enabled(8)) trace(8, traces_.decoded, entry->toStrep());
-  return entry;
+  if (trace.enabled(8)) trace(8, traces_.decoded, (*entry)->toStrep());
+  return *entry;
 }
 
 bool VelaTableHashHelper::rowSound(const U32* image) const {
@@ -49,7 +54,7 @@ void VelaTableHashHelper::checkRows(const HashBaseCuckooEntry& sample) const {
     return image;
   };
   const auto expect = [&](bool good, const char* what) {
-    if (!good) Orb::assertFailed(Orb::text(traces_.handle.name(), ": ", what).c_str(), __func__);
+    if (!good) Orb::assertFailed(Orb::text(traces_.handle.name(), ": ", what).c_str(), "checkRows");
   };
   const CuckooLocation at{0, sample.getHash(0)};
   Image image = pack(sample, at);

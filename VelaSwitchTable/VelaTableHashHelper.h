@@ -17,6 +17,7 @@ using VelaSwitchApi::RowWriter;
 /// that name a row's place, and the way from a row that was read to an entry.
 class VELA_EXPORT VelaTableHashHelper : public VelaSwitchApi::HashBaseHelper {
  public:
+  ~VelaTableHashHelper() override;
   /// Builds the row layout and the entry that stands for an empty row.
   void doInit() override;
   /// Writes the fields `row` and `way`, and those that hold the same in every row.

@@ -28,17 +28,16 @@ VELA_LPM_LEVEL_DEFINE(29)
 VELA_LPM_LEVEL_DEFINE(32)
 
 Orb::Ptr<LpmBaseTable> lpmLevelTableFactory(U8 longest, const std::string& name) {
-  const auto make = [&]<U8... levels>(std::integer_sequence<U8, levels...>) {
-    Orb::Ptr<LpmBaseTable> table;
-    ((lpmLevels[levels].longest() == longest
-          ? void(table = Orb::make<
-                     typename ClassesOf<LpmLevelFamily<lpmLevels[levels].longest()>>::Table>(name))
-          : void()),
-     ...);
-    ORB_ASSERT_TEXT(table, "lpmLevelTableFactory");
-    return table;
+  Orb::Ptr<LpmBaseTable> table;
+  const auto tryLevel = [&]<U8 level>(LpmLevelFamily<level>) {
+    if (level == longest) table = Orb::make<TableOf<LpmLevelFamily<level>>>(name);
   };
-  return make(std::make_integer_sequence<U8, lpmLevels.size()>());
+  [&]<std::size_t... i>(std::index_sequence<i...>) {
+    (tryLevel(LpmLevelFamily<lpmLevels[i].longest()>()), ...);
+  }
+  (std::make_index_sequence<lpmLevels.size()>());
+  ORB_ASSERT_TEXT(table, "lpmLevelTableFactory");
+  return table;
 }
 
 }  // namespace VelaSwitchTable

@@ -59,7 +59,7 @@ class VELA_EXPORT LpmLevelTable : public LpmBaseTable {
     return Orb::make<typename ClassesOf<L>::Helper>(numVrfBits());
   }
   Orb::Ptr<LpmBaseTableCuckooEntry> newItem(const VelaSwitch::LpmKey& key) override {
-    return Orb::make<typename ClassesOf<L>::CuckooEntry>(this, key);
+    return makeItem<typename ClassesOf<L>::CuckooEntry>(key);
   }
 };
 

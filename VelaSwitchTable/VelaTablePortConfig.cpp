@@ -13,7 +13,7 @@ void appendText(Orb::TextSink& sink, PortMode mode) {
 
 void parseText(Orb::TextCursor& cursor, PortMode& mode) {
   const std::string_view word = cursor.word();
-  for (U8 i = 0; i < std::size(modeNames); ++i) {
+  for (std::size_t i = 0; i < std::size(modeNames); ++i) {
     if (word != modeNames[i]) continue;
     mode = static_cast<PortMode>(i);
     return;

@@ -105,8 +105,8 @@ std::ostream& operator<<(std::ostream& out, const VlanMembershipResult& result) 
 
 std::vector<PlainHwTable> VlanMembershipFamily::hwTables(const VelaSwitch::ProfileInfo& profile) {
   std::vector<std::string> registers{"vlan_data0", "vlan_data1"};
-  if (profile.registerFormat().major() >= 3) registers.push_back("vlan_data2");
-  registers.push_back("vlan_ctl");
+  if (profile.registerFormat().major() >= 3) registers.emplace_back("vlan_data2");
+  registers.emplace_back("vlan_ctl");
   return vlanTables(profile, registers);
 }
 

@@ -50,7 +50,7 @@ void Agent::makeRoutes() {
     auto* level = dynamic_cast<LpmBaseTable*>(&adapter->table());
     if (!first && !level) continue;
     if (first) firstLevel = first;
-    if (level) levels.push_back(level);
+    if (level) levels.emplace_back(level);
     entries.push_back(&adapter->typed());
   }
   routeWriter_ =

@@ -4,10 +4,10 @@
 #include <string>
 #include <vector>
 
-#include "agent/Entries.h"
 #include "agent/JsonForward.h"
 #include "agent/Recorder.h"
 #include "agent/RouteWriter.h"
+#include "agent/TableEntries.h"
 
 namespace VelaAgent {
 

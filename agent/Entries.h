@@ -1,7 +1,6 @@
 #pragma once
 
 #include <functional>
-#include <map>
 #include <optional>
 #include <string>
 #include <vector>
@@ -159,72 +158,6 @@ class Entries {
   bool announcedBefore_ = false;
   std::vector<std::string> warnings_;
   AnyListener admitted_;
-};
-
-/// The entries of a software table with rows in hardware.
-class TableEntries : public Entries {
- public:
-  /// Where an entry lies.
-  struct Place {
-    HwIndex index;
-    std::optional<VelaSwitchApi::CuckooLocation> location;  ///< For hash tables.
-  };
-  using RowId = std::pair<VelaSwitchApi::HwTableId, HwIndex>;
-
-  using Entries::Entries;
-
-  virtual VelaSwitchApi::SwTable& table() const = 0;
-  VelaSwitchApi::SwTableProfileConvertor& convertor() const {
-    return *table().profileConvertorPtr();
-  }
-  bool fills(const VelaSwitchApi::SwTable& other) const override { return &other == &table(); }
-  bool pollHitBits(Orb::Seconds now) override { return convertor().pollHitBits(now); }
-  /// Whether hardware tells which rows packets hit.
-  bool reportsHits() const { return !convertor().hitBitTables().empty(); }
-
-  /// Compares the rows with what they should be; the convertor has the findings.
-  void audit() { table().syncEntries(); }
-  /// Writes what the last audit found wrong.
-  void repair();
-  /// Rows that were read and that no row of the table can be, with their hardware tables.
-  std::vector<RowId> corruptRows() const;
-  /// Rows that were read and that are no entry's, though they hold something.
-  std::vector<RowId> strayRows() const;
-  /// Entries whose rows, after the entries were rebuilt from them, do not all say the same.
-  virtual void forEachDisagreeing(const AnyListener& visit) const = 0;
-
-  /// Whether the hardware table has a row of the index.
-  static bool holds(const VelaSwitchApi::HwTableConfig& hwTable, HwIndex index) {
-    return index >= hwTable.descriptor().first && index <= hwTable.descriptor().last;
-  }
-  /// The key's row, when it has one.
-  virtual std::optional<Place> place(AnyRef key) const = 0;
-  /// The key of the software entry in a row, or none.
-  virtual AnyValue keyAt(HwIndex index) const = 0;
-  /// The key that the row stands for or seems to hold, or none.
-  virtual AnyValue decodedKey(HwIndex index) const = 0;
-  /// The key of an entry that has no row.
-  virtual AnyValue keyOf(const VelaSwitchApi::HashBaseCuckooEntry&) const { return {}; }
-  /// Whether the row is this table's to list; tables that share rows list each once.
-  virtual bool listsRow(HwIndex) const { return true; }
-  /// Whether another table declared the rows that this one uses.
-  virtual bool borrowsRows() const { return false; }
-  /// Way and row of an index, for hash tables.
-  virtual std::optional<VelaSwitchApi::CuckooLocation> location(HwIndex) const { return {}; }
-
- protected:
-  unsigned rowBits(std::string_view field, bool mask) const override;
-  void warnOfMore(AnyRef key, AnyRef result) override;
-  virtual void warnOfKey(AnyRef) {}
-  /// Whether rows without an entry may hold what they like.
-  virtual bool ignoresRows() const { return false; }
-
- private:
-  template <class Wanted>
-  std::vector<RowId> rowsThat(const Wanted& wanted) const;
-
-  mutable std::map<std::string, unsigned, std::less<>> rowBits_;
-  bool toldOfSilence_ = false;  ///< Once is enough for a table.
 };
 
 }  // namespace VelaAgent

@@ -116,7 +116,7 @@ void EventRunner::apply(const Json& event) {
     return;
   }
   std::vector<std::string> names;
-  for (const auto& operation : operations) names.push_back(operation.name);
+  for (const auto& operation : operations) names.emplace_back(operation.name);
   const std::string name = op.is_string() ? op.get<std::string>() : std::string();
   throw InputException("unknown op " + quoted(op) + suggestion(name, names));
 }
@@ -212,7 +212,7 @@ std::vector<Json> EventRunner::announcedAt(const TableAdapter& table,
   const HwTableAdapter& owner = agent_.adapterOf(*competitor.table);
   Json key = owner.keyAt(competitor.index);
   if (table.fills(*competitor.table)) {
-    const std::vector<Json> routes = agent_.routesAt(owner, key);
+    std::vector<Json> routes = agent_.routesAt(owner, key);
     if (!routes.empty()) return routes;
   }
   if (&owner == &table) return {std::move(key)};
@@ -424,12 +424,12 @@ void EventRunner::corrupt(const Json& event) {
   const auto& hwTables = table.convertor().hwTables();
   if (hwTables.empty()) throw InputException("the table has no rows in hardware");
   const auto first = std::find_if(hwTables.begin(), hwTables.end(), [&](const auto& each) {
-    return table.holds(*each.second, place->index);
+    return HwTableAdapter::holds(*each.second, place->index);
   });
   const auto hwTable =
       event.contains("hwTableId") ? hwTables.find(number(event, "hwTableId", 0)) : first;
   if (hwTable == hwTables.end()) throw InputException("the table has no such hwTableId");
-  if (!table.holds(*hwTable->second, place->index)) {
+  if (!HwTableAdapter::holds(*hwTable->second, place->index)) {
     throw InputException("that hardware table has no row for the entry");
   }
   const auto& mapped = hwTable->second->mapped(place->index);

@@ -84,7 +84,7 @@ LpmResult HashedLevel::resultOf(const RouteKey& key, const Tree& tree) {
 }
 
 bool HashedLevel::inHardware(const RouteKey& key) const {
-  const auto* status = table_->tableStatusIs()->entryStatus(key);
+  const auto status = table_->tableStatusIs()->entryStatus(key);
   return status && status->status() == Status::programmed && !table_->hwInconsistentEntry(key);
 }
 
@@ -107,7 +107,7 @@ void HashedLevel::handleKey(const RouteKey& key) {
 
 /// Gives the routes of a key the status that the key has in the table.
 void HashedLevel::giveStatus(const RouteKey& key, const Group& group) {
-  const auto* entryStatus = table_->tableStatusIs()->entryStatus(key);
+  const auto entryStatus = table_->tableStatusIs()->entryStatus(key);
   VelaSwitchTable::LpmStatus status;
   if (entryStatus) {
     status.status = entryStatus->status();

@@ -24,7 +24,7 @@ class ValueException : public InputException {
 };
 
 /// Text for a message, cut to what a line can take.
-std::string quoted(const std::string& text);
+std::string quoted(const std::string& whole);
 
 /// What a name was probably meant to be: " (did you mean …?)" with the nearest of the names, or
 /// nothing when none is near.

@@ -8,7 +8,7 @@
 namespace VelaAgent {
 
 Orb::PtrConst<VelaSwitch::ProfileInfo> loadProfile(const std::string& nameOrFile) {
-  if (const auto builtIn = VelaSwitch::ProfileInfo::builtIn(nameOrFile)) return builtIn;
+  if (auto builtIn = VelaSwitch::ProfileInfo::builtIn(nameOrFile)) return builtIn;
   std::ifstream file(nameOrFile);
   if (!file) {
     throw InputException("\"" + nameOrFile + "\" is neither a built-in profile nor a file");

@@ -2,7 +2,7 @@
 
 #include <memory>
 
-#include "agent/Entries.h"
+#include "agent/TableEntries.h"
 
 namespace VelaAgent {
 

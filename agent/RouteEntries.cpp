@@ -2,7 +2,6 @@
 
 #include <algorithm>
 
-#include "agent/FamilyEntries.h"
 #include "device/RouteLookup.h"
 
 namespace VelaAgent {
@@ -81,7 +80,7 @@ std::vector<Entries::Competitor> RouteEntries::competing(AnyRef key) const {
   const Key& route = key.as<Key>();
   auto* level = writer_.levelOf(route.prefix().len());
   if (!level) return {};
-  return competitorsOf(*level, HashedLevel::keyOf(route));
+  return competitorsOf(*level, level->cachedItem(HashedLevel::keyOf(route)).get());
 }
 
 const TableEntries& RouteEntries::levelOf(const Key& route) const {

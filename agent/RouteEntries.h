@@ -1,8 +1,8 @@
 #pragma once
 
-#include "agent/Entries.h"
 #include "agent/Refusals.h"
 #include "agent/RouteWriter.h"
+#include "agent/TableEntries.h"
 
 namespace VelaAgent {
 

@@ -2,8 +2,8 @@
 
 #include <memory>
 
-#include "agent/Entries.h"
 #include "agent/Json.h"
+#include "agent/TableEntries.h"
 
 namespace VelaAgent {
 

@@ -117,7 +117,7 @@ TEST(AclHash, waitsForInitializationWithoutATrace) {
   chip.create(*table);
   auto lines = VelaTest::traced(AclHashFamily::trace, 8, [&] {
     table->entryIs(aclCases[0].key, {1, 1});
-    EXPECT_EQ(table->tableStatus()->entryStatus(aclCases[0].key), nullptr);
+    EXPECT_EQ(table->tableStatus()->entryStatus(aclCases[0].key), std::nullopt);
   });
   EXPECT_TRUE(lines.empty());
   lines = VelaTest::traced(AclHashFamily::trace, 8, [&] {

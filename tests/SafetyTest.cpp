@@ -135,7 +135,7 @@ TEST(Restart, anotherSpellingOfTheKeyTakesItsRowOverWithoutAWrite) {
   EXPECT_EQ(table->entries().keys(), std::vector{spelled});
   EXPECT_EQ(table->tableStatus()->entryStatus(spelled)->status(),
             EntryProgrammedStatus::programmed);
-  EXPECT_EQ(table->tableStatus()->entryStatus(readBack), nullptr);
+  EXPECT_EQ(table->tableStatus()->entryStatus(readBack), std::nullopt);
   // Once announced, it is a desired entry like any other: a third spelling has to wait.
   const AclHashKey third{.type = 7, .srcIp = Ipnet::IpAddr(0xFFFFFFFF)};
   table->entryIs(third, {6, 6});

@@ -166,7 +166,7 @@ struct Started : Chip {
         *table->profileConvertorPtr());
   }
   EntryProgrammedStatus status(const typename Table::Key& key) {
-    const auto* entry = table->tableStatus()->entryStatus(key);
+    const auto entry = table->tableStatus()->entryStatus(key);
     return entry ? entry->status() : EntryProgrammedStatus::notProgrammed;
   }
   /// Row writes that the announcement takes.

@@ -102,15 +102,15 @@ class VELA_EXPORT DirectFamilyTable : public IndexedFamilyTable<F, DirectBaseTab
     return Orb::make<typename ClassesOf<F>::Convertor>();
   }
   bool entryHasByDirectItem(const DirectBaseEntry& item) const override {
-    return this->entry(of(item).key()) != nullptr;
+    return this->entry(entryOf(item).key()) != nullptr;
   }
   void entryIsByDirectItem(const DirectBaseEntry& item) override {
     ORB_ASSERT_TEXT(item.valid(), "item->valid()");
-    this->entryIsFromHw(of(item).key(), of(item).result());
+    this->entryIsFromHw(entryOf(item).key(), entryOf(item).result());
   }
   bool entryEqualByDirectItem(const DirectBaseEntry& item) const override {
-    const Result* desired = this->entry(of(item).key());
-    return desired && *desired == of(item).result();
+    const Result* desired = this->entry(entryOf(item).key());
+    return desired && *desired == entryOf(item).result();
   }
   void updateDirectItem(DirectBaseEntry& item) const override {
     Entry& entry = static_cast<Entry&>(item);
@@ -119,13 +119,13 @@ class VELA_EXPORT DirectFamilyTable : public IndexedFamilyTable<F, DirectBaseTab
     entry.validIs(desired != nullptr);
   }
   bool hwInconsistentEntryFromDirectItem(const DirectBaseEntry& item) const override {
-    return this->hwInconsistentEntry(of(item).key());
+    return this->hwInconsistentEntry(entryOf(item).key());
   }
   void hwInconsistentEntryDelFromDirectItem(const DirectBaseEntry& item) override {
-    this->hwInconsistentEntryDel(of(item).key());
+    this->hwInconsistentEntryDel(entryOf(item).key());
   }
   void hwInconsistentEntryIsFromDirectItem(const DirectBaseEntry& item) override {
-    this->hwInconsistentEntryIs(of(item).key(), true);
+    this->hwInconsistentEntryIs(entryOf(item).key(), true);
   }
 
   void handleEntry(const Key& key) override {
@@ -146,7 +146,9 @@ class VELA_EXPORT DirectFamilyTable : public IndexedFamilyTable<F, DirectBaseTab
   }
 
  private:
-  static const Entry& of(const DirectBaseEntry& item) { return static_cast<const Entry&>(item); }
+  static const Entry& entryOf(const DirectBaseEntry& item) {
+    return static_cast<const Entry&>(item);
+  }
 };
 
 template <class F>

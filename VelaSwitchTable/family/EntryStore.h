@@ -1,17 +1,82 @@
 #pragma once
 
+#include <type_traits>
 #include <utility>
 
 #include "Orb/Collection.h"
+#include "Orb/Ptr.h"
 #include "Trace/Trace.h"
+#include "VelaSwitchApi/KeyRecords.h"
 
 namespace VelaSwitchTable {
 
+using VelaSwitchApi::KeyRecord;
+using VelaSwitchApi::KeyRecords;
+
+/// What a table knows of a key, with the result that is desired or, in a record that is no table's,
+/// whatever it stands for. Base is KeyRecord, or what the framework knows such records by.
+template <class Key, class Result, class Base = KeyRecord>
+class EntryRecord : public Base {
+ public:
+  template <class... Rest>
+  explicit EntryRecord(const Key& key, Rest&&... rest)
+      : Base(std::forward<Rest>(rest)...), key_(key) {}
+
+  const Key& key() const { return key_; }
+  const Result& result() const { return result_; }
+  void resultIs(const Result& result) { result_ = result; }
+
+ private:
+  Key key_;
+  Result result_{};
+};
+
+/// The hash of a key by which its record is found.
+template <class Key>
+U32 entryTag(const Key& key) {
+  using Orb::hashOf;
+  return static_cast<U32>(hashOf(key));
+}
+
+/// The entries of a table in the accessor style of collections.
+template <class Store>
+class EntriesView {
+ public:
+  using Key = typename Store::Key;
+  using Result = typename Store::Result;
+
+  explicit EntriesView(Store& store) : store_(store) {}
+
+  U32 size() const { return store_.records_.count(KeyRecord::desired); }
+  bool has(const Key& key) const { return store_.entry(key) != nullptr; }
+  /// The key's result, or null. Valid until the next change.
+  const Result* find(const Key& key) const { return store_.entry(key); }
+  /// All keys, in ascending order.
+  std::vector<Key> keys() const { return store_.keys(KeyRecord::desired); }
+  /// Calls `visit(key, result)` for every entry. They must not change meanwhile.
+  template <class Visitor>
+  void forEach(const Visitor& visit) const {
+    store_.records_.forEachRecord(KeyRecord::desired, [&](const KeyRecord& record) {
+      visit(Store::of(record).key(), Store::of(record).result());
+    });
+  }
+  /// For those who want to hear of changed keys. They must be removed before they go.
+  void observerIs(Orb::KeyObserver<Key>* observer) { store_.observers_.observerIs(observer); }
+  void observerDel(Orb::KeyObserver<Key>* observer) { store_.observers_.observerDel(observer); }
+
+ private:
+  Store& store_;
+};
+
 /// The desired entries of a software table, whatever its kind, with the marks on their keys. Every
 /// change calls handleEntry(key), but for those that only say what hardware holds.
-template <class Key, class Result>
-class EntryStore : private Orb::KeyObserver<Key> {
+template <class Key_, class Result_, class Record_ = EntryRecord<Key_, Result_>>
+class EntryStore {
  public:
+  using Key = Key_;
+  using Result = Result_;
+  using Record = Record_;
+
   EntryStore(const EntryStore&) = delete;
   EntryStore& operator=(const EntryStore&) = delete;
 
@@ -20,108 +85,160 @@ class EntryStore : private Orb::KeyObserver<Key> {
 
   /// Announces an entry. When an equal one is there nothing happens. Returns whether it changed.
   bool entryIs(const Key& key, const Result& result) {
-    const bool claimed = !unclaimed_.empty() && unclaimed_.erase(key);
-    const bool changed = entry_.is(key, result);
-    if (claimed) {
-      for (auto* observer : claimObservers_) observer->handleKey(key);
+    Record& record = recordIs(key);
+    const bool claimed = record.has(KeyRecord::unclaimed);
+    const bool changed = !record.has(KeyRecord::desired) || record.result() != result;
+    if (changed) {
+      record.resultIs(result);
+      records_.flagIs(record, KeyRecord::desired, true);
     }
+    records_.flagIs(record, KeyRecord::unclaimed, false);
+    if (changed) handleChange(key, true);
+    if (claimed) claimObservers_.handleKey(key);
     return changed;
   }
   bool entryDel(const Key& key) {
-    if (entry_.del(key)) return true;
+    if (entryDelIfThere(key, true)) return true;
     handleAbsent(key);
     return false;
   }
-  void entryDelAll() { entry_.delAll(); }
+  void entryDelAll() {
+    for (const Key& key : keys(KeyRecord::desired)) entryDelIfThere(key, true);
+  }
   /// The key's result, or null. Valid until the next change.
-  const Result* entry(const Key& key) const { return entry_.find(key); }
-  const Orb::Collection<Key, Result>& entries() const { return entry_; }
-  /// For those who want to hear of changed keys.
-  Orb::Collection<Key, Result>& entries() { return entry_; }
+  const Result* entry(const Key& key) const {
+    const Record* record = find(key);
+    return record && record->has(KeyRecord::desired) ? &record->result() : nullptr;
+  }
+  EntriesView<const EntryStore> entries() const { return EntriesView(*this); }
+  EntriesView<EntryStore> entries() { return EntriesView(*this); }
 
   /// Marks a key whose hardware row was found different, or could not be written.
   void hwInconsistentEntryIs(const Key& key, bool inconsistent) {
-    *hwInconsistentEntry_.insert(key).first = inconsistent;
+    if (!inconsistent) return hwInconsistentEntryDel(key);
+    records_.flagIs(recordIs(key), KeyRecord::marked, true);
   }
   void hwInconsistentEntryDel(const Key& key) {
-    if (!hwInconsistentEntry_.empty()) hwInconsistentEntry_.erase(key);
+    if (Record* record = findMarked(key)) records_.flagIs(*record, KeyRecord::marked, false);
   }
-  void hwInconsistentEntryDelAll() { hwInconsistentEntry_.clear(); }
-  bool hwInconsistentEntry(const Key& key) const {
-    const bool* mark = hwInconsistentEntry_.find(key);
-    return mark && *mark;
-  }
-
-  /// The keys marked so.
-  std::vector<Key> hwInconsistentKeys() const {
-    std::vector<Key> keys;
-    hwInconsistentEntry_.forEach([&](const Key& key, bool marked) {
-      if (marked) keys.push_back(key);
-    });
-    std::sort(keys.begin(), keys.end());
-    return keys;
-  }
+  void hwInconsistentEntryDelAll() { records_.flagDelAll(KeyRecord::marked); }
+  bool hwInconsistentEntry(const Key& key) const { return findMarked(key) != nullptr; }
+  /// The keys marked so, in ascending order.
+  std::vector<Key> hwInconsistentKeys() const { return keys(KeyRecord::marked); }
 
   /// Keys that were read from hardware and that nobody announced since.
-  std::vector<Key> unclaimedKeys() const {
-    std::vector<Key> keys;
-    unclaimed_.forEach([&](const Key& key, bool) { keys.push_back(key); });
-    std::sort(keys.begin(), keys.end());
-    return keys;
+  std::vector<Key> unclaimedKeys() const { return keys(KeyRecord::unclaimed); }
+  bool unclaimed(const Key& key) const {
+    if (unclaimed() == 0) return false;
+    const Record* record = find(key);
+    return record && record->has(KeyRecord::unclaimed);
   }
-  bool unclaimed(const Key& key) const { return !unclaimed_.empty() && unclaimed_.has(key); }
-  U32 unclaimed() const { return unclaimed_.size(); }
+  U32 unclaimed() const { return records_.count(KeyRecord::unclaimed); }
   /// Those who want to hear of keys that were read from hardware and are announced now, whether or
   /// not their entry changes. They must be removed before they go.
-  void claimObserverIs(Orb::KeyObserver<Key>* observer) { claimObservers_.push_back(observer); }
-  void claimObserverDel(Orb::KeyObserver<Key>* observer) { std::erase(claimObservers_, observer); }
-  /// The most entries that there ever were.
-  U32 peak() const { return peak_; }
+  void claimObserverIs(Orb::KeyObserver<Key>* observer) { claimObservers_.observerIs(observer); }
+  void claimObserverDel(Orb::KeyObserver<Key>* observer) { claimObservers_.observerDel(observer); }
+
+  /// The key's record, or null.
+  Record* find(const Key& key) const {
+    return static_cast<Record*>(records_.findRecord(
+        entryTag(key), [&](const KeyRecord& record) { return of(record).key() == key; }));
+  }
+  /// Which key and result a record of the table is for.
+  static const Record& of(const KeyRecord& record) { return static_cast<const Record&>(record); }
+  /// Keys whose records have the flag, in ascending order.
+  std::vector<Key> keys(KeyRecord::Flag flag) const {
+    std::vector<Key> keys;
+    keys.reserve(records_.count(flag));
+    for (const KeyRecord* record : records_.records(flag)) keys.push_back(of(*record).key());
+    return keys;
+  }
 
  protected:
-  EntryStore() { entry_.observerIs(this); }
-  ~EntryStore() { entry_.observerDel(this); }
+  /// `records` is that of the table.
+  explicit EntryStore(KeyRecords& records) : records_(records) { records.typeIs(recordType); }
+  ~EntryStore() = default;
 
+  static constexpr bool counted = requires(const Record& record) { record.referenceAdd(); };
+  using NewRecord = std::conditional_t<counted, Orb::Ptr<Record>, Record*>;
+  /// A record for a key that has none.
+  virtual NewRecord newRecord(const Key& key) = 0;
+
+  /// The key's record, made when there is none; to be given a flag at once.
+  Record& recordIs(const Key& key) {
+    if (Record* record = find(key)) return *record;
+    const NewRecord record = newRecord(key);
+    records_.add(entryTag(key), *record);
+    return *record;
+  }
   /// Takes over what hardware holds.
   void entryIsFromHw(const Key& key, const Result& result) {
-    *unclaimed_.insert(key).first = true;
-    quiet_ = true;
-    entry_.is(key, result);
-    quiet_ = false;
+    Record& record = recordIs(key);
+    const bool changed = !record.has(KeyRecord::desired) || record.result() != result;
+    record.resultIs(result);
+    fromHw(record, changed);
+  }
+  /// The same of an entry whose result the record has already.
+  void fromHw(Record& record, bool changed) {
+    records_.flagIs(record, KeyRecord::desired, true);
+    records_.flagIs(record, KeyRecord::unclaimed, true);
+    if (changed) handleChange(Key(record.key()), false);
   }
   /// Calls `visit(key)` for each key that did not come from hardware alone: what did is as it is.
   template <class Visitor>
   void forEachAnnouncedKey(const Visitor& visit) const {
-    for (const Key& key : entry_.keys()) {
+    for (const Key& key : keys(KeyRecord::desired)) {
       if (!unclaimed(key)) visit(key);
     }
   }
-  /// Forgets an entry without touching its row.
-  void entryForget(const Key& key) {
-    unclaimed_.erase(key);
-    quiet_ = true;
-    entry_.del(key);
-    quiet_ = false;
+  /// The table hears of a change before all others: whatever those do then is theirs.
+  void handleChange(const Key& key, bool handled) {
+    if (handled) handleEntry(key);
+    observers_.handleKey(key);
   }
+  /// Forgets an entry without touching its row.
+  void entryForget(const Key& key) { entryDelIfThere(key, false); }
   /// A key is withdrawn that has no entry. Hardware may have one that could not be read, or that
   /// was read under another spelling of the key.
   virtual void handleAbsent(const Key&) {}
 
  private:
-  /// Hears of a change before all others: whatever those do then is theirs.
-  void handleKey(const Key& key) final {
-    peak_ = std::max(peak_, entry_.size());
-    if (std::exchange(quiet_, false)) return;
-    if (!unclaimed_.empty() && !entry_.has(key)) unclaimed_.erase(key);
-    handleEntry(key);
-  }
+  friend EntriesView<EntryStore>;
+  friend EntriesView<const EntryStore>;
 
-  Orb::Collection<Key, Result> entry_;
-  Orb::Map<Key, bool> hwInconsistentEntry_;
-  Orb::Map<Key, bool> unclaimed_;
-  std::vector<Orb::KeyObserver<Key>*> claimObservers_;
-  U32 peak_ = 0;
-  bool quiet_ = false;  ///< The change under way says what hardware holds: it is not handled.
+  static constexpr KeyRecords::Type recordType{
+      [](const KeyRecord& record) { return entryTag(of(record).key()); },
+      [](const KeyRecord& one, const KeyRecord& other) { return of(one).key() < of(other).key(); },
+      [](KeyRecord& record) {
+        if constexpr (counted) static_cast<Record&>(record).referenceAdd();
+      },
+      [](KeyRecord& record) {
+        if constexpr (counted) {
+          static_cast<Record&>(record).referenceDel();
+        } else {
+          delete static_cast<Record*>(&record);
+        }
+      }};
+  Record* findMarked(const Key& key) const {
+    if (records_.count(KeyRecord::marked) == 0) return nullptr;
+    Record* record = find(key);
+    return record && record->has(KeyRecord::marked) ? record : nullptr;
+  }
+  bool entryDelIfThere(const Key& given, bool handled) {
+    Record* record = find(given);
+    if (!record || !record->has(KeyRecord::desired)) return false;
+    // The caller may have handed over the very key that lies in the record, which goes with its
+    // last flag.
+    const Key key = given;
+    records_.flagIs(*record, KeyRecord::unclaimed, false);
+    records_.flagIs(*record, KeyRecord::noted, false);
+    records_.flagIs(*record, KeyRecord::desired, false);
+    handleChange(key, handled);
+    return true;
+  }
+  KeyRecords& records_;
+  Orb::KeyObservers<Key> observers_;
+  Orb::KeyObservers<Key> claimObservers_;
 };
 
 }  // namespace VelaSwitchTable

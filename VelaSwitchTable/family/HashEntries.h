@@ -1,37 +1,66 @@
 #pragma once
 
+#include <optional>
+
 #include "VelaSwitchTable/family/EntryStore.h"
 #include "VelaSwitchTable/family/HashEntry.h"
 
-/// What a hash table keeps of its entries: their results, items and statuses.
+/// The entries of hash tables with their statuses, by their keys and results.
 namespace VelaSwitchTable {
 
-/// The statuses of a table's entries.
+template <class F>
+class HashFamilyTableBase;
+
+/// The statuses of a table's entries: what their records say, and those who want to hear of it. One
+/// that belongs to no table has none, and none can be given to it.
 template <class F>
 class VELA_EXPORT HashFamilyTableStatus : public Orb::PtrInterface {
  public:
   using Key = typename F::Key;
   using EntryStatus = typename ClassesOf<F>::EntryStatus;
-  struct KeyOf {
-    const Key& operator()(const EntryStatus& status) const { return status.key(); }
-  };
-  using Statuses = Orb::Collection<Key, EntryStatus, KeyOf>;
+  using Statuses = HashFamilyTableStatus;
 
-  void entryStatusIs(const EntryStatus& status) { entryStatus_.is(status.key(), status); }
-  void entryStatusDel(const Key& key) { entryStatus_.del(key); }
-  /// The key's status, or null. Valid until the next change.
-  const EntryStatus* entryStatus(const Key& key) const { return entryStatus_.find(key); }
-  const Statuses& entryStatuses() const { return entryStatus_; }
-  Statuses& entryStatuses() { return entryStatus_; }
+  void entryStatusIs(const EntryStatus& status) {
+    ORB_ASSERT_TEXT(table_, "table");
+    table_->entryStatusIs(status);
+  }
+  void entryStatusDel(const Key& key) {
+    if (table_) table_->entryStatusDel(key);
+  }
+  /// The key's status, if it has one.
+  std::optional<EntryStatus> entryStatus(const Key& key) const {
+    const auto* record = table_ ? table_->find(key) : nullptr;
+    if (!record || !record->has(KeyRecord::stated)) return std::nullopt;
+    return EntryStatus{key, record->recordedStatus(), record->recordedHit()};
+  }
+
+  /// All of them in the accessor style of collections.
+  Statuses& entryStatuses() { return *this; }
+  const Statuses& entryStatuses() const { return *this; }
+  std::optional<EntryStatus> find(const Key& key) const { return entryStatus(key); }
+  /// All keys, in ascending order.
+  std::vector<Key> keys() const {
+    return table_ ? table_->keys(KeyRecord::stated) : std::vector<Key>();
+  }
+  U32 size() const { return table_ ? table_->count(KeyRecord::stated) : 0; }
+  /// For those who want to hear of changed statuses. They must be removed before they go.
+  void observerIs(Orb::KeyObserver<Key>* observer) { observers_.observerIs(observer); }
+  void observerDel(Orb::KeyObserver<Key>* observer) { observers_.observerDel(observer); }
+
+  /// Called by the table, when it begins to be its status and when it goes.
+  void tableIs(HashFamilyTableBase<F>* table) { table_ = table; }
+  void handleStatus(const Key& key) { observers_.handleKey(key); }
 
  private:
-  Statuses entryStatus_;
+  HashFamilyTableBase<F>* table_ = nullptr;
+  Orb::KeyObservers<Key> observers_;
 };
 
 /// The entries of a table, with their items and statuses.
 template <class F>
-class VELA_EXPORT HashFamilyTableBase : public VelaSwitchApi::HashTable,
-                                        public EntryStore<typename F::Key, typename F::Result> {
+class VELA_EXPORT HashFamilyTableBase
+    : public VelaSwitchApi::HashTable,
+      public EntryStore<typename F::Key, typename F::Result, HashFamilyEntry<F>> {
  public:
   using Family = F;
   using HashItem = VelaSwitchApi::HashItem;
@@ -40,96 +69,61 @@ class VELA_EXPORT HashFamilyTableBase : public VelaSwitchApi::HashTable,
   using Entry = typename ClassesOf<F>::CuckooEntry;
   using EntryStatus = typename ClassesOf<F>::EntryStatus;
   using TableStatus = typename ClassesOf<F>::TableStatus;
+  using Store = EntryStore<Key, Result, HashFamilyEntry<F>>;
 
   explicit HashFamilyTableBase(std::string name, U8 tableIdx = 0, U8 pipeline = 0)
       : HashTable(std::move(name), tableIdx, pipeline,
                   {F::trace, F::traits.placement == HashPlacement::everyPipeline, F::traits.hitBits,
-                   F::traits.hitTableOffset != noHitTable, F::traits.tracesItems}) {}
+                   F::traits.hitTableOffset != noHitTable, F::traits.tracesItems}),
+        Store(static_cast<KeyRecords&>(*this)) {}
+  ~HashFamilyTableBase() override {
+    if (tableStatus_) tableStatus_->tableIs(nullptr);
+  }
 
   void doInitStatus() override {
     tableStatusIs();
-    // A full table's worth of everything, so that programming an entry allocates its item alone.
-    const U32 capacity = profileConvertor().physicalTable().engine().capacity();
-    this->entries().reserve(capacity);
-    cachedItem_.reserve(capacity);
-    tableStatus_->entryStatuses().reserve(capacity);
+    // A full table's worth of records, so that programming an entry allocates nothing.
+    this->reserve(profileConvertor().physicalTable().engine().capacity());
   }
-
-  bool entryHasByHashItem(const HashItem& item) const override {
-    return this->entry(keyOf(item)) != nullptr;
-  }
-  void entryIsByHashItem(HashItem& hashItem) override {
-    Entry& item = static_cast<Entry&>(hashItem);
-    ORB_ASSERT_TEXT(item.valid(), "hashItem->valid()");
-    if (F::trace.enabled(8)) F::trace(8, "entryIsByHashItem ", item.toStrep());
-    *cachedItem_.insert(item.key()).first = Orb::Ptr<Entry>(&item);
-    this->entryIsFromHw(item.key(), item.result());
-    if (isCurrent(item)) recordStatus(item);
-  }
-  bool entryEqualByHashItem(const HashItem& item) const override {
-    const Result* desired = this->entry(keyOf(item));
-    return desired && *desired == static_cast<const Entry&>(item).result();
-  }
-  Orb::Ptr<HashBaseCuckooEntry> cachedCuckooEntry(const HashItem& item) const override {
-    return cachedItem(keyOf(item));
-  }
-  void updateHashItem(HashItem& hashItem) const override {
-    Entry& item = static_cast<Entry&>(hashItem);
-    const Result* desired = this->entry(item.key());
-    item.resultIs(desired ? *desired : Result{});
-    item.validIs(desired != nullptr);
-  }
-  bool hwInconsistentEntryFromHashItem(const HashItem& item) const override {
-    return this->hwInconsistentEntry(keyOf(item));
-  }
-  void hwInconsistentEntryDelFromHashItem(const HashItem& item) override {
-    this->hwInconsistentEntryDel(keyOf(item));
-  }
-  void hashItemDelFromHashItem(const HashItem& item) override { hashItemDel(keyOf(item)); }
-  void hwInconsistentEntryIsFromHashItem(const HashItem& item) override {
-    this->hwInconsistentEntryIs(keyOf(item), true);
-  }
-  void handleHashItem(const HashItem& item) override { handleEntry(Key(keyOf(item))); }
-  bool entryUnclaimedByHashItem(const HashItem& item) const override {
-    return this->unclaimed(keyOf(item));
-  }
-  void entryReleaseByHashItem(const HashItem& item) override {
-    const Key key = keyOf(item);
-    this->entryForget(key);
-    // Whoever heard of it may have announced the key.
-    if (this->entry(key)) return;
-    hashItemDel(key);
-    this->hwInconsistentEntryDel(key);
-    tableStatusIs()->entryStatusDel(key);
-  }
+  void handleHashItem(const HashItem& item) override { handleEntry(Key(entryOf(item).key())); }
 
   const Orb::Ptr<TableStatus>& tableStatus() const { return tableStatus_; }
   /// The table's status, created on first use.
   const Orb::Ptr<TableStatus>& tableStatusIs() {
-    if (!tableStatus_) tableStatus_ = Orb::make<TableStatus>();
+    if (!tableStatus_) {
+      tableStatus_ = Orb::make<TableStatus>();
+      tableStatus_->tableIs(this);
+    }
     return tableStatus_;
   }
-  void tableStatusDel() { tableStatus_ = nullptr; }
+  /// Forgets all statuses, and who wanted to hear of them.
+  void tableStatusDel() {
+    if (!tableStatus_) return;
+    tableStatus_->tableIs(nullptr);
+    tableStatus_ = nullptr;
+    this->flagDelAll(KeyRecord::stated);
+  }
+  void entryStatusIs(const EntryStatus& status) {
+    this->statusIs(this->recordIs(status.key()), status.status(), status.lastHit());
+  }
+  void entryStatusDel(const Key& key) {
+    if (auto* record = this->find(key)) this->statusDel(*record);
+  }
 
   /// The item of a key that is programmed or waits to be; null when there is none.
   Orb::Ptr<Entry> cachedItem(const Key& key) const {
-    const Orb::Ptr<Entry>* item = cachedItem_.find(key);
-    return item ? *item : nullptr;
+    auto* record = this->find(key);
+    return record && record->has(KeyRecord::cached) ? static_cast<Entry*>(record) : nullptr;
   }
   /// The same by its other name.
   Orb::Ptr<Entry> hashItem(const Key& key) const { return cachedItem(key); }
   /// The cached item, made and cached when there is none.
   Orb::Ptr<Entry> hashItemIs(const Key& key) {
-    Orb::Ptr<Entry>& cached = *cachedItem_.insert(key).first;
-    if (!cached) {
-      cached = newItem(key);
-      if (auto* placed = placedItem(*cached)) cached = static_cast<Entry*>(placed);
-    }
-    return cached;
+    return static_cast<Entry*>(&this->itemIs(this->recordIs(key)));
   }
-  void hashItemDel(const Key& key) { cachedItem_.erase(key); }
-  /// Drops the items, not what the physical table has: those are found there again.
-  void hashItemDelAll() { cachedItem_.clear(); }
+  void hashItemDel(const Key& key) {
+    if (auto* record = this->find(key)) this->itemDel(*record);
+  }
 
   /// A new item of the key, in no table's hands yet.
   virtual Orb::Ptr<Entry> newItem(const Key& key) = 0;
@@ -152,77 +146,48 @@ class VELA_EXPORT HashFamilyTableBase : public VelaSwitchApi::HashTable,
 
   void handleEntry(const Key& key) override {
     if (!initialized()) return;
-    traceStatus(key);
+    if (F::trace.enabled(8)) traceStatus(key);
     if constexpr (requires { &F::check; }) {
       // Before anything moves: a row that cannot be packed must not cost others their place.
-      const Result* desired = this->entry(key);
-      if (desired)
+      if (const Result* desired = this->entry(key)) {
         F::check(static_cast<const typename ClassesOf<F>::Helper&>(*helper()), key, *desired);
+      }
     }
-    // Held on to: the item may be dropped on the way.
-    const Orb::Ptr<Entry> item = itemToHandle(key);
-    handleItem(*item);
+    if constexpr (F::traits.tracesItems) {
+      F::trace(8, this->fwkType().name(), "::createHashItem ", key);
+    }
+    handleRecord(this->recordIs(key));
   }
 
  protected:
-  void handleInitialized() override {
-    // So far there are items of what was read from hardware, and of what was withdrawn since.
-    std::vector<Key> withdrawn;
-    cachedItem_.forEach([&](const Key& key, const Orb::Ptr<Entry>&) {
-      if (!this->entry(key)) withdrawn.push_back(key);
-    });
-    for (const Key& key : withdrawn) handleEntry(key);
-    this->forEachAnnouncedKey([&](const Key& key) { handleEntry(key); });
+  Orb::Ptr<HashFamilyEntry<F>> newRecord(const Key& key) override { return newItem(key); }
+  void handleAbsent(const Key& key) override { handleAbsentItem(*newItem(key)); }
+  void entryChanged(const HashBaseCuckooEntry& record) override {
+    this->handleChange(Key(entryOf(record).key()), false);
   }
-  void handleAbsent(const Key& key) override {
-    if (!profileConvertorPtr()) return;
-    const Orb::Ptr<Entry> item = newItem(key);
-    if (!profileConvertor().physicalTable().mayHold(*item)) return;
-    if (initialized()) {
-      handleEntry(key);
-    } else {
-      *cachedItem_.insert(key).first = item;
-    }
+  void statusChanged(const HashBaseCuckooEntry& record) override {
+    tableStatusIs()->handleStatus(Key(entryOf(record).key()));
   }
-  std::string keyText(const HashBaseCuckooEntry& item) const override {
-    return Orb::text(keyOf(item));
-  }
-  void statusIs(const HashBaseCuckooEntry& item) override {
-    tableStatusIs()->entryStatusIs(
-        EntryStatus{keyOf(item), item.programmedStatus(), item.lastHit()});
-  }
-  void statusDel(const HashBaseCuckooEntry& item) override {
-    tableStatusIs()->entryStatusDel(keyOf(item));
-  }
-  Orb::Seconds recordedHit(const HashBaseCuckooEntry& item) const override {
-    return tableStatus_->entryStatus(keyOf(item))->lastHit();
+  /// An item in the table's own memory.
+  template <class Item>
+  Orb::Ptr<Item> makeItem(const Key& key) {
+    return Orb::Ptr<Item>(new (this->slab()) Item(this, key));
   }
 
  private:
-  static const Key& keyOf(const HashItem& item) { return static_cast<const Entry&>(item).key(); }
+  static const HashFamilyEntry<F>& entryOf(const HashItem& item) {
+    return static_cast<const HashFamilyEntry<F>&>(item);
+  }
 
-  void traceStatus(const Key& key) const {
-    if (!F::trace.enabled(8)) [[likely]]
-      return;
+  [[gnu::cold]] void traceStatus(const Key& key) const {
     F::trace(8, fwkType().name(), "::handleEntry ", key);
-    if (const EntryStatus* status = tableStatus() ? tableStatus()->entryStatus(key) : nullptr) {
+    if (const auto status = tableStatus_ ? tableStatus_->entryStatus(key) : std::nullopt) {
       F::trace(8, "entry has status: ", *status);
     } else {
       F::trace(8, "entry has no status");
     }
   }
 
-  /// The key's item, as the family makes it.
-  Orb::Ptr<Entry> itemToHandle(const Key& key) {
-    if constexpr (F::traits.tracesItems) return createHashItem(key, true);
-    return createHashEntry(key, true);
-  }
-
-  struct KeyOfItem {
-    const Key& operator()(const Orb::Ptr<Entry>& item) const { return item->key(); }
-  };
-
-  Orb::Map<Key, Orb::Ptr<Entry>, KeyOfItem> cachedItem_;
   Orb::Ptr<TableStatus> tableStatus_;
 };
 

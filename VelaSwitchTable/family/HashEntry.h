@@ -1,5 +1,6 @@
 #pragma once
 
+#include "VelaSwitchTable/family/EntryStore.h"
 #include "VelaSwitchTable/family/Family.h"
 #include "VelaSwitchTable/family/HashTraits.h"
 #include "VelaSwitchTable/family/Row.h"
@@ -110,17 +111,18 @@ consteval U8 compareBits() {
 
 /// An entry of the family as the cuckoo engine sees it.
 template <class F>
-class VELA_EXPORT HashFamilyEntry : public HashBaseCuckooEntry {
+class VELA_EXPORT HashFamilyEntry
+    : public EntryRecord<typename F::Key, typename F::Result, HashBaseCuckooEntry> {
  public:
   using Key = typename F::Key;
   using Result = typename F::Result;
+  using Record = EntryRecord<Key, Result, HashBaseCuckooEntry>;
 
   /// An entry of no table.
   explicit HashFamilyEntry(const Key& key) : HashFamilyEntry(nullptr, key) {}
-  HashFamilyEntry(VelaSwitchApi::HashBaseTable* table, const Key& key)
-      : HashBaseCuckooEntry(table), key_(key) {
+  HashFamilyEntry(VelaSwitchApi::HashBaseTable* table, const Key& key) : Record(key, table) {
     U8 buffer[KeyBits::maxBytes];
-    const U8 bits = fillKeyBuffer<F>(packedKey<F>(key_), buffer, sizeof buffer);
+    const U8 bits = fillKeyBuffer<F>(packedKey<F>(this->key()), buffer, sizeof buffer);
     U32 rows[F::traits.ways];
     for (U8 way = 0; way < F::traits.ways; ++way) rows[way] = F::hash(buffer, way, bits);
     this->rowsAre(rows);
@@ -136,9 +138,9 @@ class VELA_EXPORT HashFamilyEntry : public HashBaseCuckooEntry {
     Orb::StringSink sink;
     sink.append(ClassesOf<F>::CuckooEntry::shortName);
     sink.append("(");
-    appendText(sink, key_);
-    if (valid()) {
-      Orb::forEachField(result_, [&](const auto& field) {
+    appendText(sink, this->key());
+    if (this->valid()) {
+      Orb::forEachField(this->result(), [&](const auto& field) {
         sink.append(" ");
         sink.append(field.name);
         sink.append("=");
@@ -149,26 +151,28 @@ class VELA_EXPORT HashFamilyEntry : public HashBaseCuckooEntry {
     return sink.take();
   }
   U8 copyKeyToBuffer(U8* buffer, U8 bufSize) const override {
-    return fillKeyBuffer<F>(packedKey<F>(key_), buffer, bufSize);
+    return fillKeyBuffer<F>(packedKey<F>(this->key()), buffer, bufSize);
   }
-  bool isSpelledAs(const HashBaseCuckooEntry& other) const override {
-    return &other.table() == &this->table() &&
-           static_cast<const HashFamilyEntry&>(other).key_ == key_;
+  bool hasKeyOf(const HashBaseCuckooEntry& other) const override {
+    return static_cast<const Record&>(other).key() == this->key();
+  }
+  U32 keyTag() const override { return entryTag(this->key()); }
+  void appendKey(Orb::TextSink& sink) const override {
+    using Orb::appendText;
+    appendText(sink, this->key());
+  }
+  bool hasResultOf(const HashBaseCuckooEntry& other) const override {
+    return static_cast<const Record&>(other).result() == this->result();
+  }
+  void resultIsOf(const HashBaseCuckooEntry* other) override {
+    this->resultIs(other ? static_cast<const Record&>(*other).result() : Result{});
   }
   /// What rows hold of the key, where that is one field.
   U64 hwCompareEncoding() const requires(compareBits<F>() != 0) {
-    KeyBits bits = packedKey<F>(key_);
+    KeyBits bits = packedKey<F>(this->key());
     bits.drop(F::traits.hashBits);
     return bits.take(compareBits<F>());
   }
-
-  const Key& key() const { return key_; }
-  const Result& result() const { return result_; }
-  void resultIs(const Result& result) { result_ = result; }
-
- private:
-  Key key_;
-  Result result_{};
 };
 
 }  // namespace VelaSwitchTable

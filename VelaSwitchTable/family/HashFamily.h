@@ -67,7 +67,7 @@ class VELA_EXPORT HashFamilyTable : public HashFamilyTableBase<F> {
     return Orb::make<typename ClassesOf<F>::Helper>(this->tableIdx());
   }
   Orb::Ptr<typename ClassesOf<F>::CuckooEntry> newItem(const typename F::Key& key) override {
-    return Orb::make<typename ClassesOf<F>::CuckooEntry>(this, key);
+    return this->template makeItem<typename ClassesOf<F>::CuckooEntry>(key);
   }
 };
 

@@ -45,9 +45,14 @@ class VELA_EXPORT IndexedFamilyTable : public Base,
   using Family = F;
   using Key = typename F::Key;
 
-  explicit IndexedFamilyTable(std::string name) : Base(std::move(name)) {}
+  explicit IndexedFamilyTable(std::string name)
+      : Base(std::move(name)),
+        EntryStore<typename F::Key, typename F::Result>(static_cast<KeyRecords&>(*this)) {}
 
  protected:
+  EntryRecord<Key, typename F::Result>* newRecord(const Key& key) override {
+    return new (this->slab()) EntryRecord<Key, typename F::Result>(key);
+  }
   void handleInitialized() override {
     this->forEachAnnouncedKey([&](const Key& key) { this->handleEntry(key); });
   }

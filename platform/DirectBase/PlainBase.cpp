@@ -21,6 +21,8 @@ Orb::PtrConst<VelaSwitchApi::HwTableRegisterMapping> mappingOf(const std::string
 
 }  // namespace
 
+PlainConvertor::~PlainConvertor() = default;
+
 void PlainConvertor::doInitTableStats() {
   HwIndex first = ~HwIndex{0};
   HwIndex end = 0;

@@ -51,6 +51,7 @@ struct PlainHwTable {
 /// Base of the convertors of plain families: their hardware tables, and what they trace.
 class VELA_EXPORT PlainConvertor : public IndexedRowsConvertor {
  public:
+  ~PlainConvertor() override;
   void doInitTableStats() override;
   void syncEntries(U32 table) override;
   void handleInitialized() override { staticWordsAre(traits_.staticWords); }

@@ -30,11 +30,11 @@ class AnyValue {
   AnyValue() = default;
   /// A default value.
   explicit AnyValue(const Shape& shape) : shape_(&shape), value_(shape.make(), shape.destroy) {}
+  /// A copy of what may be none.
+  static AnyValue of(AnyRef value) { return value ? AnyValue(value) : AnyValue(); }
   template <class T>
   static AnyValue of(const T& value) {
-    AnyValue copy(shapeOf<T>);
-    *static_cast<T*>(copy.value()) = value;
-    return copy;
+    return of(AnyRef(shapeOf<T>, &value));
   }
 
   explicit operator bool() const { return shape_ != nullptr; }
@@ -47,6 +47,9 @@ class AnyValue {
   }
 
  private:
+  explicit AnyValue(AnyRef value)
+      : shape_(value.shape), value_(shape_->copy(value.value), shape_->destroy) {}
+
   const Shape* shape_ = nullptr;
   std::unique_ptr<void, void (*)(void*)> value_{nullptr, nullptr};
 };

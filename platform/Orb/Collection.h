@@ -18,6 +18,21 @@ class KeyObserver {
   ~KeyObserver() = default;
 };
 
+/// Those who want to hear of changed keys; each must be removed before it goes.
+template <class Key>
+class KeyObservers {
+ public:
+  void observerIs(KeyObserver<Key>* observer) { observers_.push_back(observer); }
+  void observerDel(KeyObserver<Key>* observer) { std::erase(observers_, observer); }
+  void handleKey(const Key& key) const {
+    // By index: an observer may add or remove observers.
+    for (std::size_t i = 0; i < observers_.size(); ++i) observers_[i]->handleKey(key);
+  }
+
+ private:
+  std::vector<KeyObserver<Key>*> observers_;
+};
+
 /// A keyed collection with observers, in the accessor style of the framework. It does not own its
 /// observers; each must be removed before it goes. An observer may change the collection.
 template <class Key, class T, class KeyOf = StoredKey>
@@ -34,7 +49,7 @@ class Collection {
     const auto [stored, inserted] = map_.insert(key);
     if (!inserted && *stored == value) return false;
     *stored = value;
-    notify(key);
+    observers_.handleKey(key);
     return true;
   }
 
@@ -43,7 +58,7 @@ class Collection {
     // The caller may have handed over the very key that lies in the map.
     const Key removed = key;
     if (!map_.erase(removed)) return false;
-    notify(removed);
+    observers_.handleKey(removed);
     return true;
   }
 
@@ -68,17 +83,12 @@ class Collection {
     map_.forEach(visit);
   }
 
-  void observerIs(KeyObserver<Key>* observer) { observers_.push_back(observer); }
-  void observerDel(KeyObserver<Key>* observer) { std::erase(observers_, observer); }
+  void observerIs(KeyObserver<Key>* observer) { observers_.observerIs(observer); }
+  void observerDel(KeyObserver<Key>* observer) { observers_.observerDel(observer); }
 
  private:
-  void notify(const Key& key) {
-    // By index: an observer may add or remove observers.
-    for (std::size_t i = 0; i < observers_.size(); ++i) observers_[i]->handleKey(key);
-  }
-
   Map<Key, T, KeyOf> map_;
-  std::vector<KeyObserver<Key>*> observers_;
+  KeyObservers<Key> observers_;
 };
 
 }  // namespace Orb

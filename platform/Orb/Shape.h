@@ -50,6 +50,7 @@ struct Shape {
   Kind kind;
 
   void* (*make)();  ///< A default value on the heap.
+  void* (*copy)(const void* value);
   void (*destroy)(void* value);
   void (*reset)(void* value);  ///< Back to the default.
 

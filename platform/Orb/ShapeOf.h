@@ -49,6 +49,7 @@ inline constexpr bool isArray<std::array<T, count>> = true;
 template <class T>
 struct ShapeOf {
   static void* make() { return new T{}; }
+  static void* copy(const void* value) { return new T(*static_cast<const T*>(value)); }
   static void destroy(void* value) { delete static_cast<T*>(value); }
   static void reset(void* value) { as<T>(value) = T{}; }
   static bool isDefault(const void* value) { return as<T>(value) == T{}; }
@@ -221,6 +222,7 @@ constexpr Shape shapeOf() {
   using Of = ShapeOf<T>;
   Shape shape{};
   shape.make = Of::make;
+  shape.copy = Of::copy;
   shape.destroy = Of::destroy;
   shape.reset = Of::reset;
   if constexpr (Value<T>) {

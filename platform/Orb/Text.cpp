@@ -84,4 +84,14 @@ U64 parseNumber(TextCursor& cursor, U64 max) {
   return value;
 }
 
+void appendText(TextSink& sink, std::initializer_list<TextPart> parts) {
+  for (const TextPart& part : parts) part.appendTo(sink);
+}
+
+std::string joined(std::initializer_list<TextPart> parts) {
+  StringSink sink;
+  appendText(sink, parts);
+  return sink.take();
+}
+
 }  // namespace Orb

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <concepts>
+#include <initializer_list>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -107,12 +108,28 @@ void parseText(TextCursor& cursor, T& value) {
   value = static_cast<T>(parseNumber(cursor, static_cast<T>(~T{0})));
 }
 
+/// A value that has a text form, whatever its type. It refers to the value.
+class TextPart {
+ public:
+  template <class T>
+  explicit TextPart(const T& value)
+      : value_(&value), append_([](TextSink& sink, const void* part) {
+          appendText(sink, *static_cast<const T*>(part));
+        }) {}
+
+  void appendTo(TextSink& sink) const { append_(sink, value_); }
+
+ private:
+  const void* value_;
+  void (*append_)(TextSink& sink, const void* value);
+};
+VELA_EXPORT void appendText(TextSink& sink, std::initializer_list<TextPart> parts);
+VELA_EXPORT std::string joined(std::initializer_list<TextPart> parts);
+
 /// The text form of the values, one after the other.
 template <class... Ts>
 std::string text(const Ts&... values) {
-  StringSink sink;
-  (appendText(sink, values), ...);
-  return sink.take();
+  return joined({TextPart(values)...});
 }
 
 /// A value from its text form. Throws TextException, or RangeException for a value out of range.

@@ -65,6 +65,16 @@ void Handle::twinlogLine(U8 level, const std::string& message) const {
   if (sink) sink->line(name_, level, message);
 }
 
+void Handle::emit(U8 level, std::initializer_list<Orb::TextPart> parts) const {
+  if (level <= spoorLevel_) {
+    Spoor::Record& record = spoorRecord(level);
+    Orb::FixedSink sink(record.text, sizeof record.text);
+    appendText(sink, parts);
+    record.length = static_cast<U8>(sink.used());
+  }
+  if (level <= twinlogLevel_) twinlogLine(level, Orb::joined(parts));
+}
+
 Handle* Handle::find(std::string_view name) {
   const auto at = std::find_if(handles().begin(), handles().end(),
                                [&](const Handle* handle) { return handle->name() == name; });

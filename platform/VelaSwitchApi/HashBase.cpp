@@ -2,6 +2,9 @@
 
 namespace VelaSwitchApi {
 
+HashBaseTable::~HashBaseTable() = default;
+PhysicalHashTableConvertor::~PhysicalHashTableConvertor() = default;
+
 void HashBaseTable::doSetProfileConvertor(Orb::Ptr<SwTableTypes> types) {
   typesIs(std::move(types));
   profileConvertorPtrIs(profileConvertorFactory());

@@ -14,6 +14,7 @@ class PhysicalHashTableConvertor;
 /// Base of the software tables whose hardware is a cuckoo hash table.
 class VELA_EXPORT HashBaseTable : public SwTable {
  public:
+  ~HashBaseTable() override;
   /// Makes convertor and helper through the factories below and joins the physical hash table.
   void doSetProfileConvertor(Orb::Ptr<SwTableTypes> types) override;
   void doCreateHwTable() override;
@@ -81,6 +82,7 @@ class VELA_EXPORT HashBaseTable : public SwTable {
 /// Base of the convertors of hash tables.
 class VELA_EXPORT PhysicalHashTableConvertor : public SwTableProfileConvertor {
  public:
+  ~PhysicalHashTableConvertor() override;
   void handleHitBitEntry(HwTableId table, HwIndex index) override;
   void doInitTableStats() override;
   bool pollHitBits(Orb::Seconds now) override;

@@ -1,6 +1,17 @@
 #include "VelaSwitchApi/HashTable.h"
 
 namespace VelaSwitchApi {
+namespace {
+
+HashBaseCuckooEntry& entryOf(HashItem& item) { return static_cast<HashBaseCuckooEntry&>(item); }
+
+/// An entry's key as a part of traces.
+struct KeyText {
+  const HashBaseCuckooEntry& entry;
+  friend void appendText(Orb::TextSink& sink, const KeyText& key) { key.entry.appendKey(sink); }
+};
+
+}  // namespace
 
 HashTable::HashTable(std::string name, U8 tableIdx, U8 pipeline, const Options& options)
     : HashBaseTable(std::move(name), tableIdx, pipeline), options_(options) {
@@ -13,20 +24,124 @@ void HashTable::reactorTeardown() {
   if (profileConvertorPtr()) profileConvertor().swTableDel(this);
 }
 
+HashBaseCuckooEntry* HashTable::record(const HashItem& hashItem) const {
+  const auto& item = static_cast<const HashBaseCuckooEntry&>(hashItem);
+  if (item.known()) [[likely]]
+    return const_cast<HashBaseCuckooEntry*>(&item);
+  return static_cast<HashBaseCuckooEntry*>(findRecord(item.keyTag(), [&](const KeyRecord& each) {
+    return static_cast<const HashBaseCuckooEntry&>(each).hasKeyOf(item);
+  }));
+}
+
+bool HashTable::entryHasByHashItem(const HashItem& item) const {
+  const HashBaseCuckooEntry* known = record(item);
+  return known && known->has(KeyRecord::desired);
+}
+
+void HashTable::entryIsByHashItem(HashItem& hashItem) {
+  HashBaseCuckooEntry& item = entryOf(hashItem);
+  ORB_ASSERT_TEXT(item.valid(), "hashItem->valid()");
+  if (options_.trace.enabled(8)) options_.trace(8, "entryIsByHashItem ", item.toStrep());
+  const bool changed = !entryEqualByHashItem(item);
+  adopt(item);
+  flagIs(item, KeyRecord::cached, true);
+  flagIs(item, KeyRecord::unclaimed, true);
+  flagIs(item, KeyRecord::desired, true);
+  if (changed) entryChanged(item);
+  if (isCurrent(item)) recordStatus(item);
+}
+
+/// Makes the item the record of its key.
+void HashTable::adopt(HashBaseCuckooEntry& item) {
+  HashBaseCuckooEntry* known = record(item);
+  if (known == &item) return;
+  if (!known) return add(item.keyTag(), item);
+  item.recordedStatus_ = known->recordedStatus_;
+  item.recordedHit_ = known->recordedHit_;
+  replace(*known, item);
+  itemsLost_ = true;
+}
+
+bool HashTable::entryEqualByHashItem(const HashItem& hashItem) const {
+  const auto& item = static_cast<const HashBaseCuckooEntry&>(hashItem);
+  const HashBaseCuckooEntry* known = record(item);
+  return known && known->has(KeyRecord::desired) && known->hasResultOf(item);
+}
+
 void HashTable::lastHitByHashItemIs(HashItem& hashItem, Orb::Seconds time) {
   if (!options_.hits) return HashBaseTable::lastHitByHashItemIs(hashItem, time);
-  auto& item = static_cast<HashBaseCuckooEntry&>(hashItem);
+  HashBaseCuckooEntry& item = entryOf(hashItem);
   if (!isCurrent(item) || time < item.lastHit()) return;
   item.lastHitIs(time);
   if (!statusSupported()) return;
-  statusIs(item);
+  recordStatus(item);
   // Whoever heard of it may have withdrawn the entry, or announced it anew.
   if (!isCurrent(item)) return;
-  ORB_ASSERT_TEXT(item.lastHit() == recordedHit(item), "item.lastHit() == status.lastHit()");
+  ORB_ASSERT_TEXT(item.lastHit() == record(item)->recordedHit(),
+                  "item.lastHit() == status.lastHit()");
+}
+
+Orb::Ptr<HashBaseCuckooEntry> HashTable::cachedCuckooEntry(const HashItem& item) const {
+  HashBaseCuckooEntry* known = record(item);
+  return known && known->has(KeyRecord::cached) ? known : nullptr;
+}
+
+void HashTable::updateHashItem(HashItem& hashItem) const {
+  HashBaseCuckooEntry& item = entryOf(hashItem);
+  const HashBaseCuckooEntry* known = record(item);
+  const bool desired = known && known->has(KeyRecord::desired);
+  if (!desired || known != &item) item.resultIsOf(desired ? known : nullptr);
+  item.validIs(desired);
+}
+
+bool HashTable::hwInconsistentEntryFromHashItem(const HashItem& item) const {
+  const HashBaseCuckooEntry* known = record(item);
+  return known && known->has(KeyRecord::marked);
+}
+
+void HashTable::hwInconsistentEntryDelFromHashItem(const HashItem& item) {
+  if (HashBaseCuckooEntry* known = record(item)) flagIs(*known, KeyRecord::marked, false);
+}
+
+void HashTable::hwInconsistentEntryIsFromHashItem(const HashItem& item) {
+  HashBaseCuckooEntry* known = record(item);
+  if (!known) {
+    known = const_cast<HashBaseCuckooEntry*>(static_cast<const HashBaseCuckooEntry*>(&item));
+    add(known->keyTag(), *known);
+  }
+  flagIs(*known, KeyRecord::marked, true);
+}
+
+void HashTable::hashItemDelFromHashItem(const HashItem& item) {
+  if (HashBaseCuckooEntry* known = record(item)) itemDel(*known);
+}
+
+void HashTable::hashItemDelAll() {
+  itemsLost_ = true;
+  flagDelAll(KeyRecord::cached);
+}
+
+void HashTable::itemDel(HashBaseCuckooEntry& record) {
+  itemsLost_ = true;
+  flagIs(record, KeyRecord::cached, false);
+}
+
+HashBaseCuckooEntry& HashTable::itemIs(HashBaseCuckooEntry& record) {
+  if (!record.has(KeyRecord::cached) && itemsLost_) {
+    HashBaseCuckooEntry* placed = placedItem(record);
+    if (placed && placed != &record) {
+      placed->resultIsOf(&record);
+      adopt(*placed);
+      flagIs(*placed, KeyRecord::cached, true);
+      return *placed;
+    }
+  }
+  flagIs(record, KeyRecord::cached, true);
+  return record;
 }
 
 void HashTable::entryStatusIsByHashItem(HashItem& hashItem) {
-  const auto& item = static_cast<const HashBaseCuckooEntry&>(hashItem);
+  HashBaseCuckooEntry& item = entryOf(hashItem);
   if (!isCurrent(item)) return;
   if (item.programmedStatus() == EntryProgrammedStatus::programmed) {
     traceItem("Programming Entry ", item);
@@ -34,10 +149,31 @@ void HashTable::entryStatusIsByHashItem(HashItem& hashItem) {
   recordStatus(item);
 }
 
+bool HashTable::entryUnclaimedByHashItem(const HashItem& item) const {
+  const HashBaseCuckooEntry* known = record(item);
+  return known && known->has(KeyRecord::unclaimed);
+}
+
+void HashTable::entryReleaseByHashItem(const HashItem& item) {
+  const Orb::Ptr<HashBaseCuckooEntry> known = record(item);
+  if (!known) return;
+  if (known->has(KeyRecord::desired)) {
+    flagIs(*known, KeyRecord::unclaimed, false);
+    flagIs(*known, KeyRecord::noted, false);
+    flagIs(*known, KeyRecord::desired, false);
+    entryChanged(*known);
+    // Whoever heard of it may have announced the key.
+    if (entryHasByHashItem(*known)) return;
+  }
+  flagIs(*known, KeyRecord::cached, false);
+  flagIs(*known, KeyRecord::marked, false);
+  statusDel(*known);
+}
+
 bool HashTable::isCurrent(const HashBaseCuckooEntry& item) const {
-  if (!entryHasByHashItem(item)) return false;
-  const Orb::Ptr<HashBaseCuckooEntry> cached = cachedCuckooEntry(item);
-  return !cached || cached.get() == &item;
+  const HashBaseCuckooEntry* known = record(item);
+  return known && known->has(KeyRecord::desired) &&
+         (known == &item || !known->has(KeyRecord::cached));
 }
 
 HashBaseCuckooEntry* HashTable::placedItem(const HashBaseCuckooEntry& item) const {
@@ -48,12 +184,44 @@ HashBaseCuckooEntry* HashTable::placedItem(const HashBaseCuckooEntry& item) cons
   return nullptr;
 }
 
-void HashTable::handleItem(HashBaseCuckooEntry& item) {
-  profileConvertor().updateHashEntryCounter(item, false);
-  if (item.valid()) {
-    program(item);
+void HashTable::handleInitialized() {
+  // So far there are items of what was read from hardware, and of what was withdrawn since.
+  std::vector<Orb::Ptr<HashBaseCuckooEntry>> withdrawn;
+  forEachRecord(KeyRecord::cached, [&](const KeyRecord& each) {
+    if (each.has(KeyRecord::desired)) return;
+    withdrawn.emplace_back(static_cast<HashBaseCuckooEntry*>(const_cast<KeyRecord*>(&each)));
+  });
+  for (const auto& item : withdrawn) handleHashItem(*item);
+  // What hardware has, and nobody announced, is as it is.
+  std::vector<Orb::Ptr<HashBaseCuckooEntry>> announced;
+  for (const KeyRecord* each : records(KeyRecord::desired)) {
+    announced.emplace_back(static_cast<HashBaseCuckooEntry*>(const_cast<KeyRecord*>(each)));
+  }
+  for (const auto& item : announced) {
+    if (!entryUnclaimedByHashItem(*item)) handleHashItem(*item);
+  }
+}
+
+void HashTable::handleAbsentItem(HashBaseCuckooEntry& item) {
+  if (!profileConvertorPtr() || !profileConvertor().physicalTable().mayHold(item)) return;
+  if (initialized()) return handleHashItem(item);
+  HashBaseCuckooEntry* known = record(item);
+  if (!known) {
+    known = &item;
+    add(item.keyTag(), item);
+  }
+  flagIs(*known, KeyRecord::cached, true);
+}
+
+void HashTable::handleRecord(HashBaseCuckooEntry& record) {
+  // Held on to: the item may be dropped on the way.
+  const Orb::Ptr<HashBaseCuckooEntry> item = &itemIs(record);
+  updateHashItem(*item);
+  profileConvertor().updateHashEntryCounter(*item, false);
+  if (item->valid()) {
+    program(*item);
   } else {
-    remove(item);
+    remove(*item);
   }
 }
 
@@ -64,8 +232,8 @@ void HashTable::program(HashBaseCuckooEntry& item) {
   if (!isCurrent(item)) return;
   recordStatus(item);
   const EntryProgrammedStatus status = item.programmedStatus();
-  if (status != EntryProgrammedStatus::programmed && options_.trace.enabled(2)) {
-    options_.trace(2, "Not programmed, ", status, ": ", keyText(item));
+  if (status != EntryProgrammedStatus::programmed) {
+    options_.trace(2, "Not programmed, ", status, ": ", KeyText{item});
   }
   hwInconsistentEntryDelFromHashItem(item);
 }
@@ -76,20 +244,51 @@ void HashTable::remove(HashBaseCuckooEntry& item) {
   ORB_ASSERT(success);
   // Or announced it again.
   if (entryHasByHashItem(item)) return;
-  hashItemDelFromHashItem(item);
+  if (HashBaseCuckooEntry* known = record(item)) flagIs(*known, KeyRecord::cached, false);
   // A row that could not be cleared still answers lookups: the status says so until it is.
   // Asked of the rows, not of the item: clearing others may have cleared it meanwhile.
   if (profileConvertor().physicalTable().mayLinger(item)) {
     recordStatus(item);
-  } else if (statusSupported()) {
-    statusDel(item);
+  } else if (HashBaseCuckooEntry* known = record(item)) {
+    statusDel(*known);
   }
   hwInconsistentEntryDelFromHashItem(item);
 }
 
+void HashTable::recordStatus(HashBaseCuckooEntry& item) {
+  if (!statusSupported()) return;
+  HashBaseCuckooEntry* known = record(item);
+  if (!known) {
+    known = &item;
+    add(item.keyTag(), item);
+  }
+  statusIs(*known, item.programmedStatus(), item.lastHit());
+}
+
+void HashTable::statusIs(HashBaseCuckooEntry& record, EntryProgrammedStatus status,
+                         Orb::Seconds lastHit) {
+  const bool changed = !record.has(KeyRecord::stated) || record.recordedStatus_ != status ||
+                       record.recordedHit_ != lastHit;
+  record.recordedStatus_ = status;
+  record.recordedHit_ = lastHit;
+  flagIs(record, KeyRecord::stated, true);
+  if (changed) statusChanged(record);
+}
+
+void HashTable::statusDel(HashBaseCuckooEntry& record) {
+  if (!record.has(KeyRecord::stated)) return;
+  const Orb::Ptr<HashBaseCuckooEntry> held = &record;
+  flagIs(record, KeyRecord::stated, false);
+  statusChanged(record);
+}
+
 void HashTable::traceItem(const char* what, const HashBaseCuckooEntry& item) const {
   if (!options_.trace.enabled(1)) return;
-  options_.trace(1, what, options_.tracesItems ? item.toStrep() : keyText(item));
+  if (options_.tracesItems) {
+    options_.trace(1, what, item.toStrep());
+  } else {
+    options_.trace(1, what, KeyText{item});
+  }
 }
 
 }  // namespace VelaSwitchApi

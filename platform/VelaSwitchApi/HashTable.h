@@ -5,12 +5,27 @@
 namespace VelaSwitchApi {
 
 /// A hash table that programs its entries, whatever their keys and results are, and keeps what
-/// became of them.
+/// became of them. The record of a key is the item that is placed for it.
 class VELA_EXPORT HashTable : public HashBaseTable {
  public:
   void reactorTeardown() override;
+
+  bool entryHasByHashItem(const HashItem& item) const override;
+  void entryIsByHashItem(HashItem& hashItem) override;
+  bool entryEqualByHashItem(const HashItem& item) const override;
   void lastHitByHashItemIs(HashItem& hashItem, Orb::Seconds time) override;
+  Orb::Ptr<HashBaseCuckooEntry> cachedCuckooEntry(const HashItem& item) const override;
+  void updateHashItem(HashItem& hashItem) const override;
+  bool hwInconsistentEntryFromHashItem(const HashItem& item) const override;
+  void hwInconsistentEntryDelFromHashItem(const HashItem& item) override;
+  void hashItemDelFromHashItem(const HashItem& item) override;
+  void hwInconsistentEntryIsFromHashItem(const HashItem& item) override;
   void entryStatusIsByHashItem(HashItem& hashItem) override;
+  bool entryUnclaimedByHashItem(const HashItem& item) const override;
+  void entryReleaseByHashItem(const HashItem& item) override;
+
+  /// Drops the items, not what the physical table has: those are found there again.
+  void hashItemDelAll();
 
  protected:
   /// How a table is told from others.
@@ -24,30 +39,39 @@ class VELA_EXPORT HashTable : public HashBaseTable {
 
   HashTable(std::string name, U8 tableIdx, U8 pipeline, const Options& options);
 
-  /// Programs the item of a key that has an entry, or removes that of one that has none.
-  void handleItem(HashBaseCuckooEntry& item);
-  /// The item of the same key that the physical table has, or null.
-  HashBaseCuckooEntry* placedItem(const HashBaseCuckooEntry& item) const;
+  /// The record of the item's key, or null.
+  HashBaseCuckooEntry* record(const HashItem& item) const;
+  /// The key's item, whose record is `record`, is cached from now on.
+  HashBaseCuckooEntry& itemIs(HashBaseCuckooEntry& record);
+  void itemDel(HashBaseCuckooEntry& record);
+  /// Brings a key that was handled once more into hardware: its item, made current.
+  void handleRecord(HashBaseCuckooEntry& record);
+  /// A key is withdrawn that has no entry: `item` is one of it that nobody knows.
+  void handleAbsentItem(HashBaseCuckooEntry& item);
 
-  virtual std::string keyText(const HashBaseCuckooEntry& item) const = 0;
-  /// Stores the item's status as that of its key.
-  virtual void statusIs(const HashBaseCuckooEntry& item) = 0;
-  virtual void statusDel(const HashBaseCuckooEntry& item) = 0;
-  /// The last hit that the status of the item's key tells.
-  virtual Orb::Seconds recordedHit(const HashBaseCuckooEntry& item) const = 0;
+  /// The entry changed by what hardware says: only observers are to hear of it.
+  virtual void entryChanged(const HashBaseCuckooEntry& record) = 0;
+  /// The same of its status.
+  virtual void statusChanged(const HashBaseCuckooEntry& record) = 0;
 
-  void recordStatus(const HashBaseCuckooEntry& item) {
-    if (statusSupported()) statusIs(item);
-  }
-  /// Whether the item is its key's entry, not one that was withdrawn.
-  bool isCurrent(const HashBaseCuckooEntry& item) const;
+  /// Records a status; tells of it when it is another one.
+  void statusIs(HashBaseCuckooEntry& record, EntryProgrammedStatus status, Orb::Seconds lastHit);
+  void statusDel(HashBaseCuckooEntry& record);
+
+  void handleInitialized() override;
 
  private:
+  /// The item of the same key that the physical table has, or null.
+  HashBaseCuckooEntry* placedItem(const HashBaseCuckooEntry& item) const;
+  bool isCurrent(const HashBaseCuckooEntry& item) const;
+  void recordStatus(HashBaseCuckooEntry& item);
+  void adopt(HashBaseCuckooEntry& item);
   void program(HashBaseCuckooEntry& item);
   void remove(HashBaseCuckooEntry& item);
   void traceItem(const char* what, const HashBaseCuckooEntry& item) const;
 
   Options options_;
+  bool itemsLost_ = false;  ///< Items were dropped that the physical table may have.
 };
 
 }  // namespace VelaSwitchApi

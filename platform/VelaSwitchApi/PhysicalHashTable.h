@@ -41,7 +41,7 @@ class VELA_EXPORT PhysicalHashProperties : public Orb::PtrInterface {
 };
 
 /// An entry as the cuckoo engine sees it: a key with, when it is to be programmed, its result.
-class VELA_EXPORT HashBaseCuckooEntry : public Keel::Cuckoo::HashItem {
+class VELA_EXPORT HashBaseCuckooEntry : public Keel::Cuckoo::HashItem, public KeyRecord {
  public:
   /// Stands for no software table.
   static constexpr U32 noSwTable = ~U32{0};
@@ -50,25 +50,41 @@ class VELA_EXPORT HashBaseCuckooEntry : public Keel::Cuckoo::HashItem {
   /// Packs what hardware compares of the key into a buffer of `bufSize` bytes, unused bits 0, and
   /// returns its length in bits.
   virtual U8 copyKeyToBuffer(U8* buffer, U8 bufSize) const = 0;
-  /// Whether the other one is of the same table and key. Those that are equal in hardware alone may
-  /// spell their keys differently.
-  virtual bool isSpelledAs(const HashBaseCuckooEntry& other) const { return this == &other; }
+  /// Whether another entry of the same type has the same key. Those that are equal in hardware
+  /// alone may spell their keys differently.
+  virtual bool hasKeyOf(const HashBaseCuckooEntry& other) const = 0;
+  /// A hash of the key.
+  virtual U32 keyTag() const = 0;
+  /// The key's text form.
+  virtual void appendKey(Orb::TextSink& sink) const = 0;
+  /// Whether another entry of the same type has the same result.
+  virtual bool hasResultOf(const HashBaseCuckooEntry& other) const = 0;
+  /// Takes over its result; without one, the default.
+  virtual void resultIsOf(const HashBaseCuckooEntry* other) = 0;
 
   /// Whether both have the same packed key, in whatever software tables.
   bool isEqual(const Keel::Cuckoo::HashItem& other) const final;
 
+  /// Whether the other one is of the same table and key.
+  bool isSpelledAs(const HashBaseCuckooEntry& other) const {
+    return table_ == other.table_ && hasKeyOf(other);
+  }
   /// Whether the entry carries a result; without one it stands for removal, or for an empty row.
   bool valid() const { return valid_; }
   void validIs(bool valid) { valid_ = valid; }
   EntryProgrammedStatus programmedStatus() const { return status_; }
   Orb::Seconds lastHit() const { return lastHit_; }
   void lastHitIs(Orb::Seconds time) { lastHit_ = time; }
+  /// What was recorded of its key for those who ask, where a status is `stated`.
+  EntryProgrammedStatus recordedStatus() const { return recordedStatus_; }
+  Orb::Seconds recordedHit() const { return recordedHit_; }
   HashBaseTable& table() const { return *table_; }
 
  protected:
   explicit HashBaseCuckooEntry(HashBaseTable* table) : table_(table) {}
 
  private:
+  friend class HashTable;
   friend class HitTracker;
   friend class PhysicalHashTable;
 
@@ -76,8 +92,10 @@ class VELA_EXPORT HashBaseCuckooEntry : public Keel::Cuckoo::HashItem {
 
   HashBaseTable* table_;  ///< Outlives the entry: it owns it. Null when it has none.
   Orb::Seconds lastHit_;
+  Orb::Seconds recordedHit_;
   U32 keptHit_ = noKeptHit;  ///< Place among the hits that no poll has reported.
   EntryProgrammedStatus status_ = EntryProgrammedStatus::notProgrammed;
+  EntryProgrammedStatus recordedStatus_ = EntryProgrammedStatus::notProgrammed;
   bool valid_ = false;
 };
 

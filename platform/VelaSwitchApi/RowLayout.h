@@ -49,7 +49,7 @@ constexpr bool wellFormed(std::span<const RowField> fields, U8 words) {
 /// The one description of a family's row, which packing, decoding, tracing and printing read.
 /// Fields are addressed by their numbers; a layout that differs between profiles is built when the
 /// table is made, and checked then.
-class RowLayout {
+class VELA_EXPORT RowLayout {
  public:
   /// Where a field lies in the image's words; worked out once, for the packer.
   struct Place {
@@ -62,22 +62,7 @@ class RowLayout {
   RowLayout() = default;
   /// The fields in the order of their numbers. Fields that overlap or do not fit the words are a
   /// fatal assertion.
-  RowLayout(std::vector<RowField> fields, U8 words) : fields_(std::move(fields)), words_(words) {
-    ORB_ASSERT(words <= maxRowWords);
-    ORB_ASSERT(wellFormed(fields_, words_));
-    for (const RowField& field : fields_) {
-      const bool settable = field.width < 64;
-      places_.push_back({settable ? (U64{1} << field.width) - 1 : 0,
-                         static_cast<U8>(field.first / 32), static_cast<U8>(field.first % 32),
-                         field.first % 32 + field.width > 32});
-      if (field.width != 0 && field.content != RowField::varies) {
-        contents_.push_back(places_.size() - 1);
-      }
-    }
-    parity_ = number("parity");
-    row_ = number("row");
-    way_ = number("way");
-  }
+  RowLayout(std::vector<RowField> fields, U8 words);
 
   /// Stands for no field.
   static constexpr std::size_t none = ~std::size_t{0};

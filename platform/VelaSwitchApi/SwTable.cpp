@@ -33,6 +33,8 @@ SwTableTypes::SwTableTypes(Orb::PtrConst<VelaSwitch::ProfileInfo> profile, Regis
     : profile_(std::move(profile)), bus_(bus) {}
 
 SwTableTypes::~SwTableTypes() = default;
+SwTable::~SwTable() = default;
+SwTableProfileConvertor::~SwTableProfileConvertor() = default;
 
 Orb::Ptr<PhysicalHashTable> SwTableTypes::physicalHashTable(
     U32 tableId, const PhysicalHashProperties& properties) {

@@ -7,6 +7,7 @@
 #include "Orb/Seconds.h"
 #include "VelaSwitch/Profile.h"
 #include "VelaSwitchApi/HwTable.h"
+#include "VelaSwitchApi/KeyRecords.h"
 
 namespace VelaSwitchApi {
 
@@ -58,8 +59,9 @@ class VELA_EXPORT SwTableTypes : public Orb::PtrInterface {
 /// Life of a table: doSetProfileConvertor, doCreateHwTable, on a restart syncEntries, then
 /// initHwEntries, initializedIs(true), doInitComplete. Entries may be announced at any time; they
 /// are programmed once the table is initialized.
-class VELA_EXPORT SwTable : public Orb::PtrInterface {
+class VELA_EXPORT SwTable : public Orb::PtrInterface, public KeyRecords {
  public:
+  ~SwTable() override;
   /// Number of the software table within its switch; given by doSetProfileConvertor.
   virtual U32 swTableId() const;
   /// Makes the convertor and connects it.
@@ -154,6 +156,7 @@ struct EntryCounter {
 /// how an entry becomes a row.
 class VELA_EXPORT SwTableProfileConvertor : public Orb::PtrInterface {
  public:
+  ~SwTableProfileConvertor() override;
   /// A poll found the row hit.
   virtual void handleHitBitEntry(HwTableId table, HwIndex index);
   virtual void doInitTableStats();

@@ -1,0 +1,57 @@
+#include "Orb/RecordIndex.h"
+
+namespace Orb {
+
+void RecordIndex::add(U32 tag, void* record) {
+  if ((size_ + 1) * std::size_t{4} > slots_.size() * 3) {
+    rehash(slots_.empty() ? 8 : slots_.size() * 2);
+  }
+  put(tag, record);
+  ++size_;
+}
+
+void RecordIndex::remove(U32 tag, const void* record) {
+  U32 hole = position(tag, record);
+  // Records behind the hole move up unless that would put them ahead of their home position; so no
+  // search ever has to step over the removed one.
+  for (U32 next = (hole + 1) & mask(); slots_[next].record; next = (next + 1) & mask()) {
+    const U32 home = slots_[next].tag & mask();
+    if (((next - home) & mask()) < ((next - hole) & mask())) continue;
+    slots_[hole] = slots_[next];
+    hole = next;
+  }
+  slots_[hole] = Slot{};
+  --size_;
+}
+
+void RecordIndex::replace(U32 tag, const void* record, void* next) {
+  slots_[position(tag, record)].record = next;
+}
+
+void RecordIndex::reserve(U32 count) {
+  std::size_t slots = 8;
+  while (std::size_t{count} * 4 > slots * 3) slots *= 2;
+  if (slots > slots_.size()) rehash(slots);
+}
+
+U32 RecordIndex::position(U32 tag, const void* record) const {
+  U32 at = tag & mask();
+  while (slots_[at].record != record) at = (at + 1) & mask();
+  return at;
+}
+
+void RecordIndex::put(U32 tag, void* record) {
+  U32 at = tag & mask();
+  while (slots_[at].record) at = (at + 1) & mask();
+  slots_[at] = {record, tag};
+}
+
+void RecordIndex::rehash(std::size_t slots) {
+  std::vector<Slot> old(slots);
+  old.swap(slots_);
+  for (const Slot& slot : old) {
+    if (slot.record) put(slot.tag, slot.record);
+  }
+}
+
+}  // namespace Orb

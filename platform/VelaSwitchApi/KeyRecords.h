@@ -1,0 +1,135 @@
+#pragma once
+
+#include <array>
+#include <vector>
+
+#include "Orb/RecordIndex.h"
+#include "Orb/Slab.h"
+
+/// What software tables know of their keys: one record for each.
+namespace VelaSwitchTable {
+template <class Key, class Result, class Record>
+class EntryStore;
+}
+
+namespace VelaSwitchApi {
+
+/// The record of a key, as far as it does not depend on the key's type. It is its table's as long
+/// as any of its flags is set.
+class VELA_EXPORT KeyRecord {
+ public:
+  enum Flag : U8 {
+    desired,    ///< There is an entry.
+    unclaimed,  ///< It was read from hardware, and nobody announced it since.
+    marked,     ///< Its row was found different, or could not be written.
+    cached,     ///< Of hash tables: it is programmed or waits to be.
+    stated,     ///< Likewise: it has a status.
+    noted,      ///< For whoever owns the table, as long as there is an entry.
+  };
+  static constexpr U8 flags = noted + 1;
+
+  bool has(Flag flag) const { return (flags_ >> flag & 1) != 0; }
+  /// Whether it is a table's.
+  bool known() const { return flags_ != 0; }
+
+  // Records lie in the slab of their table, where they have one.
+  static void* operator new(std::size_t size) { return Orb::Slab::take(nullptr, size); }
+  static void* operator new(std::size_t size, Orb::Slab& slab) {
+    return Orb::Slab::take(&slab, size);
+  }
+  static void operator delete(void* record) { Orb::Slab::give(record); }
+  static void operator delete(void* record, Orb::Slab&) { Orb::Slab::give(record); }
+
+ private:
+  friend class KeyRecords;
+  U8 flags_ = 0;
+};
+
+/// The records of a table.
+class VELA_EXPORT KeyRecords {
+ public:
+  using Flag = KeyRecord::Flag;
+  /// What is known of the records' type.
+  struct Type {
+    U32 (*tag)(const KeyRecord& record);  ///< A hash of its key.
+    /// Whether the one's key comes before the other's.
+    bool (*before)(const KeyRecord& one, const KeyRecord& other);
+    void (*take)(KeyRecord& record);  ///< It is the table's now,
+    void (*give)(KeyRecord& record);  ///< and now no more.
+  };
+
+  KeyRecords(const KeyRecords&) = delete;
+  KeyRecords& operator=(const KeyRecords&) = delete;
+
+  /// Records that have the flag.
+  U32 count(Flag flag) const { return counts_[flag]; }
+  /// The most entries that there ever were.
+  U32 peak() const { return peak_; }
+  /// Records that have the flag, in ascending order of their keys. Each is valid as long as it has
+  /// any flag.
+  std::vector<const KeyRecord*> records(Flag flag) const;
+
+  /// Calls `visit(record)` for each that has the flag, in no order. They must not change meanwhile.
+  template <class Visitor>
+  void forEachRecord(Flag flag, const Visitor& visit) const {
+    if (count(flag) == 0) return;
+    index_.forEach([&](const void* each) {
+      const auto& record = *static_cast<const KeyRecord*>(each);
+      if (record.has(flag)) visit(record);
+    });
+  }
+
+  /// Sets or clears a note of an entry's.
+  void noteIs(const KeyRecord& record, bool noted) {
+    flagIs(const_cast<KeyRecord&>(record), KeyRecord::noted, noted);
+  }
+
+ protected:
+  KeyRecords() = default;
+  ~KeyRecords();
+
+  void typeIs(const Type& type) { type_ = &type; }
+  Orb::Slab& slab() { return slab_; }
+  /// Room for `count` keys, so that storing them allocates nothing.
+  void reserve(U32 count);
+
+  template <class IsIt>
+  KeyRecord* findRecord(U32 tag, const IsIt& isIt) const {
+    return static_cast<KeyRecord*>(index_.find(
+        tag, [&](const void* record) { return isIt(*static_cast<const KeyRecord*>(record)); }));
+  }
+  void prefetch(U32 tag) const { index_.prefetch(tag); }
+
+  /// Adds a record of a new key; to be given a flag at once.
+  void add(U32 tag, KeyRecord& record) {
+    type_->take(record);
+    index_.add(tag, &record);
+  }
+  /// Puts another record of the same key, without flags, in a record's place.
+  void replace(KeyRecord& record, KeyRecord& next);
+  /// A record that loses its last flag is given back.
+  void flagIs(KeyRecord& record, Flag flag, bool set) {
+    if (record.has(flag) == set) return;
+    record.flags_ = static_cast<U8>(record.flags_ ^ 1 << flag);
+    counts_[flag] += set ? 1 : ~U32{0};
+    if (flag == KeyRecord::desired && set) peak_ = std::max(peak_, count(flag));
+    if (record.flags_ == 0) drop(record);
+  }
+  /// Clears the flag of all records.
+  void flagDelAll(Flag flag);
+
+ private:
+  void drop(KeyRecord& record);
+
+  /// Who knows their keys and results.
+  template <class Key, class Result, class Record>
+  friend class ::VelaSwitchTable::EntryStore;
+
+  const Type* type_ = nullptr;
+  Orb::RecordIndex index_;
+  Orb::Slab slab_;
+  std::array<U32, KeyRecord::flags> counts_{};
+  U32 peak_ = 0;
+};
+
+}  // namespace VelaSwitchApi
