@@ -29,69 +29,50 @@ constexpr std::array<KeyVariant, 4> variants{{
 
 constexpr U8 variantOf(U8 type) { return type < 7 ? 0 : type < 11 ? 1 : type < 15 ? 2 : 3; }
 
-// Zero stands for any; hardware spells that as all ones.
-
-constexpr U32 anyIp = 0xFFFFFFFF;
-constexpr U16 anyPort = 65535;
-constexpr U8 anyQualifier = 15;
-
-U32 ipToHw(Ipnet::IpAddr address) { return address.number() == 0 ? anyIp : address.number(); }
-Ipnet::IpAddr ipFromHw(U64 bits) {
-  return Ipnet::IpAddr(bits == anyIp ? 0 : static_cast<U32>(bits));
-}
-
 /// Types whose qualifier takes no part.
 constexpr bool anyQualifierType(U8 type) { return type == 3 || type == 7 || type == 11; }
 
-U64 toHw(const AclHashKey& key, KeyField field) {
+/// Calls `visit(field, any)` with a field of the key but for its type. Zero stands for any;
+/// hardware spells that as `any`, where it is not 0.
+template <class Key, class Visit>
+void visitField(Key& key, KeyField field, const Visit& visit) {
   switch (field) {
     case aclId:
-      return key.aclId().value();
-    case subType:
-      return key.type() - U64{variants[variantOf(key.type())].firstType};
+      return visit(key.aclId, 0u);
     case natDirection:
-      return key.natDirection();
+      return visit(key.natDirection, 0u);
     case natId:
-      return key.natId().value();
+      return visit(key.natId, 0u);
     case srcIp:
-      return ipToHw(key.srcIp());
+      return visit(key.srcIp, 0xFFFFFFFFu);
     case dstIp:
-      return ipToHw(key.dstIp());
+      return visit(key.dstIp, 0xFFFFFFFFu);
     case qualifier:
-      return anyQualifierType(key.type()) ? anyQualifier : key.qualifier();
+      return visit(key.qualifier, 0u);
     case l4Port:
-      return key.l4Port() == 0 ? anyPort : key.l4Port();
+      return visit(key.l4Port, 65535u);
+    case subType:
+      break;
   }
-  return 0;
+}
+
+U64 toHw(const AclHashKey& key, KeyField field) {
+  if (field == subType) return key.type() - U64{variants[variantOf(key.type())].firstType};
+  if (field == qualifier && anyQualifierType(key.type())) return 15;
+  U64 bits = 0;
+  visitField(key, field, [&](const auto& from, U32 any) {
+    using Orb::hashWord;
+    bits = hashWord(from());
+    if (bits == 0) bits = any;
+  });
+  return bits;
 }
 
 void fromHw(AclHashKey& key, KeyField field, U64 bits) {
-  switch (field) {
-    case aclId:
-      key.aclId = VelaSwitch::HwAclId(bits);
-      break;
-    case subType:
-      key.type = static_cast<U8>(key.type() + bits);
-      break;
-    case natDirection:
-      key.natDirection = static_cast<U8>(bits);
-      break;
-    case natId:
-      key.natId = VelaSwitch::NatId(bits);
-      break;
-    case srcIp:
-      key.srcIp = ipFromHw(bits);
-      break;
-    case dstIp:
-      key.dstIp = ipFromHw(bits);
-      break;
-    case qualifier:
-      key.qualifier = static_cast<U8>(bits);
-      break;
-    case l4Port:
-      key.l4Port = static_cast<U16>(bits == anyPort ? 0 : bits);
-      break;
-  }
+  if (field == subType) key.type = static_cast<U8>(key.type() + bits);
+  visitField(key, field, [&](auto& into, U32 any) {
+    fromRowBits(into.value, any != 0 && bits == any ? 0 : bits);
+  });
 }
 
 }  // namespace

@@ -18,38 +18,60 @@ U8 dataWords(RegisterFormatVersion version) { return version.major() < 3 ? 2 : 3
 template <Orb::FixedString Name>
 constexpr std::size_t firstPipe = fieldNumber<VlanMembershipFamily, Name>();
 
-/// Packs the VLAN id, and the ACL and NAT of the table's pipes where the format has them.
+/// What a VLAN may have for a pipe.
+template <class Map>
+struct PipeValue {
+  Map VlanMembershipResult::*field;
+  const char* label;
+  std::size_t first;  ///< The row's field of the table's first pipe.
+  U64 absent;         ///< What rows hold for a pipe that has none.
+};
+
+template <class Visit>
+void forEachPipeValue(const Visit& visit) {
+  using Result = VlanMembershipResult;
+  visit(PipeValue{&Result::aclId, " AclId: ", firstPipe<"aclId[0]">,
+                  VelaSwitch::HwAclId{}.value() & U64{0xf}});
+  visit(PipeValue{&Result::aclEnable, " AclEnable: ", firstPipe<"aclEnable[0]">, 0});
+  visit(PipeValue{&Result::aclDefaultPermit,
+                  " AclDefaultPermit: ", firstPipe<"aclDefaultPermit[0]">, 0});
+  visit(PipeValue{&Result::natId, " NatId: ", firstPipe<"natId[0]">,
+                  VelaSwitch::NatId{}.value() & U64{0x7}});
+  visit(PipeValue{&Result::natEnable, " NatEnable: ", firstPipe<"natEnable[0]">, 0});
+}
+
+/// Calls `visit(pipe, i)` for the pipes of a table.
+template <class Visit>
+void forEachPipe(U32 table, const Visit& visit) {
+  for (U8 i = 0; i < pipesPerRow; ++i) visit(VelaSwitch::PipeId(U64{table} * pipesPerRow + i), i);
+}
+
+/// Packs the VLAN id, and what the table's pipes have where the format has it.
 void packBase(RegisterFormatVersion version, U32 table, const VlanMembershipResult& result,
               HwIndex vlan, RowWriterOf<VlanMembershipFamily>& row) {
   row.set<"vlan">(vlan);
   if (version.major() < 4) return;
-  const auto orElse = [](const auto* value, auto absent) { return value ? *value : absent; };
-  for (U8 i = 0; i < pipesPerRow; ++i) {
-    const VelaSwitch::PipeId id(U64{table} * pipesPerRow + i);
-    const auto set = [&](std::size_t first, U64 value) { row.set(first + i, value); };
-    set(firstPipe<"aclId[0]">, orElse(result.aclId(id), VelaSwitch::HwAclId{}).value());
-    set(firstPipe<"aclEnable[0]">, orElse(result.aclEnable(id), U8{0}));
-    set(firstPipe<"aclDefaultPermit[0]">, orElse(result.aclDefaultPermit(id), false));
-    set(firstPipe<"natId[0]">, orElse(result.natId(id), VelaSwitch::NatId{}).value());
-    set(firstPipe<"natEnable[0]">, orElse(result.natEnable(id), U8{0}));
-  }
+  forEachPipe(table, [&](VelaSwitch::PipeId pipe, U8 i) {
+    forEachPipeValue([&](const auto& each) {
+      using Orb::hashWord;
+      const auto* value = (result.*each.field)(pipe);
+      row.set(each.first + i, value ? hashWord(*value) : each.absent);
+    });
+  });
 }
 
-/// Takes the pipes' fields over where they differ from what an absent one is packed as.
+/// Takes what the pipes have over where it differs from what an absent one is packed as.
 void unpackPipes(const VelaSwitchApi::RowReader& row, U32 table, VlanMembershipResult& result) {
-  const U64 noAclId = VelaSwitch::HwAclId{}.value() & 0xf;
-  const U64 noNatId = VelaSwitch::NatId{}.value() & 0x7;
-  for (U8 i = 0; i < pipesPerRow; ++i) {
-    const VelaSwitch::PipeId id(U64{table} * pipesPerRow + i);
-    const auto get = [&](std::size_t first) { return row.get(first + i); };
-    const U64 aclId = get(firstPipe<"aclId[0]">);
-    const U64 natId = get(firstPipe<"natId[0]">);
-    if (aclId != noAclId) result.aclIdIs(id, VelaSwitch::HwAclId(aclId));
-    if (natId != noNatId) result.natIdIs(id, VelaSwitch::NatId(natId));
-    if (get(firstPipe<"aclEnable[0]">) != 0) result.aclEnableIs(id, 1);
-    if (get(firstPipe<"aclDefaultPermit[0]">) != 0) result.aclDefaultPermitIs(id, true);
-    if (get(firstPipe<"natEnable[0]">) != 0) result.natEnableIs(id, 1);
-  }
+  forEachPipe(table, [&](VelaSwitch::PipeId pipe, U8 i) {
+    forEachPipeValue([&](const auto& each) {
+      const U64 bits = row.get(each.first + i);
+      if (bits == each.absent) return;
+      auto& map = (result.*each.field).value;
+      typename std::remove_cvref_t<decltype(map)>::Mapped value{};
+      fromRowBits(value, bits);
+      map.is(pipe, value);
+    });
+  });
 }
 
 /// The ports that a table serves: a slice of them, or in the CPU's all.
@@ -84,22 +106,19 @@ std::string VlanMembershipResult::resultString() const {
 
 std::ostream& operator<<(std::ostream& out, const VlanMembershipResult& result) {
   out << result.resultString();
-  const auto print = [&](const char* label, const auto& map, const char* format, auto toArgument) {
-    if (map.empty()) return;
-    out << label;
+  forEachPipeValue([&](const auto& each) {
+    const auto& map = (result.*each.field)();
+    if (!map.empty()) out << each.label;
     map.forEach([&](VelaSwitch::PipeId pipe, const auto& value) {
       char buffer[40];
-      std::snprintf(buffer, sizeof buffer, format, pipe.value(), toArgument(value));
+      if constexpr (requires { value.value(); }) {
+        std::snprintf(buffer, sizeof buffer, " (%2d, %2d)", pipe.value(), int{value.value()});
+      } else {
+        std::snprintf(buffer, sizeof buffer, " (%2d, %s)", pipe.value(), value ? "true" : "false");
+      }
       out << buffer;
     });
-  };
-  const auto number = [](const auto& id) { return int{id.value()}; };
-  const auto flag = [](const auto& on) { return on ? "true" : "false"; };
-  print(" AclId: ", result.aclId(), " (%2d, %2d)", number);
-  print(" AclEnable: ", result.aclEnable(), " (%2d, %s)", flag);
-  print(" AclDefaultPermit: ", result.aclDefaultPermit(), " (%2d, %s)", flag);
-  print(" NatId: ", result.natId(), " (%2d, %2d)", number);
-  print(" NatEnable: ", result.natEnable(), " (%2d, %s)", flag);
+  });
   return out;
 }
 
@@ -191,14 +210,11 @@ RowSays VlanMembershipFamily::unpackMore(const PlainRowContext& at, const Key& k
 void VlanMembershipFamily::joinRow(const PlainRowContext& at, const Result& row, Result& into) {
   if (at.table.cpu) return;
   into.permitMask = into.permitMask() | row.permitMask();
-  const auto join = [](const auto& from, auto& map) {
-    from().forEach([&](VelaSwitch::PipeId pipe, const auto& value) { map.value.is(pipe, value); });
-  };
-  join(row.aclId, into.aclId);
-  join(row.aclEnable, into.aclEnable);
-  join(row.aclDefaultPermit, into.aclDefaultPermit);
-  join(row.natId, into.natId);
-  join(row.natEnable, into.natEnable);
+  forEachPipeValue([&](const auto& each) {
+    (row.*each.field)().forEach([&](VelaSwitch::PipeId pipe, const auto& value) {
+      (into.*each.field).value.is(pipe, value);
+    });
+  });
 }
 
 VELA_PLAIN_FAMILY_DEFINE(VlanMembership, Layer2All)

@@ -6,67 +6,15 @@
 #include "Orb/Collection.h"
 #include "Orb/Ptr.h"
 #include "Trace/Trace.h"
-#include "VelaSwitchApi/KeyRecords.h"
+#include "VelaSwitchApi/EntryRecord.h"
 
 namespace VelaSwitchTable {
 
+using VelaSwitchApi::EntriesView;
+using VelaSwitchApi::EntryRecord;
+using VelaSwitchApi::entryTag;
 using VelaSwitchApi::KeyRecord;
 using VelaSwitchApi::KeyRecords;
-
-/// What a table knows of a key, with the result that is desired or, in a record that is no table's,
-/// whatever it stands for. Base is KeyRecord, or what the framework knows such records by.
-template <class Key, class Result, class Base = KeyRecord>
-class EntryRecord : public Base {
- public:
-  template <class... Rest>
-  explicit EntryRecord(const Key& key, Rest&&... rest)
-      : Base(std::forward<Rest>(rest)...), key_(key) {}
-
-  const Key& key() const { return key_; }
-  const Result& result() const { return result_; }
-  void resultIs(const Result& result) { result_ = result; }
-
- private:
-  Key key_;
-  Result result_{};
-};
-
-/// The hash of a key by which its record is found.
-template <class Key>
-U32 entryTag(const Key& key) {
-  using Orb::hashOf;
-  return static_cast<U32>(hashOf(key));
-}
-
-/// The entries of a table in the accessor style of collections.
-template <class Store>
-class EntriesView {
- public:
-  using Key = typename Store::Key;
-  using Result = typename Store::Result;
-
-  explicit EntriesView(Store& store) : store_(store) {}
-
-  U32 size() const { return store_.records_.count(KeyRecord::desired); }
-  bool has(const Key& key) const { return store_.entry(key) != nullptr; }
-  /// The key's result, or null. Valid until the next change.
-  const Result* find(const Key& key) const { return store_.entry(key); }
-  /// All keys, in ascending order.
-  std::vector<Key> keys() const { return store_.keys(KeyRecord::desired); }
-  /// Calls `visit(key, result)` for every entry. They must not change meanwhile.
-  template <class Visitor>
-  void forEach(const Visitor& visit) const {
-    store_.records_.forEachRecord(KeyRecord::desired, [&](const KeyRecord& record) {
-      visit(Store::of(record).key(), Store::of(record).result());
-    });
-  }
-  /// For those who want to hear of changed keys. They must be removed before they go.
-  void observerIs(Orb::KeyObserver<Key>* observer) { store_.observers_.observerIs(observer); }
-  void observerDel(Orb::KeyObserver<Key>* observer) { store_.observers_.observerDel(observer); }
-
- private:
-  Store& store_;
-};
 
 /// The desired entries of a software table, whatever its kind, with the marks on their keys. Every
 /// change calls handleEntry(key), but for those that only say what hardware holds.
@@ -156,8 +104,8 @@ class EntryStore {
 
  protected:
   /// `records` is that of the table.
-  explicit EntryStore(KeyRecords& records) : records_(records) { records.typeIs(recordType); }
-  ~EntryStore() = default;
+  explicit EntryStore(KeyRecords& records) : records_(records) {}
+  virtual ~EntryStore() = default;
 
   static constexpr bool counted = requires(const Record& record) { record.referenceAdd(); };
   using NewRecord = std::conditional_t<counted, Orb::Ptr<Record>, Record*>;
@@ -184,13 +132,6 @@ class EntryStore {
     records_.flagIs(record, KeyRecord::unclaimed, true);
     if (changed) handleChange(Key(record.key()), false);
   }
-  /// Calls `visit(key)` for each key that did not come from hardware alone: what did is as it is.
-  template <class Visitor>
-  void forEachAnnouncedKey(const Visitor& visit) const {
-    for (const Key& key : keys(KeyRecord::desired)) {
-      if (!unclaimed(key)) visit(key);
-    }
-  }
   /// The table hears of a change before all others: whatever those do then is theirs.
   void handleChange(const Key& key, bool handled) {
     if (handled) handleEntry(key);
@@ -206,19 +147,6 @@ class EntryStore {
   friend EntriesView<EntryStore>;
   friend EntriesView<const EntryStore>;
 
-  static constexpr KeyRecords::Type recordType{
-      [](const KeyRecord& record) { return entryTag(of(record).key()); },
-      [](const KeyRecord& one, const KeyRecord& other) { return of(one).key() < of(other).key(); },
-      [](KeyRecord& record) {
-        if constexpr (counted) static_cast<Record&>(record).referenceAdd();
-      },
-      [](KeyRecord& record) {
-        if constexpr (counted) {
-          static_cast<Record&>(record).referenceDel();
-        } else {
-          delete static_cast<Record*>(&record);
-        }
-      }};
   Record* findMarked(const Key& key) const {
     if (records_.count(KeyRecord::marked) == 0) return nullptr;
     Record* record = find(key);

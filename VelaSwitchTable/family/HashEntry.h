@@ -153,20 +153,6 @@ class VELA_EXPORT HashFamilyEntry
   U8 copyKeyToBuffer(U8* buffer, U8 bufSize) const override {
     return fillKeyBuffer<F>(packedKey<F>(this->key()), buffer, bufSize);
   }
-  bool hasKeyOf(const HashBaseCuckooEntry& other) const override {
-    return static_cast<const Record&>(other).key() == this->key();
-  }
-  U32 keyTag() const override { return entryTag(this->key()); }
-  void appendKey(Orb::TextSink& sink) const override {
-    using Orb::appendText;
-    appendText(sink, this->key());
-  }
-  bool hasResultOf(const HashBaseCuckooEntry& other) const override {
-    return static_cast<const Record&>(other).result() == this->result();
-  }
-  void resultIsOf(const HashBaseCuckooEntry* other) override {
-    this->resultIs(other ? static_cast<const Record&>(*other).result() : Result{});
-  }
   /// What rows hold of the key, where that is one field.
   U64 hwCompareEncoding() const requires(compareBits<F>() != 0) {
     KeyBits bits = packedKey<F>(this->key());

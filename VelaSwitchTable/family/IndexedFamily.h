@@ -38,23 +38,38 @@ struct IndexedFamily : Family<Unit, K, R> {
 };
 
 /// The table of a family, with Base as what the framework knows it by.
-template <class F, class Base>
-class VELA_EXPORT IndexedFamilyTable : public Base,
-                                       public EntryStore<typename F::Key, typename F::Result> {
+template <class F, class Base, class Record = EntryRecord<typename F::Key, typename F::Result>>
+class VELA_EXPORT IndexedFamilyTable
+    : public Base,
+      public IndexedEntries,
+      public EntryStore<typename F::Key, typename F::Result, Record> {
  public:
   using Family = F;
   using Key = typename F::Key;
+  using Store = EntryStore<Key, typename F::Result, Record>;
 
   explicit IndexedFamilyTable(std::string name)
-      : Base(std::move(name)),
-        EntryStore<typename F::Key, typename F::Result>(static_cast<KeyRecords&>(*this)) {}
+      : Base(std::move(name)), Store(static_cast<KeyRecords&>(*this)) {}
+
+  const KeyRecord* recordAt(HwIndex index) const override { return this->find(F::keyOf(index)); }
+  void markAtIs(HwIndex index, bool marked) override {
+    this->hwInconsistentEntryIs(F::keyOf(index), marked);
+  }
+  void handleRow(HwIndex index) override { this->handleEntry(F::keyOf(index)); }
+  void appendKeyAt(Orb::TextSink& sink, HwIndex index) const override {
+    using Orb::appendText;
+    appendText(sink, F::keyOf(index));
+  }
 
  protected:
-  EntryRecord<Key, typename F::Result>* newRecord(const Key& key) override {
-    return new (this->slab()) EntryRecord<Key, typename F::Result>(key);
+  typename Store::NewRecord newRecord(const Key& key) override {
+    return new (this->slab()) Record(key);
   }
   void handleInitialized() override {
-    this->forEachAnnouncedKey([&](const Key& key) { this->handleEntry(key); });
+    // What hardware has, and nobody announced, is as it is.
+    for (const Key& key : this->keys(KeyRecord::desired)) {
+      if (!this->unclaimed(key)) this->handleEntry(key);
+    }
   }
   void handleAbsent(const Key& key) override {
     if (unreadForget(key)) this->handleEntry(key);

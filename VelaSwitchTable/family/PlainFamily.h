@@ -159,18 +159,6 @@ class VELA_EXPORT PlainFamilyLayerConvertor : public ClassesOf<F>::Convertor {
     const bool desires = content == IndexedRowsConvertor::Content::desired;
     return rowImage(id, key, desires ? desired(key) : F::absentResult());
   }
-  bool hasEntry(HwIndex index) const override { return table()->entry(F::keyOf(index)); }
-  bool marked(HwIndex index) const override {
-    return table()->hwInconsistentEntry(F::keyOf(index));
-  }
-  void markIs(HwIndex index, bool marked) override {
-    if (marked) {
-      table()->hwInconsistentEntryIs(F::keyOf(index), true);
-    } else {
-      table()->hwInconsistentEntryDel(F::keyOf(index));
-    }
-  }
-  void program(HwIndex index) override { table()->handleEntry(F::keyOf(index)); }
   bool writeRow(HwTableConfig& hwTable, HwIndex index) override {
     const Key key = F::keyOf(index);
     return writeRow(hwTable, index, key, desired(key));
@@ -195,10 +183,6 @@ class VELA_EXPORT PlainFamilyLayerConvertor : public ClassesOf<F>::Convertor {
   U32 copies() const override {
     if constexpr (requires { &F::copies; }) return F::copies(this->profile());
     return 1;
-  }
-  void appendKey(Orb::TextSink& sink, HwIndex index) const override {
-    using Orb::appendText;
-    appendText(sink, F::keyOf(index));
   }
 
  private:

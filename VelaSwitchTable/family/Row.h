@@ -213,10 +213,10 @@ consteval bool rowChecked() {
   constexpr auto fields = detail::someFields<F>();
   constexpr std::size_t wrong = VelaSwitchApi::firstMisplaced(fields, words);
   detail::FieldCheck<F, detail::fieldName<F, wrong>(), wrong == fields.size()>();
-  constexpr bool noRow = fields.empty();
+  constexpr bool rowless = fields.empty();
   Orb::forEachField(typename F::Result{}, [](const auto& field) {
     using Field = std::remove_cvref_t<decltype(field)>;
-    constexpr bool packed = packsMore || noRow || findField<F>(Field::name).has_value();
+    constexpr bool packed = packsMore || rowless || findField<F>(Field::name).has_value();
     detail::ResultCheck<F, Field::fixedName, packed>();
   });
   return true;

@@ -5,6 +5,7 @@
 namespace VelaSwitchTable {
 
 using VelaSwitchApi::HwEntryConfig;
+using VelaSwitchApi::KeyRecord;
 using VelaSwitchApi::maxRowWords;
 
 void DirectBaseTable::doSetProfileConvertor(Orb::Ptr<VelaSwitchApi::SwTableTypes> types) {
@@ -23,7 +24,71 @@ bool DirectBaseTable::handleDirectEntry(const DirectBaseEntry& entry, U32) {
   return written;
 }
 
-U32 DirectBaseConvertor::capacityIndexFromEntry(const DirectBaseEntry&) const { return 0; }
+bool DirectBaseTable::entryHasByDirectItem(const DirectBaseEntry& item) const {
+  return has(KeyRecord::desired, item);
+}
+
+bool DirectBaseTable::entryEqualByDirectItem(const DirectBaseEntry& item) const {
+  return hasEqual(item);
+}
+
+void DirectBaseTable::updateDirectItem(DirectBaseEntry& item) const { item.validIs(update(item)); }
+
+bool DirectBaseTable::hwInconsistentEntryFromDirectItem(const DirectBaseEntry& item) const {
+  return has(KeyRecord::marked, item);
+}
+
+void DirectBaseTable::hwInconsistentEntryDelFromDirectItem(const DirectBaseEntry& item) {
+  if (KeyRecord* record = recordOf(item)) flagIs(*record, KeyRecord::marked, false);
+}
+
+void DirectBaseTable::hwInconsistentEntryIsFromDirectItem(const DirectBaseEntry& item) {
+  auto& convertor = static_cast<DirectBaseConvertor&>(*profileConvertorPtr());
+  convertor.markIs(convertor.hwIndexFromItem(item), true);
+}
+
+DirectBaseConvertor::~DirectBaseConvertor() = default;
+
+void DirectBaseConvertor::doInitTableStats() {
+  ORB_ASSERT_TEXT(directTable()->capacitySupported(), "capacitySupported()");
+  initTableStatsPerEgressPort(sharedOut() ? egressBlocks() : 1);
+}
+
+void DirectBaseConvertor::doCreateHwTables(VelaSwitchApi::TableState state) {
+  ORB_ASSERT_TEXT(swTable(), "table");
+  layout_ = makeLayout();
+  const bool pipelines = traits_.placement == DirectPlacement::everyPipeline;
+  const U32 blocks = pipelines ? profile().pipelines() : egressBlocks();
+  if (!sharedOut()) {
+    for (U32 block = 0; block < blocks; ++block) {
+      createRows(block,
+                 Orb::make<VelaSwitchApi::HwTableRegisterMappingConst>(hwTableName(block),
+                                                                       registers(block)),
+                 state);
+    }
+    return;
+  }
+  const auto rows = Orb::make<VelaSwitchApi::HwTableRegisterMappingRange>(hwTableName(0));
+  for (U32 block = 0; block < blocks; ++block) {
+    rows->regsIs(block * traits_.rowsPerBlock, registers(block));
+  }
+  createRows(0, rows, state);
+}
+
+std::string DirectBaseConvertor::hwTableName(HwTableId id) const {
+  return VelaSwitchApi::SwTable::hwTableName(traits_.table.name, "", "", id);
+}
+
+void DirectBaseConvertor::createRows(HwTableId id,
+                                     Orb::PtrConst<VelaSwitchApi::HwTableRegisterMapping> mapping,
+                                     VelaSwitchApi::TableState state) {
+  createHwTable({traits_.table.name, 0, id, hwTableName(id)}, state, 0,
+                directTable()->numEntries() - 1, traits_.rowWords, std::move(mapping));
+}
+
+U32 DirectBaseConvertor::capacityIndexFromEntry(const DirectBaseEntry& entry) const {
+  return blockOf(hwIndexFromItem(entry));
+}
 
 void DirectBaseConvertor::initTableStatsPerEgressPort(U32 counters) {
   for (U32 i = 0; i < counters; ++i) {
@@ -34,14 +99,17 @@ void DirectBaseConvertor::initTableStatsPerEgressPort(U32 counters) {
 
 U32 DirectBaseConvertor::entriesUsed(U32 counter) const {
   U32 used = 0;
-  const HwTableConfig& table = *hwTable(0);
-  for (HwIndex index = table.descriptor().first; index <= table.descriptor().last; ++index) {
-    const auto entry = nullDirectEntry(index);
-    if (capacityIndexFromEntry(*entry) == counter && directTable()->entryHasByDirectItem(*entry)) {
-      ++used;
-    }
-  }
+  swTable()->forEachRecord(KeyRecord::desired, [&](const KeyRecord& each) {
+    const auto& entry = static_cast<const DirectBaseEntry&>(each);
+    if (hwIndexFromItem(entry) >= directTable()->numEntries()) return;
+    if (capacityIndexFromEntry(entry) == counter) ++used;
+  });
   return used;
+}
+
+/// Of a part of the table only its present use is known.
+U32 DirectBaseConvertor::entriesPeak(U32 counter) const {
+  return entryCounters().size() > 1 ? entriesUsed(counter) : swTable()->peak();
 }
 
 auto DirectBaseConvertor::rowImage(const DirectBaseEntry& entry, HwIndex index) const -> Image {
@@ -64,29 +132,6 @@ bool DirectBaseConvertor::rowIs(const DirectBaseEntry& entry, HwIndex index) {
     good = table->entryIs(HwEntryConfig(index, image.data(), maxRowWords)) && good;
   }
   return good;
-}
-
-bool DirectBaseConvertor::hasEntry(HwIndex index) const {
-  return directTable()->entryHasByDirectItem(*nullDirectEntry(index));
-}
-
-bool DirectBaseConvertor::marked(HwIndex index) const {
-  return directTable()->hwInconsistentEntryFromDirectItem(*nullDirectEntry(index));
-}
-
-void DirectBaseConvertor::markIs(HwIndex index, bool marked) {
-  const auto entry = nullDirectEntry(index);
-  if (marked) {
-    directTable()->hwInconsistentEntryIsFromDirectItem(*entry);
-  } else {
-    directTable()->hwInconsistentEntryDelFromDirectItem(*entry);
-  }
-}
-
-void DirectBaseConvertor::program(HwIndex index) {
-  const auto entry = nullDirectEntry(index);
-  directTable()->updateDirectItem(*entry);
-  directTable()->handleDirectEntry(*entry, 0);
 }
 
 /// Takes over what the row holds, unless a hardware table in front of this one has said: they may

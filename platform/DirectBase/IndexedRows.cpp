@@ -16,6 +16,11 @@ void IndexedRowsConvertor::createHwTable(
   descriptorIs(identity.id, descriptor);
 }
 
+IndexedEntries& IndexedRowsConvertor::entries() const {
+  if (!entries_) entries_ = dynamic_cast<IndexedEntries*>(swTable());
+  return *entries_;
+}
+
 void IndexedRowsConvertor::staticWordsAre(const VelaSwitchApi::StaticWords& words) {
   for (U8 word = 0; word < maxRowWords; ++word) {
     if (words[word] != 0) hwStaticWordIs(word, words[word]);
@@ -199,7 +204,7 @@ void IndexedRowsConvertor::auditRow(HwTableConfig& table, HwIndex index) {
 void IndexedRowsConvertor::repair(const Finding& finding) {
   if (finding.kind == Finding::Kind::unreadable) return;
   if (hasEntry(finding.index)) {
-    program(finding.index);
+    entries().handleRow(finding.index);
     return;
   }
   // Nobody withdrew it: rows that could not be read may hold an entry.

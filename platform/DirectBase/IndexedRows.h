@@ -12,6 +12,22 @@ namespace VelaSwitchTable {
 using VelaSwitchApi::HwIndex;
 using VelaSwitchApi::HwTableId;
 
+/// The entries of such a table, by their rows.
+class VELA_EXPORT IndexedEntries {
+ public:
+  /// The record of the row's key, or null.
+  virtual const VelaSwitchApi::KeyRecord* recordAt(HwIndex index) const = 0;
+  /// Marks the row's key as having a row that is not what it should be, or takes the mark off.
+  virtual void markAtIs(HwIndex index, bool marked) = 0;
+  /// Brings the entry of the row's key into hardware.
+  virtual void handleRow(HwIndex index) = 0;
+  /// The text form of the row's key.
+  virtual void appendKeyAt(Orb::TextSink& sink, HwIndex index) const = 0;
+
+ protected:
+  virtual ~IndexedEntries() = default;
+};
+
 /// Base of the convertors of such tables. It knows rows by their index alone, and when they are
 /// written, read back, compared and repaired; what they say is the derived class's to know.
 class VELA_EXPORT IndexedRowsConvertor : public VelaSwitchApi::SwTableProfileConvertor {
@@ -39,13 +55,11 @@ class VELA_EXPORT IndexedRowsConvertor : public VelaSwitchApi::SwTableProfileCon
   enum class Content : U8 { desired, empty };
   using Image = std::array<U32, VelaSwitchApi::maxRowWords>;
   virtual Image rowImage(HwTableId table, HwIndex index, Content content) const = 0;
-  /// Whether the row's key has an entry.
-  virtual bool hasEntry(HwIndex index) const = 0;
-  /// Whether the row's key is known to have a row that is not what it should be.
-  virtual bool marked(HwIndex index) const = 0;
-  virtual void markIs(HwIndex index, bool marked) = 0;
-  /// Brings the entry of the row's key into hardware.
-  virtual void program(HwIndex index) = 0;
+  /// The table by its rows.
+  IndexedEntries& entries() const;
+  bool hasEntry(HwIndex index) const { return has(VelaSwitchApi::KeyRecord::desired, index); }
+  bool marked(HwIndex index) const { return has(VelaSwitchApi::KeyRecord::marked, index); }
+  void markIs(HwIndex index, bool marked) { entries().markAtIs(index, marked); }
   /// Takes over what a row says that was read. It is `late` when others of its key may have been
   /// taken before, or the key announced; an entry that counts more than the row is left alone.
   virtual void takeRow(HwTableConfig& table, HwIndex index, bool late) = 0;
@@ -88,6 +102,10 @@ class VELA_EXPORT IndexedRowsConvertor : public VelaSwitchApi::SwTableProfileCon
   void unsoundForget(HwTableConfig& table, HwIndex index);
 
  private:
+  bool has(VelaSwitchApi::KeyRecord::Flag flag, HwIndex index) const {
+    const auto* record = entries().recordAt(index);
+    return record && record->has(flag);
+  }
   HwIndex firstRow(const HwTableConfig& table, HwIndex index) const;
   bool holds(const HwTableConfig& table, HwIndex index) const;
   bool everyRowHolds(HwIndex first) const;
@@ -97,6 +115,8 @@ class VELA_EXPORT IndexedRowsConvertor : public VelaSwitchApi::SwTableProfileCon
   void takeLate(HwTableConfig& table, HwIndex index);
   bool takesDefault(const HwTableConfig& table, HwIndex index) const;
   void auditRow(HwTableConfig& table, HwIndex index);
+
+  mutable IndexedEntries* entries_ = nullptr;
 };
 
 }  // namespace VelaSwitchTable

@@ -69,8 +69,6 @@ class VELA_EXPORT PlainConvertor : public IndexedRowsConvertor {
   /// A hardware table that was created.
   const PlainHwTable& declared(HwTableId table) const { return declared_.at(table); }
 
-  virtual void appendKey(Orb::TextSink& sink, HwIndex index) const = 0;
-
   std::optional<Finding::Kind> judge(const HwTableConfig& table, HwIndex index,
                                      bool differs) override;
   void traceUnread(const HwTableConfig& table, HwIndex index, Read read) const override;
@@ -80,7 +78,7 @@ class VELA_EXPORT PlainConvertor : public IndexedRowsConvertor {
   struct KeyOfRow {
     const PlainConvertor& convertor;
     HwIndex index;
-    void append(Orb::TextSink& sink) const { convertor.appendKey(sink, index); }
+    void append(Orb::TextSink& sink) const { convertor.entries().appendKeyAt(sink, index); }
     friend void appendText(Orb::TextSink& sink, const KeyOfRow& key) { key.append(sink); }
   };
 

@@ -4,6 +4,9 @@ namespace VelaSwitchApi {
 namespace {
 
 HashBaseCuckooEntry& entryOf(HashItem& item) { return static_cast<HashBaseCuckooEntry&>(item); }
+const HashBaseCuckooEntry& entryOf(const HashItem& item) {
+  return static_cast<const HashBaseCuckooEntry&>(item);
+}
 
 /// An entry's key as a part of traces.
 struct KeyText {
@@ -24,18 +27,12 @@ void HashTable::reactorTeardown() {
   if (profileConvertorPtr()) profileConvertor().swTableDel(this);
 }
 
-HashBaseCuckooEntry* HashTable::record(const HashItem& hashItem) const {
-  const auto& item = static_cast<const HashBaseCuckooEntry&>(hashItem);
-  if (item.known()) [[likely]]
-    return const_cast<HashBaseCuckooEntry*>(&item);
-  return static_cast<HashBaseCuckooEntry*>(findRecord(item.keyTag(), [&](const KeyRecord& each) {
-    return static_cast<const HashBaseCuckooEntry&>(each).hasKeyOf(item);
-  }));
+HashBaseCuckooEntry* HashTable::record(const HashItem& item) const {
+  return static_cast<HashBaseCuckooEntry*>(recordOf(entryOf(item)));
 }
 
 bool HashTable::entryHasByHashItem(const HashItem& item) const {
-  const HashBaseCuckooEntry* known = record(item);
-  return known && known->has(KeyRecord::desired);
+  return has(KeyRecord::desired, entryOf(item));
 }
 
 void HashTable::entryIsByHashItem(HashItem& hashItem) {
@@ -62,11 +59,7 @@ void HashTable::adopt(HashBaseCuckooEntry& item) {
   itemsLost_ = true;
 }
 
-bool HashTable::entryEqualByHashItem(const HashItem& hashItem) const {
-  const auto& item = static_cast<const HashBaseCuckooEntry&>(hashItem);
-  const HashBaseCuckooEntry* known = record(item);
-  return known && known->has(KeyRecord::desired) && known->hasResultOf(item);
-}
+bool HashTable::entryEqualByHashItem(const HashItem& item) const { return hasEqual(entryOf(item)); }
 
 void HashTable::lastHitByHashItemIs(HashItem& hashItem, Orb::Seconds time) {
   if (!options_.hits) return HashBaseTable::lastHitByHashItemIs(hashItem, time);
@@ -88,15 +81,11 @@ Orb::Ptr<HashBaseCuckooEntry> HashTable::cachedCuckooEntry(const HashItem& item)
 
 void HashTable::updateHashItem(HashItem& hashItem) const {
   HashBaseCuckooEntry& item = entryOf(hashItem);
-  const HashBaseCuckooEntry* known = record(item);
-  const bool desired = known && known->has(KeyRecord::desired);
-  if (!desired || known != &item) item.resultIsOf(desired ? known : nullptr);
-  item.validIs(desired);
+  item.validIs(update(item));
 }
 
 bool HashTable::hwInconsistentEntryFromHashItem(const HashItem& item) const {
-  const HashBaseCuckooEntry* known = record(item);
-  return known && known->has(KeyRecord::marked);
+  return has(KeyRecord::marked, entryOf(item));
 }
 
 void HashTable::hwInconsistentEntryDelFromHashItem(const HashItem& item) {
@@ -104,12 +93,7 @@ void HashTable::hwInconsistentEntryDelFromHashItem(const HashItem& item) {
 }
 
 void HashTable::hwInconsistentEntryIsFromHashItem(const HashItem& item) {
-  HashBaseCuckooEntry* known = record(item);
-  if (!known) {
-    known = const_cast<HashBaseCuckooEntry*>(static_cast<const HashBaseCuckooEntry*>(&item));
-    add(known->keyTag(), *known);
-  }
-  flagIs(*known, KeyRecord::marked, true);
+  flagIs(recordOrIs(const_cast<HashBaseCuckooEntry&>(entryOf(item))), KeyRecord::marked, true);
 }
 
 void HashTable::hashItemDelFromHashItem(const HashItem& item) {
@@ -150,8 +134,7 @@ void HashTable::entryStatusIsByHashItem(HashItem& hashItem) {
 }
 
 bool HashTable::entryUnclaimedByHashItem(const HashItem& item) const {
-  const HashBaseCuckooEntry* known = record(item);
-  return known && known->has(KeyRecord::unclaimed);
+  return has(KeyRecord::unclaimed, entryOf(item));
 }
 
 void HashTable::entryReleaseByHashItem(const HashItem& item) {
@@ -205,12 +188,7 @@ void HashTable::handleInitialized() {
 void HashTable::handleAbsentItem(HashBaseCuckooEntry& item) {
   if (!profileConvertorPtr() || !profileConvertor().physicalTable().mayHold(item)) return;
   if (initialized()) return handleHashItem(item);
-  HashBaseCuckooEntry* known = record(item);
-  if (!known) {
-    known = &item;
-    add(item.keyTag(), item);
-  }
-  flagIs(*known, KeyRecord::cached, true);
+  flagIs(recordOrIs(item), KeyRecord::cached, true);
 }
 
 void HashTable::handleRecord(HashBaseCuckooEntry& record) {
@@ -257,12 +235,8 @@ void HashTable::remove(HashBaseCuckooEntry& item) {
 
 void HashTable::recordStatus(HashBaseCuckooEntry& item) {
   if (!statusSupported()) return;
-  HashBaseCuckooEntry* known = record(item);
-  if (!known) {
-    known = &item;
-    add(item.keyTag(), item);
-  }
-  statusIs(*known, item.programmedStatus(), item.lastHit());
+  auto& known = static_cast<HashBaseCuckooEntry&>(recordOrIs(item));
+  statusIs(known, item.programmedStatus(), item.lastHit());
 }
 
 void HashTable::statusIs(HashBaseCuckooEntry& record, EntryProgrammedStatus status,

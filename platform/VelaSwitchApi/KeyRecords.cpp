@@ -6,17 +6,29 @@
 namespace VelaSwitchApi {
 
 KeyRecords::~KeyRecords() {
-  index_.forEach([&](void* record) { type_->give(*static_cast<KeyRecord*>(record)); });
+  index_.forEach([&](void* record) { static_cast<KeyRecord*>(record)->given(); });
 }
 
 std::vector<const KeyRecord*> KeyRecords::records(Flag flag) const {
   std::vector<const KeyRecord*> records;
   records.reserve(count(flag));
   forEachRecord(flag, [&](const KeyRecord& record) { records.push_back(&record); });
-  std::sort(records.begin(), records.end(), [&](const KeyRecord* one, const KeyRecord* other) {
-    return type_->before(*one, *other);
-  });
+  std::sort(records.begin(), records.end(),
+            [&](const KeyRecord* one, const KeyRecord* other) { return one->comesBefore(*other); });
   return records;
+}
+
+bool KeyRecords::update(KeyRecord& other) const {
+  const KeyRecord* record = recordOf(other);
+  const bool desired = record && record->has(KeyRecord::desired);
+  if (!desired || record != &other) other.resultIsOf(desired ? record : nullptr);
+  return desired;
+}
+
+KeyRecord& KeyRecords::recordOrIs(KeyRecord& other) {
+  if (KeyRecord* record = recordOf(other)) return *record;
+  add(other.keyTag(), other);
+  return other;
 }
 
 void KeyRecords::reserve(U32 count) {
@@ -25,15 +37,15 @@ void KeyRecords::reserve(U32 count) {
 }
 
 void KeyRecords::replace(KeyRecord& record, KeyRecord& next) {
-  type_->take(next);
+  next.taken();
   next.flags_ = std::exchange(record.flags_, U8{0});
-  index_.replace(type_->tag(record), &record, &next);
-  type_->give(record);
+  index_.replace(record.keyTag(), &record, &next);
+  record.given();
 }
 
 void KeyRecords::drop(KeyRecord& record) {
-  index_.remove(type_->tag(record), &record);
-  type_->give(record);
+  index_.remove(record.keyTag(), &record);
+  record.given();
 }
 
 void KeyRecords::flagDelAll(Flag flag) {

@@ -5,6 +5,7 @@
 
 #include "Orb/RecordIndex.h"
 #include "Orb/Slab.h"
+#include "Orb/Text.h"
 
 /// What software tables know of their keys: one record for each.
 namespace VelaSwitchTable {
@@ -32,6 +33,16 @@ class VELA_EXPORT KeyRecord {
   /// Whether it is a table's.
   bool known() const { return flags_ != 0; }
 
+  // The key, and those of other records of the same type.
+  virtual U32 keyTag() const = 0;  ///< A hash of it.
+  virtual bool hasKeyOf(const KeyRecord& other) const = 0;
+  virtual bool comesBefore(const KeyRecord& other) const = 0;
+  virtual void appendKey(Orb::TextSink& sink) const = 0;
+  // Likewise the result.
+  virtual bool hasResultOf(const KeyRecord& other) const = 0;
+  /// Takes over the other's result; without one, the default.
+  virtual void resultIsOf(const KeyRecord* other) = 0;
+
   // Records lie in the slab of their table, where they have one.
   static void* operator new(std::size_t size) { return Orb::Slab::take(nullptr, size); }
   static void* operator new(std::size_t size, Orb::Slab& slab) {
@@ -40,8 +51,19 @@ class VELA_EXPORT KeyRecord {
   static void operator delete(void* record) { Orb::Slab::give(record); }
   static void operator delete(void* record, Orb::Slab&) { Orb::Slab::give(record); }
 
+ protected:
+  KeyRecord() = default;
+  KeyRecord(const KeyRecord&) = delete;
+  KeyRecord& operator=(const KeyRecord&) = delete;
+  virtual ~KeyRecord() = default;
+
  private:
   friend class KeyRecords;
+  /// It is a table's from now on.
+  virtual void taken() {}
+  /// And now no more.
+  virtual void given() { delete this; }
+
   U8 flags_ = 0;
 };
 
@@ -49,15 +71,6 @@ class VELA_EXPORT KeyRecord {
 class VELA_EXPORT KeyRecords {
  public:
   using Flag = KeyRecord::Flag;
-  /// What is known of the records' type.
-  struct Type {
-    U32 (*tag)(const KeyRecord& record);  ///< A hash of its key.
-    /// Whether the one's key comes before the other's.
-    bool (*before)(const KeyRecord& one, const KeyRecord& other);
-    void (*take)(KeyRecord& record);  ///< It is the table's now,
-    void (*give)(KeyRecord& record);  ///< and now no more.
-  };
-
   KeyRecords(const KeyRecords&) = delete;
   KeyRecords& operator=(const KeyRecords&) = delete;
 
@@ -86,9 +99,8 @@ class VELA_EXPORT KeyRecords {
 
  protected:
   KeyRecords() = default;
-  ~KeyRecords();
+  virtual ~KeyRecords();
 
-  void typeIs(const Type& type) { type_ = &type; }
   Orb::Slab& slab() { return slab_; }
   /// Room for `count` keys, so that storing them allocates nothing.
   void reserve(U32 count);
@@ -100,9 +112,31 @@ class VELA_EXPORT KeyRecords {
   }
   void prefetch(U32 tag) const { index_.prefetch(tag); }
 
+  /// The record of the other's key, or null.
+  KeyRecord* recordOf(const KeyRecord& other) const {
+    if (other.known()) [[likely]]
+      return const_cast<KeyRecord*>(&other);
+    return findRecord(other.keyTag(), [&](const KeyRecord& each) { return each.hasKeyOf(other); });
+  }
+  /// Whether the other's key has the flag.
+  bool has(Flag flag, const KeyRecord& other) const {
+    const KeyRecord* record = recordOf(other);
+    return record && record->has(flag);
+  }
+  /// Whether it has an entry with the same result.
+  bool hasEqual(const KeyRecord& other) const {
+    const KeyRecord* record = recordOf(other);
+    return record && record->has(KeyRecord::desired) && record->hasResultOf(other);
+  }
+  /// Gives a record the result of its key's entry, or the default when there is none, and says
+  /// whether there is.
+  bool update(KeyRecord& other) const;
+  /// The record of the key of one that becomes it if there is none; to be given a flag at once.
+  KeyRecord& recordOrIs(KeyRecord& other);
+
   /// Adds a record of a new key; to be given a flag at once.
   void add(U32 tag, KeyRecord& record) {
-    type_->take(record);
+    record.taken();
     index_.add(tag, &record);
   }
   /// Puts another record of the same key, without flags, in a record's place.
@@ -125,7 +159,6 @@ class VELA_EXPORT KeyRecords {
   template <class Key, class Result, class Record>
   friend class ::VelaSwitchTable::EntryStore;
 
-  const Type* type_ = nullptr;
   Orb::RecordIndex index_;
   Orb::Slab slab_;
   std::array<U32, KeyRecord::flags> counts_{};

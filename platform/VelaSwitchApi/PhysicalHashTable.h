@@ -50,22 +50,11 @@ class VELA_EXPORT HashBaseCuckooEntry : public Keel::Cuckoo::HashItem, public Ke
   /// Packs what hardware compares of the key into a buffer of `bufSize` bytes, unused bits 0, and
   /// returns its length in bits.
   virtual U8 copyKeyToBuffer(U8* buffer, U8 bufSize) const = 0;
-  /// Whether another entry of the same type has the same key. Those that are equal in hardware
-  /// alone may spell their keys differently.
-  virtual bool hasKeyOf(const HashBaseCuckooEntry& other) const = 0;
-  /// A hash of the key.
-  virtual U32 keyTag() const = 0;
-  /// The key's text form.
-  virtual void appendKey(Orb::TextSink& sink) const = 0;
-  /// Whether another entry of the same type has the same result.
-  virtual bool hasResultOf(const HashBaseCuckooEntry& other) const = 0;
-  /// Takes over its result; without one, the default.
-  virtual void resultIsOf(const HashBaseCuckooEntry* other) = 0;
-
   /// Whether both have the same packed key, in whatever software tables.
   bool isEqual(const Keel::Cuckoo::HashItem& other) const final;
 
-  /// Whether the other one is of the same table and key.
+  /// Whether the other one is of the same table and key. Those that are equal in hardware alone may
+  /// spell their keys differently.
   bool isSpelledAs(const HashBaseCuckooEntry& other) const {
     return table_ == other.table_ && hasKeyOf(other);
   }
@@ -87,6 +76,9 @@ class VELA_EXPORT HashBaseCuckooEntry : public Keel::Cuckoo::HashItem, public Ke
   friend class HashTable;
   friend class HitTracker;
   friend class PhysicalHashTable;
+
+  void taken() final { referenceAdd(); }
+  void given() final { referenceDel(); }
 
   static constexpr U32 noKeptHit = ~U32{0};
 

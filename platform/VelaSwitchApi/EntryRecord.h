@@ -1,0 +1,80 @@
+#pragma once
+
+#include "Orb/Collection.h"
+#include "Orb/Value.h"
+#include "VelaSwitchApi/KeyRecords.h"
+
+/// Records with keys and results of their types.
+namespace VelaSwitchApi {
+
+/// The hash of a key by which its record is found.
+template <class Key>
+U32 entryTag(const Key& key) {
+  using Orb::hashOf;
+  return static_cast<U32>(hashOf(key));
+}
+
+/// What a table knows of a key, with the result that is desired or, in a record that is no table's,
+/// whatever it stands for. Base is KeyRecord, or what the framework knows such records by.
+template <class Key, class Result, class Base = KeyRecord>
+class EntryRecord : public Base {
+ public:
+  template <class... Rest>
+  explicit EntryRecord(const Key& key, Rest&&... rest)
+      : Base(std::forward<Rest>(rest)...), key_(key) {}
+
+  const Key& key() const { return key_; }
+  const Result& result() const { return result_; }
+  void resultIs(const Result& result) { result_ = result; }
+
+  U32 keyTag() const override { return entryTag(key_); }
+  bool hasKeyOf(const KeyRecord& other) const override { return of(other).key_ == key_; }
+  bool comesBefore(const KeyRecord& other) const override { return key_ < of(other).key_; }
+  void appendKey(Orb::TextSink& sink) const override {
+    using Orb::appendText;
+    appendText(sink, key_);
+  }
+  bool hasResultOf(const KeyRecord& other) const override { return of(other).result_ == result_; }
+  void resultIsOf(const KeyRecord* other) override {
+    result_ = other ? of(*other).result_ : Result{};
+  }
+  static const EntryRecord& of(const KeyRecord& record) {
+    return static_cast<const EntryRecord&>(record);
+  }
+
+ private:
+  Key key_;
+  Result result_{};
+};
+
+/// The entries of a table in the accessor style of collections.
+template <class Store>
+class EntriesView {
+ public:
+  using Key = typename Store::Key;
+  using Result = typename Store::Result;
+
+  explicit EntriesView(Store& store) : store_(store) {}
+
+  U32 size() const { return store_.records_.count(KeyRecord::desired); }
+  bool has(const Key& key) const { return store_.entry(key) != nullptr; }
+  /// The key's result, or null. Valid until the next change.
+  const Result* find(const Key& key) const { return store_.entry(key); }
+  /// All keys, in ascending order.
+  std::vector<Key> keys() const { return store_.keys(KeyRecord::desired); }
+  /// Calls `visit(key, result)` for every entry. They must not change meanwhile.
+  template <class Visitor>
+  void forEach(const Visitor& visit) const {
+    store_.records_.forEachRecord(KeyRecord::desired, [&](const KeyRecord& record) {
+      visit(Store::of(record).key(), Store::of(record).result());
+    });
+  }
+  /// For those who want to hear of changed keys. They must be removed before they go.
+  void observerIs(Orb::KeyObserver<Key>* observer) { store_.observers_.observerIs(observer); }
+  void observerDel(Orb::KeyObserver<Key>* observer) { store_.observers_.observerDel(observer); }
+
+ private:
+  Store& store_;
+};
+
+}  // namespace VelaSwitchApi
