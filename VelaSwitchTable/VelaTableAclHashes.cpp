@@ -7,11 +7,11 @@ using VelaSwitch::AclHashKey;
 
 // The type code picks one of four forms of key, which list their fields from bit 0 on.
 
-enum class KeyField : U8 { aclId, subType, natDirection, natId, srcIp, dstIp, qualifier, l4Port };
-using enum KeyField;
+enum class KeyPiece : U8 { aclId, subType, natDirection, natId, srcIp, dstIp, qualifier, l4Port };
+using enum KeyPiece;
 
 struct KeyPart {
-  KeyField field;
+  KeyPiece field;
   U8 width;  ///< 0 for one that is not used.
 };
 
@@ -35,7 +35,7 @@ constexpr bool anyQualifierType(U8 type) { return type == 3 || type == 7 || type
 /// Calls `visit(field, any)` with a field of the key but for its type. Zero stands for any;
 /// hardware spells that as `any`, where it is not 0.
 template <class Key, class Visit>
-void visitField(Key& key, KeyField field, const Visit& visit) {
+void visitField(Key& key, KeyPiece field, const Visit& visit) {
   switch (field) {
     case aclId:
       return visit(key.aclId, 0u);
@@ -56,7 +56,7 @@ void visitField(Key& key, KeyField field, const Visit& visit) {
   }
 }
 
-U64 toHw(const AclHashKey& key, KeyField field) {
+U64 toHw(const AclHashKey& key, KeyPiece field) {
   if (field == subType) return key.type() - U64{variants[variantOf(key.type())].firstType};
   if (field == qualifier && anyQualifierType(key.type())) return 15;
   U64 bits = 0;
@@ -68,7 +68,7 @@ U64 toHw(const AclHashKey& key, KeyField field) {
   return bits;
 }
 
-void fromHw(AclHashKey& key, KeyField field, U64 bits) {
+void fromHw(AclHashKey& key, KeyPiece field, U64 bits) {
   if (field == subType) key.type = static_cast<U8>(key.type() + bits);
   visitField(key, field, [&](auto& into, U32 any) {
     fromRowBits(into.value, any != 0 && bits == any ? 0 : bits);

@@ -23,7 +23,7 @@ class Item final : public HashItem {
 
 /// Stands for hardware: keeps what each row holds and checks, at every write, that no placed item
 /// is missing.
-class Rows final : public RowWriter {
+class Rows final : public Keel::Cuckoo::RowWriter {
  public:
   Rows(Table& table, const std::set<Item*>& placed) : table_(table), placed_(placed) {}
 
@@ -370,7 +370,7 @@ class Named final : public HashItem {
 /// An item that takes another's row is found there by any that is equal to it, although nobody
 /// asked for its own rows before.
 TEST(Cuckoo, anItemThatTakesARowOverIsFound) {
-  struct Unchecked final : RowWriter {
+  struct Unchecked final : Keel::Cuckoo::RowWriter {
     bool hashItemWrite(HashItem&, CuckooLocation) override { return true; }
   } rows;
   Table table(4, 2);

@@ -48,7 +48,7 @@ struct Told {
 /// Short for JSON text.
 Json json(const char* text) { return Json::parse(text); }
 
-const Json group = json(R"({"source":"10.0.0.1","group":"224.1.2.3","vlanId":7})");
+const Json someGroup = json(R"({"source":"10.0.0.1","group":"224.1.2.3","vlanId":7})");
 
 TEST(Limits, portMasksAreCutToThePortsWithAWarning) {
   const struct {
@@ -58,8 +58,8 @@ TEST(Limits, portMasksAreCutToThePortsWithAWarning) {
     U32 cpuPorts;  ///< Bits behind the ports'.
     Json others = Json::object();
   } tables[] = {
-      {"SG", group, {"portMask"}, 1},
-      {"StarG", group, {"portMask"}, 1},
+      {"SG", someGroup, {"portMask"}, 1},
+      {"StarG", someGroup, {"portMask"}, 1},
       {"L3Lag", 5, {"portMask"}, 1},
       {"MacVlan", 5, {"portMask"}, 1, {{"valid", true}}},
       {"L3FloodBitmap", 5, {"portMask"}, 0},

@@ -46,7 +46,7 @@ struct Writes {
 
 // Worked out by a script of its own from the tables of the registers. Where two models have the
 // same ones, one of them stands for both.
-constexpr Writes expected[] = {
+constexpr Writes expectedWrites[] = {
     {"vela-48-5.1", "NativeVlan",
      "egress/port[46]/vlan_tci=d4d2 pipeline[1]/port[46]/default_vlan=d4d2"},
     {"vela-48-5.1", "FloodSet",
@@ -141,7 +141,7 @@ std::vector<std::string> expanded(const std::string& text) {
 }
 
 TEST(PortTables, writeTheseRegistersInEveryModel) {
-  for (const Writes& each : expected) {
+  for (const Writes& each : expectedWrites) {
     SCOPED_TRACE(std::string(each.profile) + " " + each.table);
     VelaDevice::SimulatedSwitch chip;
     VelaAgent::Agent agent(VelaAgent::loadProfile(each.profile), chip);

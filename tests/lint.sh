@@ -14,10 +14,8 @@ else
 fi
 [ -n "$sources" ] || exit 0
 
-# A configuration of its own: everything that is built is known to it, and clang-tidy reads no
-# precompiled headers but its own.
-cmake --preset clang -B build/lint -DVELA_BENCH=ON -DVELA_FUZZ=ON \
-    -DCMAKE_DISABLE_PRECOMPILE_HEADERS=ON >/dev/null
+# A configuration of its own: everything that is built is known to it, each source by itself.
+cmake --preset clang -B build/lint -DVELA_BENCH=ON -DVELA_FUZZ=ON -DCMAKE_UNITY_BUILD=OFF >/dev/null
 for source in $sources; do
   if grep -qF "\"$PWD/$source\"" build/lint/compile_commands.json; then echo "$source"; fi
 done | xargs -r -P "$(nproc)" -n 1 clang-tidy --quiet -p build/lint 2> >(grep -v 'generated\.$' >&2)
