@@ -26,6 +26,8 @@ struct PipeValue {
   std::size_t first;  ///< The row's field of the table's first pipe.
   U64 absent;         ///< What rows hold for a pipe that has none.
 };
+template <class Map>
+PipeValue(Map VlanMembershipResult::*, const char*, std::size_t, U64) -> PipeValue<Map>;
 
 template <class Visit>
 void forEachPipeValue(const Visit& visit) {

@@ -5,7 +5,7 @@
 namespace VelaDevice {
 namespace {
 
-constexpr HashUnit unit{11, 2};
+constexpr HashUnit aclUnit{11, 2};
 
 /// The key as the ACL processor takes it from a packet's fields.
 struct AclKey {
@@ -66,7 +66,7 @@ std::optional<VelaSwitch::AclHashResult> acl(DataPath& path, U32 pipeline,
                                              const VelaSwitch::AclHashKey& key) {
   const AclKey wanted = aclKey(key);
   auto found =
-      search(path, "AclHash", path.table("AclHash", pipeline), unit, wanted.bits, [&](Bits& row) {
+      search(path, "AclHash", path.table("AclHash", pipeline), aclUnit, wanted.bits, [&](Bits& row) {
         Bits stored;
         stored.append(row.next(45), 45);
         stored.append(row.next(45), 45);
@@ -82,7 +82,7 @@ std::optional<CounterHit> aclCounter(DataPath& path, U32 pipeline, U16 key) {
   Bits hashed;
   hashed.append(key, 16);
   auto found = search(
-      path, "AclIndirectCounterHash", path.table("AclIndirectCounterHash", pipeline), unit, hashed,
+      path, "AclIndirectCounterHash", path.table("AclIndirectCounterHash", pipeline), aclUnit, hashed,
       // There is no valid bit: a row that is all zero holds nothing.
       [&](Bits& row) { return Bits(row).next(18) != 0 && row.next(5) == key >> 11; });
   if (!found) return std::nullopt;

@@ -1,8 +1,13 @@
+#include <cstring>
+#include <map>
+#include <memory>
 #include <unordered_map>
 
 #include "Orb/Attribute.h"
 #include "Orb/Collection.h"
 #include "Orb/Ptr.h"
+#include "Orb/RecordIndex.h"
+#include "Orb/Slab.h"
 #include "Support.h"
 #include "Trace/Trace.h"
 #include "VelaSwitch/Keys.h"
@@ -184,6 +189,53 @@ TEST(Map, behavesLikeAnUnorderedMap) {
     EXPECT_EQ(model.at(key), value);
   });
   EXPECT_EQ(visited, model.size());
+}
+
+/// Records of a slab under tags of which many are alike, against a map of what is there.
+TEST(RecordIndex, findsWhatIsThereAndNothingElse) {
+  VelaTest::Random random;
+  const auto slab = std::make_unique<Orb::Slab>();
+  Orb::RecordIndex index;
+  std::map<U32, U32*> model;
+  const auto tagOf = [](U32 key) { return key % 61 * 7; };
+  const auto find = [&](U32 key) {
+    return index.find(tagOf(key),
+                      [&](const void* at) { return *static_cast<const U32*>(at) == key; });
+  };
+  const auto make = [&](U32 key) { return new (Orb::Slab::take(slab.get(), sizeof key)) U32(key); };
+  for (U32 step = 0; step < 20000; ++step) {
+    const U32 key = random() % 300;
+    const auto at = model.find(key);
+    ASSERT_EQ(find(key), at == model.end() ? nullptr : at->second);
+    if (at == model.end()) {
+      index.add(tagOf(key), model[key] = make(key));
+    } else if (random() % 4 == 0) {
+      U32* next = make(key);
+      index.replace(tagOf(key), at->second, next);
+      Orb::Slab::give(std::exchange(at->second, next));
+    } else {
+      index.remove(tagOf(key), at->second);
+      Orb::Slab::give(at->second);
+      model.erase(at);
+    }
+    ASSERT_EQ(index.size(), model.size());
+  }
+  for (const auto& [key, record] : model) Orb::Slab::give(record);
+}
+
+/// The memory goes with the last object of a slab that is gone; of another size each has its own.
+TEST(Slab, objectsOutliveIt) {
+  auto slab = std::make_unique<Orb::Slab>();
+  slab->reserve(3);
+  std::vector<void*> objects;
+  for (const std::size_t size : {24, 24, 40, 24, 24}) {
+    objects.push_back(Orb::Slab::take(slab.get(), size));
+    std::memset(objects.back(), 0x5a, size);
+  }
+  Orb::Slab::give(objects.back());
+  EXPECT_EQ(Orb::Slab::take(slab.get(), 24), objects.back()) << "given back, taken again";
+  slab = nullptr;
+  for (void* object : objects) Orb::Slab::give(object);
 }
 
 TEST(Attribute, tellsObserversOfChangesAlone) {

@@ -41,7 +41,10 @@ class EntryStore {
       records_.flagIs(record, KeyRecord::desired, true);
     }
     records_.flagIs(record, KeyRecord::unclaimed, false);
-    if (changed) handleChange(key, true);
+    if (changed) {
+      handleRecord(key, record);
+      observers_.handleKey(key);
+    }
     if (claimed) claimObservers_.handleKey(key);
     return changed;
   }
@@ -139,6 +142,8 @@ class EntryStore {
   }
   /// Forgets an entry without touching its row.
   void entryForget(const Key& key) { entryDelIfThere(key, false); }
+  /// Handles the key of a record that has just changed; the key may lie in it.
+  virtual void handleRecord(const Key& key, Record&) { handleEntry(key); }
   /// A key is withdrawn that has no entry. Hardware may have one that could not be read, or that
   /// was read under another spelling of the key.
   virtual void handleAbsent(const Key&) {}

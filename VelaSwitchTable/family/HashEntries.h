@@ -145,22 +145,14 @@ class VELA_EXPORT HashFamilyTableBase
   }
 
   void handleEntry(const Key& key) override {
-    if (!initialized()) return;
-    if (F::trace.enabled(8)) traceStatus(key);
-    if constexpr (requires { &F::check; }) {
-      // Before anything moves: a row that cannot be packed must not cost others their place.
-      if (const Result* desired = this->entry(key)) {
-        F::check(static_cast<const typename ClassesOf<F>::Helper&>(*helper()), key, *desired);
-      }
-    }
-    if constexpr (F::traits.tracesItems) {
-      F::trace(8, this->fwkType().name(), "::createHashItem ", key);
-    }
-    handleRecord(this->recordIs(key));
+    if (initialized()) handle(this->recordIs(key));
   }
 
  protected:
   Orb::Ptr<HashFamilyEntry<F>> newRecord(const Key& key) override { return newItem(key); }
+  void handleRecord(const Key&, HashFamilyEntry<F>& record) override {
+    if (initialized()) handle(record);
+  }
   void handleAbsent(const Key& key) override { handleAbsentItem(*newItem(key)); }
   void entryChanged(const HashBaseCuckooEntry& record) override {
     this->handleChange(Key(entryOf(record).key()), false);
@@ -177,6 +169,21 @@ class VELA_EXPORT HashFamilyTableBase
  private:
   static const HashFamilyEntry<F>& entryOf(const HashItem& item) {
     return static_cast<const HashFamilyEntry<F>&>(item);
+  }
+
+  void handle(HashFamilyEntry<F>& record) {
+    if (F::trace.enabled(8)) traceStatus(record.key());
+    if constexpr (requires { &F::check; }) {
+      // Before anything moves: a row that cannot be packed must not cost others their place.
+      if (record.has(KeyRecord::desired)) {
+        F::check(static_cast<const typename ClassesOf<F>::Helper&>(*helper()), record.key(),
+                 record.result());
+      }
+    }
+    if constexpr (F::traits.tracesItems) {
+      F::trace(8, this->fwkType().name(), "::createHashItem ", record.key());
+    }
+    programRecord(record);
   }
 
   [[gnu::cold]] void traceStatus(const Key& key) const {

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <algorithm>
+
 #include "VelaSwitchTable/family/EntryStore.h"
 #include "VelaSwitchTable/family/Family.h"
 #include "VelaSwitchTable/family/HashTraits.h"
@@ -75,9 +77,9 @@ struct KeyFieldReader {
 
 /// The key as the number that is hashed.
 template <class F>
-KeyBits packedKey(const typename F::Key& key, bool traced = true) {
+KeyBits packedKey(const typename F::Key& key) {
   KeyBits bits;
-  if (F::traits.tracesKeys && traced) bits = KeyBits(F::trace, "getHash", F::traits.keyStart);
+  if (F::traits.tracesKeys) bits = KeyBits(F::trace, "getHash", F::traits.keyStart);
   if constexpr (detail::ListedKey<F>) {
     detail::forEachKeyField<F>(key, detail::KeyFieldWriter{bits});
   } else {
@@ -121,8 +123,11 @@ class VELA_EXPORT HashFamilyEntry
   /// An entry of no table.
   explicit HashFamilyEntry(const Key& key) : HashFamilyEntry(nullptr, key) {}
   HashFamilyEntry(VelaSwitchApi::HashBaseTable* table, const Key& key) : Record(key, table) {
+    const KeyBits packed = packedKey<F>(key);
+    std::copy_n(packed.words(), 2, packed_);
+    packedBits_ = packed.bits();
     U8 buffer[KeyBits::maxBytes];
-    const U8 bits = fillKeyBuffer<F>(packedKey<F>(this->key()), buffer, sizeof buffer);
+    const U8 bits = fillKeyBuffer<F>(packed, buffer, sizeof buffer);
     U32 rows[F::traits.ways];
     for (U8 way = 0; way < F::traits.ways; ++way) rows[way] = F::hash(buffer, way, bits);
     this->rowsAre(rows);
@@ -130,7 +135,7 @@ class VELA_EXPORT HashFamilyEntry
 
   U32 getHash(U8 way) const override {
     U8 buffer[KeyBits::maxBytes];
-    const U8 bits = copyKeyToBuffer(buffer, sizeof buffer);
+    const U8 bits = fillKeyBuffer<F>(packedKey<F>(this->key()), buffer, sizeof buffer);
     return F::hash(buffer, way, bits);
   }
   /// The key and, of a valid entry, each field of the result by its name.
@@ -151,14 +156,20 @@ class VELA_EXPORT HashFamilyEntry
     return sink.take();
   }
   U8 copyKeyToBuffer(U8* buffer, U8 bufSize) const override {
-    return fillKeyBuffer<F>(packedKey<F>(this->key()), buffer, bufSize);
+    return fillKeyBuffer<F>(packed(), buffer, bufSize);
   }
   /// What rows hold of the key, where that is one field.
   U64 hwCompareEncoding() const requires(compareBits<F>() != 0) {
-    KeyBits bits = packedKey<F>(this->key());
+    KeyBits bits = packed();
     bits.drop(F::traits.hashBits);
     return bits.take(compareBits<F>());
   }
+  /// The key as the number that is hashed.
+  KeyBits packed() const { return {packed_, packedBits_}; }
+
+ private:
+  U64 packed_[2];
+  U8 packedBits_;
 };
 
 }  // namespace VelaSwitchTable

@@ -33,7 +33,7 @@ class VELA_EXPORT HashFamilyHelperBase : public VelaTableHashHelper {
     const Entry& packed = static_cast<const Entry&>(entry);
     RowWriterOf<F> row(layout(), image, "setHwBuffer");
     if (packed.valid()) {
-      KeyBits bits = packedKey<F>(packed.key(), false);
+      KeyBits bits = packed.packed();
       bits.drop(implied());
       row.setFirst(bits.words(), storedBits_);
       if constexpr (detail::ListedKey<F>) {

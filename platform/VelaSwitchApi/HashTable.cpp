@@ -191,7 +191,7 @@ void HashTable::handleAbsentItem(HashBaseCuckooEntry& item) {
   flagIs(recordOrIs(item), KeyRecord::cached, true);
 }
 
-void HashTable::handleRecord(HashBaseCuckooEntry& record) {
+void HashTable::programRecord(HashBaseCuckooEntry& record) {
   // Held on to: the item may be dropped on the way.
   const Orb::Ptr<HashBaseCuckooEntry> item = &itemIs(record);
   updateHashItem(*item);

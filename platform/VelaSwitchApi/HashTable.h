@@ -45,7 +45,7 @@ class VELA_EXPORT HashTable : public HashBaseTable {
   HashBaseCuckooEntry& itemIs(HashBaseCuckooEntry& record);
   void itemDel(HashBaseCuckooEntry& record);
   /// Brings a key that was handled once more into hardware: its item, made current.
-  void handleRecord(HashBaseCuckooEntry& record);
+  void programRecord(HashBaseCuckooEntry& record);
   /// A key is withdrawn that has no entry: `item` is one of it that nobody knows.
   void handleAbsentItem(HashBaseCuckooEntry& item);
 

@@ -194,6 +194,8 @@ class KeyBits {
   static constexpr U8 maxBytes = 16;
 
   KeyBits() = default;
+  /// A key that was packed before.
+  KeyBits(const U64 (&words)[2], U8 bits) : words_{words[0], words[1]}, bits_(bits) {}
   /// Traces each field at level 9 as `function`'s doing, at its place in the hashed buffer.
   KeyBits(const Trace::Handle& trace, const char* function, U8 start)
       : trace_(&trace), function_(function), start_(start) {}
