@@ -7,7 +7,7 @@
 
 namespace VelaAgent {
 
-/// The entries of a table whose announcement was refused, until hardware has them or they go.
+/// What was announced and refused, until hardware has it or it goes.
 template <class Key>
 class Refusals final : public Orb::KeyObserver<Key> {
  public:

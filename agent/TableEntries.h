@@ -12,6 +12,7 @@ namespace VelaAgent {
 std::vector<Entries::Competitor> competitorsOf(const VelaSwitchApi::HashBaseTable& table,
                                                const VelaSwitchApi::HashBaseCuckooEntry* item);
 
+/// The entries of a software table with rows in hardware.
 class TableEntries : public Entries {
  public:
   /// Where an entry lies.

@@ -210,6 +210,7 @@ TEST(NoRow, isTracedAndPassedOver) {
                 rewrite.table->entryIs(VelaSwitch::NatRewriteKey{ChipPortId(7), U16{0}}, any);
               }),
               StartsWith("key.baseChipPortId() % 2 == 0"));
+  EXPECT_EQ(rewrite.convertor().entryCounters()[3].used(), 0u) << "whatever was announced";
   EXPECT_EQ(rewrite.convertor().decodeHwEntry(12 * 4096), nullptr);
   EXPECT_THAT(errorText([&] { rewrite.convertor().decodeHwEntry(25 * 4096); }),
               HasSubstr("ChipPortId"));

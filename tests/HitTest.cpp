@@ -231,6 +231,22 @@ TEST_P(Hits, doNotPassToADuplicate) {
   }
 }
 
+/// An entry that comes back while the row of its former life could not be cleared has not been hit.
+TEST_P(Hits, endWithTheEntry) {
+  Rig rig(profile, {{"NatMatch"}, {{"NatMatch", 0}}}, chip);
+  rig.start(Agent::Start::fresh);
+  const EntryKey key{0, generator.key("NatMatch", 1)};
+  set(rig, key);
+  hit(rig, key);
+  ASSERT_NO_FATAL_FAILURE(poll(rig, 3));
+  chip.failWritesIs(1);
+  rig.del(key);
+  EXPECT_EQ(rig.of(key).statuses().at(0).status, EntryProgrammedStatus::hardwareError);
+  set(rig, key);
+  EXPECT_EQ(rig.of(key).statuses().at(0).status, EntryProgrammedStatus::programmed);
+  EXPECT_EQ(rig.of(key).statuses().at(0).lastHit.value(), 0);
+}
+
 INSTANTIATE_TEST_SUITE_P(Hardware, Hits, testing::Bool(), [](const auto& clears) {
   return clears.param ? std::string("clearsBitsOnWrites") : std::string("keepsBitsOnWrites");
 });

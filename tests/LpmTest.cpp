@@ -141,6 +141,14 @@ TEST(LpmLevels, refuseWhatTheyDoNotServe) {
   EXPECT_THAT(fatalText([&] { chip.table->entryIs(key(8, "10.0.0.0/30"), {}); }),
               HasSubstr("key.vrf() < helper.profile().vrfs()"));
   EXPECT_EQ(chip.chip.registerWrites(), writes);
+
+  // What lies in a row is as it was: other entries may move it, audits compare it.
+  const LpmResult good = cells({none, none, none, cell(1, 1, 32)});
+  chip.table->entryIs(at, good);
+  EXPECT_THAT(announce(33), HasSubstr("realPrefixLen <= prefixLen + prefixRange"));
+  EXPECT_EQ(*chip.table->entry(at), good);
+  chip.table->syncEntries();
+  EXPECT_TRUE(chip.table->profileConvertor().auditFindings().empty());
 }
 
 TEST(LpmLevels, sixteenVrfsAreRefused) {

@@ -93,6 +93,11 @@ class VELA_EXPORT DirectFamilyTable
     if (F::trace.enabled(1)) F::trace(1, "Programming Entry ", entry.toStrep());
     this->handleDirectEntry(entry, 0);
   }
+
+ protected:
+  Orb::Ptr<DirectFamilyEntry<F>> newRecord(const Key& key) override {
+    return new (this->slab()) Entry(key);
+  }
 };
 
 template <class F>

@@ -33,6 +33,7 @@ class EntryStore {
 
   /// Announces an entry. When an equal one is there nothing happens. Returns whether it changed.
   bool entryIs(const Key& key, const Result& result) {
+    checkEntry(key, result);
     Record& record = recordIs(key);
     const bool claimed = record.has(KeyRecord::unclaimed);
     const bool changed = !record.has(KeyRecord::desired) || record.result() != result;
@@ -91,8 +92,8 @@ class EntryStore {
   void claimObserverDel(Orb::KeyObserver<Key>* observer) { claimObservers_.observerDel(observer); }
 
   /// The key's record, or null.
-  Record* find(const Key& key) const {
-    return static_cast<Record*>(records_.findRecord(
+  const Record* find(const Key& key) const {
+    return static_cast<const Record*>(records_.findRecord(
         entryTag(key), [&](const KeyRecord& record) { return of(record).key() == key; }));
   }
   /// Which key and result a record of the table is for.
@@ -115,9 +116,11 @@ class EntryStore {
   /// A record for a key that has none.
   virtual NewRecord newRecord(const Key& key) = 0;
 
-  /// The key's record, made when there is none; to be given a flag at once.
+  /// The key's record, or null.
+  Record* recordOf(const Key& key) const { return const_cast<Record*>(find(key)); }
+  /// The same, made when there is none; to be given a flag at once.
   Record& recordIs(const Key& key) {
-    if (Record* record = find(key)) return *record;
+    if (Record* record = recordOf(key)) return *record;
     const NewRecord record = newRecord(key);
     records_.add(entryTag(key), *record);
     return *record;
@@ -142,6 +145,8 @@ class EntryStore {
   }
   /// Forgets an entry without touching its row.
   void entryForget(const Key& key) { entryDelIfThere(key, false); }
+  /// Asserts what must hold of an entry, before anything of it is stored.
+  virtual void checkEntry(const Key&, const Result&) const {}
   /// Handles the key of a record that has just changed; the key may lie in it.
   virtual void handleRecord(const Key& key, Record&) { handleEntry(key); }
   /// A key is withdrawn that has no entry. Hardware may have one that could not be read, or that
@@ -154,11 +159,11 @@ class EntryStore {
 
   Record* findMarked(const Key& key) const {
     if (records_.count(KeyRecord::marked) == 0) return nullptr;
-    Record* record = find(key);
+    Record* record = recordOf(key);
     return record && record->has(KeyRecord::marked) ? record : nullptr;
   }
   bool entryDelIfThere(const Key& given, bool handled) {
-    Record* record = find(given);
+    Record* record = recordOf(given);
     if (!record || !record->has(KeyRecord::desired)) return false;
     // The caller may have handed over the very key that lies in the record, which goes with its
     // last flag.

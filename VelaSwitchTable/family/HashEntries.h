@@ -107,12 +107,12 @@ class VELA_EXPORT HashFamilyTableBase
     this->statusIs(this->recordIs(status.key()), status.status(), status.lastHit());
   }
   void entryStatusDel(const Key& key) {
-    if (auto* record = this->find(key)) this->statusDel(*record);
+    if (auto* record = Store::recordOf(key)) this->statusDel(*record);
   }
 
   /// The item of a key that is programmed or waits to be; null when there is none.
   Orb::Ptr<Entry> cachedItem(const Key& key) const {
-    auto* record = this->find(key);
+    auto* record = Store::recordOf(key);
     return record && record->has(KeyRecord::cached) ? static_cast<Entry*>(record) : nullptr;
   }
   /// The same by its other name.
@@ -122,7 +122,7 @@ class VELA_EXPORT HashFamilyTableBase
     return static_cast<Entry*>(&this->itemIs(this->recordIs(key)));
   }
   void hashItemDel(const Key& key) {
-    if (auto* record = this->find(key)) this->itemDel(*record);
+    if (auto* record = Store::recordOf(key)) this->itemDel(*record);
   }
 
   /// A new item of the key, in no table's hands yet.
@@ -145,15 +145,30 @@ class VELA_EXPORT HashFamilyTableBase
   }
 
   void handleEntry(const Key& key) override {
-    if (initialized()) handle(this->recordIs(key));
+    if (!initialized()) return;
+    // Announced before the table knew what must hold.
+    if (const Result* desired = this->entry(key)) checkEntry(key, *desired);
+    handle(this->recordIs(key));
   }
 
  protected:
   Orb::Ptr<HashFamilyEntry<F>> newRecord(const Key& key) override { return newItem(key); }
+  /// Before anything moves: a row that cannot be packed must not cost others their place.
+  void checkEntry(const Key& key, const Result& result) const override {
+    if constexpr (requires { &F::check; }) {
+      if (!initialized()) return;
+      F::check(static_cast<const typename ClassesOf<F>::Helper&>(*helper()), key, result);
+    }
+  }
   void handleRecord(const Key&, HashFamilyEntry<F>& record) override {
     if (initialized()) handle(record);
   }
-  void handleAbsent(const Key& key) override { handleAbsentItem(*newItem(key)); }
+  void handleAbsent(const Key& key) override {
+    if (this->profileConvertorPtr()) handleAbsentItem(*newItem(key));
+  }
+  Orb::Ptr<HashBaseCuckooEntry> freshItem(const HashBaseCuckooEntry& item) override {
+    return newItem(entryOf(item).key());
+  }
   void entryChanged(const HashBaseCuckooEntry& record) override {
     this->handleChange(Key(entryOf(record).key()), false);
   }
@@ -173,13 +188,6 @@ class VELA_EXPORT HashFamilyTableBase
 
   void handle(HashFamilyEntry<F>& record) {
     if (F::trace.enabled(8)) traceStatus(record.key());
-    if constexpr (requires { &F::check; }) {
-      // Before anything moves: a row that cannot be packed must not cost others their place.
-      if (record.has(KeyRecord::desired)) {
-        F::check(static_cast<const typename ClassesOf<F>::Helper&>(*helper()), record.key(),
-                 record.result());
-      }
-    }
     if constexpr (F::traits.tracesItems) {
       F::trace(8, this->fwkType().name(), "::createHashItem ", record.key());
     }

@@ -41,7 +41,7 @@ struct IndexedFamily : Family<Unit, K, R> {
 template <class F, class Base, class Record = EntryRecord<typename F::Key, typename F::Result>>
 class VELA_EXPORT IndexedFamilyTable
     : public Base,
-      public IndexedEntries,
+      public IndexedTable,
       public EntryStore<typename F::Key, typename F::Result, Record> {
  public:
   using Family = F;

@@ -75,7 +75,7 @@ class VELA_EXPORT PlainFamilyTable : public IndexedFamilyTable<F, VelaSwitchApi:
     }
     const Result* desired = this->entry(key);
     F::trace(1, desired ? "Programming Entry " : "Removing Entry ", key);
-    // A copy: the convertor may meet observers that change the collection.
+    // A copy: the convertor may meet observers that change the entry.
     const Result result = desired ? *desired : F::absentResult();
     if (!desired) this->unreadForget(key);
     if (profileConvertor().hwTableEntryIs(key, result)) {

@@ -93,17 +93,18 @@ U32 DirectBaseConvertor::capacityIndexFromEntry(const DirectBaseEntry& entry) co
 void DirectBaseConvertor::initTableStatsPerEgressPort(U32 counters) {
   for (U32 i = 0; i < counters; ++i) {
     initEntryCounter(swTable()->name() + "/Port" + std::to_string(i),
-                     directTable()->numEntries_ / counters, i);
+                     directTable()->numEntries() / counters, i);
   }
 }
 
 U32 DirectBaseConvertor::entriesUsed(U32 counter) const {
+  // By rows: a key may have none.
   U32 used = 0;
-  swTable()->forEachRecord(KeyRecord::desired, [&](const KeyRecord& each) {
-    const auto& entry = static_cast<const DirectBaseEntry&>(each);
-    if (hwIndexFromItem(entry) >= directTable()->numEntries()) return;
-    if (capacityIndexFromEntry(entry) == counter) ++used;
-  });
+  for (HwIndex index = 0; index < directTable()->numEntries(); ++index) {
+    const KeyRecord* record = entries().recordAt(index);
+    if (!record || !record->has(KeyRecord::desired)) continue;
+    if (capacityIndexFromEntry(static_cast<const DirectBaseEntry&>(*record)) == counter) ++used;
+  }
   return used;
 }
 

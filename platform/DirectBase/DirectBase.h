@@ -17,6 +17,7 @@ enum class DirectPlacement : U8 {
 /// The index of a key that no row can be for.
 inline constexpr HwIndex noRow = ~HwIndex{0};
 
+/// What a direct family says of its tables.
 struct DirectFamilyTraits {
   TableIdentity table;
   DirectPlacement placement;
@@ -45,6 +46,7 @@ class VELA_EXPORT DirectBaseEntry : public Orb::PtrInterface, public VelaSwitchA
   bool valid_ = false;
 };
 
+/// Base of the tables: what is asked of entries by their items.
 class VELA_EXPORT DirectBaseTable : public VelaSwitchApi::SwTable {
  public:
   void doSetProfileConvertor(Orb::Ptr<VelaSwitchApi::SwTableTypes> types) override;

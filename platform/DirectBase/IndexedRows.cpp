@@ -16,8 +16,8 @@ void IndexedRowsConvertor::createHwTable(
   descriptorIs(identity.id, descriptor);
 }
 
-IndexedEntries& IndexedRowsConvertor::entries() const {
-  if (!entries_) entries_ = dynamic_cast<IndexedEntries*>(swTable());
+IndexedTable& IndexedRowsConvertor::entries() const {
+  if (!entries_) entries_ = dynamic_cast<IndexedTable*>(swTable());
   return *entries_;
 }
 

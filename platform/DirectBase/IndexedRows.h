@@ -13,7 +13,7 @@ using VelaSwitchApi::HwIndex;
 using VelaSwitchApi::HwTableId;
 
 /// The entries of such a table, by their rows.
-class VELA_EXPORT IndexedEntries {
+class VELA_EXPORT IndexedTable {
  public:
   /// The record of the row's key, or null.
   virtual const VelaSwitchApi::KeyRecord* recordAt(HwIndex index) const = 0;
@@ -25,7 +25,7 @@ class VELA_EXPORT IndexedEntries {
   virtual void appendKeyAt(Orb::TextSink& sink, HwIndex index) const = 0;
 
  protected:
-  virtual ~IndexedEntries() = default;
+  virtual ~IndexedTable() = default;
 };
 
 /// Base of the convertors of such tables. It knows rows by their index alone, and when they are
@@ -56,7 +56,7 @@ class VELA_EXPORT IndexedRowsConvertor : public VelaSwitchApi::SwTableProfileCon
   using Image = std::array<U32, VelaSwitchApi::maxRowWords>;
   virtual Image rowImage(HwTableId table, HwIndex index, Content content) const = 0;
   /// The table by its rows.
-  IndexedEntries& entries() const;
+  IndexedTable& entries() const;
   bool hasEntry(HwIndex index) const { return has(VelaSwitchApi::KeyRecord::desired, index); }
   bool marked(HwIndex index) const { return has(VelaSwitchApi::KeyRecord::marked, index); }
   void markIs(HwIndex index, bool marked) { entries().markAtIs(index, marked); }
@@ -103,6 +103,7 @@ class VELA_EXPORT IndexedRowsConvertor : public VelaSwitchApi::SwTableProfileCon
 
  private:
   bool has(VelaSwitchApi::KeyRecord::Flag flag, HwIndex index) const {
+    if (swTable()->count(flag) == 0) return false;
     const auto* record = entries().recordAt(index);
     return record && record->has(flag);
   }
@@ -116,7 +117,7 @@ class VELA_EXPORT IndexedRowsConvertor : public VelaSwitchApi::SwTableProfileCon
   bool takesDefault(const HwTableConfig& table, HwIndex index) const;
   void auditRow(HwTableConfig& table, HwIndex index);
 
-  mutable IndexedEntries* entries_ = nullptr;
+  mutable IndexedTable* entries_ = nullptr;
 };
 
 }  // namespace VelaSwitchTable

@@ -1,5 +1,7 @@
 #include "Orb/RecordIndex.h"
 
+#include "Orb/Assert.h"
+
 namespace Orb {
 
 void RecordIndex::add(U32 tag, void* record) {
@@ -11,6 +13,7 @@ void RecordIndex::add(U32 tag, void* record) {
 }
 
 void RecordIndex::remove(U32 tag, const void* record) {
+  ORB_ASSERT(size_ != 0);
   U32 hole = position(tag, record);
   // Records behind the hole move up unless that would put them ahead of their home position; so no
   // search ever has to step over the removed one.
@@ -36,7 +39,10 @@ void RecordIndex::reserve(U32 count) {
 
 U32 RecordIndex::position(U32 tag, const void* record) const {
   U32 at = tag & mask();
-  while (slots_[at].record != record) at = (at + 1) & mask();
+  while (slots_[at].record != record) {
+    ORB_ASSERT(slots_[at].record);
+    at = (at + 1) & mask();
+  }
   return at;
 }
 

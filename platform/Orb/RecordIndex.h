@@ -29,10 +29,6 @@ class VELA_EXPORT RecordIndex {
 
   /// Makes room for `count` records, so that adding them allocates nothing.
   void reserve(U32 count);
-  /// Fetches what finding the tag will look at.
-  void prefetch(U32 tag) const {
-    if (!slots_.empty()) __builtin_prefetch(&slots_[tag & mask()]);
-  }
 
   /// Calls `visit(record)` for every record, in no order. The index must not change meanwhile.
   template <class Visitor>

@@ -1,10 +1,24 @@
 #include "Orb/Slab.h"
 
+#include <algorithm>
 #include <memory>
 #include <new>
 #include <vector>
 
 namespace Orb {
+namespace {
+
+/// Under the address sanitizer each object has memory of its own, so that it sees one that is used
+/// when it is gone.
+#if defined(__SANITIZE_ADDRESS__)
+constexpr bool pooled = false;
+#elif defined(__has_feature)
+constexpr bool pooled = !__has_feature(address_sanitizer);
+#else
+constexpr bool pooled = true;
+#endif
+
+}  // namespace
 
 struct Slab::Pool {
   explicit Pool(std::size_t size) : objectSize(size) {}
@@ -30,6 +44,7 @@ Slab::~Slab() {
 }
 
 void* Slab::take(Slab* slab, std::size_t size) {
+  if (!pooled) slab = nullptr;
   if (slab && !slab->pool_) slab->pool_ = new Pool(size);
   if (!slab || slab->pool_->objectSize != size) {
     auto* header = static_cast<Header*>(::operator new(sizeof(Header) + size));
@@ -42,11 +57,12 @@ void* Slab::take(Slab* slab, std::size_t size) {
     pool.free = header->nextFree;
   } else {
     if (pool.unusedCount == 0) {
-      pool.unusedCount = slab->reserved_;
+      const std::size_t count = std::max<U32>(64, slab->reserved_);
       // Not filled with zeros: what nobody uses, nobody touches.
-      pool.pieces.emplace_back(new std::byte[pool.unusedCount * pool.step()]);
+      pool.pieces.emplace_back(new std::byte[count * pool.step()]);
       pool.unused = pool.pieces.back().get();
-      slab->reserved_ = std::max<U32>(64, slab->reserved_ / 4);
+      pool.unusedCount = count;
+      slab->reserved_ = 0;
     }
     header = reinterpret_cast<Header*>(pool.unused);
     pool.unused += pool.step();

@@ -7,7 +7,8 @@
 namespace Orb {
 
 /// Memory for objects of one size, a few large pieces of it instead of one for each. Objects are
-/// given back one by one, in any order, and may outlive the slab.
+/// given back one by one, in any order, and may outlive the slab. All of it belongs to one thread.
+/// Objects are aligned to 8 bytes.
 class VELA_EXPORT Slab {
  public:
   Slab() = default;
@@ -34,7 +35,7 @@ class VELA_EXPORT Slab {
   static_assert(sizeof(Header) == alignof(void*));
 
   Pool* pool_ = nullptr;
-  U32 reserved_ = 64;
+  U32 reserved_ = 0;
 };
 
 }  // namespace Orb

@@ -43,6 +43,8 @@ class EntryRecord : public Base {
   }
 
  private:
+  static_assert(alignof(Key) <= 8 && alignof(Result) <= 8, "of memory that is aligned to 8 bytes");
+
   Key key_;
   Result result_{};
 };

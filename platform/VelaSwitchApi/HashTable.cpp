@@ -40,6 +40,8 @@ void HashTable::entryIsByHashItem(HashItem& hashItem) {
   ORB_ASSERT_TEXT(item.valid(), "hashItem->valid()");
   if (options_.trace.enabled(8)) options_.trace(8, "entryIsByHashItem ", item.toStrep());
   const bool changed = !entryEqualByHashItem(item);
+  const HashBaseCuckooEntry* known = record(item);
+  itemsLost_ = itemsLost_ || (known && known != &item && (known->placed() || known->waits()));
   adopt(item);
   flagIs(item, KeyRecord::cached, true);
   flagIs(item, KeyRecord::unclaimed, true);
@@ -56,7 +58,14 @@ void HashTable::adopt(HashBaseCuckooEntry& item) {
   item.recordedStatus_ = known->recordedStatus_;
   item.recordedHit_ = known->recordedHit_;
   replace(*known, item);
-  itemsLost_ = true;
+}
+
+/// The record of the item's key. One that is made is another than the item, which may be anybody's.
+HashBaseCuckooEntry& HashTable::recordFor(const HashBaseCuckooEntry& item) {
+  if (HashBaseCuckooEntry* known = record(item)) return *known;
+  const Orb::Ptr<HashBaseCuckooEntry> fresh = freshItem(item);
+  add(fresh->keyTag(), *fresh);
+  return *fresh;
 }
 
 bool HashTable::entryEqualByHashItem(const HashItem& item) const { return hasEqual(entryOf(item)); }
@@ -93,7 +102,7 @@ void HashTable::hwInconsistentEntryDelFromHashItem(const HashItem& item) {
 }
 
 void HashTable::hwInconsistentEntryIsFromHashItem(const HashItem& item) {
-  flagIs(recordOrIs(const_cast<HashBaseCuckooEntry&>(entryOf(item))), KeyRecord::marked, true);
+  flagIs(recordFor(entryOf(item)), KeyRecord::marked, true);
 }
 
 void HashTable::hashItemDelFromHashItem(const HashItem& item) {
@@ -114,7 +123,7 @@ HashBaseCuckooEntry& HashTable::itemIs(HashBaseCuckooEntry& record) {
   if (!record.has(KeyRecord::cached) && itemsLost_) {
     HashBaseCuckooEntry* placed = placedItem(record);
     if (placed && placed != &record) {
-      placed->resultIsOf(&record);
+      if (record.has(KeyRecord::desired)) placed->resultIsOf(&record);
       adopt(*placed);
       flagIs(*placed, KeyRecord::cached, true);
       return *placed;
@@ -186,9 +195,9 @@ void HashTable::handleInitialized() {
 }
 
 void HashTable::handleAbsentItem(HashBaseCuckooEntry& item) {
-  if (!profileConvertorPtr() || !profileConvertor().physicalTable().mayHold(item)) return;
+  if (!profileConvertor().physicalTable().mayHold(item)) return;
   if (initialized()) return handleHashItem(item);
-  flagIs(recordOrIs(item), KeyRecord::cached, true);
+  flagIs(recordFor(item), KeyRecord::cached, true);
 }
 
 void HashTable::programRecord(HashBaseCuckooEntry& record) {
@@ -226,6 +235,8 @@ void HashTable::remove(HashBaseCuckooEntry& item) {
   // A row that could not be cleared still answers lookups: the status says so until it is.
   // Asked of the rows, not of the item: clearing others may have cleared it meanwhile.
   if (profileConvertor().physicalTable().mayLinger(item)) {
+    // Those rows keep the item: should the key come back, it does so as another one.
+    if (item.known()) adopt(*freshItem(item));
     recordStatus(item);
   } else if (HashBaseCuckooEntry* known = record(item)) {
     statusDel(*known);
@@ -235,8 +246,7 @@ void HashTable::remove(HashBaseCuckooEntry& item) {
 
 void HashTable::recordStatus(HashBaseCuckooEntry& item) {
   if (!statusSupported()) return;
-  auto& known = static_cast<HashBaseCuckooEntry&>(recordOrIs(item));
-  statusIs(known, item.programmedStatus(), item.lastHit());
+  statusIs(recordFor(item), item.programmedStatus(), item.lastHit());
 }
 
 void HashTable::statusIs(HashBaseCuckooEntry& record, EntryProgrammedStatus status,

@@ -5,7 +5,7 @@
 namespace VelaSwitchApi {
 
 /// A hash table that programs its entries, whatever their keys and results are, and keeps what
-/// became of them. The record of a key is the item that is placed for it.
+/// became of them. The record of a key is the item that is placed for it, unless that was dropped.
 class VELA_EXPORT HashTable : public HashBaseTable {
  public:
   void reactorTeardown() override;
@@ -49,6 +49,8 @@ class VELA_EXPORT HashTable : public HashBaseTable {
   /// A key is withdrawn that has no entry: `item` is one of it that nobody knows.
   void handleAbsentItem(HashBaseCuckooEntry& item);
 
+  /// Another item of the same key, which nobody knows.
+  virtual Orb::Ptr<HashBaseCuckooEntry> freshItem(const HashBaseCuckooEntry& item) = 0;
   /// The entry changed by what hardware says: only observers are to hear of it.
   virtual void entryChanged(const HashBaseCuckooEntry& record) = 0;
   /// The same of its status.
@@ -66,6 +68,7 @@ class VELA_EXPORT HashTable : public HashBaseTable {
   bool isCurrent(const HashBaseCuckooEntry& item) const;
   void recordStatus(HashBaseCuckooEntry& item);
   void adopt(HashBaseCuckooEntry& item);
+  HashBaseCuckooEntry& recordFor(const HashBaseCuckooEntry& item);
   void program(HashBaseCuckooEntry& item);
   void remove(HashBaseCuckooEntry& item);
   void traceItem(const char* what, const HashBaseCuckooEntry& item) const;

@@ -25,12 +25,6 @@ bool KeyRecords::update(KeyRecord& other) const {
   return desired;
 }
 
-KeyRecord& KeyRecords::recordOrIs(KeyRecord& other) {
-  if (KeyRecord* record = recordOf(other)) return *record;
-  add(other.keyTag(), other);
-  return other;
-}
-
 void KeyRecords::reserve(U32 count) {
   index_.reserve(count);
   slab_.reserve(count);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <vector>
 
@@ -105,12 +106,12 @@ class VELA_EXPORT KeyRecords {
   /// Room for `count` keys, so that storing them allocates nothing.
   void reserve(U32 count);
 
+  /// The record of the tag that `isIt(record)` is true of, or null.
   template <class IsIt>
   KeyRecord* findRecord(U32 tag, const IsIt& isIt) const {
     return static_cast<KeyRecord*>(index_.find(
         tag, [&](const void* record) { return isIt(*static_cast<const KeyRecord*>(record)); }));
   }
-  void prefetch(U32 tag) const { index_.prefetch(tag); }
 
   /// The record of the other's key, or null.
   KeyRecord* recordOf(const KeyRecord& other) const {
@@ -131,8 +132,6 @@ class VELA_EXPORT KeyRecords {
   /// Gives a record the result of its key's entry, or the default when there is none, and says
   /// whether there is.
   bool update(KeyRecord& other) const;
-  /// The record of the key of one that becomes it if there is none; to be given a flag at once.
-  KeyRecord& recordOrIs(KeyRecord& other);
 
   /// Adds a record of a new key; to be given a flag at once.
   void add(U32 tag, KeyRecord& record) {
