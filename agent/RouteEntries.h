@@ -32,7 +32,7 @@ class RouteEntries final : public Entries {
 
   const VelaSwitch::ProfileInfo& profile() const override { return profile_; }
   /// The table that an entry of the key is to be in.
-  const TableEntries& levelOf(const Key& key) const;
+  const TableEntries& levelOf(const Key& route) const;
 
   bool withdraw(AnyRef key) override;
   EntryProgrammedStatus status(AnyRef key) const override { return statusOf(key.as<Key>()); }

@@ -105,7 +105,7 @@ class TableEntries : public Entries {
 
   /// Whether people hear of the entry: not when it is but what hardware holds without one.
   bool told(const KeyRecord& record) const;
-  const std::vector<const KeyRecord*> records(KeyRecord::Flag flag) const {
+  std::vector<const KeyRecord*> records(KeyRecord::Flag flag) const {
     return table().records(flag);
   }
   /// The same by their keys, for those who change them.

@@ -26,8 +26,9 @@ TEST(Crc, checkValues) {
                 {VelaSwitch::crc12Hash, {0x09ad, 0x0fba, 0x03dc}},
                 {VelaSwitch::crc13Hash, {0x17d0, 0x00dd, 0x1d39}}};
   for (const auto& check : checks) {
-    for (U8 way = 0; way < check.values.size(); ++way) {
-      EXPECT_EQ(check.hash(key, way, 72), check.values[way]) << int{way};
+    for (std::size_t i = 0; i < check.values.size(); ++i) {
+      const U8 way = static_cast<U8>(i);
+      EXPECT_EQ(check.hash(key, way, 72), check.values[way]) << i;
     }
     const U8 noWay = static_cast<U8>(check.values.size());
     EXPECT_THAT(fatalText([&] { check.hash(key, noWay, 72); }), StartsWith("way < ways"));

@@ -109,8 +109,8 @@ class VELA_EXPORT DirectBaseConvertor : public IndexedRowsConvertor {
   /// Which capacity counter the entry counts in.
   virtual U32 capacityIndexFromEntry(const DirectBaseEntry& entry) const;
 
-  U32 entriesUsed(U32 index) const override;
-  U32 entriesPeak(U32 index) const override;
+  U32 entriesUsed(U32 counter) const override;
+  U32 entriesPeak(U32 counter) const override;
 
  protected:
   friend class DirectBaseTable;

@@ -36,7 +36,7 @@ class VELA_EXPORT IndexedRowsConvertor : public VelaSwitchApi::SwTableProfileCon
   /// read again, and left alone when it still cannot be; what it holds is taken over. Keys whose
   /// rows are as they should be lose their marks.
   void initHwEntries(bool overwrite, U32 start) override;
-  void syncEntries(U32 table) override;
+  void syncEntries(U32 id) override;
   void handleRebuilt() override;
   void expectedImage(HwTableId table, HwIndex index, U32* image) const override;
   void repair(const VelaSwitchApi::AuditFinding& finding) override;

@@ -30,6 +30,9 @@ class VELA_EXPORT KeyRecord {
   };
   static constexpr U8 flags = noted + 1;
 
+  KeyRecord(const KeyRecord&) = delete;
+  KeyRecord& operator=(const KeyRecord&) = delete;
+
   bool has(Flag flag) const { return (flags_ >> flag & 1) != 0; }
   /// Whether it is a table's.
   bool known() const { return flags_ != 0; }
@@ -54,8 +57,6 @@ class VELA_EXPORT KeyRecord {
 
  protected:
   KeyRecord() = default;
-  KeyRecord(const KeyRecord&) = delete;
-  KeyRecord& operator=(const KeyRecord&) = delete;
   virtual ~KeyRecord() = default;
 
  private:
