@@ -65,14 +65,14 @@ std::optional<HashTestHit> hashTest(DataPath& path, U32 key) {
 std::optional<VelaSwitch::AclHashResult> acl(DataPath& path, U32 pipeline,
                                              const VelaSwitch::AclHashKey& key) {
   const AclKey wanted = aclKey(key);
-  auto found =
-      search(path, "AclHash", path.table("AclHash", pipeline), aclUnit, wanted.bits, [&](Bits& row) {
-        Bits stored;
-        stored.append(row.next(45), 45);
-        stored.append(row.next(45), 45);
-        return row.next(2) == wanted.variant && row.flag() &&
-               std::memcmp(stored.bytes(), wanted.bits.bytes(), 12) == 0;
-      });
+  auto found = search(path, "AclHash", path.table("AclHash", pipeline), aclUnit, wanted.bits,
+                      [&](Bits& row) {
+                        Bits stored;
+                        stored.append(row.next(45), 45);
+                        stored.append(row.next(45), 45);
+                        return row.next(2) == wanted.variant && row.flag() &&
+                               std::memcmp(stored.bytes(), wanted.bits.bytes(), 12) == 0;
+                      });
   if (!found) return std::nullopt;
   const VelaSwitch::HwAclPriority priority(found->rest.next(8));
   return VelaSwitch::AclHashResult{priority, VelaSwitch::HwCounterIndex(found->rest.next(12))};
@@ -81,10 +81,11 @@ std::optional<VelaSwitch::AclHashResult> acl(DataPath& path, U32 pipeline,
 std::optional<CounterHit> aclCounter(DataPath& path, U32 pipeline, U16 key) {
   Bits hashed;
   hashed.append(key, 16);
-  auto found = search(
-      path, "AclIndirectCounterHash", path.table("AclIndirectCounterHash", pipeline), aclUnit, hashed,
-      // There is no valid bit: a row that is all zero holds nothing.
-      [&](Bits& row) { return Bits(row).next(18) != 0 && row.next(5) == key >> 11; });
+  auto found =
+      search(path, "AclIndirectCounterHash", path.table("AclIndirectCounterHash", pipeline),
+             aclUnit, hashed,
+             // There is no valid bit: a row that is all zero holds nothing.
+             [&](Bits& row) { return Bits(row).next(18) != 0 && row.next(5) == key >> 11; });
   if (!found) return std::nullopt;
   return CounterHit{static_cast<U16>(found->rest.next(12))};
 }
