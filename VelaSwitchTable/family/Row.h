@@ -120,7 +120,21 @@ class RowWriterOf : public RowWriter {
   using RowWriter::set;
   template <Orb::FixedString Name>
   void set(U64 value) {
-    set(fieldNumber<F, Name>(), value);
+    setField<fieldNumber<F, Name>()>(value);
+  }
+  /// Where every row has the same places, the compiler knows them.
+  template <std::size_t number>
+  void setField(U64 value) {
+    if constexpr (detail::ConstantRow<F>) {
+      static constexpr RowField field = F::fields[number];
+      static constexpr RowLayout::Place at(field);
+      static_assert(at.mask != 0, "a field of this width is not set at once");
+      setAt(at, value);
+      if (traced()) [[unlikely]]
+        traceField(field, value & at.mask);
+    } else {
+      set(number, value);
+    }
   }
   /// Writes the fields that have the names of the value's.
   template <class V>
@@ -133,7 +147,7 @@ class RowWriterOf : public RowWriter {
       using Orb::hashWord;
       using Field = std::remove_cvref_t<decltype(field)>;
       constexpr auto number = findField<F>(Field::name);
-      if constexpr (number && Field::name != Name.view()) set(*number, hashWord(field()));
+      if constexpr (number && Field::name != Name.view()) setField<*number>(hashWord(field()));
     });
   }
 };

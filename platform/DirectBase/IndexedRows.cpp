@@ -4,7 +4,6 @@
 
 namespace VelaSwitchTable {
 
-using VelaSwitchApi::HwEntryConfig;
 using VelaSwitchApi::maxRowWords;
 
 void IndexedRowsConvertor::createHwTable(
@@ -34,7 +33,7 @@ void IndexedRowsConvertor::expectedImage(HwTableId table, HwIndex index, U32* im
 
 bool IndexedRowsConvertor::writeRow(HwTableConfig& table, HwIndex index) {
   const Image image = rowImage(table.descriptor().identity.id, index, Content::desired);
-  return table.entryIs(HwEntryConfig(index, image.data(), maxRowWords));
+  return table.entryIs(index, image.data(), [] {});
 }
 
 bool IndexedRowsConvertor::unreadForget(HwIndex index) {

@@ -106,24 +106,22 @@ std::array<U32, maxRowWords> HwTableConfig::differentBits(HwIndex index,
 }
 
 /// Takes the image over, and says whether hardware has to be told.
-bool HwTableConfig::stage(const HwEntryConfig& entry) {
-  const U32* words = entry.words();
-  U32* held = image(entry.index());
-  const bool differs =
-      states_[position(entry.index())] != Row::held || !same(entry.index(), held, words);
+bool HwTableConfig::stage(HwIndex index, const U32* words) {
+  U32* held = image(index);
+  const bool differs = states_[position(index)] != Row::held || !same(index, held, words);
   // Words without a register are nobody else's to keep.
   std::copy_n(words, descriptor_->rowWords, held);
-  return differs && !mapped(entry.index()).empty();
+  return differs && !mapped(index).empty();
 }
 
-bool HwTableConfig::write(const HwEntryConfig& entry) {
-  const U32 at = position(entry.index());
+/// Writes the image that was staged.
+bool HwTableConfig::write(HwIndex index) {
+  const U32 at = position(index);
+  const U32* words = image(index);
   std::array<RegisterBus::RegisterValue, maxRowWords> values;
   std::size_t count = 0;
-  for (const Mapped& m : mapped(entry.index())) {
-    values[count++] = {m.reg, entry.words()[m.word]};
-  }
-  const bool good = bus_.rowIs(busTable_, entry.index(), {values.data(), count});
+  for (const Mapped& m : mapped(index)) values[count++] = {m.reg, words[m.word]};
+  const bool good = bus_.rowIs(busTable_, index, {values.data(), count});
   states_[at] = good ? Row::held : Row::lost;
   written_[at] = written_[at] || good;
   return good;

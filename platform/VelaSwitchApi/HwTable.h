@@ -203,14 +203,15 @@ class VELA_EXPORT HwTableConfig : public Orb::PtrInterface {
   /// Writes the row, unless hardware already holds the same words apart from the static ones. A
   /// row without registers is not written. False when the bus failed.
   bool entryIs(const HwEntryConfig& entry) {
-    return entryIs(entry, [] {});
+    return entryIs(entry.index(), entry.words(), [] {});
   }
-  /// Calls `before()` when the row is about to be written.
+  /// The same from an image of rowWords words. Calls `before()` when the row is about to be
+  /// written.
   template <class Before>
-  bool entryIs(const HwEntryConfig& entry, const Before& before) {
-    if (!stage(entry)) return true;
+  bool entryIs(HwIndex index, const U32* image, const Before& before) {
+    if (!stage(index, image)) return true;
     before();
-    return write(entry);
+    return write(index);
   }
   /// Reads the row from hardware into the image, trying again a few times before it reports a
   /// failure; words without a register keep what they held when the mapped ones are unchanged, and
@@ -244,8 +245,8 @@ class VELA_EXPORT HwTableConfig : public Orb::PtrInterface {
   const std::vector<Mapped>& mapped(HwIndex index) const;
 
  private:
-  bool stage(const HwEntryConfig& entry);
-  bool write(const HwEntryConfig& entry);
+  bool stage(HwIndex index, const U32* words);
+  bool write(HwIndex index);
 
   U32 position(HwIndex index) const {
     ORB_ASSERT(index >= descriptor_->first && index <= descriptor_->last);

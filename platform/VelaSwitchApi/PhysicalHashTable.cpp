@@ -180,8 +180,7 @@ bool PhysicalHashTable::writeImage(HwIndex index, const U32* image, bool empty) 
 
 bool PhysicalHashTable::writeTo(HwTableConfig& table, HwIndex index, const U32* image, bool empty) {
   const HwTableId id = table.descriptor().identity.id;
-  const bool good = table.entryIs(HwEntryConfig(index, image, maxRowWords),
-                                  [&] { hits_.rowChanges(id, index, empty); });
+  const bool good = table.entryIs(index, image, [&] { hits_.rowChanges(id, index, empty); });
   hits_.rowChanged(id, index, good && empty);
   return good;
 }

@@ -7,10 +7,7 @@ RowLayout::RowLayout(std::vector<RowField> fields, U8 words)
   ORB_ASSERT(words <= maxRowWords);
   ORB_ASSERT(wellFormed(fields_, words_));
   for (const RowField& field : fields_) {
-    const bool settable = field.width < 64;
-    places_.push_back({settable ? (U64{1} << field.width) - 1 : 0,
-                       static_cast<U8>(field.first / 32), static_cast<U8>(field.first % 32),
-                       field.first % 32 + field.width > 32});
+    places_.emplace_back(field);
     if (field.width != 0 && field.content != RowField::varies) {
       contents_.push_back(places_.size() - 1);
     }

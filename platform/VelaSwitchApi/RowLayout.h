@@ -57,6 +57,13 @@ class VELA_EXPORT RowLayout {
     U8 word = 0;        ///< The word in which the field begins.
     U8 offset = 0;      ///< The bit of that word.
     bool tail = false;  ///< Whether the field goes on into the next word.
+
+    constexpr Place() = default;
+    constexpr explicit Place(const RowField& field)
+        : mask(field.width < 64 ? (U64{1} << field.width) - 1 : 0),
+          word(static_cast<U8>(field.first / 32)),
+          offset(static_cast<U8>(field.first % 32)),
+          tail(field.first % 32 + field.width > 32) {}
   };
 
   RowLayout() = default;
@@ -124,12 +131,9 @@ class RowWriter {
     const RowLayout::Place& at = layout_.place(field);
     if (at.mask == 0) [[unlikely]]
       return checkSettable(layout_[field]);
-    value &= at.mask;
-    U32* word = words_ + at.word;
-    *word = static_cast<U32>((*word & ~(at.mask << at.offset)) | value << at.offset);
-    if (at.tail) setTail(word + 1, at.mask >> (32 - at.offset), value >> (32 - at.offset));
+    setAt(at, value);
     if (trace_.enabled(9)) [[unlikely]]
-      traceField(layout_[field], value);
+      traceField(layout_[field], value & at.mask);
   }
 
   /// Writes the field "parity" so that the bits of the first `words` words are even in number.
@@ -164,6 +168,19 @@ class RowWriter {
 
   U32* words() { return words_; }
 
+ protected:
+  void setAt(const RowLayout::Place& at, U64 value) {
+    value &= at.mask;
+    U32* word = words_ + at.word;
+    *word = static_cast<U32>((*word & ~(at.mask << at.offset)) | value << at.offset);
+    if (at.tail) setTail(word + 1, at.mask >> (32 - at.offset), value >> (32 - at.offset));
+  }
+  bool traced() const { return trace_.enabled(9); }
+  void traceField(const RowField& field, U64 value) const {
+    trace_(9, function_, " ", field.first, ":", field.first + field.width - 1, " = 0x",
+           Orb::Hex{value});
+  }
+
  private:
   /// The parts of a field behind its first word; a field has at most 63 bits, so there are two.
   static void setTail(U32* word, U64 mask, U64 value) {
@@ -176,10 +193,6 @@ class RowWriter {
     const int endSlice = (field.first + field.width - 1) / 8;
     ORB_ASSERT(startSlice >= endSlice - 8);
     ORB_ASSERT_TEXT(field.width < 64, "len < 64");
-  }
-  void traceField(const RowField& field, U64 value) const {
-    trace_(9, function_, " ", field.first, ":", field.first + field.width - 1, " = 0x",
-           Orb::Hex{value});
   }
 
   const RowLayout& layout_;
