@@ -22,6 +22,7 @@ LEGS := release sanitize clang
 test: packages
 	@mkdir -p build && rm -f build/times
 	$(call timed,check,$(MAKE) --no-print-directory check)
+	$(call timed,lint,tests/lint.sh)
 	$(foreach leg,$(LEGS),$(call test-leg,$(leg)))
 	@cat build/times
 

@@ -24,7 +24,7 @@ using VelaTest::GroupAgent;
 
 U32 killsPerGroup() {
   const char* kills = std::getenv("VELA_KILLS");
-  return kills ? static_cast<U32>(std::stoul(kills)) : 6;
+  return kills ? static_cast<U32>(std::stoul(kills)) : VelaTest::sanitized ? 2 : 6;
 }
 
 /// What a killed process leaves behind of how far it came.

@@ -72,7 +72,9 @@ class Schedules : public VelaTest::ProfileTest {
 
 TEST_P(Schedules, statusesTellTheTruthAndFaultsAreMended) {
   const char* wanted = std::getenv("VELA_SCHEDULES");
-  const U32 schedules = wanted ? static_cast<U32>(std::stoul(wanted)) : 300;
+  const U32 schedules = wanted                ? static_cast<U32>(std::stoul(wanted))
+                        : VelaTest::sanitized ? 100
+                                              : 300;
   const auto all = VelaTest::groups(*profile);
   const U32 each = std::max(schedules / static_cast<U32>(all.size()), 1u);
   for (const Group& group : all) {

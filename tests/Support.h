@@ -18,6 +18,16 @@ namespace VelaTest {
 
 using VelaSwitchApi::EntryProgrammedStatus;
 
+/// Whether the address sanitizer watches: it takes several times as long, and sees in few rounds of
+/// a random test what it would see in many.
+#if defined(__SANITIZE_ADDRESS__)
+inline constexpr bool sanitized = true;
+#elif defined(__has_feature)
+inline constexpr bool sanitized = __has_feature(address_sanitizer);
+#else
+inline constexpr bool sanitized = false;
+#endif
+
 /// A fatal assertion, while a FatalGuard is alive.
 class Fatal : public Orb::AssertionFailed {
  public:

@@ -9,6 +9,7 @@ if [ "${1:-}" = all ]; then
 else
   base=${1:-$({ git merge-base HEAD origin/main || git merge-base HEAD main; } 2>/dev/null || :)}
   if [ "${base:-$(git rev-parse HEAD)}" = "$(git rev-parse HEAD)" ]; then base=HEAD~1; fi
+  git rev-parse -q --verify "$base^{commit}" >/dev/null || { echo "nothing to compare with"; exit 0; }
   sources=$(git diff --name-only --diff-filter=d "$base" -- '*.cpp'
             git ls-files --others --exclude-standard '*.cpp')
 fi

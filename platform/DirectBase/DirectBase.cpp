@@ -96,9 +96,12 @@ void DirectBaseConvertor::initTableStatsPerEgressPort(U32 counters) {
 }
 
 U32 DirectBaseConvertor::entriesUsed(U32 counter) const {
+  if (swTable()->count(KeyRecord::desired) == 0) return 0;
   // By rows: a key may have none.
+  const HwIndex first = sharedOut() ? counter * traits_.rowsPerBlock : 0;
+  const HwIndex end = sharedOut() ? first + traits_.rowsPerBlock : directTable()->numEntries();
   U32 used = 0;
-  for (HwIndex index = 0; index < directTable()->numEntries(); ++index) {
+  for (HwIndex index = first; index < end; ++index) {
     const KeyRecord* record = entries().recordAt(index);
     if (!record || !record->has(KeyRecord::desired)) continue;
     if (capacityIndexFromEntry(static_cast<const DirectBaseEntry&>(*record)) == counter) ++used;

@@ -73,6 +73,7 @@ class VELA_EXPORT KeyRecord {
 class VELA_EXPORT KeyRecords {
  public:
   using Flag = KeyRecord::Flag;
+
   KeyRecords(const KeyRecords&) = delete;
   KeyRecords& operator=(const KeyRecords&) = delete;
 
@@ -103,6 +104,7 @@ class VELA_EXPORT KeyRecords {
   KeyRecords() = default;
   virtual ~KeyRecords();
 
+  /// Where the records lie.
   Orb::Slab& slab() { return slab_; }
   /// Room for `count` keys, so that storing them allocates nothing.
   void reserve(U32 count);
