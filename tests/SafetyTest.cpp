@@ -93,7 +93,7 @@ TEST_P(Safety, noEntryIsEverMissing) {
     const U32 rows = crowd.tables()[0]->convertor().entryCounters().front().size;
     const auto tables = static_cast<U32>(crowd.group.tables.size());
     const U32 numbers = std::min(rows * 5 / 4, generator.keys(group.name())) / tables;
-    for (U32 step = 0; step < rows * (VelaTest::sanitized ? 2 : 3); ++step) {
+    for (U32 step = 0; step < rows * 3; ++step) {
       const EntryKey key = generator.randomKey(crowd.group, numbers);
       if (random.below(8) == 0) {
         crowd.withdraw(key);
