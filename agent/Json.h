@@ -26,7 +26,7 @@ std::string quoted(const Json& json);
 U64 numberFromJson(const Json& json, U64 max);
 
 /// Null stands for no value.
-Json anyToJson(Orb::AnyRef value);
+Json anyToJson(Orb::AnyRef any);
 /// The same, with the name of the field where there is only one.
 Json structToJson(Orb::AnyRef value);
 void anyFromJson(const Json& json, const Orb::Shape& shape, void* value);

@@ -41,14 +41,14 @@ class TableAdapter {
 
   /// Announces an entry; a null result is the default one. An entry that is unchanged but not
   /// programmed is tried again.
-  EntryProgrammedStatus set(const Json& key, const Json& result);
+  EntryProgrammedStatus set(const Json& key, const Json& json);
   /// Withdraws an entry; returns whether there was one.
   bool del(const Json& key);
   bool announcedBefore() const { return entries_->announcedBefore(); }
   const std::vector<std::string>& warnings() const { return entries_->warnings(); }
 
   /// What the data path finds: the hit's fields, or null.
-  Json lookup(VelaDevice::DataPath& dataPath, const Json& key) const;
+  Json lookup(VelaDevice::DataPath& dataPath, const Json& json) const;
   /// Adds to the explanation of a lookup what its hit leads to.
   virtual void explain(VelaDevice::DataPath&, const Json& /*key*/, const Json& /*hit*/,
                        Json& /*explanation*/) const {}
