@@ -36,24 +36,16 @@ constexpr bool anyQualifierType(U8 type) { return type == 3 || type == 7 || type
 /// hardware spells that as `any`, where it is not 0.
 template <class Key, class Visit>
 void visitField(Key& key, KeyPiece field, const Visit& visit) {
-  switch (field) {
-    case aclId:
-      return visit(key.aclId, 0u);
-    case natDirection:
-      return visit(key.natDirection, 0u);
-    case natId:
-      return visit(key.natId, 0u);
-    case srcIp:
-      return visit(key.srcIp, 0xFFFFFFFFu);
-    case dstIp:
-      return visit(key.dstIp, 0xFFFFFFFFu);
-    case qualifier:
-      return visit(key.qualifier, 0u);
-    case l4Port:
-      return visit(key.l4Port, 65535u);
-    case subType:
-      break;
-  }
+  const auto one = [&](KeyPiece piece, auto& part, U32 any) {
+    if (field == piece) visit(part, any);
+  };
+  one(aclId, key.aclId, 0);
+  one(natDirection, key.natDirection, 0);
+  one(natId, key.natId, 0);
+  one(srcIp, key.srcIp, 0xFFFFFFFF);
+  one(dstIp, key.dstIp, 0xFFFFFFFF);
+  one(qualifier, key.qualifier, 0);
+  one(l4Port, key.l4Port, 65535);
 }
 
 U64 toHw(const AclHashKey& key, KeyPiece field) {

@@ -15,19 +15,17 @@ using StarGResult = MulticastResult<"VelaSwitchTable::StarGResult">;
 /// rows are declared by level 29's convertor.
 struct VELA_EXPORT StarGFamily : MulticastFamily<StarGFamily, "VelaTableStarG", StarGResult> {
   static constexpr const LpmLevel& level = lpmLevel<29>;
-  static constexpr HashFamilyTraits traits{.table = {40, "StarG"},
-                                           .placement = HashPlacement::everyPipeline,
-                                           .prefix = LpmBaseFamily::traits.prefix,
-                                           .rowWords = 7,
-                                           .hashBits = 12,
-                                           .ways = 2,
-                                           .leftAligned = true,
-                                           .rowImpliesKey = true,
-                                           .hitBits = true,
-                                           .hitTableOffset = 11,
-                                           .parityWords = 4,
-                                           .stride = 0,
-                                           .decodedText = "Decoded valid entry is "};
+  static constexpr HashFamilyTraits traits = [] {
+    HashFamilyTraits own = LpmBaseFamily::traits;
+    own.table = {40, "StarG"};
+    own.hitTableOffset = 11;
+    own.staticWord = -1;
+    own.parityWords = 4;
+    own.stride = 0;
+    own.decodedText = "Decoded valid entry is ";
+    own.tracesItems = false;
+    return own;
+  }();
   static constexpr auto fields(const RowShape& shape) {
     return std::to_array<RowField>({{"compare", 0, 28},
                                     {"multicast", 28, 1},

@@ -7,9 +7,7 @@
 namespace {
 
 using testing::Contains;
-using testing::ElementsAre;
 using testing::HasSubstr;
-using testing::IsEmpty;
 using testing::Not;
 using testing::SizeIs;
 using VelaAgent::Json;
@@ -230,7 +228,7 @@ TEST_F(Scenario, refusedRoutesNameWhatWouldLetThemIn) {
   }
   ASSERT_EQ(competing["withdraw"].size(), competing["rows"].get<U32>());
   // Up to the refused one, so that nobody else waits.
-  const std::string upTo = all.substr(0, all.find("\n", all.find(refusal["key"].dump())) + 1);
+  const std::string upTo = all.substr(0, all.find('\n', all.find(refusal["key"].dump())) + 1);
   for (const std::size_t choice : {std::size_t{0}, competing["withdraw"].size() - 1}) {
     std::string withdrawals;
     for (const Json& key : competing["withdraw"][choice]) {

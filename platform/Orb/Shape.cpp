@@ -10,19 +10,28 @@ constexpr std::string_view fieldsBegin = "', ** {";
 constexpr std::string_view fieldBegin = "'", nextField = ", '", fieldEnd = "': ";
 constexpr std::string_view recordEnd = "})";
 
-void appendRecord(TextSink& sink, const Shape& shape, const void* value) {
-  sink.append(recordBegin);
-  sink.append(shape.typeName);
-  sink.append(fieldsBegin);
+/// A record's text form, which is written and read alike: `mark(text)` for what it always has,
+/// `each(field)` for its fields.
+template <class Mark, class Each>
+void walkRecord(const Shape& shape, const Mark& mark, const Each& each) {
+  mark(recordBegin);
+  mark(shape.typeName);
+  mark(fieldsBegin);
   std::string_view separator = fieldBegin;
   for (const FieldShape& field : shape.fields) {
-    sink.append(separator);
-    sink.append(field.name);
-    sink.append(fieldEnd);
-    appendText(sink, *field.shape, field.in(value));
+    mark(separator);
+    mark(field.name);
+    mark(fieldEnd);
+    each(field);
     separator = nextField;
   }
-  sink.append(recordEnd);
+  mark(recordEnd);
+}
+
+void appendRecord(TextSink& sink, const Shape& shape, const void* value) {
+  walkRecord(
+      shape, [&](std::string_view text) { sink.append(text); },
+      [&](const FieldShape& field) { appendText(sink, *field.shape, field.in(value)); });
 }
 
 void parseField(TextCursor& cursor, const FieldShape& field, void* value) {
@@ -34,18 +43,9 @@ void parseField(TextCursor& cursor, const FieldShape& field, void* value) {
 }
 
 void parseRecord(TextCursor& cursor, const Shape& shape, void* value) {
-  cursor.expect(recordBegin);
-  cursor.expect(shape.typeName);
-  cursor.expect(fieldsBegin);
-  std::string_view separator = fieldBegin;
-  for (const FieldShape& field : shape.fields) {
-    cursor.expect(separator);
-    cursor.expect(field.name);
-    cursor.expect(fieldEnd);
-    parseField(cursor, field, value);
-    separator = nextField;
-  }
-  cursor.expect(recordEnd);
+  walkRecord(
+      shape, [&](std::string_view text) { cursor.expect(text); },
+      [&](const FieldShape& field) { parseField(cursor, field, value); });
 }
 
 /// Calls `each` with the address of every element of an array.

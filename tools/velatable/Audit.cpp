@@ -32,20 +32,13 @@ std::string words(const HwTableAdapter& table, const RowFinding& finding) {
   if (const auto at = table.location(*finding.index)) {
     text << " (way " << int{at->way} << ", row " << at->row << ')';
   }
-  switch (finding.kind) {
-    case RowFinding::Kind::inconsistent:
-      text << (finding.corrupt ? " is corrupt" : " differs");
-      break;
-    case RowFinding::Kind::missing:
-      text << " is empty";
-      break;
-    case RowFinding::Kind::unexpected:
-      text << (finding.corrupt ? " is corrupt, and no entry's" : " is no entry's that is desired");
-      break;
-    case RowFinding::Kind::unreadable:
-      text << " could not be read";
-      break;
-  }
+  // By the kind of finding; what no row of the table can be is told as such.
+  static constexpr const char* says[][2] = {
+      {" differs", " is corrupt"},
+      {" is empty", " is empty"},
+      {" is no entry's that is desired", " is corrupt, and no entry's"},
+      {" could not be read", " could not be read"}};
+  text << says[static_cast<std::size_t>(finding.kind)][finding.corrupt ? 1 : 0];
   const char* separator = ": ";
   for (const auto& field : finding.fields) {
     text << separator << field.field << " is " << hexText(field.found, 0) << ", should be "
@@ -79,7 +72,7 @@ class AuditReport {
 
  private:
   void auditRows(HwTableAdapter& table);
-  void tell(const TableAdapter& table, const std::string& words);
+  void tell(const TableAdapter& table, const std::string& text);
   template <class Items, class LineOf>
   void tellList(const TableAdapter& table, const char* name, const Items& items,
                 const LineOf& lineOf);

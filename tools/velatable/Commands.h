@@ -10,7 +10,7 @@ namespace VelaTool {
 int run(const Options& options);
 
 /// Prints what a saved switch holds, as events that would announce it.
-int decode(const Options& options, const std::string& table);
+int decode(const Options& options, const std::string& name);
 /// Asks the data path of a saved switch for the keys.
 int lookup(const Options& options, const std::string& table, const std::vector<std::string>& keys);
 /// Tells everything about a vlan, port, nexthop, flow or route that a saved switch holds.
@@ -25,7 +25,7 @@ int profiles(const std::string& name);
 /// Lists the tables of a profile with their hardware.
 int tables(const Options& options);
 /// Prints the row of a table field by field; with a key, what that key makes of it.
-int layout(const Options& options, const std::string& table, const std::string& key);
+int layout(const Options& options, const std::string& name, const std::string& keyText);
 /// Turns a list of prefixes, "a.b.c.d/len" and perhaps a next hop's number a line, into events that
 /// announce them. Prefixes without a number take the next hops in turn.
 int routes(const std::string& file, U32 vrf, U32 nexthops);

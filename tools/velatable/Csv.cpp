@@ -19,7 +19,9 @@ void visitFields(const std::string& name, const Json& value,
                  const std::function<void(const std::string&, const std::string&)>& visit) {
   if (value.is_object()) {
     for (const auto& [inner, field] : value.items()) {
-      visitFields(name.empty() ? inner : name + "." + inner, field, visit);
+      std::string whole = name;
+      if (!name.empty()) whole += '.';
+      visitFields(whole += inner, field, visit);
     }
   } else {
     visit(name, value.is_string() ? value.get<std::string>() : value.is_null() ? "" : value.dump());

@@ -58,7 +58,7 @@ Json differences(const Json& before, const Json& after) {
 
 }  // namespace
 
-SwitchDiff::SwitchDiff(Profile profile, const SimulatedSwitch& before,
+SwitchDiff::SwitchDiff(const Profile& profile, const SimulatedSwitch& before,
                        const SimulatedSwitch& after) {
   const Decoded a(profile, before);
   const Decoded b(profile, after);

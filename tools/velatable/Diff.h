@@ -10,7 +10,7 @@ namespace VelaTool {
 class SwitchDiff {
  public:
   /// Neither switch is changed.
-  SwitchDiff(Profile profile, const SimulatedSwitch& before, const SimulatedSwitch& after);
+  SwitchDiff(const Profile& profile, const SimulatedSwitch& before, const SimulatedSwitch& after);
 
   U64 entries() const { return entries_.size(); }
   U64 rows() const { return rows_.size(); }

@@ -57,7 +57,7 @@ SimulatedSwitch open(const std::string& file, const MemoryOf& memoryOf) {
 }
 
 std::string savedFile(const std::string& device) {
-  const std::string file = fileOf(device, "\"sim:FILE\"");
+  std::string file = fileOf(device, "\"sim:FILE\"");
   if (!std::filesystem::exists(file)) throw InputException("cannot read " + file);
   return file;
 }

@@ -36,9 +36,8 @@ void traceIs(const std::string& levels) {
     if (!handle) handle = Trace::Handle::find("VelaTable" + name);
     if (!handle) {
       std::string known;
-      for (const Trace::Handle* each : Trace::Handle::all())
-        known += std::string(" ") + each->name();
-      throw InputException("no trace handle \"" + name + "\"; there are:" + known);
+      for (const Trace::Handle* each : Trace::Handle::all()) (known += ' ') += each->name();
+      throw InputException(Orb::text("no trace handle \"", name, "\"; there are:", known));
     }
     constexpr U8 everyStep = 8;
     handle->twinlogLevelIs(slash == std::string::npos
