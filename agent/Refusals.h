@@ -4,17 +4,18 @@
 
 #include "Orb/Collection.h"
 #include "Orb/Map.h"
+#include "VelaSwitch/Keys.h"
 
 namespace VelaAgent {
 
-/// What was announced and refused, until hardware has it or it goes.
-template <class Key>
-class Refusals final : public Orb::KeyObserver<Key> {
+/// Routes that were announced and refused, until hardware has them or they go.
+class Refusals final : public Orb::KeyObserver<VelaSwitch::LpmKey> {
  public:
+  using Key = VelaSwitch::LpmKey;
   using IsIn = std::function<bool(const Key&)>;
   using Listener = std::function<void(const Key&)>;
 
-  /// `isIn` says whether hardware has an entry, `admitted` hears of those that come in.
+  /// `isIn` says whether hardware has a route, `admitted` hears of those that come in.
   Refusals(IsIn isIn, Listener admitted) : isIn_(std::move(isIn)), admitted_(std::move(admitted)) {}
 
   /// An announcement of the key begins, or it is withdrawn: what was before counts no more.

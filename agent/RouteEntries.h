@@ -58,7 +58,7 @@ class RouteEntries final : public Entries {
   RouteWriter& writer_;
   const VelaSwitch::ProfileInfo& profile_;
   std::vector<TableEntries*> levels_;
-  Refusals<Key> refusals_{
+  Refusals refusals_{
       [this](const Key& key) { return statusOf(key) == EntryProgrammedStatus::programmed; },
       [this](const Key& key) { admittedIs(key); }};
 };

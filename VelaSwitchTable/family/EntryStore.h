@@ -130,13 +130,9 @@ class EntryStore {
     Record& record = recordIs(key);
     const bool changed = !record.has(KeyRecord::desired) || record.result() != result;
     record.resultIs(result);
-    fromHw(record, changed);
-  }
-  /// The same of an entry whose result the record has already.
-  void fromHw(Record& record, bool changed) {
     records_.flagIs(record, KeyRecord::desired, true);
     records_.flagIs(record, KeyRecord::unclaimed, true);
-    if (changed) handleChange(Key(record.key()), false);
+    if (changed) handleChange(key, false);
   }
   /// The table hears of a change before all others: whatever those do then is theirs.
   void handleChange(const Key& key, bool handled) {
@@ -174,6 +170,7 @@ class EntryStore {
     handleChange(key, handled);
     return true;
   }
+
   KeyRecords& records_;
   Orb::KeyObservers<Key> observers_;
   Orb::KeyObservers<Key> claimObservers_;

@@ -5,6 +5,7 @@
 #include <utility>
 #include <vector>
 
+#include "Orb/OpenAddressing.h"
 #include "Orb/Types.h"
 #include "Orb/Value.h"
 
@@ -52,17 +53,9 @@ class Map {
 
   /// Removes the key and says whether it was there.
   bool erase(const Key& key) {
-    U32 hole = position(key);
-    if (hole == none) return false;
-    // Entries behind the hole move up unless that would put them ahead of their home position;
-    // so no search ever has to step over the removed one.
-    for (U32 next = (hole + 1) & mask(); slots_[next].tag != 0; next = (next + 1) & mask()) {
-      const U32 home = slots_[next].tag & mask();
-      if (((next - home) & mask()) < ((next - hole) & mask())) continue;
-      slots_[hole] = std::move(slots_[next]);
-      hole = next;
-    }
-    slots_[hole] = Slot{};
+    const U32 at = position(key);
+    if (at == none) return false;
+    emptySlot(slots_, at);
     --size_;
     return true;
   }
@@ -96,6 +89,7 @@ class Map {
     [[no_unique_address]] std::conditional_t<storesKey, Key, NoKey> ownKey{};
     T value{};
 
+    bool taken() const { return tag != 0; }
     const Key& key() const {
       if constexpr (storesKey) {
         return ownKey;

@@ -1,6 +1,7 @@
 #include "Orb/RecordIndex.h"
 
 #include "Orb/Assert.h"
+#include "Orb/OpenAddressing.h"
 
 namespace Orb {
 
@@ -14,16 +15,7 @@ void RecordIndex::add(U32 tag, void* record) {
 
 void RecordIndex::remove(U32 tag, const void* record) {
   ORB_ASSERT(size_ != 0);
-  U32 hole = position(tag, record);
-  // Records behind the hole move up unless that would put them ahead of their home position; so no
-  // search ever has to step over the removed one.
-  for (U32 next = (hole + 1) & mask(); slots_[next].record; next = (next + 1) & mask()) {
-    const U32 home = slots_[next].tag & mask();
-    if (((next - home) & mask()) < ((next - hole) & mask())) continue;
-    slots_[hole] = slots_[next];
-    hole = next;
-  }
-  slots_[hole] = Slot{};
+  emptySlot(slots_, position(tag, record));
   --size_;
 }
 

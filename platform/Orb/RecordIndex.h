@@ -42,6 +42,8 @@ class VELA_EXPORT RecordIndex {
   struct Slot {
     void* record = nullptr;
     U32 tag = 0;
+
+    bool taken() const { return record != nullptr; }
   };
 
   U32 mask() const { return static_cast<U32>(slots_.size()) - 1; }
