@@ -56,25 +56,4 @@ BENCHMARK(LoadAtFirstRefusal)
     ->Args({4, 65536})
     ->Unit(benchmark::kMillisecond);
 
-/// What refusing costs once the table is full: the search does not enter what it knows to be full.
-void Refusal(benchmark::State& state) {
-  const U32 rows = 4096;
-  std::mt19937 random(7);
-  NoHardware hardware;
-  Table table(rows, 2);
-  std::vector<Orb::Ptr<Item>> items;
-  for (U32 i = 0; i < rows * 8; ++i) {
-    items.push_back(Orb::make<Item>(random, rows));
-    table.insert(*items.back(), hardware);
-  }
-  U32 refused = 0;
-  for (auto _ : state) {
-    const Orb::Ptr<Item> keep = Orb::make<Item>(random, rows);
-    refused += table.insert(*keep, hardware).outcome == Outcome::refused;
-  }
-  state.counters["refused"] =
-      static_cast<double>(refused) / static_cast<double>(state.iterations());
-}
-BENCHMARK(Refusal);
-
 }  // namespace

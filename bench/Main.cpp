@@ -1,91 +1,187 @@
 #include <benchmark/benchmark.h>
+#include <malloc.h>
 
 #include <algorithm>
 #include <cstdio>
+#include <fstream>
 #include <map>
+#include <nlohmann/json.hpp>
+#include <optional>
 #include <string>
+#include <vector>
 
-// Runs the benchmarks and then prints the ratios that matter, each of two figures of the same run:
-// the machine's speed cancels out.
+#include "Orb/Text.h"
+#include "Peers.h"
+
+// Runs the benchmarks, in random order, and then prints the ratios that matter, each of two medians
+// of the same run: the machine's speed cancels out.
 
 namespace {
 
-/// Prints as usual and remembers the time per item of each benchmark (its median when repeated).
-class Collector final : public benchmark::ConsoleReporter {
- public:
-  void ReportRuns(const std::vector<Run>& runs) override {
-    for (const Run& run : runs) {
-      const bool single = run.run_type == Run::RT_Iteration && run.repetitions <= 1;
-      if (run.error_occurred || (!single && run.aggregate_name != "median")) continue;
-      const auto items = run.counters.find("ns_per_item");
-      if (items != run.counters.end())
-        times[withoutSuffix(run.run_name.str())] = items->second.value;
-    }
-    ConsoleReporter::ReportRuns(runs);
-  }
-  std::map<std::string, double> times;
-
- private:
-  static std::string withoutSuffix(const std::string& name) {
-    return name.substr(0, std::min(name.find("/iterations"), name.find("/manual_time")));
-  }
+struct Ratio {
+  const char* name;
+  const char* what;
+  const char* over;
+  const char* under;  ///< Null where the figure itself is what has an aim.
+  double aim;
 };
 
 constexpr double noAim = 0;
 
-struct Ratio {
-  const char* what;
-  const char* over;
-  const char* under;
-  double limit;
+constexpr Ratio ratios[] = {
+    {"acl-add", "program an ACL entry / rte_hash add", "acl/add/vela/ns", "acl/add/rte_hash/ns",
+     1.5},
+    {"acl-add-batch", "the same in batches of 64 / rte_hash add", "acl/batch/vela/ns",
+     "acl/add/rte_hash/ns", 1},
+    {"nat-add", "program a static flow, two rows / rte_hash add", "nat/add/vela/ns",
+     "nat/add/rte_hash/ns", 2},
+    {"acl-unchanged", "announce an unchanged ACL entry / rte_hash lookup", "acl/again/vela/ns",
+     "acl/again/rte_hash/ns", 0.5},
+    {"nat-unchanged", "announce an unchanged flow / rte_hash lookup", "nat/again/vela/ns",
+     "nat/again/rte_hash/ns", 0.5},
+    {"acl-remove", "remove an ACL entry / rte_hash delete", "acl/del/vela/ns",
+     "acl/del/rte_hash/ns", 3},
+    {"nat-remove", "remove a flow, two rows / rte_hash delete", "nat/del/vela/ns",
+     "nat/del/rte_hash/ns", 3},
+    {"route-add", "add a route / rte_fib add", "route/add/vela/ns", "route/add/rte_fib/ns", 0.4},
+    {"route-replace", "replace a route / rte_fib add", "route/replace/vela/ns",
+     "route/add/rte_fib/ns", 0.4},
+    {"route-withdraw", "withdraw a route / rte_fib add", "route/del/vela/ns",
+     "route/add/rte_fib/ns", 0.4},
+    {"acl-load", "an ACL entry at 95 % of the refusal load / at 10 %", "acl/at/95/ns",
+     "acl/at/10/ns", 1.3},
+    {"nat-load", "a flow at 95 % of the refusal load / at 10 %", "nat/at/95/ns", "nat/at/10/ns",
+     1.3},
+    {"route-load", "a route at 95 % of the refusal load / at 10 %", "route/at/95/ns",
+     "route/at/10/ns", 1.3},
+    {"nat-audit", "audit a NAT row / copy its words", "nat/audit/ns", "nat/copy/ns", 8},
+    {"tool-event-us", "microseconds that the tool takes for a route", "tool/routes-full/us",
+     nullptr, 1.5},
+    {"tool-event", "the same / rte_hash add", "tool/routes-full/ns", "acl/add/rte_hash/ns", noAim},
+    {"acl-tail", "p99.9 of an ACL entry at 95 % of the refusal load / median",
+     "latency/acl/95/add/p99.9", "latency/acl/95/add/p50", 20},
+    {"nat-tail", "p99.9 of a flow at 95 % of the refusal load / median", "latency/nat/95/add/p99.9",
+     "latency/nat/95/add/p50", 20},
+    {"acl-memory", "bytes for an ACL entry at 45 % of the rows", "acl/memory/bytes", nullptr, 300},
+    {"acl-memory-touched", "the same, of pages that are touched", "acl/memory/touched", nullptr,
+     noAim},
+    {"acl-add-libcuckoo", "program an ACL entry / libcuckoo insert", "acl/add/vela/ns",
+     "acl/add/libcuckoo/ns", noAim},
+    {"acl-add-unordered_map", "program an ACL entry / std::unordered_map emplace",
+     "acl/add/vela/ns", "acl/add/unordered_map/ns", noAim},
 };
 
-constexpr Ratio ratios[] = {
-    {"program an ACL entry / insert into std::unordered_map", "AclProgram", "UnorderedMapInsert",
-     5},
-    {"announce an unchanged ACL entry / find in std::unordered_map", "AclAnnounceUnchanged",
-     "UnorderedMapFind", 2},
-    {"program an ACL entry at 45 % load / at 10 %", "AclProgramAtLoad/45", "AclProgramAtLoad/10",
-     1.5},
-    {"program a static NAT flow / insert into std::unordered_map", "NatFill<Static>",
-     "NatMapFill<Static>", 15},
-    {"program a dynamic NAT flow / insert into std::unordered_map", "NatFill<Dynamic>",
-     "NatMapFill<Dynamic>", 15},
-    {"a static NAT flow in at 85 % load / at 10 %", "NatFlows<Static>/85", "NatFlows<Static>/10",
-     2},
-    {"a dynamic NAT flow in at 90 % load / at 10 %", "NatFlows<Dynamic>/90", "NatFlows<Dynamic>/10",
-     2},
-    {"decode a NAT row / copy its words", "NatDecode", "NatCopy", 60},
-    {"audit a NAT row / copy its words", "NatAudit", "NatCopy", 60},
-    {"audit a VLAN's row / copy its words", "VlanAudit", "VlanCopy", 100},
-    {"a flow in or out at 70 % load, hits tracked / no hit bits", "NatChurn<tracked>/70",
-     "NatChurn<untracked>/70", noAim},
-    {"the same at 85 % load", "NatChurn<tracked>/85", "NatChurn<untracked>/85", noAim},
-    {"the same at 70 % load, every row hit / no hit bits", "NatChurn<busy>/70",
-     "NatChurn<untracked>/70", noAim},
-    {"fill a NAT table to 70 %, hits tracked / no hit bits", "NatFresh<tracked>/70",
-     "NatFresh<untracked>/70", noAim},
-    {"a flow leaves a full table, one waits / none waits", "NatGoing/1", "NatGoing/0", noAim},
-    {"withdraw a route of a table far too large / of one that fits", "RouteWithdrawAll",
-     "RouteWithdrawFitting", 2},
-    {"add a route when 95 % are there / when 5 % are", "RouteAddAt/95", "RouteAddAt/5", 1.5},
+using Figures = std::map<std::string, double>;
+
+/// Keeps what each repetition counted, by "benchmark/counter".
+class Collector final : public benchmark::BenchmarkReporter {
+ public:
+  bool ReportContext(const Context&) override { return true; }
+  void ReportRuns(const std::vector<Run>& runs) override {
+    for (const Run& run : runs) {
+      const std::string name = withoutSuffix(run.run_name.str());
+      if (run.error_occurred) {
+        std::printf("%s: %s\n", name.c_str(), run.error_message.c_str());
+        failed_ = true;
+      } else if (run.run_type == Run::RT_Iteration) {
+        for (const auto& [counter, value] : run.counters) {
+          counted_[name][counter].push_back(value.value);
+        }
+      }
+    }
+    std::fputc('.', stderr);
+  }
+  bool failed() const { return failed_; }
+
+  /// The medians over the repetitions; of maxima the largest. Printed line by line.
+  Figures figures() const {
+    Figures all;
+    for (const auto& [name, counters] : counted_) {
+      std::printf("  %-26s", name.c_str());
+      for (const auto& [counter, counted] : counters) {
+        auto values = counted;
+        std::sort(values.begin(), values.end());
+        const double value = counter.ends_with("max") ? values.back() : values[values.size() / 2];
+        std::printf("  %s %.*f", counter.c_str(), value < 10 ? 2 : 0, value);
+        all[Orb::text(name, "/", counter)] = value;
+      }
+      std::printf("\n");
+    }
+    return all;
+  }
+
+ private:
+  static std::string withoutSuffix(const std::string& name) {
+    return name.substr(
+        0, std::min({name.find("/iterations"), name.find("/manual_time"), name.find("/repeats")}));
+  }
+  std::map<std::string, std::map<std::string, std::vector<double>>> counted_;
+  bool failed_ = false;
 };
+
+std::optional<double> valueOf(const Ratio& ratio, const Figures& figures) {
+  const auto over = figures.find(ratio.over);
+  const auto under = figures.find(ratio.under ? ratio.under : ratio.over);
+  if (over == figures.end() || under == figures.end()) return std::nullopt;
+  return ratio.under ? over->second / under->second : over->second;
+}
+
+/// Prints the ratios that there are figures for, and gives them by name together with the
+/// percentiles.
+nlohmann::ordered_json report(const Figures& figures) {
+  nlohmann::ordered_json json = nlohmann::ordered_json::object();
+  std::printf("\nRatios of this run\n");
+  for (const Ratio& ratio : ratios) {
+    const auto value = valueOf(ratio, figures);
+    if (!value) continue;
+    std::printf("  %-62s %8.2f", ratio.what, *value);
+    if (ratio.aim != noAim) {
+      std::printf("   aim %5g: %s", ratio.aim, *value <= ratio.aim ? "met" : "MISSED");
+    }
+    std::printf("\n");
+    json[ratio.name] = *value;
+  }
+  for (const auto& [name, value] : figures) {
+    if (name.starts_with("latency/")) json[name] = value;
+  }
+  return json;
+}
 
 }  // namespace
 
+/// Takes the flags of the benchmark library, and two of its own before them: --quick, and
+/// --json=FILE for the ratios.
 int main(int argc, char** argv) {
-  benchmark::Initialize(&argc, argv);
-  if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
+  // Pages that were touched once stay, as DPDK's do: what the system takes to find new ones is in
+  // nobody's figures.
+  mallopt(M_MMAP_THRESHOLD, 1 << 30);
+  mallopt(M_TRIM_THRESHOLD, 1 << 30);
+
+  std::vector<std::string> arguments = {argv[0], "--benchmark_enable_random_interleaving=true",
+                                        "--benchmark_repetitions=15", "--benchmark_min_time=0.02"};
+  std::string jsonFile;
+  for (const std::string& argument : std::vector<std::string>(argv + 1, argv + argc)) {
+    if (argument == "--quick") {
+      arguments.insert(arguments.end(), {"--benchmark_repetitions=3", "--benchmark_min_time=0.01",
+                                         "--benchmark_filter=-tool"});
+    } else if (argument.starts_with("--json=")) {
+      jsonFile = argument.substr(7);
+    } else {
+      arguments.push_back(argument);
+    }
+  }
+  std::vector<char*> words;
+  words.reserve(arguments.size());
+  for (std::string& argument : arguments) words.push_back(argument.data());
+  int count = static_cast<int>(words.size());
+  benchmark::Initialize(&count, words.data());
+  if (benchmark::ReportUnrecognizedArguments(count, words.data())) return 1;
+
+  std::printf("%s", VelaBench::missingPeers().c_str());
   Collector collector;
   benchmark::RunSpecifiedBenchmarks(&collector);
-  std::printf("\nRatios of this run\n");
-  for (const Ratio& ratio : ratios) {
-    const auto over = collector.times.find(ratio.over);
-    const auto under = collector.times.find(ratio.under);
-    if (over == collector.times.end() || under == collector.times.end()) continue;
-    std::printf("  %-62s %5.2f", ratio.what, over->second / under->second);
-    if (ratio.limit != noAim) std::printf("  (aim: at most %.1f)", ratio.limit);
-    std::printf("\n");
-  }
-  return 0;
+  std::printf("\nMedians\n");
+  const nlohmann::ordered_json json = report(collector.figures());
+  if (!jsonFile.empty()) std::ofstream(jsonFile) << json.dump(2) << '\n';
+  return collector.failed() ? 1 : 0;
 }

@@ -1,215 +1,153 @@
-#include <benchmark/benchmark.h>
+#include <unistd.h>
 
-#include <algorithm>
-#include <chrono>
 #include <cstdlib>
 #include <fstream>
 #include <iterator>
-#include <random>
 #include <set>
-#include <span>
 
-#include "agent/Agent.h"
-#include "agent/RouteEntries.h"
-#include "agent/TableAdapter.h"
+#include "Routes.h"
+#include "device/SimulatedSwitch.h"
 
-// Routes of a real shape: most of them of 24 bits, the rest spread over all lengths. The
-// environment variable VELA_ROUTES names a file of prefixes to use instead.
+// Whole routes all the way into rows, against a forwarding table in memory; and the tool with a
+// table that is far too large.
 
+namespace VelaBench {
 namespace {
-
-using VelaAgent::Agent;
-using VelaSwitch::LpmKey;
-
-using Routes = std::vector<LpmKey>;
 
 struct Shape {
   U8 length;
   U32 count;
 };
 
-Routes generated(std::span<const Shape> shape) {
-  Routes routes;
-  std::mt19937 random(11);
+RouteList generated(std::span<const Shape> shape) {
+  RouteList routes;
+  std::mt19937 random(12);
   for (const auto& [length, count] : shape) {
-    std::set<LpmKey> keys;
+    std::set<VelaSwitch::LpmKey> keys;
     // Blocks of neighbours, as they are allocated.
     while (keys.size() < count) {
-      const U32 block = static_cast<U32>(random());
+      const auto block = static_cast<U32>(random());
       for (U32 i = 0; i < 4 && keys.size() < count; ++i) {
         keys.insert({U8{0}, Ipnet::IpPrefix(Ipnet::IpAddr(block + (i << (32 - length))), length)});
       }
     }
     routes.insert(routes.end(), keys.begin(), keys.end());
   }
+  std::sort(routes.begin(), routes.end());
   return routes;
 }
 
-Routes routesOr(std::span<const Shape> shape) {
-  Routes routes;
-  if (const char* file = std::getenv("VELA_ROUTES")) {
+RouteList routesOr(const char* variable, std::span<const Shape> shape) {
+  RouteList routes;
+  if (const char* file = std::getenv(variable)) {
     std::ifstream in(file);
     for (std::string prefix; in >> prefix;) {
       routes.push_back({U8{0}, Orb::fromText<Ipnet::IpPrefix>(prefix)});
     }
-  } else {
-    routes = generated(shape);
+    return routes;
   }
-  std::shuffle(routes.begin(), routes.end(), std::mt19937(12));
+  return generated(shape);
+}
+
+RouteList shuffled(RouteList routes, U32 seed) {
+  std::shuffle(routes.begin(), routes.end(), std::mt19937(seed));
   return routes;
 }
 
-/// Routes that there is room for.
-const Routes& routes() {
-  static constexpr Shape shape[] = {{8, 16},   {10, 40},  {11, 100},  {12, 300},
-                                    {16, 450}, {18, 300}, {19, 320},  {20, 310},
-                                    {21, 330}, {22, 600}, {24, 3300}, {32, 890}};
-  static const Routes all = routesOr(shape);
-  return all;
+/// Times an operation on each route, in a table without routes or with all of them.
+template <class Subject>
+void registerRoutes(const std::string& who) {
+  using Operation = void (Subject::*)(U32);
+  const auto each = [](Subject& subject, Operation operation) {
+    for (U32 i = 0; i < subject.routes.size(); ++i) (subject.*operation)(i);
+  };
+  const auto operation = [=](const std::string& name, Operation timedOne, bool filled) {
+    bench("route/" + name + "/" + who, [=](benchmark::State& state) {
+      timed(
+          state, fittingRoutes().size(),
+          [&] {
+            auto subject = std::make_unique<Subject>();
+            if (filled) each(*subject, &Subject::add);
+            return subject;
+          },
+          [&](Subject& subject) { each(subject, timedOne); },
+          [&](const Subject& subject, double) {
+            state.counters["refused"] = static_cast<double>(subject.waiting());
+          });
+    });
+  };
+  operation("add", &Subject::add, false);
+  operation("replace", &Subject::replace, true);
+  operation("del", &Subject::del, true);
 }
 
-/// As many as the whole Internet has: forty times too many.
-const Routes& fullTable() {
+/// The tool itself, from the file of events to the file of results, by the clock on the wall.
+void tool(benchmark::State& state) {
+  const std::string directory = std::getenv("TMPDIR") ? std::getenv("TMPDIR") : "/tmp";
+  const std::string base = directory + "/vela_bench." + std::to_string(getpid());
+  const std::string prefixes = base + ".prefixes";
+  const std::string events = base + ".events";
+  const std::string results = base + ".results";
+  {
+    std::ofstream out(prefixes);
+    for (const auto& route : allRoutes()) out << Orb::text(route.prefix()) << '\n';
+  }
+  const auto quoted = [](const std::string& path) { return "'" + path + "'"; };
+  const std::string command = quoted(VELA_TOOL);
+  std::system((command + " routes " + quoted(prefixes) + " > " + quoted(events)).c_str());
+  const std::string run =
+      command + " run " + quoted(events) + " --results " + quoted(results) + " > /dev/null";
+  for (auto _ : state) {
+    const auto begin = Clock::now();
+    // Entries that are refused make an exit code of 1.
+    benchmark::DoNotOptimize(std::system(run.c_str()));
+    const double took = nsSince(begin);
+    state.counters["ns"] = took / static_cast<double>(allRoutes().size());
+    state.SetIterationTime(took * 1e-9);
+  }
+  state.counters["us"] = state.counters["ns"] / 1000;
+  for (const std::string& file : {prefixes, events, results}) std::remove(file.c_str());
+}
+
+const bool routesRegistered = [] {
+  registerRoutes<VelaRoutes<>>("vela");
+  registerRoutes<VelaRoutes<VelaDevice::SimulatedSwitch>>("simulated");
+#ifdef VELA_DPDK
+  if (dpdkStarted()) registerRoutes<FibRoutes>("rte_fib");
+#endif
+  bench("tool/routes-full", tool)->Iterations(1)->Repetitions(1);
+  return true;
+}();
+
+}  // namespace
+
+const RouteList& fittingRoutes() {
+  static constexpr Shape shape[] = {{8, 16},   {9, 13},    {10, 40},  {11, 100}, {12, 300},
+                                    {13, 22},  {14, 16},   {15, 54},  {16, 460}, {17, 200},
+                                    {18, 300}, {19, 320},  {20, 315}, {21, 330}, {22, 625},
+                                    {23, 475}, {24, 3434}, {28, 92},  {32, 888}};
+  static const RouteList routes = shuffled(routesOr("VELA_ROUTES", shape), 12);
+  return routes;
+}
+
+const RouteList& allRoutes() {
   static constexpr Shape shape[] = {
       {8, 16},     {9, 13},     {10, 40},     {11, 100},   {12, 300},    {13, 600},
       {14, 1200},  {15, 2100},  {16, 13500},  {17, 8200},  {18, 13800},  {19, 24900},
       {20, 42600}, {21, 50700}, {22, 108600}, {23, 96500}, {24, 537700}, {32, 900}};
-  static const Routes all = routesOr(shape);
-  return all;
+  static const RouteList routes = routesOr("VELA_FULL_ROUTES", shape);
+  return routes;
 }
 
-struct Rig {
-  Rig() : agent(VelaSwitch::ProfileInfo::builtIn("vela-48-5.1"), chip) {
-    agent.make();
-    agent.start(Agent::Start::fresh);
+const RouteList& someRoutes(U32 seed) {
+  static std::map<U32, RouteList> made;
+  RouteList& routes = made[seed];
+  if (routes.empty()) {
+    std::sample(allRoutes().begin(), allRoutes().end(), std::back_inserter(routes), 40'000,
+                std::mt19937(seed));
+    routes = shuffled(std::move(routes), seed);
   }
-  void set(std::size_t first, std::size_t end, U32 nexthop) { set(routes(), first, end, nexthop); }
-  void set(const Routes& all, std::size_t first, std::size_t end, U32 nexthop) {
-    auto& table = agent.routeWriter().routes();
-    for (std::size_t i = first; i < end; ++i) {
-      const LpmKey& key = all[i];
-      const auto number = static_cast<U32>(i) + nexthop;
-      table.entryIs(key, VelaAgent::routeResult(
-                             VelaAgent::nexthopOfNumber(number % VelaAgent::nexthopNumbers),
-                             key.prefix().len()));
-      agent.settle();
-    }
-  }
-  void del(std::size_t first, std::size_t end) { del(routes(), first, end); }
-  void del(const Routes& all, std::size_t first, std::size_t end) {
-    for (std::size_t i = first; i < end; ++i) {
-      agent.routeWriter().routes().entryDel(all[i]);
-      agent.settle();
-    }
-  }
-
-  VelaDevice::SimulatedSwitch chip;
-  Agent agent;
-};
-
-/// Times `action` on `items` routes and counts the rows that each of them writes.
-template <class Action>
-void timed(benchmark::State& state, Rig& rig, std::size_t items, const Action& action) {
-  const U64 writes = rig.chip.rowWrites();
-  const auto begin = std::chrono::steady_clock::now();
-  action();
-  const std::chrono::duration<double> took = std::chrono::steady_clock::now() - begin;
-  state.SetIterationTime(took.count());
-  const auto count = static_cast<double>(items);
-  state.counters["ns_per_item"] = took.count() * 1e9 / count;
-  state.counters["routes_per_s"] = count / took.count();
-  state.counters["rows_per_route"] = static_cast<double>(rig.chip.rowWrites() - writes) / count;
+  return routes;
 }
 
-/// Times `action` on all routes, after `prepare` on a new rig.
-template <class Prepare, class Action>
-void allRoutes(benchmark::State& state, const Prepare& prepare, const Action& action) {
-  for (auto _ : state) {
-    Rig rig;
-    prepare(rig);
-    timed(state, rig, routes().size(), [&] { action(rig); });
-  }
-}
-
-/// Announces all routes, with other next hops for another number.
-auto announce(U32 nexthop) {
-  return [=](Rig& rig) { rig.set(0, routes().size(), nexthop); };
-}
-
-void RouteAdd(benchmark::State& state) {
-  allRoutes(
-      state, [](Rig&) {}, announce(0));
-}
-BENCHMARK(RouteAdd)->UseManualTime()->Iterations(1);
-
-void RouteReplace(benchmark::State& state) { allRoutes(state, announce(0), announce(1)); }
-BENCHMARK(RouteReplace)->UseManualTime()->Iterations(1);
-
-void RouteWithdraw(benchmark::State& state) {
-  allRoutes(state, announce(0), [](Rig& rig) { rig.del(0, routes().size()); });
-}
-BENCHMARK(RouteWithdraw)->UseManualTime()->Iterations(1);
-
-/// Adding some routes when so many (per cent of all) are there.
-void RouteAddAt(benchmark::State& state) {
-  const std::size_t there = routes().size() * static_cast<std::size_t>(state.range(0)) / 100;
-  const std::size_t batch = routes().size() / 20;
-  for (auto _ : state) {
-    Rig rig;
-    rig.set(0, there, 0);
-    timed(state, rig, batch, [&] { rig.set(there, there + batch, 0); });
-  }
-}
-BENCHMARK(RouteAddAt)->Arg(5)->Arg(25)->Arg(50)->Arg(75)->Arg(95)->UseManualTime()->Iterations(1);
-
-bool programmed(const Rig& rig, const LpmKey& route) {
-  const auto* status = rig.agent.routeWriter().routes().entryStatus(route);
-  return status && status->status == VelaSwitchApi::EntryProgrammedStatus::programmed;
-}
-
-/// Those of the full table that get into hardware when all of it is announced.
-const Routes& fittingRoutes() {
-  static const Routes fitting = [] {
-    Rig rig;
-    rig.set(fullTable(), 0, fullTable().size(), 0);
-    Routes found;
-    std::copy_if(fullTable().begin(), fullTable().end(), std::back_inserter(found),
-                 [&](const LpmKey& route) { return programmed(rig, route); });
-    return found;
-  }();
-  return fitting;
-}
-
-/// Announces the routes and withdraws them in another order. Every route that goes from a row may
-/// let in one that waits; the figures of the slowest part tell whether looking for it takes longer
-/// as fewer wait.
-void withdraw(benchmark::State& state, const Routes& announced) {
-  constexpr std::size_t parts = 50;
-  Routes order = announced;
-  std::shuffle(order.begin(), order.end(), std::mt19937(13));
-  for (auto _ : state) {
-    Rig rig;
-    rig.set(announced, 0, announced.size(), 0);
-    double slowest = 0;
-    timed(state, rig, order.size(), [&] {
-      for (std::size_t part = 0; part < parts; ++part) {
-        const std::size_t first = order.size() * part / parts;
-        const std::size_t end = order.size() * (part + 1) / parts;
-        const auto begin = std::chrono::steady_clock::now();
-        rig.del(order, first, end);
-        const std::chrono::duration<double> took = std::chrono::steady_clock::now() - begin;
-        slowest = std::max(slowest, took.count() / static_cast<double>(end - first));
-      }
-    });
-    state.counters["slowest_ns"] = slowest * 1e9;
-    state.counters["routes"] = static_cast<double>(order.size());
-  }
-}
-
-void RouteWithdrawAll(benchmark::State& state) { withdraw(state, fullTable()); }
-BENCHMARK(RouteWithdrawAll)->UseManualTime()->Iterations(1);
-
-void RouteWithdrawFitting(benchmark::State& state) { withdraw(state, fittingRoutes()); }
-BENCHMARK(RouteWithdrawFitting)->UseManualTime()->Iterations(1);
-
-}  // namespace
+}  // namespace VelaBench
