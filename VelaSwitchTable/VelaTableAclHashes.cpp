@@ -32,55 +32,76 @@ constexpr U8 variantOf(U8 type) { return type < 7 ? 0 : type < 11 ? 1 : type < 1
 /// Types whose qualifier takes no part.
 constexpr bool anyQualifierType(U8 type) { return type == 3 || type == 7 || type == 11; }
 
-/// Calls `visit(field, any)` with a field of the key but for its type. Zero stands for any;
-/// hardware spells that as `any`, where it is not 0.
-template <class Key, class Visit>
-void visitField(Key& key, KeyPiece field, const Visit& visit) {
-  const auto one = [&](KeyPiece piece, auto& part, U32 any) {
-    if (field == piece) visit(part, any);
-  };
-  one(aclId, key.aclId, 0);
-  one(natDirection, key.natDirection, 0);
-  one(natId, key.natId, 0);
-  one(srcIp, key.srcIp, 0xFFFFFFFF);
-  one(dstIp, key.dstIp, 0xFFFFFFFF);
-  one(qualifier, key.qualifier, 0);
-  one(l4Port, key.l4Port, 65535);
+/// A field of the key but for its type.
+template <KeyPiece piece, class Key>
+auto& fieldOf(Key& key) {
+  if constexpr (piece == aclId) return key.aclId;
+  if constexpr (piece == natDirection) return key.natDirection;
+  if constexpr (piece == natId) return key.natId;
+  if constexpr (piece == srcIp) return key.srcIp;
+  if constexpr (piece == dstIp) return key.dstIp;
+  if constexpr (piece == qualifier) return key.qualifier;
+  if constexpr (piece == l4Port) return key.l4Port;
 }
 
-U64 toHw(const AclHashKey& key, KeyPiece field) {
-  if (field == subType) return key.type() - U64{variants[variantOf(key.type())].firstType};
-  if (field == qualifier && anyQualifierType(key.type())) return 15;
-  U64 bits = 0;
-  visitField(key, field, [&](const auto& from, U32 any) {
+/// Zero stands for any; hardware spells that like this, where it is not 0.
+constexpr U32 anyOf(KeyPiece piece) {
+  if (piece == srcIp || piece == dstIp) return 0xFFFFFFFF;
+  return piece == l4Port ? 65535 : 0;
+}
+
+template <KeyPiece piece>
+U64 toHw(const AclHashKey& key) {
+  if constexpr (piece == subType) {
+    return key.type() - U64{variants[variantOf(key.type())].firstType};
+  } else {
     using Orb::hashWord;
-    bits = hashWord(from());
-    if (bits == 0) bits = any;
-  });
-  return bits;
+    if (piece == qualifier && anyQualifierType(key.type())) return 15;
+    const U64 bits = hashWord(fieldOf<piece>(key)());
+    return bits == 0 ? anyOf(piece) : bits;
+  }
 }
 
-void fromHw(AclHashKey& key, KeyPiece field, U64 bits) {
-  if (field == subType) key.type = static_cast<U8>(key.type() + bits);
-  visitField(key, field, [&](auto& into, U32 any) {
-    fromRowBits(into.value, any != 0 && bits == any ? 0 : bits);
-  });
+template <KeyPiece piece>
+void fromHw(AclHashKey& key, U64 bits) {
+  if constexpr (piece == subType) {
+    key.type = static_cast<U8>(key.type() + bits);
+  } else {
+    fromRowBits(fieldOf<piece>(key).value, anyOf(piece) != 0 && bits == anyOf(piece) ? 0 : bits);
+  }
+}
+
+/// Calls `visit.operator()<piece, width>()` for the fields of a form of key, which the compiler
+/// knows: keys are packed as often as entries are announced.
+template <class Visit>
+void forEachPart(U8 variant, const Visit& visit) {
+  const auto of = [&]<std::size_t number>(std::integral_constant<std::size_t, number>) {
+    [&]<std::size_t... i>(std::index_sequence<i...>) {
+      constexpr auto& parts = variants[number].parts;
+      (visit.template operator()<parts[i].field, parts[i].width>(), ...);
+    }
+    (std::make_index_sequence<std::tuple_size_v<decltype(KeyVariant::parts)>>());
+  };
+  if (variant == 0) of(std::integral_constant<std::size_t, 0>());
+  if (variant == 1) of(std::integral_constant<std::size_t, 1>());
+  if (variant == 2) of(std::integral_constant<std::size_t, 2>());
+  if (variant == 3) of(std::integral_constant<std::size_t, 3>());
 }
 
 }  // namespace
 
 void AclHashFamily::packKey(const Key& key, KeyBits& bits) {
-  for (const KeyPart& part : variants[variantOf(key.type())].parts) {
-    if (part.width != 0) bits.add(part.width, toHw(key, part.field));
-  }
+  forEachPart(variantOf(key.type()), [&]<KeyPiece piece, U8 width>() {
+    if constexpr (width != 0) bits.add(width, toHw<piece>(key));
+  });
 }
 
 bool AclHashFamily::unpackKey(KeyBits bits, const RowReaderOf<AclHashFamily>& row, Key& key) {
-  const KeyVariant& variant = variants[row.get<"variant">()];
-  key.type = variant.firstType;
-  for (const KeyPart& part : variant.parts) {
-    if (part.width != 0) fromHw(key, part.field, bits.take(part.width));
-  }
+  const auto variant = static_cast<U8>(row.get<"variant">());
+  key.type = variants[variant].firstType;
+  forEachPart(variant, [&]<KeyPiece piece, U8 width>() {
+    if constexpr (width != 0) fromHw<piece>(key, bits.take(width));
+  });
   return true;
 }
 

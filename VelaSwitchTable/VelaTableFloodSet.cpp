@@ -9,17 +9,15 @@ std::string FloodSetResult::resultString() const {
 }
 
 bool FloodSetTable::entryIs(const FloodSetEntry& entry) {
-  const FloodSetEntry* there = this->entry(entry.key());
-  const bool same = there && there->result() == entry.result();
-  return PlainFamilyTable::entryIs(entry.key(), same ? FloodSetEntry(*there) : entry);
+  return PlainFamilyTable::entryIs(entry.key(), entry);
 }
 
 bool FloodSetTable::entryIs(Bridging::VlanId vid, const FloodSetResult& result) {
-  return entryIs({vid, result, clock_()});
+  return entryIs(entryOf(vid, result));
 }
 
 void FloodSetTable::entryIsByHwRow(const Bridging::VlanId& vid, const FloodSetEntry& row) {
-  PlainFamilyTable::entryIsByHwRow(vid, {vid, row.result(), clock_()});
+  PlainFamilyTable::entryIsByHwRow(vid, entryOf(vid, row.result()));
 }
 
 Orb::Seconds FloodSetTable::systemTime() {

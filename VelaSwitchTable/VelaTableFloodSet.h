@@ -25,6 +25,10 @@ struct FloodSetEntry {
   Orb::Field<"lastUpdate", Orb::Seconds> lastUpdate;
   auto operator<=>(const FloodSetEntry&) const = default;
 };
+/// One whose masks are there already changes nothing, the time neither.
+inline bool sameEntry(const FloodSetEntry& there, const FloodSetEntry& announced) {
+  return there.result() == announced.result();
+}
 
 /// Flood sets of the VLANs. Every hardware table has the whole masks, not its slice of the ports.
 struct VELA_EXPORT FloodSetFamily
@@ -55,11 +59,13 @@ class VELA_EXPORT FloodSetTable final : public PlainFamilyTable<FloodSetFamily> 
   VELA_REGISTERED(FloodSetFamily, FloodSetTable);
   using PlainFamilyTable::PlainFamilyTable;
 
-  /// Announces a flood set with the time of its change. One whose masks are there already changes
-  /// nothing, the time neither; returns whether anything changed.
+  /// Announces a flood set with the time of its change; returns whether anything changed.
   bool entryIs(const FloodSetEntry& entry);
   /// With the clock's time.
   bool entryIs(Bridging::VlanId vid, const FloodSetResult& result);
+  FloodSetEntry entryOf(Bridging::VlanId vid, const FloodSetResult& result) const {
+    return {vid, result, clock_()};
+  }
 
   /// Gives the time of changes that are announced without; the system's time unless set.
   using Clock = std::function<Orb::Seconds()>;

@@ -1,7 +1,5 @@
 #include "VelaSwitchTable/VelaTableHashHelper.h"
 
-#include <optional>
-
 #include "VelaSwitch/Parity.h"
 #include "VelaSwitchTable/family/Family.h"
 
@@ -19,6 +17,27 @@ void VelaTableHashHelper::doInit() {
 void VelaTableHashHelper::setStaticBuffer(CuckooLocation location, U8* image) const {
   ORB_ASSERT_TEXT(swTable(), "swTable()");
   RowWriter(layout_, image, traces_.handle, "setStaticBuffer").setPlace(location.row, location.way);
+}
+
+void VelaTableHashHelper::setEmptyImage(CuckooLocation location, U32* image) const {
+  // A trace tells of each field.
+  if (!empty_ || traces_.handle.enabled(9)) return HashBaseHelper::setEmptyImage(location, image);
+  std::copy(empty_->begin(), empty_->end(), image);
+  RowWriter(layout_, reinterpret_cast<U8*>(image), traces_.handle, "setStaticBuffer")
+      .setPlace(location.row, location.way);
+}
+
+void VelaTableHashHelper::compareEmptyRows(bool alike) {
+  std::array<U32, VelaSwitchApi::maxRowWords> packed{};
+  HashBaseHelper::setEmptyImage({0, 0}, packed.data());
+  auto empty = packed;
+  const U32 rows = alike ? 1 : physical().engine().capacity();
+  for (HwIndex index = 0; index < rows; ++index) {
+    HashBaseHelper::setEmptyImage(location(index), packed.data());
+    setStaticBuffer(location(index), reinterpret_cast<U8*>(empty.data()));
+    if (packed != empty) return;
+  }
+  empty_ = empty;
 }
 
 Orb::Ptr<HashBaseCuckooEntry> VelaTableHashHelper::decodeHwEntry(HwIndex index) const {

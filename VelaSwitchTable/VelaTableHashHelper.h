@@ -1,5 +1,8 @@
 #pragma once
 
+#include <array>
+#include <optional>
+
 #include "VelaSwitch/HashInverse.h"
 #include "VelaSwitchApi/HashBase.h"
 
@@ -23,6 +26,7 @@ class VELA_EXPORT VelaTableHashHelper : public VelaSwitchApi::HashBaseHelper {
   /// Writes the fields `row` and `way`, and those that hold the same in every row.
   void setStaticBuffer(CuckooLocation location, U8* image) const override;
   Orb::Ptr<HashBaseCuckooEntry> nullHashEntry() const override { return null_; }
+  void setEmptyImage(CuckooLocation location, U32* image) const override;
   Orb::Ptr<HashBaseCuckooEntry> decodeHwEntry(HwIndex index) const override;
   bool rowSound(const U32* image) const override;
 
@@ -48,6 +52,9 @@ class VELA_EXPORT VelaTableHashHelper : public VelaSwitchApi::HashBaseHelper {
   /// The entry in a row of the image, or null; may throw what odd values throw.
   virtual Orb::Ptr<HashBaseCuckooEntry> unpack(U32* image, CuckooLocation at) const = 0;
 
+  /// Finds out whether empty rows differ in nothing but what setStaticBuffer() writes. `alike` says
+  /// that the family packs them so.
+  void compareEmptyRows(bool alike);
   /// Fails unless empty rows and the row of an entry are sound and come back as what they were.
   void checkRows(const HashBaseCuckooEntry& sample) const;
 
@@ -62,6 +69,8 @@ class VELA_EXPORT VelaTableHashHelper : public VelaSwitchApi::HashBaseHelper {
   U8 parityWords_;
   RowLayout layout_;
   Orb::Ptr<HashBaseCuckooEntry> null_;
+  /// An empty row, where others differ from it in their place alone.
+  std::optional<std::array<U32, VelaSwitchApi::maxRowWords>> empty_;
 };
 
 }  // namespace VelaSwitchTable

@@ -1,5 +1,9 @@
 #include "VelaSwitchTable/VelaTableLpm.h"
 
+#include <algorithm>
+
+#include "VelaSwitchApi/EntryRecord.h"
+
 namespace VelaSwitchTable {
 namespace {
 
@@ -31,9 +35,174 @@ EntryCellResult EntryCellResult::fromHwEncoding(U32 encoding, bool direct, U8 wi
 
 const Orb::Type& LpmTable::fwkType() const { return Orb::registeredType<LpmTable>; }
 
-const LpmStatus& LpmTable::entryStatusIs(const Key& key) {
-  if (!entryStatus_.has(key)) entryStatus_.is(key, LpmStatus(key));
-  return *entryStatus_.find(key);
+LpmTable::~LpmTable() {
+  index_.forEach([](void* routes) { delete static_cast<LpmRoutes*>(routes); });
+}
+
+LpmRoutes* LpmTable::routesOf(const Key& key) const {
+  if (last_ && last_->key == key) return last_;
+  void* found = index_.find(VelaSwitchApi::entryTag(key), [&](const void* each) {
+    return static_cast<const LpmRoutes*>(each)->key == key;
+  });
+  if (found) last_ = static_cast<LpmRoutes*>(found);
+  return static_cast<LpmRoutes*>(found);
+}
+
+LpmRoutes& LpmTable::routesIs(const Key& key) {
+  if (LpmRoutes* routes = routesOf(key)) return *routes;
+  last_ = new (slab_) LpmRoutes(key);
+  index_.add(VelaSwitchApi::entryTag(key), last_);
+  return *last_;
+}
+
+/// Nothing is known of the routes of the key any more, perhaps.
+void LpmTable::dropUnknown(const Key& key) {
+  LpmRoutes* routes = routesOf(key);
+  const auto none = [](U8 nodes) { return nodes == 0; };
+  if (!routes || !std::all_of(routes->nodes.begin(), routes->nodes.end(), none)) return;
+  index_.remove(VelaSwitchApi::entryTag(key), routes);
+  last_ = nullptr;
+  delete routes;
+}
+
+LpmTable::Place LpmTable::find(Flag flag, const Key& route) const {
+  LpmRoutes* routes = count(flag) == 0 ? nullptr : routesOf(LpmRoutes::keyOf(route));
+  if (!routes) return {nullptr, LpmRoutes::Tree::none};
+  const U32 node = routes->nodeOf(route);
+  return {routes->has(flag, node) ? routes : nullptr, node};
+}
+
+void LpmTable::set(LpmRoutes& routes, U32 node, Flag flag, bool set) {
+  if (routes.has(flag, node) == set) return;
+  routes.nodes[flag] = static_cast<U8>(routes.nodes[flag] ^ 1 << node);
+  counts_[flag] += set ? 1 : ~U32{0};
+}
+
+bool LpmTable::flagIs(const Key& route, Flag flag, bool set) {
+  const Place at = find(set ? LpmRoutes::desired : flag, route);
+  if (!at.routes || at.routes->has(flag, at.node) == set) return false;
+  this->set(*at.routes, at.node, flag, set);
+  return true;
+}
+
+std::vector<LpmTable::Key> LpmTable::keys(Flag flag) const {
+  std::vector<Key> keys;
+  keys.reserve(count(flag));
+  forEachRoute(flag,
+               [&](const LpmRoutes& routes, U32 node) { keys.push_back(routes.routeOf(node)); });
+  std::sort(keys.begin(), keys.end());
+  return keys;
+}
+
+LpmResult LpmTable::resultOf(const LpmRoutes& routes, U32 node) const {
+  const Key route = routes.routeOf(node);
+  if (routes.has(LpmRoutes::odd, node)) return *oddResults_.find(route);
+  return routeResult(routes.tree.nexthop(node), route.prefix().len());
+}
+
+LpmStatus LpmTable::statusOf(const LpmRoutes& routes, U32 node) const {
+  LpmStatus status(routes.routeOf(node));
+  if (levels_ && routes.tree.has(node)) levels_->stateRoute(routes, node, status);
+  return status;
+}
+
+/// What is but a next hop lies in the tree alone.
+void LpmTable::store(LpmRoutes& routes, U32 node, const LpmResult& result) {
+  const Key route = routes.routeOf(node);
+  const bool odd = result != routeResult(routeNexthop(result), route.prefix().len());
+  if (odd) {
+    *oddResults_.insert(route).first = result;
+  } else if (routes.has(LpmRoutes::odd, node)) {
+    oddResults_.erase(route);
+  }
+  set(routes, node, LpmRoutes::odd, odd);
+  set(routes, node, LpmRoutes::desired, true);
+  routes.tree.is(node, routeNexthop(result));
+  // A key of a level holds several routes, and has one flag for them all.
+  if (result.cpuTrap()) routes.tree.del(node);
+}
+
+bool LpmTable::entryIs(const Key& route, const LpmResult& result) {
+  const Key key = LpmRoutes::keyOf(route);
+  LpmRoutes& routes = routesIs(key);
+  const U32 node = routes.nodeOf(route);
+  if (routes.has(LpmRoutes::desired, node) && resultOf(routes, node) == result) return false;
+  const bool trapped = routes.has(LpmRoutes::desired, node) && !routes.tree.has(node);
+  store(routes, node, result);
+  if (levels_) {
+    levels_->handleRoute(routes, node);
+    // Whoever heard of statuses may have withdrawn it.
+    const Place at = find(LpmRoutes::desired, route);
+    if (at.routes && !levels_->staged(*at.routes) &&
+        (!at.routes->has(LpmRoutes::stated, node) || trapped != result.cpuTrap())) {
+      handleStatus(route);
+    }
+  }
+  observers_.handleKey(route);
+  return true;
+}
+
+bool LpmTable::entryDel(const Key& given) {
+  const Place at = find(LpmRoutes::desired, given);
+  if (!at.routes) return false;
+  // The caller may have handed over the very key that lies there.
+  const Key route = given;
+  const Key key = at.routes->key;
+  if (at.routes->has(LpmRoutes::odd, at.node)) oddResults_.erase(route);
+  for (const Flag flag :
+       {LpmRoutes::desired, LpmRoutes::unclaimed, LpmRoutes::noted, LpmRoutes::odd}) {
+    set(*at.routes, at.node, flag, false);
+  }
+  at.routes->tree.del(at.node);
+  if (levels_) {
+    levels_->handleRoute(*at.routes, at.node);
+    if (!has(LpmRoutes::desired, route)) entryStatusDel(route);
+  }
+  dropUnknown(key);
+  observers_.handleKey(route);
+  return true;
+}
+
+void LpmTable::entryDelAll() {
+  for (const Key& route : keys(LpmRoutes::desired)) entryDel(route);
+}
+
+LpmStatus LpmTable::entryStatusIs(const Key& route) {
+  if (!has(LpmRoutes::stated, route)) handleStatus(route);
+  return entryStatus(route).value_or(LpmStatus(route));
+}
+
+void LpmTable::entryStatusDel(const Key& given) {
+  const Place at = find(LpmRoutes::stated, given);
+  if (!at.routes) return;
+  const Key route = given;
+  set(*at.routes, at.node, LpmRoutes::stated, false);
+  dropUnknown(LpmRoutes::keyOf(route));
+  statusObservers_.handleKey(route);
+}
+
+void LpmTable::entryStatusDelAll() {
+  for (const Key& route : keys(LpmRoutes::stated)) entryStatusDel(route);
+}
+
+void LpmTable::handleStatus(const Key& route) {
+  LpmRoutes& routes = routesIs(LpmRoutes::keyOf(route));
+  set(routes, routes.nodeOf(route), LpmRoutes::stated, true);
+  statusObservers_.handleKey(route);
+}
+
+void LpmTable::handleStatuses(const Key& given) {
+  LpmRoutes* routes = routesOf(given);
+  if (!routes) return;
+  const Key key = given;
+  U8 nodes = 0;
+  routes->tree.forEachRoute([&](U32 node) {
+    nodes = static_cast<U8>(nodes | 1 << node);
+    set(*routes, node, LpmRoutes::stated, true);
+  });
+  if (statusObservers_.empty()) return;
+  LpmRoutes::forEachNode(
+      nodes, [&](U32 node) { statusObservers_.handleKey(LpmRoutes::routeOf(key, node)); });
 }
 
 Orb::Ptr<LpmTable> LpmTableIs(const std::string& name) { return Orb::make<LpmTable>(name); }

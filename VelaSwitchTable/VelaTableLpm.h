@@ -1,58 +1,34 @@
 #pragma once
 
-#include <array>
-
-#include "Orb/Collection.h"
-#include "Orb/Ptr.h"
-#include "Orb/Seconds.h"
+#include "Orb/RecordIndex.h"
 #include "Trace/Trace.h"
-#include "VelaSwitch/Keys.h"
-#include "VelaSwitchApi/SwTable.h"
-#include "VelaSwitchTable/family/RouteCell.h"
+#include "VelaSwitchTable/family/LpmRoutes.h"
 
-/// Whole routes; what they become in the levels of the ladder stands in family/RouteCell.h.
 namespace VelaSwitchTable {
 
-/// The cells of one key of a hashed level. In the collection of whole routes, cell 0 carries the
-/// route's next hop.
-struct LpmResult {
-  static constexpr const char* typeName = "VelaSwitchTable::LpmResult";
-  using Cells = std::array<EntryCellResult, EntryCellIndex::count>;
-  Orb::Field<"cells", Cells> cells;
-  Orb::Field<"cpuTrap", bool> cpuTrap;
-  auto operator<=>(const LpmResult&) const = default;
-
-  const EntryCellResult& cellResult(EntryCellIndex index) const { return cells()[index.value()]; }
-  void cellResultIs(EntryCellIndex index, const EntryCellResult& cell) {
-    cells.value[index.value()] = cell;
-  }
-};
-
-/// What became of one route.
-struct LpmStatus {
-  static constexpr const char* typeName = "VelaSwitchTable::LpmStatus";
-  LpmStatus() = default;
-  explicit LpmStatus(const VelaSwitch::LpmKey& route) : key(route) {}
-
-  VelaSwitch::LpmKey key;
-  VelaSwitchApi::EntryProgrammedStatus status = VelaSwitchApi::EntryProgrammedStatus::notProgrammed;
-  /// When a key that carries the route was hit last; zero for never. Routes of up to 11 bits have
-  /// no hit bits.
-  Orb::Seconds lastHit;
-  bool operator==(const LpmStatus&) const = default;
-};
-
-/// The whole routes and what became of each. Whoever writes the levels observes `entries()` and
-/// keeps the statuses.
+/// The whole routes and what became of each: where somebody writes them into levels, that follows
+/// from the entries there.
 class VELA_EXPORT LpmTable final : public Orb::PtrInterface {
  public:
   using Key = VelaSwitch::LpmKey;
-  struct KeyOf {
-    const Key& operator()(const LpmStatus& status) const { return status.key; }
+  using Flag = LpmRoutes::Flag;
+
+  /// Whoever writes the routes into levels.
+  class Levels {
+   public:
+    /// The route of the node came, goes or has another next hop.
+    virtual void handleRoute(LpmRoutes& routes, U32 node) = 0;
+    /// Fills in what became of a route of the tree.
+    virtual void stateRoute(const LpmRoutes& routes, U32 node, LpmStatus& status) const = 0;
+    /// Whether the routes of the key are still to be written: what became of them follows.
+    virtual bool staged(const LpmRoutes&) const { return false; }
+
+   protected:
+    ~Levels() = default;
   };
-  using Statuses = Orb::Collection<Key, LpmStatus, KeyOf>;
 
   explicit LpmTable(std::string name) : name_(std::move(name)) {}
+  ~LpmTable() override;
 
   static constexpr const char* typeName = "VelaSwitchTable::LpmTable";
   static constexpr const char* sourceUnit = "VelaTableLpm";
@@ -61,29 +37,84 @@ class VELA_EXPORT LpmTable final : public Orb::PtrInterface {
 
   const std::string& name() const { return name_; }
 
-  /// Announces a route; an equal one changes nothing. Returns whether it changed.
-  bool entryIs(const Key& key, const LpmResult& result) { return entry_.is(key, result); }
-  bool entryDel(const Key& key) { return entry_.del(key); }
-  void entryDelAll() { entry_.delAll(); }
-  /// The route's result, or null. Valid until the next change.
-  const LpmResult* entry(const Key& key) const { return entry_.find(key); }
-  const Orb::Collection<Key, LpmResult>& entries() const { return entry_; }
-  Orb::Collection<Key, LpmResult>& entries() { return entry_; }
+  /// The routes' results, or their statuses.
+  template <class Value>
+  using View = RoutesView<const LpmTable, Value>;
 
-  /// The route's status, created when there is none. Valid until the next change.
-  const LpmStatus& entryStatusIs(const Key& key);
-  /// Replaces the status of the route that it names.
-  void entryStatusIs(const LpmStatus& status) { entryStatus_.is(status.key, status); }
-  void entryStatusDel(const Key& key) { entryStatus_.del(key); }
-  void entryStatusDelAll() { entryStatus_.delAll(); }
-  const LpmStatus* entryStatus(const Key& key) const { return entryStatus_.find(key); }
-  const Statuses& entryStatuses() const { return entryStatus_; }
-  Statuses& entryStatuses() { return entryStatus_; }
+  /// Announces a route; an equal one changes nothing. Returns whether it changed.
+  bool entryIs(const Key& route, const LpmResult& result);
+  bool entryDel(const Key& given);
+  void entryDelAll();
+  /// The route's result, if it is announced.
+  std::optional<LpmResult> entry(const Key& route) const { return entries().find(route); }
+  View<LpmResult> entries() const { return View<LpmResult>(*this); }
+
+  /// The route's status, created when there is none.
+  LpmStatus entryStatusIs(const Key& route);
+  void entryStatusDel(const Key& given);
+  void entryStatusDelAll();
+  std::optional<LpmStatus> entryStatus(const Key& route) const {
+    return entryStatuses().find(route);
+  }
+  View<LpmStatus> entryStatuses() const { return View<LpmStatus>(*this); }
+
+  /// Sets or clears a flag of an announced route that does not follow from anything else:
+  /// `unclaimed` or `noted`. Returns whether that changed it.
+  bool flagIs(const Key& route, Flag flag, bool set);
+  bool has(Flag flag, const Key& route) const { return find(flag, route).routes != nullptr; }
+  /// How many routes have the flag, and which, in ascending order.
+  U32 count(Flag flag) const { return counts_[flag]; }
+  std::vector<Key> keys(Flag flag) const;
+  /// Calls `visit(routes, node)` for each that has the flag, in no order. They must not change
+  /// meanwhile.
+  template <class Visitor>
+  void forEachRoute(Flag flag, const Visitor& visit) const {
+    if (count(flag) == 0) return;
+    forEachKey([&](const LpmRoutes& routes) {
+      LpmRoutes::forEachNode(routes.nodes[flag], [&](U32 node) { visit(routes, node); });
+    });
+  }
+
+  /// There is one at most. Null when it goes.
+  void levelsAre(Levels* levels) { levels_ = levels; }
+  /// The routes of a key, or null.
+  LpmRoutes* routesOf(const Key& key) const;
+  /// Calls `visit(routes)` for each key, in no order. They must not change meanwhile.
+  template <class Visitor>
+  void forEachKey(const Visitor& visit) const {
+    index_.forEach([&](const void* each) { visit(*static_cast<const LpmRoutes*>(each)); });
+  }
+  /// Told by the levels: the status of a route changed, or of all in the tree of a key.
+  void handleStatus(const Key& route);
+  void handleStatuses(const Key& given);
 
  private:
+  friend View<LpmResult>;
+  friend View<LpmStatus>;
+
+  struct Place {
+    LpmRoutes* routes;  ///< Null when there are none.
+    U32 node;
+  };
+
+  /// The route, if it has the flag.
+  Place find(Flag flag, const Key& route) const;
+  LpmRoutes& routesIs(const Key& key);
+  void set(LpmRoutes& routes, U32 node, Flag flag, bool set);
+  void store(LpmRoutes& routes, U32 node, const LpmResult& result);
+  void dropUnknown(const Key& key);
+  LpmResult resultOf(const LpmRoutes& routes, U32 node) const;
+  LpmStatus statusOf(const LpmRoutes& routes, U32 node) const;
+
   std::string name_;
-  Orb::Collection<Key, LpmResult> entry_;
-  Statuses entryStatus_;
+  Orb::RecordIndex index_;
+  Orb::Slab slab_;
+  mutable LpmRoutes* last_ = nullptr;  ///< What was found last: it is asked for again and again.
+  std::array<U32, LpmRoutes::flags> counts_{};
+  Orb::Map<Key, LpmResult> oddResults_;
+  Levels* levels_ = nullptr;
+  mutable Orb::KeyObservers<Key> observers_;
+  mutable Orb::KeyObservers<Key> statusObservers_;
 };
 
 VELA_EXPORT Orb::Ptr<LpmTable> LpmTableIs(const std::string& name);

@@ -2,8 +2,6 @@
 
 #include <bit>
 
-#include "VelaSwitch/Crc.h"
-
 namespace VelaSwitchTable {
 namespace {
 
@@ -59,6 +57,12 @@ void LpmBaseFamily::packKey(const Key& key, KeyBits& bits) {
 U32 LpmBaseFamily::hash(const U8* buffer, U8 way, U8 bits) {
   const LpmLevel* level = levelOfWidth(bits);
   return hashKey(buffer, way, bits, level ? level->crcLength : U8{0});
+}
+
+VelaSwitch::CrcHash LpmBaseFamily::crc(U8 bits) {
+  const LpmLevel* level = levelOfWidth(bits);
+  if (!level) return nullptr;
+  return level->crcLength == 12 ? VelaSwitch::crc12Hash : VelaSwitch::crc10Hash;
 }
 
 bool LpmBaseFamily::unpackKey(KeyBits bits, const Reader& row, Key& key) {

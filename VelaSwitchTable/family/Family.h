@@ -3,10 +3,15 @@
 #include "Orb/Seconds.h"
 #include "Orb/Type.h"
 #include "Orb/Value.h"
+#include "VelaSwitchApi/EntryStore.h"
 #include "VelaSwitchApi/SwTable.h"
 
 /// What table families of every kind have.
 namespace VelaSwitchTable {
+
+using VelaSwitchApi::EntryRecord;
+using VelaSwitchApi::KeyRecord;
+using VelaSwitchApi::KeyRecords;
 
 /// The named classes of a family, each under what it is: Table, Convertor, … The line that declares
 /// them specialises this.

@@ -2,7 +2,6 @@
 
 #include <optional>
 
-#include "VelaSwitchTable/family/EntryStore.h"
 #include "VelaSwitchTable/family/HashEntry.h"
 
 /// The entries of hash tables with their statuses, by their keys and results.
@@ -60,7 +59,7 @@ class VELA_EXPORT HashFamilyTableStatus : public Orb::PtrInterface {
 template <class F>
 class VELA_EXPORT HashFamilyTableBase
     : public VelaSwitchApi::HashTable,
-      public EntryStore<typename F::Key, typename F::Result, HashFamilyEntry<F>> {
+      public VelaSwitchApi::EntryStore<typename F::Key, typename F::Result, HashFamilyEntry<F>> {
  public:
   using Family = F;
   using HashItem = VelaSwitchApi::HashItem;
@@ -69,7 +68,7 @@ class VELA_EXPORT HashFamilyTableBase
   using Entry = typename ClassesOf<F>::CuckooEntry;
   using EntryStatus = typename ClassesOf<F>::EntryStatus;
   using TableStatus = typename ClassesOf<F>::TableStatus;
-  using Store = EntryStore<Key, Result, HashFamilyEntry<F>>;
+  using Store = VelaSwitchApi::EntryStore<Key, Result, HashFamilyEntry<F>>;
 
   explicit HashFamilyTableBase(std::string name, U8 tableIdx = 0, U8 pipeline = 0)
       : HashTable(std::move(name), tableIdx, pipeline,
@@ -187,20 +186,22 @@ class VELA_EXPORT HashFamilyTableBase
   }
 
   void handle(HashFamilyEntry<F>& record) {
-    if (F::trace.enabled(8)) traceStatus(record.key());
-    if constexpr (F::traits.tracesItems) {
-      F::trace(8, this->fwkType().name(), "::createHashItem ", record.key());
-    }
+    if (F::trace.enabled(8)) traceHandling(record.key());
     programRecord(record);
   }
+  void settle(KeyRecord& record) override {
+    if (F::trace.enabled(8) && initialized()) traceHandling(Store::of(record).key());
+    HashTable::settle(record);
+  }
 
-  [[gnu::cold]] void traceStatus(const Key& key) const {
+  [[gnu::cold]] void traceHandling(const Key& key) const {
     F::trace(8, fwkType().name(), "::handleEntry ", key);
     if (const auto status = tableStatus_ ? tableStatus_->entryStatus(key) : std::nullopt) {
       F::trace(8, "entry has status: ", *status);
     } else {
       F::trace(8, "entry has no status");
     }
+    if constexpr (F::traits.tracesItems) F::trace(8, fwkType().name(), "::createHashItem ", key);
   }
 
   Orb::Ptr<TableStatus> tableStatus_;

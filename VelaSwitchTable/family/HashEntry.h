@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "VelaSwitchTable/family/EntryStore.h"
+#include "VelaSwitch/Crc.h"
 #include "VelaSwitchTable/family/Family.h"
 #include "VelaSwitchTable/family/HashTraits.h"
 #include "VelaSwitchTable/family/Row.h"
@@ -128,9 +128,19 @@ class VELA_EXPORT HashFamilyEntry
     packedBits_ = packed.bits();
     U8 buffer[KeyBits::maxBytes];
     const U8 bits = fillKeyBuffer<F>(packed, buffer, sizeof buffer);
-    U32 rows[F::traits.ways];
-    for (U8 way = 0; way < F::traits.ways; ++way) rows[way] = F::hash(buffer, way, bits);
-    this->rowsAre(rows);
+    VelaSwitch::CrcHash crc = nullptr;
+    if constexpr (requires { F::crc(bits); }) crc = F::crc(bits);
+    if constexpr (std::same_as<decltype(F::hash), const VelaSwitch::CrcHash>) crc = F::hash;
+    if (crc) {
+      const auto rows = VelaSwitch::crcHashes(crc, buffer, bits);
+      this->rowsAre(std::span(rows).template first<F::traits.ways>());
+    } else {
+      U16 rows[F::traits.ways];
+      for (U8 way = 0; way < F::traits.ways; ++way) {
+        rows[way] = static_cast<U16>(F::hash(buffer, way, bits));
+      }
+      this->rowsAre(rows);
+    }
   }
 
   U32 getHash(U8 way) const override {

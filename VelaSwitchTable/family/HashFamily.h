@@ -9,7 +9,7 @@
 ///
 ///   traits                    a HashFamilyTraits
 ///   keyFields                 the fields of the key that are hashed, from the lowest bit on
-///   hash(buffer, way, bits)   the row in a way
+///   hash(buffer, way, bits)   the row in a way; best one of VelaSwitch/Crc.h
 ///   fields                    the row's; see Row.h
 ///
 /// Rows begin with the packed key, without the bits that their place implies (rowImpliesKey). The
@@ -17,7 +17,8 @@
 ///
 /// A family whose keys or rows are not just that says in addition
 ///
-///   completeKey(row, key)     what of a key stands elsewhere in the row
+///   crc(bits)                 the hash of keys of so many bits, where that is one of
+///   VelaSwitch/Crc.h completeKey(row, key)     what of a key stands elsewhere in the row
 ///   packKey(key, bits)        instead of keyFields, with
 ///   unpackKey(bits, row, key) the key of a row; false for a row that holds none
 ///   packMore(helper, key, result, valid, location, row)   before the parity is worked out

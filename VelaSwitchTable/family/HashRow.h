@@ -26,6 +26,7 @@ class VELA_EXPORT HashFamilyHelperBase : public VelaTableHashHelper {
       inverse_ = VelaSwitch::HashInverse(&hashBuffer, F::traits.ways, keyBits_, impliedBits());
     }
     checkRows(*sample());
+    compareEmptyRows(!requires { &F::packMore; });
   }
   void setHwBuffer(const HashBaseCuckooEntry& entry, CuckooLocation location,
                    U8* image) const override {

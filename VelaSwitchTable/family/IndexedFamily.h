@@ -1,7 +1,6 @@
 #pragma once
 
 #include "DirectBase/IndexedRows.h"
-#include "VelaSwitchTable/family/EntryStore.h"
 #include "VelaSwitchTable/family/Family.h"
 #include "VelaSwitchTable/family/Row.h"
 
@@ -42,15 +41,18 @@ template <class F, class Base, class Record = EntryRecord<typename F::Key, typen
 class VELA_EXPORT IndexedFamilyTable
     : public Base,
       public IndexedTable,
-      public EntryStore<typename F::Key, typename F::Result, Record> {
+      public VelaSwitchApi::EntryStore<typename F::Key, typename F::Result, Record> {
  public:
   using Family = F;
   using Key = typename F::Key;
-  using Store = EntryStore<Key, typename F::Result, Record>;
+  using Store = VelaSwitchApi::EntryStore<Key, typename F::Result, Record>;
 
   explicit IndexedFamilyTable(std::string name)
       : Base(std::move(name)), Store(static_cast<KeyRecords&>(*this)) {}
 
+  VelaSwitchApi::EntryProgrammedStatus statusOf(const KeyRecord* record) const override {
+    return statusOfIndexed(record);
+  }
   const KeyRecord* recordAt(HwIndex index) const override { return this->find(F::keyOf(index)); }
   void markAtIs(HwIndex index, bool marked) override {
     this->hwInconsistentEntryIs(F::keyOf(index), marked);
@@ -65,6 +67,15 @@ class VELA_EXPORT IndexedFamilyTable
   typename Store::NewRecord newRecord(const Key& key) override {
     return new (this->slab()) Record(key);
   }
+  bool stageable(const KeyRecord&, bool) const override { return true; }
+  void stage(KeyRecord& record) override {
+    const IndexedRowsConvertor::Staging staging(rows());
+    this->handleEntry(Key(Store::of(record).key()));
+  }
+  void flush() override {
+    if (auto* convertor = rows()) convertor->flush();
+  }
+  void settle(KeyRecord& record) override { this->flagIs(record, KeyRecord::staged, false); }
   void handleInitialized() override {
     // What hardware has, and nobody announced, is as it is.
     for (const Key& key : this->keys(KeyRecord::desired)) {
@@ -76,10 +87,11 @@ class VELA_EXPORT IndexedFamilyTable
   }
   /// The key is withdrawn: its rows that could not be read are as if they had never been. Returns
   /// whether there were any.
-  bool unreadForget(const Key& key) {
-    const auto& convertor = this->profileConvertorPtr();
-    return convertor &&
-           static_cast<IndexedRowsConvertor&>(*convertor).unreadForget(F::hwIndex(key));
+  bool unreadForget(const Key& key) { return rows() && rows()->unreadForget(F::hwIndex(key)); }
+
+ private:
+  IndexedRowsConvertor* rows() const {
+    return static_cast<IndexedRowsConvertor*>(this->profileConvertorPtr().get());
   }
 };
 

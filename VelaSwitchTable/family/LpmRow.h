@@ -96,6 +96,8 @@ struct VELA_EXPORT LpmBaseFamily : Family<"VelaTableLpmBase", VelaSwitch::LpmKey
   /// Address bits, and the VRF above them.
   static void packKey(const Key& key, KeyBits& bits);
   static U32 hash(const U8* buffer, U8 way, U8 bits);
+  /// The same by the CRC that keys of so many bits have, or null.
+  static VelaSwitch::CrcHash crc(U8 bits);
   static bool unpackKey(KeyBits bits, const RowReaderOf<LpmBaseFamily>&, Key& key);
   /// A key of another level is a fatal assertion, and so are a VRF that there is not and cells that
   /// the level does not serve.

@@ -225,7 +225,7 @@ class VELA_EXPORT PlainFamilyLayerConvertor : public ClassesOf<F>::Convertor {
       return false;
     }
     const Image image = rowImage(hwTable.descriptor().identity.id, key, result);
-    return hwTable.entryIs(index, image.data(), [&] {
+    return this->writeImage(hwTable, index, image, [&] {
       if constexpr (F::traits.tracesHandling) F::trace(9, "Set hwTableEntry key: ", key);
     });
   }

@@ -131,7 +131,7 @@ bool DirectBaseConvertor::rowIs(const DirectBaseEntry& entry, HwIndex index) {
   const Image image = rowImage(entry, index);
   bool good = true;
   for (const auto& [id, table] : hwTables()) {
-    good = table->entryIs(index, image.data(), [] {}) && good;
+    good = writeImage(*table, index, image, [] {}) && good;
   }
   return good;
 }

@@ -39,6 +39,9 @@ class VELA_EXPORT DirectBaseEntry : public Orb::PtrInterface, public VelaSwitchA
   bool valid() const { return valid_; }
   void validIs(bool valid) { valid_ = valid; }
 
+ protected:
+  using KeyRecord::KeyRecord;
+
  private:
   void taken() final { referenceAdd(); }
   void given() final { referenceDel(); }

@@ -2,9 +2,19 @@
 
 #include <algorithm>
 
+#include "VelaSwitchApi/RowReads.h"
+
 namespace VelaSwitchTable {
 
+using VelaSwitchApi::EntryProgrammedStatus;
+using VelaSwitchApi::KeyRecord;
 using VelaSwitchApi::maxRowWords;
+
+EntryProgrammedStatus statusOfIndexed(const KeyRecord* record) {
+  if (record && record->has(KeyRecord::marked)) return EntryProgrammedStatus::hardwareError;
+  return record && record->has(KeyRecord::desired) ? EntryProgrammedStatus::programmed
+                                                   : EntryProgrammedStatus::notProgrammed;
+}
 
 void IndexedRowsConvertor::createHwTable(
     const VelaSwitchApi::HwTableIdentity& identity, VelaSwitchApi::TableState state, HwIndex first,
@@ -33,7 +43,7 @@ void IndexedRowsConvertor::expectedImage(HwTableId table, HwIndex index, U32* im
 
 bool IndexedRowsConvertor::writeRow(HwTableConfig& table, HwIndex index) {
   const Image image = rowImage(table.descriptor().identity.id, index, Content::desired);
-  return table.entryIs(index, image.data(), [] {});
+  return writeImage(table, index, image, [] {});
 }
 
 bool IndexedRowsConvertor::unreadForget(HwIndex index) {
@@ -124,15 +134,17 @@ void IndexedRowsConvertor::syncEntries(U32 id) {
   const Orb::Ptr<HwTableConfig> table = hwTable(id);
   ORB_ASSERT(table);
   const auto& rows = table->descriptor();
+  const HwIndex block = (rows.last - rows.first + 1) / copies();
+  VelaSwitchApi::RowReads reads;
   for (HwIndex index = rows.first; index <= rows.last; ++index) {
-    if (table->mapped(index).empty()) continue;
-    if (swTable()->initialized()) {
-      auditRow(*table, index);
-      continue;
-    }
-    const Read read = table->readEntry(index);
-    if (read != Read::held) traceUnread(*table, index, read);
-    takeRow(*table, index, false);
+    if (!table->mapped(index).empty()) reads.add(*table, index);
+    // A row is taken before another one of its key is read.
+    if (!reads.full() && (index + 1 - rows.first) % block != 0) continue;
+    reads.flush([&](HwTableConfig& of, HwIndex row, Read read, bool late) {
+      if (swTable()->initialized()) return auditRow(of, row, read, late);
+      if (read != Read::held) traceUnread(of, row, read);
+      takeRow(of, row, false);
+    });
   }
   if (swTable()->initialized() && id == hwTables().rbegin()->first) recheck(0, true);
 }
@@ -157,8 +169,7 @@ void IndexedRowsConvertor::readUnread(U32 start) {
   for (const auto& [id, table] : hwTables()) {
     const auto& rows = table->descriptor();
     for (HwIndex index = std::max(start, rows.first); index <= rows.last; ++index) {
-      const Row state = table->state(index);
-      if (table->mapped(index).empty() || (state != Row::unread && state != Row::unknown)) continue;
+      if (table->mapped(index).empty() || !table->unheard(index)) continue;
       const Read read = table->readEntry(index);
       if (read != Read::held) traceUnread(*table, index, read);
       if (read != Read::failed) takeLate(*table, index);
@@ -174,10 +185,8 @@ void IndexedRowsConvertor::takeLate(HwTableConfig& table, HwIndex index) {
 
 // Audit and repair.
 
-void IndexedRowsConvertor::auditRow(HwTableConfig& table, HwIndex index) {
+void IndexedRowsConvertor::auditRow(HwTableConfig& table, HwIndex index, Read read, bool late) {
   const HwTableId id = table.descriptor().identity.id;
-  const bool late = table.state(index) == Row::unread;
-  const Read read = table.readEntry(index);
   if (read == Read::failed) {
     traceUnread(table, index, read);
     auditFindingIs({Finding::Kind::unreadable, id, index});

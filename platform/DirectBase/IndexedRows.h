@@ -28,9 +28,14 @@ class VELA_EXPORT IndexedTable {
   virtual ~IndexedTable() = default;
 };
 
+/// What became of the entry of a record of such a table.
+VELA_EXPORT VelaSwitchApi::EntryProgrammedStatus statusOfIndexed(
+    const VelaSwitchApi::KeyRecord* record);
+
 /// Base of the convertors of such tables. It knows rows by their index alone, and when they are
 /// written, read back, compared and repaired; what they say is the derived class's to know.
-class VELA_EXPORT IndexedRowsConvertor : public VelaSwitchApi::SwTableProfileConvertor {
+class VELA_EXPORT IndexedRowsConvertor : public VelaSwitchApi::SwTableProfileConvertor,
+                                         private VelaSwitchApi::RowRun::Owner {
  public:
   /// Without `overwrite`, only rows that belong to no entry: one that could not be read before is
   /// read again, and left alone when it still cannot be; what it holds is taken over. Keys whose
@@ -40,6 +45,25 @@ class VELA_EXPORT IndexedRowsConvertor : public VelaSwitchApi::SwTableProfileCon
   void handleRebuilt() override;
   void expectedImage(HwTableId table, HwIndex index, U32* image) const override;
   void repair(const VelaSwitchApi::AuditFinding& finding) override;
+
+  /// While one exists, rows are not written but staged; then flush() writes them, and marks the
+  /// keys whose rows could not be written.
+  class Staging {
+   public:
+    /// Of no convertor it is of no use.
+    explicit Staging(IndexedRowsConvertor* convertor) : convertor_(convertor) { is(true); }
+    ~Staging() { is(false); }
+    Staging(const Staging&) = delete;
+    Staging& operator=(const Staging&) = delete;
+
+   private:
+    void is(bool staging) {
+      if (convertor_) convertor_->staging_ = staging;
+    }
+
+    IndexedRowsConvertor* convertor_;
+  };
+  void flush() { swTable()->types().run().flush(); }
 
   /// The key is withdrawn whose first row has the index: rows of it that could not be read are as
   /// if they had never been. Returns whether there were any.
@@ -67,6 +91,12 @@ class VELA_EXPORT IndexedRowsConvertor : public VelaSwitchApi::SwTableProfileCon
   /// key, and returns what an audit reports.
   virtual std::optional<Finding::Kind> judge(const HwTableConfig& table, HwIndex index,
                                              bool differs) = 0;
+  /// Brings the row to the image, or stages that; calls `before()` when hardware has to be told.
+  template <class Before>
+  bool writeImage(HwTableConfig& table, HwIndex index, const Image& image, const Before& before) {
+    return table.entryIs(index, image.data(), before,
+                         {staging_ ? &swTable()->types().run() : nullptr, this});
+  }
   /// Writes what is desired of the row. False when that failed.
   virtual bool writeRow(HwTableConfig& table, HwIndex index);
   /// Whether the row says nothing, so that it is neither compared nor overwritten by a default.
@@ -115,9 +145,14 @@ class VELA_EXPORT IndexedRowsConvertor : public VelaSwitchApi::SwTableProfileCon
   void readUnread(U32 start);
   void takeLate(HwTableConfig& table, HwIndex index);
   bool takesDefault(const HwTableConfig& table, HwIndex index) const;
-  void auditRow(HwTableConfig& table, HwIndex index);
+  void auditRow(HwTableConfig& table, HwIndex index, Read read, bool late);
+
+  void rowWritten(HwTableConfig&, HwIndex index, bool good) override {
+    if (!good) markIs(index, true);
+  }
 
   mutable IndexedTable* entries_ = nullptr;
+  bool staging_ = false;
 };
 
 }  // namespace VelaSwitchTable

@@ -1,15 +1,9 @@
 #include "Ipnet/IpPrefix.h"
 
 namespace Ipnet {
-namespace {
 
-U32 maskOf(U8 len) { return len == 0 ? 0 : ~U32{0} << (32 - len); }
-
-}  // namespace
-
-IpPrefix::IpPrefix(IpAddr address, U8 len) : len_(len) {
-  if (len > 32) throw Orb::TextException(Orb::text("prefix length ", len, " is above 32"));
-  address_ = IpAddr(address.number() & maskOf(len));
+void IpPrefix::refuse(U8 len) {
+  throw Orb::TextException(Orb::text("prefix length ", len, " is above 32"));
 }
 
 void appendText(Orb::TextSink& sink, const IpPrefix& prefix) {

@@ -9,7 +9,10 @@ class VELA_EXPORT IpPrefix {
  public:
   constexpr IpPrefix() = default;
   /// Drops the address bits behind `len`, which must be at most 32 (TextException otherwise).
-  IpPrefix(IpAddr address, U8 len);
+  constexpr IpPrefix(IpAddr address, U8 len) : len_(len) {
+    if (len > 32) refuse(len);
+    address_ = IpAddr(len == 0 ? 0 : address.number() & ~U32{0} << (32 - len));
+  }
 
   constexpr IpAddr address() const { return address_; }
   constexpr U8 len() const { return len_; }
@@ -23,6 +26,8 @@ class VELA_EXPORT IpPrefix {
   friend VELA_EXPORT void parseText(Orb::TextCursor& cursor, IpPrefix& prefix);
 
  private:
+  [[noreturn]] static void refuse(U8 len);
+
   IpAddr address_;
   U8 len_ = 0;
 };

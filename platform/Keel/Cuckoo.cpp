@@ -21,6 +21,7 @@ Table::Table(U32 rowsPerWay, U8 ways)
   ORB_ASSERT(rowsPerWay >= 1 && rowsPerWay <= 65536);
   ORB_ASSERT(ways >= 1 && ways <= maxWays);
   slots_.resize(capacity());
+  folds_.resize(capacity());
   reached_.resize(capacity());
   from_.resize(capacity());
   seen_.resize(capacity());
@@ -38,9 +39,13 @@ void Table::hashAll(const HashItem& item) const {
 }
 
 HashItem* Table::find(const HashItem& key) const {
+  rowOf(key, 0);
+  const U16 rows = fold(key);
   for (U8 way = 0; way < ways_; ++way) {
-    HashItem* item = slots_[candidateSlot(key, way)].get();
+    const U32 slot = candidateSlot(key, way);
     // Equal keys have equal rows in every way; comparing those first spares most key comparisons.
+    if (folds_[slot] != rows) continue;
+    HashItem* item = slots_[slot].get();
     if (item && item->rows_ == key.rows_ && item->isEqual(key)) return item;
   }
   return nullptr;
@@ -48,6 +53,7 @@ HashItem* Table::find(const HashItem& key) const {
 
 void Table::put(HashItem& item, U32 slot) {
   slots_[slot] = &item;
+  folds_[slot] = fold(item);
   item.slot_ = slot;
   if (openings_.made()) openings_.add(*this, slot);
 }
@@ -98,6 +104,22 @@ U32 Table::searchFurther(Search kind) {
 
 void Table::markClosed() {
   for (U32 i = 0; i < reachedCount_; ++i) closed_[reached_[i]] = closings_;
+}
+
+std::optional<CuckooLocation> Table::freeRow(const HashItem& item) const {
+  if (item.hashedWays_ < ways_) hashAll(item);
+  std::optional<CuckooLocation> free;
+  const Orb::Ptr<HashItem>* rows = slots_.data();
+  for (U8 way = 0; way < ways_; ++way, rows += rowsPerWay_) {
+    const U16 row = item.rows_[way];
+    const HashItem* there = rows[row].get();
+    if (!there) {
+      if (!free) free = CuckooLocation{way, row};
+    } else if (there->rows_ == item.rows_ && there->isEqual(item)) {
+      return std::nullopt;
+    }
+  }
+  return item.waits() || findWaiting(item) ? std::nullopt : free;
 }
 
 InsertResult Table::insert(HashItem& item, RowWriter& writer) {
@@ -155,6 +177,8 @@ void Table::waitDel(HashItem& item) {
 
 HashItem* Table::findWaiting(const HashItem& key) const {
   if (waiting_.empty()) return nullptr;
+  // No other of the same key waits beside it.
+  if (key.waits()) return const_cast<HashItem*>(&key);
   rowOf(key, 0);
   return waiting_.equal(key);
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <optional>
 #include <span>
 #include <vector>
 
@@ -68,11 +69,16 @@ class VELA_EXPORT Table {
   HashItem* find(const HashItem& key) const;
   /// The item in the row, or null.
   HashItem* at(CuckooLocation location) const { return slots_[slotOf(location)].get(); }
+  /// The same by the row's number, when those of all ways are counted one after the other.
+  HashItem* at(U32 row) const { return slots_[row].get(); }
   /// Where a placed item lies.
   CuckooLocation location(const HashItem& item) const { return locationOf(item.slot_); }
   /// The row that the item may take in the way.
   CuckooLocation candidate(const HashItem& item, U8 way) const { return {way, rowOf(item, way)}; }
 
+  /// The free row that insert() would place the item in without moving others. Nothing when there
+  /// is none, or an item of the same hardware key is there or waits, or this one does.
+  std::optional<CuckooLocation> freeRow(const HashItem& item) const;
   /// Places an item of a hardware key that the table does not hold.
   InsertResult insert(HashItem& item, RowWriter& writer);
   /// Takes a placed item out. Nothing is written; the row is free from now on.
@@ -116,6 +122,12 @@ class VELA_EXPORT Table {
     return item.rows_[way];
   }
   void hashAll(const HashItem& item) const;
+  /// All rows of an item whose rows are known, in one number.
+  static U16 fold(const HashItem& item) {
+    U16 all = 0;
+    for (const U16 row : item.rows_) all = static_cast<U16>(all ^ row);
+    return all;
+  }
   U32 candidateSlot(const HashItem& item, U8 way) const {
     return way * rowsPerWay_ + rowOf(item, way);
   }
@@ -167,6 +179,7 @@ class VELA_EXPORT Table {
   U32 size_ = 0;
   U64 moves_ = 0;
   std::vector<Orb::Ptr<HashItem>> slots_;
+  std::vector<U16> folds_;  ///< Of the items there: tells most others without a look at the item.
   WaitingItems waiting_;
   Openings openings_;
 

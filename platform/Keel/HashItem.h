@@ -37,8 +37,8 @@ class VELA_EXPORT HashItem : public Orb::PtrInterface {
 
  protected:
   /// Spares the table its calls of getHash(): the item's rows, way by way.
-  void rowsAre(std::span<const U32> rows) {
-    for (const U32 row : rows) rows_[hashedWays_++] = static_cast<U16>(row);
+  void rowsAre(std::span<const U16> rows) {
+    for (const U16 row : rows) rows_[hashedWays_++] = row;
   }
 
  private:

@@ -1,7 +1,5 @@
 #pragma once
 
-#include <concepts>
-#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -14,12 +12,7 @@ namespace Orb {
 /// An open-addressing hash map: entries lie in one array, so storing one allocates nothing beyond
 /// the array's occasional doubling. Iteration order is unspecified; a change to the map
 /// invalidates what find() returned.
-///
-/// Values that hold their key need not have it stored again: a KeyOf other than StoredKey reads it
-/// from the value.
-struct StoredKey {};
-
-template <class Key, class T, class KeyOf = StoredKey>
+template <class Key, class T>
 class Map {
  public:
   U32 size() const { return size_; }
@@ -35,18 +28,17 @@ class Map {
     return at == none ? nullptr : &slots_[at].value;
   }
 
-  /// The value of the key, and whether it is new: then it is default-constructed, and a KeyOf
-  /// must find the key in it before the next call.
+  /// The value of the key, and whether it is new: then it is default-constructed.
   std::pair<T*, bool> insert(const Key& key) {
     if ((size_ + 1) * 4 > slots_.size() * 3) rehash(slots_.empty() ? 8 : slots_.size() * 2);
     const U32 tag = tagOf(key);
     U32 at = tag & mask();
     while (slots_[at].tag != 0) {
-      if (slots_[at].tag == tag && slots_[at].key() == key) return {&slots_[at].value, false};
+      if (slots_[at].tag == tag && slots_[at].key == key) return {&slots_[at].value, false};
       at = (at + 1) & mask();
     }
     slots_[at].tag = tag;
-    if constexpr (storesKey) slots_[at].ownKey = key;
+    slots_[at].key = key;
     ++size_;
     return {&slots_[at].value, true};
   }
@@ -76,27 +68,17 @@ class Map {
   template <class Visitor>
   void forEach(Visitor&& visit) const {
     for (const Slot& slot : slots_) {
-      if (slot.tag != 0) visit(slot.key(), slot.value);
+      if (slot.tag != 0) visit(slot.key, slot.value);
     }
   }
 
  private:
-  static constexpr bool storesKey = std::same_as<KeyOf, StoredKey>;
-  struct NoKey {};
-
   struct Slot {
     U32 tag = 0;  ///< Hash of the key, never 0 when the slot is taken.
-    [[no_unique_address]] std::conditional_t<storesKey, Key, NoKey> ownKey{};
+    Key key{};
     T value{};
 
     bool taken() const { return tag != 0; }
-    const Key& key() const {
-      if constexpr (storesKey) {
-        return ownKey;
-      } else {
-        return KeyOf{}(value);
-      }
-    }
   };
   static constexpr U32 none = ~U32{0};
 
@@ -110,7 +92,7 @@ class Map {
     if (size_ == 0) return none;
     const U32 tag = tagOf(key);
     for (U32 at = tag & mask(); slots_[at].tag != 0; at = (at + 1) & mask()) {
-      if (slots_[at].tag == tag && slots_[at].key() == key) return at;
+      if (slots_[at].tag == tag && slots_[at].key == key) return at;
     }
     return none;
   }

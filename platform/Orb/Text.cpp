@@ -18,9 +18,10 @@ bool TextCursor::skip(std::string_view text) {
 }
 
 std::string_view TextCursor::word() {
-  const std::size_t end = std::min(rest_.find_first_of(",}')"), rest_.size());
-  const std::string_view word = rest_.substr(0, end);
-  advance(end);
+  const auto ends = [](char c) { return c == ',' || c == '}' || c == '\'' || c == ')'; };
+  const auto end = std::find_if(rest_.begin(), rest_.end(), ends);
+  const std::string_view word = rest_.substr(0, static_cast<std::size_t>(end - rest_.begin()));
+  advance(word.size());
   return word;
 }
 

@@ -1,6 +1,7 @@
 #include "VelaSwitch/Crc.h"
 
-#include <array>
+#include <bit>
+#include <cstring>
 
 #include "Orb/Assert.h"
 
@@ -53,7 +54,59 @@ U32 hash(const Ways<ways>& tables, const U8* key, U8 way, U8 keyBits) {
   return crc;
 }
 
+/// table[n][b] is the CRC of four bits b followed by n times four zero bits, of all ways at once:
+/// 16 bits of each. Small enough to stay in the cache beside the rows.
+using NibbleTable = std::array<std::array<U64, 16>, 2 * crcMaxBytes>;
+
+template <std::size_t ways>
+constexpr NibbleTable makeNibbles(const Ways<ways>& tables) {
+  NibbleTable nibbles{};
+  for (std::size_t n = 0; n < nibbles.size(); ++n) {
+    for (std::size_t bits = 0; bits < 16; ++bits) {
+      for (std::size_t way = 0; way < ways; ++way) {
+        nibbles[n][bits] |= U64{(*tables[way])[n / 2][bits << n % 2 * 4]} << way * 16;
+      }
+    }
+  }
+  return nibbles;
+}
+
+constexpr NibbleTable nibbles10 = makeNibbles(ways10);
+constexpr NibbleTable nibbles11 = makeNibbles(ways11);
+constexpr NibbleTable nibbles12 = makeNibbles(ways12);
+constexpr NibbleTable nibbles13 = makeNibbles(ways13);
+
+const NibbleTable& nibblesOf(CrcHash hash) {
+  if (hash == crc10Hash) return nibbles10;
+  if (hash == crc11Hash) return nibbles11;
+  return hash == crc12Hash ? nibbles12 : nibbles13;
+}
+
 }  // namespace
+
+static_assert(std::endian::native == std::endian::little, "keys and hashes are taken in words");
+
+std::array<U16, crcMaxWays> crcHashes(CrcHash hash, const U8* key, U8 keyBits) {
+  const unsigned bytes = (keyBits + 7u) / 8u;
+  ORB_ASSERT(bytes <= crcMaxBytes);
+  const auto* table = &nibblesOf(hash)[2 * bytes];
+  U64 crc = 0;
+  const auto add = [&](unsigned byte) {
+    table -= 2;
+    crc ^= table[0][byte & 15] ^ table[1][byte >> 4 & 15];
+  };
+  unsigned i = 0;
+  for (; i + 4 <= bytes; i += 4) {
+    U32 four;
+    std::memcpy(&four, key + i, sizeof four);
+    add(four);
+    add(four >> 8);
+    add(four >> 16);
+    add(four >> 24);
+  }
+  for (; i < bytes; ++i) add(key[i]);
+  return std::bit_cast<std::array<U16, crcMaxWays>>(crc);
+}
 
 U32 crc10Hash(const U8* key, U8 way, U8 keyBits) { return hash(ways10, key, way, keyBits); }
 U32 crc11Hash(const U8* key, U8 way, U8 keyBits) { return hash(ways11, key, way, keyBits); }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <array>
+
 #include "Orb/Types.h"
 
 /// The hashes that the switch computes over packed keys: unreflected CRCs with initial value 0 and
@@ -17,5 +19,13 @@ VELA_EXPORT U32 crc10Hash(const U8* key, U8 way, U8 keyBits);
 VELA_EXPORT U32 crc11Hash(const U8* key, U8 way, U8 keyBits);
 VELA_EXPORT U32 crc12Hash(const U8* key, U8 way, U8 keyBits);
 VELA_EXPORT U32 crc13Hash(const U8* key, U8 way, U8 keyBits);
+
+/// One of those.
+using CrcHash = U32 (*)(const U8* key, U8 way, U8 keyBits);
+/// The most ways that one has polynomials for.
+inline constexpr U8 crcMaxWays = 4;
+/// The hashes of all ways at once, for less than it takes to work them out one by one. Those of
+/// ways without a polynomial are 0.
+VELA_EXPORT std::array<U16, crcMaxWays> crcHashes(CrcHash hash, const U8* key, U8 keyBits);
 
 }  // namespace VelaSwitch

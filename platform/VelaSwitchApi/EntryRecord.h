@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Orb/Collection.h"
+#include "Orb/KeyObserver.h"
 #include "Orb/Value.h"
 #include "VelaSwitchApi/KeyRecords.h"
 
@@ -14,6 +14,13 @@ U32 entryTag(const Key& key) {
   return static_cast<U32>(hashOf(key));
 }
 
+/// Whether an entry with the result that is announced is the one that is there. Results may have
+/// their own, for parts that are not announced.
+template <class Result>
+bool sameEntry(const Result& there, const Result& announced) {
+  return there == announced;
+}
+
 /// What a table knows of a key, with the result that is desired or, in a record that is no table's,
 /// whatever it stands for. Base is KeyRecord, or what the framework knows such records by.
 template <class Key, class Result, class Base = KeyRecord>
@@ -21,13 +28,12 @@ class EntryRecord : public Base {
  public:
   template <class... Rest>
   explicit EntryRecord(const Key& key, Rest&&... rest)
-      : Base(std::forward<Rest>(rest)...), key_(key) {}
+      : Base(entryTag(key), std::forward<Rest>(rest)...), key_(key) {}
 
   const Key& key() const { return key_; }
   const Result& result() const { return result_; }
   void resultIs(const Result& result) { result_ = result; }
 
-  U32 keyTag() const override { return entryTag(key_); }
   bool hasKeyOf(const KeyRecord& other) const override { return of(other).key_ == key_; }
   bool comesBefore(const KeyRecord& other) const override { return key_ < of(other).key_; }
   void appendKey(Orb::TextSink& sink) const override {

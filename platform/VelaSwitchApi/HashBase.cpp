@@ -1,5 +1,10 @@
 #include "VelaSwitchApi/HashBase.h"
 
+#include <algorithm>
+#include <set>
+
+#include "VelaSwitchApi/RowReads.h"
+
 namespace VelaSwitchApi {
 
 HashBaseTable::~HashBaseTable() = default;
@@ -28,7 +33,8 @@ void HashBaseTable::doCreateHwTable() {
 void HashBaseTable::syncEntries() {
   if (initialized()) {
     hashConvertor_->physicalTable().settle();
-    SwTable::syncEntries();
+    hashConvertor_->auditFindingDelAll();
+    hashConvertor_->audit(hashConvertor_->hwTables());
   } else {
     hashConvertor_->physicalTable().rebuild();
   }
@@ -68,40 +74,81 @@ void PhysicalHashTableConvertor::initHwEntries(bool overwrite, U32 start) {
 }
 
 void PhysicalHashTableConvertor::syncEntries(U32 id) {
-  const Orb::Ptr<HwTableConfig> held = hwTable(id);
-  ORB_ASSERT_TEXT(held, "table");
-  HwTableConfig& table = *held;
-  U32 expected[maxRowWords];
+  ORB_ASSERT_TEXT(hwTable(id), "table");
+  audit({{id, hwTable(id)}});
+}
+
+/// The rows in which no other software table has an entry.
+std::vector<HwIndex> PhysicalHashTableConvertor::rowsToAudit() const {
+  std::vector<HwIndex> rows;
   for (HwIndex index = 0; index < physical_->engine().capacity(); ++index) {
-    HashBaseCuckooEntry* entry = physical_->entryAt(index);
-    if (entry && &entry->table() != swTable()) continue;
-    const RegisterBus::Read read = table.readEntry(index);
-    if (!entry && physical_->owner(index) != swTable()) continue;
-    physical_->expectedImage(index, expected);
-    if (read == RegisterBus::Read::failed) {
-      auditFindingIs({AuditFinding::Kind::unreadable, id, index});
-    } else if (entry && !table.same(index, expected, table.image(index))) {
-      U32 empty[maxRowWords];
-      physical_->emptyImage(index, empty);
-      const bool missing =
-          read == RegisterBus::Read::absent || table.same(index, empty, table.image(index));
-      auditFindingIs(
-          {missing ? AuditFinding::Kind::missing : AuditFinding::Kind::inconsistent, id, index});
-      entry->table().hwInconsistentEntryIsFromHashItem(*entry);
-    } else if (!entry && read == RegisterBus::Read::held &&
-               !table.same(index, expected, table.image(index))) {
-      auditFindingIs({AuditFinding::Kind::unexpected, id, index});
+    const HashBaseCuckooEntry* entry = swTables() > 1 ? physical_->entryAt(index) : nullptr;
+    if (!entry || &entry->table() == swTable()) rows.push_back(index);
+  }
+  return rows;
+}
+
+/// All rows are read, one hardware table after the other, before any is looked at: then each is
+/// packed once and compared in all tables.
+void PhysicalHashTableConvertor::audit(const HwTables& tables) {
+  const std::vector<HwIndex> rows = rowsToAudit();
+  std::set<std::pair<HwTableId, HwIndex>> unread;
+  RowReads reads;
+  for (const auto& [id, table] : tables) {
+    for (const HwIndex index : rows) {
+      reads.add(*table, index);
+      if (!reads.full() && index != rows.back()) continue;
+      reads.flush([&](const HwTableConfig& of, HwIndex row, RegisterBus::Read read, bool) {
+        if (read == RegisterBus::Read::failed) unread.emplace(of.descriptor().identity.id, row);
+      });
     }
-    if (id == hwTables().rbegin()->first) physical_->recheck(index);
   }
-  if (id != hwTables().begin()->first) return;
+  const bool last = tables.contains(hwTables().rbegin()->first);
+  std::vector<AuditFinding> found;
+  constexpr HwIndex ahead = 8;
+  U32 expected[maxRowWords];
+  for (const HwIndex index : rows) {
+    physical_->entrySoon(index + ahead);
+    const HashBaseCuckooEntry* entry = physical_->entryAt(index);
+    if (!entry && swTables() > 1 && physical_->owner(index) != swTable()) continue;
+    physical_->expectedImage(index, expected);
+    for (const auto& [id, table] : tables) {
+      if (!unread.empty() && unread.contains({id, index})) {
+        found.push_back({AuditFinding::Kind::unreadable, id, index});
+      } else if (!table->same(index, expected, table->image(index))) {
+        if (const auto kind = judge(*table, index)) found.push_back({*kind, id, index});
+      }
+    }
+    if (last && swTable()->count(KeyRecord::marked) != 0) physical_->recheck(index);
+  }
+  const HwTableId first = hwTables().begin()->first;
   for (const HashBaseCuckooEntry* entry : physical_->missing()) {
-    if (&entry->table() != swTable()) continue;
-    auditFindingIs({.kind = AuditFinding::Kind::missing,
-                    .table = id,
-                    .index = AuditFinding::noRow,
-                    .entry = entry});
+    if (&entry->table() != swTable() || !tables.contains(first)) continue;
+    found.push_back({.kind = AuditFinding::Kind::missing,
+                     .table = first,
+                     .index = AuditFinding::noRow,
+                     .entry = entry});
   }
+  std::stable_sort(found.begin(), found.end(),
+                   [](const auto& one, const auto& other) { return one.table < other.table; });
+  for (const AuditFinding& each : found) auditFindingIs(each);
+}
+
+/// A row that was read is not what it should be. Marks the entry in it, and returns what an audit
+/// reports.
+std::optional<AuditFinding::Kind> PhysicalHashTableConvertor::judge(const HwTableConfig& table,
+                                                                    HwIndex index) {
+  const bool absent = table.state(index) == HwTableConfig::Row::absent;
+  const HashBaseCuckooEntry* entry = physical_->entryAt(index);
+  if (!entry) {
+    if (absent) return std::nullopt;
+    return AuditFinding::Kind::unexpected;
+  }
+  U32 empty[maxRowWords];
+  physical_->emptyImage(index, empty);
+  const bool missing = absent || table.same(index, empty, table.image(index));
+  entry->table().hwInconsistentEntryIsFromHashItem(*entry);
+  return missing ? AuditFinding::Kind::missing : AuditFinding::Kind::inconsistent;
 }
 
 void PhysicalHashTableConvertor::expectedImage(HwTableId, HwIndex index, U32* image) const {

@@ -82,6 +82,8 @@ class VELA_EXPORT HashBaseTable : public SwTable {
 /// Base of the convertors of hash tables.
 class VELA_EXPORT PhysicalHashTableConvertor : public SwTableProfileConvertor {
  public:
+  using HwTables = std::map<HwTableId, Orb::Ptr<HwTableConfig>>;
+
   ~PhysicalHashTableConvertor() override;
   void handleHitBitEntry(HwTableId table, HwIndex index) override;
   void doInitTableStats() override;
@@ -90,6 +92,8 @@ class VELA_EXPORT PhysicalHashTableConvertor : public SwTableProfileConvertor {
   U32 entriesPeak(U32 index) const override;
   void initHwEntries(bool overwrite, U32 start) override;
   void syncEntries(U32 id) override;
+  /// The same of several; `tables` are some of hwTables().
+  void audit(const HwTables& tables);
   void expectedImage(HwTableId table, HwIndex index, U32* image) const override;
   const RowLayout& rowLayout(HwTableId table, HwIndex index) const override;
   bool rowSound(HwTableId table, HwIndex index) const override;
@@ -118,6 +122,9 @@ class VELA_EXPORT PhysicalHashTableConvertor : public SwTableProfileConvertor {
   U32 swTables() const { return physical_ ? physical_->swTables() : 0; }
 
  private:
+  std::vector<HwIndex> rowsToAudit() const;
+  std::optional<AuditFinding::Kind> judge(const HwTableConfig& table, HwIndex index);
+
   Orb::Ptr<PhysicalHashTable> physical_;
 };
 

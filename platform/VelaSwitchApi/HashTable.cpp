@@ -1,5 +1,7 @@
 #include "VelaSwitchApi/HashTable.h"
 
+#include <utility>
+
 namespace VelaSwitchApi {
 namespace {
 
@@ -54,7 +56,7 @@ void HashTable::entryIsByHashItem(HashItem& hashItem) {
 void HashTable::adopt(HashBaseCuckooEntry& item) {
   HashBaseCuckooEntry* known = record(item);
   if (known == &item) return;
-  if (!known) return add(item.keyTag(), item);
+  if (!known) return add(item);
   item.recordedStatus_ = known->recordedStatus_;
   item.recordedHit_ = known->recordedHit_;
   replace(*known, item);
@@ -64,7 +66,7 @@ void HashTable::adopt(HashBaseCuckooEntry& item) {
 HashBaseCuckooEntry& HashTable::recordFor(const HashBaseCuckooEntry& item) {
   if (HashBaseCuckooEntry* known = record(item)) return *known;
   const Orb::Ptr<HashBaseCuckooEntry> fresh = freshItem(item);
-  add(fresh->keyTag(), *fresh);
+  add(*fresh);
   return *fresh;
 }
 
@@ -212,9 +214,59 @@ void HashTable::programRecord(HashBaseCuckooEntry& record) {
   }
 }
 
+bool HashTable::stageable(const KeyRecord& record, bool desired) const {
+  if (!initialized()) return true;
+  // The item may be another one then.
+  if (itemsLost_) return false;
+  const auto& item = static_cast<const HashBaseCuckooEntry&>(record);
+  return profileConvertor().physicalTable().stageable(item, desired);
+}
+
+void HashTable::stage(KeyRecord& record) {
+  if (!initialized()) return;
+  auto& item = static_cast<HashBaseCuckooEntry&>(record);
+  flagIs(item, KeyRecord::cached, true);
+  updateHashItem(item);
+  profileConvertor().physicalTable().stage(item, types().run());
+}
+
+void HashTable::flush() {
+  if (!initialized()) return;
+  types().run().flush();
+  profileConvertor().physicalTable().settleStaged();
+  lastFailed_ = false;
+}
+
+void HashTable::settle(KeyRecord& record) {
+  const Orb::Ptr<HashBaseCuckooEntry> item = &static_cast<HashBaseCuckooEntry&>(record);
+  flagIs(record, KeyRecord::staged, false);
+  if (!initialized()) return;
+  // As each entry that is announced alone does with what failed before it.
+  if (std::exchange(lastFailed_, false)) profileConvertor().physicalTable().retry();
+  lastFailed_ = item->programmedStatus() == EntryProgrammedStatus::hardwareError;
+  if (item->valid()) {
+    traceItem("Programming Entry ", *item);
+    programmed(*item);
+  } else {
+    traceItem("Removing Entry ", *item);
+    removed(*item);
+  }
+}
+
+EntryProgrammedStatus HashTable::statusOf(const KeyRecord* record) const {
+  if (!record || !record->has(KeyRecord::stated)) return EntryProgrammedStatus::notProgrammed;
+  if (record->has(KeyRecord::marked)) return EntryProgrammedStatus::hardwareError;
+  return static_cast<const HashBaseCuckooEntry*>(record)->recordedStatus();
+}
+
 void HashTable::program(HashBaseCuckooEntry& item) {
   traceItem("Programming Entry ", item);
   profileConvertor().handleHashEntry(item);
+  programmed(item);
+}
+
+/// Records what came of programming an item.
+void HashTable::programmed(HashBaseCuckooEntry& item) {
   // Whoever heard of other entries' statuses meanwhile may have withdrawn this one.
   if (!isCurrent(item)) return;
   recordStatus(item);
@@ -229,6 +281,10 @@ void HashTable::remove(HashBaseCuckooEntry& item) {
   traceItem("Removing Entry ", item);
   const bool success = profileConvertor().handleHashEntry(item);
   ORB_ASSERT(success);
+  removed(item);
+}
+
+void HashTable::removed(HashBaseCuckooEntry& item) {
   // Or announced it again.
   if (entryHasByHashItem(item)) return;
   if (HashBaseCuckooEntry* known = record(item)) flagIs(*known, KeyRecord::cached, false);

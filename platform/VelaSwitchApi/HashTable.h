@@ -24,6 +24,8 @@ class VELA_EXPORT HashTable : public HashBaseTable {
   bool entryUnclaimedByHashItem(const HashItem& item) const override;
   void entryReleaseByHashItem(const HashItem& item) override;
 
+  EntryProgrammedStatus statusOf(const KeyRecord* record) const override;
+
   /// Drops the items, not what the physical table has: those are found there again.
   void hashItemDelAll();
 
@@ -62,6 +64,11 @@ class VELA_EXPORT HashTable : public HashBaseTable {
 
   void handleInitialized() override;
 
+  bool stageable(const KeyRecord& record, bool desired) const override;
+  void stage(KeyRecord& record) override;
+  void flush() override;
+  void settle(KeyRecord& record) override;
+
  private:
   /// The item of the same key that the physical table has, or null.
   HashBaseCuckooEntry* placedItem(const HashBaseCuckooEntry& item) const;
@@ -70,11 +77,14 @@ class VELA_EXPORT HashTable : public HashBaseTable {
   void adopt(HashBaseCuckooEntry& item);
   HashBaseCuckooEntry& recordFor(const HashBaseCuckooEntry& item);
   void program(HashBaseCuckooEntry& item);
+  void programmed(HashBaseCuckooEntry& item);
   void remove(HashBaseCuckooEntry& item);
+  void removed(HashBaseCuckooEntry& item);
   void traceItem(const char* what, const HashBaseCuckooEntry& item) const;
 
   Options options_;
-  bool itemsLost_ = false;  ///< Items were dropped that the physical table may have.
+  bool lastFailed_ = false;  ///< Of a batch, the entry that was settled last.
+  bool itemsLost_ = false;   ///< Items were dropped that the physical table may have.
 };
 
 }  // namespace VelaSwitchApi

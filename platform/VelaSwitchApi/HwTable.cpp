@@ -2,14 +2,9 @@
 
 #include <algorithm>
 
+#include "VelaSwitchApi/RowReads.h"
+
 namespace VelaSwitchApi {
-namespace {
-
-/// How often a row is read before the failure counts: at a restart a row that was not read is an
-/// entry that was not found.
-constexpr int readAttempts = 3;
-
-}  // namespace
 
 void HwTableRegisterMapping::forEachRun(HwIndex first, HwIndex last, const Visitor& visit) const {
   for (HwIndex index = first; index <= last; ++index) visit(index, index, getRegister(index));
@@ -68,31 +63,32 @@ HwTableConfig::HwTableConfig(Orb::PtrConst<HwTableDescriptor> descriptor, Regist
   busTable_ = bus.tableIs(descriptor_->identity, descriptor_->last);
   descriptor_->mapping->forEachRun(descriptor_->first, descriptor_->last,
                                    [&](HwIndex first, HwIndex, const HwAddressColl& addresses) {
-                                     Run run{first, {}};
+                                     Run run{first, {}, {}};
                                      for (const auto& [word, path] : addresses.addresses()) {
                                        ORB_ASSERT(word < descriptor_->rowWords);
                                        run.mapped.push_back({word, bus.registerIs(path)});
+                                       run.values.push_back({run.mapped.back().reg, 0});
+                                       run.compared[word] = ~U32{0};
                                      }
                                      runs_.push_back(std::move(run));
                                    });
   const std::size_t rows = descriptor_->last - descriptor_->first + 1;
-  images_.resize(rows * descriptor_->rowWords);
+  images_.resize(rows * descriptor_->rowWords + maxRowWords);
   states_.resize(rows, Row::unknown);
   written_.resize(rows);
 }
 
-const std::vector<HwTableConfig::Mapped>& HwTableConfig::mapped(HwIndex index) const {
-  if (runs_.size() == 1) return runs_.front().mapped;
+const HwTableConfig::Run& HwTableConfig::runOfMany(HwIndex index) const {
   const auto next = std::upper_bound(runs_.begin(), runs_.end(), index,
-                                     [](HwIndex i, const Run& run) { return i < run.first; });
-  return std::prev(next)->mapped;
+                                     [](HwIndex i, const Run& each) { return i < each.first; });
+  return *std::prev(next);
 }
 
-bool HwTableConfig::same(HwIndex index, const U32* a, const U32* b) const {
-  for (const Mapped& m : mapped(index)) {
-    if (((a[m.word] ^ b[m.word]) & ~staticWords_[m.word]) != 0) return false;
+void HwTableConfig::staticWordIs(DataArrayIndex index, U32 mask) {
+  staticWords_[index] = mask;
+  for (Run& run : runs_) {
+    for (const Mapped& m : run.mapped) run.compared[m.word] = ~staticWords_[m.word];
   }
-  return true;
 }
 
 std::array<U32, maxRowWords> HwTableConfig::differentBits(HwIndex index,
@@ -116,44 +112,40 @@ bool HwTableConfig::stage(HwIndex index, const U32* words) {
 
 /// Writes the image that was staged.
 bool HwTableConfig::write(HwIndex index) {
-  const U32 at = position(index);
   const U32* words = image(index);
-  std::array<RegisterBus::RegisterValue, maxRowWords> values;
-  std::size_t count = 0;
-  for (const Mapped& m : mapped(index)) values[count++] = {m.reg, words[m.word]};
-  const bool good = bus_.rowIs(busTable_, index, {values.data(), count});
-  states_[at] = good ? Row::held : Row::lost;
-  written_[at] = written_[at] || good;
+  Run& written = run(index);
+  auto value = written.values.begin();
+  for (const Mapped& m : written.mapped) (value++)->value = words[m.word];
+  const bool good = bus_.rowIs(busTable_, index, written.values);
+  entryWritten(index, good);
   return good;
 }
 
 RegisterBus::Read HwTableConfig::readEntry(HwIndex index) {
-  const U32 at = position(index);
-  const std::vector<Mapped>& registers = mapped(index);
-  std::array<RegisterBus::RegisterValue, maxRowWords> values;
-  std::size_t count = 0;
-  for (const Mapped& m : registers) values[count++] = {m.reg, 0};
-  auto read = RegisterBus::Read::failed;
-  for (int attempt = 0; attempt < readAttempts && read == RegisterBus::Read::failed; ++attempt) {
-    read = bus_.row(busTable_, index, {values.data(), count});
-  }
-  if (read == RegisterBus::Read::failed) {
-    if (states_[at] == Row::unknown) states_[at] = Row::unread;
-    return read;
-  }
+  RowReads one;
+  one.add(*this, index);
+  auto outcome = RegisterBus::Read::failed;
+  one.flush([&](const auto&, HwIndex, RegisterBus::Read read, bool) { outcome = read; });
+  return outcome;
+}
 
-  U32* held = image(index);
-  const bool unchanged =
-      states_[at] == Row::held && read == RegisterBus::Read::held &&
-      std::equal(values.begin(), values.begin() + static_cast<std::ptrdiff_t>(count),
-                 registers.begin(),
-                 [&](const auto& value, const Mapped& m) { return value.value == held[m.word]; });
-  if (!unchanged) {
-    std::fill_n(held, descriptor_->rowWords, 0);
-    for (std::size_t i = 0; i < count; ++i) held[registers[i].word] = values[i].value;
+bool HwTableConfig::entryRead(const RegisterBus::RowRead& row) {
+  Row& state = states_[position(row.index)];
+  const Row before = state;
+  if (row.read == RegisterBus::Read::failed) {
+    if (before == Row::unknown) state = Row::unread;
+    return before == Row::unread;
   }
-  states_[at] = read == RegisterBus::Read::held ? Row::held : Row::absent;
-  return read;
+  state = row.read == RegisterBus::Read::held ? Row::held : Row::absent;
+  U32* held = image(row.index);
+  const auto* value = row.values.data();
+  U32 changed = 0;
+  for (const Mapped& m : mapped(row.index)) changed |= (value++)->value ^ held[m.word];
+  if (before == Row::held && state == Row::held && changed == 0) return false;
+  std::fill_n(held, descriptor_->rowWords, 0);
+  value = row.values.data();
+  for (const Mapped& m : mapped(row.index)) held[m.word] = (value++)->value;
+  return before == Row::unread;
 }
 
 HitBitTableConfig::HitBitTableConfig(Orb::PtrConst<HitBitTableDescriptor> descriptor,

@@ -5,11 +5,13 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "Orb/Ptr.h"
 #include "VelaSwitchApi/RegisterBus.h"
 #include "VelaSwitchApi/RowLayout.h"
+#include "VelaSwitchApi/RowRun.h"
 
 namespace VelaSwitchApi {
 
@@ -197,6 +199,7 @@ class VELA_EXPORT HwTableConfig : public Orb::PtrInterface {
   HwTableConfig(Orb::PtrConst<HwTableDescriptor> descriptor, RegisterBus& bus);
 
   const HwTableDescriptor& descriptor() const { return *descriptor_; }
+  RegisterBus& bus() const { return bus_; }
   bool active() const { return descriptor_->state == TableState::active; }
   RegisterBus::TableHandle busHandle() const { return busTable_; }
 
@@ -205,35 +208,55 @@ class VELA_EXPORT HwTableConfig : public Orb::PtrInterface {
   bool entryIs(const HwEntryConfig& entry) {
     return entryIs(entry.index(), entry.words(), [] {});
   }
-  /// The same from an image of rowWords words. Calls `before()` when the row is about to be
-  /// written.
+  /// The same from an image of maxRowWords words. Calls `before()` when the row is about to be
+  /// written. With a run it is written later, with that: true says nothing of it yet.
   template <class Before>
-  bool entryIs(HwIndex index, const U32* image, const Before& before) {
+  bool entryIs(HwIndex index, const U32* image, const Before& before,
+               const RowRun::Later& later = {}) {
     if (!stage(index, image)) return true;
     before();
-    return write(index);
+    if (!later.run) return write(index);
+    later.run->add(*later.owner, *this, index);
+    return true;
+  }
+  /// A run wrote the row's image, or failed to.
+  void entryWritten(HwIndex index, bool good) {
+    const U32 at = position(index);
+    states_[at] = good ? Row::held : Row::lost;
+    written_[at] = written_[at] || good;
   }
   /// Reads the row from hardware into the image, trying again a few times before it reports a
   /// failure; words without a register keep what they held when the mapped ones are unchanged, and
   /// become 0 otherwise.
   RegisterBus::Read readEntry(HwIndex index);
+  /// The row was read with others, or could not be. Returns whether it could not be before.
+  bool entryRead(const RegisterBus::RowRead& row);
   /// Makes the next entryIs() of the row write whatever it is given.
   void entryForget(HwIndex index) { states_[position(index)] = Row::lost; }
 
   Row state(HwIndex index) const { return states_[position(index)]; }
+  /// Whether nothing was ever heard of the row, and it was not written.
+  bool unheard(HwIndex index) const {
+    return state(index) == Row::unknown || state(index) == Row::unread;
+  }
   /// Whether this run wrote the row.
   bool written(HwIndex index) const { return written_[position(index)]; }
-  /// The row's image, `rowWords` of them.
+  /// The row's image: `rowWords` words, and behind them others of no meaning up to maxRowWords.
   const U32* image(HwIndex index) const { return &images_[imageAt(index)]; }
   U32* image(HwIndex index) { return &images_[imageAt(index)]; }
 
   /// Whether the words with a register are the same, static bits aside.
-  bool same(HwIndex index, const U32* a, const U32* b) const;
+  bool same(HwIndex index, const U32* a, const U32* b) const {
+    const StaticWords& mask = run(index).compared;
+    U32 different = 0;
+    for (U8 word = 0; word < maxRowWords; ++word) different |= (a[word] ^ b[word]) & mask[word];
+    return different == 0;
+  }
   /// The bits in which the row's image differs from `expected`, in words with a register and
   /// without the static bits.
   std::array<U32, maxRowWords> differentBits(HwIndex index, const U32* expected) const;
 
-  void staticWordIs(DataArrayIndex index, U32 mask) { staticWords_[index] = mask; }
+  void staticWordIs(DataArrayIndex index, U32 mask);
   /// The bits of the word that depend on the row's place alone.
   U32 staticBits(DataArrayIndex index) const { return staticWords_[index]; }
 
@@ -242,7 +265,11 @@ class VELA_EXPORT HwTableConfig : public Orb::PtrInterface {
     DataArrayIndex word;
     RegisterBus::RegisterHandle reg;
   };
-  const std::vector<Mapped>& mapped(HwIndex index) const;
+  const std::vector<Mapped>& mapped(HwIndex index) const { return run(index).mapped; }
+  /// Their registers, with values of no meaning.
+  const std::vector<RegisterBus::RegisterValue>& registers(HwIndex index) {
+    return run(index).values;
+  }
 
  private:
   bool stage(HwIndex index, const U32* words);
@@ -259,7 +286,16 @@ class VELA_EXPORT HwTableConfig : public Orb::PtrInterface {
   struct Run {
     HwIndex first;
     std::vector<Mapped> mapped;
+    /// The registers, with room for what is written to them.
+    std::vector<RegisterBus::RegisterValue> values;
+    /// The bits of each word that are compared.
+    StaticWords compared{};
   };
+  Run& run(HwIndex index) { return const_cast<Run&>(std::as_const(*this).run(index)); }
+  const Run& run(HwIndex index) const {
+    return runs_.size() == 1 ? runs_.front() : runOfMany(index);
+  }
+  const Run& runOfMany(HwIndex index) const;
 
   Orb::PtrConst<HwTableDescriptor> descriptor_;
   RegisterBus& bus_;

@@ -4,6 +4,27 @@
 #include <utility>
 
 namespace VelaSwitchApi {
+namespace {
+
+constexpr const char* statusNames[] = {"notProgrammed", "programmed", "tableFull", "hardwareError",
+                                       "duplicateKey"};
+
+}  // namespace
+
+const char* nameOf(EntryProgrammedStatus status) {
+  return statusNames[static_cast<std::size_t>(status)];
+}
+
+void parseText(Orb::TextCursor& cursor, EntryProgrammedStatus& status) {
+  const std::string_view word = cursor.word();
+  for (std::size_t i = 0; i < std::size(statusNames); ++i) {
+    if (word == statusNames[i]) {
+      status = static_cast<EntryProgrammedStatus>(i);
+      return;
+    }
+  }
+  throw Orb::TextException("\"" + std::string(word) + "\" is not a programming status");
+}
 
 KeyRecords::~KeyRecords() {
   index_.forEach([&](void* record) { static_cast<KeyRecord*>(record)->given(); });
@@ -32,7 +53,9 @@ void KeyRecords::reserve(U32 count) {
 
 void KeyRecords::replace(KeyRecord& record, KeyRecord& next) {
   next.taken();
-  next.flags_ = std::exchange(record.flags_, U8{0});
+  // What is staged is the record that goes.
+  if (record.has(KeyRecord::staged)) --counts_[KeyRecord::staged];
+  next.flags_ = static_cast<U8>(std::exchange(record.flags_, U8{0}) & ~(1 << KeyRecord::staged));
   index_.replace(record.keyTag(), &record, &next);
   record.given();
 }

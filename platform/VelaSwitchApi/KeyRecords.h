@@ -9,12 +9,49 @@
 #include "Orb/Text.h"
 
 /// What software tables know of their keys: one record for each.
-namespace VelaSwitchTable {
+namespace VelaSwitchApi {
+
 template <class Key, class Result, class Record>
 class EntryStore;
-}
 
-namespace VelaSwitchApi {
+/// Outcome of the last attempt to program an entry.
+enum class EntryProgrammedStatus : U8 {
+  notProgrammed,
+  programmed,
+  tableFull,      ///< No arrangement of the table's entries has room for it.
+  hardwareError,  ///< A register access failed; what hardware holds is not what is desired.
+  duplicateKey,   ///< Hardware cannot tell it from an entry that was there before.
+};
+VELA_EXPORT const char* nameOf(EntryProgrammedStatus status);
+inline void appendText(Orb::TextSink& sink, EntryProgrammedStatus status) {
+  sink.append(nameOf(status));
+}
+VELA_EXPORT void parseText(Orb::TextCursor& cursor, EntryProgrammedStatus& status);
+
+/// Entries whose rows go to the bus together, at most.
+inline constexpr std::size_t batchMost = 64;
+
+/// What became of an entry of a batch, as it stands when it is told.
+struct EntryOutcome {
+  bool known;    ///< It had been announced before, and not withdrawn since.
+  bool changed;  ///< As entryIs() and entryDel() return it.
+  EntryProgrammedStatus status;
+};
+
+/// Hears how a batch goes on.
+class BatchListener {
+ public:
+  /// The entry of the number is announced or withdrawn now: what is written next, row by row, is
+  /// for it. Its outcome may follow later, and this come a second time before. The table must not
+  /// be changed meanwhile.
+  virtual void entryBegins(std::size_t /*number*/) {}
+  /// All rows of the entry are written, or failed, and so is all that came before it. Called once
+  /// for each entry, in order.
+  virtual void entryDone(std::size_t number, const EntryOutcome& outcome) = 0;
+
+ protected:
+  ~BatchListener() = default;
+};
 
 /// The record of a key, as far as it does not depend on the key's type. It is its table's as long
 /// as any of its flags is set.
@@ -27,8 +64,9 @@ class VELA_EXPORT KeyRecord {
     cached,     ///< Of hash tables: it is programmed or waits to be.
     stated,     ///< Likewise: it has a status.
     noted,      ///< For whoever owns the table, as long as there is an entry.
+    staged,     ///< Its rows are to be written with others of a batch.
   };
-  static constexpr U8 flags = noted + 1;
+  static constexpr U8 flags = staged + 1;
 
   KeyRecord(const KeyRecord&) = delete;
   KeyRecord& operator=(const KeyRecord&) = delete;
@@ -38,7 +76,7 @@ class VELA_EXPORT KeyRecord {
   bool known() const { return flags_ != 0; }
 
   // The key, and those of other records of the same type.
-  virtual U32 keyTag() const = 0;  ///< A hash of it.
+  U32 keyTag() const { return tag_; }  ///< A hash of it.
   virtual bool hasKeyOf(const KeyRecord& other) const = 0;
   virtual bool comesBefore(const KeyRecord& other) const = 0;
   virtual void appendKey(Orb::TextSink& sink) const = 0;
@@ -56,7 +94,7 @@ class VELA_EXPORT KeyRecord {
   static void operator delete(void* record, Orb::Slab&) { Orb::Slab::give(record); }
 
  protected:
-  KeyRecord() = default;
+  explicit KeyRecord(U32 tag) : tag_(tag) {}
   virtual ~KeyRecord() = default;
 
  private:
@@ -66,6 +104,7 @@ class VELA_EXPORT KeyRecord {
   /// And now no more.
   virtual void given() { delete this; }
 
+  U32 tag_;
   U8 flags_ = 0;
 };
 
@@ -76,6 +115,9 @@ class VELA_EXPORT KeyRecords {
 
   KeyRecords(const KeyRecords&) = delete;
   KeyRecords& operator=(const KeyRecords&) = delete;
+
+  /// What became of the entry of the record, which may be null.
+  virtual EntryProgrammedStatus statusOf(const KeyRecord* record) const = 0;
 
   /// Records that have the flag.
   U32 count(Flag flag) const { return counts_[flag]; }
@@ -137,9 +179,9 @@ class VELA_EXPORT KeyRecords {
   bool update(KeyRecord& other) const;
 
   /// Adds a record of a new key; to be given a flag at once.
-  void add(U32 tag, KeyRecord& record) {
+  void add(KeyRecord& record) {
     record.taken();
-    index_.add(tag, &record);
+    index_.add(record.keyTag(), &record);
   }
   /// Puts another record of the same key, without flags, in a record's place.
   void replace(KeyRecord& record, KeyRecord& next);
@@ -154,12 +196,23 @@ class VELA_EXPORT KeyRecords {
   /// Clears the flag of all records.
   void flagDelAll(Flag flag);
 
+  /// Whether what is to be done for the key, whose entry is `desired` or is withdrawn, concerns no
+  /// other entries and no rows that failed.
+  virtual bool stageable(const KeyRecord& record, bool desired) const = 0;
+  /// Does it, but for the rows, which are written by the next flush.
+  virtual void stage(KeyRecord& record) = 0;
+  /// Writes the rows that are staged; `number` says of which entry of a batch the next ones are.
+  virtual void flush() = 0;
+  virtual void stagedNumberIs(std::size_t number) = 0;
+  /// The record's rows were flushed: brings what is known of its key up to date.
+  virtual void settle(KeyRecord& record) = 0;
+
  private:
   void drop(KeyRecord& record);
 
   /// Who knows their keys and results.
   template <class Key, class Result, class Record>
-  friend class ::VelaSwitchTable::EntryStore;
+  friend class EntryStore;
 
   Orb::RecordIndex index_;
   Orb::Slab slab_;

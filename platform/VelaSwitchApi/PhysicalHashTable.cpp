@@ -7,6 +7,7 @@
 
 #include "VelaSwitch/Crc.h"
 #include "VelaSwitchApi/HashBase.h"
+#include "VelaSwitchApi/RowReads.h"
 
 namespace VelaSwitchApi {
 namespace {
@@ -31,6 +32,10 @@ bool HashBaseCuckooEntry::isEqual(const Keel::Cuckoo::HashItem& other) const {
 
 bool HashBaseHelper::entryOwned(HwIndex) const { return true; }
 bool HashBaseHelper::rowSound(const U32*) const { return true; }
+void HashBaseHelper::setEmptyImage(Keel::Cuckoo::CuckooLocation location, U32* image) const {
+  std::fill_n(image, maxRowWords, 0);
+  setHwBuffer(*nullHashEntry(), location, reinterpret_cast<U8*>(image));
+}
 
 PhysicalHashTable::PhysicalHashTable(const PhysicalHashProperties& properties)
     : properties_(properties.fields()),
@@ -59,10 +64,6 @@ Orb::Ptr<HwTableConfig> PhysicalHashTable::hwTable(HwTableId id) const {
     if (table->descriptor().identity.id == id) return table;
   }
   return nullptr;
-}
-
-HashBaseCuckooEntry* PhysicalHashTable::entryAt(HwIndex index) const {
-  return static_cast<HashBaseCuckooEntry*>(engine_.at(location(index)));
 }
 
 void PhysicalHashTable::swTableDel(HashBaseTable* table) {
@@ -161,7 +162,7 @@ void PhysicalHashTable::pack(const HashBaseCuckooEntry& entry, Location location
 }
 
 void PhysicalHashTable::emptyImage(HwIndex index, U32* image) const {
-  pack(*joined_.front().helper->nullHashEntry(), location(index), image);
+  joined_.front().helper->setEmptyImage(location(index), image);
 }
 
 void PhysicalHashTable::expectedImage(HwIndex index, U32* image) const {
@@ -178,9 +179,11 @@ bool PhysicalHashTable::writeImage(HwIndex index, const U32* image, bool empty) 
   return good;
 }
 
-bool PhysicalHashTable::writeTo(HwTableConfig& table, HwIndex index, const U32* image, bool empty) {
+bool PhysicalHashTable::writeTo(HwTableConfig& table, HwIndex index, const U32* image, bool empty,
+                                RowRun* run) {
   const HwTableId id = table.descriptor().identity.id;
-  const bool good = table.entryIs(index, image, [&] { hits_.rowChanges(id, index, empty); });
+  const bool good =
+      table.entryIs(index, image, [&] { hits_.rowChanges(id, index, empty); }, {run, this});
   hits_.rowChanged(id, index, good && empty);
   return good;
 }
@@ -223,7 +226,36 @@ bool PhysicalHashTable::writeEmpty(HwIndex index, bool entrys) {
   return good;
 }
 
+/// The row that an entry is written to, or that it leaves to nobody, where nothing else is
+/// concerned.
+std::optional<PhysicalHashTable::Location> PhysicalHashTable::plainRow(
+    const HashBaseCuckooEntry& entry, bool desired) const {
+  if (!plain()) return std::nullopt;
+  if (!entry.placed()) return desired ? engine_.freeRow(entry) : std::nullopt;
+  const Location at = engine_.location(entry);
+  const bool goes = engine_.at(at) == &entry && engine_.waiting().empty();
+  return desired || goes ? std::optional(at) : std::nullopt;
+}
+
+bool PhysicalHashTable::placePlainly(HashBaseCuckooEntry& entry) {
+  const auto at = plainRow(entry, true);
+  if (!at) return false;
+  U32 image[maxRowWords];
+  pack(entry, *at, image);
+  if (writeImage(hwIndex(*at), image, false)) {
+    entry.status_ = Status::programmed;
+    if (!entry.placed()) adoptAt(entry, *at);
+  } else if (!entry.placed()) {
+    failedAt(entry, *at);
+  } else {
+    entry.status_ = Status::hardwareError;
+  }
+  return true;
+}
+
 void PhysicalHashTable::place(HashBaseCuckooEntry& entry) {
+  if (placePlainly(entry)) [[likely]]
+    return revisit();
   clearStaleRows();
   if (const auto stale = rowOf(stale_, entry)) {
     engine_.waitDel(entry);
@@ -237,6 +269,58 @@ void PhysicalHashTable::place(HashBaseCuckooEntry& entry) {
     placeNew(entry);
   }
   revisit();
+}
+
+void PhysicalHashTable::stage(HashBaseCuckooEntry& entry, RowRun& run) {
+  const auto at = plainRow(entry, entry.valid());
+  ORB_ASSERT(at);
+  const HwIndex index = hwIndex(*at);
+  const bool isNew = !entry.placed();
+  U32 image[maxRowWords];
+  if (entry.valid()) {
+    pack(entry, *at, image);
+  } else {
+    emptyImage(index, image);
+  }
+  staged_.push_back({&entry, index, isNew});
+  if (!entry.valid()) {
+    hits_.entryDel(entry);
+    takeOut(entry);
+  }
+  const std::size_t before = run.size();
+  for (const auto& table : hwTables_) writeTo(*table, index, image, !entry.valid(), &run);
+  staged_.back().unwritten = static_cast<U32>(run.size() - before);
+  // What lies in the row until now may have been hit: only then it is the entry's.
+  if (isNew) engine_.adopt(entry, *at);
+}
+
+/// A staged row was written, or could not be.
+void PhysicalHashTable::rowWritten(HwTableConfig& table, HwIndex index, bool good) {
+  // In the order in which they were staged; where hardware held the words already there is none.
+  while (staged_[written_].index != index) ++written_;
+  Staged& staged = staged_[written_];
+  if (good) --staged.unwritten;
+  hits_.rowChanged(table.descriptor().identity.id, index, good && !staged.entry->valid());
+}
+
+void PhysicalHashTable::settleStaged() {
+  for (const auto& [entry, index, isNew, unwritten] : staged_) {
+    if (unwritten == 0) {
+      entry->status_ = entry->valid() ? Status::programmed : Status::notProgrammed;
+      if (isNew) counted(*entry, 1);
+      continue;
+    }
+    entry->status_ = Status::hardwareError;
+    if (entry->valid() && !isNew) continue;
+    // As for one that is written alone: what the row holds is unknown, and it is nobody's.
+    DoubtfulRow& stale = staleRowIs(index);
+    addOnce(stale.holds, entry.get());
+    if (!isNew) continue;
+    engine_.remove(*entry);
+    addOnce(stale.waits, entry.get());
+  }
+  staged_.clear();
+  written_ = 0;
 }
 
 void PhysicalHashTable::placeNew(HashBaseCuckooEntry& entry) {
@@ -296,16 +380,19 @@ bool PhysicalHashTable::placeOverUndecided(HashBaseCuckooEntry& entry) {
       entry.status_ = Status::programmed;
       adoptAt(entry, at);
     } else {
-      failed({.outcome = Keel::Cuckoo::Outcome::failed,
-              .moves = 0,
-              .failedAt = at,
-              .failedItem = &entry},
-             entry);
+      failedAt(entry, at);
     }
     lastWritten_ = nullptr;
     return true;
   }
   return false;
+}
+
+/// The entry's own row could not be written.
+void PhysicalHashTable::failedAt(HashBaseCuckooEntry& entry, Location at) {
+  failed(
+      {.outcome = Keel::Cuckoo::Outcome::failed, .moves = 0, .failedAt = at, .failedItem = &entry},
+      entry);
 }
 
 /// The entry could not be placed because a row could not be written.
@@ -318,7 +405,27 @@ void PhysicalHashTable::failed(const Keel::Cuckoo::InsertResult& result,
   addOnce(stale.waits, &entry);
 }
 
+/// Takes an entry out whose row passes on to nobody.
+bool PhysicalHashTable::removePlainly(HashBaseCuckooEntry& entry) {
+  const auto at = plainRow(entry, false);
+  if (!at) return false;
+  const Orb::Ptr<HashBaseCuckooEntry> keep(&entry);
+  hits_.entryDel(entry);
+  takeOut(entry);
+  if (writeEmpty(hwIndex(*at), true)) {
+    entry.status_ = Status::notProgrammed;
+  } else {
+    entry.status_ = Status::hardwareError;
+    addOnce(staleRowIs(hwIndex(*at)).holds, &entry);
+  }
+  return true;
+}
+
 bool PhysicalHashTable::remove(HashBaseCuckooEntry& entry) {
+  if (removePlainly(entry)) [[likely]] {
+    revisit();
+    return true;
+  }
   clearStaleRows();
   const Orb::Ptr<HashBaseCuckooEntry> keep(&entry);
   const bool duplicate = duplicateDel(entry);
@@ -542,10 +649,9 @@ void PhysicalHashTable::settle() {
 
 /// Lets tables handle entries again, and tells them of those that came in. Handling one may add
 /// others, which then wait their turn.
-void PhysicalHashTable::revisit() {
+void PhysicalHashTable::revisitThose() {
   const auto done = [&] { return revisit_.empty() && cameIn_.empty() && !cleared_; };
-  if (revisiting_ || done()) [[likely]]
-    return;
+  if (revisiting_) return;
   revisiting_ = true;
   while (!done()) {
     const Entries cameIn = std::exchange(cameIn_, {});
@@ -618,16 +724,34 @@ bool PhysicalHashTable::decide(HwIndex index) {
 
 /// Reads a row where nothing is known of it yet.
 void PhysicalHashTable::readRow(HwIndex index) {
-  using Row = HwTableConfig::Row;
   for (const auto& table : hwTables_) {
-    const Row state = table->state(index);
-    if (state == Row::unknown || state == Row::unread) table->readEntry(index);
+    if (table->unheard(index)) table->readEntry(index);
   }
 }
 
+/// Reads the rows from `first` up to `end` that are `wanted(table, index)`.
+template <class Wanted>
+void PhysicalHashTable::readRows(HwIndex first, HwIndex end, const Wanted& wanted) {
+  RowReads reads;
+  for (HwIndex index = first; index < end; ++index) {
+    for (const auto& table : hwTables_) {
+      if (wanted(*table, index)) reads.add(*table, index);
+      if (reads.full()) reads.flush();
+    }
+  }
+  reads.flush();
+}
+
 void PhysicalHashTable::rebuild() {
-  for (HwIndex index = 0; index < engine_.capacity(); ++index) {
-    if (!entryAt(index)) decide(index);
+  constexpr HwIndex together = 64;
+  for (HwIndex first = 0; first < engine_.capacity(); first += together) {
+    const HwIndex end = std::min(first + together, engine_.capacity());
+    readRows(first, end, [&](const HwTableConfig& table, HwIndex index) {
+      return !entryAt(index) && table.unheard(index);
+    });
+    for (HwIndex index = first; index < end; ++index) {
+      if (!entryAt(index)) adopt(index);
+    }
   }
 }
 
@@ -644,8 +768,8 @@ bool PhysicalHashTable::everyTableHolds(HwIndex index) const {
 void PhysicalHashTable::takePlacement() {
   hits_.forget();
   Entries homeless;
+  readRows(0, engine_.capacity(), [](const auto&, HwIndex) { return true; });
   for (HwIndex index = 0; index < engine_.capacity(); ++index) {
-    for (const auto& table : hwTables_) table->readEntry(index);
     if (HashBaseCuckooEntry* entry = entryAt(index)) homeless.emplace_back(entry);
   }
   for (const auto& entry : homeless) takeOut(*entry);

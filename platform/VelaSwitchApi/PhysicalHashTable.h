@@ -70,7 +70,7 @@ class VELA_EXPORT HashBaseCuckooEntry : public Keel::Cuckoo::HashItem, public Ke
   HashBaseTable& table() const { return *table_; }
 
  protected:
-  explicit HashBaseCuckooEntry(HashBaseTable* table) : table_(table) {}
+  HashBaseCuckooEntry(U32 keyTag, HashBaseTable* table) : KeyRecord(keyTag), table_(table) {}
 
  private:
   friend class HashTable;
@@ -106,6 +106,8 @@ class VELA_EXPORT HashBaseHelper : public Orb::PtrInterface {
                            U8* image) const = 0;
   /// The entry that stands for an empty row: not valid.
   virtual Orb::Ptr<HashBaseCuckooEntry> nullHashEntry() const = 0;
+  /// Packs that one, into maxRowWords words.
+  virtual void setEmptyImage(Keel::Cuckoo::CuckooLocation location, U32* image) const;
   /// Unpacks the image of a row that was read back; the null entry for a row that holds none.
   virtual Orb::Ptr<HashBaseCuckooEntry> decodeHwEntry(HwIndex index) const = 0;
   /// The fields of the rows.
@@ -146,7 +148,8 @@ class VELA_EXPORT HashBaseHelper : public Orb::PtrInterface {
 /// longest.
 class VELA_EXPORT PhysicalHashTable : public Orb::PtrInterface,
                                       private Keel::Cuckoo::RowWriter,
-                                      private HitTracker::Rows {
+                                      private HitTracker::Rows,
+                                      private RowRun::Owner {
  public:
   using Location = Keel::Cuckoo::CuckooLocation;
   using Entries = HitTracker::Entries;
@@ -194,6 +197,20 @@ class VELA_EXPORT PhysicalHashTable : public Orb::PtrInterface,
   /// cleared, or one is undecided, its programmedStatus() is hardwareError, and its table hears of
   /// it when that is over.
   bool remove(HashBaseCuckooEntry& entry);
+  /// Whether to place an entry, or else to remove it, concerns no others and no rows that failed.
+  bool stageable(const HashBaseCuckooEntry& entry, bool desired) const {
+    return plainRow(entry, desired).has_value();
+  }
+  /// The same as place() of a valid entry that is stageable(), or else remove(), but that its rows
+  /// are added to the run. All is well only after settleStaged().
+  void stage(HashBaseCuckooEntry& entry, RowRun& run);
+  /// The run was flushed. The outcome of the entries that were staged is their programmedStatus().
+  void settleStaged();
+  /// Tries again to clear rows, and lets entries go on that they stood in the way of.
+  void retry() {
+    clearStaleRows();
+    revisit();
+  }
 
   HwIndex hwIndex(Location location) const {
     return location.way * engine_.rowsPerWay() + location.row;
@@ -202,7 +219,17 @@ class VELA_EXPORT PhysicalHashTable : public Orb::PtrInterface,
     return {static_cast<U8>(index / engine_.rowsPerWay()), index % engine_.rowsPerWay()};
   }
   /// The entry that lies in the row, or null.
-  HashBaseCuckooEntry* entryAt(HwIndex index) const;
+  HashBaseCuckooEntry* entryAt(HwIndex index) const {
+    return static_cast<HashBaseCuckooEntry*>(engine_.at(index));
+  }
+  /// The entry in the row, if there is one, is needed soon.
+  void entrySoon(HwIndex index) const {
+    const HashBaseCuckooEntry* entry = index < engine_.capacity() ? entryAt(index) : nullptr;
+    if (!entry) return;
+    // What is packed stands behind its table.
+    __builtin_prefetch(&entry->table_);
+    __builtin_prefetch(reinterpret_cast<const char*>(&entry->table_) + 64);
+  }
   /// The row of a placed entry.
   HwIndex indexOf(const HashBaseCuckooEntry& entry) const {
     return hwIndex(engine_.location(entry));
@@ -210,7 +237,8 @@ class VELA_EXPORT PhysicalHashTable : public Orb::PtrInterface,
   /// Whether a row may still answer for the key of an entry that was withdrawn: it could not be
   /// cleared, or nobody knows what it holds.
   bool mayLinger(const HashBaseCuckooEntry& entry) const {
-    return rowOf(stale_, entry).has_value() || rowOf(undecided_, entry).has_value();
+    return (!stale_.empty() && rowOf(stale_, entry)) ||
+           (!undecided_.empty() && rowOf(undecided_, entry));
   }
   /// Whether rows may hold the entry although nobody announced it: it has an undecided row, or was
   /// read from hardware under another spelling of its key.
@@ -268,13 +296,22 @@ class VELA_EXPORT PhysicalHashTable : public Orb::PtrInterface,
     bool mayHold(const HashBaseCuckooEntry& entry) const;
   };
   using DoubtfulRows = std::map<HwIndex, DoubtfulRow>;
+  /// An entry whose row is staged.
+  struct Staged {
+    Orb::Ptr<HashBaseCuckooEntry> entry;
+    HwIndex index;
+    bool isNew;         ///< It came into the row, rather than was there before or went.
+    U32 unwritten = 0;  ///< So many pipelines' rows are not written.
+  };
 
   bool hashItemWrite(Keel::Cuckoo::HashItem& item, Location location) override;
   void addOccupants(HwIndex index, Entries& entries) const override;
   bool writeEmpty(HwIndex index, bool entrys);
   void writeDefault(HwIndex index);
   bool writeImage(HwIndex index, const U32* image, bool empty);
-  bool writeTo(HwTableConfig& table, HwIndex index, const U32* image, bool empty);
+  bool writeTo(HwTableConfig& table, HwIndex index, const U32* image, bool empty,
+               RowRun* run = nullptr);
+  void rowWritten(HwTableConfig& table, HwIndex index, bool good) override;
   void pack(const HashBaseCuckooEntry& entry, Location location, U32* image) const;
 
   Joined& joined(const HashBaseTable* table);
@@ -283,7 +320,13 @@ class VELA_EXPORT PhysicalHashTable : public Orb::PtrInterface,
   bool adoptAt(HashBaseCuckooEntry& entry, Location location);
   void takeOut(HashBaseCuckooEntry& entry);
 
+  /// Whether nothing is known of rows or keys but what entries say.
+  bool plain() const { return stale_.empty() && undecided_.empty() && duplicates_.empty(); }
+  std::optional<Location> plainRow(const HashBaseCuckooEntry& entry, bool desired) const;
+  bool placePlainly(HashBaseCuckooEntry& entry);
+  bool removePlainly(HashBaseCuckooEntry& entry);
   void placeNew(HashBaseCuckooEntry& entry);
+  void failedAt(HashBaseCuckooEntry& entry, Location at);
   void failed(const Keel::Cuckoo::InsertResult& result, HashBaseCuckooEntry& entry);
   bool placeOverUndecided(HashBaseCuckooEntry& entry);
   Orb::Ptr<HashBaseCuckooEntry> guessOf(const HashBaseCuckooEntry& entry) const;
@@ -301,6 +344,8 @@ class VELA_EXPORT PhysicalHashTable : public Orb::PtrInterface,
   void revisitAll(const DoubtfulRow& row);
   std::optional<HwIndex> rowOf(const DoubtfulRows& rows, const HashBaseCuckooEntry& entry) const;
   void readRow(HwIndex index);
+  template <class Wanted>
+  void readRows(HwIndex first, HwIndex end, const Wanted& wanted);
   bool decide(HwIndex index);
   void adopt(HwIndex index);
   Entries knownBefore(HashBaseCuckooEntry& entry, HwIndex index) const;
@@ -314,7 +359,12 @@ class VELA_EXPORT PhysicalHashTable : public Orb::PtrInterface,
   U32 damage(HwIndex index, const HashBaseCuckooEntry& entry) const;
   void takeDamagedRows(const Entries& homeless);
   bool makeWay(HwIndex index);
-  void revisit();
+  void revisit() {
+    if (revisit_.empty() && cameIn_.empty() && !cleared_) [[likely]]
+      return;
+    revisitThose();
+  }
+  void revisitThose();
 
   PhysicalHashProperties::Fields properties_;
   Keel::Cuckoo::Table engine_;
@@ -336,7 +386,10 @@ class VELA_EXPORT PhysicalHashTable : public Orb::PtrInterface,
   /// Entries that came in while others went: their tables are to be told.
   Entries cameIn_;
   bool cleared_ = false;  ///< Rows were stale and are no more: someone may wait for them.
-  Entries missing_;       ///< Entries that should be in hardware and are in no row.
+  /// In the order in which their rows were added to the run.
+  std::vector<Staged> staged_;
+  std::size_t written_ = 0;  ///< The one whose row was written last.
+  Entries missing_;          ///< Entries that should be in hardware and are in no row.
   bool revisiting_ = false;
   /// The entry that the operation under way wrote last: when the next write fails, its old row may
   /// still hold it.

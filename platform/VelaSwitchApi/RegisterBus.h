@@ -25,8 +25,8 @@ struct HwTableIdentity {
 /// The only door to hardware. A simulated switch stands behind it, or a driver for a real bus.
 ///
 /// Names are resolved once, when tables are made; what runs per row are handles. Order of calls:
-/// (registerIs | tableIs)* then any of rowIs, row, hitBits. Calls are never nested and all come
-/// from one thread. Nothing is retained of the arguments.
+/// (registerIs | tableIs)* then any of rowIs, rowsAre, row, rows, hitBits. Calls are never nested
+/// and all come from one thread. Nothing is retained of the arguments.
 class VELA_EXPORT RegisterBus {
  public:
   using RegisterHandle = U32;
@@ -40,6 +40,21 @@ class VELA_EXPORT RegisterBus {
     held,    ///< The row was written once; the values are what it holds.
     absent,  ///< The row was never written.
     failed,
+  };
+  /// One row of several to be written.
+  struct RowWrite {
+    TableHandle table;
+    HwIndex index;
+    std::span<const RegisterValue> writes;
+    U32 entry = 0;         ///< Which entry of a batch of entries it is for.
+    bool written = false;  ///< How it went; of no meaning before.
+  };
+  /// One row of several to be read.
+  struct RowRead {
+    TableHandle table;
+    HwIndex index;
+    std::span<RegisterValue> values;
+    Read read = Read::failed;  ///< How it went; failed before.
   };
 
   virtual ~RegisterBus() = default;
@@ -57,6 +72,19 @@ class VELA_EXPORT RegisterBus {
   /// Reads and clears the hit bits of the rows from `first` on, as many as the registers' values
   /// have bits. False when the read failed; the bits then stay set.
   virtual bool hitBits(TableHandle table, HwIndex first, std::span<RegisterValue> values) = 0;
+  /// Writes rows as rowIs() does, in this order, and says of each how it went. One that fails keeps
+  /// none of the others back. A bus that is reached by messages can take them in one.
+  virtual void rowsAre(std::span<RowWrite> rows) {
+    for (RowWrite& row : rows) row.written = rowIs(row.table, row.index, row.writes);
+  }
+  /// Reads rows as row() does, in this order, and says of each how it went. One that fails ends it:
+  /// those behind it stay as they are, and are asked for again.
+  virtual void rows(std::span<RowRead> rows) {
+    for (RowRead& each : rows) {
+      each.read = row(each.table, each.index, each.values);
+      if (each.read == Read::failed) return;
+    }
+  }
 };
 
 }  // namespace VelaSwitchApi

@@ -59,11 +59,13 @@ class VELA_EXPORT RowLayout {
     bool tail = false;  ///< Whether the field goes on into the next word.
 
     constexpr Place() = default;
-    constexpr explicit Place(const RowField& field)
-        : mask(field.width < 64 ? (U64{1} << field.width) - 1 : 0),
-          word(static_cast<U8>(field.first / 32)),
-          offset(static_cast<U8>(field.first % 32)),
-          tail(field.first % 32 + field.width > 32) {}
+    constexpr explicit Place(const RowField& field) {
+      if (field.width == 0 || field.width >= 64) return;
+      mask = (U64{1} << field.width) - 1;
+      word = static_cast<U8>(field.first / 32);
+      offset = static_cast<U8>(field.first % 32);
+      tail = field.first % 32 + field.width > 32;
+    }
   };
 
   RowLayout() = default;
@@ -97,20 +99,30 @@ class VELA_EXPORT RowLayout {
   std::size_t parity() const { return parity_; }
   std::size_t row() const { return row_; }
   std::size_t way() const { return way_; }
-  /// The fields that hold the same in every row.
-  const std::vector<std::size_t>& contents() const { return contents_; }
-  template <class Id>
-  const Place& place(Id field) const {
-    return places_[static_cast<std::size_t>(field)];
-  }
+  /// Their places; without a mask where there is none.
+  const Place& rowPlace() const { return rowPlace_; }
+  const Place& wayPlace() const { return wayPlace_; }
+  /// A word's bits that are the same in every row.
+  struct Content {
+    U8 word;
+    U32 mask;
+    U32 value;
+  };
+  const std::vector<Content>& contents() const { return contents_; }
+  /// Those of all fields, by their numbers.
+  const Place* places() const { return places_.data(); }
 
  private:
+  void addContent(const RowField& field);
+
   std::vector<RowField> fields_;
   std::vector<Place> places_;
-  std::vector<std::size_t> contents_;
+  std::vector<Content> contents_;
   std::size_t parity_ = none;
   std::size_t row_ = none;
   std::size_t way_ = none;
+  Place rowPlace_;
+  Place wayPlace_;
   U8 words_ = 0;
 };
 
@@ -121,44 +133,52 @@ class RowWriter {
   /// there.
   RowWriter(const RowLayout& layout, U8* image, const Trace::Handle& trace, const char* function)
       : layout_(layout),
+        places_(layout.places()),
         words_(reinterpret_cast<U32*>(image)),
         trace_(trace),
+        traced_(trace.enabled(9)),
         function_(function) {}
 
   /// Cuts the value to the field's width. A field that the layout does not have is passed over.
   template <class Id>
-  void set(Id field, U64 value) {
-    const RowLayout::Place& at = layout_.place(field);
-    if (at.mask == 0) [[unlikely]]
-      return checkSettable(layout_[field]);
+  [[gnu::always_inline]] void set(Id field, U64 value) {
+    const RowLayout::Place& at = places_[static_cast<std::size_t>(field)];
     setAt(at, value);
-    if (trace_.enabled(9)) [[unlikely]]
-      traceField(layout_[field], value & at.mask);
+    if (at.mask == 0 || traced_) [[unlikely]]
+      wasSet(layout_[field], value & at.mask);
   }
 
   /// Writes the field "parity" so that the bits of the first `words` words are even in number.
   void setParity(U8 words) {
-    set(layout_.parity(), 0);
-    set(layout_.parity(), VelaSwitch::parityU32Array(words_, words));
+    const RowLayout::Place& at = places_[layout_.parity()];
+    U32& word = words_[at.word];
+    word ^= VelaSwitch::parityU32Array(words_, words) << at.offset;
+    if (traced_) [[unlikely]]
+      traceParity(word >> at.offset & 1);
   }
   /// Writes what a control word says whatever the entry: the fields "row" and "way", where the
   /// layout has them, and those that hold the same in every row.
   void setPlace(U64 row, U64 way = 0) {
-    if (layout_.row() != RowLayout::none) set(layout_.row(), row);
-    if (layout_.way() != RowLayout::none) set(layout_.way(), way);
-    for (const std::size_t field : layout_.contents()) set(field, layout_[field].content);
+    setAt(layout_.rowPlace(), row);
+    setAt(layout_.wayPlace(), way);
+    for (const auto& [word, mask, value] : layout_.contents()) {
+      words_[word] = (words_[word] & ~mask) | value;
+    }
+    if (traced_) [[unlikely]]
+      tracePlace(row, way);
   }
 
   /// Writes the low `count` bits of a number of up to 128 bits to the beginning of the row, in
   /// whatever fields they are.
   void setFirst(const U64 (&number)[2], U32 count) {
-    for (U32 word = 0; word * 32 < count; ++word) {
-      const U32 bits = std::min(count - word * 32, 32u);
-      const U64 mask = (U64{1} << bits) - 1;
-      const U64 value = number[word / 2] >> (word % 2 * 32);
-      words_[word] = static_cast<U32>((words_[word] & ~mask) | (value & mask));
+    const U32 whole = count / 32;
+    std::memcpy(words_, number, whole * sizeof(U32));
+    if (const U32 bits = count % 32; bits != 0) {
+      const U32 mask = (1u << bits) - 1;
+      const auto value = static_cast<U32>(number[whole / 2] >> (whole % 2 * 32));
+      words_[whole] = (words_[whole] & ~mask) | (value & mask);
     }
-    if (!trace_.enabled(9)) [[likely]]
+    if (!traced_) [[likely]]
       return;
     for (const RowField& field : layout_.fields()) {
       if (field.width == 0 || field.width >= 64 || field.first + field.width > count) continue;
@@ -169,16 +189,31 @@ class RowWriter {
   U32* words() { return words_; }
 
  protected:
-  void setAt(const RowLayout::Place& at, U64 value) {
+  /// A place without a mask keeps what it has.
+  [[gnu::always_inline]] void setAt(const RowLayout::Place& at, U64 value) {
     value &= at.mask;
     U32* word = words_ + at.word;
     *word = static_cast<U32>((*word & ~(at.mask << at.offset)) | value << at.offset);
     if (at.tail) setTail(word + 1, at.mask >> (32 - at.offset), value >> (32 - at.offset));
   }
-  bool traced() const { return trace_.enabled(9); }
-  void traceField(const RowField& field, U64 value) const {
+  bool traced() const { return traced_; }
+  [[gnu::cold, gnu::noinline]] void traceField(const RowField& field, U64 value) const {
     trace_(9, function_, " ", field.first, ":", field.first + field.width - 1, " = 0x",
            Orb::Hex{value});
+  }
+  /// As if the field were cleared first.
+  [[gnu::cold, gnu::noinline]] void traceParity(U64 value) const {
+    traceField(layout_[layout_.parity()], 0);
+    traceField(layout_[layout_.parity()], value);
+  }
+  [[gnu::cold, gnu::noinline]] void tracePlace(U64 row, U64 way) const {
+    if (layout_.row() != RowLayout::none)
+      wasSet(layout_[layout_.row()], row & layout_.rowPlace().mask);
+    if (layout_.way() != RowLayout::none)
+      wasSet(layout_[layout_.way()], way & layout_.wayPlace().mask);
+    for (const RowField& field : layout_.fields()) {
+      if (field.width != 0 && field.content != RowField::varies) traceField(field, field.content);
+    }
   }
 
  private:
@@ -187,17 +222,21 @@ class RowWriter {
     word[0] = static_cast<U32>((word[0] & ~mask) | value);
     if (mask >> 32 != 0) word[1] = static_cast<U32>((word[1] & ~(mask >> 32)) | value >> 32);
   }
-  static void checkSettable(const RowField& field) {
+  /// What is out of the ordinary: fields that cannot be set at once, and traces.
+  [[gnu::cold, gnu::noinline]] void wasSet(const RowField& field, U64 value) const {
     if (field.width == 0) return;
     const int startSlice = field.first / 8;
     const int endSlice = (field.first + field.width - 1) / 8;
     ORB_ASSERT(startSlice >= endSlice - 8);
     ORB_ASSERT_TEXT(field.width < 64, "len < 64");
+    if (traced_) traceField(field, value);
   }
 
   const RowLayout& layout_;
+  const RowLayout::Place* places_;
   U32* words_;
   const Trace::Handle& trace_;
+  bool traced_;
   const char* function_;
 };
 
@@ -211,14 +250,14 @@ class KeyBits {
   KeyBits(const U64 (&words)[2], U8 bits) : words_{words[0], words[1]}, bits_(bits) {}
   /// Traces each field at level 9 as `function`'s doing, at its place in the hashed buffer.
   KeyBits(const Trace::Handle& trace, const char* function, U8 start)
-      : trace_(&trace), function_(function), start_(start) {}
+      : trace_(trace.enabled(9) ? &trace : nullptr), function_(function), start_(start) {}
 
-  /// Puts a field of less than 64 bits above those that are there.
-  void add(U8 width, U64 value) {
+  /// Puts a field of less than 64 bits above those that are there. Inlined, for most widths are
+  /// known where it is called.
+  [[gnu::always_inline]] void add(U8 width, U64 value) {
     value &= (U64{1} << width) - 1;
-    if (trace_ && trace_->enabled(9)) [[unlikely]]
-      (*trace_)(9, function_, " ", start_ + bits_, ":", start_ + bits_ + width - 1, " = 0x",
-                Orb::Hex{value});
+    if (trace_) [[unlikely]]
+      traceField(width, value);
     if (bits_ >= 64) {
       words_[1] |= value << (bits_ - 64);
     } else {
@@ -269,6 +308,11 @@ class KeyBits {
   }
 
  private:
+  [[gnu::cold]] void traceField(U8 width, U64 value) const {
+    (*trace_)(9, function_, " ", start_ + bits_, ":", start_ + bits_ + width - 1, " = 0x",
+              Orb::Hex{value});
+  }
+
   U64 words_[2]{};
   U8 bits_ = 0;
   const Trace::Handle* trace_ = nullptr;

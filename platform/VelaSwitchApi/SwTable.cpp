@@ -7,27 +7,6 @@
 #include "VelaSwitchApi/PhysicalHashTable.h"
 
 namespace VelaSwitchApi {
-namespace {
-
-constexpr const char* statusNames[] = {"notProgrammed", "programmed", "tableFull", "hardwareError",
-                                       "duplicateKey"};
-
-}  // namespace
-
-const char* nameOf(EntryProgrammedStatus status) {
-  return statusNames[static_cast<std::size_t>(status)];
-}
-
-void parseText(Orb::TextCursor& cursor, EntryProgrammedStatus& status) {
-  const std::string_view word = cursor.word();
-  for (std::size_t i = 0; i < std::size(statusNames); ++i) {
-    if (word == statusNames[i]) {
-      status = static_cast<EntryProgrammedStatus>(i);
-      return;
-    }
-  }
-  throw Orb::TextException("\"" + std::string(word) + "\" is not a programming status");
-}
 
 SwTableTypes::SwTableTypes(Orb::PtrConst<VelaSwitch::ProfileInfo> profile, RegisterBus& bus)
     : profile_(std::move(profile)), bus_(bus) {}

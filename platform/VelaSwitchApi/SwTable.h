@@ -16,20 +16,6 @@ class PhysicalHashTable;
 class PhysicalHashProperties;
 class SwTableProfileConvertor;
 
-/// Outcome of the last attempt to program an entry.
-enum class EntryProgrammedStatus : U8 {
-  notProgrammed,
-  programmed,
-  tableFull,      ///< No arrangement of the table's entries has room for it.
-  hardwareError,  ///< A register access failed; what hardware holds is not what is desired.
-  duplicateKey,   ///< Hardware cannot tell it from an entry that was there before.
-};
-VELA_EXPORT const char* nameOf(EntryProgrammedStatus status);
-inline void appendText(Orb::TextSink& sink, EntryProgrammedStatus status) {
-  sink.append(nameOf(status));
-}
-VELA_EXPORT void parseText(Orb::TextCursor& cursor, EntryProgrammedStatus& status);
-
 /// What the tables of one switch have in common: its profile, the way to its registers, and the
 /// physical hash tables that several software tables may share.
 class VELA_EXPORT SwTableTypes : public Orb::PtrInterface {
@@ -40,6 +26,8 @@ class VELA_EXPORT SwTableTypes : public Orb::PtrInterface {
 
   const VelaSwitch::ProfileInfo& profile() const { return *profile_; }
   RegisterBus& bus() const { return bus_; }
+  /// The rows that batches under way have staged.
+  RowRun& run() { return run_; }
 
   /// A number for one more software table.
   U32 nextSwTableId() { return swTableIds_++; }
@@ -50,6 +38,7 @@ class VELA_EXPORT SwTableTypes : public Orb::PtrInterface {
  private:
   Orb::PtrConst<VelaSwitch::ProfileInfo> profile_;
   RegisterBus& bus_;
+  RowRun run_{bus_};
   U32 swTableIds_ = 0;
   std::map<U32, Orb::Ptr<PhysicalHashTable>> physicalHashTables_;
 };
@@ -100,6 +89,9 @@ class VELA_EXPORT SwTable : public Orb::PtrInterface, public KeyRecords {
  protected:
   explicit SwTable(std::string name) : name_(std::move(name)) {}
 
+  void stagedNumberIs(std::size_t number) override {
+    if (types_) types_->run().numberIs(number);
+  }
   /// First part of doSetProfileConvertor.
   void typesIs(Orb::Ptr<SwTableTypes> types);
   /// The table became initialized: program every entry present.

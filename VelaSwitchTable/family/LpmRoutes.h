@@ -1,0 +1,147 @@
+#pragma once
+
+#include <array>
+#include <optional>
+#include <vector>
+
+#include "Orb/KeyObserver.h"
+#include "Orb/Ptr.h"
+#include "Orb/Seconds.h"
+#include "Orb/Slab.h"
+#include "VelaSwitch/Keys.h"
+#include "VelaSwitchApi/PhysicalHashTable.h"
+#include "VelaSwitchTable/family/RouteCell.h"
+#include "VelaSwitchTable/family/RouteTree.h"
+
+/// What whole routes are and become; what that is in the levels of the ladder stands in
+/// RouteCell.h.
+namespace VelaSwitchTable {
+
+/// The cells of one key of a hashed level. In the collection of whole routes, cell 0 carries the
+/// route's next hop.
+struct LpmResult {
+  static constexpr const char* typeName = "VelaSwitchTable::LpmResult";
+  using Cells = std::array<EntryCellResult, EntryCellIndex::count>;
+  Orb::Field<"cells", Cells> cells;
+  Orb::Field<"cpuTrap", bool> cpuTrap;
+  auto operator<=>(const LpmResult&) const = default;
+
+  const EntryCellResult& cellResult(EntryCellIndex index) const { return cells()[index.value()]; }
+  void cellResultIs(EntryCellIndex index, const EntryCellResult& cell) {
+    cells.value[index.value()] = cell;
+  }
+};
+
+/// A cell of a route.
+inline EntryCellResult cellOf(VelaSwitch::NexthopIndexes nexthop, U8 realPrefixLen) {
+  EntryCellResult cell;
+  cell.nexthopIndexes = nexthop;
+  cell.realPrefixLen = realPrefixLen;
+  return cell;
+}
+
+/// What a whole route is announced as, and the other way round.
+inline LpmResult routeResult(VelaSwitch::NexthopIndexes nexthop, U8 prefixLen) {
+  LpmResult result;
+  result.cells.value[0] = cellOf(nexthop, prefixLen);
+  return result;
+}
+inline VelaSwitch::NexthopIndexes routeNexthop(const LpmResult& result) {
+  return result.cells()[0].nexthopIndexes();
+}
+
+/// What became of one route.
+struct LpmStatus {
+  static constexpr const char* typeName = "VelaSwitchTable::LpmStatus";
+  LpmStatus() = default;
+  explicit LpmStatus(const VelaSwitch::LpmKey& route) : key(route) {}
+
+  VelaSwitch::LpmKey key;
+  VelaSwitchApi::EntryProgrammedStatus status = VelaSwitchApi::EntryProgrammedStatus::notProgrammed;
+  /// When a key that carries the route was hit last; zero for never. Routes of up to 11 bits have
+  /// no hit bits.
+  Orb::Seconds lastHit;
+  bool operator==(const LpmStatus&) const = default;
+};
+
+/// The routes of three lengths that share the address bits of the shortest: in a hashed level they
+/// are one entry. All that is known of them, each being a node of the tree.
+struct LpmRoutes {
+  using Key = VelaSwitch::LpmKey;
+  static constexpr U8 range = 2;  ///< So many bits are behind the key.
+  using Tree = RouteTree<range>;
+  static_assert(Tree::cells == EntryCellIndex::count);
+  /// What is so of a route.
+  enum Flag : U8 {
+    desired,    ///< It is announced.
+    unclaimed,  ///< It was guessed from what hardware held, and nobody announced it since.
+    noted,      ///< For whoever owns the routes, as long as it is announced.
+    stated,     ///< It has a status.
+    odd,        ///< Its result is not just a next hop: that lies apart.
+  };
+  static constexpr U8 flags = odd + 1;
+
+  explicit LpmRoutes(const Key& shared) : key(shared) {}
+  static void* operator new(std::size_t size, Orb::Slab& slab) {
+    return Orb::Slab::take(&slab, size);
+  }
+  static void operator delete(void* routes) { Orb::Slab::give(routes); }
+  static void operator delete(void* routes, Orb::Slab&) { Orb::Slab::give(routes); }
+
+  /// The key that a route shares, and its node.
+  static Key keyOf(const Key& route) {
+    const U8 length = route.prefix().len();
+    const U8 base = static_cast<U8>(length - length % (range + 1));
+    return {route.vrf(), Ipnet::IpPrefix(route.prefix().address(), base)};
+  }
+  U32 nodeOf(const Key& route) const { return Tree::nodeOf(route.prefix(), key.prefix().len()); }
+  static Key routeOf(const Key& key, U32 node) {
+    return {key.vrf(), Tree::prefixOf(key.prefix(), node)};
+  }
+  Key routeOf(U32 node) const { return routeOf(key, node); }
+  bool has(Flag flag, U32 node) const { return (nodes[flag] >> node & 1) != 0; }
+  template <class Visitor>
+  static void forEachNode(U8 nodes, const Visitor& visit) {
+    for (U32 left = nodes; left != 0; left &= left - 1) visit(std::countr_zero(left));
+  }
+
+  Key key;
+  std::array<U8, flags> nodes{};                      ///< By flag, a bit for each node.
+  bool written = false;                               ///< Their entry was written in this run.
+  Orb::Ptr<VelaSwitchApi::HashBaseCuckooEntry> item;  ///< Their entry's record, when known().
+  Tree tree;  ///< The routes that levels are to hold: those without a trap.
+};
+
+/// The routes' results, or their statuses, in the accessor style of collections.
+template <class Table, class Value>
+class RoutesView {
+ public:
+  explicit RoutesView(Table& table) : table_(table) {}
+
+  U32 size() const { return table_.count(flag); }
+  std::optional<Value> find(const LpmRoutes::Key& route) const {
+    const auto at = table_.find(flag, route);
+    if (!at.routes) return std::nullopt;
+    if constexpr (ofStatuses) {
+      return table_.statusOf(*at.routes, at.node);
+    } else {
+      return table_.resultOf(*at.routes, at.node);
+    }
+  }
+  /// All keys, in ascending order.
+  std::vector<LpmRoutes::Key> keys() const { return table_.keys(flag); }
+  /// For those who want to hear of changed keys. They must be removed before they go.
+  void observerIs(Orb::KeyObserver<LpmRoutes::Key>* observer) { observers().observerIs(observer); }
+  void observerDel(Orb::KeyObserver<LpmRoutes::Key>* observer) {
+    observers().observerDel(observer);
+  }
+
+ private:
+  static constexpr bool ofStatuses = std::same_as<Value, LpmStatus>;
+  static constexpr LpmRoutes::Flag flag = ofStatuses ? LpmRoutes::stated : LpmRoutes::desired;
+  auto& observers() { return ofStatuses ? table_.statusObservers_ : table_.observers_; }
+
+  Table& table_;
+};
+
+}  // namespace VelaSwitchTable

@@ -1,0 +1,391 @@
+#pragma once
+
+#include <span>
+#include <type_traits>
+#include <utility>
+
+#include "Orb/KeyObserver.h"
+#include "Orb/Ptr.h"
+#include "VelaSwitchApi/EntryRecord.h"
+
+namespace VelaSwitchApi {
+
+/// The desired entries of a software table, whatever its kind, with the marks on their keys. Every
+/// change calls handleEntry(key), but for those that only say what hardware holds.
+template <class Key_, class Result_, class Record_ = EntryRecord<Key_, Result_>>
+class EntryStore {
+ public:
+  using Key = Key_;
+  using Result = Result_;
+  using Record = Record_;
+
+ protected:
+  static constexpr bool counted = requires(const Record& record) { record.referenceAdd(); };
+  using NewRecord = std::conditional_t<counted, Orb::Ptr<Record>, Record*>;
+
+ private:
+  /// What an announcement or withdrawal is to the table.
+  struct Change {
+    bool known = false;  ///< It had been announced before, and not withdrawn since.
+    bool changed = false;
+    bool claimed = false;  ///< It had been read from hardware.
+  };
+
+ public:
+  EntryStore(const EntryStore&) = delete;
+  EntryStore& operator=(const EntryStore&) = delete;
+
+  /// Brings what is desired of the key into hardware.
+  virtual void handleEntry(const Key& key) = 0;
+
+  /// Announces an entry. When an equal one is there nothing happens. Returns whether it changed.
+  bool entryIs(const Key& key, const Result& result) {
+    checkEntry(key, result);
+    return announceOne(key, recordIs(key), result);
+  }
+  /// The same of a key whose record is known to the caller, who holds on to it.
+  bool entryIs(Record& record, const Result& result) {
+    checkEntry(record.key(), result);
+    return announceOne(record.key(), record, result);
+  }
+  bool entryDel(const Key& key) {
+    if (entryDelIfThere(key, true)) return true;
+    handleAbsent(key);
+    return false;
+  }
+  /// Announces the entries in order, with the same end as entryIs() of one after the other;
+  /// likewise withdraws them. Rows go to the bus in runs, as far as they do not depend on each
+  /// other. One outcome an entry. When one raises an assertion those before it stand, and are told.
+  std::vector<EntryOutcome> entriesAre(std::span<const std::pair<Key, Result>> entries) {
+    Outcomes outcomes;
+    entriesAre(
+        entries.size(), [&](std::size_t number) -> const auto& { return entries[number]; },
+        outcomes);
+    return std::move(outcomes.all);
+  }
+  std::vector<EntryOutcome> entriesDel(std::span<const Key> keys) {
+    Outcomes outcomes;
+    inBatch(keys.size(), outcomes,
+            [&](Batch& batch, std::size_t number) { batch.entryDel(number, Key(keys[number])); });
+    return std::move(outcomes.all);
+  }
+  /// The same for `count` entries, each a pair of key and result: `entryAt(number)`.
+  template <class EntryAt>
+  void entriesAre(std::size_t count, const EntryAt& entryAt, BatchListener& listener) {
+    inBatch(count, listener, [&](Batch& batch, std::size_t number) {
+      const auto& [key, result] = entryAt(number);
+      batch.entryIs(number, key, result);
+    });
+  }
+
+  /// Entries that are announced or withdrawn together, for those who know them one by one. What is
+  /// left staged in the end is written by a last flush().
+  class Batch {
+   public:
+    Batch(EntryStore& store, BatchListener& listener) : store_(store), listener_(listener) {
+      ++store_.batches_;
+    }
+    ~Batch() { --store_.batches_; }
+    Batch(const Batch&) = delete;
+    Batch& operator=(const Batch&) = delete;
+
+    /// Announces the entry of the number, as EntryStore::entryIs() does; its rows may be staged.
+    bool entryIs(std::size_t number, const Key& key, const Result& result) {
+      // Whoever hears of what is told may announce others.
+      if (flushing_) return store_.entryIs(key, result);
+      begin(number, key, true);
+      store_.checkEntry(key, result);
+      Record* record = &store_.recordIs(key);
+      const bool same = record->has(KeyRecord::desired) && sameEntry(record->result(), result);
+      const bool told =
+          same && store_.records_.statusOf(record) == EntryProgrammedStatus::programmed;
+      const bool stageable = !same && mayStage(*record, true);
+      if (!told && !stageable && !staged_.empty()) {
+        // Held on to, for it may be new.
+        store_.records_.flagIs(*record, KeyRecord::staged, true);
+        flushFirst();
+        record = &store_.recordIs(key);
+      }
+      const Change change = store_.announce(*record, result);
+      store_.records_.flagIs(*record, KeyRecord::staged, false);
+      if (stageable) store_.records_.stage(*record);
+      if (stageable || told) {
+        add(key, *record, change);
+      } else {
+        store_.records_.flush();
+        if (change.changed) store_.handleRecord(key, *record);
+        done(key, change);
+      }
+      return change.changed;
+    }
+    bool entryDel(std::size_t number, const Key& given) {
+      if (flushing_) return store_.entryDel(given);
+      const Key key = given;
+      begin(number, key, false);
+      Record* record = store_.recordOf(key);
+      const bool stageable = record && record->has(KeyRecord::desired) && mayStage(*record, false);
+      if (!stageable) {
+        flushFirst();
+        record = store_.recordOf(key);
+        const bool known =
+            record && record->has(KeyRecord::desired) && !record->has(KeyRecord::unclaimed);
+        const Change change{known, store_.entryDelIfThere(key, true), false};
+        if (!change.changed) store_.handleAbsent(key);
+        done(key, change);
+        return change.changed;
+      }
+      store_.records_.flagIs(*record, KeyRecord::staged, true);
+      const Change change = store_.withdraw(*record);
+      store_.records_.stage(*record);
+      add(key, *record, change);
+      return true;
+    }
+    /// Writes what is staged, and tells what became of it.
+    void flush() {
+      if (staged_.empty() || flushing_) return;
+      const Flushing flushing(flushing_);
+      store_.records_.flush();
+      // Whoever hears of one may throw: the others are told all the same, by the next flush.
+      while (told_ < staged_.size()) {
+        const Staged& each = staged_[told_++];
+        if (each.change.changed) {
+          store_.records_.settle(*each.record);
+        } else {
+          store_.records_.flagIs(*each.record, KeyRecord::staged, false);
+        }
+        tell(each.key, each.number, each.change, &*each.record);
+      }
+      staged_.clear();
+      told_ = 0;
+    }
+
+   private:
+    struct Flushing {
+      explicit Flushing(bool& now) : flushing(now) { flushing = true; }
+      ~Flushing() { flushing = false; }
+      bool& flushing;
+    };
+
+    /// Something is about to happen to a key. It may be in a batch twice; and rows that are cleared
+    /// are not written in one run with what comes into them.
+    void begin(std::size_t number, const Key& key, bool announces) {
+      const Record* record = store_.recordOf(key);
+      if (staged_.size() == batchMost || announces != announces_ ||
+          (record && record->has(KeyRecord::staged))) {
+        flush();
+      }
+      announces_ = announces;
+      listener_.entryBegins(number_ = number);
+      store_.records_.stagedNumberIs(number);
+    }
+    /// For an entry that cannot be staged: what is written next is written for it.
+    void flushFirst() {
+      // Other tables may have staged rows as well.
+      if (staged_.empty()) return store_.records_.flush();
+      flush();
+      listener_.entryBegins(number_);
+    }
+    /// One within another is none: whoever hears of this one's entries may announce others.
+    bool mayStage(const Record& record, bool desired) const {
+      return store_.batches_ == 1 && store_.records_.stageable(record, desired);
+    }
+    void add(const Key& key, Record& record, const Change& change) {
+      store_.records_.flagIs(record, KeyRecord::staged, true);
+      staged_.push_back({key, &record, number_, change});
+    }
+    void done(const Key& key, const Change& change) { tell(key, number_, change, nullptr); }
+
+    struct Staged {
+      Key key;
+      NewRecord record;
+      std::size_t number;
+      Change change;
+    };
+
+    void tell(const Key& key, std::size_t number, const Change& change, const Record* record) {
+      store_.tell(key, change);
+      if (!counted || !record || !record->known()) record = store_.find(key);
+      listener_.entryDone(number, {change.known, change.changed, store_.records_.statusOf(record)});
+    }
+
+    EntryStore& store_;
+    BatchListener& listener_;
+    std::size_t number_ = 0;
+    bool announces_ = true;  ///< Those that are staged, rather than withdraws.
+    bool flushing_ = false;
+    std::vector<Staged> staged_;
+    std::size_t told_ = 0;  ///< How many of them were told what became of them.
+  };
+
+  void entryDelAll() {
+    for (const Key& key : keys(KeyRecord::desired)) entryDelIfThere(key, true);
+  }
+  /// The key's result, or null. Valid until the next change.
+  const Result* entry(const Key& key) const {
+    const Record* record = find(key);
+    return record && record->has(KeyRecord::desired) ? &record->result() : nullptr;
+  }
+  EntriesView<const EntryStore> entries() const { return EntriesView(*this); }
+  EntriesView<EntryStore> entries() { return EntriesView(*this); }
+
+  /// Marks a key whose hardware row was found different, or could not be written.
+  void hwInconsistentEntryIs(const Key& key, bool inconsistent) {
+    if (!inconsistent) return hwInconsistentEntryDel(key);
+    records_.flagIs(recordIs(key), KeyRecord::marked, true);
+  }
+  void hwInconsistentEntryDel(const Key& key) {
+    if (Record* record = findMarked(key)) records_.flagIs(*record, KeyRecord::marked, false);
+  }
+  void hwInconsistentEntryDelAll() { records_.flagDelAll(KeyRecord::marked); }
+  bool hwInconsistentEntry(const Key& key) const { return findMarked(key) != nullptr; }
+  /// The keys marked so, in ascending order.
+  std::vector<Key> hwInconsistentKeys() const { return keys(KeyRecord::marked); }
+
+  /// Keys that were read from hardware and that nobody announced since.
+  std::vector<Key> unclaimedKeys() const { return keys(KeyRecord::unclaimed); }
+  bool unclaimed(const Key& key) const {
+    if (unclaimed() == 0) return false;
+    const Record* record = find(key);
+    return record && record->has(KeyRecord::unclaimed);
+  }
+  U32 unclaimed() const { return records_.count(KeyRecord::unclaimed); }
+  /// Those who want to hear of keys that were read from hardware and are announced now, whether or
+  /// not their entry changes. They must be removed before they go.
+  void claimObserverIs(Orb::KeyObserver<Key>* observer) { claimObservers_.observerIs(observer); }
+  void claimObserverDel(Orb::KeyObserver<Key>* observer) { claimObservers_.observerDel(observer); }
+
+  /// The key's record, or null.
+  const Record* find(const Key& key) const {
+    return static_cast<const Record*>(records_.findRecord(
+        entryTag(key), [&](const KeyRecord& record) { return of(record).key() == key; }));
+  }
+  /// Which key and result a record of the table is for.
+  static const Record& of(const KeyRecord& record) { return static_cast<const Record&>(record); }
+  /// Keys whose records have the flag, in ascending order.
+  std::vector<Key> keys(KeyRecord::Flag flag) const {
+    std::vector<Key> keys;
+    keys.reserve(records_.count(flag));
+    for (const KeyRecord* record : records_.records(flag)) keys.push_back(of(*record).key());
+    return keys;
+  }
+
+ protected:
+  /// `records` is that of the table.
+  explicit EntryStore(KeyRecords& records) : records_(records) {}
+  virtual ~EntryStore() = default;
+
+  /// A record for a key that has none.
+  virtual NewRecord newRecord(const Key& key) = 0;
+
+  /// The key's record, or null.
+  Record* recordOf(const Key& key) const { return const_cast<Record*>(find(key)); }
+  /// The same, made when there is none; to be given a flag at once.
+  Record& recordIs(const Key& key) {
+    Record* record = recordOf(key);
+    return record ? *record : newRecordIs(key);
+  }
+  Record& newRecordIs(const Key& key) {
+    const NewRecord record = newRecord(key);
+    records_.add(*record);
+    return *record;
+  }
+  /// Takes over what hardware holds.
+  void entryIsFromHw(const Key& key, const Result& result) {
+    Record& record = recordIs(key);
+    const bool changed = !record.has(KeyRecord::desired) || record.result() != result;
+    record.resultIs(result);
+    records_.flagIs(record, KeyRecord::desired, true);
+    records_.flagIs(record, KeyRecord::unclaimed, true);
+    if (changed) handleChange(key, false);
+  }
+  /// The table hears of a change before all others: whatever those do then is theirs.
+  void handleChange(const Key& key, bool handled) {
+    if (handled) handleEntry(key);
+    observers_.handleKey(key);
+  }
+  /// Forgets an entry without touching its row.
+  void entryForget(const Key& key) { entryDelIfThere(key, false); }
+  /// Asserts what must hold of an entry, before anything of it is stored.
+  virtual void checkEntry(const Key&, const Result&) const {}
+  /// Handles the key of a record that has just changed; the key may lie in it.
+  virtual void handleRecord(const Key& key, Record&) { handleEntry(key); }
+  /// A key is withdrawn that has no entry. Hardware may have one that could not be read, or that
+  /// was read under another spelling of the key.
+  virtual void handleAbsent(const Key&) {}
+
+ private:
+  friend EntriesView<EntryStore>;
+  friend EntriesView<const EntryStore>;
+
+  bool announceOne(const Key& key, Record& record, const Result& result) {
+    const Change change = announce(record, result);
+    if (change.changed) handleRecord(key, record);
+    tell(key, change);
+    return change.changed;
+  }
+  Record* findMarked(const Key& key) const {
+    if (records_.count(KeyRecord::marked) == 0) return nullptr;
+    Record* record = recordOf(key);
+    return record && record->has(KeyRecord::marked) ? record : nullptr;
+  }
+  bool entryDelIfThere(const Key& given, bool handled) {
+    Record* record = recordOf(given);
+    if (!record || !record->has(KeyRecord::desired)) return false;
+    // The caller may have handed over the very key that lies in the record, which goes with its
+    // last flag.
+    const Key key = given;
+    const bool stays = record->has(KeyRecord::cached);
+    withdraw(*record);
+    if (handled && stays) handleRecord(key, *record);
+    handleChange(key, handled && !stays);
+    return true;
+  }
+
+  Change announce(Record& record, const Result& result) {
+    const bool desired = record.has(KeyRecord::desired);
+    const bool claimed = record.has(KeyRecord::unclaimed);
+    const Change change{desired && !claimed, !desired || !sameEntry(record.result(), result),
+                        claimed};
+    if (change.changed) {
+      record.resultIs(result);
+      records_.flagIs(record, KeyRecord::desired, true);
+    }
+    records_.flagIs(record, KeyRecord::unclaimed, false);
+    return change;
+  }
+  Change withdraw(Record& record) {
+    const Change change{!record.has(KeyRecord::unclaimed), true, false};
+    records_.flagIs(record, KeyRecord::unclaimed, false);
+    records_.flagIs(record, KeyRecord::noted, false);
+    records_.flagIs(record, KeyRecord::desired, false);
+    return change;
+  }
+  void tell(const Key& key, const Change& change) const {
+    if (change.changed) observers_.handleKey(key);
+    if (change.claimed) claimObservers_.handleKey(key);
+  }
+
+  struct Outcomes final : BatchListener {
+    std::vector<EntryOutcome> all;
+    void entryDone(std::size_t, const EntryOutcome& outcome) override { all.push_back(outcome); }
+  };
+
+  template <class One>
+  void inBatch(std::size_t count, BatchListener& listener, const One& one) {
+    Batch batch(*this, listener);
+    try {
+      for (std::size_t number = 0; number < count; ++number) one(batch, number);
+      batch.flush();
+    } catch (...) {
+      batch.flush();
+      throw;
+    }
+  }
+
+  KeyRecords& records_;
+  U32 batches_ = 0;  ///< Under way, one within another.
+  Orb::KeyObservers<Key> observers_;
+  Orb::KeyObservers<Key> claimObservers_;
+};
+
+}  // namespace VelaSwitchApi

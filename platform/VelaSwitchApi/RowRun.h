@@ -1,0 +1,56 @@
+#pragma once
+
+#include <vector>
+
+#include "VelaSwitchApi/RegisterBus.h"
+
+namespace VelaSwitchApi {
+
+class HwTableConfig;
+
+/// Rows that are handed to the bus together, in the order in which they were added. Every one is
+/// written, whatever becomes of the others: so none of them may need another one written first.
+class VELA_EXPORT RowRun {
+ public:
+  /// Who added a row hears how it went.
+  class Owner {
+   public:
+    virtual void rowWritten(HwTableConfig& table, HwIndex index, bool good) = 0;
+
+   protected:
+    ~Owner() = default;
+  };
+
+  /// A run that a row is to be added to, if any, and for whom.
+  struct Later {
+    RowRun* run = nullptr;
+    Owner* owner = nullptr;
+  };
+
+  /// `bus` must outlive the run.
+  explicit RowRun(RegisterBus& bus) : bus_(bus) {}
+
+  /// Rows that are to be written.
+  std::size_t size() const { return rows_.size(); }
+  /// Which entry of a batch the next rows are for.
+  void numberIs(std::size_t number) { number_ = static_cast<U32>(number); }
+  /// Adds a row whose image the table has taken over, and that is in no run yet. What hardware
+  /// holds there counts as unknown until it is written. The owner must be there until then.
+  void add(Owner& owner, HwTableConfig& table, HwIndex index);
+  /// Writes the rows, and tells their tables and owners.
+  void flush();
+
+ private:
+  struct Origin {
+    Owner* owner;
+    HwTableConfig* table;
+  };
+
+  RegisterBus& bus_;
+  U32 number_ = 0;
+  std::vector<RegisterBus::RowWrite> rows_;
+  std::vector<Origin> origins_;  ///< Of the rows.
+  std::vector<RegisterBus::RegisterValue> values_;
+};
+
+}  // namespace VelaSwitchApi
