@@ -93,7 +93,7 @@ void Agent::desireEnd() {
   for (const auto& adapter : tables_) adapter->convertor().takePlacement();
 }
 
-TableAdapter& Agent::table(const std::string& name, U32 instance) const {
+TableAdapter& Agent::table(std::string_view name, U32 instance) const {
   bool known = false;
   for (TableAdapter* adapter : announced_) {
     if (adapter->name() != name) continue;
@@ -104,7 +104,7 @@ TableAdapter& Agent::table(const std::string& name, U32 instance) const {
     if (path->name() == name) return *path;
   }
   if (known) {
-    throw InputException("table " + name + " has no instance " + std::to_string(instance));
+    throw InputException(Orb::text("table ", name, " has no instance ", instance));
   }
   std::vector<std::string> names;
   for (const TableAdapter* adapter : announced_) names.push_back(adapter->name());
@@ -112,7 +112,7 @@ TableAdapter& Agent::table(const std::string& name, U32 instance) const {
   throw InputException("unknown table " + quoted(Json(name)) + suggestion(name, names));
 }
 
-Entries& Agent::entriesOf(const std::string& name, U32 instance) const {
+Entries& Agent::entriesOf(std::string_view name, U32 instance) const {
   return table(name, instance).typed();
 }
 

@@ -54,9 +54,9 @@ class Agent {
   const std::vector<TableAdapter*>& announced() const { return announced_; }
   /// The one of the name and instance, or the way of that name for lookups. Throws InputException
   /// when there is none.
-  TableAdapter& table(const std::string& name, U32 instance) const;
+  TableAdapter& table(std::string_view name, U32 instance) const;
   /// The same without JSON.
-  Entries& entriesOf(const std::string& name, U32 instance) const;
+  Entries& entriesOf(std::string_view name, U32 instance) const;
   /// The adapter of a software table.
   HwTableAdapter& adapterOf(const VelaSwitchApi::SwTable& table) const;
   RouteWriter& routeWriter() const { return *routeWriter_; }

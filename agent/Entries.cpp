@@ -3,6 +3,12 @@
 namespace VelaAgent {
 
 EntryProgrammedStatus Entries::announce(AnyRef key, AnyRef result) {
+  check(key, result);
+  announcedBefore_ = announced(key);
+  return program(key, result);
+}
+
+void Entries::check(AnyRef key, AnyRef result) {
   ORB_ASSERT(key.shape == &key_ && result.shape == &result_);
   checkKey(key);
   if (const std::string why = whyNoRow(key); !why.empty()) throw InputException(why);
@@ -12,8 +18,6 @@ EntryProgrammedStatus Entries::announce(AnyRef key, AnyRef result) {
   warnOfCuts(key, result);
   for (std::string& text : odd) warningIs(std::move(text));
   warnOfMore(key, result);
-  announcedBefore_ = announced(key);
-  return program(key, result);
 }
 
 /// Warns of what hardware cuts of key and result, because it has fewer bits for it.

@@ -2,6 +2,7 @@
 
 #include <functional>
 #include <optional>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -19,6 +20,8 @@ namespace VelaAgent {
 
 using Orb::AnyRef;
 using Orb::AnyValue;
+using VelaSwitchApi::BatchListener;
+using VelaSwitchApi::EntryOutcome;
 using VelaSwitchApi::EntryProgrammedStatus;
 using VelaSwitchApi::HwIndex;
 
@@ -94,6 +97,16 @@ class Entries {
   /// Announces an entry. One that is unchanged but not programmed is tried again. Throws
   /// InputException for an entry that cannot be had.
   EntryProgrammedStatus announce(AnyRef key, AnyRef result);
+  /// An entry to be announced.
+  struct Announcement {
+    AnyRef key;
+    AnyRef result;
+  };
+  /// Announces entries that were checked, in order, with the same end as announce() of one after
+  /// the other. Keys and results must stay where they are meanwhile.
+  virtual void announceAll(std::span<const Announcement> all, BatchListener& listener) = 0;
+  /// Throws InputException for an entry that cannot be had. warnings() are of the last one checked.
+  void check(AnyRef key, AnyRef result);
   /// Withdraws an entry; returns whether there was one.
   virtual bool withdraw(AnyRef key) = 0;
   virtual EntryProgrammedStatus status(AnyRef key) const = 0;

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "agent/Explain.h"
+#include "agent/JsonText.h"
 #include "agent/TableAudit.h"
 
 namespace VelaAgent {
@@ -53,7 +54,7 @@ std::string eventText(const TableAdapter& table, const Json& key) {
 }
 
 /// That an entry is programmed, and where.
-std::string placeText(TableAdapter& table, const Json& key) {
+std::string placeText(TableAdapter& table, AnyRef key) {
   const HwTableAdapter* hardware = table.hardware();
   const auto place = hardware ? hardware->place(key) : std::nullopt;
   if (!place || !place->location) return "programmed";
@@ -82,15 +83,105 @@ bool meets(const Json& actual, const Json& expected) {
   return true;
 }
 
-void EventRunner::apply(const std::string& line) {
+void EventRunner::takeLine(std::string_view line, std::size_t behind, U64 number) {
+  EntryEvent& event = batch_[announcements_.size()];
+  // Stories are told from documents.
+  const bool ordinary = !story_ && reader_.read(line, behind, event);
+  const bool goesOn = ordinary && !event.withdraws && behind >= EventReader::padding &&
+                      event.table == batch_.front().table;
+  if (!announcements_.empty() && !goesOn) {
+    // What was read becomes the first of the next batch.
+    const std::size_t place = announcements_.size();
+    flush();
+    std::swap(batch_.front(), batch_[place]);
+  }
+  lineNumber_ = number;
+  if (!ordinary) return applyDocument(line);
+  if (batch_[announcements_.size()].withdraws) return withdraw(batch_.front());
+  batch_[announcements_.size()].number = number;
+  addToBatch();
+  // What has too little behind it was copied to where the next one goes.
+  if (behind < EventReader::padding) flush();
+}
+
+/// Puts an announcement that was read to those that are to be applied.
+void EventRunner::addToBatch() {
+  EntryEvent& event = batch_[announcements_.size()];
+  Entries& entries = event.table->typed();
+  try {
+    entries.check(event.key, event.result);
+  } catch (...) {
+    const U64 number = lineNumber_;
+    flush();
+    lineNumber_ = number;
+    throw;
+  }
+  event.warnings = entries.warnings();
+  announcements_.push_back({event.key, event.result});
+  if (announcements_.size() == VelaSwitchApi::batchMost) flush();
+}
+
+void EventRunner::flush() {
+  if (announcements_.empty()) return;
+  batchBegin_ = number_;
+  batchDone_ = 0;
+  const auto all = std::exchange(announcements_, {});
+  try {
+    batch_.front().table->typed().announceAll(all, *this);
+  } catch (...) {
+    // The one that could not be applied has no number.
+    number_ = batchBegin_ + batchDone_;
+    lineNumber_ = batch_[batchDone_].number;
+    throw;
+  }
+}
+
+void EventRunner::entryBegins(std::size_t number) {
+  number_ = batchBegin_ + number + 1;
+  lineNumber_ = batch_[number].number;
+}
+
+void EventRunner::entryDone(std::size_t number, const EntryOutcome& outcome) {
+  const EntryEvent& event = batch_[number];
+  announced(outcome.known, event.warnings);
+  if (outcome.status != EntryProgrammedStatus::programmed) {
+    refuse({*event.table, event.namesInstance, event.key, event.keyText, outcome.status});
+    if (result_) result_(line_);
+  }
+  tellAdmitted();
+  ++batchDone_;
+}
+
+void EventRunner::applyDocument(std::string_view line) {
+  const std::string text(line);
   Json event;
   try {
-    event = jsonFromText(line);
+    event = jsonFromText(text);
   } catch (const InputException& error) {
     throw InputException(std::string("not a JSON object: ") + error.what());
   }
-  if (!event.is_object()) throw InputException("not a JSON object: " + quoted(line));
+  if (!event.is_object()) throw InputException("not a JSON object: " + quoted(text));
   apply(event);
+}
+
+/// An event that is applied has a number; one that is refused does not.
+template <class Handle>
+void EventRunner::numbered(const Handle& handle) {
+  ++number_;
+  try {
+    handle();
+  } catch (...) {
+    --number_;
+    throw;
+  }
+  tellAdmitted();
+}
+
+void EventRunner::withdraw(const EntryEvent& event) {
+  numbered([&] {
+    event.table->typed().withdraw(event.key);
+    agent_.settle();
+  });
 }
 
 void EventRunner::apply(const Json& event) {
@@ -104,16 +195,11 @@ void EventRunner::apply(const Json& event) {
                     {"fail", &EventRunner::fail}};
   for (const auto& operation : operations) {
     if (op != operation.name) continue;
-    ++number_;
-    if (desiresOnly_ && op != "set" && op != "del") return;
-    try {
-      (this->*operation.handle)(event);
-    } catch (...) {
-      --number_;
-      throw;
+    if (desiresOnly_ && op != "set" && op != "del") {
+      ++number_;
+      return;
     }
-    tellAdmitted();
-    return;
+    return numbered([&] { (this->*operation.handle)(event); });
   }
   std::vector<std::string> names;
   for (const auto& operation : operations) names.emplace_back(operation.name);
@@ -121,10 +207,11 @@ void EventRunner::apply(const Json& event) {
   throw InputException("unknown op " + quoted(op) + suggestion(name, names));
 }
 
-EventRunner::EventRunner(Agent& agent) : agent_(agent) {
+EventRunner::EventRunner(Agent& agent)
+    : agent_(agent), reader_(agent), batch_(VelaSwitchApi::batchMost + 1) {
   for (TableAdapter* table : agent_.announced()) {
     table->admissionListenerIs(
-        [this, table](const Json& key) { admitted_.emplace_back(table, key); });
+        [this, table](AnyRef key) { admitted_.emplace_back(table, AnyValue::of(key)); });
   }
 }
 
@@ -151,8 +238,8 @@ U64 EventRunner::reconcile() {
   const auto writes = [&] { return agent_.recorder().rowWrites(); };
   const auto tellLast = [&] {
     if (!last || !story_) return;
-    story_("reconcile: del " + eventText(*last, key),
-           "removed; wrote " + rows(writes() - writesBefore));
+    story("reconcile: del " + eventText(*last, key),
+          "removed; wrote " + rows(writes() - writesBefore));
   };
   agent_.reconcile([&](TableAdapter& table, const Json& removing) {
     tellLast();
@@ -168,31 +255,40 @@ U64 EventRunner::reconcile() {
 
 /// Entries that were refused and came in since are told as what they are, events of their own.
 void EventRunner::tellAdmitted() {
-  for (const auto& [table, key] : std::exchange(admitted_, {})) {
+  if (admitted_.empty()) return;
+  for (const auto& [table, value] : std::exchange(admitted_, {})) {
     ++admissions_;
-    if (story_) story_("comes in: " + eventText(*table, key), placeText(*table, key));
+    if (!story_ && !result_) continue;
+    if (story_) {
+      story("comes in: " + eventText(*table, table->keyToJson(value)), placeText(*table, value));
+    }
     if (!result_) continue;
-    Json line = {{"op", "admitted"}, {"table", table->name()}};
-    if (table->instance() != 0) line["instance"] = table->instance();
-    line["key"] = key;
-    line["status"] = VelaSwitchApi::nameOf(EntryProgrammedStatus::programmed);
-    result_(line);
+    beginLine("admitted", *table, table->instance() != 0);
+    table->appendKey(line_, value);
+    append(line_, R"(,"status":")", VelaSwitchApi::nameOf(EntryProgrammedStatus::programmed),
+           R"("})");
+    result_(line_);
   }
 }
 
-void EventRunner::tell(const Json& event, const std::string& outcome) const {
+/// Who wants to hear no more of the story spares events the telling.
+void EventRunner::story(const std::string& event, const std::string& outcome) {
+  if (!story_(event, outcome)) story_ = nullptr;
+}
+
+void EventRunner::tell(const Json& event, const std::string& outcome) {
   if (!story_) return;
   std::string what = std::to_string(number_) + ". " + event["op"].get<std::string>();
   if (event.contains("table")) what += " " + event["table"].get<std::string>();
   if (event.contains("instance")) what += "/" + std::to_string(number(event, "instance", 0));
   if (event.contains("key")) what += " " + event["key"].dump();
-  story_(what, outcome);
+  story(what, outcome);
 }
 
 TableAdapter& EventRunner::tableOf(const Json& event) const {
   const Json& name = member(event, "table");
   if (!name.is_string()) throw InputException("\"table\" is not a text");
-  return agent_.table(name.get<std::string>(), number(event, "instance", 0));
+  return agent_.table(name.get_ref<const std::string&>(), number(event, "instance", 0));
 }
 
 HwTableAdapter& EventRunner::hardwareOf(const Json& event) const {
@@ -219,32 +315,42 @@ std::vector<Json> EventRunner::announcedAt(const TableAdapter& table,
   return {{{"table", owner.name()}, {"key", std::move(key)}}};
 }
 
-Json EventRunner::resultLine(const Json& event, const TableAdapter& table) const {
-  Json line = {{"op", event["op"]}, {"table", table.name()}};
-  if (event.contains("instance")) line["instance"] = table.instance();
-  if (event.contains("key")) line["key"] = event["key"];
-  return line;
+/// Begins the line of an entry; its key comes next.
+void EventRunner::beginLine(const char* op, const TableAdapter& table, bool namesInstance) {
+  line_.clear();
+  append(line_, R"({"op":")", op, R"(","table":)", Quoted{table.name()});
+  if (namesInstance) append(line_, R"(,"instance":)", table.instance());
+  line_ += R"(,"key":)";
+}
+
+/// What an announcement is, whoever read it: that it counts, and what is odd about it.
+void EventRunner::announced(bool before, const std::vector<std::string>& warnings) {
+  agent_.settle();
+  if (before) {
+    ++repeats_;
+    if (warnOfRepeats_ && warn_) warn_("announced before; this one counts");
+  }
+  if (warn_) {
+    for (const std::string& warning : warnings) warn_(warning);
+  }
 }
 
 void EventRunner::set(const Json& event) {
   allow(event, {"op", "table", "instance", "key", "result"});
   TableAdapter& table = tableOf(event);
-  const Json& key = member(event, "key");
+  const Json& keyJson = member(event, "key");
   const auto result = event.find("result");
   const U64 movesBefore = table.moves();
   const U64 writesBefore = agent_.recorder().rowWrites();
+  table.typed().checkChangeable();
+  const AnyValue key = table.keyFromJson(keyJson);
+  Entries& entries = table.typed();
   const EntryProgrammedStatus status =
-      table.set(key, result == event.end() ? Json(nullptr) : *result);
-  agent_.settle();
-  if (table.announcedBefore()) {
-    ++repeats_;
-    if (warnOfRepeats_ && warn_) warn_("announced before; this one counts");
-  }
-  if (warn_) {
-    for (const std::string& warning : table.warnings()) warn_(warning);
-  }
+      entries.announce(key, table.resultFromJson(result == event.end() ? Json(nullptr) : *result));
+  announced(entries.announcedBefore(), entries.warnings());
   if (status != EntryProgrammedStatus::programmed) {
-    refuse(event, table, status);
+    tell(event, refuse({table, event.contains("instance"), key, keyJson.dump(), status}));
+    if (result_) result_(line_);
     return;
   }
   if (!story_) return;
@@ -257,30 +363,38 @@ void EventRunner::set(const Json& event) {
   tell(event, sentence);
 }
 
-void EventRunner::refuse(const Json& event, const TableAdapter& table,
-                         EntryProgrammedStatus status) {
+/// Makes the line of a refusal, where someone wants it; returns what the story says of it.
+std::string EventRunner::refuse(const Refusal& refusal) {
   ++refusals_;
-  if (!result_ && !story_) return;
-  Json line = resultLine(event, table);
-  line["status"] = VelaSwitchApi::nameOf(status);
-  std::string sentence = std::string("not programmed: ") + VelaSwitchApi::nameOf(status);
-  if (status == EntryProgrammedStatus::tableFull) {
-    const auto competing = table.competing(event["key"]);
-    line["competing"] = competingLine(competing.size() + 1);
-    const auto level = table.levelOf(event["key"]);
-    if (level) line["competing"]["level"] = *level;
-    if (explain_) explainRefusal(table, competing, line["competing"]);
-    sentence += "; " + competingText(competing.size() + 1) + (level ? " in " + *level : "");
+  if (!result_ && !story_) return {};
+  const TableAdapter& table = refusal.table;
+  const char* status = VelaSwitchApi::nameOf(refusal.status);
+  std::string sentence = story_ ? std::string("not programmed: ") + status : std::string();
+  beginLine("set", table, refusal.namesInstance);
+  appendCompact(line_, refusal.keyText);
+  append(line_, R"(,"status":")", status, R"(")");
+  if (refusal.status == EntryProgrammedStatus::tableFull) {
+    const auto competing = table.competing(refusal.key);
+    const TableEntries* level = table.levelOf(refusal.key);
+    append(line_, R"(,"competing":{"entries":)", competing.size() + 1, R"(,"rows":)",
+           competing.size());
+    if (level) append(line_, R"(,"level":)", Quoted{level->name()});
+    if (explain_) explainRefusal(table, competing, line_);
+    line_ += '}';
+    if (story_) {
+      sentence +=
+          "; " + competingText(competing.size() + 1) + (level ? " in " + level->name() : "");
+    }
   }
-  tell(event, sentence);
-  if (result_) result_(line);
+  line_ += '}';
+  return sentence;
 }
 
 /// The entries in the way, and what has to go for the refused one to come in: each row's entries
 /// make room for one more.
 void EventRunner::explainRefusal(const TableAdapter& table,
                                  const std::vector<TableAdapter::Competitor>& competing,
-                                 Json& line) const {
+                                 std::string& line) const {
   Json keys = Json::array();
   Json withdraw = Json::array();
   for (const auto& competitor : competing) {
@@ -288,8 +402,7 @@ void EventRunner::explainRefusal(const TableAdapter& table,
     for (const Json& key : announced) keys.push_back(key);
     withdraw.push_back(announced);
   }
-  line["keys"] = std::move(keys);
-  line["withdraw"] = std::move(withdraw);
+  append(line, R"(,"keys":)", keys.dump(), R"(,"withdraw":)", withdraw.dump());
 }
 
 void EventRunner::del(const Json& event) {
@@ -411,7 +524,7 @@ void EventRunner::sync(const Json& event) {
            count(unexpected.size(), "unexpected row", "unexpected rows") + ", " +
            std::to_string(waiting.size()) + " waiting, " + std::to_string(disagreeing.size()) +
            " with copies that disagree");
-  if (result_) result_(line);
+  if (result_) result_(line.dump());
 }
 
 void EventRunner::corrupt(const Json& event) {
@@ -446,7 +559,9 @@ void EventRunner::corrupt(const Json& event) {
 void EventRunner::lookup(const Json& event) {
   allow(event, {"op", "table", "instance", "key", "expect"});
   TableAdapter& table = tableOf(event);
-  Json line = resultLine(event, table);
+  Json line = {{"op", event["op"]}, {"table", table.name()}};
+  if (event.contains("instance")) line["instance"] = table.instance();
+  line["key"] = member(event, "key");
   DataPath::Steps steps;
   line["hit"] = lookup(table, member(event, "key"), steps);
   const Json end = endOf(steps);
@@ -471,7 +586,7 @@ void EventRunner::lookup(const Json& event) {
     sentence += met ? ", as expected" : ", which was not expected";
   }
   tell(event, sentence);
-  if (result_) result_(line);
+  if (result_) result_(line.dump());
 }
 
 void EventRunner::fail(const Json& event) {

@@ -4,7 +4,7 @@
 #include <string>
 
 #include "agent/Agent.h"
-#include "agent/TableAdapter.h"
+#include "agent/EventReader.h"
 
 namespace VelaAgent {
 
@@ -15,12 +15,13 @@ bool meets(const Json& actual, const Json& expected);
 Json findingLine(const RowFinding& finding);
 
 /// Applies events, one JSON object each, to an agent's tables and to the switch under them.
-class EventRunner {
+class EventRunner final : private BatchListener {
  public:
   /// Takes the result line of a lookup, an audit or a refused entry.
-  using ResultListener = std::function<void(const Json&)>;
-  /// Takes what an event was, in short, and a sentence on what it did.
-  using StoryListener = std::function<void(const std::string& event, const std::string& outcome)>;
+  using ResultListener = std::function<void(const std::string& line)>;
+  /// Takes what an event was, in short, and a sentence on what it did; returns whether it wants to
+  /// hear more.
+  using StoryListener = std::function<bool(const std::string& event, const std::string& outcome)>;
 
   /// `agent` must be made, and started for events other than lookups; it must outlive the runner.
   explicit EventRunner(Agent& agent);
@@ -42,8 +43,18 @@ class EventRunner {
 
   /// Applies one event. Throws InputException, Orb::RangeException or Orb::TextException when it is
   /// not a valid one; nothing is applied then.
-  void apply(const std::string& line);
+  void applyLine(std::string_view line) {
+    takeLine(line, 0, 0);
+    flush();
+  }
   void apply(const Json& event);
+  /// The same, but announcements to one table that follow each other are applied together, later:
+  /// at the latest by flush(). Until then the line must stay where it is. It is read faster where
+  /// EventReader::padding bytes may be read `behind` it. `number` is that of the line.
+  void takeLine(std::string_view line, std::size_t behind, U64 number);
+  void flush();
+  /// The line that is applied, warned of or refused.
+  U64 lineNumber() const { return lineNumber_; }
 
   /// After a restart, all that is desired was told; see Agent::complete().
   void complete();
@@ -56,6 +67,8 @@ class EventRunner {
 
   /// The number of the event being applied, from 1; 0 before the first.
   U64 eventNumber() const { return number_; }
+  /// That of an entry by its number within the batch that is applied.
+  U64 eventNumber(U32 entry) const { return batchBegin_ + entry + 1; }
   /// Announcements of entries that were announced before and had not gone since.
   U64 repeats() const { return repeats_; }
   /// Announcements that left their entry unprogrammed, and how many of those entries came in later
@@ -68,6 +81,22 @@ class EventRunner {
   U64 unmet() const { return unmet_; }
 
  private:
+  /// An announcement that was refused, for those who tell of it.
+  struct Refusal {
+    const TableAdapter& table;
+    bool namesInstance;
+    AnyRef key;
+    std::string_view keyText;
+    EntryProgrammedStatus status;
+  };
+
+  template <class Handle>
+  void numbered(const Handle& handle);
+  void withdraw(const EntryEvent& event);
+  void addToBatch();
+  void applyDocument(std::string_view line);
+  void entryBegins(std::size_t number) override;
+  void entryDone(std::size_t number, const EntryOutcome& outcome) override;
   void set(const Json& event);
   void del(const Json& event);
   void hit(const Json& event);
@@ -79,16 +108,28 @@ class EventRunner {
   TableAdapter& tableOf(const Json& event) const;
   HwTableAdapter& hardwareOf(const Json& event) const;
   Json lookup(const TableAdapter& table, const Json& key, VelaDevice::DataPath::Steps& steps);
+  void announced(bool before, const std::vector<std::string>& warnings);
   std::vector<Json> announcedAt(const TableAdapter& table,
                                 const TableAdapter::Competitor& competitor) const;
   void explainRefusal(const TableAdapter& table,
-                      const std::vector<TableAdapter::Competitor>& competing, Json& line) const;
+                      const std::vector<TableAdapter::Competitor>& competing,
+                      std::string& line) const;
   void tellAdmitted();
-  Json resultLine(const Json& event, const TableAdapter& table) const;
-  void refuse(const Json& event, const TableAdapter& table, EntryProgrammedStatus status);
-  void tell(const Json& event, const std::string& outcome) const;
+  void beginLine(const char* op, const TableAdapter& table, bool namesInstance);
+  std::string refuse(const Refusal& refusal);
+  void story(const std::string& event, const std::string& outcome);
+  void tell(const Json& event, const std::string& outcome);
 
   Agent& agent_;
+  EventReader reader_;
+  /// Announcements that are to be applied together, and behind them what is read next. Their memory
+  /// is used again, as is that of the result line.
+  std::vector<EntryEvent> batch_;
+  std::vector<Entries::Announcement> announcements_;
+  U64 batchBegin_ = 0;  ///< The number of the last event before the batch,
+  U64 batchDone_ = 0;   ///< and how many of it are done.
+  U64 lineNumber_ = 0;
+  std::string line_;
   ResultListener result_;
   StoryListener story_;
   WarningListener warn_;
@@ -99,7 +140,7 @@ class EventRunner {
   U64 number_ = 0;
   U64 refusals_ = 0;
   U64 admissions_ = 0;
-  std::vector<std::pair<TableAdapter*, Json>> admitted_;  ///< By the event being applied.
+  std::vector<std::pair<TableAdapter*, AnyValue>> admitted_;  ///< By the event being applied.
   U64 unmet_ = 0;
 };
 

@@ -80,6 +80,19 @@ class EntriesOf : public Base {
   bool entryIs(AnyRef key, AnyRef result) override {
     return table_->entryIs(key.as<Key>(), result.as<Announced>());
   }
+  void entriesAre(std::span<const Entries::Announcement> all,
+                  VelaSwitchApi::BatchListener& listener) override {
+    const auto entryAt = [&](std::size_t number) {
+      const Key& key = all[number].key.as<Key>();
+      const Announced& result = all[number].result.as<Announced>();
+      if constexpr (requires { table_->entryOf(key, result); }) {
+        return std::pair(key, table_->entryOf(key, result));
+      } else {
+        return std::pair<const Key&, const Announced&>(key, result);
+      }
+    };
+    table_->entriesAre(all.size(), entryAt, listener);
+  }
   bool entryDel(AnyRef key) override { return table_->entryDel(key.as<Key>()); }
   void handleEntry(AnyRef key) override { table_->handleEntry(key.as<Key>()); }
 

@@ -8,20 +8,15 @@ using Ipnet::IpAddr;
 using Ipnet::IpPrefix;
 using VelaSwitchTable::EntryCellResult;
 using VelaSwitchTable::Lpm11Result;
-using VelaSwitchTable::LpmResult;
 using VelaSwitchTable::MaskLength;
 
 namespace {
 
-using Tree = RouteTree<FirstLevel::keyLength>;
+using Tree = VelaSwitchTable::RouteTree<FirstLevel::keyLength>;
 
-U32 nodeOf(const RouteKey& route) {
-  return Tree::node(route.prefix().len(), bitsBehind(route.prefix(), 0));
-}
+U32 nodeOf(const RouteKey& route) { return Tree::nodeOf(route.prefix(), 0); }
 
-RouteKey routeOf(U8 vrf, U32 node) {
-  return {vrf, longer(IpPrefix(), Tree::extra(node), Tree::bits(node))};
-}
+RouteKey routeOf(U8 vrf, U32 node) { return {vrf, Tree::prefixOf(IpPrefix(), node)}; }
 
 U32 cellOfKey(const RouteKey& key) {
   return key.prefix().address().number() >> (32 - FirstLevel::keyLength);
@@ -40,7 +35,7 @@ U32 nodeSaid(const RouteKey& key, const EntryCellResult& cell) {
 
 }  // namespace
 
-FirstLevel::FirstLevel(VelaSwitchTable::LpmTable& routes, RoutesListener disowned,
+FirstLevel::FirstLevel(LpmTable& routes, RoutesListener disowned,
                        Orb::Ptr<VelaSwitchTable::Lpm11Table> table)
     : RouteLevel(routes, std::move(disowned)), table_(std::move(table)) {
   groups_.resize(table_->profile().vrfs());
@@ -55,19 +50,22 @@ RouteLevel::Routes FirstLevel::routesAt(const RouteKey& key) const {
   return {routeOf(key.vrf(), owner)};
 }
 
-void FirstLevel::routeIs(const RouteKey& route, const LpmResult* result, RouteChange change) {
+void FirstLevel::handleRoute(LpmRoutes& shared, U32 node, RouteChange change) {
+  const RouteKey route = shared.routeOf(node);
+  const bool there = shared.tree.has(node);
   Tree& tree = groups_[route.vrf()].tree;
-  if (result) {
-    tree.is(nodeOf(route), routeNexthop(*result));
+  if (there) {
+    tree.is(nodeOf(route), shared.tree.nexthop(node));
   } else {
     tree.del(nodeOf(route));
   }
   if (change != RouteChange::guessed) writeCellsOf(route, change);
-  if (result) refresh(route);
+  if (there) refresh(route);
 }
 
-void FirstLevel::tryAgain(const RouteKey& route, const LpmResult& result) {
-  routeIs(route, &result, RouteChange::desired);
+void FirstLevel::tryAgain(LpmRoutes& shared, U32 node) {
+  const RouteKey route = shared.routeOf(node);
+  handleRoute(shared, node, RouteChange::desired);
   // What was desired before and is not in hardware changes no entry: it takes another try.
   groups_[route.vrf()].tree.forEachCell(nodeOf(route), [&](U32 cell) {
     const RouteKey key = keyOf(route.vrf(), cell);
@@ -121,25 +119,30 @@ RouteLevel::Status FirstLevel::status(const RouteKey& route) const {
   return good ? Status::programmed : Status::hardwareError;
 }
 
+bool FirstLevel::troubled(const RouteKey& route) const {
+  return std::find(troubled_.begin(), troubled_.end(), route) != troubled_.end();
+}
+
+void FirstLevel::stateRoute(const LpmRoutes& shared, U32 node, LpmStatus& status) const {
+  status.status = troubled(shared.routeOf(node)) ? Status::hardwareError : Status::programmed;
+}
+
 void FirstLevel::refresh(const RouteKey& route) {
-  VelaSwitchTable::LpmStatus status(route);
-  status.status = this->status(route);
-  const auto at = std::find(troubled_.begin(), troubled_.end(), route);
-  if (status.status == Status::programmed) {
-    if (at != troubled_.end()) troubled_.erase(at);
-  } else if (at == troubled_.end()) {
+  const bool good = status(route) == Status::programmed;
+  if (good != troubled(route)) return;
+  if (good) {
+    std::erase(troubled_, route);
+  } else {
     troubled_.push_back(route);
   }
-  routes().entryStatusIs(status);
+  routes().handleStatus(route);
 }
 
 void FirstLevel::retry() {
   if (troubled_.empty()) return;
-  const Routes troubled = troubled_;
-  for (const RouteKey& route : troubled) {
-    if (routes().entry(route)) refresh(route);
-  }
-  std::erase_if(troubled_, [&](const RouteKey& route) { return !routes().entry(route); });
+  std::erase_if(troubled_,
+                [&](const RouteKey& route) { return !routes().has(LpmRoutes::desired, route); });
+  for (const RouteKey& route : Routes(troubled_)) refresh(route);
 }
 
 /// What the row says of a route, or null.

@@ -2,7 +2,6 @@
 
 #include "VelaSwitchTable/VelaTableLpm11.h"
 #include "agent/RouteLevel.h"
-#include "agent/RouteTree.h"
 
 namespace VelaAgent {
 
@@ -12,20 +11,21 @@ class FirstLevel final : public RouteLevel {
  public:
   static constexpr U8 keyLength = VelaSwitchTable::Lpm11Family::keyLength;
 
-  FirstLevel(VelaSwitchTable::LpmTable& routes, RoutesListener disowned,
+  FirstLevel(LpmTable& routes, RoutesListener disowned,
              Orb::Ptr<VelaSwitchTable::Lpm11Table> table);
   ~FirstLevel() override;
 
   VelaSwitchTable::Lpm11Table& table() const override { return *table_; }
-  void routeIs(const RouteKey& route, const VelaSwitchTable::LpmResult* result,
-               RouteChange change) override;
-  void tryAgain(const RouteKey& route, const VelaSwitchTable::LpmResult& result) override;
+  void handleRoute(LpmRoutes& shared, U32 node, RouteChange change) override;
+  void tryAgain(LpmRoutes& shared, U32 node) override;
+  void stateRoute(const LpmRoutes& shared, U32 node, LpmStatus& status) const override;
   Routes routesAt(const RouteKey& key) const override;
   bool marked(const RouteKey& route) const override { return status(route) != Status::programmed; }
   /// Before hardware interface 5.1 rows do not tell a route's length: each becomes a route of 11
   /// bits.
   void forEachGuess(const Guess& visit) const override;
-  U64 programmedCells() const override;
+  /// Programmed entries that stand for announced routes.
+  U64 programmedCells() const;
 
   /// Looks again at routes that failed.
   void retry();
@@ -36,7 +36,7 @@ class FirstLevel final : public RouteLevel {
   void writeCellsOf(const RouteKey& route, RouteChange change);
 
  private:
-  using Tree = RouteTree<keyLength>;
+  using Tree = VelaSwitchTable::RouteTree<keyLength>;
 
   /// The routes of a VRF.
   struct Group {
@@ -49,6 +49,7 @@ class FirstLevel final : public RouteLevel {
   const VelaSwitchTable::EntryCellResult* said(const RouteKey& key) const;
   bool agreed(const Tree& guesses, U8 vrf, U32 guess) const;
   Status status(const RouteKey& route) const;
+  bool troubled(const RouteKey& route) const;
   void refresh(const RouteKey& route);
 
   Orb::Ptr<VelaSwitchTable::Lpm11Table> table_;

@@ -1,13 +1,15 @@
 #include "agent/HashedLevel.h"
 
+#include <utility>
+
 namespace VelaAgent {
 
-using Ipnet::IpPrefix;
+using VelaSwitchApi::KeyRecord;
 using VelaSwitchTable::EntryCellIndex;
 using VelaSwitchTable::EntryCellResult;
 using VelaSwitchTable::LpmResult;
 
-HashedLevel::HashedLevel(VelaSwitchTable::LpmTable& routes, RoutesListener disowned,
+HashedLevel::HashedLevel(LpmTable& routes, RoutesListener disowned,
                          Orb::Ptr<VelaSwitchTable::LpmBaseTable> table)
     : RouteLevel(routes, std::move(disowned)), table_(std::move(table)) {
   table_->tableStatusIs()->entryStatuses().observerIs(this);
@@ -19,56 +21,30 @@ HashedLevel::~HashedLevel() {
   table_->tableStatusIs()->entryStatuses().observerDel(this);
 }
 
-RouteKey HashedLevel::keyOf(const RouteKey& route) {
-  constexpr U8 step = VelaSwitchTable::LpmLevel::prefixRange + 1;
-  const U8 len = route.prefix().len();
-  const U8 base = static_cast<U8>(len - len % step);
-  return {route.vrf(), IpPrefix(route.prefix().address(), base)};
-}
-
-RouteKey HashedLevel::routeOf(const RouteKey& key, U32 node) {
-  return {key.vrf(), longer(key.prefix(), Tree::extra(node), Tree::bits(node))};
-}
-
 RouteLevel::Routes HashedLevel::routesAt(const RouteKey& key) const {
-  Routes routes;
-  if (const Group* group = groups_.find(key)) {
-    group->tree.forEachRoute([&](U32 node) { routes.push_back(routeOf(key, node)); });
+  Routes all;
+  if (const LpmRoutes* shared = routes().routesOf(key)) {
+    shared->tree.forEachRoute([&](U32 node) { all.push_back(shared->routeOf(node)); });
   }
-  return routes;
+  return all;
 }
 
-void HashedLevel::routeIs(const RouteKey& route, const LpmResult* result, RouteChange change) {
-  const RouteKey key = keyOf(route);
-  Group& group = *groups_.insert(key).first;
-  const U8 base = key.prefix().len();
-  const U32 node =
-      Tree::node(static_cast<U8>(route.prefix().len() - base), bitsBehind(route.prefix(), base));
-  if (result) {
-    group.tree.is(node, routeNexthop(*result));
-  } else {
-    group.tree.del(node);
-  }
-  if (change == RouteChange::guessed) {
-    if (!group.tree.empty()) return giveStatus(key, group);
-    groups_.erase(key);
+void HashedLevel::handleRoute(LpmRoutes& shared, U32, RouteChange change) {
+  if (change == RouteChange::desired) shared.written = true;
+  if (!shared.tree.empty()) {
+    if (shared.written && change != RouteChange::guessed) program(shared);
     return;
   }
-  if (change == RouteChange::desired) group.claimed = true;
-  const bool claimed = group.claimed;
-  if (!group.tree.empty()) {
-    if (claimed) program(key, group);
-    return;
-  }
-  groups_.erase(key);
-  if (claimed || table_->unclaimed(key)) table_->entryDel(key);
+  // Whoever hears of a route may withdraw it while its row is staged.
+  if (batch_ && staged(shared)) batch_->flush();
+  const bool written = std::exchange(shared.written, false);
+  if (change == RouteChange::guessed) return;
+  if (written || table_->unclaimed(shared.key)) table_->entryDel(shared.key);
 }
 
-void HashedLevel::tryAgain(const RouteKey& route, const LpmResult&) {
-  const RouteKey key = keyOf(route);
-  Group& group = *groups_.find(key);
-  group.claimed = true;
-  program(key, group);
+void HashedLevel::tryAgain(LpmRoutes& shared, U32) {
+  shared.written = true;
+  program(shared);
 }
 
 /// What the routes of a key make of its cells.
@@ -83,40 +59,53 @@ LpmResult HashedLevel::resultOf(const RouteKey& key, const Tree& tree) {
   return result;
 }
 
-bool HashedLevel::inHardware(const RouteKey& key) const {
-  const auto status = table_->tableStatusIs()->entryStatus(key);
-  return status && status->status() == Status::programmed && !table_->hwInconsistentEntry(key);
-}
-
-void HashedLevel::program(const RouteKey& key, const Group& group) {
-  const LpmResult result = resultOf(key, group.tree);
-  statusSeen_ = false;
-  {
-    const Writing writing(*this);
-    if (!table_->entryIs(key, result) && !inHardware(key)) table_->handleEntry(key);
+void HashedLevel::batchIs(bool on) {
+  if (on) {
+    batch_.emplace(*table_, unheard_);
+  } else {
+    batch_.reset();
   }
-  if (!statusSeen_) giveStatus(key, group);
 }
 
-void HashedLevel::handleKey(const RouteKey& key) {
-  const Group* group = groups_.find(key);
-  if (!group) return;
-  statusSeen_ = true;
-  giveStatus(key, *group);
+bool HashedLevel::staged(const LpmRoutes& shared) const {
+  const Record* record = recordOf(shared);
+  return record && record->has(KeyRecord::staged);
 }
 
-/// Gives the routes of a key the status that the key has in the table.
-void HashedLevel::giveStatus(const RouteKey& key, const Group& group) {
-  const auto entryStatus = table_->tableStatusIs()->entryStatus(key);
-  VelaSwitchTable::LpmStatus status;
-  if (entryStatus) {
-    status.status = entryStatus->status();
-    status.lastHit = entryStatus->lastHit();
-  }
-  group.tree.forEachRoute([&](U32 node) {
-    status.key = routeOf(key, node);
-    routes().entryStatusIs(status);
-  });
+/// What the level knows of the key, or null.
+const HashedLevel::Record* HashedLevel::recordOf(const LpmRoutes& shared) const {
+  if (shared.item && shared.item->known()) return static_cast<const Record*>(shared.item.get());
+  return table_->find(shared.key);
+}
+
+bool HashedLevel::inHardware(const LpmRoutes& shared) const {
+  const Record* record = recordOf(shared);
+  return record && record->has(KeyRecord::stated) &&
+         record->recordedStatus() == Status::programmed && !record->has(KeyRecord::marked);
+}
+
+void HashedLevel::stateRoute(const LpmRoutes& shared, U32, LpmStatus& status) const {
+  const Record* record = recordOf(shared);
+  if (!record || !record->has(KeyRecord::stated)) return;
+  status.status = record->recordedStatus();
+  status.lastHit = record->recordedHit();
+}
+
+void HashedLevel::program(LpmRoutes& shared) {
+  const RouteKey key = shared.key;
+  const LpmResult result = resultOf(key, shared.tree);
+  // Held on to: the record may be dropped on the way.
+  const Orb::Ptr<VelaSwitchApi::HashBaseCuckooEntry> item = shared.item;
+  const Writing writing(*this);
+  const bool changed = batch_ && staging_ ? batch_->entryIs(stagedNumber_, key, result)
+                       : item && item->known()
+                           ? table_->entryIs(static_cast<Record&>(*item), result)
+                           : table_->entryIs(key, result);
+  // Whoever heard of it may have withdrawn all of them.
+  LpmRoutes* const now = routes().routesOf(key);
+  if (!now) return;
+  if (!now->item || !now->item->known()) now->item = table_->cachedItem(key);
+  if (!changed && !inHardware(*now)) table_->handleEntry(key);
 }
 
 /// The cells of a key are the trace of routes only when those routes would make the same cells.
@@ -129,24 +118,17 @@ void HashedLevel::forEachGuess(const Guess& visit) const {
       const EntryCellResult& cell = result.cells()[i];
       if (!cell.valid()) continue;
       const U8 extra = static_cast<U8>(cell.realPrefixLen() - key.prefix().len());
-      guess.is(Tree::node(extra, i >> (cellBits - extra)), cell.nexthopIndexes());
+      guess.is(Tree::node(extra, i >> (LpmRoutes::range - extra)), cell.nexthopIndexes());
     }
     if (resultOf(key, guess) != result) continue;
-    guess.forEachRoute([&](U32 node) { visit(routeOf(key, node), guess.nexthop(node)); });
+    guess.forEachRoute(
+        [&](U32 node) { visit(LpmRoutes::routeOf(key, node), guess.nexthop(node)); });
   }
 }
 
 RouteLevel::Routes HashedLevel::disownedBy(const RouteKey& key) const {
-  const Group* group = groups_.find(key);
-  return group && !group->claimed ? routesAt(key) : Routes{};
-}
-
-U64 HashedLevel::programmedCells() const {
-  U64 count = 0;
-  groups_.forEach([&](const RouteKey& key, const Group& group) {
-    if (group.claimed && inHardware(key)) ++count;
-  });
-  return count;
+  const LpmRoutes* shared = routes().routesOf(key);
+  return shared && !shared->written ? routesAt(key) : Routes{};
 }
 
 }  // namespace VelaAgent

@@ -1,8 +1,9 @@
 #pragma once
 
+#include <optional>
+
 #include "VelaSwitchTable/VelaTableLpmBase.h"
 #include "agent/RouteLevel.h"
-#include "agent/RouteTree.h"
 
 namespace VelaAgent {
 
@@ -10,47 +11,51 @@ namespace VelaAgent {
 /// there; its routes have the status tableFull until it comes in.
 class HashedLevel final : public RouteLevel, private Orb::KeyObserver<RouteKey> {
  public:
-  HashedLevel(VelaSwitchTable::LpmTable& routes, RoutesListener disowned,
+  HashedLevel(LpmTable& routes, RoutesListener disowned,
               Orb::Ptr<VelaSwitchTable::LpmBaseTable> table);
   ~HashedLevel() override;
 
-  /// The key that the route has in its level.
-  static RouteKey keyOf(const RouteKey& route);
-
   VelaSwitchTable::LpmBaseTable& table() const override { return *table_; }
-  void routeIs(const RouteKey& route, const VelaSwitchTable::LpmResult* result,
-               RouteChange change) override;
-  void tryAgain(const RouteKey& route, const VelaSwitchTable::LpmResult& result) override;
+  void handleRoute(LpmRoutes& shared, U32 node, RouteChange change) override;
+  void tryAgain(LpmRoutes& shared, U32 node) override;
+  void stateRoute(const LpmRoutes& shared, U32 node, LpmStatus& status) const override;
   Routes routesAt(const RouteKey& key) const override;
   bool marked(const RouteKey& route) const override {
-    return table_->hwInconsistentEntry(keyOf(route));
+    return table_->hwInconsistentEntry(LpmRoutes::keyOf(route));
   }
   void forEachGuess(const Guess& visit) const override;
-  U64 programmedCells() const override;
+  /// While a batch is on, rows are staged until they are flushed; `number` says for which entry of
+  /// the batch the next ones are.
+  void batchIs(bool on);
+  /// Rows of a batch that is on are written at once meanwhile, unless staging.
+  void stagingIs(bool staging) { staging_ = staging; }
+  void flush() { batch_->flush(); }
+  void stagedNumberIs(std::size_t number) { stagedNumber_ = number; }
+  bool staged(const LpmRoutes& shared) const override;
+  /// Whether hardware has the entry that the routes make.
+  bool inHardware(const LpmRoutes& shared) const;
 
  private:
-  static constexpr U8 cellBits = 2;
-  using Tree = RouteTree<cellBits>;
-
-  /// The routes of one key.
-  struct Group {
-    Tree tree;
-    bool claimed = false;  ///< Written in this run.
+  using Record = VelaSwitchTable::LpmBaseTable::Record;
+  using Tree = LpmRoutes::Tree;
+  /// What becomes of keys is told by their statuses.
+  struct Unheard final : VelaSwitchApi::BatchListener {
+    void entryDone(std::size_t, const VelaSwitchApi::EntryOutcome&) override {}
   };
 
   Routes disownedBy(const RouteKey& key) const override;
   /// The status of a key changed.
-  void handleKey(const RouteKey& key) override;
-  static RouteKey routeOf(const RouteKey& key, U32 node);
+  void handleKey(const RouteKey& key) override { routes().handleStatuses(key); }
   static VelaSwitchTable::LpmResult resultOf(const RouteKey& key, const Tree& tree);
-  bool inHardware(const RouteKey& key) const;
-  void program(const RouteKey& key, const Group& group);
-  void giveStatus(const RouteKey& key, const Group& group);
+  const Record* recordOf(const LpmRoutes& shared) const;
+  void program(LpmRoutes& shared);
 
   Orb::Ptr<VelaSwitchTable::LpmBaseTable> table_;
-  Orb::Map<RouteKey, Group> groups_;
-  bool statusSeen_ = false;
   Claims claims_{*this};
+  Unheard unheard_;
+  std::optional<VelaSwitchTable::LpmBaseTable::Batch> batch_;
+  std::size_t stagedNumber_ = 0;
+  bool staging_ = true;
 };
 
 }  // namespace VelaAgent

@@ -59,13 +59,12 @@ U64 numberFromJson(const Json& json, U64 max) {
   return value;
 }
 
-namespace {
-
-/// Versions are lists of their two numbers.
 bool isVersion(const Shape& shape) {
   return shape.fields.size() == 2 && shape.fields[0].name == "major" &&
          shape.fields[1].name == "minor";
 }
+
+namespace {
 
 void fieldsToJson(const Shape& shape, const void* value, Json::object_t& json) {
   for (const FieldShape& field : shape.fields) {

@@ -25,6 +25,9 @@ std::string quoted(const Json& json);
 /// A number, or a text with a number ("0x" for hexadecimal), of at most `max`.
 U64 numberFromJson(const Json& json, U64 max);
 
+/// Whether values of the shape are versions, which are lists of their two numbers.
+bool isVersion(const Orb::Shape& shape);
+
 /// Null stands for no value.
 Json anyToJson(Orb::AnyRef any);
 /// The same, with the name of the field where there is only one.

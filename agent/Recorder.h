@@ -1,6 +1,7 @@
 #pragma once
 
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -19,6 +20,7 @@ class Recorder final : public VelaSwitchApi::RegisterBus {
     HwIndex index;
     std::span<const RegisterValue> writes;
     bool failed;
+    std::optional<U32> entry;  ///< Of rows that were staged: the entry's number within its batch.
   };
   using Listener = std::function<void(const RowWrite&)>;
 
@@ -49,16 +51,23 @@ class Recorder final : public VelaSwitchApi::RegisterBus {
   bool rowIs(TableHandle table, HwIndex index, std::span<const RegisterValue> writes) override {
     if (muted_) return true;
     const bool good = bus_.rowIs(table, index, writes);
-    if (good) {
-      ++rowWrites_;
-      registerWrites_ += writes.size();
-    }
-    if (listener_) listener_({tables_[table], index, writes, !good});
+    told({table, index, writes, 0, good}, std::nullopt);
     return good;
+  }
+  void rowsAre(std::span<VelaSwitchApi::RegisterBus::RowWrite> rows) override {
+    if (!muted_) bus_.rowsAre(rows);
+    for (auto& row : rows) {
+      if (muted_) {
+        row.written = true;
+      } else {
+        told(row, row.entry);
+      }
+    }
   }
   Read row(TableHandle table, HwIndex index, std::span<RegisterValue> values) override {
     return bus_.row(table, index, values);
   }
+  void rows(std::span<RowRead> rows) override { bus_.rows(rows); }
   bool hitBits(TableHandle table, HwIndex first, std::span<RegisterValue> values) override {
     if (muted_) {
       for (RegisterValue& value : values) value.value = 0;
@@ -68,6 +77,14 @@ class Recorder final : public VelaSwitchApi::RegisterBus {
   }
 
  private:
+  void told(const VelaSwitchApi::RegisterBus::RowWrite& row, std::optional<U32> entry) {
+    if (row.written) {
+      ++rowWrites_;
+      registerWrites_ += row.writes.size();
+    }
+    if (listener_) listener_({tables_[row.table], row.index, row.writes, !row.written, entry});
+  }
+
   RegisterBus& bus_;
   Listener listener_;
   std::vector<std::string> paths_;

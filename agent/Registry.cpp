@@ -47,6 +47,7 @@ class PathEntries final : public Entries {
 
   const VelaSwitch::ProfileInfo& profile() const override { return profile_; }
   void checkChangeable() const override { refuse(); }
+  void announceAll(std::span<const Announcement>, BatchListener&) override { refuse(); }
   bool withdraw(AnyRef) override { refuse(); }
   EntryProgrammedStatus status(AnyRef) const override {
     return EntryProgrammedStatus::notProgrammed;

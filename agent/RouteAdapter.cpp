@@ -6,10 +6,6 @@ namespace VelaAgent {
 
 using Key = RouteEntries::Key;
 
-void RouteAdapter::checkKeyForm(const Json& key) const {
-  if (key.is_object() && !key.contains("prefix")) throw InputException("prefix is missing");
-}
-
 void RouteAdapter::checkResultForm(const Json& result) const {
   if (result.is_object() && result.contains("cpuTrap")) {
     throw InputException(
@@ -22,9 +18,8 @@ const Lookup& RouteAdapter::lookupFor(const Json& asked) const {
   return byKey ? typed().lookups().front() : typed().lookups().back();
 }
 
-std::optional<std::string> RouteAdapter::levelOf(const Json& key) const {
-  const auto& routes = static_cast<const RouteEntries&>(typed());
-  return routes.levelOf(keyFromJson(key).as<Key>()).name();
+const TableEntries* RouteAdapter::levelOf(AnyRef key) const {
+  return &static_cast<const RouteEntries&>(typed()).levelOf(key.as<Key>());
 }
 
 /// The prefix that matched, where registers tell its length, and the ports that its LAG has.

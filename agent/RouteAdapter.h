@@ -12,10 +12,10 @@ class RouteAdapter final : public TableAdapter {
 
   void explain(VelaDevice::DataPath& dataPath, const Json& key, const Json& hit,
                Json& explanation) const override;
-  std::optional<std::string> levelOf(const Json& key) const override;
+  const TableEntries* levelOf(AnyRef key) const override;
+  std::string_view neededKeyField() const override { return "prefix"; }
 
  private:
-  void checkKeyForm(const Json& key) const override;
   void checkResultForm(const Json& result) const override;
   const Lookup& lookupFor(const Json& asked) const override;
 };

@@ -1,6 +1,5 @@
 #pragma once
 
-#include "agent/Refusals.h"
 #include "agent/RouteWriter.h"
 #include "agent/TableEntries.h"
 
@@ -21,7 +20,7 @@ struct RouteAddress {
 
 /// Whole routes: announced as next hops of a VRF and prefix, looked up by address, or by a prefix,
 /// which stands for its first address.
-class RouteEntries final : public Entries {
+class RouteEntries final : public Entries, private Orb::KeyObserver<VelaSwitch::LpmKey> {
  public:
   using Key = VelaSwitch::LpmKey;
 
@@ -34,6 +33,7 @@ class RouteEntries final : public Entries {
   /// The table that an entry of the key is to be in.
   const TableEntries& levelOf(const Key& route) const;
 
+  void announceAll(std::span<const Announcement> all, BatchListener& listener) override;
   bool withdraw(AnyRef key) override;
   EntryProgrammedStatus status(AnyRef key) const override { return statusOf(key.as<Key>()); }
   bool pollHitBits(Orb::Seconds now) override;
@@ -46,21 +46,27 @@ class RouteEntries final : public Entries {
   U32 unclaimed() const override { return writer_.unclaimed(); }
   U32 waiting() const override;
   U64 moves() const override;
-  U32 refused() const override { return refusals_.count(); }
+  U32 refused() const override;
   void reconcile(const AnyListener& removing) override;
 
  private:
   void checkResult(AnyRef result, std::vector<std::string>& odd) const override;
   bool announced(AnyRef key) const override;
   EntryProgrammedStatus program(AnyRef key, AnyRef result) override;
+  /// The first part of an announcement, and what follows when its rows are written.
+  bool announceRoute(const Key& route, const VelaSwitch::NexthopIndexes& nexthop);
+  EntryProgrammedStatus outcomeOf(const Key& route, bool changed);
   EntryProgrammedStatus statusOf(const Key& key) const;
+  /// How many routes that have the flag are wanted.
+  template <class Wanted>
+  U32 count(LpmRoutes::Flag flag, const Wanted& wanted) const;
+  /// The status of a route changed.
+  void handleKey(const Key& route) override;
 
   RouteWriter& writer_;
   const VelaSwitch::ProfileInfo& profile_;
   std::vector<TableEntries*> levels_;
-  Refusals refusals_{
-      [this](const Key& key) { return statusOf(key) == EntryProgrammedStatus::programmed; },
-      [this](const Key& key) { admittedIs(key); }};
+  bool watching_ = false;  ///< Routes were refused.
 };
 
 }  // namespace VelaAgent

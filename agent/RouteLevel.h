@@ -3,13 +3,19 @@
 #include <functional>
 #include <vector>
 
-#include "Orb/Collection.h"
+#include "Orb/KeyObserver.h"
 #include "VelaSwitchTable/VelaTableLpm.h"
 
 /// The levels of the ladder as whole routes see them.
 namespace VelaAgent {
 
 using RouteKey = VelaSwitch::LpmKey;
+using VelaSwitchTable::cellOf;
+using VelaSwitchTable::LpmRoutes;
+using VelaSwitchTable::LpmStatus;
+using VelaSwitchTable::LpmTable;
+using VelaSwitchTable::routeNexthop;
+using VelaSwitchTable::routeResult;
 
 /// Why a route comes or goes.
 enum class RouteChange : U8 {
@@ -18,20 +24,8 @@ enum class RouteChange : U8 {
   released,  ///< It was guessed, and nobody announced it: what it has not written stays.
 };
 
-/// What a whole route is announced as, and the other way round.
-VelaSwitchTable::LpmResult routeResult(VelaSwitch::NexthopIndexes nexthop, U8 prefixLen);
-VelaSwitch::NexthopIndexes routeNexthop(const VelaSwitchTable::LpmResult& result);
-
-/// A cell of a route.
-VelaSwitchTable::EntryCellResult cellOf(VelaSwitch::NexthopIndexes nexthop, U8 realPrefixLen);
-
-/// The bits of the prefix's address from `from` on, up to its length.
-U32 bitsBehind(const Ipnet::IpPrefix& prefix, U8 from);
-/// The prefix of `base`, made longer by `extra` bits.
-Ipnet::IpPrefix longer(const Ipnet::IpPrefix& base, U8 extra, U32 bits);
-
-/// A level: it is told the routes that it serves, writes the cells that they own, and gives them
-/// their statuses.
+/// A level: it is told the routes that it serves, writes the cells that they own, and knows what
+/// became of them.
 class RouteLevel {
  public:
   using Status = VelaSwitchApi::EntryProgrammedStatus;
@@ -39,9 +33,9 @@ class RouteLevel {
   using Routes = std::vector<RouteKey>;
   using RoutesListener = std::function<void(const Routes&)>;
 
-  /// `routes`, whose statuses it keeps, must outlive it. `disowned` hears of routes whose key was
-  /// announced on its own: what they were guessed from is not theirs.
-  RouteLevel(VelaSwitchTable::LpmTable& routes, RoutesListener disowned)
+  /// `routes`, which it tells of statuses, must outlive it. `disowned` hears of routes whose key
+  /// was announced on its own: what they were guessed from is not theirs.
+  RouteLevel(LpmTable& routes, RoutesListener disowned)
       : routes_(routes), disowned_(std::move(disowned)) {}
   virtual ~RouteLevel() = default;
   RouteLevel(const RouteLevel&) = delete;
@@ -49,22 +43,23 @@ class RouteLevel {
 
   virtual VelaSwitchApi::SwTable& table() const = 0;
 
-  /// The route has another result, or none.
-  virtual void routeIs(const RouteKey& route, const VelaSwitchTable::LpmResult* result,
-                       RouteChange change) = 0;
-  /// Writes a route's cells again where they are not what they should be.
-  virtual void tryAgain(const RouteKey& route, const VelaSwitchTable::LpmResult& result) = 0;
+  /// The route of the node has another next hop, or is not in the tree any more.
+  virtual void handleRoute(LpmRoutes& shared, U32 node, RouteChange change) = 0;
+  /// Writes the cells of a route in the tree again where they are not what they should be.
+  virtual void tryAgain(LpmRoutes& shared, U32 node) = 0;
+  /// Fills in what became of a route in the tree.
+  virtual void stateRoute(const LpmRoutes& shared, U32 node, LpmStatus& status) const = 0;
+  /// Whether the row of the routes is staged: what became of them follows.
+  virtual bool staged(const LpmRoutes&) const { return false; }
   /// The routes that an entry of the level stands for; none when it is announced on its own.
   virtual Routes routesAt(const RouteKey& key) const = 0;
   /// Whether a row of the route is known to differ from what is desired.
   virtual bool marked(const RouteKey& route) const = 0;
   /// The routes that the rows look like the traces of.
   virtual void forEachGuess(const Guess& visit) const = 0;
-  /// Programmed entries that stand for announced routes.
-  virtual U64 programmedCells() const = 0;
 
  protected:
-  VelaSwitchTable::LpmTable& routes() const { return routes_; }
+  LpmTable& routes() const { return routes_; }
 
   /// Tells of a key that is announced, unless it is by this very level.
   class Claims final : public Orb::KeyObserver<RouteKey> {
@@ -91,7 +86,7 @@ class RouteLevel {
   virtual Routes disownedBy(const RouteKey& key) const = 0;
 
  private:
-  VelaSwitchTable::LpmTable& routes_;
+  LpmTable& routes_;
   RoutesListener disowned_;
   bool writing_ = false;
 };

@@ -1,24 +1,60 @@
 #include "agent/RouteWriter.h"
 
+#include <utility>
+
 namespace VelaAgent {
 
 using VelaSwitchTable::LpmBaseTable;
-using VelaSwitchTable::LpmResult;
 
-RouteWriter::RouteWriter(Orb::Ptr<VelaSwitchTable::LpmTable> routes,
+/// While one exists, routes change for another reason.
+class RouteWriter::Changing {
+ public:
+  Changing(RouteWriter& writer, RouteChange change)
+      : change_(writer.change_), before_(std::exchange(change_, change)) {}
+  ~Changing() { change_ = before_; }
+
+ private:
+  RouteChange& change_;
+  RouteChange before_;
+};
+
+void RouteWriter::Batch::is(bool on) {
+  for (const auto& level : writer_.hashed_) level->batchIs(on);
+  stagingIs(true);
+}
+
+void RouteWriter::Batch::flush() {
+  for (const auto& level : writer_.hashed_) level->flush();
+}
+
+void RouteWriter::Batch::stagingIs(bool staging) {
+  for (const auto& level : writer_.hashed_) level->stagingIs(staging);
+}
+
+void RouteWriter::Batch::numberIs(std::size_t number) {
+  for (const auto& level : writer_.hashed_) level->stagedNumberIs(number);
+}
+
+bool RouteWriter::Batch::staged(const Key& route) const {
+  const HashedLevel* level = writer_.hashedFor(route.prefix().len());
+  const LpmRoutes* shared = level ? writer_.routes_->routesOf(LpmRoutes::keyOf(route)) : nullptr;
+  return shared && level->staged(*shared);
+}
+
+RouteWriter::RouteWriter(Orb::Ptr<LpmTable> routes,
                          Orb::Ptr<VelaSwitchTable::Lpm11Table> firstLevel,
                          std::vector<Orb::Ptr<LpmBaseTable>> levels)
     : routes_(std::move(routes)), first_(*routes_, forgetting(), std::move(firstLevel)) {
   for (auto& table : levels) {
     hashed_.push_back(std::make_unique<HashedLevel>(*routes_, forgetting(), std::move(table)));
   }
-  routes_->entries().observerIs(this);
+  routes_->levelsAre(this);
 }
 
-RouteWriter::~RouteWriter() { routes_->entries().observerDel(this); }
+RouteWriter::~RouteWriter() { routes_->levelsAre(nullptr); }
 
 RouteLevel::RoutesListener RouteWriter::forgetting() {
-  return [this](const RouteLevel::Routes& routes) { rebuilt_.forget(routes); };
+  return [this](const RouteLevel::Routes& routes) { forget(routes); };
 }
 
 const HashedLevel* RouteWriter::hashedFor(U8 prefixLen) const {
@@ -56,48 +92,68 @@ std::vector<RouteWriter::Key> RouteWriter::routesAt(const VelaSwitchApi::SwTable
   return routes;
 }
 
-void RouteWriter::handleKey(const Key& route) {
-  const LpmResult* announced = routes_->entry(route);
-  const bool trap = announced && announced->cpuTrap();
-  levelFor(route.prefix().len()).routeIs(route, trap ? nullptr : announced, rebuilt_.change());
-  if (!announced) {
-    rebuilt_.claim(route);
-    routes_->entryStatusDel(route);
+void RouteWriter::handleRoute(LpmRoutes& shared, U32 node) {
+  if (shared.has(LpmRoutes::desired, node) && !shared.tree.has(node)) {
+    LpmTable::trace(3, "not programming a route with cpuTrap: ", shared.routeOf(node));
   }
-  if (!trap) return;
-  // A key of a level holds several routes, and has one flag for them all.
-  VelaSwitchTable::LpmTable::trace(3, "not programming a route with cpuTrap: ", route);
-  routes_->entryStatusIs(VelaSwitchTable::LpmStatus(route));
+  levelFor(shared.key.prefix().len()).handleRoute(shared, node, change_);
 }
 
 void RouteWriter::handleRoute(const Key& route) {
-  const LpmResult* result = routes_->entry(route);
-  if (result && !result->cpuTrap()) levelFor(route.prefix().len()).tryAgain(route, *result);
+  LpmRoutes* shared = routes_->routesOf(LpmRoutes::keyOf(route));
+  if (!shared || !shared->tree.has(shared->nodeOf(route))) return;
+  levelFor(route.prefix().len()).tryAgain(*shared, shared->nodeOf(route));
 }
 
 void RouteWriter::rebuild() {
-  rebuilt_.take([&](const RouteLevel::Guess& guess) {
-    forEachLevel([&](const RouteLevel& level) { level.forEachGuess(guess); });
+  const Changing changing(*this, RouteChange::guessed);
+  forEachLevel([&](const RouteLevel& level) {
+    level.forEachGuess([&](const Key& route, VelaSwitch::NexthopIndexes nexthop) {
+      routes_->entryIs(route, routeResult(nexthop, route.prefix().len()));
+      routes_->flagIs(route, LpmRoutes::unclaimed, true);
+    });
   });
 }
 
 void RouteWriter::claim(const Key& route) {
-  if (rebuilt_.claim(route)) handleRoute(route);
+  if (routes_->flagIs(route, LpmRoutes::unclaimed, false)) handleRoute(route);
+}
+
+/// Those of the guesses that nobody announced go, and their keys stay as they are.
+void RouteWriter::forget(const RouteLevel::Routes& guesses) {
+  const Changing changing(*this, RouteChange::guessed);
+  for (const Key& route : guesses) {
+    if (unclaimed(route)) routes_->entryDel(route);
+  }
 }
 
 /// Where registers do not tell a route's length, each of its rows was taken for a route of its own.
 /// Those that lead where the route around them does were this one. Not known before all routes are:
 /// one between the two may have another next hop.
 void RouteWriter::complete() {
-  const RouteLevel::Routes explained =
-      rebuilt_.those([&](const Key& route) { return first_.partOfRouteAround(route); });
-  rebuilt_.forget(explained);
+  RouteLevel::Routes explained = routes_->keys(LpmRoutes::unclaimed);
+  std::erase_if(explained, [&](const Key& route) { return !first_.partOfRouteAround(route); });
+  forget(explained);
   for (const Key& route : explained) first_.writeCellsOf(route, RouteChange::desired);
 }
 
+U32 RouteWriter::releaseUnclaimed(const std::function<void(const Key&)>& removing) {
+  const RouteLevel::Routes released = routes_->keys(LpmRoutes::unclaimed);
+  for (const Key& route : released) routes_->flagIs(route, LpmRoutes::unclaimed, false);
+  const Changing changing(*this, RouteChange::released);
+  for (const Key& route : released) {
+    if (removing) removing(route);
+    routes_->entryDel(route);
+  }
+  return static_cast<U32>(released.size());
+}
+
 U64 RouteWriter::programmedCells() const {
-  U64 count = 0;
-  forEachLevel([&](const RouteLevel& level) { count += level.programmedCells(); });
+  U64 count = first_.programmedCells();
+  routes_->forEachKey([&](const LpmRoutes& shared) {
+    const HashedLevel* level = shared.written ? hashedFor(shared.key.prefix().len()) : nullptr;
+    if (level && level->inHardware(shared)) ++count;
+  });
   return count;
 }
 

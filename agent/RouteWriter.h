@@ -4,7 +4,6 @@
 
 #include "agent/FirstLevel.h"
 #include "agent/HashedLevel.h"
-#include "agent/RebuiltRoutes.h"
 
 namespace VelaAgent {
 
@@ -17,19 +16,18 @@ namespace VelaAgent {
 ///
 /// An entry of a level that is announced on its own takes its key from routes that were only
 /// guessed from what hardware held.
-class RouteWriter final : private Orb::KeyObserver<RouteKey> {
+class RouteWriter final : private LpmTable::Levels {
  public:
   using Key = RouteKey;
 
   /// The tables must be made on one switch; `levels` are the hashed ones, shortest first.
-  RouteWriter(Orb::Ptr<VelaSwitchTable::LpmTable> routes,
-              Orb::Ptr<VelaSwitchTable::Lpm11Table> firstLevel,
+  RouteWriter(Orb::Ptr<LpmTable> routes, Orb::Ptr<VelaSwitchTable::Lpm11Table> firstLevel,
               std::vector<Orb::Ptr<VelaSwitchTable::LpmBaseTable>> levels);
   ~RouteWriter();
   RouteWriter(const RouteWriter&) = delete;
   RouteWriter& operator=(const RouteWriter&) = delete;
 
-  VelaSwitchTable::LpmTable& routes() const { return *routes_; }
+  LpmTable& routes() const { return *routes_; }
 
   /// Writes a route's cells again where they are not what they should be.
   void handleRoute(const Key& route);
@@ -45,9 +43,30 @@ class RouteWriter final : private Orb::KeyObserver<RouteKey> {
   void complete();
   /// Forgets the rebuilt routes that were not claimed, after a word on each; returns how many.
   /// Entries of the levels that were announced on their own stay.
-  U32 releaseUnclaimed(const std::function<void(const Key&)>& removing = nullptr) {
-    return rebuilt_.release(removing);
-  }
+  U32 releaseUnclaimed(const std::function<void(const Key&)>& removing = nullptr);
+
+  /// While one exists, rows of hashed levels are staged until flush(), of routes that are
+  /// announced; what is still staged in the end is lost.
+  class Batch {
+   public:
+    explicit Batch(RouteWriter& writer) : writer_(writer) { is(true); }
+    ~Batch() { is(false); }
+    Batch(const Batch&) = delete;
+    Batch& operator=(const Batch&) = delete;
+
+    void flush();
+    /// Nothing is staged meanwhile, unless staging.
+    void stagingIs(bool staging);
+    /// The next rows are for the entry of the number.
+    void numberIs(std::size_t number);
+    /// Whether the row of the route's key is staged.
+    bool staged(const Key& route) const;
+
+   private:
+    void is(bool on);
+
+    RouteWriter& writer_;
+  };
 
   /// The hashed level that serves the real length, or null for the first level.
   VelaSwitchTable::LpmBaseTable* levelOf(U8 prefixLen) const;
@@ -58,13 +77,22 @@ class RouteWriter final : private Orb::KeyObserver<RouteKey> {
   /// Whether a row of the route is known to differ from what is desired.
   bool marked(const Key& route) const { return levelFor(route.prefix().len()).marked(route); }
   /// Routes that were guessed from hardware and not announced since.
-  U32 unclaimed() const { return rebuilt_.count(); }
-  bool unclaimed(const Key& route) const { return rebuilt_.has(route); }
+  U32 unclaimed() const { return routes_->count(LpmRoutes::unclaimed); }
+  bool unclaimed(const Key& route) const { return routes_->has(LpmRoutes::unclaimed, route); }
   /// Programmed entries of the levels that stand for announced routes.
   U64 programmedCells() const;
 
  private:
-  void handleKey(const Key& route) override;
+  class Changing;
+
+  void handleRoute(LpmRoutes& shared, U32 node) override;
+  void stateRoute(const LpmRoutes& shared, U32 node, LpmStatus& status) const override {
+    levelFor(shared.key.prefix().len()).stateRoute(shared, node, status);
+  }
+  bool staged(const LpmRoutes& shared) const override {
+    return levelFor(shared.key.prefix().len()).staged(shared);
+  }
+  void forget(const RouteLevel::Routes& guesses);
   RouteLevel::RoutesListener forgetting();
   const HashedLevel* hashedFor(U8 prefixLen) const;
   const RouteLevel& levelFor(U8 prefixLen) const;
@@ -72,10 +100,10 @@ class RouteWriter final : private Orb::KeyObserver<RouteKey> {
   template <class Visitor>
   void forEachLevel(const Visitor& visit) const;
 
-  Orb::Ptr<VelaSwitchTable::LpmTable> routes_;
-  RebuiltRoutes rebuilt_{*routes_};
+  Orb::Ptr<LpmTable> routes_;
   FirstLevel first_;
   std::vector<std::unique_ptr<HashedLevel>> hashed_;
+  RouteChange change_ = RouteChange::desired;  ///< Why routes change just now.
 };
 
 }  // namespace VelaAgent

@@ -4,6 +4,7 @@
 
 #include "Bridging/VlanId.h"
 #include "VelaSwitch/Types.h"
+#include "agent/JsonText.h"
 
 namespace VelaAgent {
 
@@ -21,8 +22,15 @@ Json TableAdapter::keyToJson(AnyRef key) const {
   return json;
 }
 
+void TableAdapter::appendKey(std::string& line, AnyRef key) const {
+  appendJson(line, key, entries_->unusedKeyField());
+}
+
 AnyValue TableAdapter::keyFromJson(const Json& json) const {
-  checkKeyForm(json);
+  const std::string needed(neededKeyField());
+  if (!needed.empty() && json.is_object() && !json.contains(needed)) {
+    throw InputException(needed + " is missing");
+  }
   AnyValue key(entries_->keyShape());
   try {
     anyFromJson(json, entries_->profile(), key.shape(), key.value());
@@ -35,15 +43,19 @@ AnyValue TableAdapter::keyFromJson(const Json& json) const {
   return key;
 }
 
-EntryProgrammedStatus TableAdapter::set(const Json& key, const Json& json) {
-  entries_->checkChangeable();
-  const AnyValue k = keyFromJson(key);
+AnyValue TableAdapter::resultFromJson(const Json& json) const {
   checkResultForm(json);
   AnyValue result(entries_->resultShape());
   if (!json.is_null()) {
     anyFromJson(json, entries_->profile(), result.shape(), result.value());
   }
-  return entries_->announce(k, result);
+  return result;
+}
+
+EntryProgrammedStatus TableAdapter::set(const Json& key, const Json& json) {
+  entries_->checkChangeable();
+  const AnyValue k = keyFromJson(key);
+  return entries_->announce(k, resultFromJson(json));
 }
 
 bool TableAdapter::del(const Json& key) {
@@ -82,10 +94,6 @@ Json TableAdapter::lookup(VelaDevice::DataPath& dataPath, const Json& json) cons
   return hit;
 }
 
-std::vector<TableAdapter::Competitor> TableAdapter::competing(const Json& key) const {
-  return entries_->competing(keyFromJson(key));
-}
-
 void TableAdapter::forEachEntry(const EntryVisitor& visit) const {
   entries_->forEachEntry(
       [&](AnyRef key, AnyRef result) { visit(keyToJson(key), anyToJson(result)); });
@@ -94,15 +102,9 @@ void TableAdapter::forEachEntry(const EntryVisitor& visit) const {
 std::vector<TableAdapter::Status> TableAdapter::statuses() const {
   std::vector<Status> all;
   entries_->forEachStatus([&](AnyRef key, EntryProgrammedStatus status, Orb::Seconds lastHit) {
-    all.push_back({keyToJson(key), status, lastHit});
+    all.push_back({keyToJson(key), AnyValue::of(key), status, lastHit});
   });
   return all;
-}
-
-void TableAdapter::admissionListenerIs(KeyVisitor listener) {
-  if (!listener) return entries_->admissionListenerIs(nullptr);
-  entries_->admissionListenerIs(
-      [this, listener = std::move(listener)](AnyRef key) { listener(keyToJson(key)); });
 }
 
 void TableAdapter::reconcile(const KeyVisitor& removing) {

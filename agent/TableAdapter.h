@@ -16,6 +16,7 @@ class TableAdapter {
   /// One line of a status listing.
   struct Status {
     Json key;
+    AnyValue value;  ///< The same key.
     EntryProgrammedStatus status;
     Orb::Seconds lastHit;
   };
@@ -38,14 +39,20 @@ class TableAdapter {
   std::string keyName() const;
   /// The key, without what takes no part in the family; null for none.
   Json keyToJson(AnyRef key) const;
+  void appendKey(std::string& line, AnyRef key) const;
+
+  /// The key that an event names. Throws InputException for one that the table cannot have.
+  AnyValue keyFromJson(const Json& json) const;
+  /// The result that an event names for a key; null stands for the default one.
+  AnyValue resultFromJson(const Json& json) const;
+  /// The field that a key may not do without, where there is one.
+  virtual std::string_view neededKeyField() const { return {}; }
 
   /// Announces an entry; a null result is the default one. An entry that is unchanged but not
   /// programmed is tried again.
   EntryProgrammedStatus set(const Json& key, const Json& json);
   /// Withdraws an entry; returns whether there was one.
   bool del(const Json& key);
-  bool announcedBefore() const { return entries_->announcedBefore(); }
-  const std::vector<std::string>& warnings() const { return entries_->warnings(); }
 
   /// What the data path finds: the hit's fields, or null.
   Json lookup(VelaDevice::DataPath& dataPath, const Json& json) const;
@@ -53,10 +60,10 @@ class TableAdapter {
   virtual void explain(VelaDevice::DataPath&, const Json& /*key*/, const Json& /*hit*/,
                        Json& /*explanation*/) const {}
   bool pollHitBits(Orb::Seconds now) { return entries_->pollHitBits(now); }
-  std::vector<Competitor> competing(const Json& key) const;
+  std::vector<Competitor> competing(AnyRef key) const { return entries_->competing(key); }
   bool fills(const VelaSwitchApi::SwTable& table) const { return entries_->fills(table); }
   /// Which of several tables an entry of the key is to be in, where there are several.
-  virtual std::optional<std::string> levelOf(const Json& /*key*/) const { return std::nullopt; }
+  virtual const TableEntries* levelOf(AnyRef /*key*/) const { return nullptr; }
 
   /// Calls `visit(key, result)` for every entry.
   using EntryVisitor = std::function<void(const Json& key, const Json& result)>;
@@ -70,15 +77,15 @@ class TableAdapter {
   U64 moves() const { return entries_->moves(); }
   U32 refused() const { return entries_->refused(); }
 
+  void admissionListenerIs(AnyListener listener) {
+    entries_->admissionListenerIs(std::move(listener));
+  }
   using KeyVisitor = std::function<void(const Json& key)>;
-  void admissionListenerIs(KeyVisitor listener);
   void reconcile(const KeyVisitor& removing);
 
  protected:
-  /// The key that an event names. Throws InputException for one that the table cannot have.
-  AnyValue keyFromJson(const Json& json) const;
-  /// Throw InputException for JSON that is more or less than its shape asks.
-  virtual void checkKeyForm(const Json& /*key*/) const {}
+  /// Throws InputException for JSON that is more than its shape asks, where there is more to say
+  /// than that.
   virtual void checkResultForm(const Json& /*result*/) const {}
   /// The way to ask that the JSON form is meant for.
   virtual const Lookup& lookupFor(const Json& asked) const;
@@ -129,7 +136,8 @@ class HwTableAdapter final : public TableAdapter {
   static bool holds(const VelaSwitchApi::HwTableConfig& hwTable, HwIndex index) {
     return TableEntries::holds(hwTable, index);
   }
-  std::optional<Place> place(const Json& key) const { return typed().place(keyFromJson(key)); }
+  std::optional<Place> place(const Json& key) const { return place(keyFromJson(key)); }
+  std::optional<Place> place(AnyRef key) const { return typed().place(key); }
   /// The key of the software entry in a row, or null.
   Json keyAt(HwIndex index) const { return keyToJson(typed().keyAt(index)); }
   /// The key that the row stands for or seems to hold, or null.

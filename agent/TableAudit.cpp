@@ -9,9 +9,10 @@ std::vector<Waiting> waitingEntries(const Agent& agent, const TableAdapter& tabl
   std::vector<Waiting> all;
   for (const auto& status : table.statuses()) {
     if (status.status == EntryProgrammedStatus::programmed) continue;
-    Waiting waiting{status.key, status.status, table.levelOf(status.key), std::nullopt};
+    Waiting waiting{status.key, status.status, std::nullopt, std::nullopt};
+    if (const TableEntries* level = table.levelOf(status.value)) waiting.level = level->name();
     if (status.status == EntryProgrammedStatus::tableFull) {
-      waiting.entries = table.competing(status.key).size() + 1;
+      waiting.entries = table.competing(status.value).size() + 1;
     }
     const std::vector<Json> of = agent.routesAt(table, status.key);
     if (of.empty()) {

@@ -44,13 +44,51 @@ void TableEntries::noteIs(AnyRef key, bool noted) {
 EntryProgrammedStatus TableEntries::program(AnyRef key, AnyRef result) {
   noteIs(key, false);
   const bool changed = entryIs(key, result);
-  if (!changed && status(key) != EntryProgrammedStatus::programmed) handleEntry(key);
-  const EntryProgrammedStatus outcome = status(key);
-  if (outcome == EntryProgrammedStatus::programmed) return outcome;
+  return outcomeOf(key, changed, status(key));
+}
+
+/// The entry was announced and has the status: tries an unchanged one again, and notes a refusal.
+EntryProgrammedStatus TableEntries::outcomeOf(AnyRef key, bool changed,
+                                              EntryProgrammedStatus status) {
+  if (status == EntryProgrammedStatus::programmed) return status;
+  if (!changed) {
+    handleEntry(key);
+    status = this->status(key);
+    if (status == EntryProgrammedStatus::programmed) return status;
+  }
   if (!watching_) watchStatuses();
   watching_ = true;
   noteIs(key, true);
-  return outcome;
+  return status;
+}
+
+/// Does for each entry of a batch what program() does for one.
+class TableEntries::Announcing final : public BatchListener {
+ public:
+  Announcing(TableEntries& entries, std::span<const Announcement> all, BatchListener& listener)
+      : entries_(entries), all_(all), listener_(listener) {}
+
+  void entryBegins(std::size_t number) override {
+    listener_.entryBegins(number);
+    if (entries_.table().count(KeyRecord::noted) != 0) entries_.noteIs(all_[number].key, false);
+  }
+  void entryDone(std::size_t number, const EntryOutcome& outcome) override {
+    EntryOutcome told = outcome;
+    // What is written now is written for this one.
+    listener_.entryBegins(number);
+    told.status = entries_.outcomeOf(all_[number].key, outcome.changed, outcome.status);
+    listener_.entryDone(number, told);
+  }
+
+ private:
+  TableEntries& entries_;
+  std::span<const Announcement> all_;
+  BatchListener& listener_;
+};
+
+void TableEntries::announceAll(std::span<const Announcement> all, BatchListener& listener) {
+  Announcing announcing(*this, all, listener);
+  entriesAre(all, announcing);
 }
 
 void TableEntries::statusChanged(AnyRef key) {
@@ -231,12 +269,6 @@ void HashTableEntries::reconcile(const AnyListener& removing) {
   TableEntries::reconcile(removing);
 }
 
-EntryProgrammedStatus HashTableEntries::statusOf(const KeyRecord* record) const {
-  if (!record || !record->has(KeyRecord::stated)) return EntryProgrammedStatus::notProgrammed;
-  if (record->has(KeyRecord::marked)) return EntryProgrammedStatus::hardwareError;
-  return static_cast<const HashBaseCuckooEntry*>(record)->recordedStatus();
-}
-
 AnyValue IndexedTableEntries::keyAt(HwIndex index) const {
   AnyValue key = keyOfRow(index);
   const KeyRecord* there = record(key);
@@ -247,12 +279,6 @@ void IndexedTableEntries::forEachStatus(const StatusVisitor& visit) const {
   for (const KeyRecord* each : records(KeyRecord::desired)) {
     if (told(*each)) visit(keyIn(*each), statusOf(each), Orb::Seconds{});
   }
-}
-
-EntryProgrammedStatus IndexedTableEntries::statusOf(const KeyRecord* record) const {
-  if (record && record->has(KeyRecord::marked)) return EntryProgrammedStatus::hardwareError;
-  return record && record->has(KeyRecord::desired) ? EntryProgrammedStatus::programmed
-                                                   : EntryProgrammedStatus::notProgrammed;
 }
 
 /// Whether a hardware table will do, or there is none.

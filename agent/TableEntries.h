@@ -47,6 +47,7 @@ class TableEntries : public Entries {
 
   bool withdraw(AnyRef key) override;
   EntryProgrammedStatus status(AnyRef key) const override { return statusOf(record(key)); }
+  void announceAll(std::span<const Announcement> all, BatchListener& listener) override;
   void forEachEntry(const EntryVisitor& visit) const override;
   U32 entries() const override;
   U32 programmed() const override;
@@ -94,11 +95,12 @@ class TableEntries : public Entries {
   /// Whether the entry is as hardware is without one.
   virtual bool isAbsent(const KeyRecord& record) const = 0;
   virtual bool entryIs(AnyRef key, AnyRef result) = 0;
+  virtual void entriesAre(std::span<const Announcement> all, BatchListener& listener) = 0;
   virtual bool entryDel(AnyRef key) = 0;
   virtual void handleEntry(AnyRef key) = 0;
 
   /// The status of a key by its record, which may be null.
-  virtual EntryProgrammedStatus statusOf(const KeyRecord* record) const = 0;
+  EntryProgrammedStatus statusOf(const KeyRecord* record) const { return table().statusOf(record); }
   /// Calls statusChanged(key) whenever a status changes, where the table keeps them.
   virtual void watchStatuses() {}
   void statusChanged(AnyRef key);
@@ -120,7 +122,9 @@ class TableEntries : public Entries {
  private:
   template <class Wanted>
   std::vector<RowId> rowsThat(const Wanted& wanted) const;
+  class Announcing;
   void noteIs(AnyRef key, bool noted);
+  EntryProgrammedStatus outcomeOf(AnyRef key, bool changed, EntryProgrammedStatus status);
 
   Particulars particulars_;
   mutable std::map<std::string, unsigned, std::less<>> rowBits_;
@@ -147,9 +151,6 @@ class HashTableEntries : public TableEntries {
   bool borrowsRows() const override { return physical().firstTable() != &table(); }
   U64 moves() const override { return physical().engine().moves(); }
   U32 waiting() const override { return physical().waiting(&hashTable()); }
-
- protected:
-  EntryProgrammedStatus statusOf(const KeyRecord* record) const override;
 
  private:
   VelaSwitchApi::HashBaseTable& hashTable() const {
@@ -180,8 +181,6 @@ class IndexedTableEntries : public TableEntries {
   virtual bool isRowOf(HwIndex index, AnyRef key) const = 0;
 
   void warnOfKey(AnyRef key) override;
-  /// Such tables keep no status records: an entry is in hardware unless its key is marked.
-  EntryProgrammedStatus statusOf(const KeyRecord* record) const override;
 
  private:
   template <class Will>

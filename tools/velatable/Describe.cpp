@@ -8,6 +8,7 @@
 
 #include "Commands.h"
 #include "Report.h"
+#include "agent/JsonText.h"
 #include "agent/Profiles.h"
 #include "agent/RouteEntries.h"
 
@@ -60,6 +61,7 @@ int routes(const std::string& file, U32 vrf, U32 nexthops) {
   U64 lineNumber = 0;
   U64 routeNumber = 0;
   std::string text;
+  std::string event;
   const auto fail = [&](const std::string& what) {
     std::cout << std::flush;
     std::cerr << file << ':' << lineNumber << ": " << what << '\n';
@@ -77,12 +79,13 @@ int routes(const std::string& file, U32 vrf, U32 nexthops) {
     try {
       const U64 nexthop = number.empty() ? routeNumber % nexthops : Orb::fromText<U64>(number);
       ++routeNumber;
-      const Json event = {
-          {"op", "set"},
-          {"table", "Route"},
-          {"key", {{"vrf", vrf}, {"prefix", Orb::text(Orb::fromText<Ipnet::IpPrefix>(prefix))}}},
-          {"result", VelaAgent::toJson(VelaAgent::nexthopOfNumber(nexthop))}};
-      std::cout << event.dump() << '\n';
+      const VelaSwitch::LpmKey key{static_cast<U8>(vrf), Orb::fromText<Ipnet::IpPrefix>(prefix)};
+      event = R"({"op":"set","table":"Route","key":)";
+      VelaAgent::appendJson(event, key);
+      event += R"(,"result":)";
+      VelaAgent::appendJson(event, VelaAgent::nexthopOfNumber(nexthop));
+      event += "}\n";
+      std::cout << event;
     } catch (const std::exception& error) {
       return fail(error.what());
     }

@@ -1,12 +1,16 @@
 #include "Input.h"
 
+#include <fcntl.h>
 #include <unistd.h>
 
+#include <cerrno>
+#include <cstring>
 #include <filesystem>
 #include <iostream>
 
 namespace VelaTool {
 
+using VelaAgent::EventReader;
 using VelaDevice::Memory;
 
 namespace {
@@ -38,6 +42,80 @@ class Progress {
   std::size_t done_ = 0;
   std::size_t shown_ = ~std::size_t{0};
 };
+
+/// The lines of a file, or of standard input: read in large blocks and handed out where they lie.
+class Lines {
+ public:
+  /// Throws InputException when the file cannot be read.
+  explicit Lines(const std::string& name)
+      : name_(name),
+        file_(name == "-" ? STDIN_FILENO : ::open(name.c_str(), O_RDONLY | O_CLOEXEC)) {
+    if (file_ < 0) refuse();
+  }
+  ~Lines() {
+    if (file_ > STDERR_FILENO) ::close(file_);
+  }
+  Lines(const Lines&) = delete;
+  Lines& operator=(const Lines&) = delete;
+
+  /// The next line, which stays where it is until the next call and has EventReader::padding bytes
+  /// behind it; nothing at the end.
+  std::optional<std::string_view> next();
+  /// Whether a whole line is there already, so that those handed out before stay where they are.
+  bool ready() const {
+    // Nothing was read yet, perhaps, and then there is no buffer to look into.
+    return begin_ != end_ && std::memchr(buffer_.data() + begin_, '\n', end_ - begin_) != nullptr;
+  }
+
+ private:
+  bool readMore();
+  [[noreturn]] void refuse() const { throw InputException("cannot read " + name_); }
+
+  static constexpr std::size_t block = 1 << 18;
+
+  std::string name_;
+  int file_;
+  std::vector<char> buffer_;
+  std::size_t begin_ = 0;  ///< What was read and not handed out.
+  std::size_t end_ = 0;
+};
+
+std::optional<std::string_view> Lines::next() {
+  std::size_t searched = 0;
+  for (;;) {
+    const char* text = buffer_.data() + begin_;
+    const std::size_t size = end_ - begin_;
+    const void* newline =
+        size == searched ? nullptr : std::memchr(text + searched, '\n', size - searched);
+    if (newline) {
+      const auto length = static_cast<std::size_t>(static_cast<const char*>(newline) - text);
+      begin_ += length + 1;
+      return std::string_view(text, length);
+    }
+    searched = size;
+    if (readMore()) continue;
+    if (size == 0) return std::nullopt;
+    begin_ = end_;
+    return std::string_view(buffer_.data() + end_ - size, size);
+  }
+}
+
+/// Reads behind what is there, with room behind that. False at the end.
+bool Lines::readMore() {
+  std::copy(buffer_.data() + begin_, buffer_.data() + end_, buffer_.data());
+  end_ -= begin_;
+  begin_ = 0;
+  if (end_ + block + EventReader::padding > buffer_.size()) {
+    buffer_.resize(2 * end_ + block + EventReader::padding);
+  }
+  ssize_t count = 0;
+  do {
+    count = ::read(file_, buffer_.data() + end_, buffer_.size() - end_ - EventReader::padding);
+  } while (count < 0 && errno == EINTR);
+  if (count < 0) refuse();
+  end_ += static_cast<std::size_t>(count);
+  return count > 0;
+}
 
 /// The file of "sim:FILE".
 std::string fileOf(const std::string& device, const char* choices) {
@@ -134,34 +212,44 @@ Json keyFromText(const std::string& table, const std::string& text) {
 }
 
 bool applyFile(const std::string& name, EventRunner& runner, bool keepGoing) {
-  std::ifstream file;
-  if (name != "-") file.open(name);
-  std::istream& in = name == "-" ? std::cin : file;
+  Lines lines(name);
   Progress progress(name);
   bool good = true;
   U64 number = 0;
   const auto tell = [&](const char* kind, const std::string& text) {
     std::cout << std::flush;
-    std::cerr << (name == "-" ? "stdin" : name) << ':' << number << ": " << kind << text << '\n';
+    std::cerr << (name == "-" ? "stdin" : name) << ':' << runner.lineNumber() << ": " << kind
+              << text << '\n';
   };
   runner.warningListenerIs([&](const std::string& text) { tell("warning: ", text); });
-  for (std::string line; std::getline(in, line);) {
-    ++number;
-    progress.advance(line.size() + 1);
-    if (line.find_first_not_of(" \t\r") == std::string::npos) continue;
+  bool going = true;
+  const auto attempt = [&](const auto& apply) {
     try {
-      runner.apply(line);
+      apply();
     } catch (const Orb::AssertionFailed& error) {
       // The tables are not to be used any more.
       tell("", error.what());
-      good = false;
-      break;
+      good = going = false;
     } catch (const std::exception& error) {
       tell("", error.what());
       good = false;
-      if (!keepGoing) break;
+      going = keepGoing;
     }
+  };
+  while (going) {
+    // What was put off is applied before lines go, and before anybody waits for more of them.
+    if (!lines.ready()) {
+      attempt([&] { runner.flush(); });
+      std::cout << std::flush;
+    }
+    const auto line = going ? lines.next() : std::nullopt;
+    if (!line) break;
+    ++number;
+    progress.advance(line->size() + 1);
+    if (line->find_first_not_of(" \t\r") == std::string::npos) continue;
+    attempt([&] { runner.takeLine(*line, EventReader::padding, number); });
   }
+  attempt([&] { runner.flush(); });
   runner.warningListenerIs(nullptr);
   return good;
 }

@@ -48,7 +48,7 @@ int lookup(const Options& options, const std::string& table, const std::vector<s
   MadeAgent agent(profile, chip);
   EventRunner runner(agent);
   runner.explainIs(options.explain);
-  runner.resultListenerIs([](const Json& line) { std::cout << line.dump() << '\n'; });
+  runner.resultListenerIs([](const std::string& line) { std::cout << line << '\n'; });
   for (const std::string& key : keys) {
     runner.apply(Json{{"op", "lookup"}, {"table", table}, {"key", keyFromText(table, key)}});
   }

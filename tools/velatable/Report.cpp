@@ -6,8 +6,12 @@
 
 #include "Format.h"
 #include "agent/Explain.h"
+#include "agent/JsonText.h"
 
 namespace VelaTool {
+
+using VelaAgent::append;
+using VelaAgent::Quoted;
 
 namespace {
 
@@ -94,13 +98,16 @@ void writeRows(std::ostream& out, const Agent& agent, bool all) {
 
 void writeStatuses(std::ostream& out, const Agent& agent) {
   for (const TableAdapter* table : agent.announced()) {
-    for (const auto& status : table->statuses()) {
-      Json line = tableLine(*table);
-      line["key"] = status.key;
-      line["status"] = VelaSwitchApi::nameOf(status.status);
-      line["lastHit"] = status.lastHit.value();
-      out << line.dump() << '\n';
-    }
+    std::string line;
+    table->typed().forEachStatus([&](auto key, auto status, Orb::Seconds lastHit) {
+      line.clear();
+      append(line, R"({"table":)", Quoted{table->name()}, R"(,"instance":)", table->instance(),
+             R"(,"key":)");
+      table->appendKey(line, key);
+      append(line, R"(,"status":")", VelaSwitchApi::nameOf(status), R"(","lastHit":)",
+             Json(lastHit.value()).dump(), "}\n");
+      out << line;
+    });
   }
 }
 
@@ -153,21 +160,19 @@ bool tellDamage(std::ostream& out, const Agent& agent, bool everything, const st
   return any;
 }
 
-Json writeLine(const Agent& agent, U64 sequence, U64 event,
-               const VelaAgent::Recorder::RowWrite& write) {
-  Json registers = Json::array();
+void writeWrite(std::ostream& out, const Agent& agent, U64 sequence, U64 event,
+                const VelaAgent::Recorder::RowWrite& write) {
+  std::string line;
+  append(line, R"({"seq":)", sequence, R"(,"event":)", event, R"(,"table":)",
+         Quoted{write.table.family}, R"(,"instance":)", write.table.instance, R"(,"hwTableId":)",
+         write.table.id, R"(,"index":)", write.index, R"(,"registers":[)");
+  const char* separator = "[";
   for (const auto& [reg, value] : write.writes) {
-    registers.push_back({agent.recorder().path(reg), hexText(value, 8)});
+    append(line, separator, Quoted{agent.recorder().path(reg)}, ",", Orb::Hex{value, 8}, "]");
+    separator = ",[";
   }
-  Json line = {{"seq", sequence},
-               {"event", event},
-               {"table", write.table.family},
-               {"instance", write.table.instance},
-               {"hwTableId", write.table.id},
-               {"index", write.index},
-               {"registers", registers}};
-  if (write.failed) line["failed"] = true;
-  return line;
+  append(line, "]", write.failed ? R"(,"failed":true)" : "", "}\n");
+  out << line;
 }
 
 Json summaryJson(const Agent& agent, const RunFigures& figures) {

@@ -27,8 +27,8 @@ void writeRows(std::ostream& out, const Agent& agent, bool all);
 /// One line for each entry's status.
 void writeStatuses(std::ostream& out, const Agent& agent);
 /// One line of the writes listing.
-Json writeLine(const Agent& agent, U64 sequence, U64 event,
-               const VelaAgent::Recorder::RowWrite& write);
+void writeWrite(std::ostream& out, const Agent& agent, U64 sequence, U64 event,
+                const VelaAgent::Recorder::RowWrite& write);
 
 /// Calls `visit(table, key, result)` for every entry: whole routes, and of the levels' entries
 /// those that no route stands for.

@@ -65,13 +65,14 @@ struct Outputs {
 class Story {
  public:
   Story(std::ostream& out, bool everything) : out_(out), everything_(everything) {}
-  void operator()(const std::string& event, const std::string& sentence) {
-    ++told_;
-    if (everything_ || told_ <= toldEvents) {
+  /// Whether there is more to tell.
+  bool operator()(const std::string& event, const std::string& sentence) {
+    if (everything_ || told_++ < toldEvents) {
       out_ << event << "\n    " << sentence << '\n';
-    } else if (told_ == toldEvents + 1) {
-      out_ << "(events from here on are told with --verbose)\n";
+      return true;
     }
+    out_ << "(events from here on are told with --verbose)\n";
+    return false;
   }
 
  private:
@@ -125,8 +126,10 @@ Run::Run(const Options& options) : options_(options), chip_(deviceOf(options)) {
 void Run::start() {
   if (writes_) {
     agent_.recorder().listenerIs([this](const auto& write) {
-      const U64 event = applying_ ? runner_.eventNumber() : 0;
-      *writes_ << writeLine(agent_, ++sequence_, event, write).dump() << '\n';
+      const U64 event = !applying_    ? 0
+                        : write.entry ? runner_.eventNumber(*write.entry)
+                                      : runner_.eventNumber();
+      writeWrite(*writes_, agent_, ++sequence_, event, write);
     });
   }
   agent_.start(restart_ ? Agent::Start::restart : Agent::Start::fresh);
@@ -138,9 +141,10 @@ void Run::start() {
 void Run::tellEvents() {
   runner_.explainIs(options_.explain);
   runner_.warnOfRepeatsIs(options_.verbose);
-  runner_.resultListenerIs([this](const Json& line) {
-    if (outputs_.results) *outputs_.results << line.dump() << '\n';
-  });
+  if (outputs_.results) {
+    runner_.resultListenerIs(
+        [&out = *outputs_.results](const std::string& line) { out << line << '\n'; });
+  }
   if (outputs_.json) return;
   if (options_.dryRun) std::cout << "Dry run: this is what the events would do.\n\n";
   runner_.storyListenerIs(Story(std::cout, options_.verbose));

@@ -120,7 +120,7 @@ Json asked(Agent& agent, const std::string& table, const Json& key) {
   Json line;
   EventRunner runner(agent);
   runner.explainIs(true);
-  runner.resultListenerIs([&](const Json& result) { line = result; });
+  runner.resultListenerIs([&](const std::string& result) { line = Json::parse(result); });
   runner.apply(Json{{"op", "lookup"}, {"table", table}, {"key", key}});
   line.erase("op");
   return line;
