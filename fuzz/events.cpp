@@ -24,7 +24,7 @@ extern "C" int LLVMFuzzerTestOneInput(const U8* data, std::size_t size) {
   for (std::string line; std::getline(in, line);) {
     if (!rig) rig = std::make_unique<Rig>();
     // Whatever an event says is input: an assertion is a fault like any other.
-    if (VelaFuzz::refusable([&] { rig->runner.apply(line); })) __builtin_trap();
+    if (VelaFuzz::refusable([&] { rig->runner.applyLine(line); })) __builtin_trap();
   }
   return 0;
 }

@@ -38,6 +38,13 @@ class Schedules : public VelaTest::ProfileTest {
     } else if (what < 4) {
       rig.del(key);
       rig.desired.erase(key);
+    } else if (what == 4) {
+      Desired batch;
+      for (U32 i = 0; i < 6; ++i) {
+        const EntryKey each = generator.randomKey(rig.group, std::min(generator.keys(family), 40u));
+        batch[each] = rig.desired[each] = generator.result(rig.of(each).name(), each.second);
+      }
+      rig.setAll(batch);
     } else {
       rig.desired[key] = generator.result(rig.of(key).name(), key.second);
       if (rig.set(key, rig.desired[key]) == EntryProgrammedStatus::programmed) {

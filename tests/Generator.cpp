@@ -243,6 +243,33 @@ Desired Generator::entries(const Group& group, U32 most) {
   return desired;
 }
 
+void GroupAgent::setAll(const Desired& desired) {
+  struct Listener final : VelaAgent::BatchListener {
+    void entryDone(std::size_t number, const VelaAgent::EntryOutcome&) override {
+      ASSERT_EQ(number, done++);
+    }
+    std::size_t done = 0;
+  };
+  for (auto at = desired.begin(); at != desired.end();) {
+    auto& entries = of(at->first).typed();
+    std::vector<std::pair<VelaAgent::AnyValue, VelaAgent::AnyValue>> values;
+    const std::size_t tableOfAll = at->first.first;
+    for (; at != desired.end() && at->first.first == tableOfAll; ++at) {
+      auto& [key, result] = values.emplace_back(entries.keyShape(), entries.resultShape());
+      VelaAgent::anyFromJson(at->first.second, profile(), key.shape(), key.value());
+      VelaAgent::anyFromJson(at->second, profile(), result.shape(), result.value());
+      entries.check(key, result);
+    }
+    std::vector<VelaAgent::Entries::Announcement> all;
+    all.reserve(values.size());
+    for (const auto& [key, result] : values) all.push_back({key, result});
+    Listener listener;
+    entries.announceAll(all, listener);
+    EXPECT_EQ(listener.done, all.size());
+    settle();
+  }
+}
+
 void GroupAgent::expectFound(const EntryKey& key, const Json& result) {
   const Json hit = find(key);
   ASSERT_FALSE(hit.is_null()) << of(key).name() << key.second;

@@ -63,9 +63,8 @@ struct GroupAgent : VelaAgent::Agent {
     settle();
     return status;
   }
-  void setAll(const Desired& desired) {
-    for (const auto& [key, result] : desired) set(key, result);
-  }
+  /// In batches, as far as they go to one table.
+  void setAll(const Desired& desired);
   void del(const EntryKey& key) {
     of(key).del(key.second);
     settle();

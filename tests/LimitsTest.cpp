@@ -20,14 +20,19 @@ struct Told {
     agent.make();
     agent.start(Agent::Start::fresh);
     runner.warningListenerIs([this](const std::string& text) { warnings.push_back(text); });
-    runner.resultListenerIs([this](const Json& line) { result = line; });
+    runner.resultListenerIs([this](const std::string& line) {
+      result = Json::parse(line);
+      results += line + '\n';
+    });
   }
 
   /// Applies an event; returns why it was refused, or nothing.
-  std::string operator()(const Json& event) {
+  std::string operator()(const Json& event) { return apply(event.dump()); }
+  std::string apply(const std::string& line) {
     warnings.clear();
+    results.clear();
     result = nullptr;
-    return VelaTest::errorText([&] { runner.apply(event.dump()); });
+    return VelaTest::errorText([&] { runner.applyLine(line); });
   }
   std::string set(const std::string& table, const Json& key, const Json& to) {
     return (*this)({{"op", "set"}, {"table", table}, {"key", key}, {"result", to}});
@@ -42,8 +47,83 @@ struct Told {
   Agent agent{profile, chip};
   VelaAgent::EventRunner runner{agent};
   std::vector<std::string> warnings;
-  Json result;
+  std::string results;  ///< The lines, and
+  Json result;          ///< the last of them.
 };
+
+/// Events told to two agents: one reads them straight into values where it can, the other reads
+/// documents, as stories need. Nothing shows which is which.
+struct ToldTwice {
+  explicit ToldTwice(const std::string& profileName) : values(profileName), documents(profileName) {
+    documents.runner.storyListenerIs([](const auto&, const auto&) { return true; });
+  }
+
+  std::string apply(const std::string& line) {
+    std::string refusal = values.apply(line);
+    EXPECT_EQ(documents.apply(line), refusal) << line;
+    EXPECT_EQ(values.results, documents.results) << line;
+    EXPECT_EQ(values.warnings, documents.warnings) << line;
+    EXPECT_EQ(values.runner.eventNumber(), documents.runner.eventNumber()) << line;
+    EXPECT_EQ(values.runner.repeats(), documents.runner.repeats()) << line;
+    EXPECT_EQ(values.runner.refusals(), documents.runner.refusals()) << line;
+    return refusal;
+  }
+
+  Told values;
+  Told documents;
+};
+
+/// The line with something wrong, or but unusual, about it.
+std::string mutated(std::string line, VelaTest::Random& random) {
+  static const std::string letters("\"\\{}[]:,-+.059eEtfnux \t\r\0\1\x7f\x80\xc3", 29);
+  static const char* const values[] = {"0",
+                                       "1",
+                                       "-1",
+                                       "-0",
+                                       "01",
+                                       "2.0",
+                                       "1e2",
+                                       "256",
+                                       "18446744073709551616",
+                                       "65",
+                                       "\"0x1\"",
+                                       "\"0X1\"",
+                                       "\"1\"",
+                                       "\"01\"",
+                                       "\"\"",
+                                       "true",
+                                       "null",
+                                       "\"\\u0031\"",
+                                       "[]",
+                                       "[1,2]",
+                                       "{}",
+                                       " 7 ",
+                                       "{\"0\":1,\"0x0\":2,\"0\":3}"};
+  const std::size_t at = random.below(static_cast<U32>(line.size()));
+  const char letter = letters[random.below(static_cast<U32>(letters.size()))];
+  switch (random.below(5)) {
+    case 0:
+      return line.erase(at, 1 + random.below(3));
+    case 1:
+      return line.insert(at, 1, letter);
+    case 2:
+      line[at] = letter;
+      return line;
+    case 3: {
+      // A member more, from elsewhere or a second time.
+      const std::size_t from = line.find_first_of("{,", at);
+      const std::size_t end = line.find_first_of(",}", std::min(from, line.size() - 1) + 1);
+      if (end == std::string::npos) return line + letter;
+      return line.insert(end, "," + line.substr(from + 1, end - from - 1));
+    }
+    default: {
+      const std::size_t colon = line.find(':', at);
+      if (colon == std::string::npos) return " " + line;
+      return line.replace(colon + 1, line.find_first_of(",}", colon) - colon - 1,
+                          values[random.below(std::size(values))]);
+    }
+  }
+}
 
 /// Short for JSON text.
 Json json(const char* text) { return Json::parse(text); }
@@ -292,17 +372,21 @@ struct OddEvents : testing::TestWithParam<std::string> {};
 /// holds what the tables say.
 TEST_P(OddEvents, areDoneOrRefused) {
   VelaTest::FatalGuard guard;
-  Told told(GetParam());
+  ToldTwice twice(GetParam());
+  Told& told = twice.values;
   VelaTest::Random random;
   VelaTest::Generator generator(*told.profile, random);
   U32 done = 0;
   U32 refused = 0;
-  const auto tell = [&](const Json& event) {
-    const std::string refusal = told(event);
+  const auto tellLine = [&](const std::string& line) {
+    const std::string refusal = twice.apply(line);
     ++(refusal.empty() ? done : refused);
-    ASSERT_EQ(VelaTest::FatalGuard::last(), "") << event;
-    ASSERT_THAT(refusal, testing::Not(HasSubstr("\n"))) << event;
+    ASSERT_EQ(VelaTest::FatalGuard::last(), "") << line;
+    ASSERT_THAT(refusal, testing::Not(HasSubstr("\n"))) << line;
   };
+  const auto tell = [&](const Json& event) { tellLine(event.dump()); };
+  VelaAgent::EventReader reader(told.agent);
+  VelaAgent::EntryEvent read;
   for (VelaAgent::TableAdapter* table : told.agent.announced()) {
     if (table->instance() != 0) continue;
     SCOPED_TRACE(table->name());
@@ -325,6 +409,23 @@ TEST_P(OddEvents, areDoneOrRefused) {
       set["result"] = odd;
       tell(set);
     });
+    for (U32 i = 0; i < 40; ++i) {
+      Json ordinary = event("set", generator.key(table->name(), random.below(60)));
+      ordinary["result"] = generator.result(table->name(), ordinary["key"]);
+      const std::string set = ordinary.dump();
+      const std::string del = event("del", ordinary["key"]).dump(random.flip() ? 1 : -1);
+      for (std::string line : {set, del}) {
+        std::replace(line.begin(), line.end(), '\n', ' ');
+        tellLine(mutated(line, random));
+        const U32 doneBefore = done;
+        tellLine(line);
+        if (done > doneBefore) {
+          EXPECT_TRUE(reader.read(line, 0, read)) << line;
+        }
+        tellLine(mutated(mutated(line, random), random));
+      }
+      if (random.flip()) tellLine(set);
+    }
   }
   for (const auto& table : told.agent.tables()) {
     table->audit();

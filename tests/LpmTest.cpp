@@ -31,6 +31,40 @@ LpmResult cells(const std::array<EntryCellResult, 4>& four, bool cpuTrap = false
 
 const EntryCellResult none{};
 
+// The whole routes.
+
+struct Heard final : Orb::KeyObserver<LpmKey> {
+  std::vector<LpmKey> keys;
+  void handleKey(const LpmKey& changed) override { keys.push_back(changed); }
+};
+
+/// Also while nobody writes them into levels.
+TEST(LpmRoutes, tellObserversOfEachChangedKeyOnce) {
+  const auto table = lpmTableFactory("Route");
+  Heard entries;
+  Heard statuses;
+  table->entries().observerIs(&entries);
+  table->entryStatuses().observerIs(&statuses);
+  const LpmKey one = key(1, "10.1.2.0/24");
+  const LpmKey other = key(1, "10.1.2.0/25");
+  const LpmResult odd = cells({cell(1, 2, 9), none, cell(3, 4, 24), none}, true);
+  EXPECT_TRUE(table->entryIs(one, odd));
+  EXPECT_FALSE(table->entryIs(one, odd));
+  EXPECT_EQ(*table->entry(one), odd);
+  EXPECT_TRUE(table->entryIs(one, routeResult({L3LagIndex(1), U8{2}}, 24)));
+  EXPECT_EQ(*table->entry(one), cells({cell(1, 2, 24), none, none, none}));
+  EXPECT_FALSE(table->entryDel(other));
+  table->entryIs(other, odd);
+  EXPECT_EQ(table->entryStatusIs(one).key, one);
+  table->entryStatusIs(one);
+  EXPECT_EQ(table->entryStatus(other), std::nullopt);
+  table->entryDelAll();
+  EXPECT_THAT(entries.keys, ElementsAre(one, one, other, one, other));
+  EXPECT_THAT(table->entryStatuses().keys(), ElementsAre(one));
+  table->entryStatusDelAll();
+  EXPECT_THAT(statuses.keys, ElementsAre(one, one));
+}
+
 // The first level.
 
 TEST(Lpm11, keysAndRowsNameEachOther) {

@@ -4,7 +4,7 @@
 #include <unordered_map>
 
 #include "Orb/Attribute.h"
-#include "Orb/Collection.h"
+#include "Orb/Map.h"
 #include "Orb/Ptr.h"
 #include "Orb/RecordIndex.h"
 #include "Orb/Slab.h"
@@ -255,26 +255,6 @@ TEST(Attribute, tellsObserversOfChangesAlone) {
   attribute.observerDel(&watcher);
   attribute.is(6);
   EXPECT_EQ(watcher.heard.size(), 1u);
-}
-
-TEST(Collection, tellsObserversOfEachChangedKeyOnce) {
-  struct Watcher final : Orb::KeyObserver<U32> {
-    std::vector<U32> heard;
-    void handleKey(const U32& key) override { heard.push_back(key); }
-  } watcher;
-  Orb::Collection<U32, U32> collection;
-  collection.observerIs(&watcher);
-  EXPECT_TRUE(collection.is(7, 1));
-  EXPECT_FALSE(collection.is(7, 1));
-  EXPECT_TRUE(collection.is(7, 2));
-  EXPECT_FALSE(collection.del(8));
-  collection.is(3, 1);
-  collection.delAll();
-  EXPECT_THAT(watcher.heard, ElementsAre(7, 7, 3, 3, 7));
-  EXPECT_EQ(collection.size(), 0u);
-  collection.observerDel(&watcher);
-  collection.is(1, 1);
-  EXPECT_EQ(watcher.heard.size(), 5u);
 }
 
 class TraceTest : public testing::Test, protected Twinlog::Sink {

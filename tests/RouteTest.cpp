@@ -240,8 +240,7 @@ TEST_F(OneLadder, whatWaitsGetsTheRoomThatAppears) {
         continue;
       }
       ++waiting;
-      ASSERT_FALSE(
-          physical.competitors(*level.cachedItem(VelaAgent::HashedLevel::keyOf(key))).empty());
+      ASSERT_FALSE(physical.competitors(*level.cachedItem(LpmRoutes::keyOf(key))).empty());
     }
     ASSERT_EQ(physical.waiting(&level), waiting);
   };
@@ -303,6 +302,18 @@ TEST_F(OneLadder, aFailedWriteShowsInTheRoutesStatusUntilItIsMended) {
   ladder.first->handleEntry(other);
   ladder.writer->retry();
   EXPECT_EQ(ladder.status(other), EntryProgrammedStatus::programmed);
+}
+
+/// What comes in while a route joins others of its key does not hide that the key is in hardware.
+TEST_F(OneLadder, aRouteThatJoinsOthersIsWhereTheyAre) {
+  const LpmKey waits = route(0, "10.9.2.0/24");
+  ladder.set(route(0, "10.1.2.0/24"), nexthop(1));
+  ladder.chip.chip.failWritesIs(1);
+  ladder.set(waits, nexthop(1));
+  EXPECT_EQ(ladder.status(waits), EntryProgrammedStatus::hardwareError);
+  ladder.set(route(0, "10.1.2.0/25"), nexthop(2));
+  EXPECT_EQ(ladder.status(waits), EntryProgrammedStatus::programmed);
+  EXPECT_EQ(ladder.status(route(0, "10.1.2.0/25")), EntryProgrammedStatus::programmed);
 }
 
 /// A key of a level has one flag for all of its routes: a whole route cannot carry it.

@@ -70,7 +70,8 @@ struct Crowd : VelaTest::GroupAgent {
       ASSERT_EQ(found, of(key).hardware()->place(key.second).has_value()) << key.second;
       if (found) continue;
       ++waiting;
-      ASSERT_FALSE(of(key).competing(key.second).empty()) << key.second << " has room";
+      ASSERT_FALSE(of(key).competing(of(key).keyFromJson(key.second)).empty())
+          << key.second << " has room";
     }
     ASSERT_EQ(held.size(), desired.size() - waiting);
   }

@@ -125,6 +125,21 @@ TEST_F(Tool, aBadLineStopsTheRunAndKeepsWhatWasApplied) {
   }
 }
 
+/// Longer than what is read at a time, across its ends, and without an end of its own.
+TEST_F(Tool, linesAreReadWhereverTheyEnd) {
+  const std::string set = R"({"op":"set","table":"HashTest","key":1,"result":1})";
+  std::string text = std::string(700000, ' ') + set + "\r\n\n";
+  for (U32 i = 0; i < 20000; ++i) text += set + std::string(i % 7, ' ') + "\n";
+  events(text + set);
+  EXPECT_EQ(run("run events --json"), 0);
+  EXPECT_EQ(Json::parse(read("out"))["events"], 20002);
+  EXPECT_EQ(run("run - --json < events"), 0);
+  EXPECT_EQ(Json::parse(read("out"))["events"], 20002);
+  events(text + "{");
+  EXPECT_EQ(run("run - --json < events"), 2);
+  EXPECT_EQ(read("err"), "stdin:20003: not a JSON object: column 2 of {\n");
+}
+
 TEST_F(Tool, theSwitchIsKeptAcrossRuns) {
   events(R"({"op":"set","table":"VlanMembership","key":10,"result":{"permitMask":15}}
 {"op":"set","table":"AclHash","instance":1,"key":{"type":7,"srcIp":"255.255.255.255"},"result":{"priority":3}}

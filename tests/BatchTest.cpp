@@ -1,0 +1,356 @@
+#include "Generator.h"
+#include "VelaSwitchTable/VelaTableAclHashes.h"
+#include "VelaSwitchTable/VelaTableHashTest.h"
+#include "VelaSwitchTable/VelaTableMacVlan.h"
+#include "agent/Events.h"
+#include "device/AclLookup.h"
+
+// Entries that are announced or withdrawn in batches end as if they had come one by one.
+
+namespace {
+
+using namespace VelaSwitchTable;
+using VelaSwitchApi::EntryOutcome;
+using VelaTest::Chip;
+using VelaTest::EntryProgrammedStatus;
+using VelaTest::Started;
+
+class Batches : public VelaTest::ProfileTest {};
+
+/// What a bus is told, run by run.
+struct RunBus final : VelaSwitchApi::RegisterBus {
+  explicit RunBus(VelaDevice::SimulatedSwitch& onto) : chip(onto) {}
+
+  RegisterHandle registerIs(std::string_view path) override { return chip.registerIs(path); }
+  TableHandle tableIs(const VelaSwitchApi::HwTableIdentity& identity, U32 lastIndex) override {
+    return chip.tableIs(identity, lastIndex);
+  }
+  bool rowIs(TableHandle table, U32 index, std::span<const RegisterValue> writes) override {
+    runs.push_back(1);
+    return chip.rowIs(table, index, writes);
+  }
+  void rowsAre(std::span<RowWrite> rows) override {
+    runs.push_back(rows.size());
+    for (RowWrite& row : rows) {
+      entries.push_back(row.entry);
+      row.written = chip.rowIs(row.table, row.index, row.writes);
+    }
+  }
+  Read row(TableHandle table, U32 index, std::span<RegisterValue> values) override {
+    return chip.row(table, index, values);
+  }
+  bool hitBits(TableHandle table, U32 first, std::span<RegisterValue> values) override {
+    return chip.hitBits(table, first, values);
+  }
+
+  /// The row's next reads fail.
+  void rows(std::span<RowRead> rows) override {
+    reads.push_back(rows.size());
+    for (RowRead& each : rows) {
+      if (each.index == failing && failures != 0) {
+        --failures;
+        return;
+      }
+      each.read = chip.row(each.table, each.index, each.values);
+    }
+  }
+
+  VelaDevice::SimulatedSwitch& chip;
+  std::vector<std::size_t> runs;
+  std::vector<U32> entries;
+  std::vector<std::size_t> reads;
+  U32 failing = 0;
+  U32 failures = 0;
+};
+
+TEST(Batch, rowsGoToTheBusInRuns) {
+  Chip chip;
+  RunBus bus(chip.chip);
+  chip.types = Orb::make<VelaSwitchApi::SwTableTypes>(chip.profile, bus);
+  const auto acl = AclHashTableIs("acl", 0);
+  chip.start(*acl);
+  std::vector<std::pair<VelaSwitch::AclHashKey, VelaSwitch::AclHashResult>> entries(100);
+  std::vector<VelaSwitch::AclHashKey> keys;
+  for (U32 i = 0; i < entries.size(); ++i) {
+    entries[i].first.l4Port = static_cast<U16>(i);
+    keys.push_back(entries[i].first);
+  }
+  bus.runs.clear();
+  chip.chip.failWritesIs(1, 0, 7);
+  const auto outcomes = acl->entriesAre(entries);
+  // The second run comes upon the row that failed in the first, which goes first, alone.
+  EXPECT_EQ(bus.runs.front(), 64u);
+  EXPECT_EQ(bus.entries[63], 63u);
+  ASSERT_EQ(outcomes.size(), 100u);
+  for (U32 i = 0; i < outcomes.size(); ++i) {
+    EXPECT_EQ(outcomes[i].status,
+              i == 7 ? EntryProgrammedStatus::hardwareError : EntryProgrammedStatus::programmed);
+    EXPECT_TRUE(outcomes[i].changed && !outcomes[i].known);
+  }
+  // By now it is where it should be.
+  for (const EntryOutcome& again : acl->entriesAre(entries)) {
+    EXPECT_TRUE(again.known && !again.changed);
+    EXPECT_EQ(again.status, EntryProgrammedStatus::programmed);
+  }
+  bus.runs.clear();
+  const auto gone = acl->entriesDel(keys);
+  EXPECT_THAT(bus.runs, testing::ElementsAre(64, 36));
+  EXPECT_TRUE(std::all_of(gone.begin(), gone.end(), [](const auto& each) { return each.changed; }));
+  EXPECT_EQ(acl->entries().size(), 0u);
+}
+
+/// A row that fails is tried again before those behind it, at audits as at restarts.
+TEST(Batch, rowsAreReadInRuns) {
+  using Kind = VelaSwitchApi::AuditFinding::Kind;
+  Chip chip;
+  RunBus bus(chip.chip);
+  chip.types = Orb::make<VelaSwitchApi::SwTableTypes>(chip.profile, bus);
+  const auto table = HashTestTableIs("hashTest");
+  chip.start(*table);
+  for (U32 key = 0; key < 10; ++key) table->entryIs(HashTestKey{key}, HashTestResult{1});
+  const auto& physical = table->profileConvertor().physicalTable();
+  bus.failing = 5;
+  const auto audit = [&](U32 failures) {
+    bus.reads.clear();
+    bus.failures = failures;
+    table->syncEntries();
+    return table->profileConvertor().auditFindings();
+  };
+  EXPECT_THAT(audit(0), testing::IsEmpty());
+  EXPECT_THAT(bus.reads, testing::ElementsAre(16));
+  EXPECT_THAT(audit(2), testing::IsEmpty());
+  EXPECT_THAT(bus.reads, testing::ElementsAre(16, 11, 11));
+  U32 last = 15;
+  while (!physical.entryAt(last)) --last;
+  chip.chip.flipBit(physical.hwTables().front()->busHandle(), last, 0, 0);
+  const auto findings = audit(3);
+  EXPECT_THAT(bus.reads, testing::ElementsAre(16, 11, 11, 10));
+  ASSERT_EQ(findings.size(), 2u);
+  EXPECT_EQ(std::pair(findings[0].kind, findings[0].index), std::pair(Kind::unreadable, U32{5}));
+  EXPECT_EQ(std::pair(findings[1].kind, findings[1].index), std::pair(Kind::inconsistent, last));
+  table->profileConvertor().repair(findings[1]);
+
+  const auto next = HashTestTableIs("next");
+  chip.types = Orb::make<VelaSwitchApi::SwTableTypes>(chip.profile, bus);
+  chip.create(*next);
+  bus.failures = 2;
+  next->syncEntries();
+  EXPECT_EQ(next->entries().size(), 10u);
+}
+
+TEST(Batch, rowsThatFailMarkTheirKeys) {
+  Started<MacVlanTable> rig;
+  const auto entry = [](U16 vid) {
+    return std::pair(MacVlanKey{vid}, MacVlanResult{.vlanId = static_cast<U16>(vid)});
+  };
+  rig.chip.failWritesIs(1);
+  const std::vector entries{entry(1), entry(2)};
+  const auto outcomes = rig.table->entriesAre(entries);
+  EXPECT_EQ(outcomes[0].status, EntryProgrammedStatus::hardwareError);
+  EXPECT_EQ(outcomes[1].status, EntryProgrammedStatus::programmed);
+  rig.table->handleEntry(entries[0].first);
+  EXPECT_TRUE(rig.table->hwInconsistentKeys().empty());
+}
+
+/// What failed comes in when the next entry is announced, also within a batch; and whoever hears of
+/// one may withdraw another that is behind it.
+TEST(Batch, entriesBehindAFailureOrAnObserver) {
+  struct Withdraws final : Orb::KeyObserver<HashTestKey> {
+    explicit Withdraws(HashTestTable& of) : table(of) { table.tableStatus()->observerIs(this); }
+    ~Withdraws() { table.tableStatus()->observerDel(this); }
+    void handleKey(const HashTestKey& key) override {
+      if (key.value() == 3) table.entryDel(HashTestKey{4u});
+    }
+    HashTestTable& table;
+  };
+  Started<HashTestTable> rig;
+  const auto entry = [](U32 key) { return std::pair(HashTestKey{key}, HashTestResult{7u}); };
+  rig.chip.failWritesIs(1);
+  const std::vector first{entry(1), entry(2)};
+  EXPECT_EQ(rig.table->entriesAre(first)[0].status, EntryProgrammedStatus::hardwareError);
+  EXPECT_EQ(rig.status(HashTestKey{1u}), EntryProgrammedStatus::programmed);
+  EXPECT_TRUE(hashTest(rig.path, 1));
+  const Withdraws observer(*rig.table);
+  const std::vector second{entry(3), entry(4), entry(5)};
+  const auto outcomes = rig.table->entriesAre(second);
+  EXPECT_EQ(outcomes[1].status, EntryProgrammedStatus::notProgrammed);
+  EXPECT_FALSE(hashTest(rig.path, 4));
+  EXPECT_TRUE(hashTest(rig.path, 5));
+  EXPECT_EQ(rig.table->count(VelaSwitchApi::KeyRecord::staged), 0u);
+}
+
+/// A table of 16 rows that entries move, wait, come in and fail in, by batches; with a twin where
+/// they come one by one.
+struct Small {
+  Started<HashTestTable> batches;
+  Started<HashTestTable> twin;
+  VelaTest::Random random;
+  std::map<U32, U32> desired;
+
+  std::vector<std::pair<HashTestKey, HashTestResult>> someEntries() {
+    std::vector<std::pair<HashTestKey, HashTestResult>> entries(random.below(12));
+    for (auto& entry : entries)
+      entry = {HashTestKey{random.below(24)}, HashTestResult{random.below(3)}};
+    return entries;
+  }
+};
+
+TEST(Batch, endsAsOneByOne) {
+  Small small;
+  auto& table = *small.batches.table;
+  auto& twin = *small.twin.table;
+  std::vector<std::vector<U32>> written[2];
+  for (auto* rig : {&small.batches, &small.twin}) {
+    auto& rows = written[rig == &small.twin];
+    rig->chip.writeObserverIs(
+        [rig, &rows](const auto&, U32 row) { rows.push_back(rig->words(0, row)); });
+  }
+  for (U32 round = 0; round < 3000; ++round) {
+    const auto entries = small.someEntries();
+    std::vector<EntryOutcome> outcomes;
+    if (small.random.flip()) {
+      outcomes = table.entriesAre(entries);
+    } else {
+      std::vector<HashTestKey> keys;
+      keys.reserve(entries.size());
+      for (const auto& entry : entries) keys.push_back(entry.first);
+      outcomes = table.entriesDel(keys);
+      for (std::size_t i = 0; i < keys.size(); ++i) {
+        ASSERT_EQ(outcomes[i].changed, twin.entryDel(keys[i])) << round;
+      }
+      continue;
+    }
+    ASSERT_EQ(outcomes.size(), entries.size());
+    for (std::size_t i = 0; i < entries.size(); ++i) {
+      const auto& [key, result] = entries[i];
+      ASSERT_EQ(outcomes[i].known, twin.entries().has(key));
+      ASSERT_EQ(outcomes[i].changed, twin.entryIs(key, result));
+      ASSERT_EQ(outcomes[i].status, small.twin.status(key)) << round << " " << key.value();
+    }
+    ASSERT_EQ(written[0], written[1]) << round;
+  }
+  EXPECT_GT(small.batches.convertor().physicalTable().engine().moves(), 100u);
+  EXPECT_EQ(table.tableStatus()->keys(), twin.tableStatus()->keys());
+}
+
+/// Whatever fails, statuses tell the truth, and what lies in a row is found while others change.
+TEST(Batch, nothingIsLostWhereWritesFail) {
+  Small small;
+  auto& rig = small.batches;
+  std::set<HashTestKey> touched;
+  const auto expectFound = [&] {
+    for (const HashTestKey& key : rig.table->tableStatus()->keys()) {
+      if (touched.contains(key) || rig.status(key) != EntryProgrammedStatus::programmed) continue;
+      ASSERT_TRUE(hashTest(rig.path, key.value())) << key.value();
+    }
+  };
+  rig.chip.writeObserverIs([&](const auto&, U32) { expectFound(); });
+  for (U32 round = 0; round < 2000; ++round) {
+    const auto entries = small.someEntries();
+    touched.clear();
+    std::vector<HashTestKey> keys;
+    keys.reserve(entries.size());
+    for (const auto& entry : entries) keys.push_back(entry.first);
+    touched.insert(keys.begin(), keys.end());
+    // Others that failed are tried again amid the batch.
+    for (const HashTestKey& key : rig.table->tableStatus()->keys()) {
+      if (rig.status(key) != EntryProgrammedStatus::programmed) touched.insert(key);
+    }
+    if (small.random.below(3) == 0)
+      rig.chip.failWritesIs(small.random.below(4), small.random.below(4));
+    if (small.random.below(3) != 0) {
+      for (const auto& [key, result] : entries) small.desired[key.value()] = result.result();
+      rig.table->entriesAre(entries);
+    } else {
+      for (const HashTestKey& key : keys) small.desired.erase(key.value());
+      rig.table->entriesDel(keys);
+    }
+    touched.clear();
+    ASSERT_NO_FATAL_FAILURE(expectFound()) << round;
+    if (round % 8 != 0) continue;
+    rig.chip.failWritesIs(0);
+    rig.convertor().physicalTable().settle();
+    for (const auto& [key, result] : small.desired) {
+      const auto status = rig.status(HashTestKey{key});
+      const auto hit = hashTest(rig.path, key);
+      ASSERT_NE(status, EntryProgrammedStatus::hardwareError) << round;
+      ASSERT_EQ(hit.has_value(), status == EntryProgrammedStatus::programmed) << round;
+      if (hit) {
+        ASSERT_EQ(hit->result(), result);
+      }
+    }
+    ASSERT_EQ(rig.table->tableStatus()->size(), small.desired.size());
+  }
+}
+
+/// Lines told to a runner, with all that comes of them.
+struct Heard {
+  explicit Heard(const char* name)
+      : profile(VelaSwitch::ProfileInfo::builtIn(name)), agent(profile, chip) {
+    agent.make();
+    agent.start(VelaAgent::Agent::Start::fresh);
+    runner.emplace(agent);
+    const auto add = [this](const std::string& text) {
+      all += std::to_string(runner->lineNumber()) + " " + text + "\n";
+    };
+    runner->resultListenerIs(add);
+    runner->warningListenerIs(add);
+    agent.recorder().listenerIs([this](const auto& write) {
+      const U64 event = write.entry ? runner->eventNumber(*write.entry) : runner->eventNumber();
+      writes += Orb::text(event, " ", write.table.name, " ", write.index, "\n");
+    });
+  }
+
+  VelaDevice::SimulatedSwitch chip;
+  Orb::PtrConst<VelaSwitch::ProfileInfo> profile;
+  VelaAgent::Agent agent;
+  std::optional<VelaAgent::EventRunner> runner;
+  std::string all;
+  std::string writes;
+};
+
+/// Announcements that are put off show in nothing: results, warnings and writes have the numbers
+/// of their lines and events.
+TEST_P(Batches, ofEventsTellWhatSingleEventsTell) {
+  Heard batches(GetParam().c_str());
+  Heard singles(GetParam().c_str());
+  const std::vector<std::string> tables{"Route",    "HashTest", "AclHash",
+                                        "NatMatch", "Lpm29",    "MacVlan"};
+  std::vector<std::string> lines;  // stay where they are
+  lines.reserve(3000);
+  for (U32 run = 0; lines.size() < 2900; ++run) {
+    const std::string& table = tables[random.below(6)];
+    const U32 numbers = table == "HashTest" ? 24 : std::min(generator.keys(table), 60u);
+    for (U32 i = random.below(30); i > 0; --i) {
+      const auto key = generator.key(table, random.below(numbers));
+      VelaTest::Json event = {{"op", "set"}, {"table", table}, {"key", key}};
+      if (random.below(10) == 0) {
+        event["op"] = "del";
+      } else {
+        event["result"] = generator.result(table, key);
+      }
+      std::string& line = lines.emplace_back(event.dump());
+      if (random.below(50) == 0) line += "}";
+      line.reserve(line.size() + VelaAgent::EventReader::padding);
+    }
+  }
+  for (U64 number = 1; number <= lines.size(); ++number) {
+    const std::string& line = lines[number - 1];
+    const auto refusal = [&](Heard& told, std::size_t behind) {
+      told.all += VelaTest::errorText([&] { told.runner->takeLine(line, behind, number); });
+    };
+    refusal(singles, 0);
+    singles.runner->flush();
+    refusal(batches, VelaAgent::EventReader::padding);
+    if (random.below(100) == 0) batches.runner->flush();
+  }
+  batches.runner->flush();
+  EXPECT_EQ(batches.all, singles.all);
+  EXPECT_EQ(batches.writes, singles.writes);
+  EXPECT_GT(singles.runner->refusals(), 10u);
+}
+
+INSTANTIATE_TEST_SUITE_P(Models, Batches, testing::Values("vela-48-5.1", "vela-20-4.0"),
+                         VelaTest::profileTestName);
+
+}  // namespace
