@@ -26,6 +26,7 @@ check device device            # sees the platform, never the tables
 below=$tables
 check platform/DirectBase DirectBase
 check VelaSwitchTable VelaSwitchTable
+check VelaRoutes VelaRoutes
 below="$below|device"
 check agent agent
 check tools tools
