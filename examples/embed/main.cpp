@@ -70,12 +70,13 @@ class PrintingBus final : public VelaSwitchApi::RegisterBus {
 /// The tables of this agent. An agent that is started again makes them anew, on the same bus.
 class Agent : private Orb::KeyObserver<AclHashKey> {
  public:
-  Agent(PrintingBus& bus, bool restart) : bus_(bus), tables_(makeTypes(bus)) {
+  Agent(PrintingBus& bus, bool restart) : tables_(makeTypes(bus)) {
     bus.printing = false;
     bus.rowWrites = 0;
     tables_.tableIs(acls_);
-    writer_.emplace(VelaRoutes::makeLadder(tables_));
+    const VelaRoutes::Ladder ladder = VelaRoutes::makeLadder(tables_);
     tables_.make();
+    writer_.emplace(ladder);
     if (restart) {
       tables_.rebuild();
       writer_->rebuild();
@@ -128,7 +129,6 @@ class Agent : private Orb::KeyObserver<AclHashKey> {
     std::printf("  %s: %s\n", Orb::text(key).c_str(), nameOf(acls_->status(key)));
   }
 
-  PrintingBus& bus_;
   VelaSwitchApi::SwitchTables tables_;
   Orb::Ptr<VelaSwitchTable::AclHashTable> acls_ = VelaSwitchTable::AclHashTableIs("AclHash", 0, 0);
   std::optional<VelaRoutes::RouteWriter> writer_;
