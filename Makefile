@@ -2,7 +2,8 @@
 # Each installs the Debian packages that are missing, configures, builds and runs.
 
 PACKAGES := g++ clang clang-format clang-tidy cmake ninja-build nlohmann-json3-dev libcli11-dev \
-            libsimdjson-dev libgtest-dev libbenchmark-dev llvm
+            libsimdjson-dev libgtest-dev libbenchmark-dev llvm pkgconf
+LIVE := abigail-tools debootstrap xz-utils
 PEERS := pkgconf libdpdk-dev libcuckoo-dev
 SUDO := $(shell [ "$$(id -u)" = 0 ] || echo sudo)
 JOBS := $(shell nproc)
@@ -11,7 +12,7 @@ SOURCES = $(shell git ls-files '*.h' '*.cpp')
 # Seconds that each fuzz target runs.
 FUZZ_SECONDS := 60
 
-.PHONY: demo test soak bench peers fuzz coverage deb format check lint packages release clean
+.PHONY: demo test test-live abi-baseline soak bench peers fuzz coverage deb format check lint packages release clean
 
 # Builds what it needs of the release, no more.
 demo: release-velatable
@@ -35,6 +36,21 @@ define test-leg
 endef
 timed = @start=$$(date +%s); echo "== $(1)"; $(2) && \
 	    printf '%-20s %5d s\n' '$(1)' $$(($$(date +%s) - start)) >> build/times
+
+# What needs more than the code: packages that are installed, the thread sanitizer, other releases.
+test-live: packages deb
+	@$(MAKE) --no-print-directory packages PACKAGES="$(LIVE)"
+	@rm -f build/times
+	$(call timed,threads: build,cmake --preset threads && cmake --build --preset threads)
+	$(call timed,threads: tests,build/threads/tests/thread_tests --gtest_repeat=5)
+	$(call timed,abi,tests/live/abi.sh)
+	$(call timed,packages,tests/live/packages.sh)
+	@cat build/times
+
+# Describes the libraries as they are for those of later releases to be compared with.
+abi-baseline: packages
+	@$(MAKE) --no-print-directory packages PACKAGES="$(LIVE)"
+	tests/live/abi.sh baseline
 
 # The tests of crashes, faults and damage at full length: an hour of processor time.
 soak: release-agent_tests

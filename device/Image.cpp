@@ -14,6 +14,19 @@ namespace {
   throw ImageException("this is no saved switch: " + why);
 }
 
+/// What it begins with is not what it should: another layout, or no saved switch at all.
+[[noreturn]] void refuseOther(const char* magic) {
+  const auto isDigit = [](char c) { return c >= '0' && c <= '9'; };
+  const std::ptrdiff_t at = std::find_if(imageMagic, std::end(imageMagic), isDigit) - imageMagic;
+  if (!std::equal(imageMagic, imageMagic + at, magic) || !isDigit(magic[at])) {
+    refuse("it begins with something else");
+  }
+  throw ImageException(
+      Orb::text("this switch was saved in layout ", std::string(1, magic[at]),
+                ", and this program knows layout ", std::string(1, imageMagic[at]),
+                " alone: decode it with a program of its own time, and apply the events anew"));
+}
+
 /// A text that ends, and fits into one line of a message.
 bool isName(const char (&text)[imageNameSize]) {
   const void* end = std::memchr(text, 0, imageNameSize);
@@ -78,7 +91,7 @@ void SimulatedSwitch::load() {
     return format();  // killed while it was made
   }
   if (!std::equal(std::begin(imageMagic), std::end(imageMagic), image.magic)) {
-    refuse("it begins with something else");
+    refuseOther(image.magic);
   }
   if (!isName(image.model)) refuse("its model is no name");
   if (image.used < sizeof(ImageHeader) || image.used > memory_.size()) refuse("it ends early");

@@ -11,6 +11,7 @@
 /// `pending`, so that the image is sound at every moment.
 namespace VelaDevice {
 
+/// Ends in the version of the layout.
 inline constexpr char imageMagic[16] = "vela-switch-2\n";
 inline constexpr U32 imageMaxRows = 1u << 20;
 inline constexpr U32 imageNameSize = 64;

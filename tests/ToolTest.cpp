@@ -9,6 +9,7 @@ namespace {
 
 using testing::HasSubstr;
 using testing::SizeIs;
+using testing::StartsWith;
 using VelaAgent::Json;
 using VelaTest::Tool;
 
@@ -165,6 +166,14 @@ TEST_F(Tool, theSwitchIsKeptAcrossRuns) {
 
   EXPECT_EQ(run("run events --device sim:image --profile vela-48-4.1"), 2);
   EXPECT_EQ(read("err"), "velatable: the saved switch is a vela-48-5.1, not a vela-48-4.1\n");
+
+  std::string image = read("image");
+  image.replace(image.find("switch-2"), 8, "switch-1");
+  events(image, "old");
+  EXPECT_EQ(run("run events --device sim:old"), 2);
+  EXPECT_THAT(read("err"), StartsWith("velatable: old: this switch was saved in layout 1, and this "
+                                      "program knows layout 2 alone"));
+  EXPECT_EQ(read("old"), image);
 
   std::filesystem::resize_file(file("image"), 100000);
   EXPECT_EQ(run("run events --device sim:image"), 2);

@@ -201,7 +201,7 @@ void CommandLine::addManual() {
 
 CommandLine::CommandLine() {
   app_.require_subcommand(1);
-  app_.set_version_flag("--version", "velatable " VELA_VERSION);
+  app_.set_version_flag("--version", "velatable " VELA_VERSION "\nJSON lines 1, saved switch 2");
   CLI::App* run = addRun();
   CLI::App* decode = addDecode();
   CLI::App* lookup = addLookup();
