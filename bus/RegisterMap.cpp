@@ -195,13 +195,13 @@ std::vector<std::string> RegisterMap::faults(std::span<const TableRegisters> tab
   const auto tell = [&](const std::string& what) {
     if (told.insert(what).second) lines.push_back(name_ + ": " + what);
   };
-  const auto needs = [&](const std::string& path, U32 width, const std::string& who) {
+  const auto needs = [&](const std::string& path, U32 width, const std::string& user) {
     const Register* reg = find(path);
     if (!reg) {
-      tell("no pattern for " + path + ", which " + who);
+      tell("no pattern for " + path + " of " + user);
     } else if (reg->width < width) {
-      tell(path + " has " + std::to_string(reg->width) + " bits in pattern \"" +
-           patterns_[reg->pattern] + "\" and needs " + std::to_string(width));
+      tell("pattern \"" + patterns_[reg->pattern] + "\" has " + std::to_string(reg->width) +
+           " bits, " + user + " needs " + std::to_string(width));
     }
   };
   for (const TableRegisters& table : tables) {
@@ -216,12 +216,12 @@ std::vector<std::string> RegisterMap::faults(std::span<const TableRegisters> tab
     }
     for (const auto& rows : table.rows) {
       for (const std::string& path : rows.paths) {
-        needs(path, table.width, "table " + table.table + " has");
+        needs(path, table.width, "table " + table.table);
       }
       if (!protocol) continue;
       const auto folder = std::string(folderOf(rows.paths.front()));
       const auto uses = [&](U32 field) {
-        needs(folder + fields_[field], 32, protocol->where + " uses for table " + table.table);
+        needs(folder + fields_[field], 32, protocol->where + " and table " + table.table);
       };
       const auto tells = [&](const IndexWord& word, const char* what, std::size_t parts) {
         uses(word.field);
