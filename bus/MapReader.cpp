@@ -158,9 +158,14 @@ class MapReader {
     map_.patternIs(path, {bytes(member(reg, "offset"), where, "offset"), width, 0}, strides);
   }
 
+  U32 field(const Object& object) const {
+    map_.fields_.push_back(text(object, "register"));
+    return static_cast<U32>(map_.fields_.size() - 1);
+  }
+
   IndexWord readWord(const Json& json, const std::string& where) const {
     const Object described = object(json, where, {"register", "value", "index"});
-    IndexWord indexWord{map_.fieldIs(text(described, "register")), word(described, "value", 0), {}};
+    IndexWord indexWord{field(described), word(described, "value", 0), {}};
     if (!json.contains("index")) return indexWord;
     for (const Json& part : array(described, "index")) {
       if (!part.is_array() || part.size() != 3) {
@@ -181,7 +186,7 @@ class MapReader {
   Poll readPoll(const Json& json, const std::string& where) const {
     const Object poll =
         object(json, where, {"register", "mask", "done", "absent", "failed", "limit"});
-    const Poll made{map_.fieldIs(text(poll, "register")),
+    const Poll made{field(poll),
                     word(poll, "mask"),
                     word(poll, "done"),
                     word(poll, "absent", 0),

@@ -182,13 +182,6 @@ void RegisterMap::checkOverlaps() const {
   }
 }
 
-U32 RegisterMap::fieldIs(const std::string& name) {
-  const auto known = std::find(fields_.begin(), fields_.end(), name);
-  if (known != fields_.end()) return static_cast<U32>(known - fields_.begin());
-  fields_.push_back(name);
-  return static_cast<U32>(fields_.size() - 1);
-}
-
 std::vector<std::string> RegisterMap::faults(std::span<const TableRegisters> tables) const {
   std::vector<std::string> lines;
   std::set<std::string> told;

@@ -143,7 +143,6 @@ class VELA_EXPORT RegisterMap {
 
   void patternIs(const NumberPattern& pattern, Register first, std::span<const U64> strides);
   void checkOverlaps() const;
-  U32 fieldIs(const std::string& name);
   [[noreturn]] void fail(const std::string& what) const;
 
   std::string name_;

@@ -12,8 +12,8 @@ class LevelsUnderTest : public VelaBus::BusUnderTest {
     static const std::vector<std::string> data{folder + "hash_data0", folder + "hash_data1"};
     static const std::vector<std::string> row{data[0], data[1], folder + "hash_data2",
                                               folder + "hash_data3", folder + "hash_ctl"};
-    static const std::vector<Table> tables{{{"Lpm14", 0, 0, "Lpm14[0]-0"}, 2047, row, data},
-                                           {{"Lpm17", 0, 0, "Lpm17[0]-0"}, 2047, row, data}};
+    static const std::vector<Table> tables{{{"Lpm14", 0, 0, "Lpm14[0]-0"}, 2040, row, data},
+                                           {{"Lpm17", 0, 0, "Lpm17[0]-0"}, 2040, row, data}};
     return tables;
   }
   static std::vector<U32> wordsOf(std::size_t table, HwIndex index, U32 seed) {

@@ -300,6 +300,25 @@ TEST(MappedBus, lateAnswersAreTheirQuestionsOwn) {
   EXPECT_THAT((std::vector{level.hits[0].value, level.hits[1].value}), ElementsAre(1u << 5, 4u));
   ASSERT_TRUE(patiently([&] { return level.bus.hitBits(level.table, 0, level.hits); }));
   EXPECT_EQ(level.hits[0].value, 0u);
+  control.held = true;
+  EXPECT_EQ(level.bus.row(level.table, 1, level.values), Read::failed);
+  control.held = false;
+  ASSERT_TRUE(patiently([&] { return level.bus.hitBits(level.table, 0, level.hits); }));
+  EXPECT_EQ(level.hits[0].value, 0u);
+}
+
+TEST(MappedBus, countsRefusalsAndKeepsToTheTable) {
+  MappedLevel level(patient);
+  const Hardware hardware(level.registers);
+  hardware.control().failReads = 2;
+  EXPECT_EQ(level.bus.row(level.table, 1, level.values), Read::failed);
+  EXPECT_FALSE(level.bus.hitBits(level.table, 0, level.hits));
+  EXPECT_EQ(level.bus.errors().refusals, 2u);
+  EXPECT_EQ(level.bus.errors().timeouts, 0u);
+  // 2040 is the table's last row.
+  for (const HwIndex index : {2040, 2041}) hardware.control().hits[0][index] = true;
+  ASSERT_TRUE(level.bus.hitBits(level.table, 1984, level.hits));
+  EXPECT_EQ(level.hits[1].value, 1u << 24);
 }
 
 /// A table on this bus, and another agent's that is rebuilt from what hardware answers.
@@ -345,15 +364,15 @@ TEST(MappedBus, servesATable) {
 /// Each part of a row is committed, and read back, by itself.
 TEST(MappedBus, rowsMayHaveSeveralParts) {
   const RegisterFile registers;
-  MappedBus bus(mapOf(R"({"registers": [{"path": "a/r{0-3}", "offset": "0x1000", "strides": [4]}],
-      "tables": [{"names": ["t"], "select": {"register": "r2", "index": [[0, 8, 0]]},
-        "read": {"trigger": {"register": "r3", "value": 256, "index": [[0, 8, 0]]},
-                 "poll": {"register": "r3", "mask": 512, "done": 0, "limit": 0}},
-        "control": {"register": "r1", "index": [[0, 8, 8]]}}]})"),
+  MappedBus bus(mapOf(R"({"registers": [{"path": "a/r{1-4}", "offset": "0x1000", "strides": [4]}],
+      "tables": [{"names": ["t"], "select": {"register": "r3", "index": [[0, 8, 0]]},
+        "read": {"trigger": {"register": "r4", "value": 256, "index": [[0, 8, 0]]},
+                 "poll": {"register": "r4", "mask": 512, "done": 0, "limit": 0}},
+        "control": {"register": "r2", "index": [[0, 8, 8]]}}]})"),
                 registers.file());
   const auto table = bus.tableIs({"t", 0, 0, "t"}, 9);
-  const auto data = bus.registerIs("a/r0");
-  const auto control = bus.registerIs("a/r1");
+  const auto data = bus.registerIs("a/r1");
+  const auto control = bus.registerIs("a/r2");
   std::vector<Value> row{{data, 1}, {control, 2}, {data, 3}, {control, 4}};
   EXPECT_THAT(storesOf(registers, [&] { bus.rowIs(table, 5, row); }),
               ElementsAre(0x1008, 0x1000, 0x1004, 0x1008, 0x1000, 0x1004));
