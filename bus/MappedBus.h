@@ -16,8 +16,6 @@ namespace VelaBus {
 /// It belongs to one thread.
 class VELA_EXPORT MappedBus final : public VelaSwitchApi::RegisterBus {
  public:
-  using HwIndex = VelaSwitchApi::HwIndex;
-
   /// What is mapped.
   struct File {
     std::string path;

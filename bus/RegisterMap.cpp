@@ -140,8 +140,9 @@ void RegisterMap::patternIs(const NumberPattern& pattern, Register first,
   first.pattern = static_cast<U32>(patterns_.size());
   patterns_.push_back(pattern.text());
   const auto& ranges = pattern.ranges();
-  std::vector<U32> numbers;
-  for (const auto& range : ranges) numbers.push_back(range.first);
+  std::vector<U32> numbers(ranges.size());
+  std::transform(ranges.begin(), ranges.end(), numbers.begin(),
+                 [](const auto& range) { return range.first; });
   for (;;) {
     Register each = first;
     for (std::size_t i = 0; i < ranges.size(); ++i) {
@@ -173,13 +174,15 @@ void RegisterMap::checkOverlaps() const {
   std::stable_sort(byOffset.begin(), byOffset.end(), [](const auto* a, const auto* b) {
     return a->second.offset < b->second.offset;
   });
-  for (std::size_t i = 1; i < byOffset.size(); ++i) {
-    const auto& [path, reg] = *byOffset[i - 1];
-    const auto& [nextPath, next] = *byOffset[i];
-    if (reg.offset + reg.width / 8 <= next.offset) continue;
-    fail("patterns \"" + patterns_[reg.pattern] + "\" and \"" + patterns_[next.pattern] +
-         "\" overlap at " + hexOf(next.offset) + ": " + path + " and " + nextPath);
-  }
+  const auto found =
+      std::adjacent_find(byOffset.begin(), byOffset.end(), [](const auto* a, const auto* b) {
+        return a->second.offset + a->second.width / 8 > b->second.offset;
+      });
+  if (found == byOffset.end()) return;
+  const auto& [path, reg] = *found[0];
+  const auto& [nextPath, next] = *found[1];
+  fail("patterns \"" + patterns_[reg.pattern] + "\" and \"" + patterns_[next.pattern] +
+       "\" overlap at " + hexOf(next.offset) + ": " + path + " and " + nextPath);
 }
 
 std::vector<std::string> RegisterMap::faults(std::span<const TableRegisters> tables) const {
