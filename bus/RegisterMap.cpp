@@ -105,7 +105,12 @@ TableRegisters registersOf(const VelaSwitchApi::HwTableDescriptor& descriptor, b
   return table;
 }
 
-void RegisterMap::fail(const std::string& what) const { throw MapException(name_ + ": " + what); }
+void RegisterMap::fail(const std::string& what) const {
+  std::string line = name_ + ": " + what;
+  std::replace_if(
+      line.begin(), line.end(), [](char c) { return c == '\n' || c == '\0'; }, '?');
+  throw MapException(line);
+}
 
 const RegisterMap::Register* RegisterMap::find(std::string_view path) const {
   const auto found = registers_.find(path);

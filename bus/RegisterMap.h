@@ -48,7 +48,7 @@ class VELA_EXPORT NumberPattern {
 };
 
 /// A word in which some bits are bits of a row's index.
-struct IndexWord {
+struct VELA_EXPORT IndexWord {
   /// `bits` bits of the index, from its bit `from` on, stand in the word from its bit `to` on.
   struct Bits {
     U8 from;

@@ -401,7 +401,7 @@ TEST(RegisterMap, saysWhatIsWrongInOneLine) {
     const char* of;
     const char* line;
   } mistakes[] = {
-      {"offste", "offset", "map: registers[0]: unknown key \"offste\""},
+      {"off\\nset", "offset", "map: registers[0]: unknown key \"off?set\""},
       {"", "\"names\": [\"t-{}\"], ", "map: tables[0]: \"names\" is missing"},
       {"0x18", "0x14", ""},
       {"0x20", "0x14",
