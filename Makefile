@@ -11,7 +11,7 @@ SOURCES = $(shell git ls-files '*.h' '*.cpp')
 # Seconds that each fuzz target runs.
 FUZZ_SECONDS := 60
 
-.PHONY: demo test soak bench peers fuzz coverage format check lint packages release clean
+.PHONY: demo test soak bench peers fuzz coverage deb format check lint packages release clean
 
 # Builds what it needs of the release, no more.
 demo: release-velatable
@@ -82,6 +82,15 @@ packages:
 	    echo "installing" $$missing; \
 	    $(SUDO) apt-get update -qq && $(SUDO) apt-get install -y -qq --no-install-recommends $$missing; \
 	fi
+
+# Debian packages of what is committed or about to be, in build/deb, free of lintian's complaints.
+DEB_PACKAGES := dpkg-dev debhelper fakeroot lintian
+deb: packages
+	@$(MAKE) --no-print-directory packages PACKAGES="$(DEB_PACKAGES)"
+	rm -rf build/deb && mkdir -p build/deb/source
+	git ls-files -z --cached --others --exclude-standard | tar c --null -T - | tar x -C build/deb/source
+	cd build/deb/source && dpkg-buildpackage -us -uc --build=full --no-sign
+	lintian --fail-on error,warning build/deb/*.changes
 
 format:
 	clang-format -i $(SOURCES)

@@ -12,7 +12,7 @@ Agent::Agent(Orb::PtrConst<VelaSwitch::ProfileInfo> profile, VelaDevice::Simulat
       chip_(chip),
       recorder_(chip),
       dataPath_(chip, *profile_),
-      types_(Orb::make<VelaSwitchApi::SwTableTypes>(profile_, recorder_)) {
+      switch_(Orb::make<VelaSwitchApi::SwTableTypes>(profile_, recorder_)) {
   for (auto& path : makePaths(*this)) {
     paths_.push_back(std::make_unique<TableAdapter>(std::move(path)));
   }
@@ -28,11 +28,9 @@ void Agent::make(const std::vector<std::string>& only) {
       tables_.push_back(std::make_unique<HwTableAdapter>(family.make(instance)));
     }
   }
-  for (const auto& adapter : tables_) adapter->table().doSetProfileConvertor(types_);
-  for (const auto& adapter : tables_) {
-    adapter->table().doCreateHwTable();
-    checkControlWords(adapter->table());
-  }
+  for (const auto& adapter : tables_) switch_.tableIs(&adapter->table());
+  switch_.make();
+  for (const auto& adapter : tables_) checkControlWords(adapter->table());
   if (only.empty() || std::find(only.begin(), only.end(), "Route") != only.end()) {
     makeRoutes();
     announced_.push_back(routes_.get());
@@ -42,44 +40,34 @@ void Agent::make(const std::vector<std::string>& only) {
 
 void Agent::makeRoutes() {
   using namespace VelaSwitchTable;
-  Orb::Ptr<Lpm11Table> firstLevel;
-  std::vector<Orb::Ptr<LpmBaseTable>> levels;
+  VelaRoutes::Ladder ladder{lpmTableFactory("Route"), nullptr, {}};
   std::vector<TableEntries*> entries;
   for (const auto& adapter : tables_) {
     auto* first = dynamic_cast<Lpm11Table*>(&adapter->table());
     auto* level = dynamic_cast<LpmBaseTable*>(&adapter->table());
     if (!first && !level) continue;
-    if (first) firstLevel = first;
-    if (level) levels.emplace_back(level);
+    if (first) ladder.firstLevel = first;
+    if (level) ladder.levels.emplace_back(level);
     entries.push_back(&adapter->typed());
   }
-  routeWriter_ =
-      std::make_unique<RouteWriter>(lpmTableFactory("Route"), firstLevel, std::move(levels));
+  routeWriter_ = std::make_unique<VelaRoutes::RouteWriter>(std::move(ladder));
   routes_ = std::make_unique<RouteAdapter>(
       std::make_unique<RouteEntries>(*routeWriter_, *profile_, std::move(entries)));
 }
 
 void Agent::start(Start how) {
   const bool restart = how == Start::restart;
-  // Every table is rebuilt before any row is written: tables may share rows.
-  if (restart) {
-    decode();
-  } else {
-    for (const auto& adapter : tables_) adapter->table().initHwEntries(true);
-  }
-  for (const auto& adapter : tables_) {
-    adapter->table().initializedIs(true);
-    adapter->table().doInitComplete();
-  }
+  if (restart) decode();
+  switch_.start(!restart);
 }
 
 void Agent::complete() {
   if (routeWriter_) routeWriter_->complete();
-  for (const auto& adapter : tables_) adapter->table().initHwEntries(false);
+  switch_.complete();
 }
 
 void Agent::decode() {
-  for (const auto& adapter : tables_) adapter->table().syncEntries();
+  switch_.rebuild();
   if (routeWriter_) routeWriter_->rebuild();
 }
 

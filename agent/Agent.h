@@ -4,9 +4,10 @@
 #include <string>
 #include <vector>
 
+#include "VelaRoutes/RouteWriter.h"
+#include "VelaSwitchApi/SwitchTables.h"
 #include "agent/JsonForward.h"
 #include "agent/Recorder.h"
-#include "agent/RouteWriter.h"
 #include "agent/TableEntries.h"
 
 namespace VelaAgent {
@@ -59,7 +60,7 @@ class Agent {
   Entries& entriesOf(std::string_view name, U32 instance) const;
   /// The adapter of a software table.
   HwTableAdapter& adapterOf(const VelaSwitchApi::SwTable& table) const;
-  RouteWriter& routeWriter() const { return *routeWriter_; }
+  VelaRoutes::RouteWriter& routeWriter() const { return *routeWriter_; }
 
   /// Entries that were announced and stand, in any table.
   U64 announcedEntries() const;
@@ -93,9 +94,9 @@ class Agent {
   VelaDevice::SimulatedSwitch& chip_;
   Recorder recorder_;
   VelaDevice::DataPath dataPath_;
-  Orb::Ptr<VelaSwitchApi::SwTableTypes> types_;
+  VelaSwitchApi::SwitchTables switch_;
   std::vector<std::unique_ptr<HwTableAdapter>> tables_;
-  std::unique_ptr<RouteWriter> routeWriter_;
+  std::unique_ptr<VelaRoutes::RouteWriter> routeWriter_;
   std::unique_ptr<TableAdapter> routes_;
   std::vector<TableAdapter*> announced_;
   std::vector<std::unique_ptr<TableAdapter>> paths_;

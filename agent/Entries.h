@@ -21,6 +21,7 @@ namespace VelaAgent {
 using Orb::AnyRef;
 using Orb::AnyValue;
 using VelaSwitchApi::BatchListener;
+using VelaSwitchApi::Competitor;
 using VelaSwitchApi::EntryOutcome;
 using VelaSwitchApi::EntryProgrammedStatus;
 using VelaSwitchApi::HwIndex;
@@ -61,12 +62,6 @@ using Lookups = std::vector<Lookup>;
 /// Something that entries can be announced to, whatever its kind.
 class Entries {
  public:
-  /// A row that a refused entry competes for, in the table that the entry in it belongs to.
-  struct Competitor {
-    const VelaSwitchApi::SwTable* table;
-    HwIndex index;
-  };
-
   Entries(std::string name, U32 instance, const Orb::Shape& key, const Orb::Shape& result,
           Lookups lookups)
       : name_(std::move(name)),

@@ -304,7 +304,7 @@ HwTableAdapter& EventRunner::hardwareOf(const Json& event) const {
 /// What stands in the row of a competitor, as it was announced: several routes may share one. What
 /// another table announced says whose it is.
 std::vector<Json> EventRunner::announcedAt(const TableAdapter& table,
-                                           const TableAdapter::Competitor& competitor) const {
+                                           const Competitor& competitor) const {
   const HwTableAdapter& owner = agent_.adapterOf(*competitor.table);
   Json key = owner.keyAt(competitor.index);
   if (table.fills(*competitor.table)) {
@@ -393,7 +393,7 @@ std::string EventRunner::refuse(const Refusal& refusal) {
 /// The entries in the way, and what has to go for the refused one to come in: each row's entries
 /// make room for one more.
 void EventRunner::explainRefusal(const TableAdapter& table,
-                                 const std::vector<TableAdapter::Competitor>& competing,
+                                 const std::vector<Competitor>& competing,
                                  std::string& line) const {
   Json keys = Json::array();
   Json withdraw = Json::array();

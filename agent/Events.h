@@ -109,10 +109,8 @@ class EventRunner final : private BatchListener {
   HwTableAdapter& hardwareOf(const Json& event) const;
   Json lookup(const TableAdapter& table, const Json& key, VelaDevice::DataPath::Steps& steps);
   void announced(bool before, const std::vector<std::string>& warnings);
-  std::vector<Json> announcedAt(const TableAdapter& table,
-                                const TableAdapter::Competitor& competitor) const;
-  void explainRefusal(const TableAdapter& table,
-                      const std::vector<TableAdapter::Competitor>& competing,
+  std::vector<Json> announcedAt(const TableAdapter& table, const Competitor& competitor) const;
+  void explainRefusal(const TableAdapter& table, const std::vector<Competitor>& competing,
                       std::string& line) const;
   void tellAdmitted();
   void beginLine(const char* op, const TableAdapter& table, bool namesInstance);

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "agent/RouteWriter.h"
+#include "VelaRoutes/Routes.h"
 #include "agent/TableEntries.h"
 
 namespace VelaAgent {
@@ -20,53 +20,47 @@ struct RouteAddress {
 
 /// Whole routes: announced as next hops of a VRF and prefix, looked up by address, or by a prefix,
 /// which stands for its first address.
-class RouteEntries final : public Entries, private Orb::KeyObserver<VelaSwitch::LpmKey> {
+class RouteEntries final : public Entries, private VelaRoutes::AdmissionListener {
  public:
   using Key = VelaSwitch::LpmKey;
 
   /// `writer`, the profile and `levels`, the tables of the ladder, must outlive this.
-  RouteEntries(RouteWriter& writer, const VelaSwitch::ProfileInfo& profile,
+  RouteEntries(VelaRoutes::RouteWriter& writer, const VelaSwitch::ProfileInfo& profile,
                std::vector<TableEntries*> levels);
-  ~RouteEntries() override;
 
   const VelaSwitch::ProfileInfo& profile() const override { return profile_; }
   /// The table that an entry of the key is to be in.
   const TableEntries& levelOf(const Key& route) const;
 
   void announceAll(std::span<const Announcement> all, BatchListener& listener) override;
-  bool withdraw(AnyRef key) override;
-  EntryProgrammedStatus status(AnyRef key) const override { return statusOf(key.as<Key>()); }
+  bool withdraw(AnyRef key) override { return routes_.withdraw(key.as<Key>()); }
+  EntryProgrammedStatus status(AnyRef key) const override { return routes_.status(key.as<Key>()); }
   bool pollHitBits(Orb::Seconds now) override;
-  std::vector<Competitor> competing(AnyRef key) const override;
+  std::vector<Competitor> competing(AnyRef key) const override {
+    return routes_.competing(key.as<Key>());
+  }
   bool fills(const VelaSwitchApi::SwTable& table) const override;
   void forEachEntry(const EntryVisitor& visit) const override;
   void forEachStatus(const StatusVisitor& visit) const override;
-  U32 entries() const override { return writer_.routes().entries().size() - unclaimed(); }
-  U32 programmed() const override;
-  U32 unclaimed() const override { return writer_.unclaimed(); }
-  U32 waiting() const override;
+  U32 entries() const override { return routes_.size(); }
+  U32 programmed() const override { return routes_.programmed(); }
+  U32 unclaimed() const override { return routes_.writer().unclaimed(); }
+  U32 waiting() const override { return routes_.waiting(); }
   U64 moves() const override;
-  U32 refused() const override;
+  U32 refused() const override { return routes_.refused(); }
   void reconcile(const AnyListener& removing) override;
 
  private:
   void checkResult(AnyRef result, std::vector<std::string>& odd) const override;
-  bool announced(AnyRef key) const override;
-  EntryProgrammedStatus program(AnyRef key, AnyRef result) override;
-  /// The first part of an announcement, and what follows when its rows are written.
-  bool announceRoute(const Key& route, const VelaSwitch::NexthopIndexes& nexthop);
-  EntryProgrammedStatus outcomeOf(const Key& route, bool changed);
-  EntryProgrammedStatus statusOf(const Key& key) const;
-  /// How many routes that have the flag are wanted.
-  template <class Wanted>
-  U32 count(LpmRoutes::Flag flag, const Wanted& wanted) const;
-  /// The status of a route changed.
-  void handleKey(const Key& route) override;
+  bool announced(AnyRef key) const override { return routes_.announced(key.as<Key>()); }
+  EntryProgrammedStatus program(AnyRef key, AnyRef result) override {
+    return routes_.announce(key.as<Key>(), result.as<VelaSwitch::NexthopIndexes>());
+  }
+  void routeAdmitted(const Key& route) override { admittedIs({keyShape(), &route}); }
 
-  RouteWriter& writer_;
+  VelaRoutes::Routes routes_;
   const VelaSwitch::ProfileInfo& profile_;
   std::vector<TableEntries*> levels_;
-  bool watching_ = false;  ///< Routes were refused.
 };
 
 }  // namespace VelaAgent

@@ -20,7 +20,6 @@ class TableAdapter {
     EntryProgrammedStatus status;
     Orb::Seconds lastHit;
   };
-  using Competitor = Entries::Competitor;
 
   explicit TableAdapter(std::unique_ptr<Entries> entries) : entries_(std::move(entries)) {}
   virtual ~TableAdapter() = default;

@@ -9,17 +9,6 @@ namespace VelaAgent {
 
 using VelaSwitchApi::HashBaseCuckooEntry;
 
-std::vector<Entries::Competitor> competitorsOf(const VelaSwitchApi::HashBaseTable& table,
-                                               const HashBaseCuckooEntry* item) {
-  std::vector<Entries::Competitor> rows;
-  if (!item || item->placed()) return rows;
-  auto& physical = table.profileConvertor().physicalTable();
-  for (const auto* entry : physical.competitors(*item)) {
-    rows.push_back({&entry->table(), physical.indexOf(*entry)});
-  }
-  return rows;
-}
-
 bool TableEntries::told(const KeyRecord& record) const {
   return !particulars_.rebuildsDefaults || !record.has(KeyRecord::unclaimed) || !isAbsent(record);
 }
@@ -253,8 +242,8 @@ AnyValue HashTableEntries::decodedKey(HwIndex index) const {
   return entry->valid() ? keyOf(*entry) : AnyValue();
 }
 
-std::vector<Entries::Competitor> HashTableEntries::competing(AnyRef key) const {
-  return competitorsOf(hashTable(), item(key));
+std::vector<Competitor> HashTableEntries::competing(AnyRef key) const {
+  return hashTable().competing(item(key));
 }
 
 void HashTableEntries::forEachStatus(const StatusVisitor& visit) const {

@@ -8,10 +8,6 @@
 /// Entries of software tables with rows in hardware, whatever their families.
 namespace VelaAgent {
 
-/// The rows that the items are refused for that have rows of their own.
-std::vector<Entries::Competitor> competitorsOf(const VelaSwitchApi::HashBaseTable& table,
-                                               const VelaSwitchApi::HashBaseCuckooEntry* item);
-
 /// The entries of a software table with rows in hardware.
 class TableEntries : public Entries {
  public:

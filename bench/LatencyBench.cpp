@@ -187,7 +187,7 @@ void registerSubject(const std::string& name, U32 entries) {
 const bool latencyRegistered = [] {
   registerSubject<Vela<Acl>>("acl", Acl::entries);
   registerSubject<Vela<Nat>>("nat", Nat::entries);
-  registerSubject<VelaRoutes<>>("route", static_cast<U32>(fittingRoutes().size()));
+  registerSubject<LadderRoutes<>>("route", static_cast<U32>(fittingRoutes().size()));
   bench("latency/clock",
         [](benchmark::State& state) {
           for (auto _ : state) state.SetIterationTime(1);

@@ -110,8 +110,8 @@ void tool(benchmark::State& state) {
 }
 
 const bool routesRegistered = [] {
-  registerRoutes<VelaRoutes<>>("vela");
-  registerRoutes<VelaRoutes<VelaDevice::SimulatedSwitch>>("simulated");
+  registerRoutes<LadderRoutes<>>("vela");
+  registerRoutes<LadderRoutes<VelaDevice::SimulatedSwitch>>("simulated");
 #ifdef VELA_DPDK
   if (dpdkStarted()) registerRoutes<FibRoutes>("rte_fib");
 #endif

@@ -24,16 +24,17 @@ const RouteList& someRoutes(U32 seed);
 /// Whole routes, spread over the levels of a switch with two pipelines. The operations are those of
 /// entries; `replace` gives a route another next hop.
 template <class Bus = MemoryBus>
-struct VelaRoutes : Switch<Bus> {
+struct LadderRoutes : Switch<Bus> {
   /// Without a seed the routes are those that fit.
-  explicit VelaRoutes(U32 seed = 0) : routes(seed == 0 ? fittingRoutes() : someRoutes(seed)) {
+  explicit LadderRoutes(U32 seed = 0) : routes(seed == 0 ? fittingRoutes() : someRoutes(seed)) {
     startTable(started(*firstLevel));
     for (U8 longest = 14; longest <= 32; longest = static_cast<U8>(longest + 3)) {
       levels.push_back(
           VelaSwitchTable::lpmLevelTableFactory(longest, "level" + std::to_string(longest)));
       startTable(started(*levels.back()));
     }
-    writer.emplace(VelaSwitchTable::lpmTableFactory("routes"), firstLevel, levels);
+    writer.emplace(
+        ::VelaRoutes::Ladder{VelaSwitchTable::lpmTableFactory("routes"), firstLevel, levels});
   }
   void add(U32 route) { announce(route, route); }
   void replace(U32 route) { announce(route, route + ++changes); }
@@ -59,16 +60,16 @@ struct VelaRoutes : Switch<Bus> {
     return table;
   }
   void announce(U32 route, U32 nexthop) {
-    writer->routes().entryIs(
-        routes[route],
-        VelaAgent::routeResult(VelaAgent::nexthopOfNumber(nexthop % VelaAgent::nexthopNumbers),
-                               routes[route].prefix().len()));
+    writer->routes().entryIs(routes[route],
+                             VelaSwitchTable::routeResult(
+                                 VelaAgent::nexthopOfNumber(nexthop % VelaAgent::nexthopNumbers),
+                                 routes[route].prefix().len()));
     writer->retry();
   }
 
   Orb::Ptr<VelaSwitchTable::Lpm11Table> firstLevel = VelaSwitchTable::lpm11TableFactory("level11");
   std::vector<Orb::Ptr<VelaSwitchTable::LpmBaseTable>> levels;
-  std::optional<VelaAgent::RouteWriter> writer;
+  std::optional<::VelaRoutes::RouteWriter> writer;
 };
 
 #ifdef VELA_DPDK

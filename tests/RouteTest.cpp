@@ -2,9 +2,9 @@
 #include <set>
 
 #include "Support.h"
+#include "VelaRoutes/RouteWriter.h"
 #include "VelaSwitchTable/VelaTableLpmTables.h"
 #include "VelaSwitchTable/VelaTableStarG.h"
-#include "agent/RouteWriter.h"
 #include "device/RouteLookup.h"
 
 namespace {
@@ -12,7 +12,7 @@ namespace {
 using namespace VelaSwitchTable;
 using Ipnet::IpAddr;
 using Ipnet::IpPrefix;
-using VelaAgent::RouteWriter;
+using VelaRoutes::RouteWriter;
 using VelaSwitch::LpmKey;
 using VelaSwitch::NexthopIndexes;
 using VelaSwitchApi::EntryProgrammedStatus;
@@ -37,7 +37,7 @@ struct Ladder {
     std::vector<VelaSwitchApi::SwTable*> tables{first.get(), starG.get()};
     for (const auto& level : levels) tables.insert(tables.end() - 1, level.get());
     for (auto* table : tables) chip.create(*table);
-    writer = std::make_unique<RouteWriter>(routes, first, levels);
+    writer = std::make_unique<RouteWriter>(VelaRoutes::Ladder{routes, first, levels});
     if (how == Chip::Start::restart) {
       for (auto* table : tables) table->syncEntries();
       writer->rebuild();
@@ -50,7 +50,7 @@ struct Ladder {
 
   void set(const LpmKey& key, NexthopIndexes to) {
     desired[key] = to;
-    routes->entryIs(key, VelaAgent::routeResult(to, key.prefix().len()));
+    routes->entryIs(key, routeResult(to, key.prefix().len()));
     writer->claim(key);
     writer->retry();
   }
@@ -320,14 +320,14 @@ TEST_F(OneLadder, aRouteThatJoinsOthersIsWhereTheyAre) {
 TEST_F(OneLadder, aRouteWithATrapIsNotProgrammed) {
   const LpmKey key = route(0, "10.1.2.0/24");
   ladder.set(key, nexthop(1));
-  LpmResult trap = VelaAgent::routeResult(nexthop(1), 24);
+  LpmResult trap = routeResult(nexthop(1), 24);
   trap.cpuTrap = true;
   ladder.routes->entryIs(key, trap);
   EXPECT_EQ(ladder.status(key), EntryProgrammedStatus::notProgrammed);
   EXPECT_EQ(VelaDevice::route(ladder.chip.path, 0, IpAddr(0x0a010203)), std::nullopt);
   ladder.writer->handleRoute(key);
   EXPECT_EQ(ladder.status(key), EntryProgrammedStatus::notProgrammed);
-  ladder.routes->entryIs(key, VelaAgent::routeResult(nexthop(2), 24));
+  ladder.routes->entryIs(key, routeResult(nexthop(2), 24));
   EXPECT_EQ(ladder.status(key), EntryProgrammedStatus::programmed);
 }
 
@@ -406,7 +406,7 @@ TEST(Routes, aRestartTakesNoTrapForARoute) {
   Ladder before("vela-48-5.1");
   const LpmKey real = route(1, "10.1.2.0/24");
   before.set(real, nexthop(7));
-  LpmResult trap = VelaAgent::routeResult(nexthop(3), 24);
+  LpmResult trap = routeResult(nexthop(3), 24);
   trap.cpuTrap = true;
   const LpmKey trapped = route(1, "20.0.0.0/24");
   const std::size_t level26 = 4;

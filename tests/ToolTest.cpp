@@ -441,4 +441,32 @@ TEST_F(Tool, aLimiterWithoutARegisterGetsAWarning) {
   EXPECT_THAT(read("err"), HasSubstr("warning: no register in this profile, nothing is written"));
 }
 
+/// As bash asks for it, where a word ends at each colon.
+TEST_F(Tool, theShellCompletesWords) {
+  const auto completed = [&](const std::string& words, int last) {
+    const std::string script =
+        "PATH=$(dirname " VELATABLE "):$PATH; . " COMPLETION "; COMP_WORDS=(velatable " + words +
+        "); COMP_CWORD=" + std::to_string(last) + "; _velatable; echo ${COMPREPLY[*]}";
+    events(script, "script");
+    EXPECT_EQ(
+        std::system(("cd " + directory.string() + " && bash script 2>/dev/null > out").c_str()), 0);
+    return read("out");
+  };
+  events("", "switch");
+  EXPECT_EQ(completed("lo", 1), "lookup\n");
+  EXPECT_EQ(completed("lookup F", 2), "FloodSet Flow\n");
+  EXPECT_EQ(completed("lookup --device sim : x NatD", 6), "NatDynMatch\n");
+  EXPECT_EQ(completed("run --profile vela-48-5", 3), "vela-48-5.1\n");
+  EXPECT_EQ(completed("audit --device sim : sw", 5), "switch\n");
+  EXPECT_EQ(completed("run --keep", 2), "--keep-going\n");
+  // Every command has a page.
+  std::istringstream commands(completed("''", 1));
+  for (std::string command; commands >> command;) {
+    EXPECT_TRUE(std::filesystem::exists(DOCS "/man/velatable-" + command + ".txt")) << command;
+    EXPECT_EQ(run("manual " + command + " --examples " DOCS "/man/velatable-" + command + ".txt"),
+              0);
+    EXPECT_THAT(read("out"), HasSubstr(".SH EXAMPLES"));
+  }
+}
+
 }  // namespace

@@ -28,6 +28,7 @@ check bus bus                  # likewise
 below=$tables
 check platform/DirectBase DirectBase
 check VelaSwitchTable VelaSwitchTable
+check VelaRoutes VelaRoutes
 below="$below|device"
 check agent agent
 check tools tools

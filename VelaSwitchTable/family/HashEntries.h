@@ -124,6 +124,12 @@ class VELA_EXPORT HashFamilyTableBase
     if (auto* record = Store::recordOf(key)) this->itemDel(*record);
   }
 
+  using HashTable::competing;
+  /// The rows of the entries that leave a refused one none.
+  std::vector<VelaSwitchApi::Competitor> competing(const Key& key) const {
+    return competing(cachedItem(key).get());
+  }
+
   /// A new item of the key, in no table's hands yet.
   virtual Orb::Ptr<Entry> newItem(const Key& key) = 0;
   /// A key that an item which stands for an empty row may carry.

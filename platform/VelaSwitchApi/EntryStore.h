@@ -57,14 +57,14 @@ class EntryStore {
   /// likewise withdraws them. Rows go to the bus in runs, as far as they do not depend on each
   /// other. One outcome an entry. When one raises an assertion those before it stand, and are told.
   std::vector<EntryOutcome> entriesAre(std::span<const std::pair<Key, Result>> entries) {
-    Outcomes outcomes;
+    EntryOutcomes outcomes;
     entriesAre(
         entries.size(), [&](std::size_t number) -> const auto& { return entries[number]; },
         outcomes);
     return std::move(outcomes.all);
   }
   std::vector<EntryOutcome> entriesDel(std::span<const Key> keys) {
-    Outcomes outcomes;
+    EntryOutcomes outcomes;
     inBatch(keys.size(), outcomes,
             [&](Batch& batch, std::size_t number) { batch.entryDel(number, Key(keys[number])); });
     return std::move(outcomes.all);
@@ -249,6 +249,8 @@ class EntryStore {
     return record && record->has(KeyRecord::unclaimed);
   }
   U32 unclaimed() const { return records_.count(KeyRecord::unclaimed); }
+  /// What became of the key's entry; notProgrammed when there is none.
+  EntryProgrammedStatus status(const Key& key) const { return records_.statusOf(find(key)); }
   /// Those who want to hear of keys that were read from hardware and are announced now, whether or
   /// not their entry changes. They must be removed before they go.
   void claimObserverIs(Orb::KeyObserver<Key>* observer) { claimObservers_.observerIs(observer); }
@@ -364,11 +366,6 @@ class EntryStore {
     if (change.changed) observers_.handleKey(key);
     if (change.claimed) claimObservers_.handleKey(key);
   }
-
-  struct Outcomes final : BatchListener {
-    std::vector<EntryOutcome> all;
-    void entryDone(std::size_t, const EntryOutcome& outcome) override { all.push_back(outcome); }
-  };
 
   template <class One>
   void inBatch(std::size_t count, BatchListener& listener, const One& one) {

@@ -40,6 +40,16 @@ void HashBaseTable::syncEntries() {
   }
 }
 
+std::vector<Competitor> HashBaseTable::competing(const HashBaseCuckooEntry* item) const {
+  std::vector<Competitor> rows;
+  if (!item || item->placed()) return rows;
+  PhysicalHashTable& physical = hashConvertor_->physicalTable();
+  for (const auto* entry : physical.competitors(*item)) {
+    rows.push_back({&entry->table(), physical.indexOf(*entry)});
+  }
+  return rows;
+}
+
 void HashBaseTable::lastHitByHashItemIs(HashItem&, Orb::Seconds) {}
 
 U32 PhysicalHashTableConvertor::physicalTableId(const PhysicalHashProperties& properties) const {

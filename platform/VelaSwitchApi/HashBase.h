@@ -63,6 +63,10 @@ class VELA_EXPORT HashBaseTable : public SwTable {
   void hitBitsSupportedIs(bool supported) { hitBitsSupported_ = supported; }
   bool hitBitsSupported() const { return hitBitsSupported_; }
 
+  /// The rows of the entries that leave a refused item none; one fewer than they are with it. None
+  /// for an item that is placed, or null.
+  std::vector<Competitor> competing(const HashBaseCuckooEntry* item) const;
+
   PhysicalHashTableConvertor& profileConvertor() const { return *hashConvertor_; }
   const Orb::Ptr<HashBaseHelper>& helper() const { return helper_; }
 

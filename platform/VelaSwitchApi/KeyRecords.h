@@ -53,6 +53,12 @@ class BatchListener {
   ~BatchListener() = default;
 };
 
+/// Keeps what it hears.
+struct EntryOutcomes final : BatchListener {
+  std::vector<EntryOutcome> all;
+  void entryDone(std::size_t, const EntryOutcome& outcome) override { all.push_back(outcome); }
+};
+
 /// The record of a key, as far as it does not depend on the key's type. It is its table's as long
 /// as any of its flags is set.
 class VELA_EXPORT KeyRecord {

@@ -106,6 +106,12 @@ class VELA_EXPORT SwTable : public Orb::PtrInterface, public KeyRecords {
   bool hwTablesDuplicate_ = false;
 };
 
+/// A row that a refused entry competes for, in the table that the entry in it belongs to.
+struct Competitor {
+  const SwTable* table;
+  HwIndex index;
+};
+
 /// One field of a row that differs from what it should be.
 struct FieldDifference {
   std::string field;  ///< Of a field of more than 64 bits, a part of it.

@@ -8,6 +8,7 @@
 
 #include "Commands.h"
 #include "Input.h"
+#include "Manual.h"
 #include "Orb/Assert.h"
 #include "agent/RouteEntries.h"
 
@@ -35,6 +36,7 @@ void refuseUnknownCommand(const CLI::App& app, int argc, char** argv) {
   std::string list;
   for (const CLI::App* command : app.get_subcommands(nullptr)) {
     if (command->get_name() == argv[1]) return;
+    if (command->get_group().empty()) continue;
     names.push_back(command->get_name());
     list += " " + command->get_name();
   }
@@ -68,6 +70,7 @@ class CommandLine {
   CLI::App* addDiff();
   CLI::App* addLayout();
   void addRoutes();
+  void addManual();
 
   CLI::App app_{"velatable: runs the table layer of a switch from an events file"};
   std::vector<std::pair<CLI::App*, Action>> actions_;
@@ -184,8 +187,21 @@ void CommandLine::addRoutes() {
       ->capture_default_str();
 }
 
+/// For the build and the shell, not for people.
+void CommandLine::addManual() {
+  CLI::App* page =
+      add("manual", "print a manual page", [this] { return manual(app_, name_, key_); });
+  page->add_option("--examples", key_, "a file of examples")->required();
+  page->add_option("command", name_, "command; the tool when none is named");
+  CLI::App* words = add("complete", "print what the last word may become",
+                        [this] { return complete(app_, keys_); });
+  words->add_option("words", keys_, "the command line so far");
+  for (CLI::App* each : Commands{page, words}) each->group("");
+}
+
 CommandLine::CommandLine() {
   app_.require_subcommand(1);
+  app_.set_version_flag("--version", "velatable " VELA_VERSION);
   CLI::App* run = addRun();
   CLI::App* decode = addDecode();
   CLI::App* lookup = addLookup();
@@ -199,6 +215,7 @@ CommandLine::CommandLine() {
       add("tables", "list the tables of a profile", [this] { return VelaTool::tables(options_); });
   CLI::App* layout = addLayout();
   addRoutes();
+  addManual();
 
   for (CLI::App* each : Commands{decode, lookup, show, audit}) {
     each->add_option("--device", options_.device, "sim:FILE, the saved switch")->required();

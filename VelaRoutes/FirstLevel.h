@@ -1,13 +1,13 @@
 #pragma once
 
+#include "VelaRoutes/RouteLevel.h"
 #include "VelaSwitchTable/VelaTableLpm11.h"
-#include "agent/RouteLevel.h"
 
-namespace VelaAgent {
+namespace VelaRoutes {
 
 /// The first level, which holds routes of up to 11 bits: a route has as many keys there as it
 /// covers and no longer route claims.
-class FirstLevel final : public RouteLevel {
+class VELA_EXPORT FirstLevel final : public RouteLevel {
  public:
   static constexpr U8 keyLength = VelaSwitchTable::Lpm11Family::keyLength;
 
@@ -58,4 +58,4 @@ class FirstLevel final : public RouteLevel {
   Claims claims_{*this};
 };
 
-}  // namespace VelaAgent
+}  // namespace VelaRoutes

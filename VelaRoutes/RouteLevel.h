@@ -7,7 +7,7 @@
 #include "VelaSwitchTable/VelaTableLpm.h"
 
 /// The levels of the ladder as whole routes see them.
-namespace VelaAgent {
+namespace VelaRoutes {
 
 using RouteKey = VelaSwitch::LpmKey;
 using VelaSwitchTable::cellOf;
@@ -26,7 +26,7 @@ enum class RouteChange : U8 {
 
 /// A level: it is told the routes that it serves, writes the cells that they own, and knows what
 /// became of them.
-class RouteLevel {
+class VELA_EXPORT RouteLevel {
  public:
   using Status = VelaSwitchApi::EntryProgrammedStatus;
   using Guess = std::function<void(const RouteKey& route, VelaSwitch::NexthopIndexes nexthop)>;
@@ -91,4 +91,4 @@ class RouteLevel {
   bool writing_ = false;
 };
 
-}  // namespace VelaAgent
+}  // namespace VelaRoutes

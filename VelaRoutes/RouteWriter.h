@@ -2,10 +2,21 @@
 
 #include <memory>
 
-#include "agent/FirstLevel.h"
-#include "agent/HashedLevel.h"
+#include "VelaRoutes/FirstLevel.h"
+#include "VelaRoutes/HashedLevel.h"
+#include "VelaSwitchApi/SwitchTables.h"
 
-namespace VelaAgent {
+namespace VelaRoutes {
+
+/// The tables that whole routes take.
+struct Ladder {
+  Orb::Ptr<LpmTable> routes;
+  Orb::Ptr<VelaSwitchTable::Lpm11Table> firstLevel;
+  std::vector<Orb::Ptr<VelaSwitchTable::LpmBaseTable>>
+      levels;  ///< The hashed ones, shortest first.
+};
+/// Makes them, and adds those that have rows to the tables of a switch.
+VELA_EXPORT Ladder makeLadder(VelaSwitchApi::SwitchTables& tables);
 
 /// Spreads whole routes over the ladder of levels.
 ///
@@ -16,13 +27,12 @@ namespace VelaAgent {
 ///
 /// An entry of a level that is announced on its own takes its key from routes that were only
 /// guessed from what hardware held.
-class RouteWriter final : private LpmTable::Levels {
+class VELA_EXPORT RouteWriter final : private LpmTable::Levels {
  public:
   using Key = RouteKey;
 
-  /// The tables must be made on one switch; `levels` are the hashed ones, shortest first.
-  RouteWriter(Orb::Ptr<LpmTable> routes, Orb::Ptr<VelaSwitchTable::Lpm11Table> firstLevel,
-              std::vector<Orb::Ptr<VelaSwitchTable::LpmBaseTable>> levels);
+  /// The tables must be made on one switch.
+  explicit RouteWriter(Ladder ladder);
   ~RouteWriter();
   RouteWriter(const RouteWriter&) = delete;
   RouteWriter& operator=(const RouteWriter&) = delete;
@@ -106,4 +116,4 @@ class RouteWriter final : private LpmTable::Levels {
   RouteChange change_ = RouteChange::desired;  ///< Why routes change just now.
 };
 
-}  // namespace VelaAgent
+}  // namespace VelaRoutes

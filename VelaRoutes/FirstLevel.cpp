@@ -1,8 +1,8 @@
-#include "agent/FirstLevel.h"
+#include "VelaRoutes/FirstLevel.h"
 
 #include <algorithm>
 
-namespace VelaAgent {
+namespace VelaRoutes {
 
 using Ipnet::IpAddr;
 using Ipnet::IpPrefix;
@@ -217,4 +217,4 @@ U64 FirstLevel::programmedCells() const {
   return count;
 }
 
-}  // namespace VelaAgent
+}  // namespace VelaRoutes

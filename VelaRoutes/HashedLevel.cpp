@@ -1,8 +1,8 @@
-#include "agent/HashedLevel.h"
+#include "VelaRoutes/HashedLevel.h"
 
 #include <utility>
 
-namespace VelaAgent {
+namespace VelaRoutes {
 
 using VelaSwitchApi::KeyRecord;
 using VelaSwitchTable::EntryCellIndex;
@@ -131,4 +131,4 @@ RouteLevel::Routes HashedLevel::disownedBy(const RouteKey& key) const {
   return shared && !shared->written ? routesAt(key) : Routes{};
 }
 
-}  // namespace VelaAgent
+}  // namespace VelaRoutes

@@ -1,8 +1,10 @@
-#include "agent/RouteWriter.h"
+#include "VelaRoutes/RouteWriter.h"
 
 #include <utility>
 
-namespace VelaAgent {
+#include "VelaSwitchTable/VelaTableLpmTables.h"
+
+namespace VelaRoutes {
 
 using VelaSwitchTable::LpmBaseTable;
 
@@ -41,11 +43,22 @@ bool RouteWriter::Batch::staged(const Key& route) const {
   return shared && level->staged(*shared);
 }
 
-RouteWriter::RouteWriter(Orb::Ptr<LpmTable> routes,
-                         Orb::Ptr<VelaSwitchTable::Lpm11Table> firstLevel,
-                         std::vector<Orb::Ptr<LpmBaseTable>> levels)
-    : routes_(std::move(routes)), first_(*routes_, forgetting(), std::move(firstLevel)) {
-  for (auto& table : levels) {
+Ladder makeLadder(VelaSwitchApi::SwitchTables& tables) {
+  Ladder ladder{
+      VelaSwitchTable::lpmTableFactory("Route"), VelaSwitchTable::lpm11TableFactory("Lpm11"), {}};
+  tables.tableIs(ladder.firstLevel);
+  for (const VelaSwitchTable::LpmLevel& level : VelaSwitchTable::lpmLevels) {
+    ladder.levels.push_back(
+        VelaSwitchTable::lpmLevelTableFactory(level.longest(), level.table.name));
+    tables.tableIs(ladder.levels.back());
+  }
+  return ladder;
+}
+
+RouteWriter::RouteWriter(Ladder ladder)
+    : routes_(std::move(ladder.routes)),
+      first_(*routes_, forgetting(), std::move(ladder.firstLevel)) {
+  for (auto& table : ladder.levels) {
     hashed_.push_back(std::make_unique<HashedLevel>(*routes_, forgetting(), std::move(table)));
   }
   routes_->levelsAre(this);
@@ -157,4 +170,4 @@ U64 RouteWriter::programmedCells() const {
   return count;
 }
 
-}  // namespace VelaAgent
+}  // namespace VelaRoutes

@@ -2,14 +2,14 @@
 
 #include <optional>
 
+#include "VelaRoutes/RouteLevel.h"
 #include "VelaSwitchTable/VelaTableLpmBase.h"
-#include "agent/RouteLevel.h"
 
-namespace VelaAgent {
+namespace VelaRoutes {
 
 /// A hashed level: the routes of a key share its cells. A key that the level has no room for waits
 /// there; its routes have the status tableFull until it comes in.
-class HashedLevel final : public RouteLevel, private Orb::KeyObserver<RouteKey> {
+class VELA_EXPORT HashedLevel final : public RouteLevel, private Orb::KeyObserver<RouteKey> {
  public:
   HashedLevel(LpmTable& routes, RoutesListener disowned,
               Orb::Ptr<VelaSwitchTable::LpmBaseTable> table);
@@ -58,4 +58,4 @@ class HashedLevel final : public RouteLevel, private Orb::KeyObserver<RouteKey> 
   bool staging_ = true;
 };
 
-}  // namespace VelaAgent
+}  // namespace VelaRoutes

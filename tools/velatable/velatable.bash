@@ -1,0 +1,21 @@
+# Completion for bash: the tool itself knows its commands, tables and profiles; what is no such word
+# is a file.
+_velatable() {
+    local word words=() joined=
+    # "sim:FILE" comes as three words.
+    for word in "${COMP_WORDS[@]:1:COMP_CWORD}"; do
+        if [[ $word == : || $joined ]]; then
+            words[-1]+=$word
+        else
+            words+=("$word")
+        fi
+        [[ $word == : ]] && joined=1 || joined=
+    done
+    if [[ ${words[-1]} == *:* ]]; then
+        COMPREPLY=($(compgen -f -- "${words[-1]#*:}"))
+        return
+    fi
+    mapfile -t COMPREPLY < <(velatable complete -- "${words[@]}" 2>/dev/null)
+    [[ ${COMPREPLY[0]-} == sim* ]] && compopt -o nospace
+}
+complete -o default -F _velatable velatable
