@@ -123,7 +123,7 @@ class BusChecks {
       const HwIndex index = random() % 2 == 0 ? last - random() % 4 : random() % (last + 1);
       if (!write(table, index, step)) return bad("a write failed");
       model[{table, index}] = step;
-      const auto some = std::next(model.begin(), random() % model.size());
+      const auto some = std::next(model.begin(), static_cast<int>(random() % model.size()));
       for (const auto& [at, seed] : {*some, *model.find({table, index})}) {
         if (const auto found = differs(at.first, at.second, seed); !found.empty()) {
           return bad(found);
@@ -191,7 +191,7 @@ class BusChecks {
     if (!expect(0, 3, Read::absent)) return bad("a row that was never written is not absent");
     write(0, 3, 1);
     if (!expect(0, 3, Read::held)) return bad("a row that was written is not held");
-    for (const auto& [table, index] : {std::pair{0, 2}, {0, 4}, {1, 3}}) {
+    for (const auto& [table, index, seed] : {Row{0, 2, 0}, {0, 4, 0}, {1, 3, 0}}) {
       if (!expect(table, index, Read::absent)) return bad(rowName(table, index) + " is not absent");
     }
     return {};
@@ -308,7 +308,7 @@ class BusChecks {
   BusVerdict readsRecover() {
     write(0, 1, 1);
     if (!under_.failReadsIs(2, 0)) return skipped("reads cannot be made to fail");
-    for (const HwIndex index : {1, 2}) {
+    for (const HwIndex index : {1u, 2u}) {
       if (this->read(0, index).first != Read::failed) return bad("a failed read is not told");
     }
     const auto found = differs({0, 1, 1});
