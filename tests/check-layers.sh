@@ -24,6 +24,8 @@ check platform/VelaSwitchApi VelaSwitchApi
 tables=$below
 check device device            # sees the platform, never the tables
 below=$tables
+check bus bus                  # likewise
+below=$tables
 check platform/DirectBase DirectBase
 check VelaSwitchTable VelaSwitchTable
 check VelaRoutes VelaRoutes
