@@ -72,7 +72,7 @@ class VELA_EXPORT FloodSetTable final : public PlainFamilyTable<FloodSetFamily> 
   void clockIs(Clock clock) { clock_ = std::move(clock); }
 
   /// A row of hardware has no time: its entry has the clock's.
-  void entryIsByHwRow(const Bridging::VlanId& vid, const FloodSetEntry& row);
+  void entryIsByHwRow(const Bridging::VlanId& vid, const FloodSetEntry& row) override;
 
  private:
   static Orb::Seconds systemTime();

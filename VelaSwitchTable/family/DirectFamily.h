@@ -106,7 +106,7 @@ class VELA_EXPORT DirectFamilyConvertor : public DirectBaseConvertor {
   using Key = typename F::Key;
   using Entry = typename ClassesOf<F>::Entry;
 
-  DirectFamilyConvertor() : DirectBaseConvertor(F::traits) {}
+  DirectFamilyConvertor() : DirectBaseConvertor(F::traits, F::trace) {}
 
   HwIndex hwIndexFromKey(const Key& key) const { return F::hwIndex(key); }
   Key keyFromHwIndex(HwIndex index) const { return F::keyOf(index); }
@@ -125,31 +125,32 @@ class VELA_EXPORT DirectFamilyConvertor : public DirectBaseConvertor {
     RowWriterOf<F> row(layout(), image, "setHwBuffer");
     row.setNamed(packed.result());
     if constexpr (validBit) row.template set<"valid">(packed.valid());
-    if constexpr (packsMore) F::packMore(profile(), packed.result(), row);
+    if constexpr (requires { &F::packMore; }) F::packMore(profile(), packed.result(), row);
     if constexpr (F::traits.parityWords != 0) row.setParity(F::traits.parityWords);
   }
   Orb::Ptr<DirectBaseEntry> nullDirectEntry(HwIndex index) const override {
     return Orb::make<Entry>(F::keyOf(index));
   }
-  Orb::Ptr<DirectBaseEntry> decodeHwEntry(HwIndex index) const override {
-    const Key key = F::keyOf(index);
-    if (index >= directTable()->numEntries()) {
-      F::trace(3, "row ", index, noRowText);
-      return nullptr;
-    }
-    const auto unpacked = unpack(hwRow(index), index);
-    if (!unpacked) return nullptr;
-    auto entry = Orb::make<Entry>(key);
-    entry->resultIs(unpacked->first);
-    entry->validIs(unpacked->second);
-    if (F::trace.enabled(8)) F::trace(8, "Decoded entry is ", entry->toStrep());
-    return entry;
-  }
-  bool rowSound(HwTableId table, HwIndex index) const override {
-    return unpack(this->hwTable(table)->image(index), index).has_value();
-  }
 
  protected:
+  void sampleIs(IndexedEntry& entry) const override {
+    Orb::sampleIs(Orb::shapeOf<typename F::Result>, &static_cast<Entry&>(entry).ownResult());
+  }
+  RowSays unpack(U32* image, HwTableId, HwIndex, IndexedEntry& entry) const override {
+    const RowReaderOf<F> row(layout(), image);
+    if constexpr (requires { &F::isSound; }) {
+      if (!F::isSound(row)) return RowSays::unsound;
+    }
+    auto& result = static_cast<Entry&>(entry).ownResult();
+    row.getNamed(result);
+    if constexpr (requires { &F::unpackMore; }) F::unpackMore(profile(), row, result);
+    if constexpr (validBit) {
+      entry.validIs(row.template flag<"valid">());
+    } else {
+      entry.validIs(result != typename F::Result{});
+    }
+    return RowSays::result;
+  }
   RowLayout makeLayout() const override {
     return VelaSwitchTable::rowLayout<F>(F::traits.rowWords, rowShape<F>(profile()));
   }
@@ -160,27 +161,7 @@ class VELA_EXPORT DirectFamilyConvertor : public DirectBaseConvertor {
 
  private:
   static constexpr bool validBit = findField<F>("valid").has_value();
-  static constexpr bool packsMore = requires { &F::packMore; };
-  static_assert(rowChecked<F, F::traits.rowWords, packsMore>());
-  static_assert(F::traits.parityWords == 0 || findField<F>("parity"),
-                "a row with parity has a field \"parity\"");
-
-  /// The result that a row has, and whether there is an entry; nothing for an unsound row.
-  using Unpacked = std::optional<std::pair<typename F::Result, bool>>;
-  Unpacked unpack(U32* image, HwIndex index) const {
-    return readSafely(F::trace, "not decoding entry: row ", index, Unpacked(), [&]() -> Unpacked {
-      const RowReaderOf<F> row(layout(), image);
-      if (!row.paritySound(F::traits.parityWords)) return std::nullopt;
-      if constexpr (requires { &F::isSound; }) {
-        if (!F::isSound(row)) return std::nullopt;
-      }
-      typename F::Result result{};
-      row.getNamed(result);
-      if constexpr (requires { &F::unpackMore; }) F::unpackMore(profile(), row, result);
-      if constexpr (validBit) return std::pair{result, row.template flag<"valid">()};
-      return std::pair{result, result != typename F::Result{}};
-    });
-  }
+  static_assert(rowChecked<F>());
 };
 
 }  // namespace VelaSwitchTable

@@ -4,6 +4,7 @@
 #include "Orb/Type.h"
 #include "Orb/Value.h"
 #include "VelaSwitchApi/EntryStore.h"
+#include "VelaSwitchApi/RowCheck.h"
 #include "VelaSwitchApi/SwTable.h"
 
 /// What table families of every kind have.
@@ -12,6 +13,8 @@ namespace VelaSwitchTable {
 using VelaSwitchApi::EntryRecord;
 using VelaSwitchApi::KeyRecord;
 using VelaSwitchApi::KeyRecords;
+using VelaSwitchApi::noRowText;
+using VelaSwitchApi::RowImage;
 
 /// The named classes of a family, each under what it is: Table, Convertor, … The line that declares
 /// them specialises this.
@@ -57,9 +60,6 @@ struct Family : SourceUnit<Unit> {
   using Result = R;
 };
 
-/// What ends the trace of a key or an index that the profile has no row for.
-inline constexpr const char* noRowText = " has no row in this profile";
-
 /// What of an entry is announced and shows in rows: the result, unless the family's entries hold
 /// more.
 template <class Family>
@@ -80,21 +80,6 @@ struct EntryStatusOf {
   Orb::Field<"lastHit", Orb::Seconds> lastHit;  ///< Zero when the entry was never hit.
   auto operator<=>(const EntryStatusOf&) const = default;
 };
-
-/// Rows come from hardware: whatever they hold must not do more harm than be refused. Returns what
-/// `read` makes of a row, or `refused` with a trace of `what` when it throws.
-template <class Read, class Result>
-Result readSafely(const Trace::Handle& trace, const char* what, VelaSwitchApi::HwIndex index,
-                  Result refused, const Read& read) {
-  try {
-    return read();
-  } catch (const Orb::RangeException& error) {
-    trace(3, what, index, ": ", error.what());
-  } catch (const Orb::AssertionFailed& error) {
-    trace(3, what, index, ": ", error.what());
-  }
-  return refused;
-}
 
 }  // namespace VelaSwitchTable
 

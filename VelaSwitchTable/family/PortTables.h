@@ -22,39 +22,22 @@ class VELA_EXPORT PortPipelineConvertor : public PlainFamilyLayerConvertor<F> {
   using Key = typename F::Key;
   using Result = typename F::Result;
 
-  void doCreateHwTables(VelaSwitchApi::TableState state) override {
-    getIngressPipelineHwTables(state);
-    getCpuPipelineHwTables(state);
-  }
   void getIngressPipelineHwTables(VelaSwitchApi::TableState state) {
-    this->createHwTables(state, [](const PlainHwTable& table) { return !table.cpu; });
+    this->createHwTables(state, Part::pipelines);
   }
   void getCpuPipelineHwTables(VelaSwitchApi::TableState state) {
-    this->createHwTables(state, [](const PlainHwTable& table) { return table.cpu; });
-  }
-
-  bool hwTableEntryIs(const Key& key, const Result& result) override {
-    if (!this->programs(key)) return true;
-    const bool good = ingressPipelineHwTableEntryIs(key, result);
-    return cpuPipelineHwTableEntryIs(key, result) && good;
+    this->createHwTables(state, Part::cpu);
   }
   /// Writes the port's row into the table that serves the port. False when the write failed.
   bool ingressPipelineHwTableEntryIs(const Key& key, const Result& result) {
-    return writeRows(key, result, false);
+    return this->rowsAre(key, result, Part::pipelines);
   }
   bool cpuPipelineHwTableEntryIs(const Key& key, const Result& result) {
-    return writeRows(key, result, true);
+    return this->rowsAre(key, result, Part::cpu);
   }
 
  private:
-  bool writeRows(const Key& key, const Result& result, bool cpu) {
-    bool good = true;
-    for (const auto& [id, hwTable] : this->hwTables()) {
-      if (this->declared(id).cpu != cpu) continue;
-      good &= PlainFamilyLayerConvertor<F>::writeRows(*hwTable, key, result);
-    }
-    return good;
-  }
+  using Part = PlainConvertor::Part;
 };
 
 }  // namespace VelaSwitchTable

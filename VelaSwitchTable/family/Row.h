@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <optional>
 
 #include "Orb/FixedString.h"
@@ -20,7 +21,10 @@
 ///
 /// A row field that has the name of a field of the key or of the result holds it; names are matched
 /// when the family is compiled. The rest is packed and unpacked by the family's own functions,
-/// which address fields by name as well: row.set<"parity">(1).
+/// which address fields by name as well: row.set<"parity">(1). Fields of the result that no field
+/// of the row has the name of are listed, lest one is forgotten:
+///
+///   static constexpr std::string_view handPacked[] = {"proto"};
 namespace VelaSwitchTable {
 
 using VelaSwitchApi::RowField;
@@ -215,22 +219,38 @@ struct FieldCheck {
 template <class F, Orb::FixedString field, bool packed>
 struct ResultCheck {
   static_assert(packed,
-                "a field of the result is in no field of the row, nor packed by the family");
+                "a field of the result is in no field of the row, nor is it one of handPacked");
 };
+
+/// Whether the family says of the field that packMore takes care of it.
+template <class F>
+consteval bool handPacks(std::string_view name) {
+  if constexpr (requires { F::handPacked; }) {
+    return std::ranges::find(F::handPacked, name) != std::end(F::handPacked);
+  }
+  return false;
+}
 
 }  // namespace detail
 
-/// Refuses, when the family is compiled, fields that overlap or do not fit the row, and a field of
-/// the result that nothing packs.
-template <class F, U8 words, bool packsMore>
+/// Refuses, when the family is compiled, fields that overlap or do not fit the row, a row without
+/// its field "parity", and a field of the result that nothing packs. `Shown` is what of the result
+/// shows in rows.
+template <class F, class Shown = typename F::Result>
 consteval bool rowChecked() {
   constexpr auto fields = detail::someFields<F>();
-  constexpr std::size_t wrong = VelaSwitchApi::firstMisplaced(fields, words);
+  constexpr std::size_t wrong = VelaSwitchApi::firstMisplaced(fields, F::traits.rowWords);
   detail::FieldCheck<F, detail::fieldName<F, wrong>(), wrong == fields.size()>();
-  constexpr bool rowless = fields.empty();
-  Orb::forEachField(typename F::Result{}, [](const auto& field) {
+  static_assert(F::traits.parityWords == 0 || findField<F>("parity"),
+                "a row with parity has a field \"parity\"");
+  if constexpr (requires { F::handPacked; }) {
+    static_assert(std::ranges::all_of(F::handPacked, hasField<Shown>),
+                  "handPacked names a field that the result has not");
+  }
+  Orb::forEachField(Shown{}, [](const auto& field) {
     using Field = std::remove_cvref_t<decltype(field)>;
-    constexpr bool packed = packsMore || rowless || findField<F>(Field::name).has_value();
+    constexpr bool packed = detail::someFields<F>().empty() || findField<F>(Field::name) ||
+                            detail::handPacks<F>(Field::name);
     detail::ResultCheck<F, Field::fixedName, packed>();
   });
   return true;

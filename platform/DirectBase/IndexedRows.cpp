@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "VelaSwitch/Parity.h"
 #include "VelaSwitchApi/RowReads.h"
 
 namespace VelaSwitchTable {
@@ -33,6 +34,58 @@ IndexedTable& IndexedRowsConvertor::entries() const {
 void IndexedRowsConvertor::staticWordsAre(const VelaSwitchApi::StaticWords& words) {
   for (U8 word = 0; word < maxRowWords; ++word) {
     if (words[word] != 0) hwStaticWordIs(word, words[word]);
+  }
+}
+
+auto IndexedRowsConvertor::rowImage(HwTableId table, HwIndex index, Content content) const
+    -> Image {
+  const Orb::Ptr<IndexedEntry> entry = newEntry(index);
+  const KeyRecord* desired =
+      content == Content::desired ? record(KeyRecord::desired, index) : nullptr;
+  if (desired) entry->resultIsOf(desired);
+  if (content == Content::sample) sampleIs(*entry);
+  entry->validIs(desired || content == Content::sample);
+  return pack(*entry, table, index);
+}
+
+RowSays IndexedRowsConvertor::says(U32* image, HwTableId table, HwIndex index,
+                                   IndexedEntry& entry) const {
+  return VelaSwitchApi::readSafely(trace_, refusal_, index, RowSays::unsound, [&] {
+    return VelaSwitch::parityU32Array(image, parityWords_) == 0 ? unpack(image, table, index, entry)
+                                                                : RowSays::unsound;
+  });
+}
+
+RowSays IndexedRowsConvertor::says(HwTableId table, HwIndex index, IndexedEntry& entry) const {
+  return says(hwTable(table)->image(index), table, index, entry);
+}
+
+bool IndexedRowsConvertor::rowSound(HwTableId table, HwIndex index) const {
+  return says(table, index, *newEntry(index)) != RowSays::unsound;
+}
+
+void IndexedRowsConvertor::checkRows() const {
+  for (const auto& [id, table] : hwTables()) {
+    const HwIndex first = table->descriptor().first;
+    const VelaSwitchApi::RowCheck check(trace_, rowLayout(id, first));
+    // Two rows whose numbers differ in parity: words that are not the data's show in one of them.
+    for (const HwIndex index : {first, std::min(first + 1, table->descriptor().last)}) {
+      for (const Content content : {Content::empty, Content::sample}) {
+        const bool empty = content == Content::empty;
+        Image row = rowImage(id, index, content);
+        check.expect(VelaSwitch::parityU32Array(row.data(), parityWords_) == 0,
+                     empty ? "the parity of an empty row is wrong"
+                           : "the parity of an entry's row is wrong");
+        const auto entry = newEntry(index);
+        const RowSays said = says(row.data(), id, index, *entry);
+        check.expect(said != RowSays::unsound,
+                     empty ? "an empty row is unsound" : "the row of an entry is unsound");
+        check.expect(!empty || !entry->valid(), "an empty row unpacks to an entry");
+        if (said == RowSays::result) {
+          check.expectSame(row, pack(*entry, id, index), VelaSwitchApi::maxRowWords);
+        }
+      }
+    }
   }
 }
 
