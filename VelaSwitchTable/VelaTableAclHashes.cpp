@@ -129,9 +129,9 @@ void AclHashHelper::setHwBuffer(const VelaSwitchApi::HashBaseCuckooEntry& entry,
   HashFamilyHelper::setHwBuffer(entry, location, image);
 }
 
-VELA_HASH_CLASSES_DEFINE(AclHashFamily, AclHashTable, AclHashHelper, AclHashTableCuckooEntry,
-                         AclPhysicalHashProperties, AclHashTableStatus)
-VELA_HASH_CONVERTOR_DEFINE(AclHashConvertor)
+VELA_HASH_FAMILY_NAMED_DEFINE(AclHashFamily, AclHashTable, AclHashConvertor, AclHashHelper,
+                              AclHashTableCuckooEntry, AclPhysicalHashProperties,
+                              AclHashTableStatus)
 VELA_FACTORY_DEFINE(AclHashTable, AclHashTableIs,
                     (const std::string& name, U8 tableIdx, U8 pipeline), (name, tableIdx, pipeline))
 

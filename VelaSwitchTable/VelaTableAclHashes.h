@@ -101,7 +101,7 @@ VELA_CLASS(AclHashFamily, AclHashTableCuckooEntry, HashFamilyEntry);
 VELA_CLASS(AclHashFamily, AclPhysicalHashProperties, HashFamilyProperties);
 VELA_CLASS(AclHashFamily, AclHashTableStatus, HashFamilyTableStatus);
 
-VELA_FACTORY(AclHashConvertor, AclHashConvertorIs, ());
+VELA_HASH_CONVERTOR(VELA_DECLARE, AclHashFamily, AclHashConvertor);
 VELA_FACTORY(AclHashTable, AclHashTableIs, (const std::string& name, U8 tableIdx, U8 pipeline));
 
 // The same by their other names.

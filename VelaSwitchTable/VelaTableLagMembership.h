@@ -51,6 +51,6 @@ struct VELA_EXPORT LagMembershipFamily
                             const RowReaderOf<LagMembershipFamily>& row, Result& result);
 };
 
-VELA_PORT_PIPELINE_FAMILY(LagMembership, Layer2All);
+VELA_PLAIN_FAMILY(LagMembership, Layer2All);
 
 }  // namespace VelaSwitchTable

@@ -32,15 +32,17 @@ struct PlainRowContext {
   const VelaSwitchApi::SwTable& swTable;
 };
 
+template <class F>
+using PlainFamilyEntry = EntryRecord<typename F::Key, typename F::Result, IndexedEntry>;
+
 /// The base of a family's convertors. It knows no hardware; reaching its programming call is an
 /// internal error.
 template <class F>
-class VELA_EXPORT PlainFamilyConvertor : public PlainConvertor {
+class VELA_EXPORT PlainFamilyConvertor
+    : public IndexedFamilyConvertor<F, PlainConvertor, PlainFamilyEntry<F>> {
  public:
   using Key = typename F::Key;
   using Result = typename F::Result;
-
-  PlainFamilyConvertor() : PlainConvertor(F::traits, F::trace) {}
 
   /// Writes the key's row into every hardware table, where it differs. False when a write failed.
   virtual bool hwTableEntryIs(const Key& key, const Result& result) {
@@ -49,9 +51,6 @@ class VELA_EXPORT PlainFamilyConvertor : public PlainConvertor {
     return false;
   }
 };
-
-template <class F>
-using PlainFamilyEntry = EntryRecord<typename F::Key, typename F::Result, IndexedEntry>;
 
 template <class F>
 class VELA_EXPORT PlainFamilyTable : public IndexedFamilyTable<F, PlainTable, PlainFamilyEntry<F>> {
@@ -107,13 +106,22 @@ class VELA_EXPORT PlainFamilyLayerConvertor : public ClassesOf<F>::Convertor {
   using Result = typename F::Result;
 
   bool hwTableEntryIs(const Key& key, const Result& result) override {
-    return rowsAre(key, result, PlainConvertor::Part::all);
+    return rowsAre(key, result, Part::all);
+  }
+  /// Writes the rows in the pipelines' tables alone, or in the CPU's.
+  bool ingressPipelineHwTableEntryIs(const Key& key, const Result& result) {
+    return rowsAre(key, result, Part::pipelines);
+  }
+  bool cpuPipelineHwTableEntryIs(const Key& key, const Result& result) {
+    return rowsAre(key, result, Part::cpu);
   }
 
  protected:
   using Entry = PlainFamilyEntry<F>;
+  using Part = PlainConvertor::Part;
+  using PlainFamilyConvertor<F>::of;
 
-  bool rowsAre(const Key& key, const Result& result, PlainConvertor::Part part) {
+  bool rowsAre(const Key& key, const Result& result, Part part) {
     Entry entry(key);
     entry.resultIs(result);
     return PlainConvertor::rowsAre(entry, part);
@@ -131,20 +139,11 @@ class VELA_EXPORT PlainFamilyLayerConvertor : public ClassesOf<F>::Convertor {
     if constexpr (requires { &F::copies; }) return F::copies(this->profile());
     return 1;
   }
-  HwIndex indexOf(const IndexedEntry& entry) const override { return F::hwIndex(of(entry).key()); }
-  Orb::Ptr<IndexedEntry> newEntry(HwIndex index) const override {
-    const auto entry = Orb::make<Entry>(F::keyOf(index));
-    entry->resultIs(F::absentResult());
-    return entry;
-  }
-  void sampleIs(IndexedEntry& entry) const override {
-    Orb::sampleIs(Orb::shapeOf<Result>, &of(entry).ownResult());
-  }
   RowImage pack(const IndexedEntry& entry, HwTableId id, HwIndex) const override {
     RowImage image{};
     RowWriterOf<F> row(this->layout(id), image.data(), "hwTableEntryIs");
     row.setNamed(announced<F>(of(entry).result()));
-    row.setPlace(indexOf(entry));
+    row.setPlace(this->indexOf(entry));
     if constexpr (requires { &F::packMore; }) {
       F::packMore(context(id), of(entry).key(), of(entry).result(), row);
     }
@@ -176,11 +175,6 @@ class VELA_EXPORT PlainFamilyLayerConvertor : public ClassesOf<F>::Convertor {
   }
 
  private:
-  static_assert(
-      rowChecked<F, std::remove_cvref_t<decltype(announced<F>(std::declval<const Result&>()))>>());
-
-  static const Entry& of(const KeyRecord& entry) { return static_cast<const Entry&>(entry); }
-  static Entry& of(IndexedEntry& entry) { return static_cast<Entry&>(entry); }
   PlainRowContext context(HwTableId table) const {
     return {this->profile(), this->declared(table), *this->swTable()};
   }
@@ -198,40 +192,27 @@ class VELA_EXPORT PlainFamilyLayerConvertor : public ClassesOf<F>::Convertor {
 // XxxConvertorLayer2AllIs(). A family that adds something to its table or layer convertor writes
 // VELA_PLAIN_CLASSES, that class, and VELA_CLASS for the other.
 
-/// `instantiate` is extern, or nothing where they are compiled.
-#define VELA_PLAIN_TEMPLATES(instantiate, Family)          \
-  instantiate template class PlainFamilyTable<Family>;     \
-  instantiate template class PlainFamilyConvertor<Family>; \
-  instantiate template class PlainFamilyLayerConvertor<Family>
+#define VELA_PLAIN_LIST(Do, Family, Table_, LayerConvertor_)                      \
+  Do(Family, Table, Table_, PlainFamilyTable, (const std::string& name), (name)); \
+  Do(Family, LayerConvertor, LayerConvertor_, PlainFamilyLayerConvertor, (), ())
 
 #define VELA_PLAIN_CLASSES(Family, Table_, Convertor_, LayerConvertor_) \
-  class Table_;                                                         \
   class Convertor_;                                                     \
-  class LayerConvertor_;                                                \
-  template <>                                                           \
-  struct ClassesOf<Family> {                                            \
-    using Table = Table_;                                               \
-    using Convertor = Convertor_;                                       \
-    using LayerConvertor = LayerConvertor_;                             \
-  };                                                                    \
+  VELA_NAMES(Family, using Convertor = Convertor_;                      \
+             , VELA_PLAIN_LIST, Family, Table_, LayerConvertor_);       \
   VELA_BASE_CLASS(Family, Convertor_, PlainFamilyConvertor);            \
-  VELA_PLAIN_TEMPLATES(extern, Family);                                 \
-  VELA_FACTORY(Table_, Table_##Is, (const std::string& name));          \
-  VELA_FACTORY(LayerConvertor_, LayerConvertor_##Is, ())
+  extern template class PlainFamilyConvertor<Family>;                   \
+  VELA_PLAIN_LIST(VELA_DECLARE, Family, Table_, LayerConvertor_)
 
-#define VELA_PLAIN_CLASSES_DEFINE(Family, Table, Convertor, LayerConvertor)  \
-  static const TableRegistration Family##Registration{Family::traits.table}; \
-  VELA_PLAIN_TEMPLATES(, Family);                                            \
-  VELA_REGISTERED_DEFINE(Table)                                              \
-  VELA_REGISTERED_DEFINE(Convertor)                                          \
-  VELA_REGISTERED_DEFINE(LayerConvertor)                                     \
-  VELA_FACTORY_DEFINE(Table, Table##Is, (const std::string& name), (name))   \
-  VELA_FACTORY_DEFINE(LayerConvertor, LayerConvertor##Is, (), ())
+#define VELA_PLAIN_CLASSES_DEFINE(Family, Table_, Convertor_, LayerConvertor_) \
+  static const TableRegistration Family##Registration{Family::traits.table};   \
+  template class PlainFamilyConvertor<Family>;                                 \
+  VELA_REGISTERED_DEFINE(Convertor_)                                           \
+  VELA_PLAIN_LIST(VELA_DEFINE, Family, Table_, LayerConvertor_)
 
 #define VELA_PLAIN_FAMILY(Xxx, Layer)                                                 \
   VELA_PLAIN_CLASSES(Xxx##Family, Xxx##Table, Xxx##Convertor, Xxx##Convertor##Layer); \
-  VELA_CLASS(Xxx##Family, Xxx##Table, PlainFamilyTable);                              \
-  VELA_CLASS(Xxx##Family, Xxx##Convertor##Layer, PlainFamilyLayerConvertor)
+  VELA_PLAIN_LIST(VELA_WHOLE, Xxx##Family, Xxx##Table, Xxx##Convertor##Layer)
 
 #define VELA_PLAIN_FAMILY_DEFINE(Xxx, Layer) \
   VELA_PLAIN_CLASSES_DEFINE(Xxx##Family, Xxx##Table, Xxx##Convertor, Xxx##Convertor##Layer)

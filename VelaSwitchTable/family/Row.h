@@ -233,11 +233,22 @@ consteval bool handPacks(std::string_view name) {
 
 }  // namespace detail
 
+/// What of an entry is announced and shows in rows: the result, unless the family's entries hold
+/// more.
+template <class Family>
+const auto& announced(const typename Family::Result& result) {
+  if constexpr (requires { Family::announced(result); }) {
+    return Family::announced(result);
+  } else {
+    return result;
+  }
+}
+
 /// Refuses, when the family is compiled, fields that overlap or do not fit the row, a row without
-/// its field "parity", and a field of the result that nothing packs. `Shown` is what of the result
-/// shows in rows.
-template <class F, class Shown = typename F::Result>
+/// its field "parity", and a field of the result that nothing packs.
+template <class F>
 consteval bool rowChecked() {
+  using Shown = std::remove_cvref_t<decltype(announced<F>(typename F::Result{}))>;
   constexpr auto fields = detail::someFields<F>();
   constexpr std::size_t wrong = VelaSwitchApi::firstMisplaced(fields, F::traits.rowWords);
   detail::FieldCheck<F, detail::fieldName<F, wrong>(), wrong == fields.size()>();

@@ -122,6 +122,14 @@ auto DirectBaseConvertor::pack(const IndexedEntry& entry, HwTableId, HwIndex ind
   return image;
 }
 
+HwIndex DirectBaseConvertor::hwIndexFromItem(const DirectBaseEntry& entry) const {
+  return indexOf(entry);
+}
+
+Orb::Ptr<DirectBaseEntry> DirectBaseConvertor::nullDirectEntry(HwIndex index) const {
+  return static_cast<DirectBaseEntry*>(newEntry(index).get());
+}
+
 Orb::Ptr<DirectBaseEntry> DirectBaseConvertor::decodeHwEntry(HwIndex index) const {
   auto entry = nullDirectEntry(index);
   if (index >= directTable()->numEntries()) {

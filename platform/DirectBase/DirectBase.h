@@ -40,7 +40,7 @@ class VELA_EXPORT DirectBaseEntry : public IndexedEntry {
 };
 
 /// Base of the tables: what is asked of entries by their items.
-class VELA_EXPORT DirectBaseTable : public VelaSwitchApi::SwTable {
+class VELA_EXPORT DirectBaseTable : public IndexedTable {
  public:
   void doSetProfileConvertor(Orb::Ptr<VelaSwitchApi::SwTableTypes> types) override;
 
@@ -66,7 +66,7 @@ class VELA_EXPORT DirectBaseTable : public VelaSwitchApi::SwTable {
   virtual void hwInconsistentEntryIsFromDirectItem(const DirectBaseEntry& item);
 
  protected:
-  using SwTable::SwTable;
+  using IndexedTable::IndexedTable;
 
   /// Writes the entry's row, or its null form when it is not valid. False when a write failed; the
   /// key is then marked inconsistent.
@@ -89,13 +89,13 @@ class VELA_EXPORT DirectBaseConvertor : public IndexedRowsConvertor {
   const VelaSwitchApi::RowLayout& rowLayout(HwTableId, HwIndex) const override { return layout_; }
   const VelaSwitchApi::RowLayout& layout() const { return layout_; }
 
-  virtual HwIndex hwIndexFromItem(const DirectBaseEntry& entry) const = 0;
+  virtual HwIndex hwIndexFromItem(const DirectBaseEntry& entry) const;
   /// Writes the bits of a row that depend on its place alone.
   virtual void setStaticBuffer(HwIndex index, U8* image) const = 0;
   /// Packs the entry into a row image that is all zero.
   virtual void setHwBuffer(const DirectBaseEntry& entry, U8* image) const = 0;
   /// The row's key with the default result, not valid.
-  virtual Orb::Ptr<DirectBaseEntry> nullDirectEntry(HwIndex index) const = 0;
+  virtual Orb::Ptr<DirectBaseEntry> nullDirectEntry(HwIndex index) const;
   /// Unpacks the row's image; null when it cannot be one of this table's rows, or there is no such
   /// row. An index beyond what the key can say raises the key's range error.
   virtual Orb::Ptr<DirectBaseEntry> decodeHwEntry(HwIndex index) const;
@@ -126,7 +126,6 @@ class VELA_EXPORT DirectBaseConvertor : public IndexedRowsConvertor {
   /// Starts one capacity counter for each of `counters` parts of the table.
   void initTableStatsPerEgressPort(U32 counters);
 
-  Orb::Ptr<IndexedEntry> newEntry(HwIndex index) const override { return nullDirectEntry(index); }
   Image pack(const IndexedEntry& entry, HwTableId table, HwIndex index) const override;
   void takeRow(HwTableConfig& table, HwIndex index, bool late) override;
   std::optional<Finding::Kind> judge(const HwTableConfig& table, HwIndex index,

@@ -11,11 +11,21 @@ using VelaSwitchApi::EntryProgrammedStatus;
 using VelaSwitchApi::KeyRecord;
 using VelaSwitchApi::maxRowWords;
 
-EntryProgrammedStatus statusOfIndexed(const KeyRecord* record) {
+EntryProgrammedStatus IndexedTable::statusOf(const KeyRecord* record) const {
   if (record && record->has(KeyRecord::marked)) return EntryProgrammedStatus::hardwareError;
   return record && record->has(KeyRecord::desired) ? EntryProgrammedStatus::programmed
                                                    : EntryProgrammedStatus::notProgrammed;
 }
+
+IndexedRowsConvertor* IndexedTable::rows() const {
+  return static_cast<IndexedRowsConvertor*>(profileConvertorPtr().get());
+}
+
+void IndexedTable::flush() {
+  if (rows()) types().run().flush();
+}
+
+void IndexedTable::settle(KeyRecord& record) { flagIs(record, KeyRecord::staged, false); }
 
 void IndexedRowsConvertor::createHwTable(
     const VelaSwitchApi::HwTableIdentity& identity, VelaSwitchApi::TableState state, HwIndex first,
@@ -24,11 +34,6 @@ void IndexedRowsConvertor::createHwTable(
       identity, state, first, last, rowWords, std::move(mapping));
   hwTableIs(identity.id, Orb::make<HwTableConfig>(descriptor, swTable()->types().bus()));
   descriptorIs(identity.id, descriptor);
-}
-
-IndexedTable& IndexedRowsConvertor::entries() const {
-  if (!entries_) entries_ = dynamic_cast<IndexedTable*>(swTable());
-  return *entries_;
 }
 
 void IndexedRowsConvertor::staticWordsAre(const VelaSwitchApi::StaticWords& words) {

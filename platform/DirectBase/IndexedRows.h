@@ -37,9 +37,14 @@ enum class RowSays : U8 {
   unsound,  ///< What no row of the table can say.
 };
 
-/// The entries of such a table, by their rows.
-class VELA_EXPORT IndexedTable {
+class IndexedRowsConvertor;
+
+/// Base of such tables: their entries, by rows.
+class VELA_EXPORT IndexedTable : public VelaSwitchApi::SwTable {
  public:
+  VelaSwitchApi::EntryProgrammedStatus statusOf(
+      const VelaSwitchApi::KeyRecord* record) const override;
+
   /// The record of the row's key, or null.
   virtual const VelaSwitchApi::KeyRecord* recordAt(HwIndex index) const = 0;
   /// Marks the row's key as having a row that is not what it should be, or takes the mark off.
@@ -50,12 +55,15 @@ class VELA_EXPORT IndexedTable {
   virtual void appendKeyAt(Orb::TextSink& sink, HwIndex index) const = 0;
 
  protected:
-  virtual ~IndexedTable() = default;
-};
+  using SwTable::SwTable;
 
-/// What became of the entry of a record of such a table.
-VELA_EXPORT VelaSwitchApi::EntryProgrammedStatus statusOfIndexed(
-    const VelaSwitchApi::KeyRecord* record);
+  /// Null before the table has one.
+  IndexedRowsConvertor* rows() const;
+
+  bool stageable(const VelaSwitchApi::KeyRecord&, bool) const override { return true; }
+  void flush() override;
+  void settle(VelaSwitchApi::KeyRecord& record) override;
+};
 
 /// Base of the convertors of such tables. It knows rows by their index alone, and when they are
 /// written, read back, compared and repaired; what they say is the derived class's to know.
@@ -89,8 +97,6 @@ class VELA_EXPORT IndexedRowsConvertor : public VelaSwitchApi::SwTableProfileCon
 
     IndexedRowsConvertor* convertor_;
   };
-  void flush() { swTable()->types().run().flush(); }
-
   /// The key is withdrawn whose first row has the index: rows of it that could not be read are as
   /// if they had never been. Returns whether there were any.
   bool unreadForget(HwIndex index);
@@ -109,6 +115,8 @@ class VELA_EXPORT IndexedRowsConvertor : public VelaSwitchApi::SwTableProfileCon
   IndexedRowsConvertor(const Trace::Handle& trace, const char* refusal, U8 parityWords)
       : trace_(trace), refusal_(refusal), parityWords_(parityWords) {}
 
+  /// The first row of the entry's key.
+  virtual HwIndex indexOf(const IndexedEntry& entry) const = 0;
   /// An entry of the row's key as it is without being desired.
   virtual Orb::Ptr<IndexedEntry> newEntry(HwIndex index) const = 0;
   /// Puts something into each field of the entry's result.
@@ -129,7 +137,7 @@ class VELA_EXPORT IndexedRowsConvertor : public VelaSwitchApi::SwTableProfileCon
 
   const Trace::Handle& trace() const { return trace_; }
   /// The table by its rows.
-  IndexedTable& entries() const;
+  IndexedTable& entries() const { return static_cast<IndexedTable&>(*swTable()); }
   /// The record of the row's key if it has the flag, or null.
   const VelaSwitchApi::KeyRecord* record(VelaSwitchApi::KeyRecord::Flag flag, HwIndex index) const {
     if (swTable()->count(flag) == 0) return nullptr;
@@ -205,7 +213,6 @@ class VELA_EXPORT IndexedRowsConvertor : public VelaSwitchApi::SwTableProfileCon
   const Trace::Handle& trace_;
   const char* refusal_;
   U8 parityWords_;
-  mutable IndexedTable* entries_ = nullptr;
   bool staging_ = false;
 };
 

@@ -42,9 +42,9 @@ struct PlainHwTable {
 };
 
 /// The entries of a plain table as its convertor finds them in hardware.
-class VELA_EXPORT PlainTable : public VelaSwitchApi::SwTable {
+class VELA_EXPORT PlainTable : public IndexedTable {
  public:
-  using SwTable::SwTable;
+  using IndexedTable::IndexedTable;
 
   /// Takes over what rows of hardware hold.
   virtual void entryIsByRow(const IndexedEntry& row) = 0;
@@ -59,6 +59,11 @@ class VELA_EXPORT PlainConvertor : public IndexedRowsConvertor {
   ~PlainConvertor() override;
   void doInitTableStats() override;
   void doCreateHwTables(VelaSwitchApi::TableState state) override;
+  /// The pipelines' tables alone, or the CPU's.
+  void getIngressPipelineHwTables(VelaSwitchApi::TableState state) {
+    createHwTables(state, Part::pipelines);
+  }
+  void getCpuPipelineHwTables(VelaSwitchApi::TableState state) { createHwTables(state, Part::cpu); }
   void syncEntries(U32 table) override;
   U32 entriesUsed(U32 counter) const override;
   U32 entriesPeak(U32 counter) const override;
@@ -75,8 +80,6 @@ class VELA_EXPORT PlainConvertor : public IndexedRowsConvertor {
   /// The family's hardware tables.
   virtual std::vector<PlainHwTable> plainTables() const = 0;
   virtual VelaSwitchApi::RowLayout makeLayout(const PlainHwTable& table) const = 0;
-  /// The first row of the entry's key.
-  virtual HwIndex indexOf(const IndexedEntry& entry) const = 0;
   /// Adds to an entry, which another table's row gave, what of a table's row no other has.
   virtual void joinRow(HwTableId, const IndexedEntry&, IndexedEntry&) const {}
 
