@@ -2,7 +2,7 @@
 
 #include "VelaSwitch/Crc.h"
 #include "VelaSwitch/Keys.h"
-#include "VelaSwitchTable/family/HashFamily.h"
+#include "VelaSwitchTable/family/ProcessorTraits.h"
 
 namespace VelaSwitchTable {
 
@@ -13,16 +13,8 @@ namespace VelaSwitchTable {
 /// with the ones has the same hardware key and takes the row over without a write.
 struct VELA_EXPORT AclHashFamily
     : Family<"VelaTableAclHash", VelaSwitch::AclHashKey, VelaSwitch::AclHashResult> {
-  static constexpr HashFamilyTraits traits{.table = {46, "AclHash"},
-                                           .placement = HashPlacement::ownPipeline,
-                                           .prefix = "ingress/processor_acl[%d]/",
-                                           .rowWords = 7,
-                                           .hashBits = 11,
-                                           .ways = 2,
-                                           .staticWord = 5,
-                                           .parityWords = 4,
-                                           .stride = TableConstants::aclTableStride,
-                                           .decodedText = "Decoded Entry: "};
+  static constexpr HashFamilyTraits traits =
+      aclTraits({.table = {46, "AclHash"}, .parityWords = 4});
   /// Wide rows: the control word is word 5, not 4.
   static bool otherFormat(const VelaSwitch::ProfileInfo& profile) {
     return profile.fields().aclWideRows();

@@ -25,6 +25,7 @@ tables=$below
 check device device            # sees the platform, never the tables
 below=$tables
 check platform/DirectBase DirectBase
+check platform/HashBase HashBase
 check VelaSwitchTable VelaSwitchTable
 below="$below|device"
 check agent agent

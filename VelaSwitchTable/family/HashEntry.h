@@ -2,9 +2,10 @@
 
 #include <algorithm>
 
+#include "HashBase/HashTables.h"
 #include "VelaSwitch/Crc.h"
+#include "VelaSwitchTable/VelaTableHashHelper.h"
 #include "VelaSwitchTable/family/Family.h"
-#include "VelaSwitchTable/family/HashTraits.h"
 #include "VelaSwitchTable/family/Row.h"
 
 /// Entries of hash tables as the cuckoo engine sees them, and how their keys are hashed.

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "VelaSwitchTable/VelaHitBitUtil.h"
 #include "VelaSwitchTable/VelaRegPrefixUtil.h"
 #include "VelaSwitchTable/family/HashEntries.h"
 #include "VelaSwitchTable/family/HashRow.h"
@@ -78,9 +79,15 @@ class VELA_EXPORT HashFamilyConvertor : public HashTableConvertor {
   HashFamilyConvertor() : HashTableConvertor(F::traits) {}
 
  protected:
-  U8 dataWords() const override {
-    if constexpr (requires { &F::dataWords; }) return F::dataWords(profile());
-    return F::traits.dataWords;
+  VelaSwitchApi::HwAddressColl registers(U32 processor) const override {
+    U8 dataWords = F::traits.dataWords;
+    if constexpr (requires { &F::dataWords; }) dataWords = F::dataWords(profile());
+    return regAddresses(regPrefix(F::traits.prefix, processor), hashRegisters(dataWords));
+  }
+  Orb::PtrConst<VelaSwitchApi::HitBitReadInfoWrapper> hitBits(U32 processor, U32 rows,
+                                                              U32 bitsPerRead) const override {
+    return getHitBitMapping(regPrefix(F::traits.prefix, processor), rows, bitsPerRead,
+                            hitTableOffset());
   }
 };
 

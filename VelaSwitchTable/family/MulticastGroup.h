@@ -3,7 +3,7 @@
 #include "VelaSwitch/Crc.h"
 #include "VelaSwitch/Keys.h"
 #include "VelaSwitch/PortMask.h"
-#include "VelaSwitchTable/family/HashFamily.h"
+#include "VelaSwitchTable/family/ProcessorTraits.h"
 
 /// What the multicast tables share. A group's upper four bits are the same for every group, so
 /// hardware neither hashes nor stores them.

@@ -9,7 +9,8 @@
 ///
 ///   traits              a PlainFamilyTraits
 ///   fields              the row; see Row.h. What depends on the result alone is packed by name
-///   hwTables(profile)   the hardware tables, a PlainHwTable each
+///   hwTables(profile)   the hardware tables, a PlainHwTable each; or portRegisters, those of a
+///   port
 ///
 /// and, where it is not like the others,
 ///
@@ -127,7 +128,13 @@ class VELA_EXPORT PlainFamilyLayerConvertor : public ClassesOf<F>::Convertor {
     return PlainConvertor::rowsAre(entry, part);
   }
 
-  std::vector<PlainHwTable> plainTables() const override { return F::hwTables(this->profile()); }
+  std::vector<PlainHwTable> plainTables() const override {
+    if constexpr (requires { F::portRegisters; }) {
+      return portRegisterTables(this->profile(), F::traits.rowWords, F::portRegisters);
+    } else {
+      return F::hwTables(this->profile());
+    }
+  }
   RowLayout makeLayout(const PlainHwTable& table) const override {
     if constexpr (requires { &F::shape; }) {
       return rowLayout<F>(table.rowWords, F::shape(this->profile(), table));

@@ -3,9 +3,9 @@
 #include <array>
 #include <optional>
 
-#include "DirectBase/TableConstants.h"
 #include "VelaSwitchApi/RowCheck.h"
 #include "VelaSwitchApi/SwTable.h"
+#include "VelaSwitchApi/TableConstants.h"
 
 /// What direct and plain tables have in common: a key's row follows from the key.
 namespace VelaSwitchTable {
