@@ -132,17 +132,6 @@ void AclHashHelper::setHwBuffer(const VelaSwitchApi::HashBaseCuckooEntry& entry,
 VELA_HASH_FAMILY_NAMED_DEFINE(AclHashFamily, AclHashTable, AclHashConvertor, AclHashHelper,
                               AclHashTableCuckooEntry, AclPhysicalHashProperties,
                               AclHashTableStatus)
-VELA_FACTORY_DEFINE(AclHashTable, AclHashTableIs,
-                    (const std::string& name, U8 tableIdx, U8 pipeline), (name, tableIdx, pipeline))
-
-VELA_FACTORY_DEFINE(AclHashTable, aclHashTableFactory,
-                    (const std::string& name, U8 tableIdx, U8 pipeline), (name, tableIdx, pipeline))
-VELA_FACTORY_DEFINE(AclHashConvertor, aclHashConvertorFactory, (), ())
-VELA_FACTORY_DEFINE(AclHashHelper, aclHashHelperFactory, (TableIndex index), (index))
-VELA_FACTORY_DEFINE(AclPhysicalHashProperties, aclPhysicalHashPropertiesFactory, (U32 tableId),
-                    (tableId))
-VELA_FACTORY_DEFINE(AclHashTableCuckooEntry, aclHashTableCuckooEntryFactory,
-                    (const AclHashKey& key), (key))
-VELA_FACTORY_DEFINE(AclHashTableStatus, aclHashTableStatusFactory, (), ())
+VELA_ACL_FACTORIES(VELA_FACTORY_DEFINE)
 
 }  // namespace VelaSwitchTable

@@ -94,16 +94,18 @@ VELA_CLASS(AclHashFamily, AclPhysicalHashProperties, HashFamilyProperties);
 VELA_CLASS(AclHashFamily, AclHashTableStatus, HashFamilyTableStatus);
 
 VELA_HASH_CONVERTOR(VELA_DECLARE, AclHashFamily, AclHashConvertor);
-VELA_FACTORY(AclHashTable, AclHashTableIs, (const std::string& name, U8 tableIdx, U8 pipeline));
-
-// The same by their other names.
-VELA_FACTORY(AclHashTable, aclHashTableFactory,
-             (const std::string& name, U8 tableIdx, U8 pipeline));
-VELA_FACTORY(AclHashConvertor, aclHashConvertorFactory, ());
-VELA_FACTORY(AclHashHelper, aclHashHelperFactory, (TableIndex index));
-VELA_FACTORY(AclPhysicalHashProperties, aclPhysicalHashPropertiesFactory, (U32 tableId));
-VELA_FACTORY(AclHashTableCuckooEntry, aclHashTableCuckooEntryFactory,
-             (const VelaSwitch::AclHashKey& key));
-VELA_FACTORY(AclHashTableStatus, aclHashTableStatusFactory, ());
+// Factories with another parameter, and all of them by their other names.
+#define VELA_ACL_FACTORIES(Do)                                                                     \
+  Do(AclHashTable, AclHashTableIs, (const std::string& name, U8 tableIdx, U8 pipeline),            \
+     (name, tableIdx, pipeline));                                                                  \
+  Do(AclHashTable, aclHashTableFactory, (const std::string& name, U8 tableIdx, U8 pipeline),       \
+     (name, tableIdx, pipeline));                                                                  \
+  Do(AclHashConvertor, aclHashConvertorFactory, (), ());                                           \
+  Do(AclHashHelper, aclHashHelperFactory, (TableIndex index), (index));                            \
+  Do(AclPhysicalHashProperties, aclPhysicalHashPropertiesFactory, (U32 tableId), (tableId));       \
+  Do(AclHashTableCuckooEntry, aclHashTableCuckooEntryFactory, (const VelaSwitch::AclHashKey& key), \
+     (key));                                                                                       \
+  Do(AclHashTableStatus, aclHashTableStatusFactory, (), ())
+VELA_ACL_FACTORIES(VELA_FACTORY);
 
 }  // namespace VelaSwitchTable

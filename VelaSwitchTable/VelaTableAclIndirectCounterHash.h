@@ -32,7 +32,9 @@ struct VELA_EXPORT AclIndirectCounterHashFamily
     return row.words()[0] != 0;
   }
   static void packMore(const VelaTableHashHelper&, const Key& key, const Result&, bool valid,
-                       CuckooLocation, RowWriterOf<AclIndirectCounterHashFamily>& row);
+                       CuckooLocation, RowWriterOf<AclIndirectCounterHashFamily>& row) {
+    if (valid) row.set<"keyLow">(key.counterKey());
+  }
 };
 
 VELA_HASH_FAMILY_NAMED(AclIndirectCounterHashFamily, AclIndirectCounterHashTable,

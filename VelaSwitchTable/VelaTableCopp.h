@@ -32,7 +32,7 @@ struct VELA_EXPORT CoppEntry {
   /// The share of each of so many pipelines, in per cent.
   static U32 pipelineScalingPercent(U32 numPipelines);
   /// The form for people.
-  std::string resultString() const;
+  std::string resultString() const { return Orb::fieldsText(*this); }
 };
 
 /// The rate limiters of control-plane policing: in every ingress limiter table, and in the CPU's

@@ -13,7 +13,7 @@ struct VELA_EXPORT L2ControlResult {
   Orb::Field<"learnDisabled", bool> learnDisabled;
   auto operator<=>(const L2ControlResult&) const = default;
   /// The form for people.
-  std::string resultString() const;
+  std::string resultString() const { return Orb::fieldsText(*this); }
 };
 
 /// A port's layer-2 switches.

@@ -53,7 +53,7 @@ struct VELA_EXPORT SGFamily : MulticastFamily<SGFamily, "VelaTableSG", SGResult>
 };
 
 VELA_HASH_FAMILY(SG);
-VELA_MULTICAST_FACTORIES(SG, sG);
+VELA_MULTICAST_FACTORIES(VELA_FACTORY, SG, sG);
 VELA_FACTORY(SGConvertor, sGConvertorFactory, ());
 
 }  // namespace VelaSwitchTable

@@ -48,11 +48,7 @@ class VELA_EXPORT DirectFamilyEntry
  private:
   std::string describe() const {
     if constexpr (requires { &F::describe; }) return F::describe(this->result());
-    std::string text;
-    Orb::forEachField(this->result(), [&](const auto& field) {
-      text += Orb::text(text.empty() ? "" : " ", field.name, ":", field());
-    });
-    return text;
+    return Orb::fieldsText(this->result());
   }
 };
 

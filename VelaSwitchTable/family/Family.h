@@ -110,7 +110,8 @@ struct EntryStatusOf {
     VELA_REGISTERED(Family, Class);               \
   }
 
-#define VELA_FACTORY(Class, factory, parameters) VELA_EXPORT Orb::Ptr<Class> factory parameters
+/// Takes what VELA_FACTORY_DEFINE takes as well, so that a list of factories serves both.
+#define VELA_FACTORY(Class, factory, parameters, ...) VELA_EXPORT Orb::Ptr<Class> factory parameters
 
 #define VELA_FACTORY_DEFINE(Class, factory, parameters, arguments) \
   Orb::Ptr<Class> factory parameters { return Orb::make<Class> arguments; }

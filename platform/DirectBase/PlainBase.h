@@ -72,6 +72,11 @@ class VELA_EXPORT PlainConvertor : public IndexedRowsConvertor {
     return layout(table);
   }
   const VelaSwitchApi::RowLayout& layout(HwTableId table) const { return layouts_.at(table); }
+  /// Of tables that lie in the pipelines: whether one is the CPU pipeline's, the last one on
+  /// profiles that have it.
+  bool isCpuPipeline(U32 tableIndex, U32 numTables) const {
+    return profile().cpuPipeline() && tableIndex == numTables - 1;
+  }
 
  protected:
   PlainConvertor(const PlainFamilyTraits& traits, const Trace::Handle& trace)
