@@ -139,7 +139,7 @@ class VELA_EXPORT DirectFamilyConvertor
     return RowSays::result;
   }
   RowLayout makeLayout() const override {
-    return VelaSwitchTable::rowLayout<F>(F::traits.rowWords, rowShape<F>(this->profile()));
+    return VelaSwitchApi::rowLayout<F>(F::traits.rowWords, rowShape<F>(this->profile()));
   }
   U32 egressBlocks() const override { return egressProcessors(this->profile()); }
   VelaSwitchApi::HwAddressColl registers(U32 block) const override {

@@ -109,7 +109,7 @@ U8 fillKeyBuffer(const KeyBits& key, U8* buffer, U8 bufSize) {
 template <class F>
 consteval U8 compareBits() {
   constexpr auto number = findField<F>("compare");
-  return number ? static_cast<U8>(detail::someFields<F>()[*number].width) : U8{0};
+  return number ? static_cast<U8>(VelaSwitchApi::detail::someFields<F>()[*number].width) : U8{0};
 }
 
 /// An entry of the family as the cuckoo engine sees it.
