@@ -15,7 +15,8 @@
 ///
 /// and, where it is not like the others,
 ///
-///   packMore(profile, result, row)      writes the rest of the row, but what is in every row
+///   packMore(profile, result, row)      writes the rest of the row, but what is in every row;
+///                                       with handPacked, see Row.h
 ///   packPlace(index, row)               and what depends on the place alone
 ///   isSound(row)                        whether a row can be one of the table, its parity aside
 ///   unpackMore(profile, row, result)    adds what only that says

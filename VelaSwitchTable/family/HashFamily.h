@@ -18,11 +18,12 @@
 ///
 /// A family whose keys or rows are not just that says in addition
 ///
-///   crc(bits)                 the hash of keys of so many bits, where that is one of
-///   VelaSwitch/Crc.h completeKey(row, key)     what of a key stands elsewhere in the row
+///   crc(bits)                 the hash of keys of so many bits, where that is one of Crc.h
+///   completeKey(row, key)     what of a key stands elsewhere in the row
 ///   packKey(key, bits)        instead of keyFields, with
 ///   unpackKey(bits, row, key) the key of a row; false for a row that holds none
-///   packMore(helper, key, result, valid, location, row)   before the parity is worked out
+///   packMore(helper, key, result, valid, location, row)   before the parity is worked out; what
+///                             fields of the result it packs is said by handPacked, see Row.h
 ///   unpackMore(helper, row, result)
 ///   isEntry(row, location)    whether the row holds an entry; else its `valid` bit says it
 ///   check(helper, key, result)   asserts what must hold of an entry before anything moves
@@ -109,8 +110,9 @@ class VELA_EXPORT HashFamilyConvertor : public HashTableConvertor {
 //   XxxPhysicalHashPropertiesIs(tableId)
 //   XxxTableStatusIs()
 //
-// A family of other names writes VELA_HASH_FAMILY_NAMED with all of them; one that adds something
-// to a class writes VELA_HASH_CLASSES, its own classes, and VELA_CLASS for the others.
+// A family of other names writes VELA_HASH_FAMILY_NAMED with all of them, and …_NAMED_DEFINE; one
+// that adds something to a class writes VELA_HASH_CLASSES, its own classes, and VELA_CLASS for the
+// others.
 
 #define VELA_HASH_LIST(Do, Or, Family, Table_, Helper_, Entry_, Properties_, TableStatus_) \
   Do(Family, Table, Table_, HashFamilyTable, (const std::string& name, U8 tableIdx Or(0)), \
@@ -125,13 +127,16 @@ class VELA_EXPORT HashFamilyConvertor : public HashTableConvertor {
 #define VELA_HASH_CONVERTOR(Do, Family, Convertor_) \
   Do(Family, Convertor, Convertor_, HashFamilyConvertor, (), ())
 
+#define VELA_HASH_MORE(Convertor_, EntryStatus_) \
+  using Convertor = Convertor_;                  \
+  using EntryStatus = EntryStatus_;
+
 #define VELA_HASH_NAMES(Family, Table_, Convertor_, Helper_, Entry_, Properties_, TableStatus_, \
                         EntryStatus_)                                                           \
   class Convertor_;                                                                             \
   using EntryStatus_ = EntryStatusOf<Family::Key, "VelaSwitchTable::" #EntryStatus_>;           \
-  VELA_NAMES(Family, using Convertor = Convertor_; using EntryStatus = EntryStatus_;            \
-             , VELA_HASH_LIST, VELA_OR, Family, Table_, Helper_, Entry_, Properties_,           \
-             TableStatus_)
+  VELA_NAMES(Family, VELA_HASH_MORE(Convertor_, EntryStatus_), VELA_HASH_LIST, VELA_OR, Family, \
+             Table_, Helper_, Entry_, Properties_, TableStatus_)
 
 #define VELA_HASH_CLASSES(Family, Table, Convertor, Helper, Entry, Properties, TableStatus,       \
                           EntryStatus)                                                            \

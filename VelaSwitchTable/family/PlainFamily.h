@@ -9,12 +9,12 @@
 ///
 ///   traits              a PlainFamilyTraits
 ///   fields              the row; see Row.h. What depends on the result alone is packed by name
-///   hwTables(profile)   the hardware tables, a PlainHwTable each; or portRegisters, those of a
-///   port
+///   hwTables(profile)   the hardware tables, a PlainHwTable each
+///   portRegisters       or, where they have a register for each port, a PortRegister each
 ///
 /// and, where it is not like the others,
 ///
-///   packMore(at, key, result, row)     writes the rest of the row
+///   packMore(at, key, result, row)     writes the rest of the row; with handPacked, see Row.h
 ///   unpackMore(at, key, row, result)   adds what only that says, and judges the row
 ///   shape(profile, table)              what the fields' places depend on, unless a RowShape
 ///   hwIndex(key), keyOf(index), absentResult()
@@ -33,6 +33,7 @@ struct PlainRowContext {
   const VelaSwitchApi::SwTable& swTable;
 };
 
+/// One key with its result.
 template <class F>
 using PlainFamilyEntry = EntryRecord<typename F::Key, typename F::Result, IndexedEntry>;
 
