@@ -66,8 +66,8 @@ struct VELA_EXPORT VlanMembershipFamily
                              {"commit", control + 15, 1, 1}};
     return std::to_array(list);
   }
-  static constexpr std::string_view handPacked[] = {"aclId", "aclEnable", "aclDefaultPermit",
-                                                    "natId", "natEnable"};
+  static constexpr FieldNames handPacked{"aclId", "aclEnable", "aclDefaultPermit", "natId",
+                                         "natEnable"};
   static std::vector<PlainHwTable> hwTables(const VelaSwitch::ProfileInfo& profile);
   static void packMore(const PlainRowContext& at, const Key& key, const Result& result,
                        RowWriterOf<VlanMembershipFamily>& row);
