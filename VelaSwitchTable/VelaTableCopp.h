@@ -42,7 +42,7 @@ struct VELA_EXPORT CoppFamily : IndexedFamily<"VelaTableCopp", CoppEntryKey, Cop
   static constexpr PlainFamilyTraits traits{
       .table = {109, "Copp"}, .rowWords = 1, .absentTrace = AbsentTrace::byKey};
   static constexpr RowField fields[] = {{"value", 0, 32}};
-  static constexpr FieldNames handPacked{"result", "interval", "increment", "scaleFactor"};
+  static constexpr std::array handPacked{"result", "interval", "increment", "scaleFactor"};
   static constexpr HwIndex lastIndex = 12;
   static std::vector<PlainHwTable> hwTables(const VelaSwitch::ProfileInfo& profile);
   static void packMore(const PlainRowContext& at, const Key& key, const Result& result,

@@ -66,7 +66,7 @@ struct VELA_EXPORT VlanMembershipFamily
                              {"commit", control + 15, 1, 1}};
     return std::to_array(list);
   }
-  static constexpr FieldNames handPacked{"aclId", "aclEnable", "aclDefaultPermit", "natId",
+  static constexpr std::array handPacked{"aclId", "aclEnable", "aclDefaultPermit", "natId",
                                          "natEnable"};
   static std::vector<PlainHwTable> hwTables(const VelaSwitch::ProfileInfo& profile);
   static void packMore(const PlainRowContext& at, const Key& key, const Result& result,

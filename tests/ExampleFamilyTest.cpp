@@ -67,7 +67,7 @@ struct VELA_EXPORT ForgetfulFamily : Family<"VelaTableForgetful", TunnelKey, Tun
   static constexpr RowField fields[] = {{"compare", 0, 44}, {"valid", 44, 1},  {"vlanId", 45, 12},
                                         {"trap", 57, 1},    {"parity", 58, 1}, {"row", 128, 12},
                                         {"way", 142, 2},    {"one", 145, 1, 1}};
-  static constexpr FieldNames handPacked{"trapToCpu"};
+  static constexpr std::array handPacked{"trapToCpu"};
   static void packMore(const VelaTableHashHelper&, const Key&, const Result& result, bool,
                        CuckooLocation, RowWriterOf<ForgetfulFamily>& row) {
     row.set<"trap">(result.trapToCpu());
@@ -82,7 +82,7 @@ struct VELA_EXPORT ForgetfulPortFamily
   static constexpr RowField fields[] = {
       {"broadcastRate", 0, 12}, {"multicastRate", 12, 12}, {"drops", 31, 1}};
   static constexpr auto portRegisters = std::to_array(StormLimitFamily::portRegisters);
-  static constexpr FieldNames handPacked{"drop"};
+  static constexpr std::array handPacked{"drop"};
   static void packMore(const PlainRowContext&, const Key&, const Result& result,
                        RowWriterOf<ForgetfulPortFamily>& row) {
     row.set<"drops">(result.drop());

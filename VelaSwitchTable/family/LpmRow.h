@@ -88,7 +88,7 @@ struct VELA_EXPORT LpmBaseFamily : Family<"VelaTableLpmBase", VelaSwitch::LpmKey
                                     {"realLength3", 210, 6}});
   }
 
-  static constexpr FieldNames handPacked{"cells"};
+  static constexpr std::array handPacked{"cells"};
   /// Address bits, and the VRF above them.
   static void packKey(const Key& key, KeyBits& bits);
   static U32 hash(const U8* buffer, U8 way, U8 bits);

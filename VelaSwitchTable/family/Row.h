@@ -9,7 +9,7 @@
 /// the result holds it. The rest is packed and unpacked by the family's own functions. Fields of
 /// the result that no field of the row has the name of are listed, lest one is forgotten:
 ///
-///   static constexpr FieldNames handPacked{"proto"};
+///   static constexpr std::array handPacked{"proto"};
 namespace VelaSwitchTable {
 
 using VelaSwitchApi::fieldNumber;
@@ -23,9 +23,6 @@ using VelaSwitchApi::RowReader;
 using VelaSwitchApi::RowReaderOf;
 using VelaSwitchApi::RowWriter;
 using VelaSwitchApi::RowWriterOf;
-
-/// Names of fields of a result.
-using FieldNames = std::initializer_list<std::string_view>;
 
 /// What the places of a row's fields may depend on.
 struct RowShape {

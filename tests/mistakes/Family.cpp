@@ -48,7 +48,7 @@ struct VELA_EXPORT ToyFamily : Family<"VelaTableToy", ToyKey, ToyResult> {
       {"row", 64, 10},  {"way", 78, 1},
   };
 #ifdef HAND_PACKED
-  static constexpr FieldNames handPacked{HAND_PACKED};
+  static constexpr std::array handPacked{HAND_PACKED};
   static void packMore(const VelaTableHashHelper&, const Key&, const Result&, bool, CuckooLocation,
                        RowWriterOf<ToyFamily>&) {}
 #endif
