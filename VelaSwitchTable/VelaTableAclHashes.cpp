@@ -129,20 +129,9 @@ void AclHashHelper::setHwBuffer(const VelaSwitchApi::HashBaseCuckooEntry& entry,
   HashFamilyHelper::setHwBuffer(entry, location, image);
 }
 
-VELA_HASH_CLASSES_DEFINE(AclHashFamily, AclHashTable, AclHashHelper, AclHashTableCuckooEntry,
-                         AclPhysicalHashProperties, AclHashTableStatus)
-VELA_HASH_CONVERTOR_DEFINE(AclHashConvertor)
-VELA_FACTORY_DEFINE(AclHashTable, AclHashTableIs,
-                    (const std::string& name, U8 tableIdx, U8 pipeline), (name, tableIdx, pipeline))
-
-VELA_FACTORY_DEFINE(AclHashTable, aclHashTableFactory,
-                    (const std::string& name, U8 tableIdx, U8 pipeline), (name, tableIdx, pipeline))
-VELA_FACTORY_DEFINE(AclHashConvertor, aclHashConvertorFactory, (), ())
-VELA_FACTORY_DEFINE(AclHashHelper, aclHashHelperFactory, (TableIndex index), (index))
-VELA_FACTORY_DEFINE(AclPhysicalHashProperties, aclPhysicalHashPropertiesFactory, (U32 tableId),
-                    (tableId))
-VELA_FACTORY_DEFINE(AclHashTableCuckooEntry, aclHashTableCuckooEntryFactory,
-                    (const AclHashKey& key), (key))
-VELA_FACTORY_DEFINE(AclHashTableStatus, aclHashTableStatusFactory, (), ())
+VELA_HASH_FAMILY_NAMED_DEFINE(AclHashFamily, AclHashTable, AclHashConvertor, AclHashHelper,
+                              AclHashTableCuckooEntry, AclPhysicalHashProperties,
+                              AclHashTableStatus)
+VELA_ACL_FACTORIES(VELA_FACTORY_DEFINE)
 
 }  // namespace VelaSwitchTable

@@ -2,7 +2,7 @@
 
 #include "VelaSwitch/Crc.h"
 #include "VelaSwitch/Keys.h"
-#include "VelaSwitchTable/family/HashFamily.h"
+#include "VelaSwitchTable/family/ProcessorTraits.h"
 
 namespace VelaSwitchTable {
 
@@ -13,16 +13,8 @@ namespace VelaSwitchTable {
 /// with the ones has the same hardware key and takes the row over without a write.
 struct VELA_EXPORT AclHashFamily
     : Family<"VelaTableAclHash", VelaSwitch::AclHashKey, VelaSwitch::AclHashResult> {
-  static constexpr HashFamilyTraits traits{.table = {46, "AclHash"},
-                                           .placement = HashPlacement::ownPipeline,
-                                           .prefix = "ingress/processor_acl[%d]/",
-                                           .rowWords = 7,
-                                           .hashBits = 11,
-                                           .ways = 2,
-                                           .staticWord = 5,
-                                           .parityWords = 4,
-                                           .stride = TableConstants::aclTableStride,
-                                           .decodedText = "Decoded Entry: "};
+  static constexpr HashFamilyTraits traits =
+      aclTraits({.table = {46, "AclHash"}, .parityWords = 4});
   /// Wide rows: the control word is word 5, not 4.
   static bool otherFormat(const VelaSwitch::ProfileInfo& profile) {
     return profile.fields().aclWideRows();
@@ -101,17 +93,19 @@ VELA_CLASS(AclHashFamily, AclHashTableCuckooEntry, HashFamilyEntry);
 VELA_CLASS(AclHashFamily, AclPhysicalHashProperties, HashFamilyProperties);
 VELA_CLASS(AclHashFamily, AclHashTableStatus, HashFamilyTableStatus);
 
-VELA_FACTORY(AclHashConvertor, AclHashConvertorIs, ());
-VELA_FACTORY(AclHashTable, AclHashTableIs, (const std::string& name, U8 tableIdx, U8 pipeline));
-
-// The same by their other names.
-VELA_FACTORY(AclHashTable, aclHashTableFactory,
-             (const std::string& name, U8 tableIdx, U8 pipeline));
-VELA_FACTORY(AclHashConvertor, aclHashConvertorFactory, ());
-VELA_FACTORY(AclHashHelper, aclHashHelperFactory, (TableIndex index));
-VELA_FACTORY(AclPhysicalHashProperties, aclPhysicalHashPropertiesFactory, (U32 tableId));
-VELA_FACTORY(AclHashTableCuckooEntry, aclHashTableCuckooEntryFactory,
-             (const VelaSwitch::AclHashKey& key));
-VELA_FACTORY(AclHashTableStatus, aclHashTableStatusFactory, ());
+VELA_HASH_CONVERTOR(VELA_DECLARE, AclHashFamily, AclHashConvertor);
+// Factories with another parameter, and all of them by their other names.
+#define VELA_ACL_FACTORIES(Do)                                                                     \
+  Do(AclHashTable, AclHashTableIs, (const std::string& name, U8 tableIdx, U8 pipeline),            \
+     (name, tableIdx, pipeline));                                                                  \
+  Do(AclHashTable, aclHashTableFactory, (const std::string& name, U8 tableIdx, U8 pipeline),       \
+     (name, tableIdx, pipeline));                                                                  \
+  Do(AclHashConvertor, aclHashConvertorFactory, (), ());                                           \
+  Do(AclHashHelper, aclHashHelperFactory, (TableIndex index), (index));                            \
+  Do(AclPhysicalHashProperties, aclPhysicalHashPropertiesFactory, (U32 tableId), (tableId));       \
+  Do(AclHashTableCuckooEntry, aclHashTableCuckooEntryFactory, (const VelaSwitch::AclHashKey& key), \
+     (key));                                                                                       \
+  Do(AclHashTableStatus, aclHashTableStatusFactory, (), ())
+VELA_ACL_FACTORIES(VELA_FACTORY);
 
 }  // namespace VelaSwitchTable

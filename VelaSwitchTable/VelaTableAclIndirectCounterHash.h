@@ -2,7 +2,7 @@
 
 #include "VelaSwitch/Crc.h"
 #include "VelaSwitch/Keys.h"
-#include "VelaSwitchTable/family/HashFamily.h"
+#include "VelaSwitchTable/family/ProcessorTraits.h"
 
 namespace VelaSwitchTable {
 
@@ -15,18 +15,10 @@ using AclIndirectCounterHashResult = VelaSwitch::AclIndirectCounterHashResult;
 struct VELA_EXPORT AclIndirectCounterHashFamily
     : Family<"VelaTableAclIndirectCounterHash", VelaSwitch::AclIndirectCounterHashKey,
              AclIndirectCounterHashResult> {
-  static constexpr HashFamilyTraits traits{.table = {45, "AclIndirectCounterHash"},
-                                           .placement = HashPlacement::ownPipeline,
-                                           .prefix = "ingress/processor_acl[%d]/",
-                                           .rowWords = 7,
-                                           .dataWords = 5,
-                                           .hashBits = 11,
-                                           .ways = 2,
-                                           .rowImpliesKey = true,
-                                           .staticWord = 5,
-                                           .parityWords = 1,
-                                           .stride = TableConstants::aclTableStride,
-                                           .decodedText = "Decoded Entry: "};
+  static constexpr HashFamilyTraits traits = aclTraits({.table = {45, "AclIndirectCounterHash"},
+                                                        .dataWords = 5,
+                                                        .rowImpliesKey = true,
+                                                        .parityWords = 1});
   static constexpr RowField fields[] = {
       {"keyHigh", 0, 5},   {"counterIndex", 5, 12}, {"parity", 17, 1},
       {"row", 160, 11},    {"way", 171, 1},         {"zeros", 173, 2, 0},
@@ -40,7 +32,9 @@ struct VELA_EXPORT AclIndirectCounterHashFamily
     return row.words()[0] != 0;
   }
   static void packMore(const VelaTableHashHelper&, const Key& key, const Result&, bool valid,
-                       CuckooLocation, RowWriterOf<AclIndirectCounterHashFamily>& row);
+                       CuckooLocation, RowWriterOf<AclIndirectCounterHashFamily>& row) {
+    if (valid) row.set<"keyLow">(key.counterKey());
+  }
 };
 
 VELA_HASH_FAMILY_NAMED(AclIndirectCounterHashFamily, AclIndirectCounterHashTable,

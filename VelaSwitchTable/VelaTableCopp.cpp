@@ -86,11 +86,6 @@ CoppEntry CoppEntry::fromCpuHardwareValue(CoppEntryKey key, U32 value, bool scal
   return entry;
 }
 
-std::string CoppEntry::resultString() const {
-  return Orb::text("result:", result(), " interval:", double{interval()},
-                   " increment:", increment(), " scaleFactor:", scaleFactor());
-}
-
 std::vector<PlainHwTable> CoppFamily::hwTables(const VelaSwitch::ProfileInfo& profile) {
   const U32 limiters = profile.numTables(VelaSwitch::TableKind::layer2) & 0xffff;
   const char* prefix = profile.fields().ingressRateLimiter() ? "ingress/rate_limiter[%u]/"

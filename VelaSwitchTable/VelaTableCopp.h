@@ -32,7 +32,7 @@ struct VELA_EXPORT CoppEntry {
   /// The share of each of so many pipelines, in per cent.
   static U32 pipelineScalingPercent(U32 numPipelines);
   /// The form for people.
-  std::string resultString() const;
+  std::string resultString() const { return Orb::fieldsText(*this); }
 };
 
 /// The rate limiters of control-plane policing: in every ingress limiter table, and in the CPU's
@@ -42,6 +42,7 @@ struct VELA_EXPORT CoppFamily : IndexedFamily<"VelaTableCopp", CoppEntryKey, Cop
   static constexpr PlainFamilyTraits traits{
       .table = {109, "Copp"}, .rowWords = 1, .absentTrace = AbsentTrace::byKey};
   static constexpr RowField fields[] = {{"value", 0, 32}};
+  static constexpr std::array handPacked{"result", "interval", "increment", "scaleFactor"};
   static constexpr HwIndex lastIndex = 12;
   static std::vector<PlainHwTable> hwTables(const VelaSwitch::ProfileInfo& profile);
   static void packMore(const PlainRowContext& at, const Key& key, const Result& result,
@@ -78,8 +79,7 @@ class VELA_EXPORT CoppConvertor final : public PlainFamilyLayerConvertor<CoppFam
   using PlainFamilyLayerConvertor::hwTableEntryIs;
   /// Writes the limiter's registers, or with `present` false those of one without an entry.
   bool hwTableEntryIs(const CoppEntryKey& key, const CoppEntry& entry, bool present);
-  /// The table and the CPU's transmit table must be there.
-  void syncEntries(U32 table) override;
+  void syncEntries(U32 table) override;  ///< Both it and the CPU's transmit table must be there.
 };
 
 /// The registers of the indexes before hardware interface 4.1. An index without a register, and one

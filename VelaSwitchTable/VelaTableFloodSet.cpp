@@ -25,19 +25,10 @@ Orb::Seconds FloodSetTable::systemTime() {
   return Orb::Seconds(std::chrono::duration<double>(now).count());
 }
 
-bool FloodSetConvertorLayer2All::isCpuPipeline(U32 tableIndex, U32 numTables) const {
-  return profile().cpuPipeline() && tableIndex == numTables - 1;
-}
-
 std::vector<PlainHwTable> FloodSetFamily::hwTables(const VelaSwitch::ProfileInfo& profile) {
   ORB_ASSERT_TEXT(profile.ports() < 64, "len < 64");
   return vlanTables(profile, {"floodset_data0", "floodset_data1", "floodset_data2",
                               "floodset_data3", "floodset_ctl"});
-}
-
-void FloodSetFamily::packMore(const PlainRowContext&, const Key& key, const Result&,
-                              RowWriterOf<FloodSetFamily>& row) {
-  row.set<"vlan">(key.value());
 }
 
 RowSays FloodSetFamily::unpackMore(const PlainRowContext&, const Key& key,
@@ -47,7 +38,6 @@ RowSays FloodSetFamily::unpackMore(const PlainRowContext&, const Key& key,
   return RowSays::result;
 }
 
-VELA_PLAIN_CLASSES_DEFINE(FloodSetFamily, FloodSetTable, FloodSetConvertor,
-                          FloodSetConvertorLayer2All)
+VELA_PLAIN_FAMILY_DEFINE(FloodSet, Layer2All)
 
 }  // namespace VelaSwitchTable

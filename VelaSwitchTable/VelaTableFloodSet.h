@@ -46,13 +46,16 @@ struct VELA_EXPORT FloodSetFamily
   /// What of an entry is announced, and shows in hardware.
   static const FloodSetResult& announced(const Result& entry) { return entry.result(); }
   static std::vector<PlainHwTable> hwTables(const VelaSwitch::ProfileInfo& profile);
-  static void packMore(const PlainRowContext& at, const Key& key, const Result& result,
-                       RowWriterOf<FloodSetFamily>& row);
+  static void packMore(const PlainRowContext&, const Key& key, const Result&,
+                       RowWriterOf<FloodSetFamily>& row) {
+    row.set<"vlan">(key.value());
+  }
   static RowSays unpackMore(const PlainRowContext& at, const Key& key,
                             const RowReaderOf<FloodSetFamily>& row, Result& result);
 };
 
 VELA_PLAIN_CLASSES(FloodSetFamily, FloodSetTable, FloodSetConvertor, FloodSetConvertorLayer2All);
+VELA_CLASS(FloodSetFamily, FloodSetConvertorLayer2All, PlainFamilyLayerConvertor);
 
 class VELA_EXPORT FloodSetTable final : public PlainFamilyTable<FloodSetFamily> {
  public:
@@ -72,21 +75,12 @@ class VELA_EXPORT FloodSetTable final : public PlainFamilyTable<FloodSetFamily> 
   void clockIs(Clock clock) { clock_ = std::move(clock); }
 
   /// A row of hardware has no time: its entry has the clock's.
-  void entryIsByHwRow(const Bridging::VlanId& vid, const FloodSetEntry& row);
+  void entryIsByHwRow(const Bridging::VlanId& vid, const FloodSetEntry& row) override;
 
  private:
   static Orb::Seconds systemTime();
 
   Clock clock_ = systemTime;
-};
-
-class VELA_EXPORT FloodSetConvertorLayer2All final
-    : public PlainFamilyLayerConvertor<FloodSetFamily> {
- public:
-  VELA_REGISTERED(FloodSetFamily, FloodSetConvertorLayer2All);
-
-  /// Whether the table is the CPU pipeline's: the last one, on profiles that have it.
-  bool isCpuPipeline(U32 tableIndex, U32 numTables) const;
 };
 
 }  // namespace VelaSwitchTable

@@ -1,7 +1,7 @@
 #include "VelaSwitchTable/VelaTableHashHelper.h"
 
 #include "VelaSwitch/Parity.h"
-#include "VelaSwitchTable/family/Family.h"
+#include "VelaSwitchApi/RowCheck.h"
 
 namespace VelaSwitchTable {
 
@@ -44,14 +44,15 @@ Orb::Ptr<HashBaseCuckooEntry> VelaTableHashHelper::decodeHwEntry(HwIndex index) 
   ORB_ASSERT_TEXT(swTable(), "swTable()");
   const Trace::Handle& trace = traces_.handle;
   if (!hasRow(index)) {
-    trace(3, "row ", index, noRowText);
+    trace(3, "row ", index, VelaSwitchApi::noRowText);
     return null_;
   }
   constexpr const char* refusal = "not decoding entry: row ";
   using Unpacked = std::optional<Orb::Ptr<HashBaseCuckooEntry>>;
-  const Unpacked entry = readSafely(trace, refusal, index, Unpacked(), [&]() -> Unpacked {
-    return rowSound(hwRow(index)) ? unpack(hwRow(index), location(index)) : nullptr;
-  });
+  const Unpacked entry =
+      VelaSwitchApi::readSafely(trace, refusal, index, Unpacked(), [&]() -> Unpacked {
+        return rowSound(hwRow(index)) ? unpack(hwRow(index), location(index)) : nullptr;
+      });
   if (!entry) return null_;
   if (!*entry) {
     trace(9, refusal, index);
@@ -66,33 +67,27 @@ bool VelaTableHashHelper::rowSound(const U32* image) const {
 }
 
 void VelaTableHashHelper::checkRows(const HashBaseCuckooEntry& sample) const {
-  using Image = std::array<U32, VelaSwitchApi::maxRowWords>;
   const auto pack = [&](const HashBaseCuckooEntry& entry, CuckooLocation at) {
-    Image image{};
+    VelaSwitchApi::RowImage image{};
     setHwBuffer(entry, at, reinterpret_cast<U8*>(image.data()));
     return image;
   };
-  const auto expect = [&](bool good, const char* what) {
-    if (!good) Orb::assertFailed(Orb::text(traces_.handle.name(), ": ", what).c_str(), "checkRows");
-  };
+  const VelaSwitchApi::RowCheck check(traces_.handle, layout_);
   const CuckooLocation at{0, sample.getHash(0)};
-  Image image = pack(sample, at);
+  VelaSwitchApi::RowImage image = pack(sample, at);
   // The helper of a number that is no table of the family's packs nothing.
-  if (image == Image{}) return;
+  if (image == VelaSwitchApi::RowImage{}) return;
   // Two rows whose numbers differ in parity: words that are not the data's show in one of them.
   for (const U32 row : {0u, 1u}) {
-    Image empty = pack(*null_, {0, row});
-    expect(rowSound(empty.data()), "the parity of an empty row is wrong");
-    expect(!unpack(empty.data(), {0, row}), "an empty row unpacks to an entry");
+    VelaSwitchApi::RowImage empty = pack(*null_, {0, row});
+    check.expect(rowSound(empty.data()), "the parity of an empty row is wrong");
+    check.expect(!unpack(empty.data(), {0, row}), "an empty row unpacks to an entry");
   }
-  expect(rowSound(image.data()), "the parity of an entry's row is wrong");
+  check.expect(rowSound(image.data()), "the parity of an entry's row is wrong");
   const auto entry = unpack(image.data(), at);
-  expect(bool{entry}, "the row of an entry unpacks to none");
+  check.expect(bool{entry}, "the row of an entry unpacks to none");
   // What stands behind the control word is not in hardware.
-  const U32 words = layout_[layout_.row()].first / 32 + 1;
-  const Image again = pack(*entry, at);
-  expect(std::equal(again.begin(), again.begin() + words, image.begin()),
-         "the row of an entry unpacks to another entry");
+  check.expectSame(image, pack(*entry, at), layout_[layout_.row()].first / 32 + 1);
 }
 
 U32* VelaTableHashHelper::hwRow(HwIndex index) const {

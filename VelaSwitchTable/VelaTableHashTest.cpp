@@ -33,8 +33,8 @@ std::string HashTestTable::resultString(const HashTestKey& key) const {
   return result ? Orb::text(*result) : std::string();
 }
 
-VELA_HASH_CLASSES_DEFINE(HashTestFamily, HashTestTable, HashTestHelper, HashTestTableCuckooEntry,
-                         HashTestPhysicalHashProperties, TestTableStatus)
-VELA_HASH_CONVERTOR_DEFINE(HashConvertorTestTable)
+VELA_HASH_FAMILY_NAMED_DEFINE(HashTestFamily, HashTestTable, HashConvertorTestTable, HashTestHelper,
+                              HashTestTableCuckooEntry, HashTestPhysicalHashProperties,
+                              TestTableStatus)
 
 }  // namespace VelaSwitchTable

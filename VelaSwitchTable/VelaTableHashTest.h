@@ -48,11 +48,11 @@ struct VELA_EXPORT HashTestFamily : Family<"VelaTableHashTest", HashTestKey, Has
 VELA_HASH_CLASSES(HashTestFamily, HashTestTable, HashConvertorTestTable, HashTestHelper,
                   HashTestTableCuckooEntry, HashTestPhysicalHashProperties, TestTableStatus,
                   TestEntryStatus);
-VELA_FACTORY(HashConvertorTestTable, HashConvertorTestTableIs, ());
+VELA_HASH_CONVERTOR(VELA_DECLARE, HashTestFamily, HashConvertorTestTable);
+VELA_HASH_CONVERTOR(VELA_WHOLE, HashTestFamily, HashConvertorTestTable);
 VELA_CLASS(HashTestFamily, HashTestTableCuckooEntry, HashFamilyEntry);
 VELA_CLASS(HashTestFamily, HashTestPhysicalHashProperties, HashFamilyProperties);
 VELA_CLASS(HashTestFamily, TestTableStatus, HashFamilyTableStatus);
-VELA_CLASS(HashTestFamily, HashConvertorTestTable, HashFamilyConvertor);
 VELA_CLASS(HashTestFamily, HashTestHelper, HashFamilyHelper);
 
 class VELA_EXPORT HashTestTable final : public HashFamilyTable<HashTestFamily> {

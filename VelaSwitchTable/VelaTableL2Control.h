@@ -13,7 +13,7 @@ struct VELA_EXPORT L2ControlResult {
   Orb::Field<"learnDisabled", bool> learnDisabled;
   auto operator<=>(const L2ControlResult&) const = default;
   /// The form for people.
-  std::string resultString() const;
+  std::string resultString() const { return Orb::fieldsText(*this); }
 };
 
 /// A port's layer-2 switches.
@@ -22,9 +22,7 @@ struct VELA_EXPORT L2ControlFamily
   static constexpr PlainFamilyTraits traits{.table = {103, "L2Control"}, .rowWords = 1};
   static constexpr RowField fields[] = {
       {"isMlagPeer", 0, 1}, {"learnOnly", 1, 1}, {"learnDisabled", 2, 1}};
-  static std::vector<PlainHwTable> hwTables(const VelaSwitch::ProfileInfo& profile) {
-    return portRegisterTables(profile, traits.rowWords, {{"", "pipeline[%d]/port[%d]/l2_control"}});
-  }
+  static constexpr PortRegister portRegisters[] = {{"", "pipeline[%d]/port[%d]/l2_control"}};
 };
 
 VELA_PLAIN_FAMILY(L2Control, Layer2All);

@@ -35,6 +35,7 @@ struct VELA_EXPORT L3FloodArpFamily
     constexpr RowField vlanId{"vlanId", 0, 16};
     return memoryRow({{{{head, none}}, {{head, none}}, {{tail, vlanId}}, {{tail, vlanId}}}});
   }
+  static constexpr std::array handPacked{"ethAddr"};
   /// Flood ids have a row but for the last, which stands for none.
   static U32 rows(const VelaSwitch::ProfileInfo&) { return VelaSwitch::L3FloodId::null; }
   static std::vector<std::string> registers() { return memoryRegisters(); }

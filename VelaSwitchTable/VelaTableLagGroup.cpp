@@ -1,14 +1,11 @@
 #include "VelaSwitchTable/VelaTableLagGroup.h"
 
-#include <cstdio>
 #include <ostream>
 
 namespace VelaSwitchTable {
 
 std::ostream& operator<<(std::ostream& out, const LagGroupResult& result) {
-  char text[16];
-  std::snprintf(text, sizeof text, "0x%02x", result.lagGroupId());
-  return out << text;
+  return out << Orb::text("0x", Orb::Hex{result.lagGroupId(), 2});
 }
 
 RowSays LagGroupFamily::unpackMore(const PlainRowContext&, const Key&,

@@ -44,6 +44,6 @@ struct VELA_EXPORT LagGroupFamily
                             Result& result);
 };
 
-VELA_PORT_PIPELINE_FAMILY(LagGroup, Layer2All);
+VELA_PLAIN_FAMILY(LagGroup, Layer2All);
 
 }  // namespace VelaSwitchTable

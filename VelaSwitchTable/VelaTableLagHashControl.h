@@ -23,9 +23,7 @@ struct VELA_EXPORT LagHashControlFamily
   static constexpr PlainFamilyTraits traits{.table = {104, "LagHashControl"}, .rowWords = 1};
   static constexpr RowField fields[] = {
       {"useVlanId", 0, 1}, {"unused", 1, 1}, {"useSipAndDip", 2, 1}, {"hashSeed", 3, 6}};
-  static std::vector<PlainHwTable> hwTables(const VelaSwitch::ProfileInfo& profile) {
-    return portRegisterTables(profile, traits.rowWords, {{"", "pipeline[%d]/port[%d]/lhash_ctl"}});
-  }
+  static constexpr PortRegister portRegisters[] = {{"", "pipeline[%d]/port[%d]/lhash_ctl"}};
 };
 
 VELA_PLAIN_FAMILY(LagHashControl, Layer3);

@@ -40,6 +40,7 @@ struct VELA_EXPORT LagMembershipFamily
     return std::to_array<RowField>(
         {{"ports0", 0, 32}, {"ports32", 32, 32}, {"select", 64, shape.cpu ? 0u : 32u}});
   }
+  static constexpr std::array handPacked{"port", "lagGroupId"};
   static std::vector<PlainHwTable> hwTables(const VelaSwitch::ProfileInfo& profile) {
     return layer2PortTables(profile, {"lag_mask_data0", "lag_mask_data1", "lag_ctl"},
                             {"lag_mask_data0", "lag_mask_data1"});
@@ -50,6 +51,6 @@ struct VELA_EXPORT LagMembershipFamily
                             const RowReaderOf<LagMembershipFamily>& row, Result& result);
 };
 
-VELA_PORT_PIPELINE_FAMILY(LagMembership, Layer2All);
+VELA_PLAIN_FAMILY(LagMembership, Layer2All);
 
 }  // namespace VelaSwitchTable

@@ -40,6 +40,7 @@ struct VELA_EXPORT Lpm11Family : IndexedFamily<"VelaTableLpm11", VelaSwitch::Lpm
                                     {"control", 49, 5, 15},
                                     {"realLength", 64, 6}});
   }
+  static constexpr std::array handPacked{"cellResult"};
   /// Address bits of a key.
   static constexpr U8 keyLength = 11;
   static constexpr U32 rowsPerVrf = 1u << keyLength;

@@ -134,13 +134,15 @@ U32 LpmBaseTableCuckooEntry::getHash(U8 way) const {
   return hashKey(buffer, way, bits, level_.crcLength);
 }
 
-VELA_HASH_TEMPLATES(, LpmBaseFamily);
+template class HashFamilyTableBase<LpmBaseFamily>;
+template class HashFamilyHelperBase<LpmBaseFamily>;
+template class HashFamilyEntry<LpmBaseFamily>;
+template class HashFamilyProperties<LpmBaseFamily>;
 VELA_REGISTERED_DEFINE(LpmBaseTable)
 VELA_REGISTERED_DEFINE(LpmBaseConvertor)
 VELA_REGISTERED_DEFINE(LpmBaseHelper)
 VELA_REGISTERED_DEFINE(LpmBaseTableCuckooEntry)
 VELA_REGISTERED_DEFINE(LpmBasePhysicalHashProperties)
-VELA_REGISTERED_DEFINE(LpmTableStatus)
-VELA_FACTORY_DEFINE(LpmTableStatus, LpmTableStatusIs, (), ())
+VELA_DEFINE(LpmBaseFamily, TableStatus, LpmTableStatus, HashFamilyTableStatus, (), ())
 
 }  // namespace VelaSwitchTable

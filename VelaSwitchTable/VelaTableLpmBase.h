@@ -9,7 +9,10 @@ namespace VelaSwitchTable {
 VELA_HASH_NAMES(LpmBaseFamily, LpmBaseTable, LpmBaseConvertor, LpmBaseHelper,
                 LpmBaseTableCuckooEntry, LpmBasePhysicalHashProperties, LpmTableStatus,
                 LpmEntryStatus);
-VELA_HASH_TEMPLATES(extern, LpmBaseFamily);
+extern template class HashFamilyTableBase<LpmBaseFamily>;
+extern template class HashFamilyHelperBase<LpmBaseFamily>;
+extern template class HashFamilyEntry<LpmBaseFamily>;
+extern template class HashFamilyProperties<LpmBaseFamily>;
 
 /// Keys have the level's prefix length; others are a fatal assertion.
 class VELA_EXPORT LpmBaseTable : public HashFamilyTableBase<LpmBaseFamily> {
@@ -103,7 +106,7 @@ class VELA_EXPORT LpmBasePhysicalHashProperties : public HashFamilyProperties<Lp
       : HashFamilyProperties(level.table.number, level.crcLength) {}
 };
 
+VELA_DECLARE(LpmBaseFamily, TableStatus, LpmTableStatus, HashFamilyTableStatus, (), ());
 VELA_CLASS(LpmBaseFamily, LpmTableStatus, HashFamilyTableStatus);
-VELA_FACTORY(LpmTableStatus, LpmTableStatusIs, ());
 
 }  // namespace VelaSwitchTable

@@ -2,30 +2,15 @@
 
 namespace VelaSwitchTable {
 
-#define VELA_LPM_CLASS_DEFINE(Class, otherFactory, parameters, arguments) \
-  VELA_REGISTERED_DEFINE(Class)                                           \
-  VELA_FACTORY_DEFINE(Class, Class##Is, parameters, arguments)            \
-  VELA_FACTORY_DEFINE(Class, otherFactory, parameters, arguments)
+#define VELA_LPM_CLASS_DEFINE(longest, What, Class, parameters, arguments)                 \
+  VELA_REGISTERED_DEFINE(Lpm##longest##Class)                                              \
+  VELA_FACTORY_DEFINE(Lpm##longest##Class, Lpm##longest##Class##Is, parameters, arguments) \
+  VELA_FACTORY_DEFINE(Lpm##longest##Class, lpm##longest##Class##Factory, parameters, arguments)
+#define VELA_LPM_LEVEL_DEFINE(longest)                                                \
+  static const TableRegistration lpm##longest##Registration{lpmLevel<longest>.table}; \
+  VELA_LPM_LIST(VELA_LPM_CLASS_DEFINE, longest)
 
-#define VELA_LPM_LEVEL_DEFINE(longest)                                                         \
-  static const TableRegistration lpm##longest##Registration{lpmLevel<longest>.table};          \
-  VELA_LPM_CLASS_DEFINE(Lpm##longest##Table, lpm##longest##TableFactory,                       \
-                        (const std::string& name), (name))                                     \
-  VELA_LPM_CLASS_DEFINE(Lpm##longest##Convertor, lpm##longest##ConvertorFactory, (), ())       \
-  VELA_LPM_CLASS_DEFINE(Lpm##longest##Helper, lpm##longest##HelperFactory, (U8 numVrfBits),    \
-                        (numVrfBits))                                                          \
-  VELA_LPM_CLASS_DEFINE(Lpm##longest##TableCuckooEntry, lpm##longest##TableCuckooEntryFactory, \
-                        (const VelaSwitch::LpmKey& key), (key))                                \
-  VELA_LPM_CLASS_DEFINE(Lpm##longest##PhysicalHashProperties,                                  \
-                        lpm##longest##PhysicalHashPropertiesFactory, (), ())
-
-VELA_LPM_LEVEL_DEFINE(14)
-VELA_LPM_LEVEL_DEFINE(17)
-VELA_LPM_LEVEL_DEFINE(20)
-VELA_LPM_LEVEL_DEFINE(23)
-VELA_LPM_LEVEL_DEFINE(26)
-VELA_LPM_LEVEL_DEFINE(29)
-VELA_LPM_LEVEL_DEFINE(32)
+VELA_LPM_LEVELS(VELA_LPM_LEVEL_DEFINE)
 
 Orb::Ptr<LpmBaseTable> lpmLevelTableFactory(U8 longest, const std::string& name) {
   Orb::Ptr<LpmBaseTable> table;

@@ -63,42 +63,39 @@ class VELA_EXPORT LpmLevelTable : public LpmBaseTable {
   }
 };
 
-// A level's classes and factories, the latter by either of their names (Lpm14TableIs and
-// lpm14TableFactory).
+/// A level's classes: what each is to the level, its name, and its factory. The latter goes by two
+/// names, as Lpm14TableIs and lpm14TableFactory.
+#define VELA_LPM_LIST(Do, longest)                                                    \
+  Do(longest, CuckooEntry, TableCuckooEntry, (const VelaSwitch::LpmKey& key), (key)); \
+  Do(longest, PhysicalHashProperties, PhysicalHashProperties, (), ());                \
+  Do(longest, Convertor, Convertor, (), ());                                          \
+  Do(longest, Helper, Helper, (U8 numVrfBits), (numVrfBits));                         \
+  Do(longest, Table, Table, (const std::string& name), (name))
+/// The levels.
+#define VELA_LPM_LEVELS(Do) \
+  Do(14);                   \
+  Do(17);                   \
+  Do(20);                   \
+  Do(23);                   \
+  Do(26);                   \
+  Do(29);                   \
+  Do(32)
 
-/// A class of a level with its factories.
-#define VELA_LPM_CLASS(longest, What, parameters)                          \
-  VELA_CLASS(LpmLevelFamily<longest>, Lpm##longest##What, LpmLevel##What); \
-  VELA_FACTORY(Lpm##longest##What, Lpm##longest##What##Is, parameters);    \
-  VELA_FACTORY(Lpm##longest##What, lpm##longest##What##Factory, parameters)
+#define VELA_LPM_FORWARD(longest, What, Class, parameters, arguments) class Lpm##longest##Class
+#define VELA_LPM_NAME(longest, What, Class, parameters, arguments) using What = Lpm##longest##Class
+#define VELA_LPM_CLASS(longest, What, Class, parameters, arguments)          \
+  VELA_CLASS(LpmLevelFamily<longest>, Lpm##longest##Class, LpmLevel##Class); \
+  VELA_FACTORY(Lpm##longest##Class, Lpm##longest##Class##Is, parameters);    \
+  VELA_FACTORY(Lpm##longest##Class, lpm##longest##Class##Factory, parameters)
+#define VELA_LPM_LEVEL(longest)               \
+  VELA_LPM_LIST(VELA_LPM_FORWARD, longest);   \
+  template <>                                 \
+  struct ClassesOf<LpmLevelFamily<longest>> { \
+    VELA_LPM_LIST(VELA_LPM_NAME, longest);    \
+  };                                          \
+  VELA_LPM_LIST(VELA_LPM_CLASS, longest)
 
-#define VELA_LPM_LEVEL(longest)                                               \
-  class Lpm##longest##Table;                                                  \
-  class Lpm##longest##Convertor;                                              \
-  class Lpm##longest##Helper;                                                 \
-  class Lpm##longest##TableCuckooEntry;                                       \
-  class Lpm##longest##PhysicalHashProperties;                                 \
-  template <>                                                                 \
-  struct ClassesOf<LpmLevelFamily<longest>> {                                 \
-    using Table = Lpm##longest##Table;                                        \
-    using Convertor = Lpm##longest##Convertor;                                \
-    using Helper = Lpm##longest##Helper;                                      \
-    using CuckooEntry = Lpm##longest##TableCuckooEntry;                       \
-    using PhysicalHashProperties = Lpm##longest##PhysicalHashProperties;      \
-  };                                                                          \
-  VELA_LPM_CLASS(longest, TableCuckooEntry, (const VelaSwitch::LpmKey& key)); \
-  VELA_LPM_CLASS(longest, PhysicalHashProperties, ());                        \
-  VELA_LPM_CLASS(longest, Convertor, ());                                     \
-  VELA_LPM_CLASS(longest, Helper, (U8 numVrfBits));                           \
-  VELA_LPM_CLASS(longest, Table, (const std::string& name))
-
-VELA_LPM_LEVEL(14);
-VELA_LPM_LEVEL(17);
-VELA_LPM_LEVEL(20);
-VELA_LPM_LEVEL(23);
-VELA_LPM_LEVEL(26);
-VELA_LPM_LEVEL(29);
-VELA_LPM_LEVEL(32);
+VELA_LPM_LEVELS(VELA_LPM_LEVEL);
 
 /// Makes the level that serves real lengths up to `longest`: 14, 17, … 32.
 VELA_EXPORT Orb::Ptr<LpmBaseTable> lpmLevelTableFactory(U8 longest, const std::string& name);

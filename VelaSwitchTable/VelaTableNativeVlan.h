@@ -23,11 +23,8 @@ struct VELA_EXPORT NativeVlanFamily
     : IndexedFamily<"VelaTableNativeVlan", NativeVlanKey, NativeVlanResult> {
   static constexpr PlainFamilyTraits traits{.table = {101, "NativeVlan"}, .rowWords = 4};
   static constexpr RowField fields[] = {{"nativeVlanId", 0, 12}, {"dei", 12, 1}, {"pcp", 13, 3}};
-  static std::vector<PlainHwTable> hwTables(const VelaSwitch::ProfileInfo& profile) {
-    return portRegisterTables(profile, traits.rowWords,
-                              {{"Egress", "egress/port[%d]/vlan_tci"},
-                               {"Ingress", "pipeline[%d]/port[%d]/default_vlan"}});
-  }
+  static constexpr PortRegister portRegisters[] = {
+      {"Egress", "egress/port[%d]/vlan_tci"}, {"Ingress", "pipeline[%d]/port[%d]/default_vlan"}};
 };
 
 VELA_PLAIN_FAMILY(NativeVlan, Layer2All);

@@ -29,10 +29,8 @@ struct VELA_EXPORT PortConfigFamily
   static constexpr PlainFamilyTraits traits{.table = {102, "PortConfig"}, .rowWords = 4};
   static constexpr RowField fields[] = {
       {"portMode", 0, 2}, {"txDisabled", 2, 1}, {"l2ForwardingDisabled", 3, 1}};
-  static std::vector<PlainHwTable> hwTables(const VelaSwitch::ProfileInfo& profile) {
-    return portRegisterTables(profile, traits.rowWords,
-                              {{"", "egress/port[%d]/cfg"}, {"Vlan", "egress/port[%d]/vlan_cfg"}});
-  }
+  static constexpr PortRegister portRegisters[] = {{"", "egress/port[%d]/cfg"},
+                                                   {"Vlan", "egress/port[%d]/vlan_cfg"}};
 };
 
 VELA_PLAIN_FAMILY(PortConfig, Layer2All);

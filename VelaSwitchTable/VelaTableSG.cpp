@@ -3,7 +3,7 @@
 namespace VelaSwitchTable {
 
 VELA_HASH_FAMILY_DEFINE(SG)
-VELA_MULTICAST_FACTORIES_DEFINE(SG, sG)
+VELA_MULTICAST_FACTORIES(VELA_FACTORY_DEFINE, SG, sG)
 VELA_FACTORY_DEFINE(SGConvertor, sGConvertorFactory, (), ())
 
 }  // namespace VelaSwitchTable

@@ -8,19 +8,15 @@ using SGResult = MulticastResult<"VelaSwitchTable::SGResult">;
 
 /// Multicast routes of one source: source, group and VLAN. Of the group its low 28 bits count.
 struct VELA_EXPORT SGFamily : MulticastFamily<SGFamily, "VelaTableSG", SGResult> {
-  static constexpr HashFamilyTraits traits{.table = {18, "SG"},
-                                           .placement = HashPlacement::everyPipeline,
-                                           .prefix = "ingress/processor_l3[%d]/",
-                                           .rowWords = 6,
-                                           .hashBits = 13,
-                                           .ways = 3,
-                                           .rowImpliesKey = true,
-                                           .hitBits = true,
-                                           .hitTableOffset = 18,
-                                           .staticWord = 4,
-                                           .parityWords = 4,
-                                           .stride = 0,
-                                           .decodedText = "Decoded valid entry is "};
+  static constexpr HashFamilyTraits traits =
+      layer3Traits({.table = {18, "SG"},
+                    .rowWords = 6,
+                    .hashBits = 13,
+                    .ways = 3,
+                    .hitTableOffset = 18,
+                    .parityWords = 4,
+                    .stride = 0,
+                    .decodedText = "Decoded valid entry is "});
 
   /// Wide flags: one bit more in front of the valid bit, and 15 zeros behind the parity, as far as
   /// the control word leaves room for them.
@@ -57,7 +53,7 @@ struct VELA_EXPORT SGFamily : MulticastFamily<SGFamily, "VelaTableSG", SGResult>
 };
 
 VELA_HASH_FAMILY(SG);
-VELA_MULTICAST_FACTORIES(SG, sG);
+VELA_MULTICAST_FACTORIES(VELA_FACTORY, SG, sG);
 VELA_FACTORY(SGConvertor, sGConvertorFactory, ());
 
 }  // namespace VelaSwitchTable

@@ -15,6 +15,6 @@ bool StarGHelper::entryOwned(HwIndex index) const {
 
 VELA_HASH_CLASSES_DEFINE(StarGFamily, StarGTable, StarGHelper, StarGTableCuckooEntry,
                          StarGPhysicalHashProperties, StarGTableStatus)
-VELA_MULTICAST_FACTORIES_DEFINE(StarG, starG)
+VELA_MULTICAST_FACTORIES(VELA_FACTORY_DEFINE, StarG, starG)
 
 }  // namespace VelaSwitchTable

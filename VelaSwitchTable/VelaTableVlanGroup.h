@@ -35,6 +35,7 @@ struct VELA_EXPORT VlanGroupFamily
                        {{{"vlanId[4]", 0, 12}, {"vlanId[5]", 16, 12}}},
                        {{{"vlanId[6]", 0, 12}, {"vlanId[7]", 16, 12}}}}});
   }
+  static constexpr std::array handPacked{"vlanIds"};
   static constexpr U32 groups = 16;
   /// The rows stand in every egress processor.
   static U32 copies(const VelaSwitch::ProfileInfo& profile) { return egressProcessors(profile); }

@@ -93,17 +93,12 @@ U32 firstPort(const PlainRowContext& at) {
 }  // namespace
 
 std::string VlanMembershipResult::resultString() const {
-  const auto text = [](bool flag) { return flag ? "true" : "false"; };
-  char buffer[400];
-  std::snprintf(buffer, sizeof buffer,
-                "permitMask:0x%012llx learnToCpu:%s unknownMcastToCpu:%s mcastJoinToCpu:%s "
-                "bcastToCpu:%s unknownDaToCpu:%s mcastJoinToEgress:%s vrfBits:0x%x "
-                "unicastRoute:%s multicastRoute:%s",
-                static_cast<unsigned long long>(permitMask()), text(learnToCpu()),
-                text(unknownMulticastToCpu()), text(multicastJoinToCpu()), text(broadcastToCpu()),
-                text(unknownDaToCpu()), text(multicastJoinToEgress()), vrfBits(),
-                text(unicastRoute()), text(multicastRoute()));
-  return buffer;
+  return Orb::text(
+      "permitMask:0x", Orb::Hex{permitMask(), 12}, " learnToCpu:", learnToCpu(),
+      " unknownMcastToCpu:", unknownMulticastToCpu(), " mcastJoinToCpu:", multicastJoinToCpu(),
+      " bcastToCpu:", broadcastToCpu(), " unknownDaToCpu:", unknownDaToCpu(),
+      " mcastJoinToEgress:", multicastJoinToEgress(), " vrfBits:0x", Orb::Hex{vrfBits()},
+      " unicastRoute:", unicastRoute(), " multicastRoute:", multicastRoute());
 }
 
 std::ostream& operator<<(std::ostream& out, const VlanMembershipResult& result) {
@@ -152,10 +147,6 @@ void setBaseHwBuffer(U8 pipe, U8 portBits, U32 vrfBits, const VlanMembershipResu
 
 VlanMembershipConvertorLayer2All::VlanMembershipConvertorLayer2All() {
   hwStaticWordIs(3, 0xFFFFFFFF);
-}
-
-bool VlanMembershipConvertorLayer2All::isCpuPipeline(U32 tableIndex, U32 numTables) const {
-  return profile().cpuPipeline() && tableIndex == numTables - 1;
 }
 
 const VlanTablePortRange* VlanMembershipConvertorLayer2All::portRangeOfTable(U32 tableId) const {

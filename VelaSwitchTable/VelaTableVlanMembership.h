@@ -66,6 +66,8 @@ struct VELA_EXPORT VlanMembershipFamily
                              {"commit", control + 15, 1, 1}};
     return std::to_array(list);
   }
+  static constexpr std::array handPacked{"aclId", "aclEnable", "aclDefaultPermit", "natId",
+                                         "natEnable"};
   static std::vector<PlainHwTable> hwTables(const VelaSwitch::ProfileInfo& profile);
   static void packMore(const PlainRowContext& at, const Key& key, const Result& result,
                        RowWriterOf<VlanMembershipFamily>& row);
@@ -87,8 +89,6 @@ class VELA_EXPORT VlanMembershipConvertorLayer2All final
   VlanMembershipConvertorLayer2All();
   void doCreateHwTables(VelaSwitchApi::TableState state) override;
 
-  /// Whether the table is the CPU pipeline's: the last one, on profiles that have it.
-  bool isCpuPipeline(U32 tableIndex, U32 numTables) const;
   /// Ports that the table serves; 1 when it has no range.
   U8 numPortsOfTable(U32 tableId) const;
   void portRangeOfTableIs(const VlanTablePortRange& range) { ranges_[range.tableId()] = range; }

@@ -1,11 +1,11 @@
 #include <cstring>
 
-#include "DirectBase/TableConstants.h"
 #include "Support.h"
 #include "VelaSwitch/Crc.h"
 #include "VelaSwitch/Parity.h"
 #include "VelaSwitch/PortMask.h"
 #include "VelaSwitchApi/RowLayout.h"
+#include "VelaSwitchApi/TableConstants.h"
 #include "VelaSwitchTable/VelaHitBitUtil.h"
 #include "VelaSwitchTable/VelaRegPrefixUtil.h"
 

@@ -1,4 +1,5 @@
 #include "Support.h"
+#include "VelaSwitchTable/VelaTableL3Lag.h"
 #include "VelaTableStormLimit.h"
 #include "VelaTableTunnel.h"
 
@@ -66,6 +67,7 @@ struct VELA_EXPORT ForgetfulFamily : Family<"VelaTableForgetful", TunnelKey, Tun
   static constexpr RowField fields[] = {{"compare", 0, 44}, {"valid", 44, 1},  {"vlanId", 45, 12},
                                         {"trap", 57, 1},    {"parity", 58, 1}, {"row", 128, 12},
                                         {"way", 142, 2},    {"one", 145, 1, 1}};
+  static constexpr std::array handPacked{"trapToCpu"};
   static void packMore(const VelaTableHashHelper&, const Key&, const Result& result, bool,
                        CuckooLocation, RowWriterOf<ForgetfulFamily>& row) {
     row.set<"trap">(result.trapToCpu());
@@ -74,14 +76,43 @@ struct VELA_EXPORT ForgetfulFamily : Family<"VelaTableForgetful", TunnelKey, Tun
 VELA_HASH_FAMILY(Forgetful);
 VELA_HASH_FAMILY_DEFINE(Forgetful)
 
+struct VELA_EXPORT ForgetfulPortFamily
+    : IndexedFamily<"VelaTableForgetfulPort", StormLimitKey, StormLimitResult> {
+  static constexpr PlainFamilyTraits traits = StormLimitFamily::traits;
+  static constexpr RowField fields[] = {
+      {"broadcastRate", 0, 12}, {"multicastRate", 12, 12}, {"drops", 31, 1}};
+  static constexpr auto portRegisters = std::to_array(StormLimitFamily::portRegisters);
+  static constexpr std::array handPacked{"drop"};
+  static void packMore(const PlainRowContext&, const Key&, const Result& result,
+                       RowWriterOf<ForgetfulPortFamily>& row) {
+    row.set<"drops">(result.drop());
+  }
+};
+VELA_PLAIN_FAMILY(ForgetfulPort, Layer2All);
+VELA_PLAIN_FAMILY_DEFINE(ForgetfulPort, Layer2All)
+
+/// No row without an entry is sound.
+struct VELA_EXPORT OddLagFamily : L3LagFamily {
+  static bool isSound(const VelaSwitchApi::RowReader& row) { return row.words()[0] != 0; }
+};
+VELA_DIRECT_FAMILY(OddLag);
+VELA_DIRECT_FAMILY_DEFINE(OddLag)
+
 TEST(ExampleFamily, rowsThatDoNotComeBackAreRefusedWhenTheTableIsMade) {
   const auto refusal = [](VelaSwitchApi::SwTable& table) {
     return VelaTest::fatalText([&] { Chip().create(table); });
   };
   EXPECT_THAT(refusal(*OddParityTableIs("odd")),
               StartsWith("VelaTableTunnel: the parity of an empty row is wrong"));
-  EXPECT_THAT(refusal(*ForgetfulTableIs("forgetful")),
-              StartsWith("VelaTableForgetful: the row of an entry unpacks to another entry"));
+  EXPECT_THAT(
+      refusal(*ForgetfulTableIs("forgetful")),
+      StartsWith("VelaTableForgetful: the row of an entry unpacks to another entry: field trap"));
+  EXPECT_THAT(
+      refusal(*ForgetfulPortTableIs("port")),
+      StartsWith(
+          "VelaTableForgetfulPort: the row of an entry unpacks to another entry: field drops"));
+  EXPECT_THAT(refusal(*OddLagTableIs("lag")),
+              StartsWith("VelaTableL3Lag: an empty row is unsound"));
   EXPECT_EQ(refusal(*TunnelTableIs("right")), "");
 }
 

@@ -39,17 +39,21 @@ INSTANTIATE_TEST_SUITE_P(
     testing::Values(
         Mistake{"OVERLAP", {"ToyFamily, Orb::FixedString<6>{\"valid\"}", "overlaps another"}},
         Mistake{"TOO_WIDE", {"ToyFamily, Orb::FixedString<6>{\"valid\"}", "ends behind the row"}},
-        Mistake{"NO_VALID_BIT", {"F = ToyFamily", "{\"valid\"}", "no field of this name"}},
+        Mistake{"NO_VALID_BIT", {"F = VelaSwitchTable::ToyFamily", "{\"valid\"}", "no field of this name"}},
         Mistake{"FIELD_NOT_PACKED",
                 {"ToyFamily, Orb::FixedString<5>{\"size\"}", "in no field of the row"}},
         // A hook that is not called packMore packs nothing.
         Mistake{"FIELD_NOT_PACKED -DMISSPELLED_HOOK",
                 {"ToyFamily, Orb::FixedString<5>{\"size\"}", "in no field of the row"}},
+        // One that is packed by hand does not excuse another one.
+        Mistake{"FIELD_NOT_PACKED -DHAND_PACKED='\"colour\"'",
+                {"ToyFamily, Orb::FixedString<5>{\"size\"}", "in no field of the row"}},
+        Mistake{"HAND_PACKED='\"clour\"'", {"ToyFamily", "handPacked names a field that"}},
         Mistake{"UNKNOWN_KEY_FIELD", {"ToyFamily", "the key has no field of this name"}},
         Mistake{"NO_TYPE_NAME", {"ToyKey", "FamilyValue"}}),
     [](const auto& mistake) {
-      return std::string(mistake.param.name).substr(0, std::string(mistake.param.name).find(' ')) +
-             std::to_string(mistake.index);
+      const std::string name = mistake.param.name;
+      return name.substr(0, name.find_first_of(" =")) + std::to_string(mistake.index);
     });
 
 TEST(Mistake, aFamilyWithoutOneCompiles) { EXPECT_EQ(compile("NONE"), ""); }

@@ -7,10 +7,10 @@
 #include <stdexcept>
 #include <string>
 
-#include "DirectBase/TableConstants.h"
 #include "Orb/Assert.h"
 #include "Trace/Trace.h"
 #include "VelaSwitchApi/SwTable.h"
+#include "VelaSwitchApi/TableConstants.h"
 #include "VelaSwitchTable/family/Family.h"
 #include "device/DataPath.h"
 

@@ -27,6 +27,7 @@ below=$tables
 check bus bus                  # likewise
 below=$tables
 check platform/DirectBase DirectBase
+check platform/HashBase HashBase
 check VelaSwitchTable VelaSwitchTable
 check VelaRoutes VelaRoutes
 below="$below|device"

@@ -15,7 +15,8 @@
 ///
 /// and, where it is not like the others,
 ///
-///   packMore(profile, result, row)      writes the rest of the row, but what is in every row
+///   packMore(profile, result, row)      writes the rest of the row, but what is in every row;
+///                                       with handPacked, see Row.h
 ///   packPlace(index, row)               and what depends on the place alone
 ///   isSound(row)                        whether a row can be one of the table, its parity aside
 ///   unpackMore(profile, row, result)    adds what only that says
@@ -48,11 +49,7 @@ class VELA_EXPORT DirectFamilyEntry
  private:
   std::string describe() const {
     if constexpr (requires { &F::describe; }) return F::describe(this->result());
-    std::string text;
-    Orb::forEachField(this->result(), [&](const auto& field) {
-      text += Orb::text(text.empty() ? "" : " ", field.name, ":", field());
-    });
-    return text;
+    return Orb::fieldsText(this->result());
   }
 };
 
@@ -101,85 +98,53 @@ class VELA_EXPORT DirectFamilyTable
 };
 
 template <class F>
-class VELA_EXPORT DirectFamilyConvertor : public DirectBaseConvertor {
+class VELA_EXPORT DirectFamilyConvertor
+    : public IndexedFamilyConvertor<F, DirectBaseConvertor, typename ClassesOf<F>::Entry> {
  public:
   using Key = typename F::Key;
-  using Entry = typename ClassesOf<F>::Entry;
-
-  DirectFamilyConvertor() : DirectBaseConvertor(F::traits) {}
 
   HwIndex hwIndexFromKey(const Key& key) const { return F::hwIndex(key); }
   Key keyFromHwIndex(HwIndex index) const { return F::keyOf(index); }
 
-  HwIndex hwIndexFromItem(const DirectBaseEntry& entry) const override {
-    return F::hwIndex(static_cast<const Entry&>(entry).key());
-  }
   void setStaticBuffer(HwIndex index, U8* image) const override {
-    RowWriterOf<F> row(layout(), image, "setStaticBuffer");
-    if constexpr (findField<F>("index")) row.template set<"index">(indexInBlock(index));
+    RowWriterOf<F> row(this->layout(), image, "setStaticBuffer");
+    if constexpr (findField<F>("index")) row.template set<"index">(this->indexInBlock(index));
     if constexpr (requires { &F::packPlace; }) F::packPlace(index, row);
     row.setPlace(index);
   }
   void setHwBuffer(const DirectBaseEntry& entry, U8* image) const override {
-    const Entry& packed = static_cast<const Entry&>(entry);
-    RowWriterOf<F> row(layout(), image, "setHwBuffer");
+    const auto& packed = this->of(entry);
+    RowWriterOf<F> row(this->layout(), image, "setHwBuffer");
     row.setNamed(packed.result());
     if constexpr (validBit) row.template set<"valid">(packed.valid());
-    if constexpr (packsMore) F::packMore(profile(), packed.result(), row);
+    if constexpr (requires { &F::packMore; }) F::packMore(this->profile(), packed.result(), row);
     if constexpr (F::traits.parityWords != 0) row.setParity(F::traits.parityWords);
-  }
-  Orb::Ptr<DirectBaseEntry> nullDirectEntry(HwIndex index) const override {
-    return Orb::make<Entry>(F::keyOf(index));
-  }
-  Orb::Ptr<DirectBaseEntry> decodeHwEntry(HwIndex index) const override {
-    const Key key = F::keyOf(index);
-    if (index >= directTable()->numEntries()) {
-      F::trace(3, "row ", index, noRowText);
-      return nullptr;
-    }
-    const auto unpacked = unpack(hwRow(index), index);
-    if (!unpacked) return nullptr;
-    auto entry = Orb::make<Entry>(key);
-    entry->resultIs(unpacked->first);
-    entry->validIs(unpacked->second);
-    if (F::trace.enabled(8)) F::trace(8, "Decoded entry is ", entry->toStrep());
-    return entry;
-  }
-  bool rowSound(HwTableId table, HwIndex index) const override {
-    return unpack(this->hwTable(table)->image(index), index).has_value();
   }
 
  protected:
-  RowLayout makeLayout() const override {
-    return VelaSwitchTable::rowLayout<F>(F::traits.rowWords, rowShape<F>(profile()));
+  static constexpr bool validBit = findField<F>("valid").has_value();
+
+  RowSays unpack(U32* image, HwTableId, HwIndex, IndexedEntry& entry) const override {
+    const RowReaderOf<F> row(this->layout(), image);
+    if constexpr (requires { &F::isSound; }) {
+      if (!F::isSound(row)) return RowSays::unsound;
+    }
+    auto& result = this->of(entry).ownResult();
+    row.getNamed(result);
+    if constexpr (requires { &F::unpackMore; }) F::unpackMore(this->profile(), row, result);
+    if constexpr (validBit) {
+      entry.validIs(row.template flag<"valid">());
+    } else {
+      entry.validIs(result != typename F::Result{});
+    }
+    return RowSays::result;
   }
-  U32 egressBlocks() const override { return egressProcessors(profile()); }
+  RowLayout makeLayout() const override {
+    return VelaSwitchApi::rowLayout<F>(F::traits.rowWords, rowShape<F>(this->profile()));
+  }
+  U32 egressBlocks() const override { return egressProcessors(this->profile()); }
   VelaSwitchApi::HwAddressColl registers(U32 block) const override {
     return regAddresses(regPrefix(F::traits.prefix, block), F::registers());
-  }
-
- private:
-  static constexpr bool validBit = findField<F>("valid").has_value();
-  static constexpr bool packsMore = requires { &F::packMore; };
-  static_assert(rowChecked<F, F::traits.rowWords, packsMore>());
-  static_assert(F::traits.parityWords == 0 || findField<F>("parity"),
-                "a row with parity has a field \"parity\"");
-
-  /// The result that a row has, and whether there is an entry; nothing for an unsound row.
-  using Unpacked = std::optional<std::pair<typename F::Result, bool>>;
-  Unpacked unpack(U32* image, HwIndex index) const {
-    return readSafely(F::trace, "not decoding entry: row ", index, Unpacked(), [&]() -> Unpacked {
-      const RowReaderOf<F> row(layout(), image);
-      if (!row.paritySound(F::traits.parityWords)) return std::nullopt;
-      if constexpr (requires { &F::isSound; }) {
-        if (!F::isSound(row)) return std::nullopt;
-      }
-      typename F::Result result{};
-      row.getNamed(result);
-      if constexpr (requires { &F::unpackMore; }) F::unpackMore(profile(), row, result);
-      if constexpr (validBit) return std::pair{result, row.template flag<"valid">()};
-      return std::pair{result, result != typename F::Result{}};
-    });
   }
 };
 
@@ -193,36 +158,17 @@ class VELA_EXPORT DirectFamilyConvertor : public DirectBaseConvertor {
 // make XxxTable, XxxConvertor, XxxEntry, the templates behind them, which are compiled in that
 // source file alone, and the factories XxxTableIs(name), XxxConvertorIs() and XxxEntryIs(key).
 
-/// `instantiate` is extern, or nothing where they are compiled.
-#define VELA_DIRECT_TEMPLATES(instantiate, Family)          \
-  instantiate template class DirectFamilyTable<Family>;     \
-  instantiate template class DirectFamilyConvertor<Family>; \
-  instantiate template class DirectFamilyEntry<Family>
+#define VELA_DIRECT_LIST(Do, Family, Table_, Convertor_, Entry_)                   \
+  Do(Family, Table, Table_, DirectFamilyTable, (const std::string& name), (name)); \
+  Do(Family, Convertor, Convertor_, DirectFamilyConvertor, (), ());                \
+  Do(Family, Entry, Entry_, DirectFamilyEntry, (const Family::Key& key), (key))
 
-#define VELA_DIRECT_FAMILY(Xxx)                                      \
-  class Xxx##Table;                                                  \
-  class Xxx##Convertor;                                              \
-  class Xxx##Entry;                                                  \
-  template <>                                                        \
-  struct ClassesOf<Xxx##Family> {                                    \
-    using Table = Xxx##Table;                                        \
-    using Convertor = Xxx##Convertor;                                \
-    using Entry = Xxx##Entry;                                        \
-  };                                                                 \
-  VELA_DIRECT_TEMPLATES(extern, Xxx##Family);                        \
-  VELA_CLASS(Xxx##Family, Xxx##Table, DirectFamilyTable);            \
-  VELA_CLASS(Xxx##Family, Xxx##Convertor, DirectFamilyConvertor);    \
-  VELA_CLASS(Xxx##Family, Xxx##Entry, DirectFamilyEntry);            \
-  VELA_FACTORY(Xxx##Table, Xxx##TableIs, (const std::string& name)); \
-  VELA_FACTORY(Xxx##Convertor, Xxx##ConvertorIs, ());                \
-  VELA_FACTORY(Xxx##Entry, Xxx##EntryIs, (const Xxx##Family::Key& key))
+#define VELA_DIRECT_FAMILY(Xxx)                                                        \
+  VELA_NAMES(Xxx##Family, , VELA_DIRECT_LIST, Xxx##Family, Xxx##Table, Xxx##Convertor, \
+             Xxx##Entry);                                                              \
+  VELA_DIRECT_LIST(VELA_DECLARE, Xxx##Family, Xxx##Table, Xxx##Convertor, Xxx##Entry); \
+  VELA_DIRECT_LIST(VELA_WHOLE, Xxx##Family, Xxx##Table, Xxx##Convertor, Xxx##Entry)
 
-#define VELA_DIRECT_FAMILY_DEFINE(Xxx)                                             \
-  static const TableRegistration Xxx##Registration{Xxx##Family::traits.table};     \
-  VELA_DIRECT_TEMPLATES(, Xxx##Family);                                            \
-  VELA_REGISTERED_DEFINE(Xxx##Table)                                               \
-  VELA_REGISTERED_DEFINE(Xxx##Convertor)                                           \
-  VELA_REGISTERED_DEFINE(Xxx##Entry)                                               \
-  VELA_FACTORY_DEFINE(Xxx##Table, Xxx##TableIs, (const std::string& name), (name)) \
-  VELA_FACTORY_DEFINE(Xxx##Convertor, Xxx##ConvertorIs, (), ())                    \
-  VELA_FACTORY_DEFINE(Xxx##Entry, Xxx##EntryIs, (const Xxx##Family::Key& key), (key))
+#define VELA_DIRECT_FAMILY_DEFINE(Xxx)                                         \
+  static const TableRegistration Xxx##Registration{Xxx##Family::traits.table}; \
+  VELA_DIRECT_LIST(VELA_DEFINE, Xxx##Family, Xxx##Table, Xxx##Convertor, Xxx##Entry)

@@ -4,6 +4,7 @@
 #include "Orb/Type.h"
 #include "Orb/Value.h"
 #include "VelaSwitchApi/EntryStore.h"
+#include "VelaSwitchApi/RowCheck.h"
 #include "VelaSwitchApi/SwTable.h"
 
 /// What table families of every kind have.
@@ -12,6 +13,8 @@ namespace VelaSwitchTable {
 using VelaSwitchApi::EntryRecord;
 using VelaSwitchApi::KeyRecord;
 using VelaSwitchApi::KeyRecords;
+using VelaSwitchApi::noRowText;
+using VelaSwitchApi::RowImage;
 
 /// The named classes of a family, each under what it is: Table, Convertor, … The line that declares
 /// them specialises this.
@@ -57,20 +60,6 @@ struct Family : SourceUnit<Unit> {
   using Result = R;
 };
 
-/// What ends the trace of a key or an index that the profile has no row for.
-inline constexpr const char* noRowText = " has no row in this profile";
-
-/// What of an entry is announced and shows in rows: the result, unless the family's entries hold
-/// more.
-template <class Family>
-const auto& announced(const typename Family::Result& result) {
-  if constexpr (requires { Family::announced(result); }) {
-    return Family::announced(result);
-  } else {
-    return result;
-  }
-}
-
 /// The status of one entry, under the family's own name.
 template <class Key, Orb::FixedString Name>
 struct EntryStatusOf {
@@ -81,30 +70,16 @@ struct EntryStatusOf {
   auto operator<=>(const EntryStatusOf&) const = default;
 };
 
-/// Rows come from hardware: whatever they hold must not do more harm than be refused. Returns what
-/// `read` makes of a row, or `refused` with a trace of `what` when it throws.
-template <class Read, class Result>
-Result readSafely(const Trace::Handle& trace, const char* what, VelaSwitchApi::HwIndex index,
-                  Result refused, const Read& read) {
-  try {
-    return read();
-  } catch (const Orb::RangeException& error) {
-    trace(3, what, index, ": ", error.what());
-  } catch (const Orb::AssertionFailed& error) {
-    trace(3, what, index, ": ", error.what());
-  }
-  return refused;
-}
-
 }  // namespace VelaSwitchTable
 
-// A family's named classes differ from each other in their names alone, so each kind of family has
-// one line that declares them all (VELA_HASH_FAMILY and its like, beside the kind's templates) and
-// one for the source file (…_DEFINE). They are made of the following, which a family uses by itself
-// for a class that it writes by hand:
+// A family's named classes differ from each other in their names alone. So each kind of family has
+// a list of them (VELA_HASH_LIST and its like, beside the kind's templates): of each what it is to
+// the family (Table, Convertor, …), its name, the template that it is an instance of, and what its
+// factory ClassIs() takes and hands on. One line declares all of them, VELA_HASH_FAMILY and its
+// like, and one, …_DEFINE, defines them in the source file. A family uses by itself, for a class
+// that it writes by hand:
 //
 //   VELA_REGISTERED(Family, Class)        within the class: its name, and its place in the registry
-//   VELA_REGISTERED_DEFINE(Class)
 //   VELA_CLASS(Family, Class, Base)       the whole class, as Base<Family> under a name
 //   VELA_BASE_CLASS(Family, Class, Base)  the same, for others to derive from
 //   VELA_FACTORY(Class, factory, (parameters))
@@ -135,7 +110,34 @@ Result readSafely(const Trace::Handle& trace, const char* what, VelaSwitchApi::H
     VELA_REGISTERED(Family, Class);               \
   }
 
-#define VELA_FACTORY(Class, factory, parameters) VELA_EXPORT Orb::Ptr<Class> factory parameters
+/// Takes what VELA_FACTORY_DEFINE takes as well, so that a list of factories serves both.
+#define VELA_FACTORY(Class, factory, parameters, ...) VELA_EXPORT Orb::Ptr<Class> factory parameters
 
 #define VELA_FACTORY_DEFINE(Class, factory, parameters, arguments) \
   Orb::Ptr<Class> factory parameters { return Orb::make<Class> arguments; }
+
+// What is made of each class of a list.
+
+#define VELA_FORWARD(Family, What, Class, Base, parameters, arguments) class Class
+#define VELA_NAME(Family, What, Class, Base, parameters, arguments) using What = Class
+#define VELA_WHOLE(Family, What, Class, Base, parameters, arguments) VELA_CLASS(Family, Class, Base)
+#define VELA_DECLARE(Family, What, Class, Base, parameters, arguments) \
+  extern template class Base<Family>;                                  \
+  VELA_FACTORY(Class, Class##Is, parameters)
+#define VELA_DEFINE(Family, What, Class, Base, parameters, arguments) \
+  template class Base<Family>;                                        \
+  VELA_REGISTERED_DEFINE(Class)                                       \
+  VELA_FACTORY_DEFINE(Class, Class##Is, parameters, arguments)
+
+/// The classes of a list by what they are to the family; `more` are others.
+#define VELA_NAMES(Family, more, List, ...) \
+  List(VELA_FORWARD, __VA_ARGS__);          \
+  template <>                               \
+  struct ClassesOf<Family> {                \
+    List(VELA_NAME, __VA_ARGS__);           \
+    more                                    \
+  }
+
+/// A parameter's default, in a list that has them: for declarations alone.
+#define VELA_OR(value) = value
+#define VELA_OR_NOT(value)

@@ -2,9 +2,10 @@
 
 #include <algorithm>
 
+#include "HashBase/HashTables.h"
 #include "VelaSwitch/Crc.h"
+#include "VelaSwitchTable/VelaTableHashHelper.h"
 #include "VelaSwitchTable/family/Family.h"
-#include "VelaSwitchTable/family/HashTraits.h"
 #include "VelaSwitchTable/family/Row.h"
 
 /// Entries of hash tables as the cuckoo engine sees them, and how their keys are hashed.
@@ -108,7 +109,7 @@ U8 fillKeyBuffer(const KeyBits& key, U8* buffer, U8 bufSize) {
 template <class F>
 consteval U8 compareBits() {
   constexpr auto number = findField<F>("compare");
-  return number ? static_cast<U8>(detail::someFields<F>()[*number].width) : U8{0};
+  return number ? static_cast<U8>(VelaSwitchApi::detail::someFields<F>()[*number].width) : U8{0};
 }
 
 /// An entry of the family as the cuckoo engine sees it.

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "VelaSwitchTable/VelaHitBitUtil.h"
 #include "VelaSwitchTable/VelaRegPrefixUtil.h"
 #include "VelaSwitchTable/family/HashEntries.h"
 #include "VelaSwitchTable/family/HashRow.h"
@@ -17,11 +18,12 @@
 ///
 /// A family whose keys or rows are not just that says in addition
 ///
-///   crc(bits)                 the hash of keys of so many bits, where that is one of
-///   VelaSwitch/Crc.h completeKey(row, key)     what of a key stands elsewhere in the row
+///   crc(bits)                 the hash of keys of so many bits, where that is one of Crc.h
+///   completeKey(row, key)     what of a key stands elsewhere in the row
 ///   packKey(key, bits)        instead of keyFields, with
 ///   unpackKey(bits, row, key) the key of a row; false for a row that holds none
-///   packMore(helper, key, result, valid, location, row)   before the parity is worked out
+///   packMore(helper, key, result, valid, location, row)   before the parity is worked out; what
+///                             fields of the result it packs is said by handPacked, see Row.h
 ///   unpackMore(helper, row, result)
 ///   isEntry(row, location)    whether the row holds an entry; else its `valid` bit says it
 ///   check(helper, key, result)   asserts what must hold of an entry before anything moves
@@ -78,9 +80,15 @@ class VELA_EXPORT HashFamilyConvertor : public HashTableConvertor {
   HashFamilyConvertor() : HashTableConvertor(F::traits) {}
 
  protected:
-  U8 dataWords() const override {
-    if constexpr (requires { &F::dataWords; }) return F::dataWords(profile());
-    return F::traits.dataWords;
+  VelaSwitchApi::HwAddressColl registers(U32 processor) const override {
+    U8 dataWords = F::traits.dataWords;
+    if constexpr (requires { &F::dataWords; }) dataWords = F::dataWords(profile());
+    return regAddresses(regPrefix(F::traits.prefix, processor), hashRegisters(dataWords));
+  }
+  Orb::PtrConst<VelaSwitchApi::HitBitReadInfoWrapper> hitBits(U32 processor, U32 rows,
+                                                              U32 bitsPerRead) const override {
+    return getHitBitMapping(regPrefix(F::traits.prefix, processor), rows, bitsPerRead,
+                            hitTableOffset());
   }
 };
 
@@ -102,91 +110,66 @@ class VELA_EXPORT HashFamilyConvertor : public HashTableConvertor {
 //   XxxPhysicalHashPropertiesIs(tableId)
 //   XxxTableStatusIs()
 //
-// A family of other names writes VELA_HASH_FAMILY_NAMED with all of them; one that adds something
-// to a class writes VELA_HASH_CLASSES, its own classes, and VELA_CLASS for the others.
+// A family of other names writes VELA_HASH_FAMILY_NAMED with all of them, and …_NAMED_DEFINE; one
+// that adds something to a class writes VELA_HASH_CLASSES, its own classes, and VELA_CLASS for the
+// others.
 
-/// `instantiate` is extern, or nothing where they are compiled.
-#define VELA_HASH_TEMPLATES(instantiate, Family)           \
-  instantiate template class HashFamilyTableBase<Family>;  \
-  instantiate template class HashFamilyHelperBase<Family>; \
-  instantiate template class HashFamilyEntry<Family>;      \
-  instantiate template class HashFamilyProperties<Family>; \
-  instantiate template class HashFamilyTableStatus<Family>
+#define VELA_HASH_LIST(Do, Or, Family, Table_, Helper_, Entry_, Properties_, TableStatus_) \
+  Do(Family, Table, Table_, HashFamilyTable, (const std::string& name, U8 tableIdx Or(0)), \
+     (name, tableIdx, tableIdx));                                                          \
+  Do(Family, Helper, Helper_, HashFamilyHelper, (U8 tableIdx Or(0)), (tableIdx));          \
+  Do(Family, CuckooEntry, Entry_, HashFamilyEntry, (const Family::Key& key), (key));       \
+  Do(Family, PhysicalHashProperties, Properties_, HashFamilyProperties,                    \
+     (U32 tableId Or(Family::traits.tableId(0))), (tableId));                              \
+  Do(Family, TableStatus, TableStatus_, HashFamilyTableStatus, (), ())
+
+/// Apart from the others: families that share rows may share the convertor of one of them.
+#define VELA_HASH_CONVERTOR(Do, Family, Convertor_) \
+  Do(Family, Convertor, Convertor_, HashFamilyConvertor, (), ())
+
+#define VELA_HASH_MORE(Convertor_, EntryStatus_) \
+  using Convertor = Convertor_;                  \
+  using EntryStatus = EntryStatus_;
 
 #define VELA_HASH_NAMES(Family, Table_, Convertor_, Helper_, Entry_, Properties_, TableStatus_, \
                         EntryStatus_)                                                           \
-  class Table_;                                                                                 \
   class Convertor_;                                                                             \
-  class Helper_;                                                                                \
-  class Entry_;                                                                                 \
-  class Properties_;                                                                            \
-  class TableStatus_;                                                                           \
   using EntryStatus_ = EntryStatusOf<Family::Key, "VelaSwitchTable::" #EntryStatus_>;           \
-  template <>                                                                                   \
-  struct ClassesOf<Family> {                                                                    \
-    using Table = Table_;                                                                       \
-    using Convertor = Convertor_;                                                               \
-    using Helper = Helper_;                                                                     \
-    using CuckooEntry = Entry_;                                                                 \
-    using PhysicalHashProperties = Properties_;                                                 \
-    using TableStatus = TableStatus_;                                                           \
-    using EntryStatus = EntryStatus_;                                                           \
-  }
+  VELA_NAMES(Family, VELA_HASH_MORE(Convertor_, EntryStatus_), VELA_HASH_LIST, VELA_OR, Family, \
+             Table_, Helper_, Entry_, Properties_, TableStatus_)
 
 #define VELA_HASH_CLASSES(Family, Table, Convertor, Helper, Entry, Properties, TableStatus,       \
                           EntryStatus)                                                            \
   VELA_HASH_NAMES(Family, Table, Convertor, Helper, Entry, Properties, TableStatus, EntryStatus); \
-  VELA_HASH_TEMPLATES(extern, Family);                                                            \
-  extern template class HashFamilyTable<Family>;                                                  \
-  extern template class HashFamilyHelper<Family>;                                                 \
-  extern template class HashFamilyConvertor<Family>;                                              \
-  VELA_FACTORY(Table, Table##Is, (const std::string& name, U8 tableIdx = 0));                     \
-  VELA_FACTORY(Helper, Helper##Is, (U8 tableIdx = 0));                                            \
-  VELA_FACTORY(Entry, Entry##Is, (const Family::Key& key));                                       \
-  VELA_FACTORY(Properties, Properties##Is, (U32 tableId = Family::traits.tableId(0)));            \
-  VELA_FACTORY(TableStatus, TableStatus##Is, ())
+  extern template class HashFamilyTableBase<Family>;                                              \
+  extern template class HashFamilyHelperBase<Family>;                                             \
+  VELA_HASH_LIST(VELA_DECLARE, VELA_OR, Family, Table, Helper, Entry, Properties, TableStatus)
 
 #define VELA_HASH_CLASSES_DEFINE(Family, Table, Helper, Entry, Properties, TableStatus) \
-  VELA_HASH_TEMPLATES(, Family);                                                        \
-  template class HashFamilyTable<Family>;                                               \
-  template class HashFamilyHelper<Family>;                                              \
-  template class HashFamilyConvertor<Family>;                                           \
   static const TableRegistration Family##Registration{Family::traits.table};            \
-  VELA_REGISTERED_DEFINE(Table)                                                         \
-  VELA_REGISTERED_DEFINE(Helper)                                                        \
-  VELA_REGISTERED_DEFINE(Entry)                                                         \
-  VELA_REGISTERED_DEFINE(Properties)                                                    \
-  VELA_REGISTERED_DEFINE(TableStatus)                                                   \
-  VELA_FACTORY_DEFINE(Table, Table##Is, (const std::string& name, U8 tableIdx),         \
-                      (name, tableIdx, tableIdx))                                       \
-  VELA_FACTORY_DEFINE(Helper, Helper##Is, (U8 tableIdx), (tableIdx))                    \
-  VELA_FACTORY_DEFINE(Entry, Entry##Is, (const Family::Key& key), (key))                \
-  VELA_FACTORY_DEFINE(Properties, Properties##Is, (U32 tableId), (tableId))             \
-  VELA_FACTORY_DEFINE(TableStatus, TableStatus##Is, (), ())
-
-/// Of the convertor apart: families that share rows may share that of one of them.
-#define VELA_HASH_CONVERTOR_DEFINE(Convertor) \
-  VELA_REGISTERED_DEFINE(Convertor)           \
-  VELA_FACTORY_DEFINE(Convertor, Convertor##Is, (), ())
+  template class HashFamilyTableBase<Family>;                                           \
+  template class HashFamilyHelperBase<Family>;                                          \
+  VELA_HASH_LIST(VELA_DEFINE, VELA_OR_NOT, Family, Table, Helper, Entry, Properties, TableStatus)
 
 #define VELA_HASH_FAMILY_NAMED(Family, Table, Convertor, Helper, Entry, Properties, TableStatus, \
                                EntryStatus)                                                      \
   VELA_HASH_CLASSES(Family, Table, Convertor, Helper, Entry, Properties, TableStatus,            \
                     EntryStatus);                                                                \
-  VELA_FACTORY(Convertor, Convertor##Is, ());                                                    \
-  VELA_CLASS(Family, Entry, HashFamilyEntry);                                                    \
-  VELA_CLASS(Family, Properties, HashFamilyProperties);                                          \
-  VELA_CLASS(Family, TableStatus, HashFamilyTableStatus);                                        \
-  VELA_CLASS(Family, Table, HashFamilyTable);                                                    \
-  VELA_CLASS(Family, Convertor, HashFamilyConvertor);                                            \
-  VELA_CLASS(Family, Helper, HashFamilyHelper)
+  VELA_HASH_LIST(VELA_WHOLE, VELA_OR, Family, Table, Helper, Entry, Properties, TableStatus);    \
+  VELA_HASH_CONVERTOR(VELA_DECLARE, Family, Convertor);                                          \
+  VELA_HASH_CONVERTOR(VELA_WHOLE, Family, Convertor)
+
+#define VELA_HASH_FAMILY_NAMED_DEFINE(Family, Table, Convertor, Helper, Entry, Properties, \
+                                      TableStatus)                                         \
+  VELA_HASH_CLASSES_DEFINE(Family, Table, Helper, Entry, Properties, TableStatus)          \
+  VELA_HASH_CONVERTOR(VELA_DEFINE, Family, Convertor)
 
 #define VELA_HASH_FAMILY(Xxx)                                                                  \
   VELA_HASH_FAMILY_NAMED(Xxx##Family, Xxx##Table, Xxx##Convertor, Xxx##Helper,                 \
                          Xxx##TableCuckooEntry, Xxx##PhysicalHashProperties, Xxx##TableStatus, \
                          Xxx##EntryStatus)
 
-#define VELA_HASH_FAMILY_DEFINE(Xxx)                                                    \
-  VELA_HASH_CLASSES_DEFINE(Xxx##Family, Xxx##Table, Xxx##Helper, Xxx##TableCuckooEntry, \
-                           Xxx##PhysicalHashProperties, Xxx##TableStatus)               \
-  VELA_HASH_CONVERTOR_DEFINE(Xxx##Convertor)
+#define VELA_HASH_FAMILY_DEFINE(Xxx)                                                  \
+  VELA_HASH_FAMILY_NAMED_DEFINE(Xxx##Family, Xxx##Table, Xxx##Convertor, Xxx##Helper, \
+                                Xxx##TableCuckooEntry, Xxx##PhysicalHashProperties,   \
+                                Xxx##TableStatus)

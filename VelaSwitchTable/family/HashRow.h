@@ -91,10 +91,8 @@ class VELA_EXPORT HashFamilyHelperBase : public VelaTableHashHelper {
   }
 
  private:
-  static_assert(rowChecked<F, F::traits.rowWords, requires { &F::packMore; }>());
+  static_assert(rowChecked<F>());
   static_assert(findField<F>("row"), "a hash family's control word has a field \"row\"");
-  static_assert(F::traits.parityWords == 0 || findField<F>("parity"),
-                "a row with parity has a field \"parity\"");
 
   /// Whether the row's valid bit says that there is an entry, rather than a field of the result.
   static constexpr bool validBit = findField<F>("valid") && !hasField<typename F::Result>("valid");
@@ -113,13 +111,8 @@ class VELA_EXPORT HashFamilyHelperBase : public VelaTableHashHelper {
   }
   /// An entry with something in each field of its result.
   Orb::Ptr<Entry> sample() const {
-    typename F::Result result{};
-    Orb::forEachField(result, [](auto& field) {
-      using T = typename std::remove_cvref_t<decltype(field)>::Type;
-      if constexpr (std::constructible_from<T, U32>) field = T(1u);
-    });
     Orb::Ptr<Entry> entry = table().newItem(table().nullKey());
-    entry->resultIs(result);
+    Orb::sampleIs(Orb::shapeOf<typename F::Result>, &entry->ownResult());
     entry->validIs(true);
     return entry;
   }

@@ -37,10 +37,9 @@ struct IndexedFamily : Family<Unit, K, R> {
 };
 
 /// The table of a family, with Base as what the framework knows it by.
-template <class F, class Base, class Record = EntryRecord<typename F::Key, typename F::Result>>
+template <class F, class Base, class Record>
 class VELA_EXPORT IndexedFamilyTable
     : public Base,
-      public IndexedTable,
       public VelaSwitchApi::EntryStore<typename F::Key, typename F::Result, Record> {
  public:
   using Family = F;
@@ -50,9 +49,6 @@ class VELA_EXPORT IndexedFamilyTable
   explicit IndexedFamilyTable(std::string name)
       : Base(std::move(name)), Store(static_cast<KeyRecords&>(*this)) {}
 
-  VelaSwitchApi::EntryProgrammedStatus statusOf(const KeyRecord* record) const override {
-    return statusOfIndexed(record);
-  }
   const KeyRecord* recordAt(HwIndex index) const override { return this->find(F::keyOf(index)); }
   void markAtIs(HwIndex index, bool marked) override {
     this->hwInconsistentEntryIs(F::keyOf(index), marked);
@@ -67,15 +63,10 @@ class VELA_EXPORT IndexedFamilyTable
   typename Store::NewRecord newRecord(const Key& key) override {
     return new (this->slab()) Record(key);
   }
-  bool stageable(const KeyRecord&, bool) const override { return true; }
   void stage(KeyRecord& record) override {
-    const IndexedRowsConvertor::Staging staging(rows());
+    const IndexedRowsConvertor::Staging staging(this->rows());
     this->handleEntry(Key(Store::of(record).key()));
   }
-  void flush() override {
-    if (auto* convertor = rows()) convertor->flush();
-  }
-  void settle(KeyRecord& record) override { this->flagIs(record, KeyRecord::staged, false); }
   void handleInitialized() override {
     // What hardware has, and nobody announced, is as it is.
     for (const Key& key : this->keys(KeyRecord::desired)) {
@@ -87,12 +78,32 @@ class VELA_EXPORT IndexedFamilyTable
   }
   /// The key is withdrawn: its rows that could not be read are as if they had never been. Returns
   /// whether there were any.
-  bool unreadForget(const Key& key) { return rows() && rows()->unreadForget(F::hwIndex(key)); }
+  bool unreadForget(const Key& key) {
+    return this->rows() && this->rows()->unreadForget(F::hwIndex(key));
+  }
+};
+
+/// The convertor of a family, with Base likewise and Entry for its rows.
+template <class F, class Base, class Entry>
+class VELA_EXPORT IndexedFamilyConvertor : public Base {
+ protected:
+  IndexedFamilyConvertor() : Base(F::traits, F::trace) {}
+
+  Orb::Ptr<IndexedEntry> newEntry(HwIndex index) const override {
+    const auto entry = Orb::make<Entry>(F::keyOf(index));
+    entry->resultIs(F::absentResult());
+    return entry;
+  }
+  void sampleIs(IndexedEntry& entry) const override {
+    Orb::sampleIs(Orb::shapeOf<typename F::Result>, &of(entry).ownResult());
+  }
+  HwIndex indexOf(const IndexedEntry& entry) const override { return F::hwIndex(of(entry).key()); }
+
+  static const Entry& of(const KeyRecord& entry) { return static_cast<const Entry&>(entry); }
+  static Entry& of(IndexedEntry& entry) { return static_cast<Entry&>(entry); }
 
  private:
-  IndexedRowsConvertor* rows() const {
-    return static_cast<IndexedRowsConvertor*>(this->profileConvertorPtr().get());
-  }
+  static_assert(rowChecked<F>());
 };
 
 }  // namespace VelaSwitchTable

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "VelaSwitchTable/VelaTableLpm.h"
-#include "VelaSwitchTable/family/HashFamily.h"
+#include "VelaSwitchTable/family/ProcessorTraits.h"
 
 /// The hashed levels of the ladder: their constants, and the row that they share.
 namespace VelaSwitchTable {
@@ -50,19 +50,14 @@ VELA_EXPORT const LpmLevel& lpmLevelOfKey(U8 prefixLen);
 struct VELA_EXPORT LpmBaseFamily : Family<"VelaTableLpmBase", VelaSwitch::LpmKey, LpmResult> {
   /// Index, hash length and place of the hit bits are those of one level; the others have their
   /// own.
-  static constexpr HashFamilyTraits traits{.table = {10, "Lpm32"},
-                                           .placement = HashPlacement::everyPipeline,
-                                           .prefix = "ingress/processor_l3[%d]/",
-                                           .rowWords = 7,
-                                           .hashBits = 12,
-                                           .ways = 2,
-                                           .leftAligned = true,
-                                           .rowImpliesKey = true,
-                                           .hitBits = true,
-                                           .hitTableOffset = 10,
-                                           .staticWord = 4,
-                                           .parityWords = 3,
-                                           .tracesItems = true};
+  static constexpr HashFamilyTraits traits = layer3Traits({.table = {10, "Lpm32"},
+                                                           .rowWords = 7,
+                                                           .hashBits = 12,
+                                                           .ways = 2,
+                                                           .leftAligned = true,
+                                                           .hitTableOffset = 10,
+                                                           .parityWords = 3,
+                                                           .tracesItems = true});
   struct Shape {
     const LpmLevel& level = lpmLevels.back();
     U32 vrfBits = 5;
@@ -93,6 +88,7 @@ struct VELA_EXPORT LpmBaseFamily : Family<"VelaTableLpmBase", VelaSwitch::LpmKey
                                     {"realLength3", 210, 6}});
   }
 
+  static constexpr std::array handPacked{"cells"};
   /// Address bits, and the VRF above them.
   static void packKey(const Key& key, KeyBits& bits);
   static U32 hash(const U8* buffer, U8 way, U8 bits);

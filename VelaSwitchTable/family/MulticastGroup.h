@@ -3,7 +3,7 @@
 #include "VelaSwitch/Crc.h"
 #include "VelaSwitch/Keys.h"
 #include "VelaSwitch/PortMask.h"
-#include "VelaSwitchTable/family/HashFamily.h"
+#include "VelaSwitchTable/family/ProcessorTraits.h"
 
 /// What the multicast tables share. A group's upper four bits are the same for every group, so
 /// hardware neither hashes nor stores them.
@@ -44,18 +44,10 @@ struct MulticastFamily : Family<Unit, VelaSwitch::MrouteKey, Result> {
 // The factories of a multicast family's classes by their other names; the convertor is not always
 // its own.
 
-#define VELA_MULTICAST_FACTORIES(Xxx, xxx)                                           \
-  VELA_FACTORY(Xxx##Table, xxx##TableFactory, (const std::string& name));            \
-  VELA_FACTORY(Xxx##Helper, xxx##HelperFactory, ());                                 \
-  VELA_FACTORY(Xxx##PhysicalHashProperties, xxx##PhysicalHashPropertiesFactory, ()); \
-  VELA_FACTORY(Xxx##TableCuckooEntry, xxx##TableCuckooEntryFactory,                  \
-               (const VelaSwitch::MrouteKey& key));                                  \
-  VELA_FACTORY(Xxx##TableStatus, xxx##TableStatusFactory, ())
-
-#define VELA_MULTICAST_FACTORIES_DEFINE(Xxx, xxx)                                              \
-  VELA_FACTORY_DEFINE(Xxx##Table, xxx##TableFactory, (const std::string& name), (name))        \
-  VELA_FACTORY_DEFINE(Xxx##Helper, xxx##HelperFactory, (), ())                                 \
-  VELA_FACTORY_DEFINE(Xxx##PhysicalHashProperties, xxx##PhysicalHashPropertiesFactory, (), ()) \
-  VELA_FACTORY_DEFINE(Xxx##TableCuckooEntry, xxx##TableCuckooEntryFactory,                     \
-                      (const VelaSwitch::MrouteKey& key), (key))                               \
-  VELA_FACTORY_DEFINE(Xxx##TableStatus, xxx##TableStatusFactory, (), ())
+#define VELA_MULTICAST_FACTORIES(Do, Xxx, xxx)                                                \
+  Do(Xxx##Table, xxx##TableFactory, (const std::string& name), (name));                       \
+  Do(Xxx##Helper, xxx##HelperFactory, (), ());                                                \
+  Do(Xxx##PhysicalHashProperties, xxx##PhysicalHashPropertiesFactory, (), ());                \
+  Do(Xxx##TableCuckooEntry, xxx##TableCuckooEntryFactory, (const VelaSwitch::MrouteKey& key), \
+     (key));                                                                                  \
+  Do(Xxx##TableStatus, xxx##TableStatusFactory, (), ())

@@ -26,6 +26,7 @@ template <class F, Orb::FixedString Unit, class Result>
 struct NatFamily : Family<Unit, VelaSwitch::NatMatchKey, Result> {
   using Key = VelaSwitch::NatMatchKey;
 
+  static constexpr std::array handPacked{"proto"};
   /// The row's valid bit is a field of the result, so only a row that is all zero is empty.
   static bool isEntry(const RowReaderOf<F>& row, CuckooLocation) {
     return std::any_of(row.words(), row.words() + F::traits.parityWords,

@@ -8,7 +8,7 @@ using VelaSwitch::ProfileInfo;
 using VelaSwitch::TableKind;
 
 std::vector<PlainHwTable> portRegisterTables(const ProfileInfo& profile, U8 rowWords,
-                                             const std::vector<PortRegister>& registers) {
+                                             std::span<const PortRegister> registers) {
   std::vector<PlainHwTable> tables;
   for (const auto& [suffix, path] : registers) {
     const auto ofPort = [&profile, format = std::string(path)](HwIndex port) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <span>
 #include <string>
 #include <vector>
 
@@ -15,9 +16,9 @@ struct PortRegister {
   const char* suffix;  ///< Part of the hardware table's name.
   const char* path;    ///< With places for the port's pipe, if any, and for the port.
 };
-VELA_EXPORT std::vector<PlainHwTable> portRegisterTables(
-    const VelaSwitch::ProfileInfo& profile, U8 rowWords,
-    const std::vector<PortRegister>& registers);
+VELA_EXPORT std::vector<PlainHwTable> portRegisterTables(const VelaSwitch::ProfileInfo& profile,
+                                                         U8 rowWords,
+                                                         std::span<const PortRegister> registers);
 
 /// The register prefix of a layer-2 processor's tables.
 VELA_EXPORT const char* layer2Prefix(const VelaSwitch::ProfileInfo& profile);

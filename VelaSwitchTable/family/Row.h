@@ -1,32 +1,28 @@
 #pragma once
 
-#include <optional>
+#include <algorithm>
 
-#include "Orb/FixedString.h"
-#include "Orb/Value.h"
 #include "VelaSwitch/Profile.h"
-#include "VelaSwitchApi/RowLayout.h"
+#include "VelaSwitchApi/RowFields.h"
 
-/// Rows described once. A family lists the fields of its row, as a constant
+/// The rows of families: see RowFields.h. A row field that has the name of a field of the key or of
+/// the result holds it. The rest is packed and unpacked by the family's own functions. Fields of
+/// the result that no field of the row has the name of are listed, lest one is forgotten:
 ///
-///   static constexpr RowField fields[] = {{"vlanId", 0, 12}, …, {"one", 145, 1, 1}};
-///
-/// or, where their places differ between profiles or hardware tables, as a function of what they
-/// depend on, with the same names in the same order whatever that is:
-///
-///   static constexpr auto fields(const RowShape& shape) {
-///     return std::to_array<RowField>({{"portMask", 0, shape.ports}, …});
-///   }
-///
-/// A row field that has the name of a field of the key or of the result holds it; names are matched
-/// when the family is compiled. The rest is packed and unpacked by the family's own functions,
-/// which address fields by name as well: row.set<"parity">(1).
+///   static constexpr std::array handPacked{"proto"};
 namespace VelaSwitchTable {
 
+using VelaSwitchApi::fieldNumber;
+using VelaSwitchApi::findField;
+using VelaSwitchApi::fromRowBits;
+using VelaSwitchApi::hasField;
 using VelaSwitchApi::RowField;
 using VelaSwitchApi::RowLayout;
+using VelaSwitchApi::rowLayout;
 using VelaSwitchApi::RowReader;
+using VelaSwitchApi::RowReaderOf;
 using VelaSwitchApi::RowWriter;
+using VelaSwitchApi::RowWriterOf;
 
 /// What the places of a row's fields may depend on.
 struct RowShape {
@@ -46,191 +42,50 @@ RowShape rowShape(const VelaSwitch::ProfileInfo& profile, RowShape shape = {}) {
 
 namespace detail {
 
-template <class F>
-struct ShapeOf {
-  using Type = RowShape;
-};
-template <class F>
-requires requires { typename F::Shape; }
-struct ShapeOf<F> {
-  using Type = typename F::Shape;
-};
-
-template <class F>
-concept ConstantRow = requires {
-  F::fields[0];
-};
-
-/// A family's fields by number; where places differ, those of some shape.
-template <class F>
-consteval auto someFields() {
-  if constexpr (ConstantRow<F>) {
-    return std::to_array(F::fields);
-  } else {
-    return F::fields(typename ShapeOf<F>::Type{});
-  }
-}
-
-}  // namespace detail
-
-/// The number of the field of the name in the family's row, or nothing.
-template <class F>
-consteval std::optional<std::size_t> findField(std::string_view name) {
-  const auto fields = detail::someFields<F>();
-  for (std::size_t i = 0; i < fields.size(); ++i) {
-    if (name == fields[i].name) return i;
-  }
-  return std::nullopt;
-}
-
-/// The number of a field that must be there.
-template <class F, Orb::FixedString Name>
-consteval std::size_t fieldNumber() {
-  constexpr auto number = findField<F>(Name.view());
-  static_assert(number.has_value(), "the family's row has no field of this name");
-  return number.value_or(0);
-}
-
-/// Whether a value type has a field of the name.
-template <class V>
-consteval bool hasField(std::string_view name) {
-  bool has = false;
-  Orb::forEachField(V{}, [&](const auto& field) { has = has || field.name == name; });
-  return has;
-}
-
-/// The layout of a family's rows.
-template <class F, class... Shape>
-RowLayout rowLayout(U8 words, const Shape&... shape) {
-  if constexpr (detail::ConstantRow<F>) {
-    return {{std::begin(F::fields), std::end(F::fields)}, words};
-  } else {
-    const auto fields = F::fields(shape...);
-    return {{fields.begin(), fields.end()}, words};
-  }
-}
-
-/// Writes the fields of a family's row.
-template <class F>
-class RowWriterOf : public RowWriter {
- public:
-  RowWriterOf(const RowLayout& layout, void* image, const char* function)
-      : RowWriter(layout, static_cast<U8*>(image), F::trace, function) {}
-
-  using RowWriter::set;
-  template <Orb::FixedString Name>
-  void set(U64 value) {
-    setField<fieldNumber<F, Name>()>(value);
-  }
-  /// Where every row has the same places, the compiler knows them.
-  template <std::size_t number>
-  void setField(U64 value) {
-    if constexpr (detail::ConstantRow<F>) {
-      static constexpr RowField field = F::fields[number];
-      static constexpr RowLayout::Place at(field);
-      static_assert(at.mask != 0, "a field of this width is not set at once");
-      setAt(at, value);
-      if (traced()) [[unlikely]]
-        traceField(field, value & at.mask);
-    } else {
-      set(number, value);
-    }
-  }
-  /// Writes the fields that have the names of the value's.
-  template <class V>
-  void setNamed(const V& value) {
-    setNamedBut<"">(value);
-  }
-  template <Orb::FixedString Name, class V>
-  void setNamedBut(const V& value) {
-    Orb::forEachField(value, [&](const auto& field) {
-      using Orb::hashWord;
-      using Field = std::remove_cvref_t<decltype(field)>;
-      constexpr auto number = findField<F>(Field::name);
-      if constexpr (number && Field::name != Name.view()) setField<*number>(hashWord(field()));
-    });
-  }
-};
-
-/// A value from its bits in a row. A type whose values are fewer than its bits has a version that
-/// throws Orb::RangeException.
-template <class T>
-void fromRowBits(T& value, U64 bits) {
-  using Orb::hashWord;
-  if constexpr (Orb::IsRanged<T> || std::same_as<T, bool>) {
-    value = T(bits);
-  } else if constexpr (std::is_class_v<T> && sizeof(T) <= sizeof(U32)) {
-    value = T(static_cast<U32>(bits));
-  } else {
-    value = T(static_cast<decltype(hashWord(value))>(bits));
-  }
-}
-
-/// Reads the fields of a family's row.
-template <class F>
-class RowReaderOf : public RowReader {
- public:
-  using RowReader::RowReader;
-
-  using RowReader::flag;
-  using RowReader::get;
-  template <Orb::FixedString Name>
-  U64 get() const {
-    return get(fieldNumber<F, Name>());
-  }
-  template <Orb::FixedString Name>
-  bool flag() const {
-    return get<Name>() != 0;
-  }
-  /// Whether the bits of the first `words` words are even in number.
-  bool paritySound(U8 words) const { return VelaSwitch::parityU32Array(this->words(), words) == 0; }
-  /// Reads the fields that have the names of the value's.
-  template <class V>
-  void getNamed(V& value) const {
-    Orb::forEachField(value, [&](auto& field) {
-      constexpr auto number = findField<F>(std::remove_cvref_t<decltype(field)>::name);
-      if constexpr (number) fromRowBits(field.value, get(*number));
-    });
-  }
-};
-
-namespace detail {
-
-/// The name of a field, for messages of the compiler.
-template <class F, std::size_t number>
-consteval auto fieldName() {
-  constexpr auto name = [] {
-    const auto fields = someFields<F>();
-    return number < fields.size() ? std::string_view(fields[number].name) : std::string_view();
-  };
-  char text[name().size() + 1]{};
-  std::copy(name().begin(), name().end(), text);
-  return Orb::FixedString(text);
-}
-
-template <class F, Orb::FixedString field, bool placed>
-struct FieldCheck {
-  static_assert(placed, "a field of the family's row overlaps another or ends behind the row");
-};
 template <class F, Orb::FixedString field, bool packed>
 struct ResultCheck {
   static_assert(packed,
-                "a field of the result is in no field of the row, nor packed by the family");
+                "a field of the result is in no field of the row, nor is it one of handPacked");
 };
+
+/// Whether the family says of the field that packMore takes care of it.
+template <class F>
+consteval bool handPacks(std::string_view name) {
+  if constexpr (requires { F::handPacked; }) {
+    return std::ranges::find(F::handPacked, name) != std::end(F::handPacked);
+  }
+  return false;
+}
 
 }  // namespace detail
 
-/// Refuses, when the family is compiled, fields that overlap or do not fit the row, and a field of
-/// the result that nothing packs.
-template <class F, U8 words, bool packsMore>
+/// What of an entry is announced and shows in rows: the result, unless the family's entries hold
+/// more.
+template <class Family>
+const auto& announced(const typename Family::Result& result) {
+  if constexpr (requires { Family::announced(result); }) {
+    return Family::announced(result);
+  } else {
+    return result;
+  }
+}
+
+/// Refuses, when the family is compiled, fields that overlap or do not fit the row, a row without
+/// its field "parity", and a field of the result that nothing packs.
+template <class F>
 consteval bool rowChecked() {
-  constexpr auto fields = detail::someFields<F>();
-  constexpr std::size_t wrong = VelaSwitchApi::firstMisplaced(fields, words);
-  detail::FieldCheck<F, detail::fieldName<F, wrong>(), wrong == fields.size()>();
-  constexpr bool rowless = fields.empty();
-  Orb::forEachField(typename F::Result{}, [](const auto& field) {
+  using Shown = std::remove_cvref_t<decltype(announced<F>(typename F::Result{}))>;
+  static_assert(VelaSwitchApi::fieldsPlaced<F, F::traits.rowWords>());
+  static_assert(F::traits.parityWords == 0 || findField<F>("parity"),
+                "a row with parity has a field \"parity\"");
+  if constexpr (requires { F::handPacked; }) {
+    static_assert(std::ranges::all_of(F::handPacked, hasField<Shown>),
+                  "handPacked names a field that the result has not");
+  }
+  Orb::forEachField(Shown{}, [](const auto& field) {
     using Field = std::remove_cvref_t<decltype(field)>;
-    constexpr bool packed = packsMore || rowless || findField<F>(Field::name).has_value();
+    constexpr bool packed = VelaSwitchApi::detail::someFields<F>().empty() ||
+                            findField<F>(Field::name) || detail::handPacks<F>(Field::name);
     detail::ResultCheck<F, Field::fixedName, packed>();
   });
   return true;

@@ -21,10 +21,7 @@ struct VELA_EXPORT StormLimitFamily
   static constexpr PlainFamilyTraits traits{.table = {116, "StormLimit"}, .rowWords = 1};
   static constexpr RowField fields[] = {
       {"broadcastRate", 0, 12}, {"multicastRate", 12, 12}, {"drop", 31, 1}};
-  static std::vector<PlainHwTable> hwTables(const VelaSwitch::ProfileInfo& profile) {
-    return portRegisterTables(profile, traits.rowWords,
-                              {{"", "pipeline[%d]/port[%d]/storm_limit"}});
-  }
+  static constexpr PortRegister portRegisters[] = {{"", "pipeline[%d]/port[%d]/storm_limit"}};
 };
 
 VELA_PLAIN_FAMILY(StormLimit, Layer2All);

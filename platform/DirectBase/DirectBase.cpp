@@ -57,20 +57,21 @@ void DirectBaseConvertor::doCreateHwTables(VelaSwitchApi::TableState state) {
   layout_ = makeLayout();
   const bool pipelines = traits_.placement == DirectPlacement::everyPipeline;
   const U32 blocks = pipelines ? profile().pipelines() : egressBlocks();
-  if (!sharedOut()) {
+  if (sharedOut()) {
+    const auto rows = Orb::make<VelaSwitchApi::HwTableRegisterMappingRange>(hwTableName(0));
+    for (U32 block = 0; block < blocks; ++block) {
+      rows->regsIs(block * traits_.rowsPerBlock, registers(block));
+    }
+    createRows(0, rows, state);
+  } else {
     for (U32 block = 0; block < blocks; ++block) {
       createRows(block,
                  Orb::make<VelaSwitchApi::HwTableRegisterMappingConst>(hwTableName(block),
                                                                        registers(block)),
                  state);
     }
-    return;
   }
-  const auto rows = Orb::make<VelaSwitchApi::HwTableRegisterMappingRange>(hwTableName(0));
-  for (U32 block = 0; block < blocks; ++block) {
-    rows->regsIs(block * traits_.rowsPerBlock, registers(block));
-  }
-  createRows(0, rows, state);
+  checkRows();
 }
 
 std::string DirectBaseConvertor::hwTableName(HwTableId id) const {
@@ -114,21 +115,34 @@ U32 DirectBaseConvertor::entriesPeak(U32 counter) const {
   return entryCounters().size() > 1 ? entriesUsed(counter) : swTable()->peak();
 }
 
-auto DirectBaseConvertor::rowImage(const DirectBaseEntry& entry, HwIndex index) const -> Image {
+auto DirectBaseConvertor::pack(const IndexedEntry& entry, HwTableId, HwIndex index) const -> Image {
   Image image{};
-  setHwBuffer(entry, reinterpret_cast<U8*>(image.data()));
+  setHwBuffer(static_cast<const DirectBaseEntry&>(entry), reinterpret_cast<U8*>(image.data()));
   setStaticBuffer(index, reinterpret_cast<U8*>(image.data()));
   return image;
 }
 
-auto DirectBaseConvertor::rowImage(HwTableId, HwIndex index, Content content) const -> Image {
-  const auto entry = nullDirectEntry(index);
-  if (content == Content::desired) directTable()->updateDirectItem(*entry);
-  return rowImage(*entry, index);
+HwIndex DirectBaseConvertor::hwIndexFromItem(const DirectBaseEntry& entry) const {
+  return indexOf(entry);
+}
+
+Orb::Ptr<DirectBaseEntry> DirectBaseConvertor::nullDirectEntry(HwIndex index) const {
+  return static_cast<DirectBaseEntry*>(newEntry(index).get());
+}
+
+Orb::Ptr<DirectBaseEntry> DirectBaseConvertor::decodeHwEntry(HwIndex index) const {
+  auto entry = nullDirectEntry(index);
+  if (index >= directTable()->numEntries()) {
+    trace()(3, "row ", index, VelaSwitchApi::noRowText);
+    return nullptr;
+  }
+  if (says(decoded_, index, *entry) == RowSays::unsound) return nullptr;
+  if (trace().enabled(8)) trace()(8, "Decoded entry is ", entry->toStrep());
+  return entry;
 }
 
 bool DirectBaseConvertor::rowIs(const DirectBaseEntry& entry, HwIndex index) {
-  const Image image = rowImage(entry, index);
+  const Image image = pack(entry, 0, index);
   bool good = true;
   for (const auto& [id, table] : hwTables()) {
     good = writeImage(*table, index, image, [] {}) && good;
@@ -160,7 +174,7 @@ bool DirectBaseConvertor::isFirstSound(HwTableId id, HwIndex index) const {
 }
 
 bool DirectBaseConvertor::isEmpty(const HwTableConfig& table, HwIndex index) const {
-  const Image empty = rowImage(*nullDirectEntry(index), index);
+  const Image empty = rowImage(0, index, Content::empty);
   return table.same(index, empty.data(), table.image(index));
 }
 

@@ -30,27 +30,17 @@ struct DirectFamilyTraits {
 };
 
 /// One row's key and result.
-class VELA_EXPORT DirectBaseEntry : public Orb::PtrInterface, public VelaSwitchApi::KeyRecord {
+class VELA_EXPORT DirectBaseEntry : public IndexedEntry {
  public:
   /// Text form for traces.
   virtual std::string toStrep() const = 0;
 
-  /// Whether the entry is desired; the row of one that is not has its default content.
-  bool valid() const { return valid_; }
-  void validIs(bool valid) { valid_ = valid; }
-
  protected:
-  using KeyRecord::KeyRecord;
-
- private:
-  void taken() final { referenceAdd(); }
-  void given() final { referenceDel(); }
-
-  bool valid_ = false;
+  using IndexedEntry::IndexedEntry;
 };
 
 /// Base of the tables: what is asked of entries by their items.
-class VELA_EXPORT DirectBaseTable : public VelaSwitchApi::SwTable {
+class VELA_EXPORT DirectBaseTable : public IndexedTable {
  public:
   void doSetProfileConvertor(Orb::Ptr<VelaSwitchApi::SwTableTypes> types) override;
 
@@ -76,7 +66,7 @@ class VELA_EXPORT DirectBaseTable : public VelaSwitchApi::SwTable {
   virtual void hwInconsistentEntryIsFromDirectItem(const DirectBaseEntry& item);
 
  protected:
-  using SwTable::SwTable;
+  using IndexedTable::IndexedTable;
 
   /// Writes the entry's row, or its null form when it is not valid. False when a write failed; the
   /// key is then marked inconsistent.
@@ -99,16 +89,16 @@ class VELA_EXPORT DirectBaseConvertor : public IndexedRowsConvertor {
   const VelaSwitchApi::RowLayout& rowLayout(HwTableId, HwIndex) const override { return layout_; }
   const VelaSwitchApi::RowLayout& layout() const { return layout_; }
 
-  virtual HwIndex hwIndexFromItem(const DirectBaseEntry& entry) const = 0;
+  virtual HwIndex hwIndexFromItem(const DirectBaseEntry& entry) const;
   /// Writes the bits of a row that depend on its place alone.
   virtual void setStaticBuffer(HwIndex index, U8* image) const = 0;
   /// Packs the entry into a row image that is all zero.
   virtual void setHwBuffer(const DirectBaseEntry& entry, U8* image) const = 0;
   /// The row's key with the default result, not valid.
-  virtual Orb::Ptr<DirectBaseEntry> nullDirectEntry(HwIndex index) const = 0;
+  virtual Orb::Ptr<DirectBaseEntry> nullDirectEntry(HwIndex index) const;
   /// Unpacks the row's image; null when it cannot be one of this table's rows, or there is no such
   /// row. An index beyond what the key can say raises the key's range error.
-  virtual Orb::Ptr<DirectBaseEntry> decodeHwEntry(HwIndex index) const = 0;
+  virtual Orb::Ptr<DirectBaseEntry> decodeHwEntry(HwIndex index) const;
   /// Which capacity counter the entry counts in.
   virtual U32 capacityIndexFromEntry(const DirectBaseEntry& entry) const;
 
@@ -118,7 +108,9 @@ class VELA_EXPORT DirectBaseConvertor : public IndexedRowsConvertor {
  protected:
   friend class DirectBaseTable;
 
-  explicit DirectBaseConvertor(const DirectFamilyTraits& traits) : traits_(traits) {}
+  DirectBaseConvertor(const DirectFamilyTraits& traits, const Trace::Handle& trace)
+      : IndexedRowsConvertor(trace, "not decoding entry: row ", traits.parityWords),
+        traits_(traits) {}
 
   virtual VelaSwitchApi::RowLayout makeLayout() const = 0;
   /// Egress processors of the switch.
@@ -134,17 +126,12 @@ class VELA_EXPORT DirectBaseConvertor : public IndexedRowsConvertor {
   /// Starts one capacity counter for each of `counters` parts of the table.
   void initTableStatsPerEgressPort(U32 counters);
 
-  /// The image of a row in the hardware table that is decoded: the first, but while entries are
-  /// rebuilt.
-  U32* hwRow(HwIndex index) const { return hwTable(decoded_)->image(index); }
-
-  Image rowImage(HwTableId table, HwIndex index, Content content) const override;
+  Image pack(const IndexedEntry& entry, HwTableId table, HwIndex index) const override;
   void takeRow(HwTableConfig& table, HwIndex index, bool late) override;
   std::optional<Finding::Kind> judge(const HwTableConfig& table, HwIndex index,
                                      bool differs) override;
 
  private:
-  Image rowImage(const DirectBaseEntry& entry, HwIndex index) const;
   bool rowIs(const DirectBaseEntry& entry, HwIndex index);
   bool isFirstSound(HwTableId id, HwIndex index) const;
   bool isEmpty(const HwTableConfig& table, HwIndex index) const;
@@ -156,7 +143,7 @@ class VELA_EXPORT DirectBaseConvertor : public IndexedRowsConvertor {
 
   const DirectFamilyTraits& traits_;
   VelaSwitchApi::RowLayout layout_;
-  HwTableId decoded_ = 0;
+  HwTableId decoded_ = 0;  ///< The hardware table whose rows are decoded.
 };
 
 }  // namespace VelaSwitchTable

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "VelaSwitch/Parity.h"
 #include "VelaSwitchApi/RowReads.h"
 
 namespace VelaSwitchTable {
@@ -10,11 +11,21 @@ using VelaSwitchApi::EntryProgrammedStatus;
 using VelaSwitchApi::KeyRecord;
 using VelaSwitchApi::maxRowWords;
 
-EntryProgrammedStatus statusOfIndexed(const KeyRecord* record) {
+EntryProgrammedStatus IndexedTable::statusOf(const KeyRecord* record) const {
   if (record && record->has(KeyRecord::marked)) return EntryProgrammedStatus::hardwareError;
   return record && record->has(KeyRecord::desired) ? EntryProgrammedStatus::programmed
                                                    : EntryProgrammedStatus::notProgrammed;
 }
+
+IndexedRowsConvertor* IndexedTable::rows() const {
+  return static_cast<IndexedRowsConvertor*>(profileConvertorPtr().get());
+}
+
+void IndexedTable::flush() {
+  if (rows()) types().run().flush();
+}
+
+void IndexedTable::settle(KeyRecord& record) { flagIs(record, KeyRecord::staged, false); }
 
 void IndexedRowsConvertor::createHwTable(
     const VelaSwitchApi::HwTableIdentity& identity, VelaSwitchApi::TableState state, HwIndex first,
@@ -25,14 +36,61 @@ void IndexedRowsConvertor::createHwTable(
   descriptorIs(identity.id, descriptor);
 }
 
-IndexedTable& IndexedRowsConvertor::entries() const {
-  if (!entries_) entries_ = dynamic_cast<IndexedTable*>(swTable());
-  return *entries_;
-}
-
 void IndexedRowsConvertor::staticWordsAre(const VelaSwitchApi::StaticWords& words) {
   for (U8 word = 0; word < maxRowWords; ++word) {
     if (words[word] != 0) hwStaticWordIs(word, words[word]);
+  }
+}
+
+auto IndexedRowsConvertor::rowImage(HwTableId table, HwIndex index, Content content) const
+    -> Image {
+  const Orb::Ptr<IndexedEntry> entry = newEntry(index);
+  const KeyRecord* desired =
+      content == Content::desired ? record(KeyRecord::desired, index) : nullptr;
+  if (desired) entry->resultIsOf(desired);
+  if (content == Content::sample) sampleIs(*entry);
+  entry->validIs(desired || content == Content::sample);
+  return pack(*entry, table, index);
+}
+
+RowSays IndexedRowsConvertor::says(U32* image, HwTableId table, HwIndex index,
+                                   IndexedEntry& entry) const {
+  return VelaSwitchApi::readSafely(trace_, refusal_, index, RowSays::unsound, [&] {
+    return VelaSwitch::parityU32Array(image, parityWords_) == 0 ? unpack(image, table, index, entry)
+                                                                : RowSays::unsound;
+  });
+}
+
+RowSays IndexedRowsConvertor::says(HwTableId table, HwIndex index, IndexedEntry& entry) const {
+  return says(hwTable(table)->image(index), table, index, entry);
+}
+
+bool IndexedRowsConvertor::rowSound(HwTableId table, HwIndex index) const {
+  return says(table, index, *newEntry(index)) != RowSays::unsound;
+}
+
+void IndexedRowsConvertor::checkRows() const {
+  for (const auto& [id, table] : hwTables()) {
+    const HwIndex first = table->descriptor().first;
+    const VelaSwitchApi::RowCheck check(trace_, rowLayout(id, first));
+    // Two rows whose numbers differ in parity: words that are not the data's show in one of them.
+    for (const HwIndex index : {first, std::min(first + 1, table->descriptor().last)}) {
+      for (const Content content : {Content::empty, Content::sample}) {
+        const bool empty = content == Content::empty;
+        Image row = rowImage(id, index, content);
+        check.expect(VelaSwitch::parityU32Array(row.data(), parityWords_) == 0,
+                     empty ? "the parity of an empty row is wrong"
+                           : "the parity of an entry's row is wrong");
+        const auto entry = newEntry(index);
+        const RowSays said = says(row.data(), id, index, *entry);
+        check.expect(said != RowSays::unsound,
+                     empty ? "an empty row is unsound" : "the row of an entry is unsound");
+        check.expect(!empty || !entry->valid(), "an empty row unpacks to an entry");
+        if (said == RowSays::result) {
+          check.expectSame(row, pack(*entry, id, index), VelaSwitchApi::maxRowWords);
+        }
+      }
+    }
   }
 }
 

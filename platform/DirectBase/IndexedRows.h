@@ -3,8 +3,9 @@
 #include <array>
 #include <optional>
 
-#include "DirectBase/TableConstants.h"
+#include "VelaSwitchApi/RowCheck.h"
 #include "VelaSwitchApi/SwTable.h"
+#include "VelaSwitchApi/TableConstants.h"
 
 /// What direct and plain tables have in common: a key's row follows from the key.
 namespace VelaSwitchTable {
@@ -12,9 +13,38 @@ namespace VelaSwitchTable {
 using VelaSwitchApi::HwIndex;
 using VelaSwitchApi::HwTableId;
 
-/// The entries of such a table, by their rows.
-class VELA_EXPORT IndexedTable {
+/// What is desired of a row's key, or what a row says of it.
+class VELA_EXPORT IndexedEntry : public Orb::PtrInterface, public VelaSwitchApi::KeyRecord {
  public:
+  /// Whether the entry is desired; the row of one that is not has its default content.
+  bool valid() const { return valid_; }
+  void validIs(bool valid) { valid_ = valid; }
+
+ protected:
+  using KeyRecord::KeyRecord;
+
+ private:
+  void taken() final { referenceAdd(); }
+  void given() final { referenceDel(); }
+
+  bool valid_ = false;
+};
+
+/// What a row that was read back says.
+enum class RowSays : U8 {
+  result,   ///< Something of the result.
+  nothing,  ///< Nothing that counts; it is neither taken over nor compared.
+  unsound,  ///< What no row of the table can say.
+};
+
+class IndexedRowsConvertor;
+
+/// Base of such tables: their entries, by rows.
+class VELA_EXPORT IndexedTable : public VelaSwitchApi::SwTable {
+ public:
+  VelaSwitchApi::EntryProgrammedStatus statusOf(
+      const VelaSwitchApi::KeyRecord* record) const override;
+
   /// The record of the row's key, or null.
   virtual const VelaSwitchApi::KeyRecord* recordAt(HwIndex index) const = 0;
   /// Marks the row's key as having a row that is not what it should be, or takes the mark off.
@@ -25,12 +55,15 @@ class VELA_EXPORT IndexedTable {
   virtual void appendKeyAt(Orb::TextSink& sink, HwIndex index) const = 0;
 
  protected:
-  virtual ~IndexedTable() = default;
-};
+  using SwTable::SwTable;
 
-/// What became of the entry of a record of such a table.
-VELA_EXPORT VelaSwitchApi::EntryProgrammedStatus statusOfIndexed(
-    const VelaSwitchApi::KeyRecord* record);
+  /// Null before the table has one.
+  IndexedRowsConvertor* rows() const;
+
+  bool stageable(const VelaSwitchApi::KeyRecord&, bool) const override { return true; }
+  void flush() override;
+  void settle(VelaSwitchApi::KeyRecord& record) override;
+};
 
 /// Base of the convertors of such tables. It knows rows by their index alone, and when they are
 /// written, read back, compared and repaired; what they say is the derived class's to know.
@@ -44,6 +77,7 @@ class VELA_EXPORT IndexedRowsConvertor : public VelaSwitchApi::SwTableProfileCon
   void syncEntries(U32 id) override;
   void handleRebuilt() override;
   void expectedImage(HwTableId table, HwIndex index, U32* image) const override;
+  bool rowSound(HwTableId table, HwIndex index) const override;
   void repair(const VelaSwitchApi::AuditFinding& finding) override;
 
   /// While one exists, rows are not written but staged; then flush() writes them, and marks the
@@ -63,8 +97,6 @@ class VELA_EXPORT IndexedRowsConvertor : public VelaSwitchApi::SwTableProfileCon
 
     IndexedRowsConvertor* convertor_;
   };
-  void flush() { swTable()->types().run().flush(); }
-
   /// The key is withdrawn whose first row has the index: rows of it that could not be read are as
   /// if they had never been. Returns whether there were any.
   bool unreadForget(HwIndex index);
@@ -75,14 +107,45 @@ class VELA_EXPORT IndexedRowsConvertor : public VelaSwitchApi::SwTableProfileCon
   using Read = VelaSwitchApi::RegisterBus::Read;
   using Row = HwTableConfig::Row;
 
-  /// Of a row: what is desired of its key, or what it holds without an entry.
-  enum class Content : U8 { desired, empty };
-  using Image = std::array<U32, VelaSwitchApi::maxRowWords>;
-  virtual Image rowImage(HwTableId table, HwIndex index, Content content) const = 0;
+  using Image = VelaSwitchApi::RowImage;
+
+  /// @param trace        the family's
+  /// @param refusal      begins the trace of a row that cannot be unpacked; its index follows
+  /// @param parityWords  words of a row whose bits are even in number; 0: none
+  IndexedRowsConvertor(const Trace::Handle& trace, const char* refusal, U8 parityWords)
+      : trace_(trace), refusal_(refusal), parityWords_(parityWords) {}
+
+  /// The first row of the entry's key.
+  virtual HwIndex indexOf(const IndexedEntry& entry) const = 0;
+  /// An entry of the row's key as it is without being desired.
+  virtual Orb::Ptr<IndexedEntry> newEntry(HwIndex index) const = 0;
+  /// Puts something into each field of the entry's result.
+  virtual void sampleIs(IndexedEntry& entry) const = 0;
+  /// The row of an entry.
+  virtual Image pack(const IndexedEntry& entry, HwTableId table, HwIndex index) const = 0;
+  /// Fills in what a row of the image says, whose parity is right; may throw what odd values throw.
+  virtual RowSays unpack(U32* image, HwTableId table, HwIndex index, IndexedEntry& entry) const = 0;
+
+  /// Of a row: what is desired of its key, what it holds without an entry, or with one that has
+  /// something in each field.
+  enum class Content : U8 { desired, empty, sample };
+  Image rowImage(HwTableId table, HwIndex index, Content content) const;
+  /// What a row that was read says, and what of it in `entry`.
+  RowSays says(HwTableId table, HwIndex index, IndexedEntry& entry) const;
+  /// Fails unless empty rows and those of an entry are sound and come back as what they were.
+  void checkRows() const;
+
+  const Trace::Handle& trace() const { return trace_; }
   /// The table by its rows.
-  IndexedTable& entries() const;
-  bool hasEntry(HwIndex index) const { return has(VelaSwitchApi::KeyRecord::desired, index); }
-  bool marked(HwIndex index) const { return has(VelaSwitchApi::KeyRecord::marked, index); }
+  IndexedTable& entries() const { return static_cast<IndexedTable&>(*swTable()); }
+  /// The record of the row's key if it has the flag, or null.
+  const VelaSwitchApi::KeyRecord* record(VelaSwitchApi::KeyRecord::Flag flag, HwIndex index) const {
+    if (swTable()->count(flag) == 0) return nullptr;
+    const auto* known = entries().recordAt(index);
+    return known && known->has(flag) ? known : nullptr;
+  }
+  bool hasEntry(HwIndex index) const { return record(VelaSwitchApi::KeyRecord::desired, index); }
+  bool marked(HwIndex index) const { return record(VelaSwitchApi::KeyRecord::marked, index); }
   void markIs(HwIndex index, bool marked) { entries().markAtIs(index, marked); }
   /// Takes over what a row says that was read. It is `late` when others of its key may have been
   /// taken before, or the key announced; an entry that counts more than the row is left alone.
@@ -132,11 +195,7 @@ class VELA_EXPORT IndexedRowsConvertor : public VelaSwitchApi::SwTableProfileCon
   void unsoundForget(HwTableConfig& table, HwIndex index);
 
  private:
-  bool has(VelaSwitchApi::KeyRecord::Flag flag, HwIndex index) const {
-    if (swTable()->count(flag) == 0) return false;
-    const auto* record = entries().recordAt(index);
-    return record && record->has(flag);
-  }
+  RowSays says(U32* image, HwTableId table, HwIndex index, IndexedEntry& entry) const;
   HwIndex firstRow(const HwTableConfig& table, HwIndex index) const;
   bool holds(const HwTableConfig& table, HwIndex index) const;
   bool everyRowHolds(HwIndex first) const;
@@ -151,7 +210,9 @@ class VELA_EXPORT IndexedRowsConvertor : public VelaSwitchApi::SwTableProfileCon
     if (!good) markIs(index, true);
   }
 
-  mutable IndexedTable* entries_ = nullptr;
+  const Trace::Handle& trace_;
+  const char* refusal_;
+  U8 parityWords_;
   bool staging_ = false;
 };
 

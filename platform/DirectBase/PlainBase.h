@@ -26,13 +26,6 @@ struct PlainFamilyTraits {
   const char* tableText = "table";  ///< What a missing hardware table is reported as.
 };
 
-/// What a row that was read back says.
-enum class RowSays : U8 {
-  result,   ///< Something of the result.
-  nothing,  ///< Nothing that counts; it is neither taken over nor compared.
-  unsound,  ///< What no row of the table can say.
-};
-
 /// One hardware table of a plain family.
 struct PlainHwTable {
   HwTableId id;
@@ -48,27 +41,65 @@ struct PlainHwTable {
   Orb::PtrConst<VelaSwitchApi::HwTableRegisterMapping> mapping{};
 };
 
-/// Base of the convertors of plain families: their hardware tables, and what they trace.
+/// The entries of a plain table as its convertor finds them in hardware.
+class VELA_EXPORT PlainTable : public IndexedTable {
+ public:
+  using IndexedTable::IndexedTable;
+
+  /// Takes over what rows of hardware hold.
+  virtual void entryIsByRow(const IndexedEntry& row) = 0;
+  /// They hold no entry after all.
+  virtual void entryDelByRow(const IndexedEntry& row) = 0;
+};
+
+/// Base of the convertors of plain families: their hardware tables, and what becomes of entries in
+/// them.
 class VELA_EXPORT PlainConvertor : public IndexedRowsConvertor {
  public:
   ~PlainConvertor() override;
   void doInitTableStats() override;
+  void doCreateHwTables(VelaSwitchApi::TableState state) override;
+  /// The pipelines' tables alone, or the CPU's.
+  void getIngressPipelineHwTables(VelaSwitchApi::TableState state) {
+    createHwTables(state, Part::pipelines);
+  }
+  void getCpuPipelineHwTables(VelaSwitchApi::TableState state) { createHwTables(state, Part::cpu); }
   void syncEntries(U32 table) override;
+  U32 entriesUsed(U32 counter) const override;
+  U32 entriesPeak(U32 counter) const override;
   void handleInitialized() override { staticWordsAre(traits_.staticWords); }
   const VelaSwitchApi::RowLayout& rowLayout(HwTableId table, HwIndex) const override {
     return layout(table);
   }
   const VelaSwitchApi::RowLayout& layout(HwTableId table) const { return layouts_.at(table); }
+  /// Of tables that lie in the pipelines: whether one is the CPU pipeline's, the last one on
+  /// profiles that have it.
+  bool isCpuPipeline(U32 tableIndex, U32 numTables) const {
+    return profile().cpuPipeline() && tableIndex == numTables - 1;
+  }
 
  protected:
   PlainConvertor(const PlainFamilyTraits& traits, const Trace::Handle& trace)
-      : traits_(traits), trace_(trace) {}
+      : IndexedRowsConvertor(trace, " index ", traits.parityWords), traits_(traits) {}
 
-  void createHwTable(const PlainHwTable& table, VelaSwitchApi::RowLayout layout,
-                     VelaSwitchApi::TableState state);
+  /// The family's hardware tables.
+  virtual std::vector<PlainHwTable> plainTables() const = 0;
+  virtual VelaSwitchApi::RowLayout makeLayout(const PlainHwTable& table) const = 0;
+  /// Adds to an entry, which another table's row gave, what of a table's row no other has.
+  virtual void joinRow(HwTableId, const IndexedEntry&, IndexedEntry&) const {}
+
+  /// Which of the hardware tables.
+  enum class Part : U8 { all, pipelines, cpu };
+  void createHwTables(VelaSwitchApi::TableState state, Part part);
+  /// Writes the entry's rows; all of them when hardware table 0 is active. False when a write
+  /// failed.
+  bool rowsAre(const IndexedEntry& entry, Part part);
   /// A hardware table that was created.
   const PlainHwTable& declared(HwTableId table) const { return declared_.at(table); }
 
+  bool writeRow(HwTableConfig& table, HwIndex index) override;
+  void takeRow(HwTableConfig& table, HwIndex index, bool late) override;
+  bool ignored(HwTableId table, HwIndex index) const override;
   std::optional<Finding::Kind> judge(const HwTableConfig& table, HwIndex index,
                                      bool differs) override;
   void traceUnread(const HwTableConfig& table, HwIndex index, Read read) const override;
@@ -82,8 +113,13 @@ class VELA_EXPORT PlainConvertor : public IndexedRowsConvertor {
     friend void appendText(Orb::TextSink& sink, const KeyOfRow& key) { key.append(sink); }
   };
 
+  bool writeRow(HwTableConfig& table, HwIndex index, const IndexedEntry& entry);
+  void rebuildKey(HwIndex index);
+  bool isPart(HwTableId table, Part part) const {
+    return part == Part::all || declared(table).cpu == (part == Part::cpu);
+  }
+
   const PlainFamilyTraits& traits_;
-  const Trace::Handle& trace_;
   std::map<HwTableId, VelaSwitchApi::RowLayout> layouts_;
   std::map<HwTableId, PlainHwTable> declared_;
 };

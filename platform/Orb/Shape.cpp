@@ -1,5 +1,7 @@
 #include "Orb/Shape.h"
 
+#include <algorithm>
+
 #include "Orb/Range.h"
 
 namespace Orb {
@@ -84,6 +86,26 @@ void parseText(TextCursor& cursor, const Shape& shape, void* value) {
     parseText(cursor, *shape.element, const_cast<void*>(element));
   });
   cursor.expect("]");
+}
+
+void appendFields(TextSink& sink, const Shape& record, const void* value) {
+  for (const FieldShape& field : record.fields) {
+    if (&field != &record.fields.front()) sink.append(" ");
+    sink.append(field.name);
+    sink.append(":");
+    appendText(sink, *field.shape, field.in(value));
+  }
+}
+
+void sampleIs(const Shape& shape, void* value) {
+  if (shape.numberIs) shape.numberIs(value, std::clamp<U64>(1, shape.lowest, shape.highest));
+  if (shape.realIs) shape.realIs(value, 1);
+  if (shape.wordOfNumber) shape.wordOfNumber(value, 1);
+  for (const FieldShape& field : shape.fields) sampleIs(*field.shape, field.in(value));
+  if (shape.kind != Kind::array || shape.element->kind == Kind::record) return;
+  for (std::size_t i = 0; i < shape.count(value); ++i) {
+    sampleIs(*shape.element, const_cast<void*>(shape.at(value, i)));
+  }
 }
 
 }  // namespace Orb

@@ -117,5 +117,11 @@ constexpr bool Shape::readsText() const {
 /// The text forms of all kinds.
 VELA_EXPORT void appendText(TextSink& sink, const Shape& shape, const void* value);
 VELA_EXPORT void parseText(TextCursor& cursor, const Shape& shape, void* value);
+/// "name:value" for each field of a record, with blanks between them.
+VELA_EXPORT void appendFields(TextSink& sink, const Shape& record, const void* value);
+
+/// Puts a one, or what is nearest within bounds, into every number of a value, flags and words
+/// among them. Collections and arrays of records stay as they are.
+VELA_EXPORT void sampleIs(const Shape& shape, void* value);
 
 }  // namespace Orb

@@ -68,6 +68,14 @@ void appendText(TextSink& sink, const V& value) {
   appendText(sink, shapeOf<V>, &value);
 }
 
+/// "name:value" for each field, with blanks between them.
+template <Value V>
+std::string fieldsText(const V& value) {
+  StringSink sink;
+  appendFields(sink, shapeOf<V>, &value);
+  return sink.take();
+}
+
 /// A fixed number of values: "[a, b, c]".
 template <class T, std::size_t count>
 void appendText(TextSink& sink, const std::array<T, count>& values) {

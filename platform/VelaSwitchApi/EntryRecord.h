@@ -33,6 +33,8 @@ class EntryRecord : public Base {
   const Key& key() const { return key_; }
   const Result& result() const { return result_; }
   void resultIs(const Result& result) { result_ = result; }
+  /// To be changed in place, where it is nobody else's yet.
+  Result& ownResult() { return result_; }
 
   bool hasKeyOf(const KeyRecord& other) const override { return of(other).key_ == key_; }
   bool comesBefore(const KeyRecord& other) const override { return key_ < of(other).key_; }
@@ -40,7 +42,9 @@ class EntryRecord : public Base {
     using Orb::appendText;
     appendText(sink, key_);
   }
-  bool hasResultOf(const KeyRecord& other) const override { return of(other).result_ == result_; }
+  bool hasResultOf(const KeyRecord& other) const override {
+    return sameEntry(result_, of(other).result_);
+  }
   void resultIsOf(const KeyRecord* other) override {
     result_ = other ? of(*other).result_ : Result{};
   }

@@ -114,6 +114,9 @@ class VELA_EXPORT KeyRecord {
   U8 flags_ = 0;
 };
 
+/// The text form of its key.
+inline void appendText(Orb::TextSink& sink, const KeyRecord& record) { record.appendKey(sink); }
+
 /// The records of a table.
 class VELA_EXPORT KeyRecords {
  public:

@@ -47,6 +47,11 @@ struct VELA_EXPORT ToyFamily : Family<"VelaTableToy", ToyKey, ToyResult> {
 #endif
       {"row", 64, 10},  {"way", 78, 1},
   };
+#ifdef HAND_PACKED
+  static constexpr std::array handPacked{HAND_PACKED};
+  static void packMore(const VelaTableHashHelper&, const Key&, const Result&, bool, CuckooLocation,
+                       RowWriterOf<ToyFamily>&) {}
+#endif
 #ifdef MISSPELLED_HOOK
   static void packMor(const VelaTableHashHelper&, const Key&, const Result&, bool, CuckooLocation,
                       RowWriterOf<ToyFamily>&);

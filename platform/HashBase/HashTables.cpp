@@ -1,7 +1,4 @@
-#include "VelaSwitchTable/family/HashTraits.h"
-
-#include "VelaSwitchTable/VelaHitBitUtil.h"
-#include "VelaSwitchTable/VelaRegPrefixUtil.h"
+#include "HashBase/HashTables.h"
 
 namespace VelaSwitchTable {
 
@@ -42,12 +39,10 @@ void HashTableConvertor::makeHwTable(HwTableId id, U32 processor, TableState sta
   ORB_ASSERT(tableSize != 0);
   const std::string family = table().name;
   const U32 instance = traits_.instance(static_cast<const HashBaseTable*>(swTable())->tableIdx());
-  const std::string prefix = regPrefix(traits_.prefix, processor);
   const std::string name = SwTable::hwTableName(family, std::to_string(instance), "", id);
   const auto descriptor = HwTableDescriptorConfig::hwTableDescIs(
       {family, instance, id, name}, state, 0, tableSize - 1, static_cast<U8>(properties.rowWords),
-      Orb::make<HwTableRegisterMappingConst>(name,
-                                             regAddresses(prefix, hashRegisters(dataWords()))));
+      Orb::make<HwTableRegisterMappingConst>(name, registers(processor)));
   RegisterBus& bus = swTable()->types().bus();
   const auto table = Orb::make<HwTableConfig>(descriptor, bus);
   physicalTable().hwTableIs(table);
@@ -56,7 +51,7 @@ void HashTableConvertor::makeHwTable(HwTableId id, U32 processor, TableState sta
   constexpr U32 hitBitsPerRead = 64;
   const auto hitDescriptor = HwTableDescriptorConfig::hitBitTableDescIs(
       descriptor, SwTable::hitBitAccessModeMapping(state), hitTableOffset(),
-      getHitBitMapping(prefix, tableSize, hitBitsPerRead, hitTableOffset()));
+      hitBits(processor, tableSize, hitBitsPerRead));
   physicalTable().hitTableIs(id, Orb::make<HitBitTableConfig>(hitDescriptor, *table, bus));
 }
 

@@ -1,4 +1,4 @@
-#include "DirectBase/TableConstants.h"
+#include "VelaSwitchApi/TableConstants.h"
 
 #include <map>
 

@@ -1,8 +1,7 @@
 #pragma once
 
-#include "DirectBase/TableConstants.h"
 #include "VelaSwitchApi/HashTable.h"
-#include "VelaSwitchTable/VelaTableHashHelper.h"
+#include "VelaSwitchApi/TableConstants.h"
 
 /// What a hash family says of its tables, and the hardware tables that follow from it.
 namespace VelaSwitchTable {
@@ -61,11 +60,16 @@ class VELA_EXPORT HashTableConvertor : public VelaSwitchApi::PhysicalHashTableCo
  protected:
   explicit HashTableConvertor(const HashFamilyTraits& traits) : traits_(traits) {}
 
+  /// The registers of a row in a processor.
+  virtual VelaSwitchApi::HwAddressColl registers(U32 processor) const = 0;
+  /// How the hit bits of so many rows are read there, so many at a time.
+  virtual Orb::PtrConst<VelaSwitchApi::HitBitReadInfoWrapper> hitBits(U32 processor, U32 rows,
+                                                                      U32 bitsPerRead) const = 0;
+
   /// The table that the rows belong to.
   virtual TableIdentity table() const { return traits_.table; }
   /// Where the hit bits lie, in a family that has them.
   virtual U32 hitTableOffset() const { return traits_.hitTableOffset; }
-  virtual U8 dataWords() const { return traits_.dataWords; }
 
  private:
   void createHwTable(VelaSwitchApi::HwTableId id, U32 processor, VelaSwitchApi::TableState state);

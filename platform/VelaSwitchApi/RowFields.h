@@ -1,0 +1,200 @@
+#pragma once
+
+#include <array>
+#include <optional>
+
+#include "Orb/FixedString.h"
+#include "Orb/Value.h"
+#include "VelaSwitchApi/RowLayout.h"
+
+/// Rows described once. F, which describes some, has the handle `trace` and lists the fields, as a
+/// constant
+///
+///   static constexpr RowField fields[] = {{"vlanId", 0, 12}, …, {"one", 145, 1, 1}};
+///
+/// or, where their places differ, as a function of what they depend on, with the same names in the
+/// same order whatever that is:
+///
+///   static constexpr auto fields(const Shape& shape) {
+///     return std::to_array<RowField>({{"portMask", 0, shape.ports}, …});
+///   }
+///
+/// Fields are addressed by name, row.set<"parity">(1), and those that have the name of a field of a
+/// value hold it; names are matched when F is compiled.
+namespace VelaSwitchApi {
+
+namespace detail {
+
+template <class F>
+concept ConstantRow = requires {
+  F::fields[0];
+};
+
+template <class Fields, class Shape>
+consteval auto usualFields(Fields (*fields)(const Shape&)) {
+  return fields(Shape{});
+}
+
+/// The fields by number; where places differ, those of some shape.
+template <class F>
+consteval auto someFields() {
+  if constexpr (ConstantRow<F>) {
+    return std::to_array(F::fields);
+  } else {
+    return usualFields(&F::fields);
+  }
+}
+
+}  // namespace detail
+
+/// The number of the field of the name in the row, or nothing.
+template <class F>
+consteval std::optional<std::size_t> findField(std::string_view name) {
+  const auto fields = detail::someFields<F>();
+  for (std::size_t i = 0; i < fields.size(); ++i) {
+    if (name == fields[i].name) return i;
+  }
+  return std::nullopt;
+}
+
+/// The number of a field that must be there.
+template <class F, Orb::FixedString Name>
+consteval std::size_t fieldNumber() {
+  constexpr auto number = findField<F>(Name.view());
+  static_assert(number.has_value(), "the row has no field of this name");
+  return number.value_or(0);
+}
+
+/// Whether a value type has a field of the name.
+template <class V>
+consteval bool hasField(std::string_view name) {
+  bool has = false;
+  Orb::forEachField(V{}, [&](const auto& field) { has = has || field.name == name; });
+  return has;
+}
+
+/// The layout of the rows.
+template <class F, class... Shape>
+RowLayout rowLayout(U8 words, const Shape&... shape) {
+  if constexpr (detail::ConstantRow<F>) {
+    return {{std::begin(F::fields), std::end(F::fields)}, words};
+  } else {
+    const auto fields = F::fields(shape...);
+    return {{fields.begin(), fields.end()}, words};
+  }
+}
+
+/// Writes the fields of a row.
+template <class F>
+class RowWriterOf : public RowWriter {
+ public:
+  RowWriterOf(const RowLayout& layout, void* image, const char* function)
+      : RowWriter(layout, static_cast<U8*>(image), F::trace, function) {}
+
+  using RowWriter::set;
+  template <Orb::FixedString Name>
+  void set(U64 value) {
+    setField<fieldNumber<F, Name>()>(value);
+  }
+  /// Where every row has the same places, the compiler knows them.
+  template <std::size_t number>
+  void setField(U64 value) {
+    if constexpr (detail::ConstantRow<F>) {
+      static constexpr RowField field = F::fields[number];
+      static constexpr RowLayout::Place at(field);
+      static_assert(at.mask != 0, "a field of this width is not set at once");
+      setAt(at, value);
+      if (traced()) [[unlikely]]
+        traceField(field, value & at.mask);
+    } else {
+      set(number, value);
+    }
+  }
+  /// Writes the fields that have the names of the value's.
+  template <class V>
+  void setNamed(const V& value) {
+    setNamedBut<"">(value);
+  }
+  template <Orb::FixedString Name, class V>
+  void setNamedBut(const V& value) {
+    Orb::forEachField(value, [&](const auto& field) {
+      using Orb::hashWord;
+      using Field = std::remove_cvref_t<decltype(field)>;
+      constexpr auto number = findField<F>(Field::name);
+      if constexpr (number && Field::name != Name.view()) setField<*number>(hashWord(field()));
+    });
+  }
+};
+
+/// A value from its bits in a row. A type whose values are fewer than its bits has a version that
+/// throws Orb::RangeException.
+template <class T>
+void fromRowBits(T& value, U64 bits) {
+  using Orb::hashWord;
+  if constexpr (Orb::IsRanged<T> || std::same_as<T, bool>) {
+    value = T(bits);
+  } else if constexpr (std::is_class_v<T> && sizeof(T) <= sizeof(U32)) {
+    value = T(static_cast<U32>(bits));
+  } else {
+    value = T(static_cast<decltype(hashWord(value))>(bits));
+  }
+}
+
+/// Reads the fields of a row.
+template <class F>
+class RowReaderOf : public RowReader {
+ public:
+  using RowReader::RowReader;
+
+  using RowReader::flag;
+  using RowReader::get;
+  template <Orb::FixedString Name>
+  U64 get() const {
+    return get(fieldNumber<F, Name>());
+  }
+  template <Orb::FixedString Name>
+  bool flag() const {
+    return get<Name>() != 0;
+  }
+  /// Whether the bits of the first `words` words are even in number.
+  bool paritySound(U8 words) const { return VelaSwitch::parityU32Array(this->words(), words) == 0; }
+  /// Reads the fields that have the names of the value's.
+  template <class V>
+  void getNamed(V& value) const {
+    Orb::forEachField(value, [&](auto& field) {
+      constexpr auto number = findField<F>(std::remove_cvref_t<decltype(field)>::name);
+      if constexpr (number) fromRowBits(field.value, get(*number));
+    });
+  }
+};
+
+namespace detail {
+
+/// The name of a field, for messages of the compiler.
+template <class F, std::size_t number>
+consteval auto fieldName() {
+  constexpr auto name = [] {
+    const auto fields = someFields<F>();
+    return number < fields.size() ? std::string_view(fields[number].name) : std::string_view();
+  };
+  char text[name().size() + 1]{};
+  std::copy(name().begin(), name().end(), text);
+  return Orb::FixedString(text);
+}
+
+template <class F, Orb::FixedString field, bool placed>
+struct FieldCheck {
+  static_assert(placed, "a field of the row overlaps another or ends behind the row");
+};
+
+}  // namespace detail
+
+/// Refuses, when F is compiled, fields that overlap or do not fit the row.
+template <class F, U8 words>
+consteval bool fieldsPlaced() {
+  constexpr std::size_t wrong = firstMisplaced(detail::someFields<F>(), words);
+  detail::FieldCheck<F, detail::fieldName<F, wrong>(), wrong == detail::someFields<F>().size()>();
+  return true;
+}
+
+}  // namespace VelaSwitchApi
