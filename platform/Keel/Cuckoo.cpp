@@ -119,7 +119,8 @@ std::optional<CuckooLocation> Table::freeRow(const HashItem& item) const {
       return std::nullopt;
     }
   }
-  return item.waits() || findWaiting(item) ? std::nullopt : free;
+  if (!waiting_.empty() && (item.waits() || findWaiting(item))) return std::nullopt;
+  return free;
 }
 
 InsertResult Table::insert(HashItem& item, RowWriter& writer) {

@@ -62,11 +62,11 @@ void PhysicalHashTableConvertor::doInitTableStats() {
 }
 
 U32 PhysicalHashTableConvertor::entriesUsed(U32) const {
-  return physical_->entries(static_cast<const HashBaseTable*>(swTable()));
+  return static_cast<const HashBaseTable*>(swTable())->placed();
 }
 
 U32 PhysicalHashTableConvertor::entriesPeak(U32) const {
-  return physical_->peak(static_cast<const HashBaseTable*>(swTable()));
+  return static_cast<const HashBaseTable*>(swTable())->placedPeak();
 }
 
 void PhysicalHashTableConvertor::initHwEntries(bool overwrite, U32 start) {

@@ -63,6 +63,10 @@ class VELA_EXPORT HashBaseTable : public SwTable {
   void hitBitsSupportedIs(bool supported) { hitBitsSupported_ = supported; }
   bool hitBitsSupported() const { return hitBitsSupported_; }
 
+  /// Entries that lie in rows, and the most that ever did.
+  U32 placed() const { return placed_; }
+  U32 placedPeak() const { return placedPeak_; }
+
   PhysicalHashTableConvertor& profileConvertor() const { return *hashConvertor_; }
   const Orb::Ptr<HashBaseHelper>& helper() const { return helper_; }
 
@@ -71,8 +75,12 @@ class VELA_EXPORT HashBaseTable : public SwTable {
       : SwTable(std::move(name)), tableIdx_(tableIdx), pipeline_(pipeline) {}
 
  private:
+  friend class PhysicalHashTable;
+
   U8 tableIdx_;
   U8 pipeline_;
+  U32 placed_ = 0;
+  U32 placedPeak_ = 0;
   Orb::Ptr<HashBaseHelper> helper_;
   PhysicalHashTableConvertor* hashConvertor_ = nullptr;
   bool statusSupported_ = false;

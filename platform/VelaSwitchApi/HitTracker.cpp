@@ -9,29 +9,24 @@
 namespace VelaSwitchApi {
 
 void HitTracker::hitTableIs(HwTableId id, Orb::Ptr<HitBitTableConfig> table, U32 rows) {
-  tables_[id] = {std::move(table), std::vector<Bit>(rows, Bit::open), {}};
+  std::erase_if(tables_, [&](const Table& each) { return each.id == id; });
+  tables_.push_back({id, std::move(table), std::vector<Bit>(rows, Bit::open), {}});
 }
 
 Orb::Ptr<HitBitTableConfig> HitTracker::hitTable(HwTableId id) const {
-  const auto table = tables_.find(id);
-  return table == tables_.end() ? nullptr : table->second.bits;
+  const auto table = std::find_if(tables_.begin(), tables_.end(),
+                                  [&](const Table& each) { return each.id == id; });
+  return table == tables_.end() ? nullptr : table->bits;
 }
 
-HitTracker::Table* HitTracker::tracked(HwTableId id) {
-  const auto table = tables_.find(id);
-  return table == tables_.end() || !table->second.bits->readable() ? nullptr : &table->second;
-}
-
-void HitTracker::rowChanges(HwTableId id, HwIndex index, bool empty) {
-  Table* table = tracked(id);
-  if (!table || table->rows[index] == Bit::clear) return;
+void HitTracker::keepHits(Table& table, HwIndex index, bool empty) {
   hit_.clear();
-  if (empty && !table->formers.contains(index)) {
+  if (empty && !table.formers.contains(index)) {
     rows_.addOccupants(index, hit_);
     if (hit_.empty()) return;
     hit_.clear();
   }
-  if (readBlock(*table, index, hit_)) {
+  if (readBlock(table, index, hit_)) {
     for (const auto& entry : hit_) {
       if (entry->keptHit_ != HashBaseCuckooEntry::noKeptHit) continue;
       entry->keptHit_ = static_cast<U32>(kept_.size());
@@ -39,25 +34,21 @@ void HitTracker::rowChanges(HwTableId id, HwIndex index, bool empty) {
     }
     return;
   }
-  Entries& formers = table->formers[index];
+  Entries& formers = table.formers[index];
   rows_.addOccupants(index, formers);
   std::sort(formers.begin(), formers.end(),
             [](const auto& a, const auto& b) { return a.get() < b.get(); });
   formers.erase(std::unique(formers.begin(), formers.end()), formers.end());
 }
 
-void HitTracker::rowChanged(HwTableId id, HwIndex index, bool empty) {
-  if (Table* table = tracked(id)) table->rows[index] = empty ? Bit::empty : Bit::open;
-}
-
-void HitTracker::entryDel(HashBaseCuckooEntry& entry) {
+void HitTracker::forgetHits(HashBaseCuckooEntry& entry) {
   if (entry.keptHit_ != HashBaseCuckooEntry::noKeptHit) {
     kept_.back()->keptHit_ = entry.keptHit_;
     std::swap(kept_[entry.keptHit_], kept_.back());
     entry.keptHit_ = HashBaseCuckooEntry::noKeptHit;
     kept_.pop_back();
   }
-  for (auto& [id, table] : tables_) {
+  for (Table& table : tables_) {
     for (auto& [index, formers] : table.formers) {
       std::erase_if(formers, [&](const auto& former) { return former.get() == &entry; });
     }
@@ -70,7 +61,7 @@ void HitTracker::entryReplace(HashBaseCuckooEntry& old, HashBaseCuckooEntry& ent
     entry.keptHit_ = std::exchange(old.keptHit_, none);
     kept_[entry.keptHit_] = &entry;
   }
-  for (auto& [id, table] : tables_) {
+  for (Table& table : tables_) {
     for (auto& [index, formers] : table.formers) {
       std::replace_if(
           formers.begin(), formers.end(), [&](const auto& each) { return each.get() == &old; },
@@ -84,13 +75,13 @@ void HitTracker::swTableDel(const HashBaseTable* table) {
   const auto owned = [&](const auto& entry) { return &entry->table() == table; };
   std::erase_if(kept_, owned);
   for (U32 i = 0; i < kept_.size(); ++i) kept_[i]->keptHit_ = i;
-  for (auto& [id, rows] : tables_) {
+  for (Table& rows : tables_) {
     for (auto& [index, formers] : rows.formers) std::erase_if(formers, owned);
   }
 }
 
 void HitTracker::forget() {
-  for (auto& [id, table] : tables_) {
+  for (Table& table : tables_) {
     std::fill(table.rows.begin(), table.rows.end(), Bit::open);
     table.formers.clear();
   }

@@ -43,11 +43,18 @@ class VELA_EXPORT HitTracker {
   /// A row is about to be written, to be `empty` or not: keeps the hits that would be lost or
   /// misread. A row that becomes empty and held nobody any more has none; its bit is read when it
   /// is next filled.
-  void rowChanges(HwTableId id, HwIndex index, bool empty);
+  void rowChanges(HwTableId id, HwIndex index, bool empty) {
+    Table* table = tracked(id);
+    if (table && table->rows[index] != Bit::clear) keepHits(*table, index, empty);
+  }
   /// A row was written: it is empty now, so that no lookup hits it, or it is not.
-  void rowChanged(HwTableId id, HwIndex index, bool empty);
+  void rowChanged(HwTableId id, HwIndex index, bool empty) {
+    if (Table* table = tracked(id)) table->rows[index] = empty ? Bit::empty : Bit::open;
+  }
   /// An entry was removed: its hits are nobody's.
-  void entryDel(HashBaseCuckooEntry& entry);
+  void entryDel(HashBaseCuckooEntry& entry) {
+    if (!tables_.empty()) forgetHits(entry);
+  }
   /// Another entry takes the place of one that is the same to hardware, and its hits.
   void entryReplace(HashBaseCuckooEntry& old, HashBaseCuckooEntry& entry);
   /// A software table goes, and its entries.
@@ -67,17 +74,26 @@ class VELA_EXPORT HitTracker {
     clear,  ///< The row is empty and the bit was read since.
   };
   struct Table {
+    HwTableId id;
     Orb::Ptr<HitBitTableConfig> bits;
     std::vector<Bit> rows;
     /// Entries that left a row whose bit could not be read.
     std::map<HwIndex, Entries> formers;
   };
 
-  Table* tracked(HwTableId id);
+  /// The pipeline's, if it has bits to read; there are few.
+  Table* tracked(HwTableId id) {
+    for (Table& table : tables_) {
+      if (table.id == id) return table.bits->readable() ? &table : nullptr;
+    }
+    return nullptr;
+  }
+  void keepHits(Table& table, HwIndex index, bool empty);
+  void forgetHits(HashBaseCuckooEntry& entry);
   bool readBlock(Table& table, HwIndex index, Entries& hit);
 
   const Rows& rows_;
-  std::map<HwTableId, Table> tables_;
+  std::vector<Table> tables_;
   Entries kept_;  ///< Entries with a hit that no poll has reported.
   Entries hit_;   ///< Those of the read under way.
 };

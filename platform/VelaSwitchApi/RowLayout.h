@@ -109,15 +109,21 @@ class VELA_EXPORT RowLayout {
     U32 value;
   };
   const std::vector<Content>& contents() const { return contents_; }
+  /// All that setPlace() writes, where that is one word: its bits, and those of them that are the
+  /// same in every row. Without a mask where it is not.
+  using Control = Content;
+  const Control& control() const { return control_; }
   /// Those of all fields, by their numbers.
   const Place* places() const { return places_.data(); }
 
  private:
   void addContent(const RowField& field);
+  void findControl();
 
   std::vector<RowField> fields_;
   std::vector<Place> places_;
   std::vector<Content> contents_;
+  Control control_{};
   std::size_t parity_ = none;
   std::size_t row_ = none;
   std::size_t way_ = none;
@@ -159,10 +165,17 @@ class RowWriter {
   /// Writes what a control word says whatever the entry: the fields "row" and "way", where the
   /// layout has them, and those that hold the same in every row.
   void setPlace(U64 row, U64 way = 0) {
-    setAt(layout_.rowPlace(), row);
-    setAt(layout_.wayPlace(), way);
-    for (const auto& [word, mask, value] : layout_.contents()) {
-      words_[word] = (words_[word] & ~mask) | value;
+    if (const RowLayout::Control& control = layout_.control(); control.mask != 0) [[likely]] {
+      const U64 place = (row & layout_.rowPlace().mask) << layout_.rowPlace().offset |
+                        (way & layout_.wayPlace().mask) << layout_.wayPlace().offset;
+      U32& word = words_[control.word];
+      word = (word & ~control.mask) | control.value | static_cast<U32>(place);
+    } else {
+      setAt(layout_.rowPlace(), row);
+      setAt(layout_.wayPlace(), way);
+      for (const auto& [word, mask, value] : layout_.contents()) {
+        words_[word] = (words_[word] & ~mask) | value;
+      }
     }
     if (traced_) [[unlikely]]
       tracePlace(row, way);
@@ -171,12 +184,16 @@ class RowWriter {
   /// Writes the low `count` bits of a number of up to 128 bits to the beginning of the row, in
   /// whatever fields they are.
   void setFirst(const U64 (&number)[2], U32 count) {
-    const U32 whole = count / 32;
-    std::memcpy(words_, number, whole * sizeof(U32));
-    if (const U32 bits = count % 32; bits != 0) {
-      const U32 mask = (1u << bits) - 1;
-      const auto value = static_cast<U32>(number[whole / 2] >> (whole % 2 * 32));
-      words_[whole] = (words_[whole] & ~mask) | (value & mask);
+    U32* word = words_;
+    U32 left = count;
+    for (; left >= 32; left -= 32, ++word) {
+      const auto at = static_cast<U32>(word - words_);
+      *word = static_cast<U32>(number[at / 2] >> at % 2 * 32);
+    }
+    if (left != 0) {
+      const auto at = static_cast<U32>(word - words_);
+      const U32 mask = (1u << left) - 1;
+      *word = (*word & ~mask) | (static_cast<U32>(number[at / 2] >> at % 2 * 32) & mask);
     }
     if (!traced_) [[likely]]
       return;
@@ -300,11 +317,9 @@ class KeyBits {
   }
   /// Fills the buffer with a key of up to 64 bits, the most significant bit and byte first.
   void copyLeftAligned(U8* buffer, U8 bufSize) const {
-    const U64 aligned = words_[0] << (64 - bits_);
+    const U64 aligned = __builtin_bswap64(words_[0] << (64 - bits_));
     std::memset(buffer, 0, bufSize);
-    for (unsigned i = 0; i < (bits_ + 7u) / 8; ++i) {
-      buffer[i] = static_cast<U8>(aligned >> (56 - 8 * i));
-    }
+    std::memcpy(buffer, &aligned, std::min<std::size_t>(bufSize, sizeof aligned));
   }
 
  private:
