@@ -179,8 +179,6 @@ void PhysicalHashTableConvertor::takePlacement() {
   if (physical_->firstTable() == swTable()) physical_->takePlacement();
 }
 
-void PhysicalHashTableConvertor::updateHashEntryCounter(const HashBaseCuckooEntry&, bool) {}
-
 bool PhysicalHashTableConvertor::handleHashEntry(HashBaseCuckooEntry& entry) {
   if (!entry.valid()) return physical_->remove(entry);
   physical_->place(entry);

@@ -112,7 +112,7 @@ class VELA_EXPORT PhysicalHashTableConvertor : public SwTableProfileConvertor {
   /// placement went is the entry's programmedStatus(); false is an internal error.
   bool handleHashEntry(HashBaseCuckooEntry& entry);
   /// Before an entry is handled. The counters ask the placement, so there is nothing to keep.
-  void updateHashEntryCounter(const HashBaseCuckooEntry& entry, bool removed);
+  void updateHashEntryCounter(const HashBaseCuckooEntry& /*entry*/, bool /*removed*/) {}
 
   /// Which physical table holds the rows of a software table with these properties.
   virtual U32 physicalTableId(const PhysicalHashProperties& properties) const;

@@ -269,12 +269,12 @@ void HashTable::program(HashBaseCuckooEntry& item) {
 void HashTable::programmed(HashBaseCuckooEntry& item) {
   // Whoever heard of other entries' statuses meanwhile may have withdrawn this one.
   if (!isCurrent(item)) return;
-  recordStatus(item);
   const EntryProgrammedStatus status = item.programmedStatus();
+  if (statusSupported()) statusIs(*record(item), status, item.lastHit());
   if (status != EntryProgrammedStatus::programmed) {
     options_.trace(2, "Not programmed, ", status, ": ", KeyText{item});
   }
-  hwInconsistentEntryDelFromHashItem(item);
+  if (count(KeyRecord::marked) != 0) hwInconsistentEntryDelFromHashItem(item);
 }
 
 void HashTable::remove(HashBaseCuckooEntry& item) {
@@ -286,18 +286,19 @@ void HashTable::remove(HashBaseCuckooEntry& item) {
 
 void HashTable::removed(HashBaseCuckooEntry& item) {
   // Or announced it again.
-  if (entryHasByHashItem(item)) return;
-  if (HashBaseCuckooEntry* known = record(item)) flagIs(*known, KeyRecord::cached, false);
+  HashBaseCuckooEntry* known = record(item);
+  if (known && known->has(KeyRecord::desired)) return;
+  if (known) flagIs(*known, KeyRecord::cached, false);
   // A row that could not be cleared still answers lookups: the status says so until it is.
   // Asked of the rows, not of the item: clearing others may have cleared it meanwhile.
   if (profileConvertor().physicalTable().mayLinger(item)) {
     // Those rows keep the item: should the key come back, it does so as another one.
     if (item.known()) adopt(*freshItem(item));
     recordStatus(item);
-  } else if (HashBaseCuckooEntry* known = record(item)) {
+  } else if (known = record(item); known) {
     statusDel(*known);
   }
-  hwInconsistentEntryDelFromHashItem(item);
+  if (count(KeyRecord::marked) != 0) hwInconsistentEntryDelFromHashItem(item);
 }
 
 void HashTable::recordStatus(HashBaseCuckooEntry& item) {

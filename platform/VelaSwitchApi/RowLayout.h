@@ -184,17 +184,12 @@ class RowWriter {
   /// Writes the low `count` bits of a number of up to 128 bits to the beginning of the row, in
   /// whatever fields they are.
   void setFirst(const U64 (&number)[2], U32 count) {
-    U32* word = words_;
-    U32 left = count;
-    for (; left >= 32; left -= 32, ++word) {
-      const auto at = static_cast<U32>(word - words_);
-      *word = static_cast<U32>(number[at / 2] >> at % 2 * 32);
-    }
-    if (left != 0) {
-      const auto at = static_cast<U32>(word - words_);
-      const U32 mask = (1u << left) - 1;
-      *word = (*word & ~mask) | (static_cast<U32>(number[at / 2] >> at % 2 * 32) & mask);
-    }
+    U64 held[2]{};
+    const std::size_t bytes = layout_.words() < 4 ? layout_.words() * sizeof(U32) : sizeof held;
+    std::memcpy(held, words_, bytes);
+    const U64 masks[2] = {ones(count), count > 64 ? ones(count - 64) : 0};
+    for (std::size_t i = 0; i < 2; ++i) held[i] = (held[i] & ~masks[i]) | (number[i] & masks[i]);
+    std::memcpy(words_, held, bytes);
     if (!traced_) [[likely]]
       return;
     for (const RowField& field : layout_.fields()) {
@@ -234,6 +229,7 @@ class RowWriter {
   }
 
  private:
+  static U64 ones(U32 count) { return count >= 64 ? ~U64{0} : (U64{1} << count) - 1; }
   /// The parts of a field behind its first word; a field has at most 63 bits, so there are two.
   static void setTail(U32* word, U64 mask, U64 value) {
     word[0] = static_cast<U32>((word[0] & ~mask) | value);
@@ -323,7 +319,7 @@ class KeyBits {
   }
 
  private:
-  [[gnu::cold]] void traceField(U8 width, U64 value) const {
+  [[gnu::cold, gnu::noinline]] void traceField(U8 width, U64 value) const {
     (*trace_)(9, function_, " ", start_ + bits_, ":", start_ + bits_ + width - 1, " = 0x",
               Orb::Hex{value});
   }
