@@ -210,7 +210,8 @@ class VELA_EXPORT HwTableConfig : public Orb::PtrInterface {
     return entryIs(entry.index(), entry.words(), [] {});
   }
   /// The same from an image of maxRowWords words. Calls `before()` when the row is about to be
-  /// written. With a run it is written later, with that: true says nothing of it yet.
+  /// written. With a run it is written later, with that: true says nothing of it yet, and what
+  /// hardware holds there counts as unknown until then.
   template <class Before>
   bool entryIs(HwIndex index, const U32* image, const Before& before,
                const RowRun::Later& later = {}) {
@@ -222,7 +223,9 @@ class VELA_EXPORT HwTableConfig : public Orb::PtrInterface {
     if (!differs || run.mapped.empty()) return true;
     before();
     if (!later.run) return write(run, index, at, held);
-    later.run->add(*later.owner, *this, index);
+    auto* value = later.run->add(*later.owner, *this, index, run.mapped.size());
+    for (const Mapped& m : run.mapped) *value++ = {m.reg, held[m.word]};
+    states_[at].row = Row::lost;
     return true;
   }
   /// A run wrote the row's image, or failed to.

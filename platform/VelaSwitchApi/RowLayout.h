@@ -181,15 +181,15 @@ class RowWriter {
       tracePlace(row, way);
   }
 
-  /// Writes the low `count` bits of a number of up to 128 bits to the beginning of the row, in
-  /// whatever fields they are.
+  /// Writes the low `count` bits of a number of up to 128 bits to the beginning of the row, which
+  /// has room for all 128, in whatever fields they are.
   void setFirst(const U64 (&number)[2], U32 count) {
-    U64 held[2]{};
-    const std::size_t bytes = layout_.words() < 4 ? layout_.words() * sizeof(U32) : sizeof held;
-    std::memcpy(held, words_, bytes);
+    ORB_ASSERT(layout_.words() * sizeof(U32) >= sizeof number);
+    U64 held[2];
+    std::memcpy(held, words_, sizeof held);
     const U64 masks[2] = {ones(count), count > 64 ? ones(count - 64) : 0};
     for (std::size_t i = 0; i < 2; ++i) held[i] = (held[i] & ~masks[i]) | (number[i] & masks[i]);
-    std::memcpy(words_, held, bytes);
+    std::memcpy(words_, held, sizeof held);
     if (!traced_) [[likely]]
       return;
     for (const RowField& field : layout_.fields()) {

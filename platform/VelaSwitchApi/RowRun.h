@@ -34,9 +34,10 @@ class VELA_EXPORT RowRun {
   std::size_t size() const { return rows_.size(); }
   /// Which entry of a batch the next rows are for.
   void numberIs(std::size_t number) { number_ = static_cast<U32>(number); }
-  /// Adds a row whose image the table has taken over, and that is in no run yet. What hardware
-  /// holds there counts as unknown until it is written. The owner must be there until then.
-  void add(Owner& owner, HwTableConfig& table, HwIndex index);
+  /// Adds a row with what is to be written to its registers, which is in no run yet. The owner must
+  /// be there until it is written. The values are the caller's to fill in, before the next call.
+  RegisterBus::RegisterValue* add(Owner& owner, HwTableConfig& table, HwIndex index,
+                                  std::size_t values);
   /// Writes the rows, and tells their tables and owners.
   void flush();
 
@@ -50,7 +51,8 @@ class VELA_EXPORT RowRun {
   U32 number_ = 0;
   std::vector<RegisterBus::RowWrite> rows_;
   std::vector<Origin> origins_;  ///< Of the rows.
-  std::vector<RegisterBus::RegisterValue> values_;
+  std::vector<RegisterBus::RegisterValue> values_;  ///< Room; `used_` of them are those of rows.
+  std::size_t used_ = 0;
 };
 
 }  // namespace VelaSwitchApi
