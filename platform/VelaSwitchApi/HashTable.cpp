@@ -29,10 +29,6 @@ void HashTable::reactorTeardown() {
   if (profileConvertorPtr()) profileConvertor().swTableDel(this);
 }
 
-HashBaseCuckooEntry* HashTable::record(const HashItem& item) const {
-  return static_cast<HashBaseCuckooEntry*>(recordOf(entryOf(item)));
-}
-
 bool HashTable::entryHasByHashItem(const HashItem& item) const {
   return has(KeyRecord::desired, entryOf(item));
 }
@@ -164,12 +160,6 @@ void HashTable::entryReleaseByHashItem(const HashItem& item) {
   statusDel(*known);
 }
 
-bool HashTable::isCurrent(const HashBaseCuckooEntry& item) const {
-  const HashBaseCuckooEntry* known = record(item);
-  return known && known->has(KeyRecord::desired) &&
-         (known == &item || !known->has(KeyRecord::cached));
-}
-
 HashBaseCuckooEntry* HashTable::placedItem(const HashBaseCuckooEntry& item) const {
   if (!profileConvertorPtr()) return nullptr;
   for (const auto& placed : profileConvertor().physicalTable().equals(item)) {
@@ -268,9 +258,10 @@ void HashTable::program(HashBaseCuckooEntry& item) {
 /// Records what came of programming an item.
 void HashTable::programmed(HashBaseCuckooEntry& item) {
   // Whoever heard of other entries' statuses meanwhile may have withdrawn this one.
-  if (!isCurrent(item)) return;
+  HashBaseCuckooEntry* known = current(item);
+  if (!known) return;
   const EntryProgrammedStatus status = item.programmedStatus();
-  if (statusSupported()) statusIs(*record(item), status, item.lastHit());
+  if (statusSupported()) statusIs(*known, status, item.lastHit());
   if (status != EntryProgrammedStatus::programmed) {
     options_.trace(2, "Not programmed, ", status, ": ", KeyText{item});
   }

@@ -42,7 +42,10 @@ class VELA_EXPORT HashTable : public HashBaseTable {
   HashTable(std::string name, U8 tableIdx, U8 pipeline, const Options& options);
 
   /// The record of the item's key, or null.
-  HashBaseCuckooEntry* record(const HashItem& item) const;
+  HashBaseCuckooEntry* record(const HashItem& item) const {
+    const auto& entry = static_cast<const HashBaseCuckooEntry&>(item);
+    return static_cast<HashBaseCuckooEntry*>(recordOf(entry));
+  }
   /// The key's item, whose record is `record`, is cached from now on.
   HashBaseCuckooEntry& itemIs(HashBaseCuckooEntry& record);
   void itemDel(HashBaseCuckooEntry& record);
@@ -72,7 +75,14 @@ class VELA_EXPORT HashTable : public HashBaseTable {
  private:
   /// The item of the same key that the physical table has, or null.
   HashBaseCuckooEntry* placedItem(const HashBaseCuckooEntry& item) const;
-  bool isCurrent(const HashBaseCuckooEntry& item) const;
+  /// The record of the key that the item is programmed for, or null.
+  HashBaseCuckooEntry* current(const HashBaseCuckooEntry& item) const {
+    HashBaseCuckooEntry* known = record(item);
+    const bool is = known && known->has(KeyRecord::desired) &&
+                    (known == &item || !known->has(KeyRecord::cached));
+    return is ? known : nullptr;
+  }
+  bool isCurrent(const HashBaseCuckooEntry& item) const { return current(item) != nullptr; }
   void recordStatus(HashBaseCuckooEntry& item);
   void adopt(HashBaseCuckooEntry& item);
   HashBaseCuckooEntry& recordFor(const HashBaseCuckooEntry& item);

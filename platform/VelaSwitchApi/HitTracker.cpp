@@ -10,7 +10,8 @@ namespace VelaSwitchApi {
 
 void HitTracker::hitTableIs(HwTableId id, Orb::Ptr<HitBitTableConfig> table, U32 rows) {
   std::erase_if(tables_, [&](const Table& each) { return each.id == id; });
-  tables_.push_back({id, std::move(table), std::vector<Bit>(rows, Bit::open), {}});
+  const RowSet none{std::vector<U64>((rows + 63) / 64)};
+  tables_.push_back({id, std::move(table), rows, none, none, {}});
 }
 
 Orb::Ptr<HitBitTableConfig> HitTracker::hitTable(HwTableId id) const {
@@ -82,7 +83,9 @@ void HitTracker::swTableDel(const HashBaseTable* table) {
 
 void HitTracker::forget() {
   for (Table& table : tables_) {
-    std::fill(table.rows.begin(), table.rows.end(), Bit::open);
+    for (RowSet* rows : {&table.empty, &table.clear}) {
+      std::fill(rows->words.begin(), rows->words.end(), 0);
+    }
     table.formers.clear();
   }
 }
@@ -100,9 +103,13 @@ bool HitTracker::readBlock(Table& table, HwIndex index, Entries& hit) {
       hit.insert(hit.end(), formers->second.begin(), formers->second.end());
     }
   }
-  const auto end = std::min(first + table.bits->blockRows(), static_cast<U32>(table.rows.size()));
-  for (HwIndex row = first; row < end; ++row) {
-    if (table.rows[row] == Bit::empty) table.rows[row] = Bit::clear;
+  const auto end = std::min(first + table.bits->blockRows(), table.rows);
+  for (HwIndex row = first; row < end;) {
+    const HwIndex next = std::min(end, (row / 64 + 1) * 64);
+    const U64 mask = ~U64{0} >> (64 - (next - row)) << row % 64;
+    table.clear.words[row / 64] |= table.empty.words[row / 64] & mask;
+    table.empty.words[row / 64] &= ~mask;
+    row = next;
   }
   if (!table.formers.empty()) {
     table.formers.erase(table.formers.lower_bound(first), table.formers.lower_bound(end));
@@ -117,7 +124,7 @@ bool HitTracker::poll(HwTableId id, Entries& hit) {
   hit.insert(hit.end(), kept_.begin(), kept_.end());
   kept_.clear();
   bool good = true;
-  for (HwIndex first = 0; first < table->rows.size(); first += table->bits->blockRows()) {
+  for (HwIndex first = 0; first < table->rows; first += table->bits->blockRows()) {
     if (!readBlock(*table, first, hit)) good = false;
   }
   return good;

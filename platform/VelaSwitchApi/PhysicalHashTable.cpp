@@ -231,7 +231,10 @@ bool PhysicalHashTable::placePlainly(HashBaseCuckooEntry& entry) {
   pack(entry, *at, image);
   if (writeImage(hwIndex(*at), image, false)) {
     entry.status_ = Status::programmed;
-    if (!entry.placed()) adoptAt(entry, *at);
+    if (!entry.placed()) {
+      engine_.placedAt(entry, *at);
+      counted(entry, 1);
+    }
   } else if (!entry.placed()) {
     failedAt(entry, *at);
   } else {
@@ -278,7 +281,7 @@ void PhysicalHashTable::stage(HashBaseCuckooEntry& entry, RowRun& run) {
   for (const auto& table : hwTables_) writeTo(*table, index, image, !entry.valid(), &run);
   staged_.back().unwritten = static_cast<U32>(run.size() - before);
   // What lies in the row until now may have been hit: only then it is the entry's.
-  if (isNew) engine_.adopt(entry, *at);
+  if (isNew) engine_.placedAt(entry, *at);
 }
 
 /// A staged row was written, or could not be.
