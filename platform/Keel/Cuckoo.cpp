@@ -43,7 +43,7 @@ HashItem* Table::find(const HashItem& key) const {
   for (U8 way = 0; way < ways_; ++way) {
     const U32 slot = candidateSlot(key, way);
     // Equal keys have equal rows in every way; comparing those first spares most key comparisons.
-    if (rows_[slot] != key.rows_) continue;
+    if (rows_[slot] != rowsOf(key)) continue;
     HashItem* item = slots_[slot].get();
     if (item && item->isEqual(key)) return item;
   }
@@ -101,12 +101,12 @@ void Table::markClosed() {
 std::optional<CuckooLocation> Table::freeRow(const HashItem& item) const {
   if (item.hashedWays_ < ways_) hashAll(item);
   std::optional<CuckooLocation> free;
-  const Rows rows = item.rows_;
+  const Rows rows = rowsOf(item);
   for (U8 way = 0; way < ways_; ++way) {
     const U32 slot = candidateSlot(rows, way);
     const HashItem* there = slots_[slot].get();
     if (!there) {
-      if (!free) free = CuckooLocation{way, rows[way]};
+      if (!free) free = CuckooLocation{way, rowOf(rows, way)};
     } else if (rows_[slot] == rows && there->isEqual(item)) {
       return std::nullopt;
     }
@@ -188,7 +188,7 @@ SuccessionResult Table::succeed(HashItem& gone, RowWriter& writer) {
   // What was closed stays so when nothing but closed rows is behind all that moves: the same rows
   // are full again.
   const bool wasClosed = closed_[freed] == closings_;
-  bool stillClosed = wasClosed && leadsNowhereElse(next.item->rows_);
+  bool stillClosed = wasClosed && leadsNowhereElse(rowsOf(*next.item));
   for (U32 from = from_[freed]; stillClosed && from != noSlot; from = from_[from]) {
     stillClosed = leadsNowhereElse(rows_[from]);
   }
@@ -222,7 +222,7 @@ bool Table::hasRoom(const HashItem& item) {
 }
 
 /// Whether all rows of an item are closed.
-bool Table::leadsNowhereElse(const Rows& rows) const {
+bool Table::leadsNowhereElse(Rows rows) const {
   for (U8 way = 0; way < ways_; ++way) {
     if (closed_[candidateSlot(rows, way)] != closings_) return false;
   }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <bit>
 #include <optional>
 #include <span>
 #include <vector>
@@ -127,11 +128,14 @@ class VELA_EXPORT Table {
     return item.rows_[way];
   }
   void hashAll(const HashItem& item) const;
-  using Rows = std::array<U16, maxWays>;
+  /// An item's rows in one number, 16 bits for each way, the first one's lowest.
+  using Rows = U64;
+  static Rows rowsOf(const HashItem& item) { return std::bit_cast<Rows>(item.rows_); }
   U32 candidateSlot(const HashItem& item, U8 way) const {
     return way * rowsPerWay_ + rowOf(item, way);
   }
-  U32 candidateSlot(const Rows& rows, U8 way) const { return way * rowsPerWay_ + rows[way]; }
+  U32 candidateSlot(Rows rows, U8 way) const { return way * rowsPerWay_ + rowOf(rows, way); }
+  static U32 rowOf(Rows rows, U8 way) { return rows >> way * 16 & 0xffff; }
 
   enum class Search : U8 { pruned, whole };
   void searchBegin();
@@ -140,7 +144,7 @@ class VELA_EXPORT Table {
   bool reach(U32 slot, U32 from, Search kind);
   void put(HashItem& item, U32 slot) {
     slots_[slot] = &item;
-    rows_[slot] = item.rows_;
+    rows_[slot] = rowsOf(item);
     item.slot_ = slot;
     if (openings_.made()) openings_.add(*this, slot);
   }
@@ -153,7 +157,7 @@ class VELA_EXPORT Table {
   };
   Nearest nearestWaiting(std::span<const CuckooLocation> free);
   SuccessionResult letIn(const Nearest& next, RowWriter& writer);
-  bool leadsNowhereElse(const Rows& rows) const;
+  bool leadsNowhereElse(Rows rows) const;
 
   /// For rows that items could move to: those items, so that a search can go backwards. Made when
   /// the first item waits, and kept from then on.

@@ -47,7 +47,7 @@ class VELA_EXPORT HashItem : public Orb::PtrInterface {
   static constexpr U32 notPlaced = 0x80000000;
   static constexpr U32 unplaced = ~U32{0};
 
-  mutable std::array<U16, maxWays> rows_{};
+  alignas(8) mutable std::array<U16, maxWays> rows_{};
   mutable U8 hashedWays_ = 0;  ///< How many of rows_ are known.
   U32 slot_ = unplaced;        ///< The row, or with `notPlaced` the place among those that wait.
 };

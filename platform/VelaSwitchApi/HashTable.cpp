@@ -216,7 +216,8 @@ void HashTable::stage(KeyRecord& record) {
   if (!initialized()) return;
   auto& item = static_cast<HashBaseCuckooEntry&>(record);
   flagIs(item, KeyRecord::cached, true);
-  updateHashItem(item);
+  // The record is the item itself, with its key's result.
+  item.validIs(item.has(KeyRecord::desired));
   profileConvertor().physicalTable().stage(item, types().run());
 }
 

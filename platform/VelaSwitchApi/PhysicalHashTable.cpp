@@ -277,25 +277,22 @@ void PhysicalHashTable::stage(HashBaseCuckooEntry& entry, RowRun& run) {
     hits_.entryDel(entry);
     takeOut(entry);
   }
-  const std::size_t before = run.size();
   for (const auto& table : hwTables_) writeTo(*table, index, image, !entry.valid(), &run);
-  staged_.back().unwritten = static_cast<U32>(run.size() - before);
   // What lies in the row until now may have been hit: only then it is the entry's.
   if (isNew) engine_.placedAt(entry, *at);
 }
 
-/// A staged row was written, or could not be.
-void PhysicalHashTable::rowWritten(HwTableConfig& table, HwIndex index, bool good) {
-  // In the order in which they were staged; where hardware held the words already there is none.
-  while (staged_[written_].index != index) ++written_;
-  Staged& staged = staged_[written_];
-  if (good) --staged.unwritten;
-  hits_.rowChanged(table.descriptor().identity.id, index, good && !staged.entry->valid());
+/// A staged row could not be written.
+void PhysicalHashTable::rowWritten(HwTableConfig&, HwIndex index, bool) {
+  // In the order in which they were staged.
+  while (staged_[failed_].index != index) ++failed_;
+  staged_[failed_].failed = true;
 }
 
 void PhysicalHashTable::settleStaged() {
-  for (const auto& [entry, index, isNew, unwritten] : staged_) {
-    if (unwritten == 0) {
+  for (const auto& [entry, index, isNew, failed] : staged_) {
+    if (!entry->valid()) rowLeft(index, !failed);
+    if (!failed) {
       entry->status_ = entry->valid() ? Status::programmed : Status::notProgrammed;
       if (isNew) counted(*entry, 1);
       continue;
@@ -310,7 +307,14 @@ void PhysicalHashTable::settleStaged() {
     addOnce(stale.waits, entry.get());
   }
   staged_.clear();
-  written_ = 0;
+  failed_ = 0;
+}
+
+/// A staged row is empty now, or may hold what it held: until then it could be hit.
+void PhysicalHashTable::rowLeft(HwIndex index, bool empty) {
+  for (const auto& table : hwTables_) {
+    hits_.rowChanged(table->descriptor().identity.id, index, empty);
+  }
 }
 
 void PhysicalHashTable::placeNew(HashBaseCuckooEntry& entry) {

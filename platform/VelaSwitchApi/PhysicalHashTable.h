@@ -291,8 +291,8 @@ class VELA_EXPORT PhysicalHashTable : public Orb::PtrInterface,
   struct Staged {
     Orb::Ptr<HashBaseCuckooEntry> entry;
     HwIndex index;
-    bool isNew;         ///< It came into the row, rather than was there before or went.
-    U32 unwritten = 0;  ///< So many pipelines' rows are not written.
+    bool isNew;           ///< It came into the row, rather than was there before or went.
+    bool failed = false;  ///< Some pipeline's row could not be written.
   };
 
   bool hashItemWrite(Keel::Cuckoo::HashItem& item, Location location) override;
@@ -303,6 +303,7 @@ class VELA_EXPORT PhysicalHashTable : public Orb::PtrInterface,
   bool writeTo(HwTableConfig& table, HwIndex index, const U32* image, bool empty,
                RowRun* run = nullptr);
   void rowWritten(HwTableConfig& table, HwIndex index, bool good) override;
+  void rowLeft(HwIndex index, bool empty);
   void pack(const HashBaseCuckooEntry& entry, Location location, U32* image) const;
 
   void counted(const HashBaseCuckooEntry& entry, int change);
@@ -379,8 +380,8 @@ class VELA_EXPORT PhysicalHashTable : public Orb::PtrInterface,
   std::optional<Location> stageable_;  ///< The row of the entry that was found to be.
   /// In the order in which their rows were added to the run.
   std::vector<Staged> staged_;
-  std::size_t written_ = 0;  ///< The one whose row was written last.
-  Entries missing_;          ///< Entries that should be in hardware and are in no row.
+  std::size_t failed_ = 0;  ///< The one whose row failed last.
+  Entries missing_;         ///< Entries that should be in hardware and are in no row.
   bool revisiting_ = false;
   /// The entry that the operation under way wrote last: when the next write fails, its old row may
   /// still hold it.

@@ -26,7 +26,7 @@ void RowRun::flush() {
   for (std::size_t i = 0; i < rows_.size(); ++i) {
     const auto& [owner, table] = origins_[i];
     table->entryWritten(rows_[i].index, rows_[i].written);
-    owner->rowWritten(*table, rows_[i].index, rows_[i].written);
+    if (!rows_[i].written) owner->rowWritten(*table, rows_[i].index, false);
   }
   rows_.clear();
   origins_.clear();

@@ -12,7 +12,7 @@ class HwTableConfig;
 /// written, whatever becomes of the others: so none of them may need another one written first.
 class VELA_EXPORT RowRun {
  public:
-  /// Who added a row hears how it went.
+  /// Who added a row hears of it when it could not be written, and of no other.
   class Owner {
    public:
     virtual void rowWritten(HwTableConfig& table, HwIndex index, bool good) = 0;
