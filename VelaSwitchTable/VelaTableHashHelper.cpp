@@ -14,7 +14,8 @@ void VelaTableHashHelper::doInit() {
   null_ = makeNullEntry();
 }
 
-void VelaTableHashHelper::setStaticBuffer(CuckooLocation location, U8* image) const {
+[[gnu::flatten]] void VelaTableHashHelper::setStaticBuffer(CuckooLocation location,
+                                                           U8* image) const {
   ORB_ASSERT_TEXT(swTable(), "swTable()");
   RowWriter(layout_, image, traces_.handle, "setStaticBuffer").setPlace(location.row, location.way);
 }

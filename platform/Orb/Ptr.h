@@ -83,7 +83,8 @@ class Ptr {
   template <class U>
   requires std::convertible_to<U*, T*> Ptr(const Ptr<U>& other) : Ptr(other.get()) {}
   template <class U>
-  requires std::convertible_to<U*, T*> Ptr(Ptr<U>&& other) noexcept : object_(other.release()) {}
+  requires std::convertible_to<U*, T*> Ptr(Ptr<U>&& other)
+  noexcept : object_(other.release()) {}
   ~Ptr() {
     if (object_) object_->referenceDel();
   }

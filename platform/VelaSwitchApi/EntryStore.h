@@ -271,8 +271,8 @@ class EntryStore {
   const Record* find(const Key& key) const { return find(key, entryTag(key)); }
   /// The same when the key's hash is known.
   const Record* find(const Key& key, U32 tag) const {
-    return static_cast<const Record*>(records_.findRecord(
-        tag, [&](const KeyRecord& record) { return of(record).key() == key; }));
+    return static_cast<const Record*>(
+        records_.findRecord(tag, [&](const KeyRecord& record) { return of(record).key() == key; }));
   }
   /// Which key and result a record of the table is for.
   static const Record& of(const KeyRecord& record) { return static_cast<const Record&>(record); }

@@ -117,18 +117,17 @@ void HashTable::itemDel(HashBaseCuckooEntry& record) {
   flagIs(record, KeyRecord::cached, false);
 }
 
-HashBaseCuckooEntry& HashTable::itemIs(HashBaseCuckooEntry& record) {
-  if (!record.has(KeyRecord::cached) && itemsLost_) {
-    HashBaseCuckooEntry* placed = placedItem(record);
-    if (placed && placed != &record) {
-      if (record.has(KeyRecord::desired)) placed->resultIsOf(&record);
-      adopt(*placed);
-      flagIs(*placed, KeyRecord::cached, true);
-      return *placed;
-    }
+/// The item may be another one, which was dropped.
+HashBaseCuckooEntry& HashTable::foundItemIs(HashBaseCuckooEntry& record) {
+  HashBaseCuckooEntry* item = placedItem(record);
+  if (!item || item == &record) {
+    item = &record;
+  } else {
+    if (record.has(KeyRecord::desired)) item->resultIsOf(&record);
+    adopt(*item);
   }
-  flagIs(record, KeyRecord::cached, true);
-  return record;
+  flagIs(*item, KeyRecord::cached, true);
+  return *item;
 }
 
 void HashTable::entryStatusIsByHashItem(HashItem& hashItem) {

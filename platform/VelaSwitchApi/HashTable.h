@@ -47,7 +47,12 @@ class VELA_EXPORT HashTable : public HashBaseTable {
     return static_cast<HashBaseCuckooEntry*>(recordOf(entry));
   }
   /// The key's item, whose record is `record`, is cached from now on.
-  HashBaseCuckooEntry& itemIs(HashBaseCuckooEntry& record);
+  HashBaseCuckooEntry& itemIs(HashBaseCuckooEntry& record) {
+    if (itemsLost_ && !record.has(KeyRecord::cached)) [[unlikely]]
+      return foundItemIs(record);
+    flagIs(record, KeyRecord::cached, true);
+    return record;
+  }
   void itemDel(HashBaseCuckooEntry& record);
   /// Brings a key that was handled once more into hardware: its item, made current.
   void programRecord(HashBaseCuckooEntry& record);
@@ -73,6 +78,7 @@ class VELA_EXPORT HashTable : public HashBaseTable {
   void settle(KeyRecord& record) override;
 
  private:
+  HashBaseCuckooEntry& foundItemIs(HashBaseCuckooEntry& record);
   /// The item of the same key that the physical table has, or null.
   HashBaseCuckooEntry* placedItem(const HashBaseCuckooEntry& item) const;
   /// The record of the key that the item is programmed for, or null.

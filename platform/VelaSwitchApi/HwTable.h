@@ -229,9 +229,7 @@ class VELA_EXPORT HwTableConfig : public Orb::PtrInterface {
     return true;
   }
   /// A run wrote the row's image, or failed to.
-  void entryWritten(HwIndex index, bool good) {
-    entryWrittenAt(position(index), good);
-  }
+  void entryWritten(HwIndex index, bool good) { entryWrittenAt(position(index), good); }
   /// Reads the row from hardware into the image, trying again a few times before it reports a
   /// failure; words without a register keep what they held when the mapped ones are unchanged, and
   /// become 0 otherwise.
@@ -253,9 +251,7 @@ class VELA_EXPORT HwTableConfig : public Orb::PtrInterface {
   U32* image(HwIndex index) { return &images_[imageAt(index)]; }
 
   /// Whether the words with a register are the same, static bits aside.
-  bool same(HwIndex index, const U32* a, const U32* b) const {
-    return same(run(index), a, b);
-  }
+  bool same(HwIndex index, const U32* a, const U32* b) const { return same(run(index), a, b); }
   /// The bits in which the row's image differs from `expected`, in words with a register and
   /// without the static bits.
   std::array<U32, maxRowWords> differentBits(HwIndex index, const U32* expected) const;
@@ -280,9 +276,7 @@ class VELA_EXPORT HwTableConfig : public Orb::PtrInterface {
     ORB_ASSERT(index >= descriptor_->first && index <= descriptor_->last);
     return index - descriptor_->first;
   }
-  std::size_t imageAt(HwIndex index) const {
-    return std::size_t{position(index)} * rowWords_;
-  }
+  std::size_t imageAt(HwIndex index) const { return std::size_t{position(index)} * rowWords_; }
 
   struct Run {
     HwIndex first;

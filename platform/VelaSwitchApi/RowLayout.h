@@ -53,10 +53,12 @@ class VELA_EXPORT RowLayout {
  public:
   /// Where a field lies in the image's words; worked out once, for the packer.
   struct Place {
-    U64 mask = 0;       ///< The field's width in ones; 0 for a field that cannot be set at once.
-    U8 word = 0;        ///< The word in which the field begins.
-    U8 offset = 0;      ///< The bit of that word.
-    bool tail = false;  ///< Whether the field goes on into the next word.
+    U64 mask = 0;        ///< The field's width in ones; 0 for a field that cannot be set at once.
+    U32 others = ~0u;    ///< The bits of its first word that are not the field's.
+    U8 word = 0;         ///< The word in which the field begins.
+    U8 offset = 0;       ///< The bit of that word.
+    bool tail = false;   ///< Whether the field goes on into the next word.
+    bool plain = false;  ///< Whether it can be set at once, in one word.
 
     constexpr Place() = default;
     constexpr explicit Place(const RowField& field) {
@@ -65,6 +67,8 @@ class VELA_EXPORT RowLayout {
       word = static_cast<U8>(field.first / 32);
       offset = static_cast<U8>(field.first % 32);
       tail = field.first % 32 + field.width > 32;
+      others = ~static_cast<U32>(mask << offset);
+      plain = !tail;
     }
   };
 
@@ -149,7 +153,10 @@ class RowWriter {
   template <class Id>
   [[gnu::always_inline]] void set(Id field, U64 value) {
     const RowLayout::Place& at = places_[static_cast<std::size_t>(field)];
-    setAt(at, value);
+    setBeginning(at, value & at.mask);
+    if (at.plain && !traced_) [[likely]]
+      return;
+    if (at.tail) setTail(at, value & at.mask);
     if (at.mask == 0 || traced_) [[unlikely]]
       wasSet(layout_[field], value & at.mask);
   }
@@ -182,14 +189,11 @@ class RowWriter {
   }
 
   /// Writes the low `count` bits of a number of up to 128 bits to the beginning of the row, which
-  /// has room for all 128, in whatever fields they are.
+  /// has room for 64 or 128, in whatever fields they are.
   void setFirst(const U64 (&number)[2], U32 count) {
-    ORB_ASSERT(layout_.words() * sizeof(U32) >= sizeof number);
-    U64 held[2];
-    std::memcpy(held, words_, sizeof held);
-    const U64 masks[2] = {ones(count), count > 64 ? ones(count - 64) : 0};
-    for (std::size_t i = 0; i < 2; ++i) held[i] = (held[i] & ~masks[i]) | (number[i] & masks[i]);
-    std::memcpy(words_, held, sizeof held);
+    ORB_ASSERT(layout_.words() >= (count > 64 ? 4 : 2));
+    setHalf(words_, number[0], count);
+    if (count > 64) setHalf(words_ + 2, number[1], count - 64);
     if (!traced_) [[likely]]
       return;
     for (const RowField& field : layout_.fields()) {
@@ -203,10 +207,8 @@ class RowWriter {
  protected:
   /// A place without a mask keeps what it has.
   [[gnu::always_inline]] void setAt(const RowLayout::Place& at, U64 value) {
-    value &= at.mask;
-    U32* word = words_ + at.word;
-    *word = static_cast<U32>((*word & ~(at.mask << at.offset)) | value << at.offset);
-    if (at.tail) setTail(word + 1, at.mask >> (32 - at.offset), value >> (32 - at.offset));
+    setBeginning(at, value & at.mask);
+    if (at.tail) setTail(at, value & at.mask);
   }
   bool traced() const { return traced_; }
   [[gnu::cold, gnu::noinline]] void traceField(const RowField& field, U64 value) const {
@@ -229,9 +231,22 @@ class RowWriter {
   }
 
  private:
-  static U64 ones(U32 count) { return count >= 64 ? ~U64{0} : (U64{1} << count) - 1; }
+  static void setHalf(U32* words, U64 number, U32 count) {
+    U64 held;
+    std::memcpy(&held, words, sizeof held);
+    const U64 mask = count >= 64 ? ~U64{0} : (U64{1} << count) - 1;
+    held = (held & ~mask) | (number & mask);
+    std::memcpy(words, &held, sizeof held);
+  }
+  [[gnu::always_inline]] void setBeginning(const RowLayout::Place& at, U64 value) {
+    U32& word = words_[at.word];
+    word = (word & at.others) | static_cast<U32>(value << at.offset);
+  }
   /// The parts of a field behind its first word; a field has at most 63 bits, so there are two.
-  static void setTail(U32* word, U64 mask, U64 value) {
+  void setTail(const RowLayout::Place& at, U64 fieldValue) {
+    U32* word = words_ + at.word + 1;
+    const U64 mask = at.mask >> (32 - at.offset);
+    const U64 value = fieldValue >> (32 - at.offset);
     word[0] = static_cast<U32>((word[0] & ~mask) | value);
     if (mask >> 32 != 0) word[1] = static_cast<U32>((word[1] & ~(mask >> 32)) | value >> 32);
   }

@@ -50,7 +50,7 @@ class VELA_EXPORT RowRun {
   RegisterBus& bus_;
   U32 number_ = 0;
   std::vector<RegisterBus::RowWrite> rows_;
-  std::vector<Origin> origins_;  ///< Of the rows.
+  std::vector<Origin> origins_;                     ///< Of the rows.
   std::vector<RegisterBus::RegisterValue> values_;  ///< Room; `used_` of them are those of rows.
   std::size_t used_ = 0;
 };
