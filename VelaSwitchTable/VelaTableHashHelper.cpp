@@ -14,8 +14,7 @@ void VelaTableHashHelper::doInit() {
   null_ = makeNullEntry();
 }
 
-[[gnu::flatten]] void VelaTableHashHelper::setStaticBuffer(CuckooLocation location,
-                                                           U8* image) const {
+void VelaTableHashHelper::setStaticBuffer(CuckooLocation location, U8* image) const {
   ORB_ASSERT_TEXT(swTable(), "swTable()");
   RowWriter(layout_, image, traces_.handle, "setStaticBuffer").setPlace(location.row, location.way);
 }
@@ -24,8 +23,7 @@ void VelaTableHashHelper::setEmptyImage(CuckooLocation location, U32* image) con
   // A trace tells of each field.
   if (!empty_ || traces_.handle.enabled(9)) return HashBaseHelper::setEmptyImage(location, image);
   std::copy(empty_->begin(), empty_->end(), image);
-  RowWriter(layout_, reinterpret_cast<U8*>(image), traces_.handle, "setStaticBuffer")
-      .setPlace(location.row, location.way);
+  VelaTableHashHelper::setStaticBuffer(location, reinterpret_cast<U8*>(image));
 }
 
 void VelaTableHashHelper::compareEmptyRows(bool alike) {

@@ -103,6 +103,8 @@ void PhysicalHashTableConvertor::audit(const HwTables& tables) {
       });
     }
   }
+  std::vector<std::pair<HwTableId, HwTableConfig*>> compared;
+  for (const auto& [id, table] : tables) compared.emplace_back(id, table.get());
   const bool last = tables.contains(hwTables().rbegin()->first);
   std::vector<AuditFinding> found;
   constexpr HwIndex ahead = 8;
@@ -112,7 +114,7 @@ void PhysicalHashTableConvertor::audit(const HwTables& tables) {
     const HashBaseCuckooEntry* entry = physical_->entryAt(index);
     if (!entry && swTables() > 1 && physical_->owner(index) != swTable()) continue;
     physical_->expectedImage(index, expected);
-    for (const auto& [id, table] : tables) {
+    for (const auto& [id, table] : compared) {
       if (!unread.empty() && unread.contains({id, index})) {
         found.push_back({AuditFinding::Kind::unreadable, id, index});
       } else if (!table->same(index, expected, table->image(index))) {

@@ -109,21 +109,23 @@ RegisterBus::Read HwTableConfig::readEntry(HwIndex index) {
 }
 
 bool HwTableConfig::entryRead(const RegisterBus::RowRead& row) {
-  Row& state = states_[position(row.index)].row;
+  const U32 at = position(row.index);
+  Row& state = states_[at].row;
   const Row before = state;
   if (row.read == RegisterBus::Read::failed) {
     if (before == Row::unknown) state = Row::unread;
     return before == Row::unread;
   }
   state = row.read == RegisterBus::Read::held ? Row::held : Row::absent;
-  U32* held = image(row.index);
+  U32* held = &images_[std::size_t{at} * rowWords_];
+  const auto& mapped = run(row.index).mapped;
   const auto* value = row.values.data();
   U32 changed = 0;
-  for (const Mapped& m : mapped(row.index)) changed |= (value++)->value ^ held[m.word];
+  for (const Mapped& m : mapped) changed |= (value++)->value ^ held[m.word];
   if (before == Row::held && state == Row::held && changed == 0) return false;
   std::fill_n(held, descriptor_->rowWords, 0);
   value = row.values.data();
-  for (const Mapped& m : mapped(row.index)) held[m.word] = (value++)->value;
+  for (const Mapped& m : mapped) held[m.word] = (value++)->value;
   return before == Row::unread;
 }
 

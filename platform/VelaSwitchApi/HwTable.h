@@ -250,6 +250,13 @@ class VELA_EXPORT HwTableConfig : public Orb::PtrInterface {
   const U32* image(HwIndex index) const { return &images_[imageAt(index)]; }
   U32* image(HwIndex index) { return &images_[imageAt(index)]; }
 
+  /// The row is written soon.
+  void soon(HwIndex index) const {
+    const U32 at = position(index);
+    __builtin_prefetch(&images_[std::size_t{at} * rowWords_], 1);
+    __builtin_prefetch(&states_[at], 1);
+  }
+
   /// Whether the words with a register are the same, static bits aside.
   bool same(HwIndex index, const U32* a, const U32* b) const { return same(run(index), a, b); }
   /// The bits in which the row's image differs from `expected`, in words with a register and

@@ -214,14 +214,21 @@ bool PhysicalHashTable::writeEmpty(HwIndex index, bool entrys) {
 }
 
 /// The row that an entry is written to, or that it leaves to nobody, where nothing else is
-/// concerned.
+/// concerned. It is on its way when this returns.
 std::optional<PhysicalHashTable::Location> PhysicalHashTable::plainRow(
     const HashBaseCuckooEntry& entry, bool desired) const {
   if (!plain()) return std::nullopt;
-  if (!entry.placed()) return desired ? engine_.freeRow(entry) : std::nullopt;
-  const Location at = engine_.location(entry);
-  const bool goes = engine_.at(at) == &entry && engine_.waiting().empty();
-  return desired || goes ? std::optional(at) : std::nullopt;
+  std::optional<Location> row;
+  if (entry.placed()) {
+    row = engine_.location(entry);
+    if (!desired && (engine_.at(*row) != &entry || !engine_.waiting().empty())) row.reset();
+  } else if (desired) {
+    row = engine_.freeRow(entry);
+  }
+  if (row) {
+    for (const auto& table : hwTables_) table->soon(hwIndex(*row));
+  }
+  return row;
 }
 
 bool PhysicalHashTable::placePlainly(HashBaseCuckooEntry& entry) {
