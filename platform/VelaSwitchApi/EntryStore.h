@@ -42,11 +42,14 @@ class EntryStore {
 
   /// Announces an entry. When an equal one is there nothing happens. Returns whether it changed.
   bool entryIs(const Key& key, const Result& result) {
+    Record* record = recordOf(key);
+    if (record && isThere(*record, result)) return false;
     checkEntry(key, result);
-    return announceOne(key, recordIs(key), result);
+    return announceOne(key, record ? *record : newRecordIs(key), result);
   }
   /// The same of a key whose record is known to the caller, who holds on to it.
   bool entryIs(Record& record, const Result& result) {
+    if (isThere(record, result)) return false;
     checkEntry(record.key(), result);
     return announceOne(record.key(), record, result);
   }
@@ -333,6 +336,11 @@ class EntryStore {
   friend EntriesView<EntryStore>;
   friend EntriesView<const EntryStore>;
 
+  /// Whether announcing the entry changes nothing at all. It was checked when it was announced.
+  static bool isThere(const Record& record, const Result& result) {
+    return record.has(KeyRecord::desired) && !record.has(KeyRecord::unclaimed) &&
+           sameEntry(record.result(), result);
+  }
   bool announceOne(const Key& key, Record& record, const Result& result) {
     const Change change = announce(record, result);
     if (change.changed) handleRecord(key, record);
