@@ -177,26 +177,28 @@ template <class Wanted>
 U32 RouteEntries::count(LpmRoutes::Flag flag, const Wanted& wanted) const {
   U32 count = 0;
   writer_.routes().forEachRoute(flag, [&](const LpmRoutes& routes, U32 node) {
-    if (wanted(routes.routeOf(node))) ++count;
+    if (wanted(routes, node, writer_.routes().statusOf(routes, node).status)) ++count;
   });
   return count;
 }
 
 U32 RouteEntries::programmed() const {
-  return count(LpmRoutes::stated, [&](const Key& key) {
-    return writer_.routes().entryStatus(key)->status == EntryProgrammedStatus::programmed &&
-           !writer_.unclaimed(key);
+  return count(LpmRoutes::stated, [](const LpmRoutes& routes, U32 node, auto status) {
+    return status == EntryProgrammedStatus::programmed && !routes.has(LpmRoutes::unclaimed, node);
   });
 }
 
 U32 RouteEntries::waiting() const {
-  return count(LpmRoutes::stated,
-               [&](const Key& key) { return statusOf(key) == EntryProgrammedStatus::tableFull; });
+  return count(LpmRoutes::stated, [](const LpmRoutes&, U32, auto status) {
+    return status == EntryProgrammedStatus::tableFull;
+  });
 }
 
 U32 RouteEntries::refused() const {
-  return count(LpmRoutes::noted,
-               [&](const Key& key) { return statusOf(key) != EntryProgrammedStatus::programmed; });
+  return count(LpmRoutes::noted, [&](const LpmRoutes& routes, U32 node, auto status) {
+    return status != EntryProgrammedStatus::programmed || !routes.has(LpmRoutes::stated, node) ||
+           writer_.marked(routes.routeOf(node));
+  });
 }
 
 U64 RouteEntries::moves() const {
