@@ -98,7 +98,7 @@ void Routes::announceAll(std::size_t count, const RouteAt& routeAt, BatchListene
 }
 
 std::vector<EntryOutcome> Routes::announceAll(std::span<const std::pair<Key, Nexthop>> routes) {
-  VelaSwitchApi::EntryOutcomes outcomes;
+  VelaSwitchApi::EntryOutcomes outcomes(routes.size());
   announceAll(
       routes.size(),
       [&](std::size_t number) { return Route(routes[number].first, routes[number].second); },
@@ -149,24 +149,27 @@ template <class Wanted>
 U32 Routes::count(LpmRoutes::Flag flag, const Wanted& wanted) const {
   U32 count = 0;
   writer_.routes().forEachRoute(flag, [&](const LpmRoutes& routes, U32 node) {
-    if (wanted(routes.routeOf(node))) ++count;
+    if (wanted(routes, node, writer_.routes().statusOf(routes, node).status)) ++count;
   });
   return count;
 }
 
 U32 Routes::programmed() const {
-  return count(LpmRoutes::stated, [&](const Key& key) {
-    return writer_.routes().entryStatus(key)->status == Status::programmed &&
-           !writer_.unclaimed(key);
+  return count(LpmRoutes::stated, [](const LpmRoutes& routes, U32 node, Status status) {
+    return status == Status::programmed && !routes.has(LpmRoutes::unclaimed, node);
   });
 }
 
 U32 Routes::waiting() const {
-  return count(LpmRoutes::stated, [&](const Key& key) { return status(key) == Status::tableFull; });
+  return count(LpmRoutes::stated,
+               [](const LpmRoutes&, U32, Status status) { return status == Status::tableFull; });
 }
 
 U32 Routes::refused() const {
-  return count(LpmRoutes::noted, [&](const Key& key) { return status(key) != Status::programmed; });
+  return count(LpmRoutes::noted, [&](const LpmRoutes& routes, U32 node, Status status) {
+    return status != Status::programmed || !routes.has(LpmRoutes::stated, node) ||
+           writer_.marked(routes.routeOf(node));
+  });
 }
 
 U32 Routes::reconcile(const std::function<void(const Key&)>& removing) {

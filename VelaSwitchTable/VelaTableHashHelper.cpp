@@ -23,8 +23,7 @@ void VelaTableHashHelper::setEmptyImage(CuckooLocation location, U32* image) con
   // A trace tells of each field.
   if (!empty_ || traces_.handle.enabled(9)) return HashBaseHelper::setEmptyImage(location, image);
   std::copy(empty_->begin(), empty_->end(), image);
-  RowWriter(layout_, reinterpret_cast<U8*>(image), traces_.handle, "setStaticBuffer")
-      .setPlace(location.row, location.way);
+  VelaTableHashHelper::setStaticBuffer(location, reinterpret_cast<U8*>(image));
 }
 
 void VelaTableHashHelper::compareEmptyRows(bool alike) {

@@ -24,7 +24,7 @@ class VELA_EXPORT VelaTableHashHelper : public VelaSwitchApi::HashBaseHelper {
   /// Builds the row layout and the entry that stands for an empty row.
   void doInit() override;
   /// Writes the fields `row` and `way`, and those that hold the same in every row.
-  void setStaticBuffer(CuckooLocation location, U8* image) const override;
+  [[gnu::flatten]] void setStaticBuffer(CuckooLocation location, U8* image) const override;
   Orb::Ptr<HashBaseCuckooEntry> nullHashEntry() const override { return null_; }
   void setEmptyImage(CuckooLocation location, U32* image) const override;
   Orb::Ptr<HashBaseCuckooEntry> decodeHwEntry(HwIndex index) const override;

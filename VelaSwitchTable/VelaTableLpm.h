@@ -84,6 +84,7 @@ class VELA_EXPORT LpmTable final : public Orb::PtrInterface {
   void forEachKey(const Visitor& visit) const {
     index_.forEach([&](const void* each) { visit(*static_cast<const LpmRoutes*>(each)); });
   }
+  LpmStatus statusOf(const LpmRoutes& routes, U32 node) const;
   /// Told by the levels: the status of a route changed, or of all in the tree of a key.
   void handleStatus(const Key& route);
   void handleStatuses(const Key& given);
@@ -104,7 +105,6 @@ class VELA_EXPORT LpmTable final : public Orb::PtrInterface {
   void store(LpmRoutes& routes, U32 node, const LpmResult& result);
   void dropUnknown(const Key& key);
   LpmResult resultOf(const LpmRoutes& routes, U32 node) const;
-  LpmStatus statusOf(const LpmRoutes& routes, U32 node) const;
 
   std::string name_;
   Orb::RecordIndex index_;

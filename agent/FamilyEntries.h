@@ -82,8 +82,9 @@ class EntriesOf : public Base {
   }
   void entriesAre(std::span<const Entries::Announcement> all,
                   VelaSwitchApi::BatchListener& listener) override {
+    const auto keyAt = [&](std::size_t number) -> const Key& { return all[number].key.as<Key>(); };
     const auto entryAt = [&](std::size_t number) {
-      const Key& key = all[number].key.as<Key>();
+      const Key& key = keyAt(number);
       const Announced& result = all[number].result.as<Announced>();
       if constexpr (requires { table_->entryOf(key, result); }) {
         return std::pair(key, table_->entryOf(key, result));
@@ -91,7 +92,7 @@ class EntriesOf : public Base {
         return std::pair<const Key&, const Announced&>(key, result);
       }
     };
-    table_->entriesAre(all.size(), entryAt, listener);
+    table_->entriesAre(all.size(), keyAt, entryAt, listener);
   }
   bool entryDel(AnyRef key) override { return table_->entryDel(key.as<Key>()); }
   void handleEntry(AnyRef key) override { table_->handleEntry(key.as<Key>()); }

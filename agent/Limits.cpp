@@ -44,10 +44,15 @@ bool isNumber(Kind kind) {
   return kind == Kind::flag || kind == Kind::number || kind == Kind::mask;
 }
 
-void cutNumber(std::string_view name, AnyRef value, unsigned bits, std::vector<std::string>& cuts) {
-  if (bits >= 64) return;
+template <class Bits>
+void cutNumber(std::string_view name, AnyRef value, const Bits& bitsOf,
+               std::vector<std::string>& cuts) {
   const Shape& shape = *value.shape;
   const U64 number = shape.number(value.value);
+  // Most are, and need no look at the row.
+  if (number == 0) return;
+  const unsigned bits = bitsOf();
+  if (bits >= 64) return;
   const U64 cut = number & ((U64{1} << bits) - 1);
   if (cut == number) return;
   // A number that stands for none is not cut: hardware has it in as many bits as there are.
@@ -72,10 +77,10 @@ void cutField(const FieldShape& field, const void* value, const FieldBits& bitsO
     }
   } else if (shape.kind == Kind::map) {
     shape.forEach(value, [&](U64 pipe, const void* each) {
-      cutNumber(Orb::text(field.name, "[", pipe, "]"), {*shape.element, each}, bits(), cuts);
+      cutNumber(Orb::text(field.name, "[", pipe, "]"), {*shape.element, each}, bits, cuts);
     });
   } else if (isNumber(shape.kind)) {
-    cutNumber(field.name, {shape, value}, bits(), cuts);
+    cutNumber(field.name, {shape, value}, bits, cuts);
   }
 }
 

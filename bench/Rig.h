@@ -51,6 +51,9 @@ class MemoryBus final : public VelaSwitchApi::RegisterBus {
     wait();
     return true;
   }
+  void rowsAre(std::span<RowWrite> rows) override {
+    for (RowWrite& row : rows) row.written = MemoryBus::rowIs(row.table, row.index, row.writes);
+  }
   Read row(TableHandle handle, HwIndex index, std::span<RegisterValue> values) override {
     const Table& table = tables_[handle];
     wait();

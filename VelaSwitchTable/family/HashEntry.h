@@ -123,7 +123,8 @@ class VELA_EXPORT HashFamilyEntry
 
   /// An entry of no table.
   explicit HashFamilyEntry(const Key& key) : HashFamilyEntry(nullptr, key) {}
-  HashFamilyEntry(VelaSwitchApi::HashBaseTable* table, const Key& key) : Record(key, table) {
+  [[gnu::flatten]] HashFamilyEntry(VelaSwitchApi::HashBaseTable* table, const Key& key)
+      : Record(key, table) {
     const KeyBits packed = packedKey<F>(key);
     std::copy_n(packed.words(), 2, packed_);
     packedBits_ = packed.bits();

@@ -28,8 +28,8 @@ class VELA_EXPORT HashFamilyHelperBase : public VelaTableHashHelper {
     checkRows(*sample());
     compareEmptyRows(!requires { &F::packMore; });
   }
-  void setHwBuffer(const HashBaseCuckooEntry& entry, CuckooLocation location,
-                   U8* image) const override {
+  [[gnu::flatten]] void setHwBuffer(const HashBaseCuckooEntry& entry, CuckooLocation location,
+                                    U8* image) const override {
     ORB_ASSERT_TEXT(swTable(), "swTable()");
     const Entry& packed = static_cast<const Entry&>(entry);
     RowWriterOf<F> row(layout(), image, "setHwBuffer");

@@ -21,7 +21,7 @@ Table::Table(U32 rowsPerWay, U8 ways)
   ORB_ASSERT(rowsPerWay >= 1 && rowsPerWay <= 65536);
   ORB_ASSERT(ways >= 1 && ways <= maxWays);
   slots_.resize(capacity());
-  folds_.resize(capacity());
+  rows_.resize(capacity());
   reached_.resize(capacity());
   from_.resize(capacity());
   seen_.resize(capacity());
@@ -40,22 +40,14 @@ void Table::hashAll(const HashItem& item) const {
 
 HashItem* Table::find(const HashItem& key) const {
   rowOf(key, 0);
-  const U16 rows = fold(key);
   for (U8 way = 0; way < ways_; ++way) {
     const U32 slot = candidateSlot(key, way);
     // Equal keys have equal rows in every way; comparing those first spares most key comparisons.
-    if (folds_[slot] != rows) continue;
+    if (rows_[slot] != rowsOf(key)) continue;
     HashItem* item = slots_[slot].get();
-    if (item && item->rows_ == key.rows_ && item->isEqual(key)) return item;
+    if (item && item->isEqual(key)) return item;
   }
   return nullptr;
-}
-
-void Table::put(HashItem& item, U32 slot) {
-  slots_[slot] = &item;
-  folds_[slot] = fold(item);
-  item.slot_ = slot;
-  if (openings_.made()) openings_.add(*this, slot);
 }
 
 void Table::take(U32 slot) {
@@ -93,7 +85,7 @@ void Table::searchBegin() {
 U32 Table::searchFurther(Search kind) {
   for (U32 next = 0; next < reachedCount_; ++next) {
     const U32 from = reached_[next];
-    const HashItem& mover = *slots_[from];
+    const Rows mover = rows_[from];
     for (U8 way = 0; way < ways_; ++way) {
       const U32 slot = candidateSlot(mover, way);
       if (reach(slot, from, kind)) return slot;
@@ -109,17 +101,18 @@ void Table::markClosed() {
 std::optional<CuckooLocation> Table::freeRow(const HashItem& item) const {
   if (item.hashedWays_ < ways_) hashAll(item);
   std::optional<CuckooLocation> free;
-  const Orb::Ptr<HashItem>* rows = slots_.data();
-  for (U8 way = 0; way < ways_; ++way, rows += rowsPerWay_) {
-    const U16 row = item.rows_[way];
-    const HashItem* there = rows[row].get();
+  const Rows rows = rowsOf(item);
+  for (U8 way = 0; way < ways_; ++way) {
+    const U32 slot = candidateSlot(rows, way);
+    const HashItem* there = slots_[slot].get();
     if (!there) {
-      if (!free) free = CuckooLocation{way, row};
-    } else if (there->rows_ == item.rows_ && there->isEqual(item)) {
+      if (!free) free = CuckooLocation{way, rowOf(rows, way)};
+    } else if (rows_[slot] == rows && there->isEqual(item)) {
       return std::nullopt;
     }
   }
-  return item.waits() || findWaiting(item) ? std::nullopt : free;
+  if (!waiting_.empty() && (item.waits() || findWaiting(item))) return std::nullopt;
+  return free;
 }
 
 InsertResult Table::insert(HashItem& item, RowWriter& writer) {
@@ -195,9 +188,9 @@ SuccessionResult Table::succeed(HashItem& gone, RowWriter& writer) {
   // What was closed stays so when nothing but closed rows is behind all that moves: the same rows
   // are full again.
   const bool wasClosed = closed_[freed] == closings_;
-  bool stillClosed = wasClosed && leadsNowhereElse(*next.item);
+  bool stillClosed = wasClosed && leadsNowhereElse(rowsOf(*next.item));
   for (U32 from = from_[freed]; stillClosed && from != noSlot; from = from_[from]) {
-    stillClosed = leadsNowhereElse(*slots_[from]);
+    stillClosed = leadsNowhereElse(rows_[from]);
   }
   const Orb::Ptr<HashItem> keep(&gone);
   take(freed);
@@ -228,10 +221,10 @@ bool Table::hasRoom(const HashItem& item) {
   return false;
 }
 
-/// Whether all rows of the item are closed.
-bool Table::leadsNowhereElse(const HashItem& item) const {
+/// Whether all rows of an item are closed.
+bool Table::leadsNowhereElse(Rows rows) const {
   for (U8 way = 0; way < ways_; ++way) {
-    if (closed_[candidateSlot(item, way)] != closings_) return false;
+    if (closed_[candidateSlot(rows, way)] != closings_) return false;
   }
   return true;
 }
@@ -292,7 +285,7 @@ void Table::Openings::make(const Table& table) {
 
 void Table::Openings::add(const Table& table, U32 slot) {
   for (U8 way = 0; way < table.ways_; ++way) {
-    const U32 to = table.candidateSlot(*table.slots_[slot], way);
+    const U32 to = table.candidateSlot(table.rows_[slot], way);
     if (to == slot) continue;
     const U32 node = slot * table.ways_ + way;
     links_[node] = {heads_[to], noSlot};
@@ -303,7 +296,7 @@ void Table::Openings::add(const Table& table, U32 slot) {
 
 void Table::Openings::del(const Table& table, U32 slot) {
   for (U8 way = 0; way < table.ways_; ++way) {
-    const U32 to = table.candidateSlot(*table.slots_[slot], way);
+    const U32 to = table.candidateSlot(table.rows_[slot], way);
     if (to == slot) continue;
     const Link& link = links_[slot * table.ways_ + way];
     (link.previous == noSlot ? heads_[to] : links_[link.previous].next) = link.next;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <bit>
 #include <optional>
 #include <span>
 #include <vector>
@@ -101,6 +102,11 @@ class VELA_EXPORT Table {
   bool hasRoom(const HashItem& item);
   /// Lets `item` take the place of `held`, which has the same hardware key.
   void replace(HashItem& held, HashItem& item);
+  /// Takes up an item in the free row that freeRow() has just said.
+  void placedAt(HashItem& item, CuckooLocation location) {
+    put(item, slotOf(location));
+    ++size_;
+  }
   /// Takes up an item that hardware already holds there. False when the row is not one of the
   /// item's own or is taken.
   bool adopt(HashItem& item, CuckooLocation location);
@@ -122,22 +128,26 @@ class VELA_EXPORT Table {
     return item.rows_[way];
   }
   void hashAll(const HashItem& item) const;
-  /// All rows of an item whose rows are known, in one number.
-  static U16 fold(const HashItem& item) {
-    U16 all = 0;
-    for (const U16 row : item.rows_) all = static_cast<U16>(all ^ row);
-    return all;
-  }
+  /// An item's rows in one number, 16 bits for each way, the first one's lowest.
+  using Rows = U64;
+  static Rows rowsOf(const HashItem& item) { return std::bit_cast<Rows>(item.rows_); }
   U32 candidateSlot(const HashItem& item, U8 way) const {
     return way * rowsPerWay_ + rowOf(item, way);
   }
+  U32 candidateSlot(Rows rows, U8 way) const { return way * rowsPerWay_ + rowOf(rows, way); }
+  static U32 rowOf(Rows rows, U8 way) { return rows >> way * 16 & 0xffff; }
 
   enum class Search : U8 { pruned, whole };
   void searchBegin();
   U32 searchFurther(Search kind);
   U32 search(const HashItem& item, Search kind);
   bool reach(U32 slot, U32 from, Search kind);
-  void put(HashItem& item, U32 slot);
+  void put(HashItem& item, U32 slot) {
+    slots_[slot] = &item;
+    rows_[slot] = rowsOf(item);
+    item.slot_ = slot;
+    if (openings_.made()) openings_.add(*this, slot);
+  }
   void take(U32 slot);
   void markClosed();
   InsertResult carryOut(HashItem& item, U32 to, RowWriter& writer);
@@ -147,7 +157,7 @@ class VELA_EXPORT Table {
   };
   Nearest nearestWaiting(std::span<const CuckooLocation> free);
   SuccessionResult letIn(const Nearest& next, RowWriter& writer);
-  bool leadsNowhereElse(const HashItem& item) const;
+  bool leadsNowhereElse(Rows rows) const;
 
   /// For rows that items could move to: those items, so that a search can go backwards. Made when
   /// the first item waits, and kept from then on.
@@ -179,7 +189,7 @@ class VELA_EXPORT Table {
   U32 size_ = 0;
   U64 moves_ = 0;
   std::vector<Orb::Ptr<HashItem>> slots_;
-  std::vector<U16> folds_;  ///< Of the items there: tells most others without a look at the item.
+  std::vector<Rows> rows_;  ///< Of the items there, so that a search does not look at the items.
   WaitingItems waiting_;
   Openings openings_;
 

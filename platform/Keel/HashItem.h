@@ -1,6 +1,7 @@
 #pragma once
 
 #include <array>
+#include <bit>
 #include <span>
 #include <string>
 
@@ -38,7 +39,11 @@ class VELA_EXPORT HashItem : public Orb::PtrInterface {
  protected:
   /// Spares the table its calls of getHash(): the item's rows, way by way.
   void rowsAre(std::span<const U16> rows) {
-    for (const U16 row : rows) rows_[hashedWays_++] = row;
+    // Written as one number, since they are soon read as one.
+    U64 all = 0;
+    for (std::size_t way = 0; way < rows.size(); ++way) all |= U64{rows[way]} << way * 16;
+    rows_ = std::bit_cast<std::array<U16, maxWays>>(all);
+    hashedWays_ = static_cast<U8>(rows.size());
   }
 
  private:
@@ -47,7 +52,7 @@ class VELA_EXPORT HashItem : public Orb::PtrInterface {
   static constexpr U32 notPlaced = 0x80000000;
   static constexpr U32 unplaced = ~U32{0};
 
-  mutable std::array<U16, maxWays> rows_{};
+  alignas(8) mutable std::array<U16, maxWays> rows_{};
   mutable U8 hashedWays_ = 0;  ///< How many of rows_ are known.
   U32 slot_ = unplaced;        ///< The row, or with `notPlaced` the place among those that wait.
 };

@@ -82,6 +82,9 @@ class Ptr {
   Ptr(Ptr&& other) noexcept : object_(std::exchange(other.object_, nullptr)) {}
   template <class U>
   requires std::convertible_to<U*, T*> Ptr(const Ptr<U>& other) : Ptr(other.get()) {}
+  template <class U>
+  requires std::convertible_to<U*, T*> Ptr(Ptr<U>&& other)
+  noexcept : object_(other.release()) {}
   ~Ptr() {
     if (object_) object_->referenceDel();
   }
@@ -92,6 +95,8 @@ class Ptr {
   }
 
   T* get() const { return object_; }
+  /// The object, whose handle the caller has from now on.
+  T* release() { return std::exchange(object_, nullptr); }
   T* operator->() const { return object_; }
   T& operator*() const { return *object_; }
   explicit operator bool() const { return object_ != nullptr; }

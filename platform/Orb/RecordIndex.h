@@ -21,6 +21,10 @@ class VELA_EXPORT RecordIndex {
     }
     return nullptr;
   }
+  /// A record of the tag is needed soon.
+  void soon(U32 tag) const {
+    if (size_ != 0) __builtin_prefetch(&slots_[tag & mask()]);
+  }
   /// Adds a record whose key is not there.
   void add(U32 tag, void* record);
   /// Removes a record that is there, or puts another of the same key in its place.

@@ -1,6 +1,8 @@
 #pragma once
 
 #include <cstddef>
+#include <memory>
+#include <vector>
 
 #include "Orb/Types.h"
 
@@ -21,7 +23,22 @@ class VELA_EXPORT Slab {
   void reserve(U32 count) { reserved_ = count; }
 
   /// Memory for an object: of the slab, unless that is null or has objects of another size.
-  static void* take(Slab* slab, std::size_t size);
+  static void* take(Slab* slab, std::size_t size) {
+    Pool* pool = slab ? slab->pool_ : nullptr;
+    if (!pool || pool->objectSize != size || (!pool->free && pool->unusedCount == 0)) [[unlikely]]
+      return takeMore(slab, size);
+    Header* header = pool->free;
+    if (header) {
+      pool->free = header->nextFree;
+    } else {
+      header = reinterpret_cast<Header*>(pool->unused);
+      pool->unused += pool->step();
+      --pool->unusedCount;
+    }
+    header->pool = pool;
+    ++pool->live;
+    return header + 1;
+  }
   /// Gives back what take() returned; null is ignored.
   static void give(void* object);
 
@@ -33,6 +50,24 @@ class VELA_EXPORT Slab {
     Header* nextFree;
   };
   static_assert(sizeof(Header) == alignof(void*));
+  struct Pool {
+    explicit Pool(std::size_t size) : objectSize(size) {}
+
+    std::size_t step() const { return sizeof(Header) + (objectSize + 7) / 8 * 8; }
+    void leave() {
+      if (!owned && live == 0) delete this;
+    }
+
+    std::size_t objectSize;
+    std::size_t live = 0;
+    bool owned = true;  ///< The slab exists.
+    std::vector<std::unique_ptr<std::byte[]>> pieces;
+    std::byte* unused = nullptr;  ///< Of the last piece.
+    std::size_t unusedCount = 0;
+    Header* free = nullptr;
+  };
+  /// Makes room first, or takes memory of its own.
+  static void* takeMore(Slab* slab, std::size_t size);
 
   Pool* pool_ = nullptr;
   U32 reserved_ = 0;

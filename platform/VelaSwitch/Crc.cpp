@@ -54,57 +54,74 @@ U32 hash(const Ways<ways>& tables, const U8* key, U8 way, U8 keyBits) {
   return crc;
 }
 
-/// table[n][b] is the CRC of four bits b followed by n times four zero bits, of all ways at once:
-/// 16 bits of each. Small enough to stay in the cache beside the rows.
-using NibbleTable = std::array<std::array<U64, 16>, 2 * crcMaxBytes>;
+/// A key as one number, its last byte lowest: what stands in front of it changes no CRC, so each
+/// piece of the number has a table whatever the key's length. parts[n][b] is the CRC of six bits b
+/// followed by n times six zero bits, of all ways at once: 16 bits of each. Ten pieces are taken
+/// from a word, the last two are those of a key of more than 120 bits.
+constexpr unsigned partBits = 6;
+constexpr unsigned wordParts = 10;
+constexpr U64 wordMask = (U64{1} << partBits * wordParts) - 1;
+using PartTables = std::array<std::array<U64, 1 << partBits>, 2 * wordParts + 2>;
 
 template <std::size_t ways>
-constexpr NibbleTable makeNibbles(const Ways<ways>& tables) {
-  NibbleTable nibbles{};
-  for (std::size_t n = 0; n < nibbles.size(); ++n) {
-    for (std::size_t bits = 0; bits < 16; ++bits) {
+constexpr PartTables makeParts(const Ways<ways>& tables) {
+  PartTables parts{};
+  for (unsigned n = 0; n < parts.size(); ++n) {
+    for (unsigned bit = 0; bit < partBits; ++bit) {
+      const unsigned place = n * partBits + bit;
+      if (place >= 8 * crcMaxBytes) continue;
+      U64 crc = 0;
       for (std::size_t way = 0; way < ways; ++way) {
-        nibbles[n][bits] |= U64{(*tables[way])[n / 2][bits << n % 2 * 4]} << way * 16;
+        crc |= U64{(*tables[way])[place / 8][1u << place % 8]} << way * 16;
+      }
+      for (std::size_t bits = 0; bits < parts[n].size(); ++bits) {
+        if ((bits >> bit & 1) != 0) parts[n][bits] ^= crc;
       }
     }
   }
-  return nibbles;
+  return parts;
 }
 
-constexpr NibbleTable nibbles10 = makeNibbles(ways10);
-constexpr NibbleTable nibbles11 = makeNibbles(ways11);
-constexpr NibbleTable nibbles12 = makeNibbles(ways12);
-constexpr NibbleTable nibbles13 = makeNibbles(ways13);
+constexpr PartTables parts10 = makeParts(ways10);
+constexpr PartTables parts11 = makeParts(ways11);
+constexpr PartTables parts12 = makeParts(ways12);
+constexpr PartTables parts13 = makeParts(ways13);
 
-const NibbleTable& nibblesOf(CrcHash hash) {
-  if (hash == crc10Hash) return nibbles10;
-  if (hash == crc11Hash) return nibbles11;
-  return hash == crc12Hash ? nibbles12 : nibbles13;
+const PartTables& partsOf(CrcHash hash) {
+  if (hash == crc10Hash) return parts10;
+  if (hash == crc11Hash) return parts11;
+  return hash == crc12Hash ? parts12 : parts13;
 }
 
 }  // namespace
 
 static_assert(std::endian::native == std::endian::little, "keys and hashes are taken in words");
 
-std::array<U16, crcMaxWays> crcHashes(CrcHash hash, const U8* key, U8 keyBits) {
+std::array<U16, crcMaxWays> crcHashes(CrcHash hash, std::span<const U8, crcMaxBytes> key,
+                                      U8 keyBits) {
   const unsigned bytes = (keyBits + 7u) / 8u;
   ORB_ASSERT(bytes <= crcMaxBytes);
-  const auto* table = &nibblesOf(hash)[2 * bytes];
-  U64 crc = 0;
-  const auto add = [&](unsigned byte) {
-    table -= 2;
-    crc ^= table[0][byte & 15] ^ table[1][byte >> 4 & 15];
-  };
-  unsigned i = 0;
-  for (; i + 4 <= bytes; i += 4) {
-    U32 four;
-    std::memcpy(&four, key + i, sizeof four);
-    add(four);
-    add(four >> 8);
-    add(four >> 16);
-    add(four >> 24);
+  std::array<U64, 2> words;
+  std::memcpy(words.data(), key.data(), sizeof words);
+  // The number's lower half and what is above it.
+  U64 low = __builtin_bswap64(words[1]);
+  U64 high = __builtin_bswap64(words[0]);
+  const unsigned behind = 8 * (crcMaxBytes - bytes);
+  if (behind >= 64) {
+    low = behind == 128 ? 0 : high >> (behind - 64);
+    high = 0;
+  } else if (behind != 0) {
+    low = low >> behind | high << (64 - behind);
+    high >>= behind;
   }
-  for (; i < bytes; ++i) add(key[i]);
+  const PartTables& parts = partsOf(hash);
+  const auto* part = parts.data();
+  U64 crc = 0;
+  U64 word = low & wordMask;
+  for (unsigned n = 0; n < wordParts; ++n, ++part, word >>= partBits) crc ^= (*part)[word & 63];
+  word = (high << 4 | low >> 60) & wordMask;
+  for (; word != 0; word >>= partBits, ++part) crc ^= (*part)[word & 63];
+  if (const U64 top = high >> 56; top != 0) crc ^= parts[20][top & 63] ^ parts[21][top >> 6];
   return std::bit_cast<std::array<U16, crcMaxWays>>(crc);
 }
 

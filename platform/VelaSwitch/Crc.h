@@ -1,6 +1,7 @@
 #pragma once
 
 #include <array>
+#include <span>
 
 #include "Orb/Types.h"
 
@@ -26,6 +27,7 @@ using CrcHash = U32 (*)(const U8* key, U8 way, U8 keyBits);
 inline constexpr U8 crcMaxWays = 4;
 /// The hashes of all ways at once, for less than it takes to work them out one by one. Those of
 /// ways without a polynomial are 0.
-VELA_EXPORT std::array<U16, crcMaxWays> crcHashes(CrcHash hash, const U8* key, U8 keyBits);
+VELA_EXPORT std::array<U16, crcMaxWays> crcHashes(CrcHash hash,
+                                                  std::span<const U8, crcMaxBytes> key, U8 keyBits);
 
 }  // namespace VelaSwitch

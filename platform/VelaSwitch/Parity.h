@@ -1,13 +1,11 @@
 #pragma once
 
-#include <bit>
-
 #include "Orb/Types.h"
 
 namespace VelaSwitch {
 
 /// The XOR of all bits: 1 when an odd number of them is set.
-constexpr U32 parity32Bit(U32 word) { return static_cast<U32>(std::popcount(word)) & 1; }
+constexpr U32 parity32Bit(U32 word) { return static_cast<U32>(__builtin_parity(word)); }
 
 constexpr U32 parityU32Array(const U32* words, U32 count) {
   U32 folded = 0;

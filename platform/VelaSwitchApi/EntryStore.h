@@ -1,5 +1,7 @@
 #pragma once
 
+#include <algorithm>
+#include <array>
 #include <span>
 #include <type_traits>
 #include <utility>
@@ -40,11 +42,14 @@ class EntryStore {
 
   /// Announces an entry. When an equal one is there nothing happens. Returns whether it changed.
   bool entryIs(const Key& key, const Result& result) {
+    Record* record = recordOf(key);
+    if (record && isThere(*record, result)) return false;
     checkEntry(key, result);
-    return announceOne(key, recordIs(key), result);
+    return announceOne(key, record ? *record : newRecordIs(key), result);
   }
   /// The same of a key whose record is known to the caller, who holds on to it.
   bool entryIs(Record& record, const Result& result) {
+    if (isThere(record, result)) return false;
     checkEntry(record.key(), result);
     return announceOne(record.key(), record, result);
   }
@@ -57,24 +62,28 @@ class EntryStore {
   /// likewise withdraws them. Rows go to the bus in runs, as far as they do not depend on each
   /// other. One outcome an entry. When one raises an assertion those before it stand, and are told.
   std::vector<EntryOutcome> entriesAre(std::span<const std::pair<Key, Result>> entries) {
-    EntryOutcomes outcomes;
-    entriesAre(
-        entries.size(), [&](std::size_t number) -> const auto& { return entries[number]; },
-        outcomes);
+    EntryOutcomes outcomes(entries.size());
+    const auto keyAt = [&](std::size_t number) -> const Key& { return entries[number].first; };
+    const auto entryAt = [&](std::size_t number) -> const auto& { return entries[number]; };
+    entriesAre(entries.size(), keyAt, entryAt, outcomes);
     return std::move(outcomes.all);
   }
   std::vector<EntryOutcome> entriesDel(std::span<const Key> keys) {
-    EntryOutcomes outcomes;
-    inBatch(keys.size(), outcomes,
-            [&](Batch& batch, std::size_t number) { batch.entryDel(number, Key(keys[number])); });
+    EntryOutcomes outcomes(keys.size());
+    const auto keyAt = [&](std::size_t number) -> const Key& { return keys[number]; };
+    inBatch(keys.size(), keyAt, outcomes, [&](Batch& batch, std::size_t number, U32 tag) {
+      batch.entryDel(number, keys[number], tag);
+    });
     return std::move(outcomes.all);
   }
-  /// The same for `count` entries, each a pair of key and result: `entryAt(number)`.
-  template <class EntryAt>
-  void entriesAre(std::size_t count, const EntryAt& entryAt, BatchListener& listener) {
-    inBatch(count, listener, [&](Batch& batch, std::size_t number) {
+  /// The same for `count` entries, each a pair of key and result: `entryAt(number)`, whose key is
+  /// `keyAt(number)`.
+  template <class KeyAt, class EntryAt>
+  void entriesAre(std::size_t count, const KeyAt& keyAt, const EntryAt& entryAt,
+                  BatchListener& listener) {
+    inBatch(count, keyAt, listener, [&](Batch& batch, std::size_t number, U32 tag) {
       const auto& [key, result] = entryAt(number);
-      batch.entryIs(number, key, result);
+      batch.entryIs(number, key, result, tag);
     });
   }
 
@@ -83,6 +92,7 @@ class EntryStore {
   class Batch {
    public:
     Batch(EntryStore& store, BatchListener& listener) : store_(store), listener_(listener) {
+      staged_.reserve(batchMost);
       ++store_.batches_;
     }
     ~Batch() { --store_.batches_; }
@@ -91,11 +101,15 @@ class EntryStore {
 
     /// Announces the entry of the number, as EntryStore::entryIs() does; its rows may be staged.
     bool entryIs(std::size_t number, const Key& key, const Result& result) {
+      return entryIs(number, key, result, entryTag(key));
+    }
+    /// The same when the key's hash is known.
+    bool entryIs(std::size_t number, const Key& key, const Result& result, U32 tag) {
       // Whoever hears of what is told may announce others.
       if (flushing_) return store_.entryIs(key, result);
-      begin(number, key, true);
+      Record* record = begin(number, key, tag, true);
       store_.checkEntry(key, result);
-      Record* record = &store_.recordIs(key);
+      if (!record) record = &store_.newRecordIs(key);
       const bool same = record->has(KeyRecord::desired) && sameEntry(record->result(), result);
       const bool told =
           same && store_.records_.statusOf(record) == EntryProgrammedStatus::programmed;
@@ -110,7 +124,7 @@ class EntryStore {
       store_.records_.flagIs(*record, KeyRecord::staged, false);
       if (stageable) store_.records_.stage(*record);
       if (stageable || told) {
-        add(key, *record, change);
+        add(*record, change);
       } else {
         store_.records_.flush();
         if (change.changed) store_.handleRecord(key, *record);
@@ -118,11 +132,10 @@ class EntryStore {
       }
       return change.changed;
     }
-    bool entryDel(std::size_t number, const Key& given) {
+    bool entryDel(std::size_t number, const Key& given, U32 tag) {
       if (flushing_) return store_.entryDel(given);
       const Key key = given;
-      begin(number, key, false);
-      Record* record = store_.recordOf(key);
+      Record* record = begin(number, key, tag, false);
       const bool stageable = record && record->has(KeyRecord::desired) && mayStage(*record, false);
       if (!stageable) {
         flushFirst();
@@ -137,7 +150,7 @@ class EntryStore {
       store_.records_.flagIs(*record, KeyRecord::staged, true);
       const Change change = store_.withdraw(*record);
       store_.records_.stage(*record);
-      add(key, *record, change);
+      add(*record, change);
       return true;
     }
     /// Writes what is staged, and tells what became of it.
@@ -148,12 +161,14 @@ class EntryStore {
       // Whoever hears of one may throw: the others are told all the same, by the next flush.
       while (told_ < staged_.size()) {
         const Staged& each = staged_[told_++];
+        // It may go with its record, which is held on to where records are counted.
+        const std::conditional_t<counted, const Key&, const Key> key = each.record->key();
         if (each.change.changed) {
           store_.records_.settle(*each.record);
         } else {
           store_.records_.flagIs(*each.record, KeyRecord::staged, false);
         }
-        tell(each.key, each.number, each.change, &*each.record);
+        tell(key, each.number, each.change, &*each.record);
       }
       staged_.clear();
       told_ = 0;
@@ -166,17 +181,19 @@ class EntryStore {
       bool& flushing;
     };
 
-    /// Something is about to happen to a key. It may be in a batch twice; and rows that are cleared
-    /// are not written in one run with what comes into them.
-    void begin(std::size_t number, const Key& key, bool announces) {
-      const Record* record = store_.recordOf(key);
+    /// Something is about to happen to a key, whose record is returned, or null. It may be in a
+    /// batch twice; and rows that are cleared are not written in one run with what comes into them.
+    Record* begin(std::size_t number, const Key& key, U32 tag, bool announces) {
+      Record* record = store_.recordOf(key, tag);
       if (staged_.size() == batchMost || announces != announces_ ||
           (record && record->has(KeyRecord::staged))) {
         flush();
+        record = store_.recordOf(key, tag);
       }
       announces_ = announces;
       listener_.entryBegins(number_ = number);
       store_.records_.stagedNumberIs(number);
+      return record;
     }
     /// For an entry that cannot be staged: what is written next is written for it.
     void flushFirst() {
@@ -189,14 +206,13 @@ class EntryStore {
     bool mayStage(const Record& record, bool desired) const {
       return store_.batches_ == 1 && store_.records_.stageable(record, desired);
     }
-    void add(const Key& key, Record& record, const Change& change) {
+    void add(Record& record, const Change& change) {
       store_.records_.flagIs(record, KeyRecord::staged, true);
-      staged_.push_back({key, &record, number_, change});
+      staged_.push_back({&record, number_, change});
     }
     void done(const Key& key, const Change& change) { tell(key, number_, change, nullptr); }
 
     struct Staged {
-      Key key;
       NewRecord record;
       std::size_t number;
       Change change;
@@ -257,9 +273,11 @@ class EntryStore {
   void claimObserverDel(Orb::KeyObserver<Key>* observer) { claimObservers_.observerDel(observer); }
 
   /// The key's record, or null.
-  const Record* find(const Key& key) const {
-    return static_cast<const Record*>(records_.findRecord(
-        entryTag(key), [&](const KeyRecord& record) { return of(record).key() == key; }));
+  const Record* find(const Key& key) const { return find(key, entryTag(key)); }
+  /// The same when the key's hash is known.
+  const Record* find(const Key& key, U32 tag) const {
+    return static_cast<const Record*>(
+        records_.findRecord(tag, [&](const KeyRecord& record) { return of(record).key() == key; }));
   }
   /// Which key and result a record of the table is for.
   static const Record& of(const KeyRecord& record) { return static_cast<const Record&>(record); }
@@ -281,6 +299,7 @@ class EntryStore {
 
   /// The key's record, or null.
   Record* recordOf(const Key& key) const { return const_cast<Record*>(find(key)); }
+  Record* recordOf(const Key& key, U32 tag) const { return const_cast<Record*>(find(key, tag)); }
   /// The same, made when there is none; to be given a flag at once.
   Record& recordIs(const Key& key) {
     Record* record = recordOf(key);
@@ -319,6 +338,11 @@ class EntryStore {
   friend EntriesView<EntryStore>;
   friend EntriesView<const EntryStore>;
 
+  /// Whether announcing the entry changes nothing at all. It was checked when it was announced.
+  static bool isThere(const Record& record, const Result& result) {
+    return record.has(KeyRecord::desired) && !record.has(KeyRecord::unclaimed) &&
+           sameEntry(record.result(), result);
+  }
   bool announceOne(const Key& key, Record& record, const Result& result) {
     const Change change = announce(record, result);
     if (change.changed) handleRecord(key, record);
@@ -367,11 +391,21 @@ class EntryStore {
     if (change.claimed) claimObservers_.handleKey(key);
   }
 
-  template <class One>
-  void inBatch(std::size_t count, BatchListener& listener, const One& one) {
+  /// Keys are hashed ahead, so that what is known of them is on its way when it is needed.
+  template <class KeyAt, class One>
+  void inBatch(std::size_t count, const KeyAt& keyAt, BatchListener& listener, const One& one) {
     Batch batch(*this, listener);
+    std::array<U32, batchMost> tags;
     try {
-      for (std::size_t number = 0; number < count; ++number) one(batch, number);
+      for (std::size_t number = 0; number < count; ++number) {
+        const std::size_t at = number % batchMost;
+        const std::size_t ahead = at == 0 ? std::min(count - number, batchMost) : 0;
+        for (std::size_t i = 0; i < ahead; ++i) {
+          tags[i] = entryTag(keyAt(number + i));
+          records_.index_.soon(tags[i]);
+        }
+        one(batch, number, tags[at]);
+      }
       batch.flush();
     } catch (...) {
       batch.flush();

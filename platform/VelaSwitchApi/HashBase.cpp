@@ -72,11 +72,11 @@ void PhysicalHashTableConvertor::doInitTableStats() {
 }
 
 U32 PhysicalHashTableConvertor::entriesUsed(U32) const {
-  return physical_->entries(static_cast<const HashBaseTable*>(swTable()));
+  return static_cast<const HashBaseTable*>(swTable())->placed();
 }
 
 U32 PhysicalHashTableConvertor::entriesPeak(U32) const {
-  return physical_->peak(static_cast<const HashBaseTable*>(swTable()));
+  return static_cast<const HashBaseTable*>(swTable())->placedPeak();
 }
 
 void PhysicalHashTableConvertor::initHwEntries(bool overwrite, U32 start) {
@@ -113,6 +113,8 @@ void PhysicalHashTableConvertor::audit(const HwTables& tables) {
       });
     }
   }
+  std::vector<std::pair<HwTableId, HwTableConfig*>> compared;
+  for (const auto& [id, table] : tables) compared.emplace_back(id, table.get());
   const bool last = tables.contains(hwTables().rbegin()->first);
   std::vector<AuditFinding> found;
   constexpr HwIndex ahead = 8;
@@ -122,7 +124,7 @@ void PhysicalHashTableConvertor::audit(const HwTables& tables) {
     const HashBaseCuckooEntry* entry = physical_->entryAt(index);
     if (!entry && swTables() > 1 && physical_->owner(index) != swTable()) continue;
     physical_->expectedImage(index, expected);
-    for (const auto& [id, table] : tables) {
+    for (const auto& [id, table] : compared) {
       if (!unread.empty() && unread.contains({id, index})) {
         found.push_back({AuditFinding::Kind::unreadable, id, index});
       } else if (!table->same(index, expected, table->image(index))) {
@@ -188,8 +190,6 @@ void PhysicalHashTableConvertor::repair(const AuditFinding& finding) {
 void PhysicalHashTableConvertor::takePlacement() {
   if (physical_->firstTable() == swTable()) physical_->takePlacement();
 }
-
-void PhysicalHashTableConvertor::updateHashEntryCounter(const HashBaseCuckooEntry&, bool) {}
 
 bool PhysicalHashTableConvertor::handleHashEntry(HashBaseCuckooEntry& entry) {
   if (!entry.valid()) return physical_->remove(entry);

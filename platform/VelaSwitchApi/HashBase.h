@@ -66,6 +66,9 @@ class VELA_EXPORT HashBaseTable : public SwTable {
   /// The rows of the entries that leave a refused item none; one fewer than they are with it. None
   /// for an item that is placed, or null.
   std::vector<Competitor> competing(const HashBaseCuckooEntry* item) const;
+  /// Entries that lie in rows, and the most that ever did.
+  U32 placed() const { return placed_; }
+  U32 placedPeak() const { return placedPeak_; }
 
   PhysicalHashTableConvertor& profileConvertor() const { return *hashConvertor_; }
   const Orb::Ptr<HashBaseHelper>& helper() const { return helper_; }
@@ -75,8 +78,12 @@ class VELA_EXPORT HashBaseTable : public SwTable {
       : SwTable(std::move(name)), tableIdx_(tableIdx), pipeline_(pipeline) {}
 
  private:
+  friend class PhysicalHashTable;
+
   U8 tableIdx_;
   U8 pipeline_;
+  U32 placed_ = 0;
+  U32 placedPeak_ = 0;
   Orb::Ptr<HashBaseHelper> helper_;
   PhysicalHashTableConvertor* hashConvertor_ = nullptr;
   bool statusSupported_ = false;
@@ -108,7 +115,7 @@ class VELA_EXPORT PhysicalHashTableConvertor : public SwTableProfileConvertor {
   /// placement went is the entry's programmedStatus(); false is an internal error.
   bool handleHashEntry(HashBaseCuckooEntry& entry);
   /// Before an entry is handled. The counters ask the placement, so there is nothing to keep.
-  void updateHashEntryCounter(const HashBaseCuckooEntry& entry, bool removed);
+  void updateHashEntryCounter(const HashBaseCuckooEntry& /*entry*/, bool /*removed*/) {}
 
   /// Which physical table holds the rows of a software table with these properties.
   virtual U32 physicalTableId(const PhysicalHashProperties& properties) const;

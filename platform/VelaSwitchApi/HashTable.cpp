@@ -29,10 +29,6 @@ void HashTable::reactorTeardown() {
   if (profileConvertorPtr()) profileConvertor().swTableDel(this);
 }
 
-HashBaseCuckooEntry* HashTable::record(const HashItem& item) const {
-  return static_cast<HashBaseCuckooEntry*>(recordOf(entryOf(item)));
-}
-
 bool HashTable::entryHasByHashItem(const HashItem& item) const {
   return has(KeyRecord::desired, entryOf(item));
 }
@@ -121,18 +117,17 @@ void HashTable::itemDel(HashBaseCuckooEntry& record) {
   flagIs(record, KeyRecord::cached, false);
 }
 
-HashBaseCuckooEntry& HashTable::itemIs(HashBaseCuckooEntry& record) {
-  if (!record.has(KeyRecord::cached) && itemsLost_) {
-    HashBaseCuckooEntry* placed = placedItem(record);
-    if (placed && placed != &record) {
-      if (record.has(KeyRecord::desired)) placed->resultIsOf(&record);
-      adopt(*placed);
-      flagIs(*placed, KeyRecord::cached, true);
-      return *placed;
-    }
+/// The item may be another one, which was dropped.
+HashBaseCuckooEntry& HashTable::foundItemIs(HashBaseCuckooEntry& record) {
+  HashBaseCuckooEntry* item = placedItem(record);
+  if (!item || item == &record) {
+    item = &record;
+  } else {
+    if (record.has(KeyRecord::desired)) item->resultIsOf(&record);
+    adopt(*item);
   }
-  flagIs(record, KeyRecord::cached, true);
-  return record;
+  flagIs(*item, KeyRecord::cached, true);
+  return *item;
 }
 
 void HashTable::entryStatusIsByHashItem(HashItem& hashItem) {
@@ -162,12 +157,6 @@ void HashTable::entryReleaseByHashItem(const HashItem& item) {
   flagIs(*known, KeyRecord::cached, false);
   flagIs(*known, KeyRecord::marked, false);
   statusDel(*known);
-}
-
-bool HashTable::isCurrent(const HashBaseCuckooEntry& item) const {
-  const HashBaseCuckooEntry* known = record(item);
-  return known && known->has(KeyRecord::desired) &&
-         (known == &item || !known->has(KeyRecord::cached));
 }
 
 HashBaseCuckooEntry* HashTable::placedItem(const HashBaseCuckooEntry& item) const {
@@ -226,7 +215,8 @@ void HashTable::stage(KeyRecord& record) {
   if (!initialized()) return;
   auto& item = static_cast<HashBaseCuckooEntry&>(record);
   flagIs(item, KeyRecord::cached, true);
-  updateHashItem(item);
+  // The record is the item itself, with its key's result.
+  item.validIs(item.has(KeyRecord::desired));
   profileConvertor().physicalTable().stage(item, types().run());
 }
 
@@ -268,13 +258,14 @@ void HashTable::program(HashBaseCuckooEntry& item) {
 /// Records what came of programming an item.
 void HashTable::programmed(HashBaseCuckooEntry& item) {
   // Whoever heard of other entries' statuses meanwhile may have withdrawn this one.
-  if (!isCurrent(item)) return;
-  recordStatus(item);
+  HashBaseCuckooEntry* known = current(item);
+  if (!known) return;
   const EntryProgrammedStatus status = item.programmedStatus();
+  if (statusSupported()) statusIs(*known, status, item.lastHit());
   if (status != EntryProgrammedStatus::programmed) {
     options_.trace(2, "Not programmed, ", status, ": ", KeyText{item});
   }
-  hwInconsistentEntryDelFromHashItem(item);
+  if (count(KeyRecord::marked) != 0) hwInconsistentEntryDelFromHashItem(item);
 }
 
 void HashTable::remove(HashBaseCuckooEntry& item) {
@@ -286,18 +277,19 @@ void HashTable::remove(HashBaseCuckooEntry& item) {
 
 void HashTable::removed(HashBaseCuckooEntry& item) {
   // Or announced it again.
-  if (entryHasByHashItem(item)) return;
-  if (HashBaseCuckooEntry* known = record(item)) flagIs(*known, KeyRecord::cached, false);
+  HashBaseCuckooEntry* known = record(item);
+  if (known && known->has(KeyRecord::desired)) return;
+  if (known) flagIs(*known, KeyRecord::cached, false);
   // A row that could not be cleared still answers lookups: the status says so until it is.
   // Asked of the rows, not of the item: clearing others may have cleared it meanwhile.
   if (profileConvertor().physicalTable().mayLinger(item)) {
     // Those rows keep the item: should the key come back, it does so as another one.
     if (item.known()) adopt(*freshItem(item));
     recordStatus(item);
-  } else if (HashBaseCuckooEntry* known = record(item)) {
+  } else if (known = record(item); known) {
     statusDel(*known);
   }
-  hwInconsistentEntryDelFromHashItem(item);
+  if (count(KeyRecord::marked) != 0) hwInconsistentEntryDelFromHashItem(item);
 }
 
 void HashTable::recordStatus(HashBaseCuckooEntry& item) {

@@ -42,9 +42,17 @@ class VELA_EXPORT HashTable : public HashBaseTable {
   HashTable(std::string name, U8 tableIdx, U8 pipeline, const Options& options);
 
   /// The record of the item's key, or null.
-  HashBaseCuckooEntry* record(const HashItem& item) const;
+  HashBaseCuckooEntry* record(const HashItem& item) const {
+    const auto& entry = static_cast<const HashBaseCuckooEntry&>(item);
+    return static_cast<HashBaseCuckooEntry*>(recordOf(entry));
+  }
   /// The key's item, whose record is `record`, is cached from now on.
-  HashBaseCuckooEntry& itemIs(HashBaseCuckooEntry& record);
+  HashBaseCuckooEntry& itemIs(HashBaseCuckooEntry& record) {
+    if (itemsLost_ && !record.has(KeyRecord::cached)) [[unlikely]]
+      return foundItemIs(record);
+    flagIs(record, KeyRecord::cached, true);
+    return record;
+  }
   void itemDel(HashBaseCuckooEntry& record);
   /// Brings a key that was handled once more into hardware: its item, made current.
   void programRecord(HashBaseCuckooEntry& record);
@@ -70,9 +78,17 @@ class VELA_EXPORT HashTable : public HashBaseTable {
   void settle(KeyRecord& record) override;
 
  private:
+  HashBaseCuckooEntry& foundItemIs(HashBaseCuckooEntry& record);
   /// The item of the same key that the physical table has, or null.
   HashBaseCuckooEntry* placedItem(const HashBaseCuckooEntry& item) const;
-  bool isCurrent(const HashBaseCuckooEntry& item) const;
+  /// The record of the key that the item is programmed for, or null.
+  HashBaseCuckooEntry* current(const HashBaseCuckooEntry& item) const {
+    HashBaseCuckooEntry* known = record(item);
+    const bool is = known && known->has(KeyRecord::desired) &&
+                    (known == &item || !known->has(KeyRecord::cached));
+    return is ? known : nullptr;
+  }
+  bool isCurrent(const HashBaseCuckooEntry& item) const { return current(item) != nullptr; }
   void recordStatus(HashBaseCuckooEntry& item);
   void adopt(HashBaseCuckooEntry& item);
   HashBaseCuckooEntry& recordFor(const HashBaseCuckooEntry& item);

@@ -9,29 +9,25 @@
 namespace VelaSwitchApi {
 
 void HitTracker::hitTableIs(HwTableId id, Orb::Ptr<HitBitTableConfig> table, U32 rows) {
-  tables_[id] = {std::move(table), std::vector<Bit>(rows, Bit::open), {}};
+  std::erase_if(tables_, [&](const Table& each) { return each.id == id; });
+  const RowSet none{std::vector<U64>((rows + 63) / 64)};
+  tables_.push_back({id, std::move(table), rows, none, none, {}});
 }
 
 Orb::Ptr<HitBitTableConfig> HitTracker::hitTable(HwTableId id) const {
-  const auto table = tables_.find(id);
-  return table == tables_.end() ? nullptr : table->second.bits;
+  const auto table = std::find_if(tables_.begin(), tables_.end(),
+                                  [&](const Table& each) { return each.id == id; });
+  return table == tables_.end() ? nullptr : table->bits;
 }
 
-HitTracker::Table* HitTracker::tracked(HwTableId id) {
-  const auto table = tables_.find(id);
-  return table == tables_.end() || !table->second.bits->readable() ? nullptr : &table->second;
-}
-
-void HitTracker::rowChanges(HwTableId id, HwIndex index, bool empty) {
-  Table* table = tracked(id);
-  if (!table || table->rows[index] == Bit::clear) return;
+void HitTracker::keepHits(Table& table, HwIndex index, bool empty) {
   hit_.clear();
-  if (empty && !table->formers.contains(index)) {
+  if (empty && !table.formers.contains(index)) {
     rows_.addOccupants(index, hit_);
     if (hit_.empty()) return;
     hit_.clear();
   }
-  if (readBlock(*table, index, hit_)) {
+  if (readBlock(table, index, hit_)) {
     for (const auto& entry : hit_) {
       if (entry->keptHit_ != HashBaseCuckooEntry::noKeptHit) continue;
       entry->keptHit_ = static_cast<U32>(kept_.size());
@@ -39,25 +35,21 @@ void HitTracker::rowChanges(HwTableId id, HwIndex index, bool empty) {
     }
     return;
   }
-  Entries& formers = table->formers[index];
+  Entries& formers = table.formers[index];
   rows_.addOccupants(index, formers);
   std::sort(formers.begin(), formers.end(),
             [](const auto& a, const auto& b) { return a.get() < b.get(); });
   formers.erase(std::unique(formers.begin(), formers.end()), formers.end());
 }
 
-void HitTracker::rowChanged(HwTableId id, HwIndex index, bool empty) {
-  if (Table* table = tracked(id)) table->rows[index] = empty ? Bit::empty : Bit::open;
-}
-
-void HitTracker::entryDel(HashBaseCuckooEntry& entry) {
+void HitTracker::forgetHits(HashBaseCuckooEntry& entry) {
   if (entry.keptHit_ != HashBaseCuckooEntry::noKeptHit) {
     kept_.back()->keptHit_ = entry.keptHit_;
     std::swap(kept_[entry.keptHit_], kept_.back());
     entry.keptHit_ = HashBaseCuckooEntry::noKeptHit;
     kept_.pop_back();
   }
-  for (auto& [id, table] : tables_) {
+  for (Table& table : tables_) {
     for (auto& [index, formers] : table.formers) {
       std::erase_if(formers, [&](const auto& former) { return former.get() == &entry; });
     }
@@ -70,7 +62,7 @@ void HitTracker::entryReplace(HashBaseCuckooEntry& old, HashBaseCuckooEntry& ent
     entry.keptHit_ = std::exchange(old.keptHit_, none);
     kept_[entry.keptHit_] = &entry;
   }
-  for (auto& [id, table] : tables_) {
+  for (Table& table : tables_) {
     for (auto& [index, formers] : table.formers) {
       std::replace_if(
           formers.begin(), formers.end(), [&](const auto& each) { return each.get() == &old; },
@@ -84,14 +76,16 @@ void HitTracker::swTableDel(const HashBaseTable* table) {
   const auto owned = [&](const auto& entry) { return &entry->table() == table; };
   std::erase_if(kept_, owned);
   for (U32 i = 0; i < kept_.size(); ++i) kept_[i]->keptHit_ = i;
-  for (auto& [id, rows] : tables_) {
+  for (Table& rows : tables_) {
     for (auto& [index, formers] : rows.formers) std::erase_if(formers, owned);
   }
 }
 
 void HitTracker::forget() {
-  for (auto& [id, table] : tables_) {
-    std::fill(table.rows.begin(), table.rows.end(), Bit::open);
+  for (Table& table : tables_) {
+    for (RowSet* rows : {&table.empty, &table.clear}) {
+      std::fill(rows->words.begin(), rows->words.end(), 0);
+    }
     table.formers.clear();
   }
 }
@@ -109,9 +103,13 @@ bool HitTracker::readBlock(Table& table, HwIndex index, Entries& hit) {
       hit.insert(hit.end(), formers->second.begin(), formers->second.end());
     }
   }
-  const auto end = std::min(first + table.bits->blockRows(), static_cast<U32>(table.rows.size()));
-  for (HwIndex row = first; row < end; ++row) {
-    if (table.rows[row] == Bit::empty) table.rows[row] = Bit::clear;
+  const auto end = std::min(first + table.bits->blockRows(), table.rows);
+  for (HwIndex row = first; row < end;) {
+    const HwIndex next = std::min(end, (row / 64 + 1) * 64);
+    const U64 mask = ~U64{0} >> (64 - (next - row)) << row % 64;
+    table.clear.words[row / 64] |= table.empty.words[row / 64] & mask;
+    table.empty.words[row / 64] &= ~mask;
+    row = next;
   }
   if (!table.formers.empty()) {
     table.formers.erase(table.formers.lower_bound(first), table.formers.lower_bound(end));
@@ -126,7 +124,7 @@ bool HitTracker::poll(HwTableId id, Entries& hit) {
   hit.insert(hit.end(), kept_.begin(), kept_.end());
   kept_.clear();
   bool good = true;
-  for (HwIndex first = 0; first < table->rows.size(); first += table->bits->blockRows()) {
+  for (HwIndex first = 0; first < table->rows; first += table->bits->blockRows()) {
     if (!readBlock(*table, first, hit)) good = false;
   }
   return good;

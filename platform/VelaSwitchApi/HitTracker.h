@@ -43,11 +43,21 @@ class VELA_EXPORT HitTracker {
   /// A row is about to be written, to be `empty` or not: keeps the hits that would be lost or
   /// misread. A row that becomes empty and held nobody any more has none; its bit is read when it
   /// is next filled.
-  void rowChanges(HwTableId id, HwIndex index, bool empty);
+  void rowChanges(HwTableId id, HwIndex index, bool empty) {
+    Table* table = tracked(id);
+    if (table && !table->clear.has(index)) keepHits(*table, index, empty);
+  }
   /// A row was written: it is empty now, so that no lookup hits it, or it is not.
-  void rowChanged(HwTableId id, HwIndex index, bool empty);
+  void rowChanged(HwTableId id, HwIndex index, bool empty) {
+    Table* table = tracked(id);
+    if (!table) return;
+    table->clear.is(index, false);
+    table->empty.is(index, empty);
+  }
   /// An entry was removed: its hits are nobody's.
-  void entryDel(HashBaseCuckooEntry& entry);
+  void entryDel(HashBaseCuckooEntry& entry) {
+    if (!tables_.empty()) forgetHits(entry);
+  }
   /// Another entry takes the place of one that is the same to hardware, and its hits.
   void entryReplace(HashBaseCuckooEntry& old, HashBaseCuckooEntry& entry);
   /// A software table goes, and its entries.
@@ -60,24 +70,40 @@ class VELA_EXPORT HitTracker {
   bool poll(HwTableId id, Entries& hit);
 
  private:
-  /// What is known of a row's bit.
-  enum class Bit : U8 {
-    open,   ///< It may be set, and means a hit of what lies in the row.
-    empty,  ///< The row is empty; the bit may be left from before.
-    clear,  ///< The row is empty and the bit was read since.
+  /// A set of rows.
+  struct RowSet {
+    std::vector<U64> words;
+
+    bool has(HwIndex row) const { return (words[row / 64] >> row % 64 & 1) != 0; }
+    void is(HwIndex row, bool in) {
+      U64& word = words[row / 64];
+      word = (word & ~(U64{1} << row % 64)) | U64{in} << row % 64;
+    }
   };
+  /// The bit of a row that is in neither set may be set, and means a hit of what lies in it.
   struct Table {
+    HwTableId id;
     Orb::Ptr<HitBitTableConfig> bits;
-    std::vector<Bit> rows;
+    U32 rows;
+    RowSet empty;  ///< Rows that are empty, whose bits may be left from before.
+    RowSet clear;  ///< Those that are empty and whose bits were read since.
     /// Entries that left a row whose bit could not be read.
     std::map<HwIndex, Entries> formers;
   };
 
-  Table* tracked(HwTableId id);
+  /// The pipeline's, if it has bits to read; there are few.
+  Table* tracked(HwTableId id) {
+    for (Table& table : tables_) {
+      if (table.id == id) return table.bits->readable() ? &table : nullptr;
+    }
+    return nullptr;
+  }
+  void keepHits(Table& table, HwIndex index, bool empty);
+  void forgetHits(HashBaseCuckooEntry& entry);
   bool readBlock(Table& table, HwIndex index, Entries& hit);
 
   const Rows& rows_;
-  std::map<HwTableId, Table> tables_;
+  std::vector<Table> tables_;
   Entries kept_;  ///< Entries with a hit that no poll has reported.
   Entries hit_;   ///< Those of the read under way.
 };

@@ -59,7 +59,7 @@ Orb::Ptr<HitBitTableDescriptor> HwTableDescriptorConfig::hitBitTableDescIs(
 }
 
 HwTableConfig::HwTableConfig(Orb::PtrConst<HwTableDescriptor> descriptor, RegisterBus& bus)
-    : descriptor_(std::move(descriptor)), bus_(bus) {
+    : descriptor_(std::move(descriptor)), bus_(bus), rowWords_(descriptor_->rowWords) {
   busTable_ = bus.tableIs(descriptor_->identity, descriptor_->last);
   descriptor_->mapping->forEachRun(descriptor_->first, descriptor_->last,
                                    [&](HwIndex first, HwIndex, const HwAddressColl& addresses) {
@@ -74,8 +74,7 @@ HwTableConfig::HwTableConfig(Orb::PtrConst<HwTableDescriptor> descriptor, Regist
                                    });
   const std::size_t rows = descriptor_->last - descriptor_->first + 1;
   images_.resize(rows * descriptor_->rowWords + maxRowWords);
-  states_.resize(rows, Row::unknown);
-  written_.resize(rows);
+  states_.resize(rows);
 }
 
 const HwTableConfig::Run& HwTableConfig::runOfMany(HwIndex index) const {
@@ -101,26 +100,6 @@ std::array<U32, maxRowWords> HwTableConfig::differentBits(HwIndex index,
   return bits;
 }
 
-/// Takes the image over, and says whether hardware has to be told.
-bool HwTableConfig::stage(HwIndex index, const U32* words) {
-  U32* held = image(index);
-  const bool differs = states_[position(index)] != Row::held || !same(index, held, words);
-  // Words without a register are nobody else's to keep.
-  std::copy_n(words, descriptor_->rowWords, held);
-  return differs && !mapped(index).empty();
-}
-
-/// Writes the image that was staged.
-bool HwTableConfig::write(HwIndex index) {
-  const U32* words = image(index);
-  Run& written = run(index);
-  auto value = written.values.begin();
-  for (const Mapped& m : written.mapped) (value++)->value = words[m.word];
-  const bool good = bus_.rowIs(busTable_, index, written.values);
-  entryWritten(index, good);
-  return good;
-}
-
 RegisterBus::Read HwTableConfig::readEntry(HwIndex index) {
   RowReads one;
   one.add(*this, index);
@@ -130,21 +109,23 @@ RegisterBus::Read HwTableConfig::readEntry(HwIndex index) {
 }
 
 bool HwTableConfig::entryRead(const RegisterBus::RowRead& row) {
-  Row& state = states_[position(row.index)];
+  const U32 at = position(row.index);
+  Row& state = states_[at].row;
   const Row before = state;
   if (row.read == RegisterBus::Read::failed) {
     if (before == Row::unknown) state = Row::unread;
     return before == Row::unread;
   }
   state = row.read == RegisterBus::Read::held ? Row::held : Row::absent;
-  U32* held = image(row.index);
+  U32* held = &images_[std::size_t{at} * rowWords_];
+  const auto& mapped = run(row.index).mapped;
   const auto* value = row.values.data();
   U32 changed = 0;
-  for (const Mapped& m : mapped(row.index)) changed |= (value++)->value ^ held[m.word];
+  for (const Mapped& m : mapped) changed |= (value++)->value ^ held[m.word];
   if (before == Row::held && state == Row::held && changed == 0) return false;
   std::fill_n(held, descriptor_->rowWords, 0);
   value = row.values.data();
-  for (const Mapped& m : mapped(row.index)) held[m.word] = (value++)->value;
+  for (const Mapped& m : mapped) held[m.word] = (value++)->value;
   return before == Row::unread;
 }
 
@@ -165,9 +146,10 @@ bool HitBitTableConfig::readBlock(HwIndex first, U64& bits) {
   bits = 0;
   U32 row = 0;
   for (std::size_t i = 0; i < registers_.size(); ++i) {
-    for (U32 bit = records[i].firstBit; bit <= records[i].lastBit; ++bit, ++row) {
-      bits |= U64{registers_[i].value >> bit & 1} << row;
-    }
+    const U32 count = records[i].lastBit - records[i].firstBit + 1u;
+    const U64 mask = (U64{1} << count) - 1;
+    bits |= (registers_[i].value >> records[i].firstBit & mask) << row;
+    row += count;
   }
   const HwIndex rows = descriptor_->table->last + 1 - first;
   if (rows < blockRows_) bits &= (U64{1} << rows) - 1;

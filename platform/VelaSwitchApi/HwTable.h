@@ -1,6 +1,7 @@
 #pragma once
 
 #include <array>
+#include <cstring>
 #include <functional>
 #include <map>
 #include <optional>
@@ -209,22 +210,26 @@ class VELA_EXPORT HwTableConfig : public Orb::PtrInterface {
     return entryIs(entry.index(), entry.words(), [] {});
   }
   /// The same from an image of maxRowWords words. Calls `before()` when the row is about to be
-  /// written. With a run it is written later, with that: true says nothing of it yet.
+  /// written. With a run it is written later, with that: true says nothing of it yet, and what
+  /// hardware holds there counts as unknown until then.
   template <class Before>
   bool entryIs(HwIndex index, const U32* image, const Before& before,
                const RowRun::Later& later = {}) {
-    if (!stage(index, image)) return true;
+    Run& run = this->run(index);
+    const U32 at = position(index);
+    U32* held = &images_[std::size_t{at} * rowWords_];
+    const bool differs = states_[at].row != Row::held || !same(run, held, image);
+    takeOver(held, image);
+    if (!differs || run.mapped.empty()) return true;
     before();
-    if (!later.run) return write(index);
-    later.run->add(*later.owner, *this, index);
+    if (!later.run) return write(run, index, at, held);
+    auto* value = later.run->add(*later.owner, *this, index, run.mapped.size());
+    for (const Mapped& m : run.mapped) *value++ = {m.reg, held[m.word]};
+    states_[at].row = Row::lost;
     return true;
   }
   /// A run wrote the row's image, or failed to.
-  void entryWritten(HwIndex index, bool good) {
-    const U32 at = position(index);
-    states_[at] = good ? Row::held : Row::lost;
-    written_[at] = written_[at] || good;
-  }
+  void entryWritten(HwIndex index, bool good) { entryWrittenAt(position(index), good); }
   /// Reads the row from hardware into the image, trying again a few times before it reports a
   /// failure; words without a register keep what they held when the mapped ones are unchanged, and
   /// become 0 otherwise.
@@ -232,26 +237,28 @@ class VELA_EXPORT HwTableConfig : public Orb::PtrInterface {
   /// The row was read with others, or could not be. Returns whether it could not be before.
   bool entryRead(const RegisterBus::RowRead& row);
   /// Makes the next entryIs() of the row write whatever it is given.
-  void entryForget(HwIndex index) { states_[position(index)] = Row::lost; }
+  void entryForget(HwIndex index) { states_[position(index)].row = Row::lost; }
 
-  Row state(HwIndex index) const { return states_[position(index)]; }
+  Row state(HwIndex index) const { return states_[position(index)].row; }
   /// Whether nothing was ever heard of the row, and it was not written.
   bool unheard(HwIndex index) const {
     return state(index) == Row::unknown || state(index) == Row::unread;
   }
   /// Whether this run wrote the row.
-  bool written(HwIndex index) const { return written_[position(index)]; }
+  bool written(HwIndex index) const { return states_[position(index)].written; }
   /// The row's image: `rowWords` words, and behind them others of no meaning up to maxRowWords.
   const U32* image(HwIndex index) const { return &images_[imageAt(index)]; }
   U32* image(HwIndex index) { return &images_[imageAt(index)]; }
 
-  /// Whether the words with a register are the same, static bits aside.
-  bool same(HwIndex index, const U32* a, const U32* b) const {
-    const StaticWords& mask = run(index).compared;
-    U32 different = 0;
-    for (U8 word = 0; word < maxRowWords; ++word) different |= (a[word] ^ b[word]) & mask[word];
-    return different == 0;
+  /// The row is written soon.
+  void soon(HwIndex index) const {
+    const U32 at = position(index);
+    __builtin_prefetch(&images_[std::size_t{at} * rowWords_], 1);
+    __builtin_prefetch(&states_[at], 1);
   }
+
+  /// Whether the words with a register are the same, static bits aside.
+  bool same(HwIndex index, const U32* a, const U32* b) const { return same(run(index), a, b); }
   /// The bits in which the row's image differs from `expected`, in words with a register and
   /// without the static bits.
   std::array<U32, maxRowWords> differentBits(HwIndex index, const U32* expected) const;
@@ -272,16 +279,11 @@ class VELA_EXPORT HwTableConfig : public Orb::PtrInterface {
   }
 
  private:
-  bool stage(HwIndex index, const U32* words);
-  bool write(HwIndex index);
-
   U32 position(HwIndex index) const {
     ORB_ASSERT(index >= descriptor_->first && index <= descriptor_->last);
     return index - descriptor_->first;
   }
-  std::size_t imageAt(HwIndex index) const {
-    return std::size_t{position(index)} * descriptor_->rowWords;
-  }
+  std::size_t imageAt(HwIndex index) const { return std::size_t{position(index)} * rowWords_; }
 
   struct Run {
     HwIndex first;
@@ -297,14 +299,48 @@ class VELA_EXPORT HwTableConfig : public Orb::PtrInterface {
   }
   const Run& runOfMany(HwIndex index) const;
 
+  static bool same(const Run& run, const U32* a, const U32* b) {
+    U32 different = 0;
+    for (U8 word = 0; word < maxRowWords; ++word) {
+      different |= (a[word] ^ b[word]) & run.compared[word];
+    }
+    return different == 0;
+  }
+  /// Words without a register are nobody else's to keep.
+  void takeOver(U32* held, const U32* words) const {
+    // As two halves that overlap: their sizes are known.
+    constexpr U8 half = maxRowWords / 2;
+    if (rowWords_ < half) {
+      std::copy_n(words, rowWords_, held);
+      return;
+    }
+    std::memcpy(held, words, half * sizeof(U32));
+    std::memcpy(held + rowWords_ - half, words + rowWords_ - half, half * sizeof(U32));
+  }
+  bool write(Run& run, HwIndex index, U32 at, const U32* words) {
+    auto* value = run.values.data();
+    for (const Mapped& m : run.mapped) (value++)->value = words[m.word];
+    const bool good = bus_.rowIs(busTable_, index, run.values);
+    entryWrittenAt(at, good);
+    return good;
+  }
+  void entryWrittenAt(U32 at, bool good) {
+    states_[at] = {good ? Row::held : Row::lost, states_[at].written || good};
+  }
+
+  struct State {
+    Row row = Row::unknown;
+    bool written = false;  ///< In this run.
+  };
+
   Orb::PtrConst<HwTableDescriptor> descriptor_;
   RegisterBus& bus_;
   RegisterBus::TableHandle busTable_;
   std::vector<Run> runs_;  ///< By first row, ascending.
   StaticWords staticWords_{};
+  U8 rowWords_;  ///< The descriptor's.
   std::vector<U32> images_;
-  std::vector<Row> states_;
-  std::vector<bool> written_;
+  std::vector<State> states_;
 };
 
 /// The hit bits of one hardware table.

@@ -55,6 +55,7 @@ class BatchListener {
 
 /// Keeps what it hears.
 struct EntryOutcomes final : BatchListener {
+  explicit EntryOutcomes(std::size_t count) { all.reserve(count); }
   std::vector<EntryOutcome> all;
   void entryDone(std::size_t, const EntryOutcome& outcome) override { all.push_back(outcome); }
 };

@@ -45,18 +45,7 @@ PhysicalHashTable::PhysicalHashTable(const PhysicalHashProperties& properties)
 PhysicalHashTable::~PhysicalHashTable() = default;
 
 void PhysicalHashTable::helperIs(Orb::Ptr<HashBaseHelper> helper) {
-  joined_.push_back({std::move(helper)});
-}
-
-PhysicalHashTable::Joined& PhysicalHashTable::joined(const HashBaseTable* table) {
-  return const_cast<Joined&>(std::as_const(*this).joined(table));
-}
-
-const PhysicalHashTable::Joined& PhysicalHashTable::joined(const HashBaseTable* table) const {
-  const auto at = std::find_if(joined_.begin(), joined_.end(),
-                               [&](const Joined& each) { return each.helper->swTable() == table; });
-  ORB_ASSERT(at != joined_.end());
-  return *at;
+  helpers_.push_back(std::move(helper));
 }
 
 Orb::Ptr<HwTableConfig> PhysicalHashTable::hwTable(HwTableId id) const {
@@ -87,7 +76,8 @@ void PhysicalHashTable::swTableDel(HashBaseTable* table) {
       std::erase_if(row.waits, owned);
     }
   }
-  std::erase_if(joined_, [&](const Joined& each) { return each.helper->swTable() == table; });
+  std::erase_if(helpers_, [&](const auto& helper) { return helper->swTable() == table; });
+  table->placed_ = 0;
 }
 
 bool PhysicalHashTable::pollHits(HwTableId id, Orb::Seconds now) {
@@ -103,11 +93,8 @@ void PhysicalHashTable::hit(HwIndex index, Orb::Seconds now) {
   for (const auto& entry : hit) entry->table().lastHitByHashItemIs(*entry, now);
 }
 
-U32 PhysicalHashTable::entries(const HashBaseTable* table) const { return joined(table).entries; }
-U32 PhysicalHashTable::peak(const HashBaseTable* table) const { return joined(table).peak; }
-
 U32 PhysicalHashTable::waiting(const HashBaseTable* table) const {
-  if (joined_.size() == 1) return engine_.waiting().size();
+  if (helpers_.size() == 1) return engine_.waiting().size();
   U32 count = 0;
   engine_.waiting().forEach([&](Keel::Cuckoo::HashItem& item) {
     if (&entryOf(item).table() == table) ++count;
@@ -117,9 +104,9 @@ U32 PhysicalHashTable::waiting(const HashBaseTable* table) const {
 
 /// An entry came into a row or went out of one.
 void PhysicalHashTable::counted(const HashBaseCuckooEntry& entry, int change) {
-  Joined& table = joined(&entry.table());
-  table.entries += static_cast<U32>(change);
-  table.peak = std::max(table.peak, table.entries);
+  HashBaseTable& table = entry.table();
+  table.placed_ += static_cast<U32>(change);
+  table.placedPeak_ = std::max(table.placedPeak_, table.placed_);
 }
 
 bool PhysicalHashTable::adoptAt(HashBaseCuckooEntry& entry, Location location) {
@@ -157,12 +144,12 @@ std::vector<const HashBaseCuckooEntry*> PhysicalHashTable::competitors(
 void PhysicalHashTable::pack(const HashBaseCuckooEntry& entry, Location location,
                              U32* image) const {
   std::fill_n(image, maxRowWords, 0);
-  const HashBaseHelper& helper = entry.valid() ? *entry.table().helper() : *joined_.front().helper;
+  const HashBaseHelper& helper = entry.valid() ? *entry.table().helper() : *helpers_.front();
   helper.setHwBuffer(entry, location, reinterpret_cast<U8*>(image));
 }
 
 void PhysicalHashTable::emptyImage(HwIndex index, U32* image) const {
-  joined_.front().helper->setEmptyImage(location(index), image);
+  helpers_.front()->setEmptyImage(location(index), image);
 }
 
 void PhysicalHashTable::expectedImage(HwIndex index, U32* image) const {
@@ -227,14 +214,21 @@ bool PhysicalHashTable::writeEmpty(HwIndex index, bool entrys) {
 }
 
 /// The row that an entry is written to, or that it leaves to nobody, where nothing else is
-/// concerned.
+/// concerned. It is on its way when this returns.
 std::optional<PhysicalHashTable::Location> PhysicalHashTable::plainRow(
     const HashBaseCuckooEntry& entry, bool desired) const {
   if (!plain()) return std::nullopt;
-  if (!entry.placed()) return desired ? engine_.freeRow(entry) : std::nullopt;
-  const Location at = engine_.location(entry);
-  const bool goes = engine_.at(at) == &entry && engine_.waiting().empty();
-  return desired || goes ? std::optional(at) : std::nullopt;
+  std::optional<Location> row;
+  if (entry.placed()) {
+    row = engine_.location(entry);
+    if (!desired && (engine_.at(*row) != &entry || !engine_.waiting().empty())) row.reset();
+  } else if (desired) {
+    row = engine_.freeRow(entry);
+  }
+  if (row) {
+    for (const auto& table : hwTables_) table->soon(hwIndex(*row));
+  }
+  return row;
 }
 
 bool PhysicalHashTable::placePlainly(HashBaseCuckooEntry& entry) {
@@ -244,7 +238,10 @@ bool PhysicalHashTable::placePlainly(HashBaseCuckooEntry& entry) {
   pack(entry, *at, image);
   if (writeImage(hwIndex(*at), image, false)) {
     entry.status_ = Status::programmed;
-    if (!entry.placed()) adoptAt(entry, *at);
+    if (!entry.placed()) {
+      engine_.placedAt(entry, *at);
+      counted(entry, 1);
+    }
   } else if (!entry.placed()) {
     failedAt(entry, *at);
   } else {
@@ -272,7 +269,7 @@ void PhysicalHashTable::place(HashBaseCuckooEntry& entry) {
 }
 
 void PhysicalHashTable::stage(HashBaseCuckooEntry& entry, RowRun& run) {
-  const auto at = plainRow(entry, entry.valid());
+  const auto at = std::exchange(stageable_, std::nullopt);
   ORB_ASSERT(at);
   const HwIndex index = hwIndex(*at);
   const bool isNew = !entry.placed();
@@ -287,25 +284,22 @@ void PhysicalHashTable::stage(HashBaseCuckooEntry& entry, RowRun& run) {
     hits_.entryDel(entry);
     takeOut(entry);
   }
-  const std::size_t before = run.size();
   for (const auto& table : hwTables_) writeTo(*table, index, image, !entry.valid(), &run);
-  staged_.back().unwritten = static_cast<U32>(run.size() - before);
   // What lies in the row until now may have been hit: only then it is the entry's.
-  if (isNew) engine_.adopt(entry, *at);
+  if (isNew) engine_.placedAt(entry, *at);
 }
 
-/// A staged row was written, or could not be.
-void PhysicalHashTable::rowWritten(HwTableConfig& table, HwIndex index, bool good) {
-  // In the order in which they were staged; where hardware held the words already there is none.
-  while (staged_[written_].index != index) ++written_;
-  Staged& staged = staged_[written_];
-  if (good) --staged.unwritten;
-  hits_.rowChanged(table.descriptor().identity.id, index, good && !staged.entry->valid());
+/// A staged row could not be written.
+void PhysicalHashTable::rowWritten(HwTableConfig&, HwIndex index, bool) {
+  // In the order in which they were staged.
+  while (staged_[failed_].index != index) ++failed_;
+  staged_[failed_].failed = true;
 }
 
 void PhysicalHashTable::settleStaged() {
-  for (const auto& [entry, index, isNew, unwritten] : staged_) {
-    if (unwritten == 0) {
+  for (const auto& [entry, index, isNew, failed] : staged_) {
+    if (!entry->valid()) rowLeft(index, !failed);
+    if (!failed) {
       entry->status_ = entry->valid() ? Status::programmed : Status::notProgrammed;
       if (isNew) counted(*entry, 1);
       continue;
@@ -320,7 +314,14 @@ void PhysicalHashTable::settleStaged() {
     addOnce(stale.waits, entry.get());
   }
   staged_.clear();
-  written_ = 0;
+  failed_ = 0;
+}
+
+/// A staged row is empty now, or may hold what it held: until then it could be hit.
+void PhysicalHashTable::rowLeft(HwIndex index, bool empty) {
+  for (const auto& table : hwTables_) {
+    hits_.rowChanged(table->descriptor().identity.id, index, empty);
+  }
 }
 
 void PhysicalHashTable::placeNew(HashBaseCuckooEntry& entry) {
@@ -879,9 +880,9 @@ std::vector<const HashBaseCuckooEntry*> PhysicalHashTable::missing() const {
 
 const HashBaseTable* PhysicalHashTable::owner(HwIndex index) const {
   if (const HashBaseCuckooEntry* entry = entryAt(index)) return &entry->table();
-  const auto at = std::find_if(joined_.begin(), joined_.end(),
-                               [&](const Joined& each) { return each.helper->entryOwned(index); });
-  return at == joined_.end() ? firstTable() : at->helper->swTable();
+  const auto at = std::find_if(helpers_.begin(), helpers_.end(),
+                               [&](const auto& helper) { return helper->entryOwned(index); });
+  return at == helpers_.end() ? firstTable() : (*at)->swTable();
 }
 
 void PhysicalHashTable::clearRow(HwIndex index) {
@@ -942,10 +943,9 @@ PhysicalHashTable::Says PhysicalHashTable::adoptFrom(HwIndex index) {
   U32 empty[maxRowWords];
   emptyImage(index, empty);
   if (table.same(index, empty, table.image(index))) return Says::nothing;
-  for (const Joined& each : joined_) {
-    const HashBaseHelper& helper = *each.helper;
-    if (!helper.entryOwned(index) || !helper.rowSound(table.image(index))) continue;
-    const Orb::Ptr<HashBaseCuckooEntry> entry = helper.decodeHwEntry(index);
+  for (const auto& helper : helpers_) {
+    if (!helper->entryOwned(index) || !helper->rowSound(table.image(index))) continue;
+    const Orb::Ptr<HashBaseCuckooEntry> entry = helper->decodeHwEntry(index);
     if (!entry->valid()) continue;
     if (const Entries known = knownBefore(*entry, index); !known.empty()) {
       for (const auto& held : known) {

@@ -163,9 +163,9 @@ class VELA_EXPORT PhysicalHashTable : public Orb::PtrInterface,
   void helperIs(Orb::Ptr<HashBaseHelper> helper);
   /// Forgets the software table and its entries; hardware keeps their rows.
   void swTableDel(HashBaseTable* table);
-  U32 swTables() const { return static_cast<U32>(joined_.size()); }
+  U32 swTables() const { return static_cast<U32>(helpers_.size()); }
   /// The table that joined first.
-  const HashBaseTable* firstTable() const { return joined_.front().helper->swTable(); }
+  const HashBaseTable* firstTable() const { return helpers_.front()->swTable(); }
   /// Declares one pipeline's rows.
   void hwTableIs(Orb::Ptr<HwTableConfig> table) { hwTables_.push_back(std::move(table)); }
   /// Declares the hit bits of a pipeline's rows; each table that shares the rows polls them.
@@ -198,11 +198,12 @@ class VELA_EXPORT PhysicalHashTable : public Orb::PtrInterface,
   /// it when that is over.
   bool remove(HashBaseCuckooEntry& entry);
   /// Whether to place an entry, or else to remove it, concerns no others and no rows that failed.
-  bool stageable(const HashBaseCuckooEntry& entry, bool desired) const {
-    return plainRow(entry, desired).has_value();
+  bool stageable(const HashBaseCuckooEntry& entry, bool desired) {
+    stageable_ = plainRow(entry, desired);
+    return stageable_.has_value();
   }
-  /// The same as place() of a valid entry that is stageable(), or else remove(), but that its rows
-  /// are added to the run. All is well only after settleStaged().
+  /// The same as place() of a valid entry that was just stageable(), or else remove(), but that its
+  /// rows are added to the run. All is well only after settleStaged().
   void stage(HashBaseCuckooEntry& entry, RowRun& run);
   /// The run was flushed. The outcome of the entries that were staged is their programmedStatus().
   void settleStaged();
@@ -245,10 +246,6 @@ class VELA_EXPORT PhysicalHashTable : public Orb::PtrInterface,
   bool mayHold(const HashBaseCuckooEntry& entry) const;
   /// The entries of the same hardware key that are here: placed, waiting, or behind such a one.
   Entries equals(const HashBaseCuckooEntry& entry) const;
-  /// Entries of the software table that lie in rows.
-  U32 entries(const HashBaseTable* table) const;
-  /// The most that ever did.
-  U32 peak(const HashBaseTable* table) const;
   /// Entries of the software table that wait for room.
   U32 waiting(const HashBaseTable* table) const;
   /// Why the entry has no place; see Keel::Cuckoo::Table::competitors.
@@ -282,12 +279,6 @@ class VELA_EXPORT PhysicalHashTable : public Orb::PtrInterface,
   void recheck(HwIndex index);
 
  private:
-  /// A software table that places entries here.
-  struct Joined {
-    Orb::Ptr<HashBaseHelper> helper;
-    U32 entries = 0;  ///< Those that lie in rows.
-    U32 peak = 0;
-  };
   /// A row that no entry lies in although hardware may hold one there.
   struct DoubtfulRow {
     Entries holds;  ///< What it may hold although it should not.
@@ -300,8 +291,8 @@ class VELA_EXPORT PhysicalHashTable : public Orb::PtrInterface,
   struct Staged {
     Orb::Ptr<HashBaseCuckooEntry> entry;
     HwIndex index;
-    bool isNew;         ///< It came into the row, rather than was there before or went.
-    U32 unwritten = 0;  ///< So many pipelines' rows are not written.
+    bool isNew;           ///< It came into the row, rather than was there before or went.
+    bool failed = false;  ///< Some pipeline's row could not be written.
   };
 
   bool hashItemWrite(Keel::Cuckoo::HashItem& item, Location location) override;
@@ -312,10 +303,9 @@ class VELA_EXPORT PhysicalHashTable : public Orb::PtrInterface,
   bool writeTo(HwTableConfig& table, HwIndex index, const U32* image, bool empty,
                RowRun* run = nullptr);
   void rowWritten(HwTableConfig& table, HwIndex index, bool good) override;
+  void rowLeft(HwIndex index, bool empty);
   void pack(const HashBaseCuckooEntry& entry, Location location, U32* image) const;
 
-  Joined& joined(const HashBaseTable* table);
-  const Joined& joined(const HashBaseTable* table) const;
   void counted(const HashBaseCuckooEntry& entry, int change);
   bool adoptAt(HashBaseCuckooEntry& entry, Location location);
   void takeOut(HashBaseCuckooEntry& entry);
@@ -368,7 +358,8 @@ class VELA_EXPORT PhysicalHashTable : public Orb::PtrInterface,
 
   PhysicalHashProperties::Fields properties_;
   Keel::Cuckoo::Table engine_;
-  std::vector<Joined> joined_;  ///< In the order in which the tables joined.
+  /// Of the software tables that place entries here, in the order in which they joined.
+  std::vector<Orb::Ptr<HashBaseHelper>> helpers_;
   std::vector<Orb::Ptr<HwTableConfig>> hwTables_;
   std::size_t decoded_ = 0;
   HitTracker hits_;
@@ -386,10 +377,11 @@ class VELA_EXPORT PhysicalHashTable : public Orb::PtrInterface,
   /// Entries that came in while others went: their tables are to be told.
   Entries cameIn_;
   bool cleared_ = false;  ///< Rows were stale and are no more: someone may wait for them.
+  std::optional<Location> stageable_;  ///< The row of the entry that was found to be.
   /// In the order in which their rows were added to the run.
   std::vector<Staged> staged_;
-  std::size_t written_ = 0;  ///< The one whose row was written last.
-  Entries missing_;          ///< Entries that should be in hardware and are in no row.
+  std::size_t failed_ = 0;  ///< The one whose row failed last.
+  Entries missing_;         ///< Entries that should be in hardware and are in no row.
   bool revisiting_ = false;
   /// The entry that the operation under way wrote last: when the next write fails, its old row may
   /// still hold it.

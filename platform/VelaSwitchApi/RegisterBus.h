@@ -26,8 +26,8 @@ struct HwTableIdentity {
 ///
 /// Names are resolved once, when tables are made; what runs per row are handles. Order of calls:
 /// (registerIs | tableIs)* then any of rowIs, rowsAre, row, rows, hitBits. Calls are never nested
-/// and all come from one thread. Nothing is retained of the arguments. What fails is returned, never
-/// thrown.
+/// and all come from one thread. Nothing is retained of the arguments. What fails is returned,
+/// never thrown.
 class VELA_EXPORT RegisterBus {
  public:
   using RegisterHandle = U32;

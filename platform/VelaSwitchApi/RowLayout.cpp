@@ -15,6 +15,23 @@ RowLayout::RowLayout(std::vector<RowField> fields, U8 words)
   way_ = number("way");
   if (row_ != none) rowPlace_ = places_[row_];
   if (way_ != none) wayPlace_ = places_[way_];
+  findControl();
+}
+
+void RowLayout::findControl() {
+  if (row_ == none || contents_.size() > 1) return;
+  Control control{rowPlace_.word, 0, 0};
+  for (const Place& place : {rowPlace_, wayPlace_}) {
+    if (place.mask == 0) continue;
+    if (place.word != control.word || place.tail) return;
+    control.mask |= static_cast<U32>(place.mask << place.offset);
+  }
+  for (const auto& [word, mask, value] : contents_) {
+    if (word != control.word) return;
+    control.mask |= mask;
+    control.value = value;
+  }
+  control_ = control;
 }
 
 void RowLayout::addContent(const RowField& field) {

@@ -53,10 +53,12 @@ class VELA_EXPORT RowLayout {
  public:
   /// Where a field lies in the image's words; worked out once, for the packer.
   struct Place {
-    U64 mask = 0;       ///< The field's width in ones; 0 for a field that cannot be set at once.
-    U8 word = 0;        ///< The word in which the field begins.
-    U8 offset = 0;      ///< The bit of that word.
-    bool tail = false;  ///< Whether the field goes on into the next word.
+    U64 mask = 0;        ///< The field's width in ones; 0 for a field that cannot be set at once.
+    U32 others = ~0u;    ///< The bits of its first word that are not the field's.
+    U8 word = 0;         ///< The word in which the field begins.
+    U8 offset = 0;       ///< The bit of that word.
+    bool tail = false;   ///< Whether the field goes on into the next word.
+    bool plain = false;  ///< Whether it can be set at once, in one word.
 
     constexpr Place() = default;
     constexpr explicit Place(const RowField& field) {
@@ -65,6 +67,8 @@ class VELA_EXPORT RowLayout {
       word = static_cast<U8>(field.first / 32);
       offset = static_cast<U8>(field.first % 32);
       tail = field.first % 32 + field.width > 32;
+      others = ~static_cast<U32>(mask << offset);
+      plain = !tail;
     }
   };
 
@@ -109,15 +113,21 @@ class VELA_EXPORT RowLayout {
     U32 value;
   };
   const std::vector<Content>& contents() const { return contents_; }
+  /// All that setPlace() writes, where that is one word: its bits, and those of them that are the
+  /// same in every row. Without a mask where it is not.
+  using Control = Content;
+  const Control& control() const { return control_; }
   /// Those of all fields, by their numbers.
   const Place* places() const { return places_.data(); }
 
  private:
   void addContent(const RowField& field);
+  void findControl();
 
   std::vector<RowField> fields_;
   std::vector<Place> places_;
   std::vector<Content> contents_;
+  Control control_{};
   std::size_t parity_ = none;
   std::size_t row_ = none;
   std::size_t way_ = none;
@@ -143,7 +153,10 @@ class RowWriter {
   template <class Id>
   [[gnu::always_inline]] void set(Id field, U64 value) {
     const RowLayout::Place& at = places_[static_cast<std::size_t>(field)];
-    setAt(at, value);
+    setBeginning(at, value & at.mask);
+    if (at.plain && !traced_) [[likely]]
+      return;
+    if (at.tail) setTail(at, value & at.mask);
     if (at.mask == 0 || traced_) [[unlikely]]
       wasSet(layout_[field], value & at.mask);
   }
@@ -159,25 +172,28 @@ class RowWriter {
   /// Writes what a control word says whatever the entry: the fields "row" and "way", where the
   /// layout has them, and those that hold the same in every row.
   void setPlace(U64 row, U64 way = 0) {
-    setAt(layout_.rowPlace(), row);
-    setAt(layout_.wayPlace(), way);
-    for (const auto& [word, mask, value] : layout_.contents()) {
-      words_[word] = (words_[word] & ~mask) | value;
+    if (const RowLayout::Control& control = layout_.control(); control.mask != 0) [[likely]] {
+      const U64 place = (row & layout_.rowPlace().mask) << layout_.rowPlace().offset |
+                        (way & layout_.wayPlace().mask) << layout_.wayPlace().offset;
+      U32& word = words_[control.word];
+      word = (word & ~control.mask) | control.value | static_cast<U32>(place);
+    } else {
+      setAt(layout_.rowPlace(), row);
+      setAt(layout_.wayPlace(), way);
+      for (const auto& [word, mask, value] : layout_.contents()) {
+        words_[word] = (words_[word] & ~mask) | value;
+      }
     }
     if (traced_) [[unlikely]]
       tracePlace(row, way);
   }
 
-  /// Writes the low `count` bits of a number of up to 128 bits to the beginning of the row, in
-  /// whatever fields they are.
+  /// Writes the low `count` bits of a number of up to 128 bits to the beginning of the row, which
+  /// has room for 64 or 128, in whatever fields they are.
   void setFirst(const U64 (&number)[2], U32 count) {
-    const U32 whole = count / 32;
-    std::memcpy(words_, number, whole * sizeof(U32));
-    if (const U32 bits = count % 32; bits != 0) {
-      const U32 mask = (1u << bits) - 1;
-      const auto value = static_cast<U32>(number[whole / 2] >> (whole % 2 * 32));
-      words_[whole] = (words_[whole] & ~mask) | (value & mask);
-    }
+    ORB_ASSERT(layout_.words() >= (count > 64 ? 4 : 2));
+    setHalf(words_, number[0], count);
+    if (count > 64) setHalf(words_ + 2, number[1], count - 64);
     if (!traced_) [[likely]]
       return;
     for (const RowField& field : layout_.fields()) {
@@ -191,10 +207,8 @@ class RowWriter {
  protected:
   /// A place without a mask keeps what it has.
   [[gnu::always_inline]] void setAt(const RowLayout::Place& at, U64 value) {
-    value &= at.mask;
-    U32* word = words_ + at.word;
-    *word = static_cast<U32>((*word & ~(at.mask << at.offset)) | value << at.offset);
-    if (at.tail) setTail(word + 1, at.mask >> (32 - at.offset), value >> (32 - at.offset));
+    setBeginning(at, value & at.mask);
+    if (at.tail) setTail(at, value & at.mask);
   }
   bool traced() const { return traced_; }
   [[gnu::cold, gnu::noinline]] void traceField(const RowField& field, U64 value) const {
@@ -217,8 +231,22 @@ class RowWriter {
   }
 
  private:
+  static void setHalf(U32* words, U64 number, U32 count) {
+    U64 held;
+    std::memcpy(&held, words, sizeof held);
+    const U64 mask = count >= 64 ? ~U64{0} : (U64{1} << count) - 1;
+    held = (held & ~mask) | (number & mask);
+    std::memcpy(words, &held, sizeof held);
+  }
+  [[gnu::always_inline]] void setBeginning(const RowLayout::Place& at, U64 value) {
+    U32& word = words_[at.word];
+    word = (word & at.others) | static_cast<U32>(value << at.offset);
+  }
   /// The parts of a field behind its first word; a field has at most 63 bits, so there are two.
-  static void setTail(U32* word, U64 mask, U64 value) {
+  void setTail(const RowLayout::Place& at, U64 fieldValue) {
+    U32* word = words_ + at.word + 1;
+    const U64 mask = at.mask >> (32 - at.offset);
+    const U64 value = fieldValue >> (32 - at.offset);
     word[0] = static_cast<U32>((word[0] & ~mask) | value);
     if (mask >> 32 != 0) word[1] = static_cast<U32>((word[1] & ~(mask >> 32)) | value >> 32);
   }
@@ -300,15 +328,13 @@ class KeyBits {
   }
   /// Fills the buffer with a key of up to 64 bits, the most significant bit and byte first.
   void copyLeftAligned(U8* buffer, U8 bufSize) const {
-    const U64 aligned = words_[0] << (64 - bits_);
+    const U64 aligned = __builtin_bswap64(words_[0] << (64 - bits_));
     std::memset(buffer, 0, bufSize);
-    for (unsigned i = 0; i < (bits_ + 7u) / 8; ++i) {
-      buffer[i] = static_cast<U8>(aligned >> (56 - 8 * i));
-    }
+    std::memcpy(buffer, &aligned, std::min<std::size_t>(bufSize, sizeof aligned));
   }
 
  private:
-  [[gnu::cold]] void traceField(U8 width, U64 value) const {
+  [[gnu::cold, gnu::noinline]] void traceField(U8 width, U64 value) const {
     (*trace_)(9, function_, " ", start_ + bits_, ":", start_ + bits_ + width - 1, " = 0x",
               Orb::Hex{value});
   }

@@ -4,17 +4,15 @@
 
 namespace VelaSwitchApi {
 
-void RowRun::add(Owner& owner, HwTableConfig& table, HwIndex index) {
-  const U32* image = table.image(index);
-  const auto& mapped = table.mapped(index);
-  const std::size_t before = values_.size();
-  values_.resize(before + mapped.size());
-  auto* value = &values_[before];
-  for (const auto& [word, reg] : mapped) *value++ = {reg, image[word]};
+RegisterBus::RegisterValue* RowRun::add(Owner& owner, HwTableConfig& table, HwIndex index,
+                                        std::size_t values) {
+  if (used_ + values > values_.size()) values_.resize(2 * values_.size() + 64 * maxRowWords);
+  RegisterBus::RegisterValue* first = &values_[used_];
+  used_ += values;
   // Where the values lie is settled when there are no more to come.
-  rows_.push_back({table.busHandle(), index, {&values_[before], mapped.size()}, number_});
+  rows_.push_back({table.busHandle(), index, {first, values}, number_});
   origins_.push_back({&owner, &table});
-  table.entryForget(index);
+  return first;
 }
 
 void RowRun::flush() {
@@ -28,11 +26,11 @@ void RowRun::flush() {
   for (std::size_t i = 0; i < rows_.size(); ++i) {
     const auto& [owner, table] = origins_[i];
     table->entryWritten(rows_[i].index, rows_[i].written);
-    owner->rowWritten(*table, rows_[i].index, rows_[i].written);
+    if (!rows_[i].written) owner->rowWritten(*table, rows_[i].index, false);
   }
   rows_.clear();
   origins_.clear();
-  values_.clear();
+  used_ = 0;
 }
 
 }  // namespace VelaSwitchApi

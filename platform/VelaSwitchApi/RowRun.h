@@ -12,7 +12,7 @@ class HwTableConfig;
 /// written, whatever becomes of the others: so none of them may need another one written first.
 class VELA_EXPORT RowRun {
  public:
-  /// Who added a row hears how it went.
+  /// Who added a row hears of it when it could not be written, and of no other.
   class Owner {
    public:
     virtual void rowWritten(HwTableConfig& table, HwIndex index, bool good) = 0;
@@ -34,9 +34,10 @@ class VELA_EXPORT RowRun {
   std::size_t size() const { return rows_.size(); }
   /// Which entry of a batch the next rows are for.
   void numberIs(std::size_t number) { number_ = static_cast<U32>(number); }
-  /// Adds a row whose image the table has taken over, and that is in no run yet. What hardware
-  /// holds there counts as unknown until it is written. The owner must be there until then.
-  void add(Owner& owner, HwTableConfig& table, HwIndex index);
+  /// Adds a row with what is to be written to its registers, which is in no run yet. The owner must
+  /// be there until it is written. The values are the caller's to fill in, before the next call.
+  RegisterBus::RegisterValue* add(Owner& owner, HwTableConfig& table, HwIndex index,
+                                  std::size_t values);
   /// Writes the rows, and tells their tables and owners.
   void flush();
 
@@ -49,8 +50,9 @@ class VELA_EXPORT RowRun {
   RegisterBus& bus_;
   U32 number_ = 0;
   std::vector<RegisterBus::RowWrite> rows_;
-  std::vector<Origin> origins_;  ///< Of the rows.
-  std::vector<RegisterBus::RegisterValue> values_;
+  std::vector<Origin> origins_;                     ///< Of the rows.
+  std::vector<RegisterBus::RegisterValue> values_;  ///< Room; `used_` of them are those of rows.
+  std::size_t used_ = 0;
 };
 
 }  // namespace VelaSwitchApi
