@@ -13,8 +13,10 @@ using VelaSwitchApi::maxRowWords;
 
 EntryProgrammedStatus IndexedTable::statusOf(const KeyRecord* record) const {
   if (record && record->has(KeyRecord::marked)) return EntryProgrammedStatus::hardwareError;
-  return record && record->has(KeyRecord::desired) ? EntryProgrammedStatus::programmed
-                                                   : EntryProgrammedStatus::notProgrammed;
+  // Before the table is started hardware has what was read from it, no more.
+  const bool there =
+      record && record->has(initialized() ? KeyRecord::desired : KeyRecord::unclaimed);
+  return there ? EntryProgrammedStatus::programmed : EntryProgrammedStatus::notProgrammed;
 }
 
 IndexedRowsConvertor* IndexedTable::rows() const {
