@@ -39,7 +39,8 @@ INSTANTIATE_TEST_SUITE_P(
     testing::Values(
         Mistake{"OVERLAP", {"ToyFamily, Orb::FixedString<6>{\"valid\"}", "overlaps another"}},
         Mistake{"TOO_WIDE", {"ToyFamily, Orb::FixedString<6>{\"valid\"}", "ends behind the row"}},
-        Mistake{"NO_VALID_BIT", {"F = VelaSwitchTable::ToyFamily", "{\"valid\"}", "no field of this name"}},
+        Mistake{"NO_VALID_BIT",
+                {"F = VelaSwitchTable::ToyFamily", "{\"valid\"}", "no field of this name"}},
         Mistake{"FIELD_NOT_PACKED",
                 {"ToyFamily, Orb::FixedString<5>{\"size\"}", "in no field of the row"}},
         // A hook that is not called packMore packs nothing.
