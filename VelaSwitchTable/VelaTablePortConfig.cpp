@@ -18,7 +18,7 @@ void parseText(Orb::TextCursor& cursor, PortMode& mode) {
     mode = static_cast<PortMode>(i);
     return;
   }
-  throw Orb::TextException("\"" + std::string(word) + "\" is not trunk, access or qinq");
+  throw Orb::TextException(Orb::text("\"", word, "\" is not trunk, access or qinq"));
 }
 
 void fromRowBits(PortMode& mode, U64 bits) {
