@@ -30,7 +30,7 @@ else
     echo "no Debian of our own is to be had: the packages are unpacked beneath an empty prefix"
     for deb in "${debs[@]}"; do dpkg-deb -x "$deb" "$root"; done
     lib=$(dirname "$(find "$root" -name 'libVelaRoutes.so')")
-    env -i PATH=/usr/bin:/bin HOME="$root" LD_LIBRARY_PATH="$lib" PATH="$root/usr/bin:/usr/bin:/bin" \
+    env -i HOME="$root" LD_LIBRARY_PATH="$lib" PATH="$root/usr/bin:/usr/bin:/bin" \
         CMAKE_PREFIX_PATH="$root/usr" PKG_CONFIG_PATH="$lib/pkgconfig" sh -e debian/tests/consumer
 fi
 echo "packages: the agent of examples/embed was built and run with them"
