@@ -63,9 +63,8 @@ class VELA_EXPORT LpmTable final : public Orb::PtrInterface {
   bool flagIs(const Key& route, Flag flag, bool set);
   /// Whether the route has the flag.
   bool has(Flag flag, const Key& route) const { return find(flag, route).routes != nullptr; }
-  /// How many routes have the flag, and which, in ascending order.
-  U32 count(Flag flag) const { return counts_[flag]; }
-  std::vector<Key> keys(Flag flag) const;  ///< See count().
+  U32 count(Flag flag) const { return counts_[flag]; }  ///< How many routes have it.
+  std::vector<Key> keys(Flag flag) const;               ///< Which, in ascending order.
   /// Calls `visit(routes, node)` for each that has it, in no order. They must not change meanwhile.
   template <class Visitor>
   void forEachRoute(Flag flag, const Visitor& visit) const {
