@@ -12,7 +12,8 @@ SOURCES = $(shell git ls-files '*.h' '*.cpp')
 # Seconds that each fuzz target runs.
 FUZZ_SECONDS := 60
 
-.PHONY: demo test test-live abi-baseline soak bench peers fuzz coverage deb format check lint packages release clean
+.PHONY: demo test test-live abi-baseline docs soak bench peers fuzz coverage deb format check lint packages \
+        release clean
 
 # Builds what it needs of the release, no more.
 demo: release-velatable
@@ -45,12 +46,19 @@ test-live: packages deb
 	$(call timed,threads: tests,build/threads/tests/thread_tests --gtest_repeat=5)
 	$(call timed,abi,tests/live/abi.sh)
 	$(call timed,packages,tests/live/packages.sh)
+	$(call timed,docs,$(MAKE) --no-print-directory docs)
 	@cat build/times
 
 # Describes the libraries as they are for those of later releases to be compared with.
 abi-baseline: packages
 	@$(MAKE) --no-print-directory packages PACKAGES="$(LIVE)"
 	tests/live/abi.sh baseline
+
+# The reference of the public names, in build/docs/html. One without documentation is an error.
+docs:
+	@$(MAKE) --no-print-directory packages PACKAGES=doxygen
+	@mkdir -p build
+	doxygen docs/reference/Doxyfile
 
 # The tests of crashes, faults and damage at full length: an hour of processor time.
 soak: release-agent_tests

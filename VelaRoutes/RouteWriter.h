@@ -10,10 +10,10 @@ namespace VelaRoutes {
 
 /// The tables that whole routes take.
 struct Ladder {
-  Orb::Ptr<LpmTable> routes;
-  Orb::Ptr<VelaSwitchTable::Lpm11Table> firstLevel;
-  std::vector<Orb::Ptr<VelaSwitchTable::LpmBaseTable>>
-      levels;  ///< The hashed ones, shortest first.
+  Orb::Ptr<LpmTable> routes;                         ///< Whole routes; it has no rows of its own.
+  Orb::Ptr<VelaSwitchTable::Lpm11Table> firstLevel;  ///< Routes of up to 11 bits.
+  /// The hashed ones, shortest first.
+  std::vector<Orb::Ptr<VelaSwitchTable::LpmBaseTable>> levels;
 };
 /// Makes them, and adds those that have rows to the tables of a switch.
 VELA_EXPORT Ladder makeLadder(VelaSwitchApi::SwitchTables& tables);
@@ -29,7 +29,7 @@ VELA_EXPORT Ladder makeLadder(VelaSwitchApi::SwitchTables& tables);
 /// guessed from what hardware held.
 class VELA_EXPORT RouteWriter final : private LpmTable::Levels {
  public:
-  using Key = RouteKey;
+  using Key = RouteKey;  ///< A route: a prefix of 0 to 32 bits in a VRF.
 
   /// The tables must be made on one switch.
   explicit RouteWriter(Ladder ladder);
@@ -37,7 +37,7 @@ class VELA_EXPORT RouteWriter final : private LpmTable::Levels {
   RouteWriter(const RouteWriter&) = delete;
   RouteWriter& operator=(const RouteWriter&) = delete;
 
-  LpmTable& routes() const { return *routes_; }
+  LpmTable& routes() const { return *routes_; }  ///< Those that are announced or were guessed.
 
   /// Writes a route's cells again where they are not what they should be.
   void handleRoute(const Key& route);
@@ -59,12 +59,13 @@ class VELA_EXPORT RouteWriter final : private LpmTable::Levels {
   /// announced; what is still staged in the end is lost.
   class Batch {
    public:
+    /// One at a time; the writer must outlive it.
     explicit Batch(RouteWriter& writer) : writer_(writer) { is(true); }
     ~Batch() { is(false); }
     Batch(const Batch&) = delete;
     Batch& operator=(const Batch&) = delete;
 
-    void flush();
+    void flush();  ///< Writes what is staged.
     /// Nothing is staged meanwhile, unless staging.
     void stagingIs(bool staging);
     /// The next rows are for the entry of the number.
@@ -88,6 +89,7 @@ class VELA_EXPORT RouteWriter final : private LpmTable::Levels {
   bool marked(const Key& route) const { return levelFor(route.prefix().len()).marked(route); }
   /// Routes that were guessed from hardware and not announced since.
   U32 unclaimed() const { return routes_->count(LpmRoutes::unclaimed); }
+  /// Whether the route is one of them.
   bool unclaimed(const Key& route) const { return routes_->has(LpmRoutes::unclaimed, route); }
   /// Programmed entries of the levels that stand for announced routes.
   U64 programmedCells() const;

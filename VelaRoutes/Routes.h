@@ -24,10 +24,12 @@ class VELA_EXPORT AdmissionListener {
 /// for here rather than of the LpmTable: a row that is known to be wrong counts as hardwareError.
 class VELA_EXPORT Routes final : private Orb::KeyObserver<RouteKey> {
  public:
-  using Key = RouteKey;
+  using Key = RouteKey;  ///< A prefix of 0 to 32 bits in a VRF.
+  /// See docs/api.md for what to do about each.
   using Status = VelaSwitchApi::EntryProgrammedStatus;
+  /// The LAG that packets leave by, and their rewrite.
   using Nexthop = VelaSwitch::NexthopIndexes;
-  using Route = std::pair<const Key&, const Nexthop&>;
+  using Route = std::pair<const Key&, const Nexthop&>;  ///< A key and its next hop, where they lie.
 
   /// `writer` must outlive this.
   explicit Routes(RouteWriter& writer) : writer_(writer) {}
@@ -35,7 +37,7 @@ class VELA_EXPORT Routes final : private Orb::KeyObserver<RouteKey> {
   Routes(const Routes&) = delete;
   Routes& operator=(const Routes&) = delete;
 
-  RouteWriter& writer() const { return writer_; }
+  RouteWriter& writer() const { return writer_; }  ///< As it was given.
 
   /// Announces a route, whose next hop must be valid. One that is unchanged but not programmed is
   /// tried again. What it costs, and what failed before, is written when it returns.
@@ -43,8 +45,10 @@ class VELA_EXPORT Routes final : private Orb::KeyObserver<RouteKey> {
   /// The same of `count` routes, in order: `routeAt(number)` must stay where it is meanwhile. Rows
   /// of hashed levels go to the bus in runs.
   using RouteAt = std::function<Route(std::size_t number)>;
+  /// `listener` hears of each route when its rows are written.
   void announceAll(std::size_t count, const RouteAt& routeAt,
                    VelaSwitchApi::BatchListener& listener);
+  /// One outcome a route, in order.
   std::vector<VelaSwitchApi::EntryOutcome> announceAll(
       std::span<const std::pair<Key, Nexthop>> routes);
   /// Returns whether there was one. Those that waited for its room come in.
@@ -54,16 +58,16 @@ class VELA_EXPORT Routes final : private Orb::KeyObserver<RouteKey> {
   bool announced(const Key& route) const;
   /// The next hop of a route that is announced or was guessed.
   std::optional<Nexthop> nexthop(const Key& route) const;
-  Status status(const Key& route) const;
+  Status status(const Key& route) const;  ///< notProgrammed for a route that is not known.
   /// The rows that leave a refused route none; one fewer than the routes' keys that need them.
   std::vector<VelaSwitchApi::Competitor> competing(const Key& route) const;
 
   /// Routes that were announced and stand; those of them that hardware has, that wait for room, and
   /// that hardware lacks since they were refused.
   U32 size() const { return writer_.routes().entries().size() - writer_.unclaimed(); }
-  U32 programmed() const;
-  U32 waiting() const;
-  U32 refused() const;
+  U32 programmed() const;  ///< See size().
+  U32 waiting() const;     ///< See size().
+  U32 refused() const;     ///< See size().
 
   /// There is one at most; null for none. Not called for routes that are tried again by an
   /// announcement, which says itself what became of them.

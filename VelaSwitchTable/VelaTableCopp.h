@@ -9,7 +9,7 @@ namespace VelaSwitchTable {
 struct CoppEntryKey {
   static constexpr const char* typeName = "VelaSwitchTable::CoppEntryKey";
   static constexpr bool scalar = true;
-  Orb::Field<"index", U8> index;
+  Orb::Field<"index", U8> index;  ///< 0 to 12; others have no register.
   auto operator<=>(const CoppEntryKey&) const = default;
 };
 
@@ -17,10 +17,10 @@ struct CoppEntryKey {
 /// older hardware takes the register value.
 struct VELA_EXPORT CoppEntry {
   static constexpr const char* typeName = "VelaSwitchTable::CoppEntry";
-  Orb::Field<"result", U32> result;            ///< The register value.
-  Orb::Field<"interval", float> interval;      ///< Of index 0.
-  Orb::Field<"increment", U32, 18> increment;  ///< Tokens added per interval.
-  Orb::Field<"scaleFactor", U32, 3> scaleFactor;
+  Orb::Field<"result", U32> result;               ///< The register value.
+  Orb::Field<"interval", float> interval;         ///< Of index 0.
+  Orb::Field<"increment", U32, 18> increment;     ///< Tokens added per interval.
+  Orb::Field<"scaleFactor", U32, 3> scaleFactor;  ///< Beside the increment, in bits 20 to 22.
   auto operator<=>(const CoppEntry&) const = default;
 
   /// The register of the limiter in a table. What the pipelines, of which there must be some, let
@@ -29,8 +29,7 @@ struct VELA_EXPORT CoppEntry {
                       bool scaleFactorSupported) const;
   /// The inverse, for the CPU's transmit table.
   static CoppEntry fromCpuHardwareValue(CoppEntryKey key, U32 value, bool scaleFactorSupported);
-  /// The share of each of so many pipelines, in per cent.
-  static U32 pipelineScalingPercent(U32 numPipelines);
+  static U32 pipelineScalingPercent(U32 numPipelines);  ///< The share of each, in per cent.
   /// The form for people.
   std::string resultString() const { return Orb::fieldsText(*this); }
 };
@@ -60,7 +59,8 @@ class VELA_EXPORT CoppTable final : public PlainFamilyTable<CoppFamily> {
   /// Hardware interface from which limiters have a scale factor; the profile's unless set. A new
   /// one writes the limiters again whose registers it changes; an equal one tells nobody.
   void scaleFactorVersionIs(VelaSwitch::ProfileHwApi version);
-  VelaSwitch::ProfileHwApi scaleFactorVersion() const;
+  VelaSwitch::ProfileHwApi scaleFactorVersion() const;  ///< What was set, or the profile's.
+  /// Whether the profile's interface has come to that.
   bool scaleFactorSupported() const { return profile().hwApi() >= scaleFactorVersion(); }
   /// For those who want to hear of another version.
   Orb::Attribute<std::optional<VelaSwitch::ProfileHwApi>>& scaleFactorVersionAttribute() {

@@ -20,9 +20,9 @@ struct VELA_EXPORT FloodSetResult {
 /// A flood set with the time of its last change.
 struct FloodSetEntry {
   static constexpr const char* typeName = "VelaSwitchTable::FloodSetEntry";
-  Orb::Field<"key", Bridging::VlanId> key;
-  Orb::Field<"result", FloodSetResult> result;
-  Orb::Field<"lastUpdate", Orb::Seconds> lastUpdate;
+  Orb::Field<"key", Bridging::VlanId> key;            ///< The VLAN.
+  Orb::Field<"result", FloodSetResult> result;        ///< All that hardware has of it.
+  Orb::Field<"lastUpdate", Orb::Seconds> lastUpdate;  ///< When the result last changed.
   auto operator<=>(const FloodSetEntry&) const = default;
 };
 /// One whose masks are there already changes nothing, the time neither.
@@ -66,12 +66,14 @@ class VELA_EXPORT FloodSetTable final : public PlainFamilyTable<FloodSetFamily> 
   bool entryIs(const FloodSetEntry& entry);
   /// With the clock's time.
   bool entryIs(Bridging::VlanId vid, const FloodSetResult& result);
+  /// The entry that the clock's time makes of a result.
   FloodSetEntry entryOf(Bridging::VlanId vid, const FloodSetResult& result) const {
     return {vid, result, clock_()};
   }
 
   /// Gives the time of changes that are announced without; the system's time unless set.
   using Clock = std::function<Orb::Seconds()>;
+  /// Asked at each change that has no time of its own.
   void clockIs(Clock clock) { clock_ = std::move(clock); }
 
   /// A row of hardware has no time: its entry has the clock's.

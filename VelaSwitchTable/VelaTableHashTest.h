@@ -8,14 +8,15 @@ namespace VelaSwitchTable {
 struct HashTestKey {
   static constexpr const char* typeName = "VelaSwitchTable::HashTestKey";
   static constexpr bool scalar = true;
-  Orb::Field<"value", U32> value;
+  Orb::Field<"value", U32> value;  ///< All 32 bits are compared.
   auto operator<=>(const HashTestKey&) const = default;
 };
 
+/// What hardware keeps for a key of the test table.
 struct HashTestResult {
   static constexpr const char* typeName = "VelaSwitchTable::HashTestResult";
   static constexpr bool scalar = true;
-  Orb::Field<"result", U32> result;
+  Orb::Field<"result", U32> result;  ///< Whatever the test likes.
   auto operator<=>(const HashTestResult&) const = default;
 };
 

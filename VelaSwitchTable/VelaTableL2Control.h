@@ -6,11 +6,12 @@ namespace VelaSwitchTable {
 
 using L2ControlKey = PortKeyOf<"VelaSwitchTable::L2ControlKey">;
 
+/// What layer 2 does otherwise at a port.
 struct VELA_EXPORT L2ControlResult {
   static constexpr const char* typeName = "VelaSwitchTable::L2ControlResult";
-  Orb::Field<"isMlagPeer", bool> isMlagPeer;
-  Orb::Field<"learnOnly", bool> learnOnly;
-  Orb::Field<"learnDisabled", bool> learnDisabled;
+  Orb::Field<"isMlagPeer", bool> isMlagPeer;  ///< The port leads to the other switch of an MLAG.
+  Orb::Field<"learnOnly", bool> learnOnly;    ///< Frames are learned from, not forwarded.
+  Orb::Field<"learnDisabled", bool> learnDisabled;  ///< Frames are not learned from.
   auto operator<=>(const L2ControlResult&) const = default;
   /// The form for people.
   std::string resultString() const { return Orb::fieldsText(*this); }

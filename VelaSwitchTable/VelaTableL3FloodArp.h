@@ -8,10 +8,11 @@
 
 namespace VelaSwitchTable {
 
+/// What is written into the copies of a flood set.
 struct L3FloodArpResult {
   static constexpr const char* typeName = "VelaSwitchTable::L3FloodArpResult";
-  Orb::Field<"ethAddr", Bridging::EthAddr> ethAddr;
-  Orb::Field<"vlanId", Bridging::VlanIdOrNone> vlanId;
+  Orb::Field<"ethAddr", Bridging::EthAddr> ethAddr;     ///< Destination address.
+  Orb::Field<"vlanId", Bridging::VlanIdOrNone> vlanId;  ///< VLAN of the copies; 0 for none.
   auto operator<=>(const L3FloodArpResult&) const = default;
 };
 

@@ -6,9 +6,10 @@
 
 namespace VelaSwitchTable {
 
+/// Where the copies of a flood set go.
 struct L3FloodBitmapResult {
   static constexpr const char* typeName = "VelaSwitchTable::L3FloodBitmapResult";
-  Orb::Field<"portMask", VelaSwitch::IngressPortMask> portMask;
+  Orb::Field<"portMask", VelaSwitch::IngressPortMask> portMask;  ///< Without the CPU port.
   auto operator<=>(const L3FloodBitmapResult&) const = default;
 };
 

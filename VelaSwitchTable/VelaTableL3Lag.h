@@ -6,10 +6,11 @@
 
 namespace VelaSwitchTable {
 
+/// Where packets to a layer-3 LAG go.
 struct L3LagResult {
   static constexpr const char* typeName = "VelaSwitchTable::L3LagResult";
-  Orb::Field<"portMask", VelaSwitch::IngressPortMask> portMask;
-  Orb::Field<"cpuPriority", bool> cpuPriority;
+  Orb::Field<"portMask", VelaSwitch::IngressPortMask> portMask;  ///< With the CPU port.
+  Orb::Field<"cpuPriority", bool> cpuPriority;  ///< What the CPU gets of them is urgent.
   auto operator<=>(const L3LagResult&) const = default;
 };
 

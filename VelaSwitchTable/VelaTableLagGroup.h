@@ -8,6 +8,7 @@ namespace VelaSwitchTable {
 
 using LagGroupKey = PortKeyOf<"VelaSwitchTable::LagGroupKey">;
 
+/// The LAG of a port.
 struct LagGroupResult {
   static constexpr const char* typeName = "VelaSwitchTable::LagGroupResult";
   Orb::Field<"lagGroupId", U32, 6> lagGroupId;  ///< 63 stands for no group.

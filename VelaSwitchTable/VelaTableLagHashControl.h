@@ -6,12 +6,13 @@ namespace VelaSwitchTable {
 
 using LagHashControlKey = PortKeyOf<"VelaSwitchTable::LagHashControlKey">;
 
+/// What enters the hash of a frame to a LAG.
 struct VELA_EXPORT LagHashControlResult {
   static constexpr const char* typeName = "VelaSwitchTable::LagHashControlResult";
-  Orb::Field<"useVlanId", bool> useVlanId;
-  Orb::Field<"unused", bool> unused;  ///< Kept, and written like the others.
-  Orb::Field<"useSipAndDip", bool> useSipAndDip;
-  Orb::Field<"hashSeed", U8, 6> hashSeed;
+  Orb::Field<"useVlanId", bool> useVlanId;        ///< The VLAN id does.
+  Orb::Field<"unused", bool> unused;              ///< Kept, and written like the others.
+  Orb::Field<"useSipAndDip", bool> useSipAndDip;  ///< Source and destination IP addresses do.
+  Orb::Field<"hashSeed", U8, 6> hashSeed;         ///< What the hash starts from.
   auto operator<=>(const LagHashControlResult&) const = default;
   /// The form for people.
   std::string resultString() const;

@@ -8,9 +8,10 @@ namespace VelaSwitchTable {
 
 using LagLookUpKey = PortKeyOf<"VelaSwitchTable::LagLookUpKey">;
 
+/// The share of a LAG's frames that a port takes.
 struct LagLookUpResult {
   static constexpr const char* typeName = "VelaSwitchTable::LagLookUpResult";
-  Orb::Field<"buckets", U32> buckets;
+  Orb::Field<"buckets", U32> buckets;  ///< Bit n: frames of bucket n leave by the port.
   auto operator<=>(const LagLookUpResult&) const = default;
 };
 

@@ -6,11 +6,10 @@
 
 namespace VelaSwitchTable {
 
-/// The whole routes and what became of each: where somebody writes them into levels, that follows
-/// from the entries there.
+/// The whole routes, and what became of each where somebody writes them into levels.
 class VELA_EXPORT LpmTable final : public Orb::PtrInterface {
  public:
-  using Key = VelaSwitch::LpmKey;
+  using Key = VelaSwitch::LpmKey;  ///< A prefix of any length in a VRF.
   using Flag = LpmRoutes::Flag;
 
   /// Whoever writes the routes into levels.
@@ -27,7 +26,7 @@ class VELA_EXPORT LpmTable final : public Orb::PtrInterface {
     ~Levels() = default;
   };
 
-  explicit LpmTable(std::string name) : name_(std::move(name)) {}
+  explicit LpmTable(std::string name) : name_(std::move(name)) {}  ///< Without routes.
   ~LpmTable() override;
 
   static constexpr const char* typeName = "VelaSwitchTable::LpmTable";
@@ -35,7 +34,7 @@ class VELA_EXPORT LpmTable final : public Orb::PtrInterface {
   static inline Trace::Handle trace{sourceUnit};
   const Orb::Type& fwkType() const override;
 
-  const std::string& name() const { return name_; }
+  const std::string& name() const { return name_; }  ///< For people.
 
   /// The routes' results, or their statuses.
   template <class Value>
@@ -43,30 +42,30 @@ class VELA_EXPORT LpmTable final : public Orb::PtrInterface {
 
   /// Announces a route; an equal one changes nothing. Returns whether it changed.
   bool entryIs(const Key& route, const LpmResult& result);
-  bool entryDel(const Key& given);
-  void entryDelAll();
+  bool entryDel(const Key& given);  ///< Withdraws it; false when there is none.
+  void entryDelAll();               ///< Withdraws all, in ascending order.
   /// The route's result, if it is announced.
   std::optional<LpmResult> entry(const Key& route) const { return entries().find(route); }
-  View<LpmResult> entries() const { return View<LpmResult>(*this); }
+  View<LpmResult> entries() const { return View<LpmResult>(*this); }  ///< Guessed ones included.
 
-  /// The route's status, created when there is none.
-  LpmStatus entryStatusIs(const Key& route);
-  void entryStatusDel(const Key& given);
-  void entryStatusDelAll();
+  LpmStatus entryStatusIs(const Key& route);  ///< The route's, made when there is none.
+  void entryStatusDel(const Key& given);      ///< Forgets it.
+  void entryStatusDelAll();                   ///< Forgets all.
+  /// The route's status, if it has one.
   std::optional<LpmStatus> entryStatus(const Key& route) const {
     return entryStatuses().find(route);
   }
+  /// Of all routes that have one; what they say is worked out when it is asked for.
   View<LpmStatus> entryStatuses() const { return View<LpmStatus>(*this); }
 
   /// Sets or clears a flag of an announced route that does not follow from anything else:
   /// `unclaimed` or `noted`. Returns whether that changed it.
   bool flagIs(const Key& route, Flag flag, bool set);
+  /// Whether the route has the flag.
   bool has(Flag flag, const Key& route) const { return find(flag, route).routes != nullptr; }
-  /// How many routes have the flag, and which, in ascending order.
-  U32 count(Flag flag) const { return counts_[flag]; }
-  std::vector<Key> keys(Flag flag) const;
-  /// Calls `visit(routes, node)` for each that has the flag, in no order. They must not change
-  /// meanwhile.
+  U32 count(Flag flag) const { return counts_[flag]; }  ///< How many routes have it.
+  std::vector<Key> keys(Flag flag) const;               ///< Which, in ascending order.
+  /// Calls `visit(routes, node)` for each that has it, in no order. They must not change meanwhile.
   template <class Visitor>
   void forEachRoute(Flag flag, const Visitor& visit) const {
     if (count(flag) == 0) return;
@@ -75,19 +74,16 @@ class VELA_EXPORT LpmTable final : public Orb::PtrInterface {
     });
   }
 
-  /// There is one at most. Null when it goes.
-  void levelsAre(Levels* levels) { levels_ = levels; }
-  /// The routes of a key, or null.
-  LpmRoutes* routesOf(const Key& key) const;
+  void levelsAre(Levels* levels) { levels_ = levels; }  ///< One at most; null when it goes.
+  LpmRoutes* routesOf(const Key& key) const;            ///< The routes of a key, or null.
   /// Calls `visit(routes)` for each key, in no order. They must not change meanwhile.
   template <class Visitor>
   void forEachKey(const Visitor& visit) const {
     index_.forEach([&](const void* each) { visit(*static_cast<const LpmRoutes*>(each)); });
   }
-  LpmStatus statusOf(const LpmRoutes& routes, U32 node) const;
-  /// Told by the levels: the status of a route changed, or of all in the tree of a key.
-  void handleStatus(const Key& route);
-  void handleStatuses(const Key& given);
+  LpmStatus statusOf(const LpmRoutes& routes, U32 node) const;  ///< Of one that has a status.
+  void handleStatus(const Key& route);    ///< Told by the levels: the route's status changed.
+  void handleStatuses(const Key& given);  ///< Likewise of all in the tree of a key.
 
  private:
   friend View<LpmResult>;
@@ -117,8 +113,7 @@ class VELA_EXPORT LpmTable final : public Orb::PtrInterface {
   mutable Orb::KeyObservers<Key> statusObservers_;
 };
 
-VELA_EXPORT Orb::Ptr<LpmTable> LpmTableIs(const std::string& name);
-/// The same by its other name.
-VELA_EXPORT Orb::Ptr<LpmTable> lpmTableFactory(const std::string& name);
+VELA_EXPORT Orb::Ptr<LpmTable> LpmTableIs(const std::string& name);       ///< Without routes.
+VELA_EXPORT Orb::Ptr<LpmTable> lpmTableFactory(const std::string& name);  ///< Likewise.
 
 }  // namespace VelaSwitchTable

@@ -5,10 +5,11 @@
 
 namespace VelaSwitchTable {
 
+/// A row of the first level.
 struct Lpm11Result {
   static constexpr const char* typeName = "VelaSwitchTable::Lpm11Result";
-  Orb::Field<"cellResult", EntryCellResult> cellResult;
-  Orb::Field<"cpuTrap", bool> cpuTrap;
+  Orb::Field<"cellResult", EntryCellResult> cellResult;  ///< The longest route of the level.
+  Orb::Field<"cpuTrap", bool> cpuTrap;                   ///< Packets go to the CPU.
   auto operator<=>(const Lpm11Result&) const = default;
 };
 

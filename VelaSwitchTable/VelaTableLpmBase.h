@@ -19,9 +19,11 @@ class VELA_EXPORT LpmBaseTable : public HashFamilyTableBase<LpmBaseFamily> {
  public:
   VELA_REGISTERED(LpmBaseFamily, LpmBaseTable);
 
+  /// Widths and lengths of the level.
   const LpmLevel& level() const { return lpmLevelOfKey(prefixBaseLen()); }
   /// The shortest real length that the level serves. The level's constructor sets it, once.
   U8 prefixBaseLen() const { return prefixBaseLen_.value(); }
+  /// Others than that of a level are refused by level().
   void prefixBaseLenIs(U8 length) { prefixBaseLen_.is(length); }
   /// For those who want to hear when it changes.
   Orb::Attribute<U8>& prefixBaseLenAttribute() { return prefixBaseLen_; }

@@ -45,9 +45,11 @@ class VELA_EXPORT LpmLevelHelper : public LpmBaseHelper {
   }
 };
 
+/// The table of a level: Lpm14Table, made by Lpm14TableIs(name), to Lpm32Table.
 template <class L>
 class VELA_EXPORT LpmLevelTable : public LpmBaseTable {
  public:
+  /// `name` is for traces.
   explicit LpmLevelTable(std::string name) : LpmBaseTable(std::move(name)) {
     prefixBaseLenIs(L::level.prefixBaseLen);
   }

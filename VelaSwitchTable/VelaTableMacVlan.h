@@ -7,21 +7,23 @@
 
 namespace VelaSwitchTable {
 
+/// A row of the layer-2 address table; software chooses it.
 struct MacVlanKey {
   static constexpr const char* typeName = "VelaSwitchTable::MacVlanKey";
   static constexpr bool scalar = true;
-  Orb::Field<"row", U16> row;
+  Orb::Field<"row", U16> row;  ///< 0 to 1023.
   auto operator<=>(const MacVlanKey&) const = default;
 };
 
+/// An address in a VLAN, and what becomes of frames to it.
 struct MacVlanResult {
   static constexpr const char* typeName = "VelaSwitchTable::MacVlanResult";
-  Orb::Field<"valid", bool> valid;
-  Orb::Field<"vlanId", Bridging::VlanIdOrNone> vlanId;
-  Orb::Field<"macAddr", Bridging::EthAddr> macAddr;
-  Orb::Field<"portMask", VelaSwitch::IngressPortMask> portMask;
-  Orb::Field<"multicast", bool> multicast;
-  Orb::Field<"routed", bool> routed;
+  Orb::Field<"valid", bool> valid;                      ///< Whether the row answers lookups.
+  Orb::Field<"vlanId", Bridging::VlanIdOrNone> vlanId;  ///< Compared with the frame's.
+  Orb::Field<"macAddr", Bridging::EthAddr> macAddr;     ///< Compared with the destination address.
+  Orb::Field<"portMask", VelaSwitch::IngressPortMask> portMask;  ///< Where frames go.
+  Orb::Field<"multicast", bool> multicast;                       ///< It is a group's address.
+  Orb::Field<"routed", bool> routed;                             ///< It is the router's own.
   auto operator<=>(const MacVlanResult&) const = default;
 };
 

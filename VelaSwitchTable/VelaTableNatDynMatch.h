@@ -10,10 +10,10 @@ struct NatDynMatchResult {
   Orb::Field<"valid", bool> valid;  ///< Whether the row answers lookups.
   /// Protocol class to rewrite as, 0 to 3. Others cannot be encoded and become 0.
   Orb::Field<"proto", U8> proto;
-  Orb::Field<"natRewriteId", U16, 12> natRewriteId;
-  Orb::Field<"trapToCpu", bool> trapToCpu;
-  Orb::Field<"l3LagIndex", VelaSwitch::L3LagIndex> l3LagIndex;
-  Orb::Field<"rewriteIndex", U8, 6> rewriteIndex;
+  Orb::Field<"natRewriteId", U16, 12> natRewriteId;  ///< The `rewriteIndex` of NatRewrite.
+  Orb::Field<"trapToCpu", bool> trapToCpu;           ///< The packet goes to the CPU.
+  Orb::Field<"l3LagIndex", VelaSwitch::L3LagIndex> l3LagIndex;  ///< The ports that it leaves by.
+  Orb::Field<"rewriteIndex", U8, 6> rewriteIndex;               ///< As of a route's next hop.
   auto operator<=>(const NatDynMatchResult&) const = default;
 };
 

@@ -6,11 +6,12 @@
 
 namespace VelaSwitchTable {
 
+/// What is put in place of an address and a port.
 struct NatRewriteResult {
   static constexpr const char* typeName = "VelaSwitchTable::NatRewriteResult";
-  Orb::Field<"newIp", Ipnet::IpAddr> newIp;
-  Orb::Field<"newPort", U16> newPort;
-  Orb::Field<"l3ChecksumCorrection", U16> l3ChecksumCorrection;
+  Orb::Field<"newIp", Ipnet::IpAddr> newIp;  ///< Source or destination, as the match says.
+  Orb::Field<"newPort", U16> newPort;        ///< Likewise.
+  Orb::Field<"l3ChecksumCorrection", U16> l3ChecksumCorrection;  ///< Added to the IP checksum.
   auto operator<=>(const NatRewriteResult&) const = default;
 };
 

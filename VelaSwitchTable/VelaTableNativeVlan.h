@@ -7,11 +7,12 @@ namespace VelaSwitchTable {
 
 using NativeVlanKey = PortKeyOf<"VelaSwitchTable::NativeVlanKey">;
 
+/// The tag that untagged frames of a port have within the switch.
 struct VELA_EXPORT NativeVlanResult {
   static constexpr const char* typeName = "VelaSwitchTable::NativeVlanResult";
-  Orb::Field<"nativeVlanId", Bridging::VlanId> nativeVlanId;
-  Orb::Field<"dei", U8, 1> dei;
-  Orb::Field<"pcp", U8, 3> pcp;
+  Orb::Field<"nativeVlanId", Bridging::VlanId> nativeVlanId;  ///< 1 unless told.
+  Orb::Field<"dei", U8, 1> dei;                               ///< Drop-eligible indicator.
+  Orb::Field<"pcp", U8, 3> pcp;                               ///< Priority code point.
   auto operator<=>(const NativeVlanResult&) const = default;
   /// The form for people.
   std::string resultString() const;

@@ -4,6 +4,7 @@
 
 namespace VelaSwitchTable {
 
+/// How a port takes VLAN tags: all VLANs tagged, one untagged, or one around the sender's own tags.
 enum class PortMode : U8 { trunk, access, qinq };
 VELA_EXPORT void appendText(Orb::TextSink& sink, PortMode mode);
 /// Throws Orb::TextException for another word than "trunk", "access" and "qinq".
@@ -13,11 +14,12 @@ VELA_EXPORT void fromRowBits(PortMode& mode, U64 bits);
 
 using PortConfigKey = PortKeyOf<"VelaSwitchTable::PortConfigKey">;
 
+/// What a port does.
 struct VELA_EXPORT PortConfigResult {
   static constexpr const char* typeName = "VelaSwitchTable::PortConfigResult";
-  Orb::Field<"portMode", PortMode> portMode;
-  Orb::Field<"txDisabled", bool> txDisabled;
-  Orb::Field<"l2ForwardingDisabled", bool> l2ForwardingDisabled;
+  Orb::Field<"portMode", PortMode> portMode;                      ///< Trunk unless told.
+  Orb::Field<"txDisabled", bool> txDisabled;                      ///< Nothing is sent.
+  Orb::Field<"l2ForwardingDisabled", bool> l2ForwardingDisabled;  ///< Nothing is bridged.
   auto operator<=>(const PortConfigResult&) const = default;
   /// The form for people.
   std::string resultString() const;

@@ -4,17 +4,19 @@
 
 namespace VelaSwitchTable {
 
+/// An IP protocol.
 struct ProtocolRemapKey {
   static constexpr const char* typeName = "VelaSwitchTable::ProtocolRemapKey";
   static constexpr bool scalar = true;
-  Orb::Field<"protocol", U8> protocol;
+  Orb::Field<"protocol", U8> protocol;  ///< As in the IP header.
   auto operator<=>(const ProtocolRemapKey&) const = default;
 };
 
+/// What it counts as for NAT.
 struct ProtocolRemapResult {
   static constexpr const char* typeName = "VelaSwitchTable::ProtocolRemapResult";
   static constexpr bool scalar = true;
-  Orb::Field<"remappedProtocol", U8, 3> remappedProtocol;
+  Orb::Field<"remappedProtocol", U8, 3> remappedProtocol;  ///< The `proto` of NAT keys.
   auto operator<=>(const ProtocolRemapResult&) const = default;
 };
 

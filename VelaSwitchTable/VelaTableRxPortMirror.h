@@ -7,10 +7,11 @@ namespace VelaSwitchTable {
 
 using RxPortMirrorKey = PortKeyOf<"VelaSwitchTable::RxPortMirrorKey">;
 
+/// The copies of what a port receives.
 struct RxPortMirrorResult {
   static constexpr const char* typeName = "VelaSwitchTable::RxPortMirrorResult";
   Orb::Field<"portMask", VelaSwitch::IngressPortMask> portMask;  ///< Where copies go.
-  Orb::Field<"enabled", bool> enabled;
+  Orb::Field<"enabled", bool> enabled;  ///< Without it there are none, whatever the mask.
   auto operator<=>(const RxPortMirrorResult&) const = default;
 };
 

@@ -6,16 +6,18 @@
 
 namespace VelaSwitchTable {
 
+/// A group of VLANs.
 struct VlanGroupKey {
   static constexpr const char* typeName = "VelaSwitchTable::VlanGroupKey";
   static constexpr bool scalar = true;
-  Orb::Field<"group", U8> group;
+  Orb::Field<"group", U8> group;  ///< 0 to 15, the `vlanGroupId` of multicast routes.
   auto operator<=>(const VlanGroupKey&) const = default;
 };
 
+/// The VLANs that a multicast packet is copied into.
 struct VlanGroupResult {
   static constexpr const char* typeName = "VelaSwitchTable::VlanGroupResult";
-  static constexpr U8 maxVlans = 8;
+  static constexpr U8 maxVlans = 8;  ///< Of a group.
   /// 0 for an unused place.
   Orb::Field<"vlanIds", std::array<Bridging::VlanIdOrNone, maxVlans>> vlanIds;
   auto operator<=>(const VlanGroupResult&) const = default;

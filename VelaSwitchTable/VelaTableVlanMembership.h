@@ -8,9 +8,9 @@ namespace VelaSwitchTable {
 /// The ports that one hardware table serves, both included.
 struct VlanTablePortRange {
   static constexpr const char* typeName = "VelaSwitchTable::VlanTablePortRange";
-  Orb::Field<"tableId", U32> tableId;
-  Orb::Field<"min", U32> min;
-  Orb::Field<"max", U32> max;
+  Orb::Field<"tableId", U32> tableId;  ///< Number of the hardware table.
+  Orb::Field<"min", U32> min;          ///< The first port.
+  Orb::Field<"max", U32> max;          ///< The last one.
   auto operator<=>(const VlanTablePortRange&) const = default;
 };
 
@@ -104,8 +104,10 @@ class VELA_EXPORT VlanMembershipConvertorLayer2All final
 /// @param pipe      number of the table; its rows carry the ACL and NAT of pipes 2·pipe, 2·pipe+1
 /// @param portBits  port bits in front of the common fields
 /// @param vrfBits   VRF bits of the profile
+/// @param result    what is desired of the VLAN
 /// @param index     the VLAN id
 /// @param words     the row, four words
+/// @param version   what rows are packed as
 VELA_EXPORT void setBaseHwBuffer(U8 pipe, U8 portBits, U32 vrfBits,
                                  const VlanMembershipResult& result, HwIndex index, U32* words,
                                  VelaSwitch::RegisterFormatVersion version);

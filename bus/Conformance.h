@@ -23,8 +23,9 @@ class BusUnderTest {
   using HwIndex = VelaSwitchApi::HwIndex;
   using RegisterBus = VelaSwitchApi::RegisterBus;
 
+  /// What the suite may use.
   struct Table {
-    VelaSwitchApi::HwTableIdentity identity;
+    VelaSwitchApi::HwTableIdentity identity;  ///< As the bus is to be told it.
     HwIndex lastIndex;                      ///< Of three times the rows of a read of hits, or more.
     std::vector<std::string> registers;     ///< A row's, in the order in which they are written.
     std::vector<std::string> hitRegisters;  ///< Empty when rows have no hit bits.
@@ -32,7 +33,7 @@ class BusUnderTest {
 
   virtual ~BusUnderTest() = default;
 
-  virtual RegisterBus& bus() = 0;
+  virtual RegisterBus& bus() = 0;  ///< The same one throughout a test.
   /// Two tables at least, none of whose rows was ever written. Those that share registers, where
   /// there are any, find the most.
   virtual const std::vector<Table>& tables() const = 0;
@@ -64,9 +65,10 @@ class BusUnderTest {
 
 /// What came of a check.
 struct BusVerdict {
+  /// A check that needs what cannot be done is skipped.
   enum class Outcome { good, bad, skipped };
-  Outcome outcome = Outcome::good;
-  std::string why = {};
+  Outcome outcome = Outcome::good;  ///< Unless something was found.
+  std::string why = {};  ///< What was wrong, or could not be done; empty when all was well.
 };
 
 /// The checks themselves, of use without GoogleTest's tests: for buses that are to be refused.
@@ -76,6 +78,7 @@ class BusChecks {
   using RegisterBus = BusUnderTest::RegisterBus;
   using Read = RegisterBus::Read;
 
+  /// Asks the bus for the handles of its tables and registers.
   explicit BusChecks(BusUnderTest& under) : under_(under), bus_(under.bus()) {
     for (const auto& table : under.tables()) {
       Handles handles{bus_.tableIs(table.identity, table.lastIndex), {}, {}};
@@ -420,9 +423,10 @@ class BusChecks {
 
 /// All of them, by name.
 struct BusCheck {
-  const char* name;
-  BusVerdict (BusChecks::*run)();
+  const char* name;                ///< As docs/buses.md lists it.
+  BusVerdict (BusChecks::*run)();  ///< Run on a bus that nothing was done to.
 };
+/// In the order of docs/buses.md.
 inline constexpr BusCheck busChecks[] = {
     {"handles", &BusChecks::handles},
     {"rowsHoldWhatWasWritten", &BusChecks::rowsHoldWhatWasWritten},
@@ -438,14 +442,17 @@ inline constexpr BusCheck busChecks[] = {
     {"readsRecover", &BusChecks::readsRecover},
 };
 
+/// Makes a bus whose rows were never written.
 using BusMaker = std::function<std::unique_ptr<BusUnderTest>()>;
 
 /// One check as a test.
 class BusConformanceTest : public testing::Test {
  public:
+  /// The check is run on what `make` makes.
   BusConformanceTest(BusMaker make, const BusCheck& check)
       : make_(std::move(make)), check_(check) {}
 
+  /// Skipped, or failed with the verdict's text.
   void TestBody() override {
     const auto under = make_();
     BusChecks checks(*under);

@@ -18,10 +18,10 @@ class VELA_EXPORT MappedBus final : public VelaSwitchApi::RegisterBus {
  public:
   /// What is mapped.
   struct File {
-    std::string path;
-    U64 offset = 0;  ///< Where the registers begin, in bytes: a multiple of the page size.
-    U64 size = 0;    ///< Bytes from there on; 0 for all that the file has, which device nodes do
-                     ///< not tell.
+    std::string path;  ///< Opened for reading and writing.
+    U64 offset = 0;    ///< Where the registers begin, in bytes: a multiple of the page size.
+    U64 size = 0;      ///< Bytes from there on; 0 for all that the file has, which device nodes do
+                       ///< not tell.
   };
   /// Why accesses failed, since the bus was made.
   struct Errors {
@@ -36,13 +36,15 @@ class VELA_EXPORT MappedBus final : public VelaSwitchApi::RegisterBus {
   MappedBus(const MappedBus&) = delete;
   MappedBus& operator=(const MappedBus&) = delete;
 
-  const Errors& errors() const { return errors_; }
+  const Errors& errors() const { return errors_; }  ///< Counted since the bus was made.
 
   /// Throws MapException for a path that the map does not have.
   RegisterHandle registerIs(std::string_view path) override;
   /// Throws MapException for a table that the map does not have.
   TableHandle tableIs(const VelaSwitchApi::HwTableIdentity& identity, HwIndex lastIndex) override;
+  /// False when hardware refused it or took too long.
   bool rowIs(TableHandle table, HwIndex index, std::span<const RegisterValue> writes) override;
+  /// Failed when hardware refused it or took too long.
   Read row(TableHandle table, HwIndex index, std::span<RegisterValue> values) override;
   /// When hardware answers too late its answer is kept for the next call, so that no hit is lost.
   bool hitBits(TableHandle table, HwIndex first, std::span<RegisterValue> values) override;

@@ -27,14 +27,17 @@ class VELA_EXPORT NumberPattern {
   /// Throws MapException when the text is not well-formed.
   explicit NumberPattern(std::string text);
 
-  const std::string& text() const { return text_; }
+  const std::string& text() const { return text_; }  ///< As it was given.
+  /// Whether the text is one of those that it stands for.
   bool matches(std::string_view text) const;
 
+  /// The numbers that one pair of braces stands for.
   struct Range {
-    U32 first;
-    U32 last;
-    U64 count() const { return U64{last} - first + 1; }
+    U32 first;                                           ///< 0 of "{}".
+    U32 last;                                            ///< Included.
+    U64 count() const { return U64{last} - first + 1; }  ///< How many numbers.
   };
+  /// In the order in which they stand in the text.
   const std::vector<Range>& ranges() const { return ranges_; }
   /// The text with these numbers, one for each range.
   std::string textOf(std::span<const U32> numbers) const;
@@ -51,16 +54,16 @@ class VELA_EXPORT NumberPattern {
 struct VELA_EXPORT IndexWord {
   /// `bits` bits of the index, from its bit `from` on, stand in the word from its bit `to` on.
   struct Bits {
-    U8 from;
-    U8 bits;
-    U8 to;
+    U8 from;  ///< 0 to 31.
+    U8 bits;  ///< 1 to 32.
+    U8 to;    ///< 0 to 31.
   };
 
-  U32 field;  ///< The register, by its number in RegisterMap::fields().
-  U32 value;  ///< The bits that are not the index's.
-  std::vector<Bits> index;
+  U32 field;                ///< The register, by its number in RegisterMap::fields().
+  U32 value;                ///< The bits that are not the index's.
+  std::vector<Bits> index;  ///< Which bits of the index stand in it.
 
-  U32 of(HwIndex row) const;
+  U32 of(HwIndex row) const;  ///< The word for a row.
   /// Whether no two of the rows have the same word. The rows are `first` to `last`.
   bool tells(HwIndex first, HwIndex last) const;
 };
@@ -78,8 +81,8 @@ struct Poll {
 /// How something is read that is not in the registers: hardware is told which row by a write to the
 /// trigger, says when it is done, and has then filled the row's registers.
 struct ReadProtocol {
-  IndexWord trigger;
-  Poll poll;
+  IndexWord trigger;  ///< What is written to ask.
+  Poll poll;          ///< How hardware says that it is done.
 };
 
 /// How the rows of a table are reached.
@@ -96,9 +99,10 @@ struct TableProtocol {
 
 /// The registers of a hardware table.
 struct TableRegisters {
+  /// Rows that have the same registers.
   struct Rows {
-    HwIndex first;
-    HwIndex last;
+    HwIndex first;                   ///< The first row.
+    HwIndex last;                    ///< The last one, included.
     std::vector<std::string> paths;  ///< In the order in which they are written.
   };
   std::string table;       ///< The table's name, as in HwTableIdentity.
@@ -106,6 +110,7 @@ struct TableRegisters {
   U32 width = 32;          ///< Bits that each register has to have.
   bool hits = false;       ///< Whether the table has hit bits.
 };
+/// What faults() is to look at of a hardware table; `hits`: it has hit bits.
 VELA_EXPORT TableRegisters registersOf(const VelaSwitchApi::HwTableDescriptor& descriptor,
                                        bool hits);
 
@@ -113,6 +118,7 @@ VELA_EXPORT TableRegisters registersOf(const VelaSwitchApi::HwTableDescriptor& d
 /// is JSON; docs/buses.md has its form.
 class VELA_EXPORT RegisterMap {
  public:
+  /// Where a register lies.
   struct Register {
     U64 offset;   ///< In bytes, a multiple of 4.
     U32 width;    ///< In bits, a multiple of 32. Values stand in the first 32.
@@ -126,6 +132,7 @@ class VELA_EXPORT RegisterMap {
 
   /// All registers by path.
   const std::map<std::string, Register, std::less<>>& registers() const { return registers_; }
+  /// Null for a path that the map does not have.
   const Register* find(std::string_view path) const;
   /// How the table of the name is reached. Throws MapException when the map does not say, or twice.
   const TableProtocol& protocolOf(std::string_view table) const;

@@ -27,15 +27,16 @@ struct LookupStep {
 /// The tables of one switch as lookups see them, and what they note of their way.
 class VELA_EXPORT DataPath {
  public:
-  using Steps = std::vector<LookupStep>;
+  using Steps = std::vector<LookupStep>;  ///< In the order in which the tables were asked.
   using Table = SimulatedSwitch::Table;
 
   /// Both must outlive the data path.
   DataPath(SimulatedSwitch& chip, const VelaSwitch::ProfileInfo& profile)
       : chip_(chip), profile_(profile) {}
 
+  /// Whose ports and formats lookups go by.
   const VelaSwitch::ProfileInfo& profile() const { return profile_; }
-  const SimulatedSwitch& chip() const { return chip_; }
+  const SimulatedSwitch& chip() const { return chip_; }  ///< Whose rows they read.
 
   /// Where lookups note the tables that they ask, in the order in which they do; null for nowhere.
   void stepsIs(Steps* steps) { steps_ = steps; }
@@ -46,6 +47,7 @@ class VELA_EXPORT DataPath {
   }
   /// A row that lies where its key says, or null when it was never written; notes the step.
   const U32* rowAt(const char* family, U32 table, U32 index);
+  /// Notes a table that was asked: the row that holds the key, if any, and why it is no answer.
   void note(std::string_view family, const Table* table,
             std::optional<VelaSwitchApi::HwIndex> index, const char* refusal = nullptr);
   /// The row that was found last is no answer.
@@ -60,6 +62,7 @@ class VELA_EXPORT DataPath {
 /// A set of ports, which lookups of several areas answer with.
 struct PortMaskHit {
   static constexpr const char* typeName = "VelaDevice::PortMaskHit";
+  /// The CPU port, where it is one of them, is behind the last.
   Orb::Field<"portMask", VelaSwitch::IngressPortMask> portMask;
 };
 

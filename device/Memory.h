@@ -13,6 +13,7 @@ namespace VelaDevice {
 /// moment.
 class VELA_EXPORT Memory {
  public:
+  /// 256 MiB, several times the largest switch.
   static constexpr std::size_t maxSize = std::size_t{1} << 28;
 
   /// Memory that goes with the last process that has it.
@@ -26,12 +27,12 @@ class VELA_EXPORT Memory {
   ~Memory();
   /// Copies are memory of the first kind.
   Memory(const Memory& other);
-  Memory& operator=(const Memory& other);
-  Memory(Memory&& other) noexcept;
-  Memory& operator=(Memory&& other) noexcept;
+  Memory& operator=(const Memory& other);      ///< Likewise.
+  Memory(Memory&& other) noexcept;             ///< Takes the bytes over, with their file.
+  Memory& operator=(Memory&& other) noexcept;  ///< Likewise.
 
-  U8* bytes() const { return bytes_; }
-  std::size_t size() const { return size_; }
+  U8* bytes() const { return bytes_; }  ///< They stay where they are as long as the memory is.
+  std::size_t size() const { return size_; }  ///< In bytes.
   /// Makes it at least this long. Throws std::runtime_error beyond maxSize or when the disk is
   /// full.
   void sizeIs(std::size_t size);

@@ -33,11 +33,11 @@ class VELA_EXPORT SimulatedSwitch : public VelaSwitchApi::RegisterBus {
 
   /// One hardware table's memory.
   struct Table {
-    VelaSwitchApi::HwTableIdentity identity;
-    HwIndex lastIndex = 0;
+    VelaSwitchApi::HwTableIdentity identity;  ///< As it was declared.
+    HwIndex lastIndex = 0;                    ///< The last row, included.
     const ControlWord* control = nullptr;  ///< How writes name their row; null: as the caller says.
     U64 place = 0;                         ///< Where the table stands in the memory.
-    ImageTable* image = nullptr;
+    ImageTable* image = nullptr;           ///< The same in the memory.
 
     /// Registers of a row; 0 until the first is written.
     U32 rowWords() const { return image->rowWords; }
@@ -45,6 +45,7 @@ class VELA_EXPORT SimulatedSwitch : public VelaSwitchApi::RegisterBus {
     U32* row(HwIndex index) const {
       return index <= lastIndex && image->present()[index] != 0 ? image->words(index) : nullptr;
     }
+    /// 1 once a lookup matched the row, until its bit is read.
     U8& hit(HwIndex index) const { return image->hit()[index]; }
   };
 
@@ -55,7 +56,7 @@ class VELA_EXPORT SimulatedSwitch : public VelaSwitchApi::RegisterBus {
   explicit SimulatedSwitch(Memory memory);
   /// A copy has the same rows in memory of its own.
   SimulatedSwitch(const SimulatedSwitch& other);
-  SimulatedSwitch& operator=(const SimulatedSwitch& other);
+  SimulatedSwitch& operator=(const SimulatedSwitch& other);  ///< Likewise.
 
   /// Whether tables were ever declared: a switch that was in use.
   bool used() const { return !state_.tables.empty(); }
@@ -65,13 +66,18 @@ class VELA_EXPORT SimulatedSwitch : public VelaSwitchApi::RegisterBus {
   void modelIs(const std::string& model);
 
   RegisterHandle registerIs(std::string_view path) override;
+  /// Throws ImageException when a saved switch has another one of the name.
   TableHandle tableIs(const VelaSwitchApi::HwTableIdentity& identity, HwIndex lastIndex) override;
+  /// False for those that were told to fail.
   bool rowIs(TableHandle handle, HwIndex index, std::span<const RegisterValue> writes) override;
+  /// Failed for those that were told to.
   Read row(TableHandle handle, HwIndex index, std::span<RegisterValue> values) override;
+  /// Likewise.
   bool hitBits(TableHandle handle, HwIndex first, std::span<RegisterValue> values) override;
 
   /// The table of a family's instance and hardware table id, or null.
   Table* find(std::string_view family, U32 instance, VelaSwitchApi::HwTableId id);
+  /// The same, to look at.
   const Table* find(std::string_view family, U32 instance, VelaSwitchApi::HwTableId id) const {
     return const_cast<SimulatedSwitch*>(this)->find(family, instance, id);
   }
@@ -94,11 +100,12 @@ class VELA_EXPORT SimulatedSwitch : public VelaSwitchApi::RegisterBus {
 
   /// Called after every single register write, with the table and row being written.
   using WriteObserver = std::function<void(const Table&, HwIndex)>;
+  /// There is one at most; empty for none.
   void writeObserverIs(WriteObserver observer) { state_.observer = std::move(observer); }
 
   /// Row writes that reached the switch, and their register writes.
   U64 rowWrites() const { return state_.rowWrites; }
-  U64 registerWrites() const { return state_.registerWrites; }
+  U64 registerWrites() const { return state_.registerWrites; }  ///< See rowWrites().
 
  private:
   bool readFails();

@@ -22,7 +22,7 @@ template <class F>
 struct ClassesOf;
 
 template <class F>
-using TableOf = typename ClassesOf<F>::Table;
+using TableOf = typename ClassesOf<F>::Table;  ///< The table of a family.
 
 namespace detail {
 
@@ -56,16 +56,16 @@ concept FamilyValue = Orb::Value<T> || Orb::IsRanged<T>;
 /// What every family is derived from: its unit, the key and the result of its entries.
 template <Orb::FixedString Unit, FamilyValue K, FamilyValue R>
 struct Family : SourceUnit<Unit> {
-  using Key = K;
-  using Result = R;
+  using Key = K;     ///< What an entry is found by.
+  using Result = R;  ///< What is desired of it.
 };
 
 /// The status of one entry, under the family's own name.
 template <class Key, Orb::FixedString Name>
 struct EntryStatusOf {
   static constexpr const char* typeName = Name.chars;
-  Orb::Field<"key", Key> key;
-  Orb::Field<"status", VelaSwitchApi::EntryProgrammedStatus> status;
+  Orb::Field<"key", Key> key;                                         ///< Whose status it is.
+  Orb::Field<"status", VelaSwitchApi::EntryProgrammedStatus> status;  ///< Of the last attempt.
   Orb::Field<"lastHit", Orb::Seconds> lastHit;  ///< Zero when the entry was never hit.
   auto operator<=>(const EntryStatusOf&) const = default;
 };

@@ -17,12 +17,14 @@ class VELA_EXPORT HashFamilyTableStatus : public Orb::PtrInterface {
  public:
   using Key = typename F::Key;
   using EntryStatus = typename ClassesOf<F>::EntryStatus;
-  using Statuses = HashFamilyTableStatus;
+  using Statuses = HashFamilyTableStatus;  ///< It is its own collection.
 
+  /// Records a status; of no table it is a fatal assertion.
   void entryStatusIs(const EntryStatus& status) {
     ORB_ASSERT_TEXT(table_, "table");
     table_->entryStatusIs(status);
   }
+  /// Forgets the key's status, if it has one.
   void entryStatusDel(const Key& key) {
     if (table_) table_->entryStatusDel(key);
   }
@@ -35,19 +37,23 @@ class VELA_EXPORT HashFamilyTableStatus : public Orb::PtrInterface {
 
   /// All of them in the accessor style of collections.
   Statuses& entryStatuses() { return *this; }
-  const Statuses& entryStatuses() const { return *this; }
+  const Statuses& entryStatuses() const { return *this; }  ///< Likewise, to look at.
+  /// The same as entryStatus().
   std::optional<EntryStatus> find(const Key& key) const { return entryStatus(key); }
   /// All keys, in ascending order.
   std::vector<Key> keys() const {
     return table_ ? table_->keys(KeyRecord::stated) : std::vector<Key>();
   }
+  /// How many there are.
   U32 size() const { return table_ ? table_->count(KeyRecord::stated) : 0; }
   /// For those who want to hear of changed statuses. They must be removed before they go.
   void observerIs(Orb::KeyObserver<Key>* observer) { observers_.observerIs(observer); }
+  /// One that is not there changes nothing.
   void observerDel(Orb::KeyObserver<Key>* observer) { observers_.observerDel(observer); }
 
   /// Called by the table, when it begins to be its status and when it goes.
   void tableIs(HashFamilyTableBase<F>* table) { table_ = table; }
+  /// Called by the table: tells of a change.
   void handleStatus(const Key& key) { observers_.handleKey(key); }
 
  private:
@@ -61,15 +67,17 @@ class VELA_EXPORT HashFamilyTableBase
     : public VelaSwitchApi::HashTable,
       public VelaSwitchApi::EntryStore<typename F::Key, typename F::Result, HashFamilyEntry<F>> {
  public:
-  using Family = F;
+  using Family = F;  ///< What the table is of.
   using HashItem = VelaSwitchApi::HashItem;
   using Key = typename F::Key;
   using Result = typename F::Result;
-  using Entry = typename ClassesOf<F>::CuckooEntry;
+  using Entry = typename ClassesOf<F>::CuckooEntry;  ///< An item: what is placed.
   using EntryStatus = typename ClassesOf<F>::EntryStatus;
   using TableStatus = typename ClassesOf<F>::TableStatus;
+  /// What holds its entries.
   using Store = VelaSwitchApi::EntryStore<Key, Result, HashFamilyEntry<F>>;
 
+  /// `tableIdx` says which of the family's tables it is, `pipeline` which one it serves.
   explicit HashFamilyTableBase(std::string name, U8 tableIdx = 0, U8 pipeline = 0)
       : HashTable(std::move(name), tableIdx, pipeline,
                   {F::trace, F::traits.placement == HashPlacement::everyPipeline, F::traits.hitBits,
@@ -84,8 +92,10 @@ class VELA_EXPORT HashFamilyTableBase
     // A full table's worth of records, so that programming an entry allocates nothing.
     this->reserve(profileConvertor().physicalTable().engine().capacity());
   }
+  /// The key is programmed once more.
   void handleHashItem(const HashItem& item) override { handleEntry(Key(entryOf(item).key())); }
 
+  /// Null before it was created.
   const Orb::Ptr<TableStatus>& tableStatus() const { return tableStatus_; }
   /// The table's status, created on first use.
   const Orb::Ptr<TableStatus>& tableStatusIs() {
@@ -102,9 +112,11 @@ class VELA_EXPORT HashFamilyTableBase
     tableStatus_ = nullptr;
     this->flagDelAll(KeyRecord::stated);
   }
+  /// Records a status, and tells of it when it is another one.
   void entryStatusIs(const EntryStatus& status) {
     this->statusIs(this->recordIs(status.key()), status.status(), status.lastHit());
   }
+  /// Forgets the key's status, if it has one.
   void entryStatusDel(const Key& key) {
     if (auto* record = Store::recordOf(key)) this->statusDel(*record);
   }
@@ -120,6 +132,7 @@ class VELA_EXPORT HashFamilyTableBase
   Orb::Ptr<Entry> hashItemIs(const Key& key) {
     return static_cast<Entry*>(&this->itemIs(this->recordIs(key)));
   }
+  /// Drops the cached item, if there is one; hardware keeps its row.
   void hashItemDel(const Key& key) {
     if (auto* record = Store::recordOf(key)) this->itemDel(*record);
   }

@@ -21,12 +21,14 @@ namespace VelaSwitchTable {
 /// route's next hop.
 struct LpmResult {
   static constexpr const char* typeName = "VelaSwitchTable::LpmResult";
-  using Cells = std::array<EntryCellResult, EntryCellIndex::count>;
-  Orb::Field<"cells", Cells> cells;
-  Orb::Field<"cpuTrap", bool> cpuTrap;
+  using Cells = std::array<EntryCellResult, EntryCellIndex::count>;  ///< By EntryCellIndex.
+  Orb::Field<"cells", Cells> cells;     ///< Of each the longest route of the level that covers it.
+  Orb::Field<"cpuTrap", bool> cpuTrap;  ///< Packets go to the CPU.
   auto operator<=>(const LpmResult&) const = default;
 
+  /// The cell of two address bits.
   const EntryCellResult& cellResult(EntryCellIndex index) const { return cells()[index.value()]; }
+  /// Changes one cell.
   void cellResultIs(EntryCellIndex index, const EntryCellResult& cell) {
     cells.value[index.value()] = cell;
   }
@@ -46,6 +48,7 @@ inline LpmResult routeResult(VelaSwitch::NexthopIndexes nexthop, U8 prefixLen) {
   result.cells.value[0] = cellOf(nexthop, prefixLen);
   return result;
 }
+/// The next hop of such a result.
 inline VelaSwitch::NexthopIndexes routeNexthop(const LpmResult& result) {
   return result.cells()[0].nexthopIndexes();
 }
@@ -54,9 +57,11 @@ inline VelaSwitch::NexthopIndexes routeNexthop(const LpmResult& result) {
 struct LpmStatus {
   static constexpr const char* typeName = "VelaSwitchTable::LpmStatus";
   LpmStatus() = default;
+  /// notProgrammed, and never hit.
   explicit LpmStatus(const VelaSwitch::LpmKey& route) : key(route) {}
 
-  VelaSwitch::LpmKey key;
+  VelaSwitch::LpmKey key;  ///< The route.
+  /// Of all its cells together.
   VelaSwitchApi::EntryProgrammedStatus status = VelaSwitchApi::EntryProgrammedStatus::notProgrammed;
   /// When a key that carries the route was hit last; zero for never. Routes of up to 11 bits have
   /// no hit bits.
@@ -116,9 +121,10 @@ struct LpmRoutes {
 template <class Table, class Value>
 class RoutesView {
  public:
-  explicit RoutesView(Table& table) : table_(table) {}
+  explicit RoutesView(Table& table) : table_(table) {}  ///< The table must outlive the view.
 
-  U32 size() const { return table_.count(flag); }
+  U32 size() const { return table_.count(flag); }  ///< How many there are.
+  /// Nothing for a route that has none.
   std::optional<Value> find(const LpmRoutes::Key& route) const {
     const auto at = table_.find(flag, route);
     if (!at.routes) return std::nullopt;
@@ -132,6 +138,7 @@ class RoutesView {
   std::vector<LpmRoutes::Key> keys() const { return table_.keys(flag); }
   /// For those who want to hear of changed keys. They must be removed before they go.
   void observerIs(Orb::KeyObserver<LpmRoutes::Key>* observer) { observers().observerIs(observer); }
+  /// One that is not there changes nothing.
   void observerDel(Orb::KeyObserver<LpmRoutes::Key>* observer) {
     observers().observerDel(observer);
   }

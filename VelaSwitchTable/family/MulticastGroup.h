@@ -13,12 +13,12 @@ namespace VelaSwitchTable {
 template <Orb::FixedString Name>
 struct MulticastResult {
   static constexpr const char* typeName = Name.chars;
-  Orb::Field<"vlanGroupId", U8, 4> vlanGroupId;
-  Orb::Field<"portMask", VelaSwitch::IngressPortMask> portMask;
+  Orb::Field<"vlanGroupId", U8, 4> vlanGroupId;  ///< The key of VlanGroup: VLANs of the copies.
+  Orb::Field<"portMask", VelaSwitch::IngressPortMask> portMask;  ///< With the CPU port.
   auto operator<=>(const MulticastResult&) const = default;
 };
 
-inline constexpr U8 groupBits = 28;
+inline constexpr U8 groupBits = 28;  ///< Of a group that hardware looks at.
 
 /// F is the family. Behind the control word rows keep the whole group.
 template <class F, Orb::FixedString Unit, class Result>

@@ -11,7 +11,7 @@ template <Orb::FixedString Name>
 struct PortKeyOf {
   static constexpr const char* typeName = Name.chars;
   static constexpr bool scalar = true;
-  Orb::Field<"portId", VelaSwitch::ChipPortId> portId;
+  Orb::Field<"portId", VelaSwitch::ChipPortId> portId;  ///< Of the profile; others have no row.
   auto operator<=>(const PortKeyOf&) const = default;
 };
 

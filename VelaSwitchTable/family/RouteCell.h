@@ -22,8 +22,8 @@ class MaskLength : public Orb::Ranged<MaskLength, U8, 0, 33, 33> {
   static constexpr const char* rangeText =
       "VelaSwitchTable::MaskLength::value < VelaSwitchTable::MaskLength::min or > "
       "VelaSwitchTable::MaskLength::null not allowed";
-  static constexpr U8 min = 0;
-  static constexpr U8 null = 33;
+  static constexpr U8 min = 0;    ///< The default route.
+  static constexpr U8 null = 33;  ///< None.
 };
 
 /// What one cell of a level says: the next hop, and the route that it comes from.
@@ -32,9 +32,10 @@ struct EntryCellResult {
   /// A cell that says nothing can be left out.
   static constexpr bool nullable = true;
 
+  /// None for a cell without a route.
   Orb::Field<"nexthopIndexes", VelaSwitch::NexthopIndexes> nexthopIndexes;
   Orb::Field<"maskLength", MaskLength, 4> maskLength;  ///< First level alone.
-  Orb::Field<"realPrefixLen", U8> realPrefixLen;
+  Orb::Field<"realPrefixLen", U8> realPrefixLen;       ///< Length of the route, 0 to 32.
   auto operator<=>(const EntryCellResult&) const = default;
 
   /// Whether the cell answers a lookup.
@@ -55,7 +56,7 @@ class EntryCellIndex : public Orb::Ranged<EntryCellIndex, U8, 0, 3> {
  public:
   using Ranged::Ranged;
   static constexpr const char* rangeText = "VelaSwitchTable::EntryCellIndex::value > 3 not allowed";
-  static constexpr U8 count = 4;
+  static constexpr U8 count = 4;  ///< Cells of a key.
 };
 
 }  // namespace VelaSwitchTable

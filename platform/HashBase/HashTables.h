@@ -19,14 +19,14 @@ inline constexpr U32 noHitTable = 0xffffffff;
 struct HashFamilyTraits {
   /// The number of the family's first physical table. It must be no other table's.
   TableIdentity table;
-  HashPlacement placement;
-  const char* prefix;  ///< Register prefix with a place for the processor's number.
+  HashPlacement placement{};
+  const char* prefix = nullptr;  ///< Register prefix with a place for the processor's number.
   /// Words of the row image: the data words, the control word behind them, and words that have no
   /// register, in which the table keeps what hardware does not.
-  U8 rowWords;
+  U8 rowWords = 0;
   U8 dataWords = 4;  ///< Unless the family says dataWords(profile).
-  U8 hashBits;       ///< A way has 2 to the power of this rows.
-  U8 ways;
+  U8 hashBits = 0;   ///< A way has 2 to the power of this rows.
+  U8 ways = 0;
   /// Whether keys are hashed with the most significant bit first.
   bool leftAligned = false;
   U8 keyStart = 0;  ///< Zero bits in front of the hashed key.

@@ -14,8 +14,8 @@ class VELA_EXPORT IpPrefix {
     address_ = IpAddr(len == 0 ? 0 : address.number() & ~U32{0} << (32 - len));
   }
 
-  constexpr IpAddr address() const { return address_; }
-  constexpr U8 len() const { return len_; }
+  constexpr IpAddr address() const { return address_; }  ///< Its bits behind the length are 0.
+  constexpr U8 len() const { return len_; }              ///< 0 to 32.
   constexpr auto operator<=>(const IpPrefix&) const = default;
 
   friend U64 hashOf(const IpPrefix& prefix) {

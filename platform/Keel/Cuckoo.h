@@ -34,15 +34,17 @@ class VELA_EXPORT RowWriter {
   ~RowWriter() = default;
 };
 
+/// How an insertion ended.
 enum class Outcome : U8 {
   placed,   ///< The item lies in a row, and so does everything that had to move.
   refused,  ///< No arrangement exists; nothing changed. competitors() is the proof.
   failed,   ///< A row could not be written. Moves made before stand; the item is not placed.
 };
 
+/// What an insertion did.
 struct InsertResult {
-  Outcome outcome;
-  U32 moves;  ///< Items that were moved to make room.
+  Outcome outcome;  ///< Moves count whatever it is.
+  U32 moves;        ///< Items that were moved to make room.
   /// The row that could not be written, when failed. It holds no item any more.
   CuckooLocation failedAt{};
   /// The item that was to be written there: the new one, or one that stays where it was.
@@ -55,15 +57,16 @@ struct SuccessionResult {
   InsertResult insert;      ///< Placed or failed.
 };
 
+/// Where items lie: each in one of a row per way, whichever the hashes allow.
 class VELA_EXPORT Table {
  public:
   /// `rowsPerWay` at most 65536, `ways` 1 to maxWays.
   Table(U32 rowsPerWay, U8 ways);
 
-  U32 rowsPerWay() const { return rowsPerWay_; }
-  U8 ways() const { return ways_; }
-  U32 capacity() const { return rowsPerWay_ * ways_; }
-  U32 size() const { return size_; }
+  U32 rowsPerWay() const { return rowsPerWay_; }        ///< As the table was made.
+  U8 ways() const { return ways_; }                     ///< Likewise.
+  U32 capacity() const { return rowsPerWay_ * ways_; }  ///< Rows of all ways.
+  U32 size() const { return size_; }  ///< Items in rows; those that wait are not counted.
   /// Moves carried out since the table was made.
   U64 moves() const { return moves_; }
   /// The item of the same hardware key, or null.
@@ -91,6 +94,7 @@ class VELA_EXPORT Table {
   void waitDel(HashItem& item);
   /// The item of the same hardware key that waits, or null.
   HashItem* findWaiting(const HashItem& key) const;
+  /// Those that were refused and asked to wait.
   const WaitingItems& waiting() const { return waiting_; }
   /// Takes a placed item out and lets one in that waits and has room now. The last row that is
   /// written then is that of the new item, the first the row that became free: it need not be

@@ -15,8 +15,8 @@ inline constexpr U8 maxWays = 4;
 
 /// A row of a table.
 struct CuckooLocation {
-  U8 way = 0;
-  U32 row = 0;
+  U8 way = 0;   ///< Below the table's ways.
+  U32 row = 0;  ///< Of the way, from 0 on.
   auto operator<=>(const CuckooLocation&) const = default;
 };
 

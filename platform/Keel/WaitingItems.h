@@ -12,8 +12,8 @@ class VELA_EXPORT WaitingItems {
   /// Of a table with `slots` rows; `rowsPerWay` of them in each of `ways`.
   WaitingItems(U32 slots, U32 rowsPerWay, U8 ways);
 
-  U32 size() const { return sameRows_.size() + sharing_; }
-  bool empty() const { return sameRows_.empty(); }
+  U32 size() const { return sameRows_.size() + sharing_; }  ///< Items that wait.
+  bool empty() const { return sameRows_.empty(); }          ///< Nobody waits.
   /// Adds an item that is neither placed nor waiting; its rows are known.
   void add(HashItem& item);
   /// Takes out an item that waits.

@@ -23,6 +23,7 @@ using AssertHandler = void (*)(const char* expression, const char* function);
 /// standard error and aborts.
 VELA_EXPORT AssertHandler assertHandlerIs(AssertHandler handler);
 
+/// Hands both texts to the handler; aborts if that returns.
 [[noreturn]] VELA_EXPORT void assertFailed(const char* expression, const char* function);
 
 }  // namespace Orb

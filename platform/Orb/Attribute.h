@@ -21,9 +21,10 @@ template <class T>
 class Attribute {
  public:
   Attribute() = default;
+  /// Nobody is told of the first value.
   explicit Attribute(T initial) : value_(std::move(initial)) {}
 
-  const T& value() const { return value_; }
+  const T& value() const { return value_; }  ///< As it was given last.
 
   /// Stores the value. One that is equal to the present one changes nothing and tells nobody;
   /// returns whether anything changed.
@@ -35,7 +36,9 @@ class Attribute {
     return true;
   }
 
+  /// Told in the order in which they came.
   void observerIs(AttributeObserver* observer) { observers_.push_back(observer); }
+  /// One that is not there changes nothing.
   void observerDel(AttributeObserver* observer) { std::erase(observers_, observer); }
 
  private:

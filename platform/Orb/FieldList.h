@@ -20,20 +20,21 @@ struct AnyField;
 /// bits for it than its type, `UsedBits` says how many: what a value has above them is cut.
 template <FixedString Name, class T, unsigned UsedBits = 64>
 struct Field {
-  using Type = T;
-  static constexpr auto fixedName = Name;
-  static constexpr std::string_view name = Name.view();
-  static constexpr unsigned usedBits = UsedBits;
+  using Type = T;                                        ///< What it holds.
+  static constexpr auto fixedName = Name;                ///< Its name for templates.
+  static constexpr std::string_view name = Name.view();  ///< As in texts and JSON.
+  static constexpr unsigned usedBits = UsedBits;         ///< 64 where hardware has room for all.
 
-  T value{};
+  T value{};  ///< To be changed in place; reading is by calling the field.
 
   constexpr Field() = default;
+  /// From anything that makes a T; numbers out of its bounds throw RangeException.
   template <class U>
   requires std::constructible_from<T, U> &&
       (!std::same_as<std::remove_cvref_t<U>, detail::AnyField>)constexpr Field(U&& initial)
       : value(static_cast<T>(std::forward<U>(initial))) {}
 
-  constexpr const T& operator()() const { return value; }
+  constexpr const T& operator()() const { return value; }  ///< What it holds.
   /// Looks into a field that is a map.
   template <class Key>
   constexpr decltype(auto) operator()(const Key& key) const {
@@ -93,6 +94,7 @@ concept BareTextValue = Value<V> && requires {
   V::bareText;
 };
 
+/// How many fields a value type has.
 template <Value V>
 inline constexpr std::size_t fieldCount = detail::countFields<typename detail::FieldsOf<V>::Type>();
 
@@ -156,6 +158,7 @@ struct ListFields {
 };
 }  // namespace detail
 
+/// The types of a value type's fields.
 template <Value V>
 using FieldListOf = decltype(withFields(std::declval<const V&>(), detail::ListFields{}));
 

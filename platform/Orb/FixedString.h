@@ -11,10 +11,11 @@ namespace Orb {
 /// A text that can be a template argument.
 template <std::size_t N>
 struct VELA_EXPORT FixedString {
-  char chars[N]{};
+  char chars[N]{};  ///< Ends in a 0.
 
+  /// From a literal.
   consteval FixedString(const char (&text)[N]) { std::copy_n(text, N, chars); }
-  constexpr std::string_view view() const { return {chars, N - 1}; }
+  constexpr std::string_view view() const { return {chars, N - 1}; }  ///< Without the 0.
 };
 
 }  // namespace Orb

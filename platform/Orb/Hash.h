@@ -14,7 +14,7 @@ constexpr U64 hashMix(U64 hash, U64 word) {
   return product ^ (product >> 32);
 }
 
-inline constexpr U64 hashSeed = 0x243F6A8885A308D3u;
+inline constexpr U64 hashSeed = 0x243F6A8885A308D3u;  ///< What hashes start from; digits of pi.
 
 /// A type that is a number at heart says so by hashWord(value); several of them share one mixing
 /// step when they are fields of a value type.
@@ -35,6 +35,7 @@ concept HashWord = requires(const T& value) {
   { hashWord(value) } -> std::unsigned_integral;
 };
 
+/// The hash of what is a number at heart.
 template <HashWord T>
 constexpr U64 hashOf(const T& value) {
   return hashMix(hashSeed, hashWord(value));

@@ -22,9 +22,12 @@ class KeyObserver {
 template <class Key>
 class KeyObservers {
  public:
+  /// Told in the order in which they came.
   void observerIs(KeyObserver<Key>* observer) { observers_.push_back(observer); }
+  /// One that is not there changes nothing.
   void observerDel(KeyObserver<Key>* observer) { std::erase(observers_, observer); }
-  bool empty() const { return observers_.empty(); }
+  bool empty() const { return observers_.empty(); }  ///< Nobody wants to hear.
+  /// Tells all of them.
   void handleKey(const Key& key) const {
     // By index: an observer may add or remove observers.
     for (std::size_t i = 0; i < observers_.size(); ++i) observers_[i]->handleKey(key);

@@ -15,14 +15,16 @@ namespace Orb {
 template <class Key, class T>
 class Map {
  public:
-  U32 size() const { return size_; }
-  bool empty() const { return size_ == 0; }
-  bool has(const Key& key) const { return find(key) != nullptr; }
+  U32 size() const { return size_; }                               ///< Entries.
+  bool empty() const { return size_ == 0; }                        ///< Has none.
+  bool has(const Key& key) const { return find(key) != nullptr; }  ///< Whether the key has a value.
 
+  /// The key's value, or null.
   const T* find(const Key& key) const {
     const U32 at = position(key);
     return at == none ? nullptr : &slots_[at].value;
   }
+  /// The same, to be changed in place.
   T* find(const Key& key) {
     const U32 at = position(key);
     return at == none ? nullptr : &slots_[at].value;
@@ -59,6 +61,7 @@ class Map {
     if (slots > slots_.size()) rehash(slots);
   }
 
+  /// Removes all; what was reserved goes as well.
   void clear() {
     slots_.clear();
     size_ = 0;

@@ -33,10 +33,12 @@ class VELA_EXPORT PtrInterface {
   static constexpr const char* typeName = "Orb::PtrInterface";
   static constexpr const char* sourceUnit = "Orb";
 
+  /// As it was noted last.
   bool hasNotificationActive() const { return (references_ & notificationActive) != 0; }
   /// Number of handles, without the flag bits.
   U32 references() const { return references_ & countMask; }
 
+  /// One handle more; Ptr calls it.
   void referenceAdd() const {
     if (atomicCounts) [[unlikely]] {
       __atomic_add_fetch(&references_, 1, __ATOMIC_RELAXED);
@@ -45,6 +47,7 @@ class VELA_EXPORT PtrInterface {
     }
   }
 
+  /// One handle less; the last one ends in zeroReferencesIs(true).
   void referenceDel() const {
     U32 left;
     if (atomicCounts) [[unlikely]] {
@@ -74,14 +77,18 @@ template <class T>
 class Ptr {
  public:
   constexpr Ptr() = default;
-  constexpr Ptr(std::nullptr_t) {}
+  constexpr Ptr(std::nullptr_t) {}  ///< Holds nothing.
+  /// One more handle of the object, which may be null.
   Ptr(T* object) : object_(object) {
     if (object_) object_->referenceAdd();
   }
-  Ptr(const Ptr& other) : Ptr(other.object_) {}
+  Ptr(const Ptr& other) : Ptr(other.object_) {}  ///< One more handle.
+  /// Takes the handle over; the other one holds nothing then.
   Ptr(Ptr&& other) noexcept : object_(std::exchange(other.object_, nullptr)) {}
+  /// A handle of a base, or of a const object.
   template <class U>
   requires std::convertible_to<U*, T*> Ptr(const Ptr<U>& other) : Ptr(other.get()) {}
+  /// The same, taken over.
   template <class U>
   requires std::convertible_to<U*, T*> Ptr(Ptr<U>&& other)
   noexcept : object_(other.release()) {}
@@ -89,17 +96,19 @@ class Ptr {
     if (object_) object_->referenceDel();
   }
 
+  /// Lets go of what was held.
   Ptr& operator=(Ptr other) noexcept {
     std::swap(object_, other.object_);
     return *this;
   }
 
-  T* get() const { return object_; }
+  T* get() const { return object_; }  ///< Null when nothing is held.
   /// The object, whose handle the caller has from now on.
   T* release() { return std::exchange(object_, nullptr); }
-  T* operator->() const { return object_; }
-  T& operator*() const { return *object_; }
-  explicit operator bool() const { return object_ != nullptr; }
+  T* operator->() const { return object_; }                      ///< Something must be held.
+  T& operator*() const { return *object_; }                      ///< Likewise.
+  explicit operator bool() const { return object_ != nullptr; }  ///< Whether something is held.
+  /// The same object.
   bool operator==(const Ptr& other) const { return object_ == other.object_; }
 
  private:
@@ -107,7 +116,7 @@ class Ptr {
 };
 
 template <class T>
-using PtrConst = Ptr<const T>;
+using PtrConst = Ptr<const T>;  ///< A handle through which the object cannot be changed.
 
 /// What factories are made of: a new object behind its first handle.
 template <class T, class... Arguments>

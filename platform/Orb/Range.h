@@ -14,7 +14,9 @@ namespace Orb {
 /// from a text or an event, the attribute's name stands in front.
 class VELA_EXPORT RangeException : public std::runtime_error {
  public:
+  /// With the type's `rangeText`.
   explicit RangeException(const char* rangeText) : runtime_error(rangeText) {}
+  /// `attribute` is put in front of what the other says.
   RangeException(const std::string& attribute, const RangeException& cause)
       : runtime_error(attribute + ": " + cause.what()) {}
 };
@@ -26,15 +28,16 @@ template <class Self, class Representation, U64 Min, U64 Max, U64 Default = Min>
 class Ranged {
  public:
   static constexpr bool isRanged = true;
-  static constexpr U64 lowest = Min;
-  static constexpr U64 highest = Max;
+  static constexpr U64 lowest = Min;   ///< The least value allowed.
+  static constexpr U64 highest = Max;  ///< The greatest.
 
   constexpr Ranged() = default;
+  /// Throws RangeException for a value out of bounds.
   constexpr explicit Ranged(U64 value) : value_(static_cast<Representation>(value)) {
     if (value < Min || value > Max) throw RangeException(Self::rangeText);
   }
 
-  constexpr Representation value() const { return value_; }
+  constexpr Representation value() const { return value_; }  ///< As a plain number.
   constexpr auto operator<=>(const Ranged&) const = default;
 
   friend constexpr Representation hashWord(const Self& ranged) { return ranged.value(); }

@@ -10,7 +10,7 @@ namespace Orb {
 /// by a hash of the key, the tag; who asks says whether a record is the one that is meant.
 class VELA_EXPORT RecordIndex {
  public:
-  U32 size() const { return size_; }
+  U32 size() const { return size_; }  ///< Records.
 
   /// The record of the tag that `isIt(record)` is true of, or null.
   template <class IsIt>
@@ -29,7 +29,7 @@ class VELA_EXPORT RecordIndex {
   void add(U32 tag, void* record);
   /// Removes a record that is there, or puts another of the same key in its place.
   void remove(U32 tag, const void* record);
-  void replace(U32 tag, const void* record, void* next);
+  void replace(U32 tag, const void* record, void* next);  ///< See remove().
 
   /// Makes room for `count` records, so that adding them allocates nothing.
   void reserve(U32 count);

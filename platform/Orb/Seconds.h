@@ -10,9 +10,9 @@ namespace Orb {
 class Seconds {
  public:
   constexpr Seconds() = default;
-  constexpr explicit Seconds(double value) : value_(value) {}
+  constexpr explicit Seconds(double value) : value_(value) {}  ///< Parts of a second count.
 
-  constexpr double value() const { return value_; }
+  constexpr double value() const { return value_; }  ///< As a plain number.
   constexpr auto operator<=>(const Seconds&) const = default;
 
   friend void appendText(TextSink& sink, Seconds time) { Orb::appendText(sink, time.value_); }

@@ -11,6 +11,7 @@
 /// walks these tables and is compiled once, not for each type.
 namespace Orb {
 
+/// What can be done with a value.
 enum class Kind : U8 {
   flag,      ///< A bool.
   number,    ///< Unsigned, perhaps with bounds.
@@ -31,59 +32,68 @@ struct Shape;
 
 /// A field of a value type.
 struct FieldShape {
-  std::string_view name;
-  const Shape* shape;
-  U32 offset;
-  unsigned usedBits;  ///< As the field says.
+  std::string_view name;  ///< As in texts and JSON.
+  const Shape* shape;     ///< Of what the field holds.
+  U32 offset;             ///< Bytes from the beginning of the value.
+  unsigned usedBits;      ///< As the field says.
 
+  /// The field of a value.
   const void* in(const void* value) const { return static_cast<const char*>(value) + offset; }
+  /// Likewise, to be changed.
   void* in(void* value) const { return static_cast<char*>(value) + offset; }
 };
 
 /// How values of a type are read and written where only their address is known. What a kind has no
 /// use for is null.
 struct Shape {
+  /// Hears of an element; keys of sets and maps are numbers.
   using Element = std::function<void(U64 key, const void* value)>;
   /// Fills in a value and returns its key.
   using NewElement = std::function<U64(void* value)>;
 
-  Kind kind;
+  Kind kind;  ///< Decides which of the others are of use.
 
-  void* (*make)();  ///< A default value on the heap.
-  void* (*copy)(const void* value);
-  void (*destroy)(void* value);
-  void (*reset)(void* value);  ///< Back to the default.
+  void* (*make)();                   ///< A default value on the heap.
+  void* (*copy)(const void* value);  ///< A copy on the heap.
+  void (*destroy)(void* value);      ///< Of what make() or copy() gave.
+  void (*reset)(void* value);        ///< Back to the default.
 
   /// Flags, numbers and masks. A number out of bounds must not be written.
   U64 (*number)(const void* value);
-  void (*numberIs)(void* value, U64 number);
+  void (*numberIs)(void* value, U64 number);  ///< Within `lowest` and `highest`.
+  ///@{ Bounds of a number, both included.
   U64 lowest, highest;
+  ///@}
   U64 none;               ///< The default, which may stand for none.
   const char* rangeText;  ///< The complaint of a number with bounds; null for others.
 
-  double (*real)(const void* value);
-  void (*realIs)(void* value, double real);
+  double (*real)(const void* value);         ///< Floating-point numbers and times.
+  void (*realIs)(void* value, double real);  ///< Cut to the type's precision.
 
   /// The text form, and reading it; of words and of all else but arrays and records.
   void (*append)(TextSink& sink, const void* value);
-  void (*parse)(TextCursor& cursor, void* value);
-  void (*wordOfNumber)(void* value, U32 number);  ///< Of words that are numbers at heart.
+  void (*parse)(TextCursor& cursor, void* value);  ///< Throws TextException or RangeException.
+  void (*wordOfNumber)(void* value, U32 number);   ///< Of words that are numbers at heart.
 
   /// What optional values, lists, arrays and maps hold, and what sets are of.
   const Shape* element;
   /// Optional values (of one element at most), lists and arrays.
   std::size_t (*count)(const void* value);
+  /// The element of the number, which is below the count.
   const void* (*at)(const void* value, std::size_t index);
   void* (*grow)(void* value);  ///< One more element at the end; not for arrays.
   /// Maps and sets; an element of a set is whether the number is in it.
   void (*forEach)(const void* value, const Element& visit);
+  /// Adds an element; one of the same key is replaced.
   void (*insert)(void* value, const NewElement& element);
 
-  std::span<const FieldShape> fields;
-  const char* typeName;
+  std::span<const FieldShape> fields;    ///< Of records, in the order of declaration.
+  const char* typeName;                  ///< Of records, with its namespace.
   const char* noTextReason;              ///< Why the text form cannot be read; null when it can.
   bool (*isDefault)(const void* value);  ///< Of `nullable` ones.
-  bool scalar, bareText, inlined;        ///< See Value.h.
+  ///@{ See Value.h.
+  bool scalar, bareText, inlined;
+  ///@}
 
   /// Whether this is the shape of T.
   template <class T>
@@ -92,7 +102,7 @@ struct Shape {
   bool structured() const { return kind == Kind::record && !scalar; }
   /// Whether all of it has a text form, and one that can be read.
   constexpr bool hasText() const;
-  constexpr bool readsText() const;
+  constexpr bool readsText() const;  ///< And one that can be read.
 };
 
 constexpr bool Shape::hasText() const {

@@ -16,16 +16,18 @@ namespace Orb {
 /// and never allocates.
 class VELA_EXPORT TextSink {
  public:
+  /// Takes a piece of text, which stays the caller's.
   virtual void append(std::string_view text) = 0;
 
  protected:
   ~TextSink() = default;
 };
 
+/// Grows a string.
 class VELA_EXPORT StringSink final : public TextSink {
  public:
-  void append(std::string_view text) override { string_.append(text); }
-  std::string take() { return std::move(string_); }
+  void append(std::string_view text) override { string_.append(text); }  ///< Never cuts anything.
+  std::string take() { return std::move(string_); }  ///< What was appended; the sink begins anew.
 
  private:
   std::string string_;
@@ -34,11 +36,13 @@ class VELA_EXPORT StringSink final : public TextSink {
 /// Fills `size` characters and drops what does not fit.
 class VELA_EXPORT FixedSink final : public TextSink {
  public:
+  /// No 0 is written behind the text.
   FixedSink(char* buffer, std::size_t size) : buffer_(buffer), size_(size) {}
+  /// Takes as much as there is room for.
   void append(std::string_view text) override {
     used_ += text.copy(buffer_ + used_, size_ - used_);
   }
-  std::size_t used() const { return used_; }
+  std::size_t used() const { return used_; }  ///< Characters that were taken.
 
  private:
   char* buffer_;
@@ -55,9 +59,11 @@ class VELA_EXPORT TextException : public std::runtime_error {
 /// A position in a text that is being read.
 class VELA_EXPORT TextCursor {
  public:
+  /// Stands at the beginning; the text must stay.
   explicit TextCursor(std::string_view text) : rest_(text) {}
 
-  std::string_view rest() const { return rest_; }
+  std::string_view rest() const { return rest_; }  ///< What is still to be read.
+  /// At most as many as there are.
   void advance(std::size_t count) { rest_.remove_prefix(count); }
   /// Steps over `text`, or throws TextException.
   void expect(std::string_view text);
@@ -78,7 +84,8 @@ inline void appendText(TextSink& sink, bool value) { sink.append(value ? "true" 
 VELA_EXPORT void appendText(TextSink& sink, double value);
 inline void appendText(TextSink& sink, float value) { appendText(sink, double{value}); }
 
-VELA_EXPORT void appendNumber(TextSink& sink, U64 value);
+VELA_EXPORT void appendNumber(TextSink& sink, U64 value);  ///< In decimal.
+/// Likewise, with a sign where it is negative.
 VELA_EXPORT void appendNumber(TextSink& sink, std::int64_t value);
 template <std::integral T>
 void appendText(TextSink& sink, T value) {
@@ -88,8 +95,8 @@ void appendText(TextSink& sink, T value) {
 
 /// A number in lower-case hexadecimal, without a prefix and with at least `width` digits.
 struct Hex {
-  U64 value;
-  unsigned width = 1;
+  U64 value;           ///< What is written.
+  unsigned width = 1;  ///< Filled up with zeros in front.
 };
 VELA_EXPORT void appendText(TextSink& sink, Hex number);
 
@@ -111,19 +118,21 @@ void parseText(TextCursor& cursor, T& value) {
 /// A value that has a text form, whatever its type. It refers to the value.
 class TextPart {
  public:
+  /// The value must outlive this.
   template <class T>
   explicit TextPart(const T& value)
       : value_(&value), append_([](TextSink& sink, const void* part) {
           appendText(sink, *static_cast<const T*>(part));
         }) {}
 
-  void appendTo(TextSink& sink) const { append_(sink, value_); }
+  void appendTo(TextSink& sink) const { append_(sink, value_); }  ///< The text form of the value.
 
  private:
   const void* value_;
   void (*append_)(TextSink& sink, const void* value);
 };
 VELA_EXPORT void appendText(TextSink& sink, std::initializer_list<TextPart> parts);
+/// The text forms, one after the other.
 VELA_EXPORT std::string joined(std::initializer_list<TextPart> parts);
 
 /// The text form of the values, one after the other.

@@ -11,6 +11,7 @@ namespace Orb {
 /// is a side effect of construction.
 class VELA_EXPORT Type {
  public:
+  /// Both must outlive the program's use of it: literals.
   Type(const char* name, const char* sourceUnit);
   Type(const Type&) = delete;
   Type& operator=(const Type&) = delete;
@@ -22,7 +23,7 @@ class VELA_EXPORT Type {
 
   /// The record of a name, or null.
   static const Type* find(std::string_view name);
-  static const std::vector<const Type*>& all();
+  static const std::vector<const Type*>& all();  ///< In the order in which they registered.
 
  private:
   const char* name_;

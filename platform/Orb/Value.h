@@ -24,6 +24,7 @@ namespace Orb {
 template <Value V>
 U64 hashOf(const V& value);
 
+/// The hash of all elements, in order.
 template <class T, std::size_t count>
 U64 hashOf(const std::array<T, count>& values) {
   U64 hash = hashSeed;

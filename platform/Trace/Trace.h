@@ -31,14 +31,14 @@ namespace Spoor {
 
 /// One message of the ring, cut to what fits.
 struct Record {
-  U64 sequence = 0;  ///< Counts messages from 1; 0 marks an unused record.
-  const char* handle = nullptr;
-  U8 level = 0;
-  U8 length = 0;
-  char text[110]{};
+  U64 sequence = 0;              ///< Counts messages from 1; 0 marks an unused record.
+  const char* handle = nullptr;  ///< The handle's name.
+  U8 level = 0;                  ///< 0 to 9.
+  U8 length = 0;                 ///< Characters of the text.
+  char text[110]{};              ///< Without a 0 at its end.
 };
 
-inline constexpr std::size_t ringSize = 1024;
+inline constexpr std::size_t ringSize = 1024;  ///< Messages that the ring holds.
 
 /// The ring's messages, oldest first.
 VELA_EXPORT std::vector<Record> records();
@@ -57,12 +57,13 @@ class VELA_EXPORT Handle {
   Handle(const Handle&) = delete;
   Handle& operator=(const Handle&) = delete;
 
-  const char* name() const { return name_; }
+  const char* name() const { return name_; }  ///< As it was given.
   /// Messages up to this level go to Twinlog's sink; -1, the default, for none.
   void twinlogLevelIs(int level);
   /// Messages up to this level go to Spoor's ring; -1, the default, for none.
   void spoorLevelIs(int level);
 
+  /// Whether anybody listens at the level.
   bool enabled(U8 level) const { return level <= threshold_; }
 
   /// Sends the text forms of the parts, joined, when somebody listens at this level.
@@ -73,8 +74,8 @@ class VELA_EXPORT Handle {
     emitParts(level, parts...);
   }
 
-  static Handle* find(std::string_view name);
-  static const std::vector<Handle*>& all();
+  static Handle* find(std::string_view name);  ///< The handle of the name, or null.
+  static const std::vector<Handle*>& all();    ///< In the order in which they were made.
 
  private:
   /// Apart, so that those who trace nothing pay with the comparison alone.

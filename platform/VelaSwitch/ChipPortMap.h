@@ -10,13 +10,15 @@ namespace VelaSwitch {
 /// A map from chip ports to flags.
 class ChipPortMap {
  public:
-  using Member = ChipPortId;
+  using Member = ChipPortId;  ///< What it is a map of.
 
+  /// Gives the port a flag, false also: the map holds it then.
   void is(ChipPortId port, bool flag) {
     const U64 bit = U64{1} << port.value();
     known_ |= bit;
     flags_ = flag ? flags_ | bit : flags_ & ~bit;
   }
+  /// The map does not hold the port any more.
   void del(ChipPortId port) {
     const U64 bit = ~(U64{1} << port.value());
     known_ &= bit;
@@ -24,6 +26,7 @@ class ChipPortMap {
   }
   /// The port's flag; false for a port that the map does not hold.
   bool operator()(ChipPortId port) const { return (flags_ >> port.value() & 1) != 0; }
+  /// Whether the map holds the port, whatever its flag.
   bool has(ChipPortId port) const { return (known_ >> port.value() & 1) != 0; }
 
   /// Calls `visit(port, flag)` for each port in the map, in ascending order.

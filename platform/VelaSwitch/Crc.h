@@ -17,8 +17,11 @@ inline constexpr U8 crcMaxBytes = 16;
 /// significant bit; bits beyond `keyBits` must be 0. The result is below 2 to the power of the
 /// width in the name. A way without a polynomial is a fatal assertion.
 VELA_EXPORT U32 crc10Hash(const U8* key, U8 way, U8 keyBits);
+/// The same with a result of 11 bits.
 VELA_EXPORT U32 crc11Hash(const U8* key, U8 way, U8 keyBits);
+/// The same with a result of 12 bits.
 VELA_EXPORT U32 crc12Hash(const U8* key, U8 way, U8 keyBits);
+/// The same with a result of 13 bits.
 VELA_EXPORT U32 crc13Hash(const U8* key, U8 way, U8 keyBits);
 
 /// One of those.

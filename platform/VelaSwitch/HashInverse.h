@@ -14,7 +14,7 @@ namespace VelaSwitch {
 /// its implied ones. That part is a square system over the implied bits; it is inverted once.
 class VELA_EXPORT HashInverse {
  public:
-  using Hash = U32 (*)(const U8* key, U8 way, U8 keyBits);
+  using Hash = U32 (*)(const U8* key, U8 way, U8 keyBits);  ///< One of those of Crc.h.
 
   HashInverse() = default;
   /// `implied` names the implied bits of a key of `keyBits` bits, as many as the hash has and the

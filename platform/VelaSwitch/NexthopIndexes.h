@@ -10,9 +10,9 @@ struct NexthopIndexes {
   static constexpr const char* typeName = "VelaSwitch::NexthopIndexes";
   /// Within another value the two fields are spelled as that value's own.
   static constexpr bool inlined = true;
-  static constexpr U8 fieldBits = 6;
-  Orb::Field<"l3LagIndex", L3LagIndex> l3LagIndex;
-  Orb::Field<"rewriteIndex", U8, 6> rewriteIndex;
+  static constexpr U8 fieldBits = 6;                ///< Bits that hardware has for each index.
+  Orb::Field<"l3LagIndex", L3LagIndex> l3LagIndex;  ///< The ports; 57 for no next hop.
+  Orb::Field<"rewriteIndex", U8, 6> rewriteIndex;   ///< Which rewrite of the egress side.
   auto operator<=>(const NexthopIndexes&) const = default;
 
   /// Whether there is a next hop at all.
@@ -21,6 +21,7 @@ struct NexthopIndexes {
   U32 raw() const {
     return l3LagIndex().value() | (U32{rewriteIndex()} & ((1u << fieldBits) - 1)) << fieldBits;
   }
+  /// The inverse. Bits from 12 on are not looked at.
   static NexthopIndexes fromRaw(U32 raw) {
     constexpr U32 mask = (1u << fieldBits) - 1;
     return {L3LagIndex(raw & mask), static_cast<U8>(raw >> fieldBits & mask)};

@@ -12,24 +12,28 @@ namespace VelaSwitch {
 template <class T>
 class PipeMap {
  public:
-  using Key = PipeId;
-  using Mapped = T;
+  using Key = PipeId;  ///< What a value is found by.
+  using Mapped = T;    ///< What is found.
 
-  bool empty() const { return present_ == 0; }
+  bool empty() const { return present_ == 0; }  ///< No pipe has a value.
   /// The pipe's value, or null.
   const T* find(PipeId pipe) const { return has(pipe) ? &values_[pipe.value()] : nullptr; }
+  /// The same in the style of fields.
   const T* operator()(PipeId pipe) const { return find(pipe); }
+  /// Whether the pipe has a value.
   bool has(PipeId pipe) const { return (present_ >> pipe.value() & 1) != 0; }
 
+  /// Gives the pipe a value, or another one.
   void is(PipeId pipe, T value) {
     present_ |= static_cast<U16>(1 << pipe.value());
     values_[pipe.value()] = value;
   }
+  /// The pipe has none any more.
   void del(PipeId pipe) {
     present_ &= static_cast<U16>(~(1 << pipe.value()));
     values_[pipe.value()] = T{};
   }
-  void delAll() { *this = {}; }
+  void delAll() { *this = {}; }  ///< Nor has any other.
 
   auto operator<=>(const PipeMap&) const = default;
 

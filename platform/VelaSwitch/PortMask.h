@@ -12,14 +12,15 @@ namespace VelaSwitch {
 class IngressPortMask {
  public:
   constexpr IngressPortMask() = default;
-  constexpr explicit IngressPortMask(U64 bits) : bits_(bits) {}
+  constexpr explicit IngressPortMask(U64 bits) : bits_(bits) {}  ///< Bit n is port n.
 
-  constexpr U64 bits() const { return bits_; }
+  constexpr U64 bits() const { return bits_; }  ///< All of them, whatever the ports of a profile.
   /// The bits that hardware with `ports` ports has: the ports and the CPU port behind them.
   U64 hardwareBitmask(U32 ports) const {
     ORB_ASSERT(ports < 63);
     return bits_ & ((U64{1} << (ports + 1)) - 1);
   }
+  /// The same of another mask.
   static U64 hardwareBitmask(IngressPortMask mask, U32 ports) {
     return mask.hardwareBitmask(ports);
   }

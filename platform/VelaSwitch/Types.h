@@ -32,9 +32,9 @@ class L3LagIndex : public Orb::Ranged<L3LagIndex, U16, 0, 63, 57> {
   using Ranged::Ranged;
   static constexpr const char* rangeText =
       VELA_RANGE_TEXT("VelaSwitch::L3LagIndex", "min", "mcastSnat");
-  static constexpr U16 min = 0;
-  static constexpr U16 null = 57;
-  static constexpr U16 mcastSnat = 63;
+  static constexpr U16 min = 0;         ///< The first LAG.
+  static constexpr U16 null = 57;       ///< No LAG.
+  static constexpr U16 mcastSnat = 63;  ///< The path of multicast whose source is translated.
 };
 
 }  // namespace VelaSwitch

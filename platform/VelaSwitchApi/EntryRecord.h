@@ -26,16 +26,18 @@ bool sameEntry(const Result& there, const Result& announced) {
 template <class Key, class Result, class Base = KeyRecord>
 class EntryRecord : public Base {
  public:
+  /// `rest` is for the base; the result is the default.
   template <class... Rest>
   explicit EntryRecord(const Key& key, Rest&&... rest)
       : Base(entryTag(key), std::forward<Rest>(rest)...), key_(key) {}
 
-  const Key& key() const { return key_; }
-  const Result& result() const { return result_; }
-  void resultIs(const Result& result) { result_ = result; }
+  const Key& key() const { return key_; }           ///< Never changes.
+  const Result& result() const { return result_; }  ///< Of meaning while there is an entry.
+  void resultIs(const Result& result) { result_ = result; }  ///< Nobody is told.
   /// To be changed in place, where it is nobody else's yet.
   Result& ownResult() { return result_; }
 
+  ///@{ `other` must be of the same type.
   bool hasKeyOf(const KeyRecord& other) const override { return of(other).key_ == key_; }
   bool comesBefore(const KeyRecord& other) const override { return key_ < of(other).key_; }
   void appendKey(Orb::TextSink& sink) const override {
@@ -48,6 +50,8 @@ class EntryRecord : public Base {
   void resultIsOf(const KeyRecord* other) override {
     result_ = other ? of(*other).result_ : Result{};
   }
+  ///@}
+  /// The record, which must be one of these types.
   static const EntryRecord& of(const KeyRecord& record) {
     return static_cast<const EntryRecord&>(record);
   }
@@ -66,9 +70,10 @@ class EntriesView {
   using Key = typename Store::Key;
   using Result = typename Store::Result;
 
-  explicit EntriesView(Store& store) : store_(store) {}
+  explicit EntriesView(Store& store) : store_(store) {}  ///< The store must outlive the view.
 
-  U32 size() const { return store_.records_.count(KeyRecord::desired); }
+  U32 size() const { return store_.records_.count(KeyRecord::desired); }  ///< Entries.
+  /// Whether the key has an entry.
   bool has(const Key& key) const { return store_.entry(key) != nullptr; }
   /// The key's result, or null. Valid until the next change.
   const Result* find(const Key& key) const { return store_.entry(key); }
@@ -83,6 +88,7 @@ class EntriesView {
   }
   /// For those who want to hear of changed keys. They must be removed before they go.
   void observerIs(Orb::KeyObserver<Key>* observer) { store_.observers_.observerIs(observer); }
+  /// One that is not there changes nothing.
   void observerDel(Orb::KeyObserver<Key>* observer) { store_.observers_.observerDel(observer); }
 
  private:

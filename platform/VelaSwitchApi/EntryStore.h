@@ -53,6 +53,7 @@ class EntryStore {
     checkEntry(record.key(), result);
     return announceOne(record.key(), record, result);
   }
+  /// Withdraws an entry. Returns whether there was one.
   bool entryDel(const Key& key) {
     if (entryDelIfThere(key, true)) return true;
     handleAbsent(key);
@@ -68,6 +69,7 @@ class EntryStore {
     entriesAre(entries.size(), keyAt, entryAt, outcomes);
     return std::move(outcomes.all);
   }
+  /// Withdraws the keys' entries, likewise.
   std::vector<EntryOutcome> entriesDel(std::span<const Key> keys) {
     EntryOutcomes outcomes(keys.size());
     const auto keyAt = [&](std::size_t number) -> const Key& { return keys[number]; };
@@ -91,6 +93,7 @@ class EntryStore {
   /// left staged in the end is written by a last flush().
   class Batch {
    public:
+    /// Both must outlive it.
     Batch(EntryStore& store, BatchListener& listener) : store_(store), listener_(listener) {
       staged_.reserve(batchMost);
       ++store_.batches_;
@@ -132,6 +135,7 @@ class EntryStore {
       }
       return change.changed;
     }
+    /// The same as EntryStore::entryDel(); `tag` is the key's hash.
     bool entryDel(std::size_t number, const Key& given, U32 tag) {
       if (flushing_) return store_.entryDel(given);
       const Key key = given;
@@ -233,6 +237,7 @@ class EntryStore {
     std::size_t told_ = 0;  ///< How many of them were told what became of them.
   };
 
+  /// Withdraws all entries, in ascending order of their keys.
   void entryDelAll() {
     for (const Key& key : keys(KeyRecord::desired)) entryDelIfThere(key, true);
   }
@@ -241,35 +246,41 @@ class EntryStore {
     const Record* record = find(key);
     return record && record->has(KeyRecord::desired) ? &record->result() : nullptr;
   }
+  /// To be looked at.
   EntriesView<const EntryStore> entries() const { return EntriesView(*this); }
-  EntriesView<EntryStore> entries() { return EntriesView(*this); }
+  EntriesView<EntryStore> entries() { return EntriesView(*this); }  ///< To be watched as well.
 
   /// Marks a key whose hardware row was found different, or could not be written.
   void hwInconsistentEntryIs(const Key& key, bool inconsistent) {
     if (!inconsistent) return hwInconsistentEntryDel(key);
     records_.flagIs(recordIs(key), KeyRecord::marked, true);
   }
+  /// The key's row is right again.
   void hwInconsistentEntryDel(const Key& key) {
     if (Record* record = findMarked(key)) records_.flagIs(*record, KeyRecord::marked, false);
   }
+  /// Forgets all marks.
   void hwInconsistentEntryDelAll() { records_.flagDelAll(KeyRecord::marked); }
+  /// Whether the key is marked so.
   bool hwInconsistentEntry(const Key& key) const { return findMarked(key) != nullptr; }
   /// The keys marked so, in ascending order.
   std::vector<Key> hwInconsistentKeys() const { return keys(KeyRecord::marked); }
 
   /// Keys that were read from hardware and that nobody announced since.
   std::vector<Key> unclaimedKeys() const { return keys(KeyRecord::unclaimed); }
+  /// Whether the key is one of them.
   bool unclaimed(const Key& key) const {
     if (unclaimed() == 0) return false;
     const Record* record = find(key);
     return record && record->has(KeyRecord::unclaimed);
   }
-  U32 unclaimed() const { return records_.count(KeyRecord::unclaimed); }
+  U32 unclaimed() const { return records_.count(KeyRecord::unclaimed); }  ///< How many they are.
   /// What became of the key's entry; notProgrammed when there is none.
   EntryProgrammedStatus status(const Key& key) const { return records_.statusOf(find(key)); }
   /// Those who want to hear of keys that were read from hardware and are announced now, whether or
   /// not their entry changes. They must be removed before they go.
   void claimObserverIs(Orb::KeyObserver<Key>* observer) { claimObservers_.observerIs(observer); }
+  /// One that is not there changes nothing.
   void claimObserverDel(Orb::KeyObserver<Key>* observer) { claimObservers_.observerDel(observer); }
 
   /// The key's record, or null.

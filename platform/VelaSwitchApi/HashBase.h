@@ -20,8 +20,10 @@ class VELA_EXPORT HashBaseTable : public SwTable {
   void doCreateHwTable() override;
   void syncEntries() override;
 
-  virtual void doInitStatus() = 0;
+  virtual void doInitStatus() = 0;  ///< Makes the table's status, when the table is made.
+  /// A convertor for this table alone.
   virtual Orb::Ptr<SwTableProfileConvertor> profileConvertorFactory() const = 0;
+  /// What packs and reads the table's rows.
   virtual Orb::Ptr<HashBaseHelper> hashBaseHelperFactory() const = 0;
   /// Whether the item's key is among the entries.
   virtual bool entryHasByHashItem(const HashItem& item) const = 0;
@@ -37,6 +39,7 @@ class VELA_EXPORT HashBaseTable : public SwTable {
   virtual void updateHashItem(HashItem& item) const = 0;
   /// Whether an audit found the row of the item's key different.
   virtual bool hwInconsistentEntryFromHashItem(const HashItem& item) const = 0;
+  /// It is right again, or is to be written.
   virtual void hwInconsistentEntryDelFromHashItem(const HashItem& item) = 0;
   /// Drops the cached item.
   virtual void hashItemDelFromHashItem(const HashItem& item) = 0;
@@ -58,19 +61,22 @@ class VELA_EXPORT HashBaseTable : public SwTable {
   /// The pipeline that this instance serves, where tables serve one each.
   U8 pipeline() const { return pipeline_; }
 
+  /// Whether statuses are kept; said by the constructor of a kind.
   void statusSupportedIs(bool supported) { statusSupported_ = supported; }
-  bool statusSupported() const { return statusSupported_; }
+  bool statusSupported() const { return statusSupported_; }  ///< As it was said.
+  /// Whether hit bits are declared; said likewise.
   void hitBitsSupportedIs(bool supported) { hitBitsSupported_ = supported; }
-  bool hitBitsSupported() const { return hitBitsSupported_; }
+  bool hitBitsSupported() const { return hitBitsSupported_; }  ///< As it was said.
 
   /// The rows of the entries that leave a refused item none; one fewer than they are with it. None
   /// for an item that is placed, or null.
   std::vector<Competitor> competing(const HashBaseCuckooEntry* item) const;
-  /// Entries that lie in rows, and the most that ever did.
-  U32 placed() const { return placed_; }
-  U32 placedPeak() const { return placedPeak_; }
+  U32 placed() const { return placed_; }          ///< Entries that lie in rows.
+  U32 placedPeak() const { return placedPeak_; }  ///< The most that ever did.
 
+  /// There is none before doSetProfileConvertor.
   PhysicalHashTableConvertor& profileConvertor() const { return *hashConvertor_; }
+  /// Null before doSetProfileConvertor.
   const Orb::Ptr<HashBaseHelper>& helper() const { return helper_; }
 
  protected:

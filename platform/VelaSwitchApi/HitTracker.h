@@ -20,6 +20,7 @@ class HashBaseTable;
 /// lay in it since the last good read: rather a hit too many than a live flow aged out.
 class VELA_EXPORT HitTracker {
  public:
+  /// Held while their hits are to be told.
   using Entries = std::vector<Orb::Ptr<HashBaseCuckooEntry>>;
 
   /// Knows what lies in rows.

@@ -19,15 +19,17 @@ namespace VelaSwitchApi {
 /// Number of a word within a row image.
 using DataArrayIndex = U8;
 
+/// Whether a hardware table is there to be written.
 enum class TableState : U8 { inactive, active };
 
 /// The register paths of one row's words.
 class VELA_EXPORT HwAddressColl {
  public:
+  /// Another path for the same word replaces it.
   void addressIs(DataArrayIndex index, std::string path) { paths_[index] = std::move(path); }
   /// By data array index, ascending: the order in which a row is written.
   const std::map<DataArrayIndex, std::string>& addresses() const { return paths_; }
-  bool empty() const { return paths_.empty(); }
+  bool empty() const { return paths_.empty(); }  ///< No word has a register.
 
  private:
   std::map<DataArrayIndex, std::string> paths_;
@@ -38,12 +40,13 @@ class VELA_EXPORT HwTableRegisterMapping : public Orb::PtrInterface {
  public:
   /// The registers of a row; an empty collection for a row that has none.
   virtual HwAddressColl getRegister(HwIndex index) const = 0;
+  /// Hears of rows, `first` to `last`, that have these registers.
+  using Visitor = std::function<void(HwIndex first, HwIndex last, const HwAddressColl&)>;
   /// Calls `visit(first, last, addresses)` for runs of rows that have the same registers, over all
   /// rows from `first` to `last`.
-  using Visitor = std::function<void(HwIndex first, HwIndex last, const HwAddressColl&)>;
   virtual void forEachRun(HwIndex first, HwIndex last, const Visitor& visit) const;
 
-  const std::string& name() const { return name_; }
+  const std::string& name() const { return name_; }  ///< For people.
 
  protected:
   explicit HwTableRegisterMapping(std::string name) : name_(std::move(name)) {}
@@ -55,6 +58,7 @@ class VELA_EXPORT HwTableRegisterMapping : public Orb::PtrInterface {
 /// One set of registers for all rows; the control word carries the row.
 class VELA_EXPORT HwTableRegisterMappingConst final : public HwTableRegisterMapping {
  public:
+  /// `name` is for people.
   HwTableRegisterMappingConst(std::string name, HwAddressColl addresses)
       : HwTableRegisterMapping(std::move(name)), addresses_(std::move(addresses)) {}
   HwAddressColl getRegister(HwIndex) const override { return addresses_; }
@@ -69,7 +73,9 @@ class VELA_EXPORT HwTableRegisterMappingConst final : public HwTableRegisterMapp
 /// Registers of its own for every row.
 class VELA_EXPORT HwTableRegisterMappingColl final : public HwTableRegisterMapping {
  public:
+  /// Without rows.
   explicit HwTableRegisterMappingColl(std::string name) : HwTableRegisterMapping(std::move(name)) {}
+  /// Rows that none are given for have no registers.
   void regsIs(HwIndex index, HwAddressColl addresses) { rows_[index] = std::move(addresses); }
   HwAddressColl getRegister(HwIndex index) const override;
 
@@ -81,8 +87,10 @@ class VELA_EXPORT HwTableRegisterMappingColl final : public HwTableRegisterMappi
 /// next.
 class VELA_EXPORT HwTableRegisterMappingRange final : public HwTableRegisterMapping {
  public:
+  /// Without rows.
   explicit HwTableRegisterMappingRange(std::string name)
       : HwTableRegisterMapping(std::move(name)) {}
+  /// Rows in front of the first have no registers.
   void regsIs(HwIndex first, HwAddressColl addresses) { ranges_[first] = std::move(addresses); }
   HwAddressColl getRegister(HwIndex index) const override;
   void forEachRun(HwIndex first, HwIndex last, const Visitor& visit) const override;
@@ -93,18 +101,18 @@ class VELA_EXPORT HwTableRegisterMappingRange final : public HwTableRegisterMapp
 
 /// What a hardware table is.
 struct HwTableDescriptor : public Orb::PtrInterface {
-  HwTableIdentity identity;
-  TableState state = TableState::inactive;
-  HwIndex first = 0;  ///< First row.
-  HwIndex last = 0;   ///< Last row, included.
-  U8 rowWords = 0;    ///< Words of a row image, those without a register included.
-  Orb::PtrConst<HwTableRegisterMapping> mapping;
+  HwTableIdentity identity;                 ///< As the bus is told it.
+  TableState state = TableState::inactive;  ///< Hit bits of an inactive table are not read.
+  HwIndex first = 0;                        ///< First row.
+  HwIndex last = 0;                         ///< Last row, included.
+  U8 rowWords = 0;  ///< Words of a row image, those without a register included.
+  Orb::PtrConst<HwTableRegisterMapping> mapping;  ///< Never null in one that hwTableDescIs() made.
 };
 
 /// One bit field of a read of hit bits.
 struct HitBitRecord {
-  U32 firstBit;
-  U32 lastBit;
+  U32 firstBit;   ///< Of the register, from 0 on.
+  U32 lastBit;    ///< Included.
   U32 registers;  ///< Registers that the read fills.
   U32 reg;        ///< Which register of the address collection the bits stand in.
   auto operator<=>(const HitBitRecord&) const = default;
@@ -113,11 +121,13 @@ struct HitBitRecord {
 /// Which bits of a read belong to rows, in the order of the rows.
 class VELA_EXPORT HitBitReadInfo {
  public:
+  /// `registration` is the hit table's register number; records in the order of the rows.
   void bitRegistrationIs(U8 registration, std::vector<HitBitRecord> records) {
     registration_ = registration;
     records_ = std::move(records);
   }
-  U8 registration() const { return registration_; }
+  U8 registration() const { return registration_; }  ///< 0 when none was given.
+  /// In the order of the rows.
   const std::vector<HitBitRecord>& bitRegistrations() const { return records_; }
 
  private:
@@ -130,27 +140,31 @@ class VELA_EXPORT HitBitReadInfoWrapper : public Orb::PtrInterface {
  public:
   /// Registers the addresses of the hit-bit read; index 0 is the trigger.
   void readInfoIs(HwAddressColl addresses) { addresses_ = std::move(addresses); }
-  const HwAddressColl& addresses() const { return addresses_; }
-  HitBitReadInfo& info() { return info_; }
-  const HitBitReadInfo& info() const { return info_; }
+  const HwAddressColl& addresses() const { return addresses_; }  ///< See readInfoIs().
+  HitBitReadInfo& info() { return info_; }                       ///< To be filled in.
+  const HitBitReadInfo& info() const { return info_; }           ///< The bits.
 
  private:
   HwAddressColl addresses_;
   HitBitReadInfo info_;
 };
 
+/// Hit bits are not read, or cleared by being read.
 enum class HitBitAccessMode : U8 { none, clearOnRead };
 
+/// What the hit bits of a hardware table are.
 struct HitBitTableDescriptor : public Orb::PtrInterface {
-  Orb::PtrConst<HwTableDescriptor> table;
+  Orb::PtrConst<HwTableDescriptor> table;  ///< Whose rows they are of.
+  /// By the table's state, see SwTable::hitBitAccessModeMapping().
   HitBitAccessMode mode = HitBitAccessMode::none;
-  U32 offset = 0;  ///< The hit table's offset in the processor.
-  Orb::PtrConst<HitBitReadInfoWrapper> readInfo;
+  U32 offset = 0;                                 ///< The hit table's offset in the processor.
+  Orb::PtrConst<HitBitReadInfoWrapper> readInfo;  ///< Which registers and bits.
 };
 
 /// Makes the descriptors that a convertor hands to the framework.
 class VELA_EXPORT HwTableDescriptorConfig {
  public:
+  /// No mapping, no rows and more than maxRowWords words are fatal assertions.
   static Orb::Ptr<HwTableDescriptor> hwTableDescIs(HwTableIdentity identity, TableState state,
                                                    HwIndex first, HwIndex last, U8 rowWords,
                                                    Orb::PtrConst<HwTableRegisterMapping> mapping);
@@ -163,18 +177,20 @@ class VELA_EXPORT HwTableDescriptorConfig {
 /// The words of one row.
 class HwEntryConfig {
  public:
-  explicit HwEntryConfig(HwIndex index) : index_(index) {}
+  explicit HwEntryConfig(HwIndex index) : index_(index) {}  ///< All words are 0.
+  /// Further words are 0.
   HwEntryConfig(HwIndex index, const U32* words, U8 count) : index_(index) {
     std::copy_n(words, count, words_.begin());
   }
 
-  HwIndex index() const { return index_; }
+  HwIndex index() const { return index_; }  ///< The row that the words are for.
+  /// A word from maxRowWords on is a fatal assertion.
   void dataIs(DataArrayIndex index, U32 word) {
     ORB_ASSERT(index < maxRowWords);
     words_[index] = word;
   }
-  U32 data(DataArrayIndex index) const { return words_[index]; }
-  const U32* words() const { return words_.data(); }
+  U32 data(DataArrayIndex index) const { return words_[index]; }  ///< 0 unless given.
+  const U32* words() const { return words_.data(); }              ///< maxRowWords of them.
 
  private:
   HwIndex index_;
@@ -199,10 +215,10 @@ class VELA_EXPORT HwTableConfig : public Orb::PtrInterface {
   /// Resolves all registers through the bus, which must outlive the table.
   HwTableConfig(Orb::PtrConst<HwTableDescriptor> descriptor, RegisterBus& bus);
 
-  const HwTableDescriptor& descriptor() const { return *descriptor_; }
-  RegisterBus& bus() const { return bus_; }
-  bool active() const { return descriptor_->state == TableState::active; }
-  RegisterBus::TableHandle busHandle() const { return busTable_; }
+  const HwTableDescriptor& descriptor() const { return *descriptor_; }  ///< As it was declared.
+  RegisterBus& bus() const { return bus_; }  ///< Where its registers are.
+  bool active() const { return descriptor_->state == TableState::active; }  ///< See TableState.
+  RegisterBus::TableHandle busHandle() const { return busTable_; }          ///< As the bus gave it.
 
   /// Writes the row, unless hardware already holds the same words apart from the static ones. A
   /// row without registers is not written. False when the bus failed.
@@ -239,6 +255,7 @@ class VELA_EXPORT HwTableConfig : public Orb::PtrInterface {
   /// Makes the next entryIs() of the row write whatever it is given.
   void entryForget(HwIndex index) { states_[position(index)].row = Row::lost; }
 
+  /// A row outside the descriptor's is a fatal assertion.
   Row state(HwIndex index) const { return states_[position(index)].row; }
   /// Whether nothing was ever heard of the row, and it was not written.
   bool unheard(HwIndex index) const {
@@ -248,6 +265,7 @@ class VELA_EXPORT HwTableConfig : public Orb::PtrInterface {
   bool written(HwIndex index) const { return states_[position(index)].written; }
   /// The row's image: `rowWords` words, and behind them others of no meaning up to maxRowWords.
   const U32* image(HwIndex index) const { return &images_[imageAt(index)]; }
+  /// The same; what is changed in it is not written.
   U32* image(HwIndex index) { return &images_[imageAt(index)]; }
 
   /// The row is written soon.
@@ -263,15 +281,17 @@ class VELA_EXPORT HwTableConfig : public Orb::PtrInterface {
   /// without the static bits.
   std::array<U32, maxRowWords> differentBits(HwIndex index, const U32* expected) const;
 
+  /// Bits of a word that depend on the row's place alone: they are not compared.
   void staticWordIs(DataArrayIndex index, U32 mask);
   /// The bits of the word that depend on the row's place alone.
   U32 staticBits(DataArrayIndex index) const { return staticWords_[index]; }
 
   /// One word of a row that has a register.
   struct Mapped {
-    DataArrayIndex word;
-    RegisterBus::RegisterHandle reg;
+    DataArrayIndex word;              ///< Of the row's image.
+    RegisterBus::RegisterHandle reg;  ///< As the bus gave it.
   };
+  /// In the order in which they are written.
   const std::vector<Mapped>& mapped(HwIndex index) const { return run(index).mapped; }
   /// Their registers, with values of no meaning.
   const std::vector<RegisterBus::RegisterValue>& registers(HwIndex index) {
@@ -350,6 +370,7 @@ class VELA_EXPORT HitBitTableConfig : public Orb::PtrInterface {
   HitBitTableConfig(Orb::PtrConst<HitBitTableDescriptor> descriptor, const HwTableConfig& table,
                     RegisterBus& bus);
 
+  /// As it was declared.
   const Orb::PtrConst<HitBitTableDescriptor>& descriptor() const { return descriptor_; }
 
   /// Whether there are bits to read at all.

@@ -22,7 +22,7 @@ enum class EntryProgrammedStatus : U8 {
   hardwareError,  ///< A register access failed; what hardware holds is not what is desired.
   duplicateKey,   ///< Hardware cannot tell it from an entry that was there before.
 };
-VELA_EXPORT const char* nameOf(EntryProgrammedStatus status);
+VELA_EXPORT const char* nameOf(EntryProgrammedStatus status);  ///< As it stands here; a literal.
 inline void appendText(Orb::TextSink& sink, EntryProgrammedStatus status) {
   sink.append(nameOf(status));
 }
@@ -33,9 +33,9 @@ inline constexpr std::size_t batchMost = 64;
 
 /// What became of an entry of a batch, as it stands when it is told.
 struct EntryOutcome {
-  bool known;    ///< It had been announced before, and not withdrawn since.
-  bool changed;  ///< As entryIs() and entryDel() return it.
-  EntryProgrammedStatus status;
+  bool known;                    ///< It had been announced before, and not withdrawn since.
+  bool changed;                  ///< As entryIs() and entryDel() return it.
+  EntryProgrammedStatus status;  ///< As EntryStore::status() says then.
 };
 
 /// Hears how a batch goes on.
@@ -55,8 +55,9 @@ class BatchListener {
 
 /// Keeps what it hears.
 struct EntryOutcomes final : BatchListener {
+  /// Of so many entries.
   explicit EntryOutcomes(std::size_t count) { all.reserve(count); }
-  std::vector<EntryOutcome> all;
+  std::vector<EntryOutcome> all;  ///< In the order of the batch.
   void entryDone(std::size_t, const EntryOutcome& outcome) override { all.push_back(outcome); }
 };
 
@@ -64,6 +65,7 @@ struct EntryOutcomes final : BatchListener {
 /// as any of its flags is set.
 class VELA_EXPORT KeyRecord {
  public:
+  /// What is so of the key.
   enum Flag : U8 {
     desired,    ///< There is an entry.
     unclaimed,  ///< It was read from hardware, and nobody announced it since.
@@ -73,22 +75,22 @@ class VELA_EXPORT KeyRecord {
     noted,      ///< For whoever owns the table, as long as there is an entry.
     staged,     ///< Its rows are to be written with others of a batch.
   };
-  static constexpr U8 flags = staged + 1;
+  static constexpr U8 flags = staged + 1;  ///< How many there are.
 
   KeyRecord(const KeyRecord&) = delete;
   KeyRecord& operator=(const KeyRecord&) = delete;
 
-  bool has(Flag flag) const { return (flags_ >> flag & 1) != 0; }
+  bool has(Flag flag) const { return (flags_ >> flag & 1) != 0; }  ///< Whether that is so.
   /// Whether it is a table's.
   bool known() const { return flags_ != 0; }
 
   // The key, and those of other records of the same type.
-  U32 keyTag() const { return tag_; }  ///< A hash of it.
-  virtual bool hasKeyOf(const KeyRecord& other) const = 0;
-  virtual bool comesBefore(const KeyRecord& other) const = 0;
-  virtual void appendKey(Orb::TextSink& sink) const = 0;
+  U32 keyTag() const { return tag_; }                          ///< A hash of it.
+  virtual bool hasKeyOf(const KeyRecord& other) const = 0;     ///< The same key.
+  virtual bool comesBefore(const KeyRecord& other) const = 0;  ///< In ascending order of keys.
+  virtual void appendKey(Orb::TextSink& sink) const = 0;       ///< The key's text form.
   // Likewise the result.
-  virtual bool hasResultOf(const KeyRecord& other) const = 0;
+  virtual bool hasResultOf(const KeyRecord& other) const = 0;  ///< The same result.
   /// Takes over the other's result; without one, the default.
   virtual void resultIsOf(const KeyRecord* other) = 0;
 

@@ -151,18 +151,23 @@ class VELA_EXPORT PhysicalHashTable : public Orb::PtrInterface,
                                       private HitTracker::Rows,
                                       private RowRun::Owner {
  public:
-  using Location = Keel::Cuckoo::CuckooLocation;
+  using Location = Keel::Cuckoo::CuckooLocation;  ///< A way, and a row of it.
   using Entries = HitTracker::Entries;
 
+  /// Without rows in hardware yet; see hwTableIs().
   explicit PhysicalHashTable(const PhysicalHashProperties& properties);
   ~PhysicalHashTable() override;
 
+  /// Ways, rows and words of a row.
   const PhysicalHashProperties::Fields& properties() const { return properties_; }
+  /// Which entry lies where, and who waits.
   const Keel::Cuckoo::Table& engine() const { return engine_; }
 
+  /// A software table joins, with what packs its rows.
   void helperIs(Orb::Ptr<HashBaseHelper> helper);
   /// Forgets the software table and its entries; hardware keeps their rows.
   void swTableDel(HashBaseTable* table);
+  /// Software tables that have joined.
   U32 swTables() const { return static_cast<U32>(helpers_.size()); }
   /// The table that joined first.
   const HashBaseTable* firstTable() const { return helpers_.front()->swTable(); }
@@ -213,9 +218,11 @@ class VELA_EXPORT PhysicalHashTable : public Orb::PtrInterface,
     revisit();
   }
 
+  /// The row's index: ways stand one behind the other.
   HwIndex hwIndex(Location location) const {
     return location.way * engine_.rowsPerWay() + location.row;
   }
+  /// The inverse.
   Location location(HwIndex index) const {
     return {static_cast<U8>(index / engine_.rowsPerWay()), index % engine_.rowsPerWay()};
   }

@@ -18,8 +18,8 @@ using HwIndex = U32;
 struct HwTableIdentity {
   std::string family;  ///< The family's name, such as "AclHash".
   U32 instance;        ///< Which of the family's software tables declared it.
-  HwTableId id;
-  std::string name;  ///< The framework's name, unique in a switch.
+  HwTableId id;        ///< Number of the hardware table in that one.
+  std::string name;    ///< The framework's name, unique in a switch.
 };
 
 /// The only door to hardware. A simulated switch stands behind it, or a driver for a real bus.
@@ -30,32 +30,34 @@ struct HwTableIdentity {
 /// never thrown.
 class VELA_EXPORT RegisterBus {
  public:
-  using RegisterHandle = U32;
-  using TableHandle = U32;
+  using RegisterHandle = U32;  ///< The bus chooses the numbers.
+  using TableHandle = U32;     ///< Likewise.
 
+  /// One register of a row, and its 32 bits.
   struct RegisterValue {
-    RegisterHandle reg;
-    U32 value;
+    RegisterHandle reg;  ///< As registerIs() gave it.
+    U32 value;           ///< Written, or filled in by a read.
   };
+  /// How a read of a row went.
   enum class Read : U8 {
     held,    ///< The row was written once; the values are what it holds.
     absent,  ///< The row was never written.
-    failed,
+    failed,  ///< Nothing is known of the row.
   };
   /// One row of several to be written.
   struct RowWrite {
-    TableHandle table;
-    HwIndex index;
-    std::span<const RegisterValue> writes;
-    U32 entry = 0;         ///< Which entry of a batch of entries it is for.
-    bool written = false;  ///< How it went; of no meaning before.
+    TableHandle table;                      ///< As tableIs() gave it.
+    HwIndex index;                          ///< 0 to the table's last row.
+    std::span<const RegisterValue> writes;  ///< In this order; valid during the call.
+    U32 entry = 0;                          ///< Which entry of a batch of entries it is for.
+    bool written = false;                   ///< How it went; of no meaning before.
   };
   /// One row of several to be read.
   struct RowRead {
-    TableHandle table;
-    HwIndex index;
-    std::span<RegisterValue> values;
-    Read read = Read::failed;  ///< How it went; failed before.
+    TableHandle table;                ///< As tableIs() gave it.
+    HwIndex index;                    ///< 0 to the table's last row.
+    std::span<RegisterValue> values;  ///< To be filled in; valid during the call.
+    Read read = Read::failed;         ///< How it went; failed before.
   };
 
   virtual ~RegisterBus() = default;

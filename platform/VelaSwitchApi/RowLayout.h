@@ -21,10 +21,10 @@ struct RowField {
   /// Of a field whose content is not always the same.
   static constexpr U32 varies = ~U32{0};
 
-  const char* name = nullptr;
-  U32 first = 0;         ///< Stream bit at which the field begins.
-  U32 width = 0;         ///< Bits; 0 for a field that this layout does not have.
-  U32 content = varies;  ///< What the field holds in every row, an empty one too.
+  const char* name = nullptr;  ///< That of the result's field that it holds, where it holds one.
+  U32 first = 0;               ///< Stream bit at which the field begins.
+  U32 width = 0;               ///< Bits; 0 for a field that this layout does not have.
+  U32 content = varies;        ///< What the field holds in every row, an empty one too.
 };
 
 /// The first field that ends behind `words` words or has a bit of one before it; the number of
@@ -61,6 +61,7 @@ class VELA_EXPORT RowLayout {
     bool plain = false;  ///< Whether it can be set at once, in one word.
 
     constexpr Place() = default;
+    /// Without a mask for fields of no bits and of 64 or more.
     constexpr explicit Place(const RowField& field) {
       if (field.width == 0 || field.width >= 64) return;
       mask = (U64{1} << field.width) - 1;
@@ -82,7 +83,9 @@ class VELA_EXPORT RowLayout {
 
   /// Words of the row image, those without a register included.
   U8 words() const { return words_; }
+  /// In the order of their numbers.
   const std::vector<RowField>& fields() const { return fields_; }
+  /// The field of the number.
   template <class Id>
   const RowField& operator[](Id field) const {
     return fields_[static_cast<std::size_t>(field)];
@@ -101,21 +104,23 @@ class VELA_EXPORT RowLayout {
   }
   /// The fields that every packer looks for, or none.
   std::size_t parity() const { return parity_; }
-  std::size_t row() const { return row_; }
-  std::size_t way() const { return way_; }
+  std::size_t row() const { return row_; }  ///< See parity().
+  std::size_t way() const { return way_; }  ///< See parity().
   /// Their places; without a mask where there is none.
   const Place& rowPlace() const { return rowPlace_; }
-  const Place& wayPlace() const { return wayPlace_; }
+  const Place& wayPlace() const { return wayPlace_; }  ///< See rowPlace().
   /// A word's bits that are the same in every row.
   struct Content {
-    U8 word;
-    U32 mask;
-    U32 value;
+    U8 word;    ///< Number of the word.
+    U32 mask;   ///< The bits.
+    U32 value;  ///< What they are.
   };
+  /// In the order of the fields.
   const std::vector<Content>& contents() const { return contents_; }
   /// All that setPlace() writes, where that is one word: its bits, and those of them that are the
   /// same in every row. Without a mask where it is not.
   using Control = Content;
+  /// That word.
   const Control& control() const { return control_; }
   /// Those of all fields, by their numbers.
   const Place* places() const { return places_.data(); }

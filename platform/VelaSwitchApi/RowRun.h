@@ -15,6 +15,7 @@ class VELA_EXPORT RowRun {
   /// Who added a row hears of it when it could not be written, and of no other.
   class Owner {
    public:
+    /// Its image is what hardware holds, or not known to be.
     virtual void rowWritten(HwTableConfig& table, HwIndex index, bool good) = 0;
 
    protected:
@@ -23,8 +24,8 @@ class VELA_EXPORT RowRun {
 
   /// A run that a row is to be added to, if any, and for whom.
   struct Later {
-    RowRun* run = nullptr;
-    Owner* owner = nullptr;
+    RowRun* run = nullptr;   ///< Null: the row is written at once.
+    Owner* owner = nullptr;  ///< Of meaning with a run.
   };
 
   /// `bus` must outlive the run.

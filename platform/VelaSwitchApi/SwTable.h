@@ -24,8 +24,8 @@ class VELA_EXPORT SwTableTypes : public Orb::PtrInterface {
   SwTableTypes(Orb::PtrConst<VelaSwitch::ProfileInfo> profile, RegisterBus& bus);
   ~SwTableTypes() override;
 
-  const VelaSwitch::ProfileInfo& profile() const { return *profile_; }
-  RegisterBus& bus() const { return bus_; }
+  const VelaSwitch::ProfileInfo& profile() const { return *profile_; }  ///< As it was given.
+  RegisterBus& bus() const { return bus_; }                             ///< As it was given.
   /// The rows that batches under way have staged.
   RowRun& run() { return run_; }
 
@@ -66,23 +66,27 @@ class VELA_EXPORT SwTable : public Orb::PtrInterface, public KeyRecords {
   /// Closes start-up.
   virtual void doInitComplete();
 
-  const std::string& name() const { return name_; }
-  bool initialized() const { return initialized_; }
+  const std::string& name() const { return name_; }  ///< As it was made, for traces and messages.
+  bool initialized() const { return initialized_; }  ///< Whether entries are programmed.
   /// Hardware is ready (true): the convertor is told, and the entries present are programmed.
   void initializedIs(bool initialized);
 
+  /// Of the switch that the table is of; there is none before doSetProfileConvertor.
   const VelaSwitch::ProfileInfo& profile() const { return types_->profile(); }
+  /// Given by doSetProfileConvertor, as is the profile.
   SwTableTypes& types() const { return *types_; }
 
   /// The framework's name of a hardware table, such as "AclHash[1]-0".
   static std::string hwTableName(const std::string& prefix, const std::string& part,
                                  const std::string& suffix, HwTableId id);
+  /// Called by doSetProfileConvertor.
   void profileConvertorPtrIs(Orb::Ptr<SwTableProfileConvertor> convertor);
+  /// Null before doSetProfileConvertor.
   const Orb::Ptr<SwTableProfileConvertor>& profileConvertorPtr() const { return convertor_; }
 
   /// Whether every pipeline's hardware table holds the same rows.
   void hwTablesDuplicateIs(bool duplicate) { hwTablesDuplicate_ = duplicate; }
-  bool hwTablesDuplicate() const { return hwTablesDuplicate_; }
+  bool hwTablesDuplicate() const { return hwTablesDuplicate_; }  ///< As it was said last.
   /// How hit bits are read in a table of the state.
   static HitBitAccessMode hitBitAccessModeMapping(TableState state);
 
@@ -108,44 +112,45 @@ class VELA_EXPORT SwTable : public Orb::PtrInterface, public KeyRecords {
 
 /// A row that a refused entry competes for, in the table that the entry in it belongs to.
 struct Competitor {
-  const SwTable* table;
-  HwIndex index;
+  const SwTable* table;  ///< Not always the refused entry's.
+  HwIndex index;         ///< Of its hardware tables.
 };
 
 /// One field of a row that differs from what it should be.
 struct FieldDifference {
   std::string field;  ///< Of a field of more than 64 bits, a part of it.
-  U64 expected;
-  U64 found;
+  U64 expected;       ///< What the entry, or an empty row, asks for.
+  U64 found;          ///< What hardware holds.
 };
 
 /// What an audit found in one row.
 struct AuditFinding {
+  /// What is wrong.
   enum class Kind : U8 {
     inconsistent,  ///< An entry's row holds something else.
     missing,       ///< An entry's row is empty.
     unexpected,    ///< A row holds something that no entry asks for.
     unreadable,    ///< The row could not be read.
   };
-  Kind kind;
-  HwTableId table;
+  Kind kind;             ///< Of the row, or of the entry without one.
+  HwTableId table;       ///< See SwTableProfileConvertor::hwTable().
   HwIndex index;         ///< noRow for an entry that has none.
   bool corrupt = false;  ///< No row of the table can hold this: its parity is wrong, for one.
   /// The entry that is missing when it has no row; it lives as long as its table holds it.
   const HashBaseCuckooEntry* entry = nullptr;
 
-  static constexpr HwIndex noRow = ~HwIndex{0};
+  static constexpr HwIndex noRow = ~HwIndex{0};  ///< The entry lies nowhere.
 };
 
 /// How full a software table, or a part of it, is. The numbers are asked of the placement itself,
 /// so they cannot drift.
 struct EntryCounter {
-  std::string key;
-  U32 size;   ///< Entries that there is room for.
-  U32 index;  ///< The part of the table.
-  const SwTableProfileConvertor* convertor;
+  std::string key;                           ///< Name of the part, for people.
+  U32 size;                                  ///< Entries that there is room for.
+  U32 index;                                 ///< The part of the table.
+  const SwTableProfileConvertor* convertor;  ///< Whom the numbers are asked of.
 
-  VELA_EXPORT U32 used() const;
+  VELA_EXPORT U32 used() const;  ///< Entries in hardware now.
   /// Highest use seen.
   VELA_EXPORT U32 peak() const;
 };
@@ -157,7 +162,7 @@ class VELA_EXPORT SwTableProfileConvertor : public Orb::PtrInterface {
   ~SwTableProfileConvertor() override;
   /// A poll found the row hit.
   virtual void handleHitBitEntry(HwTableId table, HwIndex index);
-  virtual void doInitTableStats();
+  virtual void doInitTableStats();  ///< Starts the capacity counters.
   /// Declares the hardware tables, their descriptors and hit-bit tables.
   virtual void doCreateHwTables(TableState state) = 0;
   /// Prepares the reading of hit bits.
@@ -189,7 +194,8 @@ class VELA_EXPORT SwTableProfileConvertor : public Orb::PtrInterface {
   /// Reads all hit bits and records the hits with the time. False when a read failed.
   virtual bool pollHitBits(Orb::Seconds now);
 
-  Orb::Ptr<HwTableConfig> hwTable(HwTableId id) const;
+  Orb::Ptr<HwTableConfig> hwTable(HwTableId id) const;  ///< Null for one that was not declared.
+  /// All that were declared.
   const std::map<HwTableId, Orb::Ptr<HwTableConfig>>& hwTables() const { return hwTables_; }
 
   /// The hardware tables whose hit bits are polled.
@@ -197,13 +203,15 @@ class VELA_EXPORT SwTableProfileConvertor : public Orb::PtrInterface {
     return hitBitTables_;
   }
 
+  /// Of the last syncEntries() of the initialized table.
   const std::vector<AuditFinding>& auditFindings() const { return findings_; }
-  void auditFindingDelAll() { findings_.clear(); }
+  void auditFindingDelAll() { findings_.clear(); }  ///< Forgets them; keys stay marked.
 
+  /// One a part of the table.
   const std::vector<EntryCounter>& entryCounters() const { return counters_; }
   /// Entries in a part of the table, and the most that there ever were.
   virtual U32 entriesUsed(U32 index) const;
-  virtual U32 entriesPeak(U32 index) const;
+  virtual U32 entriesPeak(U32 index) const;  ///< See entriesUsed().
 
   /// Called by the table that the convertor serves.
   void swTableIs(SwTable* table) { swTable_ = table; }

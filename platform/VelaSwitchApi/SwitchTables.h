@@ -13,11 +13,13 @@ namespace VelaSwitchApi {
 /// a restart of the agent: make(), rebuild(), start(false), announce, complete().
 class VELA_EXPORT SwitchTables {
  public:
+  /// Of one switch.
   explicit SwitchTables(Orb::Ptr<SwTableTypes> types) : types_(std::move(types)) {}
 
-  const Orb::Ptr<SwTableTypes>& types() const { return types_; }
+  const Orb::Ptr<SwTableTypes>& types() const { return types_; }  ///< As they were given.
   /// To be added before make().
   void tableIs(Orb::Ptr<SwTable> table) { tables_.push_back(std::move(table)); }
+  /// In the order in which they were added.
   const std::vector<Orb::Ptr<SwTable>>& tables() const { return tables_; }
 
   /// Makes convertors and declares the hardware; nothing is read or written yet.

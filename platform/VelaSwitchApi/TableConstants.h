@@ -8,8 +8,8 @@ namespace VelaSwitchTable {
 /// own. The ACL processors' tables have the numbers 45 and 46 and, for each further processor,
 /// those twelve higher; all others stay clear of them.
 struct TableIdentity {
-  U32 number;
-  const char* name;
+  U32 number;        ///< Fits a TableIndex; no two are alike.
+  const char* name;  ///< A literal.
 };
 
 /// A table's number alone.
@@ -18,9 +18,10 @@ enum class TableIndex : U8 {};
 /// Makes a family's table known by its number, for as long as the program runs.
 class VELA_EXPORT TableRegistration {
  public:
-  explicit TableRegistration(TableIdentity table);
+  explicit TableRegistration(TableIdentity table);  ///< The name must be a literal.
 };
 
+/// Tables by their numbers.
 struct TableConstants {
   /// The name of a table whose family is loaded. A number that no table has is a fatal assertion.
   VELA_EXPORT static const char* tableName(TableIndex index);
