@@ -172,7 +172,7 @@ class Restart : public VelaTest::ProfileTest {
   struct Late;
   struct Whole;
 
-  static constexpr U32 most = 200;  ///< Entries of a table.
+  static constexpr U32 most = VelaTest::sanitized ? 80 : 200;  ///< Entries of a table.
   static constexpr U32 allReads = ~0u / 2;
 };
 
@@ -432,8 +432,8 @@ TEST_P(Restart, rowsThatAnswerLaterAreTakenUpThen) {
     SCOPED_TRACE(group.name());
     const Desired desired = generator.entries(group, most);
     const VelaDevice::SimulatedSwitch saved = left(group, desired);
-    for (U32 n = VelaTest::sanitized ? random.below(2) : 0; n < 6;
-         n += VelaTest::sanitized ? 2 : 1) {
+    for (U32 n = VelaTest::sanitized ? random.below(6) : 0; n < 6;
+         n += VelaTest::sanitized ? 6 : 1) {
       const auto round = static_cast<Late::Round>(n / 2);
       const bool quiet = round == Late::Round::quiet;
       SCOPED_TRACE(n);
