@@ -104,7 +104,7 @@ Hop firstOf(const nlattr* multipath) {
   const char* begin = reinterpret_cast<const char*>(first) + RTNH_LENGTH(0);
   Hop hop = routeHop(attributesIn<RTA_MAX + 1>(begin, first->rtnh_len - RTNH_LENGTH(0)));
   hop.interface = static_cast<U32>(first->rtnh_ifindex);
-  hop.ofSeveral = size > MNL_ALIGN(first->rtnh_len);
+  hop.ofSeveral = size > std::size_t{first->rtnh_len} + MNL_ALIGNTO - 1;
   return hop;
 }
 

@@ -59,6 +59,13 @@ RouteService::RouteService(VelaAgent::Agent& agent, RouteSettings settings, Inte
 
 RouteService::~RouteService() = default;
 
+/// The kernel's tables by their VRFs.
+std::map<U8, U32> RouteService::tables() const {
+  std::map<U8, U32> tables;
+  for (const auto& [table, vrf] : settings_.vrfs) tables[vrf] = table;
+  return tables;
+}
+
 /// Routes that hardware holds are routes of a connection that is past.
 void RouteService::rebuild() {
   lagEntries_.forEachEntry([&](VelaAgent::AnyRef key, VelaAgent::AnyRef result) {
@@ -67,8 +74,7 @@ void RouteService::rebuild() {
       nexthops_.lagIs(static_cast<U8>(lag), result.as<L3LagResult>().portMask().bits());
     }
   });
-  std::map<U8, U32> tables;
-  for (const auto& [table, vrf] : settings_.vrfs) tables[vrf] = table;
+  const auto tables = this->tables();
   routeEntries_.forEachEntry([&](VelaAgent::AnyRef key, VelaAgent::AnyRef result) {
     const auto& at = key.as<LpmKey>();
     const auto& to = result.as<NexthopIndexes>();
@@ -301,9 +307,11 @@ void RouteService::beginSweep() {
   swept_ = sweeping_ = true;
   // Guesses that announced routes account for go without a write.
   if (rebuilt_) agent_.complete();
+  removed_ = 0;
   enqueueAll([this](Route& route) {
     if (route.connection == connection_) return false;
     route.wanted = false;
+    ++removed_;
     return true;
   });
 }
@@ -324,7 +332,7 @@ void RouteService::endSweep() {
 }
 
 RouteService::Figures RouteService::figures() const {
-  Figures all{connected_, swept_ && !sweeping_ && connection_ != 0, connection_, messages_};
+  Figures all{connected_, removed().has_value(), malformed_, connection_, messages_};
   all.queued = queue_.size();
   all.refused = refused_;
   for (const auto& [name, route] : routes_) {
@@ -340,6 +348,17 @@ void RouteService::forEachRefused(
   for (const auto& [name, route] : routes_) {
     if (route.refusal != Refusal::none) visit(name, route.refusal);
   }
+}
+
+void RouteService::forEachWaiting(const std::function<void(const RouteName&)>& visit) const {
+  if (routeEntries_.waiting() == 0) return;
+  const auto tables = this->tables();
+  routeEntries_.forEachStatus(
+      [&](VelaAgent::AnyRef key, EntryProgrammedStatus status, Orb::Seconds) {
+        if (status != EntryProgrammedStatus::tableFull) return;
+        const auto& at = key.as<LpmKey>();
+        visit(nameOf(at, tables.at(at.vrf())));
+      });
 }
 
 }  // namespace VelaService

@@ -45,7 +45,11 @@ class RouteService {
   RouteService& operator=(const RouteService&) = delete;
 
   void connected(Clock::time_point now);
-  void disconnected() { connected_ = false; }
+  /// The source is gone; `malformed` when what it said was of no use.
+  void disconnected(bool malformed) {
+    connected_ = false;
+    malformed_ += malformed;
+  }
   /// Takes a message of the source that is connected.
   void take(const Message& message, Clock::time_point now);
   /// Whether the source is to be held up until work() was done.
@@ -56,9 +60,15 @@ class RouteService {
   /// What time brings: to be called now and then.
   void tick(Clock::time_point now);
 
+  /// On this connection: how many routes went that it did not announce, when they are gone.
+  std::optional<std::size_t> removed() const {
+    return swept_ && !sweeping_ && connection_ != 0 ? std::optional(removed_) : std::nullopt;
+  }
+
   struct Figures {
     bool connected;
     bool complete;        ///< What was not announced is gone.
+    U64 malformed;        ///< Connections that ended with something malformed.
     U64 connections;      ///< So far.
     U64 messages;         ///< So far.
     std::size_t offered;  ///< Routes that the source wants, refused ones among them.
@@ -71,6 +81,8 @@ class RouteService {
   const Nexthops& nexthops() const { return nexthops_; }
   /// Every route that is refused.
   void forEachRefused(const std::function<void(const RouteName&, Refusal)>& visit) const;
+  /// Every route that the switch has no room for.
+  void forEachWaiting(const std::function<void(const RouteName&)>& visit) const;
 
  private:
   struct Route {
@@ -90,6 +102,7 @@ class RouteService {
   };
   struct Placing;
 
+  std::map<U8, U32> tables() const;
   void rebuild();
   void take(const NexthopMessage& message);
   void take(const RouteMessage& message);
@@ -125,6 +138,8 @@ class RouteService {
   bool swept_ = true;      ///< On this connection.
   bool sweeping_ = false;  ///< What is stale is queued.
   bool rebuilt_;           ///< Nobody said yet what of the switch's rows is desired.
+  std::size_t removed_ = 0;
+  U64 malformed_ = 0;
   U64 messages_ = 0;
   Clock::time_point since_;
   Clock::time_point last_;

@@ -44,7 +44,8 @@ class Sender {
     route->rtm_family = message.route.family;
     route->rtm_dst_len = message.route.len;
     const bool drops = message.nexthop == 0 && message.hop.kind == Hop::Kind::drop;
-    if (!message.withdrawn) route->rtm_type = drops ? U8{RTN_BLACKHOLE} : U8{RTN_UNICAST};
+    if (!message.withdrawn)
+      route->rtm_type = static_cast<U8>(drops ? +RTN_BLACKHOLE : +RTN_UNICAST);
     mnl_attr_put(head, RTA_DST, message.route.family == AF_INET ? 4 : 16,
                  message.route.address.data());
     mnl_attr_put_u32(head, RTA_TABLE, message.route.table);
@@ -406,7 +407,7 @@ TEST(RouteService, SwitchFollowsWhatSourceSays) {
     if (random.below(3) == 0) continue;
     switch (random.below(5)) {
       case 0:  // A daemon that has other routes now, and calls its next hops otherwise.
-        world.service->disconnected();
+        world.service->disconnected(false);
         world.quiet();
         model.reconnect(false);
         world.receive(random);
