@@ -3,7 +3,7 @@
 
 PACKAGES := g++ clang clang-format clang-tidy cmake ninja-build nlohmann-json3-dev libcli11-dev \
             libsimdjson-dev libgtest-dev libbenchmark-dev llvm pkgconf libmnl-dev libuv1-dev libsystemd-dev
-LIVE := abigail-tools debootstrap xz-utils
+LIVE := abigail-tools debootstrap frr iproute2 python3 xz-utils
 PEERS := pkgconf libdpdk-dev libcuckoo-dev
 SUDO := $(shell [ "$$(id -u)" = 0 ] || echo sudo)
 JOBS := $(shell nproc)
@@ -12,11 +12,17 @@ SOURCES = $(shell git ls-files '*.h' '*.cpp')
 # Seconds that each fuzz target runs.
 FUZZ_SECONDS := 60
 
-.PHONY: demo test test-live abi-baseline soak bench peers fuzz coverage deb format check lint packages release clean
+.PHONY: demo live test test-live abi-baseline soak bench peers fuzz coverage deb format check lint packages release clean
 
 # Builds what it needs of the release, no more.
 demo: release-velatable
 	build/release/velatable run examples/first-light.jsonl --results build/first-light.results
+
+# A routing daemon, velad and a switch in namespaces of their own: shows what one change costs.
+live: packages
+	@$(MAKE) --no-print-directory packages PACKAGES="frr iproute2"
+	$(MAKE) --no-print-directory release-velad release-velatable
+	tests/live/show.sh
 
 # Release build by GCC, and clang's under the sanitizers; all tests run under each. The end tells how
 # many seconds each part took.
@@ -37,7 +43,8 @@ endef
 timed = @start=$$(date +%s); echo "== $(1)"; $(2) && \
 	    printf '%-20s %5d s\n' '$(1)' $$(($$(date +%s) - start)) >> build/times
 
-# What needs more than the code: packages that are installed, the thread sanitizer, other releases.
+# What needs more than the code: packages that are installed, the thread sanitizer, other releases, a
+# routing daemon.
 test-live: packages deb
 	@$(MAKE) --no-print-directory packages PACKAGES="$(LIVE)"
 	@rm -f build/times
@@ -45,6 +52,7 @@ test-live: packages deb
 	$(call timed,threads: tests,build/threads/tests/thread_tests --gtest_repeat=5)
 	$(call timed,abi,tests/live/abi.sh)
 	$(call timed,packages,tests/live/packages.sh)
+	$(call timed,frr,$(MAKE) --no-print-directory release-velad release-velatable && tests/live/frr.sh)
 	@cat build/times
 
 # Describes the libraries as they are for those of later releases to be compared with.
