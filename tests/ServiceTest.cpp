@@ -5,11 +5,14 @@
 #include <unistd.h>
 
 #include <filesystem>
+#include <fstream>
 #include <map>
 
 #include "Support.h"
+#include "agent/Json.h"
 #include "device/RouteLookup.h"
 #include "service/Configuration.h"
+#include "service/Control.h"
 #include "service/Netlink.h"
 
 namespace {
@@ -490,6 +493,58 @@ TEST(FpmStream, BrokenStreamsEndInOneWay) {
     world.service->work(20);
   }
   EXPECT_GT(malformed, 100);
+}
+
+/// What a line is made of: its names and the kinds of its values. Of a list, of the first item.
+VelaAgent::Json shapeOf(const VelaAgent::Json& json) {
+  if (json.is_array()) return json.empty() ? json : VelaAgent::Json::array({shapeOf(json[0])});
+  if (!json.is_object()) return json.type_name();
+  auto shape = VelaAgent::Json::object();
+  for (const auto& item : json.items()) shape[item.key()] = shapeOf(item.value());
+  return shape;
+}
+
+TEST(Control, AnswersAreAsDocumented) {
+  World world;
+  Random random;
+  world.connect();
+  const auto tell = [&](IpPrefix prefix, Hop::Kind kind, U32 interface) {
+    world.sender.route(
+        {nameOf(prefix), false, 0, {kind, Refusal::none, false, interface, 0xC0000201}});
+  };
+  tell(IpPrefix(IpAddr(0xCB007100), 24), Hop::Kind::gateway, 1);
+  tell(IpPrefix(IpAddr(0xC0000200), 24), Hop::Kind::local, 1);
+  tell(IpPrefix(IpAddr(0xC6336400), 24), Hop::Kind::gateway, 9);
+  world.sender.route({{RT_TABLE_MAIN, AF_INET6, 16, {0x20, 1}}, false, 0, {Hop::Kind::local}});
+  world.sender.frame();
+  world.receive(random);
+  world.drain();
+  Control control(*world.agent, *world.service);
+  std::ifstream docs(DOCS "/velad.md");
+  std::string answer;
+  int asked = 0;
+  for (std::string line; std::getline(docs, line);) {
+    if (line.starts_with("> ")) {
+      EXPECT_EQ(answer, "") << "the answer has more lines than documented";
+      answer.clear();
+      const auto making = control.ask(line.substr(2));
+      if (making->prepares()) making->prepare();
+      while (making->piece(answer)) {
+      }
+      ++asked;
+    } else if (line.starts_with("< ")) {
+      const std::string real = answer.substr(0, answer.find('\n'));
+      ASSERT_NE(real, "") << "no line for " << line;
+      answer.erase(0, real.size() + 1);
+      const auto json = VelaAgent::jsonFromText(real);
+      const auto told = VelaAgent::jsonFromText(line.substr(2));
+      EXPECT_EQ(shapeOf(json), shapeOf(told)) << real;
+      if (told.contains("done") || told.contains("finding")) {
+        EXPECT_EQ(json, told);
+      }
+    }
+  }
+  EXPECT_EQ(asked, 9);
 }
 
 TEST(Configuration, EachMistakeHasALine) {

@@ -51,7 +51,7 @@ awk -v b="$begin" -v e="$(date +%s.%N)" 'BEGIN {printf "    after %.1f s\n", e -
 py complete "$work" >/dev/null
 
 echo "  their next hops change"
-python3 "$here/frr.py" watch "$work" "$work/prefixes" & watcher=$!
+python3 "$here/frr.py" watch "$work" "$work/present" & watcher=$!
 reroute "${moved[@]}"
 sleep 3
 py check "$work" "$count"
@@ -64,7 +64,7 @@ for kill in $(seq "$KILLS"); do
     # It takes a second until the first change comes, and less than another until the last.
     sleep "$(awk -v r=$RANDOM 'BEGIN {print 0.9 + 0.5 * r / 32768}')"
     kill_velad
-    py saved "$work" "$work/prefixes" "$bin/velatable"
+    py saved "$work" "$work/present" "$bin/velatable"
     start_velad
     py complete "$work" >"$work/rows"
     py check "$work" "$count"
