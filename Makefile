@@ -52,7 +52,8 @@ test-live: packages deb
 	$(call timed,threads: tests,build/threads/tests/thread_tests --gtest_repeat=5)
 	$(call timed,abi,tests/live/abi.sh)
 	$(call timed,packages,tests/live/packages.sh)
-	$(call timed,frr,$(MAKE) --no-print-directory release-velad release-velatable && tests/live/frr.sh)
+	$(call timed,frr,$(MAKE) --no-print-directory release-velad release-velatable && \
+	    tests/live/frr.sh && tests/live/offer.py build/release/velad 500000)
 	@cat build/times
 
 # Describes the libraries as they are for those of later releases to be compared with.

@@ -148,14 +148,15 @@ class Decoded final : public Answer {
   std::string error_;
 };
 
-Json sourceStatus(const RouteService::Figures& figures) {
+Json sourceStatus(const RouteService& routes) {
+  const auto& figures = routes.figures();
   return {{"source", "fpm"},
-          {"connected", figures.connected},
-          {"complete", figures.complete},
+          {"connected", routes.isConnected()},
+          {"complete", routes.removed().has_value()},
           {"connections", figures.connections},
           {"malformed", figures.malformed},
           {"messages", figures.messages},
-          {"stale", figures.stale}};
+          {"stale", figures.routes - figures.announced}};
 }
 
 Json refusedCounts(const RouteService::Figures& figures) {
@@ -168,24 +169,14 @@ Json refusedCounts(const RouteService::Figures& figures) {
   return counts;
 }
 
-Json tableStatus(const TableAdapter& table) {
-  Json line = tableName(table);
-  line["entries"] = table.entries();
-  line["programmed"] = table.programmed();
-  line["waiting"] = table.waiting();
-  line["refused"] = table.refused();
-  return line;
-}
-
 /// How the service does, and what it did; `lists` tells of each route that is refused or waits.
 std::unique_ptr<Answer> statusOf(const Agent& agent, const RouteService& routes, bool lists) {
-  const auto figures = routes.figures();
-  const TableAdapter& table = agent.table("Route", 0);
-  Json status = {{"sources", Json::array({sourceStatus(figures)})},
-                 {"offered", figures.offered},
-                 {"queued", figures.queued},
-                 {"programmed", table.programmed()},
-                 {"waiting", table.waiting()},
+  const auto& figures = routes.figures();
+  Json status = {{"sources", Json::array({sourceStatus(routes)})},
+                 {"offered", figures.wanted},
+                 {"queued", routes.queued()},
+                 {"programmed", figures.programmed},
+                 {"waiting", figures.waiting},
                  {"ofSeveral", figures.ofSeveral},
                  {"refused", refusedCounts(figures)},
                  {"rowWrites", agent.recorder().rowWrites()}};
@@ -199,14 +190,18 @@ std::unique_ptr<Answer> statusOf(const Agent& agent, const RouteService& routes,
                         {"routes", count}});
   });
   Json& tables = status["tables"] = Json::array();
-  for (const TableAdapter* each : agent.announced()) {
-    if (each->entries() != 0) tables.push_back(tableStatus(*each));
+  for (const auto& each : agent.tables()) {
+    if (each->entries() == 0) continue;
+    Json line = tableName(*each);
+    line["entries"] = each->entries();
+    line["waiting"] = each->waiting();
+    tables.push_back(std::move(line));
   }
   std::vector<std::pair<RouteName, const char*>> list;
   if (lists) {
-    routes.forEachRefused(
-        [&](const RouteName& name, Refusal why) { list.emplace_back(name, nameOf(why)); });
-    routes.forEachWaiting([&](const RouteName& name) { list.emplace_back(name, "tableFull"); });
+    routes.forEachRefused([&](const RouteName& name, Refusal why) {
+      list.emplace_back(name, why == Refusal::none ? "tableFull" : nameOf(why));
+    });
   }
   std::string first = status.dump() + "\n";
   return std::make_unique<Items>(

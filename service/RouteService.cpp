@@ -54,17 +54,12 @@ RouteService::RouteService(VelaAgent::Agent& agent, RouteSettings settings, Inte
       nexthops_(settings_.nexthopFile, [this](U8 lag, U64 ports) { return writeLag(lag, ports); }),
       rebuilt_(agent.entriesOf("Route", 0).unclaimed() != 0 ||
                agent.entriesOf("L3Lag", 0).unclaimed() != 0) {
+  for (const auto& [table, vrf] : settings_.vrfs) tables_[vrf] = table;
   rebuild();
+  agent_.routeWriter().routes().entryStatuses().observerIs(this);
 }
 
-RouteService::~RouteService() = default;
-
-/// The kernel's tables by their VRFs.
-std::map<U8, U32> RouteService::tables() const {
-  std::map<U8, U32> tables;
-  for (const auto& [table, vrf] : settings_.vrfs) tables[vrf] = table;
-  return tables;
-}
+RouteService::~RouteService() { agent_.routeWriter().routes().entryStatuses().observerDel(this); }
 
 /// Routes that hardware holds are routes of a connection that is past.
 void RouteService::rebuild() {
@@ -74,20 +69,22 @@ void RouteService::rebuild() {
       nexthops_.lagIs(static_cast<U8>(lag), result.as<L3LagResult>().portMask().bits());
     }
   });
-  const auto tables = this->tables();
   routeEntries_.forEachEntry([&](VelaAgent::AnyRef key, VelaAgent::AnyRef result) {
     const auto& at = key.as<LpmKey>();
     const auto& to = result.as<NexthopIndexes>();
-    const auto table = tables.find(at.vrf());
+    const auto table = tables_.find(at.vrf());
     const U16 lag = to.l3LagIndex().value();
     if (lag >= Nexthops::lagCount) return;
     const Slot slot{static_cast<U8>(lag), to.rewriteIndex()};
     nexthops_.rebuilt(slot);
     // What is in no VRF of ours goes with all that nobody claims.
-    if (table == tables.end()) return orphans_.push_back(slot);
+    if (table == tables_.end()) return orphans_.push_back(slot);
     Route& route = routes_[nameOf(at, table->second)];
     route.slot = slot;
-    route.placed = route.wanted = true;
+    route.placed = true;
+    ++figures_.routes;
+    wantedIs(route, true);
+    statusIs(route, routeEntries_.status(key));
   });
   nexthops_.started();
 }
@@ -107,6 +104,8 @@ void RouteService::connected(Clock::time_point now) {
   swept_ = sweeping_ = false;
   since_ = last_ = now;
   ++connection_;
+  ++figures_.connections;
+  figures_.announced = 0;
   // The next daemon may call other things by the same numbers.
   objects_.clear();
   interfaces_.clear();
@@ -114,7 +113,7 @@ void RouteService::connected(Clock::time_point now) {
 
 void RouteService::take(const Message& message, Clock::time_point now) {
   last_ = now;
-  ++messages_;
+  ++figures_.messages;
   std::visit([this](const auto& each) { take(each); }, message);
 }
 
@@ -122,11 +121,13 @@ void RouteService::take(const RouteMessage& message) {
   if (message.withdrawn) {
     const auto at = routes_.find(message.route);
     if (at == routes_.end()) return;
-    at->second.wanted = false;
+    wantedIs(at->second, false);
     return enqueue(*at);
   }
-  auto& entry = *routes_.try_emplace(message.route).first;
-  Route& route = entry.second;
+  const auto [at, isNew] = routes_.try_emplace(message.route);
+  Route& route = at->second;
+  figures_.routes += isNew;
+  figures_.announced += isNew || route.connection != connection_;
   const Hop hop = message.nexthop != 0 ? resolved(message.nexthop) : message.hop;
   // One that is there as announced costs nothing; one that was rebuilt has to be claimed.
   const bool same = route.wanted && route.hop == hop && route.placed && route.connection != 0 &&
@@ -135,8 +136,8 @@ void RouteService::take(const RouteMessage& message) {
   route.hop = hop;
   route.nexthop = message.nexthop;
   route.connection = connection_;
-  route.wanted = true;
-  if (!same) enqueue(entry);
+  wantedIs(route, true);
+  if (!same) enqueue(*at);
 }
 
 Hop RouteService::resolved(U32 id) const {
@@ -226,9 +227,32 @@ Refusal RouteService::place(const RouteName& name, const Route& route, Placing& 
 }
 
 void RouteService::refusalIs(Route& route, Refusal refusal) {
-  if (route.refusal != Refusal::none) --refused_[static_cast<std::size_t>(route.refusal)];
-  if (refusal != Refusal::none) ++refused_[static_cast<std::size_t>(refusal)];
+  if (route.refusal != Refusal::none) --figures_.refused[static_cast<std::size_t>(route.refusal)];
+  if (refusal != Refusal::none) ++figures_.refused[static_cast<std::size_t>(refusal)];
   route.refusal = refusal;
+}
+
+void RouteService::wantedIs(Route& route, bool wanted) {
+  figures_.wanted += U64{wanted} - U64{route.wanted};
+  route.wanted = wanted;
+}
+
+void RouteService::statusIs(Route& route, EntryProgrammedStatus status) {
+  const auto count = [this](EntryProgrammedStatus of) -> U64* {
+    if (of == EntryProgrammedStatus::programmed) return &figures_.programmed;
+    return of == EntryProgrammedStatus::tableFull ? &figures_.waiting : nullptr;
+  };
+  if (U64* before = count(route.status)) --*before;
+  if (U64* after = count(status)) ++*after;
+  route.status = status;
+}
+
+/// The status of a route changed, perhaps for another's sake.
+void RouteService::handleKey(const LpmKey& key) {
+  const auto table = tables_.find(key.vrf());
+  if (table == tables_.end()) return;
+  const auto at = routes_.find(nameOf(key, table->second));
+  if (at != routes_.end()) statusIs(at->second, routeEntries_.status(key));
 }
 
 /// Takes a route out of hardware if it is there, and then its reference.
@@ -237,32 +261,36 @@ void RouteService::withdraw(Routes::value_type& route) {
   routeEntries_.withdraw(keyOf(route.first, settings_.vrfs.at(route.first.table)));
   agent_.settle();
   nexthops_.release(route.second.slot);
+  figures_.ofSeveral -= std::exchange(route.second.ofSeveral, false);
+  statusIs(route.second, EntryProgrammedStatus::notProgrammed);
 }
 
 /// Routes have their new slots before their old ones are given up.
-void RouteService::announce(std::vector<Placing>& placings) {
-  if (placings.empty()) return;
+void RouteService::announce() {
+  if (placings_.empty()) return;
   std::vector<VelaAgent::Entries::Announcement> all;
-  all.reserve(placings.size());
-  for (const Placing& placing : placings) all.push_back({placing.key, placing.result});
-  VelaSwitchApi::EntryOutcomes outcomes;
-  routeEntries_.announceAll(all, outcomes);
+  all.reserve(placings_.size());
+  for (const Placing& placing : placings_) all.push_back({placing.key, placing.result});
+  routeEntries_.announceAll(all, *this);
   agent_.settle();
-  for (std::size_t number = 0; number < placings.size(); ++number) {
-    const Placing& placing = placings[number];
-    Route& route = *placing.route;
-    if (route.placed) nexthops_.release(route.slot);
-    route.slot = placing.slot;
-    route.placed = true;
-    const bool failed = outcomes.all[number].status == EntryProgrammedStatus::hardwareError;
-    refusalIs(route, failed ? Refusal::hardwareError : Refusal::none);
-  }
-  placings.clear();
+  placings_.clear();
+}
+
+void RouteService::entryDone(std::size_t number, const VelaSwitchApi::EntryOutcome& outcome) {
+  const Placing& placing = placings_[number];
+  Route& route = *placing.route;
+  if (route.placed) nexthops_.release(route.slot);
+  route.slot = placing.slot;
+  route.placed = true;
+  figures_.ofSeveral += U64{route.hop.ofSeveral} - U64{route.ofSeveral};
+  route.ofSeveral = route.hop.ofSeveral;
+  statusIs(route, outcome.status);
+  const bool failed = outcome.status == EntryProgrammedStatus::hardwareError;
+  refusalIs(route, failed ? Refusal::hardwareError : Refusal::none);
 }
 
 void RouteService::work(std::size_t most) {
-  std::vector<Placing> placings;
-  placings.reserve(std::min(most, batchSize));
+  placings_.reserve(batchSize);
   for (; most > 0 && !queue_.empty(); --most) {
     Routes::value_type& each = *queue_.front();
     queue_.pop_front();
@@ -271,6 +299,8 @@ void RouteService::work(std::size_t most) {
     if (!route.wanted) {
       withdraw(each);
       refusalIs(route, Refusal::none);
+      figures_.announced -= route.connection == connection_ && connection_ != 0;
+      --figures_.routes;
       routes_.erase(each.first);
       continue;
     }
@@ -281,14 +311,14 @@ void RouteService::work(std::size_t most) {
       refusalIs(route, refusal);
       continue;
     }
-    placings.push_back(std::move(placing));
-    if (placings.size() == batchSize) announce(placings);
+    placings_.push_back(std::move(placing));
+    if (placings_.size() == batchSize) announce();
   }
-  announce(placings);
+  announce();
   if (!queue_.empty()) return;
   if (sweeping_) return endSweep();
   // Whoever was refused for want of an index may have one now.
-  if (nexthops_.freed() && refused_[static_cast<std::size_t>(Refusal::noIndex)] != 0) {
+  if (nexthops_.freed() && figures_.refused[static_cast<std::size_t>(Refusal::noIndex)] != 0) {
     enqueueAll([](const Route& route) { return route.refusal == Refusal::noIndex; });
   }
 }
@@ -298,7 +328,7 @@ void RouteService::tick(Clock::time_point now) {
   const bool quiet = now - last_ >= settings_.quiet || now - since_ >= settings_.longest;
   if (connected_ && !swept_ && quiet) return beginSweep();
   // Registers that failed may answer again.
-  if (refused_[static_cast<std::size_t>(Refusal::hardwareError)] != 0) {
+  if (figures_.refused[static_cast<std::size_t>(Refusal::hardwareError)] != 0) {
     enqueueAll([](const Route& route) { return route.refusal == Refusal::hardwareError; });
   }
 }
@@ -310,7 +340,7 @@ void RouteService::beginSweep() {
   removed_ = 0;
   enqueueAll([this](Route& route) {
     if (route.connection == connection_) return false;
-    route.wanted = false;
+    wantedIs(route, false);
     ++removed_;
     return true;
   });
@@ -331,34 +361,12 @@ void RouteService::endSweep() {
   agent_.settle();
 }
 
-RouteService::Figures RouteService::figures() const {
-  Figures all{connected_, removed().has_value(), malformed_, connection_, messages_};
-  all.queued = queue_.size();
-  all.refused = refused_;
-  for (const auto& [name, route] : routes_) {
-    all.offered += route.wanted;
-    all.stale += route.connection != connection_ || connection_ == 0;
-    all.ofSeveral += route.placed && route.hop.ofSeveral;
-  }
-  return all;
-}
-
 void RouteService::forEachRefused(
     const std::function<void(const RouteName&, Refusal)>& visit) const {
   for (const auto& [name, route] : routes_) {
-    if (route.refusal != Refusal::none) visit(name, route.refusal);
+    const bool waits = route.status == EntryProgrammedStatus::tableFull;
+    if (waits || route.refusal != Refusal::none) visit(name, route.refusal);
   }
-}
-
-void RouteService::forEachWaiting(const std::function<void(const RouteName&)>& visit) const {
-  if (routeEntries_.waiting() == 0) return;
-  const auto tables = this->tables();
-  routeEntries_.forEachStatus(
-      [&](VelaAgent::AnyRef key, EntryProgrammedStatus status, Orb::Seconds) {
-        if (status != EntryProgrammedStatus::tableFull) return;
-        const auto& at = key.as<LpmKey>();
-        visit(nameOf(at, tables.at(at.vrf())));
-      });
 }
 
 }  // namespace VelaService

@@ -32,7 +32,8 @@ struct RouteSettings {
 ///
 /// Routes outlive their source's connection. Those that it does not announce again once it is back
 /// are removed when it has been quiet; after a restart those that hardware held likewise.
-class RouteService {
+class RouteService final : private Orb::KeyObserver<VelaSwitch::LpmKey>,
+                           private VelaSwitchApi::BatchListener {
  public:
   /// The name of an interface by its number; empty where there is none.
   using InterfaceNamer = std::function<std::string(U32)>;
@@ -48,7 +49,7 @@ class RouteService {
   /// The source is gone; `malformed` when what it said was of no use.
   void disconnected(bool malformed) {
     connected_ = false;
-    malformed_ += malformed;
+    figures_.malformed += malformed;
   }
   /// Takes a message of the source that is connected.
   void take(const Message& message, Clock::time_point now);
@@ -65,24 +66,25 @@ class RouteService {
     return swept_ && !sweeping_ && connection_ != 0 ? std::optional(removed_) : std::nullopt;
   }
 
+  /// All of them are kept, so that asking costs nothing.
   struct Figures {
-    bool connected;
-    bool complete;        ///< What was not announced is gone.
-    U64 malformed;        ///< Connections that ended with something malformed.
-    U64 connections;      ///< So far.
-    U64 messages;         ///< So far.
-    std::size_t offered;  ///< Routes that the source wants, refused ones among them.
-    std::size_t stale;    ///< Routes that were not announced on this connection.
-    std::size_t queued;   ///< Routes whose change is to be carried out.
-    U64 ofSeveral;        ///< Routes with several gateways, of which they have the first.
-    std::array<U64, refusals> refused;  ///< By reason.
+    U64 connections = 0;  ///< So far.
+    U64 messages = 0;     ///< So far.
+    U64 malformed = 0;    ///< Connections that ended with something malformed.
+    U64 routes = 0;       ///< That are wanted, refused ones among them, or are to go.
+    U64 wanted = 0;       ///< Those of them that are wanted.
+    U64 announced = 0;    ///< Those that were announced on this connection.
+    U64 ofSeveral = 0;    ///< In the switch with the first of several gateways.
+    U64 programmed = 0;   ///< In hardware.
+    U64 waiting = 0;      ///< That the switch has no room for.
+    std::array<U64, refusals> refused{};  ///< By reason.
   };
-  Figures figures() const;
+  const Figures& figures() const { return figures_; }
+  std::size_t queued() const { return queue_.size(); }
+  bool isConnected() const { return connected_; }
   const Nexthops& nexthops() const { return nexthops_; }
-  /// Every route that is refused.
+  /// Every route that is refused, or none that waits for room.
   void forEachRefused(const std::function<void(const RouteName&, Refusal)>& visit) const;
-  /// Every route that the switch has no room for.
-  void forEachWaiting(const std::function<void(const RouteName&)>& visit) const;
 
  private:
   struct Route {
@@ -93,7 +95,9 @@ class RouteService {
     bool placed = false;  ///< The switch was told of it, with the slot.
     bool wanted = false;
     bool queued = false;
+    bool ofSeveral = false;  ///< It was placed as the first of several gateways.
     Refusal refusal = Refusal::none;
+    VelaAgent::EntryProgrammedStatus status{};  ///< Of its entry.
   };
   using Routes = std::unordered_map<RouteName, Route, RouteNameHash>;
   struct Nexthop {
@@ -102,7 +106,6 @@ class RouteService {
   };
   struct Placing;
 
-  std::map<U8, U32> tables() const;
   void rebuild();
   void take(const NexthopMessage& message);
   void take(const RouteMessage& message);
@@ -114,7 +117,12 @@ class RouteService {
   Refusal place(const RouteName& name, const Route& route, Placing& placing);
   void withdraw(Routes::value_type& route);
   void refusalIs(Route& route, Refusal refusal);
-  void announce(std::vector<Placing>& placings);
+  void wantedIs(Route& route, bool wanted);
+  void statusIs(Route& route, VelaAgent::EntryProgrammedStatus status);
+  void announce();
+  void handleKey(const VelaSwitch::LpmKey& key) override;
+  void entryBegins(std::size_t) override {}
+  void entryDone(std::size_t number, const VelaSwitchApi::EntryOutcome& outcome) override;
   const std::string* interfaceName(U32 number);
   void beginSweep();
   void endSweep();
@@ -130,7 +138,9 @@ class RouteService {
   std::unordered_map<U32, Nexthop> objects_;         ///< That the source announced, by id.
   Routes routes_;
   std::deque<Routes::value_type*> queue_;
-  std::array<U64, refusals> refused_{};
+  std::vector<Placing> placings_;  ///< What is to be announced together.
+  std::map<U8, U32> tables_;       ///< The kernel's, by their VRFs.
+  Figures figures_;
   std::vector<Slot> orphans_;  ///< Of routes that hardware held in VRFs of no table.
   U32 connection_ = 0;
   bool awaited_ = false;  ///< Routes may wait for their next hop to be announced.
@@ -139,8 +149,6 @@ class RouteService {
   bool sweeping_ = false;  ///< What is stale is queued.
   bool rebuilt_;           ///< Nobody said yet what of the switch's rows is desired.
   std::size_t removed_ = 0;
-  U64 malformed_ = 0;
-  U64 messages_ = 0;
   Clock::time_point since_;
   Clock::time_point last_;
 };

@@ -48,7 +48,7 @@ class Sender {
     route->rtm_dst_len = message.route.len;
     const bool drops = message.nexthop == 0 && message.hop.kind == Hop::Kind::drop;
     if (!message.withdrawn)
-      route->rtm_type = static_cast<U8>(drops ? +RTN_BLACKHOLE : +RTN_UNICAST);
+      route->rtm_type = static_cast<U8>(drops ? int{RTN_BLACKHOLE} : int{RTN_UNICAST});
     mnl_attr_put(head, RTA_DST, message.route.family == AF_INET ? 4 : 16,
                  message.route.address.data());
     mnl_attr_put_u32(head, RTA_TABLE, message.route.table);
@@ -190,7 +190,7 @@ class Model {
       static constexpr std::array<U8, 8> lens{0, 8, 10, 16, 19, 24, 30, 32};
       // Few bits differ, so that routes cover each other.
       const U32 bits = random_() & 0x00C08181;
-      const U32 table = random_.below(4) == 0 ? 10 : RT_TABLE_MAIN;
+      const U32 table = random_.below(4) == 0 ? 10 : U32{RT_TABLE_MAIN};
       names_.emplace_back(IpPrefix(IpAddr(0x0A000000 | bits), lens[random_.below(8)]), table);
     }
   }
@@ -284,7 +284,8 @@ class Model {
     U64 counted = 0;
     for (const U64 each : world_.service->figures().refused) counted += each;
     EXPECT_EQ(counted, refused);
-    EXPECT_EQ(world_.service->figures().offered, routes_.size() + alien_);
+    EXPECT_EQ(world_.service->figures().programmed, steady_.size());
+    EXPECT_EQ(world_.service->figures().wanted, routes_.size() + alien_);
   }
   /// Routes that stand all along are found after every register that is written.
   void watch() {
@@ -427,7 +428,7 @@ TEST(RouteService, SwitchFollowsWhatSourceSays) {
         if (done) {
           EXPECT_EQ(world.chip.rowWrites(), writes) << "right rows were rewritten";
         }
-        EXPECT_TRUE(world.service->figures().complete);
+        EXPECT_TRUE(world.service->removed().has_value());
         break;
       }
       default:
@@ -466,7 +467,7 @@ TEST(RouteService, RoutesThatFoundNoIndexTakeThoseThatBecomeFree) {
   for (U32 number = 70; number < slots + 100; ++number) tell(number, true);
   world.receive(random);
   world.drain();
-  EXPECT_EQ(world.service->figures().offered, 0);
+  EXPECT_EQ(world.service->figures().wanted, 0);
   EXPECT_EQ(world.agent->entriesOf("Route", 0).entries(), 0);
   EXPECT_EQ(world.agent->entriesOf("L3Lag", 0).entries(), 0);
 }

@@ -118,7 +118,7 @@ Daemon::Daemon(const VelaService::Configuration& configuration)
   routes_.emplace(agent_, configuration_.routes, nameOfInterface);
   control_.emplace(agent_, *routes_);
   log(Level::info, std::string(restart ? "restart: " : "start: ") + "the switch holds " +
-                       std::to_string(routes_->figures().offered) + " routes, " +
+                       std::to_string(routes_->figures().routes) + " routes, " +
                        std::to_string(agent_.recorder().rowWrites()) + " rows were written");
   uv_idle_init(loop_.get(), &working_);
   uv_timer_init(loop_.get(), &ticking_);

@@ -2,7 +2,7 @@
 
 #include <sys/socket.h>
 
-#include <array>
+#include <utility>
 #include <vector>
 
 namespace Velad {
