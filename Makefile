@@ -69,7 +69,7 @@ soak: release-agent_tests
 # Every input that is found goes to build/fuzz/corpus; the ones to start from are in fuzz/corpus.
 fuzz: packages
 	cmake --preset fuzz && cmake --build --preset fuzz
-	for target in events profile image rows; do \
+	for target in events fpm profile image rows; do \
 	    mkdir -p build/fuzz/corpus/$$target && \
 	    build/fuzz/fuzz/fuzz_$$target -max_total_time=$(FUZZ_SECONDS) -print_final_stats=1 \
 	        -artifact_prefix=build/fuzz/$$target- \

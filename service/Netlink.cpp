@@ -182,7 +182,11 @@ NexthopMessage readNexthop(const nlmsghdr* message) {
 void readNetlink(std::span<const char> bytes, const MessageListener& listener) {
   auto left = static_cast<int>(bytes.size());
   const auto* message = reinterpret_cast<const nlmsghdr*>(bytes.data());
-  for (; mnl_nlmsg_ok(message, left); message = mnl_nlmsg_next(message, &left)) {
+  // The library takes a length beyond all integers for a negative one, which fits.
+  const auto fits = [&] {
+    return mnl_nlmsg_ok(message, left) && message->nlmsg_len <= static_cast<U32>(left);
+  };
+  for (; fits(); message = mnl_nlmsg_next(message, &left)) {
     switch (message->nlmsg_type) {
       case RTM_NEWROUTE:
       case RTM_DELROUTE:
