@@ -2,7 +2,8 @@
 # Each installs the Debian packages that are missing, configures, builds and runs.
 
 PACKAGES := g++ clang clang-format clang-tidy cmake ninja-build nlohmann-json3-dev libcli11-dev \
-            libsimdjson-dev libgtest-dev libbenchmark-dev llvm pkgconf libmnl-dev libuv1-dev libsystemd-dev
+            libsimdjson-dev libgtest-dev libbenchmark-dev llvm pkgconf libmnl-dev libuv1-dev libsystemd-dev \
+            prometheus-cpp-dev
 LIVE := abigail-tools debootstrap frr iproute2 python3 xz-utils
 PEERS := pkgconf libdpdk-dev libcuckoo-dev
 SUDO := $(shell [ "$$(id -u)" = 0 ] || echo sudo)

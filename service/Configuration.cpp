@@ -3,6 +3,7 @@
 #include <arpa/inet.h>
 
 #include <set>
+#include <tuple>
 
 #include "agent/Json.h"
 #include "agent/Profiles.h"
@@ -43,14 +44,15 @@ class ConfigurationReader {
   void needed(const std::string& value, const char* where) {
     if (value.empty()) mistake(where, "is missing");
   }
+  static Handler flag(bool& to);
   Handler seconds(Clock::duration& to);
-  void readListen(const std::string& listen);
+  static std::pair<std::string, U16> readListen(const std::string& listen, bool anywhere,
+                                                const char* danger);
   void readPorts(const std::string& interface, const Json& ports);
   void readTable(const std::string& number, const Json& vrf);
 
   std::vector<std::string>& mistakes_;
   Configuration all_;
-  bool anywhere_ = false;
   U32 ports_ = 0;
   U32 vrfs_ = 0;
   std::set<U8> taken_;
@@ -60,7 +62,9 @@ void ConfigurationReader::each(const Json& json, const std::string& where, const
   if (!json.is_object()) return mistake(where, "is to be a JSON object");
   for (const auto& item : json.items()) {
     const std::string& name = item.key();
-    const std::string place = where.empty() ? name : where + "." + name;
+    std::string place = where;
+    if (!place.empty()) place += '.';
+    place += name;
     std::vector<std::string> names;
     const Handler* handler = nullptr;
     for (const auto& field : fields) {
@@ -82,6 +86,13 @@ ConfigurationReader::Handler ConfigurationReader::text(std::string& to) {
   };
 }
 
+ConfigurationReader::Handler ConfigurationReader::flag(bool& to) {
+  return [&to](const Json& value) {
+    if (!value.is_boolean()) throw InputException("is to be true or false");
+    to = value.get<bool>();
+  };
+}
+
 ConfigurationReader::Handler ConfigurationReader::seconds(Clock::duration& to) {
   return [&to](const Json& value) {
     constexpr double most = 86400;
@@ -91,15 +102,21 @@ ConfigurationReader::Handler ConfigurationReader::seconds(Clock::duration& to) {
   };
 }
 
-void ConfigurationReader::readListen(const std::string& listen) {
+/// The address and port of "ADDRESS:PORT". One that others reach has to be asked for.
+std::pair<std::string, U16> ConfigurationReader::readListen(const std::string& listen,
+                                                            bool anywhere, const char* danger) {
   const std::size_t colon = listen.rfind(':');
   const std::string address = listen.substr(0, colon);
   in_addr parsed{};
   if (colon == std::string::npos || inet_pton(AF_INET, address.c_str(), &parsed) != 1) {
     throw InputException("is to be ADDRESS:PORT, such as 127.0.0.1:2620");
   }
-  all_.fpmAddress = address;
-  all_.fpmPort = Orb::fromText<U16>(std::string_view(listen).substr(colon + 1));
+  const auto port = Orb::fromText<U16>(std::string_view(listen).substr(colon + 1));
+  if (!anywhere && !address.starts_with("127.")) {
+    throw InputException(address + " is not loopback: whoever reaches it " + danger +
+                         "; \"anywhere\": true allows it");
+  }
+  return {address, port};
 }
 
 void ConfigurationReader::readPorts(const std::string& interface, const Json& ports) {
@@ -148,10 +165,15 @@ Configuration ConfigurationReader::read(const Json& json) {
       }
     };
   };
+  bool fpmAnywhere = false;
+  bool metricsAnywhere = false;
+  const Handler metrics = [&](const Json& value) {
+    each(value, "metrics", {{"listen", text(all_.metrics)}, {"anywhere", flag(metricsAnywhere)}});
+  };
   const Handler fpm = [&](const Json& value) {
     each(value, "fpm",
          {{"listen", text(listen)},
-          {"anywhere", [this](const Json& flag) { anywhere_ = flag.get<bool>(); }},
+          {"anywhere", flag(fpmAnywhere)},
           {"quiet", seconds(all_.routes.quiet)},
           {"longest", seconds(all_.routes.longest)}});
   };
@@ -163,15 +185,17 @@ Configuration ConfigurationReader::read(const Json& json) {
         {"interfaces", named("interfaces", &ConfigurationReader::readPorts)},
         {"tables", named("tables", &ConfigurationReader::readTable)},
         {"fpm", fpm},
+        {"metrics", metrics},
         {"queue", [this](const Json& value) {
            all_.routes.queueMost = VelaAgent::numberFromJson(value, 1U << 24);
            if (all_.routes.queueMost == 0) throw InputException("is to be 1 or more");
          }}});
-  at("fpm.listen", [&] { readListen(listen); });
-  if (!anywhere_ && !all_.fpmAddress.starts_with("127.")) {
-    mistake("fpm.listen", all_.fpmAddress +
-                              " is not loopback: whoever reaches it programs the switch; "
-                              "\"anywhere\": true allows it");
+  at("fpm.listen", [&] {
+    std::tie(all_.fpmAddress, all_.fpmPort) =
+        readListen(listen, fpmAnywhere, "programs the switch");
+  });
+  if (!all_.metrics.empty()) {
+    at("metrics.listen", [&] { readListen(all_.metrics, metricsAnywhere, "reads them"); });
   }
   needed(all_.device, "device");
   needed(all_.control, "control");
@@ -186,7 +210,7 @@ Configuration readConfiguration(const std::string& text, std::vector<std::string
   try {
     return ConfigurationReader(mistakes).read(VelaAgent::jsonFromText(text));
   } catch (const std::exception& error) {
-    mistakes.push_back(error.what());
+    mistakes.emplace_back(error.what());
     return {};
   }
 }

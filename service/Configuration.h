@@ -11,6 +11,7 @@ struct Configuration {
   std::string control;  ///< The path of the control socket.
   std::string fpmAddress = "127.0.0.1";
   U16 fpmPort = 2620;
+  std::string metrics;  ///< ADDRESS:PORT to be scraped at; empty for nowhere.
   RouteSettings routes;
 };
 

@@ -204,8 +204,9 @@ std::unique_ptr<Answer> statusOf(const Agent& agent, const RouteService& routes,
     });
   }
   std::string first = status.dump() + "\n";
+  const std::size_t lines = list.size() + 1;
   return std::make_unique<Items>(
-      list.size() + 1, pieceItems,
+      lines, pieceItems,
       [first = std::move(first), list = std::move(list)](std::size_t number, std::string& out) {
         if (number == 0) {
           out += first;

@@ -311,7 +311,7 @@ void RouteService::work(std::size_t most) {
       refusalIs(route, refusal);
       continue;
     }
-    placings_.push_back(std::move(placing));
+    placings_.push_back(placing);
     if (placings_.size() == batchSize) announce();
   }
   announce();

@@ -560,17 +560,20 @@ TEST(Configuration, EachMistakeHasALine) {
   EXPECT_EQ(good.routes.quiet, std::chrono::milliseconds(500));
   readConfiguration(
       R"({"devise":"d","control":7,"interfaces":{"eth1":48,"eth2":[]},"tables":{"254":0,"9":0,"8":999},
-          "fpm":{"listen":"10.0.0.1:2620","quiet":-1},"queue":0})",
+          "fpm":{"listen":"10.0.0.1:2620","quiet":-1},"queue":0,
+          "metrics":{"listen":"10.0.0.1:9109","anywhere":1}})",
       mistakes);
-  EXPECT_THAT(mistakes,
-              testing::UnorderedElementsAre(
-                  "devise: unknown field (did you mean device?)", "control: is to be a text",
-                  "interfaces.eth1: the switch has ports 0 to 47, no 48",
-                  "interfaces.eth2: names no port", "tables.9: another table has VRF 0",
-                  testing::StartsWith("tables.8: the switch has VRFs 0 to "),
-                  testing::StartsWith("fpm.listen: 10.0.0.1 is not loopback"),
-                  "fpm.quiet: is to be seconds, 0 to 86400", "queue: is to be 1 or more",
-                  "device: is missing", "control: is missing"));
+  EXPECT_THAT(
+      mistakes,
+      testing::UnorderedElementsAre(
+          "devise: unknown field (did you mean device?)", "control: is to be a text",
+          "interfaces.eth1: the switch has ports 0 to 47, no 48", "interfaces.eth2: names no port",
+          "tables.9: another table has VRF 0",
+          testing::StartsWith("tables.8: the switch has VRFs 0 to "),
+          testing::StartsWith("fpm.listen: 10.0.0.1 is not loopback"),
+          testing::StartsWith("metrics.listen: 10.0.0.1 is not loopback"),
+          "metrics.anywhere: is to be true or false", "fpm.quiet: is to be seconds, 0 to 86400",
+          "queue: is to be 1 or more", "device: is missing", "control: is missing"));
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 import ipaddress
 import json
 import random
+import shutil
 import signal
 import socket
 import subprocess
@@ -168,6 +169,33 @@ def audit(work):
     findings = ask(work, {"request": "audit"})
     if findings:
         raise SystemExit(f"{len(findings)} findings, such as {findings[0]}")
+
+
+def metrics(work, text):
+    """What was scraped says what the status says; a checker of the format has read it if there is one."""
+    scraped = {}
+    for line in text.splitlines():
+        if line and not line.startswith("#"):
+            name, value = line.rsplit(" ", 1)
+            scraped[name] = float(value)
+    status = ask(work, {"request": "status"})[0]
+    said = {'velad_routes{state="wanted"}': status["offered"],
+            'velad_routes{state="programmed"}': status["programmed"],
+            'velad_routes_refused{reason="ipv6"}': status["refused"]["ipv6"],
+            'velad_row_writes_total': status["rowWrites"],
+            'velad_source_connected{source="fpm"}': 1}
+    for table in status["tables"]:
+        said[f'velad_table_entries{{instance="{table["instance"]}",table="{table["table"]}"}}'] = (
+            table["entries"])
+    for name, value in said.items():
+        if scraped.get(name) != value:
+            raise SystemExit(f"{name} is {scraped.get(name)}, not {value}: {text}")
+    if not scraped["velad_settling_seconds_count"]:
+        raise SystemExit("no time was measured")
+    tool = shutil.which("promtool")
+    if tool:
+        subprocess.run([tool, "check", "metrics"], input=text, check=True, text=True)
+    print(f"    {len(scraped)} metrics say what the status says")
 
 
 if __name__ == "__main__":

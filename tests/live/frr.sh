@@ -50,6 +50,10 @@ py check "$work" "$count"
 awk -v b="$begin" -v e="$(date +%s.%N)" 'BEGIN {printf "    after %.1f s\n", e - b}'
 py complete "$work" >/dev/null
 
+sleep 1.5
+py metrics "$work" "$(ip netns exec "$near" python3 -c \
+    'import urllib.request as r; print(r.urlopen("http://127.0.0.1:9109/metrics").read().decode())')"
+
 echo "  their next hops change"
 python3 "$here/frr.py" watch "$work" "$work/present" & watcher=$!
 reroute "${moved[@]}"

@@ -95,7 +95,7 @@ tell() { # folder, commands
 
 velad_configuration() {
     echo '{"device": "'$work'/switch", "control": "'$work'/control", "interfaces": {"b0": 1, "b1": [2, 3]},
- "tables": {"254": 0}, "fpm": {"quiet": 2}}'
+ "tables": {"254": 0}, "fpm": {"quiet": 2}, "metrics": {"listen": "127.0.0.1:9109"}}'
 }
 start_velad() {
     ip netns exec "$near" "$bin/velad" "$work/velad.json" >>"$work/velad.log" 2>&1 &

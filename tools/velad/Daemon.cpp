@@ -21,6 +21,7 @@ namespace {
 
 constexpr std::size_t workAtATime = 256;
 constexpr U64 tickMilliseconds = 100;
+constexpr unsigned ticksPerCollection = 10;
 constexpr std::size_t longestRequest = std::size_t{1} << 24;
 
 std::string nameOfInterface(U32 number) {
@@ -127,6 +128,10 @@ Daemon::Daemon(const VelaService::Configuration& configuration)
   working_.data = ticking_.data = term_.data = interrupt_.data = this;
   listen();
   listenForOperators();
+  if (!configuration_.metrics.empty()) {
+    metrics_.emplace(configuration_.metrics);
+    log(Level::info, "metrics: at http://" + configuration_.metrics + "/metrics");
+  }
 }
 
 Daemon::~Daemon() { removeSocket(configuration_.control); }
@@ -173,6 +178,7 @@ void Daemon::accept() {
 
 void Daemon::received(std::span<const char> bytes) {
   const auto now = Clock::now();
+  if (routes_->idle()) busySince_ = now;
   try {
     feed_.frames.received(
         bytes, [&](const VelaService::Message& message) { routes_->take(message, now); });
@@ -203,11 +209,17 @@ void Daemon::workIfNeeded() {
 void Daemon::work() {
   routes_->work(workAtATime);
   if (feed_.stream && !routes_->full()) feed_.stream->readingIs(true);
-  if (routes_->idle()) uv_idle_stop(&working_);
+  if (!routes_->idle()) return;
+  uv_idle_stop(&working_);
+  if (metrics_) {
+    metrics_->settled(std::chrono::duration<double>(Clock::now() - busySince_).count());
+  }
 }
 
 void Daemon::tick() {
   sd_notify(0, "WATCHDOG=1");
+  if (metrics_ && ++ticks_ % ticksPerCollection == 0) metrics_->collect(agent_, *routes_);
+  if (routes_->idle()) busySince_ = Clock::now();
   routes_->tick(Clock::now());
   workIfNeeded();
   const auto removed = routes_->removed();

@@ -4,6 +4,7 @@
 #include <optional>
 
 #include "Loop.h"
+#include "Metrics.h"
 #include "service/Configuration.h"
 #include "service/Control.h"
 #include "service/Netlink.h"
@@ -58,6 +59,9 @@ class Daemon {
   Feed feed_;
   std::list<std::unique_ptr<Operator>> operators_;
   bool complete_ = false;
+  std::optional<Metrics> metrics_;
+  unsigned ticks_ = 0;
+  VelaService::Clock::time_point busySince_;  ///< While there is something to do.
 };
 
 }  // namespace Velad
