@@ -2,8 +2,9 @@
 # Each installs the Debian packages that are missing, configures, builds and runs.
 
 PACKAGES := g++ clang clang-format clang-tidy cmake ninja-build nlohmann-json3-dev libcli11-dev \
-            libsimdjson-dev libgtest-dev libbenchmark-dev llvm pkgconf
-LIVE := abigail-tools debootstrap xz-utils
+            libsimdjson-dev libgtest-dev libbenchmark-dev llvm pkgconf libmnl-dev libuv1-dev libsystemd-dev \
+            prometheus-cpp-dev
+LIVE := abigail-tools debootstrap frr iproute2 python3 xz-utils
 PEERS := pkgconf libdpdk-dev libcuckoo-dev
 SUDO := $(shell [ "$$(id -u)" = 0 ] || echo sudo)
 JOBS := $(shell nproc)
@@ -12,12 +13,18 @@ SOURCES = $(shell git ls-files '*.h' '*.cpp')
 # Seconds that each fuzz target runs.
 FUZZ_SECONDS := 60
 
-.PHONY: demo test test-live abi-baseline docs soak bench peers fuzz coverage deb format check lint packages \
-        release clean
+.PHONY: demo live test test-live abi-baseline docs soak bench peers fuzz coverage deb format check lint \
+        packages release clean
 
 # Builds what it needs of the release, no more.
 demo: release-velatable
 	build/release/velatable run examples/first-light.jsonl --results build/first-light.results
+
+# A routing daemon, velad and a switch in namespaces of their own: shows what one change costs.
+live: packages
+	@$(MAKE) --no-print-directory packages PACKAGES="frr iproute2"
+	$(MAKE) --no-print-directory release-velad release-velatable
+	tests/live/show.sh
 
 # Release build by GCC, and clang's under the sanitizers; all tests run under each. The end tells how
 # many seconds each part took.
@@ -38,7 +45,8 @@ endef
 timed = @start=$$(date +%s); echo "== $(1)"; $(2) && \
 	    printf '%-20s %5d s\n' '$(1)' $$(($$(date +%s) - start)) >> build/times
 
-# What needs more than the code: packages that are installed, the thread sanitizer, other releases.
+# What needs more than the code: packages that are installed, the thread sanitizer, other releases, a
+# routing daemon.
 test-live: packages deb
 	@$(MAKE) --no-print-directory packages PACKAGES="$(LIVE)"
 	@rm -f build/times
@@ -47,6 +55,8 @@ test-live: packages deb
 	$(call timed,abi,tests/live/abi.sh)
 	$(call timed,packages,tests/live/packages.sh)
 	$(call timed,docs,$(MAKE) --no-print-directory docs)
+	$(call timed,frr,$(MAKE) --no-print-directory release-velad release-velatable && \
+	    tests/live/frr.sh && tests/live/offer.py build/release/velad 500000)
 	@cat build/times
 
 # Describes the libraries as they are for those of later releases to be compared with.
@@ -68,7 +78,7 @@ soak: release-agent_tests
 # Every input that is found goes to build/fuzz/corpus; the ones to start from are in fuzz/corpus.
 fuzz: packages
 	cmake --preset fuzz && cmake --build --preset fuzz
-	for target in events profile image rows; do \
+	for target in events fpm profile image rows; do \
 	    mkdir -p build/fuzz/corpus/$$target && \
 	    build/fuzz/fuzz/fuzz_$$target -max_total_time=$(FUZZ_SECONDS) -print_final_stats=1 \
 	        -artifact_prefix=build/fuzz/$$target- \

@@ -32,5 +32,6 @@ check VelaSwitchTable VelaSwitchTable
 check VelaRoutes VelaRoutes
 below="$below|device"
 check agent agent
+check service service
 check tools tools
 exit $bad

@@ -2,6 +2,7 @@
 
 #include "Options.h"
 #include "Orb/Types.h"
+#include "agent/JsonForward.h"
 
 /// The commands. Each returns the exit code; what it throws is bad input.
 namespace VelaTool {
@@ -19,6 +20,11 @@ int show(const Options& options, const std::string& kind, const std::string& id)
 int audit(const Options& options);
 /// Compares two saved switches, or one with what events would make of it.
 int diff(const Options& options);
+
+/// Sends a request to the daemon whose control socket is at the path, and prints its answer.
+int ask(const std::string& path, const VelaAgent::Json& request);
+/// Asks a daemon how it does.
+int status(const Options& options);
 
 /// Lists the built-in profiles, or prints the one of the name as JSON.
 int profiles(const std::string& name);

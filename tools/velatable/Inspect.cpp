@@ -10,6 +10,11 @@
 namespace VelaTool {
 
 int decode(const Options& options, const std::string& name) {
+  if (!options.connect.empty()) {
+    Json request = {{"request", "decode"}};
+    if (!name.empty()) request["table"] = name;
+    return ask(options.connect, request);
+  }
   const auto profile = VelaAgent::loadProfile(options.profile);
   SimulatedSwitch chip = copySaved(options.device);
   MadeAgent agent(profile, chip);
@@ -43,6 +48,11 @@ int decode(const Options& options, const std::string& name) {
 }
 
 int lookup(const Options& options, const std::string& table, const std::vector<std::string>& keys) {
+  if (!options.connect.empty()) {
+    Json request = {{"request", "lookup"}, {"table", table}, {"keys", Json::array()}};
+    for (const std::string& key : keys) request["keys"].push_back(keyFromText(table, key));
+    return ask(options.connect, request);
+  }
   const auto profile = VelaAgent::loadProfile(options.profile);
   SimulatedSwitch chip = options.hits ? openSaved(options.device) : copySaved(options.device);
   MadeAgent agent(profile, chip);

@@ -17,6 +17,7 @@ struct Options {
   std::string profile = "vela-48-5.1";
   std::string device = "sim";
   std::vector<std::string> events;
+  std::string connect;  ///< The control socket of a daemon; empty where a device is asked.
   std::string rows;
   std::string writes;
   std::string status;
@@ -31,6 +32,7 @@ struct Options {
   bool csv = false;
   bool levels = false;
   bool hits = false;
+  bool refused = false;
   bool keepGoing = false;
   bool explain = false;
   bool verbose = false;

@@ -71,6 +71,7 @@ class CommandLine {
   CLI::App* addLayout();
   void addRoutes();
   void addManual();
+  void connectable(CLI::App& command, const char* about);
 
   CLI::App app_{"velatable: runs the table layer of a switch from an events file"};
   std::vector<std::pair<CLI::App*, Action>> actions_;
@@ -199,6 +200,19 @@ void CommandLine::addManual() {
   for (CLI::App* each : Commands{page, words}) each->group("");
 }
 
+/// Lets a command that looks into a saved switch ask a running one instead.
+void CommandLine::connectable(CLI::App& command, const char* about) {
+  CLI::Option* device = command.get_option("--device")->required(false);
+  CLI::Option* connect = command.add_option("--connect", options_.connect, about);
+  for (CLI::Option* each : command.get_options()) {
+    const std::string name = each->get_name();
+    if (name.starts_with("--") && name != "--help" && each != connect) connect->excludes(each);
+  }
+  command.callback([device, connect] {
+    if (device->empty() && connect->empty()) throw CLI::RequiredError("--device or --connect");
+  });
+}
+
 CommandLine::CommandLine() {
   app_.require_subcommand(1);
   app_.set_version_flag("--version", "velatable " VELA_VERSION "\nJSON lines 1, saved switch 2");
@@ -217,9 +231,15 @@ CommandLine::CommandLine() {
   addRoutes();
   addManual();
 
+  CLI::App* status = add("status", "ask a running velad how it does, in JSON",
+                         [this] { return VelaTool::status(options_); });
+  status->add_flag("--refused", options_.refused, "each route that is refused or waits, and why");
+  constexpr const char* socket = "PATH, the control socket of a running velad";
+  status->add_option("--connect", options_.connect, socket)->required();
   for (CLI::App* each : Commands{decode, lookup, show, audit}) {
     each->add_option("--device", options_.device, "sim:FILE, the saved switch")->required();
   }
+  for (CLI::App* each : Commands{decode, lookup}) connectable(*each, socket);
   for (CLI::App* each : Commands{run, decode, lookup, show, audit, diff, tables, layout}) {
     each->add_option("--profile", options_.profile, "built-in profile or JSON file")
         ->capture_default_str();

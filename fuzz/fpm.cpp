@@ -1,0 +1,55 @@
+#include "Fuzz.h"
+#include "service/Netlink.h"
+#include "service/RouteService.h"
+
+// Whatever a forwarding plane manager's client sends: its connection may end, and when another has
+// nothing to announce, nothing is left in the switch.
+
+namespace {
+
+/// A switch with a service above it. Memory has to last for many inputs.
+struct Served {
+  VelaFuzz::Rig rig{"vela-48-5.1"};
+  VelaService::RouteService routes{
+      rig.agent,
+      {.vrfs = {{254, 0}, {10, 3}}, .portMasks = {{"if1", 1}, {"if2", 6}}},
+      [](U32 number) { return "if" + std::to_string(number); }};
+};
+
+}  // namespace
+
+/// The first byte says where the stream comes in two.
+extern "C" int LLVMFuzzerTestOneInput(const U8* data, std::size_t size) {
+  static Served served;
+  if (size == 0) return 0;
+  auto now = VelaService::Clock::now();
+  VelaService::RouteService& routes = served.routes;
+  routes.connected(now);
+  const bool fatal = VelaFuzz::refusable([&] {
+    const std::span<const char> all(reinterpret_cast<const char*>(data) + 1, size - 1);
+    const std::size_t cut = std::min<std::size_t>(data[0], all.size());
+    VelaService::FpmStream stream;
+    for (const auto part : {all.first(cut), all.subspan(cut)}) {
+      stream.received(part, [&](const VelaService::Message& each) {
+        // Its name is told whatever it is.
+        if (const auto* route = std::get_if<VelaService::RouteMessage>(&each)) {
+          static_cast<void>(toText(route->route));
+        }
+        routes.take(each, now);
+      });
+      routes.work(3);
+    }
+  });
+  if (fatal) __builtin_trap();
+  routes.disconnected(false);
+  routes.connected(now);
+  while (!routes.idle()) routes.work(64);
+  routes.tick(now + std::chrono::hours(1));
+  while (!routes.idle()) routes.work(64);
+  const auto& agent = served.rig.agent;
+  if (routes.figures().routes != 0 || agent.entriesOf("Route", 0).entries() != 0 ||
+      agent.entriesOf("L3Lag", 0).entries() != 0) {
+    __builtin_trap();
+  }
+  return 0;
+}

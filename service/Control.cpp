@@ -1,0 +1,327 @@
+#include "service/Control.h"
+
+#include <algorithm>
+
+#include "agent/Events.h"
+#include "agent/Profiles.h"
+
+namespace VelaService {
+
+using VelaAgent::Agent;
+using VelaAgent::InputException;
+using VelaAgent::Json;
+using VelaAgent::TableAdapter;
+
+namespace {
+
+/// Items of an answer that are made at a time.
+constexpr std::size_t pieceItems = 64;
+
+const Json& memberOf(const Json& request, const char* name) {
+  const auto at = request.find(name);
+  if (at == request.end()) throw InputException(std::string("\"") + name + "\" is missing");
+  return *at;
+}
+
+void allowOnly(const Json& request, const std::vector<std::string>& names) {
+  for (const auto& item : request.items()) {
+    if (item.key() == "request") continue;
+    if (std::find(names.begin(), names.end(), item.key()) == names.end()) {
+      throw InputException("unknown field \"" + item.key() + "\"" +
+                           VelaAgent::suggestion(item.key(), names));
+    }
+  }
+}
+
+std::string textOf(const Json& request, const char* name) {
+  const auto at = request.find(name);
+  if (at == request.end()) return {};
+  if (!at->is_string()) throw InputException(std::string("\"") + name + "\" is not a text");
+  return at->get<std::string>();
+}
+
+bool flagOf(const Json& request, const char* name) {
+  const auto at = request.find(name);
+  if (at == request.end()) return false;
+  if (!at->is_boolean()) throw InputException(std::string("\"") + name + "\" is not true or false");
+  return at->get<bool>();
+}
+
+const Json& listOf(const Json& request, const char* name) {
+  const Json& list = memberOf(request, name);
+  if (!list.is_array()) throw InputException(std::string("\"") + name + "\" is not a list");
+  return list;
+}
+
+void addLine(std::string& out, const Json& line) {
+  out += line.dump();
+  out += '\n';
+}
+
+void addEnd(std::string& out) { addLine(out, {{"done", true}}); }
+void addError(std::string& out, const std::string& what) {
+  addLine(out, {{"done", false}, {"error", what}});
+}
+
+Json tableName(const TableAdapter& table) {
+  return {{"table", table.name()}, {"instance", table.instance()}};
+}
+
+std::string addressText(U32 address) { return Orb::text(Ipnet::IpAddr(address)); }
+
+/// An answer of a number of items, each made when its turn comes.
+class Items final : public Answer {
+ public:
+  using Maker = std::function<void(std::size_t number, std::string& out)>;
+
+  Items(std::size_t count, std::size_t atATime, Maker make)
+      : count_(count), atATime_(atATime), make_(std::move(make)) {}
+
+  bool piece(std::string& out) override {
+    for (std::size_t left = atATime_; left > 0 && next_ < count_; --left) {
+      try {
+        make_(next_++, out);
+      } catch (const std::exception& error) {
+        addError(out, "item " + std::to_string(next_) + ": " + error.what());
+        return false;
+      }
+    }
+    if (next_ < count_) return true;
+    addEnd(out);
+    return false;
+  }
+
+ private:
+  std::size_t count_;
+  std::size_t atATime_;
+  Maker make_;
+  std::size_t next_ = 0;
+};
+
+/// What stands in a copy of the switch's registers.
+class Decoded final : public Answer {
+ public:
+  Decoded(const Agent& agent, std::string table)
+      : chip_(agent.chip()), profile_(agent.profile().fields()), table_(std::move(table)) {}
+
+  bool prepares() const override { return true; }
+  void prepare() override {
+    try {
+      // Everything that is counted is this thread's own.
+      Agent copy(Orb::make<VelaSwitch::ProfileInfo>(profile_), chip_);
+      copy.make();
+      copy.decode();
+      for (const TableAdapter* table : copy.announced()) {
+        if (table_.empty() || table->name() == table_) add(copy, *table);
+      }
+    } catch (const std::exception& error) {
+      error_ = error.what();
+    }
+  }
+  bool piece(std::string& out) override {
+    for (std::size_t left = pieceItems; left > 0 && next_ < lines_.size(); --left) {
+      out += lines_[next_++];
+    }
+    if (next_ < lines_.size()) return true;
+    error_.empty() ? addEnd(out) : addError(out, error_);
+    return false;
+  }
+
+ private:
+  void add(const Agent& agent, const TableAdapter& table) {
+    table.forEachEntry([&](const Json& key, const Json& result) {
+      // Routes are told whole, unless their level is asked for.
+      if (table_.empty() && !agent.routesAt(table, key).empty()) return;
+      Json line = {{"op", "set"}};
+      line.update(tableName(table));
+      line["key"] = key;
+      line["result"] = result;
+      addLine(lines_.emplace_back(), line);
+    });
+  }
+
+  VelaDevice::SimulatedSwitch chip_;
+  VelaSwitch::ProfileFields profile_;
+  std::string table_;
+  std::vector<std::string> lines_;
+  std::size_t next_ = 0;
+  std::string error_;
+};
+
+Json sourceStatus(const RouteService& routes) {
+  const auto& figures = routes.figures();
+  return {{"source", "fpm"},
+          {"connected", routes.isConnected()},
+          {"complete", routes.removed().has_value()},
+          {"connections", figures.connections},
+          {"malformed", figures.malformed},
+          {"messages", figures.messages},
+          {"stale", figures.routes - figures.announced}};
+}
+
+Json refusedCounts(const RouteService::Figures& figures) {
+  Json counts = Json::object();
+  for (std::size_t reason = 1; reason < refusals; ++reason) {
+    if (figures.refused[reason] != 0) {
+      counts[nameOf(static_cast<Refusal>(reason))] = figures.refused[reason];
+    }
+  }
+  return counts;
+}
+
+/// How the service does, and what it did; `lists` tells of each route that is refused or waits.
+std::unique_ptr<Answer> statusOf(const Agent& agent, const RouteService& routes, bool lists) {
+  const auto& figures = routes.figures();
+  Json status = {{"sources", Json::array({sourceStatus(routes)})},
+                 {"offered", figures.wanted},
+                 {"queued", routes.queued()},
+                 {"programmed", figures.programmed},
+                 {"waiting", figures.waiting},
+                 {"ofSeveral", figures.ofSeveral},
+                 {"refused", refusedCounts(figures)},
+                 {"rowWrites", agent.recorder().rowWrites()}};
+  Json& nexthops = status["nexthops"] = Json::array();
+  routes.nexthops().forEach([&](Slot slot, const Nexthops::Owner& owner, U32 count) {
+    nexthops.push_back({{"l3LagIndex", slot.lag},
+                        {"rewriteIndex", slot.rewrite},
+                        {"portMask", Orb::text(VelaSwitch::IngressPortMask(owner.ports))},
+                        {"interface", owner.interface},
+                        {"gateway", addressText(owner.gateway)},
+                        {"routes", count}});
+  });
+  Json& tables = status["tables"] = Json::array();
+  for (const auto& each : agent.tables()) {
+    if (each->entries() == 0) continue;
+    Json line = tableName(*each);
+    line["entries"] = each->entries();
+    line["waiting"] = each->waiting();
+    tables.push_back(std::move(line));
+  }
+  std::vector<std::pair<RouteName, const char*>> list;
+  if (lists) {
+    routes.forEachRefused([&](const RouteName& name, Refusal why) {
+      list.emplace_back(name, why == Refusal::none ? "tableFull" : nameOf(why));
+    });
+  }
+  std::string first = status.dump() + "\n";
+  const std::size_t lines = list.size() + 1;
+  return std::make_unique<Items>(
+      lines, pieceItems,
+      [first = std::move(first), list = std::move(list)](std::size_t number, std::string& out) {
+        if (number == 0) {
+          out += first;
+        } else {
+          const auto& [name, why] = list[number - 1];
+          addLine(out, {{"route", toText(name)}, {"why", why}});
+        }
+      });
+}
+
+/// What packets find, asked of a copy, so that no hit bit is set.
+std::unique_ptr<Answer> lookupIn(const Agent& agent, const std::string& name, const Json& keys) {
+  const TableAdapter& table = agent.table(name, 0);
+  const auto chip = std::make_shared<VelaDevice::SimulatedSwitch>(agent.chip());
+  const auto path = std::make_shared<VelaDevice::DataPath>(*chip, agent.profile());
+  return std::make_unique<Items>(keys.size(), pieceItems,
+                                 [&table, chip, path, keys](std::size_t number, std::string& out) {
+                                   addLine(out, {{"op", "lookup"},
+                                                 {"table", table.name()},
+                                                 {"key", keys[number]},
+                                                 {"hit", table.lookup(*path, keys[number])}});
+                                 });
+}
+
+/// What rows differ from what they should be, table by table.
+std::unique_ptr<Answer> auditOf(const Agent& agent, bool repair) {
+  return std::make_unique<Items>(agent.tables().size(), 1,
+                                 [&agent, repair](std::size_t number, std::string& out) {
+                                   VelaAgent::HwTableAdapter& table = *agent.tables()[number];
+                                   table.audit();
+                                   const auto findings = table.findings();
+                                   for (const auto& finding : findings) {
+                                     Json line = tableName(table);
+                                     line.update(VelaAgent::findingLine(finding));
+                                     addLine(out, line);
+                                   }
+                                   if (repair && !findings.empty()) table.repair();
+                                 });
+}
+
+/// The tables that sources program are theirs.
+void refuseSourcesTables(const Agent& agent, const Json& event) {
+  const auto op = event.is_object() ? event.find("op") : event.end();
+  const auto name = event.is_object() ? event.find("table") : event.end();
+  if (op == event.end() || name == event.end() || !name->is_string()) return;
+  if (*op != "set" && *op != "del") return;
+  const TableAdapter& routes = agent.table("Route", 0);
+  const TableAdapter& table = agent.table(name->get<std::string>(), 0);
+  const bool level = table.hardware() && routes.fills(table.hardware()->table());
+  if (&table == &routes || table.name() == "L3Lag" || level) {
+    throw InputException("table " + table.name() + " is the sources'");
+  }
+}
+
+/// Applies events; what is refused, found or comes in meanwhile has a line.
+std::unique_ptr<Answer> runOf(Agent& agent, const Json& events) {
+  const auto runner = std::make_shared<VelaAgent::EventRunner>(agent);
+  return std::make_unique<Items>(
+      events.size(), pieceItems, [&agent, runner, events](std::size_t number, std::string& out) {
+        refuseSourcesTables(agent, events[number]);
+        runner->resultListenerIs([&out](const std::string& line) { (out += line) += '\n'; });
+        runner->apply(events[number]);
+      });
+}
+
+/// What is said of a request that is none.
+class Refused final : public Answer {
+ public:
+  explicit Refused(std::string why) : why_(std::move(why)) {}
+  bool piece(std::string& out) override {
+    addError(out, why_);
+    return false;
+  }
+
+ private:
+  std::string why_;
+};
+
+}  // namespace
+
+std::unique_ptr<Answer> Control::answerTo(const Json& request) {
+  static const std::vector<std::string> names{"status", "lookup", "decode", "audit", "run"};
+  if (!request.is_object()) throw InputException("not a JSON object");
+  const std::string name = textOf(request, "request");
+  if (name == "status") {
+    allowOnly(request, {"refused"});
+    return statusOf(agent_, routes_, flagOf(request, "refused"));
+  }
+  if (name == "lookup") {
+    allowOnly(request, {"table", "keys"});
+    return lookupIn(agent_, textOf(request, "table"), listOf(request, "keys"));
+  }
+  if (name == "decode") {
+    allowOnly(request, {"table"});
+    const std::string table = textOf(request, "table");
+    if (!table.empty()) agent_.table(table, 0);
+    return std::make_unique<Decoded>(agent_, table);
+  }
+  if (name == "audit") {
+    allowOnly(request, {"repair"});
+    return auditOf(agent_, flagOf(request, "repair"));
+  }
+  if (name == "run") {
+    allowOnly(request, {"events"});
+    return runOf(agent_, listOf(request, "events"));
+  }
+  throw InputException("unknown request \"" + name + "\"" + VelaAgent::suggestion(name, names));
+}
+
+std::unique_ptr<Answer> Control::ask(std::string_view line) {
+  try {
+    return answerTo(VelaAgent::jsonFromText(std::string(line)));
+  } catch (const std::exception& error) {
+    return std::make_unique<Refused>(error.what());
+  }
+}
+
+}  // namespace VelaService

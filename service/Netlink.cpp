@@ -1,0 +1,225 @@
+#include "service/Netlink.h"
+
+#include <libmnl/libmnl.h>
+#include <linux/lwtunnel.h>
+#include <linux/nexthop.h>
+#include <linux/rtnetlink.h>
+#include <netinet/in.h>
+
+#include <algorithm>
+#include <cstring>
+
+namespace VelaService {
+
+namespace {
+
+/// Attributes by their types, up to the last that is known.
+template <std::size_t types>
+class Attributes {
+ public:
+  void add(const nlattr* attribute) {
+    const U16 type = mnl_attr_get_type(attribute);
+    if (type < types) all_[type] = attribute;
+  }
+  const nlattr* operator[](std::size_t type) const { return all_[type]; }
+  bool has(std::size_t type) const { return all_[type] != nullptr; }
+
+  U16 size(std::size_t type) const { return mnl_attr_get_payload_len(all_[type]); }
+  const char* bytes(std::size_t type) const {
+    return static_cast<const char*>(mnl_attr_get_payload(all_[type]));
+  }
+  /// The number that an attribute holds; 0 where there is none.
+  template <class Number = U32>
+  Number number(std::size_t type) const {
+    Number value = 0;
+    if (!has(type)) return value;
+    if (size(type) != sizeof value) throw MalformedMessage("an attribute of a wrong size");
+    std::memcpy(&value, bytes(type), sizeof value);
+    return value;
+  }
+
+ private:
+  std::array<const nlattr*, types> all_{};
+};
+
+template <std::size_t types>
+Attributes<types> attributesIn(const char* begin, std::size_t size) {
+  Attributes<types> all;
+  const auto* attribute = reinterpret_cast<const nlattr*>(begin);
+  while (mnl_attr_ok(attribute, static_cast<int>(size))) {
+    all.add(attribute);
+    const std::size_t step = MNL_ALIGN(attribute->nla_len);
+    size -= std::min(size, step);
+    attribute = mnl_attr_next(attribute);
+  }
+  if (size != 0) throw MalformedMessage("attributes that do not fill their message");
+  return all;
+}
+
+/// Those behind the fixed part of a message.
+template <std::size_t types, class Fixed>
+Attributes<types> attributesOf(const nlmsghdr* message) {
+  if (mnl_nlmsg_get_payload_len(message) < sizeof(Fixed)) throw MalformedMessage("a short message");
+  const auto* begin =
+      static_cast<const char*>(mnl_nlmsg_get_payload_offset(message, sizeof(Fixed)));
+  const auto* end = static_cast<const char*>(mnl_nlmsg_get_payload_tail(message));
+  const auto* last = reinterpret_cast<const char*>(message) + message->nlmsg_len;
+  end = std::min(end, last);
+  return attributesIn<types>(begin, begin < end ? static_cast<std::size_t>(end - begin) : 0);
+}
+
+/// A next hop of an interface and perhaps a gateway, by the types that these have where it stands.
+template <class All>
+Hop hopOf(const All& all, U8 interface, U8 gateway, U8 encapType) {
+  Hop hop{Hop::Kind::local};
+  hop.interface = all.number(interface);
+  if (all.has(encapType) && all.template number<U16>(encapType) == LWTUNNEL_ENCAP_MPLS) {
+    hop.refusal = Refusal::mpls;
+  }
+  if (all.has(gateway)) {
+    hop.kind = Hop::Kind::gateway;
+    if (all.size(gateway) == sizeof(in6_addr)) {
+      hop.refusal = Refusal::ipv6;
+    } else {
+      hop.gateway = ntohl(all.number(gateway));
+    }
+  }
+  return hop;
+}
+
+Hop routeHop(const Attributes<RTA_MAX + 1>& all) {
+  Hop hop = hopOf(all, RTA_OIF, RTA_GATEWAY, RTA_ENCAP_TYPE);
+  // Another family's gateway.
+  if (all.has(RTA_VIA)) hop.refusal = Refusal::ipv6;
+  return hop;
+}
+
+/// The first of the next hops that a route lists itself.
+Hop firstOf(const nlattr* multipath) {
+  const auto* first = static_cast<const rtnexthop*>(mnl_attr_get_payload(multipath));
+  const std::size_t size = mnl_attr_get_payload_len(multipath);
+  if (size < sizeof *first || first->rtnh_len < sizeof *first || size < first->rtnh_len) {
+    throw MalformedMessage("a next hop that does not fit");
+  }
+  const char* begin = reinterpret_cast<const char*>(first) + RTNH_LENGTH(0);
+  Hop hop = routeHop(attributesIn<RTA_MAX + 1>(begin, first->rtnh_len - RTNH_LENGTH(0)));
+  hop.interface = static_cast<U32>(first->rtnh_ifindex);
+  hop.ofSeveral = size > std::size_t{first->rtnh_len} + MNL_ALIGNTO - 1;
+  return hop;
+}
+
+Hop hopOfType(U8 type, const Attributes<RTA_MAX + 1>& all) {
+  switch (type) {
+    case RTN_UNICAST:
+      return all.has(RTA_MULTIPATH) ? firstOf(all[RTA_MULTIPATH]) : routeHop(all);
+    case RTN_LOCAL:
+      return {Hop::Kind::local};
+    case RTN_BLACKHOLE:
+    case RTN_UNREACHABLE:
+    case RTN_PROHIBIT:
+      return {Hop::Kind::drop};
+    default:
+      return {Hop::Kind::drop, Refusal::routeType};
+  }
+}
+
+RouteName nameOf(const rtmsg& head, const Attributes<RTA_MAX + 1>& all) {
+  RouteName name;
+  name.table = all.has(RTA_TABLE) ? all.number(RTA_TABLE) : head.rtm_table;
+  name.family = head.rtm_family;
+  name.len = head.rtm_dst_len;
+  const std::size_t width = head.rtm_family == AF_INET ? 4 : head.rtm_family == AF_INET6 ? 16 : 0;
+  if (width != 0 && name.len > 8 * width) throw MalformedMessage("a prefix that is too long");
+  if (all.has(RTA_DST)) {
+    const std::size_t size = all.size(RTA_DST);
+    if (size > name.address.size() || (width != 0 && size != width)) {
+      throw MalformedMessage("an address of a wrong size");
+    }
+    std::memcpy(name.address.data(), all.bytes(RTA_DST), size);
+  } else if (name.len != 0) {
+    throw MalformedMessage("a prefix without an address");
+  }
+  for (std::size_t bit = name.len; bit < 8 * width; ++bit) {
+    name.address[bit / 8] &= static_cast<U8>(~(0x80U >> bit % 8));
+  }
+  return name;
+}
+
+RouteMessage readRoute(const nlmsghdr* message) {
+  const auto all = attributesOf<RTA_MAX + 1, rtmsg>(message);
+  rtmsg head;
+  std::memcpy(&head, mnl_nlmsg_get_payload(message), sizeof head);
+  RouteMessage route{nameOf(head, all), message->nlmsg_type == RTM_DELROUTE};
+  if (route.withdrawn) return route;
+  route.hop = hopOfType(head.rtm_type, all);
+  if (head.rtm_type == RTN_UNICAST) route.nexthop = all.number(RTA_NH_ID);
+  return route;
+}
+
+NexthopMessage readNexthop(const nlmsghdr* message) {
+  const auto all = attributesOf<NHA_MAX + 1, nhmsg>(message);
+  NexthopMessage nexthop{all.number(NHA_ID), message->nlmsg_type == RTM_DELNEXTHOP};
+  if (nexthop.id == 0) throw MalformedMessage("a next hop without an id");
+  if (nexthop.withdrawn) return nexthop;
+  if (all.has(NHA_GROUP)) {
+    const std::size_t members = all.size(NHA_GROUP) / sizeof(nexthop_grp);
+    if (members == 0 || all.size(NHA_GROUP) % sizeof(nexthop_grp) != 0) {
+      throw MalformedMessage("a group of next hops of a wrong size");
+    }
+    for (std::size_t number = 0; number < members; ++number) {
+      nexthop_grp member;
+      std::memcpy(&member, all.bytes(NHA_GROUP) + number * sizeof member, sizeof member);
+      nexthop.group.push_back(member.id);
+    }
+  } else if (!all.has(NHA_BLACKHOLE)) {
+    nexthop.hop = hopOf(all, NHA_OIF, NHA_GATEWAY, NHA_ENCAP_TYPE);
+  }
+  return nexthop;
+}
+
+}  // namespace
+
+void readNetlink(std::span<const char> bytes, const MessageListener& listener) {
+  auto left = static_cast<int>(bytes.size());
+  const auto* message = reinterpret_cast<const nlmsghdr*>(bytes.data());
+  // The library takes a length beyond all integers for a negative one, which fits.
+  const auto fits = [&] {
+    return mnl_nlmsg_ok(message, left) && message->nlmsg_len <= static_cast<U32>(left);
+  };
+  for (; fits(); message = mnl_nlmsg_next(message, &left)) {
+    switch (message->nlmsg_type) {
+      case RTM_NEWROUTE:
+      case RTM_DELROUTE:
+        listener(readRoute(message));
+        break;
+      case RTM_NEWNEXTHOP:
+      case RTM_DELNEXTHOP:
+        listener(readNexthop(message));
+        break;
+      default:
+        break;
+    }
+  }
+  if (left > 0) throw MalformedMessage("bytes that are no message");
+}
+
+void FpmStream::received(std::span<const char> bytes, const MessageListener& listener) {
+  const auto take = [&](std::size_t size) {
+    const std::size_t count = std::min(size - std::min(size, frame_.size()), bytes.size());
+    frame_.insert(frame_.end(), bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(count));
+    bytes = bytes.subspan(count);
+    return frame_.size() >= size;
+  };
+  while (take(headerSize)) {
+    const std::size_t length = static_cast<U8>(frame_[2]) << 8 | static_cast<U8>(frame_[3]);
+    if (frame_[0] != 1) throw MalformedMessage("a frame of an unknown version");
+    if (frame_[1] != 1) throw MalformedMessage("a frame that is not of netlink");
+    if (length < headerSize) throw MalformedMessage("a frame shorter than its header");
+    if (!take(length)) return;
+    // What follows the header is aligned as messages are.
+    readNetlink(std::span<const char>(frame_).subspan(headerSize), listener);
+    frame_.clear();
+  }
+}
+
+}  // namespace VelaService

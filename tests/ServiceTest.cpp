@@ -1,0 +1,579 @@
+#include <arpa/inet.h>
+#include <libmnl/libmnl.h>
+#include <linux/nexthop.h>
+#include <linux/rtnetlink.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+#include <map>
+
+#include "Support.h"
+#include "agent/Json.h"
+#include "device/RouteLookup.h"
+#include "service/Configuration.h"
+#include "service/Control.h"
+#include "service/Netlink.h"
+
+namespace {
+
+using namespace VelaService;
+using Ipnet::IpAddr;
+using Ipnet::IpPrefix;
+using std::chrono::seconds;
+using VelaTest::Random;
+
+/// What a source sends: netlink messages in frames, made by the library that reads them.
+class Sender {
+ public:
+  void nexthop(const NexthopMessage& message) {
+    auto* head = begin(message.withdrawn ? RTM_DELNEXTHOP : RTM_NEWNEXTHOP);
+    mnl_nlmsg_put_extra_header(head, sizeof(nhmsg));
+    mnl_attr_put_u32(head, NHA_ID, message.id);
+    if (!message.group.empty()) {
+      std::vector<nexthop_grp> group;
+      for (const U32 id : message.group) group.push_back({id});
+      mnl_attr_put(head, NHA_GROUP, group.size() * sizeof group[0], group.data());
+    } else if (message.hop.kind == Hop::Kind::drop) {
+      mnl_attr_put(head, NHA_BLACKHOLE, 0, nullptr);
+    } else {
+      hop(head, message.hop, NHA_OIF, NHA_GATEWAY);
+    }
+    end(head);
+  }
+  void route(const RouteMessage& message) {
+    auto* head = begin(message.withdrawn ? RTM_DELROUTE : RTM_NEWROUTE);
+    auto* route = static_cast<rtmsg*>(mnl_nlmsg_put_extra_header(head, sizeof(rtmsg)));
+    route->rtm_family = message.route.family;
+    route->rtm_dst_len = message.route.len;
+    const bool drops = message.nexthop == 0 && message.hop.kind == Hop::Kind::drop;
+    if (!message.withdrawn)
+      route->rtm_type = static_cast<U8>(drops ? int{RTN_BLACKHOLE} : int{RTN_UNICAST});
+    mnl_attr_put(head, RTA_DST, message.route.family == AF_INET ? 4 : 16,
+                 message.route.address.data());
+    mnl_attr_put_u32(head, RTA_TABLE, message.route.table);
+    if (message.nexthop != 0) {
+      mnl_attr_put_u32(head, RTA_NH_ID, message.nexthop);
+    } else if (message.hop.ofSeveral) {
+      nlattr* list = mnl_attr_nest_start(head, RTA_MULTIPATH);
+      for (const U32 gateway : {message.hop.gateway, message.hop.gateway + 1}) {
+        rtnexthop each{sizeof(rtnexthop) + 8, 0, 0, static_cast<int>(message.hop.interface)};
+        std::memcpy(mnl_nlmsg_get_payload_tail(head), &each, sizeof each);
+        head->nlmsg_len += sizeof each;
+        mnl_attr_put_u32(head, RTA_GATEWAY, htonl(gateway));
+      }
+      mnl_attr_nest_end(head, list);
+    } else if (!drops) {
+      hop(head, message.hop, RTA_OIF, RTA_GATEWAY);
+    }
+    end(head);
+  }
+  /// Puts what was made into a frame.
+  void frame() {
+    const auto length = static_cast<U16>(payload_.size() + FpmStream::headerSize);
+    stream.insert(stream.end(), {1, 1, static_cast<char>(length >> 8), static_cast<char>(length)});
+    stream += std::exchange(payload_, {});
+  }
+  std::string stream;
+
+ private:
+  nlmsghdr* begin(U16 type) {
+    std::memset(buffer_.data(), 0, sizeof buffer_);
+    nlmsghdr* head = mnl_nlmsg_put_header(buffer_.data());
+    head->nlmsg_type = type;
+    return head;
+  }
+  static void hop(nlmsghdr* head, const Hop& hop, U16 interface, U16 gateway) {
+    mnl_attr_put_u32(head, interface, hop.interface);
+    const std::array<U32, 4> wide{hop.gateway};
+    if (hop.refusal == Refusal::ipv6)
+      mnl_attr_put(head, gateway, sizeof wide, wide.data());
+    else if (hop.kind == Hop::Kind::gateway)
+      mnl_attr_put_u32(head, gateway, htonl(hop.gateway));
+  }
+  void end(const nlmsghdr* head) {
+    payload_.append(reinterpret_cast<const char*>(head), MNL_ALIGN(head->nlmsg_len));
+  }
+
+  alignas(8) std::array<char, 4096> buffer_;
+  std::string payload_;
+};
+
+RouteName nameOf(IpPrefix prefix, U32 table = RT_TABLE_MAIN) {
+  RouteName name{table, AF_INET, prefix.len()};
+  const U32 address = htonl(prefix.address().number());
+  std::memcpy(name.address.data(), &address, sizeof address);
+  return name;
+}
+
+/// A switch with a service that is started again and again, and its source.
+struct World {
+  static constexpr U64 cpu = U64{1} << 48;
+
+  World() {
+    settings.vrfs = {{RT_TABLE_MAIN, 0}, {10, 3}};
+    settings.portMasks = {{"if1", 1 << 5}, {"if2", 3 << 6}, {"if3", 1 << 5}};
+    settings.nexthopFile = file;
+    settings.queueMost = 1000;
+    std::filesystem::remove(file);
+    start(VelaAgent::Agent::Start::fresh);
+  }
+  ~World() { std::filesystem::remove(file); }
+
+  void start(VelaAgent::Agent::Start how) {
+    service.reset();
+    agent = std::make_unique<VelaAgent::Agent>(profile, chip);
+    agent->make();
+    agent->start(how);
+    service = std::make_unique<RouteService>(*agent, settings, [](U32 number) {
+      return number == 0 ? "" : "if" + std::to_string(number);
+    });
+  }
+  void restart() { start(VelaAgent::Agent::Start::restart); }
+  void connect() {
+    stream = {};
+    service->connected(now);
+  }
+  /// Hands over what was sent, in pieces of random lengths.
+  void receive(Random& random) {
+    std::string_view bytes = sender.stream;
+    while (!bytes.empty()) {
+      const std::size_t size = std::min<std::size_t>(1 + random.below(300), bytes.size());
+      stream.received(bytes.substr(0, size),
+                      [&](const Message& message) { service->take(message, now); });
+      bytes.remove_prefix(size);
+    }
+    sender.stream.clear();
+  }
+  void drain() {
+    while (!service->idle()) service->work(64);
+  }
+  /// The source is quiet for as long as it takes.
+  void quiet() {
+    drain();
+    now += settings.quiet;
+    service->tick(now);
+    drain();
+  }
+  /// Where packets go: the ports of the LAG, the interface and the gateway of the rewrite.
+  using Way = std::tuple<U64, std::string, U32>;
+  std::optional<Way> way(U8 vrf, IpAddr address) {
+    const auto hit = VelaDevice::route(path, vrf, address);
+    if (!hit) return std::nullopt;
+    const auto lag = VelaDevice::l3Lag(path, hit->l3LagIndex());
+    Way way{lag ? lag->portMask().bits() : 0, "", 0};
+    service->nexthops().forEach([&](Slot slot, const Nexthops::Owner& owner, U32) {
+      if (slot == Slot{static_cast<U8>(hit->l3LagIndex()), hit->rewriteIndex()}) {
+        way = {std::get<0>(way), owner.interface, owner.gateway};
+      }
+    });
+    return way;
+  }
+
+  std::string file = testing::TempDir() + "nexthops." + std::to_string(getpid());
+  RouteSettings settings;
+  Orb::PtrConst<VelaSwitch::ProfileInfo> profile = VelaSwitch::ProfileInfo::builtIn("vela-48-5.1");
+  VelaDevice::SimulatedSwitch chip;
+  VelaDevice::DataPath path{chip, *profile};
+  std::unique_ptr<VelaAgent::Agent> agent;
+  std::unique_ptr<RouteService> service;
+  Sender sender;
+  FpmStream stream;
+  Clock::time_point now = Clock::now();
+};
+
+/// What a source said, beside the world that heard it.
+class Model {
+ public:
+  explicit Model(World& world, Random& random) : world_(world), random_(random) {
+    for (U32 count = 0; count < 40; ++count) {
+      static constexpr std::array<U8, 8> lens{0, 8, 10, 16, 19, 24, 30, 32};
+      // Few bits differ, so that routes cover each other.
+      const U32 bits = random_() & 0x00C08181;
+      const U32 table = random_.below(4) == 0 ? 10 : U32{RT_TABLE_MAIN};
+      names_.emplace_back(IpPrefix(IpAddr(0x0A000000 | bits), lens[random_.below(8)]), table);
+    }
+  }
+
+  /// A random message or several, and what they mean.
+  void step() {
+    switch (random_.below(8)) {
+      case 0:
+      case 1:
+        newNexthop();
+        break;
+      case 2: {
+        const U32 id = 1 + random_.below(12);
+        world_.sender.nexthop({id, true});
+        objects_.erase(id);
+        break;
+      }
+      case 3:
+        withdraw(anyName());
+        break;
+      case 4: {
+        const Name name = anyName();
+        if (!routes_.contains(name)) break;
+        world_.sender.route({nameOf(name.first, name.second), true});
+        announce(name);
+        break;
+      }
+      case 5: {
+        RouteMessage alien{{RT_TABLE_MAIN, AF_INET6, 16, {0x20, 1}}, random_.flip(), 0};
+        alien.hop = {Hop::Kind::local};
+        world_.sender.route(alien);
+        alien_ = !alien.withdrawn;
+        break;
+      }
+      default:
+        announce(anyName());
+        break;
+    }
+    world_.sender.frame();
+  }
+  void reconnect(bool all) {
+    world_.connect();
+    if (all) {
+      for (const auto& [id, object] : objects_)
+        world_.sender.nexthop({id, false, object.hop, object.group});
+    } else {
+      objects_.clear();
+    }
+    for (auto at = routes_.begin(); at != routes_.end();) {
+      if (!all && random_.flip()) {
+        steady_.erase(at->first);
+        at = routes_.erase(at);
+        continue;
+      }
+      const auto name = (at++)->first;
+      if (all) {
+        // Nobody refers to a next hop that is gone, or says something else by now.
+        Told& route = routes_.at(name);
+        if (route.hop.refusal != Refusal::unknownNexthop && resolved(route.id) != route.hop) {
+          route.id = 0;
+        }
+        tell(name, route);
+      } else {
+        announce(name);
+      }
+    }
+    if (alien_ && all) {
+      RouteMessage alien{{RT_TABLE_MAIN, AF_INET6, 16, {0x20, 1}}, false, 0};
+      alien.hop = {Hop::Kind::local};
+      world_.sender.route(alien);
+    }
+    alien_ = alien_ && all;
+    world_.sender.frame();
+  }
+  /// Everything is as the routes that stand say. Those that are good stay so until they change.
+  void check() {
+    for (const Name& name : names_) {
+      const U32 first = name.first.address().number();
+      const U32 last =
+          first | (name.first.len() == 0 ? ~U32{0} : ~(~U32{0} << (32 - name.first.len())));
+      for (const U32 address : {first, last}) {
+        EXPECT_EQ(world_.way(vrf(name), IpAddr(address)), longest(name.second, address))
+            << Orb::text(IpAddr(address)) << " in " << name.second;
+      }
+    }
+    U64 refused = alien_;
+    steady_.clear();
+    for (const auto& [name, route] : routes_) {
+      way(route.hop) ? void(steady_.insert(name)) : void(++refused);
+    }
+    U64 counted = 0;
+    for (const U64 each : world_.service->figures().refused) counted += each;
+    EXPECT_EQ(counted, refused);
+    EXPECT_EQ(world_.service->figures().programmed, steady_.size());
+    EXPECT_EQ(world_.service->figures().wanted, routes_.size() + alien_);
+  }
+  /// Routes that stand all along are found after every register that is written.
+  void watch() {
+    world_.chip.writeObserverIs([this](const auto&, auto) {
+      for (const Name& name : steady_) {
+        const auto hit = VelaDevice::route(world_.path, vrf(name), name.first.address());
+        if (hit && hit->realPrefixLen().value_or(32) >= name.first.len()) continue;
+        ADD_FAILURE() << Orb::text(name.first) << " is absent amid a change";
+      }
+    });
+  }
+
+ private:
+  using Name = std::pair<IpPrefix, U32>;
+  struct Object {
+    Hop hop;
+    std::vector<U32> group;
+  };
+  struct Told {
+    U32 id = 0;
+    Hop hop;
+  };
+
+  static U8 vrf(const Name& name) { return name.second == 10 ? 3 : 0; }
+  const Name& anyName() { return names_[random_.below(static_cast<U32>(names_.size()))]; }
+  Hop anyHop() {
+    Hop hop{static_cast<Hop::Kind>(random_.below(3))};
+    if (hop.kind == Hop::Kind::drop) return hop;
+    hop.interface = 1 + random_.below(4);
+    if (hop.kind == Hop::Kind::gateway) hop.gateway = 0xC0000200 + random_.below(5);
+    return hop;
+  }
+  std::optional<World::Way> way(const Hop& hop) const {
+    if (hop.refusal != Refusal::none) return std::nullopt;
+    if (hop.kind == Hop::Kind::drop) return World::Way{0, "", 0};
+    if (hop.kind == Hop::Kind::local) return World::Way{World::cpu, "", 0};
+    const std::string name = "if" + std::to_string(hop.interface);
+    const auto ports = world_.settings.portMasks.find(name);
+    if (ports == world_.settings.portMasks.end()) return std::nullopt;
+    return World::Way{ports->second, name, hop.gateway};
+  }
+  std::optional<World::Way> longest(U32 table, U32 address) const {
+    std::optional<World::Way> best;
+    int len = -1;
+    for (const auto& [name, route] : routes_) {
+      const auto found = way(route.hop);
+      if (name.second != table || name.first.len() <= len || !found ||
+          IpPrefix(IpAddr(address), name.first.len()) != name.first) {
+        continue;
+      }
+      best = found;
+      len = name.first.len();
+    }
+    return best;
+  }
+  Hop resolved(U32 id) const {
+    const Hop unknown{Hop::Kind::drop, Refusal::unknownNexthop};
+    const auto at = objects_.find(id);
+    if (at == objects_.end()) return unknown;
+    if (at->second.group.empty()) return at->second.hop;
+    const auto first = objects_.find(at->second.group[0]);
+    return first != objects_.end() && first->second.group.empty() ? first->second.hop : unknown;
+  }
+  void newNexthop() {
+    const U32 id = 1 + random_.below(12);
+    Object object{anyHop(), {}};
+    if (object.hop.kind == Hop::Kind::gateway && random_.below(6) == 0) {
+      object.hop.refusal = Refusal::ipv6;
+      object.hop.gateway = 0;
+    }
+    if (random_.below(4) == 0) object = {{}, {1 + random_.below(12), 1 + random_.below(12)}};
+    world_.sender.nexthop({id, false, object.hop, object.group});
+    objects_[id] = object;
+    for (auto& [name, route] : routes_) {
+      if (route.id == 0) continue;
+      const Hop hop = resolved(route.id);
+      if (hop.refusal != Refusal::unknownNexthop) hopIs(name, route, hop);
+    }
+  }
+  void hopIs(const Name& name, Told& route, const Hop& hop) {
+    route.hop = hop;
+    if (!way(hop)) steady_.erase(name);
+  }
+  void announce(const Name& name) {
+    Told& route = routes_[name];
+    route.id = random_.flip() ? 1 + random_.below(12) : 0;
+    if (route.id != 0) {
+      hopIs(name, route, resolved(route.id));
+    } else {
+      hopIs(name, route, anyHop());
+      route.hop.ofSeveral = route.hop.kind == Hop::Kind::gateway && random_.flip();
+    }
+    tell(name, route);
+  }
+  void tell(const Name& name, const Told& route) {
+    world_.sender.route({nameOf(name.first, name.second), false, route.id, route.hop});
+  }
+  void withdraw(const Name& name) {
+    world_.sender.route({nameOf(name.first, name.second), true});
+    routes_.erase(name);
+    steady_.erase(name);
+  }
+
+  World& world_;
+  Random& random_;
+  std::vector<Name> names_;
+  std::map<U32, Object> objects_;
+  std::map<Name, Told> routes_;
+  std::set<Name> steady_;
+  bool alien_ = false;
+};
+
+TEST(RouteService, SwitchFollowsWhatSourceSays) {
+  World world;
+  Random random;
+  Model model(world, random);
+  model.watch();
+  world.connect();
+  for (int round = 0; round < (VelaTest::sanitized ? 15 : 60); ++round) {
+    for (U32 steps = random.below(60); steps > 0; --steps) model.step();
+    world.receive(random);
+    world.service->work(random.below(40));
+    if (random.below(3) == 0) continue;
+    switch (random.below(5)) {
+      case 0:  // A daemon that has other routes now, and calls its next hops otherwise.
+        world.service->disconnected(false);
+        world.quiet();
+        model.reconnect(false);
+        world.receive(random);
+        world.quiet();
+        break;
+      case 1: {  // Killed amid changes, or when all was done.
+        const bool done = random.flip();
+        if (done) world.drain();
+        const U64 writes = world.chip.rowWrites();
+        world.restart();
+        model.reconnect(true);
+        world.receive(random);
+        world.quiet();
+        if (done) {
+          EXPECT_EQ(world.chip.rowWrites(), writes) << "right rows were rewritten";
+        }
+        EXPECT_TRUE(world.service->removed().has_value());
+        break;
+      }
+      default:
+        world.drain();
+        break;
+    }
+    model.check();
+    if (HasFailure()) return;
+  }
+}
+
+TEST(RouteService, RoutesThatFoundNoIndexTakeThoseThatBecomeFree) {
+  World world;
+  Random random;
+  world.connect();
+  constexpr U32 slots = Nexthops::lagCount * Nexthops::rewriteCount;
+  const auto tell = [&](U32 number, bool withdrawn) {
+    RouteMessage route{nameOf(IpPrefix(IpAddr(0x0B000000 + (number << 8)), 24)), withdrawn};
+    route.hop = {Hop::Kind::gateway, Refusal::none, false, 1 + number % 3, number};
+    world.sender.route(route);
+    world.sender.frame();
+  };
+  const auto refused = [&] {
+    return world.service->figures().refused[std::size_t(Refusal::noIndex)];
+  };
+  for (U32 number = 0; number < slots + 100; ++number) tell(number, false);
+  world.receive(random);
+  EXPECT_TRUE(world.service->full());
+  world.drain();
+  EXPECT_EQ(refused(), 100);
+  EXPECT_EQ(world.agent->entriesOf("Route", 0).programmed(), slots);
+  for (U32 number = 0; number < 70; ++number) tell(number, true);
+  world.receive(random);
+  world.drain();
+  EXPECT_EQ(refused(), 30);
+  for (U32 number = 70; number < slots + 100; ++number) tell(number, true);
+  world.receive(random);
+  world.drain();
+  EXPECT_EQ(world.service->figures().wanted, 0);
+  EXPECT_EQ(world.agent->entriesOf("Route", 0).entries(), 0);
+  EXPECT_EQ(world.agent->entriesOf("L3Lag", 0).entries(), 0);
+}
+
+TEST(FpmStream, BrokenStreamsEndInOneWay) {
+  World world;
+  Random random;
+  Model model(world, random);
+  for (int steps = 0; steps < 60; ++steps) model.step();
+  const std::string whole = world.sender.stream;
+  U64 malformed = 0;
+  for (int round = 0; round < 3000; ++round) {
+    world.sender.stream = whole;
+    for (U32 flips = 1 + random.below(3); flips > 0; --flips) {
+      world.sender.stream[random.below(static_cast<U32>(whole.size()))] =
+          static_cast<char>(random());
+    }
+    world.connect();
+    try {
+      world.receive(random);
+    } catch (const MalformedMessage&) {
+      ++malformed;
+    }
+    world.service->work(20);
+  }
+  EXPECT_GT(malformed, 100);
+}
+
+/// What a line is made of: its names and the kinds of its values. Of a list, of the first item.
+VelaAgent::Json shapeOf(const VelaAgent::Json& json) {
+  if (json.is_array()) return json.empty() ? json : VelaAgent::Json::array({shapeOf(json[0])});
+  if (!json.is_object()) return json.type_name();
+  auto shape = VelaAgent::Json::object();
+  for (const auto& item : json.items()) shape[item.key()] = shapeOf(item.value());
+  return shape;
+}
+
+TEST(Control, AnswersAreAsDocumented) {
+  World world;
+  Random random;
+  world.connect();
+  const auto tell = [&](IpPrefix prefix, Hop::Kind kind, U32 interface) {
+    world.sender.route(
+        {nameOf(prefix), false, 0, {kind, Refusal::none, false, interface, 0xC0000201}});
+  };
+  tell(IpPrefix(IpAddr(0xCB007100), 24), Hop::Kind::gateway, 1);
+  tell(IpPrefix(IpAddr(0xC0000200), 24), Hop::Kind::local, 1);
+  tell(IpPrefix(IpAddr(0xC6336400), 24), Hop::Kind::gateway, 9);
+  world.sender.route({{RT_TABLE_MAIN, AF_INET6, 16, {0x20, 1}}, false, 0, {Hop::Kind::local}});
+  world.sender.frame();
+  world.receive(random);
+  world.drain();
+  Control control(*world.agent, *world.service);
+  std::ifstream docs(DOCS "/velad.md");
+  std::string answer;
+  int asked = 0;
+  for (std::string line; std::getline(docs, line);) {
+    if (line.starts_with("> ")) {
+      EXPECT_EQ(answer, "") << "the answer has more lines than documented";
+      answer.clear();
+      const auto making = control.ask(line.substr(2));
+      if (making->prepares()) making->prepare();
+      while (making->piece(answer)) {
+      }
+      ++asked;
+    } else if (line.starts_with("< ")) {
+      const std::string real = answer.substr(0, answer.find('\n'));
+      ASSERT_NE(real, "") << "no line for " << line;
+      answer.erase(0, real.size() + 1);
+      const auto json = VelaAgent::jsonFromText(real);
+      const auto told = VelaAgent::jsonFromText(line.substr(2));
+      EXPECT_EQ(shapeOf(json), shapeOf(told)) << real;
+      if (told.contains("done") || told.contains("finding")) {
+        EXPECT_EQ(json, told);
+      }
+    }
+  }
+  EXPECT_EQ(asked, 9);
+}
+
+TEST(Configuration, EachMistakeHasALine) {
+  std::vector<std::string> mistakes;
+  const auto good = readConfiguration(
+      R"({"device":"d","control":"c","interfaces":{"eth1":5,"bond0":[6,7]},"tables":{"254":0},
+          "fpm":{"listen":"0.0.0.0:99","anywhere":true,"quiet":0.5}})",
+      mistakes);
+  EXPECT_THAT(mistakes, testing::IsEmpty());
+  EXPECT_EQ(good.routes.portMasks.at("bond0"), 0xC0);
+  EXPECT_EQ(good.fpmPort, 99);
+  EXPECT_EQ(good.routes.quiet, std::chrono::milliseconds(500));
+  readConfiguration(
+      R"({"devise":"d","control":7,"interfaces":{"eth1":48,"eth2":[]},"tables":{"254":0,"9":0,"8":999},
+          "fpm":{"listen":"10.0.0.1:2620","quiet":-1},"queue":0,
+          "metrics":{"listen":"10.0.0.1:9109","anywhere":1}})",
+      mistakes);
+  EXPECT_THAT(
+      mistakes,
+      testing::UnorderedElementsAre(
+          "devise: unknown field (did you mean device?)", "control: is to be a text",
+          "interfaces.eth1: the switch has ports 0 to 47, no 48", "interfaces.eth2: names no port",
+          "tables.9: another table has VRF 0",
+          testing::StartsWith("tables.8: the switch has VRFs 0 to "),
+          testing::StartsWith("fpm.listen: 10.0.0.1 is not loopback"),
+          testing::StartsWith("metrics.listen: 10.0.0.1 is not loopback"),
+          "metrics.anywhere: is to be true or false", "fpm.quiet: is to be seconds, 0 to 86400",
+          "queue: is to be 1 or more", "device: is missing", "control: is missing"));
+}
+
+}  // namespace

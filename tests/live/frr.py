@@ -1,0 +1,202 @@
+#!/usr/bin/env python3
+"""What the live test asks of FRR and of velad; each command is a step of frr.sh."""
+import ipaddress
+import json
+import random
+import shutil
+import signal
+import socket
+import subprocess
+import sys
+import time
+
+PORTS = {"b0": 0x2, "b1": 0xC}
+CPU = 1 << 48
+
+
+def generate(file, count, seed):
+    """Prefixes in the shape of a real table: most are /24, some cover others."""
+    rng = random.Random(int(seed))
+    lengths = [24] * 60 + [22, 23] * 8 + [20, 21] * 4 + [16, 17, 18, 19] * 2 + [12, 14, 28, 32]
+    prefixes = set()
+    while len(prefixes) < int(count):
+        # Few of the first bits differ, so that there is something to cover.
+        address = 0x14000000 | rng.getrandbits(22)
+        prefixes.add(ipaddress.ip_network((address, rng.choice(lengths)), strict=False))
+    with open(file, "w") as out:
+        for prefix in sorted(prefixes):
+            out.write(f"{prefix} {rng.randint(1, 4)}\n")
+
+
+def ask(work, request):
+    """The lines of velad's answer."""
+    with socket.socket(socket.AF_UNIX) as peer:
+        peer.connect(f"{work}/control")
+        peer.sendall((json.dumps(request) + "\n").encode())
+        with peer.makefile() as lines:
+            answer = []
+            for line in lines:
+                line = json.loads(line)
+                if "done" in line:
+                    assert line["done"], line
+                    return answer
+                answer.append(line)
+    raise SystemExit("velad closed amid an answer")
+
+
+def routes_of_frr(work):
+    """By prefix: the ports, interface and gateway that FRR's table says."""
+    told = subprocess.run(
+        ["vtysh", "--vty_socket", f"{work}/near", "-c", "show ip route json"],
+        capture_output=True, check=True, text=True).stdout
+    routes = {}
+    for prefix, entries in json.loads(told).items():
+        for entry in entries:
+            if not entry.get("selected"):
+                continue
+            hop = entry["nexthops"][0]
+            way = (CPU, "", "0.0.0.0")
+            if "ip" in hop:
+                way = (PORTS[hop["interfaceName"]], hop["interfaceName"], hop["ip"])
+            routes[ipaddress.ip_network(prefix)] = way
+    return routes
+
+
+def longest(by_length, address):
+    for length in range(32, -1, -1):
+        way = by_length.get(length, {}).get(address >> (32 - length))
+        if way:
+            return way
+    return None
+
+
+def difference(work, rng):
+    """How many addresses the switch takes elsewhere than FRR's table, and one of them."""
+    routes = routes_of_frr(work)
+    count = len(routes)
+    # For these there is no room, and the switch says so.
+    for line in ask(work, {"request": "status", "refused": True})[1:]:
+        if line["why"] == "tableFull":
+            del routes[ipaddress.ip_network(line["route"])]
+    by_length = {}
+    addresses = {rng.randint(0x14000000, 0x14400000) for _ in range(2000)}
+    for prefix, way in routes.items():
+        first = int(prefix.network_address)
+        by_length.setdefault(prefix.prefixlen, {})[first >> (32 - prefix.prefixlen)] = way
+        addresses |= {first, int(prefix.broadcast_address)}
+    status = ask(work, {"request": "status"})[0]
+    ways = {(hop["l3LagIndex"], hop["rewriteIndex"]):
+            (int(hop["portMask"], 16), hop["interface"], hop["gateway"])
+            for hop in status["nexthops"]}
+    keys = [{"vrf": 0, "address": str(ipaddress.ip_address(each))} for each in sorted(addresses)]
+    masks = {}
+    for slot in ways:
+        lag = ask(work, {"request": "lookup", "table": "L3Lag", "keys": [slot[0]]})[0]["hit"]
+        masks[slot[0]] = int(lag["portMask"], 16) if lag else 0
+    bad = 0
+    example = None
+    for line in ask(work, {"request": "lookup", "table": "Route", "keys": keys}):
+        address = int(ipaddress.ip_address(line["key"]["address"]))
+        hit = line["hit"]
+        found = hit and ways.get((hit["l3LagIndex"], hit["rewriteIndex"]))
+        if hit and masks.get(hit["l3LagIndex"]) != (found or [0])[0]:
+            found = None
+        if found != longest(by_length, address):
+            bad += 1
+            example = (line["key"]["address"], found, longest(by_length, address))
+    return bad, example, count, len(keys), status, routes
+
+
+def check(work, least, most="100000", seconds="60"):
+    """Waits until FRR has so many routes and the switch answers as its table does."""
+    rng = random.Random(1)
+    end = time.time() + float(seconds)
+    while True:
+        bad, example, count, asked, status, routes = difference(work, rng)
+        if not bad and int(least) <= count <= int(most) and not status["queued"]:
+            with open(f"{work}/present", "w") as out:
+                out.writelines(f"{each}\n" for each in routes)
+            print(f"    {count} routes, {asked} addresses as in FRR's table; "
+                  f"{status['programmed']} programmed, {status['waiting']} wait, "
+                  f"refused: {status['refused']}, "
+                  f"{status['rowWrites']} rows written")
+            return
+        if time.time() > end:
+            raise SystemExit(f"{bad} of {asked} addresses differ, such as {example}; "
+                             f"FRR has {count} routes; {status}")
+        time.sleep(0.5)
+
+
+def complete(work, seconds="60"):
+    """Waits until velad has heard everything; prints the rows that it wrote since it started."""
+    end = time.time() + float(seconds)
+    while not (status := ask(work, {"request": "status"})[0])["sources"][0]["complete"]:
+        if time.time() > end:
+            raise SystemExit(f"the source is not complete: {status}")
+        time.sleep(0.2)
+    print(status["rowWrites"])
+
+
+def watch(work, file):
+    """Until it is told to stop: no prefix of the file is ever absent."""
+    prefixes = [ipaddress.ip_network(line.split()[0]) for line in open(file)]
+    keys = [{"vrf": 0, "address": str(each.network_address)} for each in prefixes]
+    lengths = {str(each.network_address): each.prefixlen for each in prefixes}
+    stopping = []
+    signal.signal(signal.SIGTERM, lambda *_: stopping.append(True))
+    rounds = 0
+    while not stopping:
+        for line in ask(work, {"request": "lookup", "table": "Route", "keys": keys}):
+            least = lengths[line["key"]["address"]]
+            if not line["hit"] or line["hit"]["realPrefixLen"] < least:
+                raise SystemExit(f"absent amid a change: {line}")
+        rounds += 1
+    print(f"    {len(keys)} routes were there all along, asked {rounds} times")
+
+
+def saved(work, file, tool):
+    """Nobody runs the switch just now; no prefix of the file is absent."""
+    addresses = [line.split("/")[0] for line in open(file)]
+    told = subprocess.run([tool, "lookup", "--device", f"sim:{work}/switch", "Route", *addresses],
+                          capture_output=True, check=True, text=True).stdout
+    for line in told.splitlines():
+        if not json.loads(line)["hit"]:
+            raise SystemExit(f"absent from the saved switch: {line}")
+
+
+def audit(work):
+    """Every row is as it should be."""
+    findings = ask(work, {"request": "audit"})
+    if findings:
+        raise SystemExit(f"{len(findings)} findings, such as {findings[0]}")
+
+
+def metrics(work, text):
+    """What was scraped says what the status says; a checker of the format has read it if there is one."""
+    scraped = {}
+    for line in text.splitlines():
+        if line and not line.startswith("#"):
+            name, value = line.rsplit(" ", 1)
+            scraped[name] = float(value)
+    status = ask(work, {"request": "status"})[0]
+    said = {'velad_routes{state="wanted"}': status["offered"],
+            'velad_routes{state="programmed"}': status["programmed"],
+            'velad_routes_refused{reason="ipv6"}': status["refused"]["ipv6"],
+            'velad_row_writes_total': status["rowWrites"],
+            'velad_source_connected{source="fpm"}': 1}
+    for table in status["tables"]:
+        said[f'velad_table_entries{{instance="{table["instance"]}",table="{table["table"]}"}}'] = (
+            table["entries"])
+    for name, value in said.items():
+        if scraped.get(name) != value:
+            raise SystemExit(f"{name} is {scraped.get(name)}, not {value}: {text}")
+    if not scraped["velad_settling_seconds_count"]:
+        raise SystemExit("no time was measured")
+    tool = shutil.which("promtool")
+    if tool:
+        subprocess.run([tool, "check", "metrics"], input=text, check=True, text=True)
+    print(f"    {len(scraped)} metrics say what the status says")
+
+
+if __name__ == "__main__":
+    globals()[sys.argv[1]](*sys.argv[2:])

@@ -1,0 +1,105 @@
+#!/usr/bin/env bash
+# FRR above velad: a BGP daemon announces prefixes to another one, whose zebra tells velad of them. The
+# switch answers as FRR's table does, whatever changes and whoever is killed. PREFIXES is a file of
+# "prefix group" lines; COUNT prefixes are made up without one.
+set -euo pipefail
+cd "$(dirname "$0")/../.."
+bin=${BIN:-$PWD/build/release}
+here=$PWD/tests/live
+work=$(mktemp -d "${TMPDIR:-/tmp}/vela-frr.XXXXXX")
+chmod 755 "$work"
+. "$here/network.sh"
+if ! network_possible; then
+    echo "frr: skipped, there are no network namespaces here"
+    rm -rf "$work"
+    exit 0
+fi
+end() {
+    local result=$?
+    network_down
+    if [ $result = 0 ]; then rm -rf "$work"; else echo "frr: failed; logs are in $work" >&2; fi
+}
+trap end EXIT
+py() { python3 "$here/frr.py" "$@"; }
+count=${COUNT:-4000}
+if [ -n "${PREFIXES:-}" ]; then cp "$PREFIXES" "$work/prefixes"; else py generate "$work/prefixes" "$count" 1; fi
+count=$(wc -l <"$work/prefixes")
+hops=(10.9.0.11 10.9.0.12 10.9.1.11 10.9.1.12)
+moved=(10.9.1.12 10.9.0.13 10.9.1.13 10.9.0.11)
+reroute() { { echo configure; route_maps "$@"; } | tell far >/dev/null; }
+withdraw() { # lines of prefixes
+    { echo "configure"; echo "router bgp 65001"; echo "address-family ipv4 unicast"
+      awk '{print "no network " $1}'; } | tell far >/dev/null
+}
+kill_velad() { kill -KILL "$(cat "$work/near/velad.pid")"; while kill -0 "$(cat "$work/near/velad.pid")" 2>/dev/null; do sleep 0.05; done; }
+
+network_up
+far_configuration "$work/prefixes" "${hops[@]}" >"$work/far/bgpd.conf"
+near_configuration >"$work/near/bgpd.conf"
+echo "fpm address 127.0.0.1 port 2620" >"$work/near/zebra.conf"
+velad_configuration >"$work/velad.json"
+"$bin/velad" --check "$work/velad.json"
+
+echo "  $count prefixes are announced"
+begin=$(date +%s.%N)
+start_velad
+start_zebra
+start_bgp
+start_far
+py check "$work" "$count"
+awk -v b="$begin" -v e="$(date +%s.%N)" 'BEGIN {printf "    after %.1f s\n", e - b}'
+py complete "$work" >/dev/null
+
+sleep 1.5
+py metrics "$work" "$(ip netns exec "$near" python3 -c \
+    'import urllib.request as r; print(r.urlopen("http://127.0.0.1:9109/metrics").read().decode())')"
+
+echo "  their next hops change"
+python3 "$here/frr.py" watch "$work" "$work/present" & watcher=$!
+reroute "${moved[@]}"
+sleep 3
+py check "$work" "$count"
+kill "$watcher"
+wait "$watcher"
+
+echo "  velad is killed, ${KILLS:=5} times amid changes"
+for kill in $(seq "$KILLS"); do
+    if [ $((kill % 2)) = 1 ]; then reroute "${hops[@]}"; else reroute "${moved[@]}"; fi
+    # It takes a second until the first change comes, and less than another until the last.
+    sleep "$(awk -v r=$RANDOM 'BEGIN {print 0.9 + 0.5 * r / 32768}')"
+    kill_velad
+    py saved "$work" "$work/present" "$bin/velatable"
+    start_velad
+    py complete "$work" >"$work/rows"
+    py check "$work" "$count"
+done
+
+echo "  velad is killed, and nothing changed"
+kill_velad
+start_velad
+rows=$(py complete "$work")
+echo "    $rows rows rewritten"
+[ "$rows" = 0 ]
+
+echo "  FRR is killed and started again"
+for pid in zebra bgpd; do kill -KILL "$(cat "$work/near/$pid.pid")"; done
+start_zebra
+start_bgp
+py check "$work" "$count"
+
+echo "  half are withdrawn"
+awk 'NR % 2' "$work/prefixes" | withdraw
+py check "$work" $((count / 2)) $((count / 2 + 10))
+py audit "$work"
+
+echo "  all are withdrawn"
+awk 'NR % 2 == 0' "$work/prefixes" | withdraw
+py check "$work" 2 10
+"$bin/velatable" decode --connect "$work/control" Route >"$work/left"
+if grep -v '"10\.9\.' "$work/left"; then
+    echo "routes are left" >&2
+    exit 1
+fi
+py audit "$work"
+kill -TERM "$(cat "$work/near/velad.pid")"
+echo "frr: the switch answered as FRR's table said"

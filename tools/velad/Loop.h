@@ -1,0 +1,70 @@
+#pragma once
+
+#include <uv.h>
+
+#include <functional>
+#include <memory>
+#include <span>
+#include <stdexcept>
+#include <string>
+
+#include "Orb/Types.h"
+
+/// The event loop as the daemon needs it, over libuv. Everything runs in the thread of run().
+namespace Velad {
+
+class LoopException : public std::runtime_error {
+ public:
+  LoopException(const std::string& what, int error)
+      : runtime_error(what + ": " + uv_strerror(error)) {}
+};
+
+/// Throws LoopException for a result of libuv's that is an error.
+inline void checked(int result, const std::string& what) {
+  if (result < 0) throw LoopException(what, result);
+}
+
+class Loop {
+ public:
+  Loop() { checked(uv_loop_init(&loop_), "the event loop"); }
+  /// Closes every handle that is left.
+  ~Loop();
+  Loop(const Loop&) = delete;
+  Loop& operator=(const Loop&) = delete;
+
+  uv_loop_t* get() { return &loop_; }
+  void run() { uv_run(&loop_, UV_RUN_DEFAULT); }
+  void stop() { uv_stop(&loop_); }
+
+ private:
+  uv_loop_t loop_;
+};
+
+/// A connected stream that closes itself when it is destroyed.
+class Stream {
+ public:
+  using Received = std::function<void(std::span<const char>)>;
+  using Closed = std::function<void()>;
+
+  /// Accepts a connection of the listener, which is a TCP or a Unix domain socket.
+  explicit Stream(uv_stream_t* listener);
+  ~Stream();
+  Stream(const Stream&) = delete;
+  Stream& operator=(const Stream&) = delete;
+
+  /// What is received goes to `received`; `closed` is called when the peer is gone, and has to
+  /// destroy the stream. `received` may.
+  void start(Received received, Closed closed);
+  void readingIs(bool reading);
+  /// Writes `text`; calls `done` when it is written and the stream is still there, or what was
+  /// given for a peer that is gone.
+  void write(std::string text, std::function<void()> done);
+  /// The credentials of a Unix domain socket's peer, for people.
+  std::string peer() const;
+
+ private:
+  struct Body;
+  Body* body_;  ///< It goes when libuv has closed its handle.
+};
+
+}  // namespace Velad

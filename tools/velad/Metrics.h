@@ -1,0 +1,33 @@
+#pragma once
+
+#include <prometheus/exposer.h>
+#include <prometheus/histogram.h>
+#include <prometheus/registry.h>
+
+#include "service/RouteService.h"
+
+namespace Velad {
+
+/// Figures for Prometheus, over HTTP. Whoever scrapes is answered by a thread of its own from what
+/// was collected last; what was never collected is absent.
+class Metrics {
+ public:
+  /// Throws std::exception when the address ("127.0.0.1:9109") cannot be had.
+  explicit Metrics(const std::string& address);
+
+  /// Takes the figures as they are.
+  void collect(const VelaAgent::Agent& agent, const VelaService::RouteService& routes);
+  /// All that a source had said by then was carried out, so long after the first of it came.
+  void settled(double seconds);
+
+ private:
+  using Labels = prometheus::Labels;
+  void gauge(const char* name, const char* about, const Labels& labels, double value);
+  void counter(const char* name, const char* about, const Labels& labels, double value);
+
+  prometheus::Exposer exposer_;
+  std::shared_ptr<prometheus::Registry> registry_ = std::make_shared<prometheus::Registry>();
+  prometheus::Histogram* settling_ = nullptr;  ///< When there is something to tell.
+};
+
+}  // namespace Velad
