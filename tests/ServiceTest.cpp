@@ -472,6 +472,29 @@ TEST(RouteService, RoutesThatFoundNoIndexTakeThoseThatBecomeFree) {
   EXPECT_EQ(world.agent->entriesOf("L3Lag", 0).entries(), 0);
 }
 
+TEST(RouteService, WhatRegistersDidNotTakeIsTriedAgain) {
+  World world;
+  Random random;
+  world.connect();
+  for (U32 good = 0; good < 12; ++good) {
+    const auto len = static_cast<U8>(8 + 2 * good % 24);
+    RouteMessage route{nameOf(IpPrefix(IpAddr(0x0B000000 + (good << 16)), len))};
+    route.hop = {Hop::Kind::gateway, Refusal::none, false, 1 + good % 3, good};
+    world.sender.route(route);
+    world.sender.frame();
+    world.chip.failWritesIs(1 + good % 3, 0, good % 4);
+    world.receive(random);
+    world.drain();
+    world.chip.failWritesIs(0);
+    for (int ticks = 0; ticks < 2; ++ticks) {
+      world.service->tick(world.now);
+      world.drain();
+    }
+    EXPECT_EQ(world.service->figures().programmed, world.service->figures().wanted);
+    EXPECT_TRUE(world.way(0, IpAddr(0x0B000000 + (good << 16))));
+  }
+}
+
 TEST(FpmStream, BrokenStreamsEndInOneWay) {
   World world;
   Random random;
