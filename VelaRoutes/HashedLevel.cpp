@@ -35,11 +35,17 @@ void HashedLevel::handleRoute(LpmRoutes& shared, U32, RouteChange change) {
     if (shared.written && change != RouteChange::guessed) program(shared);
     return;
   }
-  // Whoever hears of a route may withdraw it while its row is staged.
-  if (batch_ && staged(shared)) batch_->flush();
-  const bool written = std::exchange(shared.written, false);
+  const RouteKey key = shared.key;
+  LpmRoutes* now = &shared;
+  if (batch_ && staged(shared)) {
+    // Whoever hears of a route may withdraw it while its row is staged, or announce it once more.
+    batch_->flush();
+    now = routes().routesOf(key);
+    if (!now || !now->tree.empty()) return;
+  }
+  const bool written = std::exchange(now->written, false);
   if (change == RouteChange::guessed) return;
-  if (written || table_->unclaimed(shared.key)) table_->entryDel(shared.key);
+  if (written || table_->unclaimed(key)) table_->entryDel(key);
 }
 
 void HashedLevel::tryAgain(LpmRoutes& shared, U32) {

@@ -112,6 +112,22 @@ void RouteWriter::handleRoute(LpmRoutes& shared, U32 node) {
   levelFor(shared.key.prefix().len()).handleRoute(shared, node, change_);
 }
 
+bool RouteWriter::announce(const Key& route, VelaSwitch::NexthopIndexes nexthop) {
+  const Changing changing(*this, RouteChange::desired);
+  const bool changed = routes_->entryIs(route, routeResult(nexthop, route.prefix().len()));
+  claim(route);
+  return changed;
+}
+
+bool RouteWriter::withdraw(const Key& route) {
+  const Changing changing(*this, RouteChange::desired);
+  return routes_->entryDel(route);
+}
+
+void RouteWriter::checkRoute(const Key& route) const {
+  ORB_ASSERT_TEXT(route.vrf() < first_.table().profile().vrfs(), "route.vrf() < profile().vrfs()");
+}
+
 void RouteWriter::handleRoute(const Key& route) {
   LpmRoutes* shared = routes_->routesOf(LpmRoutes::keyOf(route));
   if (!shared || !shared->tree.has(shared->nodeOf(route))) return;
@@ -151,14 +167,17 @@ void RouteWriter::complete() {
 }
 
 U32 RouteWriter::releaseUnclaimed(const std::function<void(const Key&)>& removing) {
-  const RouteLevel::Routes released = routes_->keys(LpmRoutes::unclaimed);
-  for (const Key& route : released) routes_->flagIs(route, LpmRoutes::unclaimed, false);
-  const Changing changing(*this, RouteChange::released);
-  for (const Key& route : released) {
+  U32 released = 0;
+  for (const Key& route : routes_->keys(LpmRoutes::unclaimed)) {
+    // Whoever hears of one may announce another.
+    if (!unclaimed(route)) continue;
     if (removing) removing(route);
+    if (!routes_->flagIs(route, LpmRoutes::unclaimed, false)) continue;
+    const Changing changing(*this, RouteChange::released);
     routes_->entryDel(route);
+    ++released;
   }
-  return static_cast<U32>(released.size());
+  return released;
 }
 
 U64 RouteWriter::programmedCells() const {

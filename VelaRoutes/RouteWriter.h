@@ -47,6 +47,9 @@ class VELA_EXPORT RouteWriter final : private LpmTable::Levels {
   /// Takes up the routes that the levels hold after they were rebuilt from hardware. A route whose
   /// every cell belongs to longer ones has left no trace there.
   void rebuild();
+  /// Announces a route, or withdraws it, whatever is under way. Returns whether that changed it.
+  bool announce(const Key& route, VelaSwitch::NexthopIndexes nexthop);
+  bool withdraw(const Key& route);
   /// The route is announced: rebuilt or not, it stays.
   void claim(const Key& route);
   /// All that is desired was announced: guesses that announced routes account for go.
@@ -97,6 +100,7 @@ class VELA_EXPORT RouteWriter final : private LpmTable::Levels {
  private:
   class Changing;
 
+  void checkRoute(const Key& route) const override;
   void handleRoute(LpmRoutes& shared, U32 node) override;
   void stateRoute(const LpmRoutes& shared, U32 node, LpmStatus& status) const override {
     levelFor(shared.key.prefix().len()).stateRoute(shared, node, status);

@@ -87,14 +87,32 @@ class Routes::Announcing {
 };
 
 void Routes::announceAll(std::size_t count, const RouteAt& routeAt, BatchListener& listener) {
-  Announcing announcing(*this, routeAt, listener);
-  try {
-    for (std::size_t number = 0; number < count; ++number) announcing.announce(number);
-  } catch (...) {
-    announcing.tellAll();
-    throw;
+  // The levels have one batch at a time; who hears of it may announce more.
+  if (announcing_) return announceEach(count, routeAt, listener);
+  announcing_ = true;
+  {
+    Announcing announcing(*this, routeAt, listener);
+    try {
+      for (std::size_t number = 0; number < count; ++number) announcing.announce(number);
+      announcing.tellAll();
+    } catch (...) {
+      announcing.tellAll();
+      announcing_ = false;
+      throw;
+    }
   }
-  announcing.tellAll();
+  announcing_ = false;
+  writer_.retry();
+}
+
+void Routes::announceEach(std::size_t count, const RouteAt& routeAt, BatchListener& listener) {
+  for (std::size_t number = 0; number < count; ++number) {
+    const auto [route, nexthop] = routeAt(number);
+    listener.entryBegins(number);
+    const bool known = announced(route);
+    const bool changed = begin(route, nexthop);
+    listener.entryDone(number, {known, changed, outcomeOf(route, changed)});
+  }
 }
 
 std::vector<EntryOutcome> Routes::announceAll(std::span<const std::pair<Key, Nexthop>> routes) {
@@ -103,16 +121,13 @@ std::vector<EntryOutcome> Routes::announceAll(std::span<const std::pair<Key, Nex
       routes.size(),
       [&](std::size_t number) { return Route(routes[number].first, routes[number].second); },
       outcomes);
-  writer_.retry();
   return std::move(outcomes.all);
 }
 
 bool Routes::begin(const Key& route, const Nexthop& nexthop) {
-  LpmTable& table = writer_.routes();
-  table.flagIs(route, LpmRoutes::noted, false);
-  const bool changed = table.entryIs(route, routeResult(nexthop, route.prefix().len()));
-  writer_.claim(route);
-  return changed;
+  ORB_ASSERT(nexthop.valid());
+  writer_.routes().flagIs(route, LpmRoutes::noted, false);
+  return writer_.announce(route, nexthop);
 }
 
 Routes::Status Routes::outcomeOf(const Key& route, bool changed) {
@@ -134,7 +149,7 @@ void Routes::handleKey(const Key& route) {
 }
 
 bool Routes::withdraw(const Key& route) {
-  const bool there = writer_.routes().entryDel(route);
+  const bool there = writer_.withdraw(route);
   writer_.retry();
   return there;
 }

@@ -79,6 +79,8 @@ class VELA_EXPORT Routes final : private Orb::KeyObserver<RouteKey> {
  private:
   class Announcing;
 
+  void announceEach(std::size_t count, const RouteAt& routeAt,
+                    VelaSwitchApi::BatchListener& listener);
   /// The first part of an announcement, and what follows when its rows are written.
   bool begin(const Key& route, const Nexthop& nexthop);
   Status outcomeOf(const Key& route, bool changed);
@@ -90,7 +92,8 @@ class VELA_EXPORT Routes final : private Orb::KeyObserver<RouteKey> {
 
   RouteWriter& writer_;
   AdmissionListener* admission_ = nullptr;
-  bool watching_ = false;  ///< Routes were refused.
+  bool watching_ = false;    ///< Routes were refused.
+  bool announcing_ = false;  ///< A batch is under way.
 };
 
 }  // namespace VelaRoutes

@@ -123,6 +123,7 @@ void LpmTable::store(LpmRoutes& routes, U32 node, const LpmResult& result) {
 }
 
 bool LpmTable::entryIs(const Key& route, const LpmResult& result) {
+  if (levels_) levels_->checkRoute(route);
   const Key key = LpmRoutes::keyOf(route);
   LpmRoutes& routes = routesIs(key);
   const U32 node = routes.nodeOf(route);

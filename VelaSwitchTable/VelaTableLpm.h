@@ -15,6 +15,8 @@ class VELA_EXPORT LpmTable final : public Orb::PtrInterface {
   /// Whoever writes the routes into levels.
   class Levels {
    public:
+    /// Asserts what must hold of a route, before anything of it is stored.
+    virtual void checkRoute(const Key& route) const = 0;
     /// The route of the node came, goes or has another next hop.
     virtual void handleRoute(LpmRoutes& routes, U32 node) = 0;
     /// Fills in what became of a route of the tree.

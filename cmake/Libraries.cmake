@@ -49,7 +49,8 @@ function(vela_library name)
     endif()
   endforeach()
 
-  file(RELATIVE_PATH PREFIX_FROM_PC ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_PREFIX})
+  file(RELATIVE_PATH INCLUDE_FROM_PC ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig
+       ${CMAKE_INSTALL_FULL_INCLUDEDIR}/vela)
   set(LIBRARY ${name})
   set(ABOUT "${ARG_ABOUT}")
   string(REGEX REPLACE "Vela([A-Za-z]+)" "Vela\\1 = ${PROJECT_VERSION}" REQUIRES "${ARG_NEEDS}")

@@ -2,7 +2,7 @@
 #include <set>
 
 #include "Support.h"
-#include "VelaRoutes/RouteWriter.h"
+#include "VelaRoutes/Routes.h"
 #include "VelaSwitchTable/VelaTableLpmTables.h"
 #include "VelaSwitchTable/VelaTableStarG.h"
 #include "device/RouteLookup.h"
@@ -124,6 +124,29 @@ struct Ladder {
   std::unique_ptr<RouteWriter> writer;
   std::map<LpmKey, NexthopIndexes> desired;
   U64 checks = 0;
+};
+
+/// Whoever hears of routes may announce batches of others, also while what nobody wants goes, and
+/// go.
+struct Meddler final : Orb::KeyObserver<LpmKey> {
+  explicit Meddler(VelaRoutes::Routes& routes) : routes(routes) {
+    routes.writer().routes().entryStatuses().observerIs(this);
+  }
+  ~Meddler() { routes.writer().routes().entryStatuses().observerDel(this); }
+  void handleKey(const LpmKey& key) override {
+    if (told++ == 200) routes.writer().routes().entryStatuses().observerDel(this);
+    if (key.vrf() != 0 || told % 3 != 0) return;
+    std::vector<std::pair<LpmKey, NexthopIndexes>> others;
+    for (U8 vrf = 1; vrf < 8; ++vrf) others.push_back({{vrf, key.prefix()}, nexthop(vrf)});
+    for (const auto& outcome : routes.announceAll(others)) {
+      EXPECT_EQ(outcome.status, EntryProgrammedStatus::programmed);
+    }
+    for (const auto& [other, to] : others) announced.insert(other);
+  }
+
+  VelaRoutes::Routes& routes;
+  std::set<LpmKey> announced;
+  U32 told = 0;
 };
 
 /// Nested routes of every length, some in the same few blocks so that they overlap.
@@ -424,6 +447,59 @@ TEST(Routes, aRestartTakesNoTrapForARoute) {
   EXPECT_EQ(after.routes->entries().size(), 0u);
   EXPECT_EQ(after.levels[level26]->entries().keys(), std::vector{trapped});
   EXPECT_EQ(after.first->entries().keys(), std::vector{firstTrapped});
+}
+
+TEST(Routes, areAnnouncedByThoseWhoHearOfThem) {
+  Ladder ladder("vela-48-5.1");
+  VelaRoutes::Routes whole(*ladder.writer);
+  Meddler first(whole);
+  Meddler second(whole);
+  std::vector<std::pair<LpmKey, NexthopIndexes>> routes;
+  for (U32 i = 0; i < 300; ++i) {
+    routes.push_back({{0, IpPrefix(IpAddr(0x0A000000 + (i << 8)), 24)}, nexthop(i)});
+  }
+  for (const auto& outcome : whole.announceAll(routes)) {
+    ASSERT_EQ(outcome.status, EntryProgrammedStatus::programmed);
+  }
+  EXPECT_GT(first.told, 200u);
+  EXPECT_EQ(first.told, second.told) << "one that goes takes nothing from the next";
+  std::set<LpmKey> all = first.announced;
+  all.insert(second.announced.begin(), second.announced.end());
+  for (const auto& [key, to] : routes) all.insert(key);
+  EXPECT_EQ(whole.size(), all.size());
+  for (const LpmKey& key : all) ASSERT_EQ(whole.status(key), EntryProgrammedStatus::programmed);
+}
+
+/// A route that is announced while others are removed that nobody wants is not one of them.
+TEST(Routes, areNotRemovedOnceTheyAreAnnounced) {
+  Ladder before("vela-48-5.1");
+  const std::vector<LpmKey> keys{route(0, "10.0.0.0/8"), route(0, "10.1.1.0/24"),
+                                 route(1, "10.1.1.0/24")};
+  for (const LpmKey& key : keys) before.set(key, nexthop(3));
+  Ladder after("vela-48-5.1", Chip::Start::restart, &before.chip.chip);
+  VelaRoutes::Routes whole(*after.writer);
+  const LpmKey fresh = route(2, "10.1.1.0/24");
+  EXPECT_EQ(whole.reconcile([&](const LpmKey& removing) {
+    if (removing == keys[0]) whole.announce(keys[1], nexthop(3));
+    whole.announce(fresh, nexthop(4));
+    EXPECT_EQ(whole.status(fresh), EntryProgrammedStatus::programmed);
+  }),
+            2u);
+  EXPECT_EQ(whole.status(keys[1]), EntryProgrammedStatus::programmed);
+  EXPECT_EQ(whole.size(), 2u);
+}
+
+/// What cannot be had is refused before anything of it is stored.
+TEST(Routes, mustBeOfTheSwitch) {
+  VelaTest::FatalGuard guard;
+  Ladder ladder("vela-48-5.1");
+  VelaRoutes::Routes whole(*ladder.writer);
+  for (const char* prefix : {"10.0.0.0/8", "10.1.1.0/24"}) {
+    EXPECT_THROW(whole.announce(route(8, prefix), nexthop(1)), Orb::AssertionFailed);
+    EXPECT_THROW(whole.announce(route(0, prefix), {}), Orb::AssertionFailed);
+  }
+  EXPECT_EQ(whole.size(), 0u);
+  EXPECT_EQ(whole.reconcile(), 0u);
 }
 
 }  // namespace

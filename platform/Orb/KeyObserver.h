@@ -25,16 +25,33 @@ class KeyObservers {
   /// Told in the order in which they came.
   void observerIs(KeyObserver<Key>* observer) { observers_.push_back(observer); }
   /// One that is not there changes nothing.
-  void observerDel(KeyObserver<Key>* observer) { std::erase(observers_, observer); }
+  void observerDel(KeyObserver<Key>* observer) {
+    std::replace(observers_.begin(), observers_.end(), observer,
+                 static_cast<KeyObserver<Key>*>(nullptr));
+    dropGone();
+  }
   bool empty() const { return observers_.empty(); }  ///< Nobody wants to hear.
   /// Tells all of them.
   void handleKey(const Key& key) const {
+    if (observers_.empty()) [[likely]]
+      return;
+    ++telling_;
     // By index: an observer may add or remove observers.
-    for (std::size_t i = 0; i < observers_.size(); ++i) observers_[i]->handleKey(key);
+    for (std::size_t i = 0; i < observers_.size(); ++i) {
+      if (observers_[i]) observers_[i]->handleKey(key);
+    }
+    --telling_;
+    dropGone();
   }
 
  private:
-  std::vector<KeyObserver<Key>*> observers_;
+  /// Those behind one that goes keep their places until all were told.
+  void dropGone() const {
+    if (telling_ == 0) std::erase(observers_, nullptr);
+  }
+
+  mutable std::vector<KeyObserver<Key>*> observers_;
+  mutable unsigned telling_ = 0;  ///< One amid another.
 };
 
 }  // namespace Orb

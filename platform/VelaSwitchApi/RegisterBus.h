@@ -50,7 +50,7 @@ class VELA_EXPORT RegisterBus {
     HwIndex index;                          ///< 0 to the table's last row.
     std::span<const RegisterValue> writes;  ///< In this order; valid during the call.
     U32 entry = 0;                          ///< Which entry of a batch of entries it is for.
-    bool written = false;                   ///< How it went; of no meaning before.
+    bool written = false;                   ///< How it went; false before.
   };
   /// One row of several to be read.
   struct RowRead {

@@ -19,8 +19,12 @@ describe() { # library file, its headers, output
     abidw --headers-dir "$2" --drop-private-types --no-show-locs \
         --no-comp-dir-path --no-corpus-path --out-file "$3" "$1"
 }
+# 0 when they differ, 1 when they do not; a tool that fails ends it all.
 different() { # description, description
-    ! abidiff --no-added-syms "$1" "$2" >$build/report
+    local code=0
+    abidiff --no-added-syms "$1" "$2" >$build/report || code=$?
+    if [ $((code & 3)) != 0 ]; then cat $build/report; echo "abi.sh: abidiff failed" >&2; exit 2; fi
+    [ $code != 0 ]
 }
 for library in $libraries; do
     describe $build/libVela$library.so $build/prefix/include/vela $build/$library.abi
@@ -51,11 +55,11 @@ changed() { # sed script, header
     sed -i "$1" "$copy/$2"
     if cmp -s "$2" "$copy/$2"; then echo "abi.sh: nothing to change in $2" >&2 && exit 1; fi
     # One source, as in the build: what is described depends on that.
-    (cd $copy && printf '#include "%s"\n' VelaRoutes/*.cpp >all.cpp)
+    (cd $copy && printf '#include "%s"\n' VelaRoutes/*.cpp >all.cpp) || exit 2
     g++ -std=c++20 -Og -g -shared -fPIC -fvisibility=hidden -fvisibility-inlines-hidden \
         -fno-semantic-interposition -I$copy -I$copy/platform $copy/all.cpp \
-        -Wl,-soname,libVelaRoutes.so.$soversion -o $copy/libVelaRoutes.so
-    describe $copy/libVelaRoutes.so $copy $copy/Routes.abi
+        -Wl,-soname,libVelaRoutes.so.$soversion -o $copy/libVelaRoutes.so || exit 2
+    describe $copy/libVelaRoutes.so $copy $copy/Routes.abi || exit 2
     different $build/Routes.abi $copy/Routes.abi
 }
 if changed 's/^#pragma once/&\n/' VelaRoutes/RouteLevel.h; then

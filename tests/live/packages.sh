@@ -5,7 +5,7 @@
 set -euo pipefail
 cd "$(dirname "$0")/../.."
 root=$PWD/build/live/root
-debs=(build/deb/*_0.*.deb)
+debs=(build/deb/*.deb)
 needs=$(sed -n 's/^Depends: //p' debian/tests/control | sed 's/,//g; s/libvela[a-z-]*//; s/velatable//')
 mirror=$(sed -n 's/^URIs: //p' /etc/apt/sources.list.d/debian.sources 2>/dev/null | head -n 1)
 release=$(. /etc/os-release && echo "$VERSION_CODENAME")

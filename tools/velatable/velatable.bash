@@ -11,8 +11,9 @@ _velatable() {
         fi
         [[ $word == : ]] && joined=1 || joined=
     done
-    if [[ ${words[-1]} == *:* ]]; then
-        COMPREPLY=($(compgen -f -- "${words[-1]#*:}"))
+    if [[ ${words[-1]} == sim:* ]]; then
+        mapfile -t COMPREPLY < <(compgen -f -- "${words[-1]#sim:}")
+        compopt -o filenames 2>/dev/null
         return
     fi
     mapfile -t COMPREPLY < <(velatable complete -- "${words[@]}" 2>/dev/null)
