@@ -471,9 +471,9 @@ TEST_F(Tool, theShellCompletesWords) {
   // Every command has a page.
   std::istringstream commands(completed("''", 1));
   for (std::string command; commands >> command;) {
-    EXPECT_TRUE(std::filesystem::exists(DOCS "/man/velatable-" + command + ".txt")) << command;
-    EXPECT_EQ(run("manual " + command + " --examples " DOCS "/man/velatable-" + command + ".txt"),
-              0);
+    const std::string examples = Orb::text(DOCS "/man/velatable-", command, ".txt");
+    EXPECT_TRUE(std::filesystem::exists(examples)) << command;
+    EXPECT_EQ(run(Orb::text("manual ", command, " --examples ", examples)), 0);
     EXPECT_THAT(read("out"), HasSubstr(".SH EXAMPLES"));
   }
 }
