@@ -149,6 +149,12 @@ void TableEntries::forEachDisagreeing(const AnyListener& visit) const {
   }
 }
 
+U32 TableEntries::capacity() const {
+  U32 size = 0;
+  for (const auto& counter : convertor().entryCounters()) size += counter.size;
+  return size;
+}
+
 void TableEntries::repair() {
   for (const auto& finding : convertor().auditFindings()) convertor().repair(finding);
 }

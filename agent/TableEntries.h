@@ -51,6 +51,12 @@ class TableEntries : public Entries {
   U32 refused() const override;
   void reconcile(const AnyListener& removing) override;
 
+  /// Rows that entries may lie in.
+  U32 capacity() const;
+  /// What places the entries of a hash table, those of other tables that share its rows as well;
+  /// else null.
+  virtual const Keel::Cuckoo::Table* engine() const { return nullptr; }
+
   /// Compares the rows with what they should be; the convertor has the findings.
   void audit() { table().syncEntries(); }
   /// Writes what the last audit found wrong.
@@ -144,6 +150,7 @@ class HashTableEntries : public TableEntries {
   std::vector<Competitor> competing(AnyRef key) const override;
   void forEachStatus(const StatusVisitor& visit) const override;
   void reconcile(const AnyListener& removing) override;
+  const Keel::Cuckoo::Table* engine() const override { return &physical().engine(); }
   bool borrowsRows() const override { return physical().firstTable() != &table(); }
   U64 moves() const override { return physical().engine().moves(); }
   U32 waiting() const override { return physical().waiting(&hashTable()); }

@@ -19,6 +19,8 @@ int show(const Options& options, const std::string& kind, const std::string& id)
 int audit(const Options& options);
 /// Compares two saved switches, or one with what events would make of it.
 int diff(const Options& options);
+/// Tells whether a switch would have room for what events or lists of prefixes desire.
+int fit(const Options& options);
 
 /// Lists the built-in profiles, or prints the one of the name as JSON.
 int profiles(const std::string& name);

@@ -15,12 +15,6 @@ using VelaAgent::Quoted;
 
 namespace {
 
-U32 capacity(const HwTableAdapter& table) {
-  U32 size = 0;
-  for (const auto& counter : table.convertor().entryCounters()) size += counter.size;
-  return size;
-}
-
 /// Highest use since the start.
 U32 peak(const HwTableAdapter& table) {
   U32 highest = 0;
@@ -187,7 +181,7 @@ Json summaryJson(const Agent& agent, const RunFigures& figures) {
     if (const HwTableAdapter* hardware = table->hardware()) {
       if (!hardware->borrowsRows()) moves += table->moves();
       line["peak"] = peak(*hardware);
-      line["capacity"] = capacity(*hardware);
+      line["capacity"] = hardware->typed().capacity();
     }
     tables.push_back(line);
   }
@@ -300,7 +294,7 @@ void writeTables(std::ostream& out, const Agent& agent, unsigned width) {
       const std::string line =
           format("%-26s %-22s %7u %5s %9u", name.c_str(), descriptor.identity.name.c_str(),
                  descriptor.last - descriptor.first + 1,
-                 last ? std::to_string(last->way + 1).c_str() : "-", capacity(*table));
+                 last ? std::to_string(last->way + 1).c_str() : "-", table->typed().capacity());
       const std::string registers = registersOf(agent, *hwTable);
       if (line.size() + 2 + registers.size() <= width) {
         out << line << "  " << registers << '\n';
