@@ -169,6 +169,36 @@ void writeWrite(std::ostream& out, const Agent& agent, U64 sequence, U64 event,
   out << line;
 }
 
+void writeWords(std::ostream& out, const Json& value, const std::string& indent, bool everything) {
+  constexpr std::size_t toldItems = 20;
+  constexpr std::size_t shortList = 80;
+  if (value.is_object()) {
+    for (const auto& [name, field] : value.items()) {
+      if (field.is_structured() && !field.empty()) {
+        out << indent << name << ":\n";
+        writeWords(out, field, indent + "  ", everything);
+      } else {
+        out << indent << name << ": " << field.dump() << '\n';
+      }
+    }
+    return;
+  }
+  std::size_t told = 0;
+  for (const Json& item : value) {
+    if (told++ == toldItems && !everything) {
+      out << indent << "… " << value.size() - toldItems << " more with --verbose\n";
+      return;
+    }
+    const std::string text = item.dump();
+    if (item.is_object() || (item.is_array() && text.size() > shortList)) {
+      out << indent << "-\n";
+      writeWords(out, item, indent + "  ", everything);
+    } else {
+      out << indent << "- " << text << '\n';
+    }
+  }
+}
+
 Json summaryJson(const Agent& agent, const RunFigures& figures) {
   U64 moves = 0;
   Json tables = Json::array();

@@ -69,6 +69,7 @@ class CommandLine {
   CLI::App* addAudit();
   CLI::App* addDiff();
   CLI::App* addFit();
+  CLI::App* addWhy();
   CLI::App* addLayout();
   void addRoutes();
   void addManual();
@@ -178,6 +179,18 @@ CLI::App* CommandLine::addFit() {
   return command;
 }
 
+CLI::App* CommandLine::addWhy() {
+  CLI::App* command =
+      add("why", "why is an entry not in hardware, or why does a packet go elsewhere?",
+          [this] { return why(options_, name_, key_); });
+  command->add_option("table", name_, "table, perhaps with /INSTANCE; route; address")->required();
+  command->add_option("key", key_, "JSON; [VRF:]PREFIX for a route, [VRF:]ADDRESS")->required();
+  command->add_option("--events", options_.events,
+                      "files of events, JSON lines; without --device they are run on a new switch");
+  command->add_option("--device", options_.device, "sim:FILE, the saved switch");
+  return command;
+}
+
 CLI::App* CommandLine::addLayout() {
   CLI::App* command = add("layout", "print the row layout of a table",
                           [this] { return layout(options_, name_, key_); });
@@ -222,6 +235,7 @@ CommandLine::CommandLine() {
   CLI::App* audit = addAudit();
   CLI::App* diff = addDiff();
   CLI::App* fit = addFit();
+  CLI::App* why = addWhy();
   add("profiles", "list the built-in profiles, or print one as JSON", [this] {
     return profiles(name_);
   })->add_option("name", name_, "profile");
@@ -234,11 +248,12 @@ CommandLine::CommandLine() {
   for (CLI::App* each : Commands{decode, lookup, show, audit}) {
     each->add_option("--device", options_.device, "sim:FILE, the saved switch")->required();
   }
-  for (CLI::App* each : Commands{run, decode, lookup, show, audit, diff, fit, tables, layout}) {
+  for (CLI::App* each :
+       Commands{run, decode, lookup, show, audit, diff, fit, why, tables, layout}) {
     each->add_option("--profile", options_.profile, "built-in profile or JSON file")
         ->capture_default_str();
   }
-  for (CLI::App* each : Commands{show, audit, diff, fit}) {
+  for (CLI::App* each : Commands{show, audit, diff, fit, why}) {
     each->add_flag("--json", options_.json, "print JSON");
   }
   for (CLI::App* each : Commands{decode, show}) {
@@ -250,7 +265,7 @@ CommandLine::CommandLine() {
   }
   audit->get_option("--dry-run")->needs("--repair");
   fit->get_option("--all-profiles")->excludes("--profile");
-  for (CLI::App* each : Commands{run, show, audit, diff, fit}) {
+  for (CLI::App* each : Commands{run, show, audit, diff, fit, why}) {
     each->add_flag("-v,--verbose", options_.verbose, "tell everything");
   }
 }
