@@ -47,9 +47,9 @@ class VELA_EXPORT RouteWriter final : private LpmTable::Levels {
   /// Takes up the routes that the levels hold after they were rebuilt from hardware. A route whose
   /// every cell belongs to longer ones has left no trace there.
   void rebuild();
-  /// Announces a route, or withdraws it, whatever is under way. Returns whether that changed it.
+  /// Announces a route, whatever is under way. Returns whether that changed it.
   bool announce(const Key& route, VelaSwitch::NexthopIndexes nexthop);
-  bool withdraw(const Key& route);
+  bool withdraw(const Key& route);  ///< Likewise; returns whether there was one.
   /// The route is announced: rebuilt or not, it stays.
   void claim(const Key& route);
   /// All that is desired was announced: guesses that announced routes account for go.

@@ -131,15 +131,28 @@ void Agent::reconcile(const RemovalListener& removing) {
   settle();
 }
 
+/// Whether whole routes become entries of the table.
+bool Agent::isLevel(const TableAdapter& table) const {
+  const auto* hardware = table.hardware();
+  return routes_ && hardware && routes_->fills(hardware->table());
+}
+
+std::vector<VelaRoutes::RouteKey> Agent::routesOf(const TableAdapter& table,
+                                                  const VelaRoutes::RouteKey& key) const {
+  return routeWriter_->routesAt(table.hardware()->table(), key);
+}
+
 std::vector<Json> Agent::routesAt(const TableAdapter& table, const Json& key) const {
   std::vector<Json> keys;
-  const auto* hardware = routes_ ? table.hardware() : nullptr;
-  if (!hardware || !routes_->fills(hardware->table())) return keys;
-  const auto at = fromJson<VelaSwitch::LpmKey>(key);
-  for (const auto& route : routeWriter_->routesAt(hardware->table(), at)) {
+  if (!isLevel(table)) return keys;
+  for (const auto& route : routesOf(table, fromJson<VelaSwitch::LpmKey>(key))) {
     keys.push_back(toJson(route));
   }
   return keys;
+}
+
+bool Agent::standsForRoutes(const TableAdapter& table, AnyRef key) const {
+  return isLevel(table) && !routesOf(table, key.as<VelaSwitch::LpmKey>()).empty();
 }
 
 }  // namespace VelaAgent

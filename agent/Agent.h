@@ -86,9 +86,14 @@ class Agent {
 
   /// The keys of the whole routes that stand for the entry of a level; none for other entries.
   std::vector<Json> routesAt(const TableAdapter& table, const Json& key) const;
+  /// Whether there are any.
+  bool standsForRoutes(const TableAdapter& table, AnyRef key) const;
 
  private:
   void makeRoutes();
+  bool isLevel(const TableAdapter& table) const;
+  std::vector<VelaRoutes::RouteKey> routesOf(const TableAdapter& table,
+                                             const VelaRoutes::RouteKey& key) const;
 
   Orb::PtrConst<VelaSwitch::ProfileInfo> profile_;
   VelaDevice::SimulatedSwitch& chip_;

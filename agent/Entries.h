@@ -114,6 +114,10 @@ class Entries {
   virtual bool pollHitBits(Orb::Seconds now) = 0;
   /// The entries that leave a refused one no row; one fewer than they are with it.
   virtual std::vector<Competitor> competing(AnyRef) const { return {}; }
+  /// Those of them whose withdrawal lets it in: when others go, somebody else comes in first.
+  virtual std::vector<Competitor> yielding(AnyRef) const { return {}; }
+  /// The result that was announced for the key or rebuilt from hardware, or none.
+  virtual AnyValue resultOf(AnyRef) const { return {}; }
   /// Whether what is announced here becomes entries of the table.
   virtual bool fills(const VelaSwitchApi::SwTable& table) const = 0;
 

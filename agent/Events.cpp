@@ -301,20 +301,6 @@ HwTableAdapter& EventRunner::hardwareOf(const Json& event) const {
   return *hardware;
 }
 
-/// What stands in the row of a competitor, as it was announced: several routes may share one. What
-/// another table announced says whose it is.
-std::vector<Json> EventRunner::announcedAt(const TableAdapter& table,
-                                           const Competitor& competitor) const {
-  const HwTableAdapter& owner = agent_.adapterOf(*competitor.table);
-  Json key = owner.keyAt(competitor.index);
-  if (table.fills(*competitor.table)) {
-    std::vector<Json> routes = agent_.routesAt(owner, key);
-    if (!routes.empty()) return routes;
-  }
-  if (&owner == &table) return {std::move(key)};
-  return {{{"table", owner.name()}, {"key", std::move(key)}}};
-}
-
 /// Begins the line of an entry; its key comes next.
 void EventRunner::beginLine(const char* op, const TableAdapter& table, bool namesInstance) {
   line_.clear();
@@ -398,7 +384,7 @@ void EventRunner::explainRefusal(const TableAdapter& table,
   Json keys = Json::array();
   Json withdraw = Json::array();
   for (const auto& competitor : competing) {
-    const std::vector<Json> announced = announcedAt(table, competitor);
+    const std::vector<Json> announced = announcedAt(agent_, table, competitor);
     for (const Json& key : announced) keys.push_back(key);
     withdraw.push_back(announced);
   }

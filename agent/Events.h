@@ -55,6 +55,8 @@ class EventRunner final : private BatchListener {
   void flush();
   /// The line that is applied, warned of or refused.
   U64 lineNumber() const { return lineNumber_; }
+  /// For whoever makes events from lines and refuses one himself.
+  void lineNumberIs(U64 number) { lineNumber_ = number; }
 
   /// After a restart, all that is desired was told; see Agent::complete().
   void complete();
@@ -109,7 +111,6 @@ class EventRunner final : private BatchListener {
   HwTableAdapter& hardwareOf(const Json& event) const;
   Json lookup(const TableAdapter& table, const Json& key, VelaDevice::DataPath::Steps& steps);
   void announced(bool before, const std::vector<std::string>& warnings);
-  std::vector<Json> announcedAt(const TableAdapter& table, const Competitor& competitor) const;
   void explainRefusal(const TableAdapter& table, const std::vector<Competitor>& competing,
                       std::string& line) const;
   void tellAdmitted();

@@ -62,6 +62,28 @@ Json describeRow(const SimulatedSwitch& chip, const HwTableAdapter& table,
   return row;
 }
 
+Json heldRegisters(const Agent& agent, const VelaSwitchApi::HwTableConfig& hwTable, HwIndex index) {
+  Json registers = Json::array();
+  const auto image = heldImage(agent.chip(), hwTable, index);
+  if (!image) return registers;
+  for (const auto& mapped : hwTable.mapped(index)) {
+    registers.push_back({agent.recorder().path(mapped.reg), hexText((*image)[mapped.word], 8)});
+  }
+  return registers;
+}
+
+std::vector<Json> announcedAt(const Agent& agent, const TableAdapter& table,
+                              const Competitor& competitor) {
+  const HwTableAdapter& owner = agent.adapterOf(*competitor.table);
+  Json key = owner.keyAt(competitor.index);
+  if (table.fills(*competitor.table)) {
+    std::vector<Json> routes = agent.routesAt(owner, key);
+    if (!routes.empty()) return routes;
+  }
+  if (&owner == &table) return {std::move(key)};
+  return {{{"table", owner.name()}, {"key", std::move(key)}}};
+}
+
 const HwTableAdapter* askedTable(const Agent& agent, const LookupStep& step) {
   if (!step.table) return nullptr;
   for (const auto& table : agent.tables()) {

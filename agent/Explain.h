@@ -23,6 +23,14 @@ std::vector<VelaSwitchApi::RowField> heldFields(const HwTableAdapter& table,
 Json describeRow(const VelaDevice::SimulatedSwitch& chip, const HwTableAdapter& table,
                  VelaSwitchApi::HwTableId id, HwIndex index);
 
+/// The registers of a row with what the switch holds in them; empty when it was never written.
+Json heldRegisters(const Agent& agent, const VelaSwitchApi::HwTableConfig& hwTable, HwIndex index);
+
+/// What stands in the row of a competitor of the table's entry, as it was announced: several routes
+/// may share one. What another table announced says whose it is.
+std::vector<Json> announcedAt(const Agent& agent, const TableAdapter& table,
+                              const Competitor& competitor);
+
 /// The table that a lookup asked, as it was asked: several may share its rows. Null when there is
 /// none.
 const HwTableAdapter* askedTable(const Agent& agent, const VelaDevice::LookupStep& step);

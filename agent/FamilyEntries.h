@@ -110,6 +110,11 @@ class HashEntries final : public EntriesOf<VelaSwitchTable::TableOf<Family>, Has
  public:
   using Base::Base;
 
+ protected:
+  Orb::Ptr<VelaSwitchApi::HashBaseCuckooEntry> newItem(AnyRef key) const override {
+    return this->table().newItem(key.template as<typename Family::Key>());
+  }
+
  private:
   void watchStatuses() override { this->table().tableStatusIs()->observerIs(this); }
   void handleKey(const typename Family::Key& key) override {

@@ -63,6 +63,17 @@ bool RouteEntries::fills(const VelaSwitchApi::SwTable& table) const {
                      [&](const TableEntries* level) { return level->fills(table); });
 }
 
+std::vector<Competitor> RouteEntries::yielding(AnyRef key) const {
+  const Key shared = VelaSwitchTable::LpmRoutes::keyOf(key.as<Key>());
+  const TableEntries& level = levelOf(key.as<Key>());
+  return level.engine() ? level.yielding(shared) : std::vector<Competitor>();
+}
+
+AnyValue RouteEntries::resultOf(AnyRef key) const {
+  const auto nexthop = routes_.nexthop(key.as<Key>());
+  return nexthop ? AnyValue::of(*nexthop) : AnyValue();
+}
+
 void RouteEntries::forEachEntry(const EntryVisitor& visit) const {
   for (const Key& key : routes_.writer().routes().entries().keys()) {
     visit(key, *routes_.nexthop(key));

@@ -39,6 +39,8 @@ class RouteEntries final : public Entries, private VelaRoutes::AdmissionListener
   std::vector<Competitor> competing(AnyRef key) const override {
     return routes_.competing(key.as<Key>());
   }
+  std::vector<Competitor> yielding(AnyRef key) const override;
+  AnyValue resultOf(AnyRef key) const override;
   bool fills(const VelaSwitchApi::SwTable& table) const override;
   void forEachEntry(const EntryVisitor& visit) const override;
   void forEachStatus(const StatusVisitor& visit) const override;

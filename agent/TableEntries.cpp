@@ -101,6 +101,12 @@ void TableEntries::forEachEntry(const EntryVisitor& visit) const {
   }
 }
 
+AnyValue TableEntries::resultOf(AnyRef key) const {
+  const KeyRecord* there = record(key);
+  return there && there->has(KeyRecord::desired) && told(*there) ? AnyValue::of(resultIn(*there))
+                                                                 : AnyValue();
+}
+
 U32 TableEntries::entries() const {
   return table().count(KeyRecord::desired) - table().count(KeyRecord::unclaimed);
 }
@@ -147,6 +153,12 @@ void TableEntries::forEachDisagreeing(const AnyListener& visit) const {
   for (const KeyRecord* each : records(KeyRecord::marked)) {
     if (each->has(KeyRecord::desired)) visit(keyIn(*each));
   }
+}
+
+U32 TableEntries::capacity() const {
+  U32 size = 0;
+  for (const auto& counter : convertor().entryCounters()) size += counter.size;
+  return size;
 }
 
 void TableEntries::repair() {
@@ -244,6 +256,19 @@ AnyValue HashTableEntries::decodedKey(HwIndex index) const {
 
 std::vector<Competitor> HashTableEntries::competing(AnyRef key) const {
   return hashTable().competing(item(key));
+}
+
+std::vector<Competitor> HashTableEntries::yielding(AnyRef key) const {
+  return hashTable().yielding(item(key));
+}
+
+std::vector<HwIndex> HashTableEntries::candidates(AnyRef key) const {
+  const auto fresh = newItem(key);
+  std::vector<HwIndex> rows;
+  for (U8 way = 0; way < physical().engine().ways(); ++way) {
+    rows.push_back(physical().candidate(*fresh, way));
+  }
+  return rows;
 }
 
 void HashTableEntries::forEachStatus(const StatusVisitor& visit) const {

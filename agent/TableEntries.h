@@ -45,11 +45,18 @@ class TableEntries : public Entries {
   EntryProgrammedStatus status(AnyRef key) const override { return statusOf(record(key)); }
   void announceAll(std::span<const Announcement> all, BatchListener& listener) override;
   void forEachEntry(const EntryVisitor& visit) const override;
+  AnyValue resultOf(AnyRef key) const override;
   U32 entries() const override;
   U32 programmed() const override;
   U32 unclaimed() const override;
   U32 refused() const override;
   void reconcile(const AnyListener& removing) override;
+
+  /// Rows that entries may lie in.
+  U32 capacity() const;
+  /// What places the entries of a hash table, those of other tables that share its rows as well;
+  /// else null.
+  virtual const Keel::Cuckoo::Table* engine() const { return nullptr; }
 
   /// Compares the rows with what they should be; the convertor has the findings.
   void audit() { table().syncEntries(); }
@@ -68,6 +75,13 @@ class TableEntries : public Entries {
   }
   /// The key's row, when it has one.
   virtual std::optional<Place> place(AnyRef key) const = 0;
+  /// The rows that the key may take.
+  virtual std::vector<HwIndex> candidates(AnyRef key) const = 0;
+  /// The entries, of whatever table, that hardware cannot tell from one of the key, which is among
+  /// them when it is there: first the one that is in hardware or waits to be.
+  virtual std::vector<Orb::Ptr<VelaSwitchApi::HashBaseCuckooEntry>> equals(AnyRef) const {
+    return {};
+  }
   /// The key of the software entry in a row, or none.
   virtual AnyValue keyAt(HwIndex index) const = 0;
   /// The key that the row stands for or seems to hold, or none.
@@ -142,11 +156,21 @@ class HashTableEntries : public TableEntries {
     return physical().location(index);
   }
   std::vector<Competitor> competing(AnyRef key) const override;
+  std::vector<Competitor> yielding(AnyRef key) const override;
+  std::vector<HwIndex> candidates(AnyRef key) const override;
+  std::vector<Orb::Ptr<VelaSwitchApi::HashBaseCuckooEntry>> equals(AnyRef key) const override {
+    return physical().equals(*newItem(key));
+  }
   void forEachStatus(const StatusVisitor& visit) const override;
   void reconcile(const AnyListener& removing) override;
+  const Keel::Cuckoo::Table* engine() const override { return &physical().engine(); }
   bool borrowsRows() const override { return physical().firstTable() != &table(); }
   U64 moves() const override { return physical().engine().moves(); }
   U32 waiting() const override { return physical().waiting(&hashTable()); }
+
+ protected:
+  /// An item of the key, in no table's hands.
+  virtual Orb::Ptr<VelaSwitchApi::HashBaseCuckooEntry> newItem(AnyRef key) const = 0;
 
  private:
   VelaSwitchApi::HashBaseTable& hashTable() const {
@@ -167,6 +191,7 @@ class IndexedTableEntries : public TableEntries {
   AnyValue keyAt(HwIndex index) const override;
   AnyValue decodedKey(HwIndex index) const override { return keyOfRow(index); }
   std::optional<Place> place(AnyRef key) const override { return Place{rowOf(key), std::nullopt}; }
+  std::vector<HwIndex> candidates(AnyRef key) const override { return {rowOf(key)}; }
   void forEachStatus(const StatusVisitor& visit) const override;
   std::string whyNoRow(AnyRef key) const override;
 

@@ -116,6 +116,29 @@ TEST_F(Scenario, rowsOfNobodyAreTold) {
   EXPECT_THAT(read("err"), HasSubstr("HashTest/0 was found with 1 row of no entry\n"));
 }
 
+/// Of keys with the same two rows a third has no place. Lists of prefixes will do as well as
+/// events.
+TEST_F(Scenario, whatDoesNotFitIsProved) {
+  events(R"({"op":"set","table":"HashTest","key":0,"result":1}
+{"op":"fail","writes":9}
+{"op":"set","table":"HashTest","key":64,"result":1}
+)");
+  events("# a comment\n10.0.0.0/8\n\n  10.1.0.0/24 5\r\n", "list");
+  EXPECT_EQ(run("fit events list"), 0) << read("err");
+  EXPECT_THAT(read("out"), AllOf(HasSubstr("all fits"), HasSubstr("Route/0")));
+  events(R"({"op":"set","table":"HashTest","key":128,"result":1})", "more");
+  EXPECT_EQ(run("fit events list more --json"), 1);
+  const auto out = lines("out");
+  EXPECT_THAT(out, Contains(Json{{"set", 1}, {"keys", {{0}, {64}}}}));
+  EXPECT_EQ(out.back()["refused"], 1);
+  EXPECT_EQ(out.back()["fullest"]["taken"], 2);
+  EXPECT_EQ(run("fit --all-profiles events list more"), 1);
+  EXPECT_THAT(read("out"), HasSubstr("\nvela-20-4.0    no           1  HashTest/0"));
+  events("10.0.0.0/8\n# one\n\n10.1.0.1/16\n", "list");
+  EXPECT_EQ(run("fit events list"), 2);
+  EXPECT_EQ(read("err"), "list:4: \"10.1.0.1/16\" has address bits behind its length\n");
+}
+
 TEST_F(Scenario, whatHardwareLacksFailsAnAudit) {
   // Keys of the same two rows.
   const std::string three = R"({"op":"set","table":"HashTest","key":0,"result":1}

@@ -215,6 +215,11 @@ SuccessionResult Table::letIn(const Nearest& next, RowWriter& writer) {
   return result;
 }
 
+HashItem* Table::successor(const HashItem& placed) {
+  const CuckooLocation location = this->location(placed);
+  return nearestWaiting({&location, 1}).item;
+}
+
 bool Table::hasRoom(const HashItem& item) {
   if (search(item, Search::pruned) != noSlot) return true;
   markClosed();

@@ -102,6 +102,8 @@ class VELA_EXPORT Table {
   SuccessionResult succeed(HashItem& gone, RowWriter& writer);
   /// Lets one in that waits and has room now that the rows are free.
   SuccessionResult fill(std::span<const CuckooLocation> free, RowWriter& writer);
+  /// The item that would come in if a placed one went, or null.
+  HashItem* successor(const HashItem& placed);
   /// Whether an item that is not placed could be.
   bool hasRoom(const HashItem& item);
   /// Lets `item` take the place of `held`, which has the same hardware key.

@@ -50,6 +50,14 @@ std::vector<Competitor> HashBaseTable::competing(const HashBaseCuckooEntry* item
   return rows;
 }
 
+std::vector<Competitor> HashBaseTable::yielding(const HashBaseCuckooEntry* item) const {
+  std::vector<Competitor> rows = competing(item);
+  PhysicalHashTable& physical = hashConvertor_->physicalTable();
+  std::erase_if(rows,
+                [&](const Competitor& each) { return physical.successor(each.index) != item; });
+  return rows;
+}
+
 void HashBaseTable::lastHitByHashItemIs(HashItem&, Orb::Seconds) {}
 
 U32 PhysicalHashTableConvertor::physicalTableId(const PhysicalHashProperties& properties) const {

@@ -71,6 +71,9 @@ class VELA_EXPORT HashBaseTable : public SwTable {
   /// The rows of the entries that leave a refused item none; one fewer than they are with it. None
   /// for an item that is placed, or null.
   std::vector<Competitor> competing(const HashBaseCuckooEntry* item) const;
+  /// Those of them that the item comes in for when they go: for the others, if any, somebody comes
+  /// in who waited longer or needs fewer moves.
+  std::vector<Competitor> yielding(const HashBaseCuckooEntry* item) const;
   U32 placed() const { return placed_; }          ///< Entries that lie in rows.
   U32 placedPeak() const { return placedPeak_; }  ///< The most that ever did.
 

@@ -141,6 +141,13 @@ std::vector<const HashBaseCuckooEntry*> PhysicalHashTable::competitors(
   return competing;
 }
 
+const HashBaseCuckooEntry* PhysicalHashTable::successor(HwIndex index) {
+  const HashBaseCuckooEntry& gone = *entryAt(index);
+  const Entries same = equals(gone);
+  if (same.size() > 1) return same[1].get();
+  return static_cast<const HashBaseCuckooEntry*>(engine_.successor(gone));
+}
+
 void PhysicalHashTable::pack(const HashBaseCuckooEntry& entry, Location location,
                              U32* image) const {
   std::fill_n(image, maxRowWords, 0);

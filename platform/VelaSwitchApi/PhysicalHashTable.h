@@ -257,6 +257,9 @@ class VELA_EXPORT PhysicalHashTable : public Orb::PtrInterface,
   U32 waiting(const HashBaseTable* table) const;
   /// Why the entry has no place; see Keel::Cuckoo::Table::competitors.
   std::vector<const HashBaseCuckooEntry*> competitors(const HashBaseCuckooEntry& entry);
+  /// The entry that would come in if the one in the row went, or null. One that is equal to it in
+  /// hardware comes before all others.
+  const HashBaseCuckooEntry* successor(HwIndex index);
   /// The image of the row when no entry lies in it.
   void emptyImage(HwIndex index, U32* image) const;
   /// The image that the row should have.

@@ -198,11 +198,8 @@ int audit(const Options& options) {
   agent.desireBegin();
   EventRunner runner(agent);
   runner.desiresOnlyIs(true);
-  bool good = true;
-  for (const std::string& file : options.events) {
-    good = applyFile(file, runner, options.keepGoing) && good;
-    if (!good && !options.keepGoing) return exitBadInput;
-  }
+  const bool good = applyFiles(options, runner);
+  if (!good && !options.keepGoing) return exitBadInput;
   agent.desireEnd();
 
   AuditReport report(std::cout, options.json, options.verbose);

@@ -20,6 +20,10 @@ int show(const Options& options, const std::string& kind, const std::string& id)
 int audit(const Options& options);
 /// Compares two saved switches, or one with what events would make of it.
 int diff(const Options& options);
+/// Tells why an entry is in hardware or is not, or where packets to an address go.
+int why(const Options& options, const std::string& table, const std::string& key);
+/// Tells whether a switch would have room for what events or lists of prefixes desire.
+int fit(const Options& options);
 
 /// Sends a request to the daemon whose control socket is at the path, and prints its answer.
 int ask(const std::string& path, const VelaAgent::Json& request);

@@ -30,6 +30,7 @@ Words valuesOf(const CLI::App& command, const std::string& argument) {
     if (command.get_name() == "lookup") {
       names.insert(names.end(), {"Flow", "Multicast", "LagMember"});
     }
+    if (command.get_name() == "why") names.insert(names.end(), {"route", "address"});
     return names;
   }
   if (argument == "kind") return {"vlan", "port", "nexthop", "flow", "route"};

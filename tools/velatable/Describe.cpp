@@ -4,13 +4,11 @@
 #include <fstream>
 #include <functional>
 #include <iostream>
-#include <sstream>
 
 #include "Commands.h"
+#include "Input.h"
 #include "Report.h"
-#include "agent/JsonText.h"
 #include "agent/Profiles.h"
-#include "agent/RouteEntries.h"
 
 namespace VelaTool {
 
@@ -58,37 +56,19 @@ int tables(const Options& options) {
 int routes(const std::string& file, U32 vrf, U32 nexthops) {
   std::ifstream in(file);
   if (!in) throw InputException("cannot read " + file);
+  PrefixEvents events(static_cast<U8>(vrf), nexthops);
   U64 lineNumber = 0;
-  U64 routeNumber = 0;
-  std::string text;
+  std::string line;
   std::string event;
-  const auto fail = [&](const std::string& what) {
-    std::cout << std::flush;
-    std::cerr << file << ':' << lineNumber << ": " << what << '\n';
-    return exitBadInput;
-  };
-  while (std::getline(in, text)) {
-    ++lineNumber;
-    std::istringstream line(text);
-    std::string prefix;
-    std::string number;
-    std::string rest;
-    line >> prefix >> number >> rest;
-    if (prefix.empty() || prefix.starts_with('#')) continue;
-    if (!rest.empty()) return fail("expected \"a.b.c.d/len\" and at most one number");
-    try {
-      const U64 nexthop = number.empty() ? routeNumber % nexthops : Orb::fromText<U64>(number);
-      ++routeNumber;
-      const VelaSwitch::LpmKey key{static_cast<U8>(vrf), Orb::fromText<Ipnet::IpPrefix>(prefix)};
-      event = R"({"op":"set","table":"Route","key":)";
-      VelaAgent::appendJson(event, key);
-      event += R"(,"result":)";
-      VelaAgent::appendJson(event, VelaAgent::nexthopOfNumber(nexthop));
-      event += "}\n";
-      std::cout << event;
-    } catch (const std::exception& error) {
-      return fail(error.what());
+  try {
+    while (std::getline(in, line)) {
+      ++lineNumber;
+      if (events.read(line, event)) std::cout << event << '\n';
     }
+  } catch (const std::exception& error) {
+    std::cout << std::flush;
+    std::cerr << file << ':' << lineNumber << ": " << error.what() << '\n';
+    return exitBadInput;
   }
   return exitGood;
 }

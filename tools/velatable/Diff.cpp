@@ -169,9 +169,7 @@ int diff(const Options& options) {
     agent.start(Agent::Start::restart);
     EventRunner runner(agent);
     runner.desiresOnlyIs(true);
-    for (const std::string& file : options.events) {
-      if (!applyFile(file, runner, false)) return exitBadInput;
-    }
+    if (!applyFiles(options, runner)) return exitBadInput;
     if (agent.announcedEntries() == 0) throw InputException("the events announce no entry");
     runner.complete();
     runner.reconcile();

@@ -8,6 +8,9 @@
 #include <filesystem>
 #include <iostream>
 
+#include "agent/JsonText.h"
+#include "agent/RouteEntries.h"
+
 namespace VelaTool {
 
 using VelaAgent::EventReader;
@@ -211,8 +214,86 @@ Json keyFromText(const std::string& table, const std::string& text) {
   }
 }
 
-bool applyFile(const std::string& name, EventRunner& runner, bool keepGoing) {
+bool PrefixEvents::read(std::string_view line, std::string& event) {
+  std::string_view words[3];
+  std::size_t count = 0;
+  for (std::size_t end = 0; count < 3; ++count) {
+    constexpr const char* space = " \t\r";
+    const std::size_t begin = line.find_first_not_of(space, end);
+    if (begin == std::string_view::npos) break;
+    end = std::min(line.find_first_of(space, begin), line.size());
+    words[count] = line.substr(begin, end - begin);
+  }
+  if (count == 0 || words[0].starts_with('#')) return false;
+  if (count == 3) throw InputException("expected \"a.b.c.d/len\" and at most one number");
+  const U64 nexthop = count == 1 ? routes_ % nexthops_ : Orb::fromText<U64>(words[1]);
+  ++routes_;
+  const VelaSwitch::LpmKey key{vrf_, Orb::fromText<Ipnet::IpPrefix>(words[0])};
+  event = R"({"op":"set","table":"Route","key":)";
+  VelaAgent::appendJson(event, key);
+  event += R"(,"result":)";
+  VelaAgent::appendJson(event, VelaAgent::nexthopOfNumber(nexthop));
+  event += '}';
+  return true;
+}
+
+namespace {
+
+/// Hands lines to a runner: events, or a list of prefixes where that may be.
+class LineTaker {
+ public:
+  LineTaker(EventRunner& runner, Form form) : runner_(runner), form_(form) {}
+
+  void take(std::string_view line, U64 number) {
+    const std::size_t begin = line.find_first_not_of(" \t\r");
+    if (begin == std::string_view::npos) return;
+    if (form_ == Form::eventsOrPrefixes && ring_.empty()) {
+      form_ = Form::events;
+      if (line[begin] != '{') ring_.resize(VelaSwitchApi::batchMost + 2);
+    }
+    if (ring_.empty()) return runner_.takeLine(line, EventReader::padding, number);
+    // Until it is applied an event stays where it is.
+    std::string& event = ring_[taken_ % ring_.size()];
+    if (!readPrefix(line, number, event)) return;
+    ++taken_;
+    const std::size_t size = event.size();
+    event.append(EventReader::padding, ' ');
+    runner_.takeLine(std::string_view(event.data(), size), EventReader::padding, number);
+  }
+
+ private:
+  bool readPrefix(std::string_view line, U64 number, std::string& event) {
+    try {
+      return prefixes_.read(line, event);
+    } catch (...) {
+      runner_.flush();
+      // It was no event, but is the line that is refused.
+      runner_.lineNumberIs(number);
+      throw;
+    }
+  }
+
+  EventRunner& runner_;
+  Form form_;
+  PrefixEvents prefixes_{0, VelaAgent::nexthopNumbers};
+  std::vector<std::string> ring_;
+  std::size_t taken_ = 0;
+};
+
+}  // namespace
+
+bool applyFiles(const Options& options, EventRunner& runner, Form form) {
+  bool good = true;
+  for (const std::string& file : options.events) {
+    good = applyFile(file, runner, options.keepGoing, form) && good;
+    if (!good && !options.keepGoing) break;
+  }
+  return good;
+}
+
+bool applyFile(const std::string& name, EventRunner& runner, bool keepGoing, Form form) {
   Lines lines(name);
+  LineTaker taker(runner, form);
   Progress progress(name);
   bool good = true;
   U64 number = 0;
@@ -246,8 +327,7 @@ bool applyFile(const std::string& name, EventRunner& runner, bool keepGoing) {
     if (!line) break;
     ++number;
     progress.advance(line->size() + 1);
-    if (line->find_first_not_of(" \t\r") == std::string::npos) continue;
-    attempt([&] { runner.takeLine(*line, EventReader::padding, number); });
+    attempt([&] { taker.take(*line, number); });
   }
   attempt([&] { runner.flush(); });
   runner.warningListenerIs(nullptr);

@@ -32,9 +32,30 @@ SimulatedSwitch copySaved(const std::string& device);
 /// Throws InputException for what is neither.
 Json keyFromText(const std::string& table, const std::string& text);
 
+/// Reads a list of prefixes, "a.b.c.d/len" and perhaps a next hop's number a line, as events that
+/// announce routes. Prefixes without a number take the next hops in turn.
+class PrefixEvents {
+ public:
+  PrefixEvents(U8 vrf, U32 nexthops) : vrf_(vrf), nexthops_(nexthops) {}
+  /// Returns whether the line names a prefix: `event` announces it then. Throws what reading it
+  /// meets.
+  bool read(std::string_view line, std::string& event);
+
+ private:
+  U8 vrf_;
+  U32 nexthops_;
+  U64 routes_ = 0;
+};
+
+/// What files may hold; a list of prefixes is told from events by its first character.
+enum class Form : U8 { events, eventsOrPrefixes };
+
 /// Applies all events of one input, "-" for standard input. Bad lines are told on standard error
 /// with file and line; the first ends it unless `keepGoing`. Returns whether every line was good.
 /// Throws InputException when the input cannot be read.
-bool applyFile(const std::string& name, EventRunner& runner, bool keepGoing);
+bool applyFile(const std::string& name, EventRunner& runner, bool keepGoing,
+               Form form = Form::events);
+/// The same of all files of events that are told; one that ends ends it.
+bool applyFiles(const Options& options, EventRunner& runner, Form form = Form::events);
 
 }  // namespace VelaTool

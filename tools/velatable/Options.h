@@ -26,6 +26,7 @@ struct Options {
   std::vector<std::string> devices;  ///< Of commands that take several.
   std::string reconcile;             ///< Empty where it is not to be.
   bool allRows = false;
+  bool allProfiles = false;
   bool repair = false;
   bool dryRun = false;
   bool json = false;

@@ -15,12 +15,6 @@ using VelaAgent::Quoted;
 
 namespace {
 
-U32 capacity(const HwTableAdapter& table) {
-  U32 size = 0;
-  for (const auto& counter : table.convertor().entryCounters()) size += counter.size;
-  return size;
-}
-
 /// Highest use since the start.
 U32 peak(const HwTableAdapter& table) {
   U32 highest = 0;
@@ -175,6 +169,36 @@ void writeWrite(std::ostream& out, const Agent& agent, U64 sequence, U64 event,
   out << line;
 }
 
+void writeWords(std::ostream& out, const Json& value, const std::string& indent, bool everything) {
+  constexpr std::size_t toldItems = 20;
+  constexpr std::size_t shortList = 80;
+  if (value.is_object()) {
+    for (const auto& [name, field] : value.items()) {
+      if (field.is_structured() && !field.empty()) {
+        out << indent << name << ":\n";
+        writeWords(out, field, indent + "  ", everything);
+      } else {
+        out << indent << name << ": " << field.dump() << '\n';
+      }
+    }
+    return;
+  }
+  std::size_t told = 0;
+  for (const Json& item : value) {
+    if (told++ == toldItems && !everything) {
+      out << indent << "… " << value.size() - toldItems << " more with --verbose\n";
+      return;
+    }
+    const std::string text = item.dump();
+    if (item.is_object() || (item.is_array() && text.size() > shortList)) {
+      out << indent << "-\n";
+      writeWords(out, item, indent + "  ", everything);
+    } else {
+      out << indent << "- " << text << '\n';
+    }
+  }
+}
+
 Json summaryJson(const Agent& agent, const RunFigures& figures) {
   U64 moves = 0;
   Json tables = Json::array();
@@ -187,7 +211,7 @@ Json summaryJson(const Agent& agent, const RunFigures& figures) {
     if (const HwTableAdapter* hardware = table->hardware()) {
       if (!hardware->borrowsRows()) moves += table->moves();
       line["peak"] = peak(*hardware);
-      line["capacity"] = capacity(*hardware);
+      line["capacity"] = hardware->typed().capacity();
     }
     tables.push_back(line);
   }
@@ -300,7 +324,7 @@ void writeTables(std::ostream& out, const Agent& agent, unsigned width) {
       const std::string line =
           format("%-26s %-22s %7u %5s %9u", name.c_str(), descriptor.identity.name.c_str(),
                  descriptor.last - descriptor.first + 1,
-                 last ? std::to_string(last->way + 1).c_str() : "-", capacity(*table));
+                 last ? std::to_string(last->way + 1).c_str() : "-", table->typed().capacity());
       const std::string registers = registersOf(agent, *hwTable);
       if (line.size() + 2 + registers.size() <= width) {
         out << line << "  " << registers << '\n';

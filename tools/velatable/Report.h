@@ -42,6 +42,10 @@ Json eventLine(const TableAdapter& table, const Json& key, const Json& result);
 bool tellDamage(std::ostream& out, const Agent& agent, bool everything,
                 const std::string& only = {});
 
+/// A document for people: a line for each field, the inner ones further in. Of long lists the first
+/// items are told, unless `everything` is.
+void writeWords(std::ostream& out, const Json& value, const std::string& indent, bool everything);
+
 /// What the run came to, as one JSON object or in words.
 Json summaryJson(const Agent& agent, const RunFigures& figures);
 void writeSummary(std::ostream& out, const Agent& agent, const RunFigures& figures);

@@ -126,34 +126,6 @@ Json asked(Agent& agent, const std::string& table, const Json& key) {
   return line;
 }
 
-void writeWords(std::ostream& out, const Json& value, const std::string& indent, bool everything) {
-  constexpr std::size_t toldItems = 20;
-  if (value.is_object()) {
-    for (const auto& [name, field] : value.items()) {
-      if (field.is_structured() && !field.empty()) {
-        out << indent << name << ":\n";
-        writeWords(out, field, indent + "  ", everything);
-      } else {
-        out << indent << name << ": " << field.dump() << '\n';
-      }
-    }
-    return;
-  }
-  std::size_t told = 0;
-  for (const Json& item : value) {
-    if (told++ == toldItems && !everything) {
-      out << indent << "… " << value.size() - toldItems << " more with --verbose\n";
-      return;
-    }
-    if (item.is_structured()) {
-      out << indent << "-\n";
-      writeWords(out, item, indent + "  ", everything);
-    } else {
-      out << indent << "- " << item.dump() << '\n';
-    }
-  }
-}
-
 void writeCsv(std::ostream& out, const Json& shown) {
   CsvTable csv;
   if (shown.contains("explain")) {

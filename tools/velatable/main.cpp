@@ -68,6 +68,8 @@ class CommandLine {
   CLI::App* addShow();
   CLI::App* addAudit();
   CLI::App* addDiff();
+  CLI::App* addFit();
+  CLI::App* addWhy();
   CLI::App* addLayout();
   void addRoutes();
   void addManual();
@@ -166,6 +168,30 @@ CLI::App* CommandLine::addDiff() {
   return command;
 }
 
+CLI::App* CommandLine::addFit() {
+  CLI::App* command =
+      add("fit", "would a switch have room for all of it? exit code 1 when not; none is touched",
+          [this] { return fit(options_); });
+  command
+      ->add_option("events", options_.events,
+                   "files of events, JSON lines, or lists of a.b.c.d/len; - is standard input")
+      ->required();
+  command->add_flag("--all-profiles", options_.allProfiles, "a line for each built-in profile");
+  return command;
+}
+
+CLI::App* CommandLine::addWhy() {
+  CLI::App* command =
+      add("why", "why is an entry not in hardware, or why does a packet go elsewhere?",
+          [this] { return why(options_, name_, key_); });
+  command->add_option("table", name_, "table, perhaps with /INSTANCE; route; address")->required();
+  command->add_option("key", key_, "JSON; [VRF:]PREFIX for a route, [VRF:]ADDRESS")->required();
+  command->add_option("--events", options_.events,
+                      "files of events, JSON lines; without --device they are run on a new switch");
+  command->add_option("--device", options_.device, "sim:FILE, the saved switch");
+  return command;
+}
+
 CLI::App* CommandLine::addLayout() {
   CLI::App* command = add("layout", "print the row layout of a table",
                           [this] { return layout(options_, name_, key_); });
@@ -222,6 +248,8 @@ CommandLine::CommandLine() {
   CLI::App* show = addShow();
   CLI::App* audit = addAudit();
   CLI::App* diff = addDiff();
+  CLI::App* fit = addFit();
+  CLI::App* why = addWhy();
   add("profiles", "list the built-in profiles, or print one as JSON", [this] {
     return profiles(name_);
   })->add_option("name", name_, "profile");
@@ -240,11 +268,12 @@ CommandLine::CommandLine() {
     each->add_option("--device", options_.device, "sim:FILE, the saved switch")->required();
   }
   for (CLI::App* each : Commands{decode, lookup}) connectable(*each, socket);
-  for (CLI::App* each : Commands{run, decode, lookup, show, audit, diff, tables, layout}) {
+  for (CLI::App* each :
+       Commands{run, decode, lookup, show, audit, diff, fit, why, tables, layout}) {
     each->add_option("--profile", options_.profile, "built-in profile or JSON file")
         ->capture_default_str();
   }
-  for (CLI::App* each : Commands{show, audit, diff}) {
+  for (CLI::App* each : Commands{show, audit, diff, fit, why}) {
     each->add_flag("--json", options_.json, "print JSON");
   }
   for (CLI::App* each : Commands{decode, show}) {
@@ -255,7 +284,8 @@ CommandLine::CommandLine() {
     each->add_flag("--dry-run", options_.dryRun, "say what would change, and change nothing");
   }
   audit->get_option("--dry-run")->needs("--repair");
-  for (CLI::App* each : Commands{run, show, audit, diff}) {
+  fit->get_option("--all-profiles")->excludes("--profile");
+  for (CLI::App* each : Commands{run, show, audit, diff, fit, why}) {
     each->add_flag("-v,--verbose", options_.verbose, "tell everything");
   }
 }
