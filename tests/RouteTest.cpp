@@ -129,7 +129,7 @@ struct Ladder {
 /// Whoever hears of routes may announce batches of others, also while what nobody wants goes, and
 /// go.
 struct Meddler final : Orb::KeyObserver<LpmKey> {
-  explicit Meddler(VelaRoutes::Routes& routes) : routes(routes) {
+  explicit Meddler(VelaRoutes::Routes& whole) : routes(whole) {
     routes.writer().routes().entryStatuses().observerIs(this);
   }
   ~Meddler() { routes.writer().routes().entryStatuses().observerDel(this); }
