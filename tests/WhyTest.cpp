@@ -168,8 +168,9 @@ struct WhyFull : Why, testing::WithParamInterface<std::string> {
 void WhyFull::check(const std::string& table, U32 wait) {
   U32 tried = 0;
   for (const Json& key : fill(table, wait)) {
-    if (programmed(table, key)) continue;
+    // It may have come in by an earlier withdrawal, and gone by another.
     const Json why = entry(table, key);
+    if (programmed(table, key) || !why["desired"]) continue;
     ASSERT_THAT(why["causes"], Contains("waiting")) << why;
     const Json& keys = why["competing"]["keys"];
     ASSERT_EQ(keys.size(), why["competing"]["rows"]);
