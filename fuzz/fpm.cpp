@@ -12,7 +12,7 @@ struct Served {
   VelaFuzz::Rig rig{"vela-48-5.1"};
   VelaService::RouteService routes{
       rig.agent,
-      {.vrfs = {{254, 0}, {10, 3}}, .portMasks = {{"if1", 1}, {"if2", 6}}},
+      {.vrfs = {{254, 0}, {10, 3}}, .portMasks = {{"if1", 1}, {"if2", 6}}, .sources = {{"fpm"}}},
       [](U32 number) { return "if" + std::to_string(number); }};
 };
 
@@ -24,7 +24,7 @@ extern "C" int LLVMFuzzerTestOneInput(const U8* data, std::size_t size) {
   if (size == 0) return 0;
   auto now = VelaService::Clock::now();
   VelaService::RouteService& routes = served.routes;
-  routes.connected(now);
+  routes.connected(0, now);
   const bool fatal = VelaFuzz::refusable([&] {
     const std::span<const char> all(reinterpret_cast<const char*>(data) + 1, size - 1);
     const std::size_t cut = std::min<std::size_t>(data[0], all.size());
@@ -35,19 +35,19 @@ extern "C" int LLVMFuzzerTestOneInput(const U8* data, std::size_t size) {
         if (const auto* route = std::get_if<VelaService::RouteMessage>(&each)) {
           static_cast<void>(toText(route->route));
         }
-        routes.take(each, now);
+        routes.take(0, each, now);
       });
       routes.work(3);
     }
   });
   if (fatal) __builtin_trap();
-  routes.disconnected(false);
-  routes.connected(now);
+  routes.disconnected(0, false);
+  routes.connected(0, now);
   while (!routes.idle()) routes.work(64);
   routes.tick(now + std::chrono::hours(1));
   while (!routes.idle()) routes.work(64);
   const auto& agent = served.rig.agent;
-  if (routes.figures().routes != 0 || agent.entriesOf("Route", 0).entries() != 0 ||
+  if (routes.figures().wanted != 0 || agent.entriesOf("Route", 0).entries() != 0 ||
       agent.entriesOf("L3Lag", 0).entries() != 0) {
     __builtin_trap();
   }

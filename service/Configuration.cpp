@@ -165,6 +165,7 @@ Configuration ConfigurationReader::read(const Json& json) {
       }
     };
   };
+  SourceSettings fpmSource{"fpm"};
   bool fpmAnywhere = false;
   bool metricsAnywhere = false;
   const Handler metrics = [&](const Json& value) {
@@ -174,8 +175,8 @@ Configuration ConfigurationReader::read(const Json& json) {
     each(value, "fpm",
          {{"listen", text(listen)},
           {"anywhere", flag(fpmAnywhere)},
-          {"quiet", seconds(all_.routes.quiet)},
-          {"longest", seconds(all_.routes.longest)}});
+          {"quiet", seconds(fpmSource.quiet)},
+          {"longest", seconds(fpmSource.longest)}});
   };
   each(json, "",
        {{"profile", [](const Json&) {}},
@@ -190,6 +191,7 @@ Configuration ConfigurationReader::read(const Json& json) {
            all_.routes.queueMost = VelaAgent::numberFromJson(value, 1U << 24);
            if (all_.routes.queueMost == 0) throw InputException("is to be 1 or more");
          }}});
+  all_.routes.sources.push_back(fpmSource);
   at("fpm.listen", [&] {
     std::tie(all_.fpmAddress, all_.fpmPort) =
         readListen(listen, fpmAnywhere, "programs the switch");

@@ -148,15 +148,20 @@ class Decoded final : public Answer {
   std::string error_;
 };
 
-Json sourceStatus(const RouteService& routes) {
-  const auto& figures = routes.figures();
-  return {{"source", "fpm"},
-          {"connected", routes.isConnected()},
-          {"complete", routes.removed().has_value()},
-          {"connections", figures.connections},
-          {"malformed", figures.malformed},
-          {"messages", figures.messages},
-          {"stale", figures.routes - figures.announced}};
+Json sourcesStatus(const RouteService& routes) {
+  Json all = Json::array();
+  for (const SourceSettings& source : routes.sources()) {
+    const auto& figures = routes.figuresOf(static_cast<RouteService::SourceId>(all.size()));
+    all.push_back({{"source", source.name},
+                   {"connected", figures.connected},
+                   {"complete", figures.complete},
+                   {"connections", figures.connections},
+                   {"malformed", figures.malformed},
+                   {"messages", figures.messages},
+                   {"routes", figures.routes},
+                   {"stale", figures.routes - figures.announced}});
+  }
+  return all;
 }
 
 Json refusedCounts(const RouteService::Figures& figures) {
@@ -172,13 +177,10 @@ Json refusedCounts(const RouteService::Figures& figures) {
 /// How the service does, and what it did; `lists` tells of each route that is refused or waits.
 std::unique_ptr<Answer> statusOf(const Agent& agent, const RouteService& routes, bool lists) {
   const auto& figures = routes.figures();
-  Json status = {{"sources", Json::array({sourceStatus(routes)})},
-                 {"offered", figures.wanted},
-                 {"queued", routes.queued()},
-                 {"programmed", figures.programmed},
-                 {"waiting", figures.waiting},
-                 {"ofSeveral", figures.ofSeveral},
-                 {"refused", refusedCounts(figures)},
+  Json status = {{"sources", sourcesStatus(routes)},         {"offered", figures.wanted},
+                 {"unclaimed", figures.unclaimed},           {"queued", routes.queued()},
+                 {"programmed", figures.programmed},         {"waiting", figures.waiting},
+                 {"ofSeveral", figures.ofSeveral},           {"refused", refusedCounts(figures)},
                  {"rowWrites", agent.recorder().rowWrites()}};
   Json& nexthops = status["nexthops"] = Json::array();
   routes.nexthops().forEach([&](Slot slot, const Nexthops::Owner& owner, U32 count) {

@@ -52,6 +52,7 @@ RouteService::RouteService(VelaAgent::Agent& agent, RouteSettings settings, Inte
       routeEntries_(agent.entriesOf("Route", 0)),
       lagEntries_(agent.entriesOf("L3Lag", 0)),
       nexthops_(settings_.nexthopFile, [this](U8 lag, U64 ports) { return writeLag(lag, ports); }),
+      sources_(settings_.sources.size()),
       rebuilt_(agent.entriesOf("Route", 0).unclaimed() != 0 ||
                agent.entriesOf("L3Lag", 0).unclaimed() != 0) {
   for (const auto& [table, vrf] : settings_.vrfs) tables_[vrf] = table;
@@ -61,7 +62,7 @@ RouteService::RouteService(VelaAgent::Agent& agent, RouteSettings settings, Inte
 
 RouteService::~RouteService() { agent_.routeWriter().routes().entryStatuses().observerDel(this); }
 
-/// Routes that hardware holds are routes of a connection that is past.
+/// Routes that hardware holds are nobody's so far.
 void RouteService::rebuild() {
   lagEntries_.forEachEntry([&](VelaAgent::AnyRef key, VelaAgent::AnyRef result) {
     const U16 lag = key.as<L3LagIndex>().value();
@@ -82,9 +83,9 @@ void RouteService::rebuild() {
     Route& route = routes_[nameOf(at, table->second)];
     route.slot = slot;
     route.placed = true;
-    ++figures_.routes;
+    count(route.offer, true);
     wantedIs(route, true);
-    statusIs(route, routeEntries_.status(key));
+    statusIs(at, route, routeEntries_.status(key));
   });
   nexthops_.started();
 }
@@ -99,82 +100,168 @@ bool RouteService::writeLag(U8 lag, U64 ports) {
   return lagEntries_.announce(key, result) == EntryProgrammedStatus::programmed;
 }
 
-void RouteService::connected(Clock::time_point now) {
-  connected_ = true;
-  swept_ = sweeping_ = false;
-  since_ = last_ = now;
-  ++connection_;
-  ++figures_.connections;
-  figures_.announced = 0;
+void RouteService::connected(SourceId from, Clock::time_point now) {
+  if (sweeping_ == from) sweeping_.reset();
+  Source& source = sources_[from];
+  source.since = source.last = now;
+  source.told = false;
+  ++source.connection;
+  source.figures.connected = true;
+  source.figures.complete = false;
+  ++source.figures.connections;
+  source.figures.announced = 0;
   // The next daemon may call other things by the same numbers.
-  objects_.clear();
+  source.objects.clear();
   interfaces_.clear();
 }
 
-void RouteService::take(const Message& message, Clock::time_point now) {
-  last_ = now;
-  ++figures_.messages;
-  std::visit([this](const auto& each) { take(each); }, message);
+void RouteService::disconnected(SourceId from, bool malformed) {
+  sources_[from].figures.connected = false;
+  sources_[from].figures.malformed += malformed;
 }
 
-void RouteService::take(const RouteMessage& message) {
+void RouteService::take(SourceId from, const Message& message, Clock::time_point now) {
+  sources_[from].last = now;
+  ++sources_[from].figures.messages;
+  std::visit([&](const auto& each) { take(from, each); }, message);
+}
+
+void RouteService::take(SourceId from, const RouteMessage& message) {
+  Source& source = sources_[from];
+  Offer offer{message.hop, message.nexthop, message.preference, source.connection, from};
   if (message.withdrawn) {
     const auto at = routes_.find(message.route);
-    if (at == routes_.end()) return;
-    wantedIs(at->second, false);
-    return enqueue(*at);
+    if (at == routes_.end() || !at->second.wanted) return;
+    if (at->second.offer.rank() == offer.rank()) return offerDel(*at);
+    return beatenIs(message.route, offer, false);
   }
-  const auto [at, isNew] = routes_.try_emplace(message.route);
-  Route& route = at->second;
-  figures_.routes += isNew;
-  figures_.announced += isNew || route.connection != connection_;
-  const Hop hop = message.nexthop != 0 ? resolved(message.nexthop) : message.hop;
-  // One that is there as announced costs nothing; one that was rebuilt has to be claimed.
-  const bool same = route.wanted && route.hop == hop && route.placed && route.connection != 0 &&
-                    route.refusal == Refusal::none;
-  awaited_ = awaited_ || hop.refusal == Refusal::unknownNexthop;
-  route.hop = hop;
-  route.nexthop = message.nexthop;
-  route.connection = connection_;
-  wantedIs(route, true);
-  if (!same) enqueue(*at);
+  if (message.nexthop != 0) offer.hop = resolved(source, message.nexthop);
+  source.awaited = source.awaited || offer.hop.refusal == Refusal::unknownNexthop;
+  Routes::value_type& each = *routes_.try_emplace(message.route).first;
+  const Route& route = each.second;
+  // What hardware held was perhaps a better source's, which will say so.
+  const bool others =
+      route.offer.source == nobody ? !heard(from) : route.offer.rank() < offer.rank();
+  if (route.wanted && others) return beatenIs(each.first, offer, true);
+  offerIs(each, offer);
 }
 
-Hop RouteService::resolved(U32 id) const {
+/// Whether all sources before this one told what they have, since the start.
+bool RouteService::heard(SourceId before) const {
+  return std::all_of(sources_.begin(), sources_.begin() + before,
+                     [](const Source& each) { return each.heard; });
+}
+
+/// What the offer's source adds to its figures, or takes away.
+void RouteService::count(const Offer& offer, bool there) {
+  const U64 by = there ? 1 : ~U64{0};
+  if (offer.source == nobody) {
+    figures_.unclaimed += by;
+    return;
+  }
+  Source& source = sources_[offer.source];
+  source.figures.routes += by;
+  if (offer.connection == source.connection) source.figures.announced += by;
+}
+
+/// An offer that counts now: its source's former one, or one that others have to give way to.
+void RouteService::offerIs(Routes::value_type& each, const Offer& offer) {
+  Route& route = each.second;
+  const Offer before = route.offer;
+  // One that is there as announced costs nothing; one that was rebuilt has to be claimed.
+  const bool same = route.wanted && before.source != nobody && before.hop == offer.hop &&
+                    route.placed && route.refusal == Refusal::none;
+  // It may have waited for better ones to be heard.
+  if (before.source == nobody) beatenIs(each.first, offer, false);
+  if (route.wanted) {
+    count(before, false);
+    if (before.source != nobody && before.rank() != offer.rank()) {
+      beatenIs(each.first, before, true);
+    }
+  }
+  count(offer, true);
+  route.offer = offer;
+  wantedIs(route, true);
+  if (!same) enqueue(each);
+}
+
+/// The offer that counts is gone: the next one does.
+void RouteService::offerDel(Routes::value_type& each) {
+  Route& route = each.second;
+  count(route.offer, false);
+  const auto others = beaten_.find(each.first);
+  if (others == beaten_.end()) {
+    wantedIs(route, false);
+  } else {
+    const auto byRank = [](const Offer& one, const Offer& other) {
+      return one.rank() < other.rank();
+    };
+    route.offer = *std::min_element(others->second.begin(), others->second.end(), byRank);
+    count(route.offer, true);
+    beatenIs(each.first, route.offer, false);
+  }
+  enqueue(each);
+}
+
+/// There is such an offer beside the one that counts, or there is none.
+void RouteService::beatenIs(const RouteName& name, const Offer& offer, bool there) {
+  // It may lie there.
+  const Offer copy = offer;
+  std::vector<Offer>& offers = beaten_[name];
+  std::erase_if(offers, [&](const Offer& each) {
+    if (each.rank() != copy.rank()) return false;
+    count(each, false);
+    return true;
+  });
+  if (there) {
+    count(copy, true);
+    offers.push_back(copy);
+  }
+  if (offers.empty()) beaten_.erase(name);
+}
+
+Hop RouteService::resolved(const Source& source, U32 id) {
   static constexpr Hop unknown{Hop::Kind::drop, Refusal::unknownNexthop};
-  const auto at = objects_.find(id);
-  if (at == objects_.end()) return unknown;
+  const auto at = source.objects.find(id);
+  if (at == source.objects.end()) return unknown;
   const std::vector<U32>& group = at->second.group;
   if (group.empty()) return at->second.hop;
-  const auto first = objects_.find(group.front());
-  if (first == objects_.end() || !first->second.group.empty()) return unknown;
+  const auto first = source.objects.find(group.front());
+  if (first == source.objects.end() || !first->second.group.empty()) return unknown;
   Hop hop = first->second.hop;
   hop.ofSeveral = group.size() > 1;
   return hop;
 }
 
-void RouteService::take(const NexthopMessage& message) {
+void RouteService::take(SourceId from, const NexthopMessage& message) {
+  Source& source = sources_[from];
   // Its routes are withdrawn or changed by messages of their own.
   if (message.withdrawn) {
-    objects_.erase(message.id);
-    awaited_ = true;
+    source.objects.erase(message.id);
+    source.awaited = true;
     return;
   }
-  const auto [at, isNew] = objects_.try_emplace(message.id);
+  const auto [at, isNew] = source.objects.try_emplace(message.id);
   Nexthop& object = at->second;
   const bool same = !isNew && object.hop == message.hop && object.group == message.group;
   object = {message.hop, message.group};
-  if (same || (isNew && !awaited_)) return;
-  awaited_ = false;
-  enqueueAll([&](Route& route) {
-    if (route.nexthop == 0 || route.connection != connection_ || !route.wanted) return false;
-    const Hop hop = resolved(route.nexthop);
-    awaited_ = awaited_ || hop.refusal == Refusal::unknownNexthop;
+  if (same || (isNew && !source.awaited)) return;
+  source.awaited = false;
+  const auto changes = [&](Offer& offer) {
+    if (offer.source != from || offer.nexthop == 0 || offer.connection != source.connection) {
+      return false;
+    }
+    const Hop hop = resolved(source, offer.nexthop);
+    source.awaited = source.awaited || hop.refusal == Refusal::unknownNexthop;
     // It stays with a next hop that is gone until its own message comes.
-    if (hop == route.hop || hop.refusal == Refusal::unknownNexthop) return false;
-    route.hop = hop;
+    if (hop == offer.hop || hop.refusal == Refusal::unknownNexthop) return false;
+    offer.hop = hop;
     return true;
-  });
+  };
+  for (auto& [name, offers] : beaten_) {
+    for (Offer& offer : offers) changes(offer);
+  }
+  enqueueAll([&](Route& route) { return route.wanted && changes(route.offer); });
 }
 
 void RouteService::enqueue(Routes::value_type& route) {
@@ -203,7 +290,7 @@ Refusal RouteService::place(const RouteName& name, const Route& route, Placing& 
   if (name.family != AF_INET) return name.family == AF_INET6 ? Refusal::ipv6 : Refusal::mpls;
   const auto vrf = settings_.vrfs.find(name.table);
   if (vrf == settings_.vrfs.end()) return Refusal::unknownTable;
-  const Hop& hop = route.hop;
+  const Hop& hop = route.offer.hop;
   if (hop.refusal != Refusal::none) return hop.refusal;
   Nexthops::Owner owner;
   if (hop.kind == Hop::Kind::local) owner.ports = U64{1} << agent_.profile().ports();
@@ -237,7 +324,8 @@ void RouteService::wantedIs(Route& route, bool wanted) {
   route.wanted = wanted;
 }
 
-void RouteService::statusIs(Route& route, EntryProgrammedStatus status) {
+void RouteService::statusIs(const LpmKey&, Route& route, EntryProgrammedStatus status) {
+  if (route.status == status) return;
   const auto count = [this](EntryProgrammedStatus of) -> U64* {
     if (of == EntryProgrammedStatus::programmed) return &figures_.programmed;
     return of == EntryProgrammedStatus::tableFull ? &figures_.waiting : nullptr;
@@ -252,17 +340,18 @@ void RouteService::handleKey(const LpmKey& key) {
   const auto table = tables_.find(key.vrf());
   if (table == tables_.end()) return;
   const auto at = routes_.find(nameOf(key, table->second));
-  if (at != routes_.end()) statusIs(at->second, routeEntries_.status(key));
+  if (at != routes_.end()) statusIs(key, at->second, routeEntries_.status(key));
 }
 
 /// Takes a route out of hardware if it is there, and then its reference.
 void RouteService::withdraw(Routes::value_type& route) {
   if (!std::exchange(route.second.placed, false)) return;
-  routeEntries_.withdraw(keyOf(route.first, settings_.vrfs.at(route.first.table)));
+  const LpmKey key = keyOf(route.first, settings_.vrfs.at(route.first.table));
+  routeEntries_.withdraw(key);
   agent_.settle();
   nexthops_.release(route.second.slot);
   figures_.ofSeveral -= std::exchange(route.second.ofSeveral, false);
-  statusIs(route.second, EntryProgrammedStatus::notProgrammed);
+  statusIs(key, route.second, EntryProgrammedStatus::notProgrammed);
 }
 
 /// Routes have their new slots before their old ones are given up.
@@ -282,9 +371,9 @@ void RouteService::entryDone(std::size_t number, const VelaSwitchApi::EntryOutco
   if (route.placed) nexthops_.release(route.slot);
   route.slot = placing.slot;
   route.placed = true;
-  figures_.ofSeveral += U64{route.hop.ofSeveral} - U64{route.ofSeveral};
-  route.ofSeveral = route.hop.ofSeveral;
-  statusIs(route, outcome.status);
+  figures_.ofSeveral += U64{route.offer.hop.ofSeveral} - U64{route.ofSeveral};
+  route.ofSeveral = route.offer.hop.ofSeveral;
+  statusIs(placing.key, route, outcome.status);
   const bool failed = outcome.status == EntryProgrammedStatus::hardwareError;
   refusalIs(route, failed ? Refusal::hardwareError : Refusal::none);
 }
@@ -299,8 +388,6 @@ void RouteService::work(std::size_t most) {
     if (!route.wanted) {
       withdraw(each);
       refusalIs(route, Refusal::none);
-      figures_.announced -= route.connection == connection_ && connection_ != 0;
-      --figures_.routes;
       routes_.erase(each.first);
       continue;
     }
@@ -324,33 +411,56 @@ void RouteService::work(std::size_t most) {
 }
 
 void RouteService::tick(Clock::time_point now) {
-  if (!queue_.empty()) return;
-  const bool quiet = now - last_ >= settings_.quiet || now - since_ >= settings_.longest;
-  if (connected_ && !swept_ && quiet) return beginSweep();
+  if (!idle()) return;
+  for (SourceId each = 0; each < sources_.size(); ++each) {
+    const Source& source = sources_[each];
+    if (!source.figures.connected || source.figures.complete) continue;
+    const SourceSettings& settings = settings_.sources[each];
+    if (source.told || now - source.last >= settings.quiet ||
+        now - source.since >= settings.longest) {
+      return beginSweep(each);
+    }
+  }
   // Registers that failed may answer again.
   if (figures_.refused[static_cast<std::size_t>(Refusal::hardwareError)] != 0) {
     enqueueAll([](const Route& route) { return route.refusal == Refusal::hardwareError; });
   }
 }
 
-void RouteService::beginSweep() {
-  swept_ = sweeping_ = true;
+/// What the source did not announce on this connection goes, and with the last source what hardware
+/// held and nobody announced.
+void RouteService::beginSweep(SourceId of) {
+  Source& source = sources_[of];
+  sweeping_ = of;
+  source.heard = true;
+  source.figures.removed = 0;
+  const bool last = rebuilt_ && heard(static_cast<SourceId>(sources_.size()));
   // Guesses that announced routes account for go without a write.
-  if (rebuilt_) agent_.complete();
-  removed_ = 0;
-  enqueueAll([this](Route& route) {
-    if (route.connection == connection_) return false;
-    wantedIs(route, false);
-    ++removed_;
-    return true;
-  });
+  if (last) agent_.complete();
+  const auto stale = [&](const Offer& offer) {
+    if (offer.source == nobody) return last;
+    return offer.source == of && offer.connection != source.connection;
+  };
+  for (auto at = beaten_.begin(); at != beaten_.end();) {
+    std::vector<Offer>& offers = at->second;
+    std::erase_if(offers, [&](const Offer& offer) {
+      if (stale(offer)) count(offer, false);
+      return stale(offer);
+    });
+    at = offers.empty() ? beaten_.erase(at) : std::next(at);
+  }
+  for (auto& route : routes_) {
+    if (!route.second.wanted || !stale(route.second.offer)) continue;
+    offerDel(route);
+    ++source.figures.removed;
+  }
 }
 
 /// What no route stands for is left of the restart: rows of levels that no route was guessed from,
 /// and LAGs.
 void RouteService::endSweep() {
-  sweeping_ = false;
-  if (!std::exchange(rebuilt_, false)) return;
+  sources_[*std::exchange(sweeping_, std::nullopt)].figures.complete = true;
+  if (!heard(static_cast<SourceId>(sources_.size())) || !std::exchange(rebuilt_, false)) return;
   const auto ignore = [](const auto&) {};
   routeEntries_.reconcile(ignore);
   for (const auto& adapter : agent_.tables()) {

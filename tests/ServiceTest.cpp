@@ -109,10 +109,12 @@ RouteName nameOf(IpPrefix prefix, U32 table = RT_TABLE_MAIN) {
 /// A switch with a service that is started again and again, and its source.
 struct World {
   static constexpr U64 cpu = U64{1} << 48;
+  static constexpr U8 sources = 2;
 
   World() {
     settings.vrfs = {{RT_TABLE_MAIN, 0}, {10, 3}};
     settings.portMasks = {{"if1", 1 << 5}, {"if2", 3 << 6}, {"if3", 1 << 5}};
+    settings.sources = {{"first"}, {"second"}};
     settings.nexthopFile = file;
     settings.queueMost = 1000;
     std::filesystem::remove(file);
@@ -130,30 +132,35 @@ struct World {
     });
   }
   void restart() { start(VelaAgent::Agent::Start::restart); }
-  void connect() {
-    stream = {};
-    service->connected(now);
+  void connect(U8 source = 0) {
+    streams[source] = {};
+    service->connected(source, now);
   }
   /// Hands over what was sent, in pieces of random lengths.
   void receive(Random& random) {
-    std::string_view bytes = sender.stream;
-    while (!bytes.empty()) {
-      const std::size_t size = std::min<std::size_t>(1 + random.below(300), bytes.size());
-      stream.received(bytes.substr(0, size),
-                      [&](const Message& message) { service->take(message, now); });
-      bytes.remove_prefix(size);
+    for (U8 source = 0; source < sources; ++source) {
+      std::string_view bytes = senders[source].stream;
+      while (!bytes.empty()) {
+        const std::size_t size = std::min<std::size_t>(1 + random.below(300), bytes.size());
+        streams[source].received(bytes.substr(0, size), [&](const Message& message) {
+          service->take(source, message, now);
+        });
+        bytes.remove_prefix(size);
+      }
+      senders[source].stream.clear();
     }
-    sender.stream.clear();
   }
   void drain() {
     while (!service->idle()) service->work(64);
   }
-  /// The source is quiet for as long as it takes.
+  /// The sources are quiet for as long as it takes.
   void quiet() {
     drain();
-    now += settings.quiet;
-    service->tick(now);
-    drain();
+    now += settings.sources[0].quiet;
+    for (U8 source = 0; source < sources; ++source) {
+      service->tick(now);
+      drain();
+    }
   }
   /// Where packets go: the ports of the LAG, the interface and the gateway of the rewrite.
   using Way = std::tuple<U64, std::string, U32>;
@@ -177,12 +184,13 @@ struct World {
   VelaDevice::DataPath path{chip, *profile};
   std::unique_ptr<VelaAgent::Agent> agent;
   std::unique_ptr<RouteService> service;
-  Sender sender;
-  FpmStream stream;
+  std::array<Sender, sources> senders;
+  Sender& sender = senders[0];
+  std::array<FpmStream, sources> streams;
   Clock::time_point now = Clock::now();
 };
 
-/// What a source said, beside the world that heard it.
+/// What sources said, beside the world that heard it.
 class Model {
  public:
   explicit Model(World& world, Random& random) : world_(world), random_(random) {
@@ -193,10 +201,13 @@ class Model {
       const U32 table = random_.below(4) == 0 ? 10 : U32{RT_TABLE_MAIN};
       names_.emplace_back(IpPrefix(IpAddr(0x0A000000 | bits), lens[random_.below(8)]), table);
     }
+    std::sort(names_.begin(), names_.end());
+    names_.erase(std::unique(names_.begin(), names_.end()), names_.end());
   }
 
-  /// A random message or several, and what they mean.
+  /// A random message or several of a source, and what they mean.
   void step() {
+    sideIs(static_cast<U8>(random_.below(World::sources)));
     switch (random_.below(8)) {
       case 0:
       case 1:
@@ -204,8 +215,8 @@ class Model {
         break;
       case 2: {
         const U32 id = 1 + random_.below(12);
-        world_.sender.nexthop({id, true});
-        objects_.erase(id);
+        sender().nexthop({id, true});
+        side_->objects.erase(id);
         break;
       }
       case 3:
@@ -213,42 +224,44 @@ class Model {
         break;
       case 4: {
         const Name name = anyName();
-        if (!routes_.contains(name)) break;
-        world_.sender.route({nameOf(name.first, name.second), true});
+        if (!side_->routes.contains(name)) break;
+        sender().route({nameOf(name.first, name.second), true});
         announce(name);
         break;
       }
       case 5: {
         RouteMessage alien{{RT_TABLE_MAIN, AF_INET6, 16, {0x20, 1}}, random_.flip(), 0};
         alien.hop = {Hop::Kind::local};
-        world_.sender.route(alien);
-        alien_ = !alien.withdrawn;
+        sender().route(alien);
+        side_->alien = !alien.withdrawn;
         break;
       }
       default:
         announce(anyName());
         break;
     }
-    world_.sender.frame();
+    sender().frame();
   }
-  void reconnect(bool all) {
-    world_.connect();
+  void reconnect(U8 source, bool all) {
+    sideIs(source);
+    world_.connect(source);
     if (all) {
-      for (const auto& [id, object] : objects_)
-        world_.sender.nexthop({id, false, object.hop, object.group});
+      for (const auto& [id, object] : side_->objects)
+        sender().nexthop({id, false, object.hop, object.group});
     } else {
-      objects_.clear();
+      side_->objects.clear();
     }
-    for (auto at = routes_.begin(); at != routes_.end();) {
+    for (auto at = side_->routes.begin(); at != side_->routes.end();) {
+      const auto name = at->first;
       if (!all && random_.flip()) {
-        steady_.erase(at->first);
-        at = routes_.erase(at);
+        at = side_->routes.erase(at);
+        changed(name);
         continue;
       }
-      const auto name = (at++)->first;
+      ++at;
       if (all) {
         // Nobody refers to a next hop that is gone, or says something else by now.
-        Told& route = routes_.at(name);
+        Told& route = side_->routes.at(name);
         if (route.hop.refusal != Refusal::unknownNexthop && resolved(route.id) != route.hop) {
           route.id = 0;
         }
@@ -257,13 +270,13 @@ class Model {
         announce(name);
       }
     }
-    if (alien_ && all) {
+    if (side_->alien && all) {
       RouteMessage alien{{RT_TABLE_MAIN, AF_INET6, 16, {0x20, 1}}, false, 0};
       alien.hop = {Hop::Kind::local};
-      world_.sender.route(alien);
+      sender().route(alien);
     }
-    alien_ = alien_ && all;
-    world_.sender.frame();
+    side_->alien = side_->alien && all;
+    sender().frame();
   }
   /// Everything is as the routes that stand say. Those that are good stay so until they change.
   void check() {
@@ -276,16 +289,25 @@ class Model {
             << Orb::text(IpAddr(address)) << " in " << name.second;
       }
     }
-    U64 refused = alien_;
+    const bool alien = sides_[0].alien || sides_[1].alien;
+    U64 refused = alien;
+    U64 wanted = alien;
     steady_.clear();
-    for (const auto& [name, route] : routes_) {
-      way(route.hop) ? void(steady_.insert(name)) : void(++refused);
+    for (const Name& name : names_) {
+      const Told* route = counting(name);
+      if (!route) continue;
+      ++wanted;
+      way(route->hop) ? void(steady_.insert(name)) : void(++refused);
     }
     U64 counted = 0;
     for (const U64 each : world_.service->figures().refused) counted += each;
     EXPECT_EQ(counted, refused);
     EXPECT_EQ(world_.service->figures().programmed, steady_.size());
-    EXPECT_EQ(world_.service->figures().wanted, routes_.size() + alien_);
+    EXPECT_EQ(world_.service->figures().wanted, wanted);
+    for (U8 source = 0; source < World::sources; ++source) {
+      EXPECT_EQ(world_.service->figuresOf(source).routes,
+                sides_[source].routes.size() + sides_[source].alien);
+    }
   }
   /// Routes that stand all along are found after every register that is written.
   void watch() {
@@ -330,8 +352,9 @@ class Model {
   std::optional<World::Way> longest(U32 table, U32 address) const {
     std::optional<World::Way> best;
     int len = -1;
-    for (const auto& [name, route] : routes_) {
-      const auto found = way(route.hop);
+    for (const Name& name : names_) {
+      const Told* route = counting(name);
+      const auto found = route ? way(route->hop) : std::nullopt;
       if (name.second != table || name.first.len() <= len || !found ||
           IpPrefix(IpAddr(address), name.first.len()) != name.first) {
         continue;
@@ -343,11 +366,12 @@ class Model {
   }
   Hop resolved(U32 id) const {
     const Hop unknown{Hop::Kind::drop, Refusal::unknownNexthop};
-    const auto at = objects_.find(id);
-    if (at == objects_.end()) return unknown;
+    const auto at = side_->objects.find(id);
+    if (at == side_->objects.end()) return unknown;
     if (at->second.group.empty()) return at->second.hop;
-    const auto first = objects_.find(at->second.group[0]);
-    return first != objects_.end() && first->second.group.empty() ? first->second.hop : unknown;
+    const auto first = side_->objects.find(at->second.group[0]);
+    return first != side_->objects.end() && first->second.group.empty() ? first->second.hop
+                                                                        : unknown;
   }
   void newNexthop() {
     const U32 id = 1 + random_.below(12);
@@ -357,9 +381,9 @@ class Model {
       object.hop.gateway = 0;
     }
     if (random_.below(4) == 0) object = {{}, {1 + random_.below(12), 1 + random_.below(12)}};
-    world_.sender.nexthop({id, false, object.hop, object.group});
-    objects_[id] = object;
-    for (auto& [name, route] : routes_) {
+    sender().nexthop({id, false, object.hop, object.group});
+    side_->objects[id] = object;
+    for (auto& [name, route] : side_->routes) {
       if (route.id == 0) continue;
       const Hop hop = resolved(route.id);
       if (hop.refusal != Refusal::unknownNexthop) hopIs(name, route, hop);
@@ -367,10 +391,23 @@ class Model {
   }
   void hopIs(const Name& name, Told& route, const Hop& hop) {
     route.hop = hop;
-    if (!way(hop)) steady_.erase(name);
+    changed(name);
+  }
+  /// One that is not good, if only for a while, need not stay.
+  void changed(const Name& name) {
+    const Told* route = counting(name);
+    if (!route || !way(route->hop)) steady_.erase(name);
+  }
+  /// What the first source says of a route, or else the second.
+  const Told* counting(const Name& name) const {
+    for (const Side& side : sides_) {
+      const auto at = side.routes.find(name);
+      if (at != side.routes.end()) return &at->second;
+    }
+    return nullptr;
   }
   void announce(const Name& name) {
-    Told& route = routes_[name];
+    Told& route = side_->routes[name];
     route.id = random_.flip() ? 1 + random_.below(12) : 0;
     if (route.id != 0) {
       hopIs(name, route, resolved(route.id));
@@ -381,39 +418,47 @@ class Model {
     tell(name, route);
   }
   void tell(const Name& name, const Told& route) {
-    world_.sender.route({nameOf(name.first, name.second), false, route.id, route.hop});
+    sender().route({nameOf(name.first, name.second), false, route.id, route.hop});
   }
   void withdraw(const Name& name) {
-    world_.sender.route({nameOf(name.first, name.second), true});
-    routes_.erase(name);
-    steady_.erase(name);
+    sender().route({nameOf(name.first, name.second), true});
+    side_->routes.erase(name);
+    changed(name);
   }
+
+  struct Side {
+    std::map<U32, Object> objects;
+    std::map<Name, Told> routes;
+    bool alien = false;
+  };
+  void sideIs(U8 source) { side_ = &sides_[source]; }
+  Sender& sender() { return world_.senders[static_cast<std::size_t>(side_ - sides_.data())]; }
 
   World& world_;
   Random& random_;
   std::vector<Name> names_;
-  std::map<U32, Object> objects_;
-  std::map<Name, Told> routes_;
+  std::array<Side, World::sources> sides_;
+  Side* side_ = nullptr;  ///< Whose turn it is.
   std::set<Name> steady_;
-  bool alien_ = false;
 };
 
-TEST(RouteService, SwitchFollowsWhatSourceSays) {
+TEST(RouteService, SwitchFollowsWhatSourcesSay) {
   World world;
   Random random;
   Model model(world, random);
   model.watch();
-  world.connect();
+  for (U8 source = 0; source < World::sources; ++source) world.connect(source);
   for (int round = 0; round < (VelaTest::sanitized ? 15 : 60); ++round) {
     for (U32 steps = random.below(60); steps > 0; --steps) model.step();
     world.receive(random);
     world.service->work(random.below(40));
     if (random.below(3) == 0) continue;
+    const U8 source = random.flip();
     switch (random.below(5)) {
       case 0:  // A daemon that has other routes now, and calls its next hops otherwise.
-        world.service->disconnected(false);
+        world.service->disconnected(source, false);
         world.quiet();
-        model.reconnect(false);
+        model.reconnect(source, false);
         world.receive(random);
         world.quiet();
         break;
@@ -422,13 +467,17 @@ TEST(RouteService, SwitchFollowsWhatSourceSays) {
         if (done) world.drain();
         const U64 writes = world.chip.rowWrites();
         world.restart();
-        model.reconnect(true);
-        world.receive(random);
-        world.quiet();
-        if (done) {
+        for (const U8 each : {source, static_cast<U8>(1 - source)}) {
+          model.reconnect(each, true);
+          world.receive(random);
+          world.quiet();
+        }
+        // What the second one says of a route that left no trace counts until the first has spoken.
+        if (done && source == 0) {
           EXPECT_EQ(world.chip.rowWrites(), writes) << "right rows were rewritten";
         }
-        EXPECT_TRUE(world.service->removed().has_value());
+        EXPECT_TRUE(world.service->figuresOf(source).complete);
+        EXPECT_EQ(world.service->figures().unclaimed, 0);
         break;
       }
       default:
@@ -580,7 +629,7 @@ TEST(Configuration, EachMistakeHasALine) {
   EXPECT_THAT(mistakes, testing::IsEmpty());
   EXPECT_EQ(good.routes.portMasks.at("bond0"), 0xC0);
   EXPECT_EQ(good.fpmPort, 99);
-  EXPECT_EQ(good.routes.quiet, std::chrono::milliseconds(500));
+  EXPECT_EQ(good.routes.sources.at(0).quiet, std::chrono::milliseconds(500));
   readConfiguration(
       R"({"devise":"d","control":7,"interfaces":{"eth1":48,"eth2":[]},"tables":{"254":0,"9":0,"8":999},
           "fpm":{"listen":"10.0.0.1:2620","quiet":-1},"queue":0,

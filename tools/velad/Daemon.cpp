@@ -9,7 +9,7 @@
 #include <csignal>
 #include <filesystem>
 
-#include "Log.h"
+#include "FpmFeed.h"
 #include "agent/Profiles.h"
 
 namespace Velad {
@@ -119,14 +119,15 @@ Daemon::Daemon(const VelaService::Configuration& configuration)
   routes_.emplace(agent_, configuration_.routes, nameOfInterface);
   control_.emplace(agent_, *routes_);
   log(Level::info, std::string(restart ? "restart: " : "start: ") + "the switch holds " +
-                       std::to_string(routes_->figures().routes) + " routes, " +
+                       std::to_string(routes_->figures().unclaimed) + " routes, " +
                        std::to_string(agent_.recorder().rowWrites()) + " rows were written");
   uv_idle_init(loop_.get(), &working_);
   uv_timer_init(loop_.get(), &ticking_);
   uv_signal_init(loop_.get(), &term_);
   uv_signal_init(loop_.get(), &interrupt_);
   working_.data = ticking_.data = term_.data = interrupt_.data = this;
-  listen();
+  const auto heard = [this](Clock::time_point came) { workIfNeeded(came); };
+  feeds_.push_back(std::make_unique<FpmFeed>(loop_, configuration_, *routes_, 0, heard));
   listenForOperators();
   if (!configuration_.metrics.empty()) {
     metrics_.emplace(configuration_.metrics);
@@ -135,20 +136,6 @@ Daemon::Daemon(const VelaService::Configuration& configuration)
 }
 
 Daemon::~Daemon() { removeSocket(configuration_.control); }
-
-void Daemon::listen() {
-  const std::string where =
-      configuration_.fpmAddress + ":" + std::to_string(configuration_.fpmPort);
-  sockaddr_in address{};
-  checked(uv_ip4_addr(configuration_.fpmAddress.c_str(), configuration_.fpmPort, &address), where);
-  uv_tcp_init(loop_.get(), &fpm_);
-  fpm_.data = this;
-  checked(uv_tcp_bind(&fpm_, reinterpret_cast<const sockaddr*>(&address), 0), where);
-  checked(uv_listen(reinterpret_cast<uv_stream_t*>(&fpm_), 1,
-                    [](uv_stream_t* on, int) { of(on).accept(); }),
-          where);
-  log(Level::info, "fpm: listens at " + where);
-}
 
 void Daemon::listenForOperators() {
   // Whoever had it before has the switch no more.
@@ -164,51 +151,22 @@ void Daemon::listenForOperators() {
           configuration_.control);
 }
 
-/// The client that comes last has it: the one before may be gone and nobody heard of it.
-void Daemon::accept() {
-  if (feed_.stream) closeFeed("another connection came", false);
-  feed_.frames = {};
-  feed_.stream = std::make_unique<Stream>(reinterpret_cast<uv_stream_t*>(&fpm_));
-  complete_ = false;
-  routes_->connected(Clock::now());
-  log(Level::info, "fpm: connected");
-  feed_.stream->start([this](std::span<const char> bytes) { received(bytes); },
-                      [this] { closeFeed("the peer is gone", false); });
-}
-
-void Daemon::received(std::span<const char> bytes) {
-  const auto now = Clock::now();
-  if (routes_->idle()) busySince_ = now;
-  try {
-    feed_.frames.received(
-        bytes, [&](const VelaService::Message& message) { routes_->take(message, now); });
-  } catch (const VelaService::MalformedMessage& error) {
-    closeFeed(error.what(), true);
-  }
-  if (feed_.stream && routes_->full()) feed_.stream->readingIs(false);
-  workIfNeeded();
-}
-
-void Daemon::closeFeed(const std::string& why, bool malformed) {
-  log(malformed ? Level::warning : Level::info, "fpm: closed, " + why);
-  feed_.stream.reset();
-  routes_->disconnected(malformed);
-}
-
 void Daemon::acceptOperator() {
   operators_.push_back(
       std::make_unique<Operator>(*this, reinterpret_cast<uv_stream_t*>(&operatorListener_)));
   operators_.back()->start();
 }
 
-void Daemon::workIfNeeded() {
-  if (!routes_->idle()) uv_idle_start(&working_, [](uv_idle_t* on) { of(on).work(); });
+void Daemon::workIfNeeded(Clock::time_point since) {
+  if (routes_->idle() || uv_is_active(reinterpret_cast<const uv_handle_t*>(&working_))) return;
+  busySince_ = since;
+  uv_idle_start(&working_, [](uv_idle_t* on) { of(on).work(); });
 }
 
 /// One part; sources and operators are heard before the next.
 void Daemon::work() {
   routes_->work(workAtATime);
-  if (feed_.stream && !routes_->full()) feed_.stream->readingIs(true);
+  for (const auto& feed : feeds_) feed->worked();
   if (!routes_->idle()) return;
   uv_idle_stop(&working_);
   if (metrics_) {
@@ -219,15 +177,10 @@ void Daemon::work() {
 void Daemon::tick() {
   sd_notify(0, "WATCHDOG=1");
   if (metrics_ && ++ticks_ % ticksPerCollection == 0) metrics_->collect(agent_, *routes_);
-  if (routes_->idle()) busySince_ = Clock::now();
-  routes_->tick(Clock::now());
-  workIfNeeded();
-  const auto removed = routes_->removed();
-  if (complete_ || !removed) return;
-  complete_ = true;
-  log(Level::info, "fpm: all is announced; " + std::to_string(*removed) +
-                       " routes that were not are removed, " +
-                       std::to_string(agent_.recorder().rowWrites()) + " rows written since start");
+  const auto now = Clock::now();
+  routes_->tick(now);
+  workIfNeeded(now);
+  for (const auto& feed : feeds_) feed->tick(agent_.recorder().rowWrites());
 }
 
 void Daemon::run() {
@@ -242,7 +195,7 @@ void Daemon::run() {
   sd_notify(0, "STOPPING=1");
   log(Level::info, "stops; forwarding stays as it is");
   operators_.clear();
-  feed_.stream.reset();
+  feeds_.clear();
 }
 
 }  // namespace Velad

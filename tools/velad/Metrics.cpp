@@ -47,14 +47,16 @@ void Metrics::collect(const VelaAgent::Agent& agent, const VelaService::RouteSer
     gauge("velad_routes_refused", "Routes that cannot be had, by reason",
           {{"reason", nameOf(static_cast<Refusal>(reason))}}, number(figures.refused[reason]));
   }
-  const Labels fpm{{"source", "fpm"}};
-  gauge("velad_source_connected", "Whether a source is connected", fpm,
-        routes.isConnected() ? 1 : 0);
-  counter("velad_source_connections_total", "Connections of a source", fpm,
-          number(figures.connections));
-  counter("velad_source_messages_total", "Messages of a source", fpm, number(figures.messages));
-  counter("velad_source_malformed_total", "Connections that ended with something malformed", fpm,
-          number(figures.malformed));
+  for (VelaService::RouteService::SourceId each = 0; each < routes.sources().size(); ++each) {
+    const auto& source = routes.figuresOf(each);
+    const Labels labels{{"source", routes.sources()[each].name}};
+    gauge("velad_source_connected", "Whether a source is connected", labels, source.connected);
+    counter("velad_source_connections_total", "Connections of a source", labels,
+            number(source.connections));
+    counter("velad_source_messages_total", "Messages of a source", labels, number(source.messages));
+    counter("velad_source_malformed_total", "Connections that ended with something malformed",
+            labels, number(source.malformed));
+  }
   counter("velad_row_writes_total", "Rows written", {}, number(agent.recorder().rowWrites()));
   for (const auto& table : agent.tables()) {
     const Labels labels{{"table", table->name()}, {"instance", std::to_string(table->instance())}};

@@ -1,0 +1,56 @@
+#include "FpmFeed.h"
+
+namespace Velad {
+
+using VelaService::Clock;
+
+FpmFeed::FpmFeed(Loop& loop, const VelaService::Configuration& configuration,
+                 VelaService::RouteService& routes, VelaService::RouteService::SourceId source,
+                 Heard heard)
+    : Feed(routes, source, std::move(heard)) {
+  uv_tcp_init(loop.get(), listener_.get());
+  listener_->data = this;
+  const std::string where = configuration.fpmAddress + ":" + std::to_string(configuration.fpmPort);
+  sockaddr_in address{};
+  checked(uv_ip4_addr(configuration.fpmAddress.c_str(), configuration.fpmPort, &address), where);
+  checked(uv_tcp_bind(listener_.get(), reinterpret_cast<const sockaddr*>(&address), 0), where);
+  checked(uv_listen(reinterpret_cast<uv_stream_t*>(listener_.get()), 1,
+                    [](uv_stream_t* on, int) { static_cast<FpmFeed*>(on->data)->accept(); }),
+          where);
+  log(Level::info, "fpm: listens at " + where);
+}
+
+/// The client that comes last has it: the one before may be gone and nobody heard of it.
+void FpmFeed::accept() {
+  if (stream_) close("another connection came", false);
+  frames_ = {};
+  stream_ = std::make_unique<Stream>(reinterpret_cast<uv_stream_t*>(listener_.get()));
+  routes().connected(source(), Clock::now());
+  log(Level::info, "fpm: connected");
+  stream_->start([this](std::span<const char> bytes) { received(bytes); },
+                 [this] { close("the peer is gone", false); });
+}
+
+void FpmFeed::received(std::span<const char> bytes) {
+  const auto now = Clock::now();
+  try {
+    frames_.received(
+        bytes, [&](const VelaService::Message& message) { routes().take(source(), message, now); });
+  } catch (const VelaService::MalformedMessage& error) {
+    close(error.what(), true);
+  }
+  if (stream_ && routes().full()) stream_->readingIs(false);
+  heard(now);
+}
+
+void FpmFeed::worked() {
+  if (stream_ && !routes().full()) stream_->readingIs(true);
+}
+
+void FpmFeed::close(const std::string& why, bool malformed) {
+  log(malformed ? Level::warning : Level::info, "fpm: closed, " + why);
+  stream_.reset();
+  routes().disconnected(source(), malformed);
+}
+
+}  // namespace Velad
