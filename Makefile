@@ -4,7 +4,7 @@
 PACKAGES := g++ clang clang-format clang-tidy cmake ninja-build nlohmann-json3-dev libcli11-dev \
             libsimdjson-dev libgtest-dev libbenchmark-dev llvm pkgconf libmnl-dev libuv1-dev libsystemd-dev \
             prometheus-cpp-dev
-LIVE := abigail-tools debootstrap frr iproute2 python3 xz-utils
+LIVE := abigail-tools bird2 debootstrap frr iproute2 python3 xz-utils
 PEERS := pkgconf libdpdk-dev libcuckoo-dev
 SUDO := $(shell [ "$$(id -u)" = 0 ] || echo sudo)
 JOBS := $(shell nproc)
@@ -56,7 +56,7 @@ test-live: packages deb
 	$(call timed,packages,tests/live/packages.sh)
 	$(call timed,docs,$(MAKE) --no-print-directory docs)
 	$(call timed,frr,$(MAKE) --no-print-directory release-velad release-velatable && \
-	    tests/live/frr.sh && tests/live/offer.py build/release/velad 500000)
+	    tests/live/frr.sh && tests/live/bird.sh && tests/live/offer.py build/release/velad 500000)
 	@cat build/times
 
 # Describes the libraries as they are for those of later releases to be compared with.

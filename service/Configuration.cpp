@@ -178,6 +178,16 @@ Configuration ConfigurationReader::read(const Json& json) {
           {"quiet", seconds(fpmSource.quiet)},
           {"longest", seconds(fpmSource.longest)}});
   };
+  SourceSettings kernelSource{"kernel"};
+  const Handler kernel = [&](const Json& value) {
+    each(value, "kernel",
+         {{"quiet", seconds(kernelSource.quiet)},
+          {"longest", seconds(kernelSource.longest)},
+          {"receiveBuffer", [this](const Json& bytes) {
+             all_.kernelReceiveBuffer =
+                 static_cast<U32>(VelaAgent::numberFromJson(bytes, U32{1} << 30));
+           }}});
+  };
   each(json, "",
        {{"profile", [](const Json&) {}},
         {"device", text(all_.device)},
@@ -186,12 +196,16 @@ Configuration ConfigurationReader::read(const Json& json) {
         {"interfaces", named("interfaces", &ConfigurationReader::readPorts)},
         {"tables", named("tables", &ConfigurationReader::readTable)},
         {"fpm", fpm},
+        {"kernel", kernel},
         {"metrics", metrics},
         {"queue", [this](const Json& value) {
            all_.routes.queueMost = VelaAgent::numberFromJson(value, 1U << 24);
            if (all_.routes.queueMost == 0) throw InputException("is to be 1 or more");
          }}});
-  all_.routes.sources.push_back(fpmSource);
+  // zebra is listened for where nothing else is said.
+  const bool fromKernel = json.contains("kernel");
+  if (!fromKernel || json.contains("fpm")) all_.routes.sources.push_back(fpmSource);
+  if (fromKernel) all_.routes.sources.push_back(kernelSource);
   at("fpm.listen", [&] {
     std::tie(all_.fpmAddress, all_.fpmPort) =
         readListen(listen, fpmAnywhere, "programs the switch");

@@ -11,7 +11,8 @@ struct Configuration {
   std::string control;  ///< The path of the control socket.
   std::string fpmAddress = "127.0.0.1";
   U16 fpmPort = 2620;
-  std::string metrics;  ///< ADDRESS:PORT to be scraped at; empty for nowhere.
+  U32 kernelReceiveBuffer = U32{4} << 20;  ///< Bytes that wait of what the kernel says.
+  std::string metrics;                     ///< ADDRESS:PORT to be scraped at; empty for nowhere.
   RouteSettings routes;
 };
 

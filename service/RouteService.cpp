@@ -171,11 +171,12 @@ void RouteService::offerIs(Routes::value_type& each, const Offer& offer) {
   // One that is there as announced costs nothing; one that was rebuilt has to be claimed.
   const bool same = route.wanted && before.source != nobody && before.hop == offer.hop &&
                     route.placed && route.refusal == Refusal::none;
-  // It may have waited for better ones to be heard.
-  if (before.source == nobody) beatenIs(each.first, offer, false);
   if (route.wanted) {
     count(before, false);
-    if (before.source != nobody && before.rank() != offer.rank()) {
+    if (before.source == nobody) {
+      // It may have waited for better ones to be heard.
+      beatenIs(each.first, offer, false);
+    } else if (before.rank() != offer.rank()) {
       beatenIs(each.first, before, true);
     }
   }

@@ -20,7 +20,7 @@ end() {
     if [ $result = 0 ]; then rm -rf "$work"; else echo "frr: failed; logs are in $work" >&2; fi
 }
 trap end EXIT
-py() { python3 "$here/frr.py" "$@"; }
+py() { python3 "$here/steps.py" "$@"; }
 count=${COUNT:-4000}
 if [ -n "${PREFIXES:-}" ]; then cp "$PREFIXES" "$work/prefixes"; else py generate "$work/prefixes" "$count" 1; fi
 count=$(wc -l <"$work/prefixes")
@@ -31,7 +31,6 @@ withdraw() { # lines of prefixes
     { echo "configure"; echo "router bgp 65001"; echo "address-family ipv4 unicast"
       awk '{print "no network " $1}'; } | tell far >/dev/null
 }
-kill_velad() { kill -KILL "$(cat "$work/near/velad.pid")"; while kill -0 "$(cat "$work/near/velad.pid")" 2>/dev/null; do sleep 0.05; done; }
 
 network_up
 far_configuration "$work/prefixes" "${hops[@]}" >"$work/far/bgpd.conf"
@@ -55,7 +54,7 @@ py metrics "$work" "$(ip netns exec "$near" python3 -c \
     'import urllib.request as r; print(r.urlopen("http://127.0.0.1:9109/metrics").read().decode())')"
 
 echo "  their next hops change"
-python3 "$here/frr.py" watch "$work" "$work/present" & watcher=$!
+python3 "$here/steps.py" watch "$work" "$work/present" & watcher=$!
 reroute "${moved[@]}"
 sleep 3
 py check "$work" "$count"

@@ -93,9 +93,9 @@ tell() { # folder, commands
     vtysh --vty_socket "$work/$1" "${arguments[@]}"
 }
 
-velad_configuration() {
+velad_configuration() { # sources
     echo '{"device": "'$work'/switch", "control": "'$work'/control", "interfaces": {"b0": 1, "b1": [2, 3]},
- "tables": {"254": 0}, "fpm": {"quiet": 2}, "metrics": {"listen": "127.0.0.1:9109"}}'
+ "tables": {"254": 0}, '${1:-"\"fpm\": {\"quiet\": 2}"}', "metrics": {"listen": "127.0.0.1:9109"}}'
 }
 start_velad() {
     ip netns exec "$near" "$bin/velad" "$work/velad.json" >>"$work/velad.log" 2>&1 &
@@ -109,4 +109,32 @@ start_velad() {
     echo "velad does not start" >&2
     tail "$work/velad.log" >&2
     return 1
+}
+kill_velad() {
+    kill -KILL "$(cat "$work/near/velad.pid")"
+    while kill -0 "$(cat "$work/near/velad.pid")" 2>/dev/null; do sleep 0.05; done
+}
+
+# BIRD in both namespaces: "far" announces the routes of $work/static.conf, "near" gives them to the kernel.
+bird_configuration() { # folder
+    local number=1 other=2
+    if [ "$1" = near ]; then number=2 other=1; fi
+    echo "router id 10.9.0.$number;
+protocol device {}
+protocol direct { ipv4; }"
+    if [ "$1" = near ]; then
+        echo "protocol kernel { ipv4 { import none; export where source = RTS_BGP; }; }"
+    else
+        printf 'protocol static {\nipv4;\ninclude "%s/static.conf";\n}\n' "$work"
+    fi
+    echo "protocol bgp {
+    local 10.9.0.$number as 6500$number;
+    neighbor 10.9.0.$other as 6500$other;
+    connect delay time 1;
+    ipv4 { import all; export where source = RTS_STATIC; next hop keep; gateway recursive; };
+}"
+}
+start_bird() { # namespace, folder
+    bird_configuration "$2" >"$work/$2/bird.conf"
+    ip netns exec "$1" bird -c "$work/$2/bird.conf" -s "$work/$2/bird.ctl" -P "$work/$2/bird.pid"
 }

@@ -10,6 +10,7 @@
 #include <filesystem>
 
 #include "FpmFeed.h"
+#include "KernelFeed.h"
 #include "agent/Profiles.h"
 
 namespace Velad {
@@ -127,7 +128,13 @@ Daemon::Daemon(const VelaService::Configuration& configuration)
   uv_signal_init(loop_.get(), &interrupt_);
   working_.data = ticking_.data = term_.data = interrupt_.data = this;
   const auto heard = [this](Clock::time_point came) { workIfNeeded(came); };
-  feeds_.push_back(std::make_unique<FpmFeed>(loop_, configuration_, *routes_, 0, heard));
+  for (VelaService::RouteService::SourceId each = 0; each < routes_->sources().size(); ++each) {
+    if (routes_->sources()[each].name == "fpm") {
+      feeds_.push_back(std::make_unique<FpmFeed>(loop_, configuration_, *routes_, each, heard));
+    } else {
+      feeds_.push_back(std::make_unique<KernelFeed>(loop_, configuration_, *routes_, each, heard));
+    }
+  }
   listenForOperators();
   if (!configuration_.metrics.empty()) {
     metrics_.emplace(configuration_.metrics);

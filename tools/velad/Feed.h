@@ -23,7 +23,7 @@ class Feed {
   /// Routes were carried out: there may be room for more.
   virtual void worked() = 0;
   /// To be called now and then. Tells when what the source did not announce is gone.
-  void tick(U64 rowWrites) {
+  virtual void tick(U64 rowWrites) {
     const auto& figures = routes_.figuresOf(source_);
     if (std::exchange(complete_, figures.complete) || !figures.complete) return;
     log(Level::info, name() + ": all is announced; " + std::to_string(figures.removed) +
