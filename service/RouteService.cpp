@@ -30,17 +30,9 @@ namespace {
 /// How many routes go down together.
 constexpr std::size_t batchSize = VelaSwitchApi::batchMost;
 
-RouteName nameOf(const LpmKey& key, U32 table) {
-  RouteName name{table, AF_INET, key.prefix().len()};
-  const U32 address = htonl(key.prefix().address().number());
-  std::memcpy(name.address.data(), &address, sizeof address);
-  return name;
-}
-
-LpmKey keyOf(const RouteName& name, U8 vrf) {
-  U32 address = 0;
-  std::memcpy(&address, name.address.data(), sizeof address);
-  return {vrf, Ipnet::IpPrefix(Ipnet::IpAddr(ntohl(address)), name.len)};
+/// Why a route of another family than IPv4 cannot be had.
+Refusal refusalOf(const RouteName& name) {
+  return name.family == AF_INET6 ? Refusal::ipv6 : Refusal::mpls;
 }
 
 }  // namespace
@@ -55,7 +47,6 @@ RouteService::RouteService(VelaAgent::Agent& agent, RouteSettings settings, Inte
       sources_(settings_.sources.size()),
       rebuilt_(agent.entriesOf("Route", 0).unclaimed() != 0 ||
                agent.entriesOf("L3Lag", 0).unclaimed() != 0) {
-  for (const auto& [table, vrf] : settings_.vrfs) tables_[vrf] = table;
   rebuild();
   agent_.routeWriter().routes().entryStatuses().observerIs(this);
 }
@@ -73,14 +64,14 @@ void RouteService::rebuild() {
   routeEntries_.forEachEntry([&](VelaAgent::AnyRef key, VelaAgent::AnyRef result) {
     const auto& at = key.as<LpmKey>();
     const auto& to = result.as<NexthopIndexes>();
-    const auto table = tables_.find(at.vrf());
     const U16 lag = to.l3LagIndex().value();
     if (lag >= Nexthops::lagCount) return;
     const Slot slot{static_cast<U8>(lag), to.rewriteIndex()};
     nexthops_.rebuilt(slot);
     // What is in no VRF of ours goes with all that nobody claims.
-    if (table == tables_.end()) return orphans_.push_back(slot);
-    Route& route = routes_[nameOf(at, table->second)];
+    const auto id = idOf(at);
+    if (!id) return orphans_.push_back(slot);
+    Route& route = routes_[*id];
     route.slot = slot;
     route.placed = true;
     count(route.offer, true);
@@ -98,6 +89,43 @@ bool RouteService::writeLag(U8 lag, U64 ports) {
   }
   const L3LagResult result{VelaSwitch::IngressPortMask(ports)};
   return lagEntries_.announce(key, result) == EntryProgrammedStatus::programmed;
+}
+
+RouteService::RouteId RouteService::idOf(U32 table, U8 len, U32 address) {
+  const auto [at, isNew] = tableIds_.try_emplace(table, static_cast<U32>(tables_.size()));
+  if (isNew) {
+    const auto vrf = settings_.vrfs.find(table);
+    tables_.push_back(
+        {table, vrf == settings_.vrfs.end() ? std::nullopt : std::optional(vrf->second)});
+  }
+  return U64{at->second} << 40 | U64{len} << 32 | address;
+}
+
+RouteService::RouteId RouteService::idOf(const RouteName& name) {
+  U32 address = 0;
+  std::memcpy(&address, name.address.data(), sizeof address);
+  return idOf(name.table, name.len, ntohl(address));
+}
+
+/// Nothing for a VRF of no table.
+std::optional<RouteService::RouteId> RouteService::idOf(const LpmKey& key) {
+  const auto table = std::find_if(settings_.vrfs.begin(), settings_.vrfs.end(),
+                                  [&](const auto& each) { return each.second == key.vrf(); });
+  if (table == settings_.vrfs.end()) return std::nullopt;
+  return idOf(table->first, key.prefix().len(), key.prefix().address().number());
+}
+
+RouteName RouteService::nameOf(RouteId id) const {
+  RouteName name{tableOf(id).number, AF_INET, static_cast<U8>(id >> 32)};
+  const U32 address = htonl(static_cast<U32>(id));
+  std::memcpy(name.address.data(), &address, sizeof address);
+  return name;
+}
+
+/// Of a table that has a VRF.
+LpmKey RouteService::keyOf(RouteId id) const {
+  return {*tableOf(id).vrf,
+          Ipnet::IpPrefix(Ipnet::IpAddr(static_cast<U32>(id)), static_cast<U8>(id >> 32))};
 }
 
 void RouteService::connected(SourceId from, Clock::time_point now) {
@@ -129,21 +157,46 @@ void RouteService::take(SourceId from, const Message& message, Clock::time_point
 void RouteService::take(SourceId from, const RouteMessage& message) {
   Source& source = sources_[from];
   Offer offer{message.hop, message.nexthop, message.preference, source.connection, from};
+  if (message.route.family != AF_INET) return takeForeign(source, message);
+  const RouteId id = idOf(message.route);
   if (message.withdrawn) {
-    const auto at = routes_.find(message.route);
+    const auto at = routes_.find(id);
     if (at == routes_.end() || !at->second.wanted) return;
     if (at->second.offer.rank() == offer.rank()) return offerDel(*at);
-    return beatenIs(message.route, offer, false);
+    return beatenIs(id, offer, false);
   }
   if (message.nexthop != 0) offer.hop = resolved(source, message.nexthop);
   source.awaited = source.awaited || offer.hop.refusal == Refusal::unknownNexthop;
-  Routes::value_type& each = *routes_.try_emplace(message.route).first;
+  Routes::value_type& each = *routes_.try_emplace(id).first;
   const Route& route = each.second;
   // What hardware held was perhaps a better source's, which will say so.
   const bool others =
       route.offer.source == nobody ? !heard(from) : route.offer.rank() < offer.rank();
   if (route.wanted && others) return beatenIs(each.first, offer, true);
   offerIs(each, offer);
+}
+
+/// Routes that no switch of this kind can have are refused at once.
+void RouteService::takeForeign(Source& source, const RouteMessage& message) {
+  if (message.withdrawn) {
+    const auto at = source.foreign.find(message.route);
+    if (at != source.foreign.end()) foreignDel(source, at);
+    return;
+  }
+  const auto [at, isNew] = source.foreign.try_emplace(message.route, 0);
+  figures_.wanted += isNew;
+  figures_.refused[static_cast<std::size_t>(refusalOf(message.route))] += isNew;
+  source.figures.routes += isNew;
+  source.figures.announced += at->second != source.connection;
+  at->second = source.connection;
+}
+
+void RouteService::foreignDel(Source& source, Foreign::iterator at) {
+  --figures_.wanted;
+  --figures_.refused[static_cast<std::size_t>(refusalOf(at->first))];
+  --source.figures.routes;
+  source.figures.announced -= at->second == source.connection;
+  source.foreign.erase(at);
 }
 
 /// Whether all sources before this one told what they have, since the start.
@@ -205,10 +258,10 @@ void RouteService::offerDel(Routes::value_type& each) {
 }
 
 /// There is such an offer beside the one that counts, or there is none.
-void RouteService::beatenIs(const RouteName& name, const Offer& offer, bool there) {
+void RouteService::beatenIs(RouteId id, const Offer& offer, bool there) {
   // It may lie there.
   const Offer copy = offer;
-  std::vector<Offer>& offers = beaten_[name];
+  std::vector<Offer>& offers = beaten_[id];
   std::erase_if(offers, [&](const Offer& each) {
     if (each.rank() != copy.rank()) return false;
     count(each, false);
@@ -218,7 +271,7 @@ void RouteService::beatenIs(const RouteName& name, const Offer& offer, bool ther
     count(copy, true);
     offers.push_back(copy);
   }
-  if (offers.empty()) beaten_.erase(name);
+  if (offers.empty()) beaten_.erase(id);
 }
 
 Hop RouteService::resolved(const Source& source, U32 id) {
@@ -259,10 +312,10 @@ void RouteService::take(SourceId from, const NexthopMessage& message) {
     offer.hop = hop;
     return true;
   };
-  for (auto& [name, offers] : beaten_) {
+  for (auto& [id, offers] : beaten_) {
     for (Offer& offer : offers) changes(offer);
   }
-  enqueueAll([&](Route& route) { return route.wanted && changes(route.offer); });
+  enqueueAll([&](RouteId, Route& route) { return route.wanted && changes(route.offer); });
 }
 
 void RouteService::enqueue(Routes::value_type& route) {
@@ -273,7 +326,7 @@ void RouteService::enqueue(Routes::value_type& route) {
 template <class Wanted>
 void RouteService::enqueueAll(const Wanted& wanted) {
   for (auto& route : routes_) {
-    if (wanted(route.second)) enqueue(route);
+    if (wanted(route.first, route.second)) enqueue(route);
   }
 }
 
@@ -286,14 +339,11 @@ const std::string* RouteService::interfaceName(U32 number) {
   return nullptr;
 }
 
-/// Finds a slot for a route that is wanted, and refers to it.
-Refusal RouteService::place(const RouteName& name, const Route& route, Placing& placing) {
-  if (name.family != AF_INET) return name.family == AF_INET6 ? Refusal::ipv6 : Refusal::mpls;
-  const auto vrf = settings_.vrfs.find(name.table);
-  if (vrf == settings_.vrfs.end()) return Refusal::unknownTable;
-  const Hop& hop = route.offer.hop;
+/// Whose slot a route that is wanted has to have.
+Refusal RouteService::ownerOf(const Routes::value_type& route, Nexthops::Owner& owner) {
+  if (!tableOf(route.first).vrf) return Refusal::unknownTable;
+  const Hop& hop = route.second.offer.hop;
   if (hop.refusal != Refusal::none) return hop.refusal;
-  Nexthops::Owner owner;
   if (hop.kind == Hop::Kind::local) owner.ports = U64{1} << agent_.profile().ports();
   if (hop.kind == Hop::Kind::gateway) {
     const std::string* interface = interfaceName(hop.interface);
@@ -301,6 +351,11 @@ Refusal RouteService::place(const RouteName& name, const Route& route, Placing& 
     if (ports == settings_.portMasks.end()) return Refusal::noPort;
     owner = {ports->second, *interface, hop.gateway};
   }
+  return Refusal::none;
+}
+
+/// Finds a slot for the route, and refers to it.
+Refusal RouteService::place(const Nexthops::Owner& owner, RouteId id, Placing& placing) {
   switch (nexthops_.acquire(owner, placing.slot)) {
     case Nexthops::Outcome::noIndex:
       return Refusal::noIndex;
@@ -309,7 +364,7 @@ Refusal RouteService::place(const RouteName& name, const Route& route, Placing& 
     case Nexthops::Outcome::good:
       break;
   }
-  placing.key = keyOf(name, vrf->second);
+  placing.key = keyOf(id);
   placing.result = {L3LagIndex(placing.slot.lag), placing.slot.rewrite};
   return Refusal::none;
 }
@@ -325,8 +380,11 @@ void RouteService::wantedIs(Route& route, bool wanted) {
   route.wanted = wanted;
 }
 
-void RouteService::statusIs(const LpmKey&, Route& route, EntryProgrammedStatus status) {
+void RouteService::statusIs(const LpmKey& key, Route& route, EntryProgrammedStatus status) {
   if (route.status == status) return;
+  Level& level = levels_[key.prefix().len() / 3];
+  level.waiting += U64{status == EntryProgrammedStatus::tableFull} -
+                   U64{route.status == EntryProgrammedStatus::tableFull};
   const auto count = [this](EntryProgrammedStatus of) -> U64* {
     if (of == EntryProgrammedStatus::programmed) return &figures_.programmed;
     return of == EntryProgrammedStatus::tableFull ? &figures_.waiting : nullptr;
@@ -338,21 +396,23 @@ void RouteService::statusIs(const LpmKey&, Route& route, EntryProgrammedStatus s
 
 /// The status of a route changed, perhaps for another's sake.
 void RouteService::handleKey(const LpmKey& key) {
-  const auto table = tables_.find(key.vrf());
-  if (table == tables_.end()) return;
-  const auto at = routes_.find(nameOf(key, table->second));
+  const auto id = idOf(key);
+  const auto at = id ? routes_.find(*id) : routes_.end();
   if (at != routes_.end()) statusIs(key, at->second, routeEntries_.status(key));
 }
 
 /// Takes a route out of hardware if it is there, and then its reference.
-void RouteService::withdraw(Routes::value_type& route) {
-  if (!std::exchange(route.second.placed, false)) return;
-  const LpmKey key = keyOf(route.first, settings_.vrfs.at(route.first.table));
-  routeEntries_.withdraw(key);
-  agent_.settle();
-  nexthops_.release(route.second.slot);
-  figures_.ofSeveral -= std::exchange(route.second.ofSeveral, false);
-  statusIs(key, route.second, EntryProgrammedStatus::notProgrammed);
+void RouteService::withdraw(Routes::value_type& each) {
+  Route& route = each.second;
+  if (!route.placed && route.status == EntryProgrammedStatus::notProgrammed) return;
+  const LpmKey key = keyOf(each.first);
+  if (std::exchange(route.placed, false)) {
+    routeEntries_.withdraw(key);
+    agent_.settle();
+    nexthops_.release(route.slot);
+    figures_.ofSeveral -= std::exchange(route.ofSeveral, false);
+  }
+  statusIs(key, route, EntryProgrammedStatus::notProgrammed);
 }
 
 /// Routes have their new slots before their old ones are given up.
@@ -379,35 +439,63 @@ void RouteService::entryDone(std::size_t number, const VelaSwitchApi::EntryOutco
   refusalIs(route, failed ? Refusal::hardwareError : Refusal::none);
 }
 
+/// Carries out what was said of a route; it may be gone then.
+void RouteService::workOn(Routes::value_type& each) {
+  Route& route = each.second;
+  route.queued = false;
+  Level& level = levelOf(each.first);
+  level.held -= std::exchange(route.held, false);
+  if (!route.wanted) {
+    withdraw(each);
+    refusalIs(route, Refusal::none);
+    routes_.erase(each.first);
+    return;
+  }
+  Nexthops::Owner owner;
+  Placing placing{&route};
+  Refusal refusal = ownerOf(each, owner);
+  // A table that many wait for keeps records of them all; any of those takes room that comes.
+  if (refusal == Refusal::none && !route.placed &&
+      level.waiting - level.held >= settings_.waitingMost) {
+    route.held = true;
+    ++level.held;
+    refusalIs(route, Refusal::none);
+    return statusIs(keyOf(each.first), route, EntryProgrammedStatus::tableFull);
+  }
+  if (refusal == Refusal::none) refusal = place(owner, each.first, placing);
+  if (refusal != Refusal::none) {
+    withdraw(each);
+    return refusalIs(route, refusal);
+  }
+  placings_.push_back(placing);
+  if (placings_.size() == batchSize) announce();
+}
+
 void RouteService::work(std::size_t most) {
   placings_.reserve(batchSize);
   for (; most > 0 && !queue_.empty(); --most) {
     Routes::value_type& each = *queue_.front();
     queue_.pop_front();
-    Route& route = each.second;
-    route.queued = false;
-    if (!route.wanted) {
-      withdraw(each);
-      refusalIs(route, Refusal::none);
-      routes_.erase(each.first);
-      continue;
-    }
-    Placing placing{&route};
-    const Refusal refusal = place(each.first, route, placing);
-    if (refusal != Refusal::none) {
-      withdraw(each);
-      refusalIs(route, refusal);
-      continue;
-    }
-    placings_.push_back(placing);
-    if (placings_.size() == batchSize) announce();
+    workOn(each);
   }
   announce();
   if (!queue_.empty()) return;
-  if (sweeping_) return endSweep();
-  // Whoever was refused for want of an index may have one now.
+  sweeping_ ? endSweep() : tryAgain();
+}
+
+/// What others left may do for those that were refused for want of it.
+void RouteService::tryAgain() {
   if (nexthops_.freed() && figures_.refused[static_cast<std::size_t>(Refusal::noIndex)] != 0) {
-    enqueueAll([](const Route& route) { return route.refusal == Refusal::noIndex; });
+    enqueueAll([](RouteId, const Route& route) { return route.refusal == Refusal::noIndex; });
+  }
+  for (const Level& level : levels_) {
+    if (level.held == 0 || level.waiting - level.held > settings_.waitingMost / 2) continue;
+    U64 room = settings_.waitingMost - (level.waiting - level.held);
+    enqueueAll([&](RouteId id, const Route& route) {
+      if (!route.held || &levelOf(id) != &level || room == 0) return false;
+      --room;
+      return true;
+    });
   }
 }
 
@@ -422,9 +510,10 @@ void RouteService::tick(Clock::time_point now) {
       return beginSweep(each);
     }
   }
+  tryAgain();
   // Registers that failed may answer again.
   if (figures_.refused[static_cast<std::size_t>(Refusal::hardwareError)] != 0) {
-    enqueueAll([](const Route& route) { return route.refusal == Refusal::hardwareError; });
+    enqueueAll([](RouteId, const Route& route) { return route.refusal == Refusal::hardwareError; });
   }
 }
 
@@ -450,6 +539,12 @@ void RouteService::beginSweep(SourceId of) {
     });
     at = offers.empty() ? beaten_.erase(at) : std::next(at);
   }
+  for (auto at = source.foreign.begin(); at != source.foreign.end();) {
+    const auto each = at++;
+    if (each->second == source.connection) continue;
+    foreignDel(source, each);
+    ++source.figures.removed;
+  }
   for (auto& route : routes_) {
     if (!route.second.wanted || !stale(route.second.offer)) continue;
     offerDel(route);
@@ -474,9 +569,12 @@ void RouteService::endSweep() {
 
 void RouteService::forEachRefused(
     const std::function<void(const RouteName&, Refusal)>& visit) const {
-  for (const auto& [name, route] : routes_) {
+  for (const auto& [id, route] : routes_) {
     const bool waits = route.status == EntryProgrammedStatus::tableFull;
-    if (waits || route.refusal != Refusal::none) visit(name, route.refusal);
+    if (waits || route.refusal != Refusal::none) visit(nameOf(id), route.refusal);
+  }
+  for (const Source& source : sources_) {
+    for (const auto& foreign : source.foreign) visit(foreign.first, refusalOf(foreign.first));
   }
 }
 

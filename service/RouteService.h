@@ -29,7 +29,9 @@ struct RouteSettings {
   /// Of several that announce a route the first one counts.
   std::vector<SourceSettings> sources;
   std::size_t queueMost = 4096;  ///< Routes that wait, until sources are to be held up.
-  std::string nexthopFile;       ///< See Nexthops.
+  /// Routes of a level that wait for room in its table; more are not offered to it before.
+  U64 waitingMost = 32768;
+  std::string nexthopFile;  ///< See Nexthops.
 };
 
 /// Brings the routes of sources into a switch, and keeps them there.
@@ -121,16 +123,31 @@ class RouteService final : private Orb::KeyObserver<VelaSwitch::LpmKey>,
     bool wanted = false;
     bool queued = false;
     bool ofSeveral = false;  ///< It was placed as the first of several gateways.
+    bool held = false;       ///< It waits, and the switch was not told of it.
     Refusal refusal = Refusal::none;
     VelaAgent::EntryProgrammedStatus status{};  ///< Of its entry.
   };
-  using Routes = std::unordered_map<RouteName, Route, RouteNameHash>;
+  /// An IPv4 route's name in few bytes: which of the tables, the bits of the prefix, the address.
+  using RouteId = U64;
+  using Routes = std::unordered_map<RouteId, Route>;
+  struct Table {
+    U32 number;  ///< The kernel's.
+    std::optional<U8> vrf;
+  };
+  /// Routes that wait, of the lengths that share a level.
+  struct Level {
+    U64 waiting = 0;
+    U64 held = 0;  ///< Those of them that the switch was not told of.
+  };
   struct Nexthop {
     Hop hop;
     std::vector<U32> group;
   };
+  using Foreign = std::unordered_map<RouteName, U32, RouteNameHash>;
   struct Source {
     std::unordered_map<U32, Nexthop> objects;  ///< That it announced, by id.
+    /// Routes of other families than IPv4, and the connection on which each was announced last.
+    Foreign foreign;
     SourceFigures figures;
     U32 connection = 0;
     bool awaited = false;  ///< Routes may wait for their next hop to be announced.
@@ -144,17 +161,29 @@ class RouteService final : private Orb::KeyObserver<VelaSwitch::LpmKey>,
   void rebuild();
   void take(SourceId from, const NexthopMessage& message);
   void take(SourceId from, const RouteMessage& message);
+  void takeForeign(Source& source, const RouteMessage& message);
+  void foreignDel(Source& source, Foreign::iterator at);
+  RouteId idOf(U32 table, U8 len, U32 address);
+  RouteId idOf(const RouteName& name);
+  std::optional<RouteId> idOf(const VelaSwitch::LpmKey& key);
+  const Table& tableOf(RouteId id) const { return tables_[id >> 40]; }
+  RouteName nameOf(RouteId id) const;
+  VelaSwitch::LpmKey keyOf(RouteId id) const;
+  Level& levelOf(RouteId id) { return levels_[(id >> 32 & 0xFF) / 3]; }
   static Hop resolved(const Source& source, U32 id);
   void count(const Offer& offer, bool there);
   bool heard(SourceId before) const;
   void offerIs(Routes::value_type& route, const Offer& offer);
   void offerDel(Routes::value_type& route);
-  void beatenIs(const RouteName& name, const Offer& offer, bool there);
+  void beatenIs(RouteId id, const Offer& offer, bool there);
   void enqueue(Routes::value_type& route);
   /// Queues the routes that `wanted` says yes to.
   template <class Wanted>
   void enqueueAll(const Wanted& wanted);
-  Refusal place(const RouteName& name, const Route& route, Placing& placing);
+  Refusal ownerOf(const Routes::value_type& route, Nexthops::Owner& owner);
+  Refusal place(const Nexthops::Owner& owner, RouteId id, Placing& placing);
+  void workOn(Routes::value_type& route);
+  void tryAgain();
   void withdraw(Routes::value_type& route);
   void refusalIs(Route& route, Refusal refusal);
   void wantedIs(Route& route, bool wanted);
@@ -179,10 +208,12 @@ class RouteService final : private Orb::KeyObserver<VelaSwitch::LpmKey>,
   std::unordered_map<U32, std::string> interfaces_;  ///< Names by number.
   Routes routes_;
   /// What is said of routes by other sources than the one that counts.
-  std::unordered_map<RouteName, std::vector<Offer>, RouteNameHash> beaten_;
+  std::unordered_map<RouteId, std::vector<Offer>> beaten_;
   std::deque<Routes::value_type*> queue_;
   std::vector<Placing> placings_;  ///< What is to be announced together.
-  std::map<U8, U32> tables_;       ///< The kernel's, by their VRFs.
+  std::vector<Table> tables_;      ///< That routes were named with.
+  std::map<U32, U32> tableIds_;    ///< Their places, by the kernel's numbers.
+  std::array<Level, 11> levels_;
   Figures figures_;
   std::vector<Slot> orphans_;         ///< Of routes that hardware held in VRFs of no table.
   std::optional<SourceId> sweeping_;  ///< Whose stale routes are queued.

@@ -289,9 +289,8 @@ class Model {
             << Orb::text(IpAddr(address)) << " in " << name.second;
       }
     }
-    const bool alien = sides_[0].alien || sides_[1].alien;
-    U64 refused = alien;
-    U64 wanted = alien;
+    U64 refused = U64{sides_[0].alien} + sides_[1].alien;
+    U64 wanted = refused;
     steady_.clear();
     for (const Name& name : names_) {
       const Told* route = counting(name);
@@ -519,6 +518,41 @@ TEST(RouteService, RoutesThatFoundNoIndexTakeThoseThatBecomeFree) {
   EXPECT_EQ(world.service->figures().wanted, 0);
   EXPECT_EQ(world.agent->entriesOf("Route", 0).entries(), 0);
   EXPECT_EQ(world.agent->entriesOf("L3Lag", 0).entries(), 0);
+}
+
+TEST(RouteService, RoutesWithoutRoomComeInWhenOthersGoHoweverManyWait) {
+  World world;
+  Random random;
+  world.settings.waitingMost = 100;
+  world.restart();
+  world.connect();
+  const VelaAgent::Entries& level = world.agent->entriesOf("Lpm23", 0);
+  std::set<RouteName> left;
+  for (U32 number = 0; number < 5000; ++number) {
+    left.insert(nameOf(IpPrefix(IpAddr(0x20000000 + (number << 11)), 21)));
+  }
+  const auto tell = [&](const RouteName& name, bool withdrawn) {
+    world.sender.route({name, withdrawn, 0, {Hop::Kind::local}});
+    world.sender.frame();
+  };
+  for (const RouteName& name : left) tell(name, false);
+  while (!left.empty()) {
+    world.receive(random);
+    world.drain();
+    const U64 programmed = world.service->figures().programmed;
+    EXPECT_GE(programmed, std::min<std::size_t>(left.size(), 1900));
+    EXPECT_EQ(programmed, level.programmed());
+    EXPECT_LE(level.waiting(), 100 + VelaSwitchApi::batchMost);
+    std::set<RouteName> waiting;
+    world.service->forEachRefused([&](const RouteName& name, Refusal) { waiting.insert(name); });
+    ASSERT_EQ(programmed + waiting.size(), left.size());
+    for (const RouteName& name : std::exchange(left, waiting)) {
+      if (!left.contains(name)) tell(name, true);
+    }
+  }
+  world.receive(random);
+  world.drain();
+  EXPECT_EQ(level.entries(), 0);
 }
 
 TEST(RouteService, WhatRegistersDidNotTakeIsTriedAgain) {
