@@ -56,7 +56,8 @@ test-live: packages deb
 	$(call timed,packages,tests/live/packages.sh)
 	$(call timed,docs,$(MAKE) --no-print-directory docs)
 	$(call timed,frr,$(MAKE) --no-print-directory release-velad release-velatable && \
-	    tests/live/frr.sh && tests/live/bird.sh && tests/live/offer.py build/release/velad 500000)
+	    tests/live/frr.sh && tests/live/bird.sh && tests/live/offer.py build/release/velad 500000 && \
+	    tests/live/offload.py build/release/velad)
 	@cat build/times
 
 # Describes the libraries as they are for those of later releases to be compared with.

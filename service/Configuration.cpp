@@ -176,7 +176,8 @@ Configuration ConfigurationReader::read(const Json& json) {
          {{"listen", text(listen)},
           {"anywhere", flag(fpmAnywhere)},
           {"quiet", seconds(fpmSource.quiet)},
-          {"longest", seconds(fpmSource.longest)}});
+          {"longest", seconds(fpmSource.longest)},
+          {"offload", flag(fpmSource.answered)}});
   };
   SourceSettings kernelSource{"kernel"};
   const Handler kernel = [&](const Json& value) {

@@ -164,6 +164,7 @@ RouteMessage readRoute(const nlmsghdr* message) {
   const auto all = attributesOf<RTA_MAX + 1, rtmsg>(message);
   const auto head = headOf<rtmsg>(message);
   RouteMessage route{nameOf(head, all), message->nlmsg_type == RTM_DELROUTE};
+  route.protocol = head.rtm_protocol;
   if (route.withdrawn) return route;
   route.hop = hopOfType(head.rtm_type, all);
   if (head.rtm_type == RTN_UNICAST) route.nexthop = all.number(RTA_NH_ID);
@@ -328,6 +329,34 @@ KernelStream::Heard KernelStream::received(std::span<const char> bytes,
     }
   });
   return heard;
+}
+
+std::string offloadFrame(const RouteMessage& route, bool programmed) {
+  const RouteName& name = route.route;
+  alignas(nlmsghdr) std::array<char, 128> buffer{};
+  nlmsghdr* message = mnl_nlmsg_put_header(buffer.data());
+  message->nlmsg_type = RTM_NEWROUTE;
+  auto* head = static_cast<rtmsg*>(mnl_nlmsg_put_extra_header(message, sizeof(rtmsg)));
+  const bool drops = route.nexthop == 0 && route.hop.kind == Hop::Kind::drop;
+  head->rtm_family = name.family;
+  head->rtm_dst_len = name.len;
+  head->rtm_table = static_cast<U8>(name.table < 256 ? name.table : U32{RT_TABLE_COMPAT});
+  head->rtm_protocol = route.protocol;
+  head->rtm_type = static_cast<U8>(drops ? int{RTN_BLACKHOLE} : int{RTN_UNICAST});
+  head->rtm_flags = programmed ? RTM_F_OFFLOAD : RTM_F_OFFLOAD_FAILED;
+  mnl_attr_put(message, RTA_DST, name.family == AF_INET ? 4 : 16, name.address.data());
+  mnl_attr_put_u32(message, RTA_TABLE, name.table);
+  if (route.nexthop != 0) {
+    mnl_attr_put_u32(message, RTA_NH_ID, route.nexthop);
+  } else if (!drops) {
+    mnl_attr_put_u32(message, RTA_OIF, route.hop.interface);
+    if (route.hop.gateway != 0) {
+      mnl_attr_put_u32(message, RTA_GATEWAY, htonl(route.hop.gateway));
+    }
+  }
+  const std::size_t size = FpmStream::headerSize + message->nlmsg_len;
+  std::string frame{1, 1, static_cast<char>(size >> 8), static_cast<char>(size)};
+  return frame.append(buffer.data(), message->nlmsg_len);
 }
 
 void FpmStream::received(std::span<const char> bytes, const MessageListener& listener) {

@@ -18,6 +18,10 @@ class MalformedMessage : public std::runtime_error {
 /// those of routes and next hops. Throws MalformedMessage; what came before it was told.
 void readNetlink(std::span<const char> bytes, const MessageListener& listener);
 
+/// The frame that tells a forwarding plane manager's client whether its route is in hardware:
+/// RTM_NEWROUTE with RTM_F_OFFLOAD or RTM_F_OFFLOAD_FAILED.
+std::string offloadFrame(const RouteMessage& route, bool programmed);
+
 /// Cuts the stream of a forwarding plane manager's client into frames and reads their messages: a
 /// header of four bytes (version 1, type 1, the length in network order, header included), netlink
 /// messages behind it.

@@ -138,6 +138,7 @@ void RouteService::connected(SourceId from, Clock::time_point now) {
   source.figures.complete = false;
   ++source.figures.connections;
   source.figures.announced = 0;
+  while (answer(from)) continue;
   // The next daemon may call other things by the same numbers.
   source.objects.clear();
   interfaces_.clear();
@@ -156,7 +157,8 @@ void RouteService::take(SourceId from, const Message& message, Clock::time_point
 
 void RouteService::take(SourceId from, const RouteMessage& message) {
   Source& source = sources_[from];
-  Offer offer{message.hop, message.nexthop, message.preference, source.connection, from};
+  Offer offer{message.hop, message.nexthop, message.preference, source.connection,
+              from,        message.protocol};
   if (message.route.family != AF_INET) return takeForeign(source, message);
   const RouteId id = idOf(message.route);
   if (message.withdrawn) {
@@ -189,6 +191,8 @@ void RouteService::takeForeign(Source& source, const RouteMessage& message) {
   source.figures.routes += isNew;
   source.figures.announced += at->second != source.connection;
   at->second = source.connection;
+  const auto from = static_cast<std::size_t>(&source - sources_.data());
+  if (settings_.sources[from].answered) source.answers.push_back(message.route);
 }
 
 void RouteService::foreignDel(Source& source, Foreign::iterator at) {
@@ -235,8 +239,41 @@ void RouteService::offerIs(Routes::value_type& each, const Offer& offer) {
   }
   count(offer, true);
   route.offer = offer;
+  route.told = false;
   wantedIs(route, true);
-  if (!same) enqueue(each);
+  same ? answerIs(each.first, route) : enqueue(each);
+}
+
+/// The source whose route it is shall be told what became of it, when that is known.
+void RouteService::answerIs(RouteId id, Route& route) {
+  const SourceId source = route.offer.source;
+  if (source == nobody || !settings_.sources[source].answered) return;
+  if (!std::exchange(route.answering, true)) sources_[source].answers.push_back(nameOf(id));
+}
+
+std::optional<RouteService::Answer> RouteService::answer(SourceId to) {
+  Source& source = sources_[to];
+  while (!source.answers.empty()) {
+    const RouteName name = source.answers.front();
+    source.answers.pop_front();
+    if (name.family != AF_INET) {
+      if (source.foreign.contains(name)) return Answer{{name}, false};
+      continue;
+    }
+    const auto at = routes_.find(idOf(name));
+    if (at == routes_.end()) continue;
+    Route& route = at->second;
+    route.answering = false;
+    const Offer& offer = route.offer;
+    // What is queued is told afterwards.
+    if (route.queued || offer.source != to || offer.connection != source.connection) continue;
+    const bool programmed = route.status == EntryProgrammedStatus::programmed;
+    if (std::exchange(route.told, true) && route.toldOf == programmed) continue;
+    route.toldOf = programmed;
+    return Answer{{name, false, offer.nexthop, offer.hop, offer.preference, offer.protocol},
+                  programmed};
+  }
+  return std::nullopt;
 }
 
 /// The offer that counts is gone: the next one does.
@@ -392,6 +429,7 @@ void RouteService::statusIs(const LpmKey& key, Route& route, EntryProgrammedStat
   if (U64* before = count(route.status)) --*before;
   if (U64* after = count(status)) ++*after;
   route.status = status;
+  answerIs(*idOf(key), route);
 }
 
 /// The status of a route changed, perhaps for another's sake.
@@ -443,6 +481,7 @@ void RouteService::entryDone(std::size_t number, const VelaSwitchApi::EntryOutco
 void RouteService::workOn(Routes::value_type& each) {
   Route& route = each.second;
   route.queued = false;
+  if (route.wanted) answerIs(each.first, route);
   Level& level = levelOf(each.first);
   level.held -= std::exchange(route.held, false);
   if (!route.wanted) {

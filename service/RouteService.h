@@ -20,6 +20,7 @@ struct SourceSettings {
   /// How long it is quiet, or else connected, until what it did not announce goes.
   Clock::duration quiet = std::chrono::seconds(5);
   Clock::duration longest = std::chrono::seconds(60);
+  bool answered = false;  ///< It is told what becomes of its routes.
 };
 
 /// What a route service is told once.
@@ -66,13 +67,24 @@ class RouteService final : private Orb::KeyObserver<VelaSwitch::LpmKey>,
   void take(SourceId from, const Message& message, Clock::time_point now);
   /// The source has told all that it has: it need not be waited for.
   void told(SourceId from) { sources_[from].told = true; }
-  /// Whether sources are to be held up until work() was done.
-  bool full() const { return queue_.size() >= settings_.queueMost; }
+  /// Whether the source is to be held up until work() was done, and answers were taken.
+  bool full(SourceId from) const {
+    return queue_.size() >= settings_.queueMost ||
+           sources_[from].answers.size() >= settings_.queueMost;
+  }
   bool idle() const { return queue_.empty() && !sweeping_; }
   /// Carries out up to `most` changes.
   void work(std::size_t most);
   /// What time brings: to be called now and then.
   void tick(Clock::time_point now);
+
+  /// A route that a source announced on its connection, and whether hardware has it.
+  struct Answer {
+    RouteMessage route;
+    bool programmed;
+  };
+  /// The next that a source is to be told, where it is: of each announcement, and when it changes.
+  std::optional<Answer> answer(SourceId to);
 
   /// What a source has to do with it all.
   struct SourceFigures {
@@ -113,6 +125,7 @@ class RouteService final : private Orb::KeyObserver<VelaSwitch::LpmKey>,
     U32 preference = 0;  ///< As in the message.
     U32 connection = 0;  ///< On which it was announced last.
     SourceId source = nobody;
+    U8 protocol = 0;  ///< As in the message.
 
     auto rank() const { return std::pair(source, preference); }
   };
@@ -124,6 +137,9 @@ class RouteService final : private Orb::KeyObserver<VelaSwitch::LpmKey>,
     bool queued = false;
     bool ofSeveral = false;  ///< It was placed as the first of several gateways.
     bool held = false;       ///< It waits, and the switch was not told of it.
+    bool answering = false;  ///< It is among the answers.
+    bool told = false;       ///< Its source was told what became of it: `toldOf`.
+    bool toldOf = false;
     Refusal refusal = Refusal::none;
     VelaAgent::EntryProgrammedStatus status{};  ///< Of its entry.
   };
@@ -148,6 +164,7 @@ class RouteService final : private Orb::KeyObserver<VelaSwitch::LpmKey>,
     std::unordered_map<U32, Nexthop> objects;  ///< That it announced, by id.
     /// Routes of other families than IPv4, and the connection on which each was announced last.
     Foreign foreign;
+    std::deque<RouteName> answers;  ///< Routes that it is to be told of.
     SourceFigures figures;
     U32 connection = 0;
     bool awaited = false;  ///< Routes may wait for their next hop to be announced.
@@ -176,6 +193,7 @@ class RouteService final : private Orb::KeyObserver<VelaSwitch::LpmKey>,
   void offerIs(Routes::value_type& route, const Offer& offer);
   void offerDel(Routes::value_type& route);
   void beatenIs(RouteId id, const Offer& offer, bool there);
+  void answerIs(RouteId id, Route& route);
   void enqueue(Routes::value_type& route);
   /// Queues the routes that `wanted` says yes to.
   template <class Wanted>

@@ -504,7 +504,7 @@ TEST(RouteService, RoutesThatFoundNoIndexTakeThoseThatBecomeFree) {
   };
   for (U32 number = 0; number < slots + 100; ++number) tell(number, false);
   world.receive(random);
-  EXPECT_TRUE(world.service->full());
+  EXPECT_TRUE(world.service->full(0));
   world.drain();
   EXPECT_EQ(refused(), 100);
   EXPECT_EQ(world.agent->entriesOf("Route", 0).programmed(), slots);

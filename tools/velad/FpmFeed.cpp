@@ -4,6 +4,12 @@ namespace Velad {
 
 using VelaService::Clock;
 
+namespace {
+
+constexpr std::size_t answersAtATime = std::size_t{1} << 16;
+
+}  // namespace
+
 FpmFeed::FpmFeed(Loop& loop, const VelaService::Configuration& configuration,
                  VelaService::RouteService& routes, VelaService::RouteService::SourceId source,
                  Heard heard)
@@ -24,6 +30,7 @@ FpmFeed::FpmFeed(Loop& loop, const VelaService::Configuration& configuration,
 void FpmFeed::accept() {
   if (stream_) close("another connection came", false);
   frames_ = {};
+  answering_ = false;
   stream_ = std::make_unique<Stream>(reinterpret_cast<uv_stream_t*>(listener_.get()));
   routes().connected(source(), Clock::now());
   log(Level::info, "fpm: connected");
@@ -39,12 +46,36 @@ void FpmFeed::received(std::span<const char> bytes) {
   } catch (const VelaService::MalformedMessage& error) {
     close(error.what(), true);
   }
-  if (stream_ && routes().full()) stream_->readingIs(false);
+  worked();
   heard(now);
 }
 
 void FpmFeed::worked() {
-  if (stream_ && !routes().full()) stream_->readingIs(true);
+  answer();
+  if (stream_) stream_->readingIs(!routes().full(source()));
+}
+
+void FpmFeed::tick(U64 rowWrites) {
+  Feed::tick(rowWrites);
+  worked();
+}
+
+/// Tells the client what became of its routes. While it does not read, no more is written, and in
+/// the end nothing is read from it.
+void FpmFeed::answer() {
+  if (!stream_ || answering_) return;
+  std::string text;
+  while (text.size() < answersAtATime) {
+    const auto next = routes().answer(source());
+    if (!next) break;
+    text += VelaService::offloadFrame(next->route, next->programmed);
+  }
+  if (text.empty()) return;
+  answering_ = true;
+  stream_->write(std::move(text), [this] {
+    answering_ = false;
+    worked();
+  });
 }
 
 void FpmFeed::close(const std::string& why, bool malformed) {

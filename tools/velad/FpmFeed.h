@@ -15,15 +15,18 @@ class FpmFeed final : public Feed {
           Heard heard);
 
   void worked() override;
+  void tick(U64 rowWrites) override;
 
  private:
   void accept();
   void received(std::span<const char> bytes);
   void close(const std::string& why, bool malformed);
+  void answer();
 
   Handle<uv_tcp_t> listener_{new uv_tcp_t};
   std::unique_ptr<Stream> stream_;
   VelaService::FpmStream frames_;
+  bool answering_ = false;  ///< Answers are on their way; more follow when they are taken.
 };
 
 }  // namespace Velad

@@ -45,7 +45,7 @@ void KernelFeed::received() {
     if (kernel_->overruns() != std::exchange(overruns_, kernel_->overruns())) {
       log(Level::warning, "kernel: changes were lost, all is asked for again");
     }
-    readingIs(!routes().full());
+    readingIs(!routes().full(source()));
   } catch (const std::exception& error) {
     log(Level::error, std::string("kernel: ") + error.what());
     polled_.reset();
@@ -56,7 +56,7 @@ void KernelFeed::received() {
 }
 
 void KernelFeed::worked() {
-  if (kernel_ && !routes().full()) readingIs(true);
+  if (kernel_ && !routes().full(source())) readingIs(true);
 }
 
 void KernelFeed::tick(U64 rowWrites) {
