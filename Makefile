@@ -57,7 +57,8 @@ test-live: packages deb
 	$(call timed,docs,$(MAKE) --no-print-directory docs)
 	$(call timed,frr,$(MAKE) --no-print-directory release-velad release-velatable && \
 	    tests/live/frr.sh && tests/live/bird.sh && tests/live/offer.py build/release/velad 500000 && \
-	    tests/live/offload.py build/release/velad)
+	    tests/live/offload.py build/release/velad && \
+	    tests/live/kill.py build/release/velad build/release/velatable 50)
 	@cat build/times
 
 # Describes the libraries as they are for those of later releases to be compared with.
