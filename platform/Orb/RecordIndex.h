@@ -12,6 +12,7 @@ namespace Orb {
 class VELA_EXPORT RecordIndex {
  public:
   using TagOf = U32 (*)(const void* record);  ///< The tag of a record that is in the index.
+  /// Of records that say their tags so.
   explicit RecordIndex(TagOf tagOf) : tagOf_(tagOf) {}
 
   U32 size() const { return size_; }  ///< Records.
