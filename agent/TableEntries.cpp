@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <utility>
 
 #include "VelaSwitchApi/HashBase.h"
 
@@ -45,10 +46,18 @@ EntryProgrammedStatus TableEntries::outcomeOf(AnyRef key, bool changed,
     status = this->status(key);
     if (status == EntryProgrammedStatus::programmed) return status;
   }
-  if (!watching_) watchStatuses();
-  watching_ = true;
+  watch();
   noteIs(key, true);
   return status;
+}
+
+void TableEntries::watch() {
+  if (!std::exchange(watching_, true)) watchStatuses();
+}
+
+void TableEntries::statusListenerIs(AnyListener listener) {
+  statusListener_ = std::move(listener);
+  if (statusListener_) watch();
 }
 
 /// Does for each entry of a batch what program() does for one.
@@ -81,6 +90,7 @@ void TableEntries::announceAll(std::span<const Announcement> all, BatchListener&
 }
 
 void TableEntries::statusChanged(AnyRef key) {
+  if (statusListener_) statusListener_(key);
   const KeyRecord* there = record(key);
   if (!there || !there->has(KeyRecord::noted)) return;
   if (statusOf(there) != EntryProgrammedStatus::programmed) return;

@@ -52,6 +52,10 @@ class TableEntries : public Entries {
   U32 refused() const override;
   void reconcile(const AnyListener& removing) override;
 
+  /// Hears of entries that are announced, changed or withdrawn, or whose status is another one.
+  /// There is one at most; empty for none. What it hears of is done, but it comes amid changes.
+  void statusListenerIs(AnyListener listener);
+
   /// Rows that entries may lie in.
   U32 capacity() const;
   /// What places the entries of a hash table, those of other tables that share its rows as well;
@@ -111,8 +115,9 @@ class TableEntries : public Entries {
 
   /// The status of a key by its record, which may be null.
   EntryProgrammedStatus statusOf(const KeyRecord* record) const { return table().statusOf(record); }
-  /// Calls statusChanged(key) whenever a status changes, where the table keeps them.
-  virtual void watchStatuses() {}
+  /// Calls statusChanged(key) whenever a status changes, where the table keeps them, or else an
+  /// entry.
+  virtual void watchStatuses() = 0;
   void statusChanged(AnyRef key);
 
   /// Whether people hear of the entry: not when it is but what hardware holds without one.
@@ -135,11 +140,13 @@ class TableEntries : public Entries {
   class Announcing;
   void noteIs(AnyRef key, bool noted);
   EntryProgrammedStatus outcomeOf(AnyRef key, bool changed, EntryProgrammedStatus status);
+  void watch();
 
   Particulars particulars_;
   mutable std::map<std::string, unsigned, std::less<>> rowBits_;
   bool toldOfSilence_ = false;  ///< Once is enough for a table.
   bool watching_ = false;
+  AnyListener statusListener_;
 };
 
 /// Entries of tables that hardware hashes.

@@ -272,6 +272,28 @@ std::unique_ptr<Answer> runOf(Agent& agent, const Json& events) {
       });
 }
 
+/// What happens from now on, without an end.
+class Watched final : public Answer {
+ public:
+  explicit Watched(Watch& watch) : queue_(watch, most), sequence_(watch.sequence()) {}
+
+  bool piece(std::string& out) override {
+    if (!std::exchange(begun_, true)) {
+      addLine(out, {{"sequence", sequence_}, {"event", "watching"}});
+    }
+    out += queue_.take();
+    return true;
+  }
+  bool overrun() const override { return queue_.overrun(); }
+
+ private:
+  static constexpr std::size_t most = std::size_t{1} << 20;
+
+  WatchQueue queue_;
+  U64 sequence_;
+  bool begun_ = false;
+};
+
 /// What is said of a request that is none.
 class Refused final : public Answer {
  public:
@@ -288,7 +310,8 @@ class Refused final : public Answer {
 }  // namespace
 
 std::unique_ptr<Answer> Control::answerTo(const Json& request) {
-  static const std::vector<std::string> names{"status", "lookup", "decode", "audit", "run"};
+  static const std::vector<std::string> names{"status", "lookup", "decode",
+                                              "audit",  "run",    "watch"};
   if (!request.is_object()) throw InputException("not a JSON object");
   const std::string name = textOf(request, "request");
   if (name == "status") {
@@ -312,6 +335,10 @@ std::unique_ptr<Answer> Control::answerTo(const Json& request) {
   if (name == "run") {
     allowOnly(request, {"events"});
     return runOf(agent_, listOf(request, "events"));
+  }
+  if (name == "watch") {
+    allowOnly(request, {});
+    return std::make_unique<Watched>(watch_);
   }
   throw InputException("unknown request \"" + name + "\"" + VelaAgent::suggestion(name, names));
 }

@@ -2,7 +2,7 @@
 
 #include <memory>
 
-#include "service/RouteService.h"
+#include "service/Watch.h"
 
 namespace VelaService {
 
@@ -14,16 +14,19 @@ class Answer {
   virtual bool prepares() const { return false; }
   /// What may run in any thread, before the first piece.
   virtual void prepare() {}
-  /// Adds lines to `out`; returns whether there are more.
+  /// Adds lines to `out`; returns whether there are more. Where it adds none they come later.
   virtual bool piece(std::string& out) = 0;
+  /// Whether whoever asked reads too slowly, and is to be dropped.
+  virtual bool overrun() const { return false; }
 };
 
 /// Answers the requests of operators: a line of JSON each, and lines of JSON for an answer, of
 /// which the last has "done". See docs/velad.md.
 class Control {
  public:
-  /// Both must outlive this, and any answer.
-  Control(VelaAgent::Agent& agent, const RouteService& routes) : agent_(agent), routes_(routes) {}
+  /// All must outlive this, and any answer.
+  Control(VelaAgent::Agent& agent, const RouteService& routes, Watch& watch)
+      : agent_(agent), routes_(routes), watch_(watch) {}
 
   /// The answer to a line, whatever it is.
   std::unique_ptr<Answer> ask(std::string_view line);
@@ -33,6 +36,7 @@ class Control {
 
   VelaAgent::Agent& agent_;
   const RouteService& routes_;
+  Watch& watch_;
 };
 
 }  // namespace VelaService

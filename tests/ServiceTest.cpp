@@ -9,7 +9,7 @@
 #include <map>
 
 #include "Support.h"
-#include "agent/Json.h"
+#include "agent/TableAdapter.h"
 #include "device/RouteLookup.h"
 #include "service/Configuration.h"
 #include "service/Control.h"
@@ -106,6 +106,39 @@ RouteName nameOf(IpPrefix prefix, U32 table = RT_TABLE_MAIN) {
   return name;
 }
 
+/// The routes' statuses as a watcher knows them, who heard of nothing but changes.
+class Watcher {
+ public:
+  Watcher(VelaAgent::Agent& agent, RouteService& service) : watch_(agent, service) {
+    for (const auto& each : agent.table("Route", 0).statuses()) {
+      statuses_[each.key] = VelaSwitchApi::nameOf(each.status);
+    }
+  }
+  /// Hears on; returns how many routes are in hardware.
+  U64 programmed() {
+    EXPECT_FALSE(queue_.overrun());
+    std::istringstream lines(queue_.take());
+    for (std::string line; std::getline(lines, line);) {
+      const auto told = VelaAgent::jsonFromText(line);
+      EXPECT_EQ(told["sequence"], ++sequence_);
+      if (told["table"] != "Route") continue;
+      std::string& status = statuses_.try_emplace(told["key"], "notProgrammed").first->second;
+      EXPECT_NE(status, told["status"]) << line;
+      status = told["status"];
+    }
+    return static_cast<U64>(std::count_if(statuses_.begin(), statuses_.end(), [](const auto& each) {
+      return each.second == "programmed";
+    }));
+  }
+  Watch& watch() { return watch_; }
+
+ private:
+  Watch watch_;
+  WatchQueue queue_{watch_, std::size_t{1} << 24};
+  U64 sequence_ = 0;
+  std::map<VelaAgent::Json, std::string> statuses_;
+};
+
 /// A switch with a service that is started again and again, and its source.
 struct World {
   static constexpr U64 cpu = U64{1} << 48;
@@ -121,6 +154,7 @@ struct World {
   ~World() { std::filesystem::remove(file); }
 
   void start(VelaAgent::Agent::Start how) {
+    watcher.reset();
     service.reset();
     agent = std::make_unique<VelaAgent::Agent>(profile, chip);
     agent->make();
@@ -128,6 +162,7 @@ struct World {
     service = std::make_unique<RouteService>(*agent, settings, [](U32 number) {
       return number == 0 ? "" : "if" + std::to_string(number);
     });
+    watcher = std::make_unique<Watcher>(*agent, *service);
   }
   void restart() { start(VelaAgent::Agent::Start::restart); }
   void connect() {
@@ -177,6 +212,7 @@ struct World {
   VelaDevice::DataPath path{chip, *profile};
   std::unique_ptr<VelaAgent::Agent> agent;
   std::unique_ptr<RouteService> service;
+  std::unique_ptr<Watcher> watcher;
   Sender sender;
   FpmStream stream;
   Clock::time_point now = Clock::now();
@@ -285,6 +321,7 @@ class Model {
     for (const U64 each : world_.service->figures().refused) counted += each;
     EXPECT_EQ(counted, refused);
     EXPECT_EQ(world_.service->figures().programmed, steady_.size());
+    EXPECT_EQ(world_.watcher->programmed(), steady_.size());
     EXPECT_EQ(world_.service->figures().wanted, routes_.size() + alien_);
   }
   /// Routes that stand all along are found after every register that is written.
@@ -543,7 +580,7 @@ TEST(Control, AnswersAreAsDocumented) {
   world.sender.frame();
   world.receive(random);
   world.drain();
-  Control control(*world.agent, *world.service);
+  Control control(*world.agent, *world.service, world.watcher->watch());
   std::ifstream docs(DOCS "/velad.md");
   std::string answer;
   int asked = 0;

@@ -50,6 +50,11 @@ class Daemon::Operator {
     log(Level::info, "control: connected, " + who_);
     stream_.start([this](std::span<const char> bytes) { received(bytes); }, [this] { end(""); });
   }
+  /// Goes on with an answer that waited, if there is more of it.
+  void resume() {
+    if (answer_ && answer_->overrun()) return end("reading too slowly");
+    if (std::exchange(waiting_, false)) piece();
+  }
 
  private:
   /// What runs in another thread outlives an operator who does not wait for it.
@@ -61,14 +66,23 @@ class Daemon::Operator {
 
   void received(std::span<const char> bytes) {
     input_.append(bytes.begin(), bytes.end());
+    if (answer_) {
+      boundInput();
+      return;
+    }
     stream_.readingIs(false);
     next();
+  }
+  bool boundInput() {
+    if (input_.size() <= longestRequest) return true;
+    end("a request without an end");
+    return false;
   }
   void next() {
     const std::size_t end = input_.find('\n');
     if (end == std::string::npos) {
-      if (input_.size() > longestRequest) return this->end("a request without an end");
-      return stream_.readingIs(true);
+      if (boundInput()) stream_.readingIs(true);
+      return;
     }
     answer_ = daemon_.control_->ask(std::string_view(input_).substr(0, end));
     input_.erase(0, end + 1);
@@ -93,6 +107,11 @@ class Daemon::Operator {
     std::string text;
     const bool more = answer_->piece(text);
     if (!more) answer_.reset();
+    if (more && text.empty()) {
+      waiting_ = true;
+      // To hear when the peer is gone.
+      return stream_.readingIs(true);
+    }
     stream_.write(std::move(text), [this] { answer_ ? piece() : next(); });
   }
   void end(const std::string& why) {
@@ -106,6 +125,7 @@ class Daemon::Operator {
   std::string who_;
   std::string input_;
   std::unique_ptr<VelaService::Answer> answer_;
+  bool waiting_ = false;  ///< The answer goes on when there is more of it.
   Preparing* preparing_ = nullptr;
 };
 
@@ -117,15 +137,17 @@ Daemon::Daemon(const VelaService::Configuration& configuration)
   agent_.make();
   agent_.start(restart ? Agent::Start::restart : Agent::Start::fresh);
   routes_.emplace(agent_, configuration_.routes, nameOfInterface);
-  control_.emplace(agent_, *routes_);
+  watch_.emplace(agent_, *routes_);
+  control_.emplace(agent_, *routes_, *watch_);
   log(Level::info, std::string(restart ? "restart: " : "start: ") + "the switch holds " +
                        std::to_string(routes_->figures().routes) + " routes, " +
                        std::to_string(agent_.recorder().rowWrites()) + " rows were written");
   uv_idle_init(loop_.get(), &working_);
+  uv_prepare_init(loop_.get(), &pausing_);
   uv_timer_init(loop_.get(), &ticking_);
   uv_signal_init(loop_.get(), &term_);
   uv_signal_init(loop_.get(), &interrupt_);
-  working_.data = ticking_.data = term_.data = interrupt_.data = this;
+  working_.data = pausing_.data = ticking_.data = term_.data = interrupt_.data = this;
   listen();
   listenForOperators();
   if (!configuration_.metrics.empty()) {
@@ -201,6 +223,15 @@ void Daemon::acceptOperator() {
   operators_.back()->start();
 }
 
+/// Answers that wait for something to happen may have more now.
+void Daemon::resumeOperators() {
+  for (auto at = operators_.begin(); at != operators_.end();) {
+    // It may be gone then.
+    Operator& each = **at++;
+    each.resume();
+  }
+}
+
 void Daemon::workIfNeeded() {
   if (!routes_->idle()) uv_idle_start(&working_, [](uv_idle_t* on) { of(on).work(); });
 }
@@ -235,6 +266,7 @@ void Daemon::run() {
   const auto stop = [](uv_signal_t* on, int) { of(on).loop_.stop(); };
   checked(uv_signal_start(&term_, stop, SIGTERM), "SIGTERM");
   checked(uv_signal_start(&interrupt_, stop, SIGINT), "SIGINT");
+  uv_prepare_start(&pausing_, [](uv_prepare_t* on) { of(on).resumeOperators(); });
   uv_timer_start(
       &ticking_, [](uv_timer_t* on) { of(on).tick(); }, tickMilliseconds, tickMilliseconds);
   sd_notify(0, "READY=1");

@@ -36,6 +36,7 @@ class Daemon {
   void received(std::span<const char> bytes);
   void closeFeed(const std::string& why, bool malformed);
   void acceptOperator();
+  void resumeOperators();
   void workIfNeeded();
   void work();
   void tick();
@@ -48,11 +49,13 @@ class Daemon {
   VelaDevice::SimulatedSwitch chip_;
   VelaAgent::Agent agent_;
   std::optional<VelaService::RouteService> routes_;
+  std::optional<VelaService::Watch> watch_;
   std::optional<VelaService::Control> control_;
   Loop loop_;
   uv_tcp_t fpm_{};
   uv_pipe_t operatorListener_{};
   uv_idle_t working_{};
+  uv_prepare_t pausing_{};
   uv_timer_t ticking_{};
   uv_signal_t term_{};
   uv_signal_t interrupt_{};
