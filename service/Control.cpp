@@ -82,7 +82,7 @@ class Items final : public Answer {
       try {
         make_(next_++, out);
       } catch (const std::exception& error) {
-        addError(out, "item " + std::to_string(next_) + ": " + error.what());
+        addLine(out, {{"done", false}, {"item", next_}, {"error", error.what()}});
         return false;
       }
     }
@@ -284,6 +284,7 @@ class Watched final : public Answer {
     out += queue_.take();
     return true;
   }
+  bool waits() const override { return queue_.empty(); }
   bool overrun() const override { return queue_.overrun(); }
 
  private:

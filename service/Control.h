@@ -14,8 +14,10 @@ class Answer {
   virtual bool prepares() const { return false; }
   /// What may run in any thread, before the first piece.
   virtual void prepare() {}
-  /// Adds lines to `out`; returns whether there are more. Where it adds none they come later.
+  /// Adds lines to `out`; returns whether there are more.
   virtual bool piece(std::string& out) = 0;
+  /// Whether there are more only when something happens.
+  virtual bool waits() const { return false; }
   /// Whether whoever asked reads too slowly, and is to be dropped.
   virtual bool overrun() const { return false; }
 };

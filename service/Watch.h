@@ -71,6 +71,7 @@ class WatchQueue final : public WatchListener {
   void told(U64 sequence, std::string_view line) override;
   /// Whether more came than the bound allows; what waited is gone then.
   bool overrun() const { return overrun_; }
+  bool empty() const { return lines_.empty(); }
   /// What waits, each line with its end.
   std::string take() { return std::exchange(lines_, {}); }
 

@@ -53,7 +53,9 @@ class Daemon::Operator {
   /// Goes on with an answer that waited, if there is more of it.
   void resume() {
     if (answer_ && answer_->overrun()) return end("reading too slowly");
-    if (std::exchange(waiting_, false)) piece();
+    if (!waiting_ || answer_->waits()) return;
+    waiting_ = false;
+    piece();
   }
 
  private:
@@ -105,14 +107,15 @@ class Daemon::Operator {
   }
   void piece() {
     std::string text;
-    const bool more = answer_->piece(text);
-    if (!more) answer_.reset();
-    if (more && text.empty()) {
-      waiting_ = true;
-      // To hear when the peer is gone.
-      return stream_.readingIs(true);
-    }
-    stream_.write(std::move(text), [this] { answer_ ? piece() : next(); });
+    if (!answer_->piece(text)) answer_.reset();
+    stream_.write(std::move(text), [this] { written(); });
+  }
+  void written() {
+    if (!answer_) return next();
+    if (!answer_->waits()) return piece();
+    waiting_ = true;
+    // To hear when the peer is gone.
+    stream_.readingIs(true);
   }
   void end(const std::string& why) {
     log(why.empty() ? Level::info : Level::warning,
