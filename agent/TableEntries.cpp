@@ -171,6 +171,35 @@ U32 TableEntries::capacity() const {
   return size;
 }
 
+U32 TableEntries::used() const { return table().count(KeyRecord::desired); }
+U32 TableEntries::peak() const { return table().peak(); }
+
+double TableEntries::load() const {
+  const Keel::Cuckoo::Table* rows = engine();
+  const double size = rows ? rows->size() : used();
+  const U32 room = capacity();
+  return room == 0 ? 0 : 100 * size / room;
+}
+
+bool TableEntries::rowGood(VelaSwitchApi::HwTableId id, HwIndex index) {
+  VelaSwitchApi::HwTableConfig& hwTable = *convertor().hwTable(id);
+  if (hwTable.mapped(index).empty() || !listsRow(index)) return true;
+  // What it holds may be new to the table, which takes it up when it audits.
+  if (hwTable.unheard(index)) return false;
+  switch (hwTable.readEntry(index)) {
+    case VelaSwitchApi::RegisterBus::Read::failed:
+      return false;
+    case VelaSwitchApi::RegisterBus::Read::absent:
+      return !keyAt(index);
+    default:
+      break;
+  }
+  std::array<U32, VelaSwitchApi::maxRowWords> expected{};
+  convertor().expectedImage(id, index, expected.data());
+  return hwTable.same(index, expected.data(), hwTable.image(index)) ||
+         (particulars_.ignoresRows && !keyAt(index));
+}
+
 void TableEntries::repair() {
   for (const auto& finding : convertor().auditFindings()) convertor().repair(finding);
 }

@@ -56,8 +56,12 @@ class TableEntries : public Entries {
   /// There is one at most; empty for none. What it hears of is done, but it comes amid changes.
   void statusListenerIs(AnyListener listener);
 
-  /// Rows that entries may lie in.
+  /// Rows that entries may lie in, how many entries do, and the most that ever did.
   U32 capacity() const;
+  virtual U32 used() const;
+  virtual U32 peak() const;
+  /// How full it is, in percent, with the entries of other tables that share its rows.
+  double load() const;
   /// What places the entries of a hash table, those of other tables that share its rows as well;
   /// else null.
   virtual const Keel::Cuckoo::Table* engine() const { return nullptr; }
@@ -66,6 +70,8 @@ class TableEntries : public Entries {
   void audit() { table().syncEntries(); }
   /// Writes what the last audit found wrong.
   void repair();
+  /// Reads a row again. False when an audit may have something to say of it.
+  bool rowGood(VelaSwitchApi::HwTableId id, HwIndex index);
   /// Rows that were read and that no row of the table can be, with their hardware tables.
   std::vector<RowId> corruptRows() const;
   /// Rows that were read and that are no entry's, though they hold something.
@@ -172,6 +178,8 @@ class HashTableEntries : public TableEntries {
   void reconcile(const AnyListener& removing) override;
   const Keel::Cuckoo::Table* engine() const override { return &physical().engine(); }
   bool borrowsRows() const override { return physical().firstTable() != &table(); }
+  U32 used() const override { return hashTable().placed(); }
+  U32 peak() const override { return hashTable().placedPeak(); }
   U64 moves() const override { return physical().engine().moves(); }
   U32 waiting() const override { return physical().waiting(&hashTable()); }
 

@@ -1,6 +1,7 @@
 #include "service/Control.h"
 
 #include <algorithm>
+#include <cmath>
 
 #include "agent/Events.h"
 #include "agent/Profiles.h"
@@ -169,8 +170,37 @@ Json refusedCounts(const RouteService::Figures& figures) {
   return counts;
 }
 
+Json scrubStatus(const Scrubber& scrubber) {
+  Json status = {{"rows", scrubber.rows()}, {"passes", scrubber.passes()}};
+  if (const auto last = scrubber.lastPass()) {
+    status["age"] = std::round(std::chrono::duration<double>(Clock::now() - *last).count());
+  }
+  Json& found = status["findings"] = Json::array();
+  scrubber.forEachFound([&](const TableAdapter& table, Scrubber::Kind kind, U64 count) {
+    Json line = tableName(table);
+    line["finding"] = VelaAgent::nameOf(kind);
+    line["count"] = count;
+    found.push_back(std::move(line));
+  });
+  return status;
+}
+
+Json tableStatus(const VelaAgent::HwTableAdapter& table, const Thresholds& thresholds) {
+  Json status = tableName(table);
+  status["entries"] = table.entries();
+  status["waiting"] = table.waiting();
+  status["used"] = table.typed().used();
+  status["peak"] = table.typed().peak();
+  status["capacity"] = table.typed().capacity();
+  status["load"] = std::round(10 * table.typed().load()) / 10;
+  const Thresholds::State* state = thresholds.state(table);
+  if (state && state->above) status["above"] = true;
+  return status;
+}
+
 /// How the service does, and what it did; `lists` tells of each route that is refused or waits.
-std::unique_ptr<Answer> statusOf(const Agent& agent, const RouteService& routes, bool lists) {
+std::unique_ptr<Answer> statusOf(const Agent& agent, const RouteService& routes,
+                                 const Upkeep& upkeep, bool lists) {
   const auto& figures = routes.figures();
   Json status = {{"sources", Json::array({sourceStatus(routes)})},
                  {"offered", figures.wanted},
@@ -191,12 +221,9 @@ std::unique_ptr<Answer> statusOf(const Agent& agent, const RouteService& routes,
   });
   Json& tables = status["tables"] = Json::array();
   for (const auto& each : agent.tables()) {
-    if (each->entries() == 0) continue;
-    Json line = tableName(*each);
-    line["entries"] = each->entries();
-    line["waiting"] = each->waiting();
-    tables.push_back(std::move(line));
+    if (each->entries() != 0) tables.push_back(tableStatus(*each, upkeep.thresholds()));
   }
+  status["scrub"] = scrubStatus(upkeep.scrubber());
   std::vector<std::pair<RouteName, const char*>> list;
   if (lists) {
     routes.forEachRefused([&](const RouteName& name, Refusal why) {
@@ -317,7 +344,7 @@ std::unique_ptr<Answer> Control::answerTo(const Json& request) {
   const std::string name = textOf(request, "request");
   if (name == "status") {
     allowOnly(request, {"refused"});
-    return statusOf(agent_, routes_, flagOf(request, "refused"));
+    return statusOf(agent_, routes_, upkeep_, flagOf(request, "refused"));
   }
   if (name == "lookup") {
     allowOnly(request, {"table", "keys"});

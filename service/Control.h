@@ -2,7 +2,7 @@
 
 #include <memory>
 
-#include "service/Watch.h"
+#include "service/Upkeep.h"
 
 namespace VelaService {
 
@@ -27,8 +27,8 @@ class Answer {
 class Control {
  public:
   /// All must outlive this, and any answer.
-  Control(VelaAgent::Agent& agent, const RouteService& routes, Watch& watch)
-      : agent_(agent), routes_(routes), watch_(watch) {}
+  Control(VelaAgent::Agent& agent, const RouteService& routes, Watch& watch, const Upkeep& upkeep)
+      : agent_(agent), routes_(routes), watch_(watch), upkeep_(upkeep) {}
 
   /// The answer to a line, whatever it is.
   std::unique_ptr<Answer> ask(std::string_view line);
@@ -39,6 +39,7 @@ class Control {
   VelaAgent::Agent& agent_;
   const RouteService& routes_;
   Watch& watch_;
+  const Upkeep& upkeep_;
 };
 
 }  // namespace VelaService

@@ -580,7 +580,9 @@ TEST(Control, AnswersAreAsDocumented) {
   world.sender.frame();
   world.receive(random);
   world.drain();
-  Control control(*world.agent, *world.service, world.watcher->watch());
+  Upkeep upkeep(*world.agent, world.watcher->watch(), {{100000, true}, {}, seconds(1)});
+  while (upkeep.scrubber().passes() == 0) upkeep.tick(world.now += seconds(1));
+  Control control(*world.agent, *world.service, world.watcher->watch(), upkeep);
   std::ifstream docs(DOCS "/velad.md");
   std::string answer;
   int asked = 0;

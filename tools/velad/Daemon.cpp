@@ -29,6 +29,12 @@ std::string nameOfInterface(U32 number) {
   return if_indextoname(number, name.data()) ? name.data() : "";
 }
 
+std::string listOf(const std::vector<std::string>& names) {
+  std::string list;
+  for (const std::string& name : names) list += (list.empty() ? "" : ", ") + name;
+  return list;
+}
+
 void removeSocket(const std::string& path) {
   struct stat at {};
   if (lstat(path.c_str(), &at) == 0 && S_ISSOCK(at.st_mode)) unlink(path.c_str());
@@ -132,8 +138,9 @@ class Daemon::Operator {
   Preparing* preparing_ = nullptr;
 };
 
-Daemon::Daemon(const VelaService::Configuration& configuration)
-    : configuration_(configuration),
+Daemon::Daemon(const VelaService::ConfigurationFile& file)
+    : file_(file),
+      lastText_(file.text),
       chip_(VelaDevice::Memory(configuration_.device)),
       agent_(VelaAgent::loadProfile(configuration_.profile), chip_) {
   const bool restart = chip_.used();
@@ -141,7 +148,8 @@ Daemon::Daemon(const VelaService::Configuration& configuration)
   agent_.start(restart ? Agent::Start::restart : Agent::Start::fresh);
   routes_.emplace(agent_, configuration_.routes, nameOfInterface);
   watch_.emplace(agent_, *routes_);
-  control_.emplace(agent_, *routes_, *watch_);
+  upkeep_.emplace(agent_, *watch_, configuration_.upkeep);
+  control_.emplace(agent_, *routes_, *watch_, *upkeep_);
   log(Level::info, std::string(restart ? "restart: " : "start: ") + "the switch holds " +
                        std::to_string(routes_->figures().routes) + " routes, " +
                        std::to_string(agent_.recorder().rowWrites()) + " rows were written");
@@ -150,7 +158,9 @@ Daemon::Daemon(const VelaService::Configuration& configuration)
   uv_timer_init(loop_.get(), &ticking_);
   uv_signal_init(loop_.get(), &term_);
   uv_signal_init(loop_.get(), &interrupt_);
-  working_.data = pausing_.data = ticking_.data = term_.data = interrupt_.data = this;
+  uv_signal_init(loop_.get(), &hangup_);
+  working_.data = pausing_.data = ticking_.data = term_.data = interrupt_.data = hangup_.data =
+      this;
   listen();
   listenForOperators();
   if (!configuration_.metrics.empty()) {
@@ -252,7 +262,8 @@ void Daemon::work() {
 
 void Daemon::tick() {
   sd_notify(0, "WATCHDOG=1");
-  if (metrics_ && ++ticks_ % ticksPerCollection == 0) metrics_->collect(agent_, *routes_);
+  if (metrics_ && ++ticks_ % ticksPerCollection == 0) metrics_->collect(agent_, *routes_, *upkeep_);
+  upkeep_->tick(Clock::now());
   if (routes_->idle()) busySince_ = Clock::now();
   routes_->tick(Clock::now());
   workIfNeeded();
@@ -264,11 +275,31 @@ void Daemon::tick() {
                        std::to_string(agent_.recorder().rowWrites()) + " rows written since start");
 }
 
+/// Takes over what a running daemon can of its file, unless there is a mistake in it.
+void Daemon::reload() {
+  const auto next = VelaService::readConfigurationFile(file_.path);
+  for (const std::string& mistake : next.mistakes) {
+    log(Level::error, "reload: nothing is changed, " + file_.path + ": " + mistake);
+  }
+  if (!next.mistakes.empty()) return;
+  upkeep_->settingsAre(next.settings.upkeep);
+  leastLevelIs(next.settings.log);
+  using VelaService::compareConfigurations;
+  const auto live = compareConfigurations(lastText_, next.text).live;
+  const auto restart = compareConfigurations(file_.text, next.text).restart;
+  lastText_ = next.text;
+  if (live.empty() && restart.empty()) log(Level::info, "reload: nothing changed");
+  if (!live.empty()) log(Level::info, "reload: changed " + listOf(live));
+  if (!restart.empty()) log(Level::warning, "reload: only a restart changes " + listOf(restart));
+}
+
 void Daemon::run() {
   std::signal(SIGPIPE, SIG_IGN);
   const auto stop = [](uv_signal_t* on, int) { of(on).loop_.stop(); };
   checked(uv_signal_start(&term_, stop, SIGTERM), "SIGTERM");
   checked(uv_signal_start(&interrupt_, stop, SIGINT), "SIGINT");
+  const auto reload = [](uv_signal_t* on, int) { of(on).reload(); };
+  checked(uv_signal_start(&hangup_, reload, SIGHUP), "SIGHUP");
   uv_prepare_start(&pausing_, [](uv_prepare_t* on) { of(on).resumeOperators(); });
   uv_timer_start(
       &ticking_, [](uv_timer_t* on) { of(on).tick(); }, tickMilliseconds, tickMilliseconds);
