@@ -196,8 +196,7 @@ bool TableEntries::rowGood(VelaSwitchApi::HwTableId id, HwIndex index) {
   }
   std::array<U32, VelaSwitchApi::maxRowWords> expected{};
   convertor().expectedImage(id, index, expected.data());
-  return hwTable.same(index, expected.data(), hwTable.image(index)) ||
-         (particulars_.ignoresRows && !keyAt(index));
+  return hwTable.same(index, expected.data(), hwTable.image(index));
 }
 
 void TableEntries::repair() {

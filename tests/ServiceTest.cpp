@@ -532,6 +532,78 @@ TEST(RouteService, WhatRegistersDidNotTakeIsTriedAgain) {
   }
 }
 
+/// What a whole audit finds, by table and kind.
+std::map<std::string, U64> auditAll(const VelaAgent::Agent& agent) {
+  std::map<std::string, U64> found;
+  for (const auto& table : agent.tables()) {
+    table->audit();
+    for (const auto& each : table->findings())
+      ++found[table->fullName() + VelaAgent::nameOf(each.kind)];
+  }
+  return found;
+}
+
+TEST(Upkeep, ScrubbingFindsAndMendsWhatAnAuditFinds) {
+  World world;
+  Random random;
+  Model model(world, random);
+  world.connect();
+  for (int steps = 0; steps < 200; ++steps) model.step();
+  world.receive(random);
+  world.drain();
+  for (const bool repair : {false, true}) {
+    Upkeep upkeep(*world.agent, world.watcher->watch(), {{100000, repair}, {}, {}});
+    for (int flips = 0; flips < 40; ++flips) {
+      const auto& tables = world.agent->tables();
+      const auto& parts = tables[random.below(U32(tables.size()))]->convertor().hwTables();
+      if (parts.empty()) continue;
+      const auto& part = std::next(parts.begin(), random.below(U32(parts.size())))->second;
+      world.chip.flipBit(part->busHandle(), random.below(part->descriptor().last + 1), 0,
+                         random.below(32));
+    }
+    const auto expected = auditAll(*world.agent);
+    EXPECT_GT(expected.size(), 5);
+    // A row at a time, and none of another pass.
+    while (upkeep.scrubber().passes() == 0) {
+      upkeep.tick(world.now += std::chrono::microseconds(10));
+    }
+    std::map<std::string, U64> found;
+    upkeep.scrubber().forEachFound([&](const auto& table, auto kind, U64 count) {
+      found[table.fullName() + VelaAgent::nameOf(kind)] = count;
+    });
+    EXPECT_EQ(found, expected);
+    EXPECT_EQ(auditAll(*world.agent).empty(), repair);
+  }
+}
+
+TEST(Upkeep, LoadsCrossTheirMarksWithHysteresis) {
+  World world;
+  Random random;
+  Thresholds thresholds(*world.agent, world.watcher->watch());
+  const Marks marks{75, 25};
+  thresholds.settingsAre({{}, {{"HashTest", marks}}});
+  const auto& table = *std::find_if(world.agent->tables().begin(), world.agent->tables().end(),
+                                    [](const auto& each) { return each->name() == "HashTest"; });
+  bool above = false;
+  U64 crossings = 0;
+  for (int step = 0; step < 2000; ++step) {
+    // It fills and empties by and by.
+    const VelaAgent::Json key = random.below(40);
+    (random.below(10) < (step / 200 % 2 ? 1U : 9U)) ? void(table->set(key, {}))
+                                                    : void(table->del(key));
+    const U32 used = table->typed().used();
+    const U64 before = world.watcher->watch().sequence();
+    thresholds.check();
+    const bool crossed = above ? used * 100 <= marks.low * 16 : used * 100 > marks.high * 16;
+    above ^= crossed;
+    crossings += crossed;
+    ASSERT_EQ(world.watcher->watch().sequence() - before, crossed);
+    ASSERT_EQ(thresholds.state(*table)->above, above);
+  }
+  EXPECT_GT(crossings, 4);
+  EXPECT_EQ(thresholds.state(*table)->rises + thresholds.state(*table)->falls, crossings);
+}
+
 TEST(FpmStream, BrokenStreamsEndInOneWay) {
   World world;
   Random random;
