@@ -15,8 +15,9 @@ using VelaAgent::TableAdapter;
 
 namespace {
 
-/// Items of an answer that are made at a time.
+/// Items of an answer that are made at a time, unless that takes too long.
 constexpr std::size_t pieceItems = 64;
+constexpr auto pieceTime = std::chrono::milliseconds(2);
 
 const Json& memberOf(const Json& request, const char* name) {
   const auto at = request.find(name);
@@ -79,7 +80,9 @@ class Items final : public Answer {
       : count_(count), atATime_(atATime), make_(std::move(make)) {}
 
   bool piece(std::string& out) override {
-    for (std::size_t left = atATime_; left > 0 && next_ < count_; --left) {
+    const auto end = Clock::now() + pieceTime;
+    for (std::size_t made = 0; next_ < count_; ++made) {
+      if (made == atATime_ || (made != 0 && Clock::now() >= end)) return true;
       try {
         make_(next_++, out);
       } catch (const std::exception& error) {
@@ -87,7 +90,6 @@ class Items final : public Answer {
         return false;
       }
     }
-    if (next_ < count_) return true;
     addEnd(out);
     return false;
   }

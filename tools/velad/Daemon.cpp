@@ -22,7 +22,7 @@ namespace {
 constexpr std::size_t workAtATime = 256;
 constexpr U64 tickMilliseconds = 100;
 constexpr unsigned ticksPerCollection = 10;
-constexpr std::size_t longestRequest = std::size_t{1} << 24;
+constexpr std::size_t longestRequest = std::size_t{1} << 20;
 
 std::string nameOfInterface(U32 number) {
   std::array<char, IF_NAMESIZE> name{};
