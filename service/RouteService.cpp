@@ -84,7 +84,7 @@ void RouteService::rebuild() {
     route.placed = true;
     ++figures_.routes;
     wantedIs(route, true);
-    statusIs(route, routeEntries_.status(key));
+    statusIs(at, route, routeEntries_.status(key));
   });
   nexthops_.started();
 }
@@ -237,7 +237,8 @@ void RouteService::wantedIs(Route& route, bool wanted) {
   route.wanted = wanted;
 }
 
-void RouteService::statusIs(Route& route, EntryProgrammedStatus status) {
+void RouteService::statusIs(const LpmKey& key, Route& route, EntryProgrammedStatus status) {
+  if (route.status == status) return;
   const auto count = [this](EntryProgrammedStatus of) -> U64* {
     if (of == EntryProgrammedStatus::programmed) return &figures_.programmed;
     return of == EntryProgrammedStatus::tableFull ? &figures_.waiting : nullptr;
@@ -245,6 +246,7 @@ void RouteService::statusIs(Route& route, EntryProgrammedStatus status) {
   if (U64* before = count(route.status)) --*before;
   if (U64* after = count(status)) ++*after;
   route.status = status;
+  if (statusListener_) statusListener_(key, status);
 }
 
 /// The status of a route changed, perhaps for another's sake.
@@ -252,17 +254,18 @@ void RouteService::handleKey(const LpmKey& key) {
   const auto table = tables_.find(key.vrf());
   if (table == tables_.end()) return;
   const auto at = routes_.find(nameOf(key, table->second));
-  if (at != routes_.end()) statusIs(at->second, routeEntries_.status(key));
+  if (at != routes_.end()) statusIs(key, at->second, routeEntries_.status(key));
 }
 
 /// Takes a route out of hardware if it is there, and then its reference.
 void RouteService::withdraw(Routes::value_type& route) {
   if (!std::exchange(route.second.placed, false)) return;
-  routeEntries_.withdraw(keyOf(route.first, settings_.vrfs.at(route.first.table)));
+  const LpmKey key = keyOf(route.first, settings_.vrfs.at(route.first.table));
+  routeEntries_.withdraw(key);
   agent_.settle();
   nexthops_.release(route.second.slot);
   figures_.ofSeveral -= std::exchange(route.second.ofSeveral, false);
-  statusIs(route.second, EntryProgrammedStatus::notProgrammed);
+  statusIs(key, route.second, EntryProgrammedStatus::notProgrammed);
 }
 
 /// Routes have their new slots before their old ones are given up.
@@ -284,7 +287,7 @@ void RouteService::entryDone(std::size_t number, const VelaSwitchApi::EntryOutco
   route.placed = true;
   figures_.ofSeveral += U64{route.hop.ofSeveral} - U64{route.ofSeveral};
   route.ofSeveral = route.hop.ofSeveral;
-  statusIs(route, outcome.status);
+  statusIs(placing.key, route, outcome.status);
   const bool failed = outcome.status == EntryProgrammedStatus::hardwareError;
   refusalIs(route, failed ? Refusal::hardwareError : Refusal::none);
 }

@@ -83,6 +83,12 @@ class RouteService final : private Orb::KeyObserver<VelaSwitch::LpmKey>,
   std::size_t queued() const { return queue_.size(); }
   bool isConnected() const { return connected_; }
   const Nexthops& nexthops() const { return nexthops_; }
+
+  /// Hears of routes whose status is another one, amid changes. There is one at most; empty for
+  /// none.
+  using StatusListener =
+      std::function<void(const VelaSwitch::LpmKey&, VelaAgent::EntryProgrammedStatus)>;
+  void statusListenerIs(StatusListener listener) { statusListener_ = std::move(listener); }
   /// Every route that is refused, or none that waits for room.
   void forEachRefused(const std::function<void(const RouteName&, Refusal)>& visit) const;
 
@@ -118,7 +124,8 @@ class RouteService final : private Orb::KeyObserver<VelaSwitch::LpmKey>,
   void withdraw(Routes::value_type& route);
   void refusalIs(Route& route, Refusal refusal);
   void wantedIs(Route& route, bool wanted);
-  void statusIs(Route& route, VelaAgent::EntryProgrammedStatus status);
+  void statusIs(const VelaSwitch::LpmKey& key, Route& route,
+                VelaAgent::EntryProgrammedStatus status);
   void announce();
   void handleKey(const VelaSwitch::LpmKey& key) override;
   void entryBegins(std::size_t) override {}
@@ -141,6 +148,7 @@ class RouteService final : private Orb::KeyObserver<VelaSwitch::LpmKey>,
   std::vector<Placing> placings_;  ///< What is to be announced together.
   std::map<U8, U32> tables_;       ///< The kernel's, by their VRFs.
   Figures figures_;
+  StatusListener statusListener_;
   std::vector<Slot> orphans_;  ///< Of routes that hardware held in VRFs of no table.
   U32 connection_ = 0;
   bool awaited_ = false;  ///< Routes may wait for their next hop to be announced.
