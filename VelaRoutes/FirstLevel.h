@@ -7,7 +7,7 @@ namespace VelaRoutes {
 
 /// The first level, which holds routes of up to 11 bits: a route has as many keys there as it
 /// covers and no longer route claims.
-class VELA_EXPORT FirstLevel final : public RouteLevel {
+class FirstLevel final : public RouteLevel {
  public:
   static constexpr U8 keyLength = VelaSwitchTable::Lpm11Family::keyLength;
 

@@ -9,7 +9,7 @@ namespace VelaRoutes {
 
 /// A hashed level: the routes of a key share its cells. A key that the level has no room for waits
 /// there; its routes have the status tableFull until it comes in.
-class VELA_EXPORT HashedLevel final : public RouteLevel, private Orb::KeyObserver<RouteKey> {
+class HashedLevel final : public RouteLevel, private Orb::KeyObserver<RouteKey> {
  public:
   HashedLevel(LpmTable& routes, RoutesListener disowned,
               Orb::Ptr<VelaSwitchTable::LpmBaseTable> table);

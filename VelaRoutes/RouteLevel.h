@@ -26,7 +26,7 @@ enum class RouteChange : U8 {
 
 /// A level: it is told the routes that it serves, writes the cells that they own, and knows what
 /// became of them.
-class VELA_EXPORT RouteLevel {
+class RouteLevel {
  public:
   using Status = VelaSwitchApi::EntryProgrammedStatus;
   using Guess = std::function<void(const RouteKey& route, VelaSwitch::NexthopIndexes nexthop)>;

@@ -112,6 +112,24 @@ void RouteWriter::handleRoute(LpmRoutes& shared, U32 node) {
   levelFor(shared.key.prefix().len()).handleRoute(shared, node, change_);
 }
 
+void RouteWriter::stateRoute(const LpmRoutes& shared, U32 node, LpmStatus& status) const {
+  levelFor(shared.key.prefix().len()).stateRoute(shared, node, status);
+}
+
+bool RouteWriter::staged(const LpmRoutes& shared) const {
+  return levelFor(shared.key.prefix().len()).staged(shared);
+}
+
+bool RouteWriter::marked(const Key& route) const {
+  return levelFor(route.prefix().len()).marked(route);
+}
+
+void RouteWriter::retry() { first_.retry(); }
+
+VelaSwitchApi::SwTable& RouteWriter::tableOf(U8 prefixLen) const {
+  return levelFor(prefixLen).table();
+}
+
 bool RouteWriter::announce(const Key& route, VelaSwitch::NexthopIndexes nexthop) {
   const Changing changing(*this, RouteChange::desired);
   const bool changed = routes_->entryIs(route, routeResult(nexthop, route.prefix().len()));

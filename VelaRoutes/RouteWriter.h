@@ -42,7 +42,7 @@ class VELA_EXPORT RouteWriter final : private LpmTable::Levels {
   /// Writes a route's cells again where they are not what they should be.
   void handleRoute(const Key& route);
   /// Looks again at routes of the first level that failed.
-  void retry() { first_.retry(); }
+  void retry();
 
   /// Takes up the routes that the levels hold after they were rebuilt from hardware. A route whose
   /// every cell belongs to longer ones has left no trace there.
@@ -85,11 +85,11 @@ class VELA_EXPORT RouteWriter final : private LpmTable::Levels {
   /// The hashed level that serves the real length, or null for the first level.
   VelaSwitchTable::LpmBaseTable* levelOf(U8 prefixLen) const;
   /// The level that serves the real length, whichever it is.
-  VelaSwitchApi::SwTable& tableOf(U8 prefixLen) const { return levelFor(prefixLen).table(); }
+  VelaSwitchApi::SwTable& tableOf(U8 prefixLen) const;
   /// The routes that an entry of a level stands for; none when it is announced on its own.
   std::vector<Key> routesAt(const VelaSwitchApi::SwTable& level, const Key& key) const;
   /// Whether a row of the route is known to differ from what is desired.
-  bool marked(const Key& route) const { return levelFor(route.prefix().len()).marked(route); }
+  bool marked(const Key& route) const;
   /// Routes that were guessed from hardware and not announced since.
   U32 unclaimed() const { return routes_->count(LpmRoutes::unclaimed); }
   /// Whether the route is one of them.
@@ -102,12 +102,8 @@ class VELA_EXPORT RouteWriter final : private LpmTable::Levels {
 
   void checkRoute(const Key& route) const override;
   void handleRoute(LpmRoutes& shared, U32 node) override;
-  void stateRoute(const LpmRoutes& shared, U32 node, LpmStatus& status) const override {
-    levelFor(shared.key.prefix().len()).stateRoute(shared, node, status);
-  }
-  bool staged(const LpmRoutes& shared) const override {
-    return levelFor(shared.key.prefix().len()).staged(shared);
-  }
+  void stateRoute(const LpmRoutes& shared, U32 node, LpmStatus& status) const override;
+  bool staged(const LpmRoutes& shared) const override;
   void forget(const RouteLevel::Routes& guesses);
   RouteLevel::RoutesListener forgetting();
   const HashedLevel* hashedFor(U8 prefixLen) const;

@@ -39,6 +39,10 @@ LpmTable::~LpmTable() {
   index_.forEach([](void* routes) { delete static_cast<LpmRoutes*>(routes); });
 }
 
+U32 LpmTable::tagOf(const void* routes) {
+  return VelaSwitchApi::entryTag(static_cast<const LpmRoutes*>(routes)->key);
+}
+
 LpmRoutes* LpmTable::routesOf(const Key& key) const {
   if (last_ && last_->key == key) return last_;
   void* found = index_.find(VelaSwitchApi::entryTag(key), [&](const void* each) {

@@ -105,7 +105,8 @@ class VELA_EXPORT LpmTable final : public Orb::PtrInterface {
   LpmResult resultOf(const LpmRoutes& routes, U32 node) const;
 
   std::string name_;
-  Orb::RecordIndex index_;
+  static U32 tagOf(const void* routes);
+  Orb::RecordIndex index_{&tagOf};
   Orb::Slab slab_;
   mutable LpmRoutes* last_ = nullptr;  ///< What was found last: it is asked for again and again.
   std::array<U32, LpmRoutes::flags> counts_{};

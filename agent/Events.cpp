@@ -442,8 +442,7 @@ Json EventRunner::lookup(const TableAdapter& table, const Json& key, DataPath::S
 }
 
 Json findingLine(const RowFinding& finding) {
-  static constexpr const char* kinds[] = {"inconsistent", "missing", "unexpected", "unreadable"};
-  Json line = {{"finding", kinds[static_cast<std::size_t>(finding.kind)]},
+  Json line = {{"finding", nameOf(finding.kind)},
                {"hwTableId", finding.hwTable->descriptor().identity.id}};
   if (finding.index) line["index"] = *finding.index;
   if (!finding.key.is_null()) line["key"] = finding.key;

@@ -124,7 +124,8 @@ class HashEntries final : public EntriesOf<VelaSwitchTable::TableOf<Family>, Has
 
 template <class Family>
 class IndexedEntries final
-    : public EntriesOf<VelaSwitchTable::TableOf<Family>, IndexedTableEntries> {
+    : public EntriesOf<VelaSwitchTable::TableOf<Family>, IndexedTableEntries>,
+      private Orb::KeyObserver<typename Family::Key> {
   using Base = EntriesOf<VelaSwitchTable::TableOf<Family>, IndexedTableEntries>;
   using Key = typename Family::Key;
 
@@ -139,6 +140,10 @@ class IndexedEntries final
   bool isRowOf(HwIndex index, AnyRef key) const override {
     return Family::keyOf(index) == key.as<Key>();
   }
+
+ private:
+  void watchStatuses() override { this->table().entries().observerIs(this); }
+  void handleKey(const Key& key) override { this->statusChanged({Orb::shapeOf<Key>, &key}); }
 };
 
 }  // namespace VelaAgent

@@ -1,7 +1,6 @@
 #include "agent/Fit.h"
 
 #include <algorithm>
-#include <random>
 
 namespace VelaAgent {
 namespace {
@@ -25,17 +24,16 @@ struct NoRows final : RowWriter {
   bool hashItemWrite(HashItem&, CuckooLocation) override { return true; }
 };
 
-/// Entries of random keys that find room before one does not.
-U32 randomFill(U32 rowsPerWay, U8 ways, std::mt19937& random) {
+}  // namespace
+
+RandomFill fillRandomly(U32 rowsPerWay, U8 ways, std::mt19937& random) {
   Table table(rowsPerWay, ways);
   NoRows rows;
   while (table.insert(*Orb::make<RandomItem>(random, rowsPerWay), rows).outcome ==
          Outcome::placed) {
   }
-  return table.size();
+  return {table.size(), table.moves()};
 }
-
-}  // namespace
 
 U64 TableFit::headRoom() const {
   const auto most = static_cast<U64>(randomLoad.value_or(1) * static_cast<double>(capacity));
@@ -51,7 +49,7 @@ double FitMeter::randomLoad(U32 rowsPerWay, U8 ways) {
   U64 placed = 0;
   U32 fills = 0;
   for (; fills < 4 || (placed < enough && fills < 1000); ++fills) {
-    placed += randomFill(rowsPerWay, ways, random);
+    placed += fillRandomly(rowsPerWay, ways, random).entries;
   }
   return at->second =
              static_cast<double>(placed) / static_cast<double>(U64{rowsPerWay} * ways * fills);

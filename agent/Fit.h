@@ -1,5 +1,7 @@
 #pragma once
 
+#include <random>
+
 #include "agent/Agent.h"
 #include "agent/TableAdapter.h"
 
@@ -23,6 +25,13 @@ struct TableFit {
   /// How many entries there is room for, of random keys until one is likely to be refused.
   U64 headRoom() const;
 };
+
+/// What random keys do to a table.
+struct RandomFill {
+  U32 entries;  ///< That found room before one did not.
+  U64 moves;    ///< Of entries, to make that room.
+};
+RandomFill fillRandomly(U32 rowsPerWay, U8 ways, std::mt19937& random);
 
 /// Measures tables. What random keys do is tried once for all tables of a geometry.
 class FitMeter {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <functional>
 #include <optional>
 #include <string>
@@ -35,6 +36,8 @@ class Recorder final : public VelaSwitchApi::RegisterBus {
   /// Row writes that succeeded, and their register writes.
   U64 rowWrites() const { return rowWrites_; }
   U64 registerWrites() const { return registerWrites_; }
+  /// Writes of rows and reads of rows and hit bits that failed.
+  U64 failures() const { return failures_; }
 
   RegisterHandle registerIs(std::string_view path) override {
     const RegisterHandle handle = bus_.registerIs(path);
@@ -65,15 +68,24 @@ class Recorder final : public VelaSwitchApi::RegisterBus {
     }
   }
   Read row(TableHandle table, HwIndex index, std::span<RegisterValue> values) override {
-    return bus_.row(table, index, values);
+    const Read read = bus_.row(table, index, values);
+    failures_ += read == Read::failed;
+    return read;
   }
-  void rows(std::span<RowRead> rows) override { bus_.rows(rows); }
+  void rows(std::span<RowRead> rows) override {
+    bus_.rows(rows);
+    // The first that failed ended it.
+    failures_ += std::any_of(rows.begin(), rows.end(),
+                             [](const RowRead& each) { return each.read == Read::failed; });
+  }
   bool hitBits(TableHandle table, HwIndex first, std::span<RegisterValue> values) override {
     if (muted_) {
       for (RegisterValue& value : values) value.value = 0;
       return true;
     }
-    return bus_.hitBits(table, first, values);
+    const bool good = bus_.hitBits(table, first, values);
+    failures_ += !good;
+    return good;
   }
 
  private:
@@ -81,6 +93,8 @@ class Recorder final : public VelaSwitchApi::RegisterBus {
     if (row.written) {
       ++rowWrites_;
       registerWrites_ += row.writes.size();
+    } else {
+      ++failures_;
     }
     if (listener_) listener_({tables_[row.table], row.index, row.writes, !row.written, entry});
   }
@@ -91,6 +105,7 @@ class Recorder final : public VelaSwitchApi::RegisterBus {
   std::vector<VelaSwitchApi::HwTableIdentity> tables_;
   U64 rowWrites_ = 0;
   U64 registerWrites_ = 0;
+  U64 failures_ = 0;
   bool muted_ = false;
 };
 

@@ -117,6 +117,11 @@ std::vector<Json> HwTableAdapter::disagreeingKeys() const {
   return keys;
 }
 
+const char* nameOf(VelaSwitchApi::AuditFinding::Kind kind) {
+  static constexpr const char* names[] = {"inconsistent", "missing", "unexpected", "unreadable"};
+  return names[static_cast<std::size_t>(kind)];
+}
+
 std::vector<RowFinding> HwTableAdapter::findings() const {
   std::vector<RowFinding> all;
   for (const auto& finding : convertor().auditFindings()) {

@@ -95,7 +95,10 @@ class TableAdapter {
   std::unique_ptr<Entries> entries_;
 };
 
-/// What an audit found, for those who tell of it.
+/// The name of a kind of finding, for those who tell of it.
+const char* nameOf(VelaSwitchApi::AuditFinding::Kind kind);
+
+/// What an audit found, likewise.
 struct RowFinding {
   using Kind = VelaSwitchApi::AuditFinding::Kind;
   Kind kind;

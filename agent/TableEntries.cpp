@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <utility>
 
 #include "VelaSwitchApi/HashBase.h"
 
@@ -45,10 +46,18 @@ EntryProgrammedStatus TableEntries::outcomeOf(AnyRef key, bool changed,
     status = this->status(key);
     if (status == EntryProgrammedStatus::programmed) return status;
   }
-  if (!watching_) watchStatuses();
-  watching_ = true;
+  watch();
   noteIs(key, true);
   return status;
+}
+
+void TableEntries::watch() {
+  if (!std::exchange(watching_, true)) watchStatuses();
+}
+
+void TableEntries::statusListenerIs(AnyListener listener) {
+  statusListener_ = std::move(listener);
+  if (statusListener_) watch();
 }
 
 /// Does for each entry of a batch what program() does for one.
@@ -81,6 +90,7 @@ void TableEntries::announceAll(std::span<const Announcement> all, BatchListener&
 }
 
 void TableEntries::statusChanged(AnyRef key) {
+  if (statusListener_) statusListener_(key);
   const KeyRecord* there = record(key);
   if (!there || !there->has(KeyRecord::noted)) return;
   if (statusOf(there) != EntryProgrammedStatus::programmed) return;
@@ -159,6 +169,34 @@ U32 TableEntries::capacity() const {
   U32 size = 0;
   for (const auto& counter : convertor().entryCounters()) size += counter.size;
   return size;
+}
+
+U32 TableEntries::used() const { return table().count(KeyRecord::desired); }
+U32 TableEntries::peak() const { return table().peak(); }
+
+double TableEntries::load() const {
+  const Keel::Cuckoo::Table* rows = engine();
+  const double size = rows ? rows->size() : used();
+  const U32 room = capacity();
+  return room == 0 ? 0 : 100 * size / room;
+}
+
+bool TableEntries::rowGood(VelaSwitchApi::HwTableId id, HwIndex index) {
+  VelaSwitchApi::HwTableConfig& hwTable = *convertor().hwTable(id);
+  if (hwTable.mapped(index).empty() || !listsRow(index)) return true;
+  // What it holds may be new to the table, which takes it up when it audits.
+  if (hwTable.unheard(index)) return false;
+  switch (hwTable.readEntry(index)) {
+    case VelaSwitchApi::RegisterBus::Read::failed:
+      return false;
+    case VelaSwitchApi::RegisterBus::Read::absent:
+      return !keyAt(index);
+    default:
+      break;
+  }
+  std::array<U32, VelaSwitchApi::maxRowWords> expected{};
+  convertor().expectedImage(id, index, expected.data());
+  return hwTable.same(index, expected.data(), hwTable.image(index));
 }
 
 void TableEntries::repair() {

@@ -52,8 +52,16 @@ class TableEntries : public Entries {
   U32 refused() const override;
   void reconcile(const AnyListener& removing) override;
 
-  /// Rows that entries may lie in.
+  /// Hears of entries that are announced, changed or withdrawn, or whose status is another one.
+  /// There is one at most; empty for none. What it hears of is done, but it comes amid changes.
+  void statusListenerIs(AnyListener listener);
+
+  /// Rows that entries may lie in, how many entries do, and the most that ever did.
   U32 capacity() const;
+  virtual U32 used() const;
+  virtual U32 peak() const;
+  /// How full it is, in percent, with the entries of other tables that share its rows.
+  double load() const;
   /// What places the entries of a hash table, those of other tables that share its rows as well;
   /// else null.
   virtual const Keel::Cuckoo::Table* engine() const { return nullptr; }
@@ -62,6 +70,8 @@ class TableEntries : public Entries {
   void audit() { table().syncEntries(); }
   /// Writes what the last audit found wrong.
   void repair();
+  /// Reads a row again. False when an audit may have something to say of it.
+  bool rowGood(VelaSwitchApi::HwTableId id, HwIndex index);
   /// Rows that were read and that no row of the table can be, with their hardware tables.
   std::vector<RowId> corruptRows() const;
   /// Rows that were read and that are no entry's, though they hold something.
@@ -111,8 +121,9 @@ class TableEntries : public Entries {
 
   /// The status of a key by its record, which may be null.
   EntryProgrammedStatus statusOf(const KeyRecord* record) const { return table().statusOf(record); }
-  /// Calls statusChanged(key) whenever a status changes, where the table keeps them.
-  virtual void watchStatuses() {}
+  /// Calls statusChanged(key) whenever a status changes, where the table keeps them, or else an
+  /// entry.
+  virtual void watchStatuses() = 0;
   void statusChanged(AnyRef key);
 
   /// Whether people hear of the entry: not when it is but what hardware holds without one.
@@ -135,11 +146,13 @@ class TableEntries : public Entries {
   class Announcing;
   void noteIs(AnyRef key, bool noted);
   EntryProgrammedStatus outcomeOf(AnyRef key, bool changed, EntryProgrammedStatus status);
+  void watch();
 
   Particulars particulars_;
   mutable std::map<std::string, unsigned, std::less<>> rowBits_;
   bool toldOfSilence_ = false;  ///< Once is enough for a table.
   bool watching_ = false;
+  AnyListener statusListener_;
 };
 
 /// Entries of tables that hardware hashes.
@@ -165,6 +178,8 @@ class HashTableEntries : public TableEntries {
   void reconcile(const AnyListener& removing) override;
   const Keel::Cuckoo::Table* engine() const override { return &physical().engine(); }
   bool borrowsRows() const override { return physical().firstTable() != &table(); }
+  U32 used() const override { return hashTable().placed(); }
+  U32 peak() const override { return hashTable().placedPeak(); }
   U64 moves() const override { return physical().engine().moves(); }
   U32 waiting() const override { return physical().waiting(&hashTable()); }
 

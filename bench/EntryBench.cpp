@@ -76,11 +76,11 @@ void registerWork() {
   });
 }
 
-/// Memory of the process that pages were found for.
+/// Memory that the process did not map from files, and that pages were found for.
 std::size_t resident() {
   std::ifstream rollup("/proc/self/smaps_rollup");
   std::string word;
-  while (rollup >> word && word != "Rss:") continue;
+  while (rollup >> word && word != "Anonymous:") continue;
   std::size_t kilobytes = 0;
   rollup >> kilobytes;
   return 1024 * kilobytes;

@@ -167,6 +167,7 @@ class MapReader {
     const Object described = object(json, where, {"register", "value", "index"});
     IndexWord indexWord{field(described), word(described, "value", 0), {}};
     if (!json.contains("index")) return indexWord;
+    U32 taken = indexWord.value;
     for (const Json& part : array(described, "index")) {
       if (!part.is_array() || part.size() != 3) {
         fail(where, "\"index\" is no list of [from, bits, to]");
@@ -178,14 +179,19 @@ class MapReader {
       if (bits.bits == 0 || bits.from + bits.bits > 32 || bits.to + bits.bits > 32) {
         fail(where, "\"index\" has bits outside of 32");
       }
+      const U32 mask = ~U32{0} >> (32 - bits.bits) << bits.to;
+      if ((taken & mask) != 0) fail(where, "bits of \"index\" lie on others, or on \"value\"");
+      taken |= mask;
       indexWord.index.push_back(bits);
     }
     return indexWord;
   }
 
-  Poll readPoll(const Json& json, const std::string& where) const {
+  /// That a row was never written can be said where `ofRows` are read.
+  Poll readPoll(const Json& json, const std::string& where, bool ofRows) const {
     const Object poll =
         object(json, where, {"register", "mask", "done", "absent", "failed", "limit"});
+    if (!ofRows && json.contains("absent")) fail(where, "\"absent\" belongs to \"read\" alone");
     const Poll made{field(poll),
                     word(poll, "mask"),
                     word(poll, "done"),
@@ -198,10 +204,10 @@ class MapReader {
     return made;
   }
 
-  ReadProtocol readProtocol(const Json& json, const std::string& where) const {
+  ReadProtocol readProtocol(const Json& json, const std::string& where, bool ofRows) const {
     const Object read = object(json, where, {"trigger", "poll"});
     return {readWord(member(read, "trigger"), where + ".trigger"),
-            readPoll(member(read, "poll"), where + ".poll")};
+            readPoll(member(read, "poll"), where + ".poll", ofRows)};
   }
 
   void readTable(const Json& json, const std::string& where) {
@@ -211,10 +217,12 @@ class MapReader {
     protocol.where = where;
     // Said rather than left out: of registers that tables share it would read any row.
     if (member(table, "read") != "registers") {
-      protocol.read = readProtocol(member(table, "read"), where + ".read");
+      protocol.read = readProtocol(member(table, "read"), where + ".read", true);
     }
-    if (json.contains("written")) protocol.written = readPoll(json["written"], where + ".written");
-    if (json.contains("hits")) protocol.hits = readProtocol(json["hits"], where + ".hits");
+    if (json.contains("written")) {
+      protocol.written = readPoll(json["written"], where + ".written", false);
+    }
+    if (json.contains("hits")) protocol.hits = readProtocol(json["hits"], where + ".hits", false);
     const auto optionalWord = [&](const char* name) -> std::optional<IndexWord> {
       if (!json.contains(name)) return std::nullopt;
       return readWord(json[name], where + "." + name);

@@ -85,24 +85,30 @@ U32 IndexWord::of(HwIndex row) const {
   return word;
 }
 
-bool IndexWord::tells(HwIndex first, HwIndex last) const {
-  U32 told = 0;
+bool IndexWord::tells(HwIndex first, HwIndex last, U8 step) const {
+  U32 told = lowBits(step);
   for (const Bits& part : index) told |= lowBits(part.bits) << part.from;
   return (lowBits(static_cast<unsigned>(std::bit_width(first ^ last))) & ~told) == 0;
 }
 
-TableRegisters registersOf(const VelaSwitchApi::HwTableDescriptor& descriptor, bool hits) {
-  TableRegisters table;
-  table.table = descriptor.identity.name;
-  table.hits = hits;
-  descriptor.mapping->forEachRun(
-      descriptor.first, descriptor.last,
-      [&](HwIndex first, HwIndex last, const VelaSwitchApi::HwAddressColl& addresses) {
-        TableRegisters::Rows rows{first, last, {}};
-        for (const auto& [word, path] : addresses.addresses()) rows.paths.push_back(path);
-        if (!rows.paths.empty()) table.rows.push_back(std::move(rows));
-      });
-  return table;
+std::vector<TableRegisters> registersOf(const VelaSwitchApi::SwTable& table) {
+  std::vector<TableRegisters> all;
+  const auto& convertor = *table.profileConvertorPtr();
+  for (const auto& [id, hwTable] : convertor.hwTables()) {
+    const auto& descriptor = hwTable->descriptor();
+    TableRegisters& registers = all.emplace_back();
+    registers.table = descriptor.identity.name;
+    const auto hits = convertor.hitBitTables().find(id);
+    if (hits != convertor.hitBitTables().end()) registers.hitBlock = hits->second->blockRows();
+    descriptor.mapping->forEachRun(
+        descriptor.first, descriptor.last,
+        [&](HwIndex first, HwIndex last, const VelaSwitchApi::HwAddressColl& addresses) {
+          TableRegisters::Rows rows{first, last, {}};
+          for (const auto& [word, path] : addresses.addresses()) rows.paths.push_back(path);
+          if (!rows.paths.empty()) registers.rows.push_back(std::move(rows));
+        });
+  }
+  return all;
 }
 
 void RegisterMap::fail(const std::string& what) const {
@@ -212,7 +218,7 @@ std::vector<std::string> RegisterMap::faults(std::span<const TableRegisters> tab
     } catch (const MapException& error) {
       if (told.insert(error.what()).second) lines.emplace_back(error.what());
     }
-    if (protocol && table.hits && !protocol->hits) {
+    if (protocol && table.hitBlock != 0 && !protocol->hits) {
       tell(protocol->where + " does not say how hits of table " + table.table + " are read");
     }
     for (const auto& rows : table.rows) {
@@ -224,10 +230,10 @@ std::vector<std::string> RegisterMap::faults(std::span<const TableRegisters> tab
       const auto uses = [&](U32 field) {
         needs(folder + fields_[field], 32, protocol->where + " and table " + table.table);
       };
-      const auto tells = [&](const IndexWord& word, const char* what, std::size_t parts) {
+      const auto tells = [&](const IndexWord& word, const char* what, std::size_t parts, U8 step) {
         uses(word.field);
         const auto count = static_cast<U32>(parts);
-        if (word.tells(rows.first * count, rows.last * count + count - 1)) return;
+        if (word.tells(rows.first * count, rows.last * count + count - 1, step)) return;
         tell(protocol->where + "." + what + " does not tell rows " + std::to_string(rows.first) +
              " to " + std::to_string(rows.last) + " of table " + table.table);
       };
@@ -237,11 +243,12 @@ std::vector<std::string> RegisterMap::faults(std::span<const TableRegisters> tab
       if (protocol->control) uses(protocol->control->field);
       if (protocol->read) {
         uses(protocol->read->poll.field);
-        tells(protocol->read->trigger, "read.trigger", parts);
+        tells(protocol->read->trigger, "read.trigger", parts, 0);
       }
-      if (table.hits && protocol->hits) {
+      if (table.hitBlock != 0 && protocol->hits) {
         uses(protocol->hits->poll.field);
-        uses(protocol->hits->trigger.field);
+        tells(protocol->hits->trigger, "hits.trigger", 1,
+              static_cast<U8>(std::countr_zero(table.hitBlock)));
       }
     }
   }

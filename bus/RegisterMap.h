@@ -8,7 +8,7 @@
 #include <string_view>
 #include <vector>
 
-#include "VelaSwitchApi/HwTable.h"
+#include "VelaSwitchApi/SwTable.h"
 
 namespace VelaBus {
 
@@ -64,8 +64,9 @@ struct VELA_EXPORT IndexWord {
   std::vector<Bits> index;  ///< Which bits of the index stand in it.
 
   U32 of(HwIndex row) const;  ///< The word for a row.
-  /// Whether no two of the rows have the same word. The rows are `first` to `last`.
-  bool tells(HwIndex first, HwIndex last) const;
+  /// Whether no two of the rows have the same word. The rows are multiples of 2^`step`, from
+  /// `first` to `last`.
+  bool tells(HwIndex first, HwIndex last, U8 step = 0) const;
 };
 
 /// A register that is read until hardware has done what it was asked to.
@@ -108,11 +109,10 @@ struct TableRegisters {
   std::string table;       ///< The table's name, as in HwTableIdentity.
   std::vector<Rows> rows;  ///< Those that have the same registers stand together.
   U32 width = 32;          ///< Bits that each register has to have.
-  bool hits = false;       ///< Whether the table has hit bits.
+  U32 hitBlock = 0;        ///< Rows whose hit bits one read gives; 0 where there are none.
 };
-/// What faults() is to look at of a hardware table; `hits`: it has hit bits.
-VELA_EXPORT TableRegisters registersOf(const VelaSwitchApi::HwTableDescriptor& descriptor,
-                                       bool hits);
+/// What faults() is to look at: all hardware tables of a software table that has declared them.
+VELA_EXPORT std::vector<TableRegisters> registersOf(const VelaSwitchApi::SwTable& table);
 
 /// Where a switch's registers lie in a mapping, and how rows are read back through them. Its text
 /// is JSON; docs/buses.md has its form.

@@ -2,11 +2,15 @@
 
 #include <arpa/inet.h>
 
+#include <algorithm>
+#include <fstream>
 #include <set>
+#include <sstream>
 #include <tuple>
 
 #include "agent/Json.h"
 #include "agent/Profiles.h"
+#include "agent/Registry.h"
 
 namespace VelaService {
 
@@ -50,6 +54,11 @@ class ConfigurationReader {
                                                 const char* danger);
   void readPorts(const std::string& interface, const Json& ports);
   void readTable(const std::string& number, const Json& vrf);
+  Handler choice(std::string& to, std::vector<std::string> choices);
+  Handler percent(unsigned& to);
+  void readMarks(const Json& json, const std::string& where, Marks& marks, const Fields& others);
+  void readThresholds(const Json& json);
+  void readScrub(const Json& json);
 
   std::vector<std::string>& mistakes_;
   Configuration all_;
@@ -145,6 +154,61 @@ void ConfigurationReader::readTable(const std::string& number, const Json& vrf) 
   all_.routes.vrfs[Orb::fromText<U32>(number)] = static_cast<U8>(value);
 }
 
+ConfigurationReader::Handler ConfigurationReader::choice(std::string& to,
+                                                         std::vector<std::string> choices) {
+  return [this, &to, choices = std::move(choices)](const Json& value) {
+    text(to)(value);
+    if (std::find(choices.begin(), choices.end(), to) != choices.end()) return;
+    std::string list;
+    for (const std::string& each : choices) list += (list.empty() ? "" : ", ") + each;
+    throw InputException("is to be one of " + list);
+  };
+}
+
+ConfigurationReader::Handler ConfigurationReader::percent(unsigned& to) {
+  return [&to](const Json& value) {
+    const unsigned number = value.is_number_unsigned() ? value.get<unsigned>() : 101;
+    if (number > 100) throw InputException("is to be a percentage, 0 to 100");
+    to = number;
+  };
+}
+
+void ConfigurationReader::readMarks(const Json& json, const std::string& where, Marks& marks,
+                                    const Fields& others) {
+  const std::size_t before = mistakes_.size();
+  Fields fields{{"high", percent(marks.high)}, {"low", percent(marks.low)}};
+  fields.insert(fields.end(), others.begin(), others.end());
+  each(json, where, fields);
+  if (mistakes_.size() != before || marks.low < marks.high) return;
+  mistake(where, Orb::text("low is to be below high, not ", marks.low, " and ", marks.high));
+}
+
+void ConfigurationReader::readThresholds(const Json& json) {
+  ThresholdSettings& thresholds = all_.upkeep.thresholds;
+  Json tables = Json::object();
+  readMarks(json, "thresholds", thresholds.usual,
+            {{"tables", [&](const Json& value) { tables = value; }}});
+  Fields fields;
+  for (const auto& family : VelaAgent::families()) {
+    const std::string& name = family.name;
+    fields.emplace_back(name, [this, name](const Json& value) {
+      Marks marks = all_.upkeep.thresholds.usual;
+      readMarks(value, "thresholds.tables." + name, marks, {});
+      all_.upkeep.thresholds.tables[name] = marks;
+    });
+  }
+  each(tables, "thresholds.tables", fields);
+}
+
+void ConfigurationReader::readScrub(const Json& json) {
+  ScrubSettings& scrub = all_.upkeep.scrub;
+  const Handler rows = [&scrub](const Json& value) {
+    constexpr U32 most = 100000;
+    scrub.rows = static_cast<U32>(VelaAgent::numberFromJson(value, most));
+  };
+  each(json, "scrub", {{"rows", rows}, {"repair", flag(scrub.repair)}});
+}
+
 Configuration ConfigurationReader::read(const Json& json) {
   // What the others are checked against comes first.
   if (json.is_object() && json.contains("profile")) text(all_.profile)(json["profile"]);
@@ -199,6 +263,10 @@ Configuration ConfigurationReader::read(const Json& json) {
         {"fpm", fpm},
         {"kernel", kernel},
         {"metrics", metrics},
+        {"thresholds", [this](const Json& value) { readThresholds(value); }},
+        {"scrub", [this](const Json& value) { readScrub(value); }},
+        {"hits", seconds(all_.upkeep.hits)},
+        {"log", choice(all_.log, {"error", "warning", "info"})},
         {"queue", [this](const Json& value) {
            all_.routes.queueMost = VelaAgent::numberFromJson(value, 1U << 24);
            if (all_.routes.queueMost == 0) throw InputException("is to be 1 or more");
@@ -230,6 +298,36 @@ Configuration readConfiguration(const std::string& text, std::vector<std::string
     mistakes.emplace_back(error.what());
     return {};
   }
+}
+
+ConfigurationFile readConfigurationFile(const std::string& path) {
+  ConfigurationFile file{path, {}, {}, {}};
+  std::ifstream in(path);
+  std::ostringstream text;
+  text << in.rdbuf();
+  if (!in) {
+    file.mistakes.emplace_back("cannot be read");
+    return file;
+  }
+  file.text = text.str();
+  file.settings = readConfiguration(file.text, file.mistakes);
+  return file;
+}
+
+ConfigurationChanges compareConfigurations(const std::string& before, const std::string& after) {
+  static const std::set<std::string> live{"thresholds", "scrub", "hits", "log"};
+  const Json one = VelaAgent::jsonFromText(before);
+  const Json other = VelaAgent::jsonFromText(after);
+  std::set<std::string> names;
+  for (const Json* each : {&one, &other}) {
+    for (const auto& item : each->items()) names.insert(item.key());
+  }
+  ConfigurationChanges changes;
+  for (const std::string& name : names) {
+    if (one.value(name, Json()) == other.value(name, Json())) continue;
+    (live.contains(name) ? changes.live : changes.restart).push_back(name);
+  }
+  return changes;
 }
 
 }  // namespace VelaService

@@ -1,6 +1,7 @@
 #include "service/Control.h"
 
 #include <algorithm>
+#include <cmath>
 
 #include "agent/Events.h"
 #include "agent/Profiles.h"
@@ -14,8 +15,9 @@ using VelaAgent::TableAdapter;
 
 namespace {
 
-/// Items of an answer that are made at a time.
+/// Items of an answer that are made at a time, unless that takes too long.
 constexpr std::size_t pieceItems = 64;
+constexpr auto pieceTime = std::chrono::milliseconds(2);
 
 const Json& memberOf(const Json& request, const char* name) {
   const auto at = request.find(name);
@@ -78,15 +80,16 @@ class Items final : public Answer {
       : count_(count), atATime_(atATime), make_(std::move(make)) {}
 
   bool piece(std::string& out) override {
-    for (std::size_t left = atATime_; left > 0 && next_ < count_; --left) {
+    const auto end = Clock::now() + pieceTime;
+    for (std::size_t made = 0; next_ < count_; ++made) {
+      if (made == atATime_ || (made != 0 && Clock::now() >= end)) return true;
       try {
         make_(next_++, out);
       } catch (const std::exception& error) {
-        addError(out, "item " + std::to_string(next_) + ": " + error.what());
+        addLine(out, {{"done", false}, {"item", next_}, {"error", error.what()}});
         return false;
       }
     }
-    if (next_ < count_) return true;
     addEnd(out);
     return false;
   }
@@ -174,8 +177,37 @@ Json refusedCounts(const RouteService::Figures& figures) {
   return counts;
 }
 
+Json scrubStatus(const Scrubber& scrubber) {
+  Json status = {{"rows", scrubber.rows()}, {"passes", scrubber.passes()}};
+  if (const auto last = scrubber.lastPass()) {
+    status["age"] = std::round(std::chrono::duration<double>(Clock::now() - *last).count());
+  }
+  Json& found = status["findings"] = Json::array();
+  scrubber.forEachFound([&](const TableAdapter& table, Scrubber::Kind kind, U64 count) {
+    Json line = tableName(table);
+    line["finding"] = VelaAgent::nameOf(kind);
+    line["count"] = count;
+    found.push_back(std::move(line));
+  });
+  return status;
+}
+
+Json tableStatus(const VelaAgent::HwTableAdapter& table, const Thresholds& thresholds) {
+  Json status = tableName(table);
+  status["entries"] = table.entries();
+  status["waiting"] = table.waiting();
+  status["used"] = table.typed().used();
+  status["peak"] = table.typed().peak();
+  status["capacity"] = table.typed().capacity();
+  status["load"] = std::round(10 * table.typed().load()) / 10;
+  const Thresholds::State* state = thresholds.state(table);
+  if (state && state->above) status["above"] = true;
+  return status;
+}
+
 /// How the service does, and what it did; `lists` tells of each route that is refused or waits.
-std::unique_ptr<Answer> statusOf(const Agent& agent, const RouteService& routes, bool lists) {
+std::unique_ptr<Answer> statusOf(const Agent& agent, const RouteService& routes,
+                                 const Upkeep& upkeep, bool lists) {
   const auto& figures = routes.figures();
   Json status = {{"sources", sourcesStatus(routes)},         {"offered", figures.wanted},
                  {"unclaimed", figures.unclaimed},           {"queued", routes.queued()},
@@ -193,12 +225,9 @@ std::unique_ptr<Answer> statusOf(const Agent& agent, const RouteService& routes,
   });
   Json& tables = status["tables"] = Json::array();
   for (const auto& each : agent.tables()) {
-    if (each->entries() == 0) continue;
-    Json line = tableName(*each);
-    line["entries"] = each->entries();
-    line["waiting"] = each->waiting();
-    tables.push_back(std::move(line));
+    if (each->entries() != 0) tables.push_back(tableStatus(*each, upkeep.thresholds()));
   }
+  status["scrub"] = scrubStatus(upkeep.scrubber());
   std::vector<std::pair<RouteName, const char*>> list;
   if (lists) {
     routes.forEachRefused([&](const RouteName& name, Refusal why) {
@@ -274,6 +303,29 @@ std::unique_ptr<Answer> runOf(Agent& agent, const Json& events) {
       });
 }
 
+/// What happens from now on, without an end.
+class Watched final : public Answer {
+ public:
+  explicit Watched(Watch& watch) : queue_(watch, most), sequence_(watch.sequence()) {}
+
+  bool piece(std::string& out) override {
+    if (!std::exchange(begun_, true)) {
+      addLine(out, {{"sequence", sequence_}, {"event", "watching"}});
+    }
+    out += queue_.take();
+    return true;
+  }
+  bool waits() const override { return queue_.empty(); }
+  bool overrun() const override { return queue_.overrun(); }
+
+ private:
+  static constexpr std::size_t most = std::size_t{1} << 20;
+
+  WatchQueue queue_;
+  U64 sequence_;
+  bool begun_ = false;
+};
+
 /// What is said of a request that is none.
 class Refused final : public Answer {
  public:
@@ -290,12 +342,13 @@ class Refused final : public Answer {
 }  // namespace
 
 std::unique_ptr<Answer> Control::answerTo(const Json& request) {
-  static const std::vector<std::string> names{"status", "lookup", "decode", "audit", "run"};
+  static const std::vector<std::string> names{"status", "lookup", "decode",
+                                              "audit",  "run",    "watch"};
   if (!request.is_object()) throw InputException("not a JSON object");
   const std::string name = textOf(request, "request");
   if (name == "status") {
     allowOnly(request, {"refused"});
-    return statusOf(agent_, routes_, flagOf(request, "refused"));
+    return statusOf(agent_, routes_, upkeep_, flagOf(request, "refused"));
   }
   if (name == "lookup") {
     allowOnly(request, {"table", "keys"});
@@ -314,6 +367,10 @@ std::unique_ptr<Answer> Control::answerTo(const Json& request) {
   if (name == "run") {
     allowOnly(request, {"events"});
     return runOf(agent_, listOf(request, "events"));
+  }
+  if (name == "watch") {
+    allowOnly(request, {});
+    return std::make_unique<Watched>(watch_);
   }
   throw InputException("unknown request \"" + name + "\"" + VelaAgent::suggestion(name, names));
 }

@@ -2,7 +2,7 @@
 
 #include <memory>
 
-#include "service/RouteService.h"
+#include "service/Upkeep.h"
 
 namespace VelaService {
 
@@ -16,14 +16,19 @@ class Answer {
   virtual void prepare() {}
   /// Adds lines to `out`; returns whether there are more.
   virtual bool piece(std::string& out) = 0;
+  /// Whether there are more only when something happens.
+  virtual bool waits() const { return false; }
+  /// Whether whoever asked reads too slowly, and is to be dropped.
+  virtual bool overrun() const { return false; }
 };
 
 /// Answers the requests of operators: a line of JSON each, and lines of JSON for an answer, of
 /// which the last has "done". See docs/velad.md.
 class Control {
  public:
-  /// Both must outlive this, and any answer.
-  Control(VelaAgent::Agent& agent, const RouteService& routes) : agent_(agent), routes_(routes) {}
+  /// All must outlive this, and any answer.
+  Control(VelaAgent::Agent& agent, const RouteService& routes, Watch& watch, const Upkeep& upkeep)
+      : agent_(agent), routes_(routes), watch_(watch), upkeep_(upkeep) {}
 
   /// The answer to a line, whatever it is.
   std::unique_ptr<Answer> ask(std::string_view line);
@@ -33,6 +38,8 @@ class Control {
 
   VelaAgent::Agent& agent_;
   const RouteService& routes_;
+  Watch& watch_;
+  const Upkeep& upkeep_;
 };
 
 }  // namespace VelaService

@@ -430,6 +430,7 @@ void RouteService::statusIs(const LpmKey& key, Route& route, EntryProgrammedStat
   if (U64* after = count(status)) ++*after;
   route.status = status;
   answerIs(*idOf(key), route);
+  if (statusListener_) statusListener_(key, status);
 }
 
 /// The status of a route changed, perhaps for another's sake.

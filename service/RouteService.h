@@ -112,6 +112,12 @@ class RouteService final : private Orb::KeyObserver<VelaSwitch::LpmKey>,
   const Figures& figures() const { return figures_; }
   std::size_t queued() const { return queue_.size(); }
   const Nexthops& nexthops() const { return nexthops_; }
+
+  /// Hears of routes whose status is another one, amid changes. There is one at most; empty for
+  /// none.
+  using StatusListener =
+      std::function<void(const VelaSwitch::LpmKey&, VelaAgent::EntryProgrammedStatus)>;
+  void statusListenerIs(StatusListener listener) { statusListener_ = std::move(listener); }
   /// Every route that is refused, or none that waits for room.
   void forEachRefused(const std::function<void(const RouteName&, Refusal)>& visit) const;
 
@@ -233,6 +239,7 @@ class RouteService final : private Orb::KeyObserver<VelaSwitch::LpmKey>,
   std::map<U32, U32> tableIds_;    ///< Their places, by the kernel's numbers.
   std::array<Level, 11> levels_;
   Figures figures_;
+  StatusListener statusListener_;
   std::vector<Slot> orphans_;         ///< Of routes that hardware held in VRFs of no table.
   std::optional<SourceId> sweeping_;  ///< Whose stale routes are queued.
   bool rebuilt_;                      ///< Nobody said yet what of the switch's rows is desired.

@@ -404,7 +404,7 @@ TEST(RegisterMap, saysWhatIsWrongInOneLine) {
   const std::string good = R"({"registers": [
     {"path": "a[{0-3}]/x", "offset": "0x10", "strides": [16], "width": 32},
     {"path": "a[{0-3}]/y", "offset": "0x14", "strides": [16]}],
-  "tables": [{"names": ["t-{}"], "select": {"register": "y", "value": 1, "index": [[0, 8, 0]]},
+  "tables": [{"names": ["t-{}"], "select": {"register": "y", "value": 256, "index": [[0, 8, 0]]},
     "read": "registers", "written": {"register": "y", "mask": 3, "done": 2, "limit": 5}}]})";
   ASSERT_EQ(mapError(good), "");
   const struct {
@@ -432,6 +432,10 @@ TEST(RegisterMap, saysWhatIsWrongInOneLine) {
       {"{3-0}", "{0-3}", "map: registers[0]: expected {FIRST-LAST} or {} in \"a[{3-0}]/x\""},
       {"{}", "{0-3}", "map: pattern \"a[{}]/x\" makes them more than 131072 registers"},
       {"[[30, 8, 0]]", "[[0, 8, 0]]", "map: tables[0].select: \"index\" has bits outside of 32"},
+      {"[[0, 8, 0], [8, 8, 7]]", "[[0, 8, 0]]",
+       "map: tables[0].select: bits of \"index\" lie on others, or on \"value\""},
+      {"\"absent\": 1, \"done\": 2", "\"done\": 2",
+       "map: tables[0].written: \"absent\" belongs to \"read\" alone"},
       {"\"done\": 4", "\"done\": 2",
        "map: tables[0].written: \"done\" has bits that are not in \"mask\", or \"mask\" is 0"},
       {"\"limit\": -1", "\"limit\": 5",

@@ -39,6 +39,7 @@ INSTANTIATE_TEST_SUITE_P(
     testing::Values(
         Mistake{"OVERLAP", {"ToyFamily, Orb::FixedString<6>{\"valid\"}", "overlaps another"}},
         Mistake{"TOO_WIDE", {"ToyFamily, Orb::FixedString<6>{\"valid\"}", "ends behind the row"}},
+        Mistake{"NO_WAYS", {"ToyFamily", "say its prefix, hashBits and ways"}},
         Mistake{"NO_VALID_BIT",
                 {"F = VelaSwitchTable::ToyFamily", "{\"valid\"}", "no field of this name"}},
         Mistake{"FIELD_NOT_PACKED",

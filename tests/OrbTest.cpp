@@ -195,9 +195,10 @@ TEST(Map, behavesLikeAnUnorderedMap) {
 TEST(RecordIndex, findsWhatIsThereAndNothingElse) {
   VelaTest::Random random;
   const auto slab = std::make_unique<Orb::Slab>();
-  Orb::RecordIndex index;
+  const auto tagOf = [](U32 key) { return key % 61 * 0x12347; };
+  Orb::RecordIndex index(
+      [](const void* record) { return *static_cast<const U32*>(record) % 61 * 0x12347; });
   std::map<U32, U32*> model;
-  const auto tagOf = [](U32 key) { return key % 61 * 7; };
   const auto find = [&](U32 key) {
     return index.find(tagOf(key),
                       [&](const void* at) { return *static_cast<const U32*>(at) == key; });

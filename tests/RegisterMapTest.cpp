@@ -21,9 +21,8 @@ std::vector<TableRegisters> registersOfProfile(const char* name) {
   agent.make();
   std::vector<TableRegisters> tables;
   for (const auto& table : agent.tables()) {
-    for (const auto& [id, hwTable] : table->convertor().hwTables()) {
-      tables.push_back(VelaBus::registersOf(hwTable->descriptor(), table->reportsHits()));
-    }
+    const auto registers = VelaBus::registersOf(table->table());
+    tables.insert(tables.end(), registers.begin(), registers.end());
   }
   return tables;
 }
@@ -61,6 +60,7 @@ TEST_F(ProfileMap, saysWhatIsMissing) {
   change("registers", "path", "acl[0]/read_ctl")["path"] = "elsewhere";
   change("tables", "names", "Lpm32").erase("hits");
   change("tables", "names", "Lpm11")["read"]["trigger"]["index"][0][1] = 12;
+  change("tables", "names", "Lpm17")["hits"]["trigger"].erase("index");
   change("tables", "names", "FloodSet")["names"][0] = "FloodSet-{1-9}";
   auto wide = tables;
   for (auto& table : wide) table.width = table.table == "L2Control-0" ? 64 : 32;
@@ -75,6 +75,7 @@ TEST_F(ProfileMap, saysWhatIsMissing) {
                   "map: no pattern for ingress/processor_acl[0]/read_ctl of tables[9] and table "
                   "AclIndirectCounterHash[0]-0",
                   "map: tables[10].read.trigger does not tell rows 0 to 8191 of table Lpm11-0",
+                  "map: tables[12].hits.trigger does not tell rows 0 to 2047 of table Lpm17[0]-0",
                   "map: tables[17] does not say how hits of table Lpm32[0]-0 are read"));
 }
 

@@ -9,7 +9,7 @@
 #include <map>
 
 #include "Support.h"
-#include "agent/Json.h"
+#include "agent/TableAdapter.h"
 #include "device/RouteLookup.h"
 #include "service/Configuration.h"
 #include "service/Control.h"
@@ -106,6 +106,39 @@ RouteName nameOf(IpPrefix prefix, U32 table = RT_TABLE_MAIN) {
   return name;
 }
 
+/// The routes' statuses as a watcher knows them, who heard of nothing but changes.
+class Watcher {
+ public:
+  Watcher(VelaAgent::Agent& agent, RouteService& service) : watch_(agent, service) {
+    for (const auto& each : agent.table("Route", 0).statuses()) {
+      statuses_[each.key] = VelaSwitchApi::nameOf(each.status);
+    }
+  }
+  /// Hears on; returns how many routes are in hardware.
+  U64 programmed() {
+    EXPECT_FALSE(queue_.overrun());
+    std::istringstream lines(queue_.take());
+    for (std::string line; std::getline(lines, line);) {
+      const auto told = VelaAgent::jsonFromText(line);
+      EXPECT_EQ(told["sequence"], ++sequence_);
+      if (told["table"] != "Route") continue;
+      std::string& status = statuses_.try_emplace(told["key"], "notProgrammed").first->second;
+      EXPECT_NE(status, told["status"]) << line;
+      status = told["status"];
+    }
+    return static_cast<U64>(std::count_if(statuses_.begin(), statuses_.end(), [](const auto& each) {
+      return each.second == "programmed";
+    }));
+  }
+  Watch& watch() { return watch_; }
+
+ private:
+  Watch watch_;
+  WatchQueue queue_{watch_, std::size_t{1} << 24};
+  U64 sequence_ = 0;
+  std::map<VelaAgent::Json, std::string> statuses_;
+};
+
 /// A switch with a service that is started again and again, and its source.
 struct World {
   static constexpr U64 cpu = U64{1} << 48;
@@ -123,6 +156,7 @@ struct World {
   ~World() { std::filesystem::remove(file); }
 
   void start(VelaAgent::Agent::Start how) {
+    watcher.reset();
     service.reset();
     agent = std::make_unique<VelaAgent::Agent>(profile, chip);
     agent->make();
@@ -130,6 +164,7 @@ struct World {
     service = std::make_unique<RouteService>(*agent, settings, [](U32 number) {
       return number == 0 ? "" : "if" + std::to_string(number);
     });
+    watcher = std::make_unique<Watcher>(*agent, *service);
   }
   void restart() { start(VelaAgent::Agent::Start::restart); }
   void connect(U8 source = 0) {
@@ -184,6 +219,7 @@ struct World {
   VelaDevice::DataPath path{chip, *profile};
   std::unique_ptr<VelaAgent::Agent> agent;
   std::unique_ptr<RouteService> service;
+  std::unique_ptr<Watcher> watcher;
   std::array<Sender, sources> senders;
   Sender& sender = senders[0];
   std::array<FpmStream, sources> streams;
@@ -302,6 +338,7 @@ class Model {
     for (const U64 each : world_.service->figures().refused) counted += each;
     EXPECT_EQ(counted, refused);
     EXPECT_EQ(world_.service->figures().programmed, steady_.size());
+    EXPECT_EQ(world_.watcher->programmed(), steady_.size());
     EXPECT_EQ(world_.service->figures().wanted, wanted);
     for (U8 source = 0; source < World::sources; ++source) {
       EXPECT_EQ(world_.service->figuresOf(source).routes,
@@ -578,6 +615,78 @@ TEST(RouteService, WhatRegistersDidNotTakeIsTriedAgain) {
   }
 }
 
+/// What a whole audit finds, by table and kind.
+std::map<std::string, U64> auditAll(const VelaAgent::Agent& agent) {
+  std::map<std::string, U64> found;
+  for (const auto& table : agent.tables()) {
+    table->audit();
+    for (const auto& each : table->findings())
+      ++found[table->fullName() + VelaAgent::nameOf(each.kind)];
+  }
+  return found;
+}
+
+TEST(Upkeep, ScrubbingFindsAndMendsWhatAnAuditFinds) {
+  World world;
+  Random random;
+  Model model(world, random);
+  world.connect();
+  for (int steps = 0; steps < 200; ++steps) model.step();
+  world.receive(random);
+  world.drain();
+  for (const bool repair : {false, true}) {
+    Upkeep upkeep(*world.agent, world.watcher->watch(), {{100000, repair}, {}, {}});
+    for (int flips = 0; flips < 40; ++flips) {
+      const auto& tables = world.agent->tables();
+      const auto& parts = tables[random.below(U32(tables.size()))]->convertor().hwTables();
+      if (parts.empty()) continue;
+      const auto& part = std::next(parts.begin(), random.below(U32(parts.size())))->second;
+      world.chip.flipBit(part->busHandle(), random.below(part->descriptor().last + 1), 0,
+                         random.below(32));
+    }
+    const auto expected = auditAll(*world.agent);
+    EXPECT_GT(expected.size(), 5);
+    // A row at a time, and none of another pass.
+    while (upkeep.scrubber().passes() == 0) {
+      upkeep.tick(world.now += std::chrono::microseconds(10));
+    }
+    std::map<std::string, U64> found;
+    upkeep.scrubber().forEachFound([&](const auto& table, auto kind, U64 count) {
+      found[table.fullName() + VelaAgent::nameOf(kind)] = count;
+    });
+    EXPECT_EQ(found, expected);
+    EXPECT_EQ(auditAll(*world.agent).empty(), repair);
+  }
+}
+
+TEST(Upkeep, LoadsCrossTheirMarksWithHysteresis) {
+  World world;
+  Random random;
+  Thresholds thresholds(*world.agent, world.watcher->watch());
+  const Marks marks{75, 25};
+  thresholds.settingsAre({{}, {{"HashTest", marks}}});
+  const auto& table = *std::find_if(world.agent->tables().begin(), world.agent->tables().end(),
+                                    [](const auto& each) { return each->name() == "HashTest"; });
+  bool above = false;
+  U64 crossings = 0;
+  for (int step = 0; step < 2000; ++step) {
+    // It fills and empties by and by.
+    const VelaAgent::Json key = random.below(40);
+    (random.below(10) < (step / 200 % 2 ? 1U : 9U)) ? void(table->set(key, {}))
+                                                    : void(table->del(key));
+    const U32 used = table->typed().used();
+    const U64 before = world.watcher->watch().sequence();
+    thresholds.check();
+    const bool crossed = above ? used * 100 <= marks.low * 16 : used * 100 > marks.high * 16;
+    above ^= crossed;
+    crossings += crossed;
+    ASSERT_EQ(world.watcher->watch().sequence() - before, crossed);
+    ASSERT_EQ(thresholds.state(*table)->above, above);
+  }
+  EXPECT_GT(crossings, 4);
+  EXPECT_EQ(thresholds.state(*table)->rises + thresholds.state(*table)->falls, crossings);
+}
+
 TEST(FpmStream, BrokenStreamsEndInOneWay) {
   World world;
   Random random;
@@ -626,7 +735,9 @@ TEST(Control, AnswersAreAsDocumented) {
   world.sender.frame();
   world.receive(random);
   world.drain();
-  Control control(*world.agent, *world.service);
+  Upkeep upkeep(*world.agent, world.watcher->watch(), {{100000, true}, {}, seconds(1)});
+  while (upkeep.scrubber().passes() == 0) upkeep.tick(world.now += seconds(1));
+  Control control(*world.agent, *world.service, world.watcher->watch(), upkeep);
   std::ifstream docs(DOCS "/velad.md");
   std::string answer;
   int asked = 0;

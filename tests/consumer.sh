@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Builds and runs examples/embed as an agent of somebody else's does: consumer.sh WAY BUILD COMPILER,
-# where WAY is installed, pkg-config, build-tree or subproject, and BUILD a build of this project.
+# where WAY is installed, pkg-config, build-tree, subproject or static, and BUILD a build of this
+# project.
 # Our headers must raise no warning there.
 set -euo pipefail
 way=$1 build=$2 compiler=$3
@@ -17,10 +18,18 @@ with_cmake() {
     cmake --build "$work/build" >"$work/log" || { cat "$work/log"; exit 1; }
     if grep 'warning:' "$work/log"; then exit 1; fi
     run=$work/build/embed
+    "$work/build/check" "$root/examples/vela-20-4.0.registers.json"
 }
 case $way in
 installed) with_cmake -DCMAKE_PREFIX_PATH="$work/prefix" ;;
 build-tree) with_cmake -DVelaSwitchTable_DIR="$build" ;;
+static)
+    cmake -S "$root" -B "$work/vela" -G Ninja -DCMAKE_CXX_COMPILER="$compiler" \
+        -DBUILD_SHARED_LIBS=OFF -DCMAKE_UNITY_BUILD=ON -DVELA_TOOLS=OFF -DVELA_TESTS=OFF \
+        -DVELA_BENCH=OFF -DCMAKE_INSTALL_PREFIX="$work/prefix" >/dev/null
+    cmake --build "$work/vela" --target install >/dev/null
+    with_cmake -DCMAKE_PREFIX_PATH="$work/prefix"
+    ;;
 # Static, and with none of our presets.
 subproject) with_cmake -DVELA_SOURCE="$root" -DBUILD_SHARED_LIBS=OFF -DCMAKE_UNITY_BUILD=ON ;;
 pkg-config)

@@ -91,6 +91,8 @@ class VELA_EXPORT HashFamilyHelperBase : public VelaTableHashHelper {
   }
 
  private:
+  static_assert(F::traits.prefix && F::traits.hashBits != 0 && F::traits.ways != 0,
+                "a hash family's traits say its prefix, hashBits and ways");
   static_assert(rowChecked<F>());
   static_assert(findField<F>("row"), "a hash family's control word has a field \"row\"");
 

@@ -8,9 +8,10 @@ namespace Keel::Cuckoo {
 namespace {
 
 /// Makes every mark of an earlier epoch void; when the counter wraps, by wiping them.
-void nextEpoch(U32& epoch, std::vector<U32>& marks) {
+template <class Node>
+void nextEpoch(U16& epoch, std::vector<Node>& nodes, U16 Node::*mark) {
   if (++epoch != 0) return;
-  std::fill(marks.begin(), marks.end(), 0);
+  for (Node& node : nodes) node.*mark = 0;
   epoch = 1;
 }
 
@@ -23,9 +24,7 @@ Table::Table(U32 rowsPerWay, U8 ways)
   slots_.resize(capacity());
   rows_.resize(capacity());
   reached_.resize(capacity());
-  from_.resize(capacity());
-  seen_.resize(capacity());
-  closed_.resize(capacity());
+  nodes_.resize(capacity());
   competitors_.reserve(capacity());
 }
 
@@ -55,13 +54,18 @@ void Table::take(U32 slot) {
   slots_[slot] = nullptr;
 }
 
+void Table::reachedFrom(U32 slot, U32 from) {
+  nodes_[slot].seen = searches_;
+  nodes_[slot].from = from;
+  reached_[reachedCount_++] = slot;
+}
+
 /// Notes that the search came to a row, and says whether it is free.
 bool Table::reach(U32 slot, U32 from, Search kind) {
-  if (seen_[slot] == searches_) return false;
-  if (kind == Search::pruned && closed_[slot] == closings_) return false;
-  seen_[slot] = searches_;
-  from_[slot] = from;
-  reached_[reachedCount_++] = slot;
+  Node& node = nodes_[slot];
+  if (node.seen == searches_) return false;
+  if (kind == Search::pruned && node.closed == closings_) return false;
+  reachedFrom(slot, from);
   return !slots_[slot];
 }
 
@@ -77,7 +81,7 @@ U32 Table::search(const HashItem& item, Search kind) {
 }
 
 void Table::searchBegin() {
-  nextEpoch(searches_, seen_);
+  nextEpoch(searches_, nodes_, &Node::seen);
   reachedCount_ = 0;
 }
 
@@ -95,7 +99,7 @@ U32 Table::searchFurther(Search kind) {
 }
 
 void Table::markClosed() {
-  for (U32 i = 0; i < reachedCount_; ++i) closed_[reached_[i]] = closings_;
+  for (U32 i = 0; i < reachedCount_; ++i) nodes_[reached_[i]].closed = closings_;
 }
 
 std::optional<CuckooLocation> Table::freeRow(const HashItem& item) const {
@@ -125,10 +129,10 @@ InsertResult Table::insert(HashItem& item, RowWriter& writer) {
   return carryOut(item, to, writer);
 }
 
-/// Moves items from the far end of the path that from_ describes, `to`, and places the new one.
+/// Moves items from the far end of the path that the nodes describe, `to`, and places the new one.
 InsertResult Table::carryOut(HashItem& item, U32 to, RowWriter& writer) {
   U32 moves = 0;
-  for (U32 from = from_[to]; from != noSlot; from = from_[to]) {
+  for (U32 from = nodes_[to].from; from != noSlot; from = nodes_[to].from) {
     const Orb::Ptr<HashItem> mover = slots_[from];
     if (!writer.hashItemWrite(*mover, locationOf(to))) {
       return {Outcome::failed, moves, locationOf(to), mover.get()};
@@ -151,7 +155,7 @@ InsertResult Table::carryOut(HashItem& item, U32 to, RowWriter& writer) {
 void Table::remove(HashItem& item) {
   ORB_ASSERT(item.placed() && slots_[item.slot_].get() == &item);
   const Orb::Ptr<HashItem> keep(&item);
-  if (closed_[item.slot_] == closings_) nextEpoch(closings_, closed_);
+  if (isClosed(item.slot_)) nextEpoch(closings_, nodes_, &Node::closed);
   take(item.slot_);
   item.slot_ = HashItem::unplaced;
   --size_;
@@ -187,9 +191,9 @@ SuccessionResult Table::succeed(HashItem& gone, RowWriter& writer) {
   }
   // What was closed stays so when nothing but closed rows is behind all that moves: the same rows
   // are full again.
-  const bool wasClosed = closed_[freed] == closings_;
+  const bool wasClosed = isClosed(freed);
   bool stillClosed = wasClosed && leadsNowhereElse(rowsOf(*next.item));
-  for (U32 from = from_[freed]; stillClosed && from != noSlot; from = from_[from]) {
+  for (U32 from = nodes_[freed].from; stillClosed && from != noSlot; from = nodes_[from].from) {
     stillClosed = leadsNowhereElse(rows_[from]);
   }
   const Orb::Ptr<HashItem> keep(&gone);
@@ -198,7 +202,7 @@ SuccessionResult Table::succeed(HashItem& gone, RowWriter& writer) {
   --size_;
   SuccessionResult result = letIn(next, writer);
   const bool placed = result.insert.outcome == Outcome::placed;
-  if (wasClosed && !(placed && stillClosed)) nextEpoch(closings_, closed_);
+  if (wasClosed && !(placed && stillClosed)) nextEpoch(closings_, nodes_, &Node::closed);
   return result;
 }
 
@@ -229,24 +233,22 @@ bool Table::hasRoom(const HashItem& item) {
 /// Whether all rows of an item are closed.
 bool Table::leadsNowhereElse(Rows rows) const {
   for (U8 way = 0; way < ways_; ++way) {
-    if (closed_[candidateSlot(rows, way)] != closings_) return false;
+    if (!isClosed(candidateSlot(rows, way))) return false;
   }
   return true;
 }
 
 /// The waiting item that needs the fewest moves when the rows are free, and among those the one
 /// that waited longest. Goes back from the rows to those whose items could move there, and on until
-/// someone waits for one. from_ then describes the path.
+/// someone waits for one. The nodes then describe the path.
 Table::Nearest Table::nearestWaiting(std::span<const CuckooLocation> free) {
   if (waiting_.empty()) [[likely]]
     return {nullptr, noSlot};
   searchBegin();
-  // Here a row's entry in from_ is the row that its item would move to.
+  // Here a row's `from` is the row that its item would move to.
   for (const CuckooLocation row : free) {
     const U32 slot = slotOf(row);
-    seen_[slot] = searches_;
-    from_[slot] = noSlot;
-    reached_[reachedCount_++] = slot;
+    reachedFrom(slot, noSlot);
   }
   HashItem* nearest = nullptr;
   U32 start = noSlot;
@@ -261,10 +263,7 @@ Table::Nearest Table::nearestWaiting(std::span<const CuckooLocation> free) {
     for (; begin < end && !nearest; ++begin) {
       const U32 to = reached_[begin];
       openings_.forEach(*this, to, [&](U32 slot) {
-        if (seen_[slot] == searches_) return;
-        seen_[slot] = searches_;
-        from_[slot] = to;
-        reached_[reachedCount_++] = slot;
+        if (nodes_[slot].seen != searches_) reachedFrom(slot, to);
       });
     }
   }
@@ -272,8 +271,8 @@ Table::Nearest Table::nearestWaiting(std::span<const CuckooLocation> free) {
   // Turned round: a row's entry becomes the row that an item comes from.
   U32 from = noSlot;
   for (U32 slot = start; slot != noSlot;) {
-    const U32 to = from_[slot];
-    from_[slot] = from;
+    const U32 to = nodes_[slot].from;
+    nodes_[slot].from = from;
     from = slot;
     slot = to;
   }

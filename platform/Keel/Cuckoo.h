@@ -199,17 +199,22 @@ class VELA_EXPORT Table {
   WaitingItems waiting_;
   Openings openings_;
 
-  // The breadth-first search's memory, one element a row.
-  std::vector<U32> reached_;  ///< Rows in the order in which they were reached.
-  std::vector<U32> from_;     ///< The row whose item could move to this one; noSlot at the start.
-  std::vector<U32> seen_;     ///< Equal to searches_ for rows that this search reached.
-  U32 reachedCount_ = 0;
-  U32 searches_ = 0;
+  /// What searches know of a row. Marks are of an epoch: those of earlier ones mean nothing.
+  struct Node {
+    U32 from = 0;    ///< The row whose item could move to this one; noSlot at the start.
+    U16 seen = 0;    ///< searches_ where this search reached the row.
+    U16 closed = 0;  ///< closings_ where a failed search reached it: all such rows are taken, and
+                     ///< every item in them has all of its rows among them. No search needs to
+                     ///< enter them until one of them is freed.
+  };
+  bool isClosed(U32 slot) const { return nodes_[slot].closed == closings_; }
+  void reachedFrom(U32 slot, U32 from);
 
-  /// Rows that a failed search reached: all taken, and every item in them has all of its rows among
-  /// them. No search needs to enter them until one of them is freed. Equal to closings_ for those.
-  std::vector<U32> closed_;
-  U32 closings_ = 1;
+  std::vector<U32> reached_;  ///< Rows in the order in which the search reached them.
+  U32 reachedCount_ = 0;
+  std::vector<Node> nodes_;  ///< By row.
+  U16 searches_ = 0;
+  U16 closings_ = 1;
   std::vector<HashItem*> competitors_;
 };
 

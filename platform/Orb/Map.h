@@ -49,7 +49,7 @@ class Map {
   bool erase(const Key& key) {
     const U32 at = position(key);
     if (at == none) return false;
-    emptySlot(slots_, at);
+    emptySlot(slots_, at, [](const Slot& slot) { return slot.tag; });
     --size_;
     return true;
   }

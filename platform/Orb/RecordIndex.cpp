@@ -15,12 +15,13 @@ void RecordIndex::add(U32 tag, void* record) {
 
 void RecordIndex::remove(U32 tag, const void* record) {
   ORB_ASSERT(size_ != 0);
-  emptySlot(slots_, position(tag, record));
+  emptySlot(slots_, position(tag, record),
+            [this](const Slot& slot) { return tagOf_(slot.record()); });
   --size_;
 }
 
 void RecordIndex::replace(U32 tag, const void* record, void* next) {
-  slots_[position(tag, record)].record = next;
+  slots_[position(tag, record)] = Slot(tag, next);
 }
 
 void RecordIndex::reserve(U32 count) {
@@ -31,8 +32,8 @@ void RecordIndex::reserve(U32 count) {
 
 U32 RecordIndex::position(U32 tag, const void* record) const {
   U32 at = tag & mask();
-  while (slots_[at].record != record) {
-    ORB_ASSERT(slots_[at].record);
+  while (slots_[at].record() != record) {
+    ORB_ASSERT(slots_[at].taken());
     at = (at + 1) & mask();
   }
   return at;
@@ -40,15 +41,15 @@ U32 RecordIndex::position(U32 tag, const void* record) const {
 
 void RecordIndex::put(U32 tag, void* record) {
   U32 at = tag & mask();
-  while (slots_[at].record) at = (at + 1) & mask();
-  slots_[at] = {record, tag};
+  while (slots_[at].taken()) at = (at + 1) & mask();
+  slots_[at] = Slot(tag, record);
 }
 
 void RecordIndex::rehash(std::size_t slots) {
   std::vector<Slot> old(slots);
   old.swap(slots_);
   for (const Slot& slot : old) {
-    if (slot.record) put(slot.tag, slot.record);
+    if (slot.taken()) put(tagOf_(slot.record()), slot.record());
   }
 }
 

@@ -2,6 +2,7 @@
 
 #include <vector>
 
+#include "Orb/Assert.h"
 #include "Orb/Types.h"
 
 namespace Orb {
@@ -10,14 +11,18 @@ namespace Orb {
 /// by a hash of the key, the tag; who asks says whether a record is the one that is meant.
 class VELA_EXPORT RecordIndex {
  public:
+  using TagOf = U32 (*)(const void* record);  ///< The tag of a record that is in the index.
+  /// Of records that say their tags so.
+  explicit RecordIndex(TagOf tagOf) : tagOf_(tagOf) {}
+
   U32 size() const { return size_; }  ///< Records.
 
   /// The record of the tag that `isIt(record)` is true of, or null.
   template <class IsIt>
   void* find(U32 tag, const IsIt& isIt) const {
     if (size_ == 0) return nullptr;
-    for (U32 at = tag & mask(); slots_[at].record; at = (at + 1) & mask()) {
-      if (slots_[at].tag == tag && isIt(slots_[at].record)) return slots_[at].record;
+    for (U32 at = tag & mask(); slots_[at].taken(); at = (at + 1) & mask()) {
+      if (slots_[at].mayBeOf(tag) && isIt(slots_[at].record())) return slots_[at].record();
     }
     return nullptr;
   }
@@ -38,23 +43,34 @@ class VELA_EXPORT RecordIndex {
   template <class Visitor>
   void forEach(const Visitor& visit) const {
     for (const Slot& slot : slots_) {
-      if (slot.record) visit(slot.record);
+      if (slot.taken()) visit(slot.record());
     }
   }
 
  private:
-  struct Slot {
-    void* record = nullptr;
-    U32 tag = 0;
+  /// A record's address in 48 bits, as many as there are to addresses of processes, below the upper
+  /// half of its tag; the lower half names the slot.
+  class Slot {
+   public:
+    Slot() = default;
+    Slot(U32 tag, void* record) : word_(reinterpret_cast<U64>(record) | U64{tag >> 16} << 48) {
+      ORB_ASSERT(reinterpret_cast<U64>(record) >> 48 == 0);
+    }
+    bool taken() const { return word_ != 0; }
+    bool mayBeOf(U32 tag) const { return word_ >> 48 == tag >> 16; }
+    void* record() const { return reinterpret_cast<void*>(word_ & ~U64{0} >> 16); }
 
-    bool taken() const { return record != nullptr; }
+   private:
+    U64 word_ = 0;
   };
+  static_assert(sizeof(void*) == sizeof(U64));
 
   U32 mask() const { return static_cast<U32>(slots_.size()) - 1; }
   U32 position(U32 tag, const void* record) const;
   void put(U32 tag, void* record);
   void rehash(std::size_t slots);
 
+  TagOf tagOf_;
   std::vector<Slot> slots_;  ///< A power of two of them, at most three quarters taken.
   U32 size_ = 0;
 };

@@ -226,7 +226,8 @@ class VELA_EXPORT KeyRecords {
   template <class Key, class Result, class Record>
   friend class EntryStore;
 
-  Orb::RecordIndex index_;
+  Orb::RecordIndex index_{
+      [](const void* record) { return static_cast<const KeyRecord*>(record)->keyTag(); }};
   Orb::Slab slab_;
   std::array<U32, KeyRecord::flags> counts_{};
   U32 peak_ = 0;

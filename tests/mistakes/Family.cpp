@@ -29,7 +29,10 @@ struct VELA_EXPORT ToyFamily : Family<"VelaTableToy", ToyKey, ToyResult> {
                                            .rowWords = 3,
                                            .dataWords = 2,
                                            .hashBits = 10,
-                                           .ways = 2};
+#ifndef NO_WAYS
+                                           .ways = 2
+#endif
+  };
 #ifdef UNKNOWN_KEY_FIELD
   static constexpr KeyField keyFields[] = {{ "numbr", 32 }};
 #else

@@ -15,7 +15,7 @@ class Daemon {
  public:
   /// The switch, whose memory no other process may have, is started. Throws what is wrong with
   /// device or sockets.
-  explicit Daemon(const VelaService::Configuration& configuration);
+  explicit Daemon(const VelaService::ConfigurationFile& file);
   ~Daemon();
 
   /// Runs until SIGTERM or SIGINT. Forwarding stays as it is then.
@@ -26,25 +26,33 @@ class Daemon {
 
   void listenForOperators();
   void acceptOperator();
+  void resumeOperators();
   void workIfNeeded(VelaService::Clock::time_point since);
   void work();
   void tick();
+  void reload();
   template <class Handle>
   static Daemon& of(Handle* handle) {
     return *static_cast<Daemon*>(handle->data);
   }
 
-  VelaService::Configuration configuration_;
+  VelaService::ConfigurationFile file_;  ///< As it was at the start,
+  std::string lastText_;                 ///< and when it was read last.
+  const VelaService::Configuration& configuration_ = file_.settings;
   VelaDevice::SimulatedSwitch chip_;
   VelaAgent::Agent agent_;
   std::optional<VelaService::RouteService> routes_;
+  std::optional<VelaService::Watch> watch_;
+  std::optional<VelaService::Upkeep> upkeep_;
   std::optional<VelaService::Control> control_;
   Loop loop_;
   uv_pipe_t operatorListener_{};
   uv_idle_t working_{};
+  uv_prepare_t pausing_{};
   uv_timer_t ticking_{};
   uv_signal_t term_{};
   uv_signal_t interrupt_{};
+  uv_signal_t hangup_{};
   std::vector<std::unique_ptr<Feed>> feeds_;
   std::list<std::unique_ptr<Operator>> operators_;
   std::optional<Metrics> metrics_;

@@ -7,7 +7,18 @@
 
 namespace Velad {
 
+namespace {
+
+Level leastLevel = Level::info;
+
+}  // namespace
+
+void leastLevelIs(const std::string& name) {
+  leastLevel = name == "error" ? Level::error : name == "warning" ? Level::warning : Level::info;
+}
+
 void log(Level level, const std::string& text) {
+  if (level > leastLevel) return;
   static const bool journal = std::getenv("JOURNAL_STREAM") != nullptr;
   static constexpr const char* marks[] = {SD_ERR, SD_WARNING, SD_INFO};
   static constexpr const char* names[] = {"velad: error: ", "velad: warning: ", "velad: info: "};

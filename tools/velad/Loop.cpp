@@ -94,8 +94,11 @@ void Stream::write(std::string text, std::function<void()> done) {
   const int result =
       uv_write(&writing->request, &body_->stream, &bytes, 1, [](uv_write_t* request, int status) {
         const std::unique_ptr<Writing> owned(static_cast<Writing*>(request->data));
+        // Of what was written before its stream went nobody is to hear.
+        if (status == UV_ECANCELED ||
+            uv_is_closing(reinterpret_cast<uv_handle_t*>(request->handle)))
+          return;
         if (status == 0) return owned->done();
-        if (status == UV_ECANCELED) return;
         const auto tell = static_cast<Body*>(request->handle->data)->closed;
         tell();
       });

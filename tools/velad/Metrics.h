@@ -4,7 +4,7 @@
 #include <prometheus/histogram.h>
 #include <prometheus/registry.h>
 
-#include "service/RouteService.h"
+#include "service/Upkeep.h"
 
 namespace Velad {
 
@@ -16,7 +16,8 @@ class Metrics {
   explicit Metrics(const std::string& address);
 
   /// Takes the figures as they are.
-  void collect(const VelaAgent::Agent& agent, const VelaService::RouteService& routes);
+  void collect(const VelaAgent::Agent& agent, const VelaService::RouteService& routes,
+               const VelaService::Upkeep& upkeep);
   /// All that a source had said by then was carried out, so long after the first of it came.
   void settled(double seconds);
 
@@ -24,6 +25,8 @@ class Metrics {
   using Labels = prometheus::Labels;
   void gauge(const char* name, const char* about, const Labels& labels, double value);
   void counter(const char* name, const char* about, const Labels& labels, double value);
+  void collect(const VelaAgent::HwTableAdapter& table, const VelaService::Thresholds& thresholds);
+  void collect(const VelaService::Scrubber& scrubber);
 
   prometheus::Exposer exposer_;
   std::shared_ptr<prometheus::Registry> registry_ = std::make_shared<prometheus::Registry>();

@@ -1,7 +1,5 @@
 #include <CLI/CLI.hpp>
-#include <fstream>
 #include <iostream>
-#include <sstream>
 
 #include "Daemon.h"
 #include "Log.h"
@@ -10,20 +8,13 @@ namespace {
 
 constexpr int exitBadInput = 2;
 
-int serve(const std::string& file, bool check) {
-  std::ifstream in(file);
-  std::ostringstream text;
-  text << in.rdbuf();
-  if (!in) {
-    std::cerr << "velad: cannot read " << file << '\n';
-    return exitBadInput;
-  }
-  std::vector<std::string> mistakes;
-  const auto configuration = VelaService::readConfiguration(text.str(), mistakes);
-  for (const std::string& mistake : mistakes) std::cerr << file << ": " << mistake << '\n';
-  if (!mistakes.empty()) return exitBadInput;
+int serve(const std::string& path, bool check) {
+  const auto file = VelaService::readConfigurationFile(path);
+  for (const std::string& mistake : file.mistakes) std::cerr << path << ": " << mistake << '\n';
+  if (!file.mistakes.empty()) return exitBadInput;
   if (check) return 0;
-  Velad::Daemon(configuration).run();
+  Velad::leastLevelIs(file.settings.log);
+  Velad::Daemon(file).run();
   return 0;
 }
 

@@ -188,6 +188,7 @@ void AuditReport::finish(const Agent& agent, const Options& options) {
 }  // namespace
 
 int audit(const Options& options) {
+  if (!options.connect.empty()) return auditLive(options);
   const auto profile = VelaAgent::loadProfile(options.profile);
   checkFiles(options);
   const bool writes = options.repair && !options.dryRun;

@@ -25,10 +25,18 @@ int why(const Options& options, const std::string& table, const std::string& key
 /// Tells whether a switch would have room for what events or lists of prefixes desire.
 int fit(const Options& options);
 
-/// Sends a request to the daemon whose control socket is at the path, and prints its answer.
+// The same of a running switch, whose daemon is asked at options.connect.
+
+/// Sends a request, and prints the lines of its answer.
 int ask(const std::string& path, const VelaAgent::Json& request);
-/// Asks a daemon how it does.
+/// How the daemon does.
 int status(const Options& options);
+/// Prints what happens, until the daemon ends it.
+int watch(const Options& options);
+/// Prints what rows differ from what they should be.
+int auditLive(const Options& options);
+/// Has events applied, and prints their results.
+int runLive(const Options& options);
 
 /// Lists the built-in profiles, or prints the one of the name as JSON.
 int profiles(const std::string& name);

@@ -231,6 +231,7 @@ int Run::operator()() {
 }  // namespace
 
 int run(const Options& options) {
+  if (!options.connect.empty()) return runLive(options);
   StderrSink traceSink;
   Twinlog::sinkIs(&traceSink);
   if (!options.trace.empty()) traceIs(options.trace);

@@ -16,6 +16,8 @@ namespace {
 
 using namespace VelaTool;
 
+constexpr const char* connectAbout = "PATH, the control socket of a running velad";
+
 void throwFatal(const char* expression, const char*) {
   throw Orb::AssertionFailed(std::string("fatal assertion \"") + expression + "\"");
 }
@@ -73,7 +75,8 @@ class CommandLine {
   CLI::App* addLayout();
   void addRoutes();
   void addManual();
-  void connectable(CLI::App& command, const char* about);
+  void addLive();
+  void connectable(CLI::App& command, const std::vector<std::string>& options);
 
   CLI::App app_{"velatable: runs the table layer of a switch from an events file"};
   std::vector<std::pair<CLI::App*, Action>> actions_;
@@ -226,16 +229,34 @@ void CommandLine::addManual() {
   for (CLI::App* each : Commands{page, words}) each->group("");
 }
 
-/// Lets a command that looks into a saved switch ask a running one instead.
-void CommandLine::connectable(CLI::App& command, const char* about) {
-  CLI::Option* device = command.get_option("--device")->required(false);
-  CLI::Option* connect = command.add_option("--connect", options_.connect, about);
+/// Commands for a running switch alone.
+void CommandLine::addLive() {
+  CLI::App* status = add("status", "ask a running velad how it does, in JSON",
+                         [this] { return VelaTool::status(options_); });
+  status->add_flag("--refused", options_.refused, "each route that is refused or waits, and why");
+  CLI::App* watch = add("watch", "print what happens to a running switch, a line of JSON each",
+                        [this] { return VelaTool::watch(options_); });
+  for (CLI::App* each : Commands{status, watch}) {
+    each->add_option("--connect", options_.connect, connectAbout)->required();
+  }
+}
+
+/// Lets a command be about a running switch instead, with no other options than these.
+void CommandLine::connectable(CLI::App& command, const std::vector<std::string>& options) {
+  CLI::Option* connect = command.add_option("--connect", options_.connect, connectAbout);
+  std::vector<CLI::Option*> needed;
   for (CLI::Option* each : command.get_options()) {
     const std::string name = each->get_name();
-    if (name.starts_with("--") && name != "--help" && each != connect) connect->excludes(each);
+    if (!name.starts_with("--") || name == "--help" || each == connect) continue;
+    if (each->get_required()) needed.push_back(each->required(false));
+    const bool allowed = std::find(options.begin(), options.end(), name) != options.end();
+    if (!allowed) connect->excludes(each);
   }
-  command.callback([device, connect] {
-    if (device->empty() && connect->empty()) throw CLI::RequiredError("--device or --connect");
+  command.callback([needed, connect] {
+    for (const CLI::Option* each : needed) {
+      if (!each->empty() || !connect->empty()) continue;
+      throw CLI::RequiredError(each->get_name() + (each == needed.front() ? " or --connect" : ""));
+    }
   });
 }
 
@@ -259,15 +280,10 @@ CommandLine::CommandLine() {
   addRoutes();
   addManual();
 
-  CLI::App* status = add("status", "ask a running velad how it does, in JSON",
-                         [this] { return VelaTool::status(options_); });
-  status->add_flag("--refused", options_.refused, "each route that is refused or waits, and why");
-  constexpr const char* socket = "PATH, the control socket of a running velad";
-  status->add_option("--connect", options_.connect, socket)->required();
+  addLive();
   for (CLI::App* each : Commands{decode, lookup, show, audit}) {
     each->add_option("--device", options_.device, "sim:FILE, the saved switch")->required();
   }
-  for (CLI::App* each : Commands{decode, lookup}) connectable(*each, socket);
   for (CLI::App* each :
        Commands{run, decode, lookup, show, audit, diff, fit, why, tables, layout}) {
     each->add_option("--profile", options_.profile, "built-in profile or JSON file")
@@ -288,6 +304,9 @@ CommandLine::CommandLine() {
   for (CLI::App* each : Commands{run, show, audit, diff, fit, why}) {
     each->add_flag("-v,--verbose", options_.verbose, "tell everything");
   }
+  for (CLI::App* each : Commands{decode, lookup}) connectable(*each, {});
+  connectable(*audit, {"--repair"});
+  connectable(*run, {"--results", "--keep-going"});
 }
 
 std::optional<int> CommandLine::parse(int argc, char** argv) {

@@ -1,0 +1,33 @@
+#include "service/Thresholds.h"
+
+#include "agent/TableAdapter.h"
+
+namespace VelaService {
+
+using VelaAgent::HwTableAdapter;
+
+void Thresholds::check() {
+  for (const auto& table : agent_.tables()) {
+    if (table->borrowsRows() || table->typed().capacity() == 0) continue;
+    const Marks& marks = settings_.of(table->name());
+    const double load = table->typed().load();
+    State& state = states_[table.get()];
+    const bool above = load > (state.above ? marks.low : marks.high);
+    if (above == state.above) continue;
+    state.above = above;
+    ++(above ? state.rises : state.falls);
+    watch_.tell("threshold", {{"table", table->name()},
+                              {"instance", table->instance()},
+                              {"above", above},
+                              {"mark", above ? marks.high : marks.low},
+                              {"load", load},
+                              {"capacity", table->typed().capacity()}});
+  }
+}
+
+const Thresholds::State* Thresholds::state(const HwTableAdapter& table) const {
+  const auto at = states_.find(&table);
+  return at == states_.end() ? nullptr : &at->second;
+}
+
+}  // namespace VelaService
