@@ -13,7 +13,7 @@ SOURCES = $(shell git ls-files '*.h' '*.cpp')
 # Seconds that each fuzz target runs.
 FUZZ_SECONDS := 60
 
-.PHONY: demo live test test-live abi-baseline docs soak bench peers fuzz coverage deb format check lint \
+.PHONY: demo live test test-live abi-baseline docs soak bench bench-velad peers fuzz coverage deb format check lint \
         packages release clean
 
 # Builds what it needs of the release, no more.
@@ -97,6 +97,10 @@ coverage: packages
 bench: peers
 	$(MAKE) --no-print-directory release-vela_bench
 	build/release/bench/vela_bench --json=build/bench.json $(if $(QUICK),--quick)
+
+# What velad takes from a message to the registers.
+bench-velad: release-velad
+	bench/velad.py build/release/velad
 
 peers:
 	@for p in $(PEERS); do \

@@ -5,22 +5,9 @@
 set -euo pipefail
 cd "$(dirname "$0")/../.."
 bin=${BIN:-$PWD/build/release}
-here=$PWD/tests/live
-work=$(mktemp -d "${TMPDIR:-/tmp}/vela-bird.XXXXXX")
-. "$here/network.sh"
-if ! network_possible; then
-    echo "bird: skipped, there are no network namespaces here"
-    rm -rf "$work"
-    exit 0
-fi
-end() {
-    local result=$?
-    network_down
-    if [ $result = 0 ]; then rm -rf "$work"; else echo "bird: failed; logs are in $work" >&2; fi
-}
-trap end EXIT
+. tests/live/network.sh
+begin bird
 export KERNEL=$near
-py() { python3 "$here/steps.py" "$@"; }
 announce() { # lines of prefixes and groups on standard input, next hops of the groups
     awk -v hops="$*" 'BEGIN {split(hops, hop)} {print "route " $1 " via " hop[$2] ";"}' >"$work/static.conf"
     if [ -S "$work/far/bird.ctl" ]; then birdc -s "$work/far/bird.ctl" configure >/dev/null; fi
@@ -40,7 +27,7 @@ py check "$work" 204
 py complete "$work" >/dev/null
 
 echo "  their next hops change, a neighbour and an address come"
-python3 "$here/steps.py" watch "$work" "$work/present" & watcher=$!
+python3 tests/live/steps.py watch "$work" "$work/present" & watcher=$!
 announce "${moved[@]}" <"$work/prefixes"
 ip -n "$near" neigh add 10.9.0.77 lladdr 02:00:00:00:00:77 dev b0 nud permanent
 ip -n "$near" addr add 10.8.0.1/24 dev b1

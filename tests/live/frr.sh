@@ -5,22 +5,8 @@
 set -euo pipefail
 cd "$(dirname "$0")/../.."
 bin=${BIN:-$PWD/build/release}
-here=$PWD/tests/live
-work=$(mktemp -d "${TMPDIR:-/tmp}/vela-frr.XXXXXX")
-chmod 755 "$work"
-. "$here/network.sh"
-if ! network_possible; then
-    echo "frr: skipped, there are no network namespaces here"
-    rm -rf "$work"
-    exit 0
-fi
-end() {
-    local result=$?
-    network_down
-    if [ $result = 0 ]; then rm -rf "$work"; else echo "frr: failed; logs are in $work" >&2; fi
-}
-trap end EXIT
-py() { python3 "$here/steps.py" "$@"; }
+. tests/live/network.sh
+begin frr
 count=${COUNT:-4000}
 if [ -n "${PREFIXES:-}" ]; then cp "$PREFIXES" "$work/prefixes"; else py generate "$work/prefixes" "$count" 1; fi
 count=$(wc -l <"$work/prefixes")
@@ -54,7 +40,7 @@ py metrics "$work" "$(ip netns exec "$near" python3 -c \
     'import urllib.request as r; print(r.urlopen("http://127.0.0.1:9109/metrics").read().decode())')"
 
 echo "  their next hops change"
-python3 "$here/steps.py" watch "$work" "$work/present" & watcher=$!
+python3 tests/live/steps.py watch "$work" "$work/present" & watcher=$!
 reroute "${moved[@]}"
 sleep 3
 py check "$work" "$count"

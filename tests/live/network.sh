@@ -1,9 +1,28 @@
 # Two namespaces with two links between them: "far", where a BGP daemon announces prefixes, and "near",
 # where another one has its zebra tell velad of them. To be sourced; needs $work, a folder of its own,
-# and $bin, where velad and velatable are.
+# and $bin, where velad and velatable are; from the project's folder.
 far=vela-far-$$
 near=vela-near-$$
 frr=/usr/lib/frr
+
+# Of a test: leaves where there are no namespaces, and cleans up when it ends.
+begin() { # name
+    name=$1
+    work=$(mktemp -d "${TMPDIR:-/tmp}/vela-$name.XXXXXX")
+    chmod 755 "$work"
+    if ! network_possible; then
+        echo "$name: skipped, there are no network namespaces here"
+        rm -rf "$work"
+        exit 0
+    fi
+    trap end EXIT
+}
+end() {
+    local result=$?
+    network_down
+    if [ $result = 0 ]; then rm -rf "$work"; else echo "$name: failed; logs are in $work" >&2; fi
+}
+py() { python3 tests/live/steps.py "$@"; }
 
 network_possible() {
     ip netns add "$far" 2>/dev/null && ip netns exec "$far" true 2>/dev/null && ip netns add "$near"
