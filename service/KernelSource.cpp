@@ -90,8 +90,7 @@ void KernelSource::received(std::span<const char> bytes, Clock::time_point now) 
   if (!heard.dumped || !asking_) return;
   if (asked_ < requests.size()) return askNext();
   asking_ = false;
-  // Daemons that fill the kernel's tables may not have done so when this starts; later they have.
-  if (!std::exchange(first_, false) && !doubtful_) routes_.told(source_);
+  if (!doubtful_) routes_.told(source_);
 }
 
 void KernelSource::receive(Clock::time_point now) {

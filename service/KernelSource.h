@@ -41,7 +41,6 @@ class KernelSource {
   std::size_t asked_ = 0;  ///< How much of all was asked for.
   bool asking_ = false;    ///< There is more to come.
   bool doubtful_ = false;  ///< All is to be asked for.
-  bool first_ = true;      ///< It was not, before.
   U64 overruns_ = 0;
 };
 

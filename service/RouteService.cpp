@@ -30,8 +30,9 @@ namespace {
 /// How many routes go down together.
 constexpr std::size_t batchSize = VelaSwitchApi::batchMost;
 
-/// Why a route of another family than IPv4 cannot be had.
+/// Why a route that is in no VRF cannot be had.
 Refusal refusalOf(const RouteName& name) {
+  if (name.family == AF_INET) return Refusal::unknownTable;
   return name.family == AF_INET6 ? Refusal::ipv6 : Refusal::mpls;
 }
 
@@ -47,6 +48,7 @@ RouteService::RouteService(VelaAgent::Agent& agent, RouteSettings settings, Inte
       sources_(settings_.sources.size()),
       rebuilt_(agent.entriesOf("Route", 0).unclaimed() != 0 ||
                agent.entriesOf("L3Lag", 0).unclaimed() != 0) {
+  for (const auto& [table, vrf] : settings_.vrfs) tables_[vrf] = table;
   rebuild();
   agent_.routeWriter().routes().entryStatuses().observerIs(this);
 }
@@ -69,9 +71,8 @@ void RouteService::rebuild() {
     const Slot slot{static_cast<U8>(lag), to.rewriteIndex()};
     nexthops_.rebuilt(slot);
     // What is in no VRF of ours goes with all that nobody claims.
-    const auto id = idOf(at);
-    if (!id) return orphans_.push_back(slot);
-    Route& route = routes_[*id];
+    if (!tables_.contains(at.vrf())) return orphans_.push_back(slot);
+    Route& route = routes_[idOf(at)];
     route.slot = slot;
     route.placed = true;
     count(route.offer, true);
@@ -91,41 +92,31 @@ bool RouteService::writeLag(U8 lag, U64 ports) {
   return lagEntries_.announce(key, result) == EntryProgrammedStatus::programmed;
 }
 
-RouteService::RouteId RouteService::idOf(U32 table, U8 len, U32 address) {
-  const auto [at, isNew] = tableIds_.try_emplace(table, static_cast<U32>(tables_.size()));
-  if (isNew) {
-    const auto vrf = settings_.vrfs.find(table);
-    tables_.push_back(
-        {table, vrf == settings_.vrfs.end() ? std::nullopt : std::optional(vrf->second)});
-  }
-  return U64{at->second} << 40 | U64{len} << 32 | address;
+RouteService::RouteId RouteService::idOf(const LpmKey& key) {
+  const Ipnet::IpPrefix& prefix = key.prefix();
+  return U64{key.vrf()} << 40 | U64{prefix.len()} << 32 | prefix.address().number();
 }
 
-RouteService::RouteId RouteService::idOf(const RouteName& name) {
+/// Nothing for a route that is in no VRF.
+std::optional<RouteService::RouteId> RouteService::idOf(const RouteName& name) const {
+  const auto vrf = settings_.vrfs.find(name.table);
+  if (name.family != AF_INET || vrf == settings_.vrfs.end()) return std::nullopt;
   U32 address = 0;
   std::memcpy(&address, name.address.data(), sizeof address);
-  return idOf(name.table, name.len, ntohl(address));
+  return idOf({vrf->second, Ipnet::IpPrefix(Ipnet::IpAddr(ntohl(address)), name.len)});
 }
 
-/// Nothing for a VRF of no table.
-std::optional<RouteService::RouteId> RouteService::idOf(const LpmKey& key) {
-  const auto table = std::find_if(settings_.vrfs.begin(), settings_.vrfs.end(),
-                                  [&](const auto& each) { return each.second == key.vrf(); });
-  if (table == settings_.vrfs.end()) return std::nullopt;
-  return idOf(table->first, key.prefix().len(), key.prefix().address().number());
+LpmKey RouteService::keyOf(RouteId id) {
+  return {static_cast<U8>(id >> 40),
+          Ipnet::IpPrefix(Ipnet::IpAddr(static_cast<U32>(id)), static_cast<U8>(id >> 32))};
 }
 
 RouteName RouteService::nameOf(RouteId id) const {
-  RouteName name{tableOf(id).number, AF_INET, static_cast<U8>(id >> 32)};
-  const U32 address = htonl(static_cast<U32>(id));
+  const LpmKey key = keyOf(id);
+  RouteName name{tables_.at(key.vrf()), AF_INET, key.prefix().len()};
+  const U32 address = htonl(key.prefix().address().number());
   std::memcpy(name.address.data(), &address, sizeof address);
   return name;
-}
-
-/// Of a table that has a VRF.
-LpmKey RouteService::keyOf(RouteId id) const {
-  return {*tableOf(id).vrf,
-          Ipnet::IpPrefix(Ipnet::IpAddr(static_cast<U32>(id)), static_cast<U8>(id >> 32))};
 }
 
 void RouteService::connected(SourceId from, Clock::time_point now) {
@@ -159,47 +150,42 @@ void RouteService::take(SourceId from, const RouteMessage& message) {
   Source& source = sources_[from];
   Offer offer{message.hop, message.nexthop, message.preference, source.connection,
               from,        message.protocol};
-  if (message.route.family != AF_INET) return takeForeign(source, message);
-  const RouteId id = idOf(message.route);
+  const auto id = idOf(message.route);
+  if (!id) return foreignIs(message.route, offer, !message.withdrawn);
   if (message.withdrawn) {
-    const auto at = routes_.find(id);
+    const auto at = routes_.find(*id);
     if (at == routes_.end() || !at->second.wanted) return;
     if (at->second.offer.rank() == offer.rank()) return offerDel(*at);
-    return beatenIs(id, offer, false);
+    return beatenIs(*id, offer, false);
   }
   if (message.nexthop != 0) offer.hop = resolved(source, message.nexthop);
   source.awaited = source.awaited || offer.hop.refusal == Refusal::unknownNexthop;
-  Routes::value_type& each = *routes_.try_emplace(id).first;
+  Routes::value_type& each = *routes_.try_emplace(*id).first;
   const Route& route = each.second;
   // What hardware held was perhaps a better source's, which will say so.
   const bool others =
       route.offer.source == nobody ? !heard(from) : route.offer.rank() < offer.rank();
-  if (route.wanted && others) return beatenIs(each.first, offer, true);
+  if (route.wanted && others) return beatenIs(*id, offer, true);
   offerIs(each, offer);
 }
 
-/// Routes that no switch of this kind can have are refused at once.
-void RouteService::takeForeign(Source& source, const RouteMessage& message) {
-  if (message.withdrawn) {
-    const auto at = source.foreign.find(message.route);
-    if (at != source.foreign.end()) foreignDel(source, at);
-    return;
-  }
-  const auto [at, isNew] = source.foreign.try_emplace(message.route, 0);
-  figures_.wanted += isNew;
-  figures_.refused[static_cast<std::size_t>(refusalOf(message.route))] += isNew;
-  source.figures.routes += isNew;
-  source.figures.announced += at->second != source.connection;
-  at->second = source.connection;
-  const auto from = static_cast<std::size_t>(&source - sources_.data());
-  if (settings_.sources[from].answered) source.answers.push_back(message.route);
+/// There is such a route that no VRF can have, and that is refused at once, or there is none.
+void RouteService::foreignIs(const RouteName& name, const Offer& offer, bool there) {
+  Source& source = sources_[offer.source];
+  const auto at = source.foreign.find(name);
+  if (at != source.foreign.end()) foreignDel(source, at);
+  if (!there) return;
+  source.foreign.emplace(name, offer);
+  count(offer, true);
+  ++figures_.wanted;
+  ++figures_.refused[static_cast<std::size_t>(refusalOf(name))];
+  if (settings_.sources[offer.source].answered) source.answers.push_back(name);
 }
 
 void RouteService::foreignDel(Source& source, Foreign::iterator at) {
+  count(at->second, false);
   --figures_.wanted;
   --figures_.refused[static_cast<std::size_t>(refusalOf(at->first))];
-  --source.figures.routes;
-  source.figures.announced -= at->second == source.connection;
   source.foreign.erase(at);
 }
 
@@ -256,11 +242,17 @@ std::optional<RouteService::Answer> RouteService::answer(SourceId to) {
   while (!source.answers.empty()) {
     const RouteName name = source.answers.front();
     source.answers.pop_front();
-    if (name.family != AF_INET) {
-      if (source.foreign.contains(name)) return Answer{{name}, false};
+    const auto said = [&](const Offer& offer, bool programmed) {
+      return Answer{{name, false, offer.nexthop, offer.hop, offer.preference, offer.protocol},
+                    programmed};
+    };
+    const auto id = idOf(name);
+    if (!id) {
+      const auto foreign = source.foreign.find(name);
+      if (foreign != source.foreign.end()) return said(foreign->second, false);
       continue;
     }
-    const auto at = routes_.find(idOf(name));
+    const auto at = routes_.find(*id);
     if (at == routes_.end()) continue;
     Route& route = at->second;
     route.answering = false;
@@ -270,8 +262,7 @@ std::optional<RouteService::Answer> RouteService::answer(SourceId to) {
     const bool programmed = route.status == EntryProgrammedStatus::programmed;
     if (std::exchange(route.told, true) && route.toldOf == programmed) continue;
     route.toldOf = programmed;
-    return Answer{{name, false, offer.nexthop, offer.hop, offer.preference, offer.protocol},
-                  programmed};
+    return said(offer, programmed);
   }
   return std::nullopt;
 }
@@ -377,9 +368,8 @@ const std::string* RouteService::interfaceName(U32 number) {
 }
 
 /// Whose slot a route that is wanted has to have.
-Refusal RouteService::ownerOf(const Routes::value_type& route, Nexthops::Owner& owner) {
-  if (!tableOf(route.first).vrf) return Refusal::unknownTable;
-  const Hop& hop = route.second.offer.hop;
+Refusal RouteService::ownerOf(const Route& route, Nexthops::Owner& owner) {
+  const Hop& hop = route.offer.hop;
   if (hop.refusal != Refusal::none) return hop.refusal;
   if (hop.kind == Hop::Kind::local) owner.ports = U64{1} << agent_.profile().ports();
   if (hop.kind == Hop::Kind::gateway) {
@@ -419,7 +409,7 @@ void RouteService::wantedIs(Route& route, bool wanted) {
 
 void RouteService::statusIs(const LpmKey& key, Route& route, EntryProgrammedStatus status) {
   if (route.status == status) return;
-  Level& level = levels_[key.prefix().len() / 3];
+  Level& level = levelOf(idOf(key));
   level.waiting += U64{status == EntryProgrammedStatus::tableFull} -
                    U64{route.status == EntryProgrammedStatus::tableFull};
   const auto count = [this](EntryProgrammedStatus of) -> U64* {
@@ -429,14 +419,13 @@ void RouteService::statusIs(const LpmKey& key, Route& route, EntryProgrammedStat
   if (U64* before = count(route.status)) --*before;
   if (U64* after = count(status)) ++*after;
   route.status = status;
-  answerIs(*idOf(key), route);
+  answerIs(idOf(key), route);
   if (statusListener_) statusListener_(key, status);
 }
 
 /// The status of a route changed, perhaps for another's sake.
 void RouteService::handleKey(const LpmKey& key) {
-  const auto id = idOf(key);
-  const auto at = id ? routes_.find(*id) : routes_.end();
+  const auto at = routes_.find(idOf(key));
   if (at != routes_.end()) statusIs(key, at->second, routeEntries_.status(key));
 }
 
@@ -493,7 +482,7 @@ void RouteService::workOn(Routes::value_type& each) {
   }
   Nexthops::Owner owner;
   Placing placing{&route};
-  Refusal refusal = ownerOf(each, owner);
+  Refusal refusal = ownerOf(route, owner);
   // A table that many wait for keeps records of them all; any of those takes room that comes.
   if (refusal == Refusal::none && !route.placed &&
       level.waiting - level.held >= settings_.waitingMost) {
@@ -581,7 +570,7 @@ void RouteService::beginSweep(SourceId of) {
   }
   for (auto at = source.foreign.begin(); at != source.foreign.end();) {
     const auto each = at++;
-    if (each->second == source.connection) continue;
+    if (!stale(each->second)) continue;
     foreignDel(source, each);
     ++source.figures.removed;
   }

@@ -65,8 +65,9 @@ class RouteService final : private Orb::KeyObserver<VelaSwitch::LpmKey>,
   void disconnected(SourceId from, bool malformed);
   /// Takes a message of a source that is connected.
   void take(SourceId from, const Message& message, Clock::time_point now);
-  /// The source has told all that it has: it need not be waited for.
-  void told(SourceId from) { sources_[from].told = true; }
+  /// The source has told all that it has: it need not be waited for, but for the first time, when
+  /// whoever fills it may only be starting as well.
+  void told(SourceId from) { sources_[from].told = sources_[from].heard; }
   /// Whether the source is to be held up until work() was done, and answers were taken.
   bool full(SourceId from) const {
     return queue_.size() >= settings_.queueMost ||
@@ -149,13 +150,9 @@ class RouteService final : private Orb::KeyObserver<VelaSwitch::LpmKey>,
     Refusal refusal = Refusal::none;
     VelaAgent::EntryProgrammedStatus status{};  ///< Of its entry.
   };
-  /// An IPv4 route's name in few bytes: which of the tables, the bits of the prefix, the address.
+  /// A key in few bytes: the VRF, the bits of the prefix, the address.
   using RouteId = U64;
   using Routes = std::unordered_map<RouteId, Route>;
-  struct Table {
-    U32 number;  ///< The kernel's.
-    std::optional<U8> vrf;
-  };
   /// Routes that wait, of the lengths that share a level.
   struct Level {
     U64 waiting = 0;
@@ -165,12 +162,11 @@ class RouteService final : private Orb::KeyObserver<VelaSwitch::LpmKey>,
     Hop hop;
     std::vector<U32> group;
   };
-  using Foreign = std::unordered_map<RouteName, U32, RouteNameHash>;
+  using Foreign = std::unordered_map<RouteName, Offer, RouteNameHash>;
   struct Source {
     std::unordered_map<U32, Nexthop> objects;  ///< That it announced, by id.
-    /// Routes of other families than IPv4, and the connection on which each was announced last.
-    Foreign foreign;
-    std::deque<RouteName> answers;  ///< Routes that it is to be told of.
+    Foreign foreign;                           ///< Routes of it that no VRF can have.
+    std::deque<RouteName> answers;             ///< Routes that it is to be told of.
     SourceFigures figures;
     U32 connection = 0;
     bool awaited = false;  ///< Routes may wait for their next hop to be announced.
@@ -184,14 +180,12 @@ class RouteService final : private Orb::KeyObserver<VelaSwitch::LpmKey>,
   void rebuild();
   void take(SourceId from, const NexthopMessage& message);
   void take(SourceId from, const RouteMessage& message);
-  void takeForeign(Source& source, const RouteMessage& message);
+  void foreignIs(const RouteName& name, const Offer& offer, bool there);
   void foreignDel(Source& source, Foreign::iterator at);
-  RouteId idOf(U32 table, U8 len, U32 address);
-  RouteId idOf(const RouteName& name);
-  std::optional<RouteId> idOf(const VelaSwitch::LpmKey& key);
-  const Table& tableOf(RouteId id) const { return tables_[id >> 40]; }
+  static RouteId idOf(const VelaSwitch::LpmKey& key);
+  std::optional<RouteId> idOf(const RouteName& name) const;
+  static VelaSwitch::LpmKey keyOf(RouteId id);
   RouteName nameOf(RouteId id) const;
-  VelaSwitch::LpmKey keyOf(RouteId id) const;
   Level& levelOf(RouteId id) { return levels_[(id >> 32 & 0xFF) / 3]; }
   static Hop resolved(const Source& source, U32 id);
   void count(const Offer& offer, bool there);
@@ -204,7 +198,7 @@ class RouteService final : private Orb::KeyObserver<VelaSwitch::LpmKey>,
   /// Queues the routes that `wanted` says yes to.
   template <class Wanted>
   void enqueueAll(const Wanted& wanted);
-  Refusal ownerOf(const Routes::value_type& route, Nexthops::Owner& owner);
+  Refusal ownerOf(const Route& route, Nexthops::Owner& owner);
   Refusal place(const Nexthops::Owner& owner, RouteId id, Placing& placing);
   void workOn(Routes::value_type& route);
   void tryAgain();
@@ -235,8 +229,7 @@ class RouteService final : private Orb::KeyObserver<VelaSwitch::LpmKey>,
   std::unordered_map<RouteId, std::vector<Offer>> beaten_;
   std::deque<Routes::value_type*> queue_;
   std::vector<Placing> placings_;  ///< What is to be announced together.
-  std::vector<Table> tables_;      ///< That routes were named with.
-  std::map<U32, U32> tableIds_;    ///< Their places, by the kernel's numbers.
+  std::map<U8, U32> tables_;       ///< The kernel's, by their VRFs.
   std::array<Level, 11> levels_;
   Figures figures_;
   StatusListener statusListener_;

@@ -711,6 +711,82 @@ TEST(FpmStream, BrokenStreamsEndInOneWay) {
   EXPECT_GT(malformed, 100);
 }
 
+/// Messages of the kernel, made by the library that reads them.
+class KernelMessages {
+ public:
+  template <class Fixed>
+  nlmsghdr* add(U16 type, const Fixed& fixed) {
+    bytes.resize(bytes.size() + 512);
+    last_ = mnl_nlmsg_put_header(bytes.data() + size_);
+    last_->nlmsg_type = type;
+    std::memcpy(mnl_nlmsg_put_extra_header(last_, sizeof fixed), &fixed, sizeof fixed);
+    return last_;
+  }
+  void end() { size_ += MNL_ALIGN(last_->nlmsg_len); }
+  void route(const char* address, U8 len, U8 table, U8 type, U32 metric, U8 tos = 0) {
+    auto* head = add(RTM_NEWROUTE, rtmsg{AF_INET, len, 0, tos, table, RTPROT_STATIC, 0, type, 0});
+    mnl_attr_put_u32(head, RTA_DST, inet_addr(address));
+    mnl_attr_put_u32(head, RTA_OIF, 1);
+    if (metric != 0) mnl_attr_put_u32(head, RTA_PRIORITY, metric);
+    end();
+  }
+  void neighbour(U16 type, const char* address, U16 state) {
+    mnl_attr_put_u32(add(type, ndmsg{AF_INET, 0, 0, 1, state, 0, RTN_UNICAST}), NDA_DST,
+                     inet_addr(address));
+    end();
+  }
+  std::string told(KernelStream& stream, KernelStream::Heard& heard) {
+    std::string all;
+    heard = stream.received(std::span(bytes).first(size_), [&](const Message& message) {
+      const auto& route = std::get<RouteMessage>(message);
+      all += Orb::text(route.withdrawn ? "-" : "+", toText(route.route), " by ", route.preference,
+                       "; ");
+    });
+    size_ = 0;
+    return all;
+  }
+  std::vector<char> bytes;
+
+ private:
+  std::size_t size_ = 0;
+  nlmsghdr* last_ = nullptr;
+};
+
+TEST(KernelStream, RoutesAreThoseThatPacketsOfOthersTake) {
+  KernelMessages kernel;
+  auto* head = kernel.add(RTM_NEWLINK, ifinfomsg{AF_UNSPEC, 0, 0, 9, 1, 0});
+  nlattr* about = mnl_attr_nest_start(head, IFLA_LINKINFO);
+  mnl_attr_put_strz(head, IFLA_INFO_KIND, "vrf");
+  nlattr* data = mnl_attr_nest_start(head, IFLA_INFO_DATA);
+  mnl_attr_put_u32(head, IFLA_VRF_TABLE, 10);
+  mnl_attr_nest_end(head, data);
+  mnl_attr_nest_end(head, about);
+  kernel.end();
+  const auto link = [&](unsigned flags) {
+    mnl_attr_put_u32(kernel.add(RTM_NEWLINK, ifinfomsg{AF_UNSPEC, 0, 0, 1, flags, 0}), IFLA_MASTER,
+                     9);
+    kernel.end();
+  };
+  link(1);
+  kernel.route("10.1.0.0", 16, 254, RTN_UNICAST, 20);
+  kernel.route("10.1.0.2", 32, 255, RTN_LOCAL, 0);
+  kernel.route("10.1.255.255", 32, 255, RTN_BROADCAST, 0);
+  kernel.route("127.0.0.0", 8, 255, RTN_LOCAL, 0);
+  kernel.route("10.2.0.0", 16, 254, RTN_UNICAST, 0, 4);
+  kernel.neighbour(RTM_NEWNEIGH, "10.1.0.7", NUD_STALE);
+  kernel.neighbour(RTM_NEWNEIGH, "10.1.0.8", NUD_INCOMPLETE);
+  kernel.neighbour(RTM_DELNEIGH, "10.1.0.7", NUD_STALE);
+  KernelStream stream;
+  KernelStream::Heard heard;
+  EXPECT_EQ(kernel.told(stream, heard),
+            "+10.1.0.0/16 by 21; +10.1.0.2/32 by 0; +10.1.0.7/32 table 10 by 4294967295; "
+            "-10.1.0.8/32 table 10 by 4294967295; -10.1.0.7/32 table 10 by 4294967295; ");
+  EXPECT_FALSE(heard.doubtful);
+  link(0);
+  EXPECT_EQ(kernel.told(stream, heard), "");
+  EXPECT_TRUE(heard.doubtful) << "routes go with a link that is down, unheard";
+}
+
 /// What a line is made of: its names and the kinds of its values. Of a list, of the first item.
 VelaAgent::Json shapeOf(const VelaAgent::Json& json) {
   if (json.is_array()) return json.empty() ? json : VelaAgent::Json::array({shapeOf(json[0])});
