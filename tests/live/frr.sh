@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # FRR above velad: a BGP daemon announces prefixes to another one, whose zebra tells velad of them. The
 # switch answers as FRR's table does, whatever changes and whoever is killed. PREFIXES is a file of
-# "prefix group" lines; COUNT prefixes are made up without one.
+# "prefix group" lines; COUNT prefixes are made up without one. SOURCES are those of the configuration.
 set -euo pipefail
 cd "$(dirname "$0")/../.."
 bin=${BIN:-$PWD/build/release}
@@ -22,7 +22,7 @@ network_up
 far_configuration "$work/prefixes" "${hops[@]}" >"$work/far/bgpd.conf"
 near_configuration >"$work/near/bgpd.conf"
 echo "fpm address 127.0.0.1 port 2620" >"$work/near/zebra.conf"
-velad_configuration >"$work/velad.json"
+velad_configuration "${SOURCES:-}" >"$work/velad.json"
 "$bin/velad" --check "$work/velad.json"
 
 echo "  $count prefixes are announced"
