@@ -7,12 +7,11 @@ import random
 import socket
 import struct
 import sys
-import tempfile
 import threading
 import time
 
 sys.path.insert(0, f"{os.path.dirname(os.path.abspath(__file__))}/../tests/live")
-from client import PORT, Velad, route  # noqa: E402
+from client import PORT, route, run  # noqa: E402
 
 RATES = 1000, 20000
 SECONDS = 5
@@ -133,9 +132,4 @@ def main(velad):
 
 
 if __name__ == "__main__":
-    with tempfile.TemporaryDirectory() as folder:
-        running = Velad(sys.argv[1], folder, offload=True)
-        try:
-            main(running)
-        finally:
-            running.kill()
+    run(main, offload=True)

@@ -845,12 +845,15 @@ TEST(Configuration, EachMistakeHasALine) {
   std::vector<std::string> mistakes;
   const auto good = readConfiguration(
       R"({"device":"d","control":"c","interfaces":{"eth1":5,"bond0":[6,7]},"tables":{"254":0},
-          "fpm":{"listen":"0.0.0.0:99","anywhere":true,"quiet":0.5}})",
+          "kernel":{"quiet":1},"fpm":{"listen":"0.0.0.0:99","anywhere":true,"quiet":0.5,"offload":true}})",
       mistakes);
   EXPECT_THAT(mistakes, testing::IsEmpty());
   EXPECT_EQ(good.routes.portMasks.at("bond0"), 0xC0);
   EXPECT_EQ(good.fpmPort, 99);
-  EXPECT_EQ(good.routes.sources.at(0).quiet, std::chrono::milliseconds(500));
+  ASSERT_EQ(good.routes.sources.size(), 2);
+  EXPECT_TRUE(good.routes.sources[0].answered) << "zebra counts before the kernel";
+  EXPECT_EQ(good.routes.sources[1].quiet, seconds(1));
+  EXPECT_EQ(good.routes.sources[0].quiet, std::chrono::milliseconds(500));
   readConfiguration(
       R"({"devise":"d","control":7,"interfaces":{"eth1":48,"eth2":[]},"tables":{"254":0,"9":0,"8":999},
           "fpm":{"listen":"10.0.0.1:2620","quiet":-1},"queue":0,

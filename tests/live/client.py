@@ -3,6 +3,8 @@ import json
 import socket
 import struct
 import subprocess
+import sys
+import tempfile
 import time
 
 PORT = 26200
@@ -75,3 +77,13 @@ class Operator:
 
 def fail(what):
     raise SystemExit(what)
+
+
+def run(main, **fpm):
+    """Of a script whose first argument is velad: what it does with one, and the other arguments."""
+    with tempfile.TemporaryDirectory() as folder:
+        velad = Velad(sys.argv[1], folder, **fpm)
+        try:
+            main(velad, *sys.argv[2:])
+        finally:
+            velad.kill()

@@ -9,12 +9,10 @@ import select
 import socket
 import struct
 import subprocess
-import sys
-import tempfile
 import threading
 import time
 
-from client import PORT, Operator, Velad, fail, route
+from client import PORT, Operator, fail, route, run
 
 ALL_ALONG = 1500  # The first of so many routes; the others come and go.
 ROUTES = 2000
@@ -135,6 +133,7 @@ def settle(velad, feeder):
 
 
 def main(velad, tool, kills):
+    kills = int(kills)
     rng = random.Random(1)
     feeder = Feeder(rng)
     settle(velad, feeder)
@@ -172,9 +171,4 @@ def main(velad, tool, kills):
 
 
 if __name__ == "__main__":
-    with tempfile.TemporaryDirectory() as folder:
-        running = Velad(sys.argv[1], folder, quiet=0.3)
-        try:
-            main(running, sys.argv[2], int(sys.argv[3]))
-        finally:
-            running.kill()
+    run(main, quiet=0.3)

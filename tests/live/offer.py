@@ -4,12 +4,10 @@ port, and asks it how it does throughout. offer.py VELAD COUNT: fails where an a
 grows beyond what is allowed, or the routes that there is no room for are not told or do not come in."""
 import ipaddress
 import socket
-import sys
-import tempfile
 import threading
 import time
 
-from client import PORT, Operator, Velad, fail, route
+from client import PORT, Operator, fail, route, run
 
 ANSWER_SECONDS = 0.1
 MEGABYTES = 100
@@ -36,6 +34,7 @@ class Pulse(threading.Thread):
 
 
 def main(velad, count):
+    count = int(count)
     empty = velad.memory()
     # One level holds them all.
     routes = [ipaddress.ip_network((0x14000000 + number * 512, 24)) for number in range(count)]
@@ -87,9 +86,4 @@ def main(velad, count):
 
 
 if __name__ == "__main__":
-    with tempfile.TemporaryDirectory() as folder:
-        running = Velad(sys.argv[1], folder)
-        try:
-            main(running, int(sys.argv[2]))
-        finally:
-            running.kill()
+    run(main)

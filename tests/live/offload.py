@@ -3,12 +3,10 @@
 that does not read. offload.py VELAD."""
 import socket
 import struct
-import sys
-import tempfile
 import threading
 import time
 
-from client import PORT, Velad, fail, route
+from client import PORT, fail, route, run
 
 OFFLOAD, FAILED = 0x4000, 0x20000000
 COUNT = 200000
@@ -96,9 +94,4 @@ def main(velad):
 
 
 if __name__ == "__main__":
-    with tempfile.TemporaryDirectory() as folder:
-        running = Velad(sys.argv[1], folder, offload=True)
-        try:
-            main(running)
-        finally:
-            running.kill()
+    run(main, offload=True)

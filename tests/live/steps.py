@@ -6,10 +6,11 @@ import os
 import random
 import shutil
 import signal
-import socket
 import subprocess
 import sys
 import time
+
+from client import Operator
 
 PORTS = {"b0": 0x2, "b1": 0xC}
 CPU = 1 << 48
@@ -31,18 +32,7 @@ def generate(file, count, seed):
 
 def ask(work, request):
     """The lines of velad's answer."""
-    with socket.socket(socket.AF_UNIX) as peer:
-        peer.connect(f"{work}/control")
-        peer.sendall((json.dumps(request) + "\n").encode())
-        with peer.makefile() as lines:
-            answer = []
-            for line in lines:
-                line = json.loads(line)
-                if "done" in line:
-                    assert line["done"], line
-                    return answer
-                answer.append(line)
-    raise SystemExit("velad closed amid an answer")
+    return Operator(f"{work}/control").ask(request)
 
 
 def routes_of_frr(work):

@@ -164,10 +164,11 @@ Daemon::Daemon(const VelaService::ConfigurationFile& file)
       this;
   const auto heard = [this](Clock::time_point came) { workIfNeeded(came); };
   for (VelaService::RouteService::SourceId each = 0; each < routes_->sources().size(); ++each) {
+    const Feed::Place place{*routes_, each, heard};
     if (routes_->sources()[each].name == "fpm") {
-      feeds_.push_back(std::make_unique<FpmFeed>(loop_, configuration_, *routes_, each, heard));
+      feeds_.push_back(std::make_unique<FpmFeed>(loop_, configuration_, place));
     } else {
-      feeds_.push_back(std::make_unique<KernelFeed>(loop_, configuration_, *routes_, each, heard));
+      feeds_.push_back(std::make_unique<KernelFeed>(loop_, configuration_, place));
     }
   }
   listenForOperators();

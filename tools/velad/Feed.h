@@ -14,8 +14,14 @@ class Feed {
   /// Messages that came at the time were taken, and there may be something to do.
   using Heard = std::function<void(VelaService::Clock::time_point came)>;
 
-  Feed(VelaService::RouteService& routes, VelaService::RouteService::SourceId source, Heard heard)
-      : routes_(routes), source_(source), heard_(std::move(heard)) {}
+  /// Whose messages it brings, and where.
+  struct Place {
+    VelaService::RouteService& routes;
+    VelaService::RouteService::SourceId source;
+    Heard heard;
+  };
+
+  explicit Feed(Place place) : place_(std::move(place)) {}
   virtual ~Feed() = default;
   Feed(const Feed&) = delete;
   Feed& operator=(const Feed&) = delete;
@@ -24,7 +30,7 @@ class Feed {
   virtual void worked() = 0;
   /// To be called now and then. Tells when what the source did not announce is gone.
   virtual void tick(U64 rowWrites) {
-    const auto& figures = routes_.figuresOf(source_);
+    const auto& figures = routes().figuresOf(source());
     if (std::exchange(complete_, figures.complete) || !figures.complete) return;
     log(Level::info, name() + ": all is announced; " + std::to_string(figures.removed) +
                          " routes that were not are removed, " + std::to_string(rowWrites) +
@@ -32,15 +38,13 @@ class Feed {
   }
 
  protected:
-  const std::string& name() const { return routes_.sources()[source_].name; }
-  VelaService::RouteService& routes() const { return routes_; }
-  VelaService::RouteService::SourceId source() const { return source_; }
-  void heard(VelaService::Clock::time_point came) const { heard_(came); }
+  const std::string& name() const { return routes().sources()[source()].name; }
+  VelaService::RouteService& routes() const { return place_.routes; }
+  VelaService::RouteService::SourceId source() const { return place_.source; }
+  void heard(VelaService::Clock::time_point came) const { place_.heard(came); }
 
  private:
-  VelaService::RouteService& routes_;
-  VelaService::RouteService::SourceId source_;
-  Heard heard_;
+  Place place_;
   bool complete_ = false;
 };
 

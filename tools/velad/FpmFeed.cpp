@@ -10,10 +10,8 @@ constexpr std::size_t answersAtATime = std::size_t{1} << 16;
 
 }  // namespace
 
-FpmFeed::FpmFeed(Loop& loop, const VelaService::Configuration& configuration,
-                 VelaService::RouteService& routes, VelaService::RouteService::SourceId source,
-                 Heard heard)
-    : Feed(routes, source, std::move(heard)) {
+FpmFeed::FpmFeed(Loop& loop, const VelaService::Configuration& configuration, Place place)
+    : Feed(std::move(place)) {
   uv_tcp_init(loop.get(), listener_.get());
   listener_->data = this;
   const std::string where = configuration.fpmAddress + ":" + std::to_string(configuration.fpmPort);

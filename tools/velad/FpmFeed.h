@@ -10,9 +10,7 @@ namespace Velad {
 class FpmFeed final : public Feed {
  public:
   /// Throws LoopException when the address cannot be had.
-  FpmFeed(Loop& loop, const VelaService::Configuration& configuration,
-          VelaService::RouteService& routes, VelaService::RouteService::SourceId source,
-          Heard heard);
+  FpmFeed(Loop& loop, const VelaService::Configuration& configuration, Place place);
 
   void worked() override;
   void tick(U64 rowWrites) override;

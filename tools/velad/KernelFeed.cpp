@@ -4,12 +4,8 @@ namespace Velad {
 
 using VelaService::Clock;
 
-KernelFeed::KernelFeed(Loop& loop, const VelaService::Configuration& configuration,
-                       VelaService::RouteService& routes,
-                       VelaService::RouteService::SourceId source, Heard heard)
-    : Feed(routes, source, std::move(heard)),
-      loop_(loop),
-      receiveBuffer_(configuration.kernelReceiveBuffer) {
+KernelFeed::KernelFeed(Loop& loop, const VelaService::Configuration& configuration, Place place)
+    : Feed(std::move(place)), loop_(loop), receiveBuffer_(configuration.kernelReceiveBuffer) {
   connect();
 }
 

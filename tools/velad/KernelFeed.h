@@ -10,9 +10,7 @@ namespace Velad {
 class KernelFeed final : public Feed {
  public:
   /// Throws std::system_error when the kernel is not to be had.
-  KernelFeed(Loop& loop, const VelaService::Configuration& configuration,
-             VelaService::RouteService& routes, VelaService::RouteService::SourceId source,
-             Heard heard);
+  KernelFeed(Loop& loop, const VelaService::Configuration& configuration, Place place);
 
   void worked() override;
   /// Tries again where the kernel could not be heard any more.
