@@ -19,12 +19,6 @@ namespace {
 constexpr std::size_t pieceItems = 64;
 constexpr auto pieceTime = std::chrono::milliseconds(2);
 
-const Json& memberOf(const Json& request, const char* name) {
-  const auto at = request.find(name);
-  if (at == request.end()) throw InputException(std::string("\"") + name + "\" is missing");
-  return *at;
-}
-
 void allowOnly(const Json& request, const std::vector<std::string>& names) {
   for (const auto& item : request.items()) {
     if (item.key() == "request") continue;
@@ -49,10 +43,12 @@ bool flagOf(const Json& request, const char* name) {
   return at->get<bool>();
 }
 
-const Json& listOf(const Json& request, const char* name) {
-  const Json& list = memberOf(request, name);
-  if (!list.is_array()) throw InputException(std::string("\"") + name + "\" is not a list");
-  return list;
+/// Takes a list out of a request.
+Json listOf(Json& request, const char* name) {
+  const auto at = request.find(name);
+  if (at == request.end()) throw InputException(std::string("\"") + name + "\" is missing");
+  if (!at->is_array()) throw InputException(std::string("\"") + name + "\" is not a list");
+  return std::move(*at);
 }
 
 void addLine(std::string& out, const Json& line) {
@@ -107,8 +103,9 @@ class Decoded final : public Answer {
   Decoded(const Agent& agent, std::string table)
       : chip_(agent.chip()), profile_(agent.profile().fields()), table_(std::move(table)) {}
 
-  bool prepares() const override { return true; }
+  bool prepares() const override { return !prepared_; }
   void prepare() override {
+    prepared_ = true;
     try {
       // Everything that is counted is this thread's own.
       Agent copy(Orb::make<VelaSwitch::ProfileInfo>(profile_), chip_);
@@ -146,6 +143,7 @@ class Decoded final : public Answer {
   VelaDevice::SimulatedSwitch chip_;
   VelaSwitch::ProfileFields profile_;
   std::string table_;
+  bool prepared_ = false;
   std::vector<std::string> lines_;
   std::size_t next_ = 0;
   std::string error_;
@@ -249,17 +247,19 @@ std::unique_ptr<Answer> statusOf(const Agent& agent, const RouteService& routes,
 }
 
 /// What packets find, asked of a copy, so that no hit bit is set.
-std::unique_ptr<Answer> lookupIn(const Agent& agent, const std::string& name, const Json& keys) {
+std::unique_ptr<Answer> lookupIn(const Agent& agent, const std::string& name, Json keys) {
   const TableAdapter& table = agent.table(name, 0);
   const auto chip = std::make_shared<VelaDevice::SimulatedSwitch>(agent.chip());
   const auto path = std::make_shared<VelaDevice::DataPath>(*chip, agent.profile());
-  return std::make_unique<Items>(keys.size(), pieceItems,
-                                 [&table, chip, path, keys](std::size_t number, std::string& out) {
-                                   addLine(out, {{"op", "lookup"},
-                                                 {"table", table.name()},
-                                                 {"key", keys[number]},
-                                                 {"hit", table.lookup(*path, keys[number])}});
-                                 });
+  const std::size_t count = keys.size();
+  return std::make_unique<Items>(
+      count, pieceItems,
+      [&table, chip, path, keys = std::move(keys)](std::size_t number, std::string& out) {
+        addLine(out, {{"op", "lookup"},
+                      {"table", table.name()},
+                      {"key", keys[number]},
+                      {"hit", table.lookup(*path, keys[number])}});
+      });
 }
 
 /// What rows differ from what they should be, table by table.
@@ -293,10 +293,12 @@ void refuseSourcesTables(const Agent& agent, const Json& event) {
 }
 
 /// Applies events; what is refused, found or comes in meanwhile has a line.
-std::unique_ptr<Answer> runOf(Agent& agent, const Json& events) {
+std::unique_ptr<Answer> runOf(Agent& agent, Json events) {
   const auto runner = std::make_shared<VelaAgent::EventRunner>(agent);
+  const std::size_t count = events.size();
   return std::make_unique<Items>(
-      events.size(), pieceItems, [&agent, runner, events](std::size_t number, std::string& out) {
+      count, pieceItems,
+      [&agent, runner, events = std::move(events)](std::size_t number, std::string& out) {
         refuseSourcesTables(agent, events[number]);
         runner->resultListenerIs([&out](const std::string& line) { (out += line) += '\n'; });
         runner->apply(events[number]);
@@ -339,9 +341,39 @@ class Refused final : public Answer {
   std::string why_;
 };
 
+/// The answer to a line that takes long to read.
+class Read final : public Answer {
+ public:
+  Read(Control& control, std::string_view line) : control_(control), line_(line) {}
+
+  bool prepares() const override { return answer_ ? answer_->prepares() : !line_.empty(); }
+  void prepare() override {
+    if (answer_) return answer_->prepare();
+    try {
+      request_ = VelaAgent::jsonFromText(line_);
+    } catch (const std::exception& error) {
+      answer_ = std::make_unique<Refused>(error.what());
+    }
+    line_.clear();
+  }
+  bool piece(std::string& out) override {
+    if (answer_) return answer_->piece(out);
+    answer_ = control_.askRead(std::move(request_));
+    return true;
+  }
+  bool waits() const override { return answer_ && answer_->waits(); }
+  bool overrun() const override { return answer_ && answer_->overrun(); }
+
+ private:
+  Control& control_;
+  std::string line_;
+  Json request_;
+  std::unique_ptr<Answer> answer_;
+};
+
 }  // namespace
 
-std::unique_ptr<Answer> Control::answerTo(const Json& request) {
+std::unique_ptr<Answer> Control::answerTo(Json request) {
   static const std::vector<std::string> names{"status", "lookup", "decode",
                                               "audit",  "run",    "watch"};
   if (!request.is_object()) throw InputException("not a JSON object");
@@ -376,8 +408,18 @@ std::unique_ptr<Answer> Control::answerTo(const Json& request) {
 }
 
 std::unique_ptr<Answer> Control::ask(std::string_view line) {
+  constexpr std::size_t longLine = std::size_t{1} << 14;
+  if (line.size() > longLine) return std::make_unique<Read>(*this, line);
   try {
-    return answerTo(VelaAgent::jsonFromText(std::string(line)));
+    return askRead(VelaAgent::jsonFromText(std::string(line)));
+  } catch (const std::exception& error) {
+    return std::make_unique<Refused>(error.what());
+  }
+}
+
+std::unique_ptr<Answer> Control::askRead(Json request) {
+  try {
+    return answerTo(std::move(request));
   } catch (const std::exception& error) {
     return std::make_unique<Refused>(error.what());
   }

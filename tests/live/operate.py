@@ -1,0 +1,228 @@
+#!/usr/bin/env python3
+"""Operates velad as people and their tools do, while a client of its forwarding plane manager's port
+has it program routes: watches, asks for much, corrupts rows, fills a table, changes the configuration.
+operate.py FOLDER PROMTOOL: the folder of velad and velatable."""
+import json
+import os
+import signal
+import socket
+import subprocess
+import sys
+import tempfile
+import threading
+import time
+import urllib.request
+
+from offer import ANSWER_SECONDS, fail, route
+
+ROUTES = 20000
+FPM, SCRAPED = 26201, 26202
+
+
+class Velad:
+    def __init__(self, folder, work):
+        self.folder, self.path, self.file, self.log = folder, f"{work}/control", f"{work}/velad.json", f"{work}/log"
+        self.settings = {"device": f"{work}/switch", "control": self.path, "tables": {"254": 0},
+                         "interfaces": {socket.if_indextoname(1): 1}, "fpm": {"listen": f"127.0.0.1:{FPM}"},
+                         "metrics": {"listen": f"127.0.0.1:{SCRAPED}"},
+                         "scrub": {"rows": 100000, "repair": True}}
+        self.configure()
+        self.process = subprocess.Popen([f"{folder}/velad", self.file], stderr=open(self.log, "w"))
+        until(lambda: "control" in os.listdir(work) and self.tool("status").returncode == 0, "velad starts")
+
+    def configure(self, **changes):
+        self.settings.update(changes)
+        with open(self.file, "w") as out:
+            json.dump(self.settings, out)
+
+    def tool(self, command, *arguments, **options):
+        return subprocess.run([f"{self.folder}/velatable", command, "--connect", self.path, *arguments],
+                              capture_output=True, text=True, **options)
+
+    def logged(self, text):
+        return text in open(self.log).read()
+
+
+class Peer:
+    """A connection to the control socket."""
+    def __init__(self, path):
+        self.socket = socket.socket(socket.AF_UNIX)
+        self.socket.connect(path)
+        self.lines = self.socket.makefile()
+
+    def send(self, **request):
+        self.socket.sendall((json.dumps(request) + "\n").encode())
+
+    def ask(self, **request):
+        self.send(**request)
+        answer = []
+        for line in map(json.loads, self.lines):
+            if "done" in line:
+                assert line["done"], line
+                return answer
+            answer.append(line)
+        raise SystemExit("velad closed amid an answer")
+
+
+def until(good, what, seconds=30):
+    end = time.time() + seconds
+    while not good():
+        if time.time() > end:
+            fail(f"not in {seconds} s: {what}")
+        time.sleep(0.02)
+
+
+class Watcher(threading.Thread):
+    """Hears everything; each line has the next number."""
+    def __init__(self, path):
+        super().__init__(daemon=True)
+        self.peer, self.events, self.statuses = Peer(path), [], {}
+        self.peer.send(request="watch")
+        self.last = json.loads(self.peer.lines.readline())["sequence"]
+        self.start()
+
+    def run(self):
+        for line in map(json.loads, self.peer.lines):
+            self.last += 1
+            if line["sequence"] != self.last:
+                self.events.append({"event": "gap", "line": line})
+            if line["event"] == "status":
+                self.statuses[line["table"], json.dumps(line["key"])] = line["status"]
+            else:
+                self.events.append(line)
+
+    def programmed(self):
+        return sum(table == "Route" and status == "programmed"
+                   for (table, _), status in self.statuses.copy().items())
+
+    def heard(self, **members):
+        return [each for each in self.events if members.items() <= each.items()]
+
+
+def ask_much(path, stopping):
+    """Those who ask for as much as they can, at once."""
+    requests = [{"request": "audit"}, {"request": "decode"}, {"request": "status", "refused": True},
+                {"request": "run", "events": [{"op": "sync", "table": "NatRewrite"}] * 64},
+                {"request": "lookup", "table": "Route", "keys": [{"vrf": 0, "address": "20.0.0.1"}] * 20000}]
+
+    def asking(request):
+        peer = Peer(path)
+        while not stopping.is_set():
+            peer.ask(**request)
+    threads = [threading.Thread(target=asking, args=(each,)) for each in requests]
+    for each in threads:
+        each.start()
+    return threads
+
+
+def check_routes(velad, watcher, idle):
+    """All are programmed while others ask for much; each answer comes in time."""
+    stopping = threading.Event()
+    threads = ask_much(velad.path, stopping)
+    sender = socket.create_connection(("127.0.0.1", FPM))
+    begin = time.time()
+    feeding = threading.Thread(target=sender.sendall, args=(
+        b"".join(route(0x14000000 + number * 512, 24, False) for number in range(ROUTES)),))
+    feeding.start()
+    peer, slowest = Peer(velad.path), 0
+    while True:
+        asked = time.time()
+        status = peer.ask(request="status")[0]
+        slowest = max(slowest, time.time() - asked)
+        if status["offered"] == ROUTES and not status["queued"]:
+            break
+        time.sleep(0.01)
+    seconds = time.time() - begin
+    stopping.set()
+    for each in [feeding, *threads]:
+        each.join()
+    until(lambda: watcher.programmed() == status["programmed"], "the watcher knows what is programmed")
+    until(lambda: velad.logged("closed for reading too slowly"), "the slow watcher is dropped")
+    if idle.lines.read().count("\n") > ROUTES:
+        fail("the slow watcher heard everything")
+    print(f"    {ROUTES} routes in {seconds:.1f} s amid requests, {status['programmed']} programmed, which a "
+          f"watcher heard; answers within {1000 * slowest:.0f} ms")
+    # Each of those who ask may have a piece made before.
+    if slowest > ANSWER_SECONDS * len(threads) or seconds > ROUTES / 2000:
+        fail("that took too long")
+    return sender
+
+
+def check_scrubbing(velad, watcher):
+    until(lambda: Peer(velad.path).ask(request="status")[0]["scrub"]["passes"] > 0, "a whole pass")
+    events = "".join(json.dumps({"op": "corrupt", "table": "L3Lag", "key": 0, "bit": bit}) + "\n" for bit in (1, 3))
+    ran = velad.tool("run", "-", input=events)
+    if ran.returncode:
+        fail(ran.stderr)
+    until(lambda: watcher.heard(event="finding", table="L3Lag", repaired=True), "the finding is told and mended")
+    if velad.tool("audit").returncode:
+        fail("an audit finds more")
+
+
+def check_thresholds(velad, watcher):
+    for op, above in ("set", True), ("del", False):
+        events = [json.dumps({"op": op, "table": "HashTest", "key": key}) for key in range(256)]
+        velad.tool("run", "-", input="\n".join(events))
+        until(lambda: watcher.heard(event="threshold", table="HashTest", above=above), f"above is {above}")
+    ran = velad.tool("run", "-", input=events[0] + "\n\n{\"op\":\"st\"}\n")
+    if ran.returncode != 2 or not ran.stderr.startswith("stdin:3: "):
+        fail(f"a wrong event was told as {ran.stderr}")
+
+
+def check_reload(velad):
+    for changes, told in (({"scrub": {"rows": -1}}, "nothing is changed, "),
+                          ({"scrub": {"rows": 0}, "queue": 9}, "only a restart changes queue")):
+        velad.configure(**changes)
+        velad.process.send_signal(signal.SIGHUP)
+        until(lambda: velad.logged(f"reload: {told}"), f"the log has {told}")
+    rows = [Peer(velad.path).ask(request="status")[0]["scrub"]["rows"] for _ in range(2) if not time.sleep(0.3)]
+    if rows[0] != rows[1] or not velad.logged("reload: changed scrub"):
+        fail(f"it scrubs on: {rows}")
+
+
+def check_metrics(velad, promtool):
+    time.sleep(1.2)
+    text = urllib.request.urlopen(f"http://127.0.0.1:{SCRAPED}/metrics").read().decode()
+    subprocess.run([promtool, "check", "metrics"], input=text, check=True, text=True)
+    scraped = dict(line.rsplit(" ", 1) for line in text.splitlines() if not line.startswith("#"))
+    status = Peer(velad.path).ask(request="status")[0]
+    found = next(each for each in status["scrub"]["findings"] if each["table"] == "L3Lag")
+    level = max(status["tables"], key=lambda each: each["used"])
+    table = f'{{instance="0",table="{level["table"]}"}}'
+    said = {f"velad_table_used{table}": level["used"], f"velad_table_capacity{table}": level["capacity"],
+            f"velad_table_peak{table}": level["peak"], "velad_scrubbed_rows_total": status["scrub"]["rows"],
+            'velad_scrub_findings_total{finding="%s",instance="0",table="L3Lag"}' % found["finding"]: found["count"],
+            'velad_table_threshold_crossings_total{direction="up",instance="0",table="HashTest"}': 1,
+            'velad_table_above_threshold{instance="0",table="HashTest"}': 0, "velad_bus_failures_total": 0}
+    for name, value in said.items():
+        if float(scraped.get(name, "nan")) != value:
+            fail(f"{name} is {scraped.get(name)}, not {value}")
+    print(f"    {len(scraped)} metrics say what the status says, and are as promtool wants them")
+
+
+def main(velad, promtool):
+    watcher, idle = Watcher(velad.path), Peer(velad.path)
+    idle.send(request="watch")
+    feed = check_routes(velad, watcher, idle)
+    check_scrubbing(velad, watcher)
+    check_thresholds(velad, watcher)
+    check_reload(velad)
+    check_metrics(velad, promtool)
+    feed.close()
+    if watcher.heard(event="gap"):
+        fail(f"a gap: {watcher.heard(event='gap')[0]}")
+    velad.process.terminate()
+    if velad.process.wait() != 0:
+        fail("velad did not end well")
+
+
+if __name__ == "__main__":
+    with tempfile.TemporaryDirectory() as scratch:
+        running = Velad(sys.argv[1], scratch)
+        try:
+            main(running, sys.argv[2])
+        except BaseException:
+            print(open(running.log).read()[-2000:], file=sys.stderr)
+            raise
+        finally:
+            running.process.kill()
