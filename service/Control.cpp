@@ -246,6 +246,22 @@ std::unique_ptr<Answer> statusOf(const Agent& agent, const RouteService& routes,
       });
 }
 
+/// What is known of entries.
+std::unique_ptr<Answer> entriesOf(const TableAdapter& table, Json keys) {
+  const std::size_t count = keys.size();
+  return std::make_unique<Items>(
+      count, pieceItems, [&table, keys = std::move(keys)](std::size_t number, std::string& out) {
+        const VelaAgent::AnyValue key = table.keyFromJson(keys[number]);
+        const VelaAgent::Entries& entries = table.typed();
+        Json line = tableName(table);
+        line["key"] = table.keyToJson(key);
+        line["result"] = VelaAgent::anyToJson(entries.resultOf(key));
+        line["status"] = VelaSwitchApi::nameOf(entries.status(key));
+        line["lastHit"] = entries.lastHit(key).value();
+        addLine(out, line);
+      });
+}
+
 /// What packets find, asked of a copy, so that no hit bit is set.
 std::unique_ptr<Answer> lookupIn(const Agent& agent, const std::string& name, Json keys) {
   const TableAdapter& table = agent.table(name, 0);
@@ -374,8 +390,8 @@ class Read final : public Answer {
 }  // namespace
 
 std::unique_ptr<Answer> Control::answerTo(Json request) {
-  static const std::vector<std::string> names{"status", "lookup", "decode",
-                                              "audit",  "run",    "watch"};
+  static const std::vector<std::string> names{"status", "entry", "lookup", "decode",
+                                              "audit",  "run",   "watch"};
   if (!request.is_object()) throw InputException("not a JSON object");
   const std::string name = textOf(request, "request");
   if (name == "status") {
@@ -385,6 +401,12 @@ std::unique_ptr<Answer> Control::answerTo(Json request) {
   if (name == "lookup") {
     allowOnly(request, {"table", "keys"});
     return lookupIn(agent_, textOf(request, "table"), listOf(request, "keys"));
+  }
+  if (name == "entry") {
+    allowOnly(request, {"table", "instance", "keys"});
+    const auto instance =
+        static_cast<U32>(VelaAgent::numberFromJson(request.value("instance", Json(0U)), ~U32{0}));
+    return entriesOf(agent_.table(textOf(request, "table"), instance), listOf(request, "keys"));
   }
   if (name == "decode") {
     allowOnly(request, {"table"});

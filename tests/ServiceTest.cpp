@@ -861,7 +861,7 @@ TEST(Control, AnswersAreAsDocumented) {
       }
     }
   }
-  EXPECT_EQ(asked, 10);
+  EXPECT_EQ(asked, 11);
 }
 
 TEST(Configuration, EachMistakeHasALine) {

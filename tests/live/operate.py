@@ -4,6 +4,8 @@ has it program routes: watches, asks for much, corrupts rows, fills a table, cha
 operate.py FOLDER PROMTOOL: the folder of velad and velatable."""
 import json
 import os
+import re
+import shutil
 import signal
 import socket
 import subprocess
@@ -25,7 +27,7 @@ class Velad:
         self.settings = {"device": f"{work}/switch", "control": self.path, "tables": {"254": 0},
                          "interfaces": {socket.if_indextoname(1): 1}, "fpm": {"listen": f"127.0.0.1:{FPM}"},
                          "metrics": {"listen": f"127.0.0.1:{SCRAPED}"},
-                         "scrub": {"rows": 100000, "repair": True}}
+                         "scrub": {"rows": 100000, "repair": True}, "hits": 0.5}
         self.configure()
         self.process = subprocess.Popen([f"{folder}/velad", self.file], stderr=open(self.log, "w"))
         until(lambda: "control" in os.listdir(work) and self.tool("status").returncode == 0, "velad starts")
@@ -159,6 +161,20 @@ def check_scrubbing(velad, watcher):
         fail("an audit finds more")
 
 
+def check_hits(velad):
+    """Routes that a packet takes have the time."""
+    def entries():
+        keys = [{"vrf": 0, "prefix": f"20.{number}.0.0/24"} for number in range(64)]
+        return [each for each in Peer(velad.path).ask(request="entry", table="Route", keys=keys)
+                if each["status"] == "programmed"]
+    key = entries()[0]["key"]
+    packet = {"vrf": 0, "address": key["prefix"].split("/")[0]}
+    velad.tool("run", "-", input=json.dumps({"op": "lookup", "table": "Route", "key": packet}))
+    until(lambda: abs(time.time() - entries()[0]["lastHit"]) < 10, "a poll finds the hit")
+    if any(each["lastHit"] for each in entries()[1:]):
+        fail("other routes were hit")
+
+
 def check_thresholds(velad, watcher):
     for op, above in ("set", True), ("del", False):
         events = [json.dumps({"op": op, "table": "HashTest", "key": key}) for key in range(256)]
@@ -178,6 +194,15 @@ def check_reload(velad):
     rows = [Peer(velad.path).ask(request="status")[0]["scrub"]["rows"] for _ in range(2) if not time.sleep(0.3)]
     if rows[0] != rows[1] or not velad.logged("reload: changed scrub"):
         fail(f"it scrubs on: {rows}")
+
+
+def check_unit(folder, work):
+    if not shutil.which("systemd-analyze"):
+        return print("    the unit is not verified, there is no systemd-analyze")
+    lines = open(f"{folder}/velad.service").read()
+    with open(f"{work}/velad.service", "w") as out:
+        out.write(re.sub("^ExecStart=[^ ]*", f"ExecStart={os.path.abspath(folder)}/velad", lines, flags=re.M))
+    subprocess.run(["systemd-analyze", "verify", "--man=no", f"{work}/velad.service"], check=True)
 
 
 def check_metrics(velad, promtool):
@@ -205,9 +230,11 @@ def main(velad, promtool):
     idle.send(request="watch")
     feed = check_routes(velad, watcher, idle)
     check_scrubbing(velad, watcher)
+    check_hits(velad)
     check_thresholds(velad, watcher)
     check_reload(velad)
     check_metrics(velad, promtool)
+    check_unit(velad.folder, os.path.dirname(velad.file))
     feed.close()
     if watcher.heard(event="gap"):
         fail(f"a gap: {watcher.heard(event='gap')[0]}")
