@@ -32,6 +32,19 @@ class Velad:
         self.process = subprocess.Popen([f"{folder}/velad", self.file], stderr=open(self.log, "w"))
         until(lambda: "control" in os.listdir(work) and self.tool("status").returncode == 0, "velad starts")
 
+    def __enter__(self):
+        return self
+
+    def __exit__(self, failure, *_):
+        self.process.terminate()
+        try:
+            if self.process.wait(10) and not failure:
+                fail("velad did not end well")
+        finally:
+            self.process.kill()
+            if failure:
+                print(open(self.log).read()[-2000:], file=sys.stderr)
+
     def configure(self, **changes):
         self.settings.update(changes)
         with open(self.file, "w") as out:
@@ -238,18 +251,8 @@ def main(velad, promtool):
     feed.close()
     if watcher.heard(event="gap"):
         fail(f"a gap: {watcher.heard(event='gap')[0]}")
-    velad.process.terminate()
-    if velad.process.wait() != 0:
-        fail("velad did not end well")
 
 
 if __name__ == "__main__":
-    with tempfile.TemporaryDirectory() as scratch:
-        running = Velad(sys.argv[1], scratch)
-        try:
-            main(running, sys.argv[2])
-        except BaseException:
-            print(open(running.log).read()[-2000:], file=sys.stderr)
-            raise
-        finally:
-            running.process.kill()
+    with tempfile.TemporaryDirectory() as scratch, Velad(sys.argv[1], scratch) as running:
+        main(running, sys.argv[2])
