@@ -13,6 +13,7 @@
 #include "device/RouteLookup.h"
 #include "service/Configuration.h"
 #include "service/Control.h"
+#include "service/Delays.h"
 #include "service/Netlink.h"
 
 namespace {
@@ -657,6 +658,29 @@ TEST(Upkeep, ScrubbingFindsAndMendsWhatAnAuditFinds) {
     EXPECT_EQ(found, expected);
     EXPECT_EQ(auditAll(*world.agent).empty(), repair);
   }
+}
+
+TEST(Delays, EachChangeCountsFromItsMessage) {
+  Random random;
+  Delays delays;
+  std::deque<int> changes;  // When each was asked for, or never.
+  std::vector<int> expected;
+  std::vector<int> found;
+  U64 queued = 0;
+  for (int now = 0; now < 1000; ++now) {
+    const int came = random.flip() ? now : -1;
+    for (U32 count = random.below(4); count > 0; --count, ++queued) changes.push_back(came);
+    came < 0 ? delays.unasked(queued) : delays.asked(queued, Clock::time_point(seconds(came)));
+    for (U32 count = random.below(5); count > 0 && !changes.empty(); --count) {
+      if (changes.front() >= 0) expected.push_back(now - changes.front());
+      changes.pop_front();
+    }
+    delays.done(queued - changes.size(), Clock::time_point(seconds(now)),
+                [&](U64 count, Clock::duration delay) {
+                  found.insert(found.end(), count, static_cast<int>(delay / seconds(1)));
+                });
+  }
+  EXPECT_EQ(found, expected);
 }
 
 TEST(Upkeep, LoadsCrossTheirMarksWithHysteresis) {

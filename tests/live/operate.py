@@ -231,7 +231,8 @@ def check_metrics(velad, promtool):
             f"velad_table_peak{table}": level["peak"], "velad_scrubbed_rows_total": status["scrub"]["rows"],
             'velad_scrub_findings_total{finding="%s",instance="0",table="L3Lag"}' % found["finding"]: found["count"],
             'velad_table_threshold_crossings_total{direction="up",instance="0",table="HashTest"}': 1,
-            'velad_table_above_threshold{instance="0",table="HashTest"}': 0, "velad_bus_failures_total": 0}
+            'velad_table_above_threshold{instance="0",table="HashTest"}': 0, "velad_bus_failures_total": 0,
+            "velad_change_seconds_count": ROUTES}
     for name, value in said.items():
         if float(scraped.get(name, "nan")) != value:
             fail(f"{name} is {scraped.get(name)}, not {value}")

@@ -56,7 +56,10 @@ Daemon::Daemon(const VelaService::ConfigurationFile& file)
   uv_signal_init(loop_.get(), &interrupt_);
   uv_signal_init(loop_.get(), &hangup_);
   working_.data = ticking_.data = term_.data = interrupt_.data = hangup_.data = this;
-  const auto heard = [this](Clock::time_point came) { workIfNeeded(came); };
+  const auto heard = [this](Clock::time_point came) {
+    delays_.asked(routes_->queuedSoFar(), came);
+    workIfNeeded();
+  };
   for (VelaService::RouteService::SourceId each = 0; each < routes_->sources().size(); ++each) {
     const Feed::Place place{*routes_, each, heard};
     if (routes_->sources()[each].name == "fpm") {
@@ -72,21 +75,20 @@ Daemon::Daemon(const VelaService::ConfigurationFile& file)
   }
 }
 
-void Daemon::workIfNeeded(Clock::time_point since) {
-  if (routes_->idle() || uv_is_active(reinterpret_cast<const uv_handle_t*>(&working_))) return;
-  busySince_ = since;
-  uv_idle_start(&working_, [](uv_idle_t* on) { of(on).work(); });
+void Daemon::workIfNeeded() {
+  if (!routes_->idle()) uv_idle_start(&working_, [](uv_idle_t* on) { of(on).work(); });
 }
 
 /// One part; sources and operators are heard before the next.
 void Daemon::work() {
   routes_->work(workAtATime);
   for (const auto& feed : feeds_) feed->worked();
-  if (!routes_->idle()) return;
-  uv_idle_stop(&working_);
-  if (metrics_) {
-    metrics_->settled(std::chrono::duration<double>(Clock::now() - busySince_).count());
-  }
+  delays_.done(routes_->carriedOut(), Clock::now(), [this](U64 changes, Clock::duration delay) {
+    if (metrics_) metrics_->carriedOut(changes, std::chrono::duration<double>(delay).count());
+  });
+  // What is tried again.
+  delays_.unasked(routes_->queuedSoFar());
+  if (routes_->idle()) uv_idle_stop(&working_);
 }
 
 void Daemon::tick() {
@@ -95,7 +97,8 @@ void Daemon::tick() {
   const auto now = Clock::now();
   upkeep_->tick(now);
   routes_->tick(now);
-  workIfNeeded(now);
+  delays_.unasked(routes_->queuedSoFar());
+  workIfNeeded();
   for (const auto& feed : feeds_) feed->tick(agent_.recorder().rowWrites());
 }
 

@@ -6,6 +6,7 @@
 #include "Metrics.h"
 #include "Operators.h"
 #include "service/Configuration.h"
+#include "service/Delays.h"
 
 namespace Velad {
 
@@ -20,7 +21,7 @@ class Daemon {
   void run();
 
  private:
-  void workIfNeeded(VelaService::Clock::time_point since);
+  void workIfNeeded();
   void work();
   void tick();
   void reload();
@@ -48,7 +49,7 @@ class Daemon {
   std::optional<Operators> operators_;
   std::optional<Metrics> metrics_;
   unsigned ticks_ = 0;
-  VelaService::Clock::time_point busySince_;  ///< While there is something to do.
+  VelaService::Delays delays_;
 };
 
 }  // namespace Velad
