@@ -888,6 +888,15 @@ TEST(Control, AnswersAreAsDocumented) {
   EXPECT_EQ(asked, 11);
 }
 
+TEST(Configuration, DocumentedOneIsGood) {
+  std::ifstream docs(DOCS "/velad.md");
+  const std::string all(std::istreambuf_iterator<char>(docs), {});
+  const std::size_t begin = all.find("```json") + 7;
+  std::vector<std::string> mistakes;
+  readConfiguration(all.substr(begin, all.find("```", begin) - begin), mistakes);
+  EXPECT_THAT(mistakes, testing::IsEmpty());
+}
+
 TEST(Configuration, EachMistakeHasALine) {
   std::vector<std::string> mistakes;
   const auto good = readConfiguration(
