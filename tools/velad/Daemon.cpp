@@ -45,6 +45,7 @@ Daemon::Daemon(const VelaService::ConfigurationFile& file)
   agent_.start(restart ? Agent::Start::restart : Agent::Start::fresh);
   routes_.emplace(agent_, configuration_.routes, nameOfInterface);
   watch_.emplace(agent_, *routes_);
+  watch_->noticeListenerIs([](const std::string& text) { log(Level::warning, text); });
   upkeep_.emplace(agent_, *watch_, configuration_.upkeep);
   control_.emplace(agent_, *routes_, *watch_, *upkeep_);
   log(Level::info, std::string(restart ? "restart: " : "start: ") + "the switch holds " +
