@@ -248,6 +248,7 @@ std::unique_ptr<Answer> statusOf(const Agent& agent, const RouteService& routes,
 
 /// What is known of entries.
 std::unique_ptr<Answer> entriesOf(const TableAdapter& table, Json keys) {
+  table.typed().checkChangeable();
   const std::size_t count = keys.size();
   return std::make_unique<Items>(
       count, pieceItems, [&table, keys = std::move(keys)](std::size_t number, std::string& out) {
@@ -333,7 +334,7 @@ class Watched final : public Answer {
     out += queue_.take();
     return true;
   }
-  bool waits() const override { return queue_.empty(); }
+  bool waits() const override { return begun_ && queue_.empty(); }
   bool overrun() const override { return queue_.overrun(); }
 
  private:
