@@ -15,9 +15,9 @@ using VelaAgent::TableAdapter;
 
 namespace {
 
-/// Items of an answer that are made at a time, unless that takes too long.
-constexpr std::size_t pieceItems = 64;
+/// What a piece of an answer takes; of lines that are made already, how many it has.
 constexpr auto pieceTime = std::chrono::milliseconds(2);
+constexpr std::size_t pieceLines = 512;
 
 void allowOnly(const Json& request, const std::vector<std::string>& names) {
   for (const auto& item : request.items()) {
@@ -72,13 +72,12 @@ class Items final : public Answer {
  public:
   using Maker = std::function<void(std::size_t number, std::string& out)>;
 
-  Items(std::size_t count, std::size_t atATime, Maker make)
-      : count_(count), atATime_(atATime), make_(std::move(make)) {}
+  Items(std::size_t count, Maker make) : count_(count), make_(std::move(make)) {}
 
   bool piece(std::string& out) override {
     const auto end = Clock::now() + pieceTime;
-    for (std::size_t made = 0; next_ < count_; ++made) {
-      if (made == atATime_ || (made != 0 && Clock::now() >= end)) return true;
+    for (bool first = true; next_ < count_; first = false) {
+      if (!first && Clock::now() >= end) return true;
       try {
         make_(next_++, out);
       } catch (const std::exception& error) {
@@ -92,7 +91,6 @@ class Items final : public Answer {
 
  private:
   std::size_t count_;
-  std::size_t atATime_;
   Maker make_;
   std::size_t next_ = 0;
 };
@@ -119,7 +117,7 @@ class Decoded final : public Answer {
     }
   }
   bool piece(std::string& out) override {
-    for (std::size_t left = pieceItems; left > 0 && next_ < lines_.size(); --left) {
+    for (std::size_t left = pieceLines; left > 0 && next_ < lines_.size(); --left) {
       out += lines_[next_++];
     }
     if (next_ < lines_.size()) return true;
@@ -234,16 +232,15 @@ std::unique_ptr<Answer> statusOf(const Agent& agent, const RouteService& routes,
   }
   std::string first = status.dump() + "\n";
   const std::size_t lines = list.size() + 1;
-  return std::make_unique<Items>(
-      lines, pieceItems,
-      [first = std::move(first), list = std::move(list)](std::size_t number, std::string& out) {
-        if (number == 0) {
-          out += first;
-        } else {
-          const auto& [name, why] = list[number - 1];
-          addLine(out, {{"route", toText(name)}, {"why", why}});
-        }
-      });
+  return std::make_unique<Items>(lines, [first = std::move(first), list = std::move(list)](
+                                            std::size_t number, std::string& out) {
+    if (number == 0) {
+      out += first;
+    } else {
+      const auto& [name, why] = list[number - 1];
+      addLine(out, {{"route", toText(name)}, {"why", why}});
+    }
+  });
 }
 
 /// What is known of entries.
@@ -251,7 +248,7 @@ std::unique_ptr<Answer> entriesOf(const TableAdapter& table, Json keys) {
   table.typed().checkChangeable();
   const std::size_t count = keys.size();
   return std::make_unique<Items>(
-      count, pieceItems, [&table, keys = std::move(keys)](std::size_t number, std::string& out) {
+      count, [&table, keys = std::move(keys)](std::size_t number, std::string& out) {
         const VelaAgent::AnyValue key = table.keyFromJson(keys[number]);
         const VelaAgent::Entries& entries = table.typed();
         Json line = tableName(table);
@@ -270,8 +267,7 @@ std::unique_ptr<Answer> lookupIn(const Agent& agent, const std::string& name, Js
   const auto path = std::make_shared<VelaDevice::DataPath>(*chip, agent.profile());
   const std::size_t count = keys.size();
   return std::make_unique<Items>(
-      count, pieceItems,
-      [&table, chip, path, keys = std::move(keys)](std::size_t number, std::string& out) {
+      count, [&table, chip, path, keys = std::move(keys)](std::size_t number, std::string& out) {
         addLine(out, {{"op", "lookup"},
                       {"table", table.name()},
                       {"key", keys[number]},
@@ -281,7 +277,7 @@ std::unique_ptr<Answer> lookupIn(const Agent& agent, const std::string& name, Js
 
 /// What rows differ from what they should be, table by table.
 std::unique_ptr<Answer> auditOf(const Agent& agent, bool repair) {
-  return std::make_unique<Items>(agent.tables().size(), 1,
+  return std::make_unique<Items>(agent.tables().size(),
                                  [&agent, repair](std::size_t number, std::string& out) {
                                    VelaAgent::HwTableAdapter& table = *agent.tables()[number];
                                    table.audit();
@@ -314,8 +310,7 @@ std::unique_ptr<Answer> runOf(Agent& agent, Json events) {
   const auto runner = std::make_shared<VelaAgent::EventRunner>(agent);
   const std::size_t count = events.size();
   return std::make_unique<Items>(
-      count, pieceItems,
-      [&agent, runner, events = std::move(events)](std::size_t number, std::string& out) {
+      count, [&agent, runner, events = std::move(events)](std::size_t number, std::string& out) {
         refuseSourcesTables(agent, events[number]);
         runner->resultListenerIs([&out](const std::string& line) { (out += line) += '\n'; });
         runner->apply(events[number]);
