@@ -62,7 +62,7 @@ test-live: packages deb
 	    tests/live/offload.py build/release/velad && \
 	    tests/live/kill.py build/release/velad build/release/velatable 50)
 	$(call timed,operate,$(MAKE) --no-print-directory $(PROMTOOL) && \
-	    tests/live/operate.py build/release $(PROMTOOL))
+	    tests/live/operate.py build/release/velad $(PROMTOOL))
 	@cat build/times
 
 # The checker of metrics, without the server that it comes with, which would be started.

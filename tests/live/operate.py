@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Operates velad as people and their tools do, while a client of its forwarding plane manager's port
 has it program routes: watches, asks for much, corrupts rows, fills a table, changes the configuration.
-operate.py FOLDER PROMTOOL: the folder of velad and velatable."""
+operate.py VELAD PROMTOOL: velad has velatable and its unit beside it."""
 import json
 import os
 import re
@@ -9,90 +9,30 @@ import shutil
 import signal
 import socket
 import subprocess
-import sys
-import tempfile
 import threading
 import time
 import urllib.request
 
-from offer import ANSWER_SECONDS, fail, route
+from client import PORT, Operator, fail, route, run, wait
 
+ANSWER_SECONDS = 0.1
 ROUTES = 20000
-FPM, SCRAPED = 26201, 26202
+SCRAPED = 26202
+SETTINGS = {"metrics": {"listen": f"127.0.0.1:{SCRAPED}"}, "scrub": {"rows": 100000, "repair": True}, "hits": 0.5}
 
 
-class Velad:
-    def __init__(self, folder, work):
-        self.folder, self.path, self.file, self.log = folder, f"{work}/control", f"{work}/velad.json", f"{work}/log"
-        self.settings = {"device": f"{work}/switch", "control": self.path, "tables": {"254": 0},
-                         "interfaces": {socket.if_indextoname(1): 1}, "fpm": {"listen": f"127.0.0.1:{FPM}"},
-                         "metrics": {"listen": f"127.0.0.1:{SCRAPED}"},
-                         "scrub": {"rows": 100000, "repair": True}, "hits": 0.5}
-        self.configure()
-        self.process = subprocess.Popen([f"{folder}/velad", self.file], stderr=open(self.log, "w"))
-        until(lambda: "control" in os.listdir(work) and self.tool("status").returncode == 0, "velad starts")
-
-    def __enter__(self):
-        return self
-
-    def __exit__(self, failure, *_):
-        self.process.terminate()
-        try:
-            if self.process.wait(10) and not failure:
-                fail("velad did not end well")
-        finally:
-            self.process.kill()
-            if failure:
-                print(open(self.log).read()[-2000:], file=sys.stderr)
-
-    def configure(self, **changes):
-        self.settings.update(changes)
-        with open(self.file, "w") as out:
-            json.dump(self.settings, out)
-
-    def tool(self, command, *arguments, **options):
-        return subprocess.run([f"{self.folder}/velatable", command, "--connect", self.path, *arguments],
-                              capture_output=True, text=True, **options)
-
-    def logged(self, text):
-        return text in open(self.log).read()
-
-
-class Peer:
-    """A connection to the control socket."""
-    def __init__(self, path):
-        self.socket = socket.socket(socket.AF_UNIX)
-        self.socket.connect(path)
-        self.lines = self.socket.makefile()
-
-    def send(self, **request):
-        self.socket.sendall((json.dumps(request) + "\n").encode())
-
-    def ask(self, **request):
-        self.send(**request)
-        answer = []
-        for line in map(json.loads, self.lines):
-            if "done" in line:
-                assert line["done"], line
-                return answer
-            answer.append(line)
-        raise SystemExit("velad closed amid an answer")
-
-
-def until(good, what, seconds=30):
-    end = time.time() + seconds
-    while not good():
-        if time.time() > end:
-            fail(f"not in {seconds} s: {what}")
-        time.sleep(0.02)
+def tool(velad, command, *arguments, **options):
+    """velatable, asked of the running switch."""
+    return subprocess.run([f"{os.path.dirname(velad.program)}/velatable", command, "--connect", velad.path,
+                           *arguments], capture_output=True, text=True, **options)
 
 
 class Watcher(threading.Thread):
     """Hears everything; each line has the next number."""
     def __init__(self, path):
         super().__init__(daemon=True)
-        self.peer, self.events, self.statuses = Peer(path), [], {}
-        self.peer.send(request="watch")
+        self.peer, self.events, self.statuses = Operator(path), [], {}
+        self.peer.send({"request": "watch"})
         self.last = json.loads(self.peer.lines.readline())["sequence"]
         self.start()
 
@@ -121,9 +61,9 @@ def ask_much(path, stopping):
                 {"request": "lookup", "table": "Route", "keys": [{"vrf": 0, "address": "20.0.0.1"}] * 20000}]
 
     def asking(request):
-        peer = Peer(path)
+        peer = Operator(path)
         while not stopping.is_set():
-            peer.ask(**request)
+            peer.ask(request)
     threads = [threading.Thread(target=asking, args=(each,)) for each in requests]
     for each in threads:
         each.start()
@@ -134,15 +74,15 @@ def check_routes(velad, watcher, idle):
     """All are programmed while others ask for much; each answer comes in time."""
     stopping = threading.Event()
     threads = ask_much(velad.path, stopping)
-    sender = socket.create_connection(("127.0.0.1", FPM))
+    sender = socket.create_connection(("127.0.0.1", PORT))
     begin = time.time()
     feeding = threading.Thread(target=sender.sendall, args=(
         b"".join(route(0x14000000 + number * 512, 24, False) for number in range(ROUTES)),))
     feeding.start()
-    peer, slowest = Peer(velad.path), 0
+    peer, slowest = Operator(velad.path), 0
     while True:
         asked = time.time()
-        status = peer.ask(request="status")[0]
+        status = peer.ask({"request": "status"})[0]
         slowest = max(slowest, time.time() - asked)
         if status["offered"] == ROUTES and not status["queued"]:
             break
@@ -151,8 +91,8 @@ def check_routes(velad, watcher, idle):
     stopping.set()
     for each in [feeding, *threads]:
         each.join()
-    until(lambda: watcher.programmed() == status["programmed"], "the watcher knows what is programmed")
-    until(lambda: velad.logged("closed for reading too slowly"), "the slow watcher is dropped")
+    wait("the watcher knows what is programmed", lambda: watcher.programmed() == status["programmed"])
+    wait("the slow watcher is dropped", lambda: "closed for reading too slowly" in velad.log())
     if idle.lines.read().count("\n") > ROUTES:
         fail("the slow watcher heard everything")
     print(f"    {ROUTES} routes in {seconds:.1f} s amid requests, {status['programmed']} programmed, which a "
@@ -164,13 +104,13 @@ def check_routes(velad, watcher, idle):
 
 
 def check_scrubbing(velad, watcher):
-    until(lambda: Peer(velad.path).ask(request="status")[0]["scrub"]["passes"] > 0, "a whole pass")
+    wait("a whole pass", lambda: Operator(velad.path).ask({"request": "status"})[0]["scrub"]["passes"] > 0)
     events = "".join(json.dumps({"op": "corrupt", "table": "L3Lag", "key": 0, "bit": bit}) + "\n" for bit in (1, 3))
-    ran = velad.tool("run", "-", input=events)
+    ran = tool(velad, "run", "-", input=events)
     if ran.returncode:
         fail(ran.stderr)
-    until(lambda: watcher.heard(event="finding", table="L3Lag", repaired=True), "the finding is told and mended")
-    if velad.tool("audit").returncode or not velad.logged("scrub: L3Lag/0: 1 findings, of which 1 are repaired"):
+    wait("the finding is told and mended", lambda: watcher.heard(event="finding", table="L3Lag", repaired=True))
+    if tool(velad, "audit").returncode or "scrub: L3Lag/0: 1 findings, of which 1 are repaired" not in velad.log():
         fail("an audit finds more, or the log has nothing of it")
 
 
@@ -178,12 +118,12 @@ def check_hits(velad):
     """Routes that a packet takes have the time."""
     def entries():
         keys = [{"vrf": 0, "prefix": f"20.{number}.0.0/24"} for number in range(64)]
-        return [each for each in Peer(velad.path).ask(request="entry", table="Route", keys=keys)
+        return [each for each in Operator(velad.path).ask({"request": "entry", "table": "Route", "keys": keys})
                 if each["status"] == "programmed"]
     key = entries()[0]["key"]
     packet = {"vrf": 0, "address": key["prefix"].split("/")[0]}
-    velad.tool("run", "-", input=json.dumps({"op": "lookup", "table": "Route", "key": packet}))
-    until(lambda: abs(time.time() - entries()[0]["lastHit"]) < 10, "a poll finds the hit")
+    tool(velad, "run", "-", input=json.dumps({"op": "lookup", "table": "Route", "key": packet}))
+    wait("a poll finds the hit", lambda: abs(time.time() - entries()[0]["lastHit"]) < 10)
     if any(each["lastHit"] for each in entries()[1:]):
         fail("other routes were hit")
 
@@ -191,9 +131,9 @@ def check_hits(velad):
 def check_thresholds(velad, watcher):
     for op, above in ("set", True), ("del", False):
         events = [json.dumps({"op": op, "table": "HashTest", "key": key}) for key in range(256)]
-        velad.tool("run", "-", input="\n".join(events))
-        until(lambda: watcher.heard(event="threshold", table="HashTest", above=above), f"above is {above}")
-    ran = velad.tool("run", "-", input=events[0] + "\n\n{\"op\":\"st\"}\n")
+        tool(velad, "run", "-", input="\n".join(events))
+        wait(f"above is {above}", lambda: watcher.heard(event="threshold", table="HashTest", above=above))
+    ran = tool(velad, "run", "-", input=events[0] + "\n\n{\"op\":\"st\"}\n")
     if ran.returncode != 2 or not ran.stderr.startswith("stdin:3: "):
         fail(f"a wrong event was told as {ran.stderr}")
 
@@ -203,19 +143,20 @@ def check_reload(velad):
                           ({"scrub": {"rows": 0}, "queue": 9}, "only a restart changes queue")):
         velad.configure(**changes)
         velad.process.send_signal(signal.SIGHUP)
-        until(lambda: velad.logged(f"reload: {told}"), f"the log has {told}")
-    rows = [Peer(velad.path).ask(request="status")[0]["scrub"]["rows"] for _ in range(2) if not time.sleep(0.3)]
-    if rows[0] != rows[1] or not velad.logged("reload: changed scrub"):
+        wait(f"the log has {told}", lambda: f"reload: {told}" in velad.log())
+    rows = [Operator(velad.path).ask({"request": "status"})[0]["scrub"]["rows"] for _ in range(2) if not time.sleep(0.3)]
+    if rows[0] != rows[1] or "reload: changed scrub" not in velad.log():
         fail(f"it scrubs on: {rows}")
 
 
-def check_unit(folder, work):
+def check_unit(velad):
     if not shutil.which("systemd-analyze"):
         return print("    the unit is not verified, there is no systemd-analyze")
-    lines = open(f"{folder}/velad.service").read()
-    with open(f"{work}/velad.service", "w") as out:
-        out.write(re.sub("^ExecStart=[^ ]*", f"ExecStart={os.path.abspath(folder)}/velad", lines, flags=re.M))
-    subprocess.run(["systemd-analyze", "verify", "--man=no", f"{work}/velad.service"], check=True)
+    with open(f"{os.path.dirname(velad.program)}/velad.service") as lines:
+        unit = re.sub("^ExecStart=[^ ]*", f"ExecStart={os.path.abspath(velad.program)}", lines.read(), flags=re.M)
+    with open(f"{velad.work}/velad.service", "w") as out:
+        out.write(unit)
+    subprocess.run(["systemd-analyze", "verify", "--man=no", f"{velad.work}/velad.service"], check=True)
 
 
 def check_metrics(velad, promtool):
@@ -223,7 +164,7 @@ def check_metrics(velad, promtool):
     text = urllib.request.urlopen(f"http://127.0.0.1:{SCRAPED}/metrics").read().decode()
     subprocess.run([promtool, "check", "metrics"], input=text, check=True, text=True)
     scraped = dict(line.rsplit(" ", 1) for line in text.splitlines() if not line.startswith("#"))
-    status = Peer(velad.path).ask(request="status")[0]
+    status = Operator(velad.path).ask({"request": "status"})[0]
     found = next(each for each in status["scrub"]["findings"] if each["table"] == "L3Lag")
     level = max(status["tables"], key=lambda each: each["used"])
     table = f'{{instance="0",table="{level["table"]}"}}'
@@ -240,20 +181,22 @@ def check_metrics(velad, promtool):
 
 
 def main(velad, promtool):
-    watcher, idle = Watcher(velad.path), Peer(velad.path)
-    idle.send(request="watch")
+    watcher, idle = Watcher(velad.path), Operator(velad.path)
+    idle.send({"request": "watch"})
     feed = check_routes(velad, watcher, idle)
     check_scrubbing(velad, watcher)
     check_hits(velad)
     check_thresholds(velad, watcher)
     check_reload(velad)
     check_metrics(velad, promtool)
-    check_unit(velad.folder, os.path.dirname(velad.file))
+    check_unit(velad)
     feed.close()
     if watcher.heard(event="gap"):
         fail(f"a gap: {watcher.heard(event='gap')[0]}")
+    velad.process.terminate()
+    if velad.process.wait(10):
+        fail("velad did not end well")
 
 
 if __name__ == "__main__":
-    with tempfile.TemporaryDirectory() as scratch, Velad(sys.argv[1], scratch) as running:
-        main(running, sys.argv[2])
+    run(main, settings=SETTINGS)
