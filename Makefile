@@ -4,7 +4,8 @@
 PACKAGES := g++ clang clang-format clang-tidy cmake ninja-build nlohmann-json3-dev libcli11-dev \
             libsimdjson-dev libgtest-dev libbenchmark-dev llvm pkgconf libmnl-dev libuv1-dev libsystemd-dev \
             prometheus-cpp-dev
-LIVE := abigail-tools debootstrap frr iproute2 python3 xz-utils
+PROMTOOL := build/live/usr/bin/promtool
+LIVE := abigail-tools bird2 debootstrap frr iproute2 python3 xz-utils
 PEERS := pkgconf libdpdk-dev libcuckoo-dev
 SUDO := $(shell [ "$$(id -u)" = 0 ] || echo sudo)
 JOBS := $(shell nproc)
@@ -13,7 +14,7 @@ SOURCES = $(shell git ls-files '*.h' '*.cpp')
 # Seconds that each fuzz target runs.
 FUZZ_SECONDS := 60
 
-.PHONY: demo live test test-live abi-baseline docs soak bench peers fuzz coverage deb format check lint \
+.PHONY: demo live test test-live abi-baseline docs soak bench bench-velad peers fuzz coverage deb format check lint \
         packages release clean
 
 # Builds what it needs of the release, no more.
@@ -57,8 +58,17 @@ test-live: packages deb
 	$(call timed,static libraries,tests/consumer.sh static $(CURDIR)/build/release c++)
 	$(call timed,docs,$(MAKE) --no-print-directory docs)
 	$(call timed,frr,$(MAKE) --no-print-directory release-velad release-velatable && \
-	    tests/live/frr.sh && tests/live/offer.py build/release/velad 500000)
+	    tests/live/frr.sh && tests/live/bird.sh && tests/live/offer.py build/release/velad 500000 && \
+	    tests/live/offload.py build/release/velad && \
+	    tests/live/kill.py build/release/velad build/release/velatable 50)
+	$(call timed,operate,$(MAKE) --no-print-directory $(PROMTOOL) && \
+	    tests/live/operate.py build/release/velad $(PROMTOOL))
 	@cat build/times
+
+# The checker of metrics, without the server that it comes with, which would be started.
+$(PROMTOOL):
+	@mkdir -p build/live && cd build/live && apt-get download -qq prometheus && \
+	    dpkg-deb --fsys-tarfile prometheus_*.deb | tar x ./usr/bin/promtool && rm prometheus_*.deb
 
 # Describes the libraries as they are for those of later releases to be compared with.
 abi-baseline: packages
@@ -95,6 +105,10 @@ coverage: packages
 bench: peers
 	$(MAKE) --no-print-directory release-vela_bench
 	build/release/bench/vela_bench --json=build/bench.json $(if $(QUICK),--quick)
+
+# What velad takes from a message to the registers.
+bench-velad: release-velad
+	bench/velad.py build/release/velad
 
 peers:
 	@for p in $(PEERS); do \

@@ -229,6 +229,7 @@ Configuration ConfigurationReader::read(const Json& json) {
       }
     };
   };
+  SourceSettings fpmSource{"fpm"};
   bool fpmAnywhere = false;
   bool metricsAnywhere = false;
   const Handler metrics = [&](const Json& value) {
@@ -238,8 +239,19 @@ Configuration ConfigurationReader::read(const Json& json) {
     each(value, "fpm",
          {{"listen", text(listen)},
           {"anywhere", flag(fpmAnywhere)},
-          {"quiet", seconds(all_.routes.quiet)},
-          {"longest", seconds(all_.routes.longest)}});
+          {"quiet", seconds(fpmSource.quiet)},
+          {"longest", seconds(fpmSource.longest)},
+          {"offload", flag(fpmSource.answered)}});
+  };
+  SourceSettings kernelSource{"kernel"};
+  const Handler kernel = [&](const Json& value) {
+    each(value, "kernel",
+         {{"quiet", seconds(kernelSource.quiet)},
+          {"longest", seconds(kernelSource.longest)},
+          {"receiveBuffer", [this](const Json& bytes) {
+             all_.kernelReceiveBuffer =
+                 static_cast<U32>(VelaAgent::numberFromJson(bytes, U32{1} << 30));
+           }}});
   };
   each(json, "",
        {{"profile", [](const Json&) {}},
@@ -249,6 +261,7 @@ Configuration ConfigurationReader::read(const Json& json) {
         {"interfaces", named("interfaces", &ConfigurationReader::readPorts)},
         {"tables", named("tables", &ConfigurationReader::readTable)},
         {"fpm", fpm},
+        {"kernel", kernel},
         {"metrics", metrics},
         {"thresholds", [this](const Json& value) { readThresholds(value); }},
         {"scrub", [this](const Json& value) { readScrub(value); }},
@@ -258,6 +271,10 @@ Configuration ConfigurationReader::read(const Json& json) {
            all_.routes.queueMost = VelaAgent::numberFromJson(value, 1U << 24);
            if (all_.routes.queueMost == 0) throw InputException("is to be 1 or more");
          }}});
+  // zebra is listened for where nothing else is said.
+  const bool fromKernel = json.contains("kernel");
+  if (!fromKernel || json.contains("fpm")) all_.routes.sources.push_back(fpmSource);
+  if (fromKernel) all_.routes.sources.push_back(kernelSource);
   at("fpm.listen", [&] {
     std::tie(all_.fpmAddress, all_.fpmPort) =
         readListen(listen, fpmAnywhere, "programs the switch");

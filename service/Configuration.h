@@ -12,8 +12,9 @@ struct Configuration {
   std::string control;  ///< The path of the control socket.
   std::string fpmAddress = "127.0.0.1";
   U16 fpmPort = 2620;
-  std::string metrics;       ///< ADDRESS:PORT to be scraped at; empty for nowhere.
-  std::string log = "info";  ///< The least level that is logged.
+  U32 kernelReceiveBuffer = U32{4} << 20;  ///< Bytes that wait of what the kernel says.
+  std::string metrics;                     ///< ADDRESS:PORT to be scraped at; empty for nowhere.
+  std::string log = "info";                ///< The least level that is logged.
   RouteSettings routes;
   UpkeepSettings upkeep;
 };

@@ -70,6 +70,8 @@ struct RouteMessage {
   bool withdrawn = false;
   U32 nexthop = 0;  ///< The next hop's id; 0 where `hop` says it.
   Hop hop;
+  U32 preference = 0;  ///< A source may have several routes of a name; the lowest counts.
+  U8 protocol = 0;     ///< Whose route it is, by the kernel's number (RTPROT_BGP and so on).
 };
 
 using Message = std::variant<NexthopMessage, RouteMessage>;

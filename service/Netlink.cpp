@@ -1,17 +1,24 @@
 #include "service/Netlink.h"
 
 #include <libmnl/libmnl.h>
+#include <linux/if.h>
 #include <linux/lwtunnel.h>
+#include <linux/neighbour.h>
 #include <linux/nexthop.h>
 #include <linux/rtnetlink.h>
 #include <netinet/in.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
+#include <optional>
 
 namespace VelaService {
 
 namespace {
+
+/// A neighbour's route is behind all others of its address.
+constexpr U32 neighbourPreference = ~U32{0};
 
 /// Attributes by their types, up to the last that is known.
 template <std::size_t types>
@@ -66,6 +73,14 @@ Attributes<types> attributesOf(const nlmsghdr* message) {
   const auto* last = reinterpret_cast<const char*>(message) + message->nlmsg_len;
   end = std::min(end, last);
   return attributesIn<types>(begin, begin < end ? static_cast<std::size_t>(end - begin) : 0);
+}
+
+/// What a message begins with; attributesOf() has seen that it is there.
+template <class Fixed>
+Fixed headOf(const nlmsghdr* message) {
+  Fixed head;
+  std::memcpy(&head, mnl_nlmsg_get_payload(message), sizeof head);
+  return head;
 }
 
 /// A next hop of an interface and perhaps a gateway, by the types that these have where it stands.
@@ -147,9 +162,9 @@ RouteName nameOf(const rtmsg& head, const Attributes<RTA_MAX + 1>& all) {
 
 RouteMessage readRoute(const nlmsghdr* message) {
   const auto all = attributesOf<RTA_MAX + 1, rtmsg>(message);
-  rtmsg head;
-  std::memcpy(&head, mnl_nlmsg_get_payload(message), sizeof head);
+  const auto head = headOf<rtmsg>(message);
   RouteMessage route{nameOf(head, all), message->nlmsg_type == RTM_DELROUTE};
+  route.protocol = head.rtm_protocol;
   if (route.withdrawn) return route;
   route.hop = hopOfType(head.rtm_type, all);
   if (head.rtm_type == RTN_UNICAST) route.nexthop = all.number(RTA_NH_ID);
@@ -177,30 +192,171 @@ NexthopMessage readNexthop(const nlmsghdr* message) {
   return nexthop;
 }
 
-}  // namespace
-
-void readNetlink(std::span<const char> bytes, const MessageListener& listener) {
+template <class Visitor>
+void forEachMessage(std::span<const char> bytes, const Visitor& visit) {
   auto left = static_cast<int>(bytes.size());
   const auto* message = reinterpret_cast<const nlmsghdr*>(bytes.data());
   // The library takes a length beyond all integers for a negative one, which fits.
   const auto fits = [&] {
     return mnl_nlmsg_ok(message, left) && message->nlmsg_len <= static_cast<U32>(left);
   };
-  for (; fits(); message = mnl_nlmsg_next(message, &left)) {
+  for (; fits(); message = mnl_nlmsg_next(message, &left)) visit(message);
+  if (left > 0) throw MalformedMessage("bytes that are no message");
+}
+
+/// A route of the kernel's that packets from other hosts may take.
+std::optional<RouteMessage> readKernelRoute(const nlmsghdr* message) {
+  RouteMessage route = readRoute(message);
+  const auto head = headOf<rtmsg>(message);
+  const bool loopback = route.route.address[0] == 127;
+  if (head.rtm_family != AF_INET || (head.rtm_flags & RTM_F_CLONED) != 0 || head.rtm_tos != 0 ||
+      loopback || head.rtm_type == RTN_BROADCAST || head.rtm_type == RTN_ANYCAST ||
+      head.rtm_type == RTN_MULTICAST) {
+    return std::nullopt;
+  }
+  const U32 metric = attributesOf<RTA_MAX + 1, rtmsg>(message).number(RTA_PRIORITY);
+  route.preference = std::min(metric, neighbourPreference - 2) + 1;
+  if (route.route.table == RT_TABLE_LOCAL) {
+    route.route.table = RT_TABLE_MAIN;
+    route.preference = 0;
+  }
+  return route;
+}
+
+}  // namespace
+
+void readNetlink(std::span<const char> bytes, const MessageListener& listener) {
+  forEachMessage(bytes, [&](const nlmsghdr* message) {
     switch (message->nlmsg_type) {
       case RTM_NEWROUTE:
       case RTM_DELROUTE:
-        listener(readRoute(message));
-        break;
+        return listener(readRoute(message));
       case RTM_NEWNEXTHOP:
       case RTM_DELNEXTHOP:
+        return listener(readNexthop(message));
+      default:
+        return;
+    }
+  });
+}
+
+KernelStream::Link KernelStream::readLink(const void* bytes) {
+  const auto* message = static_cast<const nlmsghdr*>(bytes);
+  const auto all = attributesOf<IFLA_LINKINFO + 1, ifinfomsg>(message);
+  Link link{(headOf<ifinfomsg>(message).ifi_flags & IFF_UP) != 0, all.number(IFLA_MASTER)};
+  if (all.has(IFLA_IFNAME)) link.name.assign(all.bytes(IFLA_IFNAME), all.size(IFLA_IFNAME));
+  if (!all.has(IFLA_LINKINFO)) return link;
+  const auto about =
+      attributesIn<IFLA_INFO_DATA + 1>(all.bytes(IFLA_LINKINFO), all.size(IFLA_LINKINFO));
+  static constexpr std::string_view vrf("vrf", 4);
+  const bool isVrf =
+      about.has(IFLA_INFO_KIND) && about.has(IFLA_INFO_DATA) &&
+      std::string_view(about.bytes(IFLA_INFO_KIND), about.size(IFLA_INFO_KIND)) == vrf;
+  if (isVrf) {
+    link.table =
+        attributesIn<IFLA_VRF_MAX + 1>(about.bytes(IFLA_INFO_DATA), about.size(IFLA_INFO_DATA))
+            .number(IFLA_VRF_TABLE);
+  }
+  return link;
+}
+
+RouteMessage KernelStream::readNeighbour(const void* bytes) const {
+  const auto* message = static_cast<const nlmsghdr*>(bytes);
+  const auto all = attributesOf<NDA_MAX + 1, ndmsg>(message);
+  const auto head = headOf<ndmsg>(message);
+  RouteMessage route{{RT_TABLE_MAIN, AF_INET, 32}};
+  const U32 address = all.number(NDA_DST);
+  std::memcpy(route.route.address.data(), &address, sizeof address);
+  route.preference = neighbourPreference;
+  route.hop = {Hop::Kind::gateway, Refusal::none, false, static_cast<U32>(head.ndm_ifindex),
+               ntohl(address)};
+  constexpr U16 resolved = NUD_PERMANENT | NUD_REACHABLE | NUD_STALE | NUD_DELAY | NUD_PROBE;
+  route.withdrawn = message->nlmsg_type == RTM_DELNEIGH || (head.ndm_state & resolved) == 0;
+  const auto link = links_.find(route.hop.interface);
+  const auto master = link == links_.end() ? link : links_.find(link->second.master);
+  if (master != links_.end() && master->second.table != 0) route.route.table = master->second.table;
+  return route;
+}
+
+KernelStream::Heard KernelStream::received(std::span<const char> bytes,
+                                           const MessageListener& listener) {
+  Heard heard;
+  forEachMessage(bytes, [&](const nlmsghdr* message) {
+    heard.doubtful = heard.doubtful || (message->nlmsg_flags & NLM_F_DUMP_INTR) != 0;
+    switch (message->nlmsg_type) {
+      case NLMSG_ERROR:
+        if (mnl_nlmsg_get_payload_len(message) < sizeof(nlmsgerr)) {
+          throw MalformedMessage("a short message");
+        }
+        // What is asked for comes when there is room for it, or is not to be had.
+        heard.dumped = heard.dumped || headOf<nlmsgerr>(message).error != -ENOBUFS;
+        break;
+      case NLMSG_DONE:
+        heard.dumped = true;
+        break;
+      case RTM_NEWROUTE:
+      case RTM_DELROUTE:
+        if (const auto route = readKernelRoute(message)) listener(*route);
+        break;
+      case RTM_DELNEXTHOP:
+        heard.doubtful = true;
+        [[fallthrough]];
+      case RTM_NEWNEXTHOP:
         listener(readNexthop(message));
+        break;
+      case RTM_NEWLINK: {
+        const Link link = readLink(message);
+        const auto number = static_cast<U32>(headOf<ifinfomsg>(message).ifi_index);
+        const auto [at, isNew] = links_.try_emplace(number, link);
+        heard.doubtful = heard.doubtful || (!isNew && at->second != link);
+        at->second = link;
+        break;
+      }
+      // Routes go with links and addresses, and the kernel does not say so.
+      case RTM_DELLINK:
+      case RTM_DELADDR:
+        heard.doubtful = true;
+        break;
+      case RTM_NEWNEIGH:
+      case RTM_DELNEIGH:
+        if (attributesOf<NDA_MAX + 1, ndmsg>(message).has(NDA_DST) &&
+            headOf<ndmsg>(message).ndm_family == AF_INET) {
+          listener(readNeighbour(message));
+        }
         break;
       default:
         break;
     }
+  });
+  return heard;
+}
+
+std::string offloadFrame(const RouteMessage& route, bool programmed) {
+  const RouteName& name = route.route;
+  alignas(nlmsghdr) std::array<char, 128> buffer{};
+  nlmsghdr* message = mnl_nlmsg_put_header(buffer.data());
+  message->nlmsg_type = RTM_NEWROUTE;
+  auto* head = static_cast<rtmsg*>(mnl_nlmsg_put_extra_header(message, sizeof(rtmsg)));
+  const bool drops = route.nexthop == 0 && route.hop.kind == Hop::Kind::drop;
+  head->rtm_family = name.family;
+  head->rtm_dst_len = name.len;
+  head->rtm_table = static_cast<U8>(name.table < 256 ? name.table : U32{RT_TABLE_COMPAT});
+  head->rtm_protocol = route.protocol;
+  head->rtm_type = static_cast<U8>(drops ? int{RTN_BLACKHOLE} : int{RTN_UNICAST});
+  head->rtm_flags = programmed ? RTM_F_OFFLOAD : RTM_F_OFFLOAD_FAILED;
+  mnl_attr_put(message, RTA_DST, name.family == AF_INET ? 4 : 16, name.address.data());
+  mnl_attr_put_u32(message, RTA_TABLE, name.table);
+  if (route.nexthop != 0) {
+    mnl_attr_put_u32(message, RTA_NH_ID, route.nexthop);
+  } else if (!drops) {
+    mnl_attr_put_u32(message, RTA_OIF, route.hop.interface);
+    if (route.hop.gateway != 0) {
+      mnl_attr_put_u32(message, RTA_GATEWAY, htonl(route.hop.gateway));
+    }
   }
-  if (left > 0) throw MalformedMessage("bytes that are no message");
+  const std::size_t size = FpmStream::headerSize + message->nlmsg_len;
+  std::string frame{1, 1, static_cast<char>(size >> 8), static_cast<char>(size)};
+  return frame.append(buffer.data(), message->nlmsg_len);
 }
 
 void FpmStream::received(std::span<const char> bytes, const MessageListener& listener) {

@@ -2,6 +2,7 @@
 
 #include <span>
 #include <stdexcept>
+#include <unordered_map>
 
 #include "service/Messages.h"
 
@@ -17,6 +18,10 @@ class MalformedMessage : public std::runtime_error {
 /// those of routes and next hops. Throws MalformedMessage; what came before it was told.
 void readNetlink(std::span<const char> bytes, const MessageListener& listener);
 
+/// The frame that tells a forwarding plane manager's client whether its route is in hardware:
+/// RTM_NEWROUTE with RTM_F_OFFLOAD or RTM_F_OFFLOAD_FAILED.
+std::string offloadFrame(const RouteMessage& route, bool programmed);
+
 /// Cuts the stream of a forwarding plane manager's client into frames and reads their messages: a
 /// header of four bytes (version 1, type 1, the length in network order, header included), netlink
 /// messages behind it.
@@ -30,6 +35,35 @@ class FpmStream {
 
  private:
   std::vector<char> frame_;  ///< What there is of a frame.
+};
+
+/// Reads what the kernel says of IPv4 routes, next hops, links and neighbours, and tells it as
+/// routes and next hops. Routes of the local table, the switch's own addresses, are told as the
+/// main table's, and neighbours that are resolved as routes of theirs alone; what is looked up
+/// before others is preferred. What concerns no other host is left out.
+class KernelStream {
+ public:
+  struct Heard {
+    bool dumped = false;    ///< What was asked for came to its end.
+    bool doubtful = false;  ///< Routes may have changed without a word: all is to be asked for.
+  };
+  /// All is asked for from the start.
+  void begin() { links_.clear(); }
+  /// Takes a datagram, aligned for messages. Throws MalformedMessage.
+  Heard received(std::span<const char> bytes, const MessageListener& listener);
+
+ private:
+  struct Link {
+    bool up = false;
+    U32 master = 0;  ///< Another link's number, or 0.
+    U32 table = 0;   ///< Of a VRF's link; 0 for others.
+    std::string name;
+    bool operator==(const Link&) const = default;
+  };
+  static Link readLink(const void* message);
+  RouteMessage readNeighbour(const void* message) const;
+
+  std::unordered_map<U32, Link> links_;  ///< By number.
 };
 
 }  // namespace VelaService

@@ -30,17 +30,10 @@ namespace {
 /// How many routes go down together.
 constexpr std::size_t batchSize = VelaSwitchApi::batchMost;
 
-RouteName nameOf(const LpmKey& key, U32 table) {
-  RouteName name{table, AF_INET, key.prefix().len()};
-  const U32 address = htonl(key.prefix().address().number());
-  std::memcpy(name.address.data(), &address, sizeof address);
-  return name;
-}
-
-LpmKey keyOf(const RouteName& name, U8 vrf) {
-  U32 address = 0;
-  std::memcpy(&address, name.address.data(), sizeof address);
-  return {vrf, Ipnet::IpPrefix(Ipnet::IpAddr(ntohl(address)), name.len)};
+/// Why a route that is in no VRF cannot be had.
+Refusal refusalOf(const RouteName& name) {
+  if (name.family == AF_INET) return Refusal::unknownTable;
+  return name.family == AF_INET6 ? Refusal::ipv6 : Refusal::mpls;
 }
 
 }  // namespace
@@ -52,6 +45,7 @@ RouteService::RouteService(VelaAgent::Agent& agent, RouteSettings settings, Inte
       routeEntries_(agent.entriesOf("Route", 0)),
       lagEntries_(agent.entriesOf("L3Lag", 0)),
       nexthops_(settings_.nexthopFile, [this](U8 lag, U64 ports) { return writeLag(lag, ports); }),
+      sources_(settings_.sources.size()),
       rebuilt_(agent.entriesOf("Route", 0).unclaimed() != 0 ||
                agent.entriesOf("L3Lag", 0).unclaimed() != 0) {
   for (const auto& [table, vrf] : settings_.vrfs) tables_[vrf] = table;
@@ -61,7 +55,7 @@ RouteService::RouteService(VelaAgent::Agent& agent, RouteSettings settings, Inte
 
 RouteService::~RouteService() { agent_.routeWriter().routes().entryStatuses().observerDel(this); }
 
-/// Routes that hardware holds are routes of a connection that is past.
+/// Routes that hardware holds are nobody's so far.
 void RouteService::rebuild() {
   lagEntries_.forEachEntry([&](VelaAgent::AnyRef key, VelaAgent::AnyRef result) {
     const U16 lag = key.as<L3LagIndex>().value();
@@ -72,17 +66,16 @@ void RouteService::rebuild() {
   routeEntries_.forEachEntry([&](VelaAgent::AnyRef key, VelaAgent::AnyRef result) {
     const auto& at = key.as<LpmKey>();
     const auto& to = result.as<NexthopIndexes>();
-    const auto table = tables_.find(at.vrf());
     const U16 lag = to.l3LagIndex().value();
     if (lag >= Nexthops::lagCount) return;
     const Slot slot{static_cast<U8>(lag), to.rewriteIndex()};
     nexthops_.rebuilt(slot);
     // What is in no VRF of ours goes with all that nobody claims.
-    if (table == tables_.end()) return orphans_.push_back(slot);
-    Route& route = routes_[nameOf(at, table->second)];
+    if (!tables_.contains(at.vrf())) return orphans_.push_back(slot);
+    Route& route = routes_[idOf(at)];
     route.slot = slot;
     route.placed = true;
-    ++figures_.routes;
+    count(route.offer, true);
     wantedIs(route, true);
     statusIs(at, route, routeEntries_.status(key));
   });
@@ -99,82 +92,258 @@ bool RouteService::writeLag(U8 lag, U64 ports) {
   return lagEntries_.announce(key, result) == EntryProgrammedStatus::programmed;
 }
 
-void RouteService::connected(Clock::time_point now) {
-  connected_ = true;
-  swept_ = sweeping_ = false;
-  since_ = last_ = now;
-  ++connection_;
-  ++figures_.connections;
-  figures_.announced = 0;
+RouteService::RouteId RouteService::idOf(const LpmKey& key) {
+  const Ipnet::IpPrefix& prefix = key.prefix();
+  return U64{key.vrf()} << 40 | U64{prefix.len()} << 32 | prefix.address().number();
+}
+
+/// Nothing for a route that is in no VRF.
+std::optional<RouteService::RouteId> RouteService::idOf(const RouteName& name) const {
+  const auto vrf = settings_.vrfs.find(name.table);
+  if (name.family != AF_INET || vrf == settings_.vrfs.end()) return std::nullopt;
+  U32 address = 0;
+  std::memcpy(&address, name.address.data(), sizeof address);
+  return idOf({vrf->second, Ipnet::IpPrefix(Ipnet::IpAddr(ntohl(address)), name.len)});
+}
+
+LpmKey RouteService::keyOf(RouteId id) {
+  return {static_cast<U8>(id >> 40),
+          Ipnet::IpPrefix(Ipnet::IpAddr(static_cast<U32>(id)), static_cast<U8>(id >> 32))};
+}
+
+RouteName RouteService::nameOf(RouteId id) const {
+  const LpmKey key = keyOf(id);
+  RouteName name{tables_.at(key.vrf()), AF_INET, key.prefix().len()};
+  const U32 address = htonl(key.prefix().address().number());
+  std::memcpy(name.address.data(), &address, sizeof address);
+  return name;
+}
+
+void RouteService::connected(SourceId from, Clock::time_point now) {
+  if (sweeping_ == from) sweeping_.reset();
+  Source& source = sources_[from];
+  source.since = source.last = now;
+  source.told = false;
+  ++source.connection;
+  source.figures.connected = true;
+  source.figures.complete = false;
+  ++source.figures.connections;
+  source.figures.announced = 0;
+  while (answer(from)) continue;
   // The next daemon may call other things by the same numbers.
-  objects_.clear();
+  source.objects.clear();
   interfaces_.clear();
 }
 
-void RouteService::take(const Message& message, Clock::time_point now) {
-  last_ = now;
-  ++figures_.messages;
-  std::visit([this](const auto& each) { take(each); }, message);
+void RouteService::disconnected(SourceId from, bool malformed) {
+  sources_[from].figures.connected = false;
+  sources_[from].figures.malformed += malformed;
 }
 
-void RouteService::take(const RouteMessage& message) {
+void RouteService::take(SourceId from, const Message& message, Clock::time_point now) {
+  sources_[from].last = now;
+  ++sources_[from].figures.messages;
+  std::visit([&](const auto& each) { take(from, each); }, message);
+}
+
+void RouteService::take(SourceId from, const RouteMessage& message) {
+  Source& source = sources_[from];
+  Offer offer{message.hop, message.nexthop, message.preference, source.connection,
+              from,        message.protocol};
+  const auto id = idOf(message.route);
+  if (!id) return foreignIs(message.route, offer, !message.withdrawn);
   if (message.withdrawn) {
-    const auto at = routes_.find(message.route);
-    if (at == routes_.end()) return;
-    wantedIs(at->second, false);
-    return enqueue(*at);
+    const auto at = routes_.find(*id);
+    if (at == routes_.end() || !at->second.wanted) return;
+    if (at->second.offer.rank() == offer.rank()) return offerDel(*at);
+    return beatenIs(*id, offer, false);
   }
-  const auto [at, isNew] = routes_.try_emplace(message.route);
-  Route& route = at->second;
-  figures_.routes += isNew;
-  figures_.announced += isNew || route.connection != connection_;
-  const Hop hop = message.nexthop != 0 ? resolved(message.nexthop) : message.hop;
-  // One that is there as announced costs nothing; one that was rebuilt has to be claimed.
-  const bool same = route.wanted && route.hop == hop && route.placed && route.connection != 0 &&
-                    route.refusal == Refusal::none;
-  awaited_ = awaited_ || hop.refusal == Refusal::unknownNexthop;
-  route.hop = hop;
-  route.nexthop = message.nexthop;
-  route.connection = connection_;
-  wantedIs(route, true);
-  if (!same) enqueue(*at);
+  if (message.nexthop != 0) offer.hop = resolved(source, message.nexthop);
+  source.awaited = source.awaited || offer.hop.refusal == Refusal::unknownNexthop;
+  Routes::value_type& each = *routes_.try_emplace(*id).first;
+  const Route& route = each.second;
+  // What hardware held was perhaps a better source's, which will say so.
+  const bool others =
+      route.offer.source == nobody ? !heard(from) : route.offer.rank() < offer.rank();
+  if (route.wanted && others) return beatenIs(*id, offer, true);
+  offerIs(each, offer);
 }
 
-Hop RouteService::resolved(U32 id) const {
+/// There is such a route that no VRF can have, and that is refused at once, or there is none.
+void RouteService::foreignIs(const RouteName& name, const Offer& offer, bool there) {
+  Source& source = sources_[offer.source];
+  const auto at = source.foreign.find(name);
+  if (at != source.foreign.end()) foreignDel(source, at);
+  if (!there) return;
+  source.foreign.emplace(name, offer);
+  count(offer, true);
+  ++figures_.wanted;
+  ++figures_.refused[static_cast<std::size_t>(refusalOf(name))];
+  if (settings_.sources[offer.source].answered) source.answers.push_back(name);
+}
+
+void RouteService::foreignDel(Source& source, Foreign::iterator at) {
+  count(at->second, false);
+  --figures_.wanted;
+  --figures_.refused[static_cast<std::size_t>(refusalOf(at->first))];
+  source.foreign.erase(at);
+}
+
+/// Whether all sources before this one told what they have, since the start.
+bool RouteService::heard(SourceId before) const {
+  return std::all_of(sources_.begin(), sources_.begin() + before,
+                     [](const Source& each) { return each.heard; });
+}
+
+/// What the offer's source adds to its figures, or takes away.
+void RouteService::count(const Offer& offer, bool there) {
+  const U64 by = there ? 1 : ~U64{0};
+  if (offer.source == nobody) {
+    figures_.unclaimed += by;
+    return;
+  }
+  Source& source = sources_[offer.source];
+  source.figures.routes += by;
+  if (offer.connection == source.connection) source.figures.announced += by;
+}
+
+/// An offer that counts now: its source's former one, or one that others have to give way to.
+void RouteService::offerIs(Routes::value_type& each, const Offer& offer) {
+  Route& route = each.second;
+  const Offer before = route.offer;
+  // One that is there as announced costs nothing; one that was rebuilt has to be claimed.
+  const bool same = route.wanted && before.source != nobody && before.hop == offer.hop &&
+                    route.placed && route.refusal == Refusal::none;
+  if (route.wanted) {
+    count(before, false);
+    if (before.source == nobody) {
+      // It may have waited for better ones to be heard.
+      beatenIs(each.first, offer, false);
+    } else if (before.rank() != offer.rank()) {
+      beatenIs(each.first, before, true);
+    }
+  }
+  count(offer, true);
+  route.offer = offer;
+  route.told = false;
+  wantedIs(route, true);
+  same ? answerIs(each.first, route) : enqueue(each);
+}
+
+/// The source whose route it is shall be told what became of it, when that is known.
+void RouteService::answerIs(RouteId id, Route& route) {
+  const SourceId source = route.offer.source;
+  if (source == nobody || !settings_.sources[source].answered) return;
+  if (!std::exchange(route.answering, true)) sources_[source].answers.push_back(nameOf(id));
+}
+
+std::optional<RouteService::Answer> RouteService::answer(SourceId to) {
+  Source& source = sources_[to];
+  while (!source.answers.empty()) {
+    const RouteName name = source.answers.front();
+    source.answers.pop_front();
+    const auto said = [&](const Offer& offer, bool programmed) {
+      return Answer{{name, false, offer.nexthop, offer.hop, offer.preference, offer.protocol},
+                    programmed};
+    };
+    const auto id = idOf(name);
+    if (!id) {
+      const auto foreign = source.foreign.find(name);
+      if (foreign != source.foreign.end()) return said(foreign->second, false);
+      continue;
+    }
+    const auto at = routes_.find(*id);
+    if (at == routes_.end()) continue;
+    Route& route = at->second;
+    route.answering = false;
+    const Offer& offer = route.offer;
+    // What is queued is told afterwards.
+    if (route.queued || offer.source != to || offer.connection != source.connection) continue;
+    const bool programmed = route.status == EntryProgrammedStatus::programmed;
+    if (std::exchange(route.told, true) && route.toldOf == programmed) continue;
+    route.toldOf = programmed;
+    return said(offer, programmed);
+  }
+  return std::nullopt;
+}
+
+/// The offer that counts is gone: the next one does.
+void RouteService::offerDel(Routes::value_type& each) {
+  Route& route = each.second;
+  count(route.offer, false);
+  const auto others = beaten_.find(each.first);
+  if (others == beaten_.end()) {
+    wantedIs(route, false);
+  } else {
+    const auto byRank = [](const Offer& one, const Offer& other) {
+      return one.rank() < other.rank();
+    };
+    route.offer = *std::min_element(others->second.begin(), others->second.end(), byRank);
+    count(route.offer, true);
+    beatenIs(each.first, route.offer, false);
+  }
+  enqueue(each);
+}
+
+/// There is such an offer beside the one that counts, or there is none.
+void RouteService::beatenIs(RouteId id, const Offer& offer, bool there) {
+  // It may lie there.
+  const Offer copy = offer;
+  std::vector<Offer>& offers = beaten_[id];
+  std::erase_if(offers, [&](const Offer& each) {
+    if (each.rank() != copy.rank()) return false;
+    count(each, false);
+    return true;
+  });
+  if (there) {
+    count(copy, true);
+    offers.push_back(copy);
+  }
+  if (offers.empty()) beaten_.erase(id);
+}
+
+Hop RouteService::resolved(const Source& source, U32 id) {
   static constexpr Hop unknown{Hop::Kind::drop, Refusal::unknownNexthop};
-  const auto at = objects_.find(id);
-  if (at == objects_.end()) return unknown;
+  const auto at = source.objects.find(id);
+  if (at == source.objects.end()) return unknown;
   const std::vector<U32>& group = at->second.group;
   if (group.empty()) return at->second.hop;
-  const auto first = objects_.find(group.front());
-  if (first == objects_.end() || !first->second.group.empty()) return unknown;
+  const auto first = source.objects.find(group.front());
+  if (first == source.objects.end() || !first->second.group.empty()) return unknown;
   Hop hop = first->second.hop;
   hop.ofSeveral = group.size() > 1;
   return hop;
 }
 
-void RouteService::take(const NexthopMessage& message) {
+void RouteService::take(SourceId from, const NexthopMessage& message) {
+  Source& source = sources_[from];
   // Its routes are withdrawn or changed by messages of their own.
   if (message.withdrawn) {
-    objects_.erase(message.id);
-    awaited_ = true;
+    source.objects.erase(message.id);
+    source.awaited = true;
     return;
   }
-  const auto [at, isNew] = objects_.try_emplace(message.id);
+  const auto [at, isNew] = source.objects.try_emplace(message.id);
   Nexthop& object = at->second;
   const bool same = !isNew && object.hop == message.hop && object.group == message.group;
   object = {message.hop, message.group};
-  if (same || (isNew && !awaited_)) return;
-  awaited_ = false;
-  enqueueAll([&](Route& route) {
-    if (route.nexthop == 0 || route.connection != connection_ || !route.wanted) return false;
-    const Hop hop = resolved(route.nexthop);
-    awaited_ = awaited_ || hop.refusal == Refusal::unknownNexthop;
+  if (same || (isNew && !source.awaited)) return;
+  source.awaited = false;
+  const auto changes = [&](Offer& offer) {
+    if (offer.source != from || offer.nexthop == 0 || offer.connection != source.connection) {
+      return false;
+    }
+    const Hop hop = resolved(source, offer.nexthop);
+    source.awaited = source.awaited || hop.refusal == Refusal::unknownNexthop;
     // It stays with a next hop that is gone until its own message comes.
-    if (hop == route.hop || hop.refusal == Refusal::unknownNexthop) return false;
-    route.hop = hop;
+    if (hop == offer.hop || hop.refusal == Refusal::unknownNexthop) return false;
+    offer.hop = hop;
     return true;
-  });
+  };
+  for (auto& [id, offers] : beaten_) {
+    for (Offer& offer : offers) changes(offer);
+  }
+  enqueueAll([&](RouteId, Route& route) { return route.wanted && changes(route.offer); });
 }
 
 void RouteService::enqueue(Routes::value_type& route) {
@@ -185,7 +354,7 @@ void RouteService::enqueue(Routes::value_type& route) {
 template <class Wanted>
 void RouteService::enqueueAll(const Wanted& wanted) {
   for (auto& route : routes_) {
-    if (wanted(route.second)) enqueue(route);
+    if (wanted(route.first, route.second)) enqueue(route);
   }
 }
 
@@ -198,14 +367,10 @@ const std::string* RouteService::interfaceName(U32 number) {
   return nullptr;
 }
 
-/// Finds a slot for a route that is wanted, and refers to it.
-Refusal RouteService::place(const RouteName& name, const Route& route, Placing& placing) {
-  if (name.family != AF_INET) return name.family == AF_INET6 ? Refusal::ipv6 : Refusal::mpls;
-  const auto vrf = settings_.vrfs.find(name.table);
-  if (vrf == settings_.vrfs.end()) return Refusal::unknownTable;
-  const Hop& hop = route.hop;
+/// Whose slot a route that is wanted has to have.
+Refusal RouteService::ownerOf(const Route& route, Nexthops::Owner& owner) {
+  const Hop& hop = route.offer.hop;
   if (hop.refusal != Refusal::none) return hop.refusal;
-  Nexthops::Owner owner;
   if (hop.kind == Hop::Kind::local) owner.ports = U64{1} << agent_.profile().ports();
   if (hop.kind == Hop::Kind::gateway) {
     const std::string* interface = interfaceName(hop.interface);
@@ -213,6 +378,11 @@ Refusal RouteService::place(const RouteName& name, const Route& route, Placing& 
     if (ports == settings_.portMasks.end()) return Refusal::noPort;
     owner = {ports->second, *interface, hop.gateway};
   }
+  return Refusal::none;
+}
+
+/// Finds a slot for the route, and refers to it.
+Refusal RouteService::place(const Nexthops::Owner& owner, RouteId id, Placing& placing) {
   switch (nexthops_.acquire(owner, placing.slot)) {
     case Nexthops::Outcome::noIndex:
       return Refusal::noIndex;
@@ -221,7 +391,7 @@ Refusal RouteService::place(const RouteName& name, const Route& route, Placing& 
     case Nexthops::Outcome::good:
       break;
   }
-  placing.key = keyOf(name, vrf->second);
+  placing.key = keyOf(id);
   placing.result = {L3LagIndex(placing.slot.lag), placing.slot.rewrite};
   return Refusal::none;
 }
@@ -239,6 +409,9 @@ void RouteService::wantedIs(Route& route, bool wanted) {
 
 void RouteService::statusIs(const LpmKey& key, Route& route, EntryProgrammedStatus status) {
   if (route.status == status) return;
+  Level& level = levelOf(idOf(key));
+  level.waiting += U64{status == EntryProgrammedStatus::tableFull} -
+                   U64{route.status == EntryProgrammedStatus::tableFull};
   const auto count = [this](EntryProgrammedStatus of) -> U64* {
     if (of == EntryProgrammedStatus::programmed) return &figures_.programmed;
     return of == EntryProgrammedStatus::tableFull ? &figures_.waiting : nullptr;
@@ -246,26 +419,28 @@ void RouteService::statusIs(const LpmKey& key, Route& route, EntryProgrammedStat
   if (U64* before = count(route.status)) --*before;
   if (U64* after = count(status)) ++*after;
   route.status = status;
+  answerIs(idOf(key), route);
   if (statusListener_) statusListener_(key, status);
 }
 
 /// The status of a route changed, perhaps for another's sake.
 void RouteService::handleKey(const LpmKey& key) {
-  const auto table = tables_.find(key.vrf());
-  if (table == tables_.end()) return;
-  const auto at = routes_.find(nameOf(key, table->second));
+  const auto at = routes_.find(idOf(key));
   if (at != routes_.end()) statusIs(key, at->second, routeEntries_.status(key));
 }
 
 /// Takes a route out of hardware if it is there, and then its reference.
-void RouteService::withdraw(Routes::value_type& route) {
-  if (!std::exchange(route.second.placed, false)) return;
-  const LpmKey key = keyOf(route.first, settings_.vrfs.at(route.first.table));
-  routeEntries_.withdraw(key);
-  agent_.settle();
-  nexthops_.release(route.second.slot);
-  figures_.ofSeveral -= std::exchange(route.second.ofSeveral, false);
-  statusIs(key, route.second, EntryProgrammedStatus::notProgrammed);
+void RouteService::withdraw(Routes::value_type& each) {
+  Route& route = each.second;
+  if (!route.placed && route.status == EntryProgrammedStatus::notProgrammed) return;
+  const LpmKey key = keyOf(each.first);
+  if (std::exchange(route.placed, false)) {
+    routeEntries_.withdraw(key);
+    agent_.settle();
+    nexthops_.release(route.slot);
+    figures_.ofSeveral -= std::exchange(route.ofSeveral, false);
+  }
+  statusIs(key, route, EntryProgrammedStatus::notProgrammed);
 }
 
 /// Routes have their new slots before their old ones are given up.
@@ -285,11 +460,44 @@ void RouteService::entryDone(std::size_t number, const VelaSwitchApi::EntryOutco
   if (route.placed) nexthops_.release(route.slot);
   route.slot = placing.slot;
   route.placed = true;
-  figures_.ofSeveral += U64{route.hop.ofSeveral} - U64{route.ofSeveral};
-  route.ofSeveral = route.hop.ofSeveral;
+  figures_.ofSeveral += U64{route.offer.hop.ofSeveral} - U64{route.ofSeveral};
+  route.ofSeveral = route.offer.hop.ofSeveral;
   statusIs(placing.key, route, outcome.status);
   const bool failed = outcome.status == EntryProgrammedStatus::hardwareError;
   refusalIs(route, failed ? Refusal::hardwareError : Refusal::none);
+}
+
+/// Carries out what was said of a route; it may be gone then.
+void RouteService::workOn(Routes::value_type& each) {
+  Route& route = each.second;
+  route.queued = false;
+  if (route.wanted) answerIs(each.first, route);
+  Level& level = levelOf(each.first);
+  level.held -= std::exchange(route.held, false);
+  if (!route.wanted) {
+    withdraw(each);
+    refusalIs(route, Refusal::none);
+    routes_.erase(each.first);
+    return;
+  }
+  Nexthops::Owner owner;
+  Placing placing{&route};
+  Refusal refusal = ownerOf(route, owner);
+  // A table that many wait for keeps records of them all; any of those takes room that comes.
+  if (refusal == Refusal::none && !route.placed &&
+      level.waiting - level.held >= settings_.waitingMost) {
+    route.held = true;
+    ++level.held;
+    refusalIs(route, Refusal::none);
+    return statusIs(keyOf(each.first), route, EntryProgrammedStatus::tableFull);
+  }
+  if (refusal == Refusal::none) refusal = place(owner, each.first, placing);
+  if (refusal != Refusal::none) {
+    withdraw(each);
+    return refusalIs(route, refusal);
+  }
+  placings_.push_back(placing);
+  if (placings_.size() == batchSize) announce();
 }
 
 void RouteService::work(std::size_t most) {
@@ -297,63 +505,88 @@ void RouteService::work(std::size_t most) {
   for (; most > 0 && !queue_.empty(); --most) {
     Routes::value_type& each = *queue_.front();
     queue_.pop_front();
-    Route& route = each.second;
-    route.queued = false;
-    if (!route.wanted) {
-      withdraw(each);
-      refusalIs(route, Refusal::none);
-      figures_.announced -= route.connection == connection_ && connection_ != 0;
-      --figures_.routes;
-      routes_.erase(each.first);
-      continue;
-    }
-    Placing placing{&route};
-    const Refusal refusal = place(each.first, route, placing);
-    if (refusal != Refusal::none) {
-      withdraw(each);
-      refusalIs(route, refusal);
-      continue;
-    }
-    placings_.push_back(placing);
-    if (placings_.size() == batchSize) announce();
+    ++carriedOut_;
+    workOn(each);
   }
   announce();
   if (!queue_.empty()) return;
-  if (sweeping_) return endSweep();
-  // Whoever was refused for want of an index may have one now.
+  sweeping_ ? endSweep() : tryAgain();
+}
+
+/// What others left may do for those that were refused for want of it.
+void RouteService::tryAgain() {
   if (nexthops_.freed() && figures_.refused[static_cast<std::size_t>(Refusal::noIndex)] != 0) {
-    enqueueAll([](const Route& route) { return route.refusal == Refusal::noIndex; });
+    enqueueAll([](RouteId, const Route& route) { return route.refusal == Refusal::noIndex; });
+  }
+  for (const Level& level : levels_) {
+    if (level.held == 0 || level.waiting - level.held > settings_.waitingMost / 2) continue;
+    U64 room = settings_.waitingMost - (level.waiting - level.held);
+    enqueueAll([&](RouteId id, const Route& route) {
+      if (!route.held || &levelOf(id) != &level || room == 0) return false;
+      --room;
+      return true;
+    });
   }
 }
 
 void RouteService::tick(Clock::time_point now) {
-  if (!queue_.empty()) return;
-  const bool quiet = now - last_ >= settings_.quiet || now - since_ >= settings_.longest;
-  if (connected_ && !swept_ && quiet) return beginSweep();
+  if (!idle()) return;
+  for (SourceId each = 0; each < sources_.size(); ++each) {
+    const Source& source = sources_[each];
+    if (!source.figures.connected || source.figures.complete) continue;
+    const SourceSettings& settings = settings_.sources[each];
+    if (source.told || now - source.last >= settings.quiet ||
+        now - source.since >= settings.longest) {
+      return beginSweep(each);
+    }
+  }
+  tryAgain();
   // Registers that failed may answer again.
   if (figures_.refused[static_cast<std::size_t>(Refusal::hardwareError)] != 0) {
-    enqueueAll([](const Route& route) { return route.refusal == Refusal::hardwareError; });
+    enqueueAll([](RouteId, const Route& route) { return route.refusal == Refusal::hardwareError; });
   }
 }
 
-void RouteService::beginSweep() {
-  swept_ = sweeping_ = true;
+/// What the source did not announce on this connection goes, and with the last source what hardware
+/// held and nobody announced.
+void RouteService::beginSweep(SourceId of) {
+  Source& source = sources_[of];
+  sweeping_ = of;
+  source.heard = true;
+  source.figures.removed = 0;
+  const bool last = rebuilt_ && heard(static_cast<SourceId>(sources_.size()));
   // Guesses that announced routes account for go without a write.
-  if (rebuilt_) agent_.complete();
-  removed_ = 0;
-  enqueueAll([this](Route& route) {
-    if (route.connection == connection_) return false;
-    wantedIs(route, false);
-    ++removed_;
-    return true;
-  });
+  if (last) agent_.complete();
+  const auto stale = [&](const Offer& offer) {
+    if (offer.source == nobody) return last;
+    return offer.source == of && offer.connection != source.connection;
+  };
+  for (auto at = beaten_.begin(); at != beaten_.end();) {
+    std::vector<Offer>& offers = at->second;
+    std::erase_if(offers, [&](const Offer& offer) {
+      if (stale(offer)) count(offer, false);
+      return stale(offer);
+    });
+    at = offers.empty() ? beaten_.erase(at) : std::next(at);
+  }
+  for (auto at = source.foreign.begin(); at != source.foreign.end();) {
+    const auto each = at++;
+    if (!stale(each->second)) continue;
+    foreignDel(source, each);
+    ++source.figures.removed;
+  }
+  for (auto& route : routes_) {
+    if (!route.second.wanted || !stale(route.second.offer)) continue;
+    offerDel(route);
+    ++source.figures.removed;
+  }
 }
 
 /// What no route stands for is left of the restart: rows of levels that no route was guessed from,
 /// and LAGs.
 void RouteService::endSweep() {
-  sweeping_ = false;
-  if (!std::exchange(rebuilt_, false)) return;
+  sources_[*std::exchange(sweeping_, std::nullopt)].figures.complete = true;
+  if (!heard(static_cast<SourceId>(sources_.size())) || !std::exchange(rebuilt_, false)) return;
   const auto ignore = [](const auto&) {};
   routeEntries_.reconcile(ignore);
   for (const auto& adapter : agent_.tables()) {
@@ -366,9 +599,12 @@ void RouteService::endSweep() {
 
 void RouteService::forEachRefused(
     const std::function<void(const RouteName&, Refusal)>& visit) const {
-  for (const auto& [name, route] : routes_) {
+  for (const auto& [id, route] : routes_) {
     const bool waits = route.status == EntryProgrammedStatus::tableFull;
-    if (waits || route.refusal != Refusal::none) visit(name, route.refusal);
+    if (waits || route.refusal != Refusal::none) visit(nameOf(id), route.refusal);
+  }
+  for (const Source& source : sources_) {
+    for (const auto& foreign : source.foreign) visit(foreign.first, refusalOf(foreign.first));
   }
 }
 

@@ -3,6 +3,7 @@
 #include <chrono>
 #include <deque>
 #include <map>
+#include <optional>
 #include <unordered_map>
 
 #include "agent/Agent.h"
@@ -13,30 +14,43 @@ namespace VelaService {
 
 using Clock = std::chrono::steady_clock;
 
+/// A source of routes.
+struct SourceSettings {
+  std::string name;
+  /// How long it is quiet, or else connected, until what it did not announce goes.
+  Clock::duration quiet = std::chrono::seconds(5);
+  Clock::duration longest = std::chrono::seconds(60);
+  bool answered = false;  ///< It is told what becomes of its routes.
+};
+
 /// What a route service is told once.
 struct RouteSettings {
   std::map<U32, U8> vrfs;                ///< By the kernel's number of the table.
   std::map<std::string, U64> portMasks;  ///< By the interface's name.
-  /// How long a source is quiet, or else connected, until what it did not announce goes.
-  Clock::duration quiet = std::chrono::seconds(5);
-  Clock::duration longest = std::chrono::seconds(60);
+  /// Of several that announce a route the first one counts.
+  std::vector<SourceSettings> sources;
   std::size_t queueMost = 4096;  ///< Routes that wait, until sources are to be held up.
-  std::string nexthopFile;       ///< See Nexthops.
+  /// Routes of a level that wait for room in its table; more are not offered to it before.
+  U64 waitingMost = 32768;
+  std::string nexthopFile;  ///< See Nexthops.
 };
 
-/// Brings the routes of a source into a switch, and keeps them there.
+/// Brings the routes of sources into a switch, and keeps them there.
 ///
 /// Messages change what is desired, and put the route into a queue unless it is there already; so
 /// changes of a route that follow each other are one, and a withdrawal with an announcement behind
 /// it is a replacement, which never leaves hardware. work() carries out what is queued.
 ///
 /// Routes outlive their source's connection. Those that it does not announce again once it is back
-/// are removed when it has been quiet; after a restart those that hardware held likewise.
+/// are removed when it has been quiet. Those that hardware held after a restart, and that no source
+/// announced, are removed when each has been quiet.
 class RouteService final : private Orb::KeyObserver<VelaSwitch::LpmKey>,
                            private VelaSwitchApi::BatchListener {
  public:
   /// The name of an interface by its number; empty where there is none.
   using InterfaceNamer = std::function<std::string(U32)>;
+  /// Its place among the sources of the settings.
+  using SourceId = U8;
 
   /// `agent` must be started, and outlive this. Takes up what the switch holds. Throws
   /// std::runtime_error when the file of next hops cannot be written.
@@ -45,43 +59,62 @@ class RouteService final : private Orb::KeyObserver<VelaSwitch::LpmKey>,
   RouteService(const RouteService&) = delete;
   RouteService& operator=(const RouteService&) = delete;
 
-  void connected(Clock::time_point now);
+  /// The source tells all that it has from now on, and then what changes.
+  void connected(SourceId from, Clock::time_point now);
   /// The source is gone; `malformed` when what it said was of no use.
-  void disconnected(bool malformed) {
-    connected_ = false;
-    figures_.malformed += malformed;
+  void disconnected(SourceId from, bool malformed);
+  /// Takes a message of a source that is connected.
+  void take(SourceId from, const Message& message, Clock::time_point now);
+  /// The source has told all that it has: it need not be waited for, but for the first time, when
+  /// whoever fills it may only be starting as well.
+  void told(SourceId from) { sources_[from].told = sources_[from].heard; }
+  /// Whether the source is to be held up until work() was done, and answers were taken.
+  bool full(SourceId from) const {
+    return queue_.size() >= settings_.queueMost ||
+           sources_[from].answers.size() >= settings_.queueMost;
   }
-  /// Takes a message of the source that is connected.
-  void take(const Message& message, Clock::time_point now);
-  /// Whether the source is to be held up until work() was done.
-  bool full() const { return queue_.size() >= settings_.queueMost; }
   bool idle() const { return queue_.empty() && !sweeping_; }
   /// Carries out up to `most` changes.
   void work(std::size_t most);
   /// What time brings: to be called now and then.
   void tick(Clock::time_point now);
 
-  /// On this connection: how many routes went that it did not announce, when they are gone.
-  std::optional<std::size_t> removed() const {
-    return swept_ && !sweeping_ && connection_ != 0 ? std::optional(removed_) : std::nullopt;
-  }
+  /// A route that a source announced on its connection, and whether hardware has it.
+  struct Answer {
+    RouteMessage route;
+    bool programmed;
+  };
+  /// The next that a source is to be told, where it is: of each announcement, and when it changes.
+  std::optional<Answer> answer(SourceId to);
+
+  /// What a source has to do with it all.
+  struct SourceFigures {
+    bool connected = false;
+    bool complete = false;  ///< What it did not announce on this connection is gone.
+    U64 connections = 0;    ///< So far.
+    U64 messages = 0;       ///< So far.
+    U64 malformed = 0;      ///< Connections that ended with something malformed.
+    U64 routes = 0;         ///< That it announced and did not withdraw.
+    U64 announced = 0;      ///< Those of them that it announced on this connection.
+    U64 removed = 0;        ///< Routes that went when it was complete last.
+  };
+  const SourceFigures& figuresOf(SourceId source) const { return sources_[source].figures; }
+  const std::vector<SourceSettings>& sources() const { return settings_.sources; }
 
   /// All of them are kept, so that asking costs nothing.
   struct Figures {
-    U64 connections = 0;  ///< So far.
-    U64 messages = 0;     ///< So far.
-    U64 malformed = 0;    ///< Connections that ended with something malformed.
-    U64 routes = 0;       ///< That are wanted, refused ones among them, or are to go.
-    U64 wanted = 0;       ///< Those of them that are wanted.
-    U64 announced = 0;    ///< Those that were announced on this connection.
-    U64 ofSeveral = 0;    ///< In the switch with the first of several gateways.
-    U64 programmed = 0;   ///< In hardware.
-    U64 waiting = 0;      ///< That the switch has no room for.
+    U64 wanted = 0;      ///< Routes that are wanted, refused ones among them.
+    U64 unclaimed = 0;   ///< Those of them that hardware held and no source announced so far.
+    U64 ofSeveral = 0;   ///< In the switch with the first of several gateways.
+    U64 programmed = 0;  ///< In hardware.
+    U64 waiting = 0;     ///< That the switch has no room for.
     std::array<U64, refusals> refused{};  ///< By reason.
   };
   const Figures& figures() const { return figures_; }
   std::size_t queued() const { return queue_.size(); }
-  bool isConnected() const { return connected_; }
+  /// Changes that were carried out so far, and with them those that wait.
+  U64 carriedOut() const { return carriedOut_; }
+  U64 queuedSoFar() const { return carriedOut_ + queue_.size(); }
   const Nexthops& nexthops() const { return nexthops_; }
 
   /// Hears of routes whose status is another one, amid changes. There is one at most; empty for
@@ -93,34 +126,85 @@ class RouteService final : private Orb::KeyObserver<VelaSwitch::LpmKey>,
   void forEachRefused(const std::function<void(const RouteName&, Refusal)>& visit) const;
 
  private:
-  struct Route {
+  static constexpr SourceId nobody = 0xFF;  ///< Hardware held it.
+
+  /// What a source says of a route.
+  struct Offer {
     Hop hop;
     U32 nexthop = 0;     ///< By its id, or 0.
+    U32 preference = 0;  ///< As in the message.
     U32 connection = 0;  ///< On which it was announced last.
+    SourceId source = nobody;
+    U8 protocol = 0;  ///< As in the message.
+
+    auto rank() const { return std::pair(source, preference); }
+  };
+  struct Route {
+    Offer offer;  ///< The one that counts.
     Slot slot;
     bool placed = false;  ///< The switch was told of it, with the slot.
     bool wanted = false;
     bool queued = false;
     bool ofSeveral = false;  ///< It was placed as the first of several gateways.
+    bool held = false;       ///< It waits, and the switch was not told of it.
+    bool answering = false;  ///< It is among the answers.
+    bool told = false;       ///< Its source was told what became of it: `toldOf`.
+    bool toldOf = false;
     Refusal refusal = Refusal::none;
     VelaAgent::EntryProgrammedStatus status{};  ///< Of its entry.
   };
-  using Routes = std::unordered_map<RouteName, Route, RouteNameHash>;
+  /// A key in few bytes: the VRF, the bits of the prefix, the address.
+  using RouteId = U64;
+  using Routes = std::unordered_map<RouteId, Route>;
+  /// Routes that wait, of the lengths that share a level.
+  struct Level {
+    U64 waiting = 0;
+    U64 held = 0;  ///< Those of them that the switch was not told of.
+  };
   struct Nexthop {
     Hop hop;
     std::vector<U32> group;
   };
+  using Foreign = std::unordered_map<RouteName, Offer, RouteNameHash>;
+  struct Source {
+    std::unordered_map<U32, Nexthop> objects;  ///< That it announced, by id.
+    Foreign foreign;                           ///< Routes of it that no VRF can have.
+    std::deque<RouteName> answers;             ///< Routes that it is to be told of.
+    SourceFigures figures;
+    U32 connection = 0;
+    bool awaited = false;  ///< Routes may wait for their next hop to be announced.
+    bool told = false;     ///< It has told all that it has.
+    bool heard = false;    ///< It was complete before.
+    Clock::time_point since;
+    Clock::time_point last;
+  };
   struct Placing;
 
   void rebuild();
-  void take(const NexthopMessage& message);
-  void take(const RouteMessage& message);
-  Hop resolved(U32 id) const;
+  void take(SourceId from, const NexthopMessage& message);
+  void take(SourceId from, const RouteMessage& message);
+  void foreignIs(const RouteName& name, const Offer& offer, bool there);
+  void foreignDel(Source& source, Foreign::iterator at);
+  static RouteId idOf(const VelaSwitch::LpmKey& key);
+  std::optional<RouteId> idOf(const RouteName& name) const;
+  static VelaSwitch::LpmKey keyOf(RouteId id);
+  RouteName nameOf(RouteId id) const;
+  Level& levelOf(RouteId id) { return levels_[(id >> 32 & 0xFF) / 3]; }
+  static Hop resolved(const Source& source, U32 id);
+  void count(const Offer& offer, bool there);
+  bool heard(SourceId before) const;
+  void offerIs(Routes::value_type& route, const Offer& offer);
+  void offerDel(Routes::value_type& route);
+  void beatenIs(RouteId id, const Offer& offer, bool there);
+  void answerIs(RouteId id, Route& route);
   void enqueue(Routes::value_type& route);
   /// Queues the routes that `wanted` says yes to.
   template <class Wanted>
   void enqueueAll(const Wanted& wanted);
-  Refusal place(const RouteName& name, const Route& route, Placing& placing);
+  Refusal ownerOf(const Route& route, Nexthops::Owner& owner);
+  Refusal place(const Nexthops::Owner& owner, RouteId id, Placing& placing);
+  void workOn(Routes::value_type& route);
+  void tryAgain();
   void withdraw(Routes::value_type& route);
   void refusalIs(Route& route, Refusal refusal);
   void wantedIs(Route& route, bool wanted);
@@ -131,7 +215,7 @@ class RouteService final : private Orb::KeyObserver<VelaSwitch::LpmKey>,
   void entryBegins(std::size_t) override {}
   void entryDone(std::size_t number, const VelaSwitchApi::EntryOutcome& outcome) override;
   const std::string* interfaceName(U32 number);
-  void beginSweep();
+  void beginSweep(SourceId of);
   void endSweep();
   bool writeLag(U8 lag, U64 ports);
 
@@ -141,24 +225,21 @@ class RouteService final : private Orb::KeyObserver<VelaSwitch::LpmKey>,
   VelaAgent::Entries& routeEntries_;
   VelaAgent::Entries& lagEntries_;
   Nexthops nexthops_;
+  std::vector<Source> sources_;
   std::unordered_map<U32, std::string> interfaces_;  ///< Names by number.
-  std::unordered_map<U32, Nexthop> objects_;         ///< That the source announced, by id.
   Routes routes_;
+  /// What is said of routes by other sources than the one that counts.
+  std::unordered_map<RouteId, std::vector<Offer>> beaten_;
   std::deque<Routes::value_type*> queue_;
+  U64 carriedOut_ = 0;
   std::vector<Placing> placings_;  ///< What is to be announced together.
   std::map<U8, U32> tables_;       ///< The kernel's, by their VRFs.
+  std::array<Level, 11> levels_;
   Figures figures_;
   StatusListener statusListener_;
-  std::vector<Slot> orphans_;  ///< Of routes that hardware held in VRFs of no table.
-  U32 connection_ = 0;
-  bool awaited_ = false;  ///< Routes may wait for their next hop to be announced.
-  bool connected_ = false;
-  bool swept_ = true;      ///< On this connection.
-  bool sweeping_ = false;  ///< What is stale is queued.
-  bool rebuilt_;           ///< Nobody said yet what of the switch's rows is desired.
-  std::size_t removed_ = 0;
-  Clock::time_point since_;
-  Clock::time_point last_;
+  std::vector<Slot> orphans_;         ///< Of routes that hardware held in VRFs of no table.
+  std::optional<SourceId> sweeping_;  ///< Whose stale routes are queued.
+  bool rebuilt_;                      ///< Nobody said yet what of the switch's rows is desired.
 };
 
 }  // namespace VelaService

@@ -1,26 +1,12 @@
 #!/usr/bin/env bash
 # FRR above velad: a BGP daemon announces prefixes to another one, whose zebra tells velad of them. The
 # switch answers as FRR's table does, whatever changes and whoever is killed. PREFIXES is a file of
-# "prefix group" lines; COUNT prefixes are made up without one.
+# "prefix group" lines; COUNT prefixes are made up without one. SOURCES are those of the configuration.
 set -euo pipefail
 cd "$(dirname "$0")/../.."
 bin=${BIN:-$PWD/build/release}
-here=$PWD/tests/live
-work=$(mktemp -d "${TMPDIR:-/tmp}/vela-frr.XXXXXX")
-chmod 755 "$work"
-. "$here/network.sh"
-if ! network_possible; then
-    echo "frr: skipped, there are no network namespaces here"
-    rm -rf "$work"
-    exit 0
-fi
-end() {
-    local result=$?
-    network_down
-    if [ $result = 0 ]; then rm -rf "$work"; else echo "frr: failed; logs are in $work" >&2; fi
-}
-trap end EXIT
-py() { python3 "$here/frr.py" "$@"; }
+. tests/live/network.sh
+begin frr
 count=${COUNT:-4000}
 if [ -n "${PREFIXES:-}" ]; then cp "$PREFIXES" "$work/prefixes"; else py generate "$work/prefixes" "$count" 1; fi
 count=$(wc -l <"$work/prefixes")
@@ -31,13 +17,12 @@ withdraw() { # lines of prefixes
     { echo "configure"; echo "router bgp 65001"; echo "address-family ipv4 unicast"
       awk '{print "no network " $1}'; } | tell far >/dev/null
 }
-kill_velad() { kill -KILL "$(cat "$work/near/velad.pid")"; while kill -0 "$(cat "$work/near/velad.pid")" 2>/dev/null; do sleep 0.05; done; }
 
 network_up
 far_configuration "$work/prefixes" "${hops[@]}" >"$work/far/bgpd.conf"
 near_configuration >"$work/near/bgpd.conf"
 echo "fpm address 127.0.0.1 port 2620" >"$work/near/zebra.conf"
-velad_configuration >"$work/velad.json"
+velad_configuration "${SOURCES:-}" >"$work/velad.json"
 "$bin/velad" --check "$work/velad.json"
 
 echo "  $count prefixes are announced"
@@ -55,7 +40,7 @@ py metrics "$work" "$(ip netns exec "$near" python3 -c \
     'import urllib.request as r; print(r.urlopen("http://127.0.0.1:9109/metrics").read().decode())')"
 
 echo "  their next hops change"
-python3 "$here/frr.py" watch "$work" "$work/present" & watcher=$!
+python3 tests/live/steps.py watch "$work" "$work/present" & watcher=$!
 reroute "${moved[@]}"
 sleep 3
 py check "$work" "$count"

@@ -1,9 +1,28 @@
 # Two namespaces with two links between them: "far", where a BGP daemon announces prefixes, and "near",
 # where another one has its zebra tell velad of them. To be sourced; needs $work, a folder of its own,
-# and $bin, where velad and velatable are.
+# and $bin, where velad and velatable are; from the project's folder.
 far=vela-far-$$
 near=vela-near-$$
 frr=/usr/lib/frr
+
+# Of a test: leaves where there are no namespaces, and cleans up when it ends.
+begin() { # name
+    name=$1
+    work=$(mktemp -d "${TMPDIR:-/tmp}/vela-$name.XXXXXX")
+    chmod 755 "$work"
+    if ! network_possible; then
+        echo "$name: skipped, there are no network namespaces here"
+        rm -rf "$work"
+        exit 0
+    fi
+    trap end EXIT
+}
+end() {
+    local result=$?
+    network_down
+    if [ $result = 0 ]; then rm -rf "$work"; else echo "$name: failed; logs are in $work" >&2; fi
+}
+py() { python3 tests/live/steps.py "$@"; }
 
 network_possible() {
     ip netns add "$far" 2>/dev/null && ip netns exec "$far" true 2>/dev/null && ip netns add "$near"
@@ -93,9 +112,9 @@ tell() { # folder, commands
     vtysh --vty_socket "$work/$1" "${arguments[@]}"
 }
 
-velad_configuration() {
+velad_configuration() { # sources
     echo '{"device": "'$work'/switch", "control": "'$work'/control", "interfaces": {"b0": 1, "b1": [2, 3]},
- "tables": {"254": 0}, "fpm": {"quiet": 2}, "metrics": {"listen": "127.0.0.1:9109"}}'
+ "tables": {"254": 0}, '${1:-"\"fpm\": {\"quiet\": 2}"}', "metrics": {"listen": "127.0.0.1:9109"}}'
 }
 start_velad() {
     ip netns exec "$near" "$bin/velad" "$work/velad.json" >>"$work/velad.log" 2>&1 &
@@ -109,4 +128,32 @@ start_velad() {
     echo "velad does not start" >&2
     tail "$work/velad.log" >&2
     return 1
+}
+kill_velad() {
+    kill -KILL "$(cat "$work/near/velad.pid")"
+    while kill -0 "$(cat "$work/near/velad.pid")" 2>/dev/null; do sleep 0.05; done
+}
+
+# BIRD in both namespaces: "far" announces the routes of $work/static.conf, "near" gives them to the kernel.
+bird_configuration() { # folder
+    local number=1 other=2
+    if [ "$1" = near ]; then number=2 other=1; fi
+    echo "router id 10.9.0.$number;
+protocol device {}
+protocol direct { ipv4; }"
+    if [ "$1" = near ]; then
+        echo "protocol kernel { ipv4 { import none; export where source = RTS_BGP; }; }"
+    else
+        printf 'protocol static {\nipv4;\ninclude "%s/static.conf";\n}\n' "$work"
+    fi
+    echo "protocol bgp {
+    local 10.9.0.$number as 6500$number;
+    neighbor 10.9.0.$other as 6500$other;
+    connect delay time 1;
+    ipv4 { import all; export where source = RTS_STATIC; next hop keep; gateway recursive; };
+}"
+}
+start_bird() { # namespace, folder
+    bird_configuration "$2" >"$work/$2/bird.conf"
+    ip netns exec "$1" bird -c "$work/$2/bird.conf" -s "$work/$2/bird.ctl" -P "$work/$2/bird.pid"
 }

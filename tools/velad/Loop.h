@@ -40,6 +40,17 @@ class Loop {
   uv_loop_t loop_;
 };
 
+/// A handle of libuv's, to be initialised at once, that is closed when its owner goes.
+struct HandleCloser {
+  template <class Body>
+  void operator()(Body* handle) const {
+    uv_close(reinterpret_cast<uv_handle_t*>(handle),
+             [](uv_handle_t* closed) { delete reinterpret_cast<Body*>(closed); });
+  }
+};
+template <class Body>
+using Handle = std::unique_ptr<Body, HandleCloser>;
+
 /// A connected stream that closes itself when it is destroyed.
 class Stream {
  public:

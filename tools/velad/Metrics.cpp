@@ -23,16 +23,16 @@ Metrics::Metrics(const std::string& address) : exposer_(address, 1) {
   exposer_.RegisterCollectable(registry_);
 }
 
-void Metrics::settled(double seconds) {
-  if (!settling_) {
-    settling_ = &prometheus::BuildHistogram()
-                     .Name("velad_settling_seconds")
-                     .Help("From a source's first message to the last register of what it said")
+void Metrics::carriedOut(U64 changes, double seconds) {
+  if (!changing_) {
+    changing_ = &prometheus::BuildHistogram()
+                     .Name("velad_change_seconds")
+                     .Help("From a source's message to the last register of what it changes")
                      .Register(*registry_)
                      .Add({}, prometheus::Histogram::BucketBoundaries{.0001, .0003, .001, .003, .01,
                                                                       .03, .1, .3, 1, 3, 10});
   }
-  settling_->Observe(seconds);
+  for (; changes > 0; --changes) changing_->Observe(seconds);
 }
 
 void Metrics::gauge(const char* name, const char* about, const Labels& labels, double value) {
@@ -57,14 +57,16 @@ void Metrics::collect(const VelaAgent::Agent& agent, const VelaService::RouteSer
     gauge("velad_routes_refused", "Routes that cannot be had, by reason",
           {{"reason", nameOf(static_cast<Refusal>(reason))}}, number(figures.refused[reason]));
   }
-  const Labels fpm{{"source", "fpm"}};
-  gauge("velad_source_connected", "Whether a source is connected", fpm,
-        routes.isConnected() ? 1 : 0);
-  counter("velad_source_connections_total", "Connections of a source", fpm,
-          number(figures.connections));
-  counter("velad_source_messages_total", "Messages of a source", fpm, number(figures.messages));
-  counter("velad_source_malformed_total", "Connections that ended with something malformed", fpm,
-          number(figures.malformed));
+  for (VelaService::RouteService::SourceId each = 0; each < routes.sources().size(); ++each) {
+    const auto& source = routes.figuresOf(each);
+    const Labels labels{{"source", routes.sources()[each].name}};
+    gauge("velad_source_connected", "Whether a source is connected", labels, source.connected);
+    counter("velad_source_connections_total", "Connections of a source", labels,
+            number(source.connections));
+    counter("velad_source_messages_total", "Messages of a source", labels, number(source.messages));
+    counter("velad_source_malformed_total", "Connections that ended with something malformed",
+            labels, number(source.malformed));
+  }
   counter("velad_row_writes_total", "Rows written", {}, number(agent.recorder().rowWrites()));
   counter("velad_bus_failures_total", "Accesses to rows and hit bits that failed", {},
           number(agent.recorder().failures()));

@@ -1,14 +1,16 @@
 #!/usr/bin/env python3
-"""What the live test asks of FRR and of velad; each command is a step of frr.sh."""
+"""What live tests ask of FRR, of the kernel and of velad; each command is a step of frr.sh or bird.sh."""
 import ipaddress
 import json
+import os
 import random
 import shutil
 import signal
-import socket
 import subprocess
 import sys
 import time
+
+from client import Operator
 
 PORTS = {"b0": 0x2, "b1": 0xC}
 CPU = 1 << 48
@@ -30,18 +32,7 @@ def generate(file, count, seed):
 
 def ask(work, request):
     """The lines of velad's answer."""
-    with socket.socket(socket.AF_UNIX) as peer:
-        peer.connect(f"{work}/control")
-        peer.sendall((json.dumps(request) + "\n").encode())
-        with peer.makefile() as lines:
-            answer = []
-            for line in lines:
-                line = json.loads(line)
-                if "done" in line:
-                    assert line["done"], line
-                    return answer
-                answer.append(line)
-    raise SystemExit("velad closed amid an answer")
+    return Operator(f"{work}/control").ask(request)
 
 
 def routes_of_frr(work):
@@ -62,6 +53,33 @@ def routes_of_frr(work):
     return routes
 
 
+def routes_of_kernel(_):
+    """The same of the tables of the namespace KERNEL: of one prefix the least metric, neighbours last."""
+    def ip(*what):
+        return json.loads(subprocess.run(["ip", "-n", os.environ["KERNEL"], "-j", *what],
+                                         capture_output=True, check=True, text=True).stdout or "[]")
+    def way(at):
+        at = at.get("nexthops", [at])[0]
+        if "gateway" not in at:
+            return (CPU, "", "0.0.0.0")
+        return (PORTS[at["dev"]], at["dev"], at["gateway"])
+    routes = {}
+    for route in ip("route", "show", "table", "local", "type", "local"):
+        if not route["dst"].startswith("127."):
+            routes[ipaddress.ip_network(route["dst"])] = (CPU, "", "0.0.0.0")
+    for route in sorted(ip("route"), key=lambda each: each.get("metric", 0)):
+        dropped = route.get("type") in ("blackhole", "unreachable", "prohibit")
+        routes.setdefault(ipaddress.ip_network(route["dst"]), (0, "", "0.0.0.0") if dropped else way(route))
+    for each in ip("-4", "neigh"):
+        if {"PERMANENT", "REACHABLE", "STALE", "DELAY", "PROBE"} & set(each["state"]):
+            routes.setdefault(ipaddress.ip_network(each["dst"]), (PORTS[each["dev"]], each["dev"], each["dst"]))
+    return routes
+
+
+def routes_there(work):
+    return routes_of_kernel(work) if "KERNEL" in os.environ else routes_of_frr(work)
+
+
 def longest(by_length, address):
     for length in range(32, -1, -1):
         way = by_length.get(length, {}).get(address >> (32 - length))
@@ -71,8 +89,8 @@ def longest(by_length, address):
 
 
 def difference(work, rng):
-    """How many addresses the switch takes elsewhere than FRR's table, and one of them."""
-    routes = routes_of_frr(work)
+    """How many addresses the switch takes elsewhere than the table above it, and one of them."""
+    routes = routes_there(work)
     count = len(routes)
     # For these there is no room, and the switch says so.
     for line in ask(work, {"request": "status", "refused": True})[1:]:
@@ -108,7 +126,7 @@ def difference(work, rng):
 
 
 def check(work, least, most="100000", seconds="60"):
-    """Waits until FRR has so many routes and the switch answers as its table does."""
+    """Waits until the table has so many routes and the switch answers as it does."""
     rng = random.Random(1)
     end = time.time() + float(seconds)
     while True:
@@ -116,14 +134,14 @@ def check(work, least, most="100000", seconds="60"):
         if not bad and int(least) <= count <= int(most) and not status["queued"]:
             with open(f"{work}/present", "w") as out:
                 out.writelines(f"{each}\n" for each in routes)
-            print(f"    {count} routes, {asked} addresses as in FRR's table; "
+            print(f"    {count} routes, {asked} addresses as in the table; "
                   f"{status['programmed']} programmed, {status['waiting']} wait, "
                   f"refused: {status['refused']}, "
                   f"{status['rowWrites']} rows written")
             return
         if time.time() > end:
             raise SystemExit(f"{bad} of {asked} addresses differ, such as {example}; "
-                             f"FRR has {count} routes; {status}")
+                             f"the table has {count} routes; {status}")
         time.sleep(0.5)
 
 
@@ -190,7 +208,7 @@ def metrics(work, text):
     for name, value in said.items():
         if scraped.get(name) != value:
             raise SystemExit(f"{name} is {scraped.get(name)}, not {value}: {text}")
-    if not scraped["velad_settling_seconds_count"]:
+    if not scraped["velad_change_seconds_count"]:
         raise SystemExit("no time was measured")
     tool = shutil.which("promtool")
     if tool:
