@@ -4,6 +4,7 @@
 PACKAGES := g++ clang clang-format clang-tidy cmake ninja-build nlohmann-json3-dev libcli11-dev \
             libsimdjson-dev libgtest-dev libbenchmark-dev llvm pkgconf libmnl-dev libuv1-dev libsystemd-dev \
             prometheus-cpp-dev
+PROMTOOL := build/live/usr/bin/promtool
 LIVE := abigail-tools bird2 debootstrap frr iproute2 python3 xz-utils
 PEERS := pkgconf libdpdk-dev libcuckoo-dev
 SUDO := $(shell [ "$$(id -u)" = 0 ] || echo sudo)
@@ -60,7 +61,14 @@ test-live: packages deb
 	    tests/live/frr.sh && tests/live/bird.sh && tests/live/offer.py build/release/velad 500000 && \
 	    tests/live/offload.py build/release/velad && \
 	    tests/live/kill.py build/release/velad build/release/velatable 50)
+	$(call timed,operate,$(MAKE) --no-print-directory $(PROMTOOL) && \
+	    tests/live/operate.py build/release/velad $(PROMTOOL))
 	@cat build/times
+
+# The checker of metrics, without the server that it comes with, which would be started.
+$(PROMTOOL):
+	@mkdir -p build/live && cd build/live && apt-get download -qq prometheus && \
+	    dpkg-deb --fsys-tarfile prometheus_*.deb | tar x ./usr/bin/promtool && rm prometheus_*.deb
 
 # Describes the libraries as they are for those of later releases to be compared with.
 abi-baseline: packages

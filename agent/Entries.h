@@ -105,6 +105,8 @@ class Entries {
   /// Withdraws an entry; returns whether there was one.
   virtual bool withdraw(AnyRef key) = 0;
   virtual EntryProgrammedStatus status(AnyRef key) const = 0;
+  /// The time of the last poll that found the entry hit; never where hardware does not tell.
+  virtual Orb::Seconds lastHit(AnyRef) const { return {}; }
   /// Whether the last entry announced had been announced before, and not withdrawn since.
   bool announcedBefore() const { return announcedBefore_; }
   /// What is odd about the last entry announced, although it was accepted.

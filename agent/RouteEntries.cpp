@@ -46,6 +46,11 @@ void RouteEntries::announceAll(std::span<const Announcement> all, BatchListener&
   routes_.announceAll(all.size(), routeAt, listener);
 }
 
+Orb::Seconds RouteEntries::lastHit(AnyRef key) const {
+  const auto status = routes_.writer().routes().entryStatus(key.as<Key>());
+  return status ? status->lastHit : Orb::Seconds();
+}
+
 bool RouteEntries::pollHitBits(Orb::Seconds now) {
   bool good = true;
   for (TableEntries* level : levels_) good = level->pollHitBits(now) && good;

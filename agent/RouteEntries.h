@@ -35,6 +35,7 @@ class RouteEntries final : public Entries, private VelaRoutes::AdmissionListener
   void announceAll(std::span<const Announcement> all, BatchListener& listener) override;
   bool withdraw(AnyRef key) override { return routes_.withdraw(key.as<Key>()); }
   EntryProgrammedStatus status(AnyRef key) const override { return routes_.status(key.as<Key>()); }
+  Orb::Seconds lastHit(AnyRef key) const override;
   bool pollHitBits(Orb::Seconds now) override;
   std::vector<Competitor> competing(AnyRef key) const override {
     return routes_.competing(key.as<Key>());

@@ -292,6 +292,12 @@ AnyValue HashTableEntries::decodedKey(HwIndex index) const {
   return entry->valid() ? keyOf(*entry) : AnyValue();
 }
 
+Orb::Seconds HashTableEntries::lastHit(AnyRef key) const {
+  const KeyRecord* there = record(key);
+  if (!there || !there->has(KeyRecord::stated)) return {};
+  return static_cast<const HashBaseCuckooEntry*>(there)->recordedHit();
+}
+
 std::vector<Competitor> HashTableEntries::competing(AnyRef key) const {
   return hashTable().competing(item(key));
 }

@@ -168,6 +168,7 @@ class HashTableEntries : public TableEntries {
   std::optional<VelaSwitchApi::CuckooLocation> location(HwIndex index) const override {
     return physical().location(index);
   }
+  Orb::Seconds lastHit(AnyRef key) const override;
   std::vector<Competitor> competing(AnyRef key) const override;
   std::vector<Competitor> yielding(AnyRef key) const override;
   std::vector<HwIndex> candidates(AnyRef key) const override;

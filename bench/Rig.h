@@ -54,6 +54,7 @@ class MemoryBus final : public VelaSwitchApi::RegisterBus {
   void rowsAre(std::span<RowWrite> rows) override {
     for (RowWrite& row : rows) row.written = MemoryBus::rowIs(row.table, row.index, row.writes);
   }
+  bool gainsByRuns() const override { return false; }
   Read row(TableHandle handle, HwIndex index, std::span<RegisterValue> values) override {
     const Table& table = tables_[handle];
     wait();

@@ -44,6 +44,7 @@ class VELA_EXPORT MappedBus final : public VelaSwitchApi::RegisterBus {
   TableHandle tableIs(const VelaSwitchApi::HwTableIdentity& identity, HwIndex lastIndex) override;
   /// False when hardware refused it or took too long.
   bool rowIs(TableHandle table, HwIndex index, std::span<const RegisterValue> writes) override;
+  bool gainsByRuns() const override { return false; }
   /// Failed when hardware refused it or took too long.
   Read row(TableHandle table, HwIndex index, std::span<RegisterValue> values) override;
   /// When hardware answers too late its answer is kept for the next call, so that no hit is lost.

@@ -15,15 +15,9 @@ using VelaAgent::TableAdapter;
 
 namespace {
 
-/// Items of an answer that are made at a time, unless that takes too long.
-constexpr std::size_t pieceItems = 64;
+/// What a piece of an answer takes; of lines that are made already, how many it has.
 constexpr auto pieceTime = std::chrono::milliseconds(2);
-
-const Json& memberOf(const Json& request, const char* name) {
-  const auto at = request.find(name);
-  if (at == request.end()) throw InputException(std::string("\"") + name + "\" is missing");
-  return *at;
-}
+constexpr std::size_t pieceLines = 512;
 
 void allowOnly(const Json& request, const std::vector<std::string>& names) {
   for (const auto& item : request.items()) {
@@ -49,10 +43,12 @@ bool flagOf(const Json& request, const char* name) {
   return at->get<bool>();
 }
 
-const Json& listOf(const Json& request, const char* name) {
-  const Json& list = memberOf(request, name);
-  if (!list.is_array()) throw InputException(std::string("\"") + name + "\" is not a list");
-  return list;
+/// Takes a list out of a request.
+Json listOf(Json& request, const char* name) {
+  const auto at = request.find(name);
+  if (at == request.end()) throw InputException(std::string("\"") + name + "\" is missing");
+  if (!at->is_array()) throw InputException(std::string("\"") + name + "\" is not a list");
+  return std::move(*at);
 }
 
 void addLine(std::string& out, const Json& line) {
@@ -76,13 +72,12 @@ class Items final : public Answer {
  public:
   using Maker = std::function<void(std::size_t number, std::string& out)>;
 
-  Items(std::size_t count, std::size_t atATime, Maker make)
-      : count_(count), atATime_(atATime), make_(std::move(make)) {}
+  Items(std::size_t count, Maker make) : count_(count), make_(std::move(make)) {}
 
   bool piece(std::string& out) override {
     const auto end = Clock::now() + pieceTime;
-    for (std::size_t made = 0; next_ < count_; ++made) {
-      if (made == atATime_ || (made != 0 && Clock::now() >= end)) return true;
+    for (bool first = true; next_ < count_; first = false) {
+      if (!first && Clock::now() >= end) return true;
       try {
         make_(next_++, out);
       } catch (const std::exception& error) {
@@ -96,7 +91,6 @@ class Items final : public Answer {
 
  private:
   std::size_t count_;
-  std::size_t atATime_;
   Maker make_;
   std::size_t next_ = 0;
 };
@@ -107,8 +101,9 @@ class Decoded final : public Answer {
   Decoded(const Agent& agent, std::string table)
       : chip_(agent.chip()), profile_(agent.profile().fields()), table_(std::move(table)) {}
 
-  bool prepares() const override { return true; }
+  bool prepares() const override { return !prepared_; }
   void prepare() override {
+    prepared_ = true;
     try {
       // Everything that is counted is this thread's own.
       Agent copy(Orb::make<VelaSwitch::ProfileInfo>(profile_), chip_);
@@ -122,7 +117,7 @@ class Decoded final : public Answer {
     }
   }
   bool piece(std::string& out) override {
-    for (std::size_t left = pieceItems; left > 0 && next_ < lines_.size(); --left) {
+    for (std::size_t left = pieceLines; left > 0 && next_ < lines_.size(); --left) {
       out += lines_[next_++];
     }
     if (next_ < lines_.size()) return true;
@@ -146,6 +141,7 @@ class Decoded final : public Answer {
   VelaDevice::SimulatedSwitch chip_;
   VelaSwitch::ProfileFields profile_;
   std::string table_;
+  bool prepared_ = false;
   std::vector<std::string> lines_;
   std::size_t next_ = 0;
   std::string error_;
@@ -237,35 +233,52 @@ std::unique_ptr<Answer> statusOf(const Agent& agent, const RouteService& routes,
   }
   std::string first = status.dump() + "\n";
   const std::size_t lines = list.size() + 1;
+  return std::make_unique<Items>(lines, [first = std::move(first), list = std::move(list)](
+                                            std::size_t number, std::string& out) {
+    if (number == 0) {
+      out += first;
+    } else {
+      const auto& [name, why] = list[number - 1];
+      addLine(out, {{"route", toText(name)}, {"why", why}});
+    }
+  });
+}
+
+/// What is known of entries.
+std::unique_ptr<Answer> entriesOf(const TableAdapter& table, Json keys) {
+  table.typed().checkChangeable();
+  const std::size_t count = keys.size();
   return std::make_unique<Items>(
-      lines, pieceItems,
-      [first = std::move(first), list = std::move(list)](std::size_t number, std::string& out) {
-        if (number == 0) {
-          out += first;
-        } else {
-          const auto& [name, why] = list[number - 1];
-          addLine(out, {{"route", toText(name)}, {"why", why}});
-        }
+      count, [&table, keys = std::move(keys)](std::size_t number, std::string& out) {
+        const VelaAgent::AnyValue key = table.keyFromJson(keys[number]);
+        const VelaAgent::Entries& entries = table.typed();
+        Json line = tableName(table);
+        line["key"] = table.keyToJson(key);
+        line["result"] = VelaAgent::anyToJson(entries.resultOf(key));
+        line["status"] = VelaSwitchApi::nameOf(entries.status(key));
+        line["lastHit"] = entries.lastHit(key).value();
+        addLine(out, line);
       });
 }
 
 /// What packets find, asked of a copy, so that no hit bit is set.
-std::unique_ptr<Answer> lookupIn(const Agent& agent, const std::string& name, const Json& keys) {
+std::unique_ptr<Answer> lookupIn(const Agent& agent, const std::string& name, Json keys) {
   const TableAdapter& table = agent.table(name, 0);
   const auto chip = std::make_shared<VelaDevice::SimulatedSwitch>(agent.chip());
   const auto path = std::make_shared<VelaDevice::DataPath>(*chip, agent.profile());
-  return std::make_unique<Items>(keys.size(), pieceItems,
-                                 [&table, chip, path, keys](std::size_t number, std::string& out) {
-                                   addLine(out, {{"op", "lookup"},
-                                                 {"table", table.name()},
-                                                 {"key", keys[number]},
-                                                 {"hit", table.lookup(*path, keys[number])}});
-                                 });
+  const std::size_t count = keys.size();
+  return std::make_unique<Items>(
+      count, [&table, chip, path, keys = std::move(keys)](std::size_t number, std::string& out) {
+        addLine(out, {{"op", "lookup"},
+                      {"table", table.name()},
+                      {"key", keys[number]},
+                      {"hit", table.lookup(*path, keys[number])}});
+      });
 }
 
 /// What rows differ from what they should be, table by table.
 std::unique_ptr<Answer> auditOf(const Agent& agent, bool repair) {
-  return std::make_unique<Items>(agent.tables().size(), 1,
+  return std::make_unique<Items>(agent.tables().size(),
                                  [&agent, repair](std::size_t number, std::string& out) {
                                    VelaAgent::HwTableAdapter& table = *agent.tables()[number];
                                    table.audit();
@@ -294,10 +307,11 @@ void refuseSourcesTables(const Agent& agent, const Json& event) {
 }
 
 /// Applies events; what is refused, found or comes in meanwhile has a line.
-std::unique_ptr<Answer> runOf(Agent& agent, const Json& events) {
+std::unique_ptr<Answer> runOf(Agent& agent, Json events) {
   const auto runner = std::make_shared<VelaAgent::EventRunner>(agent);
+  const std::size_t count = events.size();
   return std::make_unique<Items>(
-      events.size(), pieceItems, [&agent, runner, events](std::size_t number, std::string& out) {
+      count, [&agent, runner, events = std::move(events)](std::size_t number, std::string& out) {
         refuseSourcesTables(agent, events[number]);
         runner->resultListenerIs([&out](const std::string& line) { (out += line) += '\n'; });
         runner->apply(events[number]);
@@ -316,7 +330,7 @@ class Watched final : public Answer {
     out += queue_.take();
     return true;
   }
-  bool waits() const override { return queue_.empty(); }
+  bool waits() const override { return begun_ && queue_.empty(); }
   bool overrun() const override { return queue_.overrun(); }
 
  private:
@@ -340,11 +354,41 @@ class Refused final : public Answer {
   std::string why_;
 };
 
+/// The answer to a line that takes long to read.
+class Read final : public Answer {
+ public:
+  Read(Control& control, std::string_view line) : control_(control), line_(line) {}
+
+  bool prepares() const override { return answer_ ? answer_->prepares() : !line_.empty(); }
+  void prepare() override {
+    if (answer_) return answer_->prepare();
+    try {
+      request_ = VelaAgent::jsonFromText(line_);
+    } catch (const std::exception& error) {
+      answer_ = std::make_unique<Refused>(error.what());
+    }
+    line_.clear();
+  }
+  bool piece(std::string& out) override {
+    if (answer_) return answer_->piece(out);
+    answer_ = control_.askRead(std::move(request_));
+    return true;
+  }
+  bool waits() const override { return answer_ && answer_->waits(); }
+  bool overrun() const override { return answer_ && answer_->overrun(); }
+
+ private:
+  Control& control_;
+  std::string line_;
+  Json request_;
+  std::unique_ptr<Answer> answer_;
+};
+
 }  // namespace
 
-std::unique_ptr<Answer> Control::answerTo(const Json& request) {
-  static const std::vector<std::string> names{"status", "lookup", "decode",
-                                              "audit",  "run",    "watch"};
+std::unique_ptr<Answer> Control::answerTo(Json request) {
+  static const std::vector<std::string> names{"status", "entry", "lookup", "decode",
+                                              "audit",  "run",   "watch"};
   if (!request.is_object()) throw InputException("not a JSON object");
   const std::string name = textOf(request, "request");
   if (name == "status") {
@@ -354,6 +398,12 @@ std::unique_ptr<Answer> Control::answerTo(const Json& request) {
   if (name == "lookup") {
     allowOnly(request, {"table", "keys"});
     return lookupIn(agent_, textOf(request, "table"), listOf(request, "keys"));
+  }
+  if (name == "entry") {
+    allowOnly(request, {"table", "instance", "keys"});
+    const auto instance =
+        static_cast<U32>(VelaAgent::numberFromJson(request.value("instance", Json(0U)), ~U32{0}));
+    return entriesOf(agent_.table(textOf(request, "table"), instance), listOf(request, "keys"));
   }
   if (name == "decode") {
     allowOnly(request, {"table"});
@@ -377,8 +427,18 @@ std::unique_ptr<Answer> Control::answerTo(const Json& request) {
 }
 
 std::unique_ptr<Answer> Control::ask(std::string_view line) {
+  constexpr std::size_t longLine = std::size_t{1} << 14;
+  if (line.size() > longLine) return std::make_unique<Read>(*this, line);
   try {
-    return answerTo(VelaAgent::jsonFromText(std::string(line)));
+    return askRead(VelaAgent::jsonFromText(std::string(line)));
+  } catch (const std::exception& error) {
+    return std::make_unique<Refused>(error.what());
+  }
+}
+
+std::unique_ptr<Answer> Control::askRead(Json request) {
+  try {
+    return answerTo(std::move(request));
   } catch (const std::exception& error) {
     return std::make_unique<Refused>(error.what());
   }

@@ -10,9 +10,9 @@ namespace VelaService {
 class Answer {
  public:
   virtual ~Answer() = default;
-  /// Whether prepare() has something to do.
+  /// Whether prepare() has something to do before the next piece.
   virtual bool prepares() const { return false; }
-  /// What may run in any thread, before the first piece.
+  /// What may run in any thread.
   virtual void prepare() {}
   /// Adds lines to `out`; returns whether there are more.
   virtual bool piece(std::string& out) = 0;
@@ -33,8 +33,11 @@ class Control {
   /// The answer to a line, whatever it is.
   std::unique_ptr<Answer> ask(std::string_view line);
 
+  /// The same of a line that was read.
+  std::unique_ptr<Answer> askRead(VelaAgent::Json request);
+
  private:
-  std::unique_ptr<Answer> answerTo(const VelaAgent::Json& request);
+  std::unique_ptr<Answer> answerTo(VelaAgent::Json request);
 
   VelaAgent::Agent& agent_;
   const RouteService& routes_;

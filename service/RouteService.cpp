@@ -505,6 +505,7 @@ void RouteService::work(std::size_t most) {
   for (; most > 0 && !queue_.empty(); --most) {
     Routes::value_type& each = *queue_.front();
     queue_.pop_front();
+    ++carriedOut_;
     workOn(each);
   }
   announce();

@@ -112,6 +112,9 @@ class RouteService final : private Orb::KeyObserver<VelaSwitch::LpmKey>,
   };
   const Figures& figures() const { return figures_; }
   std::size_t queued() const { return queue_.size(); }
+  /// Changes that were carried out so far, and with them those that wait.
+  U64 carriedOut() const { return carriedOut_; }
+  U64 queuedSoFar() const { return carriedOut_ + queue_.size(); }
   const Nexthops& nexthops() const { return nexthops_; }
 
   /// Hears of routes whose status is another one, amid changes. There is one at most; empty for
@@ -228,6 +231,7 @@ class RouteService final : private Orb::KeyObserver<VelaSwitch::LpmKey>,
   /// What is said of routes by other sources than the one that counts.
   std::unordered_map<RouteId, std::vector<Offer>> beaten_;
   std::deque<Routes::value_type*> queue_;
+  U64 carriedOut_ = 0;
   std::vector<Placing> placings_;  ///< What is to be announced together.
   std::map<U8, U32> tables_;       ///< The kernel's, by their VRFs.
   std::array<Level, 11> levels_;

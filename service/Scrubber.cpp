@@ -59,15 +59,21 @@ void Scrubber::audit(HwTableAdapter& table) {
     table.repair();
     agent_.settle();
   }
+  std::size_t repairs = 0;
   for (const auto& finding : findings) {
     ++found_[{&table, finding.kind}];
     VelaAgent::Json line = {{"table", table.name()}, {"instance", table.instance()}};
     line.update(VelaAgent::findingLine(finding));
-    line["repaired"] =
+    const bool repaired =
         settings_.repair && finding.index &&
         table.typed().rowGood(finding.hwTable->descriptor().identity.id, *finding.index);
+    line["repaired"] = repaired;
+    repairs += repaired;
     watch_.tell("finding", line);
   }
+  if (findings.empty()) return;
+  watch_.notice(Orb::text("scrub: ", table.fullName(), ": ", findings.size(),
+                          " findings, of which ", repairs, " are repaired"));
 }
 
 }  // namespace VelaService

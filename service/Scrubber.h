@@ -13,8 +13,7 @@ struct ScrubSettings {
 };
 
 /// Audits the switch little by little. Rows are read again and compared; where one differs its
-/// whole table is audited at once, which is what the others of the table that second would have
-/// cost.
+/// table is audited as a whole, and the rows that it has are not due for a while.
 class Scrubber {
  public:
   using Kind = VelaSwitchApi::AuditFinding::Kind;

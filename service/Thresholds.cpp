@@ -1,5 +1,7 @@
 #include "service/Thresholds.h"
 
+#include <cmath>
+
 #include "agent/TableAdapter.h"
 
 namespace VelaService {
@@ -22,6 +24,8 @@ void Thresholds::check() {
                               {"mark", above ? marks.high : marks.low},
                               {"load", load},
                               {"capacity", table->typed().capacity()}});
+    watch_.notice(Orb::text("threshold: ", table->fullName(), " is ", std::lround(load),
+                            above ? " % full, too much" : " % full, no more too much"));
   }
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -38,6 +39,14 @@ class Watch {
 
   /// Tells of something else, with the members of an object.
   void tell(std::string_view event, const VelaAgent::Json& members);
+  /// What people are to read of it, a sentence, goes to whoever wants to hear; there is one at
+  /// most.
+  void noticeListenerIs(std::function<void(const std::string&)> listener) {
+    notice_ = std::move(listener);
+  }
+  void notice(const std::string& text) const {
+    if (notice_) notice_(text);
+  }
   /// While hit bits are polled, entries change without another status.
   void pollingIs(bool polling) { polling_ = polling; }
 
@@ -53,6 +62,7 @@ class Watch {
   std::vector<WatchListener*> listeners_;
   U64 sequence_ = 0;
   std::string line_;
+  std::function<void(const std::string&)> notice_;
   bool polling_ = false;
 };
 

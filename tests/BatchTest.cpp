@@ -55,7 +55,10 @@ struct RunBus final : VelaSwitchApi::RegisterBus {
     }
   }
 
+  bool gainsByRuns() const override { return gains; }
+
   VelaDevice::SimulatedSwitch& chip;
+  bool gains = true;
   std::vector<std::size_t> runs;
   std::vector<U32> entries;
   std::vector<std::size_t> reads;
@@ -179,64 +182,72 @@ TEST(Batch, entriesBehindAFailureOrAnObserver) {
   EXPECT_EQ(rig.table->count(VelaSwitchApi::KeyRecord::staged), 0u);
 }
 
-/// A table of 16 rows that entries move, wait, come in and fail in, by batches; with a twin where
-/// they come one by one.
-struct Small {
-  Started<HashTestTable> batches;
-  Started<HashTestTable> twin;
-  VelaTest::Random random;
-  std::map<U32, U32> desired;
+/// Few keys for a table of 16 rows, so that entries move, wait and come in.
+std::vector<std::pair<HashTestKey, HashTestResult>> someEntries(VelaTest::Random& random) {
+  std::vector<std::pair<HashTestKey, HashTestResult>> entries(random.below(12));
+  for (auto& entry : entries)
+    entry = {HashTestKey{random.below(24)}, HashTestResult{random.below(3)}};
+  return entries;
+}
 
-  std::vector<std::pair<HashTestKey, HashTestResult>> someEntries() {
-    std::vector<std::pair<HashTestKey, HashTestResult>> entries(random.below(12));
-    for (auto& entry : entries)
-      entry = {HashTestKey{random.below(24)}, HashTestResult{random.below(3)}};
-    return entries;
+/// The test table on a bus of either kind; it notes the rows that are written and the entries that
+/// observers hear of.
+struct Noting : Chip, Orb::KeyObserver<HashTestKey> {
+  explicit Noting(bool gainsByRuns) {
+    bus.gains = gainsByRuns;
+    types = Orb::make<VelaSwitchApi::SwTableTypes>(profile, bus);
+    start(*table);
+    table->entries().observerIs(this);
+    chip.writeObserverIs(
+        [this](const auto&, U32 index) { written.push_back(row("HashTest", 0, 0, index)); });
   }
+  ~Noting() { table->entries().observerDel(this); }
+  void handleKey(const HashTestKey& key) override { heard.push_back(key); }
+
+  RunBus bus{chip};
+  Orb::Ptr<HashTestTable> table = HashTestTableIs("table");
+  std::vector<std::vector<U32>> written;
+  std::vector<HashTestKey> heard;
 };
 
-TEST(Batch, endsAsOneByOne) {
-  Small small;
-  auto& table = *small.batches.table;
-  auto& twin = *small.twin.table;
-  std::vector<std::vector<U32>> written[2];
-  for (auto* rig : {&small.batches, &small.twin}) {
-    auto& rows = written[rig == &small.twin];
-    rig->chip.writeObserverIs(
-        [rig, &rows](const auto&, U32 row) { rows.push_back(rig->words(0, row)); });
-  }
+class EitherBus : public testing::TestWithParam<bool> {};
+
+TEST_P(EitherBus, endsAsOneByOne) {
+  Noting batches(GetParam());
+  Noting singles(true);
+  VelaTest::Random random;
   for (U32 round = 0; round < 3000; ++round) {
-    const auto entries = small.someEntries();
-    std::vector<EntryOutcome> outcomes;
-    if (small.random.flip()) {
-      outcomes = table.entriesAre(entries);
-    } else {
-      std::vector<HashTestKey> keys;
-      keys.reserve(entries.size());
-      for (const auto& entry : entries) keys.push_back(entry.first);
-      outcomes = table.entriesDel(keys);
-      for (std::size_t i = 0; i < keys.size(); ++i) {
-        ASSERT_EQ(outcomes[i].changed, twin.entryDel(keys[i])) << round;
-      }
-      continue;
-    }
+    const auto entries = someEntries(random);
+    const bool announced = random.flip();
+    std::vector<HashTestKey> keys;
+    for (const auto& entry : entries) keys.push_back(entry.first);
+    const auto outcomes =
+        announced ? batches.table->entriesAre(entries) : batches.table->entriesDel(keys);
     ASSERT_EQ(outcomes.size(), entries.size());
     for (std::size_t i = 0; i < entries.size(); ++i) {
+      auto& twin = *singles.table;
       const auto& [key, result] = entries[i];
       ASSERT_EQ(outcomes[i].known, twin.entries().has(key));
-      ASSERT_EQ(outcomes[i].changed, twin.entryIs(key, result));
-      ASSERT_EQ(outcomes[i].status, small.twin.status(key)) << round << " " << key.value();
+      ASSERT_EQ(outcomes[i].changed, announced ? twin.entryIs(key, result) : twin.entryDel(key));
+      if (announced) {
+        ASSERT_EQ(outcomes[i].status, twin.status(key)) << round << " " << key.value();
+      }
     }
-    ASSERT_EQ(written[0], written[1]) << round;
+    ASSERT_EQ(batches.written, singles.written) << round;
+    ASSERT_EQ(batches.heard, singles.heard) << round;
   }
-  EXPECT_GT(small.batches.convertor().physicalTable().engine().moves(), 100u);
-  EXPECT_EQ(table.tableStatus()->keys(), twin.tableStatus()->keys());
+  EXPECT_EQ(batches.bus.runs.size() == singles.bus.runs.size(), !GetParam());
+  EXPECT_GT(batches.table->profileConvertor().physicalTable().engine().moves(), 100u);
+  EXPECT_EQ(batches.table->tableStatus()->keys(), singles.table->tableStatus()->keys());
 }
+
+INSTANTIATE_TEST_SUITE_P(Buses, EitherBus, testing::Bool());
 
 /// Whatever fails, statuses tell the truth, and what lies in a row is found while others change.
 TEST(Batch, nothingIsLostWhereWritesFail) {
-  Small small;
-  auto& rig = small.batches;
+  Started<HashTestTable> rig;
+  VelaTest::Random random;
+  std::map<U32, U32> desired;
   std::set<HashTestKey> touched;
   const auto expectFound = [&] {
     for (const HashTestKey& key : rig.table->tableStatus()->keys()) {
@@ -246,7 +257,7 @@ TEST(Batch, nothingIsLostWhereWritesFail) {
   };
   rig.chip.writeObserverIs([&](const auto&, U32) { expectFound(); });
   for (U32 round = 0; round < 2000; ++round) {
-    const auto entries = small.someEntries();
+    const auto entries = someEntries(random);
     touched.clear();
     std::vector<HashTestKey> keys;
     keys.reserve(entries.size());
@@ -256,13 +267,12 @@ TEST(Batch, nothingIsLostWhereWritesFail) {
     for (const HashTestKey& key : rig.table->tableStatus()->keys()) {
       if (rig.status(key) != EntryProgrammedStatus::programmed) touched.insert(key);
     }
-    if (small.random.below(3) == 0)
-      rig.chip.failWritesIs(small.random.below(4), small.random.below(4));
-    if (small.random.below(3) != 0) {
-      for (const auto& [key, result] : entries) small.desired[key.value()] = result.result();
+    if (random.below(3) == 0) rig.chip.failWritesIs(random.below(4), random.below(4));
+    if (random.below(3) != 0) {
+      for (const auto& [key, result] : entries) desired[key.value()] = result.result();
       rig.table->entriesAre(entries);
     } else {
-      for (const HashTestKey& key : keys) small.desired.erase(key.value());
+      for (const HashTestKey& key : keys) desired.erase(key.value());
       rig.table->entriesDel(keys);
     }
     touched.clear();
@@ -270,7 +280,7 @@ TEST(Batch, nothingIsLostWhereWritesFail) {
     if (round % 8 != 0) continue;
     rig.chip.failWritesIs(0);
     rig.convertor().physicalTable().settle();
-    for (const auto& [key, result] : small.desired) {
+    for (const auto& [key, result] : desired) {
       const auto status = rig.status(HashTestKey{key});
       const auto hit = hashTest(rig.path, key);
       ASSERT_NE(status, EntryProgrammedStatus::hardwareError) << round;
@@ -279,7 +289,7 @@ TEST(Batch, nothingIsLostWhereWritesFail) {
         ASSERT_EQ(hit->result(), result);
       }
     }
-    ASSERT_EQ(rig.table->tableStatus()->size(), small.desired.size());
+    ASSERT_EQ(rig.table->tableStatus()->size(), desired.size());
   }
 }
 

@@ -94,8 +94,9 @@ class EntryStore {
   class Batch {
    public:
     /// Both must outlive it.
-    Batch(EntryStore& store, BatchListener& listener) : store_(store), listener_(listener) {
-      staged_.reserve(batchMost);
+    Batch(EntryStore& store, BatchListener& listener)
+        : store_(store), listener_(listener), gathers_(store.records_.gathers()) {
+      if (gathers_) staged_.reserve(batchMost);
       ++store_.batches_;
     }
     ~Batch() { --store_.batches_; }
@@ -110,6 +111,7 @@ class EntryStore {
     bool entryIs(std::size_t number, const Key& key, const Result& result, U32 tag) {
       // Whoever hears of what is told may announce others.
       if (flushing_) return store_.entryIs(key, result);
+      if (!gathers_) return entryIsAtOnce(number, key, result, tag);
       Record* record = begin(number, key, tag, true);
       store_.checkEntry(key, result);
       if (!record) record = &store_.newRecordIs(key);
@@ -131,7 +133,7 @@ class EntryStore {
       } else {
         store_.records_.flush();
         if (change.changed) store_.handleRecord(key, *record);
-        done(key, change);
+        tell(key, number, change, nullptr);
       }
       return change.changed;
     }
@@ -139,17 +141,15 @@ class EntryStore {
     bool entryDel(std::size_t number, const Key& given, U32 tag) {
       if (flushing_) return store_.entryDel(given);
       const Key key = given;
+      if (!gathers_) {
+        listener_.entryBegins(number);
+        return entryDelAtOnce(number, key, tag);
+      }
       Record* record = begin(number, key, tag, false);
       const bool stageable = record && record->has(KeyRecord::desired) && mayStage(*record, false);
       if (!stageable) {
         flushFirst();
-        record = store_.recordOf(key);
-        const bool known =
-            record && record->has(KeyRecord::desired) && !record->has(KeyRecord::unclaimed);
-        const Change change{known, store_.entryDelIfThere(key, true), false};
-        if (!change.changed) store_.handleAbsent(key);
-        done(key, change);
-        return change.changed;
+        return entryDelAtOnce(number, key, tag);
       }
       store_.records_.flagIs(*record, KeyRecord::staged, true);
       const Change change = store_.withdraw(*record);
@@ -185,6 +185,32 @@ class EntryStore {
       bool& flushing;
     };
 
+    bool entryIsAtOnce(std::size_t number, const Key& key, const Result& result, U32 tag) {
+      listener_.entryBegins(number);
+      Record* record = store_.recordOf(key, tag);
+      Change change{true, false, false};
+      if (!record || !isThere(*record, result)) {
+        store_.checkEntry(key, result);
+        if (!record) record = &store_.newRecordIs(key);
+        change = store_.announce(*record, result);
+        if (change.changed) store_.handleRecord(key, *record);
+        store_.tell(key, change);
+        // It may have gone, or another may have come.
+        record = store_.recordOf(key, tag);
+      }
+      done(number, change, record);
+      return change.changed;
+    }
+    bool entryDelAtOnce(std::size_t number, const Key& key, U32 tag) {
+      const Record* record = store_.find(key, tag);
+      const bool known =
+          record && record->has(KeyRecord::desired) && !record->has(KeyRecord::unclaimed);
+      const bool changed = store_.entryDelIfThere(key, true);
+      if (!changed) store_.handleAbsent(key);
+      done(number, {known, changed, false}, store_.find(key, tag));
+      return changed;
+    }
+
     /// Something is about to happen to a key, whose record is returned, or null. It may be in a
     /// batch twice; and rows that are cleared are not written in one run with what comes into them.
     Record* begin(std::size_t number, const Key& key, U32 tag, bool announces) {
@@ -214,8 +240,6 @@ class EntryStore {
       store_.records_.flagIs(record, KeyRecord::staged, true);
       staged_.push_back({&record, number_, change});
     }
-    void done(const Key& key, const Change& change) { tell(key, number_, change, nullptr); }
-
     struct Staged {
       NewRecord record;
       std::size_t number;
@@ -225,11 +249,15 @@ class EntryStore {
     void tell(const Key& key, std::size_t number, const Change& change, const Record* record) {
       store_.tell(key, change);
       if (!counted || !record || !record->known()) record = store_.find(key);
+      done(number, change, record);
+    }
+    void done(std::size_t number, const Change& change, const Record* record) {
       listener_.entryDone(number, {change.known, change.changed, store_.records_.statusOf(record)});
     }
 
     EntryStore& store_;
     BatchListener& listener_;
+    const bool gathers_;  ///< See KeyRecords.
     std::size_t number_ = 0;
     bool announces_ = true;  ///< Those that are staged, rather than withdraws.
     bool flushing_ = false;

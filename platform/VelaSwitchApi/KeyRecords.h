@@ -208,6 +208,8 @@ class VELA_EXPORT KeyRecords {
   /// Clears the flag of all records.
   void flagDelAll(Flag flag);
 
+  /// Whether rows of a batch are staged at all, rather than written as they come.
+  virtual bool gathers() const = 0;
   /// Whether what is to be done for the key, whose entry is `desired` or is withdrawn, concerns no
   /// other entries and no rows that failed.
   virtual bool stageable(const KeyRecord& record, bool desired) const = 0;

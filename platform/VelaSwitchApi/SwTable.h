@@ -93,6 +93,7 @@ class VELA_EXPORT SwTable : public Orb::PtrInterface, public KeyRecords {
  protected:
   explicit SwTable(std::string name) : name_(std::move(name)) {}
 
+  bool gathers() const override { return !types_ || types_->bus().gainsByRuns(); }
   void stagedNumberIs(std::size_t number) override {
     if (types_) types_->run().numberIs(number);
   }

@@ -24,19 +24,25 @@ def route(address, length, withdrawn=False, gateway=None, interface=1):
 class Velad:
     """A running velad, whose first interface has a port."""
 
-    def __init__(self, program, work, **fpm):
+    def __init__(self, program, work, settings=None, **fpm):
         self.program = program
         self.work = work
         self.path = f"{work}/control"
-        with open(f"{work}/velad.json", "w") as out:
-            # The first interface there is, whatever its name is here.
-            json.dump({"device": f"{work}/switch", "control": self.path, "tables": {"254": 0},
-                       "interfaces": {socket.if_indextoname(1): 1},
-                       "fpm": {"listen": f"127.0.0.1:{PORT}", "quiet": 60, **fpm}}, out)
+        # The first interface there is, whatever its name is here.
+        self.settings = {"device": f"{work}/switch", "control": self.path, "tables": {"254": 0},
+                         "interfaces": {socket.if_indextoname(1): 1},
+                         "fpm": {"listen": f"127.0.0.1:{PORT}", "quiet": 60, **fpm}, **(settings or {})}
+        self.configure()
         self.start()
 
+    def configure(self, **changes):
+        self.settings.update(changes)
+        with open(f"{self.work}/velad.json", "w") as out:
+            json.dump(self.settings, out)
+
     def start(self):
-        self.process = subprocess.Popen([self.program, f"{self.work}/velad.json"], stderr=subprocess.DEVNULL)
+        with open(f"{self.work}/log", "a") as log:
+            self.process = subprocess.Popen([self.program, f"{self.work}/velad.json"], stderr=log)
         while True:
             try:
                 self.operator = Operator(self.path)
@@ -54,6 +60,10 @@ class Velad:
     def status(self):
         return self.ask({"request": "status"})[0]
 
+    def log(self):
+        with open(f"{self.work}/log") as log:
+            return log.read()
+
     def memory(self):
         """What is its own: the switch is a file."""
         with open(f"/proc/{self.process.pid}/status") as lines:
@@ -66,13 +76,24 @@ class Operator:
         self.peer.connect(path)
         self.lines = self.peer.makefile()
 
-    def ask(self, request):
+    def send(self, request):
         self.peer.sendall((json.dumps(request) + "\n").encode())
+
+    def ask(self, request):
+        self.send(request)
         answer = []
         while (line := self.lines.readline()) and not line.startswith('{"done"'):
             answer.append(line)
         assert line == '{"done":true}\n', line
         return [json.loads(each) for each in answer]
+
+
+def wait(what, until, seconds=30):
+    end = time.time() + seconds
+    while not until():
+        if time.time() > end:
+            fail(f"{what} in {seconds} s")
+        time.sleep(0.01)
 
 
 def fail(what):

@@ -103,14 +103,6 @@ def absent(lines):
     return next((line for line in lines if not line["hit"]), None)
 
 
-def wait(what, until, seconds=30):
-    end = time.time() + seconds
-    while not until():
-        if time.time() > end:
-            fail(f"kill: {what} in {seconds} s")
-        time.sleep(0.01)
-
-
 def settle(velad, feeder):
     """Until all that is desired is told and done; the rows that were written since velad started."""
     feeder.churning = False

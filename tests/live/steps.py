@@ -208,7 +208,7 @@ def metrics(work, text):
     for name, value in said.items():
         if scraped.get(name) != value:
             raise SystemExit(f"{name} is {scraped.get(name)}, not {value}: {text}")
-    if not scraped["velad_settling_seconds_count"]:
+    if not scraped["velad_change_seconds_count"]:
         raise SystemExit("no time was measured")
     tool = shutil.which("promtool")
     if tool:

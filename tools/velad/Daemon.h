@@ -1,12 +1,12 @@
 #pragma once
 
-#include <list>
 #include <optional>
 
 #include "Feed.h"
 #include "Metrics.h"
+#include "Operators.h"
 #include "service/Configuration.h"
-#include "service/Control.h"
+#include "service/Delays.h"
 
 namespace Velad {
 
@@ -16,18 +16,12 @@ class Daemon {
   /// The switch, whose memory no other process may have, is started. Throws what is wrong with
   /// device or sockets.
   explicit Daemon(const VelaService::ConfigurationFile& file);
-  ~Daemon();
 
   /// Runs until SIGTERM or SIGINT. Forwarding stays as it is then.
   void run();
 
  private:
-  class Operator;
-
-  void listenForOperators();
-  void acceptOperator();
-  void resumeOperators();
-  void workIfNeeded(VelaService::Clock::time_point since);
+  void workIfNeeded();
   void work();
   void tick();
   void reload();
@@ -46,18 +40,16 @@ class Daemon {
   std::optional<VelaService::Upkeep> upkeep_;
   std::optional<VelaService::Control> control_;
   Loop loop_;
-  uv_pipe_t operatorListener_{};
   uv_idle_t working_{};
-  uv_prepare_t pausing_{};
   uv_timer_t ticking_{};
   uv_signal_t term_{};
   uv_signal_t interrupt_{};
   uv_signal_t hangup_{};
   std::vector<std::unique_ptr<Feed>> feeds_;
-  std::list<std::unique_ptr<Operator>> operators_;
+  std::optional<Operators> operators_;
   std::optional<Metrics> metrics_;
   unsigned ticks_ = 0;
-  VelaService::Clock::time_point busySince_;  ///< While there is something to do.
+  VelaService::Delays delays_;
 };
 
 }  // namespace Velad

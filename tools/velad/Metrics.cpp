@@ -23,16 +23,16 @@ Metrics::Metrics(const std::string& address) : exposer_(address, 1) {
   exposer_.RegisterCollectable(registry_);
 }
 
-void Metrics::settled(double seconds) {
-  if (!settling_) {
-    settling_ = &prometheus::BuildHistogram()
-                     .Name("velad_settling_seconds")
-                     .Help("From a source's first message to the last register of what it said")
+void Metrics::carriedOut(U64 changes, double seconds) {
+  if (!changing_) {
+    changing_ = &prometheus::BuildHistogram()
+                     .Name("velad_change_seconds")
+                     .Help("From a source's message to the last register of what it changes")
                      .Register(*registry_)
                      .Add({}, prometheus::Histogram::BucketBoundaries{.0001, .0003, .001, .003, .01,
                                                                       .03, .1, .3, 1, 3, 10});
   }
-  settling_->Observe(seconds);
+  for (; changes > 0; --changes) changing_->Observe(seconds);
 }
 
 void Metrics::gauge(const char* name, const char* about, const Labels& labels, double value) {

@@ -18,8 +18,8 @@ class Metrics {
   /// Takes the figures as they are.
   void collect(const VelaAgent::Agent& agent, const VelaService::RouteService& routes,
                const VelaService::Upkeep& upkeep);
-  /// All that a source had said by then was carried out, so long after the first of it came.
-  void settled(double seconds);
+  /// So many changes were carried out, so long after the message that asked for them came.
+  void carriedOut(U64 changes, double seconds);
 
  private:
   using Labels = prometheus::Labels;
@@ -30,7 +30,7 @@ class Metrics {
 
   prometheus::Exposer exposer_;
   std::shared_ptr<prometheus::Registry> registry_ = std::make_shared<prometheus::Registry>();
-  prometheus::Histogram* settling_ = nullptr;  ///< When there is something to tell.
+  prometheus::Histogram* changing_ = nullptr;  ///< When there is something to tell.
 };
 
 }  // namespace Velad

@@ -29,8 +29,8 @@ int fit(const Options& options);
 
 /// Sends a request, and prints the lines of its answer.
 int ask(const std::string& path, const VelaAgent::Json& request);
-/// How the daemon does.
-int status(const Options& options);
+/// How the daemon does, or with a table what it knows of the entries of the keys.
+int status(const Options& options, const std::string& table, const std::vector<std::string>& keys);
 /// Prints what happens, until the daemon ends it.
 int watch(const Options& options);
 /// Prints what rows differ from what they should be.

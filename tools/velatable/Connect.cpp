@@ -212,7 +212,12 @@ int ask(const std::string& path, const Json& request) {
   return exitGood;
 }
 
-int status(const Options& options) {
+int status(const Options& options, const std::string& table, const std::vector<std::string>& keys) {
+  if (!table.empty()) {
+    Json request = {{"request", "entry"}, {"table", table}, {"keys", Json::array()}};
+    for (const std::string& key : keys) request["keys"].push_back(keyFromText(table, key));
+    return ask(options.connect, request);
+  }
   return ask(options.connect, {{"request", "status"}, {"refused", options.refused}});
 }
 

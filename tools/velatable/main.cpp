@@ -231,8 +231,12 @@ void CommandLine::addManual() {
 
 /// Commands for a running switch alone.
 void CommandLine::addLive() {
-  CLI::App* status = add("status", "ask a running velad how it does, in JSON",
-                         [this] { return VelaTool::status(options_); });
+  CLI::App* status = add("status", "ask a running velad how it does, or of entries, in JSON",
+                         [this] { return VelaTool::status(options_, name_, keys_); });
+  CLI::Option* table = status->add_option("table", name_, "table of the entries");
+  CLI::Option* keys =
+      status->add_option("keys", keys_, "JSON each; for Route also PREFIX or VRF:PREFIX");
+  table->needs(keys);
   status->add_flag("--refused", options_.refused, "each route that is refused or waits, and why");
   CLI::App* watch = add("watch", "print what happens to a running switch, a line of JSON each",
                         [this] { return VelaTool::watch(options_); });

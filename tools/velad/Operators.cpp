@@ -1,0 +1,141 @@
+#include "Operators.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <utility>
+
+#include "Log.h"
+
+namespace Velad {
+
+using VelaService::Clock;
+
+namespace {
+
+constexpr std::size_t longestRequest = std::size_t{1} << 20;
+/// What operators may take of a turn while routes wait, and what they take at most if one more
+/// piece is begun then.
+constexpr auto shareOfTurn = std::chrono::milliseconds(5);
+
+void removeSocket(const std::string& path) {
+  struct stat at {};
+  if (lstat(path.c_str(), &at) == 0 && S_ISSOCK(at.st_mode)) unlink(path.c_str());
+}
+
+}  // namespace
+
+/// A connection: lines come in and are answered one after the other.
+class Operators::Operator {
+ public:
+  Operator(Operators& all, uv_stream_t* listener) : all_(all), stream_(listener) {}
+  ~Operator() {
+    if (preparing_) preparing_->owner = nullptr;
+  }
+
+  void start() {
+    who_ = stream_.peer();
+    log(Level::info, "control: connected, " + who_);
+    stream_.start([this](std::span<const char> bytes) { received(bytes); }, [this] { end(""); });
+  }
+  /// Makes a piece of an answer, or takes up the next request, if that is what comes next.
+  void go() {
+    if (answer_ && answer_->overrun()) return end("reading too slowly");
+    if (writing_ || preparing_) return;
+    if (!answer_) return next();
+    // Of an answer without an end the peer's is to be heard.
+    if (answer_->waits()) return stream_.readingIs(true);
+    make();
+  }
+
+ private:
+  /// What runs in another thread outlives an operator who does not wait for it.
+  struct Preparing {
+    uv_work_t request;
+    Operator* owner;
+    std::unique_ptr<VelaService::Answer> answer;
+  };
+
+  void received(std::span<const char> bytes) {
+    input_.append(bytes.begin(), bytes.end());
+    if (input_.size() > longestRequest) return end("too long a request");
+    if (!answer_) stream_.readingIs(false);
+  }
+  void next() {
+    const std::size_t end = input_.find('\n');
+    if (end == std::string::npos) return stream_.readingIs(true);
+    answer_ = all_.control_.ask(std::string_view(input_).substr(0, end));
+    input_.erase(0, end + 1);
+    make();
+  }
+  void make() { answer_->prepares() ? prepare() : piece(); }
+  void prepare() {
+    preparing_ = new Preparing{{}, this, std::move(answer_)};
+    preparing_->request.data = preparing_;
+    uv_queue_work(
+        all_.loop_.get(), &preparing_->request,
+        [](uv_work_t* request) { static_cast<Preparing*>(request->data)->answer->prepare(); },
+        [](uv_work_t* request, int) {
+          const std::unique_ptr<Preparing> done(static_cast<Preparing*>(request->data));
+          if (!done->owner) return;
+          done->owner->preparing_ = nullptr;
+          done->owner->answer_ = std::move(done->answer);
+        });
+  }
+  void piece() {
+    std::string text;
+    if (!answer_->piece(text)) answer_.reset();
+    writing_ = true;
+    stream_.write(std::move(text), [this] { writing_ = false; });
+  }
+  void end(const std::string& why) {
+    log(why.empty() ? Level::info : Level::warning,
+        "control: closed" + (why.empty() ? why : " for " + why) + ", " + who_);
+    all_.all_.remove_if([this](const auto& each) { return each.get() == this; });
+  }
+
+  Operators& all_;
+  Stream stream_;
+  std::string who_;
+  std::string input_;
+  std::unique_ptr<VelaService::Answer> answer_;
+  bool writing_ = false;
+  Preparing* preparing_ = nullptr;
+};
+
+Operators::Operators(Loop& loop, VelaService::Control& control, std::string path,
+                     std::function<bool()> busy)
+    : loop_(loop), control_(control), path_(std::move(path)), busy_(std::move(busy)) {
+  // Whoever had it before has the switch no more.
+  removeSocket(path_);
+  uv_pipe_init(loop_.get(), &listener_, 0);
+  uv_prepare_init(loop_.get(), &turning_);
+  listener_.data = turning_.data = this;
+  const mode_t mask = umask(0117);
+  const int bound = uv_pipe_bind(&listener_, path_.c_str());
+  umask(mask);
+  checked(bound, path_);
+  auto* listener = reinterpret_cast<uv_stream_t*>(&listener_);
+  checked(
+      uv_listen(listener, 16,
+                [](uv_stream_t* on, int) {
+                  auto& all = static_cast<Operators*>(on->data)->all_;
+                  all.push_back(std::make_unique<Operator>(*static_cast<Operators*>(on->data), on));
+                  all.back()->start();
+                }),
+      path_);
+  uv_prepare_start(&turning_, [](uv_prepare_t* on) { static_cast<Operators*>(on->data)->turn(); });
+}
+
+Operators::~Operators() { removeSocket(path_); }
+
+void Operators::turn() {
+  const auto end = Clock::now() + shareOfTurn;
+  for (std::size_t left = all_.size(); left > 0 && !all_.empty(); --left) {
+    all_.splice(all_.end(), all_, all_.begin());
+    all_.back()->go();
+    if (busy_() && Clock::now() >= end) return;
+  }
+}
+
+}  // namespace Velad
