@@ -12,7 +12,7 @@ import subprocess
 import threading
 import time
 
-from client import PORT, Operator, fail, route, run
+from client import PORT, Operator, fail, route, run, wait
 
 ALL_ALONG = 1500  # The first of so many routes; the others come and go.
 ROUTES = 2000
@@ -106,12 +106,12 @@ def absent(lines):
 def settle(velad, feeder):
     """Until all that is desired is told and done; the rows that were written since velad started."""
     feeder.churning = False
-    wait("not all is told", lambda: feeder.idle)
+    wait("kill: not all is told", lambda: feeder.idle)
 
     def done():
         status = velad.status()
         return status["sources"][0]["complete"] and not status["queued"]
-    wait("velad is not complete", done)
+    wait("kill: velad is not complete", done)
     status = velad.status()
     ways = {(hop["l3LagIndex"], hop["rewriteIndex"]): hop["gateway"] for hop in status["nexthops"]}
     for number, line in enumerate(velad.ask(lookup(range(ROUTES)))):
