@@ -12,7 +12,7 @@ import subprocess
 import threading
 import time
 
-from client import PORT, Operator, fail, route, run
+from client import PORT, Operator, fail, route, run, wait
 
 ALL_ALONG = 1500  # The first of so many routes; the others come and go.
 ROUTES = 2000
