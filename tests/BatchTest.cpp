@@ -192,7 +192,7 @@ std::vector<std::pair<HashTestKey, HashTestResult>> someEntries(VelaTest::Random
 
 /// The test table on a bus of either kind; it notes the rows that are written and the entries that
 /// observers hear of.
-struct Noting : Chip, Orb::KeyObserver<HashTestKey> {
+struct Noting final : Chip, Orb::KeyObserver<HashTestKey> {
   explicit Noting(bool gainsByRuns) {
     bus.gains = gainsByRuns;
     types = Orb::make<VelaSwitchApi::SwTableTypes>(profile, bus);
