@@ -3,9 +3,9 @@
 
 PACKAGES := g++ clang clang-format clang-tidy cmake ninja-build nlohmann-json3-dev libcli11-dev \
             libsimdjson-dev libgtest-dev libbenchmark-dev llvm pkgconf libmnl-dev libuv1-dev libsystemd-dev \
-            prometheus-cpp-dev
+            prometheus-cpp-dev libhiredis-dev
 PROMTOOL := build/live/usr/bin/promtool
-LIVE := abigail-tools bird2 debootstrap frr iproute2 python3 xz-utils
+LIVE := abigail-tools bird2 debootstrap frr iproute2 python3 redis-server xz-utils
 PEERS := pkgconf libdpdk-dev libcuckoo-dev
 SUDO := $(shell [ "$$(id -u)" = 0 ] || echo sudo)
 JOBS := $(shell nproc)
@@ -47,7 +47,7 @@ timed = @start=$$(date +%s); echo "== $(1)"; $(2) && \
 	    printf '%-20s %5d s\n' '$(1)' $$(($$(date +%s) - start)) >> build/times
 
 # What needs more than the code: packages that are installed, the thread sanitizer, other releases, a
-# routing daemon.
+# routing daemon, a stream server.
 test-live: packages deb
 	@$(MAKE) --no-print-directory packages PACKAGES="$(LIVE)"
 	@rm -f build/times
@@ -63,6 +63,8 @@ test-live: packages deb
 	    tests/live/kill.py build/release/velad build/release/velatable 50)
 	$(call timed,operate,$(MAKE) --no-print-directory $(PROMTOOL) && \
 	    tests/live/operate.py build/release/velad $(PROMTOOL))
+	$(call timed,fleet,$(MAKE) --no-print-directory release-velad release-velatable && \
+	    tests/live/fleet.py build/release)
 	@cat build/times
 
 # The checker of metrics, without the server that it comes with, which would be started.
@@ -89,7 +91,7 @@ soak: release-agent_tests
 # Every input that is found goes to build/fuzz/corpus; the ones to start from are in fuzz/corpus.
 fuzz: packages
 	cmake --preset fuzz && cmake --build --preset fuzz
-	for target in events fpm profile image rows; do \
+	for target in events fpm profile image rows stream; do \
 	    mkdir -p build/fuzz/corpus/$$target && \
 	    build/fuzz/fuzz/fuzz_$$target -max_total_time=$(FUZZ_SECONDS) -print_final_stats=1 \
 	        -artifact_prefix=build/fuzz/$$target- \

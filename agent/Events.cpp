@@ -46,6 +46,18 @@ std::string count(U64 number, const char* one, const char* several) {
 
 std::string rows(U64 number) { return count(number, "row", "rows"); }
 
+Json documentOf(std::string_view line) {
+  const std::string text(line);
+  Json event;
+  try {
+    event = jsonFromText(text);
+  } catch (const InputException& error) {
+    throw InputException(std::string("not a JSON object: ") + error.what());
+  }
+  if (!event.is_object()) throw InputException("not a JSON object: " + quoted(text));
+  return event;
+}
+
 /// An entry as the headline of a story.
 std::string eventText(const TableAdapter& table, const Json& key) {
   std::string text = table.name();
@@ -85,8 +97,8 @@ bool meets(const Json& actual, const Json& expected) {
 
 void EventRunner::takeLine(std::string_view line, std::size_t behind, U64 number) {
   EntryEvent& event = batch_[announcements_.size()];
-  // Stories are told from documents.
-  const bool ordinary = !story_ && reader_.read(line, behind, event);
+  // Stories are told from documents, and refusals.
+  const bool ordinary = !story_ && reader_.read(line, behind, event) && !ownerOf(*event.table);
   const bool goesOn = ordinary && !event.withdraws && behind >= EventReader::padding &&
                       event.table == batch_.front().table;
   if (!announcements_.empty() && !goesOn) {
@@ -96,7 +108,7 @@ void EventRunner::takeLine(std::string_view line, std::size_t behind, U64 number
     std::swap(batch_.front(), batch_[place]);
   }
   lineNumber_ = number;
-  if (!ordinary) return applyDocument(line);
+  if (!ordinary) return apply(documentOf(line));
   if (batch_[announcements_.size()].withdraws) return withdraw(batch_.front());
   batch_[announcements_.size()].number = number;
   addToBatch();
@@ -150,18 +162,6 @@ void EventRunner::entryDone(std::size_t number, const EntryOutcome& outcome) {
   }
   tellAdmitted();
   ++batchDone_;
-}
-
-void EventRunner::applyDocument(std::string_view line) {
-  const std::string text(line);
-  Json event;
-  try {
-    event = jsonFromText(text);
-  } catch (const InputException& error) {
-    throw InputException(std::string("not a JSON object: ") + error.what());
-  }
-  if (!event.is_object()) throw InputException("not a JSON object: " + quoted(text));
-  apply(event);
 }
 
 /// An event that is applied has a number; one that is refused does not.
@@ -291,6 +291,36 @@ TableAdapter& EventRunner::tableOf(const Json& event) const {
   return agent_.table(name.get_ref<const std::string&>(), number(event, "instance", 0));
 }
 
+/// The table of an event that changes it.
+TableAdapter& EventRunner::changedTable(const Json& event) const {
+  TableAdapter& table = tableOf(event);
+  if (const char* owner = ownerOf(table)) {
+    throw InputException("table " + table.name() + " is " + owner);
+  }
+  table.typed().checkChangeable();
+  return table;
+}
+
+std::optional<Desire> EventRunner::desireOf(std::string_view line) {
+  EntryEvent& read = batch_.front();
+  if (announcements_.empty() && reader_.read(line, 0, read) && !ownerOf(*read.table)) {
+    if (!read.withdraws) read.table->typed().check(read.key, read.result);
+    return Desire{read.withdraws, read.table, read.table->keyToJson(read.key)};
+  }
+  const Json event = documentOf(line);
+  const bool withdraws = member(event, "op") == "del";
+  if (!withdraws && event["op"] != "set") return std::nullopt;
+  TableAdapter& table = changedTable(event);
+  if (withdraws) {
+    allow(event, {"op", "table", "instance", "key"});
+  } else {
+    allow(event, {"op", "table", "instance", "key", "result"});
+  }
+  const AnyValue key = table.keyFromJson(member(event, "key"));
+  if (!withdraws) table.typed().check(key, table.resultFromJson(event.value("result", Json())));
+  return Desire{withdraws, &table, table.keyToJson(key)};
+}
+
 HwTableAdapter& EventRunner::hardwareOf(const Json& event) const {
   TableAdapter& table = tableOf(event);
   HwTableAdapter* hardware = table.hardware();
@@ -323,12 +353,11 @@ void EventRunner::announced(bool before, const std::vector<std::string>& warning
 
 void EventRunner::set(const Json& event) {
   allow(event, {"op", "table", "instance", "key", "result"});
-  TableAdapter& table = tableOf(event);
+  TableAdapter& table = changedTable(event);
   const Json& keyJson = member(event, "key");
   const auto result = event.find("result");
   const U64 movesBefore = table.moves();
   const U64 writesBefore = agent_.recorder().rowWrites();
-  table.typed().checkChangeable();
   const AnyValue key = table.keyFromJson(keyJson);
   Entries& entries = table.typed();
   const EntryProgrammedStatus status =
@@ -394,7 +423,7 @@ void EventRunner::explainRefusal(const TableAdapter& table,
 void EventRunner::del(const Json& event) {
   allow(event, {"op", "table", "instance", "key"});
   const U64 writesBefore = agent_.recorder().rowWrites();
-  const bool known = tableOf(event).del(member(event, "key"));
+  const bool known = changedTable(event).del(member(event, "key"));
   agent_.settle();
   if (!story_) return;
   const U64 writes = agent_.recorder().rowWrites() - writesBefore;

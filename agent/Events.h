@@ -1,6 +1,7 @@
 #pragma once
 
 #include <functional>
+#include <optional>
 #include <string>
 
 #include "agent/Agent.h"
@@ -13,6 +14,13 @@ bool meets(const Json& actual, const Json& expected);
 
 /// A finding of an audit, its fields' values in hexadecimal.
 Json findingLine(const RowFinding& finding);
+
+/// An announcement or a withdrawal that was read.
+struct Desire {
+  bool withdraws = false;
+  TableAdapter* table = nullptr;
+  Json key;  ///< As the table spells it.
+};
 
 /// Applies events, one JSON object each, to an agent's tables and to the switch under them.
 class EventRunner final : private BatchListener {
@@ -38,6 +46,11 @@ class EventRunner final : private BatchListener {
   /// Whether events other than announcements and withdrawals are passed over: what is left says
   /// what is desired.
   void desiresOnlyIs(bool only) { desiresOnly_ = only; }
+  /// Whose entries of a table are, for people ("the sources'"), or null where anyone may change
+  /// them.
+  using OwnerOf = std::function<const char*(const TableAdapter&)>;
+  /// Announcements to tables that have an owner, and withdrawals, are refused.
+  void ownersAre(OwnerOf owner) { owner_ = std::move(owner); }
   /// Whether a refusal lists what it competes with, and a lookup the tables that it asked.
   void explainIs(bool explain) { explain_ = explain; }
 
@@ -48,9 +61,12 @@ class EventRunner final : private BatchListener {
     flush();
   }
   void apply(const Json& event);
-  /// The same, but announcements to one table that follow each other are applied together, later:
-  /// at the latest by flush(). Until then the line must stay where it is. It is read faster where
-  /// EventReader::padding bytes may be read `behind` it. `number` is that of the line.
+  /// Reads an announcement or a withdrawal and applies nothing; nothing for other events. Throws
+  /// what applyLine() throws.
+  std::optional<Desire> desireOf(std::string_view line);
+  /// As applyLine(), but announcements to one table that follow each other are applied together,
+  /// later: at the latest by flush(). Until then the line must stay where it is. It is read faster
+  /// where EventReader::padding bytes may be read `behind` it. `number` is that of the line.
   void takeLine(std::string_view line, std::size_t behind, U64 number);
   void flush();
   /// The line that is applied, warned of or refused.
@@ -96,7 +112,7 @@ class EventRunner final : private BatchListener {
   void numbered(const Handle& handle);
   void withdraw(const EntryEvent& event);
   void addToBatch();
-  void applyDocument(std::string_view line);
+  const char* ownerOf(const TableAdapter& table) const { return owner_ ? owner_(table) : nullptr; }
   void entryBegins(std::size_t number) override;
   void entryDone(std::size_t number, const EntryOutcome& outcome) override;
   void set(const Json& event);
@@ -108,6 +124,7 @@ class EventRunner final : private BatchListener {
   void fail(const Json& event);
 
   TableAdapter& tableOf(const Json& event) const;
+  TableAdapter& changedTable(const Json& event) const;
   HwTableAdapter& hardwareOf(const Json& event) const;
   Json lookup(const TableAdapter& table, const Json& key, VelaDevice::DataPath::Steps& steps);
   void announced(bool before, const std::vector<std::string>& warnings);
@@ -132,6 +149,7 @@ class EventRunner final : private BatchListener {
   ResultListener result_;
   StoryListener story_;
   WarningListener warn_;
+  OwnerOf owner_;
   bool explain_ = false;
   bool desiresOnly_ = false;
   bool warnOfRepeats_ = false;

@@ -98,4 +98,10 @@ void Memory::sizeIs(std::size_t size) {
   size_ = size;
 }
 
+void Memory::sync() const {
+  if (file_ >= 0 && msync(bytes_, size_, MS_SYNC) != 0) {
+    throw std::runtime_error("cannot bring the saved switch to disk");
+  }
+}
+
 }  // namespace VelaDevice

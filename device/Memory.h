@@ -36,6 +36,8 @@ class VELA_EXPORT Memory {
   /// Makes it at least this long. Throws std::runtime_error beyond maxSize or when the disk is
   /// full.
   void sizeIs(std::size_t size);
+  /// Waits until the file's disk has all bytes. Throws std::runtime_error when that fails.
+  void sync() const;
 
  private:
   void open(const std::string& file, int flags, int lock);

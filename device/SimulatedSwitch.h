@@ -103,6 +103,9 @@ class VELA_EXPORT SimulatedSwitch : public VelaSwitchApi::RegisterBus {
   /// There is one at most; empty for none.
   void writeObserverIs(WriteObserver observer) { state_.observer = std::move(observer); }
 
+  /// See Memory::sync().
+  void sync() const { memory_.sync(); }
+
   /// Row writes that reached the switch, and their register writes.
   U64 rowWrites() const { return state_.rowWrites; }
   U64 registerWrites() const { return state_.registerWrites; }  ///< See rowWrites().

@@ -59,9 +59,16 @@ class ConfigurationReader {
   void readMarks(const Json& json, const std::string& where, Marks& marks, const Fields& others);
   void readThresholds(const Json& json);
   void readScrub(const Json& json);
+  void readFpm(const Json& json);
+  void readKernel(const Json& json);
+  void readStream(const Json& json);
+  void readMetrics(const Json& json);
+  void checkSources(const Json& json);
 
   std::vector<std::string>& mistakes_;
   Configuration all_;
+  SourceSettings fpm_{"fpm"};
+  SourceSettings kernel_{"kernel"};
   U32 ports_ = 0;
   U32 vrfs_ = 0;
   std::set<U8> taken_;
@@ -209,6 +216,74 @@ void ConfigurationReader::readScrub(const Json& json) {
   each(json, "scrub", {{"rows", rows}, {"repair", flag(scrub.repair)}});
 }
 
+void ConfigurationReader::readFpm(const Json& json) {
+  std::string listen = all_.fpmAddress + ":" + std::to_string(all_.fpmPort);
+  bool anywhere = false;
+  each(json, "fpm",
+       {{"listen", text(listen)},
+        {"anywhere", flag(anywhere)},
+        {"quiet", seconds(fpm_.quiet)},
+        {"longest", seconds(fpm_.longest)},
+        {"offload", flag(fpm_.answered)}});
+  at("fpm.listen", [&] {
+    std::tie(all_.fpmAddress, all_.fpmPort) = readListen(listen, anywhere, "programs the switch");
+  });
+}
+
+void ConfigurationReader::readKernel(const Json& json) {
+  each(json, "kernel",
+       {{"quiet", seconds(kernel_.quiet)},
+        {"longest", seconds(kernel_.longest)},
+        {"receiveBuffer", [this](const Json& bytes) {
+           all_.kernelReceiveBuffer =
+               static_cast<U32>(VelaAgent::numberFromJson(bytes, U32{1} << 30));
+         }}});
+}
+
+void ConfigurationReader::readMetrics(const Json& json) {
+  bool anywhere = false;
+  each(json, "metrics", {{"listen", text(all_.metrics)}, {"anywhere", flag(anywhere)}});
+  if (all_.metrics.empty()) return;
+  at("metrics.listen", [&] { readListen(all_.metrics, anywhere, "reads them"); });
+}
+
+void ConfigurationReader::readStream(const Json& json) {
+  StreamSettings& stream = all_.stream.emplace();
+  each(json, "stream",
+       {{"server", text(stream.server)},
+        {"switch", text(stream.switchName)},
+        {"credentials", text(stream.credentials)},
+        {"position", text(stream.positionFile)},
+        {"keep", [&](const Json& value) {
+           stream.statusLength = VelaAgent::numberFromJson(value, 1U << 24);
+           if (stream.statusLength == 0) throw InputException("is to be 1 or more");
+         }}});
+  needed(stream.server, "stream.server");
+  at("stream.switch", [&] { streamNames(stream.switchName); });
+}
+
+/// zebra is listened for where nothing else is said. Without a source of routes all tables are the
+/// stream's.
+void ConfigurationReader::checkSources(const Json& json) {
+  const bool fromKernel = json.contains("kernel");
+  const bool fromFpm = json.contains("fpm") || (!fromKernel && !all_.stream);
+  if (fromFpm) all_.routes.sources.push_back(fpm_);
+  if (fromKernel) all_.routes.sources.push_back(kernel_);
+  if (all_.stream) {
+    all_.stream->routesAreOthers = fromFpm || fromKernel;
+    if (all_.stream->positionFile.empty()) all_.stream->positionFile = all_.device + ".position";
+  }
+  if (fromFpm || fromKernel) {
+    if (all_.routes.vrfs.empty()) mistake("tables", "names no table; usually {\"254\": 0}");
+    if (all_.routes.nexthopFile.empty()) all_.routes.nexthopFile = all_.device + ".nexthops";
+    return;
+  }
+  for (const char* name : {"tables", "interfaces", "nexthops"}) {
+    if (!json.contains(name)) continue;
+    mistake(name, "is for a source of routes, and there is but a stream");
+  }
+}
+
 Configuration ConfigurationReader::read(const Json& json) {
   // What the others are checked against comes first.
   if (json.is_object() && json.contains("profile")) text(all_.profile)(json["profile"]);
@@ -218,7 +293,6 @@ Configuration ConfigurationReader::read(const Json& json) {
     vrfs_ = profile->vrfs();
   });
   if (!mistakes_.empty()) return all_;
-  std::string listen = all_.fpmAddress + ":" + std::to_string(all_.fpmPort);
   const auto named = [this](const char* where,
                             void (ConfigurationReader::*member)(const std::string&, const Json&)) {
     return [this, where, member](const Json& value) {
@@ -229,30 +303,6 @@ Configuration ConfigurationReader::read(const Json& json) {
       }
     };
   };
-  SourceSettings fpmSource{"fpm"};
-  bool fpmAnywhere = false;
-  bool metricsAnywhere = false;
-  const Handler metrics = [&](const Json& value) {
-    each(value, "metrics", {{"listen", text(all_.metrics)}, {"anywhere", flag(metricsAnywhere)}});
-  };
-  const Handler fpm = [&](const Json& value) {
-    each(value, "fpm",
-         {{"listen", text(listen)},
-          {"anywhere", flag(fpmAnywhere)},
-          {"quiet", seconds(fpmSource.quiet)},
-          {"longest", seconds(fpmSource.longest)},
-          {"offload", flag(fpmSource.answered)}});
-  };
-  SourceSettings kernelSource{"kernel"};
-  const Handler kernel = [&](const Json& value) {
-    each(value, "kernel",
-         {{"quiet", seconds(kernelSource.quiet)},
-          {"longest", seconds(kernelSource.longest)},
-          {"receiveBuffer", [this](const Json& bytes) {
-             all_.kernelReceiveBuffer =
-                 static_cast<U32>(VelaAgent::numberFromJson(bytes, U32{1} << 30));
-           }}});
-  };
   each(json, "",
        {{"profile", [](const Json&) {}},
         {"device", text(all_.device)},
@@ -260,32 +310,21 @@ Configuration ConfigurationReader::read(const Json& json) {
         {"nexthops", text(all_.routes.nexthopFile)},
         {"interfaces", named("interfaces", &ConfigurationReader::readPorts)},
         {"tables", named("tables", &ConfigurationReader::readTable)},
-        {"fpm", fpm},
-        {"kernel", kernel},
-        {"metrics", metrics},
+        {"fpm", [this](const Json& value) { readFpm(value); }},
+        {"kernel", [this](const Json& value) { readKernel(value); }},
+        {"metrics", [this](const Json& value) { readMetrics(value); }},
         {"thresholds", [this](const Json& value) { readThresholds(value); }},
         {"scrub", [this](const Json& value) { readScrub(value); }},
         {"hits", seconds(all_.upkeep.hits)},
         {"log", choice(all_.log, {"error", "warning", "info"})},
+        {"stream", [this](const Json& value) { readStream(value); }},
         {"queue", [this](const Json& value) {
            all_.routes.queueMost = VelaAgent::numberFromJson(value, 1U << 24);
            if (all_.routes.queueMost == 0) throw InputException("is to be 1 or more");
          }}});
-  // zebra is listened for where nothing else is said.
-  const bool fromKernel = json.contains("kernel");
-  if (!fromKernel || json.contains("fpm")) all_.routes.sources.push_back(fpmSource);
-  if (fromKernel) all_.routes.sources.push_back(kernelSource);
-  at("fpm.listen", [&] {
-    std::tie(all_.fpmAddress, all_.fpmPort) =
-        readListen(listen, fpmAnywhere, "programs the switch");
-  });
-  if (!all_.metrics.empty()) {
-    at("metrics.listen", [&] { readListen(all_.metrics, metricsAnywhere, "reads them"); });
-  }
   needed(all_.device, "device");
   needed(all_.control, "control");
-  if (all_.routes.nexthopFile.empty()) all_.routes.nexthopFile = all_.device + ".nexthops";
-  if (all_.routes.vrfs.empty()) mistake("tables", "names no table; usually {\"254\": 0}");
+  checkSources(json);
   return all_;
 }
 

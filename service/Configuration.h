@@ -1,6 +1,7 @@
 #pragma once
 
 #include "service/RouteService.h"
+#include "service/StreamFollower.h"
 #include "service/Upkeep.h"
 
 namespace VelaService {
@@ -17,6 +18,7 @@ struct Configuration {
   std::string log = "info";                ///< The least level that is logged.
   RouteSettings routes;
   UpkeepSettings upkeep;
+  std::optional<StreamSettings> stream;  ///< Where desired state comes by streams.
 };
 
 /// Reads a configuration, JSON. What is wrong is added to `mistakes`, a line each, and where there

@@ -203,7 +203,7 @@ Json tableStatus(const VelaAgent::HwTableAdapter& table, const Thresholds& thres
 
 /// How the service does, and what it did; `lists` tells of each route that is refused or waits.
 std::unique_ptr<Answer> statusOf(const Agent& agent, const RouteService& routes,
-                                 const Upkeep& upkeep, bool lists) {
+                                 const Upkeep& upkeep, const StreamFollower* stream, bool lists) {
   const auto& figures = routes.figures();
   Json status = {{"sources", sourcesStatus(routes)},         {"offered", figures.wanted},
                  {"unclaimed", figures.unclaimed},           {"queued", routes.queued()},
@@ -224,9 +224,12 @@ std::unique_ptr<Answer> statusOf(const Agent& agent, const RouteService& routes,
     if (each->entries() != 0) tables.push_back(tableStatus(*each, upkeep.thresholds()));
   }
   status["scrub"] = scrubStatus(upkeep.scrubber());
+  if (stream) {
+    Json& line = status["stream"] = {{"connected", stream->isConnected()}};
+    line.update(stream->report());
+  }
   std::vector<std::pair<RouteName, const char*>> list;
   if (lists) {
-    list.reserve(figures.wanted);
     routes.forEachRefused([&](const RouteName& name, Refusal why) {
       list.emplace_back(name, why == Refusal::none ? "tableFull" : nameOf(why));
     });
@@ -292,29 +295,20 @@ std::unique_ptr<Answer> auditOf(const Agent& agent, bool repair) {
                                  });
 }
 
-/// The tables that sources program are theirs.
-void refuseSourcesTables(const Agent& agent, const Json& event) {
-  const auto op = event.is_object() ? event.find("op") : event.end();
-  const auto name = event.is_object() ? event.find("table") : event.end();
-  if (op == event.end() || name == event.end() || !name->is_string()) return;
-  if (*op != "set" && *op != "del") return;
-  const TableAdapter& routes = agent.table("Route", 0);
-  const TableAdapter& table = agent.table(name->get<std::string>(), 0);
-  const bool level = table.hardware() && routes.fills(table.hardware()->table());
-  if (&table == &routes || table.name() == "L3Lag" || level) {
-    throw InputException("table " + table.name() + " is the sources'");
-  }
-}
-
 /// Applies events; what is refused, found or comes in meanwhile has a line.
-std::unique_ptr<Answer> runOf(Agent& agent, Json events) {
-  const auto runner = std::make_shared<VelaAgent::EventRunner>(agent);
+std::unique_ptr<Answer> runOf(Agent& agent, const StreamFollower* stream, Json events) {
+  const auto ownerOf = [&agent, stream](const TableAdapter& table) {
+    if (stream && !stream->ownerOf(table)) return "the stream's";
+    return isRouteTable(agent, table) ? "the sources'" : nullptr;
+  };
   const std::size_t count = events.size();
   return std::make_unique<Items>(
-      count, [&agent, runner, events = std::move(events)](std::size_t number, std::string& out) {
-        refuseSourcesTables(agent, events[number]);
-        runner->resultListenerIs([&out](const std::string& line) { (out += line) += '\n'; });
-        runner->apply(events[number]);
+      count, [&agent, ownerOf, events = std::move(events)](std::size_t number, std::string& out) {
+        // Others may apply events between two of these: each has a runner of its own.
+        VelaAgent::EventRunner runner(agent);
+        runner.ownersAre(ownerOf);
+        runner.resultListenerIs([&out](const std::string& line) { (out += line) += '\n'; });
+        runner.apply(events[number]);
       });
 }
 
@@ -393,7 +387,7 @@ std::unique_ptr<Answer> Control::answerTo(Json request) {
   const std::string name = textOf(request, "request");
   if (name == "status") {
     allowOnly(request, {"refused"});
-    return statusOf(agent_, routes_, upkeep_, flagOf(request, "refused"));
+    return statusOf(agent_, routes_, upkeep_, stream_, flagOf(request, "refused"));
   }
   if (name == "lookup") {
     allowOnly(request, {"table", "keys"});
@@ -417,7 +411,7 @@ std::unique_ptr<Answer> Control::answerTo(Json request) {
   }
   if (name == "run") {
     allowOnly(request, {"events"});
-    return runOf(agent_, listOf(request, "events"));
+    return runOf(agent_, stream_, listOf(request, "events"));
   }
   if (name == "watch") {
     allowOnly(request, {});

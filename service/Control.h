@@ -2,6 +2,7 @@
 
 #include <memory>
 
+#include "service/StreamFollower.h"
 #include "service/Upkeep.h"
 
 namespace VelaService {
@@ -26,9 +27,10 @@ class Answer {
 /// which the last has "done". See docs/velad.md.
 class Control {
  public:
-  /// All must outlive this, and any answer.
-  Control(VelaAgent::Agent& agent, const RouteService& routes, Watch& watch, const Upkeep& upkeep)
-      : agent_(agent), routes_(routes), watch_(watch), upkeep_(upkeep) {}
+  /// All must outlive this, and any answer. `stream` is null where there is none.
+  Control(VelaAgent::Agent& agent, const RouteService& routes, Watch& watch, const Upkeep& upkeep,
+          const StreamFollower* stream = nullptr)
+      : agent_(agent), routes_(routes), watch_(watch), upkeep_(upkeep), stream_(stream) {}
 
   /// The answer to a line, whatever it is.
   std::unique_ptr<Answer> ask(std::string_view line);
@@ -43,6 +45,7 @@ class Control {
   const RouteService& routes_;
   Watch& watch_;
   const Upkeep& upkeep_;
+  const StreamFollower* stream_;
 };
 
 }  // namespace VelaService

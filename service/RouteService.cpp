@@ -38,6 +38,14 @@ Refusal refusalOf(const RouteName& name) {
 
 }  // namespace
 
+bool isRouteLevel(const VelaAgent::Agent& agent, const VelaAgent::TableAdapter& table) {
+  return table.hardware() && agent.table("Route", 0).fills(table.hardware()->table());
+}
+
+bool isRouteTable(const VelaAgent::Agent& agent, const VelaAgent::TableAdapter& table) {
+  return table.name() == "Route" || table.name() == "L3Lag" || isRouteLevel(agent, table);
+}
+
 RouteService::RouteService(VelaAgent::Agent& agent, RouteSettings settings, InterfaceNamer namer)
     : agent_(agent),
       settings_(std::move(settings)),
@@ -49,7 +57,8 @@ RouteService::RouteService(VelaAgent::Agent& agent, RouteSettings settings, Inte
       rebuilt_(agent.entriesOf("Route", 0).unclaimed() != 0 ||
                agent.entriesOf("L3Lag", 0).unclaimed() != 0) {
   for (const auto& [table, vrf] : settings_.vrfs) tables_[vrf] = table;
-  rebuild();
+  // Without a source there is nothing here to keep.
+  if (!sources_.empty()) rebuild();
   agent_.routeWriter().routes().entryStatuses().observerIs(this);
 }
 

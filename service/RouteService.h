@@ -35,6 +35,11 @@ struct RouteSettings {
   std::string nexthopFile;  ///< See Nexthops.
 };
 
+/// Whether a table is a level that whole routes are spread over.
+bool isRouteLevel(const VelaAgent::Agent& agent, const VelaAgent::TableAdapter& table);
+/// Whether it is what sources of routes program: whole routes, their levels, and layer-3 LAGs.
+bool isRouteTable(const VelaAgent::Agent& agent, const VelaAgent::TableAdapter& table);
+
 /// Brings the routes of sources into a switch, and keeps them there.
 ///
 /// Messages change what is desired, and put the route into a queue unless it is there already; so

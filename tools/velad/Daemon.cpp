@@ -47,7 +47,14 @@ Daemon::Daemon(const VelaService::ConfigurationFile& file)
   watch_.emplace(agent_, *routes_);
   watch_->noticeListenerIs([](const std::string& text) { log(Level::warning, text); });
   upkeep_.emplace(agent_, *watch_, configuration_.upkeep);
-  control_.emplace(agent_, *routes_, *watch_, *upkeep_);
+  if (configuration_.stream) {
+    follower_.emplace(agent_, *configuration_.stream, restart,
+                      [](const std::string& text) { log(Level::warning, "stream: " + text); });
+    follower_->scrubberIs(&upkeep_->scrubber());
+    watch_->listenerIs(&*follower_);
+    stream_.emplace(loop_, *follower_, [this] { workIfNeeded(); });
+  }
+  control_.emplace(agent_, *routes_, *watch_, *upkeep_, follower_ ? &*follower_ : nullptr);
   log(Level::info, std::string(restart ? "restart: " : "start: ") + "the switch holds " +
                        std::to_string(routes_->figures().unclaimed) + " routes, " +
                        std::to_string(agent_.recorder().rowWrites()) + " rows were written");
@@ -69,35 +76,47 @@ Daemon::Daemon(const VelaService::ConfigurationFile& file)
       feeds_.push_back(std::make_unique<KernelFeed>(loop_, configuration_, place));
     }
   }
-  operators_.emplace(loop_, *control_, configuration_.control, [this] { return !routes_->idle(); });
+  operators_.emplace(loop_, *control_, configuration_.control, [this] { return !idle(); });
   if (!configuration_.metrics.empty()) {
     metrics_.emplace(configuration_.metrics);
     log(Level::info, "metrics: at http://" + configuration_.metrics + "/metrics");
   }
 }
 
+Daemon::~Daemon() {
+  if (follower_) watch_->listenerDel(&*follower_);
+}
+
 void Daemon::workIfNeeded() {
-  if (!routes_->idle()) uv_idle_start(&working_, [](uv_idle_t* on) { of(on).work(); });
+  if (!idle()) uv_idle_start(&working_, [](uv_idle_t* on) { of(on).work(); });
 }
 
 /// One part; sources and operators are heard before the next.
 void Daemon::work() {
   routes_->work(workAtATime);
   for (const auto& feed : feeds_) feed->worked();
+  if (follower_ && !follower_->idle()) {
+    follower_->work();
+    if (follower_->idle()) stream_->worked();
+  }
   delays_.done(routes_->carriedOut(), Clock::now(), [this](U64 changes, Clock::duration delay) {
     if (metrics_) metrics_->carriedOut(changes, std::chrono::duration<double>(delay).count());
   });
   // What is tried again.
   delays_.unasked(routes_->queuedSoFar());
-  if (routes_->idle()) uv_idle_stop(&working_);
+  if (idle()) uv_idle_stop(&working_);
 }
 
 void Daemon::tick() {
   sd_notify(0, "WATCHDOG=1");
-  if (metrics_ && ++ticks_ % ticksPerCollection == 0) metrics_->collect(agent_, *routes_, *upkeep_);
+  if (metrics_ && ++ticks_ % ticksPerCollection == 0) {
+    metrics_->collect(agent_, *routes_, *upkeep_);
+    if (follower_) metrics_->collect(*follower_);
+  }
   const auto now = Clock::now();
   upkeep_->tick(now);
   routes_->tick(now);
+  if (stream_) stream_->tick(now);
   delays_.unasked(routes_->queuedSoFar());
   workIfNeeded();
   for (const auto& feed : feeds_) feed->tick(agent_.recorder().rowWrites());
@@ -136,6 +155,7 @@ void Daemon::run() {
   log(Level::info, "stops; forwarding stays as it is");
   operators_.reset();
   feeds_.clear();
+  stream_.reset();
 }
 
 }  // namespace Velad

@@ -5,6 +5,7 @@
 #include "Feed.h"
 #include "Metrics.h"
 #include "Operators.h"
+#include "RedisSource.h"
 #include "service/Configuration.h"
 #include "service/Delays.h"
 
@@ -16,11 +17,13 @@ class Daemon {
   /// The switch, whose memory no other process may have, is started. Throws what is wrong with
   /// device or sockets.
   explicit Daemon(const VelaService::ConfigurationFile& file);
+  ~Daemon();
 
   /// Runs until SIGTERM or SIGINT. Forwarding stays as it is then.
   void run();
 
  private:
+  bool idle() const { return routes_->idle() && (!follower_ || follower_->idle()); }
   void workIfNeeded();
   void work();
   void tick();
@@ -38,8 +41,10 @@ class Daemon {
   std::optional<VelaService::RouteService> routes_;
   std::optional<VelaService::Watch> watch_;
   std::optional<VelaService::Upkeep> upkeep_;
+  std::optional<VelaService::StreamFollower> follower_;
   std::optional<VelaService::Control> control_;
   Loop loop_;
+  std::optional<RedisSource> stream_;
   uv_idle_t working_{};
   uv_timer_t ticking_{};
   uv_signal_t term_{};

@@ -45,6 +45,13 @@ void Metrics::counter(const char* name, const char* about, const Labels& labels,
   counter.Increment(value - counter.Value());
 }
 
+void Metrics::collect(const VelaService::StreamFollower& stream) {
+  gauge("velad_source_connected", "Whether a source is connected", {{"source", "stream"}},
+        stream.isConnected());
+  gauge("velad_stream_sequence", "The number of the last change that was applied", {},
+        static_cast<double>(stream.position().sequence));
+}
+
 void Metrics::collect(const VelaAgent::Agent& agent, const VelaService::RouteService& routes,
                       const VelaService::Upkeep& upkeep) {
   const auto& figures = routes.figures();

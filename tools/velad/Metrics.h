@@ -4,6 +4,7 @@
 #include <prometheus/histogram.h>
 #include <prometheus/registry.h>
 
+#include "service/StreamFollower.h"
 #include "service/Upkeep.h"
 
 namespace Velad {
@@ -18,6 +19,7 @@ class Metrics {
   /// Takes the figures as they are.
   void collect(const VelaAgent::Agent& agent, const VelaService::RouteService& routes,
                const VelaService::Upkeep& upkeep);
+  void collect(const VelaService::StreamFollower& stream);
   /// So many changes were carried out, so long after the message that asked for them came.
   void carriedOut(U64 changes, double seconds);
 

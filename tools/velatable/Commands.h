@@ -38,6 +38,11 @@ int auditLive(const Options& options);
 /// Has events applied, and prints their results.
 int runLive(const Options& options);
 
+/// Tells a switch what is desired, by its stream.
+int publish(const Options& options);
+/// Tells of each switch that has streams on the servers how far it is.
+int fleet(const Options& options);
+
 /// Lists the built-in profiles, or prints the one of the name as JSON.
 int profiles(const std::string& name);
 /// Lists the tables of a profile with their hardware.

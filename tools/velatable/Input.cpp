@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <iostream>
 
+#include "Lines.h"
 #include "agent/JsonText.h"
 #include "agent/RouteEntries.h"
 
@@ -45,80 +46,6 @@ class Progress {
   std::size_t done_ = 0;
   std::size_t shown_ = ~std::size_t{0};
 };
-
-/// The lines of a file, or of standard input: read in large blocks and handed out where they lie.
-class Lines {
- public:
-  /// Throws InputException when the file cannot be read.
-  explicit Lines(const std::string& name)
-      : name_(name),
-        file_(name == "-" ? STDIN_FILENO : ::open(name.c_str(), O_RDONLY | O_CLOEXEC)) {
-    if (file_ < 0) refuse();
-  }
-  ~Lines() {
-    if (file_ > STDERR_FILENO) ::close(file_);
-  }
-  Lines(const Lines&) = delete;
-  Lines& operator=(const Lines&) = delete;
-
-  /// The next line, which stays where it is until the next call and has EventReader::padding bytes
-  /// behind it; nothing at the end.
-  std::optional<std::string_view> next();
-  /// Whether a whole line is there already, so that those handed out before stay where they are.
-  bool ready() const {
-    // Nothing was read yet, perhaps, and then there is no buffer to look into.
-    return begin_ != end_ && std::memchr(buffer_.data() + begin_, '\n', end_ - begin_) != nullptr;
-  }
-
- private:
-  bool readMore();
-  [[noreturn]] void refuse() const { throw InputException("cannot read " + name_); }
-
-  static constexpr std::size_t block = 1 << 18;
-
-  std::string name_;
-  int file_;
-  std::vector<char> buffer_;
-  std::size_t begin_ = 0;  ///< What was read and not handed out.
-  std::size_t end_ = 0;
-};
-
-std::optional<std::string_view> Lines::next() {
-  std::size_t searched = 0;
-  for (;;) {
-    const char* text = buffer_.data() + begin_;
-    const std::size_t size = end_ - begin_;
-    const void* newline =
-        size == searched ? nullptr : std::memchr(text + searched, '\n', size - searched);
-    if (newline) {
-      const auto length = static_cast<std::size_t>(static_cast<const char*>(newline) - text);
-      begin_ += length + 1;
-      return std::string_view(text, length);
-    }
-    searched = size;
-    if (readMore()) continue;
-    if (size == 0) return std::nullopt;
-    begin_ = end_;
-    return std::string_view(buffer_.data() + end_ - size, size);
-  }
-}
-
-/// Reads behind what is there, with room behind that. False at the end.
-bool Lines::readMore() {
-  std::copy(buffer_.data() + begin_, buffer_.data() + end_, buffer_.data());
-  end_ -= begin_;
-  begin_ = 0;
-  if (end_ + block + EventReader::padding > buffer_.size()) {
-    buffer_.resize(2 * end_ + block + EventReader::padding);
-  }
-  ssize_t count = 0;
-  do {
-    count = ::read(file_, buffer_.data() + end_, buffer_.size() - end_ - EventReader::padding);
-  } while (count < 0 && errno == EINTR);
-  if (count < 0) refuse();
-  end_ += static_cast<std::size_t>(count);
-  return count > 0;
-}
 
 /// The file of "sim:FILE".
 std::string fileOf(const std::string& device, const char* choices) {

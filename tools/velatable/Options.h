@@ -18,6 +18,11 @@ struct Options {
   std::string device = "sim";
   std::vector<std::string> events;
   std::string connect;  ///< The control socket of a daemon; empty where a device is asked.
+  std::string stream;   ///< The server of streams, and the switch that they are for.
+  std::vector<std::string> streams;  ///< Of commands that take several servers.
+  std::string switchName;
+  std::string owner;
+  std::string credentials;  ///< A file, or empty.
   std::string rows;
   std::string writes;
   std::string status;
@@ -25,6 +30,8 @@ struct Options {
   std::string trace;
   std::vector<std::string> devices;  ///< Of commands that take several.
   std::string reconcile;             ///< Empty where it is not to be.
+  std::string snapshot;              ///< Likewise.
+  bool takeOver = false;
   bool allRows = false;
   bool allProfiles = false;
   bool repair = false;

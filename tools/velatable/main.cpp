@@ -3,6 +3,7 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <array>
 #include <functional>
 #include <iostream>
 
@@ -73,6 +74,7 @@ class CommandLine {
   CLI::App* addFit();
   CLI::App* addWhy();
   CLI::App* addLayout();
+  void addStreams();
   void addRoutes();
   void addManual();
   void addLive();
@@ -203,6 +205,41 @@ CLI::App* CommandLine::addLayout() {
   return command;
 }
 
+/// Commands about switches that have streams.
+void CommandLine::addStreams() {
+  constexpr const char* url = "redis://HOST:PORT, the server of the streams";
+  CLI::App* publish =
+      add("publish", "tell a switch what is desired, by a stream that its velad follows",
+          [this] { return VelaTool::publish(options_); });
+  publish->add_option("events", options_.events,
+                      "files of events, JSON lines; - is standard input, line by line as it comes");
+  publish->add_option("--stream", options_.stream, url)->required();
+  publish->add_option("--switch", options_.switchName, "the name that its velad has for it")
+      ->required();
+  std::array<char, 256> host{};
+  gethostname(host.data(), host.size() - 1);
+  options_.owner = host.data();
+  publish
+      ->add_option("--owner", options_.owner,
+                   "the controller's name: one of another name is refused")
+      ->default_str("this machine's name");
+  publish->add_flag("--take-over", options_.takeOver,
+                    "whoever published before is refused from now on");
+  publish
+      ->add_flag("--snapshot{announced}", options_.snapshot,
+                 "the events are all that is desired: what else the switch holds goes, and earlier "
+                 "changes go from the stream; =empty allows that there are none")
+      ->check(CLI::IsMember({"announced", allowEmpty}));
+  CLI::App* fleet = add("fleet", "how far each switch is that has streams on the servers",
+                        [this] { return VelaTool::fleet(options_); });
+  fleet->add_option("--stream", options_.streams, url)->required()->allow_extra_args(false);
+  for (CLI::App* each : Commands{publish, fleet}) {
+    each->add_option("--credentials", options_.credentials,
+                     "a file with a password, or a user and a password");
+    each->add_flag("--json", options_.json, "print JSON");
+  }
+}
+
 void CommandLine::addRoutes() {
   CLI::App* command = add("routes", "turn a list of prefixes into Route events",
                           [this] { return routes(routesFile_, vrf_, nexthops_); });
@@ -285,6 +322,7 @@ CommandLine::CommandLine() {
   addManual();
 
   addLive();
+  addStreams();
   for (CLI::App* each : Commands{decode, lookup, show, audit}) {
     each->add_option("--device", options_.device, "sim:FILE, the saved switch")->required();
   }

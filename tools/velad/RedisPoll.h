@@ -1,0 +1,13 @@
+#pragma once
+
+#include <hiredis/async.h>
+
+#include "Loop.h"
+
+namespace Velad {
+
+/// Lets a loop drive a connection of the Redis library. The adapter that comes with the library
+/// does not hear of connections that were reset.
+void drive(Loop& loop, redisAsyncContext* context);
+
+}  // namespace Velad

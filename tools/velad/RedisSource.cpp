@@ -1,0 +1,194 @@
+#include "RedisSource.h"
+
+#include <algorithm>
+#include <random>
+#include <utility>
+
+#include "RedisPoll.h"
+
+namespace Velad {
+
+using std::chrono::milliseconds;
+using std::chrono::seconds;
+using VelaRedis::Command;
+using VelaService::StreamFollower;
+
+namespace {
+
+constexpr const char* entriesAtATime = "64";
+/// How long a read waits for news: so long may a report take to be sent.
+constexpr const char* newsMilliseconds = "1000";
+/// A server that answers nothing for so long is gone.
+constexpr auto silenceMost = seconds(10);
+constexpr auto reportPause = seconds(1);
+/// Reports say at least this often that there is somebody.
+constexpr auto reportMost = seconds(10);
+/// Of an entry of the stream of statuses, of which there is one a second at most.
+constexpr std::size_t linesBytes = std::size_t{1} << 14;
+
+/// When to connect again: later from failure to failure, and not all at once.
+milliseconds pauseAfter(unsigned failures) {
+  static std::minstd_rand random{std::random_device{}()};
+  const unsigned most = std::min(5000U, 200U << std::min(failures, 5U));
+  return milliseconds(most / 2 + random() % (most / 2));
+}
+
+}  // namespace
+
+RedisSource::RedisSource(Loop& loop, StreamFollower& follower, std::function<void()> heard)
+    : loop_(loop),
+      follower_(follower),
+      heard_(std::move(heard)),
+      names_(VelaService::streamNames(follower.settings().switchName)),
+      home_(VelaRedis::addressOf(follower.settings().server)),
+      address_(home_),
+      authentication_(VelaRedis::authentication(follower.settings().credentials)) {}
+
+RedisSource::~RedisSource() {
+  if (!context_) return;
+  context_->data = nullptr;
+  redisAsyncFree(context_);
+}
+
+void RedisSource::connect() {
+  last_ = Clock::now();
+  context_ = redisAsyncConnect(address_.host.c_str(), address_.port);
+  if (!context_) return lost("no memory");
+  context_->data = this;
+  if (context_->err != 0) return drop(context_->errstr);
+  drive(loop_, context_);
+  // The library frees the context after either call.
+  redisAsyncSetDisconnectCallback(context_, [](const redisAsyncContext* on, int) {
+    auto* source = static_cast<RedisSource*>(on->data);
+    if (!source) return;
+    source->context_ = nullptr;
+    source->lost(on->err != 0 ? on->errstr : "closed");
+  });
+  redisAsyncSetConnectCallback(context_, [](const redisAsyncContext* on, int status) {
+    auto* source = static_cast<RedisSource*>(on->data);
+    if (!source) return;
+    if (status == REDIS_OK) return source->established();
+    source->context_ = nullptr;
+    source->lost(on->errstr);
+  });
+}
+
+void RedisSource::established() {
+  connected_ = true;
+  if (!authentication_.empty()) send(authentication_, [](const redisReply&) {});
+  log(Level::info, "stream: connected to " + address_.host + ":" + std::to_string(address_.port));
+  follower_.connected();
+  read();
+}
+
+void RedisSource::read() {
+  const auto reading = follower_.reading();
+  if (!connected_ || reading_ || !reading) return;
+  const bool snapshot = reading->stream == StreamFollower::Reading::Stream::snapshot;
+  const std::string& stream = snapshot ? names_.snapshot : names_.changes;
+  const std::string from = toText(reading->from);
+  Command command{"XRANGE", stream, "(" + from, "+", "COUNT", entriesAtATime};
+  if (reading->inclusive) command = {"XRANGE", stream, from, from};
+  if (reading->news) {
+    command = {"XREAD",          "COUNT",   entriesAtATime, "BLOCK",
+               newsMilliseconds, "STREAMS", stream,         from};
+  }
+  reading_ = true;
+  send(command, [this](const redisReply& reply) { entriesCame(reply); });
+}
+
+void RedisSource::entriesCame(const redisReply& reply) {
+  reading_ = false;
+  failures_ = 0;
+  follower_.take(VelaRedis::entriesOf(reply));
+  follower_.idle() ? read() : heard_();
+}
+
+void RedisSource::report(Clock::time_point now) {
+  if (reporting_ || now - considered_ < reportPause) return;
+  considered_ = now;
+  follower_.retry();
+  const std::string report = follower_.report().dump();
+  const std::string lines = follower_.unsent(linesBytes);
+  if (lines.empty() && report == lastReport_ && now - reported_ < reportMost) return;
+  Command command{
+      "XADD", names_.status, "MAXLEN", "~", std::to_string(follower_.settings().statusLength),
+      "*",    "report",      report};
+  if (!lines.empty()) command.insert(command.end(), {"lines", lines});
+  reporting_ = true;
+  send(command, [this, report, now](const redisReply&) {
+    reporting_ = false;
+    reported_ = now;
+    lastReport_ = report;
+    follower_.sent();
+  });
+}
+
+void RedisSource::send(const Command& command, Replied replied) {
+  struct Request {
+    Replied replied;
+  };
+  auto* request = new Request{std::move(replied)};
+  VelaRedis::Arguments arguments(command);
+  const int result = redisAsyncCommandArgv(
+      context_,
+      [](redisAsyncContext* on, void* reply, void* data) {
+        const std::unique_ptr<Request> done(static_cast<Request*>(data));
+        auto* source = static_cast<RedisSource*>(on->data);
+        if (source && reply) {
+          source->replyCame(done->replied, *static_cast<const redisReply*>(reply));
+        }
+      },
+      request, arguments.count(), arguments.texts.data(), arguments.sizes.data());
+  if (result != REDIS_OK) {
+    delete request;
+    return drop("cannot send");
+  }
+  if (awaited_++ == 0) last_ = Clock::now();
+}
+
+void RedisSource::replyCame(const Replied& replied, const redisReply& reply) {
+  last_ = Clock::now();
+  --awaited_;
+  try {
+    if (reply.type != REDIS_REPLY_ERROR) return replied(reply);
+    const bool moved = VelaRedis::movedTo(reply, address_);
+    drop(VelaRedis::textOf(reply), moved ? Level::info : Level::warning);
+    if (moved) next_ = {};
+  } catch (const std::exception& error) {
+    drop(error.what());
+  }
+}
+
+/// The connection is no more.
+void RedisSource::lost(const std::string& why, Level level) {
+  const bool was = std::exchange(connected_, false);
+  follower_.disconnected();
+  reading_ = reporting_ = false;
+  awaited_ = 0;
+  // Who cannot be reached is told of once.
+  if (was || failures_ == 0) log(level, "stream: " + why);
+  if (!was) address_ = home_;
+  next_ = Clock::now() + pauseAfter(failures_++);
+}
+
+/// Ends the connection.
+void RedisSource::drop(const std::string& why, Level level) {
+  redisAsyncContext* context = std::exchange(context_, nullptr);
+  context->data = nullptr;
+  redisAsyncFree(context);
+  lost(why, level);
+}
+
+void RedisSource::tick(Clock::time_point now) {
+  if (!context_) {
+    if (now >= next_) connect();
+    return;
+  }
+  if ((!connected_ || awaited_ > 0) && now - last_ > silenceMost) return drop("no answer");
+  if (!connected_) return;
+  report(now);
+  read();
+}
+
+}  // namespace Velad

@@ -1,0 +1,126 @@
+#include <algorithm>
+#include <iostream>
+#include <set>
+
+#include "Commands.h"
+#include "Format.h"
+#include "Names.h"
+#include "RedisConnection.h"
+#include "agent/Json.h"
+
+namespace VelaTool {
+
+namespace {
+
+using VelaRedis::textOf;
+using VelaService::StreamEntry;
+
+/// The switches that a server has streams of.
+std::set<std::string> switchesOf(RedisConnection& server) {
+  constexpr std::string_view before = "vela:{";
+  std::set<std::string> names;
+  std::string cursor = "0";
+  do {
+    const auto reply =
+        server.ask({"SCAN", cursor, "MATCH", std::string(before) + "*}:*", "COUNT", "1000"});
+    if (reply->elements != 2) throw InputException("an answer that is no list of names");
+    cursor = textOf(*reply->element[0]);
+    const redisReply& keys = *reply->element[1];
+    for (std::size_t at = 0; at < keys.elements; ++at) {
+      const std::string name = textOf(*keys.element[at]).substr(before.size());
+      names.insert(name.substr(0, name.find('}')));
+    }
+  } while (cursor != "0");
+  return names;
+}
+
+std::optional<StreamEntry> lastOf(RedisConnection& server, const std::string& stream) {
+  const auto reply = server.ask({"XREVRANGE", stream, "+", "-", "COUNT", "1"});
+  const auto entries = VelaRedis::entriesOf(*reply);
+  return entries.empty() ? std::nullopt : std::optional(entries.front());
+}
+
+/// What a switch said last, and how far its stream is ahead of it.
+Json switchLine(RedisConnection& server, const std::string& name, U64 now) {
+  const auto streams = VelaService::streamNames(name);
+  const auto status = lastOf(server, streams.status);
+  const auto change = lastOf(server, streams.changes);
+  Json line = {{"switch", name}, {"position", nullptr}, {"sequence", 0}, {"age", nullptr}};
+  if (status && status->fields.contains("report")) {
+    line.update(VelaAgent::jsonFromText(status->fields.at("report")));
+    line["age"] = static_cast<double>(now - std::min(now, status->id.milliseconds)) / 1000;
+  }
+  const U64 desired = change ? VelaService::changeOf(*change).sequence : 0;
+  const U64 applied = line["sequence"].get<U64>();
+  line["lag"] = desired - std::min(desired, applied);
+  return line;
+}
+
+/// The same, with an "error" instead where the streams are not what they should be.
+Json switchLineOrError(RedisConnection& server, const std::string& name, U64 now) {
+  try {
+    return switchLine(server, name, now);
+  } catch (const ServerGone&) {
+    throw;
+  } catch (const std::exception& error) {
+    return {{"switch", name}, {"age", nullptr}, {"error", error.what()}};
+  }
+}
+
+U64 millisecondsOf(RedisConnection& server) {
+  const auto reply = server.ask({"TIME"});
+  if (reply->elements != 2) throw InputException("an answer that is no time");
+  return Orb::fromText<U64>(textOf(*reply->element[0])) * 1000 +
+         Orb::fromText<U64>(textOf(*reply->element[1])) / 1000;
+}
+
+std::string numberText(const Json& line, const char* name) {
+  const auto at = line.find(name);
+  return at == line.end() ? "-" : at->dump();
+}
+
+/// What an operator has to know beside the figures.
+std::string remarkOf(const Json& line) {
+  if (line.contains("error")) return line["error"].get<std::string>();
+  if (line["age"].is_null()) return "never reported";
+  std::string remark;
+  if (line.value("wantsSnapshot", false)) remark = "wants a snapshot";
+  if (line.value("invalid", U64{0}) == 0) return remark;
+  if (!remark.empty()) remark += ", ";
+  return remark + numberText(line, "invalid") + " lines invalid";
+}
+
+void tellSwitch(const Json& line) {
+  const bool told = !line["age"].is_null();
+  const std::string age = told ? format("%.1f s", line["age"].get<double>()) : "-";
+  std::cout << format("%-24s %-22s %8s %8s %8s %9s  %s", line["switch"].get<std::string>().c_str(),
+                      told ? line["position"].get<std::string>().c_str() : "-",
+                      numberText(line, "lag").c_str(), numberText(line, "refused").c_str(),
+                      numberText(line, "findings").c_str(), age.c_str(), remarkOf(line).c_str())
+            << '\n';
+}
+
+}  // namespace
+
+int fleet(const Options& options) {
+  if (!options.json) {
+    std::cout << format("%-24s %-22s %8s %8s %8s %9s", "switch", "position", "lag", "refused",
+                        "findings", "age")
+              << '\n';
+  }
+  for (const std::string& url : options.streams) {
+    RedisConnection server(url, options.credentials);
+    const U64 now = millisecondsOf(server);
+    for (const std::string& name : switchesOf(server)) {
+      const Json line = switchLineOrError(server, name, now);
+      if (options.json) {
+        std::cout << line.dump() << '\n';
+      } else {
+        tellSwitch(line);
+      }
+    }
+  }
+  return exitGood;
+}
+
+}  // namespace VelaTool
