@@ -230,6 +230,7 @@ std::unique_ptr<Answer> statusOf(const Agent& agent, const RouteService& routes,
   }
   std::vector<std::pair<RouteName, const char*>> list;
   if (lists) {
+    list.reserve(figures.wanted);
     routes.forEachRefused([&](const RouteName& name, Refusal why) {
       list.emplace_back(name, why == Refusal::none ? "tableFull" : nameOf(why));
     });
