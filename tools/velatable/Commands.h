@@ -25,6 +25,9 @@ int why(const Options& options, const std::string& table, const std::string& key
 /// Tells whether a switch would have room for what events or lists of prefixes desire.
 int fit(const Options& options);
 
+/// Writes a page that shows a switch, or prints what it shows as JSON.
+int report(const Options& options);
+
 // The same of a running switch, whose daemon is asked at options.connect.
 
 /// Sends a request, and prints the lines of its answer.

@@ -94,7 +94,7 @@ void checkFiles(const Options& options) {
   }
   if (options.device.starts_with("sim:")) kept.push_back(options.device.substr(4));
   for (const std::string& output :
-       {options.rows, options.writes, options.status, options.results}) {
+       {options.output, options.rows, options.writes, options.status, options.results}) {
     for (const std::string& name : kept) {
       std::error_code error;
       if (output == "-" || !fs::is_regular_file(output, error)) continue;
@@ -215,6 +215,23 @@ bool applyFiles(const Options& options, EventRunner& runner, Form form) {
     good = applyFile(file, runner, options.keepGoing, form) && good;
     if (!good && !options.keepGoing) break;
   }
+  return good;
+}
+
+bool readDesires(Agent& agent, const Options& options) {
+  if (options.events.empty()) {
+    agent.decode();
+    return true;
+  }
+  EventRunner runner(agent);
+  if (options.device == "sim") {
+    agent.start(Agent::Start::fresh);
+    return applyFiles(options, runner);
+  }
+  agent.desireBegin();
+  runner.desiresOnlyIs(true);
+  const bool good = applyFiles(options, runner);
+  agent.desireEnd();
   return good;
 }
 

@@ -58,4 +58,8 @@ bool applyFile(const std::string& name, EventRunner& runner, bool keepGoing,
 /// The same of all files of events that are told; one that ends ends it.
 bool applyFiles(const Options& options, EventRunner& runner, Form form = Form::events);
 
+/// Tells the tables what all files of events desire: of a saved switch, without a write. Without
+/// events they are rebuilt from what the switch holds. Returns whether every line was good.
+bool readDesires(Agent& agent, const Options& options);
+
 }  // namespace VelaTool

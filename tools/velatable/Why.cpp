@@ -11,25 +11,6 @@ namespace VelaTool {
 
 namespace {
 
-/// Tells the tables what is desired: of a saved switch, without a write. Returns whether all events
-/// were good.
-bool askedOf(Agent& agent, const Options& options, bool saved) {
-  if (options.events.empty()) {
-    agent.decode();
-    return true;
-  }
-  EventRunner runner(agent);
-  if (!saved) {
-    agent.start(Agent::Start::fresh);
-    return applyFiles(options, runner);
-  }
-  agent.desireBegin();
-  runner.desiresOnlyIs(true);
-  const bool good = applyFiles(options, runner);
-  agent.desireEnd();
-  return good;
-}
-
 Json answerOf(Agent& agent, bool desiresKnown, const std::string& table, const std::string& key) {
   VelaAgent::Reasons reasons(agent, desiresKnown);
   if (table == "address") {
@@ -55,7 +36,7 @@ int why(const Options& options, const std::string& table, const std::string& key
   const auto profile = VelaAgent::loadProfile(options.profile);
   SimulatedSwitch chip = saved ? copySaved(options.device) : SimulatedSwitch();
   MadeAgent agent(profile, chip);
-  if (!askedOf(agent, options, saved)) return exitBadInput;
+  if (!readDesires(agent, options)) return exitBadInput;
   Json answer = answerOf(agent, !options.events.empty(), table, key);
   if (options.json) {
     std::cout << answer.dump() << '\n';
