@@ -3,7 +3,7 @@
 
 PACKAGES := g++ clang clang-format clang-tidy cmake ninja-build nlohmann-json3-dev libcli11-dev \
             libsimdjson-dev libgtest-dev libbenchmark-dev llvm pkgconf libmnl-dev libuv1-dev libsystemd-dev \
-            prometheus-cpp-dev libhiredis-dev
+            prometheus-cpp-dev libcivetweb-dev libhiredis-dev
 PROMTOOL := build/live/usr/bin/promtool
 LIVE := abigail-tools bird2 chromium debootstrap fonts-dejavu-core frr iproute2 python3 redis-server xz-utils
 PEERS := pkgconf libdpdk-dev libcuckoo-dev

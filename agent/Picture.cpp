@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <bit>
-#include <set>
 
 #include "VelaSwitch/Crc.h"
 #include "agent/Events.h"
@@ -211,7 +210,6 @@ class RowColumns {
     if (const auto* engine = table_.typed().engine()) others_.resize(engine->ways() - 1u);
     for (const HwTableAdapter* each : tables_) keys_.emplace_back(each->typed());
     last_ = descriptor.first;
-    for (const HwTableAdapter* each : tables_) addReportedHits(*each);
   }
 
   void add(HwIndex index) {
@@ -226,7 +224,7 @@ class RowColumns {
     gaps_.add(index - last_);
     last_ = index;
     owners_.add(key ? owner : 0);
-    hits_.add(reported_.count(index) != 0 ||
+    hits_.add(wasHit(index) ||
               std::any_of(memories_.begin(), memories_.end(),
                           [&](const auto* memory) { return memory && memory->hit(index) != 0; }));
     if (!whole_) return;
@@ -253,20 +251,19 @@ class RowColumns {
       if (each != index && way < others_.size()) others_[way++].add(each % rowsPerWay);
     }
   }
-  void addReportedHits(const HwTableAdapter& table) {
-    if (!table.reportsHits()) return;
-    table.typed().forEachStatus([&](AnyRef key, EntryProgrammedStatus, Orb::Seconds lastHit) {
-      if (lastHit.value() == 0) return;
-      if (const auto place = table.place(key)) reported_.insert(place->index);
-    });
+  /// Whether a poll found the entry of a row hit.
+  bool wasHit(HwIndex index) const {
+    const auto* engine = table_.typed().engine();
+    const auto* item = engine ? engine->at(index) : nullptr;
+    return item &&
+           static_cast<const VelaSwitchApi::HashBaseCuckooEntry*>(item)->lastHit().value() != 0;
   }
 
   const std::vector<HwTableAdapter*>& tables_;
   const HwTableConfig& hwTable_;
   const HwTableAdapter& table_;
   std::vector<const VelaDevice::SimulatedSwitch::Table*> memories_;
-  bool whole_;                  ///< Words and keys are told as well.
-  std::set<HwIndex> reported_;  ///< Rows of entries that a poll found hit.
+  bool whole_;  ///< Words and keys are told as well.
   HwIndex last_;
   NumberColumn gaps_;
   NumberColumn owners_;
@@ -294,6 +291,9 @@ Picture::Picture(Agent& agent, bool desiresKnown, Audit audit)
   // To the tables, what an audit finds is a hardware error: it comes last.
   for (const TableAdapter* table : agent.announced()) {
     parts_.push_back([this, table] { addTable(*table); });
+    // Counting takes time where many wait.
+    parts_.push_back([this, table] { json_["tables"].back()["refused"] = table->refused(); });
+    parts_.push_back([this, table] { json_["tables"].back()["waiting"] = table->waiting(); });
   }
   for (std::size_t i = 0; i < rowSets_.size(); ++i) {
     parts_.push_back([this, i] { addRows(rowSets_[i], i); });
@@ -360,9 +360,7 @@ void Picture::addTable(const TableAdapter& table) {
                {"instance", table.instance()},
                {"entries", fit.entries},
                {"unclaimed", table.unclaimed()},
-               {"programmed", table.programmed()},
-               {"refused", table.refused()},
-               {"waiting", table.waiting()}};
+               {"programmed", fit.entries - fit.refused}};
   if (const auto* hardware = table.hardware()) {
     const U64 taken = hardware->typed().engine() ? fit.taken : fit.taken + table.unclaimed();
     line["peak"] = hardware->typed().peak();
@@ -534,16 +532,17 @@ void Picture::addTotals() {
   for (const Json& table : json_["refusals"]) waiting += table["waiting"].get<U64>();
   U64 unclaimed = 0;
   U64 refused = 0;
-  for (const TableAdapter* table : agent_.announced()) {
-    unclaimed += table->unclaimed();
-    refused += table->refused();
+  U64 programmed = 0;
+  for (const Json& table : json_["tables"]) {
+    unclaimed += table["unclaimed"].get<U64>();
+    refused += table["refused"].get<U64>();
+    programmed += table["programmed"].get<U64>();
   }
-  json_["totals"] = {{"programmed", agent_.programmed()},
-                     {"unclaimed", unclaimed},
-                     {"refused", refused},
-                     {"waiting", waiting},
-                     {"findings", found},
-                     {"rowWrites", agent_.recorder().rowWrites()}};
+  // What routes are spread over is not counted again.
+  programmed -= agent_.routeWriter().programmedCells();
+  json_["totals"] = {{"programmed", programmed}, {"unclaimed", unclaimed},
+                     {"refused", refused},       {"waiting", waiting},
+                     {"findings", found},        {"rowWrites", agent_.recorder().rowWrites()}};
 }
 
 }  // namespace VelaAgent

@@ -41,6 +41,8 @@ class Picture {
   void finish(const std::function<void(double)>& progress = nullptr);
   /// The picture as far as it is made.
   const Json& json() const { return json_; }
+  /// The same, for keeps.
+  Json take() { return std::move(json_); }
 
  private:
   class RowSet;

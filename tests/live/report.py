@@ -1,13 +1,16 @@
 #!/usr/bin/env python3
-"""The page that shows a switch, in Chromium. report.py VELATABLE [PICTURES]: fails where the page complains
+"""The page that shows a switch, in Chromium. report.py VELATABLE VELAD [PICTURES]: fails where the page complains
 to the console, asks anybody for anything, shows other numbers than --json, finds another route than the
-data path, or is larger or slower than allowed. Pictures of it go to the folder PICTURES."""
+data path, or is larger or slower than allowed; and where a daemon's does not follow the switch. Pictures of
+it go to the folder PICTURES."""
 import json
 import os
 import random
+import socket
 import subprocess
 import sys
 import tempfile
+import time
 
 from browser import Browser
 
@@ -217,10 +220,10 @@ def check_entry(browser, picture, events, table):
     check(shown[1] == why["rows"][0]["fields"], f"{text} has {why['rows'][0]['fields']}, shown is {shown[1]}")
 
 
-def open_page(browser, path):
+def open_page(browser, url):
     browser.asked.clear()
-    browser.open(f"file://{path}")
-    check(browser.asked == [f"file://{path}"], f"the page asked for {browser.asked[1:]}")
+    browser.open(url)
+    check(browser.asked == [url], f"the page asked for {browser.asked[1:]}")
 
 
 def take_pictures(browser, folder, asked):
@@ -247,7 +250,7 @@ def check_full(browser, pictures):
     size = os.path.getsize(page)
     check(size < MEGABYTES * 1e6, f"the page has {size} bytes")
     browser.look(1100, 1500)
-    open_page(browser, page)
+    open_page(browser, f"file://{page}")
     paint = browser.run("performance.getEntriesByName('first-contentful-paint')[0].startTime")
     check(paint < PAINT_MILLISECONDS, f"the first paint took {paint} ms")
     check(json.loads(browser.run("document.getElementById('picture').textContent")) == picture, "the data differ")
@@ -266,7 +269,7 @@ def check_full(browser, pictures):
 def check_refusal(browser):
     events = [{"op": "set", "table": "HashTest", "key": key, "result": key} for key in (0, 64, 128)]
     run("report", "-o", f"{work}/small.html", "--events", lines("small", events))
-    open_page(browser, f"{work}/small.html")
+    open_page(browser, f"file://{work}/small.html")
     counts = browser.run("['.lies', '.edge', '.wants', 'text'].map((each) =>"
                          " document.querySelectorAll('#refusal-list svg ' + each).length)")
     check(counts == [2, 2, 2, 5], f"the refusal is drawn with {counts}")
@@ -274,11 +277,44 @@ def check_refusal(browser):
     check(says.count("the refused one comes in") == 2, f"the refusal says {says}")
 
 
+def check_live(browser, velad):
+    """What a browser shows follows the switch, without being loaded anew."""
+    control, page = f"{work}/control", "127.0.0.1:9119"
+    with open(f"{work}/velad.json", "w") as out:
+        json.dump({"device": f"{work}/live", "control": control, "tables": {"254": 0},
+                   "interfaces": {socket.if_indextoname(1): 1}, "fpm": {"listen": "127.0.0.1:26209"},
+                   "page": {"listen": page}}, out)
+    daemon = subprocess.Popen([velad, f"{work}/velad.json"], stderr=subprocess.DEVNULL)
+    try:
+        while daemon.poll() is None and not os.path.exists(control):
+            time.sleep(0.05)
+        time.sleep(0.2)
+        open_page(browser, f"http://{page}/")
+        shown = "document.getElementById('totals').textContent"
+        before = browser.run(shown)
+        run("run", "--connect", control, f"{work}/small", codes=(0, 1))
+        for _ in range(100):
+            if browser.run(shown) != before:
+                break
+            time.sleep(0.1)
+        picture = json.loads(run("report", "--json", "--connect", control))
+        totals = picture["totals"]
+        check([totals["programmed"], totals["waiting"]] == [2, 1], f"the switch has {totals}")
+        check(browser.run(shown) == "entries in hardware2refused1waiting1audit findings0", f"shown is {browser.run(shown)}")
+        check(set(browser.asked) == {f"http://{page}/", f"http://{page}/picture.json"}, f"it asked for {browser.asked}")
+        why = json.loads(run("why", "HashTest", "128", "--connect", control, "--json"))
+        check(why["causes"] == ["waiting"] and why["turn"] == {"place": 1, "waiting": 1}, f"why says {why}")
+    finally:
+        daemon.terminate()
+        check(daemon.wait() == 0, "velad did not end well")
+
+
 def main():
     browser = Browser(work)
     try:
-        check_full(browser, sys.argv[2] if len(sys.argv) > 2 else None)
+        check_full(browser, sys.argv[3] if len(sys.argv) > 3 else None)
         check_refusal(browser)
+        check_live(browser, sys.argv[2])
         check(not browser.said, f"the console says {browser.said[:3]}")
     finally:
         browser.close()

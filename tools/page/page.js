@@ -228,6 +228,7 @@
     byId("totals").replaceChildren(...told
       .filter(([what, number]) => number !== 0 || what !== "of an earlier run")
       .map(([what, number]) => make("div", {}, make("dt", {}, what), make("dd", {}, count(number)))));
+    byId("marks-note").hidden = !picture.tables.some((table) => table.marks);
     byId("state").textContent = picture.desiredKnown ? ""
       : "What is desired is not known: this is what registers hold.";
   }
@@ -239,15 +240,18 @@
     const says = [percent(table.load) + " taken"];
     if (peak) says.push("at most " + percent(peak));
     if (table.randomLoad) says.push("random keys are refused from " + percent(table.randomLoad));
+    if (table.marks) says.push(`too full above ${table.marks.high} %, until it is at ${table.marks.low} %`);
     return make("div", {class: "bar", role: "img", "aria-label": says.join(", "), title: says.join(", ")},
       make("span", {class: "taken", style: `width: ${(100 * Math.min(table.load, 1)).toFixed(2)}%`}),
       peak ? make("span", {class: "peak", style: at(peak)}) : null,
-      table.randomLoad ? make("span", {class: "random", style: at(table.randomLoad)}) : null);
+      table.randomLoad ? make("span", {class: "random", style: at(table.randomLoad)}) : null,
+      table.marks ? make("span", {class: "mark", style: at(table.marks.high / 100)}) : null);
   }
   const inUse = (table) => table.entries + table.unclaimed !== 0;
 
   function overviewRow(table) {
     const name = tableName(table);
+    const full = table.marks && 100 * table.load > table.marks.high;
     const number = (head, value) => make("td", {class: "number" + (value && head !== "entries" && head !== "peak" ? " notable" : ""),
       "data-head": head, "data-value": value}, value === "" ? "" : count(value));
     const known = table.capacity > 0;
@@ -255,7 +259,8 @@
       make("th", {scope: "row"}, table.rows === undefined ? name
         : make("a", {href: "#rows-" + table.rows, click: () => { byId("rows-" + table.rows).open = true; }}, name)),
       make("td", {}, known ? bar(table) : null),
-      make("td", {class: "number", "data-value": known ? table.load : ""}, known ? percent(table.load) : ""),
+      make("td", {class: "number" + (full ? " notable" : ""), "data-value": known ? table.load : ""},
+        known ? percent(table.load) + (full ? " too full" : "") : ""),
       make("td", {class: "number", "data-head": "rows taken", "data-value": known ? table.taken : ""},
         known ? count(table.taken) + " of " + count(table.capacity) : ""),
       number("entries", table.entries + table.unclaimed), number("refused", table.refused),

@@ -32,6 +32,8 @@ int report(const Options& options);
 
 /// Sends a request, and prints the lines of its answer.
 int ask(const std::string& path, const VelaAgent::Json& request);
+/// Sends a request whose answer is one line, and returns that.
+VelaAgent::Json answerTo(const std::string& path, const VelaAgent::Json& request);
 /// How the daemon does, or with a table what it knows of the entries of the keys.
 int status(const Options& options, const std::string& table, const std::vector<std::string>& keys);
 /// Prints what happens, until the daemon ends it.

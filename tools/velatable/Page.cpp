@@ -8,23 +8,36 @@
 
 namespace VelaTool {
 
-int report(const Options& options) {
+namespace {
+
+/// What events or a saved switch look like.
+std::optional<Json> pictureOf(const Options& options) {
   const bool saved = options.device != "sim";
   if (!saved && options.events.empty()) {
-    throw InputException("report takes --events, --device or both");
+    throw InputException("report takes --events, --device or both, or --connect");
   }
-  if (options.output.empty() && !options.json) throw InputException("report takes -o or --json");
   checkFiles(options);
   SimulatedSwitch chip = saved ? copySaved(options.device) : SimulatedSwitch();
   MadeAgent agent(VelaAgent::loadProfile(options.profile), chip);
-  if (!readDesires(agent, options)) return exitBadInput;
+  if (!readDesires(agent, options)) return std::nullopt;
   VelaAgent::Picture picture(agent, !options.events.empty(), VelaAgent::Picture::Audit::now);
   picture.finish();
+  return picture.take();
+}
+
+}  // namespace
+
+int report(const Options& options) {
+  if (options.output.empty() && !options.json) throw InputException("report takes -o or --json");
+  const std::optional<Json> picture = options.connect.empty()
+                                          ? pictureOf(options)
+                                          : answerTo(options.connect, {{"request", "picture"}});
+  if (!picture) return exitBadInput;
   if (auto file = outputFile(options.output)) {
-    *file << VelaPage::pageOf(picture.json());
+    *file << VelaPage::pageOf(*picture);
     finish(*file, options.output);
   }
-  if (options.json) std::cout << picture.json().dump() << '\n';
+  if (options.json) std::cout << picture->dump() << '\n';
   return exitGood;
 }
 

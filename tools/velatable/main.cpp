@@ -362,6 +362,8 @@ CommandLine::CommandLine() {
   for (CLI::App* each : Commands{decode, lookup}) connectable(*each, {});
   connectable(*audit, {"--repair"});
   connectable(*run, {"--results", "--keep-going"});
+  connectable(*why, {"--json", "--verbose"});
+  connectable(*report, {"--json", "--output"});
 }
 
 std::optional<int> CommandLine::parse(int argc, char** argv) {
