@@ -5,6 +5,7 @@ data path, or is larger or slower than allowed; and where a daemon's does not fo
 it go to the folder PICTURES."""
 import json
 import os
+import pty
 import random
 import socket
 import subprocess
@@ -103,6 +104,22 @@ for longest in range(14, 33, 3):
     ENTRIES[f"Lpm{longest}"] = (lambda n, top=longest: route(top - 2, top), ENTRIES["Lpm11"][1])
 
 
+def check_progress(*words):
+    """What takes long shows on a terminal how far it is, without colour for those who want none."""
+    ours, theirs = pty.openpty()
+    process = subprocess.Popen([tool, *words], stdout=subprocess.DEVNULL, stderr=theirs,
+                               env={**os.environ, "NO_COLOR": "1"})
+    os.close(theirs)
+    said = b""
+    try:
+        while part := os.read(ours, 4096):
+            said += part
+    except OSError:  # nobody has the other end any more
+        pass
+    check(process.wait() in (0, 1), f"{words}: {said[-500:]}")
+    check(b" 90 %" in said and said.endswith(b"\r\x1b[K") and b"\x1b[3" not in said, f"shown is {said[-200:]}")
+
+
 def full_switch():
     """Events that fill every table to LOAD: twice as many are offered, and of those that came in as many
     are kept as are wanted."""
@@ -123,7 +140,7 @@ def full_switch():
                 "op": "set", "table": whole, "instance": instance, "key": key, "result": make_result()})
     events = [event for _, event in offered.values()]
     rng.shuffle(events)
-    run("run", "--json", "--results", f"{work}/results", lines("offered", events), codes=(0, 1))
+    check_progress("run", "--json", "--results", f"{work}/results", lines("offered", events))
     with open(f"{work}/results") as results:
         for line in map(json.loads, results):
             offered.pop((line["table"], line.get("instance", 0), json.dumps(line["key"])), None)

@@ -9,6 +9,7 @@
 #include <iostream>
 
 #include "Lines.h"
+#include "Progress.h"
 #include "agent/JsonText.h"
 #include "agent/RouteEntries.h"
 
@@ -19,33 +20,12 @@ using VelaDevice::Memory;
 
 namespace {
 
-/// How far the events file is read, on a terminal.
-class Progress {
- public:
-  explicit Progress(const std::string& file) : on_(isatty(STDERR_FILENO) != 0 && file != "-") {
-    std::error_code error;
-    size_ = on_ ? std::filesystem::file_size(file, error) : 0;
-    on_ = on_ && !error && size_ > minimum;
-  }
-  ~Progress() {
-    if (on_) std::cerr << "\r\033[K";
-  }
-  void advance(std::size_t bytes) {
-    done_ += bytes;
-    if (!on_ || done_ * 100 / size_ == shown_) return;
-    shown_ = done_ * 100 / size_;
-    const auto filled = static_cast<int>(shown_ * 40 / 100);
-    std::cerr << '\r' << '[' << std::string(filled, '=') << std::string(40 - filled, ' ') << "] "
-              << shown_ << " %" << std::flush;
-  }
-
- private:
-  static constexpr std::size_t minimum = 1 << 20;  ///< Smaller files are read in no time.
-  bool on_;
-  std::size_t size_ = 0;
-  std::size_t done_ = 0;
-  std::size_t shown_ = ~std::size_t{0};
-};
+/// The size of a file that is read; 0 where nobody knows.
+double sizeOf(const std::string& file) {
+  std::error_code error;
+  const auto size = std::filesystem::file_size(file, error);
+  return error ? 0 : static_cast<double>(size);
+}
 
 /// The file of "sim:FILE".
 std::string fileOf(const std::string& device, const char* choices) {
@@ -238,10 +218,13 @@ bool readDesires(Agent& agent, const Options& options) {
 bool applyFile(const std::string& name, EventRunner& runner, bool keepGoing, Form form) {
   Lines lines(name);
   LineTaker taker(runner, form);
-  Progress progress(name);
+  Progress progress;
+  const double size = sizeOf(name);
+  double done = 0;
   bool good = true;
   U64 number = 0;
   const auto tell = [&](const char* kind, const std::string& text) {
+    progress.hide();
     std::cout << std::flush;
     std::cerr << (name == "-" ? "stdin" : name) << ':' << runner.lineNumber() << ": " << kind
               << text << '\n';
@@ -270,7 +253,8 @@ bool applyFile(const std::string& name, EventRunner& runner, bool keepGoing, For
     const auto line = going ? lines.next() : std::nullopt;
     if (!line) break;
     ++number;
-    progress.advance(line->size() + 1);
+    done += static_cast<double>(line->size() + 1);
+    if (size != 0) progress.is(done / size);
     attempt([&] { taker.take(*line, number); });
   }
   attempt([&] { runner.flush(); });

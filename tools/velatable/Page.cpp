@@ -2,6 +2,7 @@
 
 #include "Commands.h"
 #include "Input.h"
+#include "Progress.h"
 #include "agent/Picture.h"
 #include "agent/Profiles.h"
 #include "tools/page/Page.h"
@@ -21,7 +22,8 @@ std::optional<Json> pictureOf(const Options& options) {
   MadeAgent agent(VelaAgent::loadProfile(options.profile), chip);
   if (!readDesires(agent, options)) return std::nullopt;
   VelaAgent::Picture picture(agent, !options.events.empty(), VelaAgent::Picture::Audit::now);
-  picture.finish();
+  Progress progress;
+  picture.finish([&](double share) { progress.is(share); });
   return picture.take();
 }
 
