@@ -294,9 +294,8 @@
     const table = picture.tables[level.table];
     const told = level.routes.filter(([, all]) => all !== 0).map(([length, all, there]) =>
       `${count(all)} of /${length}` + (there === all ? "" : `, ${count(all - there)} of them not in hardware`));
-    const list = make("details", {toggle: () => {
-      if (list.open && list.children.length === 1) list.append(make("div", {}, routeList(level)));
-    }}, make("summary", {}, told.length ? "Routes: " + told.join("; ") : "No routes"));
+    const list = opened("routes-" + table.table, false, [told.length ? "Routes: " + told.join("; ") : "No routes"],
+      () => make("div", {}, routeList(level)));
     const [longest, shortest] = [level.routes[0][0], level.routes[level.routes.length - 1][0]];
     return make("li", {class: "rung", "data-level": number},
       make("strong", {}, table.table), make("span", {class: "mono"}, `/${shortest} to /${longest}`), bar(table),
@@ -683,9 +682,13 @@
     }
     return -1;
   }
+  /// What readers chose in the rows of a set: it stays when the page is shown anew.
+  const chosen = new Map();
   function setBody(number) {
     const rows = rowsOf(number);
     const {set} = rows;
+    const choice = chosen.get(number) || {text: ""};
+    chosen.set(number, choice);
     const told = make("div", {class: "told", role: "status"}, make("p", {}, "Point at a row."));
     const layout = make("div", {}, layoutDrawing(set), fieldTable(set));
     const write = (index) => {
@@ -695,11 +698,22 @@
       layout.replaceChildren(make("h3", {}, `${rows.place(index)}, as registers hold it`),
         layoutDrawing(set, image), fieldTable(set, image));
     };
+    const tell = (index) => told.replaceChildren(...rowText(rows, index).map((line) => make("p", {}, line)));
     const map = new RowMap(rows, (index, written) => {
-      told.replaceChildren(...rowText(rows, index).map((line) => make("p", {}, line)));
+      choice.at = index;
+      if (written) choice.written = index;
+      tell(index);
       if (written) write(index);
     });
-    const wanted = make("input", {type: "text", placeholder: "part of a key", spellcheck: "false"});
+    if (choice.at !== undefined) {
+      map.at = choice.at;
+      map.pointedAt = true;
+      tell(choice.at);
+    }
+    if (choice.written !== undefined) write(choice.written);
+    const wanted = make("input", {type: "text", placeholder: "part of a key", spellcheck: "false",
+      input: () => { choice.text = wanted.value; }});
+    wanted.value = choice.text;
     const find = make("form", {class: "fields", submit: (event) => {
       event.preventDefault();
       const n = search(rows, wanted.value, rows.at(map.at) ?? -1);
@@ -738,6 +752,7 @@
       if (item.open && item.children.length === 1) item.append(body());
     }}, make("summary", {}, ...summary));
     item.open = wasOpened.get(name) ?? open;
+    if (item.open) item.append(body());
     return item;
   }
 
@@ -753,18 +768,29 @@
     for (const map of maps) if (map.canvas.isConnected) map.show();
   }
 
+  /// Shows another picture in the place of this one: what is focused and where the page stands stay.
+  function showInPlace(next) {
+    const item = document.activeElement?.closest("details[id]");
+    const focused = item && document.activeElement.tagName;
+    const top = scrollY;
+    picture = next;
+    models = [];
+    showAll();
+    if (focused) document.querySelector(`#${item.id} ${focused}`)?.focus({preventScroll: true});
+    requestAnimationFrame(() => scrollTo({top, behavior: "instant"}));
+  }
   /// A daemon's page asks it for its figures now and then.
+  let shown = "";
   async function refresh() {
     if (!document.hidden) {
       try {
         const reply = await fetch("picture.json", {cache: "no-store"});
         if (!reply.ok) throw new Error(reply.statusText);
-        picture = await reply.json();
-        models = [];
-        const top = scrollY;
-        showAll();
-        scrollTo({top, behavior: "instant"});
+        const text = await reply.text();
+        if (text !== shown) showInPlace(JSON.parse(text));
+        shown = text;
       } catch (error) {
+        shown = "";
         byId("state").textContent = "The daemon does not answer; this is what it said last.";
       }
     }

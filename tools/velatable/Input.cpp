@@ -11,6 +11,7 @@
 #include "Lines.h"
 #include "Progress.h"
 #include "agent/JsonText.h"
+#include "agent/Profiles.h"
 #include "agent/RouteEntries.h"
 
 namespace VelaTool {
@@ -198,21 +199,38 @@ bool applyFiles(const Options& options, EventRunner& runner, Form form) {
   return good;
 }
 
-bool readDesires(Agent& agent, const Options& options) {
-  if (options.events.empty()) {
+namespace {
+
+/// The switch that there is, or a new one.
+SimulatedSwitch askedChip(const Options& options, const std::string& command) {
+  const bool saved = options.device != "sim";
+  if (!saved && options.events.empty()) {
+    throw InputException(command + " takes --events, --device or both, or --connect");
+  }
+  checkFiles(options);
+  return saved ? copySaved(options.device) : SimulatedSwitch();
+}
+
+}  // namespace
+
+AskedSwitch::AskedSwitch(const Options& options, const std::string& command)
+    : chip(askedChip(options, command)),
+      agent(VelaAgent::loadProfile(options.profile), chip),
+      desiresKnown(!options.events.empty()) {
+  if (!desiresKnown) {
     agent.decode();
-    return true;
+    return;
   }
   EventRunner runner(agent);
   if (options.device == "sim") {
     agent.start(Agent::Start::fresh);
-    return applyFiles(options, runner);
+    good = applyFiles(options, runner);
+    return;
   }
   agent.desireBegin();
   runner.desiresOnlyIs(true);
-  const bool good = applyFiles(options, runner);
+  good = applyFiles(options, runner);
   agent.desireEnd();
-  return good;
 }
 
 bool applyFile(const std::string& name, EventRunner& runner, bool keepGoing, Form form) {

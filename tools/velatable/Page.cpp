@@ -4,7 +4,6 @@
 #include "Input.h"
 #include "Progress.h"
 #include "agent/Picture.h"
-#include "agent/Profiles.h"
 #include "tools/page/Page.h"
 
 namespace VelaTool {
@@ -13,15 +12,9 @@ namespace {
 
 /// What events or a saved switch look like.
 std::optional<Json> pictureOf(const Options& options) {
-  const bool saved = options.device != "sim";
-  if (!saved && options.events.empty()) {
-    throw InputException("report takes --events, --device or both, or --connect");
-  }
-  checkFiles(options);
-  SimulatedSwitch chip = saved ? copySaved(options.device) : SimulatedSwitch();
-  MadeAgent agent(VelaAgent::loadProfile(options.profile), chip);
-  if (!readDesires(agent, options)) return std::nullopt;
-  VelaAgent::Picture picture(agent, !options.events.empty(), VelaAgent::Picture::Audit::now);
+  AskedSwitch asked(options, "report");
+  if (!asked.good) return std::nullopt;
+  VelaAgent::Picture picture(asked.agent, asked.desiresKnown, VelaAgent::Picture::Audit::now);
   Progress progress;
   picture.finish([&](double share) { progress.is(share); });
   return picture.take();

@@ -5,7 +5,6 @@
 #include "Commands.h"
 #include "Input.h"
 #include "Report.h"
-#include "agent/Profiles.h"
 
 namespace VelaTool {
 
@@ -32,18 +31,12 @@ Json requestOf(const std::string& table, const std::string& key) {
 
 /// The answer that events or a saved switch give.
 std::optional<Json> answerOf(const Options& options, const Json& request) {
-  const bool saved = options.device != "sim";
-  if (!saved && options.events.empty()) {
-    throw InputException("why takes --events, --device or both, or --connect");
-  }
-  checkFiles(options);
-  SimulatedSwitch chip = saved ? copySaved(options.device) : SimulatedSwitch();
-  MadeAgent agent(VelaAgent::loadProfile(options.profile), chip);
-  if (!readDesires(agent, options)) return std::nullopt;
-  VelaAgent::Reasons reasons(agent, !options.events.empty());
+  AskedSwitch asked(options, "why");
+  if (!asked.good) return std::nullopt;
+  VelaAgent::Reasons reasons(asked.agent, asked.desiresKnown);
   if (request.contains("address")) return reasons.address(request["address"]);
-  return reasons.entry(agent.table(request["table"].get<std::string>(), request["instance"]),
-                       request["key"]);
+  const auto name = request["table"].get<std::string>();
+  return reasons.entry(asked.agent.table(name, request["instance"]), request["key"]);
 }
 
 }  // namespace
