@@ -290,21 +290,21 @@ Picture::Picture(Agent& agent, bool desiresKnown, Audit audit)
   findRowSets();
   // To the tables, what an audit finds is a hardware error: it comes last.
   for (const TableAdapter* table : agent.announced()) {
-    parts_.push_back([this, table] { addTable(*table); });
+    parts_.emplace_back([this, table] { addTable(*table); });
     // Counting takes time where many wait.
-    parts_.push_back([this, table] { json_["tables"].back()["refused"] = table->refused(); });
-    parts_.push_back([this, table] { json_["tables"].back()["waiting"] = table->waiting(); });
+    parts_.emplace_back([this, table] { json_["tables"].back()["refused"] = table->refused(); });
+    parts_.emplace_back([this, table] { json_["tables"].back()["waiting"] = table->waiting(); });
   }
   for (std::size_t i = 0; i < rowSets_.size(); ++i) {
-    parts_.push_back([this, i] { addRows(rowSets_[i], i); });
+    parts_.emplace_back([this, i] { addRows(rowSets_[i], i); });
     if (!rowSets_[i].engine()) continue;
-    parts_.push_back([this, i] { addRefusals(rowSets_[i], i); });
+    parts_.emplace_back([this, i] { addRefusals(rowSets_[i], i); });
   }
-  parts_.push_back([this] { addLadder(); });
+  parts_.emplace_back([this] { addLadder(); });
   for (const auto& table : agent.tables()) {
-    parts_.push_back([this, &table = *table] { addFindings(table); });
+    parts_.emplace_back([this, &table = *table] { addFindings(table); });
   }
-  parts_.push_back([this] { addTotals(); });
+  parts_.emplace_back([this] { addTotals(); });
   all_ = parts_.size();
 }
 

@@ -802,7 +802,7 @@
   byId("vrf").addEventListener("change", answer);
   byId("ask").addEventListener("submit", (event) => { event.preventDefault(); answer(); });
   addEventListener("resize", redraw);
-  matchMedia("(prefers-color-scheme: dark)").addEventListener("change", redraw);
+  for (const query of ["(prefers-color-scheme: dark)", "print"]) matchMedia(query).addEventListener("change", redraw);
   showAll();
   if (picture.refresh) setTimeout(refresh, 1000 * picture.refresh);
 })();

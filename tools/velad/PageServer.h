@@ -19,7 +19,7 @@ class PageServer final : private CivetHandler {
   PageServer(Loop& loop, const std::string& address, VelaAgent::Agent& agent,
              const VelaService::Thresholds& thresholds);
   /// The loop must not run any more.
-  ~PageServer();
+  ~PageServer() override;
 
  private:
   using Clock = VelaService::Clock;
