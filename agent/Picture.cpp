@@ -17,7 +17,7 @@ using VelaSwitchTable::LpmRoutes;
 namespace {
 
 /// Tables with more rows tell which are taken, and no more: a page is to stay small.
-constexpr U32 wordsMost = 32768;
+constexpr U32 wordsMost = 65536;
 /// Refused entries of a table that are told, the keys of a proof, and findings of a table.
 constexpr std::size_t refusalsMost = 12;
 constexpr std::size_t proofMost = 32;

@@ -50,11 +50,11 @@ def mask():
     return rng.getrandbits(48)
 
 
-def route(shortest, longest):
+def route(shortest, longest, vrfs=8):
     length = rng.randint(shortest, longest)
     bits = rng.getrandbits(length) << (32 - length)
     text = ".".join(str(bits >> shift & 255) for shift in (24, 16, 8, 0))
-    return {"vrf": rng.randrange(8), "prefix": f"{text}/{length}"}
+    return {"vrf": rng.randrange(vrfs), "prefix": f"{text}/{length}"}
 
 
 def flow(*ends):
@@ -171,10 +171,10 @@ def addresses(events):
     """Half of them within routes; the last bits are anything."""
     routes = [event["key"] for event in events if event["table"] == "Route"]
     for n in range(ADDRESSES):
-        if n % 2:
-            yield f"{rng.randrange(8)}:{address()}"
-            continue
         key = rng.choice(routes)
+        if n % 2:
+            yield f"{key['vrf']}:{address()}"
+            continue
         first, length = key["prefix"].split("/")
         inside = int.from_bytes(bytes(map(int, first.split("."))), "big") | rng.getrandbits(32 - int(length))
         yield f"{key['vrf']}:" + ".".join(map(str, inside.to_bytes(4, "big")))
@@ -204,9 +204,10 @@ def check_overview(browser, picture):
         check(shown == expected, f"the overview shows {shown}, not {expected}")
 
 
-def check_routes(browser, device, events):
+def check_routes(browser, device, events, *profile):
     asked = list(addresses(events))
-    answers = [json.loads(line)["hit"] for line in run("lookup", "--device", device, "Route", *asked).splitlines()]
+    answers = [json.loads(line)["hit"]
+               for line in run("lookup", *profile, "--device", device, "Route", *asked).splitlines()]
     shown = browser.run(f"({ASK})({json.dumps(asked)})")
     for key, hit, seen in zip(asked, answers, shown, strict=True):
         check(hit == seen, f"{key} takes {hit}, the page says {seen}")
@@ -283,6 +284,17 @@ def check_full(browser, pictures):
     print(f"report: {size / 1e6:.2f} MB, first paint after {paint:.0f} ms, {ADDRESSES} addresses")
 
 
+def check_profile(browser, name, vrfs):
+    """Routes of a switch with other rows, by registers alone."""
+    events = [{"op": "set", "table": "Route", "key": route(*rng.choice([(4, 11), (12, 32), (29, 29)]), vrfs),
+               "result": ENTRIES["Lpm11"][1]()} for _ in range(2000)]
+    device, profile = f"sim:{work}/{name}", ("--profile", name)
+    run("run", *profile, "--device", device, "--json", "--results", f"{work}/none", lines("routes", events), codes=(0, 1))
+    run("report", *profile, "-o", f"{work}/{name}.html", "--device", device)
+    open_page(browser, f"file://{work}/{name}.html")
+    check_routes(browser, device, events, *profile)
+
+
 def check_refusal(browser):
     events = [{"op": "set", "table": "HashTest", "key": key, "result": key} for key in (0, 64, 128)]
     run("report", "-o", f"{work}/small.html", "--events", lines("small", events))
@@ -330,6 +342,8 @@ def main():
     browser = Browser(work)
     try:
         check_full(browser, sys.argv[3] if len(sys.argv) > 3 else None)
+        check_profile(browser, "vela-48-32vrf", 32)
+        check_profile(browser, "vela-20-4.0", 4)
         check_refusal(browser)
         check_live(browser, sys.argv[2])
         check(not browser.said, f"the console says {browser.said[:3]}")
