@@ -275,8 +275,8 @@ class RowColumns {
 
 }  // namespace
 
-Picture::Picture(Agent& agent, bool desiresKnown, Audit audit)
-    : agent_(agent), desiresKnown_(desiresKnown), audit_(audit) {
+Picture::Picture(Agent& agent, FitMeter& meter, bool desiresKnown, Audit audit)
+    : agent_(agent), meter_(meter), desiresKnown_(desiresKnown), audit_(audit) {
   json_ = {{"version", 1},
            {"profile", agent.profile().name()},
            {"vrfs", agent.profile().vrfs()},

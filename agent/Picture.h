@@ -31,8 +31,9 @@ class Picture {
   };
 
   /// The tables of `agent`, which must outlive this, were started and told what is desired; or else
-  /// they were rebuilt from hardware alone, and what is desired is not known.
-  Picture(Agent& agent, bool desiresKnown, Audit audit);
+  /// they were rebuilt from hardware alone, and what is desired is not known. So must `meter`,
+  /// which need not try again what it tried for another picture.
+  Picture(Agent& agent, FitMeter& meter, bool desiresKnown, Audit audit);
   ~Picture();
 
   /// Makes a part; returns whether there are more. Between two parts the tables may change.
@@ -62,9 +63,9 @@ class Picture {
   const RowSet* rowSetOf(const TableAdapter& table) const;
 
   Agent& agent_;
+  FitMeter& meter_;
   bool desiresKnown_;
   Audit audit_;
-  FitMeter meter_;
   std::vector<RowSet> rowSets_;
   std::deque<Part> parts_;
   std::size_t all_ = 0;  ///< Parts there were in the beginning.

@@ -356,7 +356,8 @@ std::unique_ptr<Answer> whyOf(Agent& agent, const RouteService& routes, const Ro
 /// What the switch looks like; the tables may change between its parts.
 class Pictured final : public Answer {
  public:
-  Pictured(Agent& agent, const Thresholds& thresholds) : picture_(agent, thresholds) {}
+  Pictured(Agent& agent, VelaAgent::FitMeter& meter, const Thresholds& thresholds)
+      : picture_(agent, meter, thresholds) {}
 
   bool piece(std::string& out) override {
     if (picture_.step()) return true;
@@ -457,7 +458,7 @@ std::unique_ptr<Answer> Control::answerTo(Json request) {
   }
   if (name == "picture") {
     allowOnly(request, {});
-    return std::make_unique<Pictured>(agent_, upkeep_.thresholds());
+    return std::make_unique<Pictured>(agent_, meter_, upkeep_.thresholds());
   }
   throw InputException("unknown request \"" + name + "\"" + VelaAgent::suggestion(name, names));
 }

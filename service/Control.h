@@ -2,6 +2,7 @@
 
 #include <memory>
 
+#include "agent/Fit.h"
 #include "service/RouteTimes.h"
 #include "service/StreamFollower.h"
 #include "service/Upkeep.h"
@@ -53,6 +54,7 @@ class Control {
   Watch& watch_;
   const Upkeep& upkeep_;
   const StreamFollower* stream_;
+  VelaAgent::FitMeter meter_;
 };
 
 }  // namespace VelaService

@@ -34,8 +34,9 @@ void addLife(Json& reasons, const RouteService& routes, const RouteTimes& times)
   for (Json& each : *better) addLifeOf(each, routes, times);
 }
 
-LivePicture::LivePicture(VelaAgent::Agent& agent, const Thresholds& thresholds)
-    : picture_(agent, true, VelaAgent::Picture::Audit::known), thresholds_(thresholds) {}
+LivePicture::LivePicture(VelaAgent::Agent& agent, VelaAgent::FitMeter& meter,
+                         const Thresholds& thresholds)
+    : picture_(agent, meter, true, VelaAgent::Picture::Audit::known), thresholds_(thresholds) {}
 
 bool LivePicture::step() { return picture_.step(); }
 

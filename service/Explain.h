@@ -15,8 +15,8 @@ void addLife(VelaAgent::Json& reasons, const RouteService& routes, const RouteTi
 /// A picture of a running switch, made part by part, with the marks of its loads.
 class LivePicture {
  public:
-  /// Both must outlive it.
-  LivePicture(VelaAgent::Agent& agent, const Thresholds& thresholds);
+  /// All must outlive it.
+  LivePicture(VelaAgent::Agent& agent, VelaAgent::FitMeter& meter, const Thresholds& thresholds);
 
   /// Makes a part; returns whether there are more.
   bool step();

@@ -93,7 +93,8 @@ void PictureTest::checkRows(const Json& rows) {
 }
 
 TEST_P(PictureTest, rowsAreAsTheyAre) {
-  Picture picture(agent, true, Picture::Audit::now);
+  VelaAgent::FitMeter meter;
+  Picture picture(agent, meter, true, Picture::Audit::now);
   picture.finish();
   for (const Json& rows : picture.json()["rows"]) checkRows(rows);
   EXPECT_GT(owned, 500u);

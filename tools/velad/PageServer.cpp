@@ -74,7 +74,7 @@ PageServer::Picture PageServer::picture() {
 
 void PageServer::begin() {
   if (parts_) return;
-  parts_.emplace(agent_, thresholds_);
+  parts_.emplace(agent_, meter_, thresholds_);
   uv_idle_start(&making_, [](uv_idle_t* on) { of(reinterpret_cast<uv_handle_t*>(on)).step(); });
 }
 

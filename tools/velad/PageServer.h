@@ -37,6 +37,7 @@ class PageServer final : private CivetHandler {
 
   VelaAgent::Agent& agent_;
   const VelaService::Thresholds& thresholds_;
+  VelaAgent::FitMeter meter_;
   uv_async_t wanting_{};
   uv_idle_t making_{};
   std::optional<VelaService::LivePicture> parts_;  ///< Of the picture under way.

@@ -14,7 +14,9 @@ namespace {
 std::optional<Json> pictureOf(const Options& options) {
   AskedSwitch asked(options, "report");
   if (!asked.good) return std::nullopt;
-  VelaAgent::Picture picture(asked.agent, asked.desiresKnown, VelaAgent::Picture::Audit::now);
+  VelaAgent::FitMeter meter;
+  VelaAgent::Picture picture(asked.agent, meter, asked.desiresKnown,
+                             VelaAgent::Picture::Audit::now);
   Progress progress;
   picture.finish([&](double share) { progress.is(share); });
   return picture.take();
