@@ -7,13 +7,13 @@ import json
 import os
 import pty
 import random
-import socket
 import subprocess
 import sys
 import tempfile
 import time
 
 from browser import Browser
+from client import Velad
 
 MEGABYTES = 3
 PAINT_MILLISECONDS = 1000
@@ -308,16 +308,11 @@ def check_refusal(browser):
 
 def check_live(browser, velad):
     """What a browser shows follows the switch, without being loaded anew."""
-    control, page = f"{work}/control", "127.0.0.1:9119"
-    with open(f"{work}/velad.json", "w") as out:
-        json.dump({"device": f"{work}/live", "control": control, "tables": {"254": 0},
-                   "interfaces": {socket.if_indextoname(1): 1}, "fpm": {"listen": "127.0.0.1:26209"},
-                   "page": {"listen": page}}, out)
-    daemon = subprocess.Popen([velad, f"{work}/velad.json"], stderr=subprocess.DEVNULL)
+    page = "127.0.0.1:9119"
+    os.mkdir(f"{work}/live")
+    daemon = Velad(velad, f"{work}/live", {"page": {"listen": page}})
+    control = daemon.path
     try:
-        while daemon.poll() is None and not os.path.exists(control):
-            time.sleep(0.05)
-        time.sleep(0.2)
         open_page(browser, f"http://{page}/")
         shown = "document.getElementById('totals').textContent"
         before = browser.run(shown)
@@ -334,8 +329,8 @@ def check_live(browser, velad):
         why = json.loads(run("why", "HashTest", "128", "--connect", control, "--json"))
         check(why["causes"] == ["waiting"] and why["turn"] == {"place": 1, "waiting": 1}, f"why says {why}")
     finally:
-        daemon.terminate()
-        check(daemon.wait() == 0, "velad did not end well")
+        daemon.process.terminate()
+        check(daemon.process.wait() == 0, "velad did not end well")
 
 
 def main():
