@@ -19,7 +19,7 @@ struct Options {
   std::vector<std::string> events;
   std::string connect;  ///< The control socket of a daemon; empty where a device is asked.
   std::string output;
-  std::string stream;   ///< The server of streams, and the switch that they are for.
+  std::string stream;                ///< The server of streams, and the switch that they are for.
   std::vector<std::string> streams;  ///< Of commands that take several servers.
   std::string switchName;
   std::string owner;
