@@ -3,9 +3,9 @@
 
 PACKAGES := g++ clang clang-format clang-tidy cmake ninja-build nlohmann-json3-dev libcli11-dev \
             libsimdjson-dev libgtest-dev libbenchmark-dev llvm pkgconf libmnl-dev libuv1-dev libsystemd-dev \
-            prometheus-cpp-dev libhiredis-dev
+            prometheus-cpp-dev libcivetweb-dev libhiredis-dev
 PROMTOOL := build/live/usr/bin/promtool
-LIVE := abigail-tools bird2 debootstrap frr iproute2 python3 redis-server xz-utils
+LIVE := abigail-tools bird2 chromium debootstrap fonts-dejavu-core frr iproute2 python3 redis-server xz-utils
 PEERS := pkgconf libdpdk-dev libcuckoo-dev
 SUDO := $(shell [ "$$(id -u)" = 0 ] || echo sudo)
 JOBS := $(shell nproc)
@@ -65,6 +65,7 @@ test-live: packages deb
 	    tests/live/operate.py build/release/velad $(PROMTOOL))
 	$(call timed,fleet,$(MAKE) --no-print-directory release-velad release-velatable && \
 	    tests/live/fleet.py build/release)
+	$(call timed,page,tests/live/report.py build/release/velatable build/release/velad)
 	@cat build/times
 
 # The checker of metrics, without the server that it comes with, which would be started.

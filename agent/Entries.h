@@ -107,6 +107,8 @@ class Entries {
   virtual EntryProgrammedStatus status(AnyRef key) const = 0;
   /// The time of the last poll that found the entry hit; never where hardware does not tell.
   virtual Orb::Seconds lastHit(AnyRef) const { return {}; }
+  /// Whether an entry of the key is announced; one that was rebuilt from hardware is not.
+  virtual bool announced(AnyRef key) const = 0;
   /// Whether the last entry announced had been announced before, and not withdrawn since.
   bool announcedBefore() const { return announcedBefore_; }
   /// What is odd about the last entry announced, although it was accepted.
@@ -149,8 +151,6 @@ class Entries {
  protected:
   /// What an announcement is made of. Likewise, `result` may be odd, which is worth a warning.
   virtual void checkResult(AnyRef, std::vector<std::string>& /*odd*/) const {}
-  /// Whether an entry of the key is announced.
-  virtual bool announced(AnyRef key) const = 0;
   virtual EntryProgrammedStatus program(AnyRef key, AnyRef result) = 0;
 
   /// How many bits hardware has for a field of the result.

@@ -42,6 +42,14 @@ std::vector<VelaSwitchApi::RowField> heldFields(const HwTableAdapter& table,
   return fields;
 }
 
+bool saysSomething(const HwTableAdapter& table, const VelaSwitchApi::HwTableConfig& hwTable,
+                   HwIndex index, const U32* image) {
+  const RowImage zeros{};
+  RowImage absent{};
+  table.convertor().expectedImage(hwTable.descriptor().identity.id, index, absent.data());
+  return !hwTable.same(index, image, zeros.data()) && !hwTable.same(index, image, absent.data());
+}
+
 Json describeRow(const SimulatedSwitch& chip, const HwTableAdapter& table,
                  VelaSwitchApi::HwTableId id, HwIndex index) {
   const auto& hwTable = *table.convertor().hwTable(id);

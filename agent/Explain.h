@@ -18,6 +18,11 @@ std::optional<RowImage> heldImage(const VelaDevice::SimulatedSwitch& chip,
 std::vector<VelaSwitchApi::RowField> heldFields(const HwTableAdapter& table,
                                                 VelaSwitchApi::HwTableId id, HwIndex index);
 
+/// Whether an image of the row holds neither nothing nor what the table writes where there is no
+/// entry.
+bool saysSomething(const HwTableAdapter& table, const VelaSwitchApi::HwTableConfig& hwTable,
+                   HwIndex index, const U32* image);
+
 /// A row as the switch holds it: its table, its place and its fields by name. Null when it was
 /// never written.
 Json describeRow(const VelaDevice::SimulatedSwitch& chip, const HwTableAdapter& table,

@@ -52,6 +52,7 @@ class PathEntries final : public Entries {
   EntryProgrammedStatus status(AnyRef) const override {
     return EntryProgrammedStatus::notProgrammed;
   }
+  bool announced(AnyRef) const override { return false; }
   bool pollHitBits(Orb::Seconds) override { refuse(); }
   bool fills(const VelaSwitchApi::SwTable&) const override { return false; }
   void forEachEntry(const EntryVisitor&) const override {}
@@ -63,7 +64,6 @@ class PathEntries final : public Entries {
   void reconcile(const AnyListener&) override {}
 
  private:
-  bool announced(AnyRef) const override { return false; }
   EntryProgrammedStatus program(AnyRef, AnyRef) override { refuse(); }
   [[noreturn]] void refuse() const {
     throw InputException(name() +

@@ -36,6 +36,7 @@ class RouteEntries final : public Entries, private VelaRoutes::AdmissionListener
   bool withdraw(AnyRef key) override { return routes_.withdraw(key.as<Key>()); }
   EntryProgrammedStatus status(AnyRef key) const override { return routes_.status(key.as<Key>()); }
   Orb::Seconds lastHit(AnyRef key) const override;
+  bool announced(AnyRef key) const override { return routes_.announced(key.as<Key>()); }
   bool pollHitBits(Orb::Seconds now) override;
   std::vector<Competitor> competing(AnyRef key) const override {
     return routes_.competing(key.as<Key>());
@@ -55,7 +56,6 @@ class RouteEntries final : public Entries, private VelaRoutes::AdmissionListener
 
  private:
   void checkResult(AnyRef result, std::vector<std::string>& odd) const override;
-  bool announced(AnyRef key) const override { return routes_.announced(key.as<Key>()); }
   EntryProgrammedStatus program(AnyRef key, AnyRef result) override {
     return routes_.announce(key.as<Key>(), result.as<VelaSwitch::NexthopIndexes>());
   }

@@ -45,6 +45,7 @@ class TableEntries : public Entries {
   EntryProgrammedStatus status(AnyRef key) const override { return statusOf(record(key)); }
   void announceAll(std::span<const Announcement> all, BatchListener& listener) override;
   void forEachEntry(const EntryVisitor& visit) const override;
+  bool announced(AnyRef key) const override;
   AnyValue resultOf(AnyRef key) const override;
   U32 entries() const override;
   U32 programmed() const override;
@@ -134,7 +135,6 @@ class TableEntries : public Entries {
   /// The same by their keys, for those who change them.
   std::vector<AnyValue> keys(KeyRecord::Flag flag) const;
 
-  bool announced(AnyRef key) const override;
   EntryProgrammedStatus program(AnyRef key, AnyRef result) override;
   unsigned rowBits(std::string_view field, bool mask) const override;
   void warnOfMore(AnyRef key, AnyRef result) override;

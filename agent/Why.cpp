@@ -131,7 +131,8 @@ Json Reasons::entry(TableAdapter& table, const Json& key) { return entry(subject
 Json Reasons::entry(const Subject& subject) {
   const TableAdapter& table = subject.table;
   Json answer = {{"table", table.name()}, {"instance", table.instance()}, {"key", subject.name}};
-  const bool there = bool(subject.result);
+  const bool there =
+      bool(subject.result) && (!desiresKnown_ || subject.table.typed().announced(subject.key));
   answer["desired"] = desiresKnown_ ? Json(there) : Json(nullptr);
   answer["causes"] = Json::array();
   answer["says"] = Json::array();
@@ -208,6 +209,7 @@ void Reasons::addProof(const Subject& subject, Json& answer) const {
   proof["indexes"] = std::move(rows);
   proof["keys"] = keysOf(competing);
   answer["letsIn"] = letsIn;
+  addTurn(subject, answer);
   say(answer, entryText(subject.table, subject.name) + " waits for room in " +
                   subject.hardware->name() + ": " + competingText(competing.size() + 1));
   if (letsIn.empty()) {
@@ -217,6 +219,18 @@ void Reasons::addProof(const Subject& subject, Json& answer) const {
   say(answer, (letsIn.size() == 1 ? "it comes in when this goes: "
                                   : "it comes in when any one of these goes: ") +
                   listText(letsIn));
+}
+
+/// How many wait in front of it, of those that wait for the same rows.
+void Reasons::addTurn(const Subject& subject, Json& answer) const {
+  const auto& waiting = subject.hardware->typed().engine()->waiting();
+  const auto* own = waiting.equal(*subject.hardware->typed().equals(subject.rows.front()).front());
+  if (!own) return;
+  U64 place = 1;
+  waiting.forEach([&](const Keel::Cuckoo::HashItem& each) {
+    if (waiting.arrival(each) < waiting.arrival(*own)) ++place;
+  });
+  answer["turn"] = {{"place", place}, {"waiting", waiting.size()}};
 }
 
 void Reasons::addCounterpart(const Subject& subject, Json& answer) const {
@@ -249,7 +263,8 @@ void Reasons::addAbsence(const Subject& subject, Json& answer) const {
                                : "the switch holds no " + name);
   } else {
     blame(answer, "notDesired");
-    say(answer, "nobody announced " + name);
+    say(answer,
+        "nobody announced " + name + (subject.result ? ", which registers hold from before" : ""));
   }
   const RouteKey* route = subject.route();
   if (!route || subject.result) return;
@@ -431,10 +446,13 @@ Json Reasons::address(const Json& asked) {
   const auto& at = value.as<RouteAddress>();
   const RouteKey whole{at.vrf(), Ipnet::IpPrefix(at.address(), 32)};
   Json answer = {{"address", anyToJson(value)}};
+  // Asked of a copy, so that no hit bit is set.
+  VelaDevice::SimulatedSwitch copy(agent_.chip());
+  DataPath path(copy, agent_.profile());
   DataPath::Steps steps;
-  agent_.dataPath().stepsIs(&steps);
-  const Json hit = answer["hit"] = routes().lookup(agent_.dataPath(), answer["address"]);
-  agent_.dataPath().stepsIs(nullptr);
+  path.stepsIs(&steps);
+  const Json hit = answer["hit"] = routes().lookup(path, answer["address"]);
+  path.stepsIs(nullptr);
   answer["causes"] = Json::array();
   answer["says"] = Json::array();
   Json levels = describeSteps(agent_, steps);
@@ -448,7 +466,7 @@ Json Reasons::address(const Json& asked) {
     levels[i]["mayTake"] = table->typed().candidates(key);
   }
   answer["levels"] = std::move(levels);
-  routes().explain(agent_.dataPath(), answer["address"], hit, answer);
+  routes().explain(path, answer["address"], hit, answer);
   judge(whole, hit, answer);
   return answer;
 }

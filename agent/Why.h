@@ -41,6 +41,7 @@ class Reasons {
   void addRows(const Subject& subject, Json& answer) const;
   void addStatus(const Subject& subject, Json& answer);
   void addProof(const Subject& subject, Json& answer) const;
+  void addTurn(const Subject& subject, Json& answer) const;
   void addCounterpart(const Subject& subject, Json& answer) const;
   void addCuts(const Subject& subject, Json& answer) const;
   void addAbsence(const Subject& subject, Json& answer) const;

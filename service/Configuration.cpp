@@ -62,7 +62,7 @@ class ConfigurationReader {
   void readFpm(const Json& json);
   void readKernel(const Json& json);
   void readStream(const Json& json);
-  void readMetrics(const Json& json);
+  Handler server(const std::string& where, std::string& to, const char* danger);
   void checkSources(const Json& json);
 
   std::vector<std::string>& mistakes_;
@@ -240,11 +240,15 @@ void ConfigurationReader::readKernel(const Json& json) {
          }}});
 }
 
-void ConfigurationReader::readMetrics(const Json& json) {
-  bool anywhere = false;
-  each(json, "metrics", {{"listen", text(all_.metrics)}, {"anywhere", flag(anywhere)}});
-  if (all_.metrics.empty()) return;
-  at("metrics.listen", [&] { readListen(all_.metrics, anywhere, "reads them"); });
+/// Where something is served by HTTP.
+ConfigurationReader::Handler ConfigurationReader::server(const std::string& where, std::string& to,
+                                                         const char* danger) {
+  return [this, where, &to, danger](const Json& value) {
+    bool anywhere = false;
+    each(value, where, {{"listen", text(to)}, {"anywhere", flag(anywhere)}});
+    if (to.empty()) return;
+    at(where + ".listen", [&] { readListen(to, anywhere, danger); });
+  };
 }
 
 void ConfigurationReader::readStream(const Json& json) {
@@ -312,7 +316,8 @@ Configuration ConfigurationReader::read(const Json& json) {
         {"tables", named("tables", &ConfigurationReader::readTable)},
         {"fpm", [this](const Json& value) { readFpm(value); }},
         {"kernel", [this](const Json& value) { readKernel(value); }},
-        {"metrics", [this](const Json& value) { readMetrics(value); }},
+        {"metrics", server("metrics", all_.metrics, "reads them")},
+        {"page", server("page", all_.page, "sees the switch")},
         {"thresholds", [this](const Json& value) { readThresholds(value); }},
         {"scrub", [this](const Json& value) { readScrub(value); }},
         {"hits", seconds(all_.upkeep.hits)},

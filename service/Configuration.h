@@ -15,6 +15,7 @@ struct Configuration {
   U16 fpmPort = 2620;
   U32 kernelReceiveBuffer = U32{4} << 20;  ///< Bytes that wait of what the kernel says.
   std::string metrics;                     ///< ADDRESS:PORT to be scraped at; empty for nowhere.
+  std::string page;                        ///< Likewise of the page that shows the switch.
   std::string log = "info";                ///< The least level that is logged.
   RouteSettings routes;
   UpkeepSettings upkeep;

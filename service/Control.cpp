@@ -5,6 +5,7 @@
 
 #include "agent/Events.h"
 #include "agent/Profiles.h"
+#include "service/Explain.h"
 
 namespace VelaService {
 
@@ -336,6 +337,40 @@ class Watched final : public Answer {
   bool begun_ = false;
 };
 
+/// Why an entry is not in hardware, or where packets to an address go.
+std::unique_ptr<Answer> whyOf(Agent& agent, const RouteService& routes, const RouteTimes& times,
+                              const Json& request) {
+  const U64 instance = VelaAgent::numberFromJson(request.value("instance", Json(0)), ~U32{0});
+  return std::make_unique<Items>(
+      1, [&agent, &routes, &times, request, instance](std::size_t, std::string& out) {
+        VelaAgent::Reasons reasons(agent, true);
+        Json answer =
+            request.contains("address")
+                ? reasons.address(request["address"])
+                : reasons.entry(agent.table(textOf(request, "table"), static_cast<U32>(instance)),
+                                request.value("key", Json()));
+        addLife(answer, routes, times);
+        addLine(out, answer);
+      });
+}
+
+/// What the switch looks like; the tables may change between its parts.
+class Pictured final : public Answer {
+ public:
+  Pictured(Agent& agent, VelaAgent::FitMeter& meter, const Thresholds& thresholds)
+      : picture_(agent, meter, thresholds) {}
+
+  bool piece(std::string& out) override {
+    if (picture_.step()) return true;
+    addLine(out, picture_.take());
+    addEnd(out);
+    return false;
+  }
+
+ private:
+  LivePicture picture_;
+};
+
 /// What is said of a request that is none.
 class Refused final : public Answer {
  public:
@@ -382,8 +417,8 @@ class Read final : public Answer {
 }  // namespace
 
 std::unique_ptr<Answer> Control::answerTo(Json request) {
-  static const std::vector<std::string> names{"status", "entry", "lookup", "decode",
-                                              "audit",  "run",   "watch"};
+  static const std::vector<std::string> names{"status", "entry", "lookup", "decode", "audit",
+                                              "run",    "watch", "why",    "picture"};
   if (!request.is_object()) throw InputException("not a JSON object");
   const std::string name = textOf(request, "request");
   if (name == "status") {
@@ -417,6 +452,14 @@ std::unique_ptr<Answer> Control::answerTo(Json request) {
   if (name == "watch") {
     allowOnly(request, {});
     return std::make_unique<Watched>(watch_);
+  }
+  if (name == "why") {
+    allowOnly(request, {"table", "instance", "key", "address"});
+    return whyOf(agent_, routes_, times_, request);
+  }
+  if (name == "picture") {
+    allowOnly(request, {});
+    return std::make_unique<Pictured>(agent_, meter_, upkeep_.thresholds());
   }
   throw InputException("unknown request \"" + name + "\"" + VelaAgent::suggestion(name, names));
 }

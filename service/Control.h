@@ -2,6 +2,8 @@
 
 #include <memory>
 
+#include "agent/Fit.h"
+#include "service/RouteTimes.h"
 #include "service/StreamFollower.h"
 #include "service/Upkeep.h"
 
@@ -28,9 +30,14 @@ class Answer {
 class Control {
  public:
   /// All must outlive this, and any answer. `stream` is null where there is none.
-  Control(VelaAgent::Agent& agent, const RouteService& routes, Watch& watch, const Upkeep& upkeep,
-          const StreamFollower* stream = nullptr)
-      : agent_(agent), routes_(routes), watch_(watch), upkeep_(upkeep), stream_(stream) {}
+  Control(VelaAgent::Agent& agent, const RouteService& routes, const RouteTimes& times,
+          Watch& watch, const Upkeep& upkeep, const StreamFollower* stream = nullptr)
+      : agent_(agent),
+        routes_(routes),
+        times_(times),
+        watch_(watch),
+        upkeep_(upkeep),
+        stream_(stream) {}
 
   /// The answer to a line, whatever it is.
   std::unique_ptr<Answer> ask(std::string_view line);
@@ -43,9 +50,11 @@ class Control {
 
   VelaAgent::Agent& agent_;
   const RouteService& routes_;
+  const RouteTimes& times_;
   Watch& watch_;
   const Upkeep& upkeep_;
   const StreamFollower* stream_;
+  VelaAgent::FitMeter meter_;
 };
 
 }  // namespace VelaService

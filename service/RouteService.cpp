@@ -606,6 +606,13 @@ void RouteService::endSweep() {
   agent_.settle();
 }
 
+const char* RouteService::whyNotTold(const LpmKey& route) const {
+  const auto at = routes_.find(idOf(route));
+  if (at == routes_.end() || !at->second.wanted) return nullptr;
+  if (at->second.held) return "held";
+  return at->second.refusal == Refusal::none ? nullptr : VelaService::nameOf(at->second.refusal);
+}
+
 void RouteService::forEachRefused(
     const std::function<void(const RouteName&, Refusal)>& visit) const {
   for (const auto& [id, route] : routes_) {

@@ -127,6 +127,9 @@ class RouteService final : private Orb::KeyObserver<VelaSwitch::LpmKey>,
   using StatusListener =
       std::function<void(const VelaSwitch::LpmKey&, VelaAgent::EntryProgrammedStatus)>;
   void statusListenerIs(StatusListener listener) { statusListener_ = std::move(listener); }
+  /// Why the switch's tables were not told of a route that is wanted, or withdrew it, in one word:
+  /// the refusal, or "held" behind as many as may wait. Null for other routes.
+  const char* whyNotTold(const VelaSwitch::LpmKey& route) const;
   /// Every route that is refused, or none that waits for room.
   void forEachRefused(const std::function<void(const RouteName&, Refusal)>& visit) const;
 

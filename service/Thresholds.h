@@ -41,6 +41,7 @@ class Thresholds {
   void settingsAre(ThresholdSettings settings) { settings_ = std::move(settings); }
   /// Compares how full each table is with its marks.
   void check();
+  const Marks& marks(const std::string& table) const { return settings_.of(table); }
   /// Null for a table that was never checked: its rows are another's, or it has none.
   const State* state(const VelaAgent::HwTableAdapter& table) const;
 

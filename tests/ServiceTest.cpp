@@ -847,7 +847,8 @@ TEST(Control, AnswersAreAsDocumented) {
   world.drain();
   Upkeep upkeep(*world.agent, world.watcher->watch(), {{100000, true}, {}, seconds(1)});
   while (upkeep.scrubber().passes() == 0) upkeep.tick(world.now += seconds(1));
-  Control control(*world.agent, *world.service, world.watcher->watch(), upkeep);
+  const RouteTimes times(*world.agent);
+  Control control(*world.agent, *world.service, times, world.watcher->watch(), upkeep);
   std::ifstream docs(DOCS "/velad.md");
   std::string answer;
   int asked = 0;
@@ -885,7 +886,7 @@ TEST(Control, AnswersAreAsDocumented) {
       }
     }
   }
-  EXPECT_EQ(asked, 11);
+  EXPECT_EQ(asked, 12);
 }
 
 TEST(Configuration, DocumentedOneIsGood) {

@@ -81,6 +81,7 @@ TEST_F(Why, itWaits) {
   EXPECT_THAT(why["letsIn"], UnorderedElementsAre(Json{0}, Json{64}));
   set("HashTest", 192, 0);
   EXPECT_EQ(entry("HashTest", 192)["letsIn"], Json::array()) << "another waits longer";
+  EXPECT_EQ(entry("HashTest", 192)["turn"], (Json{{"place", 2}, {"waiting", 2}}));
 }
 
 TEST_F(Why, hardwareTakesItForAnother) {

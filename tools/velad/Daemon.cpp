@@ -44,6 +44,7 @@ Daemon::Daemon(const VelaService::ConfigurationFile& file)
   agent_.make();
   agent_.start(restart ? Agent::Start::restart : Agent::Start::fresh);
   routes_.emplace(agent_, configuration_.routes, nameOfInterface);
+  times_.emplace(agent_);
   watch_.emplace(agent_, *routes_);
   watch_->noticeListenerIs([](const std::string& text) { log(Level::warning, text); });
   upkeep_.emplace(agent_, *watch_, configuration_.upkeep);
@@ -54,7 +55,7 @@ Daemon::Daemon(const VelaService::ConfigurationFile& file)
     watch_->listenerIs(&*follower_);
     stream_.emplace(loop_, *follower_, [this] { workIfNeeded(); });
   }
-  control_.emplace(agent_, *routes_, *watch_, *upkeep_, follower_ ? &*follower_ : nullptr);
+  control_.emplace(agent_, *routes_, *times_, *watch_, *upkeep_, follower_ ? &*follower_ : nullptr);
   log(Level::info, std::string(restart ? "restart: " : "start: ") + "the switch holds " +
                        std::to_string(routes_->figures().unclaimed) + " routes, " +
                        std::to_string(agent_.recorder().rowWrites()) + " rows were written");
@@ -80,6 +81,10 @@ Daemon::Daemon(const VelaService::ConfigurationFile& file)
   if (!configuration_.metrics.empty()) {
     metrics_.emplace(configuration_.metrics);
     log(Level::info, "metrics: at http://" + configuration_.metrics + "/metrics");
+  }
+  if (!configuration_.page.empty()) {
+    page_.emplace(loop_, configuration_.page, agent_, upkeep_->thresholds());
+    log(Level::info, "page: at http://" + configuration_.page + "/");
   }
 }
 

@@ -5,6 +5,7 @@
 #include "Feed.h"
 #include "Metrics.h"
 #include "Operators.h"
+#include "PageServer.h"
 #include "RedisSource.h"
 #include "service/Configuration.h"
 #include "service/Delays.h"
@@ -39,6 +40,7 @@ class Daemon {
   VelaDevice::SimulatedSwitch chip_;
   VelaAgent::Agent agent_;
   std::optional<VelaService::RouteService> routes_;
+  std::optional<VelaService::RouteTimes> times_;
   std::optional<VelaService::Watch> watch_;
   std::optional<VelaService::Upkeep> upkeep_;
   std::optional<VelaService::StreamFollower> follower_;
@@ -53,6 +55,7 @@ class Daemon {
   std::vector<std::unique_ptr<Feed>> feeds_;
   std::optional<Operators> operators_;
   std::optional<Metrics> metrics_;
+  std::optional<PageServer> page_;
   unsigned ticks_ = 0;
   VelaService::Delays delays_;
 };

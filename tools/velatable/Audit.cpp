@@ -5,6 +5,7 @@
 #include "Commands.h"
 #include "Diff.h"
 #include "Input.h"
+#include "Progress.h"
 #include "agent/Profiles.h"
 #include "agent/TableAudit.h"
 
@@ -69,6 +70,8 @@ class AuditReport {
   /// The line that sums up, after a repair also what that did.
   void finish(const Agent& agent, const Options& options);
   U64 found() const { return found_; }
+  /// How far it is.
+  Progress& progress() { return progress_; }
 
  private:
   void auditRows(HwTableAdapter& table);
@@ -78,6 +81,7 @@ class AuditReport {
                 const LineOf& lineOf);
 
   std::ostream& out_;
+  Progress progress_;
   bool json_;
   bool everything_;
   U64 told_ = 0;  ///< Findings of the table under way.
@@ -90,6 +94,7 @@ class AuditReport {
 };
 
 void AuditReport::tell(const TableAdapter& table, const std::string& text) {
+  progress_.hide();
   if (everything_ || told_ < toldFindings) {
     out_ << text << '\n';
   } else if (told_ == toldFindings) {
@@ -155,6 +160,7 @@ void AuditReport::auditRows(HwTableAdapter& table) {
 }
 
 void AuditReport::finish(const Agent& agent, const Options& options) {
+  progress_.hide();
   U64 left = 0;
   for (const auto& table : agent.tables()) left += table->convertor().auditFindings().size();
   if (json_) {
@@ -204,7 +210,11 @@ int audit(const Options& options) {
   agent.desireEnd();
 
   AuditReport report(std::cout, options.json, options.verbose);
-  for (TableAdapter* table : agent.announced()) report.audit(agent, *table);
+  double done = 0;
+  for (TableAdapter* table : agent.announced()) {
+    report.progress().is(done++ / static_cast<double>(agent.announced().size()));
+    report.audit(agent, *table);
+  }
   if (options.repair) {
     for (const auto& table : agent.tables()) table->repair();
     for (const auto& table : agent.tables()) table->audit();

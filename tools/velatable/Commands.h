@@ -25,10 +25,15 @@ int why(const Options& options, const std::string& table, const std::string& key
 /// Tells whether a switch would have room for what events or lists of prefixes desire.
 int fit(const Options& options);
 
+/// Writes a page that shows a switch, or prints what it shows as JSON.
+int report(const Options& options);
+
 // The same of a running switch, whose daemon is asked at options.connect.
 
 /// Sends a request, and prints the lines of its answer.
 int ask(const std::string& path, const VelaAgent::Json& request);
+/// Sends a request whose answer is one line, and returns that.
+VelaAgent::Json answerTo(const std::string& path, const VelaAgent::Json& request);
 /// How the daemon does, or with a table what it knows of the entries of the keys.
 int status(const Options& options, const std::string& table, const std::vector<std::string>& keys);
 /// Prints what happens, until the daemon ends it.

@@ -207,6 +207,16 @@ U64 print(const std::string& path, const Json& request) {
 
 }  // namespace
 
+Json answerTo(const std::string& path, const Json& request) {
+  Connection connection(path);
+  Json answer;
+  const Json end = answerOf(connection, request.dump() + "\n", [&](const std::string& line) {
+    answer = VelaAgent::jsonFromText(line);
+  });
+  if (end["done"] != true) refuse(end);
+  return answer;
+}
+
 int ask(const std::string& path, const Json& request) {
   print(path, request);
   return exitGood;

@@ -9,7 +9,9 @@
 #include <iostream>
 
 #include "Lines.h"
+#include "Progress.h"
 #include "agent/JsonText.h"
+#include "agent/Profiles.h"
 #include "agent/RouteEntries.h"
 
 namespace VelaTool {
@@ -19,33 +21,12 @@ using VelaDevice::Memory;
 
 namespace {
 
-/// How far the events file is read, on a terminal.
-class Progress {
- public:
-  explicit Progress(const std::string& file) : on_(isatty(STDERR_FILENO) != 0 && file != "-") {
-    std::error_code error;
-    size_ = on_ ? std::filesystem::file_size(file, error) : 0;
-    on_ = on_ && !error && size_ > minimum;
-  }
-  ~Progress() {
-    if (on_) std::cerr << "\r\033[K";
-  }
-  void advance(std::size_t bytes) {
-    done_ += bytes;
-    if (!on_ || done_ * 100 / size_ == shown_) return;
-    shown_ = done_ * 100 / size_;
-    const auto filled = static_cast<int>(shown_ * 40 / 100);
-    std::cerr << '\r' << '[' << std::string(filled, '=') << std::string(40 - filled, ' ') << "] "
-              << shown_ << " %" << std::flush;
-  }
-
- private:
-  static constexpr std::size_t minimum = 1 << 20;  ///< Smaller files are read in no time.
-  bool on_;
-  std::size_t size_ = 0;
-  std::size_t done_ = 0;
-  std::size_t shown_ = ~std::size_t{0};
-};
+/// The size of a file that is read; 0 where nobody knows.
+double sizeOf(const std::string& file) {
+  std::error_code error;
+  const auto size = std::filesystem::file_size(file, error);
+  return error ? 0 : static_cast<double>(size);
+}
 
 /// The file of "sim:FILE".
 std::string fileOf(const std::string& device, const char* choices) {
@@ -94,7 +75,7 @@ void checkFiles(const Options& options) {
   }
   if (options.device.starts_with("sim:")) kept.push_back(options.device.substr(4));
   for (const std::string& output :
-       {options.rows, options.writes, options.status, options.results}) {
+       {options.output, options.rows, options.writes, options.status, options.results}) {
     for (const std::string& name : kept) {
       std::error_code error;
       if (output == "-" || !fs::is_regular_file(output, error)) continue;
@@ -218,13 +199,50 @@ bool applyFiles(const Options& options, EventRunner& runner, Form form) {
   return good;
 }
 
+namespace {
+
+/// The switch that there is, or a new one.
+SimulatedSwitch askedChip(const Options& options, const std::string& command) {
+  const bool saved = options.device != "sim";
+  if (!saved && options.events.empty()) {
+    throw InputException(command + " takes --events, --device or both, or --connect");
+  }
+  checkFiles(options);
+  return saved ? copySaved(options.device) : SimulatedSwitch();
+}
+
+}  // namespace
+
+AskedSwitch::AskedSwitch(const Options& options, const std::string& command)
+    : chip(askedChip(options, command)),
+      agent(VelaAgent::loadProfile(options.profile), chip),
+      desiresKnown(!options.events.empty()) {
+  if (!desiresKnown) {
+    agent.decode();
+    return;
+  }
+  EventRunner runner(agent);
+  if (options.device == "sim") {
+    agent.start(Agent::Start::fresh);
+    good = applyFiles(options, runner);
+    return;
+  }
+  agent.desireBegin();
+  runner.desiresOnlyIs(true);
+  good = applyFiles(options, runner);
+  agent.desireEnd();
+}
+
 bool applyFile(const std::string& name, EventRunner& runner, bool keepGoing, Form form) {
   Lines lines(name);
   LineTaker taker(runner, form);
-  Progress progress(name);
+  Progress progress;
+  const double size = sizeOf(name);
+  double done = 0;
   bool good = true;
   U64 number = 0;
   const auto tell = [&](const char* kind, const std::string& text) {
+    progress.hide();
     std::cout << std::flush;
     std::cerr << (name == "-" ? "stdin" : name) << ':' << runner.lineNumber() << ": " << kind
               << text << '\n';
@@ -253,7 +271,8 @@ bool applyFile(const std::string& name, EventRunner& runner, bool keepGoing, For
     const auto line = going ? lines.next() : std::nullopt;
     if (!line) break;
     ++number;
-    progress.advance(line->size() + 1);
+    done += static_cast<double>(line->size() + 1);
+    if (size != 0) progress.is(done / size);
     attempt([&] { taker.take(*line, number); });
   }
   attempt([&] { runner.flush(); });

@@ -58,4 +58,16 @@ bool applyFile(const std::string& name, EventRunner& runner, bool keepGoing,
 /// The same of all files of events that are told; one that ends ends it.
 bool applyFiles(const Options& options, EventRunner& runner, Form form = Form::events);
 
+/// A switch that a command looks at: a saved one, told what events desire without a write, or as
+/// registers alone have it without events; or a new one on which events were run.
+struct AskedSwitch {
+  /// Throws InputException, with the command's name, where there is nothing to look at.
+  AskedSwitch(const Options& options, const std::string& command);
+
+  SimulatedSwitch chip;
+  MadeAgent agent;
+  bool desiresKnown;
+  bool good = true;  ///< Whether every line of the events was good.
+};
+
 }  // namespace VelaTool

@@ -3,6 +3,7 @@
 #include "Commands.h"
 #include "Csv.h"
 #include "Input.h"
+#include "Progress.h"
 #include "Report.h"
 #include "agent/Explain.h"
 #include "agent/Profiles.h"
@@ -21,7 +22,10 @@ int decode(const Options& options, const std::string& name) {
   if (!name.empty()) agent.table(name, 0);
   agent.decode();
   bool first = true;
+  Progress progress(true);
+  double done = 0;
   for (const TableAdapter* table : agent.announced()) {
+    progress.is(done++ / static_cast<double>(agent.announced().size()));
     if (!name.empty() && table->name() != name) continue;
     CsvTable csv;
     bool any = false;
@@ -43,6 +47,7 @@ int decode(const Options& options, const std::string& name) {
     first = false;
     csv.write(std::cout);
   }
+  progress.hide();
   std::cout << std::flush;
   return tellDamage(std::cerr, agent, true, name) ? exitRefused : exitGood;
 }

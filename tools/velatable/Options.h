@@ -18,7 +18,8 @@ struct Options {
   std::string device = "sim";
   std::vector<std::string> events;
   std::string connect;  ///< The control socket of a daemon; empty where a device is asked.
-  std::string stream;   ///< The server of streams, and the switch that they are for.
+  std::string output;
+  std::string stream;                ///< The server of streams, and the switch that they are for.
   std::vector<std::string> streams;  ///< Of commands that take several servers.
   std::string switchName;
   std::string owner;

@@ -15,13 +15,6 @@ using VelaAgent::Quoted;
 
 namespace {
 
-/// Highest use since the start.
-U32 peak(const HwTableAdapter& table) {
-  U32 highest = 0;
-  for (const auto& counter : table.convertor().entryCounters()) highest += counter.peak();
-  return highest;
-}
-
 Json rowLine(const Agent& agent, const HwTableAdapter& table, const HwTableConfig& hwTable,
              HwIndex index, const Json& key) {
   const auto& descriptor = hwTable.descriptor();
@@ -46,15 +39,11 @@ Json rowLine(const Agent& agent, const HwTableAdapter& table, const HwTableConfi
   return line;
 }
 
-/// Whether the row holds neither nothing nor what the table writes where there is no entry.
-bool saysSomething(const HwTableAdapter& table, const HwTableConfig& hwTable, HwIndex index) {
+/// Whether the row was written or read, and says something without an entry.
+bool isTold(const HwTableAdapter& table, const HwTableConfig& hwTable, HwIndex index) {
   const auto state = hwTable.state(index);
-  if (state != HwTableConfig::Row::held && state != HwTableConfig::Row::lost) return false;
-  const VelaAgent::RowImage zeros{};
-  VelaAgent::RowImage absent{};
-  table.convertor().expectedImage(hwTable.descriptor().identity.id, index, absent.data());
-  return !hwTable.same(index, hwTable.image(index), zeros.data()) &&
-         !hwTable.same(index, hwTable.image(index), absent.data());
+  return (state == HwTableConfig::Row::held || state == HwTableConfig::Row::lost) &&
+         VelaAgent::saysSomething(table, hwTable, index, hwTable.image(index));
 }
 
 }  // namespace
@@ -83,7 +72,7 @@ void writeRows(std::ostream& out, const Agent& agent, bool all) {
       for (HwIndex i = hwTable->descriptor().first; i <= hwTable->descriptor().last; ++i) {
         if (!table->listsRow(i)) continue;
         const Json key = table->keyAt(i);
-        const bool told = all ? hwTable->written(i) : saysSomething(*table, *hwTable, i);
+        const bool told = all ? hwTable->written(i) : isTold(*table, *hwTable, i);
         if (!key.is_null() || told) out << rowLine(agent, *table, *hwTable, i, key).dump() << '\n';
       }
     }
@@ -210,7 +199,7 @@ Json summaryJson(const Agent& agent, const RunFigures& figures) {
     line["waiting"] = table->waiting();
     if (const HwTableAdapter* hardware = table->hardware()) {
       if (!hardware->borrowsRows()) moves += table->moves();
-      line["peak"] = peak(*hardware);
+      line["peak"] = hardware->typed().peak();
       line["capacity"] = hardware->typed().capacity();
     }
     tables.push_back(line);

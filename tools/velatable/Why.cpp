@@ -5,65 +5,54 @@
 #include "Commands.h"
 #include "Input.h"
 #include "Report.h"
-#include "agent/Profiles.h"
 
 namespace VelaTool {
 
 namespace {
 
-/// Tells the tables what is desired: of a saved switch, without a write. Returns whether all events
-/// were good.
-bool askedOf(Agent& agent, const Options& options, bool saved) {
-  if (options.events.empty()) {
-    agent.decode();
-    return true;
-  }
-  EventRunner runner(agent);
-  if (!saved) {
-    agent.start(Agent::Start::fresh);
-    return applyFiles(options, runner);
-  }
-  agent.desireBegin();
-  runner.desiresOnlyIs(true);
-  const bool good = applyFiles(options, runner);
-  agent.desireEnd();
-  return good;
-}
-
-Json answerOf(Agent& agent, bool desiresKnown, const std::string& table, const std::string& key) {
-  VelaAgent::Reasons reasons(agent, desiresKnown);
+/// What is asked for, as a daemon is asked.
+Json requestOf(const std::string& table, const std::string& key) {
+  Json request = {{"request", "why"}};
   if (table == "address") {
-    const Json asked = keyFromText("Route", key);
-    if (asked.contains("prefix")) throw InputException("a prefix is a route, no address: " + key);
-    return reasons.address(asked);
+    request["address"] = keyFromText("Route", key);
+    if (request["address"].contains("prefix")) {
+      throw InputException("a prefix is a route, no address: " + key);
+    }
+    return request;
   }
   const std::size_t slash = table.find('/');
   const std::string instance = slash == std::string::npos ? "0" : table.substr(slash + 1);
   const std::string name = table == "route" ? "Route" : table.substr(0, slash);
-  TableAdapter& asked =
-      agent.table(name, static_cast<U32>(VelaAgent::numberFromJson(instance, ~U32{0})));
-  return reasons.entry(asked, keyFromText(name, key));
+  request["table"] = name;
+  request["instance"] = VelaAgent::numberFromJson(instance, ~U32{0});
+  request["key"] = keyFromText(name, key);
+  return request;
+}
+
+/// The answer that events or a saved switch give.
+std::optional<Json> answerOf(const Options& options, const Json& request) {
+  AskedSwitch asked(options, "why");
+  if (!asked.good) return std::nullopt;
+  VelaAgent::Reasons reasons(asked.agent, asked.desiresKnown);
+  if (request.contains("address")) return reasons.address(request["address"]);
+  const auto name = request["table"].get<std::string>();
+  return reasons.entry(asked.agent.table(name, request["instance"]), request["key"]);
 }
 
 }  // namespace
 
 int why(const Options& options, const std::string& table, const std::string& key) {
-  const bool saved = options.device != "sim";
-  if (!saved && options.events.empty())
-    throw InputException("why takes --events, --device or both");
-  checkFiles(options);
-  const auto profile = VelaAgent::loadProfile(options.profile);
-  SimulatedSwitch chip = saved ? copySaved(options.device) : SimulatedSwitch();
-  MadeAgent agent(profile, chip);
-  if (!askedOf(agent, options, saved)) return exitBadInput;
-  Json answer = answerOf(agent, !options.events.empty(), table, key);
+  const Json request = requestOf(table, key);
+  std::optional<Json> answer =
+      options.connect.empty() ? answerOf(options, request) : answerTo(options.connect, request);
+  if (!answer) return exitBadInput;
   if (options.json) {
-    std::cout << answer.dump() << '\n';
+    std::cout << answer->dump() << '\n';
     return exitGood;
   }
-  for (const Json& sentence : answer["says"]) std::cout << sentence.get<std::string>() << '\n';
-  answer.erase("says");
-  writeWords(std::cout, answer, "  ", options.verbose);
+  for (const Json& sentence : (*answer)["says"]) std::cout << sentence.get<std::string>() << '\n';
+  answer->erase("says");
+  writeWords(std::cout, *answer, "  ", options.verbose);
   return exitGood;
 }
 

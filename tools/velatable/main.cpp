@@ -73,6 +73,7 @@ class CommandLine {
   CLI::App* addDiff();
   CLI::App* addFit();
   CLI::App* addWhy();
+  CLI::App* addReport();
   CLI::App* addLayout();
   void addStreams();
   void addRoutes();
@@ -197,6 +198,17 @@ CLI::App* CommandLine::addWhy() {
   return command;
 }
 
+CLI::App* CommandLine::addReport() {
+  CLI::App* command =
+      add("report", "write a page that shows a switch: its tables, rows and refusals",
+          [this] { return report(options_); });
+  command->add_option("-o,--output", options_.output, "write the page to this file");
+  command->add_option("--events", options_.events,
+                      "files of events, JSON lines; without --device they are run on a new switch");
+  command->add_option("--device", options_.device, "sim:FILE, the saved switch");
+  return command;
+}
+
 CLI::App* CommandLine::addLayout() {
   CLI::App* command = add("layout", "print the row layout of a table",
                           [this] { return layout(options_, name_, key_); });
@@ -312,6 +324,7 @@ CommandLine::CommandLine() {
   CLI::App* diff = addDiff();
   CLI::App* fit = addFit();
   CLI::App* why = addWhy();
+  CLI::App* report = addReport();
   add("profiles", "list the built-in profiles, or print one as JSON", [this] {
     return profiles(name_);
   })->add_option("name", name_, "profile");
@@ -327,11 +340,11 @@ CommandLine::CommandLine() {
     each->add_option("--device", options_.device, "sim:FILE, the saved switch")->required();
   }
   for (CLI::App* each :
-       Commands{run, decode, lookup, show, audit, diff, fit, why, tables, layout}) {
+       Commands{run, decode, lookup, show, audit, diff, fit, why, report, tables, layout}) {
     each->add_option("--profile", options_.profile, "built-in profile or JSON file")
         ->capture_default_str();
   }
-  for (CLI::App* each : Commands{show, audit, diff, fit, why}) {
+  for (CLI::App* each : Commands{show, audit, diff, fit, why, report}) {
     each->add_flag("--json", options_.json, "print JSON");
   }
   for (CLI::App* each : Commands{decode, show}) {
@@ -349,6 +362,8 @@ CommandLine::CommandLine() {
   for (CLI::App* each : Commands{decode, lookup}) connectable(*each, {});
   connectable(*audit, {"--repair"});
   connectable(*run, {"--results", "--keep-going"});
+  connectable(*why, {"--json", "--verbose"});
+  connectable(*report, {"--json", "--output"});
 }
 
 std::optional<int> CommandLine::parse(int argc, char** argv) {

@@ -1,0 +1,114 @@
+#include "agent/Picture.h"
+
+#include "Generator.h"
+#include "agent/Explain.h"
+
+// The data of the page: what it tells of rows is what tables and registers say, in every family.
+
+namespace {
+
+using VelaAgent::Json;
+using VelaAgent::Picture;
+
+/// The numbers of a column.
+std::vector<U64> numbersOf(const Json& column) {
+  static const std::string digits =
+      "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+  std::string bytes;
+  const std::string& text = column[3].get_ref<const std::string&>();
+  for (std::size_t i = 0; i < text.size(); i += 4) {
+    U32 group = 0;
+    for (std::size_t j = 0; j < 4; ++j) group = group << 6 | (digits.find(text[i + j]) & 63);
+    for (const int shift : {16, 8, 0}) bytes += static_cast<char>(group >> shift & 255);
+  }
+  const std::size_t width = column[2];
+  std::vector<U64> numbers(column[0].get<std::size_t>(), column[1].get<U64>());
+  for (std::size_t i = 0; i < numbers.size() * width; ++i) {
+    numbers[i / width] += U64{static_cast<U8>(bytes[i])} << 8 * (i % width);
+  }
+  return numbers;
+}
+
+TEST(NumberColumn, comesBack) {
+  VelaTest::Random random;
+  for (U32 bits = 0; bits <= 64; ++bits) {
+    VelaAgent::NumberColumn column;
+    std::vector<U64> numbers;
+    for (U32 i = random.below(5); i > 0; --i) {
+      numbers.push_back(bits == 0 ? 7 : (U64{random()} << 32 | random()) >> (64 - bits));
+      column.add(numbers.back());
+    }
+    EXPECT_EQ(numbersOf(column.json()), numbers);
+  }
+}
+
+struct PictureTest : VelaTest::ProfileTest {
+  PictureTest() {
+    agent.make();
+    agent.start(VelaAgent::Agent::Start::fresh);
+    for (const auto& table : agent.tables()) {
+      if (table->convertor().hwTables().empty()) continue;
+      for (int i = 0; i < 40; ++i) {
+        const Json key = generator.key(table->name(), random() % 1000);
+        table->set(key, generator.result(table->name(), key));
+      }
+    }
+  }
+  void checkRows(const Json& rows);
+
+  VelaDevice::SimulatedSwitch chip;
+  VelaAgent::Agent agent{profile, chip};
+  std::size_t owned = 0;
+};
+
+void PictureTest::checkRows(const Json& rows) {
+  std::vector<const VelaAgent::HwTableAdapter*> tables;
+  for (const Json& table : rows["tables"]) {
+    tables.push_back(agent.announced()[table.get<std::size_t>()]->hardware());
+  }
+  const VelaSwitchApi::HwTableConfig* hwTable = nullptr;
+  for (const auto& [id, each] : tables.front()->convertor().hwTables()) {
+    if (each->descriptor().identity.name == rows["hwTable"]) hwTable = each.get();
+  }
+  const std::vector<U64> gaps = numbersOf(rows["held"]["gaps"]);
+  const std::vector<U64> owners = numbersOf(rows["held"]["owners"]);
+  std::map<std::size_t, std::vector<U64>> words;
+  for (const Json& word : rows["held"].value("words", Json::array())) {
+    words[word[0].get<std::size_t>()] = numbersOf(word[1]);
+  }
+  std::map<VelaSwitchApi::HwIndex, std::size_t> told;
+  VelaSwitchApi::HwIndex index = rows["first"];
+  for (std::size_t i = 0; i < gaps.size(); ++i) told[index += static_cast<U32>(gaps[i])] = i;
+  for (index = rows["first"]; index <= rows["last"]; ++index) {
+    const auto at = told.find(index);
+    for (std::size_t i = 0; i < tables.size(); ++i) {
+      const bool owns = at != told.end() && owners[at->second] == i + 1;
+      ASSERT_EQ(owns, bool(tables[i]->typed().keyAt(index))) << rows["hwTable"] << ' ' << index;
+    }
+    if (at == told.end()) continue;
+    ++owned;
+    const auto image = *VelaAgent::heldImage(chip, *hwTable, index);
+    for (const auto& [word, values] : words) ASSERT_EQ(values[at->second], image[word]);
+  }
+}
+
+TEST_P(PictureTest, rowsAreAsTheyAre) {
+  VelaAgent::FitMeter meter;
+  Picture picture(agent, meter, true, Picture::Audit::now);
+  picture.finish();
+  for (const Json& rows : picture.json()["rows"]) checkRows(rows);
+  EXPECT_GT(owned, 500u);
+  const Json& totals = picture.json()["totals"];
+  EXPECT_EQ(totals["programmed"], agent.programmed());
+  EXPECT_EQ(totals["findings"], 0);
+  for (const Json& group : picture.json()["refusals"]) {
+    for (const Json& refusal : group["first"]) {
+      EXPECT_EQ(refusal["competing"]["entriesThere"].size(), refusal["competing"]["rows"]);
+    }
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Profiles, PictureTest, testing::ValuesIn(VelaTest::profileNames()),
+                         VelaTest::profileTestName);
+
+}  // namespace
