@@ -1,5 +1,6 @@
 #pragma once
 
+#include <bit>
 #include <vector>
 
 #include "Orb/Assert.h"
@@ -53,12 +54,12 @@ class VELA_EXPORT RecordIndex {
   class Slot {
    public:
     Slot() = default;
-    Slot(U32 tag, void* record) : word_(reinterpret_cast<U64>(record) | U64{tag >> 16} << 48) {
-      ORB_ASSERT(reinterpret_cast<U64>(record) >> 48 == 0);
+    Slot(U32 tag, void* record) : word_(std::bit_cast<U64>(record) | U64{tag >> 16} << 48) {
+      ORB_ASSERT(std::bit_cast<U64>(record) >> 48 == 0);
     }
     bool taken() const { return word_ != 0; }
     bool mayBeOf(U32 tag) const { return word_ >> 48 == tag >> 16; }
-    void* record() const { return reinterpret_cast<void*>(word_ & ~U64{0} >> 16); }
+    void* record() const { return std::bit_cast<void*>(word_ & ~U64{0} >> 16); }
 
    private:
     U64 word_ = 0;
