@@ -67,6 +67,7 @@ class Recorder final : public VelaSwitchApi::RegisterBus {
       }
     }
   }
+  bool gainsByRuns() const override { return bus_.gainsByRuns(); }
   Read row(TableHandle table, HwIndex index, std::span<RegisterValue> values) override {
     const Read read = bus_.row(table, index, values);
     failures_ += read == Read::failed;

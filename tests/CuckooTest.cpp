@@ -394,4 +394,39 @@ TEST(Cuckoo, adoptsOnlyWhereAnItemMayLie) {
   EXPECT_EQ(table.size(), 1u);
 }
 
+/// Searches are counted in 16 bits: what an earlier one noted of a row means nothing to one that
+/// has its number again.
+TEST(Cuckoo, searchesMayHaveNumbersAgain) {
+  struct Anywhere final : Keel::Cuckoo::RowWriter {
+    bool hashItemWrite(HashItem&, CuckooLocation) override { return true; }
+  } anywhere;
+  const auto item = [](U32 row) { return Orb::make<Item>(std::vector{row, row}); };
+  for (U32 others = 65530; others < 65540; ++others) {
+    Table table(2, 2);
+    const auto first = item(0);
+    const auto second = item(0);
+    table.insert(*first, anywhere);
+    table.insert(*second, anywhere);
+    const auto third = item(0);
+    const auto beside = item(1);
+    table.insert(*beside, anywhere);
+    const auto free = item(1);
+    EXPECT_EQ(table.insert(*free, anywhere).outcome, Outcome::placed);
+    table.remove(*free);
+    for (U32 i = 0; i < others; ++i) table.insert(*third, anywhere);
+    EXPECT_EQ(table.insert(*free, anywhere).outcome, Outcome::placed) << others;
+
+    // Rows that a failed search closed, and that were opened since.
+    const auto last = item(1);
+    EXPECT_EQ(table.insert(*last, anywhere).outcome, Outcome::refused);
+    table.remove(*beside);
+    for (U32 i = 0; i < others; ++i) {
+      table.insert(*third, anywhere);
+      table.remove(*first);
+      table.insert(*first, anywhere);
+    }
+    EXPECT_EQ(table.insert(*last, anywhere).outcome, Outcome::placed) << others;
+  }
+}
+
 }  // namespace
