@@ -18,18 +18,21 @@ FpmFeed::FpmFeed(Loop& loop, const VelaService::Configuration& configuration, Pl
   sockaddr_in address{};
   checked(uv_ip4_addr(configuration.fpmAddress.c_str(), configuration.fpmPort, &address), where);
   checked(uv_tcp_bind(listener_.get(), reinterpret_cast<const sockaddr*>(&address), 0), where);
-  checked(uv_listen(reinterpret_cast<uv_stream_t*>(listener_.get()), 1,
-                    [](uv_stream_t* on, int) { static_cast<FpmFeed*>(on->data)->accept(); }),
+  checked(uv_listen(
+              reinterpret_cast<uv_stream_t*>(listener_.get()), 1,
+              [](uv_stream_t* on, int status) { static_cast<FpmFeed*>(on->data)->accept(status); }),
           where);
   log(Level::info, "fpm: listens at " + where);
 }
 
 /// The client that comes last has it: the one before may be gone and nobody heard of it.
-void FpmFeed::accept() {
+void FpmFeed::accept(int status) {
+  auto stream = Stream::accepted(reinterpret_cast<uv_stream_t*>(listener_.get()), status);
+  if (!stream) return log(Level::warning, "fpm: a connection could not be accepted");
   if (stream_) close("another connection came", false);
   frames_ = {};
   answering_ = false;
-  stream_ = std::make_unique<Stream>(reinterpret_cast<uv_stream_t*>(listener_.get()));
+  stream_ = std::move(stream);
   routes().connected(source(), Clock::now());
   log(Level::info, "fpm: connected");
   stream_->start([this](std::span<const char> bytes) { received(bytes); },

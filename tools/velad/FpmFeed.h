@@ -16,7 +16,7 @@ class FpmFeed final : public Feed {
   void tick(U64 rowWrites) override;
 
  private:
-  void accept();
+  void accept(int status);
   void received(std::span<const char> bytes);
   void close(const std::string& why, bool malformed);
   void answer();

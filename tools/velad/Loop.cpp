@@ -30,8 +30,8 @@ struct Stream::Body {
   bool reading = false;
   std::vector<char> buffer = std::vector<char>(1 << 16);
 
-  void read() {
-    uv_read_start(
+  int read() {
+    return uv_read_start(
         &stream,
         [](uv_handle_t* on, std::size_t, uv_buf_t* to) {
           auto& all = static_cast<Body*>(on->data)->buffer;
@@ -52,14 +52,20 @@ struct Stream::Body {
   }
 };
 
-Stream::Stream(uv_stream_t* listener) : body_(new Body) {
-  if (listener->type == UV_TCP) {
-    uv_tcp_init(listener->loop, &body_->tcp);
+Stream::Stream(uv_loop_t* loop, uv_handle_type type) : body_(new Body) {
+  if (type == UV_TCP) {
+    uv_tcp_init(loop, &body_->tcp);
   } else {
-    uv_pipe_init(listener->loop, &body_->pipe, 0);
+    uv_pipe_init(loop, &body_->pipe, 0);
   }
   body_->handle.data = body_;
-  uv_accept(listener, &body_->stream);
+}
+
+std::unique_ptr<Stream> Stream::accepted(uv_stream_t* listener, int status) {
+  if (status < 0) return nullptr;
+  std::unique_ptr<Stream> stream(new Stream(listener->loop, listener->type));
+  if (uv_accept(listener, &stream->body_->stream) < 0) return nullptr;
+  return stream;
 }
 
 Stream::~Stream() {
@@ -74,10 +80,11 @@ void Stream::start(Received received, Closed closed) {
 
 void Stream::readingIs(bool reading) {
   if (std::exchange(body_->reading, reading) == reading) return;
-  if (reading) {
-    body_->read();
-  } else {
+  if (!reading) {
     uv_read_stop(&body_->stream);
+  } else if (body_->read() < 0) {
+    const auto tell = body_->closed;
+    tell();
   }
 }
 

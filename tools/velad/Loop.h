@@ -57,15 +57,17 @@ class Stream {
   using Received = std::function<void(std::span<const char>)>;
   using Closed = std::function<void()>;
 
-  /// Accepts a connection of the listener, which is a TCP or a Unix domain socket.
-  explicit Stream(uv_stream_t* listener);
+  /// Accepts a connection of the listener, which is a TCP or a Unix domain socket, with the status
+  /// that its callback got. Null where there is none to be had.
+  static std::unique_ptr<Stream> accepted(uv_stream_t* listener, int status);
   ~Stream();
   Stream(const Stream&) = delete;
   Stream& operator=(const Stream&) = delete;
 
-  /// What is received goes to `received`; `closed` is called when the peer is gone, and has to
-  /// destroy the stream. `received` may.
+  /// What is received goes to `received`; `closed` is called when the peer is gone or cannot be
+  /// read, here already perhaps, and has to destroy the stream. `received` may.
   void start(Received received, Closed closed);
+  /// May call `closed`, too.
   void readingIs(bool reading);
   /// Writes `text`; calls `done` when it is written and the stream is still there, or what was
   /// given for a peer that is gone.
@@ -75,6 +77,7 @@ class Stream {
 
  private:
   struct Body;
+  explicit Stream(uv_loop_t* loop, uv_handle_type type);
   Body* body_;  ///< It goes when libuv has closed its handle.
 };
 

@@ -14,6 +14,7 @@ using VelaService::Clock;
 namespace {
 
 constexpr std::size_t longestRequest = std::size_t{1} << 20;
+constexpr std::size_t operatorsMost = 64;
 /// What operators may take of a turn while routes wait, and what they take at most if one more
 /// piece is begun then.
 constexpr auto shareOfTurn = std::chrono::milliseconds(5);
@@ -28,15 +29,15 @@ void removeSocket(const std::string& path) {
 /// A connection: lines come in and are answered one after the other.
 class Operators::Operator {
  public:
-  Operator(Operators& all, uv_stream_t* listener) : all_(all), stream_(listener) {}
+  Operator(Operators& all, std::unique_ptr<Stream> stream)
+      : all_(all), stream_(std::move(stream)), who_(stream_->peer()) {}
   ~Operator() {
     if (preparing_) preparing_->owner = nullptr;
   }
 
   void start() {
-    who_ = stream_.peer();
     log(Level::info, "control: connected, " + who_);
-    stream_.start([this](std::span<const char> bytes) { received(bytes); }, [this] { end(""); });
+    stream_->start([this](std::span<const char> bytes) { received(bytes); }, [this] { end(""); });
   }
   /// Makes a piece of an answer, or takes up the next request, if that is what comes next.
   void go() {
@@ -44,7 +45,7 @@ class Operators::Operator {
     if (writing_ || preparing_) return;
     if (!answer_) return next();
     // Of an answer without an end the peer's is to be heard.
-    if (answer_->waits()) return stream_.readingIs(true);
+    if (answer_->waits()) return stream_->readingIs(true);
     make();
   }
 
@@ -59,11 +60,11 @@ class Operators::Operator {
   void received(std::span<const char> bytes) {
     input_.append(bytes.begin(), bytes.end());
     if (input_.size() > longestRequest) return end("too long a request");
-    if (!answer_) stream_.readingIs(false);
+    if (!answer_) stream_->readingIs(false);
   }
   void next() {
     const std::size_t end = input_.find('\n');
-    if (end == std::string::npos) return stream_.readingIs(true);
+    if (end == std::string::npos) return stream_->readingIs(true);
     answer_ = all_.control_.ask(std::string_view(input_).substr(0, end));
     input_.erase(0, end + 1);
     make();
@@ -86,7 +87,7 @@ class Operators::Operator {
     std::string text;
     if (!answer_->piece(text)) answer_.reset();
     writing_ = true;
-    stream_.write(std::move(text), [this] { writing_ = false; });
+    stream_->write(std::move(text), [this] { writing_ = false; });
   }
   void end(const std::string& why) {
     log(why.empty() ? Level::info : Level::warning,
@@ -95,7 +96,7 @@ class Operators::Operator {
   }
 
   Operators& all_;
-  Stream stream_;
+  std::unique_ptr<Stream> stream_;
   std::string who_;
   std::string input_;
   std::unique_ptr<VelaService::Answer> answer_;
@@ -116,18 +117,25 @@ Operators::Operators(Loop& loop, VelaService::Control& control, std::string path
   umask(mask);
   checked(bound, path_);
   auto* listener = reinterpret_cast<uv_stream_t*>(&listener_);
-  checked(
-      uv_listen(listener, 16,
-                [](uv_stream_t* on, int) {
-                  auto& all = static_cast<Operators*>(on->data)->all_;
-                  all.push_back(std::make_unique<Operator>(*static_cast<Operators*>(on->data), on));
-                  all.back()->start();
-                }),
-      path_);
+  checked(uv_listen(listener, 16,
+                    [](uv_stream_t* on, int status) {
+                      static_cast<Operators*>(on->data)->accept(status);
+                    }),
+          path_);
   uv_prepare_start(&turning_, [](uv_prepare_t* on) { static_cast<Operators*>(on->data)->turn(); });
 }
 
 Operators::~Operators() { removeSocket(path_); }
+
+void Operators::accept(int status) {
+  auto stream = Stream::accepted(reinterpret_cast<uv_stream_t*>(&listener_), status);
+  if (!stream) return log(Level::warning, "control: a connection could not be accepted");
+  if (all_.size() == operatorsMost) {
+    return log(Level::warning, "control: closed, too many are connected, " + stream->peer());
+  }
+  all_.push_back(std::make_unique<Operator>(*this, std::move(stream)));
+  all_.back()->start();
+}
 
 void Operators::turn() {
   const auto end = Clock::now() + shareOfTurn;

@@ -22,6 +22,7 @@ class Operators {
  private:
   class Operator;
 
+  void accept(int status);
   void turn();
 
   Loop& loop_;
