@@ -1,5 +1,8 @@
 #include "service/Nexthops.h"
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <cstdio>
 #include <fstream>
 #include <stdexcept>
@@ -15,6 +18,14 @@ namespace {
 
 /// How many lines the file may have before those that no longer matter go.
 constexpr std::size_t linesMost = 4 * Nexthops::lagCount * Nexthops::rewriteCount;
+
+/// Sees to it that the disk has what is in the file.
+bool synced(const std::string& path) {
+  const int file = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  const bool good = file >= 0 && fsync(file) == 0;
+  if (file >= 0) close(file);
+  return good;
+}
 
 }  // namespace
 
@@ -83,7 +94,9 @@ bool Nexthops::compact() {
     }
   }
   file.close();
-  return file && std::rename(next.c_str(), file_.c_str()) == 0;
+  if (!file || !synced(next) || std::rename(next.c_str(), file_.c_str()) != 0) return false;
+  cut_ = false;
+  return true;
 }
 
 /// Keeps whose slot it is; returns whether it is kept.
@@ -91,8 +104,9 @@ bool Nexthops::note(Slot slot) {
   if (file_.empty()) return true;
   if (++lines_ > linesMost) return compact();
   std::ofstream file(file_, std::ios::app);
-  file << line(slot) << std::flush;
-  return bool(file);
+  file << (cut_ ? "\n" : "") << line(slot) << std::flush;
+  cut_ = !file;
+  return !cut_;
 }
 
 /// Sees to it that hardware has the LAG.

@@ -89,6 +89,7 @@ class Nexthops {
   LagWriter writer_;
   std::array<Lag, lagCount> lags_;
   std::size_t lines_ = 0;  ///< Of the file.
+  bool cut_ = false;       ///< Its last line may be a part of one.
   bool freed_ = false;
 };
 
