@@ -2,6 +2,7 @@
 
 #include <array>
 #include <functional>
+#include <stdexcept>
 #include <string>
 #include <variant>
 #include <vector>
@@ -10,6 +11,12 @@
 
 /// What sources of routes say, in the service's own words.
 namespace VelaService {
+
+/// What is not as it should be; nothing that follows it can be trusted.
+class MalformedMessage : public std::runtime_error {
+ public:
+  using runtime_error::runtime_error;
+};
 
 /// A route as its source names it, of whatever address family. Bits behind the prefix are zero.
 struct RouteName {
@@ -72,6 +79,14 @@ struct RouteMessage {
   Hop hop;
   U32 preference = 0;  ///< A source may have several routes of a name; the lowest counts.
   U8 protocol = 0;     ///< Whose route it is, by the kernel's number (RTPROT_BGP and so on).
+  U8 type = 0;         ///< By the kernel's number (RTN_UNICAST and so on).
+  /// What becomes of another that the source has of that name and preference.
+  enum class Other : U8 {
+    goes,      ///< This one replaces it.
+    counts,    ///< This one stands behind it.
+    isBehind,  ///< It stands behind this one.
+  };
+  Other other = Other::goes;
 };
 
 using Message = std::variant<NexthopMessage, RouteMessage>;

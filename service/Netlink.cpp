@@ -165,6 +165,7 @@ RouteMessage readRoute(const nlmsghdr* message) {
   const auto head = headOf<rtmsg>(message);
   RouteMessage route{nameOf(head, all), message->nlmsg_type == RTM_DELROUTE};
   route.protocol = head.rtm_protocol;
+  route.type = head.rtm_type;
   if (route.withdrawn) return route;
   route.hop = hopOfType(head.rtm_type, all);
   if (head.rtm_type == RTN_UNICAST) route.nexthop = all.number(RTA_NH_ID);
@@ -184,6 +185,7 @@ NexthopMessage readNexthop(const nlmsghdr* message) {
     for (std::size_t number = 0; number < members; ++number) {
       nexthop_grp member;
       std::memcpy(&member, all.bytes(NHA_GROUP) + number * sizeof member, sizeof member);
+      if (member.id == 0) throw MalformedMessage("a member of a group without an id");
       nexthop.group.push_back(member.id);
     }
   } else if (!all.has(NHA_BLACKHOLE)) {
@@ -220,7 +222,19 @@ std::optional<RouteMessage> readKernelRoute(const nlmsghdr* message) {
     route.route.table = RT_TABLE_MAIN;
     route.preference = 0;
   }
+  // A dump tells those of a name and metric in their order.
+  if ((message->nlmsg_flags & (NLM_F_APPEND | NLM_F_MULTI)) != 0) {
+    route.other = RouteMessage::Other::counts;
+  } else if ((message->nlmsg_flags & NLM_F_REPLACE) == 0) {
+    route.other = RouteMessage::Other::isBehind;
+  }
   return route;
+}
+
+/// The error that the payload of a message begins with, as of errno.
+int errorOf(const nlmsghdr* message) {
+  if (mnl_nlmsg_get_payload_len(message) < sizeof(int)) throw MalformedMessage("a short message");
+  return -headOf<int>(message);
 }
 
 }  // namespace
@@ -271,6 +285,7 @@ RouteMessage KernelStream::readNeighbour(const void* bytes) const {
   route.hop = {Hop::Kind::gateway, Refusal::none, false, static_cast<U32>(head.ndm_ifindex),
                ntohl(address)};
   constexpr U16 resolved = NUD_PERMANENT | NUD_REACHABLE | NUD_STALE | NUD_DELAY | NUD_PROBE;
+  route.other = RouteMessage::Other::isBehind;
   route.withdrawn = message->nlmsg_type == RTM_DELNEIGH || (head.ndm_state & resolved) == 0;
   const auto link = links_.find(route.hop.interface);
   const auto master = link == links_.end() ? link : links_.find(link->second.master);
@@ -285,14 +300,12 @@ KernelStream::Heard KernelStream::received(std::span<const char> bytes,
     heard.doubtful = heard.doubtful || (message->nlmsg_flags & NLM_F_DUMP_INTR) != 0;
     switch (message->nlmsg_type) {
       case NLMSG_ERROR:
-        if (mnl_nlmsg_get_payload_len(message) < sizeof(nlmsgerr)) {
-          throw MalformedMessage("a short message");
-        }
-        // What is asked for comes when there is room for it, or is not to be had.
-        heard.dumped = heard.dumped || headOf<nlmsgerr>(message).error != -ENOBUFS;
-        break;
       case NLMSG_DONE:
-        heard.dumped = true;
+        // What is asked for comes when there is room for it.
+        if (const int error = errorOf(message); error != ENOBUFS) {
+          heard.dumped = true;
+          heard.error = error;
+        }
         break;
       case RTM_NEWROUTE:
       case RTM_DELROUTE:
@@ -342,7 +355,7 @@ std::string offloadFrame(const RouteMessage& route, bool programmed) {
   head->rtm_dst_len = name.len;
   head->rtm_table = static_cast<U8>(name.table < 256 ? name.table : U32{RT_TABLE_COMPAT});
   head->rtm_protocol = route.protocol;
-  head->rtm_type = static_cast<U8>(drops ? int{RTN_BLACKHOLE} : int{RTN_UNICAST});
+  head->rtm_type = route.type;
   head->rtm_flags = programmed ? RTM_F_OFFLOAD : RTM_F_OFFLOAD_FAILED;
   mnl_attr_put(message, RTA_DST, name.family == AF_INET ? 4 : 16, name.address.data());
   mnl_attr_put_u32(message, RTA_TABLE, name.table);

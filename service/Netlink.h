@@ -1,18 +1,11 @@
 #pragma once
 
 #include <span>
-#include <stdexcept>
 #include <unordered_map>
 
 #include "service/Messages.h"
 
 namespace VelaService {
-
-/// Bytes that are not what they should be; nothing of what follows them can be trusted.
-class MalformedMessage : public std::runtime_error {
- public:
-  using runtime_error::runtime_error;
-};
 
 /// Reads the netlink messages that `bytes`, aligned for them, hold one behind the other, and tells
 /// those of routes and next hops. Throws MalformedMessage; what came before it was told.
@@ -44,7 +37,8 @@ class FpmStream {
 class KernelStream {
  public:
   struct Heard {
-    bool dumped = false;    ///< What was asked for came to its end.
+    bool dumped = false;    ///< What was asked for came to its end, or will not come.
+    int error = 0;          ///< Why not all of it came, as of errno; 0 where all did.
     bool doubtful = false;  ///< Routes may have changed without a word: all is to be asked for.
   };
   /// All is asked for from the start.

@@ -30,6 +30,15 @@ namespace {
 /// How many routes go down together.
 constexpr std::size_t batchSize = VelaSwitchApi::batchMost;
 
+/// What a source may have of what the switch has no bound for.
+constexpr std::size_t foreignMost = 2'000'000;
+constexpr std::size_t objectsMost = 65'536;
+/// Interfaces whose names are kept; when there are more, all are looked up anew.
+constexpr std::size_t interfacesMost = 4096;
+
+constexpr auto interfacesPause = std::chrono::seconds(5);
+constexpr auto hardwarePauseMost = std::chrono::seconds(64);
+
 /// Why a route that is in no VRF cannot be had.
 Refusal refusalOf(const RouteName& name) {
   if (name.family == AF_INET) return Refusal::unknownTable;
@@ -129,10 +138,10 @@ RouteName RouteService::nameOf(RouteId id) const {
 }
 
 void RouteService::connected(SourceId from, Clock::time_point now) {
-  if (sweeping_ == from) sweeping_.reset();
+  if (sweep_ && sweep_->of == from) sweep_.reset();
   Source& source = sources_[from];
-  source.since = source.last = now;
-  source.told = false;
+  source.since = source.last = ticked_ = now;
+  source.told = source.unsure = false;
   ++source.connection;
   source.figures.connected = true;
   source.figures.complete = false;
@@ -141,7 +150,7 @@ void RouteService::connected(SourceId from, Clock::time_point now) {
   while (answer(from)) continue;
   // The next daemon may call other things by the same numbers.
   source.objects.clear();
-  interfaces_.clear();
+  refreshInterfaces();
 }
 
 void RouteService::disconnected(SourceId from, bool malformed) {
@@ -157,13 +166,18 @@ void RouteService::take(SourceId from, const Message& message, Clock::time_point
 
 void RouteService::take(SourceId from, const RouteMessage& message) {
   Source& source = sources_[from];
-  Offer offer{message.hop, message.nexthop, message.preference, source.connection,
-              from,        message.protocol};
+  Offer offer{message.hop, message.nexthop,  message.preference, source.connection,
+              from,        message.protocol, message.type};
   const auto id = idOf(message.route);
   if (!id) return foreignIs(message.route, offer, !message.withdrawn);
   if (message.withdrawn) {
     const auto at = routes_.find(*id);
     if (at == routes_.end() || !at->second.wanted) return;
+    Offer* const same = offerOf(*at, offer);
+    if (same && same->several && same->connection == source.connection) {
+      source.unsure = true;
+      return;
+    }
     if (at->second.offer.rank() == offer.rank()) return offerDel(*at);
     return beatenIs(*id, offer, false);
   }
@@ -171,11 +185,30 @@ void RouteService::take(SourceId from, const RouteMessage& message) {
   source.awaited = source.awaited || offer.hop.refusal == Refusal::unknownNexthop;
   Routes::value_type& each = *routes_.try_emplace(*id).first;
   const Route& route = each.second;
+  Offer* const same = offerOf(each, offer);
+  if (same && same->connection == source.connection) {
+    const bool another = message.other != RouteMessage::Other::goes &&
+                         (same->hop != offer.hop || same->nexthop != offer.nexthop ||
+                          same->protocol != offer.protocol);
+    same->several = offer.several = same->several || another;
+    if (another && message.other == RouteMessage::Other::counts) return;
+  }
   // What hardware held was perhaps a better source's, which will say so.
   const bool others =
       route.offer.source == nobody ? !heard(from) : route.offer.rank() < offer.rank();
   if (route.wanted && others) return beatenIs(*id, offer, true);
   offerIs(each, offer);
+}
+
+/// What the offer's source says of the route so far, with the same preference; null for nothing.
+RouteService::Offer* RouteService::offerOf(Routes::value_type& each, const Offer& offer) {
+  if (!each.second.wanted) return nullptr;
+  if (each.second.offer.rank() == offer.rank()) return &each.second.offer;
+  const auto others = beaten_.find(each.first);
+  if (others == beaten_.end()) return nullptr;
+  const auto at = std::find_if(others->second.begin(), others->second.end(),
+                               [&](const Offer& other) { return other.rank() == offer.rank(); });
+  return at == others->second.end() ? nullptr : &*at;
 }
 
 /// There is such a route that no VRF can have, and that is refused at once, or there is none.
@@ -184,6 +217,7 @@ void RouteService::foreignIs(const RouteName& name, const Offer& offer, bool the
   const auto at = source.foreign.find(name);
   if (at != source.foreign.end()) foreignDel(source, at);
   if (!there) return;
+  if (source.foreign.size() == foreignMost) throw MalformedMessage("too many routes of no VRF");
   source.foreign.emplace(name, offer);
   count(offer, true);
   ++figures_.wanted;
@@ -252,8 +286,9 @@ std::optional<RouteService::Answer> RouteService::answer(SourceId to) {
     const RouteName name = source.answers.front();
     source.answers.pop_front();
     const auto said = [&](const Offer& offer, bool programmed) {
-      return Answer{{name, false, offer.nexthop, offer.hop, offer.preference, offer.protocol},
-                    programmed};
+      return Answer{
+          {name, false, offer.nexthop, offer.hop, offer.preference, offer.protocol, offer.type},
+          programmed};
     };
     const auto id = idOf(name);
     if (!id) {
@@ -315,12 +350,12 @@ Hop RouteService::resolved(const Source& source, U32 id) {
   static constexpr Hop unknown{Hop::Kind::drop, Refusal::unknownNexthop};
   const auto at = source.objects.find(id);
   if (at == source.objects.end()) return unknown;
-  const std::vector<U32>& group = at->second.group;
-  if (group.empty()) return at->second.hop;
-  const auto first = source.objects.find(group.front());
-  if (first == source.objects.end() || !first->second.group.empty()) return unknown;
+  const Nexthop& object = at->second;
+  if (object.first == 0) return object.hop;
+  const auto first = source.objects.find(object.first);
+  if (first == source.objects.end() || first->second.first != 0) return unknown;
   Hop hop = first->second.hop;
-  hop.ofSeveral = group.size() > 1;
+  hop.ofSeveral = object.hop.ofSeveral;
   return hop;
 }
 
@@ -332,16 +367,31 @@ void RouteService::take(SourceId from, const NexthopMessage& message) {
     source.awaited = true;
     return;
   }
-  const auto [at, isNew] = source.objects.try_emplace(message.id);
-  Nexthop& object = at->second;
-  const bool same = !isNew && object.hop == message.hop && object.group == message.group;
-  object = {message.hop, message.group};
-  if (same || (isNew && !source.awaited)) return;
-  source.awaited = false;
+  Nexthop object{message.hop};
+  if (!message.group.empty()) {
+    object.first = message.group.front();
+    object.hop.ofSeveral = message.group.size() > 1;
+  }
+  const auto [at, isNew] = source.objects.try_emplace(message.id, object);
+  if (source.objects.size() > objectsMost) throw MalformedMessage("too many next hops");
+  if (isNew ? !source.awaited : at->second == object) return;
+  at->second = object;
+  source.changed = nexthopsChanged_ = true;
+}
+
+/// Routes have the next hops that their objects say by now. One walk over all routes is for all
+/// objects that changed.
+void RouteService::followNexthops() {
+  if (!std::exchange(nexthopsChanged_, false)) return;
+  std::vector<bool> changed;
+  for (Source& source : sources_) {
+    changed.push_back(std::exchange(source.changed, false));
+    if (changed.back()) source.awaited = false;
+  }
   const auto changes = [&](Offer& offer) {
-    if (offer.source != from || offer.nexthop == 0 || offer.connection != source.connection) {
-      return false;
-    }
+    if (offer.source == nobody || !changed[offer.source] || offer.nexthop == 0) return false;
+    Source& source = sources_[offer.source];
+    if (offer.connection != source.connection) return false;
     const Hop hop = resolved(source, offer.nexthop);
     source.awaited = source.awaited || hop.refusal == Refusal::unknownNexthop;
     // It stays with a next hop that is gone until its own message comes.
@@ -367,13 +417,27 @@ void RouteService::enqueueAll(const Wanted& wanted) {
   }
 }
 
-const std::string* RouteService::interfaceName(U32 number) {
+const std::string& RouteService::interfaceName(U32 number) {
+  if (interfaces_.size() >= interfacesMost && !interfaces_.contains(number)) interfaces_.clear();
   const auto [at, isNew] = interfaces_.try_emplace(number);
   if (isNew) at->second = namer_(number);
-  if (!at->second.empty()) return &at->second;
-  // It may come yet.
-  interfaces_.erase(at);
-  return nullptr;
+  return at->second;
+}
+
+/// Routes follow interfaces that have another name, or one at last.
+void RouteService::refreshInterfaces() {
+  std::unordered_set<U32> renamed;
+  for (auto& [number, name] : interfaces_) {
+    std::string now = namer_(number);
+    if (now == name) continue;
+    name = std::move(now);
+    renamed.insert(number);
+  }
+  if (renamed.empty()) return;
+  enqueueAll([&](RouteId, const Route& route) {
+    const Hop& hop = route.offer.hop;
+    return route.wanted && hop.kind == Hop::Kind::gateway && renamed.contains(hop.interface);
+  });
 }
 
 /// Whose slot a route that is wanted has to have.
@@ -382,10 +446,10 @@ Refusal RouteService::ownerOf(const Route& route, Nexthops::Owner& owner) {
   if (hop.refusal != Refusal::none) return hop.refusal;
   if (hop.kind == Hop::Kind::local) owner.ports = U64{1} << agent_.profile().ports();
   if (hop.kind == Hop::Kind::gateway) {
-    const std::string* interface = interfaceName(hop.interface);
-    const auto ports = interface ? settings_.portMasks.find(*interface) : settings_.portMasks.end();
+    const std::string& interface = interfaceName(hop.interface);
+    const auto ports = settings_.portMasks.find(interface);
     if (ports == settings_.portMasks.end()) return Refusal::noPort;
-    owner = {ports->second, *interface, hop.gateway};
+    owner = {ports->second, interface, hop.gateway};
   }
   return Refusal::none;
 }
@@ -510,6 +574,7 @@ void RouteService::workOn(Routes::value_type& each) {
 }
 
 void RouteService::work(std::size_t most) {
+  followNexthops();
   placings_.reserve(batchSize);
   for (; most > 0 && !queue_.empty(); --most) {
     Routes::value_type& each = *queue_.front();
@@ -518,12 +583,13 @@ void RouteService::work(std::size_t most) {
     workOn(each);
   }
   announce();
-  if (!queue_.empty()) return;
-  sweeping_ ? endSweep() : tryAgain();
+  goOnSweeping();
+  if (queue_.empty()) tryAgain();
 }
 
 /// What others left may do for those that were refused for want of it.
 void RouteService::tryAgain() {
+  if (carriedOut_ < triedUntil_) return;
   if (nexthops_.freed() && figures_.refused[static_cast<std::size_t>(Refusal::noIndex)] != 0) {
     enqueueAll([](RouteId, const Route& route) { return route.refusal == Refusal::noIndex; });
   }
@@ -536,31 +602,70 @@ void RouteService::tryAgain() {
       return true;
     });
   }
+  triedUntil_ = queuedSoFar();
+}
+
+/// Registers that failed, or a file, may answer again.
+void RouteService::retryHardware(Clock::time_point now) {
+  if (figures_.refused[static_cast<std::size_t>(Refusal::hardwareError)] == 0) {
+    hardwareAt_ = now;
+    hardwarePause_ = std::chrono::seconds(1);
+    return;
+  }
+  if (now < hardwareAt_) return;
+  enqueueAll([](RouteId, const Route& route) { return route.refusal == Refusal::hardwareError; });
+  hardwareAt_ = now + hardwarePause_;
+  hardwarePause_ = std::min<Clock::duration>(2 * hardwarePause_, hardwarePauseMost);
+}
+
+/// A source that is held up cannot say what it has: that time does not count.
+void RouteService::holdTimes(Clock::time_point now) {
+  const auto passed = now - std::exchange(ticked_, now);
+  for (SourceId each = 0; each < sources_.size(); ++each) {
+    if (!full(each)) continue;
+    sources_[each].last = now;
+    sources_[each].since += passed;
+  }
 }
 
 void RouteService::tick(Clock::time_point now) {
-  if (!idle()) return;
+  followNexthops();
+  holdTimes(now);
+  if (now >= interfacesAt_) {
+    interfacesAt_ = now + interfacesPause;
+    refreshInterfaces();
+  }
+  if (!sweep_) beginSweep();
+  tryAgain();
+  retryHardware(now);
+}
+
+/// When a source has told all, or its time is over, and what it said is carried out, the rest goes.
+void RouteService::beginSweep() {
   for (SourceId each = 0; each < sources_.size(); ++each) {
     const Source& source = sources_[each];
     if (!source.figures.connected || source.figures.complete) continue;
     const SourceSettings& settings = settings_.sources[each];
-    if (source.told || now - source.last >= settings.quiet ||
-        now - source.since >= settings.longest) {
-      return beginSweep(each);
+    if (source.told || ticked_ - source.last >= settings.quiet ||
+        ticked_ - source.since >= settings.longest) {
+      sweep_ = Sweep{each, queuedSoFar()};
+      return;
     }
   }
-  tryAgain();
-  // Registers that failed may answer again.
-  if (figures_.refused[static_cast<std::size_t>(Refusal::hardwareError)] != 0) {
-    enqueueAll([](RouteId, const Route& route) { return route.refusal == Refusal::hardwareError; });
-  }
+}
+
+void RouteService::goOnSweeping() {
+  if (!sweep_ || carriedOut_ < sweep_->after) return;
+  if (sweep_->collected) return endSweep();
+  collectStale(sweep_->of);
+  sweep_->after = queuedSoFar();
+  sweep_->collected = true;
 }
 
 /// What the source did not announce on this connection goes, and with the last source what hardware
 /// held and nobody announced.
-void RouteService::beginSweep(SourceId of) {
+void RouteService::collectStale(SourceId of) {
   Source& source = sources_[of];
-  sweeping_ = of;
   source.heard = true;
   source.figures.removed = 0;
   const bool last = rebuilt_ && heard(static_cast<SourceId>(sources_.size()));
@@ -594,7 +699,7 @@ void RouteService::beginSweep(SourceId of) {
 /// What no route stands for is left of the restart: rows of levels that no route was guessed from,
 /// and LAGs.
 void RouteService::endSweep() {
-  sources_[*std::exchange(sweeping_, std::nullopt)].figures.complete = true;
+  sources_[std::exchange(sweep_, std::nullopt)->of].figures.complete = true;
   if (!heard(static_cast<SourceId>(sources_.size())) || !std::exchange(rebuilt_, false)) return;
   const auto ignore = [](const auto&) {};
   routeEntries_.reconcile(ignore);

@@ -5,6 +5,7 @@
 #include <map>
 #include <optional>
 #include <unordered_map>
+#include <unordered_set>
 
 #include "agent/Agent.h"
 #include "service/Messages.h"
@@ -68,17 +69,21 @@ class RouteService final : private Orb::KeyObserver<VelaSwitch::LpmKey>,
   void connected(SourceId from, Clock::time_point now);
   /// The source is gone; `malformed` when what it said was of no use.
   void disconnected(SourceId from, bool malformed);
-  /// Takes a message of a source that is connected.
+  /// Takes a message of a source that is connected. Throws MalformedMessage when it has more than
+  /// there is memory for.
   void take(SourceId from, const Message& message, Clock::time_point now);
   /// The source has told all that it has: it need not be waited for, but for the first time, when
   /// whoever fills it may only be starting as well.
   void told(SourceId from) { sources_[from].told = sources_[from].heard; }
+  /// Whether the source withdrew one of several routes of a name and a preference, so that it has
+  /// to tell all again; the route stays until then.
+  bool unsure(SourceId from) const { return sources_[from].unsure; }
   /// Whether the source is to be held up until work() was done, and answers were taken.
   bool full(SourceId from) const {
     return queue_.size() >= settings_.queueMost ||
            sources_[from].answers.size() >= settings_.queueMost;
   }
-  bool idle() const { return queue_.empty() && !sweeping_; }
+  bool idle() const { return queue_.empty() && !sweep_ && !nexthopsChanged_; }
   /// Carries out up to `most` changes.
   void work(std::size_t most);
   /// What time brings: to be called now and then.
@@ -143,7 +148,9 @@ class RouteService final : private Orb::KeyObserver<VelaSwitch::LpmKey>,
     U32 preference = 0;  ///< As in the message.
     U32 connection = 0;  ///< On which it was announced last.
     SourceId source = nobody;
-    U8 protocol = 0;  ///< As in the message.
+    U8 protocol = 0;       ///< As in the message.
+    U8 type = 0;           ///< As in the message.
+    bool several = false;  ///< The source has others of this rank.
 
     auto rank() const { return std::pair(source, preference); }
   };
@@ -171,7 +178,8 @@ class RouteService final : private Orb::KeyObserver<VelaSwitch::LpmKey>,
   };
   struct Nexthop {
     Hop hop;
-    std::vector<U32> group;
+    U32 first = 0;  ///< Of a group the first member, or 0.
+    bool operator==(const Nexthop&) const = default;
   };
   using Foreign = std::unordered_map<RouteName, Offer, RouteNameHash>;
   struct Source {
@@ -181,16 +189,25 @@ class RouteService final : private Orb::KeyObserver<VelaSwitch::LpmKey>,
     SourceFigures figures;
     U32 connection = 0;
     bool awaited = false;  ///< Routes may wait for their next hop to be announced.
+    bool changed = false;  ///< Routes may have other next hops, by `objects`.
+    bool unsure = false;   ///< It withdrew one of several routes of a rank.
     bool told = false;     ///< It has told all that it has.
     bool heard = false;    ///< It was complete before.
     Clock::time_point since;
     Clock::time_point last;
+  };
+  /// What a source did not announce goes, once what was queued before is carried out.
+  struct Sweep {
+    SourceId of;
+    U64 after;  ///< It goes on when so many changes are carried out.
+    bool collected = false;
   };
   struct Placing;
 
   void rebuild();
   void take(SourceId from, const NexthopMessage& message);
   void take(SourceId from, const RouteMessage& message);
+  Offer* offerOf(Routes::value_type& route, const Offer& offer);
   void foreignIs(const RouteName& name, const Offer& offer, bool there);
   void foreignDel(Source& source, Foreign::iterator at);
   static RouteId idOf(const VelaSwitch::LpmKey& key);
@@ -198,6 +215,7 @@ class RouteService final : private Orb::KeyObserver<VelaSwitch::LpmKey>,
   static VelaSwitch::LpmKey keyOf(RouteId id);
   RouteName nameOf(RouteId id) const;
   Level& levelOf(RouteId id) { return levels_[(id >> 32 & 0xFF) / 3]; }
+  void followNexthops();
   static Hop resolved(const Source& source, U32 id);
   void count(const Offer& offer, bool there);
   bool heard(SourceId before) const;
@@ -222,8 +240,13 @@ class RouteService final : private Orb::KeyObserver<VelaSwitch::LpmKey>,
   void handleKey(const VelaSwitch::LpmKey& key) override;
   void entryBegins(std::size_t) override {}
   void entryDone(std::size_t number, const VelaSwitchApi::EntryOutcome& outcome) override;
-  const std::string* interfaceName(U32 number);
-  void beginSweep(SourceId of);
+  const std::string& interfaceName(U32 number);
+  void refreshInterfaces();
+  void retryHardware(Clock::time_point now);
+  void holdTimes(Clock::time_point now);
+  void beginSweep();
+  void collectStale(SourceId of);
+  void goOnSweeping();
   void endSweep();
   bool writeLag(U8 lag, U64 ports);
 
@@ -234,7 +257,7 @@ class RouteService final : private Orb::KeyObserver<VelaSwitch::LpmKey>,
   VelaAgent::Entries& lagEntries_;
   Nexthops nexthops_;
   std::vector<Source> sources_;
-  std::unordered_map<U32, std::string> interfaces_;  ///< Names by number.
+  std::unordered_map<U32, std::string> interfaces_;  ///< Names by number; empty for none so far.
   Routes routes_;
   /// What is said of routes by other sources than the one that counts.
   std::unordered_map<RouteId, std::vector<Offer>> beaten_;
@@ -245,9 +268,15 @@ class RouteService final : private Orb::KeyObserver<VelaSwitch::LpmKey>,
   std::array<Level, 11> levels_;
   Figures figures_;
   StatusListener statusListener_;
-  std::vector<Slot> orphans_;         ///< Of routes that hardware held in VRFs of no table.
-  std::optional<SourceId> sweeping_;  ///< Whose stale routes are queued.
-  bool rebuilt_;                      ///< Nobody said yet what of the switch's rows is desired.
+  std::vector<Slot> orphans_;  ///< Of routes that hardware held in VRFs of no table.
+  std::optional<Sweep> sweep_;
+  bool nexthopsChanged_ = false;  ///< Of a source.
+  U64 triedUntil_ = 0;  ///< What was tried again is done when so many changes are carried out.
+  Clock::time_point ticked_;
+  Clock::time_point interfacesAt_;  ///< When their names are looked up anew.
+  Clock::time_point hardwareAt_;    ///< When registers that failed are tried again.
+  Clock::duration hardwarePause_ = std::chrono::seconds(1);
+  bool rebuilt_;  ///< Nobody said yet what of the switch's rows is desired.
 };
 
 }  // namespace VelaService

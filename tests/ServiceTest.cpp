@@ -2,8 +2,10 @@
 #include <libmnl/libmnl.h>
 #include <linux/nexthop.h>
 #include <linux/rtnetlink.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <filesystem>
 #include <fstream>
 #include <map>
@@ -162,7 +164,9 @@ struct World {
     agent = std::make_unique<VelaAgent::Agent>(profile, chip);
     agent->make();
     agent->start(how);
-    service = std::make_unique<RouteService>(*agent, settings, [](U32 number) {
+    service = std::make_unique<RouteService>(*agent, settings, [this](U32 number) {
+      const auto named = names.find(number);
+      if (named != names.end()) return named->second;
       return number == 0 ? "" : "if" + std::to_string(number);
     });
     watcher = std::make_unique<Watcher>(*agent, *service);
@@ -215,6 +219,7 @@ struct World {
 
   std::string file = testing::TempDir() + "nexthops." + std::to_string(getpid());
   RouteSettings settings;
+  std::map<U32, std::string> names;  ///< Of interfaces that are called otherwise.
   Orb::PtrConst<VelaSwitch::ProfileInfo> profile = VelaSwitch::ProfileInfo::builtIn("vela-48-5.1");
   VelaDevice::SimulatedSwitch chip;
   VelaDevice::DataPath path{chip, *profile};
@@ -314,6 +319,18 @@ class Model {
     }
     side_->alien = side_->alien && all;
     sender().frame();
+  }
+  /// The service takes what was sent; then routes have the next hops that there are by now.
+  void receive() {
+    world_.receive(random_);
+    for (U8 source = 0; source < World::sources; ++source) {
+      sideIs(source);
+      for (auto& [name, route] : side_->routes) {
+        const Hop hop = route.id == 0 ? route.hop : resolved(route.id);
+        if (hop.refusal != Refusal::unknownNexthop) hopIs(name, route, hop);
+      }
+    }
+    world_.service->work(0);
   }
   /// Everything is as the routes that stand say. Those that are good stay so until they change.
   void check() {
@@ -420,11 +437,6 @@ class Model {
     if (random_.below(4) == 0) object = {{}, {1 + random_.below(12), 1 + random_.below(12)}};
     sender().nexthop({id, false, object.hop, object.group});
     side_->objects[id] = object;
-    for (auto& [name, route] : side_->routes) {
-      if (route.id == 0) continue;
-      const Hop hop = resolved(route.id);
-      if (hop.refusal != Refusal::unknownNexthop) hopIs(name, route, hop);
-    }
   }
   void hopIs(const Name& name, Told& route, const Hop& hop) {
     route.hop = hop;
@@ -487,7 +499,7 @@ TEST(RouteService, SwitchFollowsWhatSourcesSay) {
   for (U8 source = 0; source < World::sources; ++source) world.connect(source);
   for (int round = 0; round < (VelaTest::sanitized ? 15 : 60); ++round) {
     for (U32 steps = random.below(60); steps > 0; --steps) model.step();
-    world.receive(random);
+    model.receive();
     world.service->work(random.below(40));
     if (random.below(3) == 0) continue;
     const U8 source = random.flip();
@@ -496,7 +508,7 @@ TEST(RouteService, SwitchFollowsWhatSourcesSay) {
         world.service->disconnected(source, false);
         world.quiet();
         model.reconnect(source, false);
-        world.receive(random);
+        model.receive();
         world.quiet();
         break;
       case 1: {  // Killed amid changes, or when all was done.
@@ -506,7 +518,7 @@ TEST(RouteService, SwitchFollowsWhatSourcesSay) {
         world.restart();
         for (const U8 each : {source, static_cast<U8>(1 - source)}) {
           model.reconnect(each, true);
-          world.receive(random);
+          model.receive();
           world.quiet();
         }
         // What the second one says of a route that left no trace counts until the first has spoken.
@@ -608,12 +620,152 @@ TEST(RouteService, WhatRegistersDidNotTakeIsTriedAgain) {
     world.drain();
     world.chip.failWritesIs(0);
     for (int ticks = 0; ticks < 2; ++ticks) {
-      world.service->tick(world.now);
+      world.service->tick(world.now += seconds(2));
       world.drain();
     }
     EXPECT_EQ(world.service->figures().programmed, world.service->figures().wanted);
     EXPECT_TRUE(world.way(0, IpAddr(0x0B000000 + (good << 16))));
   }
+}
+
+TEST(RouteService, WhatFailsForLongIsTriedAgainMoreAndMoreSeldom) {
+  World world;
+  const std::string directory = world.file + ".d";
+  std::filesystem::create_directory(directory);
+  world.settings.nexthopFile = directory + "/nexthops";
+  world.restart();
+  std::filesystem::remove_all(directory);
+  world.connect();
+  world.service->take(0, RouteMessage{nameOf(IpPrefix(IpAddr(0x0A000000), 8))}, world.now);
+  for (int tick = 0; tick < 600; ++tick) {
+    world.drain();
+    world.service->tick(world.now += std::chrono::milliseconds(100));
+  }
+  EXPECT_THAT(world.service->carriedOut(), testing::AllOf(testing::Ge(6), testing::Le(8)));
+  std::filesystem::create_directory(directory);
+  world.service->tick(world.now += seconds(64));
+  world.drain();
+  EXPECT_EQ(world.service->figures().programmed, 1);
+  std::filesystem::remove_all(directory);
+}
+
+TEST(RouteService, SourcesAreNotSweptWhileHeldUpButHoweverMuchWaits) {
+  World world;
+  world.settings.sources[0].answered = true;
+  world.restart();
+  const auto tell = [&](U8 source, U32 from, U32 to, Hop::Kind kind = Hop::Kind::local) {
+    for (U32 at = from; at < to; ++at) {
+      RouteMessage route{nameOf(IpPrefix(IpAddr(0x0B000000 + (at << 8)), 24)), false, 0, {kind}};
+      world.service->take(source, route, world.now);
+    }
+  };
+  world.connect();
+  tell(0, 0, 1200);
+  world.drain();
+  world.connect();
+  tell(0, 0, 1100);
+  world.drain();
+  for (int count = 0; count < 3; ++count) {
+    world.service->tick(world.now += world.settings.sources[0].longest);
+    world.drain();
+  }
+  EXPECT_EQ(world.service->figuresOf(0).routes, 1200) << "nobody read what it has to say";
+  while (world.service->answer(0)) continue;
+  // Others change without an end.
+  world.connect(1);
+  for (int count = 0; count < 100; ++count) {
+    const U32 from = 2000 + 100 * (static_cast<U32>(count) % 3);
+    tell(1, from, from + 100, count / 3 % 2 ? Hop::Kind::drop : Hop::Kind::local);
+    if (count == 0) tell(1, 3000, 3100);
+    world.service->work(100);
+    ASSERT_GT(world.service->queued(), 0);
+    world.service->tick(world.now += std::chrono::milliseconds(100));
+  }
+  EXPECT_TRUE(world.service->figuresOf(0).complete);
+  EXPECT_EQ(world.service->figuresOf(0).routes, 1100);
+}
+
+TEST(RouteService, RoutesFollowTheNamesOfInterfaces) {
+  World world;
+  world.connect();
+  for (const U32 interface : {1, 9}) {
+    RouteMessage route{nameOf(IpPrefix(IpAddr(interface << 24), 8))};
+    route.hop = {Hop::Kind::gateway, Refusal::none, false, interface, 1};
+    world.service->take(0, route, world.now);
+  }
+  world.drain();
+  EXPECT_EQ(world.service->figures().refused[std::size_t(Refusal::noPort)], 1);
+  world.names = {{1, "if2"}, {9, "if3"}};
+  world.service->tick(world.now += seconds(5));
+  world.drain();
+  EXPECT_EQ(world.way(0, IpAddr(0x01000001)), World::Way(3 << 6, "if2", 1));
+  EXPECT_EQ(world.way(0, IpAddr(0x09000001)), World::Way(1 << 5, "if3", 1));
+}
+
+TEST(RouteService, OneOfSeveralOfARankGoesWhenAllIsTold) {
+  World world;
+  const IpAddr address(0x0A000001);
+  RouteMessage first{nameOf(IpPrefix(address, 8))};
+  first.hop = {Hop::Kind::gateway, Refusal::none, false, 1, 1};
+  first.other = RouteMessage::Other::isBehind;
+  RouteMessage second = first;
+  second.hop.gateway = 2;
+  second.other = RouteMessage::Other::counts;
+  world.connect();
+  for (const RouteMessage& each : {first, first, second}) world.service->take(0, each, world.now);
+  world.drain();
+  EXPECT_EQ(world.way(0, address), World::Way(1 << 5, "if1", 1));
+  first.withdrawn = second.withdrawn = true;
+  world.service->take(0, first, world.now);
+  world.drain();
+  EXPECT_TRUE(world.service->unsure(0));
+  EXPECT_TRUE(world.way(0, address));
+  world.connect();
+  second.withdrawn = false;
+  for (int count = 0; count < 2; ++count) world.service->take(0, second, world.now);
+  world.drain();
+  EXPECT_EQ(world.way(0, address), World::Way(1 << 5, "if1", 2));
+  world.service->take(0, first, world.now);
+  world.drain();
+  EXPECT_FALSE(world.service->unsure(0));
+  EXPECT_FALSE(world.way(0, address));
+}
+
+TEST(RouteService, NextHopsOfASourceAreBounded) {
+  World world;
+  world.connect();
+  for (U32 id = 1; id <= 65536; ++id) world.service->take(0, NexthopMessage{id}, world.now);
+  world.service->take(0, NexthopMessage{1, false, {Hop::Kind::local}}, world.now);
+  EXPECT_THROW(world.service->take(0, NexthopMessage{65537}, world.now), MalformedMessage);
+}
+
+TEST(Nexthops, ALineThatWasCutCostsNoOther) {
+  const std::string file = testing::TempDir() + "cut." + std::to_string(getpid());
+  const std::array<Nexthops::Owner, 2> owners{{{1, "if1", 7}, {2, "if2", 8}}};
+  const auto write = [](U8, U64) { return true; };
+  std::array<Slot, 2> slots;
+  {
+    Nexthops nexthops(file, write);
+    nexthops.started();
+    EXPECT_EQ(nexthops.acquire(owners[0], slots[0]), Nexthops::Outcome::good);
+    rlimit before;
+    getrlimit(RLIMIT_FSIZE, &before);
+    const rlimit full{std::filesystem::file_size(file) + 10, before.rlim_max};
+    std::signal(SIGXFSZ, SIG_IGN);
+    setrlimit(RLIMIT_FSIZE, &full);
+    EXPECT_EQ(nexthops.acquire(owners[1], slots[1]), Nexthops::Outcome::hardwareError);
+    setrlimit(RLIMIT_FSIZE, &before);
+    EXPECT_EQ(nexthops.acquire(owners[1], slots[1]), Nexthops::Outcome::good);
+  }
+  Nexthops nexthops(file, write);
+  for (std::size_t at : {0, 1}) nexthops.lagIs(slots[at].lag, owners[at].ports);
+  nexthops.started();
+  for (std::size_t at : {1, 0}) {
+    Slot slot;
+    EXPECT_EQ(nexthops.acquire(owners[at], slot), Nexthops::Outcome::good);
+    EXPECT_EQ(slot, slots[at]);
+  }
+  std::filesystem::remove(file);
 }
 
 /// What a whole audit finds, by table and kind.
@@ -809,6 +961,27 @@ TEST(KernelStream, RoutesAreThoseThatPacketsOfOthersTake) {
   link(0);
   EXPECT_EQ(kernel.told(stream, heard), "");
   EXPECT_TRUE(heard.doubtful) << "routes go with a link that is down, unheard";
+  for (const auto& [type, error] : {std::pair<U16, int>{NLMSG_ERROR, EPERM},
+                                    {NLMSG_ERROR, ENOBUFS},
+                                    {NLMSG_DONE, EINTR},
+                                    {NLMSG_DONE, 0}}) {
+    kernel.add(type, nlmsgerr{-error, {}});
+    kernel.end();
+    kernel.told(stream, heard);
+    EXPECT_EQ(heard.dumped, error != ENOBUFS);
+    EXPECT_EQ(heard.error, error == ENOBUFS ? 0 : error);
+  }
+}
+
+TEST(OffloadFrame, NamesTheTypeThatCame) {
+  for (const U8 type : {RTN_UNICAST, RTN_LOCAL, RTN_BLACKHOLE, RTN_UNREACHABLE, RTN_PROHIBIT}) {
+    RouteMessage route{nameOf(IpPrefix(IpAddr(0x0A000000), 8))};
+    route.type = type;
+    const std::string frame = offloadFrame(route, true);
+    FpmStream().received(frame, [&](const Message& message) {
+      EXPECT_EQ(std::get<RouteMessage>(message).type, type);
+    });
+  }
 }
 
 /// What a line is made of: its names and the kinds of its values. Of a list, of the first item.
