@@ -18,6 +18,7 @@ class KernelFeed final : public Feed {
 
  private:
   void connect();
+  void fail(const char* why, bool malformed);
   void received();
   void readingIs(bool reading);
 
@@ -26,7 +27,10 @@ class KernelFeed final : public Feed {
   std::optional<VelaService::KernelSource> kernel_;
   Handle<uv_poll_t> polled_;
   bool reading_ = false;
-  U64 overruns_ = 0;  ///< That were told.
+  U64 overruns_ = 0;                          ///< That were told.
+  int error_ = 0;                             ///< Likewise.
+  VelaService::Clock::time_point connectAt_;  ///< Not before then.
+  VelaService::Clock::duration pause_{};
 };
 
 }  // namespace Velad
