@@ -61,7 +61,7 @@ Json switchLine(RedisConnection& server, const std::string& name, U64 now) {
   const auto streams = VelaService::streamNames(name);
   const auto status = lastOf(server, streams.status);
   const auto change = lastOf(server, streams.changes);
-  Json line = {{"position", nullptr}, {"sequence", 0U}, {"age", nullptr}};
+  Json line = {{"switch", name}, {"position", nullptr}, {"sequence", 0U}, {"age", nullptr}};
   if (status && status->fields.contains("report")) {
     line.update(reportOf(*status));
     line["age"] = static_cast<double>(now - std::min(now, status->id.milliseconds)) / 1000;
