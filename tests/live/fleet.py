@@ -24,7 +24,7 @@ URL = f"redis://127.0.0.1:{PORT}"
 DELAY_SECONDS = 6        # so long after a change was applied `fleet` tells of it
 AGE_SECONDS = 20         # no report is older
 LAG_SECONDS = 60         # so long after the last change all of them are applied
-LAG_CHANGES = 1000       # so many at most wait while nothing disturbs
+LAG_CHANGES = 300        # so many at most wait while nothing disturbs
 MEGABYTES = 64           # of a daemon
 STATUS_ENTRIES = 300     # that the streams of statuses keep, about
 FILL_LINES = 10000       # of each switch, for the rate
@@ -434,7 +434,7 @@ def emptied(server, switch):
     switch.kill()
     switch.start()
     until("asking for a snapshot after a restart", 30, wants)
-    until("reporting it", 30, lambda: fleet()[switch.name].get("wantsSnapshot"))
+    until("reporting it", 30, lambda: fleet().get(switch.name, {}).get("wantsSnapshot"))
     switch.open()
     switch.tell([switch.model.change()])
     time.sleep(3)
