@@ -69,8 +69,9 @@ class ConfigurationReader {
   Configuration all_;
   SourceSettings fpm_{"fpm"};
   SourceSettings kernel_{"kernel"};
-  U32 ports_ = 0;
-  U32 vrfs_ = 0;
+  // As many as any switch has, unless the profile says.
+  U32 ports_ = 64;
+  U32 vrfs_ = 256;
   std::set<U8> taken_;
 };
 
@@ -174,9 +175,9 @@ ConfigurationReader::Handler ConfigurationReader::choice(std::string& to,
 
 ConfigurationReader::Handler ConfigurationReader::percent(unsigned& to) {
   return [&to](const Json& value) {
-    const unsigned number = value.is_number_unsigned() ? value.get<unsigned>() : 101;
+    const U64 number = value.is_number_unsigned() ? value.get<U64>() : 101;
     if (number > 100) throw InputException("is to be a percentage, 0 to 100");
-    to = number;
+    to = static_cast<unsigned>(number);
   };
 }
 
@@ -290,13 +291,12 @@ void ConfigurationReader::checkSources(const Json& json) {
 
 Configuration ConfigurationReader::read(const Json& json) {
   // What the others are checked against comes first.
-  if (json.is_object() && json.contains("profile")) text(all_.profile)(json["profile"]);
   at("profile", [&] {
+    if (json.is_object() && json.contains("profile")) text(all_.profile)(json["profile"]);
     const auto profile = VelaAgent::loadProfile(all_.profile);
     ports_ = profile->ports();
     vrfs_ = profile->vrfs();
   });
-  if (!mistakes_.empty()) return all_;
   const auto named = [this](const char* where,
                             void (ConfigurationReader::*member)(const std::string&, const Json&)) {
     return [this, where, member](const Json& value) {

@@ -66,8 +66,13 @@ RouteService::RouteService(VelaAgent::Agent& agent, RouteSettings settings, Inte
       rebuilt_(agent.entriesOf("Route", 0).unclaimed() != 0 ||
                agent.entriesOf("L3Lag", 0).unclaimed() != 0) {
   for (const auto& [table, vrf] : settings_.vrfs) tables_[vrf] = table;
-  // Without a source there is nothing here to keep.
-  if (!sources_.empty()) rebuild();
+  if (!sources_.empty()) {
+    rebuild();
+  } else {
+    routeEntries_.forEachEntry([&](VelaAgent::AnyRef key, VelaAgent::AnyRef) {
+      others_[idOf(key.as<LpmKey>())] = routeEntries_.status(key);
+    });
+  }
   agent_.routeWriter().routes().entryStatuses().observerIs(this);
 }
 
@@ -499,7 +504,12 @@ void RouteService::statusIs(const LpmKey& key, Route& route, EntryProgrammedStat
 /// The status of a route changed, perhaps for another's sake.
 void RouteService::handleKey(const LpmKey& key) {
   const auto at = routes_.find(idOf(key));
-  if (at != routes_.end()) statusIs(key, at->second, routeEntries_.status(key));
+  const EntryProgrammedStatus status = routeEntries_.status(key);
+  if (at != routes_.end()) return statusIs(key, at->second, status);
+  const auto other = others_.try_emplace(idOf(key), EntryProgrammedStatus::notProgrammed).first;
+  const bool same = std::exchange(other->second, status) == status;
+  if (status == EntryProgrammedStatus::notProgrammed) others_.erase(other);
+  if (!same && statusListener_) statusListener_(key, status);
 }
 
 /// Takes a route out of hardware if it is there, and then its reference.

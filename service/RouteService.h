@@ -127,8 +127,8 @@ class RouteService final : private Orb::KeyObserver<VelaSwitch::LpmKey>,
   U64 queuedSoFar() const { return carriedOut_ + queue_.size(); }
   const Nexthops& nexthops() const { return nexthops_; }
 
-  /// Hears of routes whose status is another one, amid changes. There is one at most; empty for
-  /// none.
+  /// Hears of routes whose status is another one, whoever announced them, amid changes. There is
+  /// one at most; empty for none.
   using StatusListener =
       std::function<void(const VelaSwitch::LpmKey&, VelaAgent::EntryProgrammedStatus)>;
   void statusListenerIs(StatusListener listener) { statusListener_ = std::move(listener); }
@@ -268,6 +268,8 @@ class RouteService final : private Orb::KeyObserver<VelaSwitch::LpmKey>,
   std::array<Level, 11> levels_;
   Figures figures_;
   StatusListener statusListener_;
+  /// The statuses of routes that the switch was told of by others, such as a stream.
+  std::unordered_map<RouteId, VelaAgent::EntryProgrammedStatus> others_;
   std::vector<Slot> orphans_;  ///< Of routes that hardware held in VRFs of no table.
   std::optional<Sweep> sweep_;
   bool nexthopsChanged_ = false;  ///< Of a source.

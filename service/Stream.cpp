@@ -96,16 +96,17 @@ StreamNames streamNames(const std::string& switchName) {
   return {all + "changes", all + "snapshot", all + "status"};
 }
 
-StreamPosition PositionFile::read() const {
+std::optional<StreamPosition> PositionFile::read() const {
   std::ifstream file(path_);
   std::ostringstream text;
   text << file.rdbuf();
   try {
     const Json json = Json::parse(text.str());
-    if (json.at("switch") != switchName_) return {};
-    return {entryIdFromText(json.at("position").get<std::string>()), json.at("sequence")};
+    if (json.at("switch") != switchName_) return std::nullopt;
+    return StreamPosition{entryIdFromText(json.at("position").get<std::string>()),
+                          json.at("sequence")};
   } catch (const std::exception&) {
-    return {};
+    return std::nullopt;
   }
 }
 

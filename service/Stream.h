@@ -1,6 +1,7 @@
 #pragma once
 
 #include <map>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -67,8 +68,8 @@ class PositionFile {
   PositionFile(std::string path, std::string switchName)
       : path_(std::move(path)), switchName_(std::move(switchName)) {}
 
-  /// The one before the first change where nothing is kept of this switch's stream.
-  StreamPosition read() const;
+  /// Nothing where none is kept of this switch's stream.
+  std::optional<StreamPosition> read() const;
   /// When it returns the disk has either the position or, after a crash amid it, the one before.
   /// Throws std::runtime_error when it cannot be written.
   void write(const StreamPosition& position) const;

@@ -18,6 +18,8 @@ namespace {
 constexpr std::size_t partLines = 512;
 /// Lines that wait for the stream of statuses while it cannot be reached.
 constexpr std::size_t unsentMost = 4096;
+/// Calls of retry() between two readings of what does not say what is desired.
+constexpr U64 pauseMost = 60;
 
 std::string entryName(const TableAdapter& table, const Json& key) {
   return table.fullName() + " " + key.dump();
@@ -45,7 +47,11 @@ StreamFollower::StreamFollower(VelaAgent::Agent& agent, StreamSettings settings,
       file_(settings_.positionFile, settings_.switchName),
       warn_(std::move(warn)),
       rebuilt_(restarted) {
-  saved_ = file_.read();
+  const auto kept = file_.read();
+  position_ = saved_ = kept.value_or(StreamPosition());
+  traced_ = kept || !holdsEntries();
+  // Killed amid its first load, the switch has entries, and they are of these streams.
+  if (traced_ && !kept) save();
   beginLoad(saved_);
 }
 
@@ -56,6 +62,7 @@ const char* StreamFollower::ownerOf(const TableAdapter& table) const {
 void StreamFollower::connected() {
   connected_ = true;
   unconfirmed_ = true;
+  seen_ = {};
   if (phase_ != Phase::applying && phase_ != Phase::following) beginLoad(target_);
 }
 
@@ -70,8 +77,9 @@ std::optional<StreamFollower::Reading> StreamFollower::reading() const {
     case Phase::following:
       return unconfirmed_ ? Reading{Stream::changes, position_.id, true, false}
                           : Reading{Stream::changes, position_.id, false, true};
-    case Phase::applying:
     case Phase::lacking:
+      return Reading{Stream::snapshot, seen_, false, true};
+    case Phase::applying:
       break;
   }
   return std::nullopt;
@@ -80,6 +88,15 @@ std::optional<StreamFollower::Reading> StreamFollower::reading() const {
 void StreamFollower::take(const std::vector<StreamEntry>& entries) {
   if (phase_ == Phase::snapshot) return takeSnapshot(entries);
   if (phase_ == Phase::changes) return takeChanges(entries);
+  if (phase_ == Phase::lacking) {
+    if (!entries.empty()) {
+      seen_ = entries.back().id;
+      pause_ = 1;
+    } else if (wait_ > 0) {
+      return;
+    }
+    return beginLoad(target_);
+  }
   if (!unconfirmed_) return takeNews(entries);
   unconfirmed_ = false;
   const bool none = position_.sequence == 0;
@@ -95,14 +112,16 @@ void StreamFollower::beginLoad(const StreamPosition& target) {
   desired_.clear();
   read_ = {};
   parts_ = 0;
+  whole_ = false;
 }
 
 void StreamFollower::takeSnapshot(const std::vector<StreamEntry>& entries) {
   if (entries.empty()) {
-    return parts_ == 0 ? snapshotRead({}) : lack("the snapshot has no end");
+    return parts_ == 0 ? snapshotRead({}) : lack("the one that is there has no end");
   }
   for (const StreamEntry& entry : entries) {
     read_ = entry.id;
+    seen_ = std::max(seen_, read_);
     if (!isSnapshotEnd(entry)) {
       const auto lines = entry.fields.find("lines");
       if (lines != entry.fields.end()) fold(entry.id, lines->second);
@@ -111,21 +130,29 @@ void StreamFollower::takeSnapshot(const std::vector<StreamEntry>& entries) {
     }
     try {
       const SnapshotEnd end = snapshotEndOf(entry);
-      if (end.parts == parts_) return snapshotRead(end.at);
+      if (end.parts == parts_) {
+        whole_ = true;
+        return snapshotRead(end.at);
+      }
     } catch (const std::exception& error) {
       return lack(error.what());
     }
-    // Another took its place amid the reading, and is read next.
-    wantsSnapshot_ = true;
-    phase_ = Phase::lacking;
-    return;
+    if (replaced_ == read_) return lack("the one that is there lacks parts");
+    // It took another's place amid the reading.
+    replaced_ = read_;
+    return beginLoad(target_);
   }
 }
 
 void StreamFollower::snapshotRead(const StreamPosition& at) {
   phase_ = Phase::changes;
-  taken_ = at;
+  takenIs(at);
   if (target_.sequence != 0 && target_ == at) beginApplying();
+}
+
+void StreamFollower::takenIs(const StreamPosition& taken) {
+  taken_ = taken;
+  if (traced_ && taken_ == position_) whole_ = true;
 }
 
 void StreamFollower::takeChanges(const std::vector<StreamEntry>& entries) {
@@ -137,10 +164,12 @@ void StreamFollower::takeChanges(const std::vector<StreamEntry>& entries) {
                   std::to_string(change->sequence - 1) + " are gone, and no snapshot has them");
     }
     if (change) fold(entry.id, change->lines);
-    taken_ = {entry.id, change ? change->sequence : taken_.sequence};
+    takenIs({entry.id, change ? change->sequence : taken_.sequence});
     if (target_.sequence != 0 && taken_ == target_) return beginApplying();
   }
-  if (entries.empty()) beginApplying();
+  if (!entries.empty()) return;
+  whole_ ? beginApplying()
+         : lack("there is none, and the changes do not lead on from what it holds");
 }
 
 void StreamFollower::takeNews(const std::vector<StreamEntry>& entries) {
@@ -151,7 +180,7 @@ void StreamFollower::takeNews(const std::vector<StreamEntry>& entries) {
       break;
     }
     taken_ = {entry.id, change ? change->sequence : taken_.sequence};
-    queue_.push_back({change ? std::move(change->lines) : "", entry.id, taken_});
+    enqueue(change ? std::move(change->lines) : "", entry.id, taken_);
   }
   if (reload_ && queue_.empty()) beginLoad({});
 }
@@ -160,10 +189,12 @@ void StreamFollower::lack(const std::string& why) {
   // It is told once; what follows is in each report.
   if (!std::exchange(wantsSnapshot_, true)) warn_("a snapshot is wanted: " + why);
   phase_ = Phase::lacking;
+  wait_ = pause_;
+  pause_ = std::min(2 * pause_, pauseMost);
 }
 
 void StreamFollower::retry() {
-  if (phase_ == Phase::lacking) beginLoad(target_);
+  if (wait_ > 0) --wait_;
   if (!(saved_ == position_) && idle()) save();
 }
 
@@ -172,7 +203,7 @@ std::optional<Change> StreamFollower::read(const StreamEntry& entry) {
   try {
     return changeOf(entry);
   } catch (const std::exception& error) {
-    invalid(entry.id, 0, error.what());
+    readInvalid(entry.id, 0, error.what());
     return std::nullopt;
   }
 }
@@ -191,7 +222,7 @@ void StreamFollower::fold(const EntryId& entry, const std::string& lines) {
         desired_[name] = {++announcements_, std::string(line)};
       }
     } catch (const std::exception& error) {
-      invalid(entry, number, error.what());
+      readInvalid(entry, number, error.what());
     }
   });
 }
@@ -199,15 +230,28 @@ void StreamFollower::fold(const EntryId& entry, const std::string& lines) {
 void StreamFollower::beginApplying() {
   phase_ = Phase::applying;
   wantsSnapshot_ = false;
+  pause_ = 1;
   std::vector<Last*> all;
   all.reserve(desired_.size());
   for (auto& [name, last] : desired_) all.push_back(&last);
   std::sort(all.begin(), all.end(),
             [](const Last* a, const Last* b) { return a->number < b->number; });
-  for (std::size_t number = 0; number < all.size(); ++number) {
-    if (number % partLines == 0) queue_.push_back({"", taken_.id, std::nullopt});
-    (queue_.back().lines += std::exchange(all[number]->line, {})) += '\n';
+  for (std::size_t begin = 0; begin < all.size(); begin += partLines) {
+    std::string lines;
+    const std::size_t end = std::min(begin + partLines, all.size());
+    for (std::size_t at = begin; at < end; ++at) {
+      (lines += std::exchange(all[at]->line, {})) += '\n';
+    }
+    enqueue(std::move(lines), taken_.id, std::nullopt);
   }
+}
+
+void StreamFollower::enqueue(std::string lines, const EntryId& entry,
+                             std::optional<StreamPosition> after) {
+  U64 count = 0;
+  forEachLine(lines, [&](std::string_view, U64, std::size_t) { ++count; });
+  queued_ += count;
+  queue_.push_back({std::move(lines), count, entry, after});
 }
 
 void StreamFollower::work() {
@@ -220,6 +264,8 @@ void StreamFollower::workOnQueue() {
   if (!queue_.empty()) {
     apply(queue_.front());
     if (queue_.front().after) position_ = *queue_.front().after;
+    lines_ += queue_.front().count;
+    queued_ -= queue_.front().count;
     queue_.pop_front();
     if (!queue_.empty()) return;
   }
@@ -240,6 +286,7 @@ void StreamFollower::endLoad() {
   agent_.settle();
   desired_.clear();
   position_ = taken_;
+  traced_ = true;
   phase_ = Phase::following;
   ++loads_;
 }
@@ -265,12 +312,13 @@ void StreamFollower::apply(const Part& part) {
       act();
     } catch (const std::exception& error) {
       invalid(part.entry, runner.lineNumber(), error.what());
+      if (part.after)
+        invalidTold_[2] = std::max(invalidTold_[2], {part.entry, runner.lineNumber()});
     }
   };
   std::string text = part.lines;
   text.append(EventReader::padding, ' ');
   forEachLine(text, [&](std::string_view line, U64 number, std::size_t behind) {
-    ++lines_;
     attempt([&] { runner.takeLine(line, behind, number); });
   });
   attempt([&] { runner.flush(); });
@@ -286,6 +334,23 @@ void StreamFollower::save() {
   } catch (const std::exception& error) {
     if (!std::exchange(warned_, true)) warn_(error.what());
   }
+}
+
+bool StreamFollower::holdsEntries() const {
+  const auto tables = agent_.announced();
+  return std::any_of(tables.begin(), tables.end(), [this](const TableAdapter* table) {
+    return !ownerOf(*table) && table->entries() + table->unclaimed() > 0;
+  });
+}
+
+/// What is read again was told before.
+void StreamFollower::readInvalid(const EntryId& entry, U64 line, const std::string& why) {
+  const std::size_t kind = phase_ == Phase::snapshot ? 1 : 2;
+  auto& told = invalidTold_[line == 0 ? 0 : kind];
+  const std::pair place(entry, line);
+  if (place <= told) return;
+  told = place;
+  invalid(entry, line, why);
 }
 
 void StreamFollower::invalid(const EntryId& entry, U64 line, const std::string& why) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <deque>
 #include <functional>
 #include <optional>
@@ -30,6 +31,9 @@ struct StreamSettings {
 /// where that one is not to be found: the last word on each key is announced, and what nobody
 /// announced goes. From there on changes are applied line by line. The position moves when
 /// registers have what a change says, and is kept in a file.
+///
+/// Streams that are not there take nothing from a switch: without a snapshot, changes count only
+/// where they lead on from what the switch holds.
 ///
 /// Whoever owns it reads what reading() asks for, and hands it to take().
 class StreamFollower final : public WatchListener {
@@ -64,6 +68,10 @@ class StreamFollower final : public WatchListener {
   void retry();
 
   const StreamPosition& position() const { return position_; }
+  /// Lines that were applied so far, and with them those that were read to be applied.
+  U64 carriedOut() const { return lines_; }
+  U64 queuedSoFar() const { return lines_ + queued_; }
+  U64 queued() const { return queued_; }
   /// How it does, for those who see many: the object of docs/fleet.md.
   VelaAgent::Json report() const;
   const StreamSettings& settings() const { return settings_; }
@@ -87,11 +95,12 @@ class StreamFollower final : public WatchListener {
     changes,    ///< what came since,
     applying,   ///< and both applied.
     following,  ///< Changes are applied as they come.
-    lacking,    ///< What is there does not say what is desired; it is to be read again.
+    lacking,    ///< What is there does not say what is desired: another snapshot is waited for.
   };
   /// Lines to apply together.
   struct Part {
     std::string lines;
+    U64 count;                            ///< How many they are.
     EntryId entry;                        ///< Where they stand.
     std::optional<StreamPosition> after;  ///< Where the switch is once they are applied.
   };
@@ -106,9 +115,12 @@ class StreamFollower final : public WatchListener {
   void snapshotRead(const StreamPosition& at);
   void takeChanges(const std::vector<StreamEntry>& entries);
   void takeNews(const std::vector<StreamEntry>& entries);
+  void takenIs(const StreamPosition& taken);
+  bool holdsEntries() const;
   void lack(const std::string& why);
   std::optional<Change> read(const StreamEntry& entry);
   void workOnQueue();
+  void enqueue(std::string lines, const EntryId& entry, std::optional<StreamPosition> after);
   void fold(const EntryId& entry, const std::string& lines);
   void beginApplying();
   void endLoad();
@@ -116,6 +128,7 @@ class StreamFollower final : public WatchListener {
   void apply(const Part& part);
   void save();
   void invalid(const EntryId& entry, U64 line, const std::string& why);
+  void readInvalid(const EntryId& entry, U64 line, const std::string& why);
 
   VelaAgent::Agent& agent_;
   StreamSettings settings_;
@@ -124,20 +137,29 @@ class StreamFollower final : public WatchListener {
   bool rebuilt_;  ///< Nobody said yet what of the switch's rows is desired.
   Phase phase_ = Phase::snapshot;
   StreamPosition target_;    ///< How far a load reads; nothing for to the end.
-  StreamPosition position_;  ///< What registers have,
+  StreamPosition position_;  ///< What registers have; the file's until a load is over,
   StreamPosition saved_;     ///< what the file has of it,
   StreamPosition taken_;     ///< and what was read.
   EntryId read_;             ///< The last entry of a snapshot that was read, and how many
   U64 parts_ = 0;            ///< came so far.
+  EntryId seen_;             ///< The last one of any snapshot.
+  EntryId replaced_;         ///< The end of a snapshot that did not fit what was read before it.
+  bool traced_;              ///< What the switch holds is what changes up to the position say.
+  bool whole_ = false;       ///< What was read for a load says all that is desired.
+  U64 wait_ = 0;             ///< Calls of retry() until all is read again,
+  U64 pause_ = 1;            ///< and how many it will be the next time.
   bool connected_ = false;
   bool unconfirmed_ = true;  ///< The stream may have lost the position.
   bool reload_ = false;      ///< When the queue is empty, all is to be read anew.
   std::unordered_map<std::string, Last> desired_;  ///< While it is loaded, by table and key.
   U64 announcements_ = 0;                          ///< That were read for it.
   std::deque<Part> queue_;
+  U64 queued_ = 0;  ///< Lines in it.
   U64 loads_ = 0;
   U64 lines_ = 0;
   U64 invalid_ = 0;
+  /// Up to where, in entries, lines of snapshots and lines of changes, what is invalid was told.
+  std::array<std::pair<EntryId, U64>, 3> invalidTold_;
   bool wantsSnapshot_ = false;
   bool warned_ = false;  ///< That the position could not be kept.
   const Scrubber* scrubber_ = nullptr;

@@ -82,11 +82,9 @@ struct Site {
   }
   void step(Random& random) {
     if (!follower->idle()) return follower->work();
-    if (const auto reading = follower->reading()) {
-      follower->take(engine.read(*reading, 1 + random.below(5)));
-    } else {
-      follower->retry();
-    }
+    const auto reading = follower->reading();
+    follower->take(engine.read(*reading, 1 + random.below(5)));
+    if (reading->news) follower->retry();
   }
   /// Until there is no news.
   void settle(Random& random) {
@@ -183,6 +181,7 @@ TEST(StreamFollower, SwitchIsAsDesiredWhateverDies) {
   Site site;
   Random random;
   Controller controller(random);
+  site.engine.publishSnapshot({}, false);
   for (int round = 0; round < (VelaTest::sanitized ? 12 : 60); ++round) {
     Engine before = site.engine;
     const auto desired = controller.desired;
@@ -236,14 +235,53 @@ TEST(StreamFollower, WhatTheStreamDroppedIsAskedFor) {
   site.engine.change(controller.lines());
   site.engine.change(controller.lines());
   site.engine.changes.erase(std::prev(site.engine.changes.end(), 2));
+  const U64 invalid = site.follower->report()["invalid"];
+  site.engine.publishSnapshot({"no event"}, false);
+  site.engine.snapshot.erase(std::prev(site.engine.snapshot.end()));
   const auto held = site.held();
   for (int steps = 0; steps < 100; ++steps) site.step(random);
+  EXPECT_EQ(site.follower->report()["invalid"], invalid + 1)
+      << "a line is counted as often as it is read";
   EXPECT_TRUE(site.follower->report()["wantsSnapshot"]);
   EXPECT_EQ(site.held(), held) << "a gap was passed over";
   site.engine.publishSnapshot(controller.snapshot(), true);
   site.settle(random);
   EXPECT_FALSE(site.follower->report()["wantsSnapshot"]);
   EXPECT_EQ(site.held(), controller.model());
+}
+
+TEST(StreamFollower, SwitchIsNotEmptiedByStreamsThatAreGone) {
+  const std::string line = R"({"op":"set","table":"HashTest","key":1,"result":2})";
+  const std::string other = R"({"op":"set","table":"AclIndirectCounterHash","key":9,"result":2})";
+  Random random;
+  for (const bool hasPosition : {true, false}) {
+    for (const bool restarts : {true, false}) {
+      if (!hasPosition && !restarts) continue;
+      Site site;
+      site.engine.change(line);
+      site.settle(random);
+      const auto held = site.held();
+      const auto stays = [&] {
+        for (int steps = 0; steps < 100; ++steps) site.step(random);
+        EXPECT_TRUE(site.follower->report()["wantsSnapshot"]);
+        EXPECT_EQ(site.held(), held);
+      };
+      site.engine = {{}, {}, site.engine.clock, 0};
+      if (!hasPosition) std::filesystem::remove(site.file);
+      restarts ? site.start() : site.follower->connected();
+      stays();
+      // A controller that goes on does not say what else is desired, however often it is asked.
+      site.engine.change(other);
+      site.engine.change(other);
+      stays();
+      site.start();
+      stays();
+      site.engine.publishSnapshot({}, true);
+      site.settle(random);
+      EXPECT_THAT(site.held(), testing::IsEmpty());
+      EXPECT_FALSE(site.follower->report()["wantsSnapshot"]);
+    }
+  }
 }
 
 TEST(StreamFollower, LinesBehindThePositionAreAppliedOneByOne) {
@@ -283,6 +321,34 @@ TEST(StreamFollower, RoutesOfOthersStay) {
   }
 }
 
+TEST(StreamFollower, WatchTellsOfItsRoutes) {
+  Site site;
+  Random random;
+  Controller controller(random);
+  RouteService routes(*site.agent, {}, [](U32) { return std::string(); });
+  Watch watch(*site.agent, routes);
+  WatchQueue queue(watch, std::size_t{1} << 24);
+  for (int count = 0; count < 40; ++count) site.engine.change(controller.lines());
+  site.settle(random);
+  std::map<Json, std::string> told;
+  std::istringstream lines(queue.take());
+  for (std::string line; std::getline(lines, line);) {
+    const Json event = Json::parse(line);
+    if (event["table"] != "Route") continue;
+    std::string& status = told.try_emplace(event["key"], "notProgrammed").first->second;
+    EXPECT_NE(status, event["status"]) << line;
+    status = event["status"];
+  }
+  std::erase_if(told, [](const auto& each) { return each.second == "notProgrammed"; });
+  std::map<Json, std::string> expected;
+  const auto& table = site.agent->table("Route", 0);
+  table.typed().forEachEntry([&](VelaAgent::AnyRef key, VelaAgent::AnyRef) {
+    expected[table.keyToJson(key)] = VelaSwitchApi::nameOf(table.typed().status(key));
+  });
+  EXPECT_FALSE(expected.empty());
+  EXPECT_EQ(told, expected);
+}
+
 TEST(StreamFollower, LinesForTheStatusesAreBoundedAndStayUntilSent) {
   Site site;
   for (int number = 0; number < 10000; ++number) site.follower->tell(std::to_string(number));
@@ -301,9 +367,9 @@ TEST(PositionFile, IsOfOneSwitch) {
   const StreamPosition at{{1700000000000, 7}, 42};
   PositionFile(path, "one").write(at);
   EXPECT_EQ(PositionFile(path, "one").read(), at);
-  EXPECT_EQ(PositionFile(path, "two").read(), StreamPosition());
+  EXPECT_EQ(PositionFile(path, "two").read(), std::nullopt);
   std::filesystem::resize_file(path, 20);
-  EXPECT_EQ(PositionFile(path, "one").read(), StreamPosition());
+  EXPECT_EQ(PositionFile(path, "one").read(), std::nullopt);
   std::filesystem::remove(path);
 }
 

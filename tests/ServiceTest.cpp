@@ -1089,7 +1089,8 @@ TEST(Configuration, EachMistakeHasALine) {
           "fpm":{"listen":"10.0.0.1:2620","quiet":-1},"queue":0,
           "metrics":{"listen":"10.0.0.1:9109","anywhere":1},"log":"loud","hits":-1,
           "scrub":{"rows":100001,"repair":0},
-          "thresholds":{"high":101,"tables":{"L3Lag":{"high":70},"L3Lug":{},"Lpm26":{"low":8.5}}}})",
+          "thresholds":{"high":101,"tables":{"L3Lag":{"high":70},"L3Lug":{},"Lpm26":{"low":8.5},
+          "Lpm20":{"low":4294967346}}}})",
       mistakes);
   EXPECT_THAT(mistakes,
               testing::UnorderedElementsAre(
@@ -1107,7 +1108,13 @@ TEST(Configuration, EachMistakeHasALine) {
                   "thresholds.tables.L3Lag: low is to be below high, not 70 and 70",
                   "thresholds.tables.L3Lug: unknown field (did you mean L3Lag?)",
                   "thresholds.tables.Lpm26.low: is to be a percentage, 0 to 100",
+                  "thresholds.tables.Lpm20.low: is to be a percentage, 0 to 100",
                   "device: is missing", "control: is missing"));
+  mistakes.clear();
+  readConfiguration(R"({"profile":5,"device":"d","interfaces":{"eth1":48},"queue":0})", mistakes);
+  EXPECT_THAT(mistakes, testing::UnorderedElementsAre(
+                            "profile: is to be a text", "queue: is to be 1 or more",
+                            "control: is missing", testing::StartsWith("tables: names no table")));
 }
 
 }  // namespace

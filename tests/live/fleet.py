@@ -18,10 +18,13 @@ import time
 
 SWITCHES = 40
 CHAOS_SECONDS = float(os.environ.get("CHAOS_SECONDS", "45"))
-PORT = 16379
+with socket.create_server(("127.0.0.1", 0)) as free:
+    PORT = free.getsockname()[1]
 URL = f"redis://127.0.0.1:{PORT}"
-DELAY_SECONDS = 4        # so long after a change was applied `fleet` tells of it
-LAG_SECONDS = 15         # so long after the last change all of them are applied
+DELAY_SECONDS = 6        # so long after a change was applied `fleet` tells of it
+AGE_SECONDS = 20         # no report is older
+LAG_SECONDS = 60         # so long after the last change all of them are applied
+LAG_CHANGES = 300        # so many at most wait while nothing disturbs
 MEGABYTES = 64           # of a daemon
 STATUS_ENTRIES = 300     # that the streams of statuses keep, about
 FILL_LINES = 10000       # of each switch, for the rate
@@ -146,6 +149,7 @@ class Switch:
         self.model = Model()
         self.publisher = None
         self.process = None
+        self.has_snapshot = False
         self.seen = 0     # the sequence that the daemon said last,
         self.since = 0.0  # and when it was started
         with open(f"{self.path}.json", "w") as out:
@@ -207,6 +211,7 @@ class Switch:
         self.close()
         lines = "".join(json.dumps(event) + "\n" for event in self.model.entries.values())
         subprocess.run(self.command("--snapshot=empty"), input=lines, check=True, text=True, stdout=subprocess.DEVNULL)
+        self.has_snapshot = True
         self.open()
 
 
@@ -223,29 +228,59 @@ class Watcher:
 
     def __init__(self):
         self.before = []
-        self.disturbed = 0.0
+        self.disturbed = None  # when something was disturbed that not all have got over
+        self.calm = 0.0        # since when all are connected
         self.compared = 0
+        self.whole = 0
         self.lag = 0
+
+    def disturb(self):
+        self.disturbed = time.time()
+
+    def all_connected(self, switches):
+        # What is cut is noticed within a read.
+        if self.disturbed is None:
+            return True
+        if time.time() - self.disturbed < 2 or not all((switch.stream() or {}).get("connected")
+                                                       for switch in switches.values()):
+            return False
+        self.disturbed = None
+        self.calm = time.time()
+        return True
 
     def look(self, switches):
         now = time.time()
+        if not self.all_connected(switches):
+            self.before = []
+            return
         view = fleet()
-        for then, name, since, sequence in self.before:
+        if view is None:
+            raise SystemExit("fleet fails while all are connected")
+        for then, name, since, before in self.before:
             switch = switches[name]
-            if view is None or now - then < DELAY_SECONDS or self.disturbed > then or switch.since != since:
+            if now - then < DELAY_SECONDS or self.calm > then or switch.since != since:
                 continue
             line = view[name]
-            if line["sequence"] < sequence:
+            if line["sequence"] < before["sequence"]:
                 raise SystemExit(f"fleet tells of {line['sequence']} of {name}, which {now - then:.1f} s ago "
-                                 f"was at {sequence}")
+                                 f"was at {before['sequence']}")
             self.compared += 1
-        if view:
-            self.lag = max([self.lag] + [line["lag"] for line in view.values()])
+            # What did not change since is told as it is.
+            status = switch.stream()
+            if status == before:
+                told = {field: line[field] for field in status if field != "connected"}
+                told["connected"] = True
+                assert told == status and line["age"] < AGE_SECONDS, (line, status)
+                self.whole += 1
+        if now - self.calm > DELAY_SECONDS:
+            quiet = [line["lag"] for name, line in view.items() if now - switches[name].since > DELAY_SECONDS]
+            self.lag = max([self.lag, *quiet])
+            assert self.lag < LAG_CHANGES, view
         self.before = [each for each in self.before if now - each[0] < 2 * DELAY_SECONDS]
         for name in rng.sample(sorted(switches), 8):
             status = switches[name].stream()
             if status:
-                self.before.append((time.time(), name, switches[name].since, status["sequence"]))
+                self.before.append((time.time(), name, switches[name].since, status))
 
 
 def until(what, seconds, done):
@@ -261,7 +296,7 @@ def all_applied(server, switches):
     def applied(switch):
         last = server.ask("XREVRANGE", f"vela:{{{switch.name}}}:changes", "+", "-", "COUNT", 1)
         status = switch.stream()
-        return status and last and status["position"] == last[0][0]
+        return status and status["loads"] > 0 and last and status["position"] == last[0][0]
     return lambda: all(applied(switch) for switch in switches.values())
 
 
@@ -273,7 +308,8 @@ def chaos(server, switches):
     def kill_daemons():
         for switch in rng.sample(list(switches.values()), 3):
             switch.kill()
-            if rng.random() < 0.3:
+            # Without a position a snapshot is needed.
+            if switch.has_snapshot and rng.random() < 0.5:
                 pathlib.Path(f"{switch.path}.switch.position").unlink(missing_ok=True)
                 counts["positions lost"] += 1
             switch.start()
@@ -283,12 +319,12 @@ def chaos(server, switches):
         server.kill()
         time.sleep(rng.random())
         server.start()
-        watcher.disturbed = time.time() + 6  # daemons wait up to that long before they connect again
+        watcher.disturb()
         counts["server killed"] += 1
 
     def cut():
         server.ask("CLIENT", "KILL", "TYPE", "normal", "SKIPME", "yes")
-        watcher.disturbed = time.time() + 6
+        watcher.disturb()
         counts["connections cut"] += 1
 
     def snapshot():
@@ -298,7 +334,11 @@ def chaos(server, switches):
     end = time.time() + CHAOS_SECONDS
     calm = time.time() + 5
     while time.time() < end:
-        for switch in rng.sample(list(switches.values()), 10):
+        # Some are left alone for a while.
+        busy = list(switches.values())
+        rest = int(time.time()) // 10 % 2 * (SWITCHES // 2)
+        del busy[rest:rest + SWITCHES // 2]
+        for switch in rng.sample(busy, 10):
             events = [switch.model.change() for _ in range(rng.randrange(1, 20))]
             counts["changes"] += len(events)
             switch.tell(events)
@@ -307,12 +347,13 @@ def chaos(server, switches):
         # Between what disturbs all there is time to compare.
         if time.time() > calm:
             (cut if counts["server killed"] > counts["connections cut"] else kill_server)()
-            calm = time.time() + 12
+            calm = time.time() + 15
         watcher.look(switches)
         time.sleep(0.05)
     print("    " + ", ".join(f"{count} {what}" for what, count in counts.items()))
-    print(f"    {watcher.compared} comparisons of fleet with what daemons said, {watcher.lag} the largest lag")
-    assert watcher.compared > 0 and min(counts.values()) > 0, "nothing was tried"
+    print(f"    {watcher.compared} comparisons of fleet with what daemons said, {watcher.whole} of all figures, "
+          f"{watcher.lag} the largest lag")
+    assert watcher.compared > 0 and watcher.whole > 0 and min(counts.values()) > 0, "nothing was tried"
 
 
 def check(server, switches):
@@ -335,7 +376,7 @@ def check(server, switches):
         assert status.pop("connected")
         told = {field: view[name][field] for field in status}
         assert told == status, (name, told, status)
-        assert view[name]["lag"] == 0 and view[name]["age"] < 12, view[name]
+        assert view[name]["lag"] == 0 and view[name]["age"] < AGE_SECONDS, view[name]
         length = server.ask("XLEN", f"vela:{{{name}}}:status")
         assert length < STATUS_ENTRIES + 200, (name, length)
         with open(f"/proc/{switch.process.pid}/status") as lines:
@@ -361,7 +402,7 @@ def two_controllers(server, switch):
                    stdout=subprocess.DEVNULL)
     switch.tell([json.loads(line)])
     switch.publisher.stdin.close()
-    assert switch.publisher.wait(10) == 2, "who was taken over goes on"
+    assert switch.publisher.wait(60) == 2, "who was taken over goes on"
     print("    a second controller is refused, and so is one that was taken over")
 
 
@@ -374,9 +415,37 @@ def happenings(server, switch):
         return {(line["event"], line["table"]) for line in map(json.loads, lines) if "event" in line}
     before = fleet()[switch.name]["findings"]
     switch.ask(request="run", events=[{"op": "corrupt", "table": "L3Lag", "key": 5, "bit": 2}])
-    until("finding a flipped bit", 15, lambda: fleet()[switch.name]["findings"] > before)
-    until("telling of it", 15, lambda: {("finding", "L3Lag"), ("threshold", "HashTest")} <= told())
+    until("finding a flipped bit", 60, lambda: fleet()[switch.name]["findings"] > before)
+    until("telling of it", 60, lambda: {("finding", "L3Lag"), ("threshold", "HashTest")} <= told())
     print("    a flipped bit and a full table are told of")
+
+
+def emptied(server, switch):
+    """A switch whose streams are gone stays as it is until a snapshot says what is desired."""
+    def wants():
+        status = switch.stream()
+        return status and status["connected"] and status["wantsSnapshot"]
+    held = switch.ask(request="decode")
+    assert held, "there is nothing to lose"
+    switch.close()
+    server.ask("DEL", *(f"vela:{{{switch.name}}}:{stream}" for stream in ("changes", "snapshot", "status")))
+    server.ask("CLIENT", "KILL", "TYPE", "normal", "SKIPME", "yes")
+    until("asking for a snapshot", 30, wants)
+    switch.kill()
+    switch.start()
+    until("asking for a snapshot after a restart", 30, wants)
+    until("reporting it", 30, lambda: fleet().get(switch.name, {}).get("wantsSnapshot"))
+    switch.open()
+    switch.tell([switch.model.change()])
+    time.sleep(3)
+    assert wants() and switch.ask(request="decode") == held, "it is not as it was"
+    switch.publish_snapshot()
+    switch.close()
+    until("taking the snapshot", 30, all_applied(server, {switch.name: switch}))
+    wrong = switch.model.wrong(switch.ask(request="decode"), switch.stream()["refused"])
+    assert not wrong and not switch.stream()["wantsSnapshot"], wrong
+    switch.open()
+    print("    a switch whose streams are gone stays as it is, and a snapshot brings it on")
 
 
 def rate(server, switches):
@@ -395,7 +464,7 @@ def rate(server, switches):
         publishers.append(publisher)
     for publisher in publishers:
         assert publisher.wait() == 0
-    until("applying what was published at once", 60, all_applied(server, switches))
+    until("applying what was published at once", 300, all_applied(server, switches))
     seconds = time.time() - begin
     count = FILL_LINES * len(switches)
     entries = sum(switch.stream()["sequence"] for switch in switches.values()) - sum(statuses)
@@ -422,6 +491,8 @@ def main():
             switches[switch.name] = switch
             switch.start()
             switch.open()
+            if number % 2:
+                switch.publish_snapshot()
         until("starting", 60, lambda: all(switch.stream() for switch in switches.values()))
         print(f"  {SWITCHES} daemons, and changes at random for {CHAOS_SECONDS:.0f} s")
         chaos(server, switches)
@@ -429,6 +500,8 @@ def main():
         print("  two controllers")
         two_controllers(server, switches["leaf-0"])
         happenings(server, switches["leaf-0"])
+        print("  streams that are gone")
+        emptied(server, switches["leaf-1"])
         print("  as many changes as there may be")
         rate(server, switches)
         memory = re.search(r"used_memory:(\d+)", server.ask("INFO", "memory"))[1]

@@ -53,7 +53,10 @@ Daemon::Daemon(const VelaService::ConfigurationFile& file)
                       [](const std::string& text) { log(Level::warning, "stream: " + text); });
     follower_->scrubberIs(&upkeep_->scrubber());
     watch_->listenerIs(&*follower_);
-    stream_.emplace(loop_, *follower_, [this] { workIfNeeded(); });
+    stream_.emplace(loop_, *follower_, [this] {
+      streamDelays_.asked(follower_->queuedSoFar(), Clock::now());
+      workIfNeeded();
+    });
   }
   control_.emplace(agent_, *routes_, *times_, *watch_, *upkeep_, follower_ ? &*follower_ : nullptr);
   log(Level::info, std::string(restart ? "restart: " : "start: ") + "the switch holds " +
@@ -104,9 +107,12 @@ void Daemon::work() {
     follower_->work();
     if (follower_->idle()) stream_->worked();
   }
-  delays_.done(routes_->carriedOut(), Clock::now(), [this](U64 changes, Clock::duration delay) {
+  const auto now = Clock::now();
+  const auto tell = [this](U64 changes, Clock::duration delay) {
     if (metrics_) metrics_->carriedOut(changes, std::chrono::duration<double>(delay).count());
-  });
+  };
+  delays_.done(routes_->carriedOut(), now, tell);
+  if (follower_) streamDelays_.done(follower_->carriedOut(), now, tell);
   // What is tried again.
   delays_.unasked(routes_->queuedSoFar());
   if (idle()) uv_idle_stop(&working_);
@@ -116,6 +122,7 @@ void Daemon::tick() {
   sd_notify(0, "WATCHDOG=1");
   if (metrics_ && ++ticks_ % ticksPerCollection == 0) {
     metrics_->collect(agent_, *routes_, *upkeep_);
+    metrics_->queueLengthIs(routes_->queued() + (follower_ ? follower_->queued() : 0));
     if (follower_) metrics_->collect(*follower_);
   }
   const auto now = Clock::now();

@@ -57,7 +57,8 @@ class Daemon {
   std::optional<Metrics> metrics_;
   std::optional<PageServer> page_;
   unsigned ticks_ = 0;
-  VelaService::Delays delays_;
+  VelaService::Delays delays_;        ///< Of changes from sources of routes,
+  VelaService::Delays streamDelays_;  ///< and from the stream.
 };
 
 }  // namespace Velad

@@ -59,7 +59,6 @@ void Metrics::collect(const VelaAgent::Agent& agent, const VelaService::RouteSer
   gauge("velad_routes", about, {{"state", "wanted"}}, number(figures.wanted));
   gauge("velad_routes", about, {{"state", "programmed"}}, number(figures.programmed));
   gauge("velad_routes", about, {{"state", "waiting"}}, number(figures.waiting));
-  gauge("velad_queue_length", "Changes that wait to be carried out", {}, number(routes.queued()));
   for (std::size_t reason = 1; reason < VelaService::refusals; ++reason) {
     gauge("velad_routes_refused", "Routes that cannot be had, by reason",
           {{"reason", nameOf(static_cast<Refusal>(reason))}}, number(figures.refused[reason]));

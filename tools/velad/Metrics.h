@@ -20,6 +20,11 @@ class Metrics {
   void collect(const VelaAgent::Agent& agent, const VelaService::RouteService& routes,
                const VelaService::Upkeep& upkeep);
   void collect(const VelaService::StreamFollower& stream);
+  /// Of all sources together.
+  void queueLengthIs(U64 changes) {
+    gauge("velad_queue_length", "Changes that wait to be carried out", {},
+          static_cast<double>(changes));
+  }
   /// So many changes were carried out, so long after the message that asked for them came.
   void carriedOut(U64 changes, double seconds);
 

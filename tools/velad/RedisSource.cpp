@@ -1,6 +1,9 @@
 #include "RedisSource.h"
 
+#include <netdb.h>
+
 #include <algorithm>
+#include <array>
 #include <random>
 #include <utility>
 
@@ -33,6 +36,17 @@ milliseconds pauseAfter(unsigned failures) {
   return milliseconds(most / 2 + random() % (most / 2));
 }
 
+/// One of the addresses of a name, another at each attempt.
+std::string addressText(const addrinfo* addresses, unsigned attempt) {
+  std::vector<const addrinfo*> all;
+  for (const addrinfo* each = addresses; each; each = each->ai_next) all.push_back(each);
+  const addrinfo* chosen = all[attempt % all.size()];
+  std::array<char, NI_MAXHOST> text{};
+  getnameinfo(chosen->ai_addr, chosen->ai_addrlen, text.data(), text.size(), nullptr, 0,
+              NI_NUMERICHOST);
+  return text.data();
+}
+
 }  // namespace
 
 RedisSource::RedisSource(Loop& loop, StreamFollower& follower, std::function<void()> heard)
@@ -45,14 +59,40 @@ RedisSource::RedisSource(Loop& loop, StreamFollower& follower, std::function<voi
       authentication_(VelaRedis::authentication(follower.settings().credentials)) {}
 
 RedisSource::~RedisSource() {
+  if (lookup_) {
+    lookup_->source = nullptr;
+    uv_cancel(reinterpret_cast<uv_req_t*>(&lookup_->request));
+  }
   if (!context_) return;
   context_->data = nullptr;
   redisAsyncFree(context_);
 }
 
-void RedisSource::connect() {
+/// The client library would look a name up in this thread.
+void RedisSource::resolve() {
+  addrinfo hints{};
+  hints.ai_socktype = SOCK_STREAM;
+  lookup_ = new Lookup{{}, this};
+  lookup_->request.data = lookup_;
+  const auto found = [](uv_getaddrinfo_t* request, int status, addrinfo* addresses) {
+    const std::unique_ptr<addrinfo, void (*)(addrinfo*)> all(addresses, uv_freeaddrinfo);
+    const std::unique_ptr<Lookup> done(static_cast<Lookup*>(request->data));
+    RedisSource* source = done->source;
+    if (!source) return;
+    source->lookup_ = nullptr;
+    if (status < 0) return source->lost(source->address_.host + ": " + uv_strerror(status));
+    source->connect(addressText(addresses, source->failures_));
+  };
+  const int result =
+      uv_getaddrinfo(loop_.get(), &lookup_->request, found, address_.host.c_str(), nullptr, &hints);
+  if (result >= 0) return;
+  delete std::exchange(lookup_, nullptr);
+  lost(address_.host + ": " + uv_strerror(result));
+}
+
+void RedisSource::connect(const std::string& host) {
   last_ = Clock::now();
-  context_ = redisAsyncConnect(address_.host.c_str(), address_.port);
+  context_ = redisAsyncConnect(host.c_str(), address_.port);
   if (!context_) return lost("no memory");
   context_->data = this;
   if (context_->err != 0) return drop(context_->errstr);
@@ -181,8 +221,9 @@ void RedisSource::drop(const std::string& why, Level level) {
 }
 
 void RedisSource::tick(Clock::time_point now) {
+  if (lookup_) return;
   if (!context_) {
-    if (now >= next_) connect();
+    if (now >= next_) resolve();
     return;
   }
   if ((!connected_ || awaited_ > 0) && now - last_ > silenceMost) return drop("no answer");

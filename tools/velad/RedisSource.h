@@ -32,8 +32,14 @@ class RedisSource {
 
  private:
   using Replied = std::function<void(const redisReply&)>;
+  /// A look-up of a name, which outlives a source that goes meanwhile.
+  struct Lookup {
+    uv_getaddrinfo_t request;
+    RedisSource* source;
+  };
 
-  void connect();
+  void resolve();
+  void connect(const std::string& host);
   void established();
   void read();
   void entriesCame(const redisReply& reply);
@@ -50,6 +56,7 @@ class RedisSource {
   VelaRedis::Address home_;     ///< Where it is told to connect,
   VelaRedis::Address address_;  ///< and where the streams are.
   VelaRedis::Command authentication_;
+  Lookup* lookup_ = nullptr;
   redisAsyncContext* context_ = nullptr;
   bool connected_ = false;
   bool reading_ = false;

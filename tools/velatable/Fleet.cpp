@@ -40,16 +40,33 @@ std::optional<StreamEntry> lastOf(RedisConnection& server, const std::string& st
   return entries.empty() ? std::nullopt : std::optional(entries.front());
 }
 
+/// The report in an entry, with its figures checked: others than switches may write there.
+Json reportOf(const StreamEntry& status) {
+  Json report = VelaAgent::jsonFromText(status.fields.at("report"));
+  if (!report.is_object()) throw InputException("a report that is no JSON object");
+  const auto check = [&](const char* name, bool good) {
+    if (!good) throw InputException(std::string("a report with a wrong \"") + name + "\"");
+  };
+  check("position", report.value("position", Json()).is_string());
+  check("sequence", report.value("sequence", Json()).is_number_unsigned());
+  for (const char* name : {"refused", "findings", "invalid"}) {
+    check(name, report.value(name, Json(0U)).is_number_unsigned());
+  }
+  check("wantsSnapshot", report.value("wantsSnapshot", Json(false)).is_boolean());
+  return report;
+}
+
 /// What a switch said last, and how far its stream is ahead of it.
 Json switchLine(RedisConnection& server, const std::string& name, U64 now) {
   const auto streams = VelaService::streamNames(name);
   const auto status = lastOf(server, streams.status);
   const auto change = lastOf(server, streams.changes);
-  Json line = {{"switch", name}, {"position", nullptr}, {"sequence", 0}, {"age", nullptr}};
+  Json line = {{"switch", name}, {"position", nullptr}, {"sequence", 0U}, {"age", nullptr}};
   if (status && status->fields.contains("report")) {
-    line.update(VelaAgent::jsonFromText(status->fields.at("report")));
+    line.update(reportOf(*status));
     line["age"] = static_cast<double>(now - std::min(now, status->id.milliseconds)) / 1000;
   }
+  line["switch"] = name;
   const U64 desired = change ? VelaService::changeOf(*change).sequence : 0;
   const U64 applied = line["sequence"].get<U64>();
   line["lag"] = desired - std::min(desired, applied);

@@ -1,5 +1,8 @@
 #include "RedisConnection.h"
 
+#include <algorithm>
+#include <array>
+
 namespace VelaTool {
 
 using VelaAgent::InputException;
@@ -11,15 +14,25 @@ namespace {
 constexpr timeval answerMost{5, 0};
 constexpr int redirectionsMost = 5;
 
+/// Whether a server refuses for now alone: it reads what it had saved, or another takes its place.
+bool isPassing(const std::string& error) {
+  constexpr std::array<std::string_view, 6> passing{"LOADING ",  "READONLY ",   "CLUSTERDOWN ",
+                                                    "TRYAGAIN ", "MASTERDOWN ", "ASK "};
+  return std::any_of(passing.begin(), passing.end(),
+                     [&](std::string_view each) { return error.starts_with(each); });
+}
+
 }  // namespace
 
 RedisConnection::RedisConnection(std::string url, const std::string& credentials)
     : url_(std::move(url)),
-      address_(VelaRedis::addressOf(url_)),
+      home_(VelaRedis::addressOf(url_)),
+      address_(home_),
       authentication_(VelaRedis::authentication(credentials)) {}
 
 void RedisConnection::gone(const std::string& why) {
   context_.reset();
+  address_ = home_;
   throw ServerGone(url_ + ": " + why);
 }
 
@@ -31,8 +44,10 @@ void RedisConnection::connect() {
   if (authentication_.empty()) return;
   const Reply reply = exchange(authentication_);
   if (reply->type != REDIS_REPLY_ERROR) return;
+  const std::string error = VelaRedis::textOf(*reply);
+  if (isPassing(error)) gone(error);
   context_.reset();
-  throw InputException(url_ + ": " + VelaRedis::textOf(*reply));
+  throw InputException(url_ + ": " + error);
 }
 
 RedisConnection::Reply RedisConnection::exchange(const Command& command) {
@@ -53,11 +68,10 @@ RedisConnection::Reply RedisConnection::ask(const Command& command) {
       continue;
     }
     const std::string error = VelaRedis::textOf(*reply);
-    // It reads what it had saved.
-    if (error.starts_with("LOADING")) gone(error);
+    if (isPassing(error)) gone(error);
     throw InputException(error);
   }
-  throw InputException(url_ + ": no server of the cluster has the stream");
+  gone("no server of the cluster has the stream");
 }
 
 }  // namespace VelaTool

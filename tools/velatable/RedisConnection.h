@@ -32,7 +32,8 @@ class RedisConnection {
   [[noreturn]] void gone(const std::string& why);
 
   std::string url_;
-  VelaRedis::Address address_;
+  VelaRedis::Address home_;     ///< Of the URL,
+  VelaRedis::Address address_;  ///< and where the streams are.
   VelaRedis::Command authentication_;
   std::unique_ptr<redisContext, void (*)(redisContext*)> context_{nullptr, redisFree};
 };
