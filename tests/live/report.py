@@ -307,6 +307,11 @@ def check_refusal(browser):
     check(counts == [2, 2, 2, 5], f"the refusal is drawn with {counts}")
     says = browser.run("document.querySelector('#refusal-list .list').textContent")
     check(says.count("the refused one comes in") == 2, f"the refusal says {says}")
+    closed = "document.querySelectorAll('details:not([open])').length"
+    before, printed, after = browser.run(f"[{closed}, (dispatchEvent(new Event('beforeprint')), {closed}),"
+                                         f" (dispatchEvent(new Event('afterprint')), {closed})]")
+    check(before == after > 0 == printed, f"closed parts: {before}, in print {printed}, then {after}")
+    browser.run("dispatchEvent(new Event('resize'))")
 
 
 def check_live(browser, velad):
@@ -319,6 +324,10 @@ def check_live(browser, velad):
     try:
         open_page(browser, f"http://{page}/")
         shown = "document.getElementById('totals').textContent"
+        browser.run("document.querySelector('#row-sets details:last-child').open = true")
+        browser.run("new Promise((done) => setTimeout(done, 200)).then(() => {"
+                    " const input = document.querySelector('#row-sets input');"
+                    " input.value = 'abc'; input.dispatchEvent(new Event('input')); input.focus(); input.setSelectionRange(1, 2); })")
         final = "entries in hardware2refused1waiting1audit findings0"
         run("run", "--connect", control, f"{work}/small", codes=(0, 1))
         for _ in range(100):
@@ -328,6 +337,8 @@ def check_live(browser, velad):
         picture = json.loads(run("report", "--json", "--connect", control))
         totals = picture["totals"]
         check([totals["programmed"], totals["waiting"]] == [2, 1], f"the switch has {totals}")
+        focus = browser.run("[document.activeElement.value, document.activeElement.selectionStart]")
+        check(focus == ["abc", 1], f"the focus is at {focus}")
         check(browser.run(shown) == final, f"shown is {browser.run(shown)}")
         check(set(browser.asked) == {f"http://{page}/", f"http://{page}/picture.json"}, f"it asked for {browser.asked}")
         why = json.loads(run("why", "HashTest", "128", "--connect", control, "--json"))
