@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <bit>
 #include <set>
+#include <utility>
 
 #include "agent/Events.h"
 #include "agent/Explain.h"
@@ -474,9 +475,7 @@ Json Reasons::address(const Json& asked) {
   const auto& at = value.as<RouteAddress>();
   const RouteKey whole{at.vrf(), Ipnet::IpPrefix(at.address(), 32)};
   Json answer = {{"address", anyToJson(value)}};
-  // Asked of a copy, so that no hit bit is set.
-  VelaDevice::SimulatedSwitch copy(agent_.chip());
-  DataPath path(copy, agent_.profile());
+  DataPath path(std::as_const(agent_.chip()), agent_.profile());
   DataPath::Steps steps;
   path.stepsIs(&steps);
   const Json hit = answer["hit"] = routes().lookup(path, answer["address"]);
