@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <bit>
 #include <set>
+#include <utility>
 
 #include "agent/Events.h"
 #include "agent/Explain.h"
@@ -133,7 +134,9 @@ Json Reasons::entry(const Subject& subject) {
   Json answer = {{"table", table.name()}, {"instance", table.instance()}, {"key", subject.name}};
   const bool there =
       bool(subject.result) && (!desiresKnown_ || subject.table.typed().announced(subject.key));
-  answer["desired"] = desiresKnown_ ? Json(there) : Json(nullptr);
+  const char* notTold = subject.route() ? whyNotTold(*subject.route()) : nullptr;
+  answer["desired"] = desiresKnown_ ? Json(there || notTold) : Json(nullptr);
+  if (notTold) answer["notTold"] = notTold;
   answer["causes"] = Json::array();
   answer["says"] = Json::array();
   if (there) answer["result"] = anyToJson(subject.result);
@@ -258,7 +261,13 @@ void Reasons::addCuts(const Subject& subject, Json& answer) const {
 /// An entry that nobody announced, as far as is known.
 void Reasons::addAbsence(const Subject& subject, Json& answer) const {
   const std::string name = entryText(subject.table, subject.name);
-  if (!desiresKnown_) {
+  const RouteKey* route = subject.route();
+  if (answer.contains("notTold")) {
+    blame(answer, "notTold");
+    say(answer, "a source wants " + subject.name.dump() +
+                    ", but the switch's tables were not told of it: " +
+                    answer["notTold"].get<std::string>());
+  } else if (!desiresKnown_) {
     say(answer, subject.result ? "the switch holds " + name + "; what is desired is not known"
                                : "the switch holds no " + name);
   } else {
@@ -266,11 +275,10 @@ void Reasons::addAbsence(const Subject& subject, Json& answer) const {
     say(answer,
         "nobody announced " + name + (subject.result ? ", which registers hold from before" : ""));
   }
-  const RouteKey* route = subject.route();
   if (!route || subject.result) return;
   for (U32 vrf = 0; vrf < agent_.profile().vrfs(); ++vrf) {
     const RouteKey other{static_cast<U8>(vrf), route->prefix()};
-    if (!desired(other)) continue;
+    if (vrf == route->vrf() || !desired(other)) continue;
     blame(answer, "wrongVrf");
     answer["elsewhere"].push_back(toJson(other));
     say(answer, "it is in VRF " + std::to_string(vrf));
@@ -304,7 +312,22 @@ void Reasons::addCorruption(const Subject& subject, Json& answer) const {
   }
 }
 
+/// Whether the rows that it may take hold what they should.
+bool Reasons::rowsGood(const Subject& subject) const {
+  TableEntries& table = subject.hardware->typed();
+  for (const AnyValue& key : subject.rows) {
+    for (const HwIndex index : table.candidates(key)) {
+      for (const auto& [id, hwTable] : table.convertor().hwTables()) {
+        if (HwTableAdapter::holds(*hwTable, index) && !table.rowGood(id, index)) return false;
+      }
+    }
+  }
+  return true;
+}
+
 void Reasons::addFindings(const Subject& subject, Json& answer) {
+  // An audit takes long, and would find nothing of it.
+  if (subject.status != Status::hardwareError && rowsGood(subject)) return;
   std::set<HwIndex> rows;
   std::vector<Json> keys;
   for (const AnyValue& key : subject.rows) {
@@ -326,24 +349,30 @@ void Reasons::addFindings(const Subject& subject, Json& answer) {
 /// Routes within the route: those in hardware take packets from it, the others leave it packets.
 void Reasons::addShadows(const RouteKey& route, Json& answer) const {
   constexpr std::size_t named = 8;
-  const auto keys = agent_.routeWriter().routes().entries().keys();
+  std::vector<RouteKey> inside;
+  agent_.routeWriter().routes().forEachRoute(
+      LpmRoutes::desired, [&](const LpmRoutes& routes, U32 node) {
+        if (routes.key.vrf() != route.vrf()) return;
+        const RouteKey each = routes.routeOf(node);
+        if (!(each == route) && within(each.prefix(), route.prefix())) inside.push_back(each);
+      });
+  std::sort(inside.begin(), inside.end());
   Json longer = Json::array();
   Json absent = Json::array();
   U64 taken = 0;
   U64 count = 0;
   U64 end = 0;
-  for (auto at = std::upper_bound(keys.begin(), keys.end(), route);
-       at != keys.end() && at->vrf() == route.vrf() && within(at->prefix(), route.prefix()); ++at) {
-    const bool in = !desiresKnown_ || routes().typed().status(*at) == Status::programmed;
+  for (const RouteKey& each : inside) {
+    const bool in = !desiresKnown_ || routes().typed().status(each) == Status::programmed;
     Json& list = in ? longer : absent;
-    if (list.size() < named) list.push_back(toJson(*at));
+    if (list.size() < named) list.push_back(toJson(each));
     if (!in) continue;
     ++count;
     // In ascending order the wider of two that overlap comes first.
-    const U64 first = at->prefix().address().number();
+    const U64 first = each.prefix().address().number();
     if (first < end) continue;
-    end = first + addresses(at->prefix());
-    taken += addresses(at->prefix());
+    end = first + addresses(each.prefix());
+    taken += addresses(each.prefix());
   }
   if (!absent.empty()) answer["standsInFor"] = absent;
   if (!absent.empty()) {
@@ -446,9 +475,7 @@ Json Reasons::address(const Json& asked) {
   const auto& at = value.as<RouteAddress>();
   const RouteKey whole{at.vrf(), Ipnet::IpPrefix(at.address(), 32)};
   Json answer = {{"address", anyToJson(value)}};
-  // Asked of a copy, so that no hit bit is set.
-  VelaDevice::SimulatedSwitch copy(agent_.chip());
-  DataPath path(copy, agent_.profile());
+  DataPath path(std::as_const(agent_.chip()), agent_.profile());
   DataPath::Steps steps;
   path.stepsIs(&steps);
   const Json hit = answer["hit"] = routes().lookup(path, answer["address"]);
@@ -482,7 +509,7 @@ std::vector<Reasons::RouteKey>::const_iterator Reasons::answering(const std::vec
     const U8 length = route.prefix().len();
     if (told.is_null() ? length > VelaRoutes::FirstLevel::keyLength : told != length) return false;
     const AnyValue result = routes().typed().resultOf(route);
-    return result.as<VelaSwitch::NexthopIndexes>().raw() == found.raw();
+    return result && result.as<VelaSwitch::NexthopIndexes>().raw() == found.raw();
   });
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <map>
 
 #include "agent/Agent.h"
@@ -18,6 +19,7 @@ namespace VelaAgent {
 ///   duplicate          hardware cannot tell it from another entry
 ///   hardwareError      a register access failed
 ///   rowDiffers         the row does not hold what it should
+///   notTold            a source wants it, but the tables were not told of it
 ///   cutField           hardware has fewer bits for a field
 ///   shadowed           longer routes take some or all of its addresses
 ///   coveredByRefused   the longest route of the address is not in hardware
@@ -27,14 +29,19 @@ class Reasons {
   /// they were rebuilt from hardware alone, and what is desired is not known.
   Reasons(Agent& agent, bool desiresKnown) : agent_(agent), desiresKnown_(desiresKnown) {}
 
-  /// Audits the table's rows for that.
+  using RouteKey = VelaSwitch::LpmKey;
+  /// Why the tables were not told of a route that is desired, in one word; null for other routes.
+  using NotTold = std::function<const char*(const RouteKey&)>;
+  /// Whoever tells the tables of routes may keep some back, which are spoken of as well.
+  void notToldIs(NotTold notTold) { notTold_ = std::move(notTold); }
+
+  /// Reads the rows that it may take, and audits the table where they are not as they should be.
   Json entry(TableAdapter& table, const Json& key);
   /// The route of "vrf" and "address".
   Json address(const Json& asked);
 
  private:
   struct Subject;
-  using RouteKey = VelaSwitch::LpmKey;
 
   Json entry(const Subject& subject);
   Subject subjectOf(TableAdapter& table, const Json& key) const;
@@ -49,11 +56,17 @@ class Reasons {
   void addFindings(const Subject& subject, Json& answer);
   void addShadows(const RouteKey& route, Json& answer) const;
   void addLevel(const Subject& subject, Json& answer) const;
+  bool rowsGood(const Subject& subject) const;
   Json holderOf(const HwTableAdapter& table, HwIndex index) const;
   const std::vector<RowFinding>& findingsOf(HwTableAdapter& table);
 
   TableAdapter& routes() const { return agent_.table("Route", 0); }
-  bool desired(const RouteKey& route) const { return bool(routes().typed().resultOf(route)); }
+  const char* whyNotTold(const RouteKey& route) const {
+    return notTold_ ? notTold_(route) : nullptr;
+  }
+  bool desired(const RouteKey& route) const {
+    return bool(routes().typed().resultOf(route)) || whyNotTold(route);
+  }
   /// The desired routes of the VRF that cover the address, longest first.
   std::vector<RouteKey> covering(U8 vrf, Ipnet::IpAddr address) const;
   std::vector<RouteKey>::const_iterator answering(const std::vector<RouteKey>& all,
@@ -64,6 +77,7 @@ class Reasons {
 
   Agent& agent_;
   bool desiresKnown_;
+  NotTold notTold_;
   std::map<const HwTableAdapter*, std::vector<RowFinding>> findings_;
 };
 

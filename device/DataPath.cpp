@@ -40,7 +40,7 @@ std::optional<FoundRow> search(DataPath& path, std::string_view family, DataPath
     Bits row(words, 4);
     if (!match(row)) continue;
     path.note(family, table, index);
-    return FoundRow{table, index, row};
+    return FoundRow{table, index, row, path.onlyLooks()};
   }
   path.note(family, table, std::nullopt, "no row holds the key");
   return std::nullopt;

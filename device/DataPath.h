@@ -33,10 +33,14 @@ class VELA_EXPORT DataPath {
   /// Both must outlive the data path.
   DataPath(SimulatedSwitch& chip, const VelaSwitch::ProfileInfo& profile)
       : chip_(chip), profile_(profile) {}
+  /// Likewise; one that only looks sets no hit bits.
+  DataPath(const SimulatedSwitch& chip, const VelaSwitch::ProfileInfo& profile)
+      : chip_(const_cast<SimulatedSwitch&>(chip)), profile_(profile), onlyLooks_(true) {}
 
   /// Whose ports and formats lookups go by.
   const VelaSwitch::ProfileInfo& profile() const { return profile_; }
   const SimulatedSwitch& chip() const { return chip_; }  ///< Whose rows they read.
+  bool onlyLooks() const { return onlyLooks_; }          ///< Whether hit bits stay as they are.
 
   /// Where lookups note the tables that they ask, in the order in which they do; null for nowhere.
   void stepsIs(Steps* steps) { steps_ = steps; }
@@ -57,6 +61,7 @@ class VELA_EXPORT DataPath {
   SimulatedSwitch& chip_;
   const VelaSwitch::ProfileInfo& profile_;
   Steps* steps_ = nullptr;
+  bool onlyLooks_ = false;
 };
 
 /// A set of ports, which lookups of several areas answer with.

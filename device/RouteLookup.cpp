@@ -94,7 +94,8 @@ std::optional<Lpm11Hit> lpm11(DataPath& path, U32 vrf, Ipnet::IpAddr address) {
     row.skip(1);
     const U64 lacking = row.next(4);
     std::optional<U8> length;
-    if (lacking != 0) length = static_cast<U8>(12 - lacking);
+    // The field can say more than any length lacks: then it tells none.
+    if (lacking != 0 && lacking <= 12) length = static_cast<U8>(12 - lacking);
     hit.cellResult = routeHit(nexthop, length);
   } else {
     row.skip(2);

@@ -12,8 +12,11 @@ struct FoundRow {
   DataPath::Table* table;
   U32 index;
   Bits rest;
+  bool onlyLooks;
 
-  void hit() const { table->hit(index) = 1; }
+  void hit() const {
+    if (!onlyLooks) table->hit(index) = 1;
+  }
 };
 
 /// How a table is hashed: rows of a way as a power of two, and ways.

@@ -344,12 +344,13 @@ std::unique_ptr<Answer> whyOf(Agent& agent, const RouteService& routes, const Ro
   return std::make_unique<Items>(
       1, [&agent, &routes, &times, request, instance](std::size_t, std::string& out) {
         VelaAgent::Reasons reasons(agent, true);
+        reasons.notToldIs([&](const auto& route) { return routes.whyNotTold(route); });
         Json answer =
             request.contains("address")
                 ? reasons.address(request["address"])
                 : reasons.entry(agent.table(textOf(request, "table"), static_cast<U32>(instance)),
                                 request.value("key", Json()));
-        addLife(answer, routes, times);
+        addTimes(answer, times);
         addLine(out, answer);
       });
 }

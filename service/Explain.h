@@ -8,9 +8,8 @@
 /// What operators are told of a running switch beyond what its tables and registers say.
 namespace VelaService {
 
-/// Adds to what VelaAgent::Reasons say of routes: since when they are desired and as they are, and
-/// why a source's route never came to the tables, for which the cause is "notTold".
-void addLife(VelaAgent::Json& reasons, const RouteService& routes, const RouteTimes& times);
+/// Adds to what VelaAgent::Reasons say of routes since when they are desired and as they are.
+void addTimes(VelaAgent::Json& reasons, const RouteTimes& times);
 
 /// A picture of a running switch, made part by part, with the marks of its loads.
 class LivePicture {

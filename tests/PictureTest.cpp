@@ -48,17 +48,22 @@ struct PictureTest : VelaTest::ProfileTest {
     agent.start(VelaAgent::Agent::Start::fresh);
     for (const auto& table : agent.tables()) {
       if (table->convertor().hwTables().empty()) continue;
-      for (int i = 0; i < 40; ++i) {
+      // Its few rows refuse some.
+      const int keys = table->name() == "HashTest" ? 200 : 40;
+      for (int i = 0; i < keys; ++i) {
         const Json key = generator.key(table->name(), random() % 1000);
         table->set(key, generator.result(table->name(), key));
       }
     }
   }
   void checkRows(const Json& rows);
+  void checkRefusal(const Json& refusal);
 
   VelaDevice::SimulatedSwitch chip;
   VelaAgent::Agent agent{profile, chip};
   std::size_t owned = 0;
+  std::string hitTable;  ///< With the only row that was hit.
+  VelaSwitchApi::HwIndex hitRow = 0;
 };
 
 void PictureTest::checkRows(const Json& rows) {
@@ -72,6 +77,7 @@ void PictureTest::checkRows(const Json& rows) {
   }
   const std::vector<U64> gaps = numbersOf(rows["held"]["gaps"]);
   const std::vector<U64> owners = numbersOf(rows["held"]["owners"]);
+  const std::vector<U64> hits = numbersOf(rows["held"]["hits"]);
   std::map<std::size_t, std::vector<U64>> words;
   for (const Json& word : rows["held"].value("words", Json::array())) {
     words[word[0].get<std::size_t>()] = numbersOf(word[1]);
@@ -87,12 +93,33 @@ void PictureTest::checkRows(const Json& rows) {
     }
     if (at == told.end()) continue;
     ++owned;
+    ASSERT_EQ(hits[at->second], rows["hwTable"] == hitTable && index == hitRow);
     const auto image = *VelaAgent::heldImage(chip, *hwTable, index);
     for (const auto& [word, values] : words) ASSERT_EQ(values[at->second], image[word]);
   }
 }
 
+/// Of those that leave it no row, one whose withdrawal is said to let it in does, and no other.
+void PictureTest::checkRefusal(const Json& refusal) {
+  const auto hardwareOf = [&](const Json& entry) {
+    return agent.announced()[entry["table"].get<std::size_t>()]->hardware();
+  };
+  const Json& there = refusal["competing"]["entriesThere"];
+  const Json& gone = there[random.below(static_cast<U32>(there.size()))];
+  const Json& letsIn = refusal["letsIn"];
+  const bool named = std::find(letsIn.begin(), letsIn.end(), gone["index"]) != letsIn.end();
+  hardwareOf(gone)->typed().withdraw(hardwareOf(gone)->keyFromJson(gone["key"]));
+  const auto status =
+      hardwareOf(refusal)->typed().status(hardwareOf(refusal)->keyFromJson(refusal["key"]));
+  EXPECT_EQ(status == VelaAgent::EntryProgrammedStatus::programmed, named) << refusal;
+}
+
 TEST_P(PictureTest, rowsAreAsTheyAre) {
+  const auto& hashTest = *agent.table("HashTest", 0).hardware();
+  const auto& identity = hashTest.convertor().hwTables().begin()->second->descriptor().identity;
+  hitTable = identity.name;
+  while (!hashTest.typed().keyAt(hitRow)) ++hitRow;
+  chip.find(identity.family, identity.instance, identity.id)->hit(hitRow) = 1;
   VelaAgent::FitMeter meter;
   Picture picture(agent, meter, true, Picture::Audit::now);
   picture.finish();
@@ -101,10 +128,12 @@ TEST_P(PictureTest, rowsAreAsTheyAre) {
   const Json& totals = picture.json()["totals"];
   EXPECT_EQ(totals["programmed"], agent.programmed());
   EXPECT_EQ(totals["findings"], 0);
+  EXPECT_FALSE(picture.json()["refusals"].empty());
   for (const Json& group : picture.json()["refusals"]) {
     for (const Json& refusal : group["first"]) {
       EXPECT_EQ(refusal["competing"]["entriesThere"].size(), refusal["competing"]["rows"]);
     }
+    checkRefusal(group["first"][0]);
   }
 }
 

@@ -1003,6 +1003,41 @@ std::string firstOfEachEvent(const std::string& lines) {
   return first;
 }
 
+TEST(Control, RoutesThatTablesWereNotToldOfAreNamed) {
+  World world;
+  Random random;
+  world.connect();
+  const Upkeep upkeep(*world.agent, world.watcher->watch(), {{0, true}, {}, seconds(1)});
+  const RouteTimes times(*world.agent);
+  const auto tell = [&](IpPrefix prefix, U32 interface) {
+    world.sender.route({nameOf(prefix),
+                        false,
+                        0,
+                        {Hop::Kind::gateway, Refusal::none, false, interface, 0xC0000201}});
+  };
+  tell(IpPrefix(IpAddr(0x0A000000), 8), 1);
+  tell(IpPrefix(IpAddr(0x0A010000), 16), 9);
+  tell(IpPrefix(IpAddr(0x0B000000), 8), 9);
+  world.sender.frame();
+  world.receive(random);
+  world.drain();
+  Control control(*world.agent, *world.service, times, world.watcher->watch(), upkeep);
+  const auto why = [&](const std::string& asked) {
+    std::string answer;
+    control.ask("{\"request\":\"why\"," + asked + "}")->piece(answer);
+    return VelaAgent::jsonFromText(answer.substr(0, answer.find('\n')));
+  };
+  auto answer = why(R"("address":{"vrf":0,"address":"10.1.2.3"})");
+  EXPECT_EQ(answer["route"]["prefix"], "10.0.0.0/8");
+  EXPECT_EQ(answer["better"][0]["key"]["prefix"], "10.1.0.0/16");
+  EXPECT_EQ(answer["better"][0]["notTold"], "noPort");
+  answer = why(R"("address":{"vrf":0,"address":"11.1.2.3"})");
+  EXPECT_EQ(answer["causes"], VelaAgent::Json({"coveredByRefused", "notTold"}));
+  EXPECT_EQ(answer["better"].size(), 1u);
+  answer = why(R"("table":"Route","key":{"vrf":0,"prefix":"10.0.0.0/8"})");
+  EXPECT_EQ(answer["seconds"], VelaAgent::Json({{"desired", 0}, {"status", 0}}));
+}
+
 TEST(Control, AnswersAreAsDocumented) {
   World world;
   Random random;

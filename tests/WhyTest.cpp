@@ -48,6 +48,19 @@ struct Why : testing::Test {
 
 const Json flow = {{"natType", 1}, {"proto", 1}, {"srcIp", "10.0.0.1"}, {"sport", 80}};
 
+TEST_F(Why, lengthsThatRegistersCannotTellAreNotTold) {
+  route("0.0.0.0/0", 3);
+  const Json row = {{"vrf", 0}, {"prefix", "10.0.0.0/11"}};
+  const Json lengths = {nullptr, nullptr, 4, 8};
+  for (U32 bit = 0; bit < lengths.size(); ++bit) {
+    const Json flip = {{"op", "corrupt"}, {"table", "Lpm11"}, {"key", row}, {"bit", 15 + bit}};
+    apply(flip);
+    EXPECT_EQ(address("10.1.2.3")["hit"]["realPrefixLen"], lengths[bit]);
+    apply(flip);
+  }
+  EXPECT_EQ(address("10.1.2.3")["hit"]["realPrefixLen"], 0);
+}
+
 TEST_F(Why, nothingIsTheMatter) {
   set("NatMatch", flow, {{"valid", true}, {"natRewriteId", 9}});
   route("10.1.0.0/16", 3);

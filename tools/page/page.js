@@ -23,6 +23,11 @@
   const draw = (name, attributes = {}, ...children) =>
     fill(document.createElementNS("http://www.w3.org/2000/svg", name), attributes, children);
 
+  /// Status texts are read out when they are written, so the same is not written again.
+  function say(node, text) {
+    if (node.textContent !== text) node.textContent = text;
+  }
+
   // ---- data ----
 
   /// A column: how many numbers, the least, the bytes of each beyond that, and those in base 64.
@@ -168,6 +173,11 @@
     }
     return {asked, why: "no row holds the key"};
   }
+  /// The length that a row of the first level tells; null where it tells none, or what none can be.
+  function firstLength(image, fields) {
+    const lacking = fields.mask ? valueOf(image, fields.mask) : 0;
+    return lacking === 0 || lacking > 12 ? null : 12 - lacking;
+  }
   function askFirst(level, vrf, address) {
     const rows = rowsOf(level.rows);
     const fields = fieldsOf(rows.set);
@@ -177,8 +187,7 @@
     if (!image || valueOf(image, fields.valid) === 0) return {asked: [index], why: "the row is empty"};
     const hit = nexthop(valueOf(image, fields.cell));
     if (hit.l3LagIndex === 57) return {asked: [index], index, why: "the row has no next hop"};
-    const lacking = fields.mask ? valueOf(image, fields.mask) : 0;
-    return {asked: [index], index, hit: {...hit, realPrefixLen: lacking === 0 ? null : 12 - lacking}};
+    return {asked: [index], index, hit: {...hit, realPrefixLen: firstLength(image, fields)}};
   }
   /// What each level says until one answers.
   function lookUp(vrf, address) {
@@ -190,31 +199,30 @@
     return steps;
   }
 
-  /// The routes that the cells of a level's rows hold.
+  /// The routes that the cells of a level's rows hold, each with its rows.
   function routesOf(level) {
     const rows = rowsOf(level.rows);
     const fields = fieldsOf(rows.set);
-    const routes = [];
+    const routes = new Map();
     rows.indexes.forEach((index, n) => {
       if (rows.owners[n] === 0 || rows.set.tables[rows.owners[n] - 1] !== level.table) return;
       const {vrf, prefix} = rows.key(n);
       const base = parsed(prefix.split("/")[0]);
       const image = rows.image(n);
       const cells = level.polynomials ? [0, 1, 2, 3].map((cell) => ["cell" + cell, cell]) : [["cell", 0]];
-      const seen = new Set();
       for (const [name, cell] of cells) {
         const bits = valueOf(image, fields[name]);
         const hop = nexthop(bits);
         if (level.polynomials ? bits >> 12 === 3 : hop.l3LagIndex === 57) continue;
-        const lacking = fields.mask ? valueOf(image, fields.mask) : 0;
-        const length = level.polynomials ? level.keyBits + 2 - (bits >> 12) : lacking === 0 ? 11 : 12 - lacking;
-        const text = prefixText((base | cell << (30 - level.keyBits)) >>> 0, length);
-        if (seen.has(text)) continue;
-        seen.add(text);
-        routes.push({vrf, text, hop, index});
+        const length = level.polynomials ? level.keyBits + 2 - (bits >> 12) : firstLength(image, fields);
+        const text = `${vrf}:` + (length === null ? `${dotted(base)}, whose length is not told,`
+          : prefixText((base | cell << (30 - level.keyBits)) >>> 0, length)) +
+          ` to LAG ${hop.l3LagIndex}, rewrite ${hop.rewriteIndex}`;
+        if (!routes.has(text)) routes.set(text, new Set());
+        routes.get(text).add(index);
       }
     });
-    return routes;
+    return [...routes];
   }
 
   // ---- the overview ----
@@ -229,8 +237,7 @@
       .filter(([what, number]) => number !== 0 || what !== "of an earlier run")
       .map(([what, number]) => make("div", {}, make("dt", {}, what), make("dd", {}, count(number)))));
     byId("marks-note").hidden = !picture.tables.some((table) => table.marks);
-    byId("state").textContent = picture.desiredKnown ? ""
-      : "What is desired is not known: this is what registers hold.";
+    say(byId("state"), picture.desiredKnown ? "" : "What is desired is not known: this is what registers hold.");
   }
 
   function bar(table) {
@@ -268,7 +275,7 @@
   }
   function showOverview() {
     const all = picture.tables.filter((table) => byId("empty").checked || inUse(table));
-    const heads = ["table", "load", "", "rows taken", "entries", "refused", "waiting", "peak"];
+    const heads = ["table", "load", "percent", "rows taken", "entries", "refused", "waiting", "peak"];
     byId("empty-count").textContent = count(picture.tables.filter((table) => !inUse(table)).length);
     byId("overview").replaceChildren(all.length === 0 ? make("p", {}, "No table has entries.")
       : make("table", {class: "overview"},
@@ -284,8 +291,8 @@
     const list = make("ul", {class: "list mono"});
     const routes = routesOf(level);
     const rows = rowsOf(level.rows);
-    list.append(...routes.slice(0, LISTED).map((route) => make("li", {},
-      `${route.vrf}:${route.text} to LAG ${route.hop.l3LagIndex}, rewrite ${route.hop.rewriteIndex} (${rows.place(route.index)})`)));
+    list.append(...routes.slice(0, LISTED).map(([text, [first, ...others]]) => make("li", {},
+      `${text} (${rows.place(first)}${others.length ? " and " + some(others.length, "other", "others") : ""})`)));
     if (routes.length > LISTED) list.append(make("li", {}, some(routes.length - LISTED, "more", "more")));
     if (routes.length === 0) list.append(make("li", {}, "none"));
     return list;
@@ -319,6 +326,7 @@
     return `${key} in ${asked}: ${found}`;
   }
   let lighting = [];
+  let answered = "";
   /// Looks the address up; the levels light up as they are asked.
   function answer() {
     const address = parsed(byId("address").value);
@@ -332,7 +340,8 @@
     }
     delete output.dataset.hit;
     if (address === null) {
-      output.textContent = byId("address").value.trim() === "" ? "" : "An address is four numbers up to 255: 192.0.2.17";
+      answered = "";
+      say(output, byId("address").value.trim() === "" ? "" : "An address is four numbers up to 255: 192.0.2.17");
       return;
     }
     const steps = lookUp(vrf, address);
@@ -340,15 +349,19 @@
     output.dataset.hit = JSON.stringify(hit);
     const length = hit && (hit.realPrefixLen === null ? "a route whose length registers do not tell"
       : prefixText(address, hit.realPrefixLen));
-    output.textContent = hit
+    say(output, hit
       ? `${dotted(address)} in VRF ${vrf} takes ${length}: LAG ${hit.l3LagIndex}, rewrite ${hit.rewriteIndex}`
-      : `No route answers for ${dotted(address)} in VRF ${vrf}`;
-    const still = matchMedia("(prefers-reduced-motion: reduce)").matches;
-    lighting = steps.map((step, i) => setTimeout(() => {
+      : `No route answers for ${dotted(address)} in VRF ${vrf}`);
+    const light = (step, i) => {
       rungs[i].classList.add("asked");
       if (step.hit) rungs[i].classList.add("found");
       rungs[i].querySelector(".outcome").textContent = outcomeText(picture.ladder[i], step, vrf, address);
-    }, still ? 0 : 90 * i));
+    };
+    const before = answered;
+    answered = JSON.stringify([vrf, address, steps]);
+    const still = answered === before || matchMedia("(prefers-reduced-motion: reduce)").matches;
+    lighting = still ? [] : steps.map((step, i) => setTimeout(light, 90 * i, step, i));
+    if (still) steps.forEach(light);
   }
 
   // ---- refusals ----
@@ -455,6 +468,14 @@
   }
   /// The row bit by bit, a register word after the other, the highest bit on the left.
   function layoutDrawing(set, image, flipped) {
+    const drawing = make("div", {class: "layout"});
+    const drawn = () => drawing.replaceChildren(rowDrawing(set, image, flipped));
+    layouts.set(drawing, drawn);
+    drawn();
+    return drawing;
+  }
+  const layouts = new WeakMap();
+  function rowDrawing(set, image, flipped) {
     const bits = bitsALine();
     const fields = set.fields;
     const lane = image ? 64 : 50;
@@ -504,8 +525,11 @@
     const image = byWord(set, finding.words);
     const flipped = byWord(set, finding.flipped);
     const bits = flippedBits(set, image, flipped);
+    if (bits.length === 0) {
+      bits.push(make("li", {}, picture.desiredKnown ? "By now it is as it should be." : "No row of the table can be so."));
+    }
     return make("div", {}, layoutDrawing(set, image, flipped),
-      make("ul", {class: "list"}, ...(bits.length ? bits : [make("li", {}, "No row of the table can be so.")])));
+      make("ul", {class: "list"}, ...bits));
   }
   function findingItem(finding, table, open) {
     const where = finding.index === undefined ? "in no row" : `row ${finding.index}`;
@@ -540,6 +564,8 @@
       this.choose = choose;
       this.at = rows.set.first;
       this.pointedAt = false;
+      /// As it was drawn; 0 while it is not.
+      this.width = 0;
       this.canvas = make("canvas", {tabindex: 0, role: "application",
         "aria-label": `Rows of ${rows.set.hwTable}: arrow keys move, Page Up and Down change the way, Enter writes the row into the layout`,
         keydown: (event) => this.keyed(event), pointermove: (event) => this.pointed(event, false),
@@ -547,7 +573,7 @@
     }
     measure() {
       this.cell = cellSize(this.rows.perWay);
-      this.columns = Math.max(8, Math.floor((this.canvas.clientWidth - 2 * EDGE) / this.cell));
+      this.columns = Math.max(8, Math.floor((this.width - 2 * EDGE) / this.cell));
       this.columns = Math.min(this.columns, this.rows.perWay);
       this.lines = Math.ceil(this.rows.perWay / this.columns);
       this.block = this.lines * this.cell + (this.rows.set.ways ? 22 : 6);
@@ -557,13 +583,16 @@
       return [EDGE + row % this.columns * this.cell,
         this.rows.way(index) * this.block + Math.floor(row / this.columns) * this.cell + (this.rows.set.ways ? 18 : 2)];
     }
+    /// Draws all of it, unless it is not to be seen.
     show() {
+      this.width = this.canvas.clientWidth;
+      if (this.width === 0) return;
       this.measure();
       const scale = devicePixelRatio || 1;
       const height = this.block * this.rows.ways + 2;
       this.canvas.style.height = height + "px";
       for (const canvas of [this.canvas, this.base = document.createElement("canvas")]) {
-        canvas.width = this.canvas.clientWidth * scale;
+        canvas.width = this.width * scale;
         canvas.height = height * scale;
       }
       const paint = this.base.getContext("2d");
@@ -572,7 +601,7 @@
       this.mark();
     }
     paintRows(paint) {
-      const colours = {free: colour("free"), taken: colour("taken"), other: colour("other"), hit: colour("accent"), dim: colour("dim")};
+      const colours = {free: colour("free"), taken: colour("taken"), other: colour("other"), hit: colour("accent"), paper: colour("paper"), dim: colour("dim")};
       const size = this.cell > 4 ? this.cell - 1 : this.cell;
       const {set, perWay, ways} = this.rows;
       paint.font = "11px system-ui, sans-serif";
@@ -588,13 +617,21 @@
       this.rows.indexes.forEach((index, n) => {
         const [x, y] = this.corner(index);
         paint.fillStyle = this.rows.hits[n] ? colours.hit : this.rows.owners[n] > 1 ? colours.other : colours.taken;
-        if (this.rows.owners[n] !== 0) return paint.fillRect(x, y, size, size);
-        paint.strokeStyle = colours.dim;
-        paint.strokeRect(x + 0.5, y + 0.5, size - 1, size - 1);
+        if (this.rows.owners[n] === 0) {
+          paint.strokeStyle = colours.dim;
+          return paint.strokeRect(x + 0.5, y + 0.5, size - 1, size - 1);
+        }
+        paint.fillRect(x, y, size, size);
+        if (!this.rows.hits[n]) return;
+        // The dot tells it from others where colours do not.
+        const dot = Math.max(2, Math.round(size / 3));
+        paint.fillStyle = colours.paper;
+        paint.fillRect(x + (size - dot) / 2, y + (size - dot) / 2, dot, dot);
       });
     }
     /// The row that is pointed at, and the others that its entry may take.
     mark() {
+      if (!this.width) return;
       const paint = this.canvas.getContext("2d");
       const scale = devicePixelRatio || 1;
       paint.setTransform(1, 0, 0, 1, 0, 0);
@@ -659,7 +696,7 @@
       : rows.set.tables.map((table, i) => mark(i === 0 ? "var(--taken)" : "var(--other)",
         `${count(rows.owners.filter((owner) => owner === i + 1).length)} of ${tableName(picture.tables[table])}`));
     return make("ul", {class: "legend"}, ...named,
-      mark("var(--accent)", count(rows.hits.filter((hit) => hit).length) + " hit by packets"),
+      mark("radial-gradient(var(--paper) 30%, var(--accent) 35%)", count(rows.hits.filter((hit) => hit).length) + " hit by packets"),
       mark("var(--free)", count(all - rows.indexes.length) + " free"),
       rows.indexes.length === owned ? null : mark("transparent", count(rows.indexes.length - owned) + " hold what is no entry's"));
   }
@@ -723,7 +760,8 @@
     const note = set.held.words ? null : make("p", {class: "note"}, "Of so many rows this page tells which are taken, no more.");
     const copies = set.copies ? `Held alike in ${[set.hwTable, ...set.copies].join(", ")}.` : "";
     maps.add(map);
-    requestAnimationFrame(() => map.show());
+    // Drawn when it is first seen, and when it is opened again.
+    new ResizeObserver(() => { if (map.canvas.clientWidth !== map.width) map.show(); }).observe(map.canvas);
     return make("div", {}, copies ? make("p", {class: "note"}, copies) : null, note, legend(rows), map.canvas, told,
       set.held.words ? find : null, make("h3", {}, "Layout"),
       make("p", {class: "note"}, `Registers ${set.registers[0][1].replace(/[^/]*$/, "")}; the highest bit is on the left.`), layout);
@@ -746,14 +784,33 @@
 
   /// What readers opened stays open when the page is shown anew.
   const wasOpened = new Map();
+  const bodies = new WeakMap();
   function opened(name, open, summary, body) {
-    const item = make("details", {toggle: () => {
+    const item = make("details", {"data-name": name, toggle: () => {
       wasOpened.set(name, item.open);
-      if (item.open && item.children.length === 1) item.append(body());
+      if (item.open) withBody(item);
     }}, make("summary", {}, ...summary));
+    bodies.set(item, body);
     item.open = wasOpened.get(name) ?? open;
-    if (item.open) item.append(body());
+    if (item.open) withBody(item);
     return item;
+  }
+  function withBody(item) {
+    if (item.children.length === 1) item.append(bodies.get(item)());
+  }
+  /// What is closed does not print.
+  let openedToPrint = [];
+  function openAll() {
+    for (let item; (item = document.querySelector("details:not([open])"));) {
+      item.open = true;
+      withBody(item);
+      openedToPrint.push(item);
+    }
+    redraw();
+  }
+  function closeAgain() {
+    for (const item of openedToPrint) item.open = false;
+    openedToPrint = [];
   }
 
   function showAll() {
@@ -765,19 +822,40 @@
     showRows();
   }
   function redraw() {
-    for (const map of maps) if (map.canvas.isConnected) map.show();
+    for (const map of maps) map.show();
+    for (const drawing of document.querySelectorAll(".layout")) layouts.get(drawing)();
   }
 
-  /// Shows another picture in the place of this one: what is focused and where the page stands stay.
+  /// Where an element is, so that one in the same place is found when the page is shown anew: the
+  /// nearest around it that has a name, and the way from there.
+  function placeOf(node) {
+    const way = [];
+    while (!node.id && !node.dataset.name) {
+      way.unshift([...node.parentNode.children].indexOf(node));
+      node = node.parentNode;
+    }
+    const name = node.id ? "#" + CSS.escape(node.id) : `[data-name="${CSS.escape(node.dataset.name)}"]`;
+    return () => way.reduce((at, child) => at?.children[child], document.querySelector(name));
+  }
+  /// Shows another picture in the place of this one: focus, caret and what is scrolled stay.
   function showInPlace(next) {
-    const item = document.activeElement?.closest("details[id]");
-    const focused = item && document.activeElement.tagName;
+    const focused = document.querySelector("main :focus");
+    const caret = focused?.matches("input[type=text]") && [focused.selectionStart, focused.selectionEnd, focused.selectionDirection];
+    const focusedPlace = focused && placeOf(focused);
+    const scrolled = [...document.querySelectorAll("main .list")].filter((list) => list.scrollTop !== 0)
+      .map((list) => [placeOf(list), list.scrollTop]);
     const top = scrollY;
     picture = next;
     models = [];
     showAll();
-    if (focused) document.querySelector(`#${item.id} ${focused}`)?.focus({preventScroll: true});
-    requestAnimationFrame(() => scrollTo({top, behavior: "instant"}));
+    redraw();
+    for (const [place, at] of scrolled) place()?.scrollTo(0, at);
+    const again = focused && !focused.isConnected && focusedPlace();
+    if (again) {
+      again.focus({preventScroll: true});
+      if (caret && again.setSelectionRange) again.setSelectionRange(...caret);
+    }
+    scrollTo({top, behavior: "instant"});
   }
   /// A daemon's page asks it for its figures now and then.
   let shown = "";
@@ -791,7 +869,7 @@
         shown = text;
       } catch (error) {
         shown = "";
-        byId("state").textContent = "The daemon does not answer; this is what it said last.";
+        say(byId("state"), "The daemon does not answer; this is what it said last.");
       }
     }
     setTimeout(refresh, 1000 * picture.refresh);
@@ -802,7 +880,10 @@
   byId("vrf").addEventListener("change", answer);
   byId("ask").addEventListener("submit", (event) => { event.preventDefault(); answer(); });
   addEventListener("resize", redraw);
+  addEventListener("beforeprint", openAll);
+  addEventListener("afterprint", closeAgain);
   for (const query of ["(prefers-color-scheme: dark)", "print"]) matchMedia(query).addEventListener("change", redraw);
   showAll();
+  requestAnimationFrame(() => performance.mark("overview"));
   if (picture.refresh) setTimeout(refresh, 1000 * picture.refresh);
 })();

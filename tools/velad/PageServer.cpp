@@ -62,14 +62,14 @@ bool PageServer::handleGet(CivetServer*, mg_connection* connection) {
   return true;
 }
 
-/// The latest, a new one unless it is young.
+/// The latest, a new one unless it is young; none when that takes too long.
 PageServer::Picture PageServer::picture() {
   std::unique_lock lock(mutex_);
   if (latest_ && Clock::now() - made_ < pictureAge) return latest_;
   wanted_ = true;
   uv_async_send(&wanting_);
   changed_.wait_for(lock, longestWait, [this] { return !wanted_ || ends_; });
-  return latest_;
+  return wanted_ ? nullptr : latest_;
 }
 
 void PageServer::begin() {

@@ -193,7 +193,7 @@ class LineTaker {
 bool applyFiles(const Options& options, EventRunner& runner, Form form) {
   bool good = true;
   for (const std::string& file : options.events) {
-    good = applyFile(file, runner, options.keepGoing, form) && good;
+    good = applyFile(file, options, runner, form) && good;
     if (!good && !options.keepGoing) break;
   }
   return good;
@@ -233,10 +233,11 @@ AskedSwitch::AskedSwitch(const Options& options, const std::string& command)
   agent.desireEnd();
 }
 
-bool applyFile(const std::string& name, EventRunner& runner, bool keepGoing, Form form) {
+bool applyFile(const std::string& name, const Options& options, EventRunner& runner, Form form) {
   Lines lines(name);
   LineTaker taker(runner, form);
-  Progress progress;
+  // What every event did is told as it goes.
+  Progress progress(options.verbose || options.json);
   const double size = sizeOf(name);
   double done = 0;
   bool good = true;
@@ -259,7 +260,7 @@ bool applyFile(const std::string& name, EventRunner& runner, bool keepGoing, For
     } catch (const std::exception& error) {
       tell("", error.what());
       good = false;
-      going = keepGoing;
+      going = options.keepGoing;
     }
   };
   while (going) {

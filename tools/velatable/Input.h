@@ -51,9 +51,9 @@ class PrefixEvents {
 enum class Form : U8 { events, eventsOrPrefixes };
 
 /// Applies all events of one input, "-" for standard input. Bad lines are told on standard error
-/// with file and line; the first ends it unless `keepGoing`. Returns whether every line was good.
-/// Throws InputException when the input cannot be read.
-bool applyFile(const std::string& name, EventRunner& runner, bool keepGoing,
+/// with file and line; the first ends it unless `options` say to keep going. Returns whether every
+/// line was good. Throws InputException when the input cannot be read.
+bool applyFile(const std::string& name, const Options& options, EventRunner& runner,
                Form form = Form::events);
 /// The same of all files of events that are told; one that ends ends it.
 bool applyFiles(const Options& options, EventRunner& runner, Form form = Form::events);

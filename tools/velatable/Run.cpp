@@ -155,7 +155,7 @@ bool Run::applyEvents() {
   bool good = true;
   const std::vector<std::string> standardInput{"-"};
   for (const std::string& file : options_.events.empty() ? standardInput : options_.events) {
-    good = applyFile(file, runner_, options_.keepGoing) && good;
+    good = applyFile(file, options_, runner_) && good;
     if (!good && !options_.keepGoing) break;
   }
   // What follows is nobody's announcement; a desired state that was not read to its end says
