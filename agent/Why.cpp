@@ -540,6 +540,7 @@ void Reasons::judge(const RouteKey& at, const Json& hit, Json& answer) {
 /// The routes that should have answered, and why they did not.
 void Reasons::addBetter(const std::vector<RouteKey>& better, Json& answer) {
   std::vector<Subject> subjects;
+  subjects.reserve(better.size());
   for (const RouteKey& route : better) subjects.push_back(subjectOf(routes(), toJson(route)));
   for (const Subject& subject : subjects) {
     Json why = entry(subject);

@@ -262,10 +262,10 @@ KernelStream::Link KernelStream::readLink(const void* bytes) {
   if (!all.has(IFLA_LINKINFO)) return link;
   const auto about =
       attributesIn<IFLA_INFO_DATA + 1>(all.bytes(IFLA_LINKINFO), all.size(IFLA_LINKINFO));
-  static constexpr std::string_view vrf("vrf", 4);
-  const bool isVrf =
-      about.has(IFLA_INFO_KIND) && about.has(IFLA_INFO_DATA) &&
-      std::string_view(about.bytes(IFLA_INFO_KIND), about.size(IFLA_INFO_KIND)) == vrf;
+  static constexpr char vrf[] = "vrf";
+  const bool isVrf = about.has(IFLA_INFO_KIND) && about.has(IFLA_INFO_DATA) &&
+                     std::string_view(about.bytes(IFLA_INFO_KIND), about.size(IFLA_INFO_KIND)) ==
+                         std::string_view(vrf, sizeof vrf);
   if (isVrf) {
     link.table =
         attributesIn<IFLA_VRF_MAX + 1>(about.bytes(IFLA_INFO_DATA), about.size(IFLA_INFO_DATA))

@@ -54,8 +54,8 @@ class KernelStream {
     std::string name;
     bool operator==(const Link&) const = default;
   };
-  static Link readLink(const void* message);
-  RouteMessage readNeighbour(const void* message) const;
+  static Link readLink(const void* bytes);
+  RouteMessage readNeighbour(const void* bytes) const;
 
   std::unordered_map<U32, Link> links_;  ///< By number.
 };

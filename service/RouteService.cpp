@@ -631,7 +631,7 @@ void RouteService::retryHardware(Clock::time_point now) {
 /// A source that is held up cannot say what it has: that time does not count.
 void RouteService::holdTimes(Clock::time_point now) {
   const auto passed = now - std::exchange(ticked_, now);
-  for (SourceId each = 0; each < sources_.size(); ++each) {
+  for (SourceId each = 0; each < sourceCount(); ++each) {
     if (!full(each)) continue;
     sources_[each].last = now;
     sources_[each].since += passed;
@@ -652,7 +652,7 @@ void RouteService::tick(Clock::time_point now) {
 
 /// When a source has told all, or its time is over, and what it said is carried out, the rest goes.
 void RouteService::beginSweep() {
-  for (SourceId each = 0; each < sources_.size(); ++each) {
+  for (SourceId each = 0; each < sourceCount(); ++each) {
     const Source& source = sources_[each];
     if (!source.figures.connected || source.figures.complete) continue;
     const SourceSettings& settings = settings_.sources[each];
@@ -678,7 +678,7 @@ void RouteService::collectStale(SourceId of) {
   Source& source = sources_[of];
   source.heard = true;
   source.figures.removed = 0;
-  const bool last = rebuilt_ && heard(static_cast<SourceId>(sources_.size()));
+  const bool last = rebuilt_ && heard(sourceCount());
   // Guesses that announced routes account for go without a write.
   if (last) agent_.complete();
   const auto stale = [&](const Offer& offer) {
@@ -710,7 +710,7 @@ void RouteService::collectStale(SourceId of) {
 /// and LAGs.
 void RouteService::endSweep() {
   sources_[std::exchange(sweep_, std::nullopt)->of].figures.complete = true;
-  if (!heard(static_cast<SourceId>(sources_.size())) || !std::exchange(rebuilt_, false)) return;
+  if (!heard(sourceCount()) || !std::exchange(rebuilt_, false)) return;
   const auto ignore = [](const auto&) {};
   routeEntries_.reconcile(ignore);
   for (const auto& adapter : agent_.tables()) {

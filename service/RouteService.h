@@ -110,6 +110,7 @@ class RouteService final : private Orb::KeyObserver<VelaSwitch::LpmKey>,
   };
   const SourceFigures& figuresOf(SourceId source) const { return sources_[source].figures; }
   const std::vector<SourceSettings>& sources() const { return settings_.sources; }
+  SourceId sourceCount() const { return static_cast<SourceId>(sources_.size()); }
 
   /// All of them are kept, so that asking costs nothing.
   struct Figures {
@@ -219,8 +220,8 @@ class RouteService final : private Orb::KeyObserver<VelaSwitch::LpmKey>,
   static Hop resolved(const Source& source, U32 id);
   void count(const Offer& offer, bool there);
   bool heard(SourceId before) const;
-  void offerIs(Routes::value_type& route, const Offer& offer);
-  void offerDel(Routes::value_type& route);
+  void offerIs(Routes::value_type& each, const Offer& offer);
+  void offerDel(Routes::value_type& each);
   void beatenIs(RouteId id, const Offer& offer, bool there);
   void answerIs(RouteId id, Route& route);
   void enqueue(Routes::value_type& route);
@@ -229,9 +230,9 @@ class RouteService final : private Orb::KeyObserver<VelaSwitch::LpmKey>,
   void enqueueAll(const Wanted& wanted);
   Refusal ownerOf(const Route& route, Nexthops::Owner& owner);
   Refusal place(const Nexthops::Owner& owner, RouteId id, Placing& placing);
-  void workOn(Routes::value_type& route);
+  void workOn(Routes::value_type& each);
   void tryAgain();
-  void withdraw(Routes::value_type& route);
+  void withdraw(Routes::value_type& each);
   void refusalIs(Route& route, Refusal refusal);
   void wantedIs(Route& route, bool wanted);
   void statusIs(const VelaSwitch::LpmKey& key, Route& route,

@@ -7,7 +7,6 @@ namespace VelaService {
 
 using VelaAgent::AnyRef;
 using VelaAgent::EntryProgrammedStatus;
-using VelaAgent::HwTableAdapter;
 using VelaAgent::Quoted;
 using VelaAgent::TableAdapter;
 

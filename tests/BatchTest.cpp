@@ -220,6 +220,7 @@ TEST_P(EitherBus, endsAsOneByOne) {
     const auto entries = someEntries(random);
     const bool announced = random.flip();
     std::vector<HashTestKey> keys;
+    keys.reserve(entries.size());
     for (const auto& entry : entries) keys.push_back(entry.first);
     const auto outcomes =
         announced ? batches.table->entriesAre(entries) : batches.table->entriesDel(keys);

@@ -47,7 +47,7 @@ struct Fit : VelaTest::ProfileTest {
     const Ipnet::IpPrefix prefix(Ipnet::IpAddr(random()), static_cast<U8>(12 + random.below(3)));
     return {VelaAgent::toJson(VelaSwitch::LpmKey{0, prefix}), {{"l3LagIndex", 1}}};
   }
-  void check(const std::string& table, const std::vector<std::string>& make);
+  void check(const std::string& table, const std::vector<std::string>& tables);
   void checkProof(const Agent& agent, const std::string& table, const Misfit& misfit);
 
   std::vector<std::string> make;

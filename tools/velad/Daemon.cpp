@@ -72,7 +72,7 @@ Daemon::Daemon(const VelaService::ConfigurationFile& file)
     delays_.asked(routes_->queuedSoFar(), came);
     workIfNeeded();
   };
-  for (VelaService::RouteService::SourceId each = 0; each < routes_->sources().size(); ++each) {
+  for (VelaService::RouteService::SourceId each = 0; each < routes_->sourceCount(); ++each) {
     const Feed::Place place{*routes_, each, heard};
     if (routes_->sources()[each].name == "fpm") {
       feeds_.push_back(std::make_unique<FpmFeed>(loop_, configuration_, place));

@@ -63,7 +63,7 @@ void Metrics::collect(const VelaAgent::Agent& agent, const VelaService::RouteSer
     gauge("velad_routes_refused", "Routes that cannot be had, by reason",
           {{"reason", nameOf(static_cast<Refusal>(reason))}}, number(figures.refused[reason]));
   }
-  for (VelaService::RouteService::SourceId each = 0; each < routes.sources().size(); ++each) {
+  for (VelaService::RouteService::SourceId each = 0; each < routes.sourceCount(); ++each) {
     const auto& source = routes.figuresOf(each);
     const Labels labels{{"source", routes.sources()[each].name}};
     gauge("velad_source_connected", "Whether a source is connected", labels, source.connected);
