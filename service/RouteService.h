@@ -208,7 +208,7 @@ class RouteService final : private Orb::KeyObserver<VelaSwitch::LpmKey>,
   void rebuild();
   void take(SourceId from, const NexthopMessage& message);
   void take(SourceId from, const RouteMessage& message);
-  Offer* offerOf(Routes::value_type& route, const Offer& offer);
+  Offer* offerOf(Routes::value_type& each, const Offer& offer);
   void foreignIs(const RouteName& name, const Offer& offer, bool there);
   void foreignDel(Source& source, Foreign::iterator at);
   static RouteId idOf(const VelaSwitch::LpmKey& key);
