@@ -229,22 +229,18 @@ std::unique_ptr<Answer> statusOf(const Agent& agent, const RouteService& routes,
     Json& line = status["stream"] = {{"connected", stream->isConnected()}};
     line.update(stream->report());
   }
-  std::vector<std::pair<RouteName, const char*>> list;
-  if (lists) {
-    list.reserve(figures.wanted);
-    routes.forEachRefused([&](const RouteName& name, Refusal why) {
-      list.emplace_back(name, why == Refusal::none ? "tableFull" : nameOf(why));
-    });
-  }
+  std::optional<RouteService::RefusedRoutes> list;
+  if (lists) list.emplace(routes.refused());
   std::string first = status.dump() + "\n";
-  const std::size_t lines = list.size() + 1;
+  const std::size_t lines = 1 + (list ? list->size() : 0);
   return std::make_unique<Items>(lines, [first = std::move(first), list = std::move(list)](
                                             std::size_t number, std::string& out) {
     if (number == 0) {
       out += first;
     } else {
-      const auto& [name, why] = list[number - 1];
-      addLine(out, {{"route", toText(name)}, {"why", why}});
+      const auto [name, why] = (*list)[number - 1];
+      addLine(out,
+              {{"route", toText(name)}, {"why", why == Refusal::none ? "tableFull" : nameOf(why)}});
     }
   });
 }

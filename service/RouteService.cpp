@@ -728,15 +728,28 @@ const char* RouteService::whyNotTold(const LpmKey& route) const {
   return at->second.refusal == Refusal::none ? nullptr : VelaService::nameOf(at->second.refusal);
 }
 
-void RouteService::forEachRefused(
-    const std::function<void(const RouteName&, Refusal)>& visit) const {
+RouteService::RefusedRoutes RouteService::refused() const {
+  RefusedRoutes list(*this);
+  list.routes_.reserve(figures_.wanted);
   for (const auto& [id, route] : routes_) {
     const bool waits = route.status == EntryProgrammedStatus::tableFull;
-    if (waits || route.refusal != Refusal::none) visit(nameOf(id), route.refusal);
+    if (waits || route.refusal != Refusal::none) {
+      list.routes_.push_back(id << 8 | static_cast<U64>(route.refusal));
+    }
   }
   for (const Source& source : sources_) {
-    for (const auto& foreign : source.foreign) visit(foreign.first, refusalOf(foreign.first));
+    for (const auto& foreign : source.foreign) list.foreign_.push_back(foreign.first);
   }
+  return list;
+}
+
+std::pair<RouteName, Refusal> RouteService::RefusedRoutes::operator[](std::size_t number) const {
+  if (number < routes_.size()) {
+    const U64 route = routes_[number];
+    return {service_.nameOf(route >> 8), static_cast<Refusal>(route & 0xFF)};
+  }
+  const RouteName& name = foreign_[number - routes_.size()];
+  return {name, refusalOf(name)};
 }
 
 }  // namespace VelaService

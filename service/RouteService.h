@@ -136,8 +136,9 @@ class RouteService final : private Orb::KeyObserver<VelaSwitch::LpmKey>,
   /// Why the switch's tables were not told of a route that is wanted, or withdrew it, in one word:
   /// the refusal, or "held" behind as many as may wait. Null for other routes.
   const char* whyNotTold(const VelaSwitch::LpmKey& route) const;
-  /// Every route that is refused, or none that waits for room.
-  void forEachRefused(const std::function<void(const RouteName&, Refusal)>& visit) const;
+  class RefusedRoutes;
+  /// Every route that is refused or waits for room.
+  RefusedRoutes refused() const;
 
  private:
   static constexpr SourceId nobody = 0xFF;  ///< Hardware held it.
@@ -280,6 +281,25 @@ class RouteService final : private Orb::KeyObserver<VelaSwitch::LpmKey>,
   Clock::time_point hardwareAt_;    ///< When registers that failed are tried again.
   Clock::duration hardwarePause_ = std::chrono::seconds(1);
   bool rebuilt_;  ///< Nobody said yet what of the switch's rows is desired.
+};
+
+/// Routes that are refused or wait for room, as they were when it was made. There may be hundreds
+/// of thousands, of which it keeps eight bytes each.
+class RouteService::RefusedRoutes {
+ public:
+  std::size_t size() const { return routes_.size() + foreign_.size(); }
+  /// The one of the number, and why it is refused: Refusal::none where it waits. The service must
+  /// be there still.
+  std::pair<RouteName, Refusal> operator[](std::size_t number) const;
+
+ private:
+  friend class RouteService;
+
+  explicit RefusedRoutes(const RouteService& service) : service_(service) {}
+
+  const RouteService& service_;
+  std::vector<U64> routes_;  ///< Their ids, which have 48 bits, before their refusals.
+  std::vector<RouteName> foreign_;
 };
 
 }  // namespace VelaService

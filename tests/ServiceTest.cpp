@@ -594,7 +594,8 @@ TEST(RouteService, RoutesWithoutRoomComeInWhenOthersGoHoweverManyWait) {
     EXPECT_EQ(programmed, level.programmed());
     EXPECT_LE(level.waiting(), 100 + VelaSwitchApi::batchMost);
     std::set<RouteName> waiting;
-    world.service->forEachRefused([&](const RouteName& name, Refusal) { waiting.insert(name); });
+    const RouteService::RefusedRoutes refused = world.service->refused();
+    for (std::size_t each = 0; each < refused.size(); ++each) waiting.insert(refused[each].first);
     ASSERT_EQ(programmed + waiting.size(), left.size());
     for (const RouteName& name : std::exchange(left, waiting)) {
       if (!left.contains(name)) tell(name, true);

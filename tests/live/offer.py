@@ -14,7 +14,7 @@ from client import PORT, Operator, fail, route, run
 # Of a loaded machine: what answers take as a rule, and what one of them may.
 ANSWER_SECONDS = 0.1
 LONGEST_SECONDS = 1
-MEGABYTES = 125
+MEGABYTES = 100
 BYTES_A_ROUTE = 400
 # Of each length of prefixes, about what a whole table of the Internet has.
 PERCENT = {24: 60, 23: 10, 22: 11, 21: 5, 20: 5, 19: 4, 18: 2, 17: 1, 16: 2}
