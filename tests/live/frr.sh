@@ -7,7 +7,7 @@ cd "$(dirname "$0")/../.."
 bin=${BIN:-$PWD/build/release}
 . tests/live/network.sh
 begin frr
-count=${COUNT:-4000}
+count=${COUNT:-8000}
 if [ -n "${PREFIXES:-}" ]; then cp "$PREFIXES" "$work/prefixes"; else py generate "$work/prefixes" "$count" 1; fi
 count=$(wc -l <"$work/prefixes")
 hops=(10.9.0.11 10.9.0.12 10.9.1.11 10.9.1.12)
@@ -50,13 +50,13 @@ wait "$watcher"
 echo "  velad is killed, ${KILLS:=5} times amid changes"
 for kill in $(seq "$KILLS"); do
     if [ $((kill % 2)) = 1 ]; then reroute "${hops[@]}"; else reroute "${moved[@]}"; fi
-    # It takes a second until the first change comes, and less than another until the last.
-    sleep "$(awk -v r=$RANDOM 'BEGIN {print 0.9 + 0.5 * r / 32768}')"
+    py amid "$work"
     kill_velad
     py saved "$work" "$work/present" "$bin/velatable"
+    cp "$work/switch" "$work/left"
     start_velad
-    py complete "$work" >"$work/rows"
     py check "$work" "$count"
+    py rewritten "$work" "$bin/velatable" "$(py complete "$work")"
 done
 
 echo "  velad is killed, and nothing changed"
