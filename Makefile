@@ -109,9 +109,12 @@ bench: peers
 	$(MAKE) --no-print-directory release-vela_bench
 	build/release/bench/vela_bench --json=build/bench.json $(if $(QUICK),--quick)
 
-# What velad takes from a message to the registers.
-bench-velad: release-velad
+# What velad takes from a message to the registers, and FRR until its routes are there.
+bench-velad: packages
+	@$(MAKE) --no-print-directory packages PACKAGES="frr iproute2"
+	$(MAKE) --no-print-directory release-velad release-velatable
 	bench/velad.py build/release/velad
+	bench/frr.sh
 
 peers:
 	@for p in $(PEERS); do \
