@@ -71,6 +71,7 @@ for pid in zebra bgpd; do kill -KILL "$(cat "$work/near/$pid.pid")"; done
 start_zebra
 start_bgp
 py check "$work" "$count"
+[ "$(py complete "$work")" = 0 ]
 
 echo "  half are withdrawn"
 awk 'NR % 2' "$work/prefixes" | withdraw
