@@ -1,8 +1,10 @@
 #include "Metrics.h"
 
+#include <CivetServer.h>
 #include <prometheus/counter.h>
 #include <prometheus/gauge.h>
 
+#include "Http.h"
 #include "agent/TableAdapter.h"
 
 namespace Velad {
@@ -19,8 +21,13 @@ prometheus::Labels labelsOf(const VelaAgent::TableAdapter& table) {
 
 }  // namespace
 
-Metrics::Metrics(const std::string& address) : exposer_(address, 1) {
-  exposer_.RegisterCollectable(registry_);
+Metrics::Metrics(const std::string& address) {
+  try {
+    exposer_.emplace(httpOptions(address));
+  } catch (const CivetException&) {
+    throw std::runtime_error("metrics: cannot listen at " + address);
+  }
+  exposer_->RegisterCollectable(registry_);
 }
 
 void Metrics::carriedOut(U64 changes, double seconds) {

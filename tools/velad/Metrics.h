@@ -4,6 +4,8 @@
 #include <prometheus/histogram.h>
 #include <prometheus/registry.h>
 
+#include <optional>
+
 #include "service/StreamFollower.h"
 #include "service/Upkeep.h"
 
@@ -35,7 +37,7 @@ class Metrics {
   void collect(const VelaAgent::HwTableAdapter& table, const VelaService::Thresholds& thresholds);
   void collect(const VelaService::Scrubber& scrubber);
 
-  prometheus::Exposer exposer_;
+  std::optional<prometheus::Exposer> exposer_;
   std::shared_ptr<prometheus::Registry> registry_ = std::make_shared<prometheus::Registry>();
   prometheus::Histogram* changing_ = nullptr;  ///< When there is something to tell.
 };

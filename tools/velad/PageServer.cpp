@@ -1,5 +1,6 @@
 #include "PageServer.h"
 
+#include "Http.h"
 #include "tools/page/Page.h"
 
 namespace Velad {
@@ -29,7 +30,7 @@ PageServer::PageServer(Loop& loop, const std::string& address, VelaAgent::Agent&
   uv_idle_init(loop.get(), &making_);
   wanting_.data = making_.data = this;
   try {
-    server_.emplace(std::vector<std::string>{"listening_ports", address, "num_threads", "4"});
+    server_.emplace(httpOptions(address));
   } catch (const CivetException&) {
     throw std::runtime_error("page: cannot listen at " + address);
   }
