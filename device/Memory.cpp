@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstring>
 #include <stdexcept>
 #include <utility>
@@ -16,7 +17,14 @@ Memory::Memory() { map(MAP_SHARED | MAP_ANONYMOUS | MAP_NORESERVE, -1); }
 
 Memory::Memory(const std::string& file) {
   open(file, O_RDWR | O_CREAT, LOCK_EX);
-  map(MAP_SHARED, file_);
+  try {
+    // Copying may have left holes.
+    reserve(0, size_);
+    map(MAP_SHARED, file_);
+  } catch (...) {
+    ::close(file_);
+    throw;
+  }
 }
 
 Memory Memory::copyOf(const std::string& file) {
@@ -35,8 +43,22 @@ Memory Memory::copyOf(const std::string& file) {
   return copy;
 }
 
+/// Has the disk keep room for these bytes of the file: memory has no other way to say that the disk
+/// is full than to kill who writes to it.
+void Memory::reserve(std::size_t from, std::size_t to) const {
+  int error = 0;
+  do {
+    if (from < to)
+      error = posix_fallocate(file_, static_cast<off_t>(from), static_cast<off_t>(to - from));
+  } while (error == EINTR);
+  if (error == 0) return;
+  throw std::runtime_error(path_ + ": no room for a switch of " + std::to_string(to) +
+                           " bytes: " + std::strerror(error));
+}
+
 /// Opens the file, locks it, and takes its length.
 void Memory::open(const std::string& file, int flags, int lock) {
+  path_ = file;
   file_ = ::open(file.c_str(), flags | O_CLOEXEC, 0666);
   if (file_ < 0) throw std::runtime_error("cannot open " + file);
   struct stat status {};
@@ -73,12 +95,14 @@ Memory& Memory::operator=(const Memory& other) {
 Memory::Memory(Memory&& other) noexcept
     : bytes_(std::exchange(other.bytes_, nullptr)),
       size_(std::exchange(other.size_, 0)),
-      file_(std::exchange(other.file_, -1)) {}
+      file_(std::exchange(other.file_, -1)),
+      path_(std::move(other.path_)) {}
 
 Memory& Memory::operator=(Memory&& other) noexcept {
   std::swap(bytes_, other.bytes_);
   std::swap(size_, other.size_);
   std::swap(file_, other.file_);
+  std::swap(path_, other.path_);
   return *this;
 }
 
@@ -92,9 +116,7 @@ void Memory::map(int flags, int file) {
 void Memory::sizeIs(std::size_t size) {
   if (size <= size_) return;
   if (size > maxSize) throw std::runtime_error("the switch has too many rows");
-  if (file_ >= 0 && ftruncate(file_, static_cast<off_t>(size)) != 0) {
-    throw std::runtime_error("no room for the saved switch");
-  }
+  if (file_ >= 0) reserve(size_, size);
   size_ = size;
 }
 

@@ -18,8 +18,8 @@ class VELA_EXPORT Memory {
 
   /// Memory that goes with the last process that has it.
   Memory();
-  /// Memory in a file, which is made if it is not there. Throws std::runtime_error when the file
-  /// cannot be had, or another process has it.
+  /// Memory in a file, which is made if it is not there, and has its room on the disk. Throws
+  /// std::runtime_error when the file cannot be had, or another process has it.
   explicit Memory(const std::string& file);
   /// Memory of the first kind with what a file holds; the file stays as it is. Throws
   /// std::runtime_error when it cannot be read, or another process changes it.
@@ -42,10 +42,12 @@ class VELA_EXPORT Memory {
  private:
   void open(const std::string& file, int flags, int lock);
   void map(int flags, int file);
+  void reserve(std::size_t from, std::size_t to) const;
 
   U8* bytes_ = nullptr;
   std::size_t size_ = 0;
   int file_ = -1;
+  std::string path_;  ///< Of the file.
 };
 
 }  // namespace VelaDevice
