@@ -54,7 +54,7 @@ std::optional<HashTestHit> hashTest(DataPath& path, U32 key) {
     const U32 index = way * 8 + (key >> (3 * way) & 7);
     const U32* row = table->row(index);
     if (!row || row[0] != key) continue;
-    table->hit(index) = 1;
+    if (!path.onlyLooks()) table->hit(index) = 1;
     path.note("HashTest", table, index);
     return HashTestHit{row[1]};
   }

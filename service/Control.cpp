@@ -16,9 +16,11 @@ using VelaAgent::TableAdapter;
 
 namespace {
 
-/// What a piece of an answer takes; of lines that are made already, how many it has.
-constexpr auto pieceTime = std::chrono::milliseconds(2);
-constexpr std::size_t pieceLines = 512;
+/// What a piece of an answer takes; of lines that are made already, how many bytes it has.
+constexpr auto pieceTime = std::chrono::milliseconds(1);
+constexpr std::size_t pieceBytes = std::size_t{1} << 16;
+/// How many answers may have a copy of the registers, or what stands in one, at a time.
+constexpr unsigned copiesMost = 2;
 
 void allowOnly(const Json& request, const std::vector<std::string>& names) {
   for (const auto& item : request.items()) {
@@ -53,7 +55,8 @@ Json listOf(Json& request, const char* name) {
 }
 
 void addLine(std::string& out, const Json& line) {
-  out += line.dump();
+  // Requests come from anybody: what is quoted of them may be no text.
+  out += line.dump(-1, ' ', false, Json::error_handler_t::replace);
   out += '\n';
 }
 
@@ -99,15 +102,23 @@ class Items final : public Answer {
 /// What stands in a copy of the switch's registers.
 class Decoded final : public Answer {
  public:
-  Decoded(const Agent& agent, std::string table)
-      : chip_(agent.chip()), profile_(agent.profile().fields()), table_(std::move(table)) {}
+  /// `copies` counts those that there are. Throws InputException when that would be too many.
+  Decoded(const Agent& agent, std::string table, unsigned& copies)
+      : copies_(copies), profile_(agent.profile().fields()), table_(std::move(table)) {
+    if (copies_ == copiesMost) throw InputException("too many decode at a time: ask again");
+    chip_.emplace(agent.chip());
+    ++copies_;
+  }
+  ~Decoded() override { --copies_; }
+  Decoded(const Decoded&) = delete;
+  Decoded& operator=(const Decoded&) = delete;
 
   bool prepares() const override { return !prepared_; }
   void prepare() override {
     prepared_ = true;
     try {
       // Everything that is counted is this thread's own.
-      Agent copy(Orb::make<VelaSwitch::ProfileInfo>(profile_), chip_);
+      Agent copy(Orb::make<VelaSwitch::ProfileInfo>(profile_), *chip_);
       copy.make();
       copy.decode();
       for (const TableAdapter* table : copy.announced()) {
@@ -116,11 +127,11 @@ class Decoded final : public Answer {
     } catch (const std::exception& error) {
       error_ = error.what();
     }
+    chip_.reset();
   }
   bool piece(std::string& out) override {
-    for (std::size_t left = pieceLines; left > 0 && next_ < lines_.size(); --left) {
-      out += lines_[next_++];
-    }
+    out.append(lines_, next_, pieceBytes);
+    next_ += pieceBytes;
     if (next_ < lines_.size()) return true;
     error_.empty() ? addEnd(out) : addError(out, error_);
     return false;
@@ -135,15 +146,16 @@ class Decoded final : public Answer {
       line.update(tableName(table));
       line["key"] = key;
       line["result"] = result;
-      addLine(lines_.emplace_back(), line);
+      addLine(lines_, line);
     });
   }
 
-  VelaDevice::SimulatedSwitch chip_;
+  unsigned& copies_;
+  std::optional<VelaDevice::SimulatedSwitch> chip_;
   VelaSwitch::ProfileFields profile_;
   std::string table_;
   bool prepared_ = false;
-  std::vector<std::string> lines_;
+  std::string lines_;
   std::size_t next_ = 0;
   std::string error_;
 };
@@ -262,18 +274,17 @@ std::unique_ptr<Answer> entriesOf(const TableAdapter& table, Json keys) {
       });
 }
 
-/// What packets find, asked of a copy, so that no hit bit is set.
+/// What packets find; no hit bit is set.
 std::unique_ptr<Answer> lookupIn(const Agent& agent, const std::string& name, Json keys) {
   const TableAdapter& table = agent.table(name, 0);
-  const auto chip = std::make_shared<VelaDevice::SimulatedSwitch>(agent.chip());
-  const auto path = std::make_shared<VelaDevice::DataPath>(*chip, agent.profile());
   const std::size_t count = keys.size();
   return std::make_unique<Items>(
-      count, [&table, chip, path, keys = std::move(keys)](std::size_t number, std::string& out) {
+      count, [&agent, &table, keys = std::move(keys)](std::size_t number, std::string& out) {
+        VelaDevice::DataPath path(agent.chip(), agent.profile());
         addLine(out, {{"op", "lookup"},
                       {"table", table.name()},
                       {"key", keys[number]},
-                      {"hit", table.lookup(*path, keys[number])}});
+                      {"hit", table.lookup(path, keys[number])}});
       });
 }
 
@@ -436,7 +447,7 @@ std::unique_ptr<Answer> Control::answerTo(Json request) {
     allowOnly(request, {"table"});
     const std::string table = textOf(request, "table");
     if (!table.empty()) agent_.table(table, 0);
-    return std::make_unique<Decoded>(agent_, table);
+    return std::make_unique<Decoded>(agent_, table, copies_);
   }
   if (name == "audit") {
     allowOnly(request, {"repair"});
@@ -459,6 +470,12 @@ std::unique_ptr<Answer> Control::answerTo(Json request) {
     return std::make_unique<Pictured>(agent_, meter_, upkeep_.thresholds());
   }
   throw InputException("unknown request \"" + name + "\"" + VelaAgent::suggestion(name, names));
+}
+
+std::string Control::errorLine(const std::string& why) {
+  std::string line;
+  addError(line, why);
+  return line;
 }
 
 std::unique_ptr<Answer> Control::ask(std::string_view line) {

@@ -45,6 +45,9 @@ class Control {
   /// The same of a line that was read.
   std::unique_ptr<Answer> askRead(VelaAgent::Json request);
 
+  /// The line that ends an answer that cannot go on.
+  static std::string errorLine(const std::string& why);
+
  private:
   std::unique_ptr<Answer> answerTo(VelaAgent::Json request);
 
@@ -55,6 +58,7 @@ class Control {
   const Upkeep& upkeep_;
   const StreamFollower* stream_;
   VelaAgent::FitMeter meter_;
+  unsigned copies_ = 0;  ///< Of the registers, that answers have.
 };
 
 }  // namespace VelaService

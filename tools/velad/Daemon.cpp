@@ -80,7 +80,7 @@ Daemon::Daemon(const VelaService::ConfigurationFile& file)
       feeds_.push_back(std::make_unique<KernelFeed>(loop_, configuration_, place));
     }
   }
-  operators_.emplace(loop_, *control_, configuration_.control, [this] { return !idle(); });
+  operators_.emplace(loop_, *control_, configuration_.control);
   if (!configuration_.metrics.empty()) {
     metrics_.emplace(configuration_.metrics);
     log(Level::info, "metrics: at http://" + configuration_.metrics + "/metrics");

@@ -35,6 +35,8 @@ class Connection {
     for (std::size_t done = 0; done < text.size();) {
       const ssize_t count = ::send(file_, text.data() + done, text.size() - done, MSG_NOSIGNAL);
       if (count < 0 && errno == EINTR) continue;
+      // A daemon that hung up may have said why.
+      if (count < 0 && errno == EPIPE) return;
       if (count < 0) fail("cannot write to ");
       done += static_cast<std::size_t>(count);
     }
