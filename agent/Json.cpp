@@ -17,6 +17,23 @@ std::string quoted(const Json& json) {
   return quoted(json.dump(-1, ' ', false, Json::error_handler_t::replace));
 }
 
+namespace {
+
+/// Where a byte is, which counts from 1: the column, and of several lines which.
+std::string placeText(const std::string& text, std::size_t byte) {
+  // What ends too early does so behind its last word.
+  const std::size_t end = text.find_last_not_of(" \t\r\n") + 1;
+  if (end == 0) return "it is empty";
+  const std::size_t at = std::min(byte - 1, end);
+  const std::size_t begin = at == 0 ? 0 : text.rfind('\n', at - 1) + 1;
+  const std::string line = text.substr(begin, text.find('\n', begin) - begin);
+  std::string place = Orb::text("column ", at - begin + 1, " of ", quoted(line));
+  if (text.find('\n') >= end) return place;
+  return Orb::text("line ", 1 + std::count(text.data(), text.data() + begin, '\n'), ", ", place);
+}
+
+}  // namespace
+
 Json jsonFromText(const std::string& text) {
   // Values are read, written and compared by recursion.
   constexpr int deepest = 100;
@@ -34,7 +51,7 @@ Json jsonFromText(const std::string& text) {
   try {
     return Json::parse(text);
   } catch (const Json::parse_error& error) {
-    throw InputException("column " + std::to_string(error.byte) + " of " + quoted(text));
+    throw InputException(placeText(text, error.byte));
   } catch (const Json::exception&) {
     throw InputException("a number is too large in " + quoted(text));
   }

@@ -1,9 +1,12 @@
 #include "service/Configuration.h"
 
 #include <arpa/inet.h>
+#include <sys/un.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <fstream>
+#include <map>
 #include <set>
 #include <sstream>
 #include <tuple>
@@ -50,6 +53,12 @@ class ConfigurationReader {
   }
   static Handler flag(bool& to);
   Handler seconds(Clock::duration& to);
+  /// Where something listens, as the field of that name says.
+  struct Listener {
+    std::string field;
+    std::string address;
+    U16 port;
+  };
   static std::pair<std::string, U16> readListen(const std::string& listen, bool anywhere,
                                                 const char* danger);
   void readPorts(const std::string& interface, const Json& ports);
@@ -64,6 +73,9 @@ class ConfigurationReader {
   void readStream(const Json& json);
   Handler server(const std::string& where, std::string& to, const char* danger);
   void checkSources(const Json& json);
+  void checkListeners();
+  void checkFiles();
+  void checkMarks();
 
   std::vector<std::string>& mistakes_;
   Configuration all_;
@@ -73,6 +85,8 @@ class ConfigurationReader {
   U32 ports_ = 64;
   U32 vrfs_ = 256;
   std::set<U8> taken_;
+  std::vector<Listener> listeners_;
+  Orb::PtrConst<VelaSwitch::ProfileInfo> profile_;
 };
 
 void ConfigurationReader::each(const Json& json, const std::string& where, const Fields& fields) {
@@ -129,6 +143,7 @@ std::pair<std::string, U16> ConfigurationReader::readListen(const std::string& l
     throw InputException("is to be ADDRESS:PORT, such as 127.0.0.1:2620");
   }
   const auto port = Orb::fromText<U16>(std::string_view(listen).substr(colon + 1));
+  if (port == 0) throw InputException("is to have a port, 1 to 65535");
   if (!anywhere && !address.starts_with("127.")) {
     throw InputException(address + " is not loopback: whoever reaches it " + danger +
                          "; \"anywhere\": true allows it");
@@ -156,10 +171,12 @@ void ConfigurationReader::readTable(const std::string& number, const Json& vrf) 
     throw InputException("the switch has VRFs 0 to " + std::to_string(vrfs_ - 1) + ", no " +
                          std::to_string(value));
   }
+  const auto table = Orb::fromText<U32>(number);
+  if (all_.routes.vrfs.contains(table)) throw InputException("this table is there twice");
   if (!taken_.insert(static_cast<U8>(value)).second) {
     throw InputException("another table has VRF " + std::to_string(value));
   }
-  all_.routes.vrfs[Orb::fromText<U32>(number)] = static_cast<U8>(value);
+  all_.routes.vrfs[table] = static_cast<U8>(value);
 }
 
 ConfigurationReader::Handler ConfigurationReader::choice(std::string& to,
@@ -248,7 +265,10 @@ ConfigurationReader::Handler ConfigurationReader::server(const std::string& wher
     bool anywhere = false;
     each(value, where, {{"listen", text(to)}, {"anywhere", flag(anywhere)}});
     if (to.empty()) return;
-    at(where + ".listen", [&] { readListen(to, anywhere, danger); });
+    at(where + ".listen", [&] {
+      const auto [address, port] = readListen(to, anywhere, danger);
+      listeners_.push_back({where + ".listen", address, port});
+    });
   };
 }
 
@@ -272,7 +292,10 @@ void ConfigurationReader::readStream(const Json& json) {
 void ConfigurationReader::checkSources(const Json& json) {
   const bool fromKernel = json.contains("kernel");
   const bool fromFpm = json.contains("fpm") || (!fromKernel && !all_.stream);
-  if (fromFpm) all_.routes.sources.push_back(fpm_);
+  if (fromFpm) {
+    all_.routes.sources.push_back(fpm_);
+    listeners_.push_back({"fpm.listen", all_.fpmAddress, all_.fpmPort});
+  }
   if (fromKernel) all_.routes.sources.push_back(kernel_);
   if (all_.stream) {
     all_.stream->routesAreOthers = fromFpm || fromKernel;
@@ -289,13 +312,66 @@ void ConfigurationReader::checkSources(const Json& json) {
   }
 }
 
+/// Two cannot listen at one port, unless at addresses of their own.
+void ConfigurationReader::checkListeners() {
+  static const std::string every = "0.0.0.0";
+  for (auto one = listeners_.begin(); one != listeners_.end(); ++one) {
+    const auto other = std::find_if(listeners_.begin(), one, [one](const Listener& each) {
+      return each.port == one->port &&
+             (each.address == one->address || each.address == every || one->address == every);
+    });
+    if (other != one) mistake(one->field, "is where " + other->field + " is");
+  }
+}
+
+/// A file that is written is one thing's own.
+void ConfigurationReader::checkFiles() {
+  namespace fs = std::filesystem;
+  std::map<fs::path, std::string> fields;
+  const auto check = [&](const char* field, const std::string& path) {
+    if (path.empty()) return;
+    std::error_code unknown;
+    fs::path place = fs::weakly_canonical(fs::absolute(path), unknown);
+    if (unknown) place = fs::absolute(path);
+    const auto [at, isNew] = fields.try_emplace(place, field);
+    if (!isNew) mistake(field, "is the file of " + at->second);
+  };
+  check("device", all_.device);
+  check("control", all_.control);
+  check("nexthops", all_.routes.nexthopFile);
+  if (all_.stream) check("stream.position", all_.stream->positionFile);
+  constexpr std::size_t longest = sizeof(sockaddr_un::sun_path) - 1;
+  if (all_.control.size() > longest) {
+    mistake("control", Orb::text("is longer than a socket's path can be, ", longest, " bytes"));
+  }
+}
+
+/// Marks of a table whose rows are another's, or that has none, would never be looked at.
+void ConfigurationReader::checkMarks() {
+  const auto& told = all_.upkeep.thresholds.tables;
+  if (told.empty() || !profile_) return;
+  VelaDevice::SimulatedSwitch chip;
+  VelaAgent::Agent agent(profile_, chip);
+  agent.make();
+  std::set<std::string> marked;
+  for (const auto& table : agent.tables()) {
+    if (Thresholds::hasMarks(*table)) marked.insert(table->name());
+  }
+  for (const auto& [name, marks] : told) {
+    if (!marked.contains(name)) {
+      mistake("thresholds.tables." + name, "has no rows of its own that could be full");
+    }
+  }
+}
+
 Configuration ConfigurationReader::read(const Json& json) {
+  if (!json.is_object()) throw InputException("is to be a JSON object");
   // What the others are checked against comes first.
   at("profile", [&] {
-    if (json.is_object() && json.contains("profile")) text(all_.profile)(json["profile"]);
-    const auto profile = VelaAgent::loadProfile(all_.profile);
-    ports_ = profile->ports();
-    vrfs_ = profile->vrfs();
+    if (json.contains("profile")) text(all_.profile)(json["profile"]);
+    profile_ = VelaAgent::loadProfile(all_.profile);
+    ports_ = profile_->ports();
+    vrfs_ = profile_->vrfs();
   });
   const auto named = [this](const char* where,
                             void (ConfigurationReader::*member)(const std::string&, const Json&)) {
@@ -330,14 +406,40 @@ Configuration ConfigurationReader::read(const Json& json) {
   needed(all_.device, "device");
   needed(all_.control, "control");
   checkSources(json);
+  checkListeners();
+  checkFiles();
+  checkMarks();
   return all_;
+}
+
+/// Of fields that an object has twice the last would count, and nobody would know.
+void noteTwice(const std::string& text, std::vector<std::string>& mistakes) {
+  struct Object {
+    std::set<std::string> names;
+    std::string last;
+  };
+  std::vector<Object> objects;
+  const auto note = [&](int, Json::parse_event_t event, const Json& parsed) {
+    if (event == Json::parse_event_t::object_start) objects.emplace_back();
+    if (event == Json::parse_event_t::object_end) objects.pop_back();
+    if (event != Json::parse_event_t::key) return true;
+    objects.back().last = parsed.get<std::string>();
+    if (objects.back().names.insert(objects.back().last).second) return true;
+    std::string place;
+    for (const Object& each : objects) place += (place.empty() ? "" : ".") + each.last;
+    mistakes.push_back(place + ": is there twice");
+    return true;
+  };
+  static_cast<void>(Json::parse(text, note));
 }
 
 }  // namespace
 
 Configuration readConfiguration(const std::string& text, std::vector<std::string>& mistakes) {
   try {
-    return ConfigurationReader(mistakes).read(VelaAgent::jsonFromText(text));
+    const Json json = VelaAgent::jsonFromText(text);
+    noteTwice(text, mistakes);
+    return ConfigurationReader(mistakes).read(json);
   } catch (const std::exception& error) {
     mistakes.emplace_back(error.what());
     return {};
@@ -347,6 +449,8 @@ Configuration readConfiguration(const std::string& text, std::vector<std::string
 ConfigurationFile readConfigurationFile(const std::string& path) {
   ConfigurationFile file{path, {}, {}, {}};
   std::ifstream in(path);
+  // A folder shows when it is read.
+  in.peek();
   std::ostringstream text;
   text << in.rdbuf();
   if (!in) {

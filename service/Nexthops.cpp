@@ -3,7 +3,9 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <fstream>
 #include <stdexcept>
 #include <utility>
@@ -102,7 +104,12 @@ bool Nexthops::compact() {
 /// Keeps whose slot it is; returns whether it is kept.
 bool Nexthops::note(Slot slot) {
   if (file_.empty()) return true;
-  if (++lines_ > linesMost) return compact();
+  const bool good = ++lines_ > linesMost ? compact() : append(slot);
+  failure_ = good ? std::string() : file_ + ": " + std::strerror(errno);
+  return good;
+}
+
+bool Nexthops::append(Slot slot) {
   std::ofstream file(file_, std::ios::app);
   file << (cut_ ? "\n" : "") << line(slot) << std::flush;
   cut_ = !file;

@@ -56,6 +56,9 @@ class Nexthops {
   /// Whether an index became free since this was asked last.
   bool freed() { return std::exchange(freed_, false); }
 
+  /// The file and why it could not be written last; empty where it could.
+  const std::string& failure() const { return failure_; }
+
   using Visitor = std::function<void(Slot, const Owner&, U32 routes)>;
   /// Every slot that is in use. One that nothing is known of has an empty owner but for its ports.
   void forEach(const Visitor& visit) const;
@@ -79,6 +82,7 @@ class Nexthops {
   void read();
   bool compact();
   bool note(Slot slot);
+  bool append(Slot slot);
   bool take(Slot slot, const Owner& owner);
   bool write(U8 lag);
   std::string line(Slot slot) const;
@@ -90,6 +94,7 @@ class Nexthops {
   std::array<Lag, lagCount> lags_;
   std::size_t lines_ = 0;  ///< Of the file.
   bool cut_ = false;       ///< Its last line may be a part of one.
+  std::string failure_;
   bool freed_ = false;
 };
 

@@ -8,9 +8,13 @@ namespace VelaService {
 
 using VelaAgent::HwTableAdapter;
 
+bool Thresholds::hasMarks(const HwTableAdapter& table) {
+  return !table.borrowsRows() && table.typed().capacity() != 0;
+}
+
 void Thresholds::check() {
   for (const auto& table : agent_.tables()) {
-    if (table->borrowsRows() || table->typed().capacity() == 0) continue;
+    if (!hasMarks(*table)) continue;
     const Marks& marks = settings_.of(table->name());
     const double load = table->typed().load();
     State& state = states_[table.get()];

@@ -38,6 +38,8 @@ class Thresholds {
   /// Both must outlive it.
   Thresholds(const VelaAgent::Agent& agent, Watch& watch) : agent_(agent), watch_(watch) {}
 
+  /// Whether the table has rows that no other one before it has.
+  static bool hasMarks(const VelaAgent::HwTableAdapter& table);
   void settingsAre(ThresholdSettings settings) { settings_ = std::move(settings); }
   /// Compares how full each table is with its marks.
   void check();

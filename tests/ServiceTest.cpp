@@ -3,6 +3,7 @@
 #include <linux/nexthop.h>
 #include <linux/rtnetlink.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <csignal>
@@ -756,7 +757,9 @@ TEST(Nexthops, ALineThatWasCutCostsNoOther) {
     setrlimit(RLIMIT_FSIZE, &full);
     EXPECT_EQ(nexthops.acquire(owners[1], slots[1]), Nexthops::Outcome::hardwareError);
     setrlimit(RLIMIT_FSIZE, &before);
+    EXPECT_EQ(nexthops.failure(), file + ": File too large");
     EXPECT_EQ(nexthops.acquire(owners[1], slots[1]), Nexthops::Outcome::good);
+    EXPECT_EQ(nexthops.failure(), "");
   }
   Nexthops nexthops(file, write);
   for (std::size_t at : {0, 1}) nexthops.lagIs(slots[at].lag, owners[at].ports);
@@ -1039,6 +1042,41 @@ TEST(Control, RoutesThatTablesWereNotToldOfAreNamed) {
   EXPECT_EQ(answer["seconds"], VelaAgent::Json({{"desired", 0}, {"status", 0}}));
 }
 
+TEST(Control, WhatIsNoTextIsRefusedAndCopiesAreFew) {
+  World world;
+  const Upkeep upkeep(*world.agent, world.watcher->watch(), {});
+  const RouteTimes times(*world.agent);
+  Control control(*world.agent, *world.service, times, world.watcher->watch(), upkeep);
+  const auto isRefused = [&](const std::string& line) {
+    const auto answer = control.ask(line);
+    std::string text;
+    do {
+      if (answer->prepares()) answer->prepare();
+    } while (answer->piece(text));
+    return VelaAgent::jsonFromText(text.substr(text.rfind("{\"done\"")))["done"] == false;
+  };
+  EXPECT_TRUE(isRefused("\xFF"));
+  EXPECT_TRUE(isRefused("{\"request\":\"statsu\xE2\x82\"}"));
+  EXPECT_TRUE(isRefused("{\"request\":\"" + std::string(20000, '\xC3')));
+  const std::string decode = R"({"request":"decode"})";
+  auto unread = control.ask(decode);
+  const auto other = control.ask(decode);
+  EXPECT_TRUE(isRefused(decode));
+  unread.reset();
+  EXPECT_FALSE(isRefused(decode));
+}
+
+TEST(Memory, AFileHasItsRoomOnTheDisk) {
+  const std::string file = testing::TempDir() + "room." + std::to_string(getpid());
+  constexpr off_t size = off_t{1} << 20;
+  VelaDevice::Memory(file).sizeIs(size);
+  struct stat status {};
+  ASSERT_EQ(stat(file.c_str(), &status), 0);
+  EXPECT_EQ(status.st_size, size);
+  EXPECT_GE(512 * status.st_blocks, size) << "has holes";
+  std::filesystem::remove(file);
+}
+
 TEST(Control, AnswersAreAsDocumented) {
   World world;
   Random random;
@@ -1151,6 +1189,33 @@ TEST(Configuration, EachMistakeHasALine) {
   EXPECT_THAT(mistakes, testing::UnorderedElementsAre(
                             "profile: is to be a text", "queue: is to be 1 or more",
                             "control: is missing", testing::StartsWith("tables: names no table")));
+  mistakes.clear();
+  readConfiguration(
+      R"({"device":"d","control":"x/../d","nexthops":"d","tables":{"254":0,"254":0,"0254":1},
+          "fpm":{"listen":"127.0.0.1:99"},"metrics":{"listen":"0.0.0.0:99","anywhere":true},
+          "page":{"listen":"127.0.0.1:0"},"thresholds":{"tables":{"StarG":{},"Lpm26":{}}}})",
+      mistakes);
+  EXPECT_THAT(mistakes, testing::UnorderedElementsAre(
+                            "tables.254: is there twice", "tables.0254: this table is there twice",
+                            "control: is the file of device", "nexthops: is the file of device",
+                            "page.listen: is to have a port, 1 to 65535",
+                            "fpm.listen: is where metrics.listen is",
+                            "thresholds.tables.StarG: has no rows of its own that could be full"));
+  mistakes.clear();
+  readConfiguration(R"({"control":")" + std::string(108, 'c') + R"(","stream":{"server":"s"}})",
+                    mistakes);
+  EXPECT_THAT(mistakes,
+              testing::Contains("control: is longer than a socket's path can be, 107 bytes"));
+  for (const auto& [text, mistake] :
+       std::map<std::string, std::string>{{"[]", "is to be a JSON object"},
+                                          {" \n", "it is empty"},
+                                          {"{\n  \"device\": 1,\n}\n", "line 3, column 1 of }"},
+                                          {"{\n  7", "line 2, column 3 of   7"},
+                                          {"{\n \"a\":\n", "line 2, column 6 of  \"a\":"}}) {
+    mistakes.clear();
+    readConfiguration(text, mistakes);
+    EXPECT_THAT(mistakes, testing::ElementsAre(mistake));
+  }
 }
 
 }  // namespace

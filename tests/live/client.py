@@ -39,6 +39,7 @@ class Velad:
         self.settings.update(changes)
         with open(f"{self.work}/velad.json", "w") as out:
             json.dump(self.settings, out)
+        return out.name
 
     def start(self):
         with open(f"{self.work}/log", "a") as log:

@@ -140,13 +140,41 @@ def check_thresholds(velad, watcher):
 
 def check_reload(velad):
     for changes, told in (({"scrub": {"rows": -1}}, "nothing is changed, "),
-                          ({"scrub": {"rows": 0}, "queue": 9}, "only a restart changes queue")):
+                          ({"scrub": {"rows": 0}, "queue": 9, "log": "error"}, "only a restart changes queue"),
+                          ({"log": "info"}, "changed log")):
         velad.configure(**changes)
         velad.process.send_signal(signal.SIGHUP)
         wait(f"the log has {told}", lambda: f"reload: {told}" in velad.log())
     rows = [Operator(velad.path).ask({"request": "status"})[0]["scrub"]["rows"] for _ in range(2) if not time.sleep(0.3)]
-    if rows[0] != rows[1] or "reload: changed scrub" not in velad.log():
+    if rows[0] != rows[1] or "reload: changed log, scrub" not in velad.log():
         fail(f"it scrubs on: {rows}")
+
+
+def check_doors(velad):
+    """Strangers cannot shut others out: another velad, too many connections, lines that are no text, half requests."""
+    second = subprocess.run([velad.program, velad.configure(device=f"{velad.work}/other",
+                                                            fpm={"listen": f"127.0.0.1:{PORT + 1}"})],
+                            capture_output=True, text=True, timeout=30)
+    if second.returncode != 2 or f"another process serves {velad.path}" not in second.stderr:
+        fail(f"a second one said {second.stderr}")
+    # The watcher and velad's own operator are the first two of 64.
+    crowd = [Operator(velad.path) for _ in range(62)]
+    if tool(velad, "status").stderr != "velatable: too many are connected\n":
+        fail("one too many does not hear why")
+    for each in crowd:
+        each.peer.sendall(b"\xff\n")
+    if not all("column 1 of" in each.lines.readline() for each in crowd):
+        fail("nobody hears what is wrong with a line")
+    for each in crowd:
+        each.lines.close()
+        each.peer.close()
+    velad.status()
+    half = [socket.create_connection(("127.0.0.1", SCRAPED)) for _ in range(16)]
+    for each in half:
+        each.sendall(b"GET /metrics HTTP/1.1\r\n")
+    urllib.request.urlopen(f"http://127.0.0.1:{SCRAPED}/metrics", timeout=10)
+    for each in half:
+        each.close()
 
 
 def check_unit(velad):
@@ -190,6 +218,7 @@ def main(velad, promtool):
     check_reload(velad)
     check_metrics(velad, promtool)
     check_unit(velad)
+    check_doors(velad)
     feed.close()
     if watcher.heard(event="gap"):
         fail(f"a gap: {watcher.heard(event='gap')[0]}")

@@ -3,9 +3,11 @@
 #include <net/if.h>
 #include <systemd/sd-daemon.h>
 
+#include <algorithm>
 #include <array>
 #include <csignal>
 #include <filesystem>
+#include <utility>
 
 #include "FpmFeed.h"
 #include "KernelFeed.h"
@@ -120,7 +122,9 @@ void Daemon::work() {
 
 void Daemon::tick() {
   sd_notify(0, "WATCHDOG=1");
-  if (metrics_ && ++ticks_ % ticksPerCollection == 0) {
+  const bool collects = ++ticks_ % ticksPerCollection == 0;
+  if (collects) tellFailures();
+  if (collects && metrics_) {
     metrics_->collect(agent_, *routes_, *upkeep_);
     metrics_->queueLengthIs(routes_->queued() + (follower_ ? follower_->queued() : 0));
     if (follower_) metrics_->collect(*follower_);
@@ -134,6 +138,20 @@ void Daemon::tick() {
   for (const auto& feed : feeds_) feed->tick(agent_.recorder().rowWrites());
 }
 
+/// What the last second failed in, and the file of next hops once more when it is well again.
+void Daemon::tellFailures() {
+  const U64 failures = agent_.recorder().failures();
+  if (failures != busFailures_) {
+    log(Level::warning, Orb::text("bus: ", failures - std::exchange(busFailures_, failures),
+                                  " accesses to rows and hit bits failed"));
+  }
+  const std::string& failure = routes_->nexthops().failure();
+  if (failure == nexthopFailure_) return;
+  nexthopFailure_ = failure;
+  failure.empty() ? log(Level::info, "next hops: their file is written again")
+                  : log(Level::error, "next hops: cannot write " + failure);
+}
+
 /// Takes over what a running daemon can of its file, unless there is a mistake in it.
 void Daemon::reload() {
   const auto next = VelaService::readConfigurationFile(file_.path);
@@ -142,7 +160,9 @@ void Daemon::reload() {
   }
   if (!next.mistakes.empty()) return;
   upkeep_->settingsAre(next.settings.upkeep);
-  leastLevelIs(next.settings.log);
+  // What changed is told by the more talkative of both levels.
+  const Level level = levelOf(next.settings.log);
+  leastLevelIs(std::max(leastLevel(), level));
   using VelaService::compareConfigurations;
   const auto live = compareConfigurations(lastText_, next.text).live;
   const auto restart = compareConfigurations(file_.text, next.text).restart;
@@ -150,6 +170,7 @@ void Daemon::reload() {
   if (live.empty() && restart.empty()) log(Level::info, "reload: nothing changed");
   if (!live.empty()) log(Level::info, "reload: changed " + listOf(live));
   if (!restart.empty()) log(Level::warning, "reload: only a restart changes " + listOf(restart));
+  leastLevelIs(level);
 }
 
 void Daemon::run() {

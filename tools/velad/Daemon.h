@@ -28,6 +28,7 @@ class Daemon {
   void workIfNeeded();
   void work();
   void tick();
+  void tellFailures();
   void reload();
   template <class Handle>
   static Daemon& of(Handle* handle) {
@@ -57,6 +58,8 @@ class Daemon {
   std::optional<Metrics> metrics_;
   std::optional<PageServer> page_;
   unsigned ticks_ = 0;
+  U64 busFailures_ = 0;               ///< That the log has told of,
+  std::string nexthopFailure_;        ///< and what it said of the file of next hops last.
   VelaService::Delays delays_;        ///< Of changes from sources of routes,
   VelaService::Delays streamDelays_;  ///< and from the stream.
 };

@@ -9,16 +9,20 @@ namespace Velad {
 
 namespace {
 
-Level leastLevel = Level::info;
+Level least = Level::info;
 
 }  // namespace
 
-void leastLevelIs(const std::string& name) {
-  leastLevel = name == "error" ? Level::error : name == "warning" ? Level::warning : Level::info;
+Level levelOf(const std::string& name) {
+  return name == "error" ? Level::error : name == "warning" ? Level::warning : Level::info;
 }
 
+void leastLevelIs(Level level) { least = level; }
+
+Level leastLevel() { return least; }
+
 void log(Level level, const std::string& text) {
-  if (level > leastLevel) return;
+  if (level > least) return;
   static const bool journal = std::getenv("JOURNAL_STREAM") != nullptr;
   static constexpr const char* marks[] = {SD_ERR, SD_WARNING, SD_INFO};
   static constexpr const char* names[] = {"velad: error: ", "velad: warning: ", "velad: info: "};

@@ -13,7 +13,7 @@ int serve(const std::string& path, bool check) {
   for (const std::string& mistake : file.mistakes) std::cerr << path << ": " << mistake << '\n';
   if (!file.mistakes.empty()) return exitBadInput;
   if (check) return 0;
-  Velad::leastLevelIs(file.settings.log);
+  Velad::leastLevelIs(Velad::levelOf(file.settings.log));
   Velad::Daemon(file).run();
   return 0;
 }
