@@ -430,7 +430,7 @@ void noteTwice(const std::string& text, std::vector<std::string>& mistakes) {
     mistakes.push_back(place + ": is there twice");
     return true;
   };
-  static_cast<void>(Json::parse(text, note));
+  std::ignore = Json::parse(text, note);
 }
 
 }  // namespace
