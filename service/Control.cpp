@@ -239,6 +239,7 @@ std::unique_ptr<Answer> statusOf(const Agent& agent, const RouteService& routes,
   status["scrub"] = scrubStatus(upkeep.scrubber());
   if (stream) {
     Json& line = status["stream"] = {{"connected", stream->isConnected()}};
+    if (!stream->trouble().empty()) line["error"] = stream->trouble();
     line.update(stream->report());
   }
   std::optional<RouteService::RefusedRoutes> list;

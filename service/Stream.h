@@ -25,7 +25,7 @@ EntryId entryIdFromText(std::string_view text);
 /// gap shows.
 struct StreamPosition {
   EntryId id;
-  U64 sequence = 0;  ///< 0 before the first.
+  U64 sequence = 0;  ///< 0 before the first was applied.
   bool operator==(const StreamPosition&) const = default;
 };
 

@@ -16,8 +16,10 @@ namespace {
 
 /// Lines of a load that are applied at a time, so that whoever asks is answered between them.
 constexpr std::size_t partLines = 512;
-/// Lines that wait for the stream of statuses while it cannot be reached.
-constexpr std::size_t unsentMost = 4096;
+/// Bytes of lines that wait for the stream of statuses while it cannot be reached.
+constexpr std::size_t unsentMost = std::size_t{1} << 20;
+/// Reads without news between two that look whether the stream is what it was.
+constexpr U64 quietMost = 8;
 /// Calls of retry() between two readings of what does not say what is desired.
 constexpr U64 pauseMost = 60;
 
@@ -47,11 +49,7 @@ StreamFollower::StreamFollower(VelaAgent::Agent& agent, StreamSettings settings,
       file_(settings_.positionFile, settings_.switchName),
       warn_(std::move(warn)),
       rebuilt_(restarted) {
-  const auto kept = file_.read();
-  position_ = saved_ = kept.value_or(StreamPosition());
-  traced_ = kept || !holdsEntries();
-  // Killed amid its first load, the switch has entries, and they are of these streams.
-  if (traced_ && !kept) save();
+  position_ = saved_ = file_.read().value_or(StreamPosition());
   beginLoad(saved_);
 }
 
@@ -63,31 +61,24 @@ void StreamFollower::connected() {
   connected_ = true;
   unconfirmed_ = true;
   seen_ = {};
-  if (phase_ != Phase::applying && phase_ != Phase::following) beginLoad(target_);
+  if (phase_ == Phase::lacking) beginLoad(target_);
 }
+
+/// The entry that was read last.
+EntryId StreamFollower::place() const { return phase_ == Phase::snapshot ? read_ : taken_.id; }
+
+/// Whether it is looked up before what comes behind it is read.
+bool StreamFollower::confirms() const { return unconfirmed_ && place() != EntryId(); }
 
 std::optional<StreamFollower::Reading> StreamFollower::reading() const {
   using Stream = Reading::Stream;
   if (!idle()) return std::nullopt;
-  switch (phase_) {
-    case Phase::snapshot:
-      return Reading{Stream::snapshot, read_, false, false};
-    case Phase::changes:
-      return Reading{Stream::changes, taken_.id, false, false};
-    case Phase::following:
-      return unconfirmed_ ? Reading{Stream::changes, position_.id, true, false}
-                          : Reading{Stream::changes, position_.id, false, true};
-    case Phase::lacking:
-      return Reading{Stream::snapshot, seen_, false, true};
-    case Phase::applying:
-      break;
-  }
-  return std::nullopt;
+  if (phase_ == Phase::lacking) return Reading{Stream::snapshot, seen_, false, true};
+  return Reading{phase_ == Phase::snapshot ? Stream::snapshot : Stream::changes, place(),
+                 confirms(), !confirms() && phase_ == Phase::following};
 }
 
 void StreamFollower::take(const std::vector<StreamEntry>& entries) {
-  if (phase_ == Phase::snapshot) return takeSnapshot(entries);
-  if (phase_ == Phase::changes) return takeChanges(entries);
   if (phase_ == Phase::lacking) {
     if (!entries.empty()) {
       seen_ = entries.back().id;
@@ -97,12 +88,14 @@ void StreamFollower::take(const std::vector<StreamEntry>& entries) {
     }
     return beginLoad(target_);
   }
-  if (!unconfirmed_) return takeNews(entries);
+  const bool confirmation = confirms();
   unconfirmed_ = false;
-  const bool none = position_.sequence == 0;
-  const auto change = entries.size() == 1 ? read(entries.front()) : std::nullopt;
-  const bool there = change && StreamPosition{entries[0].id, change->sequence} == position_;
-  if (!none && !there) beginLoad({});
+  if (confirmation) {
+    if (entries.empty()) beginLoad(phase_ == Phase::following ? StreamPosition() : target_);
+    return;
+  }
+  if (phase_ == Phase::snapshot) return takeSnapshot(entries);
+  phase_ == Phase::changes ? takeChanges(entries) : takeNews(entries);
 }
 
 void StreamFollower::beginLoad(const StreamPosition& target) {
@@ -112,6 +105,7 @@ void StreamFollower::beginLoad(const StreamPosition& target) {
   desired_.clear();
   read_ = {};
   parts_ = 0;
+  wrong_ = 0;
   whole_ = false;
 }
 
@@ -131,6 +125,8 @@ void StreamFollower::takeSnapshot(const std::vector<StreamEntry>& entries) {
     try {
       const SnapshotEnd end = snapshotEndOf(entry);
       if (end.parts == parts_) {
+        if (desired_.empty() && wrong_ > 0)
+          return lack("no line of the one that is there is right");
         whole_ = true;
         return snapshotRead(end.at);
       }
@@ -152,7 +148,8 @@ void StreamFollower::snapshotRead(const StreamPosition& at) {
 
 void StreamFollower::takenIs(const StreamPosition& taken) {
   taken_ = taken;
-  if (traced_ && taken_ == position_) whole_ = true;
+  const bool begins = taken_.id == EntryId();
+  if (taken_.id == position_.id && !(begins && holdsEntries())) whole_ = true;
 }
 
 void StreamFollower::takeChanges(const std::vector<StreamEntry>& entries) {
@@ -173,6 +170,10 @@ void StreamFollower::takeChanges(const std::vector<StreamEntry>& entries) {
 }
 
 void StreamFollower::takeNews(const std::vector<StreamEntry>& entries) {
+  if (entries.empty() && ++quiet_ >= quietMost) {
+    quiet_ = 0;
+    unconfirmed_ = true;
+  }
   for (const StreamEntry& entry : entries) {
     auto change = read(entry);
     if (change && (change->snapshot || change->sequence != taken_.sequence + 1)) {
@@ -222,6 +223,7 @@ void StreamFollower::fold(const EntryId& entry, const std::string& lines) {
         desired_[name] = {++announcements_, std::string(line)};
       }
     } catch (const std::exception& error) {
+      ++wrong_;
       readInvalid(entry, number, error.what());
     }
   });
@@ -262,6 +264,11 @@ void StreamFollower::work() {
 
 void StreamFollower::workOnQueue() {
   if (!queue_.empty()) {
+    if (position_.id == EntryId()) {
+      // Killed amid its first lines, the switch has entries, and they are of these streams.
+      position_.id = queue_.front().entry;
+      save();
+    }
     apply(queue_.front());
     if (queue_.front().after) position_ = *queue_.front().after;
     lines_ += queue_.front().count;
@@ -286,7 +293,6 @@ void StreamFollower::endLoad() {
   agent_.settle();
   desired_.clear();
   position_ = taken_;
-  traced_ = true;
   phase_ = Phase::following;
   ++loads_;
 }
@@ -355,7 +361,7 @@ void StreamFollower::readInvalid(const EntryId& entry, U64 line, const std::stri
 
 void StreamFollower::invalid(const EntryId& entry, U64 line, const std::string& why) {
   ++invalid_;
-  Json told = {{"invalid", why}, {"entry", toText(entry)}};
+  Json told = {{"invalid", VelaAgent::quoted(why)}, {"entry", toText(entry)}};
   if (line != 0) told["line"] = line;
   // What is wrong may be the bytes of a text.
   tell(told.dump(-1, ' ', false, Json::error_handler_t::replace));
@@ -374,7 +380,7 @@ Json StreamFollower::report() const {
   if (scrubber_) {
     scrubber_->forEachFound([&](const auto&, auto, U64 count) { findings += count; });
   }
-  return {{"position", toText(position_.id)},
+  return {{"position", toText(position_.sequence == 0 ? EntryId() : position_.id)},
           {"sequence", position_.sequence},
           {"wantsSnapshot", wantsSnapshot_},
           {"loads", loads_},
@@ -392,24 +398,31 @@ void StreamFollower::told(U64, std::string_view line) {
 }
 
 void StreamFollower::tell(std::string line) {
+  unsentBytes_ += line.size();
   unsent_.push_back(std::move(line));
-  if (unsent_.size() <= unsentMost) return;
-  unsent_.pop_front();
-  if (sending_ > 0) --sending_;
-  ++dropped_;
+  while (unsentBytes_ > unsentMost) {
+    unsentBytes_ -= unsent_.front().size();
+    unsent_.pop_front();
+    if (sending_ > 0) --sending_;
+    ++dropped_;
+  }
 }
 
 std::string StreamFollower::unsent(std::size_t bytes) {
   std::string all;
-  for (sending_ = 0; sending_ < unsent_.size() && all.size() < bytes; ++sending_) {
-    (all += unsent_[sending_]) += '\n';
+  for (sending_ = 0; sending_ < unsent_.size(); ++sending_) {
+    const std::string& line = unsent_[sending_];
+    if (!all.empty() && all.size() + line.size() >= bytes) break;
+    (all += line) += '\n';
   }
   return all;
 }
 
 void StreamFollower::sent() {
-  unsent_.erase(unsent_.begin(), unsent_.begin() + static_cast<std::ptrdiff_t>(sending_));
-  sending_ = 0;
+  for (; sending_ > 0; --sending_) {
+    unsentBytes_ -= unsent_.front().size();
+    unsent_.pop_front();
+  }
 }
 
 }  // namespace VelaService

@@ -33,7 +33,7 @@ struct StreamSettings {
 /// registers have what a change says, and is kept in a file.
 ///
 /// Streams that are not there take nothing from a switch: without a snapshot, changes count only
-/// where they lead on from what the switch holds.
+/// where they have the position, or begin with the first and the switch holds nothing.
 ///
 /// Whoever owns it reads what reading() asks for, and hands it to take().
 class StreamFollower final : public WatchListener {
@@ -56,6 +56,9 @@ class StreamFollower final : public WatchListener {
   void connected();
   void disconnected() { connected_ = false; }
   bool isConnected() const { return connected_; }
+  /// Why the streams cannot be read or written, for people; empty while they can.
+  void troubleIs(const std::string& trouble) { trouble_ = trouble; }
+  const std::string& trouble() const { return trouble_; }
   /// What to read, when there is something: not while there is work, nor while it is no use.
   std::optional<Reading> reading() const;
   /// Takes what reading() asked for: entries in their order, or none.
@@ -85,7 +88,8 @@ class StreamFollower final : public WatchListener {
   void told(U64 sequence, std::string_view line) override;
   /// Takes a line for that stream. Of those that cannot be sent the oldest go.
   void tell(std::string line);
-  /// The lines that wait to be sent, up to about `bytes`, joined; they stay until sent().
+  /// The lines that wait to be sent, joined: as many as `bytes` take, and at least one. They stay
+  /// until sent().
   std::string unsent(std::size_t bytes);
   void sent();
 
@@ -116,6 +120,8 @@ class StreamFollower final : public WatchListener {
   void takeChanges(const std::vector<StreamEntry>& entries);
   void takeNews(const std::vector<StreamEntry>& entries);
   void takenIs(const StreamPosition& taken);
+  EntryId place() const;
+  bool confirms() const;
   bool holdsEntries() const;
   void lack(const std::string& why);
   std::optional<Change> read(const StreamEntry& entry);
@@ -136,23 +142,27 @@ class StreamFollower final : public WatchListener {
   Warn warn_;
   bool rebuilt_;  ///< Nobody said yet what of the switch's rows is desired.
   Phase phase_ = Phase::snapshot;
-  StreamPosition target_;    ///< How far a load reads; nothing for to the end.
-  StreamPosition position_;  ///< What registers have; the file's until a load is over,
-  StreamPosition saved_;     ///< what the file has of it,
-  StreamPosition taken_;     ///< and what was read.
-  EntryId read_;             ///< The last entry of a snapshot that was read, and how many
-  U64 parts_ = 0;            ///< came so far.
-  EntryId seen_;             ///< The last one of any snapshot.
-  EntryId replaced_;         ///< The end of a snapshot that did not fit what was read before it.
-  bool traced_;              ///< What the switch holds is what changes up to the position say.
-  bool whole_ = false;       ///< What was read for a load says all that is desired.
-  U64 wait_ = 0;             ///< Calls of retry() until all is read again,
-  U64 pause_ = 1;            ///< and how many it will be the next time.
+  StreamPosition target_;  ///< How far a load reads; nothing for to the end.
+  /// What registers have; the file's until a load is over. With the number 0 the entry is the one
+  /// that the first lines come from: they may have a part of it.
+  StreamPosition position_;
+  StreamPosition saved_;  ///< what the file has of it,
+  StreamPosition taken_;  ///< and what was read.
+  EntryId read_;          ///< The last entry of a snapshot that was read, and how many
+  U64 parts_ = 0;         ///< came so far.
+  EntryId seen_;          ///< The last one of any snapshot.
+  EntryId replaced_;      ///< The end of a snapshot that did not fit what was read before it.
+  bool whole_ = false;    ///< What was read for a load says all that is desired.
+  U64 wait_ = 0;          ///< Calls of retry() until all is read again,
+  U64 pause_ = 1;         ///< and how many it will be the next time.
   bool connected_ = false;
-  bool unconfirmed_ = true;  ///< The stream may have lost the position.
+  std::string trouble_;
+  bool unconfirmed_ = true;  ///< The stream may have lost what was read last.
+  U64 quiet_ = 0;            ///< Reads without news since that was looked up.
   bool reload_ = false;      ///< When the queue is empty, all is to be read anew.
   std::unordered_map<std::string, Last> desired_;  ///< While it is loaded, by table and key.
-  U64 announcements_ = 0;                          ///< That were read for it.
+  U64 announcements_ = 0;                          ///< That were read for it,
+  U64 wrong_ = 0;                                  ///< and lines that were none.
   std::deque<Part> queue_;
   U64 queued_ = 0;  ///< Lines in it.
   U64 loads_ = 0;
@@ -165,6 +175,7 @@ class StreamFollower final : public WatchListener {
   const Scrubber* scrubber_ = nullptr;
   bool working_ = false;
   std::deque<std::string> unsent_;
+  std::size_t unsentBytes_ = 0;
   std::size_t sending_ = 0;  ///< How many of them are being sent.
   U64 dropped_ = 0;
 };

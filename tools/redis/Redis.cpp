@@ -1,5 +1,6 @@
 #include "Redis.h"
 
+#include <algorithm>
 #include <fstream>
 #include <span>
 
@@ -43,16 +44,26 @@ StreamEntry entryOf(const redisReply& reply) {
   return entry;
 }
 
-}  // namespace
-
-Address addressOf(const std::string& url) {
+Address addressOf(std::string_view url) {
   constexpr std::string_view scheme = "redis://";
   try {
     if (!url.starts_with(scheme)) throw InputException("another scheme");
-    return addressOfText(std::string_view(url).substr(scheme.size()));
+    return addressOfText(url.substr(scheme.size()));
   } catch (const std::exception&) {
-    throw InputException("\"" + url + "\" is to be redis://HOST:PORT");
+    throw InputException("\"" + std::string(url) + "\" is to be redis://HOST:PORT");
   }
+}
+
+}  // namespace
+
+std::vector<Address> addressesOf(const std::string& urls) {
+  std::vector<Address> all;
+  for (std::size_t begin = 0; begin <= urls.size();) {
+    const std::size_t end = std::min(urls.find(',', begin), urls.size());
+    all.push_back(addressOf(std::string_view(urls).substr(begin, end - begin)));
+    begin = end + 1;
+  }
+  return all;
 }
 
 bool movedTo(const redisReply& error, Address& address) {

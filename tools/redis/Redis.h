@@ -14,8 +14,9 @@ struct Address {
   std::string host;
   int port = 6379;
 };
-/// Of "redis://HOST" or "redis://HOST:PORT"; throws VelaAgent::InputException for others.
-Address addressOf(const std::string& url);
+/// Of "redis://HOST" or "redis://HOST:PORT", or several with commas between them; throws
+/// VelaAgent::InputException for others.
+std::vector<Address> addressesOf(const std::string& urls);
 /// The address that an error names when another server of a cluster has the key; false for others.
 bool movedTo(const redisReply& error, Address& address);
 

@@ -8,6 +8,7 @@ namespace {
 struct RedisPoll {
   uv_poll_t handle{};
   redisAsyncContext* context = nullptr;
+  std::function<void()> heard;
   int events = 0;
 
   void eventsAre(int wanted) {
@@ -22,6 +23,7 @@ struct RedisPoll {
     const auto* poll = static_cast<RedisPoll*>(on->data);
     // A reading finds out what is wrong. Each may end the context.
     if (poll->context && (status < 0 || (events & UV_READABLE) != 0)) {
+      poll->heard();
       redisAsyncHandleRead(poll->context);
     }
     if (poll->context && (events & UV_WRITABLE) != 0) redisAsyncHandleWrite(poll->context);
@@ -43,9 +45,10 @@ void end(void* data) {
 
 }  // namespace
 
-void drive(Loop& loop, redisAsyncContext* context) {
+void drive(Loop& loop, redisAsyncContext* context, std::function<void()> heard) {
   auto* poll = new RedisPoll;
   poll->context = context;
+  poll->heard = std::move(heard);
   poll->handle.data = poll;
   uv_poll_init(loop.get(), &poll->handle, context->c.fd);
   context->ev.data = poll;

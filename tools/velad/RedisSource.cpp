@@ -18,10 +18,11 @@ using VelaService::StreamFollower;
 
 namespace {
 
-constexpr const char* entriesAtATime = "64";
+/// An entry has up to 64 KB, and others are served between two pages.
+constexpr const char* entriesAtATime = "16";
 /// How long a read waits for news: so long may a report take to be sent.
 constexpr const char* newsMilliseconds = "1000";
-/// A server that answers nothing for so long is gone.
+/// A server from which no byte comes for so long is gone.
 constexpr auto silenceMost = seconds(10);
 constexpr auto reportPause = seconds(1);
 /// Reports say at least this often that there is somebody.
@@ -54,8 +55,8 @@ RedisSource::RedisSource(Loop& loop, StreamFollower& follower, std::function<voi
       follower_(follower),
       heard_(std::move(heard)),
       names_(VelaService::streamNames(follower.settings().switchName)),
-      home_(VelaRedis::addressOf(follower.settings().server)),
-      address_(home_),
+      homes_(VelaRedis::addressesOf(follower.settings().server)),
+      address_(homes_.front()),
       authentication_(VelaRedis::authentication(follower.settings().credentials)) {}
 
 RedisSource::~RedisSource() {
@@ -96,7 +97,7 @@ void RedisSource::connect(const std::string& host) {
   if (!context_) return lost("no memory");
   context_->data = this;
   if (context_->err != 0) return drop(context_->errstr);
-  drive(loop_, context_);
+  drive(loop_, context_, [this] { last_ = Clock::now(); });
   // The library frees the context after either call.
   redisAsyncSetDisconnectCallback(context_, [](const redisAsyncContext* on, int) {
     auto* source = static_cast<RedisSource*>(on->data);
@@ -115,8 +116,11 @@ void RedisSource::connect(const std::string& host) {
 
 void RedisSource::established() {
   connected_ = true;
-  if (!authentication_.empty()) send(authentication_, [](const redisReply&) {});
-  log(Level::info, "stream: connected to " + address_.host + ":" + std::to_string(address_.port));
+  if (!authentication_.empty()) {
+    send(authentication_, [this](const redisReply& reply) {
+      if (reply.type == REDIS_REPLY_ERROR) refused(reply);
+    });
+  }
   follower_.connected();
   read();
 }
@@ -138,8 +142,14 @@ void RedisSource::read() {
 }
 
 void RedisSource::entriesCame(const redisReply& reply) {
+  if (reply.type == REDIS_REPLY_ERROR) return refused(reply);
   reading_ = false;
-  failures_ = 0;
+  if (!std::exchange(useful_, true)) {
+    log(Level::info, "stream: connected to " + address_.host + ":" + std::to_string(address_.port));
+    failures_ = 0;
+    told_.clear();
+    follower_.troubleIs(refusal_);
+  }
   follower_.take(VelaRedis::entriesOf(reply));
   follower_.idle() ? read() : heard_();
 }
@@ -156,12 +166,22 @@ void RedisSource::report(Clock::time_point now) {
       "*",    "report",      report};
   if (!lines.empty()) command.insert(command.end(), {"lines", lines});
   reporting_ = true;
-  send(command, [this, report, now](const redisReply&) {
+  send(command, [this, report, now](const redisReply& reply) {
     reporting_ = false;
+    refusalIs(reply.type == REDIS_REPLY_ERROR ? VelaRedis::textOf(reply) : std::string());
+    if (!refusal_.empty()) return;
     reported_ = now;
     lastReport_ = report;
     follower_.sent();
   });
+}
+
+/// Why the server takes no report, if so: what is desired can be read all the same.
+void RedisSource::refusalIs(const std::string& why) {
+  if (why == refusal_) return;
+  refusal_ = why;
+  follower_.troubleIs(why);
+  if (!why.empty()) log(Level::warning, "stream: no report can be written: " + why);
 }
 
 void RedisSource::send(const Command& command, Replied replied) {
@@ -191,25 +211,29 @@ void RedisSource::replyCame(const Replied& replied, const redisReply& reply) {
   last_ = Clock::now();
   --awaited_;
   try {
-    if (reply.type != REDIS_REPLY_ERROR) return replied(reply);
-    const bool moved = VelaRedis::movedTo(reply, address_);
-    drop(VelaRedis::textOf(reply), moved ? Level::info : Level::warning);
-    if (moved) next_ = {};
+    replied(reply);
   } catch (const std::exception& error) {
     drop(error.what());
   }
+}
+
+void RedisSource::refused(const redisReply& error) {
+  const bool moved = VelaRedis::movedTo(error, address_);
+  drop(VelaRedis::textOf(error), moved ? Level::info : Level::warning);
+  if (moved) next_ = {};
 }
 
 /// The connection is no more.
 void RedisSource::lost(const std::string& why, Level level) {
   const bool was = std::exchange(connected_, false);
   follower_.disconnected();
-  reading_ = reporting_ = false;
+  follower_.troubleIs(why);
+  useful_ = reading_ = reporting_ = false;
   awaited_ = 0;
-  // Who cannot be reached is told of once.
-  if (was || failures_ == 0) log(level, "stream: " + why);
-  if (!was) address_ = home_;
+  // Attempts that fail alike are told of once.
+  if (told_.insert(why).second) log(level, "stream: " + why);
   next_ = Clock::now() + pauseAfter(failures_++);
+  if (!was) address_ = homes_[failures_ % homes_.size()];
 }
 
 /// Ends the connection.

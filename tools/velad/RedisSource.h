@@ -1,6 +1,7 @@
 #pragma once
 
 #include <functional>
+#include <set>
 
 #include "Log.h"
 #include "Loop.h"
@@ -46,6 +47,8 @@ class RedisSource {
   void report(Clock::time_point now);
   void send(const VelaRedis::Command& command, Replied replied);
   void replyCame(const Replied& replied, const redisReply& reply);
+  void refused(const redisReply& error);
+  void refusalIs(const std::string& why);
   void lost(const std::string& why, Level level = Level::warning);
   void drop(const std::string& why, Level level = Level::warning);
 
@@ -53,21 +56,24 @@ class RedisSource {
   VelaService::StreamFollower& follower_;
   std::function<void()> heard_;
   VelaService::StreamNames names_;
-  VelaRedis::Address home_;     ///< Where it is told to connect,
-  VelaRedis::Address address_;  ///< and where the streams are.
+  std::vector<VelaRedis::Address> homes_;  ///< Where it is told to connect, in turn,
+  VelaRedis::Address address_;             ///< and where the streams are.
   VelaRedis::Command authentication_;
   Lookup* lookup_ = nullptr;
   redisAsyncContext* context_ = nullptr;
   bool connected_ = false;
+  bool useful_ = false;  ///< The connection: something was read.
   bool reading_ = false;
   bool reporting_ = false;
   unsigned awaited_ = 0;          ///< Replies that are to come.
   unsigned failures_ = 0;         ///< Since a connection was of use.
   Clock::time_point next_;        ///< When to connect.
-  Clock::time_point last_;        ///< When something came, or was asked for first.
+  Clock::time_point last_;        ///< When bytes came, or were asked for first.
   Clock::time_point considered_;  ///< When a report was thought of,
   Clock::time_point reported_;    ///< and when one was sent.
   std::string lastReport_;
+  std::string refusal_;         ///< Why the last report was refused.
+  std::set<std::string> told_;  ///< Why connections were lost since one was of use.
 };
 
 }  // namespace Velad

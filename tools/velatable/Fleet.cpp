@@ -34,10 +34,28 @@ std::set<std::string> switchesOf(RedisConnection& server) {
   return names;
 }
 
-std::optional<StreamEntry> lastOf(RedisConnection& server, const std::string& stream) {
-  const auto reply = server.ask({"XREVRANGE", stream, "+", "-", "COUNT", "1"});
+/// The last entry of a stream, up to `to`.
+std::optional<StreamEntry> lastOf(RedisConnection& server, const std::string& stream,
+                                  const std::string& to = "+") {
+  const auto reply = server.ask({"XREVRANGE", stream, to, "-", "COUNT", "1"});
   const auto entries = VelaRedis::entriesOf(*reply);
   return entries.empty() ? std::nullopt : std::optional(entries.front());
+}
+
+/// The last change, or the one that the snapshot stands for where there is none.
+VelaService::StreamPosition lastChange(RedisConnection& server,
+                                       const VelaService::StreamNames& streams) {
+  auto entry = lastOf(server, streams.changes);
+  while (entry) {
+    try {
+      return {entry->id, VelaService::changeOf(*entry).sequence};
+    } catch (const std::exception&) {
+      // A switch passes it over as well.
+      entry = lastOf(server, streams.changes, "(" + toText(entry->id));
+    }
+  }
+  const auto end = lastOf(server, streams.snapshot);
+  return end ? VelaService::snapshotEndOf(*end).at : VelaService::StreamPosition();
 }
 
 /// The report in an entry, with its figures checked: others than switches may write there.
@@ -53,6 +71,7 @@ Json reportOf(const StreamEntry& status) {
     check(name, report.value(name, Json(0U)).is_number_unsigned());
   }
   check("wantsSnapshot", report.value("wantsSnapshot", Json(false)).is_boolean());
+  report.erase("error");
   return report;
 }
 
@@ -60,16 +79,18 @@ Json reportOf(const StreamEntry& status) {
 Json switchLine(RedisConnection& server, const std::string& name, U64 now) {
   const auto streams = VelaService::streamNames(name);
   const auto status = lastOf(server, streams.status);
-  const auto change = lastOf(server, streams.changes);
+  const auto desired = lastChange(server, streams);
+  VelaService::StreamPosition applied;
   Json line = {{"switch", name}, {"position", nullptr}, {"sequence", 0U}, {"age", nullptr}};
   if (status && status->fields.contains("report")) {
     line.update(reportOf(*status));
+    applied = {VelaService::entryIdFromText(line["position"].get<std::string>()), line["sequence"]};
     line["age"] = static_cast<double>(now - std::min(now, status->id.milliseconds)) / 1000;
   }
   line["switch"] = name;
-  const U64 desired = change ? VelaService::changeOf(*change).sequence : 0;
-  const U64 applied = line["sequence"].get<U64>();
-  line["lag"] = desired - std::min(desired, applied);
+  // Where numbers began anew all of them are to come.
+  const U64 before = applied.sequence < desired.sequence ? applied.sequence : 0;
+  line["lag"] = applied.id < desired.id ? desired.sequence - before : 0;
   return line;
 }
 
@@ -110,11 +131,26 @@ std::string remarkOf(const Json& line) {
 void tellSwitch(const Json& line) {
   const bool told = !line["age"].is_null();
   const std::string age = told ? format("%.1f s", line["age"].get<double>()) : "-";
-  std::cout << format("%-24s %-22s %8s %8s %8s %9s  %s", line["switch"].get<std::string>().c_str(),
+  const std::string name = VelaAgent::quoted(line["switch"].get<std::string>());
+  std::cout << format("%-24s %-22s %8s %8s %8s %9s  %s", name.c_str(),
                       told ? line["position"].get<std::string>().c_str() : "-",
                       numberText(line, "lag").c_str(), numberText(line, "refused").c_str(),
                       numberText(line, "findings").c_str(), age.c_str(), remarkOf(line).c_str())
             << '\n';
+}
+
+void tellSwitchesOf(const std::string& url, const Options& options) {
+  RedisConnection server(url, options.credentials);
+  const U64 now = millisecondsOf(server);
+  for (const std::string& name : switchesOf(server)) {
+    const Json line = switchLineOrError(server, name, now);
+    if (options.json) {
+      // A name may be any bytes.
+      std::cout << line.dump(-1, ' ', false, Json::error_handler_t::replace) << '\n';
+    } else {
+      tellSwitch(line);
+    }
+  }
 }
 
 }  // namespace
@@ -125,19 +161,16 @@ int fleet(const Options& options) {
                         "findings", "age")
               << '\n';
   }
+  int result = exitGood;
   for (const std::string& url : options.streams) {
-    RedisConnection server(url, options.credentials);
-    const U64 now = millisecondsOf(server);
-    for (const std::string& name : switchesOf(server)) {
-      const Json line = switchLineOrError(server, name, now);
-      if (options.json) {
-        std::cout << line.dump() << '\n';
-      } else {
-        tellSwitch(line);
-      }
+    try {
+      tellSwitchesOf(url, options);
+    } catch (const InputException& error) {
+      std::cerr << "velatable: " << error.what() << '\n';
+      result = exitBadInput;
     }
   }
-  return exitGood;
+  return result;
 }
 
 }  // namespace VelaTool

@@ -1,5 +1,7 @@
 #include <chrono>
 #include <iostream>
+#include <optional>
+#include <random>
 #include <thread>
 
 #include "Commands.h"
@@ -20,39 +22,56 @@ constexpr std::size_t bytesMost = std::size_t{1} << 16;
 constexpr auto retryMost = std::chrono::seconds(30);
 constexpr auto retryPause = std::chrono::milliseconds(300);
 
-/// Each change is numbered after the one before it, and names its controller. The server carries
-/// out a script as a whole: of two controllers one is refused.
-constexpr const char* nextChange = R"(
-local last = redis.call('XREVRANGE', KEYS[1], '+', '-', 'COUNT', 1)[1]
-local sequence = '1'
-if last then
-  local fields = {}
-  for at = 1, #last[2], 2 do fields[last[2][at]] = last[2][at + 1] end
-  if not tonumber(fields.sequence) or not fields.owner then
-    return redis.error_reply('FOREIGN ' .. last[1])
-  end
-  if fields.owner ~= ARGV[1] and ARGV[2] ~= '1' then
-    return redis.error_reply('OWNER ' .. fields.owner)
-  end
-  sequence = string.format('%.0f', tonumber(fields.sequence) + 1)
-end
-)";
+/// Adds a change, numbered after the one before it, when that has the number that the controller
+/// knows; otherwise it answers with that one. The server carries out a script as a whole, so what
+/// comes twice, or late, is told apart, and so are two controllers. A snapshot that was put
+/// together takes the last one's place, and changes before it go.
 constexpr const char* addChange = R"(
-local id = redis.call('XADD', KEYS[1], '*', 'sequence', sequence, 'owner', ARGV[1], 'lines', ARGV[3])
-return id .. ' ' .. sequence
-)";
-/// The snapshot that was put together takes the last one's place, and changes before it go.
-constexpr const char* addSnapshot = R"(
-if redis.call('XLEN', KEYS[2]) ~= tonumber(ARGV[3]) then
-  return redis.error_reply('PARTS were lost')
+local function last(key)
+  local to = '+'
+  while true do
+    local entry = redis.call('XREVRANGE', key, to, '-', 'COUNT', 1)[1]
+    if not entry then return nil end
+    local fields = {}
+    for at = 1, #entry[2], 2 do fields[entry[2][at]] = entry[2][at + 1] end
+    fields.entry = entry[1]
+    local numbered = (fields.sequence or ''):match('^%d+$')
+    if numbered and (fields.lines or fields.snapshot or fields.at) then return fields end
+    to = '(' .. entry[1]
+  end
 end
-local id = redis.call('XADD', KEYS[1], '*', 'sequence', sequence, 'owner', ARGV[1], 'snapshot', '1')
-redis.call('XADD', KEYS[2], '*', 'at', id, 'sequence', sequence, 'parts', ARGV[3])
-redis.call('RENAME', KEYS[2], KEYS[3])
-redis.call('PERSIST', KEYS[3])
-redis.call('XTRIM', KEYS[1], 'MINID', id)
-return id .. ' ' .. sequence
+local owner, field, value, known, parts = unpack(ARGV)
+local changes, snapshot, next = unpack(KEYS)
+local before = last(changes) or last(snapshot) or {sequence = '0'}
+local ahead = tonumber(before.sequence) - tonumber(known)
+if ahead ~= 0 then
+  local there = ahead == 1 and before.owner == owner and before[field] == value
+  return {there and before.entry or '', before.sequence, before.owner or ''}
+end
+if next and redis.call('XLEN', next) ~= tonumber(parts) then
+  return redis.error_reply('PARTS of the snapshot were lost')
+end
+local sequence = string.format('%.0f', tonumber(known) + 1)
+local id = redis.call('XADD', changes, '*', 'sequence', sequence, 'owner', owner, field, value)
+if next then
+  redis.call('XADD', next, '*', 'at', id, 'sequence', sequence, 'owner', owner, 'parts', parts)
+  redis.call('RENAME', next, snapshot)
+  redis.call('PERSIST', snapshot)
+  redis.call('XTRIM', changes, 'MINID', id)
+end
+return {id, sequence, owner}
 )";
+/// Parts of a snapshot that is not finished within an hour go.
+constexpr const char* addPart = R"(
+redis.call('XADD', KEYS[1], '*', 'lines', ARGV[1])
+redis.call('EXPIRE', KEYS[1], 3600)
+)";
+
+/// Names what one run has put together.
+std::string randomName() {
+  std::random_device random;
+  return VelaAgent::hexText(U64{random()} << 32 | random(), 16);
+}
 
 /// Tells a switch what is desired, as one of its controllers.
 class Publisher {
@@ -71,7 +90,8 @@ class Publisher {
   void addSnapshotParts();
   template <class Act>
   void persist(const Act& act);
-  void change(const char* script, std::vector<std::string> keys, const std::string& argument);
+  void change(const char* field, const std::string& value, const std::string& next = {});
+  void lastIs(U64 sequence, const std::string& owner);
 
   const Options& options_;
   StreamNames names_;
@@ -79,10 +99,13 @@ class Publisher {
   std::string part_;  ///< Lines of the entry that is next.
   std::size_t partLines_ = 0;
   std::vector<std::string> parts_;  ///< Of a snapshot, until all are there.
-  bool takesOver_ = options_.takeOver;
+  const std::string run_ = randomName();
+  U64 attempts_ = 0;  ///< To put a snapshot together.
   U64 lines_ = 0;
+  U64 sets_ = 0;  ///< Those that announce.
   U64 entries_ = 0;
-  std::string last_;  ///< The last entry: its id and its number.
+  std::string last_;             ///< The last entry,
+  std::optional<U64> sequence_;  ///< and the number of the last in the stream, once it is known.
 };
 
 void Publisher::publish() {
@@ -91,24 +114,22 @@ void Publisher::publish() {
     addFile(file);
   }
   if (!options_.snapshot.empty()) {
-    if (lines_ == 0 && options_.snapshot != allowEmpty) {
+    if (sets_ == 0 && options_.snapshot != allowEmpty) {
       throw InputException(
           "the events announce no entry, and all would go (--snapshot=empty if that is meant)");
     }
     persist([this] { addSnapshotParts(); });
   }
-  const std::size_t space = last_.find(' ');
-  const Json summary = {
-      {"switch", options_.switchName},
-      {"lines", lines_},
-      {"entries", entries_},
-      {"position", last_.substr(0, space)},
-      {"sequence", space == std::string::npos ? 0 : Orb::fromText<U64>(last_.substr(space + 1))}};
+  const Json summary = {{"switch", options_.switchName},
+                        {"lines", lines_},
+                        {"entries", entries_},
+                        {"position", last_},
+                        {"sequence", sequence_.value_or(0)}};
   if (options_.json) {
     std::cout << summary.dump() << '\n';
   } else {
     std::cout << options_.switchName << ": " << lines_ << " lines in " << entries_ << " entries"
-              << (last_.empty() ? "" : ", up to " + summary["position"].get<std::string>()) << '\n';
+              << (last_.empty() ? "" : ", up to " + last_) << '\n';
   }
 }
 
@@ -133,6 +154,7 @@ void Publisher::addLine(const std::string& place, std::string_view line) {
     if (op != "set" && op != "del") {
       throw InputException("says nothing of what is desired: neither set nor del");
     }
+    if (op == "set") ++sets_;
   } catch (const InputException& error) {
     // What came before it stands.
     endPart();
@@ -150,19 +172,15 @@ void Publisher::endPart() {
   const std::string part = std::exchange(part_, {});
   ++entries_;
   if (!options_.snapshot.empty()) return parts_.push_back(part);
-  persist([&] { change(addChange, {names_.changes}, part); });
+  persist([&] { change("lines", part); });
 }
 
 /// A snapshot is put together beside the one that is there.
 void Publisher::addSnapshotParts() {
-  const std::string next = names_.snapshot + ":" + options_.owner;
-  constexpr const char* hour = "3600";
-  connection_.ask({"DEL", next});
-  for (const std::string& part : parts_) {
-    connection_.ask({"XADD", next, "*", "lines", part});
-    connection_.ask({"EXPIRE", next, hour});
-  }
-  change(addSnapshot, {names_.changes, next, names_.snapshot}, std::to_string(parts_.size()));
+  // What comes late of an attempt that failed is not among it.
+  const std::string next = names_.snapshot + ":" + run_ + ":" + std::to_string(++attempts_);
+  for (const std::string& part : parts_) connection_.ask({"EVAL", addPart, "1", next, part});
+  change("snapshot", run_, next);
 }
 
 /// Does what may meet a server that is gone for a while. What is told twice changes nothing.
@@ -179,29 +197,42 @@ void Publisher::persist(const Act& act) {
   }
 }
 
-void Publisher::change(const char* script, std::vector<std::string> keys,
-                       const std::string& argument) {
-  Command command{"EVAL", std::string(nextChange) + script, std::to_string(keys.size())};
-  command.insert(command.end(), keys.begin(), keys.end());
-  command.insert(command.end(), {options_.owner, takesOver_ ? "1" : "0", argument});
-  try {
-    last_ = VelaRedis::textOf(*connection_.ask(command));
-  } catch (const ServerGone&) {
-    throw;
-  } catch (const InputException& error) {
-    const std::string text = error.what();
-    const std::string what = text.substr(text.find(' ') + 1);
-    if (text.starts_with("OWNER ")) {
-      throw InputException(options_.switchName + " is " + what +
-                           "'s, who published last (--take-over if that is meant)");
+/// `next` is the snapshot that was put together, where there is one.
+void Publisher::change(const char* field, const std::string& value, const std::string& next) {
+  for (;;) {
+    Command command{"EVAL", addChange, next.empty() ? "2" : "3", names_.changes, names_.snapshot};
+    if (!next.empty()) command.push_back(next);
+    command.insert(command.end(),
+                   {options_.owner, field, value, sequence_ ? std::to_string(*sequence_) : "-1",
+                    std::to_string(parts_.size())});
+    const auto reply = connection_.ask(command);
+    if (reply->elements != 3) throw InputException("an answer that names no change");
+    const std::string entry = VelaRedis::textOf(*reply->element[0]);
+    const auto sequence = Orb::fromText<U64>(VelaRedis::textOf(*reply->element[1]));
+    if (entry.empty()) {
+      lastIs(sequence, VelaRedis::textOf(*reply->element[2]));
+      continue;
     }
-    if (text.starts_with("FOREIGN ")) {
-      throw InputException("entry " + what + " of " + names_.changes + " is no change");
-    }
-    throw;
+    last_ = entry;
+    sequence_ = sequence;
+    return;
   }
+}
+
+/// The last change is not the one that was known.
+void Publisher::lastIs(U64 sequence, const std::string& owner) {
   // Whoever takes the switch back meanwhile is not taken over again.
-  takesOver_ = false;
+  const bool takesOver = options_.takeOver && !sequence_;
+  if (!owner.empty() && owner != options_.owner && !takesOver) {
+    throw InputException(options_.switchName + " is " + owner +
+                         "'s, who published last (--take-over if that is meant)");
+  }
+  if (sequence_ && sequence < *sequence_) {
+    throw InputException("the server lost changes " + std::to_string(sequence + 1) + " to " +
+                         std::to_string(*sequence_) + " of " + options_.switchName +
+                         " (--snapshot tells anew what is desired)");
+  }
+  sequence_ = sequence;
 }
 
 }  // namespace

@@ -16,8 +16,8 @@ constexpr int redirectionsMost = 5;
 
 /// Whether a server refuses for now alone: it reads what it had saved, or another takes its place.
 bool isPassing(const std::string& error) {
-  constexpr std::array<std::string_view, 6> passing{"LOADING ",  "READONLY ",   "CLUSTERDOWN ",
-                                                    "TRYAGAIN ", "MASTERDOWN ", "ASK "};
+  constexpr std::array<std::string_view, 7> passing{
+      "LOADING ", "READONLY ", "CLUSTERDOWN ", "TRYAGAIN ", "ASK ", "PARTS ", "MASTERDOWN "};
   return std::any_of(passing.begin(), passing.end(),
                      [&](std::string_view each) { return error.starts_with(each); });
 }
@@ -26,13 +26,13 @@ bool isPassing(const std::string& error) {
 
 RedisConnection::RedisConnection(std::string url, const std::string& credentials)
     : url_(std::move(url)),
-      home_(VelaRedis::addressOf(url_)),
-      address_(home_),
+      homes_(VelaRedis::addressesOf(url_)),
+      address_(homes_.front()),
       authentication_(VelaRedis::authentication(credentials)) {}
 
 void RedisConnection::gone(const std::string& why) {
   context_.reset();
-  address_ = home_;
+  address_ = homes_[++failures_ % homes_.size()];
   throw ServerGone(url_ + ": " + why);
 }
 
@@ -69,7 +69,7 @@ RedisConnection::Reply RedisConnection::ask(const Command& command) {
     }
     const std::string error = VelaRedis::textOf(*reply);
     if (isPassing(error)) gone(error);
-    throw InputException(error);
+    throw InputException(url_ + ": " + error);
   }
   gone("no server of the cluster has the stream");
 }

@@ -32,8 +32,9 @@ class RedisConnection {
   [[noreturn]] void gone(const std::string& why);
 
   std::string url_;
-  VelaRedis::Address home_;     ///< Of the URL,
-  VelaRedis::Address address_;  ///< and where the streams are.
+  std::vector<VelaRedis::Address> homes_;  ///< Of the URL, in turn,
+  VelaRedis::Address address_;             ///< and where the streams are.
+  std::size_t failures_ = 0;
   VelaRedis::Command authentication_;
   std::unique_ptr<redisContext, void (*)(redisContext*)> context_{nullptr, redisFree};
 };
