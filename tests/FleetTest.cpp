@@ -244,6 +244,9 @@ TEST(StreamFollower, WhatTheStreamDroppedIsAskedFor) {
       << "a line is counted as often as it is read";
   EXPECT_TRUE(site.follower->report()["wantsSnapshot"]);
   EXPECT_EQ(site.held(), held) << "a gap was passed over";
+  site.engine.publishSnapshot({"no event"}, true);
+  for (int steps = 0; steps < 100; ++steps) site.step(random);
+  EXPECT_EQ(site.held(), held) << "a snapshot of wrong lines alone counts";
   site.engine.publishSnapshot(controller.snapshot(), true);
   site.settle(random);
   EXPECT_FALSE(site.follower->report()["wantsSnapshot"]);
@@ -282,6 +285,49 @@ TEST(StreamFollower, SwitchIsNotEmptiedByStreamsThatAreGone) {
       EXPECT_FALSE(site.follower->report()["wantsSnapshot"]);
     }
   }
+}
+
+TEST(StreamFollower, SwitchThatWasKilledAmidItsFirstLinesIsOfItsStreams) {
+  Site site;
+  Random random;
+  const auto line = [](U32 key) {
+    return R"({"op":"set","table":"AclIndirectCounterHash","result":1,"key":)" +
+           std::to_string(key) + "}\n";
+  };
+  const auto stays = [&](U64 entries) {
+    site.start();
+    for (int steps = 0; steps < 100; ++steps) site.step(random);
+    EXPECT_TRUE(site.follower->report()["wantsSnapshot"]);
+    EXPECT_EQ(site.held().size(), entries);
+  };
+  // Nothing was ever read; what the switch holds is somebody else's.
+  site.settle(random);
+  VelaAgent::EventRunner(*site.agent).applyLine(line(0));
+  stays(1);
+  site.engine.publishSnapshot({}, true);
+  site.settle(random);
+  const Engine none;
+  site.engine = none;
+  std::filesystem::remove(site.file);
+  site.start();
+  for (U32 key = 0; key < 900; ++key) site.engine.change(line(key));
+  const U64 writes = site.chip.rowWrites();
+  // A connection that never lasts is enough to read them.
+  for (U32 steps = 0; steps < 2000 && site.chip.rowWrites() == writes; ++steps) {
+    site.step(random);
+    if (steps % 4 == 0) site.follower->connected();
+  }
+  const U64 part = site.held().size();
+  EXPECT_GT(part, 0);
+  EXPECT_LT(part, 900);
+  const Engine all = std::exchange(site.engine, none);
+  stays(part);
+  site.engine.change(line(1000));
+  stays(part);
+  site.engine = all;
+  site.start();
+  site.settle(random);
+  EXPECT_EQ(site.held().size(), 900);
 }
 
 TEST(StreamFollower, LinesBehindThePositionAreAppliedOneByOne) {
@@ -351,15 +397,16 @@ TEST(StreamFollower, WatchTellsOfItsRoutes) {
 
 TEST(StreamFollower, LinesForTheStatusesAreBoundedAndStayUntilSent) {
   Site site;
-  for (int number = 0; number < 10000; ++number) site.follower->tell(std::to_string(number));
-  EXPECT_EQ(site.follower->report()["dropped"], 10000 - 4096);
-  EXPECT_EQ(site.follower->unsent(8), "5904\n5905\n");
+  const auto line = [](U32 number) {
+    return std::to_string(100000 + number) + std::string(1018, '.');
+  };
+  for (U32 number = 0; number < 3000; ++number) site.follower->tell(line(number));
+  EXPECT_EQ(site.follower->report()["dropped"], 3000 - 1024);
+  EXPECT_EQ(site.follower->unsent(2500), line(1976) + "\n" + line(1977) + "\n");
   // More come while those are sent.
-  for (int number = 10000; number < 10001; ++number) {
-    site.follower->tell(std::to_string(number));
-  }
+  site.follower->tell(line(3000));
   site.follower->sent();
-  EXPECT_EQ(site.follower->unsent(1), "5906\n");
+  EXPECT_EQ(site.follower->unsent(1), line(1978) + "\n");
 }
 
 TEST(PositionFile, IsOfOneSwitch) {

@@ -219,13 +219,14 @@ CLI::App* CommandLine::addLayout() {
 
 /// Commands about switches that have streams.
 void CommandLine::addStreams() {
-  constexpr const char* url = "redis://HOST:PORT, the server of the streams";
+  const std::string url = "redis://HOST:PORT, the server of the streams";
   CLI::App* publish =
       add("publish", "tell a switch what is desired, by a stream that its velad follows",
           [this] { return VelaTool::publish(options_); });
   publish->add_option("events", options_.events,
                       "files of events, JSON lines; - is standard input, line by line as it comes");
-  publish->add_option("--stream", options_.stream, url)->required();
+  publish->add_option("--stream", options_.stream, url + "; more of a cluster behind commas")
+      ->required();
   publish->add_option("--switch", options_.switchName, "the name that its velad has for it")
       ->required();
   std::array<char, 256> host{};
