@@ -39,19 +39,31 @@ void blame(Json& answer, const char* cause) {
 }
 
 /// Keys of one row: a lone one is named by itself.
-std::string keysText(const Json& keys) {
+std::string itemText(const Json& keys) {
   return keys.is_array() && keys.size() == 1 ? keys.front().dump() : keys.dump();
 }
+std::string itemText(const Ipnet::IpPrefix& prefix) { return Orb::text(prefix); }
 
 /// The first of a list, in words.
-std::string listText(const Json& list) {
+template <class List>
+std::string listText(const List& list) {
   constexpr std::size_t most = 4;
   std::string text;
   for (std::size_t i = 0; i < std::min(list.size(), most); ++i) {
-    text += (i == 0 ? "" : ", ") + keysText(list[i]);
+    text += (i == 0 ? "" : ", ") + itemText(list[i]);
   }
   if (list.size() > most) text += " and " + std::to_string(list.size() - most) + " more";
   return text;
+}
+
+/// The first routes of a list.
+Json firstOf(U8 vrf, const std::vector<Ipnet::IpPrefix>& prefixes) {
+  constexpr std::size_t most = 8;
+  Json first = Json::array();
+  for (std::size_t i = 0; i < std::min(prefixes.size(), most); ++i) {
+    first.push_back(toJson(VelaSwitch::LpmKey{vrf, prefixes[i]}));
+  }
+  return first;
 }
 
 std::string entryText(const TableAdapter& table, const Json& key) {
@@ -346,46 +358,60 @@ void Reasons::addFindings(const Subject& subject, Json& answer) {
   }
 }
 
-/// Routes within the route: those in hardware take packets from it, the others leave it packets.
+/// Routes within a route, in ascending order.
+struct Reasons::Inside {
+  std::vector<Ipnet::IpPrefix> taking;  ///< Those in hardware take its packets,
+  std::vector<Ipnet::IpPrefix> absent;  ///< the others leave them to it.
+};
+
+Reasons::Inside Reasons::inside(const RouteKey& route) const {
+  const VelaRoutes::RouteWriter& writer = agent_.routeWriter();
+  const auto takesPackets = [&](const LpmRoutes& shared, U32 node) {
+    return !desiresKnown_ || (writer.routes().statusOf(shared, node).status == Status::programmed &&
+                              !writer.marked(shared.routeOf(node)));
+  };
+  Inside inside;
+  writer.routes().forEachKey([&](const LpmRoutes& shared) {
+    if (shared.key.vrf() != route.vrf()) return;
+    const Ipnet::IpPrefix& key = shared.key.prefix();
+    if (!within(key, route.prefix()) && !within(route.prefix(), key)) return;
+    LpmRoutes::forEachNode(shared.nodes[LpmRoutes::desired], [&](U32 node) {
+      const Ipnet::IpPrefix each = shared.routeOf(node).prefix();
+      if (each == route.prefix() || !within(each, route.prefix())) return;
+      (takesPackets(shared, node) ? inside.taking : inside.absent).push_back(each);
+    });
+  });
+  std::sort(inside.taking.begin(), inside.taking.end());
+  std::sort(inside.absent.begin(), inside.absent.end());
+  return inside;
+}
+
 void Reasons::addShadows(const RouteKey& route, Json& answer) const {
-  constexpr std::size_t named = 8;
-  std::vector<RouteKey> inside;
-  agent_.routeWriter().routes().forEachRoute(
-      LpmRoutes::desired, [&](const LpmRoutes& routes, U32 node) {
-        if (routes.key.vrf() != route.vrf()) return;
-        const RouteKey each = routes.routeOf(node);
-        if (!(each == route) && within(each.prefix(), route.prefix())) inside.push_back(each);
-      });
-  std::sort(inside.begin(), inside.end());
-  Json longer = Json::array();
-  Json absent = Json::array();
-  U64 taken = 0;
-  U64 count = 0;
-  U64 end = 0;
-  for (const RouteKey& each : inside) {
-    const bool in = !desiresKnown_ || routes().typed().status(each) == Status::programmed;
-    Json& list = in ? longer : absent;
-    if (list.size() < named) list.push_back(toJson(each));
-    if (!in) continue;
-    ++count;
-    // In ascending order the wider of two that overlap comes first.
-    const U64 first = each.prefix().address().number();
-    if (first < end) continue;
-    end = first + addresses(each.prefix());
-    taken += addresses(each.prefix());
-  }
-  if (!absent.empty()) answer["standsInFor"] = absent;
+  const auto [taking, absent] = inside(route);
   if (!absent.empty()) {
+    answer["standsInFor"] = {{"routes", absent.size()}, {"first", firstOf(route.vrf(), absent)}};
     say(answer, "packets to longer routes that are not in hardware take it: " + listText(absent));
   }
-  if (count == 0) return;
+  if (taking.empty()) return;
+  U64 taken = 0;
+  U64 end = 0;
+  for (const Ipnet::IpPrefix& each : taking) {
+    // The wider of two that overlap comes first.
+    const U64 first = each.address().number();
+    if (first < end) continue;
+    end = first + addresses(each);
+    taken += addresses(each);
+  }
   const U64 all = addresses(route.prefix());
-  answer["longer"] = {{"routes", count}, {"addresses", taken}, {"of", all}, {"first", longer}};
+  answer["longer"] = {{"routes", taking.size()},
+                      {"addresses", taken},
+                      {"of", all},
+                      {"first", firstOf(route.vrf(), taking)}};
   blame(answer, "shadowed");
   say(answer, (taken == all ? "longer routes take all of its addresses: "
                             : "longer routes take " + std::to_string(taken) + " of its " +
                                   std::to_string(all) + " addresses: ") +
-                  listText(longer));
+                  listText(taking));
 }
 
 /// Where a route is to lie, and which of the cells there are its own.

@@ -54,6 +54,8 @@ class Reasons {
   void addAbsence(const Subject& subject, Json& answer) const;
   void addCorruption(const Subject& subject, Json& answer) const;
   void addFindings(const Subject& subject, Json& answer);
+  struct Inside;
+  Inside inside(const RouteKey& route) const;
   void addShadows(const RouteKey& route, Json& answer) const;
   void addLevel(const Subject& subject, Json& answer) const;
   bool rowsGood(const Subject& subject) const;
