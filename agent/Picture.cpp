@@ -281,7 +281,7 @@ Picture::Picture(Agent& agent, FitMeter& meter, bool desiresKnown, Audit audit)
            {"profile", agent.profile().name()},
            {"vrfs", agent.profile().vrfs()},
            {"desiredKnown", desiresKnown},
-           {"totals", Json::object()},
+           {"totals", {{"waiting", U64{0}}}},
            {"tables", Json::array()},
            {"rows", Json::array()},
            {"refusals", Json::array()},
@@ -289,11 +289,12 @@ Picture::Picture(Agent& agent, FitMeter& meter, bool desiresKnown, Audit audit)
            {"findings", Json::array()}};
   findRowSets();
   // To the tables, what an audit finds is a hardware error: it comes last.
+  parts_.emplace_back([this] { json_["totals"]["programmed"] = agent_.programmed(); });
   for (const TableAdapter* table : agent.announced()) {
     parts_.emplace_back([this, table] { addTable(*table); });
     // Counting takes time where many wait.
     parts_.emplace_back([this, table] { json_["tables"].back()["refused"] = table->refused(); });
-    parts_.emplace_back([this, table] { json_["tables"].back()["waiting"] = table->waiting(); });
+    parts_.emplace_back([this, table] { addWaiting(*table); });
   }
   for (std::size_t i = 0; i < rowSets_.size(); ++i) {
     parts_.emplace_back([this, i] { addRows(rowSets_[i], i); });
@@ -371,6 +372,17 @@ void Picture::addTable(const TableAdapter& table) {
   }
   if (const RowSet* rows = rowSetOf(table)) line["rows"] = rows - rowSets_.data();
   json_["tables"].push_back(std::move(line));
+}
+
+void Picture::addWaiting(const TableAdapter& table) {
+  json_["tables"].back()["waiting"] = table.waiting();
+  // What routes ask of a level is told by the routes.
+  U64 announced = 0;
+  for (const Misfit& each : misfits(agent_, table, ~std::size_t{0})) {
+    if (each.status == EntryProgrammedStatus::tableFull) ++announced;
+  }
+  Json& all = json_["totals"]["waiting"];
+  all = all.get<U64>() + announced;
 }
 
 void Picture::addRows(const RowSet& rows, std::size_t number) {
@@ -528,21 +540,16 @@ void Picture::addFindings(HwTableAdapter& table) {
 void Picture::addTotals() {
   U64 found = 0;
   for (const Json& table : json_["findings"]) found += table["found"].get<U64>();
-  U64 waiting = 0;
-  for (const Json& table : json_["refusals"]) waiting += table["waiting"].get<U64>();
   U64 unclaimed = 0;
   U64 refused = 0;
-  U64 programmed = 0;
   for (const Json& table : json_["tables"]) {
     unclaimed += table["unclaimed"].get<U64>();
     refused += table["refused"].get<U64>();
-    programmed += table["programmed"].get<U64>();
   }
-  // What routes are spread over is not counted again.
-  programmed -= agent_.routeWriter().programmedCells();
-  json_["totals"] = {{"programmed", programmed}, {"unclaimed", unclaimed},
-                     {"refused", refused},       {"waiting", waiting},
-                     {"findings", found},        {"rowWrites", agent_.recorder().rowWrites()}};
+  json_["totals"].update({{"unclaimed", unclaimed},
+                          {"refused", refused},
+                          {"findings", found},
+                          {"rowWrites", agent_.recorder().rowWrites()}});
 }
 
 }  // namespace VelaAgent

@@ -51,6 +51,7 @@ class Picture {
 
   void findRowSets();
   void addTable(const TableAdapter& table);
+  void addWaiting(const TableAdapter& table);
   void addRows(const RowSet& rows, std::size_t number);
   void addRefusals(const RowSet& rows, std::size_t number);
   void addLadder();

@@ -14,12 +14,15 @@ import tempfile
 import time
 
 from browser import Browser
-from client import Velad
+from client import PORT, Velad, wait
+from client import route as message
+from figures import Told
 
 MEGABYTES = 3
 PAINT_MILLISECONDS = 1000
 ADDRESSES = 1000
 FLIPPED = 200
+FIGURES = 300
 LOAD = 0.7
 tool = os.path.abspath(sys.argv[1])
 work = tempfile.mkdtemp(prefix="vela-report.")
@@ -35,6 +38,10 @@ def run(*words, codes=(0,)):
     done = subprocess.run([tool, *words], capture_output=True, text=True)
     check(done.returncode in codes, f"{words[:6]}: {done.stderr[:500]}")
     return done.stdout
+
+
+def ask(*words):
+    return run(*words, codes=(0, 1))
 
 
 def lines(name, items):
@@ -187,21 +194,11 @@ ASK = """(asked) => asked.map((each) => {
   document.getElementById("ask").requestSubmit();
   return JSON.parse(document.getElementById("answer").dataset.hit);
 })"""
-OVERVIEW = """(() => {
-  document.getElementById("empty").click();
-  return [...document.querySelectorAll("#overview tbody tr")].map((row) =>
-    [...row.children].map((cell) => cell.textContent));
-})()"""
 
 
-def check_overview(browser, picture):
-    for table, shown in zip(picture["tables"], browser.run(OVERVIEW), strict=True):
-        has_rows = table.get("capacity", 0) > 0
-        expected = [f"{table['table']}/{table['instance']}", "", f"{100 * table['load']:.1f} %" if has_rows else "",
-                    f"{table['taken']:,} of {table['capacity']:,}" if has_rows else "",
-                    f"{table['entries'] + table['unclaimed']:,}", f"{table['refused']:,}", f"{table['waiting']:,}",
-                    f"{table['peak']:,}" if "peak" in table else ""]
-        check(shown == expected, f"the overview shows {shown}, not {expected}")
+def check_figures(browser, told):
+    shown, differ = told.compare(browser)
+    check(shown > FIGURES and not differ, f"of {shown} numbers are not what is told: {differ[:5]}")
 
 
 def check_routes(browser, device, events, *profile):
@@ -273,7 +270,6 @@ def check_full(browser, pictures):
                         "done(performance.getEntriesByName('overview')[0].startTime)))")
     check(paint < PAINT_MILLISECONDS, f"the overview took {paint} ms")
     check(json.loads(browser.run("document.getElementById('picture').textContent")) == picture, "the data differ")
-    check_overview(browser, picture)
     asked = check_routes(browser, device, events)
     for table in ("NatMatch", "AclHash", "SG", "NatDynMatch"):
         check_entry(browser, picture, events, table)
@@ -298,6 +294,38 @@ def check_profile(browser, name, vrfs):
     check_routes(browser, device, events, *profile)
 
 
+def some_refused():
+    """Events of a switch that has no place for all, nor are all rows taken; some are hit by packets."""
+    tables = {"HashTest": 20, "Route": 2200, "NatMatch": 50, "VlanMembership": 50}
+    lengths = random.Random(2).choices((8, 12, 13, 14, 16, 24, 28), (1, 1, 3, 20, 1, 1, 1), k=tables["Route"])
+    keys = {"Route": lambda n: route(lengths[n], lengths[n], 1), "VlanMembership": lambda n: n + 1}
+    events = {}
+    for name, number in tables.items():
+        make_key, make_result = keys.get(name, ENTRIES.get(name, [None])[0]), ENTRIES.get(name, ENTRIES["Lpm11"])[1]
+        for key in map(make_key, range(number)):
+            events[name, json.dumps(key)] = {"op": "set", "table": name, "key": key, "result": make_result()}
+    keys = [event["key"] for event in events.values() if event["table"] == "NatMatch"]
+    return [*events.values(), *({"op": "lookup", "table": "NatMatch", "key": key} for key in keys[:20])]
+
+
+def check_numbers(browser, events):
+    """Rows are full, entries wait, packets hit rows and bits flip: the page has the numbers of the other commands."""
+    device, mixed = f"sim:{work}/mixed.switch", lines("mixed", events)
+    flipped = lines("flipped", [{"op": "corrupt", "table": event["table"], "key": event["key"], "bit": rng.randrange(90)}
+                                for event in events[-70:-20:2]])
+    run("run", "--device", device, "--json", "--results", f"{work}/none", mixed, codes=(0, 1))
+    run("run", "--device", device, "--json", "--results", f"{work}/none", flipped)
+    source = ("--device", device, "--events", mixed)
+    run("report", "-o", f"{work}/mixed.html", *source)
+    subprocess.run(["cp", f"{work}/mixed.switch", f"{work}/copy"], check=True)
+    summary = run("run", "--json", "--results", f"{work}/none", "--status", f"{work}/status", "--device",
+                  f"sim:{work}/copy", mixed, codes=(0, 1))
+    open_page(browser, f"file://{work}/mixed.html")
+    with open(f"{work}/status") as statuses:
+        told = Told(ask, mixed, source, map(json.loads, statuses), json.loads(summary)["tables"])
+    check_figures(browser, told)
+
+
 def check_refusal(browser):
     events = [{"op": "set", "table": "HashTest", "key": key, "result": key} for key in (0, 64, 128)]
     run("report", "-o", f"{work}/small.html", "--events", lines("small", events))
@@ -314,7 +342,26 @@ def check_refusal(browser):
     browser.run("dispatchEvent(new Event('resize'))")
 
 
-def check_live(browser, velad):
+def check_live_numbers(browser, daemon, events):
+    routes = [event["key"] for event in events if event["table"] == "Route"]
+    source = ("--connect", daemon.path)
+    ask("run", *source, lines("others", [event for event in events if event["table"] != "Route"]))
+    with socket.create_connection(("127.0.0.1", PORT)) as peer:
+        for key in routes:
+            first, length = key["prefix"].split("/")
+            peer.sendall(message(int.from_bytes(socket.inet_aton(first), "big"), int(length)))
+        wait("routes", lambda: daemon.status()["offered"] == len(routes))
+        status = daemon.status()
+        tables = [{**status, "table": "Route", "instance": 0, "entries": status["offered"]},
+                  *({**table, "programmed": table["used"]} for table in status["tables"])]
+        statuses = map(json.loads, ask("status", *source, "Route", *map(json.dumps, routes)).splitlines())
+        told = Told(ask, lines("held", events), source, statuses, tables, ["too full above 85 %, until it is at 70 %"])
+    all_there = "document.querySelector('[data-figure=\"all programmed\"]').textContent"
+    wait("all on the page", lambda: browser.run(all_there) == told.figures["all programmed"])
+    check_figures(browser, told)
+
+
+def check_live(browser, velad, events):
     """What a browser shows follows the switch, without being loaded anew."""
     with socket.create_server(("127.0.0.1", 0)) as free:
         page = f"127.0.0.1:{free.getsockname()[1]}"
@@ -328,7 +375,7 @@ def check_live(browser, velad):
         browser.run("new Promise((done) => setTimeout(done, 200)).then(() => {"
                     " const input = document.querySelector('#row-sets input');"
                     " input.value = 'abc'; input.dispatchEvent(new Event('input')); input.focus(); input.setSelectionRange(1, 2); })")
-        final = "entries in hardware2refused1waiting1audit findings0"
+        final = "entries in hardware2refused1of them waiting1audit findings0"
         run("run", "--connect", control, f"{work}/small", codes=(0, 1))
         for _ in range(100):
             if browser.run(shown) == final:
@@ -343,6 +390,7 @@ def check_live(browser, velad):
         check(set(browser.asked) == {f"http://{page}/", f"http://{page}/picture.json"}, f"it asked for {browser.asked}")
         why = json.loads(run("why", "HashTest", "128", "--connect", control, "--json"))
         check(why["causes"] == ["waiting"] and why["turn"] == {"place": 1, "waiting": 1}, f"why says {why}")
+        check_live_numbers(browser, daemon, [event for event in events if event["op"] == "set"])
     finally:
         daemon.process.terminate()
         check(daemon.process.wait() == 0, "velad did not end well")
@@ -355,7 +403,9 @@ def main():
         check_profile(browser, "vela-48-32vrf", 32)
         check_profile(browser, "vela-20-4.0", 4)
         check_refusal(browser)
-        check_live(browser, sys.argv[2])
+        events = some_refused()
+        check_numbers(browser, events)
+        check_live(browser, sys.argv[2], events)
         check(not browser.said, f"the console says {browser.said[:3]}")
     finally:
         browser.close()

@@ -23,6 +23,9 @@
   const draw = (name, attributes = {}, ...children) =>
     fill(document.createElementNS("http://www.w3.org/2000/svg", name), attributes, children);
 
+  /// What is said in numbers, by a name.
+  const figure = (name, text) => make("span", {"data-figure": name}, text);
+
   /// Status texts are read out when they are written, so the same is not written again.
   function say(node, text) {
     if (node.textContent !== text) node.textContent = text;
@@ -231,11 +234,12 @@
     const totals = picture.totals;
     document.title = picture.profile + ": switch tables";
     byId("name").textContent = picture.profile;
-    const told = [["entries in hardware", totals.programmed], ["of an earlier run", totals.unclaimed], ["refused", totals.refused], ["waiting", totals.waiting],
-      ["audit findings", totals.findings]];
+    const told = [["entries in hardware", "programmed"], ["of an earlier run", "unclaimed"], ["refused", "refused"],
+      ["of them waiting", "waiting"], ["audit findings", "findings"]];
     byId("totals").replaceChildren(...told
-      .filter(([what, number]) => number !== 0 || what !== "of an earlier run")
-      .map(([what, number]) => make("div", {}, make("dt", {}, what), make("dd", {}, count(number)))));
+      .filter(([, name]) => totals[name] !== 0 || name !== "unclaimed")
+      .map(([what, name]) => make("div", {}, make("dt", {}, what),
+        make("dd", {}, figure("all " + name, count(totals[name]))))));
     byId("marks-note").hidden = !picture.tables.some((table) => table.marks);
     say(byId("state"), picture.desiredKnown ? "" : "What is desired is not known: this is what registers hold.");
   }
@@ -248,7 +252,7 @@
     if (peak) says.push("at most " + percent(peak));
     if (table.randomLoad) says.push("random keys are refused from " + percent(table.randomLoad));
     if (table.marks) says.push(`too full above ${table.marks.high} %, until it is at ${table.marks.low} %`);
-    return make("div", {class: "bar", role: "img", "aria-label": says.join(", "), title: says.join(", ")},
+    return make("div", {class: "bar", role: "img", "data-figure": tableName(table) + " bar", "aria-label": says.join(", "), title: says.join(", ")},
       make("span", {class: "taken", style: `width: ${(100 * Math.min(table.load, 1)).toFixed(2)}%`}),
       peak ? make("span", {class: "peak", style: at(peak)}) : null,
       table.randomLoad ? make("span", {class: "random", style: at(table.randomLoad)}) : null,
@@ -260,23 +264,23 @@
     const name = tableName(table);
     const full = table.marks && 100 * table.load > table.marks.high;
     const number = (head, value) => make("td", {class: "number" + (value && head !== "entries" && head !== "peak" ? " notable" : ""),
-      "data-head": head, "data-value": value}, value === "" ? "" : count(value));
+      "data-head": head, "data-value": value}, value === "" ? "" : figure(`${name} ${head}`, count(value)));
     const known = table.capacity > 0;
     return make("tr", {},
       make("th", {scope: "row"}, table.rows === undefined ? name
         : make("a", {href: "#rows-" + table.rows, click: () => { byId("rows-" + table.rows).open = true; }}, name)),
       make("td", {}, known ? bar(table) : null),
       make("td", {class: "number" + (full ? " notable" : ""), "data-value": known ? table.load : ""},
-        known ? percent(table.load) + (full ? " too full" : "") : ""),
+        ...(known ? [figure(name + " load", percent(table.load)), full ? " too full" : ""] : [])),
       make("td", {class: "number", "data-head": "rows taken", "data-value": known ? table.taken : ""},
-        known ? count(table.taken) + " of " + count(table.capacity) : ""),
+        ...(known ? [figure(name + " taken", count(table.taken)), " of ", figure(name + " capacity", count(table.capacity))] : [])),
       number("entries", table.entries + table.unclaimed), number("refused", table.refused),
       number("waiting", table.waiting), number("peak", table.peak ?? ""));
   }
   function showOverview() {
     const all = picture.tables.filter((table) => byId("empty").checked || inUse(table));
     const heads = ["table", "load", "percent", "rows taken", "entries", "refused", "waiting", "peak"];
-    byId("empty-count").textContent = count(picture.tables.filter((table) => !inUse(table)).length);
+    byId("empty-count").replaceChildren(figure("all empty", count(picture.tables.filter((table) => !inUse(table)).length)));
     byId("overview").replaceChildren(all.length === 0 ? make("p", {}, "No table has entries.")
       : make("table", {class: "overview"},
         make("thead", {}, make("tr", {}, ...heads.map((head, i) =>
@@ -299,9 +303,10 @@
   }
   function rung(level, number) {
     const table = picture.tables[level.table];
-    const told = level.routes.filter(([, all]) => all !== 0).map(([length, all, there]) =>
-      `${count(all)} of /${length}` + (there === all ? "" : `, ${count(all - there)} of them not in hardware`));
-    const list = opened("routes-" + table.table, false, [told.length ? "Routes: " + told.join("; ") : "No routes"],
+    const told = level.routes.filter(([, all]) => all !== 0).map(([length, all, there]) => figure("/" + length,
+      `${count(all)} of /${length}` + (there === all ? "" : `, ${count(all - there)} of them not in hardware`)));
+    const list = opened("routes-" + table.table, false,
+      told.length ? told.flatMap((each, i) => [i === 0 ? "Routes: " : "; ", each]) : ["No routes"],
       () => make("div", {}, routeList(level)));
     const [longest, shortest] = [level.routes[0][0], level.routes[level.routes.length - 1][0]];
     return make("li", {class: "rung", "data-level": number},
@@ -394,7 +399,8 @@
       ...edges, ...keys, ...places);
   }
   function proofList(refusal, rows) {
-    const line = (entry, where) => make("li", {}, make("code", {}, keyText(entry)), " " + where);
+    const line = (entry, where) => make("li", {}, make("code", {}, keyText(entry)), " ",
+      figure(`${keyText(refusal)}: ${entry.index ?? "it"}`, where));
     return make("ul", {class: "list"}, ...refusal.competing.entriesThere.map((entry) => line(entry,
       `lies in ${rows.place(entry.index)}` +
       (refusal.letsIn.includes(entry.index) ? "; when it goes, the refused one comes in" : ""))),
@@ -402,8 +408,9 @@
   }
   function refusalBody(refusal, rows) {
     const {entries, rows: rowCount} = refusal.competing;
-    const says = make("p", {}, `${count(entries)} entries, this one among them, have only ${some(rowCount, "row", "rows")} between them: ` +
-      "no arrangement has room for all.");
+    const says = make("p", {}, figure(keyText(refusal),
+      `${count(entries)} entries, this one among them, have only ${some(rowCount, "row", "rows")} between them`),
+    ": no arrangement has room for all.");
     if (!refusal.competing.entriesThere) return make("div", {}, says);
     return make("div", {}, says, make("p", {class: "note"},
       "Thick: where an entry lies. Thin: where else it might. Dashed: the rows of the refused one, all taken."),
@@ -413,15 +420,16 @@
     const rows = rowsOf(number);
     const routes = (refusal.routes || []).map((route) => `${route.vrf}:${route.prefix}`).join(", ");
     return opened(`refusal-${number}-${JSON.stringify(refusal.key)}`, open,
-      [make("code", {}, keyText(refusal)), routes ? ` of ${routes}` : ""], () => refusalBody(refusal, rows));
+      [make("code", {}, keyText(refusal)), ...(routes ? [" of ", make("code", {}, routes)] : [])], () => refusalBody(refusal, rows));
   }
   /// How many keys a drawing would have.
   const proofSize = (refusal) => (refusal.competing.entriesThere ? refusal.competing.entries : Infinity);
   function refusalGroup(group, shown) {
     return opened(`refusals-${group.rows}`, group.first.includes(shown),
-      [make("strong", {}, picture.rows[group.rows].hwTable), `: ${some(group.waiting, "entry waits", "entries wait")} for room`],
+      [make("strong", {}, picture.rows[group.rows].hwTable), ": ",
+        figure(picture.rows[group.rows].hwTable + " waiting", some(group.waiting, "entry waits", "entries wait")), " for room"],
       () => make("div", {},
-        group.waiting > group.first.length ? make("p", {class: "note"}, `Those ${group.first.length} that have waited longest:`) : null,
+        group.waiting > group.first.length ? make("p", {class: "note"}, "Those that have waited longest:") : null,
         ...group.first.map((refusal) => refusalItem(refusal, group.rows, refusal === shown))));
   }
   /// The one with the smallest drawing is open from the beginning.
@@ -509,14 +517,14 @@
 
   // ---- audit findings ----
 
-  function flippedBits(set, image, flipped) {
+  function flippedBits(set, finding, image, flipped) {
     return set.registers.flatMap(([word]) => Array.from({length: 32}, (_, bit) => bit)
       .filter((bit) => (flipped[word] >>> bit) & 1).map((bit) => {
         const at = 32 * word + bit;
         const field = set.fields.find(([, first, width]) => at >= first && at < first + width);
         const value = (image[word] >>> bit) & 1;
-        return make("li", {}, `bit ${at}` + (field ? `, ${field[0]} bit ${at - field[1]}` : ", in no field") +
-          `: is ${value}, should be ${1 - value}`);
+        const name = field ? `${field[0]} bit ${at - field[1]}` : `bit ${at}, in no field`;
+        return make("li", {}, figure(`${finding.hwTable} ${finding.index}: ${name}`, `${name}: is ${value}, should be ${1 - value}`));
       }));
   }
   function findingBody(finding) {
@@ -524,7 +532,7 @@
     const set = picture.rows[finding.rows];
     const image = byWord(set, finding.words);
     const flipped = byWord(set, finding.flipped);
-    const bits = flippedBits(set, image, flipped);
+    const bits = flippedBits(set, finding, image, flipped);
     if (bits.length === 0) {
       bits.push(make("li", {}, picture.desiredKnown ? "By now it is as it should be." : "No row of the table can be so."));
     }
@@ -535,15 +543,16 @@
     const where = finding.index === undefined ? "in no row" : `row ${finding.index}`;
     const key = finding.key === undefined ? finding.holds : finding.key;
     return opened(`finding-${finding.hwTable}-${where}-${JSON.stringify(key)}`, open,
-      [`${finding.finding}${finding.corrupt ? ", corrupt" : ""}: ${where} of ${finding.hwTable} `,
+      [`${finding.finding}${finding.corrupt ? ", corrupt" : ""}: `, make("span", {class: "name"}, `${where} of ${finding.hwTable}`), " ",
         make("code", {}, key === undefined ? "" : tableName(table) + " " + JSON.stringify(key))],
       () => findingBody(finding));
   }
   function showFindings() {
     const all = picture.findings.flatMap((group, g) => {
       const table = picture.tables[group.table];
-      return [make("h3", {}, `${tableName(table)}: ${some(group.found, "finding", "findings")}` +
-        (group.found > group.first.length ? `, the first ${group.first.length} are` : "")),
+      return [make("h3", {}, make("span", {class: "name"}, tableName(table)), ": ",
+        figure(tableName(table) + " findings", some(group.found, "finding", "findings")),
+        group.found > group.first.length ? ", of which the first are" : ""),
         ...group.first.map((finding, i) => findingItem(finding, table, g === 0 && i === 0))];
     });
     byId("finding-list").replaceChildren(...(all.length ? all : [make("p", {},
@@ -689,16 +698,18 @@
   }
 
   function legend(rows) {
+    const {set} = rows;
     const owned = rows.owners.filter((owner) => owner !== 0).length;
-    const all = rows.perWay * rows.ways;
-    const mark = (name, text) => make("li", {}, make("i", {style: `background: ${name}`}), text);
-    const named = rows.set.tables.length === 1 ? [mark("var(--taken)", count(owned) + " taken")]
-      : rows.set.tables.map((table, i) => mark(i === 0 ? "var(--taken)" : "var(--other)",
-        `${count(rows.owners.filter((owner) => owner === i + 1).length)} of ${tableName(picture.tables[table])}`));
+    const mark = (name, what, number, text) => make("li", {}, make("i", {style: `background: ${name}`}),
+      figure(`${set.hwTable} ${what}`, count(number)), " ", text);
+    const named = set.tables.length === 1 ? [mark("var(--taken)", "taken", owned, "taken")]
+      : set.tables.map((table, i) => mark(i === 0 ? "var(--taken)" : "var(--other)", tableName(picture.tables[table]),
+        rows.owners.filter((owner) => owner === i + 1).length, make("strong", {}, tableName(picture.tables[table]))));
     return make("ul", {class: "legend"}, ...named,
-      mark("radial-gradient(var(--paper) 30%, var(--accent) 35%)", count(rows.hits.filter((hit) => hit).length) + " hit by packets"),
-      mark("var(--free)", count(all - rows.indexes.length) + " free"),
-      rows.indexes.length === owned ? null : mark("transparent", count(rows.indexes.length - owned) + " hold what is no entry's"));
+      mark("radial-gradient(var(--paper) 30%, var(--accent) 35%)", "hit", rows.hits.filter((hit) => hit).length, "hit by packets"),
+      mark("var(--free)", "free", rows.perWay * rows.ways - rows.indexes.length, "free"),
+      rows.indexes.length === owned ? null
+        : mark("transparent", "stray", rows.indexes.length - owned, "hold what is no entry's"));
   }
   function rowText(rows, index) {
     const n = rows.at(index);
@@ -769,11 +780,12 @@
   const maps = new Set();
 
   function setItem(set, number) {
-    const names = set.tables.map((table) => tableName(picture.tables[table]));
+    const names = set.tables.map((table) => tableName(picture.tables[table])).join(", ");
     const shape = set.ways ? `${set.ways} ways of ${some(set.rowsPerWay, "row", "rows")}` : some(set.last - set.first + 1, "row", "rows");
-    const {load} = picture.tables[set.tables[0]];
-    const item = opened(`rows-${number}`, false, [make("strong", {}, set.hwTable),
-      ` ${names.join(", ")}: ${shape}, ${percent(load)} taken`], () => setBody(number));
+    const first = picture.tables[set.tables[0]];
+    const item = opened(`rows-${number}`, false, [make("strong", {}, set.hwTable), " ", make("span", {class: "name"}, names), ": ",
+      figure(set.hwTable + " rows", shape), ", ", figure(tableName(first) + " load", percent(first.load)), " taken"],
+    () => setBody(number));
     item.id = `rows-${number}`;
     return item;
   }
