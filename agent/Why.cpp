@@ -38,9 +38,20 @@ void blame(Json& answer, const char* cause) {
   if (std::find(causes.begin(), causes.end(), cause) == causes.end()) causes.push_back(cause);
 }
 
-/// Keys of one row: a lone one is named by itself.
+/// What one row holds: of what routes share it, all have to go.
 std::string itemText(const Json& keys) {
-  return keys.is_array() && keys.size() == 1 ? keys.front().dump() : keys.dump();
+  std::string text;
+  for (const Json& key : keys) {
+    if (!text.empty()) text += " with ";
+    if (key.is_object() && key.contains("table")) {
+      text += key["table"].get<std::string>() + " " + key["key"].dump();
+    } else if (key.is_object() && key.contains("prefix")) {
+      text += key["vrf"].dump() + ":" + key["prefix"].get<std::string>();
+    } else {
+      text += key.dump();
+    }
+  }
+  return text;
 }
 std::string itemText(const Ipnet::IpPrefix& prefix) { return Orb::text(prefix); }
 
@@ -67,7 +78,8 @@ Json firstOf(U8 vrf, const std::vector<Ipnet::IpPrefix>& prefixes) {
 }
 
 std::string entryText(const TableAdapter& table, const Json& key) {
-  return table.name() + " " + key.dump();
+  if (table.hardware()) return table.name() + " " + key.dump();
+  return "route " + key["prefix"].get<std::string>() + " in VRF " + key["vrf"].dump();
 }
 
 std::string rowText(const Json& row) {
@@ -96,9 +108,10 @@ std::string flippedText(const VelaSwitchApi::FieldDifference& field) {
 std::string findingText(const RowFinding& finding) {
   static constexpr const char* says[] = {" differs", " is empty", " is no entry's that is desired",
                                          " could not be read"};
-  std::string text = "in " + finding.hwTable->descriptor().identity.name + ' ';
-  if (!finding.index) return text + "no row holds it";
-  text += "row " + std::to_string(*finding.index) + says[static_cast<std::size_t>(finding.kind)];
+  const std::string& name = finding.hwTable->descriptor().identity.name;
+  if (!finding.index) return "no row of " + name + " holds it";
+  std::string text = "row " + std::to_string(*finding.index) + " of " + name +
+                     says[static_cast<std::size_t>(finding.kind)];
   const char* separator = ": ";
   for (const auto& field : finding.fields) {
     text += separator + flippedText(field);
@@ -139,9 +152,12 @@ Reasons::Subject Reasons::subjectOf(TableAdapter& table, const Json& key) const 
   return subject;
 }
 
-Json Reasons::entry(TableAdapter& table, const Json& key) { return entry(subjectOf(table, key)); }
+Json Reasons::entry(TableAdapter& table, const Json& key) {
+  return entry(subjectOf(table, key), true);
+}
 
-Json Reasons::entry(const Subject& subject) {
+/// `shadows`: routes within it are told as well.
+Json Reasons::entry(const Subject& subject, bool shadows) {
   const TableAdapter& table = subject.table;
   Json answer = {{"table", table.name()}, {"instance", table.instance()}, {"key", subject.name}};
   const bool there =
@@ -158,7 +174,7 @@ Json Reasons::entry(const Subject& subject) {
     addAbsence(subject, answer);
   }
   if (subject.route()) {
-    if (there) addShadows(*subject.route(), answer);
+    if (there && shadows) addShadows(*subject.route(), answer);
     addLevel(subject, answer);
   } else {
     const std::vector<Json> routes = agent_.routesAt(table, subject.name);
@@ -182,8 +198,8 @@ void Reasons::addStatus(const Subject& subject, Json& answer) {
     case Status::programmed: {
       const auto place = subject.hardware->place(subject.rows.front());
       say(answer,
-          name + " is in hardware" +
-              (place && place->location ? ", in " + subject.hardware->name() + " way " +
+          name + " is programmed" +
+              (place && place->location ? " in " + subject.hardware->name() + " way " +
                                               std::to_string(place->location->way) + ", row " +
                                               std::to_string(place->location->row)
                                         : ""));
@@ -200,8 +216,8 @@ void Reasons::addStatus(const Subject& subject, Json& answer) {
     case Status::hardwareError:
       blame(answer, "hardwareError");
       say(answer, name +
-                      " is desired, but a register access failed: announce it again, or repair "
-                      "its row by an audit");
+                      " is desired, but a register access failed, or an audit found its row wrong: "
+                      "announce it again, or let an audit repair it");
       break;
     case Status::notProgrammed:
       say(answer, name + " is desired, but was not programmed");
@@ -224,16 +240,14 @@ void Reasons::addProof(const Subject& subject, Json& answer) const {
   proof["indexes"] = std::move(rows);
   proof["keys"] = keysOf(competing);
   answer["letsIn"] = letsIn;
-  addTurn(subject, answer);
   say(answer, entryText(subject.table, subject.name) + " waits for room in " +
                   subject.hardware->name() + ": " + competingText(competing.size() + 1));
-  if (letsIn.empty()) {
-    say(answer, "whichever of them goes, somebody comes in who waits longer or needs fewer moves");
-    return;
-  }
-  say(answer, (letsIn.size() == 1 ? "it comes in when this goes: "
-                                  : "it comes in when any one of these goes: ") +
-                  listText(letsIn));
+  say(answer, letsIn.empty()
+                  ? "whichever of them goes, somebody comes in who waits longer or needs "
+                    "fewer moves"
+              : letsIn.size() == 1 ? "it comes in when this goes: " + listText(letsIn)
+                                   : "it comes in when any one of these goes: " + listText(letsIn));
+  addTurn(subject, answer);
 }
 
 /// How many wait in front of it, of those that wait for the same rows.
@@ -246,6 +260,8 @@ void Reasons::addTurn(const Subject& subject, Json& answer) const {
     if (waiting.arrival(each) < waiting.arrival(*own)) ++place;
   });
   answer["turn"] = {{"place", place}, {"waiting", waiting.size()}};
+  say(answer, "it is number " + std::to_string(place) + " of the " +
+                  std::to_string(waiting.size()) + " that wait for rows there");
 }
 
 void Reasons::addCounterpart(const Subject& subject, Json& answer) const {
@@ -276,8 +292,7 @@ void Reasons::addAbsence(const Subject& subject, Json& answer) const {
   const RouteKey* route = subject.route();
   if (answer.contains("notTold")) {
     blame(answer, "notTold");
-    say(answer, "a source wants " + subject.name.dump() +
-                    ", but the switch's tables were not told of it: " +
+    say(answer, "a source wants " + name + ", but the switch's tables were not told of it: " +
                     answer["notTold"].get<std::string>());
   } else if (!desiresKnown_) {
     say(answer, subject.result ? "the switch holds " + name + "; what is desired is not known"
@@ -320,7 +335,9 @@ void Reasons::addCorruption(const Subject& subject, Json& answer) const {
     if (std::find(rows.begin(), rows.end(), index) == rows.end()) continue;
     blame(answer, "rowDiffers");
     answer["corrupt"].push_back(index);
-    say(answer, "row " + std::to_string(index) + ", which it may take, is corrupt");
+    say(answer, "row " + std::to_string(index) +
+                    ", which it may take, is corrupt: an audit tells what is wrong, and can repair "
+                    "it, when it is given the events that desire it");
   }
 }
 
@@ -356,6 +373,7 @@ void Reasons::addFindings(const Subject& subject, Json& answer) {
     answer["findings"].push_back(findingLine(finding));
     say(answer, findingText(finding));
   }
+  if (answer.contains("findings")) say(answer, "velatable audit --repair writes it as it should be");
 }
 
 /// Routes within a route, in ascending order.
@@ -569,12 +587,10 @@ void Reasons::addBetter(const std::vector<RouteKey>& better, Json& answer) {
   subjects.reserve(better.size());
   for (const RouteKey& route : better) subjects.push_back(subjectOf(routes(), toJson(route)));
   for (const Subject& subject : subjects) {
-    Json why = entry(subject);
+    Json why = entry(subject, false);
     const bool refused = desiresKnown_ && subject.status != Status::programmed;
     if (refused) blame(answer, "coveredByRefused");
-    for (const Json& cause : why["causes"]) {
-      if (cause != "shadowed") blame(answer, cause.get<std::string>().c_str());
-    }
+    for (const Json& cause : why["causes"]) blame(answer, cause.get<std::string>().c_str());
     say(answer, Orb::text(subject.route()->prefix(), " should answer") +
                     (refused ? ", but is not there" : ""));
     for (const Json& sentence : why["says"]) say(answer, "  " + sentence.get<std::string>());

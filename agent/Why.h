@@ -43,7 +43,7 @@ class Reasons {
  private:
   struct Subject;
 
-  Json entry(const Subject& subject);
+  Json entry(const Subject& subject, bool shadows);
   Subject subjectOf(TableAdapter& table, const Json& key) const;
   void addRows(const Subject& subject, Json& answer) const;
   void addStatus(const Subject& subject, Json& answer);

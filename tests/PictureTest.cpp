@@ -1,5 +1,7 @@
 #include "agent/Picture.h"
 
+#include <set>
+
 #include "Generator.h"
 #include "agent/Explain.h"
 
@@ -57,6 +59,7 @@ struct PictureTest : VelaTest::ProfileTest {
     }
   }
   void checkRows(const Json& rows);
+  void checkProof(const Json& refusal);
   void checkRefusal(const Json& refusal);
 
   VelaDevice::SimulatedSwitch chip;
@@ -78,6 +81,11 @@ void PictureTest::checkRows(const Json& rows) {
   const std::vector<U64> gaps = numbersOf(rows["held"]["gaps"]);
   const std::vector<U64> owners = numbersOf(rows["held"]["owners"]);
   const std::vector<U64> hits = numbersOf(rows["held"]["hits"]);
+  std::vector<std::vector<U64>> others;
+  for (const Json& way : rows["held"].value("others", Json::array())) {
+    others.push_back(numbersOf(way));
+  }
+  std::size_t entries = 0;
   std::map<std::size_t, std::vector<U64>> words;
   for (const Json& word : rows["held"].value("words", Json::array())) {
     words[word[0].get<std::size_t>()] = numbersOf(word[1]);
@@ -89,7 +97,16 @@ void PictureTest::checkRows(const Json& rows) {
     const auto at = told.find(index);
     for (std::size_t i = 0; i < tables.size(); ++i) {
       const bool owns = at != told.end() && owners[at->second] == i + 1;
-      ASSERT_EQ(owns, bool(tables[i]->typed().keyAt(index))) << rows["hwTable"] << ' ' << index;
+      const VelaAgent::AnyValue key = tables[i]->typed().keyAt(index);
+      ASSERT_EQ(owns, bool(key)) << rows["hwTable"] << ' ' << index;
+      if (!owns || others.empty()) continue;
+      const U32 perWay = rows["rowsPerWay"];
+      std::vector<VelaSwitchApi::HwIndex> mayTake;
+      for (const auto& way : others) mayTake.push_back(static_cast<U32>(way[entries]));
+      mayTake.insert(mayTake.begin() + index / perWay, index % perWay);
+      for (U32 way = 0; way < mayTake.size(); ++way) mayTake[way] += way * perWay;
+      ASSERT_EQ(mayTake, tables[i]->typed().candidates(key)) << rows["hwTable"] << ' ' << index;
+      ++entries;
     }
     if (at == told.end()) continue;
     ++owned;
@@ -97,6 +114,27 @@ void PictureTest::checkRows(const Json& rows) {
     const auto image = *VelaAgent::heldImage(chip, *hwTable, index);
     for (const auto& [word, values] : words) ASSERT_EQ(values[at->second], image[word]);
   }
+}
+
+/// Its keys are those of the tables, and have one row less between them than they are.
+void PictureTest::checkProof(const Json& refusal) {
+  std::set<VelaSwitchApi::HwIndex> lieIn;
+  std::set<VelaSwitchApi::HwIndex> mayTake;
+  const auto add = [&](const Json& entry) {
+    const auto& table = *agent.announced()[entry["table"].get<std::size_t>()]->hardware();
+    if (entry.contains("index")) {
+      EXPECT_EQ(table.keyAt(entry["index"]), entry["key"]);
+      lieIn.insert(entry["index"].get<U32>());
+    }
+    const auto rows = table.typed().candidates(table.keyFromJson(entry["key"]));
+    EXPECT_EQ(entry["mayTake"], Json(rows)) << entry;
+    mayTake.insert(rows.begin(), rows.end());
+  };
+  for (const Json& entry : refusal["competing"]["entriesThere"]) add(entry);
+  add(refusal);
+  EXPECT_EQ(mayTake, lieIn);
+  EXPECT_EQ(lieIn.size(), refusal["competing"]["rows"]);
+  EXPECT_EQ(lieIn.size() + 1, refusal["competing"]["entries"]);
 }
 
 /// Of those that leave it no row, one whose withdrawal is said to let it in does, and no other.
@@ -130,9 +168,7 @@ TEST_P(PictureTest, rowsAreAsTheyAre) {
   EXPECT_EQ(totals["findings"], 0);
   EXPECT_FALSE(picture.json()["refusals"].empty());
   for (const Json& group : picture.json()["refusals"]) {
-    for (const Json& refusal : group["first"]) {
-      EXPECT_EQ(refusal["competing"]["entriesThere"].size(), refusal["competing"]["rows"]);
-    }
+    for (const Json& refusal : group["first"]) checkProof(refusal);
     checkRefusal(group["first"][0]);
   }
 }

@@ -127,7 +127,7 @@ TEST_F(Why, aBitFlipped) {
   const Json why = entry("NatMatch", flow);
   EXPECT_THAT(why["causes"], ElementsAre("rowDiffers"));
   EXPECT_EQ(why["status"], "programmed");
-  EXPECT_THAT(why["says"].back(), HasSubstr("(1 bit flipped)"));
+  EXPECT_THAT(why["says"].dump(), HasSubstr("(1 bit flipped)"));
   route("10.1.0.0/16", 3);
   const Json level = {{"prefix", "10.0.0.0/15"}};
   apply({{"op", "corrupt"}, {"table", "Lpm17"}, {"key", level}, {"bit", 3}});
