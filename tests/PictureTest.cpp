@@ -102,6 +102,7 @@ void PictureTest::checkRows(const Json& rows) {
       if (!owns || others.empty()) continue;
       const U32 perWay = rows["rowsPerWay"];
       std::vector<VelaSwitchApi::HwIndex> mayTake;
+      mayTake.reserve(others.size() + 1);
       for (const auto& way : others) mayTake.push_back(static_cast<U32>(way[entries]));
       mayTake.insert(mayTake.begin() + index / perWay, index % perWay);
       for (U32 way = 0; way < mayTake.size(); ++way) mayTake[way] += way * perWay;

@@ -414,7 +414,8 @@
     if (!refusal.competing.entriesThere) return make("div", {}, says);
     return make("div", {}, says, make("p", {class: "note"},
       "Thick: where an entry lies. Thin: where else it might. Dashed: the rows of the refused one, all taken."),
-      proofDrawing(refusal, rows), proofList(refusal, rows));
+      proofDrawing(refusal, rows), proofList(refusal, rows), refusal.letsIn.length ? null
+        : make("p", {}, "Whichever of them goes, somebody comes in who waits longer or needs fewer moves."));
   }
   function refusalItem(refusal, number, open) {
     const rows = rowsOf(number);
@@ -704,7 +705,7 @@
       figure(`${set.hwTable} ${what}`, count(number)), " ", text);
     const named = set.tables.length === 1 ? [mark("var(--taken)", "taken", owned, "taken")]
       : set.tables.map((table, i) => mark(i === 0 ? "var(--taken)" : "var(--other)", tableName(picture.tables[table]),
-        rows.owners.filter((owner) => owner === i + 1).length, make("strong", {}, tableName(picture.tables[table]))));
+        rows.owners.filter((owner) => owner === i + 1).length, make("span", {class: "name"}, "of " + tableName(picture.tables[table]))));
     return make("ul", {class: "legend"}, ...named,
       mark("radial-gradient(var(--paper) 30%, var(--accent) 35%)", "hit", rows.hits.filter((hit) => hit).length, "hit by packets"),
       mark("var(--free)", "free", rows.perWay * rows.ways - rows.indexes.length, "free"),
