@@ -162,9 +162,8 @@ Json Reasons::entry(const Subject& subject, bool shadows) {
   Json answer = {{"table", table.name()}, {"instance", table.instance()}, {"key", subject.name}};
   const bool there =
       bool(subject.result) && (!desiresKnown_ || subject.table.typed().announced(subject.key));
-  const char* notTold = subject.route() ? whyNotTold(*subject.route()) : nullptr;
+  const bool notTold = subject.route() && whyNotTold(*subject.route());
   answer["desired"] = desiresKnown_ ? Json(there || notTold) : Json(nullptr);
-  if (notTold) answer["notTold"] = notTold;
   answer["causes"] = Json::array();
   answer["says"] = Json::array();
   if (there) answer["result"] = anyToJson(subject.result);
@@ -260,6 +259,7 @@ void Reasons::addTurn(const Subject& subject, Json& answer) const {
     if (waiting.arrival(each) < waiting.arrival(*own)) ++place;
   });
   answer["turn"] = {{"place", place}, {"waiting", waiting.size()}};
+  if (waiting.size() == 1) return;
   say(answer, "it is number " + std::to_string(place) + " of the " +
                   std::to_string(waiting.size()) + " that wait for rows there");
 }
@@ -290,10 +290,12 @@ void Reasons::addCuts(const Subject& subject, Json& answer) const {
 void Reasons::addAbsence(const Subject& subject, Json& answer) const {
   const std::string name = entryText(subject.table, subject.name);
   const RouteKey* route = subject.route();
-  if (answer.contains("notTold")) {
+  const auto notTold = route ? whyNotTold(*route) : std::nullopt;
+  if (notTold) {
+    answer["notTold"] = notTold->word;
     blame(answer, "notTold");
-    say(answer, "a source wants " + name + ", but the switch's tables were not told of it: " +
-                    answer["notTold"].get<std::string>());
+    say(answer, "a source wants " + name + ", but the switch's tables were not told of it (" +
+                    notTold->word + "): " + notTold->meaning);
   } else if (!desiresKnown_) {
     say(answer, subject.result ? "the switch holds " + name + "; what is desired is not known"
                                : "the switch holds no " + name);
@@ -373,7 +375,8 @@ void Reasons::addFindings(const Subject& subject, Json& answer) {
     answer["findings"].push_back(findingLine(finding));
     say(answer, findingText(finding));
   }
-  if (answer.contains("findings")) say(answer, "velatable audit --repair writes it as it should be");
+  if (answer.contains("findings"))
+    say(answer, "velatable audit --repair writes it as it should be");
 }
 
 /// Routes within a route, in ascending order.

@@ -2,6 +2,7 @@
 
 #include <functional>
 #include <map>
+#include <optional>
 
 #include "agent/Agent.h"
 #include "agent/TableAdapter.h"
@@ -9,6 +10,12 @@
 /// Why an entry is in hardware or is not, and why a packet takes the route that it takes. All that
 /// is said comes from the tables, the registers and the engine's proof.
 namespace VelaAgent {
+
+/// Why the tables were not told of a route that is desired.
+struct NotTold {
+  const char* word;     ///< For programs.
+  const char* meaning;  ///< For people.
+};
 
 /// Answers for one switch. An answer is a JSON object; in it, "says" has sentences for people, and
 /// "causes" what is the matter, in one word each:
@@ -30,10 +37,10 @@ class Reasons {
   Reasons(Agent& agent, bool desiresKnown) : agent_(agent), desiresKnown_(desiresKnown) {}
 
   using RouteKey = VelaSwitch::LpmKey;
-  /// Why the tables were not told of a route that is desired, in one word; null for other routes.
-  using NotTold = std::function<const char*(const RouteKey&)>;
+  /// Nothing for routes that the tables were told of, or that nobody desires.
+  using WhyNotTold = std::function<std::optional<NotTold>(const RouteKey&)>;
   /// Whoever tells the tables of routes may keep some back, which are spoken of as well.
-  void notToldIs(NotTold notTold) { notTold_ = std::move(notTold); }
+  void notToldIs(WhyNotTold notTold) { notTold_ = std::move(notTold); }
 
   /// Reads the rows that it may take, and audits the table where they are not as they should be.
   Json entry(TableAdapter& table, const Json& key);
@@ -63,11 +70,11 @@ class Reasons {
   const std::vector<RowFinding>& findingsOf(HwTableAdapter& table);
 
   TableAdapter& routes() const { return agent_.table("Route", 0); }
-  const char* whyNotTold(const RouteKey& route) const {
-    return notTold_ ? notTold_(route) : nullptr;
+  std::optional<NotTold> whyNotTold(const RouteKey& route) const {
+    return notTold_ ? notTold_(route) : std::nullopt;
   }
   bool desired(const RouteKey& route) const {
-    return bool(routes().typed().resultOf(route)) || whyNotTold(route);
+    return bool(routes().typed().resultOf(route)) || whyNotTold(route).has_value();
   }
   /// The desired routes of the VRF that cover the address, longest first.
   std::vector<RouteKey> covering(U8 vrf, Ipnet::IpAddr address) const;
@@ -79,7 +86,7 @@ class Reasons {
 
   Agent& agent_;
   bool desiresKnown_;
-  NotTold notTold_;
+  WhyNotTold notTold_;
   std::map<const HwTableAdapter*, std::vector<RowFinding>> findings_;
 };
 

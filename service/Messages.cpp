@@ -34,4 +34,18 @@ const char* nameOf(Refusal refusal) {
   return names[static_cast<std::size_t>(refusal)];
 }
 
+const char* meaningOf(Refusal refusal) {
+  static constexpr std::array<const char*, refusals> meanings{
+      "it is not refused",
+      "it or its gateway is IPv6",
+      "it is a label's, or its next hop pushes one",
+      "its type is none of unicast, local, blackhole, unreachable, prohibit",
+      "its table is not among the tables of the configuration",
+      "its next hop was not announced; it is taken up when that comes",
+      "its gateway's interface is not among the interfaces of the configuration",
+      "all next hops of the switch are taken; it is tried again when one becomes free",
+      "what its next hop needs could not be written; it is tried again"};
+  return meanings[static_cast<std::size_t>(refusal)];
+}
+
 }  // namespace VelaService

@@ -48,6 +48,8 @@ enum class Refusal : U8 {
 inline constexpr std::size_t refusals = 9;
 /// As it is spelled in answers.
 const char* nameOf(Refusal refusal);
+/// For people.
+const char* meaningOf(Refusal refusal);
 
 /// Where packets of a route go.
 struct Hop {

@@ -721,11 +721,17 @@ void RouteService::endSweep() {
   agent_.settle();
 }
 
-const char* RouteService::whyNotTold(const LpmKey& route) const {
+std::optional<VelaAgent::NotTold> RouteService::whyNotTold(const LpmKey& route) const {
   const auto at = routes_.find(idOf(route));
-  if (at == routes_.end() || !at->second.wanted) return nullptr;
-  if (at->second.held) return "held";
-  return at->second.refusal == Refusal::none ? nullptr : VelaService::nameOf(at->second.refusal);
+  if (at == routes_.end() || !at->second.wanted) return std::nullopt;
+  if (at->second.held) {
+    return VelaAgent::NotTold{"held",
+                              "as many of its level wait for room as may; it has its turn "
+                              "when half of these have come in or gone"};
+  }
+  const Refusal refusal = at->second.refusal;
+  if (refusal == Refusal::none) return std::nullopt;
+  return VelaAgent::NotTold{VelaService::nameOf(refusal), meaningOf(refusal)};
 }
 
 RouteService::RefusedRoutes RouteService::refused() const {

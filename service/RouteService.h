@@ -8,6 +8,7 @@
 #include <unordered_set>
 
 #include "agent/Agent.h"
+#include "agent/Why.h"
 #include "service/Messages.h"
 #include "service/Nexthops.h"
 
@@ -133,9 +134,9 @@ class RouteService final : private Orb::KeyObserver<VelaSwitch::LpmKey>,
   using StatusListener =
       std::function<void(const VelaSwitch::LpmKey&, VelaAgent::EntryProgrammedStatus)>;
   void statusListenerIs(StatusListener listener) { statusListener_ = std::move(listener); }
-  /// Why the switch's tables were not told of a route that is wanted, or withdrew it, in one word:
-  /// the refusal, or "held" behind as many as may wait. Null for other routes.
-  const char* whyNotTold(const VelaSwitch::LpmKey& route) const;
+  /// Why the switch's tables were not told of a route that is wanted, or withdrew it: the refusal,
+  /// or "held" behind as many as may wait. Nothing for other routes.
+  std::optional<VelaAgent::NotTold> whyNotTold(const VelaSwitch::LpmKey& route) const;
   class RefusedRoutes;
   /// Every route that is refused or waits for room.
   RefusedRoutes refused() const;
