@@ -30,8 +30,9 @@ def counted(number, one, several):
 
 
 class Told:
-    """`ask(*words)` runs a command; `events` are what the switch holds, `source` names it, `marks` are what a daemon's
-    tables have on their bars. `figures` has all that is told of it."""
+    """`ask(*words)` runs a command. The switch, which `source` names to commands, holds what `events` announce;
+    `statuses` and `tables` are what is told of entries and tables, and `marks` what a daemon's bars show. `figures`
+    has all of it, by name."""
 
     def __init__(self, ask, events, source, statuses, tables, marks=()):
         self.ask, self.source, self.marks, self.figures = ask, source, marks, {}
