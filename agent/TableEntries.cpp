@@ -40,6 +40,7 @@ EntryProgrammedStatus TableEntries::program(AnyRef key, AnyRef result) {
 /// The entry was announced and has the status: tries an unchanged one again, and notes a refusal.
 EntryProgrammedStatus TableEntries::outcomeOf(AnyRef key, bool changed,
                                               EntryProgrammedStatus status) {
+  if (particulars_.rebuildsDefaults) peak_ = std::max(peak_, used());
   if (status == EntryProgrammedStatus::programmed) return status;
   if (!changed) {
     handleEntry(key);
@@ -171,8 +172,18 @@ U32 TableEntries::capacity() const {
   return size;
 }
 
-U32 TableEntries::used() const { return table().count(KeyRecord::desired); }
-U32 TableEntries::peak() const { return table().peak(); }
+U32 TableEntries::used() const {
+  const U32 all = table().count(KeyRecord::desired);
+  if (!particulars_.rebuildsDefaults) return all;
+  U32 silent = 0;
+  table().forEachRecord(KeyRecord::unclaimed,
+                        [&](const KeyRecord& each) { silent += told(each) ? 0 : 1; });
+  return all - silent;
+}
+
+U32 TableEntries::peak() const {
+  return particulars_.rebuildsDefaults ? std::max(peak_, used()) : table().peak();
+}
 
 double TableEntries::load() const {
   const Keel::Cuckoo::Table* rows = engine();

@@ -151,6 +151,7 @@ class TableEntries : public Entries {
   Particulars particulars_;
   mutable std::map<std::string, unsigned, std::less<>> rowBits_;
   bool toldOfSilence_ = false;  ///< Once is enough for a table.
+  U32 peak_ = 0;                ///< Where what is rebuilt is not all told.
   bool watching_ = false;
   AnyListener statusListener_;
 };

@@ -816,6 +816,14 @@ TEST(Upkeep, ScrubbingFindsAndMendsWhatAnAuditFinds) {
   }
 }
 
+TEST(Upkeep, AnEmptySwitchIsEmptyAfterARestart) {
+  World world;
+  world.restart();
+  for (const auto& table : world.agent->tables()) {
+    EXPECT_EQ(table->typed().used() + table->typed().peak(), 0) << table->fullName();
+  }
+}
+
 TEST(Delays, EachChangeCountsFromItsMessage) {
   Random random;
   Delays delays;
