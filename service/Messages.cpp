@@ -9,6 +9,12 @@
 namespace VelaService {
 
 std::string toText(const RouteName& name) {
+  if (name.family == AF_MPLS) {
+    // The label has the first 20 bits of its entry.
+    U32 entry = 0;
+    std::memcpy(&entry, name.address.data(), sizeof entry);
+    return "label " + std::to_string(ntohl(entry) >> 12);
+  }
   std::array<char, INET6_ADDRSTRLEN> text{};
   if (!inet_ntop(name.family, name.address.data(), text.data(), text.size())) {
     return "family " + std::to_string(name.family);
@@ -29,8 +35,8 @@ std::size_t RouteNameHash::operator()(const RouteName& name) const noexcept {
 
 const char* nameOf(Refusal refusal) {
   static constexpr std::array<const char*, refusals> names{
-      "none",           "ipv6",   "mpls",    "routeType",    "unknownTable",
-      "unknownNexthop", "noPort", "noIndex", "hardwareError"};
+      "none",         "ipv6",           "family", "mpls",    "routeType",
+      "unknownTable", "unknownNexthop", "noPort", "noIndex", "hardwareError"};
   return names[static_cast<std::size_t>(refusal)];
 }
 

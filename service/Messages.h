@@ -37,6 +37,7 @@ struct RouteNameHash {
 enum class Refusal : U8 {
   none,
   ipv6,            ///< The route or its gateway is IPv6.
+  family,          ///< Its address family is another one than IPv4, IPv6 and MPLS.
   mpls,            ///< It is a label's, or its next hop pushes one.
   routeType,       ///< Neither unicast, local nor one that drops.
   unknownTable,    ///< Its table belongs to no VRF.
@@ -45,7 +46,7 @@ enum class Refusal : U8 {
   noIndex,         ///< All next hops of the switch are taken.
   hardwareError,   ///< What its next hop needs could not be written.
 };
-inline constexpr std::size_t refusals = 9;
+inline constexpr std::size_t refusals = 10;
 /// As it is spelled in answers.
 const char* nameOf(Refusal refusal);
 /// For people.

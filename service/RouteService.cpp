@@ -42,7 +42,8 @@ constexpr auto hardwarePauseMost = std::chrono::seconds(64);
 /// Why a route that is in no VRF cannot be had.
 Refusal refusalOf(const RouteName& name) {
   if (name.family == AF_INET) return Refusal::unknownTable;
-  return name.family == AF_INET6 ? Refusal::ipv6 : Refusal::mpls;
+  if (name.family == AF_INET6) return Refusal::ipv6;
+  return name.family == AF_MPLS ? Refusal::mpls : Refusal::family;
 }
 
 }  // namespace

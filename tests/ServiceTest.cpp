@@ -733,6 +733,20 @@ TEST(RouteService, OneOfSeveralOfARankGoesWhenAllIsTold) {
   EXPECT_FALSE(world.way(0, address));
 }
 
+TEST(RouteService, RoutesOfOtherFamiliesAreNamed) {
+  World world;
+  world.connect();
+  world.service->take(0, RouteMessage{{RT_TABLE_MAIN, AF_MPLS, 20, {0, 6, 0x41, 0}}}, world.now);
+  world.service->take(0, RouteMessage{{RT_TABLE_MAIN, 7, 8}}, world.now);
+  const RouteService::RefusedRoutes refused = world.service->refused();
+  std::map<std::string, std::string> listed;
+  for (std::size_t at = 0; at < refused.size(); ++at) {
+    listed[toText(refused[at].first)] = VelaService::nameOf(refused[at].second);
+  }
+  EXPECT_THAT(listed, testing::UnorderedElementsAre(testing::Pair("label 100", "mpls"),
+                                                    testing::Pair("family 7", "family")));
+}
+
 TEST(RouteService, NextHopsOfASourceAreBounded) {
   World world;
   world.connect();
