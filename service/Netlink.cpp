@@ -109,18 +109,31 @@ Hop routeHop(const Attributes<RTA_MAX + 1>& all) {
   return hop;
 }
 
-/// The first of the next hops that a route lists itself.
+/// The first of the next hops that a route lists itself, but none whose link is down unless all
+/// are.
 Hop firstOf(const nlattr* multipath) {
-  const auto* first = static_cast<const rtnexthop*>(mnl_attr_get_payload(multipath));
+  const auto* first = static_cast<const char*>(mnl_attr_get_payload(multipath));
   const std::size_t size = mnl_attr_get_payload_len(multipath);
-  if (size < sizeof *first || first->rtnh_len < sizeof *first || size < first->rtnh_len) {
-    throw MalformedMessage("a next hop that does not fit");
+  std::optional<Hop> found;
+  bool dead = false;
+  for (std::size_t at = 0; !found || (dead && at < size);) {
+    rtnexthop next{};
+    if (size >= at + sizeof next) std::memcpy(&next, first + at, sizeof next);
+    if (next.rtnh_len < sizeof next || size - at < next.rtnh_len) {
+      throw MalformedMessage("a next hop that does not fit");
+    }
+    const std::size_t end = at + RTNH_ALIGN(next.rtnh_len);
+    const bool down = (next.rtnh_flags & RTNH_F_DEAD) != 0;
+    if (!found || !down) {
+      found = routeHop(
+          attributesIn<RTA_MAX + 1>(first + at + sizeof next, next.rtnh_len - sizeof next));
+      found->interface = static_cast<U32>(next.rtnh_ifindex);
+      dead = down;
+    }
+    found->ofSeveral = at != 0 || end < size;
+    at = end;
   }
-  const char* begin = reinterpret_cast<const char*>(first) + RTNH_LENGTH(0);
-  Hop hop = routeHop(attributesIn<RTA_MAX + 1>(begin, first->rtnh_len - RTNH_LENGTH(0)));
-  hop.interface = static_cast<U32>(first->rtnh_ifindex);
-  hop.ofSeveral = size > std::size_t{first->rtnh_len} + MNL_ALIGNTO - 1;
-  return hop;
+  return *found;
 }
 
 Hop hopOfType(U8 type, const Attributes<RTA_MAX + 1>& all) {

@@ -60,8 +60,10 @@ class Sender {
       mnl_attr_put_u32(head, RTA_NH_ID, message.nexthop);
     } else if (message.hop.ofSeveral) {
       nlattr* list = mnl_attr_nest_start(head, RTA_MULTIPATH);
-      for (const U32 gateway : {message.hop.gateway, message.hop.gateway + 1}) {
-        rtnexthop each{sizeof(rtnexthop) + 8, 0, 0, static_cast<int>(message.hop.interface)};
+      // The first one is of no use, since its link is down.
+      for (const U32 gateway : {~U32{0}, message.hop.gateway, message.hop.gateway + 1}) {
+        const auto dead = static_cast<U8>(gateway == ~U32{0} ? RTNH_F_DEAD : 0);
+        rtnexthop each{sizeof(rtnexthop) + 8, dead, 0, static_cast<int>(message.hop.interface)};
         std::memcpy(mnl_nlmsg_get_payload_tail(head), &each, sizeof each);
         head->nlmsg_len += sizeof each;
         mnl_attr_put_u32(head, RTA_GATEWAY, htonl(gateway));
