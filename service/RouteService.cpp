@@ -31,7 +31,6 @@ namespace {
 constexpr std::size_t batchSize = VelaSwitchApi::batchMost;
 
 /// What a source may have of what the switch has no bound for.
-constexpr std::size_t foreignMost = 2'000'000;
 constexpr std::size_t objectsMost = 65'536;
 /// Interfaces whose names are kept; when there are more, all are looked up anew.
 constexpr std::size_t interfacesMost = 4096;
@@ -189,6 +188,7 @@ void RouteService::take(SourceId from, const RouteMessage& message) {
   }
   if (message.nexthop != 0) offer.hop = resolved(source, message.nexthop);
   source.awaited = source.awaited || offer.hop.refusal == Refusal::unknownNexthop;
+  if (!routes_.contains(*id)) checkRoom(source);
   Routes::value_type& each = *routes_.try_emplace(*id).first;
   const Route& route = each.second;
   Offer* const same = offerOf(each, offer);
@@ -204,6 +204,11 @@ void RouteService::take(SourceId from, const RouteMessage& message) {
       route.offer.source == nobody ? !heard(from) : route.offer.rank() < offer.rank();
   if (route.wanted && others) return beatenIs(*id, offer, true);
   offerIs(each, offer);
+}
+
+/// Sources have no more than there is memory for.
+void RouteService::checkRoom(const Source& source) const {
+  if (source.figures.routes >= settings_.routesMost) throw MalformedMessage("too many routes");
 }
 
 /// What the offer's source says of the route so far, with the same preference; null for nothing.
@@ -223,7 +228,7 @@ void RouteService::foreignIs(const RouteName& name, const Offer& offer, bool the
   const auto at = source.foreign.find(name);
   if (at != source.foreign.end()) foreignDel(source, at);
   if (!there) return;
-  if (source.foreign.size() == foreignMost) throw MalformedMessage("too many routes of no VRF");
+  checkRoom(source);
   source.foreign.emplace(name, offer);
   count(offer, true);
   ++figures_.wanted;

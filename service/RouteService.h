@@ -34,7 +34,8 @@ struct RouteSettings {
   std::size_t queueMost = 4096;  ///< Routes that wait, until sources are to be held up.
   /// Routes of a level that wait for room in its table; more are not offered to it before.
   U64 waitingMost = 32768;
-  std::string nexthopFile;  ///< See Nexthops.
+  U64 routesMost = 2'000'000;  ///< Of a source.
+  std::string nexthopFile;     ///< See Nexthops.
 };
 
 /// Whether a table is a level that whole routes are spread over.
@@ -211,6 +212,7 @@ class RouteService final : private Orb::KeyObserver<VelaSwitch::LpmKey>,
   void take(SourceId from, const NexthopMessage& message);
   void take(SourceId from, const RouteMessage& message);
   Offer* offerOf(Routes::value_type& each, const Offer& offer);
+  void checkRoom(const Source& source) const;
   void foreignIs(const RouteName& name, const Offer& offer, bool there);
   void foreignDel(Source& source, Foreign::iterator at);
   static RouteId idOf(const VelaSwitch::LpmKey& key);

@@ -735,6 +735,23 @@ TEST(RouteService, OneOfSeveralOfARankGoesWhenAllIsTold) {
   EXPECT_FALSE(world.way(0, address));
 }
 
+TEST(RouteService, RoutesOfASourceAreBounded) {
+  World world;
+  world.settings.routesMost = 10;
+  world.restart();
+  for (int connection = 0; connection < 2; ++connection) {
+    world.connect();
+    const auto tell = [&](U32 number) {
+      const RouteName name = nameOf(IpPrefix(IpAddr(number << 24), 8), number % 2 ? 254 : 77);
+      world.service->take(0, RouteMessage{name}, world.now);
+    };
+    for (U32 number = 0; number < 10; ++number) tell(number);
+    for (const U32 number : {10, 11}) EXPECT_THROW(tell(number), MalformedMessage);
+    world.drain();
+    EXPECT_EQ(world.service->figures().wanted, 10);
+  }
+}
+
 TEST(RouteService, RoutesOfOtherFamiliesAreNamed) {
   World world;
   world.connect();
