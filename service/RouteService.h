@@ -86,6 +86,8 @@ class RouteService final : private Orb::KeyObserver<VelaSwitch::LpmKey>,
            sources_[from].answers.size() >= settings_.queueMost;
   }
   bool idle() const { return queue_.empty() && !sweep_ && !nexthopsChanged_; }
+  /// Queues routes whose next hops were announced with something else in them.
+  void followNexthops();
   /// Carries out up to `most` changes.
   void work(std::size_t most);
   /// What time brings: to be called now and then.
@@ -220,7 +222,6 @@ class RouteService final : private Orb::KeyObserver<VelaSwitch::LpmKey>,
   static VelaSwitch::LpmKey keyOf(RouteId id);
   RouteName nameOf(RouteId id) const;
   Level& levelOf(RouteId id) { return levels_[(id >> 32 & 0xFF) / 3]; }
-  void followNexthops();
   static Hop resolved(const Source& source, U32 id);
   void count(const Offer& offer, bool there);
   bool heard(SourceId before) const;

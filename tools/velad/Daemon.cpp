@@ -71,6 +71,7 @@ Daemon::Daemon(const VelaService::ConfigurationFile& file)
   uv_signal_init(loop_.get(), &hangup_);
   working_.data = ticking_.data = term_.data = interrupt_.data = hangup_.data = this;
   const auto heard = [this](Clock::time_point came) {
+    heardAt_ = came;
     delays_.asked(routes_->queuedSoFar(), came);
     workIfNeeded();
   };
@@ -101,8 +102,15 @@ void Daemon::workIfNeeded() {
   if (!idle()) uv_idle_start(&working_, [](uv_idle_t* on) { of(on).work(); });
 }
 
+/// Changes that next hops ask for are theirs who said something last.
+void Daemon::followNexthops() {
+  routes_->followNexthops();
+  delays_.asked(routes_->queuedSoFar(), heardAt_);
+}
+
 /// One part; sources and operators are heard before the next.
 void Daemon::work() {
+  followNexthops();
   routes_->work(workAtATime);
   for (const auto& feed : feeds_) feed->worked();
   if (follower_ && !follower_->idle()) {
@@ -131,6 +139,7 @@ void Daemon::tick() {
   }
   const auto now = Clock::now();
   upkeep_->tick(now);
+  followNexthops();
   routes_->tick(now);
   if (stream_) stream_->tick(now);
   delays_.unasked(routes_->queuedSoFar());

@@ -26,6 +26,7 @@ class Daemon {
  private:
   bool idle() const { return routes_->idle() && (!follower_ || follower_->idle()); }
   void workIfNeeded();
+  void followNexthops();
   void work();
   void tick();
   void tellFailures();
@@ -58,10 +59,11 @@ class Daemon {
   std::optional<Metrics> metrics_;
   std::optional<PageServer> page_;
   unsigned ticks_ = 0;
-  U64 busFailures_ = 0;               ///< That the log has told of,
-  std::string nexthopFailure_;        ///< and what it said of the file of next hops last.
-  VelaService::Delays delays_;        ///< Of changes from sources of routes,
-  VelaService::Delays streamDelays_;  ///< and from the stream.
+  U64 busFailures_ = 0;                     ///< That the log has told of,
+  std::string nexthopFailure_;              ///< and what it said of the file of next hops last.
+  VelaService::Clock::time_point heardAt_;  ///< When a source of routes said something last.
+  VelaService::Delays delays_;              ///< Of changes from sources of routes,
+  VelaService::Delays streamDelays_;        ///< and from the stream.
 };
 
 }  // namespace Velad
