@@ -401,6 +401,7 @@ void FpmStream::received(std::span<const char> bytes, const MessageListener& lis
     // What follows the header is aligned as messages are.
     readNetlink(std::span<const char>(frame_).subspan(headerSize), listener);
     frame_.clear();
+    ++frames_;
   }
 }
 

@@ -25,8 +25,12 @@ class FpmStream {
   /// Takes what was received. Throws MalformedMessage; the stream is of no use then. All messages
   /// of a frame are told before this returns.
   void received(std::span<const char> bytes, const MessageListener& listener);
+  /// Frames that came so far, and whether a part of the next one has.
+  U64 frames() const { return frames_; }
+  bool unfinished() const { return !frame_.empty(); }
 
  private:
+  U64 frames_ = 0;
   std::vector<char> frame_;  ///< What there is of a frame.
 };
 

@@ -35,6 +35,8 @@ constexpr std::size_t objectsMost = 65'536;
 /// Interfaces whose names are kept; when there are more, all are looked up anew.
 constexpr std::size_t interfacesMost = 4096;
 
+/// After a longer pause without a tick the process stood still, and nobody was listened to.
+constexpr auto tickMost = std::chrono::seconds(1);
 constexpr auto interfacesPause = std::chrono::seconds(5);
 constexpr auto hardwarePauseMost = std::chrono::seconds(64);
 
@@ -146,7 +148,7 @@ void RouteService::connected(SourceId from, Clock::time_point now) {
   if (sweep_ && sweep_->of == from) sweep_.reset();
   Source& source = sources_[from];
   source.since = source.last = ticked_ = now;
-  source.told = source.unsure = false;
+  source.spoke = source.told = source.unsure = false;
   ++source.connection;
   source.figures.connected = true;
   source.figures.complete = false;
@@ -164,7 +166,8 @@ void RouteService::disconnected(SourceId from, bool malformed) {
 }
 
 void RouteService::take(SourceId from, const Message& message, Clock::time_point now) {
-  sources_[from].last = now;
+  notQuiet(from, now);
+  if (!std::exchange(sources_[from].spoke, true)) sources_[from].since = now;
   ++sources_[from].figures.messages;
   std::visit([&](const auto& each) { take(from, each); }, message);
 }
@@ -634,12 +637,13 @@ void RouteService::retryHardware(Clock::time_point now) {
   hardwarePause_ = std::min<Clock::duration>(2 * hardwarePause_, hardwarePauseMost);
 }
 
-/// A source that is held up cannot say what it has: that time does not count.
+/// A source that is held up, or that nobody listened to, cannot say what it has: that time does not
+/// count.
 void RouteService::holdTimes(Clock::time_point now) {
   const auto passed = now - std::exchange(ticked_, now);
   for (SourceId each = 0; each < sourceCount(); ++each) {
-    if (!full(each)) continue;
-    sources_[each].last = now;
+    if (!full(each) && passed <= tickMost) continue;
+    notQuiet(each, now);
     sources_[each].since += passed;
   }
 }
@@ -660,7 +664,7 @@ void RouteService::tick(Clock::time_point now) {
 void RouteService::beginSweep() {
   for (SourceId each = 0; each < sourceCount(); ++each) {
     const Source& source = sources_[each];
-    if (!source.figures.connected || source.figures.complete) continue;
+    if (!source.figures.connected || !source.spoke || source.figures.complete) continue;
     const SourceSettings& settings = settings_.sources[each];
     if (source.told || ticked_ - source.last >= settings.quiet ||
         ticked_ - source.since >= settings.longest) {

@@ -74,9 +74,14 @@ class RouteService final : private Orb::KeyObserver<VelaSwitch::LpmKey>,
   /// Takes a message of a source that is connected. Throws MalformedMessage when it has more than
   /// there is memory for.
   void take(SourceId from, const Message& message, Clock::time_point now);
+  /// The source is not quiet, although there is no message to be taken so far.
+  void notQuiet(SourceId from, Clock::time_point now) { sources_[from].last = now; }
   /// The source has told all that it has: it need not be waited for, but for the first time, when
   /// whoever fills it may only be starting as well.
-  void told(SourceId from) { sources_[from].told = sources_[from].heard; }
+  void told(SourceId from) {
+    sources_[from].spoke = true;
+    sources_[from].told = sources_[from].heard;
+  }
   /// Whether the source withdrew one of several routes of a name and a preference, so that it has
   /// to tell all again; the route stays until then.
   bool unsure(SourceId from) const { return sources_[from].unsure; }
@@ -194,12 +199,13 @@ class RouteService final : private Orb::KeyObserver<VelaSwitch::LpmKey>,
     std::deque<RouteName> answers;             ///< Routes that it is to be told of.
     SourceFigures figures;
     U32 connection = 0;
-    bool awaited = false;  ///< Routes may wait for their next hop to be announced.
-    bool changed = false;  ///< Routes may have other next hops, by `objects`.
-    bool unsure = false;   ///< It withdrew one of several routes of a rank.
-    bool told = false;     ///< It has told all that it has.
-    bool heard = false;    ///< It was complete before.
-    Clock::time_point since;
+    bool awaited = false;     ///< Routes may wait for their next hop to be announced.
+    bool changed = false;     ///< Routes may have other next hops, by `objects`.
+    bool unsure = false;      ///< It withdrew one of several routes of a rank.
+    bool spoke = false;       ///< It said something on this connection.
+    bool told = false;        ///< It has told all that it has.
+    bool heard = false;       ///< It was complete before.
+    Clock::time_point since;  ///< It spoke.
     Clock::time_point last;
   };
   /// What a source did not announce goes, once what was queued before is carried out.

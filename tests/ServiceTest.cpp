@@ -197,11 +197,11 @@ struct World {
     while (!service->idle()) service->work(64);
   }
   /// The sources are quiet for as long as it takes.
-  void quiet() {
+  void quiet() { pass(settings.sources[0].quiet + seconds(sources)); }
+  void pass(Clock::duration time) {
     drain();
-    now += settings.sources[0].quiet;
-    for (U8 source = 0; source < sources; ++source) {
-      service->tick(now);
+    for (; time > seconds(0); time -= seconds(1)) {
+      service->tick(now += seconds(1));
       drain();
     }
   }
@@ -296,6 +296,8 @@ class Model {
     } else {
       side_->objects.clear();
     }
+    // Who says nothing at all is not taken for a source.
+    sender().nexthop({99, true});
     for (auto at = side_->routes.begin(); at != side_->routes.end();) {
       const auto name = at->first;
       if (!all && random_.flip()) {
@@ -669,10 +671,7 @@ TEST(RouteService, SourcesAreNotSweptWhileHeldUpButHoweverMuchWaits) {
   world.connect();
   tell(0, 0, 1100);
   world.drain();
-  for (int count = 0; count < 3; ++count) {
-    world.service->tick(world.now += world.settings.sources[0].longest);
-    world.drain();
-  }
+  world.pass(seconds(180));
   EXPECT_EQ(world.service->figuresOf(0).routes, 1200) << "nobody read what it has to say";
   while (world.service->answer(0)) continue;
   // Others change without an end.
@@ -733,6 +732,33 @@ TEST(RouteService, OneOfSeveralOfARankGoesWhenAllIsTold) {
   world.drain();
   EXPECT_FALSE(world.service->unsure(0));
   EXPECT_FALSE(world.way(0, address));
+}
+
+TEST(RouteService, OnlySilenceThatWasListenedToWithdraws) {
+  World world;
+  const auto tell = [&](U32 number) {
+    const RouteName name = nameOf(IpPrefix(IpAddr(number << 24), 8));
+    world.service->take(0, RouteMessage{name, false, 0, {Hop::Kind::local}}, world.now);
+  };
+  for (const U32 told : {10, 11}) {
+    world.connect();
+    tell(told);
+    world.pass(seconds(1));
+  }
+  world.connect();
+  world.pass(seconds(120));
+  EXPECT_EQ(world.service->figuresOf(0).routes, 2) << "it said nothing";
+  tell(11);
+  world.service->tick(world.now += seconds(120));
+  world.drain();
+  EXPECT_EQ(world.service->figuresOf(0).routes, 2) << "the daemon stood still";
+  for (int count = 0; count < 4; ++count) {
+    world.pass(seconds(4));
+    world.service->notQuiet(0, world.now);
+  }
+  EXPECT_EQ(world.service->figuresOf(0).routes, 2) << "there was something to read";
+  world.quiet();
+  EXPECT_EQ(world.service->figuresOf(0).routes, 1);
 }
 
 TEST(RouteService, RoutesOfASourceAreBounded) {

@@ -137,6 +137,7 @@ void Daemon::tick() {
     metrics_->queueLengthIs(routes_->queued() + (follower_ ? follower_->queued() : 0));
     if (follower_) metrics_->collect(*follower_);
   }
+  for (const auto& feed : feeds_) feed->tick(agent_.recorder().rowWrites());
   const auto now = Clock::now();
   upkeep_->tick(now);
   followNexthops();
@@ -144,7 +145,6 @@ void Daemon::tick() {
   if (stream_) stream_->tick(now);
   delays_.unasked(routes_->queuedSoFar());
   workIfNeeded();
-  for (const auto& feed : feeds_) feed->tick(agent_.recorder().rowWrites());
 }
 
 /// What the last second failed in, and the file of next hops once more when it is well again.

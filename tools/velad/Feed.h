@@ -28,7 +28,8 @@ class Feed {
 
   /// Routes were carried out: there may be room for more.
   virtual void worked() = 0;
-  /// To be called now and then. Tells when what the source did not announce is gone.
+  /// To be called before each tick of the service, which is to know whether there is something to
+  /// read. Tells when what the source did not announce is gone.
   virtual void tick(U64 rowWrites) {
     const auto& figures = routes().figuresOf(source());
     if (std::exchange(complete_, figures.complete) || !figures.complete) return;

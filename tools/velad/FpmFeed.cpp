@@ -6,6 +6,8 @@ using VelaService::Clock;
 
 namespace {
 
+/// A client that takes longer for a frame is none.
+constexpr auto frameMost = std::chrono::seconds(10);
 constexpr std::size_t answersAtATime = std::size_t{1} << 16;
 
 }  // namespace
@@ -41,6 +43,7 @@ void FpmFeed::accept(int status) {
 
 void FpmFeed::received(std::span<const char> bytes) {
   const auto now = Clock::now();
+  routes().notQuiet(source(), now);
   try {
     frames_.received(
         bytes, [&](const VelaService::Message& message) { routes().take(source(), message, now); });
@@ -59,6 +62,21 @@ void FpmFeed::worked() {
 void FpmFeed::tick(U64 rowWrites) {
   Feed::tick(rowWrites);
   worked();
+  checkFrame();
+}
+
+/// Who says something, and be it a part of a frame, is not quiet; but not for long.
+void FpmFeed::checkFrame() {
+  if (!stream_) return;
+  const auto now = Clock::now();
+  const bool unread = stream_->unread();
+  const bool same = std::exchange(framesTicked_, frames_.frames()) == frames_.frames();
+  if (unread || frames_.unfinished()) routes().notQuiet(source(), now);
+  if (unread || !same || !frames_.unfinished()) {
+    unfinishedSince_ = now;
+  } else if (now - unfinishedSince_ > frameMost) {
+    close("a frame does not come to its end", true);
+  }
 }
 
 /// Tells the client what became of its routes. While it does not read, no more is written, and in

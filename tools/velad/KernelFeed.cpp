@@ -84,6 +84,7 @@ void KernelFeed::tick(U64 rowWrites) {
   Feed::tick(rowWrites);
   try {
     if (kernel_) {
+      if (readable(kernel_->file())) routes().notQuiet(source(), Clock::now());
       if (reading_) kernel_->tick(Clock::now());
     } else if (Clock::now() >= connectAt_) {
       connect();

@@ -1,11 +1,17 @@
 #include "Loop.h"
 
+#include <poll.h>
 #include <sys/socket.h>
 
 #include <utility>
 #include <vector>
 
 namespace Velad {
+
+bool readable(int file) {
+  pollfd polled{file, POLLIN, 0};
+  return poll(&polled, 1, 0) > 0;
+}
 
 Loop::~Loop() {
   uv_walk(
@@ -113,6 +119,11 @@ void Stream::write(std::string text, std::function<void()> done) {
   delete writing;
   const auto tell = body_->closed;
   tell();
+}
+
+bool Stream::unread() const {
+  uv_os_fd_t file = -1;
+  return uv_fileno(&body_->handle, &file) == 0 && readable(file);
 }
 
 std::string Stream::peer() const {

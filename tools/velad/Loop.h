@@ -24,6 +24,9 @@ inline void checked(int result, const std::string& what) {
   if (result < 0) throw LoopException(what, result);
 }
 
+/// Whether there is something to read from the file that nobody read.
+bool readable(int file);
+
 class Loop {
  public:
   Loop() { checked(uv_loop_init(&loop_), "the event loop"); }
@@ -74,6 +77,8 @@ class Stream {
   void write(std::string text, std::function<void()> done);
   /// The credentials of a Unix domain socket's peer, for people.
   std::string peer() const;
+  /// Whether the peer said something that nobody read.
+  bool unread() const;
 
  private:
   struct Body;
