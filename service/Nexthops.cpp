@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -120,7 +121,23 @@ bool Nexthops::append(Slot slot) {
 bool Nexthops::write(U8 lag) {
   Lag& each = lags_[lag];
   if (!each.written) each.written = writer_(lag, each.ports);
+  each.left = !each.written && each.used == 0;
   return each.written;
+}
+
+void Nexthops::empty(U8 lag) {
+  lags_[lag].written = false;
+  lags_[lag].left = !writer_(lag, 0);
+}
+
+bool Nexthops::leftOver() const {
+  return std::any_of(lags_.begin(), lags_.end(), [](const Lag& each) { return each.left; });
+}
+
+void Nexthops::emptyLeftOver() {
+  for (U8 lag = 0; lag < lagCount; ++lag) {
+    if (lags_[lag].left) empty(lag);
+  }
 }
 
 /// The one that is the owner's, in use or not.
@@ -152,12 +169,20 @@ std::optional<Slot> Nexthops::freeSlot(const Owner& owner) const {
   return free ? std::optional(Slot{*free, 0}) : std::nullopt;
 }
 
-/// Makes a free slot the owner's; returns whether that is kept.
+/// Whether a slot that has one reference can be the owner's instead: rows stay as they are, but for
+/// its LAG's, where there is nobody else in that.
+bool Nexthops::passes(Slot own, const Owner& owner) const {
+  const Lag& lag = lags_[own.lag];
+  return lag.rewrites[own.rewrite].references == 1 && (lag.ports == owner.ports || lag.used == 1);
+}
+
+/// Makes a slot that is nobody else's the owner's; returns whether that is kept.
 bool Nexthops::take(Slot slot, const Owner& owner) {
   Lag& lag = lags_[slot.lag];
-  if (lag.used == 0 && lag.ports != owner.ports) {
+  if (lag.ports != owner.ports) {
     for (Rewrite& each : lag.rewrites) each.known = false;
     lag.ports = owner.ports;
+    lag.written = false;
   }
   lag.kept = true;
   Rewrite& rewrite = lag.rewrites[slot.rewrite];
@@ -167,10 +192,15 @@ bool Nexthops::take(Slot slot, const Owner& owner) {
   return note(slot);
 }
 
-Nexthops::Outcome Nexthops::acquire(const Owner& owner, Slot& slot) {
+Nexthops::Outcome Nexthops::acquire(const Owner& owner, Slot& slot, const Slot* own) {
   auto found = slotOf(owner);
   if (!found) {
     found = freeSlot(owner);
+    if (!found && own && passes(*own, owner)) {
+      found = *own;
+      // Others that found no index may share it.
+      freed_ = true;
+    }
     if (!found) return Outcome::noIndex;
     if (!take(*found, owner)) {
       lags_[found->lag].rewrites[found->rewrite].known = false;
@@ -188,9 +218,7 @@ void Nexthops::release(Slot slot) {
   Lag& lag = lags_[slot.lag];
   if (--lag.rewrites[slot.rewrite].references != 0) return;
   freed_ = true;
-  if (--lag.used != 0) return;
-  lag.written = false;
-  writer_(slot.lag, 0);
+  if (--lag.used == 0) empty(slot.lag);
 }
 
 void Nexthops::forEach(const Visitor& visit) const {

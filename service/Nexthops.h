@@ -49,10 +49,14 @@ class Nexthops {
   void started();
 
   /// Adds a reference to the owner's slot, which is a new one if need be. `slot` is set when the
-  /// outcome is good.
-  Outcome acquire(const Owner& owner, Slot& slot);
+  /// outcome is good. Where all are taken, that is `own`, if it is given and has no other
+  /// reference: then it is the owner's from now on.
+  Outcome acquire(const Owner& owner, Slot& slot, const Slot* own = nullptr);
   /// Takes a reference away.
   void release(Slot slot);
+  /// Whether rows of LAGs that nobody refers to could not be emptied, and tries that again.
+  bool leftOver() const;
+  void emptyLeftOver();
   /// Whether an index became free since this was asked last.
   bool freed() { return std::exchange(freed_, false); }
 
@@ -76,6 +80,7 @@ class Nexthops {
     U32 used = 0;          ///< Rewrites that have references.
     bool written = false;  ///< Whether its row was announced and is in hardware.
     bool kept = false;     ///< Whether it had an owner.
+    bool left = false;     ///< Unused, its row may hold something.
     std::array<Rewrite, rewriteCount> rewrites;
   };
 
@@ -85,9 +90,11 @@ class Nexthops {
   bool append(Slot slot);
   bool take(Slot slot, const Owner& owner);
   bool write(U8 lag);
+  void empty(U8 lag);
   std::string line(Slot slot) const;
   std::optional<Slot> slotOf(const Owner& owner) const;
   std::optional<Slot> freeSlot(const Owner& owner) const;
+  bool passes(Slot own, const Owner& owner) const;
 
   std::string file_;
   LagWriter writer_;

@@ -316,7 +316,8 @@ std::optional<RouteService::Answer> RouteService::answer(SourceId to) {
     route.answering = false;
     const Offer& offer = route.offer;
     // What is queued is told afterwards.
-    if (route.queued || offer.source != to || offer.connection != source.connection) continue;
+    if (route.queued || !route.wanted) continue;
+    if (offer.source != to || offer.connection != source.connection) continue;
     const bool programmed = route.status == EntryProgrammedStatus::programmed;
     if (std::exchange(route.told, true) && route.toldOf == programmed) continue;
     route.toldOf = programmed;
@@ -468,9 +469,10 @@ Refusal RouteService::ownerOf(const Route& route, Nexthops::Owner& owner) {
   return Refusal::none;
 }
 
-/// Finds a slot for the route, and refers to it.
+/// Finds a slot for the route, its own if there is no other, and refers to it.
 Refusal RouteService::place(const Nexthops::Owner& owner, RouteId id, Placing& placing) {
-  switch (nexthops_.acquire(owner, placing.slot)) {
+  const Route& route = *placing.route;
+  switch (nexthops_.acquire(owner, placing.slot, route.placed ? &route.slot : nullptr)) {
     case Nexthops::Outcome::noIndex:
       return Refusal::noIndex;
     case Nexthops::Outcome::hardwareError:
@@ -514,25 +516,74 @@ void RouteService::statusIs(const LpmKey& key, Route& route, EntryProgrammedStat
 void RouteService::handleKey(const LpmKey& key) {
   const auto at = routes_.find(idOf(key));
   const EntryProgrammedStatus status = routeEntries_.status(key);
-  if (at != routes_.end()) return statusIs(key, at->second, status);
+  if (at != routes_.end()) {
+    // Another's change may fail in a row that they share.
+    if (status == EntryProgrammedStatus::hardwareError) {
+      refusalIs(at->second, Refusal::hardwareError);
+    }
+    return statusIs(key, at->second, status);
+  }
   const auto other = others_.try_emplace(idOf(key), EntryProgrammedStatus::notProgrammed).first;
   const bool same = std::exchange(other->second, status) == status;
   if (status == EntryProgrammedStatus::notProgrammed) others_.erase(other);
   if (!same && statusListener_) statusListener_(key, status);
 }
 
-/// Takes a route out of hardware if it is there, and then its reference.
-void RouteService::withdraw(Routes::value_type& each) {
+/// Takes a route out of hardware if it is there, and then its reference; returns whether it is out.
+bool RouteService::withdraw(Routes::value_type& each) {
   Route& route = each.second;
-  if (!route.placed && route.status == EntryProgrammedStatus::notProgrammed) return;
+  if (!route.placed && route.status == EntryProgrammedStatus::notProgrammed) return true;
   const LpmKey key = keyOf(each.first);
-  if (std::exchange(route.placed, false)) {
+  if (route.placed) {
     routeEntries_.withdraw(key);
     agent_.settle();
-    nexthops_.release(route.slot);
     figures_.ofSeveral -= std::exchange(route.ofSeveral, false);
+    if (!rowsKnown(key)) {
+      statusIs(key, route, EntryProgrammedStatus::hardwareError);
+      return false;
+    }
+    route.placed = false;
+    giveUp(each.first, route.slot, true);
   }
   statusIs(key, route, EntryProgrammedStatus::notProgrammed);
+  return true;
+}
+
+/// Whether each row that a route may have been in is known to be as desired. One that is to be
+/// empty and is not is tried again.
+bool RouteService::rowsKnown(const LpmKey& route) {
+  const VelaSwitchApi::SwTable& table = agent_.routeWriter().tableOf(route.prefix().len());
+  const auto& all = agent_.tables();
+  auto& level = (*std::find_if(all.begin(), all.end(), [&](const auto& each) {
+                  return &each->table() == &table;
+                }))->typed();
+  const auto known = [&](const LpmKey& row) {
+    const auto failed = [&] { return level.status(row) == EntryProgrammedStatus::hardwareError; };
+    if (failed() && !level.resultOf(row)) level.withdraw(row);
+    return !failed();
+  };
+  constexpr U8 firstLength = VelaRoutes::FirstLevel::keyLength;
+  const U8 length = route.prefix().len();
+  if (length > firstLength) return known(VelaSwitchTable::LpmRoutes::keyOf(route));
+  bool good = true;
+  for (U32 row = 0; row < U32{1} << (firstLength - length); ++row) {
+    const U32 address = route.prefix().address().number() | row << (32 - firstLength);
+    good = known({route.vrf(), Ipnet::IpPrefix(Ipnet::IpAddr(address), firstLength)}) && good;
+  }
+  return good;
+}
+
+/// A slot that a route had goes, and those that it had before; but not while a row may say so.
+void RouteService::giveUp(RouteId id, Slot slot, bool rowsKnown) {
+  if (!rowsKnown) {
+    std::vector<Slot>& slots = lingering_[id];
+    if (std::find(slots.begin(), slots.end(), slot) == slots.end()) return slots.push_back(slot);
+  }
+  nexthops_.release(slot);
+  const auto before = lingering_.find(id);
+  if (!rowsKnown || before == lingering_.end()) return;
+  for (const Slot each : before->second) nexthops_.release(each);
+  lingering_.erase(before);
 }
 
 /// Routes have their new slots before their old ones are given up.
@@ -549,7 +600,7 @@ void RouteService::announce() {
 void RouteService::entryDone(std::size_t number, const VelaSwitchApi::EntryOutcome& outcome) {
   const Placing& placing = placings_[number];
   Route& route = *placing.route;
-  if (route.placed) nexthops_.release(route.slot);
+  if (route.placed) giveUp(idOf(placing.key), route.slot, rowsKnown(placing.key));
   route.slot = placing.slot;
   route.placed = true;
   figures_.ofSeveral += U64{route.offer.hop.ofSeveral} - U64{route.ofSeveral};
@@ -567,7 +618,7 @@ void RouteService::workOn(Routes::value_type& each) {
   Level& level = levelOf(each.first);
   level.held -= std::exchange(route.held, false);
   if (!route.wanted) {
-    withdraw(each);
+    if (!withdraw(each)) return refusalIs(route, Refusal::hardwareError);
     refusalIs(route, Refusal::none);
     routes_.erase(each.first);
     return;
@@ -584,9 +635,13 @@ void RouteService::workOn(Routes::value_type& each) {
     return statusIs(keyOf(each.first), route, EntryProgrammedStatus::tableFull);
   }
   if (refusal == Refusal::none) refusal = place(owner, each.first, placing);
+  if (refusal == Refusal::noIndex && route.placed) {
+    // Others that are about to leave its slot may leave it to it alone.
+    announce();
+    refusal = place(owner, each.first, placing);
+  }
   if (refusal != Refusal::none) {
-    withdraw(each);
-    return refusalIs(route, refusal);
+    return refusalIs(route, withdraw(each) ? refusal : Refusal::hardwareError);
   }
   placings_.push_back(placing);
   if (placings_.size() == batchSize) announce();
@@ -626,12 +681,14 @@ void RouteService::tryAgain() {
 
 /// Registers that failed, or a file, may answer again.
 void RouteService::retryHardware(Clock::time_point now) {
-  if (figures_.refused[static_cast<std::size_t>(Refusal::hardwareError)] == 0) {
+  if (figures_.refused[static_cast<std::size_t>(Refusal::hardwareError)] == 0 &&
+      !nexthops_.leftOver()) {
     hardwareAt_ = now;
     hardwarePause_ = std::chrono::seconds(1);
     return;
   }
   if (now < hardwareAt_) return;
+  nexthops_.emptyLeftOver();
   enqueueAll([](RouteId, const Route& route) { return route.refusal == Refusal::hardwareError; });
   hardwareAt_ = now + hardwarePause_;
   hardwarePause_ = std::min<Clock::duration>(2 * hardwarePause_, hardwarePauseMost);

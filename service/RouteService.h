@@ -168,7 +168,7 @@ class RouteService final : private Orb::KeyObserver<VelaSwitch::LpmKey>,
   struct Route {
     Offer offer;  ///< The one that counts.
     Slot slot;
-    bool placed = false;  ///< The switch was told of it, with the slot.
+    bool placed = false;  ///< The switch was told of it, with the slot, and may have it still.
     bool wanted = false;
     bool queued = false;
     bool ofSeveral = false;  ///< It was placed as the first of several gateways.
@@ -243,7 +243,9 @@ class RouteService final : private Orb::KeyObserver<VelaSwitch::LpmKey>,
   Refusal place(const Nexthops::Owner& owner, RouteId id, Placing& placing);
   void workOn(Routes::value_type& each);
   void tryAgain();
-  void withdraw(Routes::value_type& each);
+  bool withdraw(Routes::value_type& each);
+  bool rowsKnown(const VelaSwitch::LpmKey& route);
+  void giveUp(RouteId id, Slot slot, bool rowsKnown);
   void refusalIs(Route& route, Refusal refusal);
   void wantedIs(Route& route, bool wanted);
   void statusIs(const VelaSwitch::LpmKey& key, Route& route,
@@ -282,6 +284,8 @@ class RouteService final : private Orb::KeyObserver<VelaSwitch::LpmKey>,
   StatusListener statusListener_;
   /// The statuses of routes that the switch was told of by others, such as a stream.
   std::unordered_map<RouteId, VelaAgent::EntryProgrammedStatus> others_;
+  /// Slots that routes had before, by rows that could not be written since.
+  std::unordered_map<RouteId, std::vector<Slot>> lingering_;
   std::vector<Slot> orphans_;  ///< Of routes that hardware held in VRFs of no table.
   std::optional<Sweep> sweep_;
   bool nexthopsChanged_ = false;  ///< Of a source.

@@ -496,6 +496,17 @@ class Model {
   std::set<Name> steady_;
 };
 
+/// What a whole audit finds, by table and kind.
+std::map<std::string, U64> auditAll(const VelaAgent::Agent& agent) {
+  std::map<std::string, U64> found;
+  for (const auto& table : agent.tables()) {
+    table->audit();
+    for (const auto& each : table->findings())
+      ++found[table->fullName() + VelaAgent::nameOf(each.kind)];
+  }
+  return found;
+}
+
 TEST(RouteService, SwitchFollowsWhatSourcesSay) {
   World world;
   Random random;
@@ -563,6 +574,15 @@ TEST(RouteService, RoutesThatFoundNoIndexTakeThoseThatBecomeFree) {
   world.drain();
   EXPECT_EQ(refused(), 100);
   EXPECT_EQ(world.agent->entriesOf("Route", 0).programmed(), slots);
+  // One that has its index for itself takes no other, and nobody gets this one meanwhile.
+  RouteMessage moved{nameOf(IpPrefix(IpAddr(0x0B000500), 24))};
+  moved.hop = {Hop::Kind::gateway, Refusal::none, false, 3, 0xFFFF};
+  const U64 writes = world.chip.rowWrites();
+  world.service->take(0, moved, world.now);
+  world.drain();
+  EXPECT_EQ(world.way(0, IpAddr(0x0B000500)), World::Way(1 << 5, "if3", 0xFFFF));
+  EXPECT_EQ(world.chip.rowWrites(), writes);
+  EXPECT_EQ(refused(), 100);
   for (U32 number = 0; number < 70; ++number) tell(number, true);
   world.receive(random);
   world.drain();
@@ -761,6 +781,46 @@ TEST(RouteService, OnlySilenceThatWasListenedToWithdraws) {
   EXPECT_EQ(world.service->figuresOf(0).routes, 1);
 }
 
+TEST(RouteService, RowsThatFailNeverLeadToTheNextHopOfAnother) {
+  World world;
+  Random random;
+  world.connect();
+  // Some share a row, and shorter ones have several.
+  const std::array<IpPrefix, 8> names{
+      IpPrefix(IpAddr(0x0A000000), 8),  IpPrefix(IpAddr(0x0A400000), 10),
+      IpPrefix(IpAddr(0x0B400000), 10), IpPrefix(IpAddr(0x0C000000), 21),
+      IpPrefix(IpAddr(0x0C000000), 22), IpPrefix(IpAddr(0x0C000400), 22),
+      IpPrefix(IpAddr(0x0D000000), 24), IpPrefix(IpAddr(0x0E000000), 32)};
+  for (int round = 0; round < 3000; ++round) {
+    world.chip.failWritesIs(random.below(4), random.below(3), random.below(3));
+    for (U32 changes = 1 + random.below(3); changes > 0; --changes) {
+      const U32 number = random.below(names.size());
+      RouteMessage route{nameOf(names[number]), random.below(3) == 0};
+      route.hop = {Hop::Kind::gateway, Refusal::none, false, 1 + random.below(3)};
+      route.hop.gateway = (number + 1) << 8 | random.below(4);
+      world.service->take(0, route, world.now);
+    }
+    world.drain();
+    for (const IpPrefix& name : names) {
+      const auto hit = VelaDevice::route(world.path, 0, name.address());
+      if (!hit) continue;
+      const U32 gateway = std::get<2>(*world.way(0, name.address()));
+      const U32 number = (gateway >> 8) - 1;
+      ASSERT_LT(number, names.size()) << "nobody's next hop, in round " << round;
+      EXPECT_EQ(IpPrefix(name.address(), names[number].len()), names[number]);
+    }
+    if (random.below(4) == 0) world.service->tick(world.now += seconds(1));
+    world.drain();
+  }
+  world.chip.failWritesIs(0);
+  for (const IpPrefix& name : names)
+    world.service->take(0, RouteMessage{nameOf(name), true}, world.now);
+  world.pass(seconds(130));
+  EXPECT_EQ(world.agent->entriesOf("L3Lag", 0).entries(), 0);
+  EXPECT_EQ(world.service->refused().size(), 0);
+  EXPECT_THAT(auditAll(*world.agent), testing::IsEmpty());
+}
+
 TEST(RouteService, RoutesOfASourceAreBounded) {
   World world;
   world.settings.routesMost = 10;
@@ -829,17 +889,6 @@ TEST(Nexthops, ALineThatWasCutCostsNoOther) {
     EXPECT_EQ(slot, slots[at]);
   }
   std::filesystem::remove(file);
-}
-
-/// What a whole audit finds, by table and kind.
-std::map<std::string, U64> auditAll(const VelaAgent::Agent& agent) {
-  std::map<std::string, U64> found;
-  for (const auto& table : agent.tables()) {
-    table->audit();
-    for (const auto& each : table->findings())
-      ++found[table->fullName() + VelaAgent::nameOf(each.kind)];
-  }
-  return found;
 }
 
 TEST(Upkeep, ScrubbingFindsAndMendsWhatAnAuditFinds) {
