@@ -83,13 +83,37 @@ class Owner {
   VelaTest::Random random_;
 };
 
+/// Counts lines; nothing of it is guarded, as threads come to it one at a time.
+struct Counter final : Twinlog::Sink {
+  U64 lines = 0;
+  void line(std::string_view, U8, std::string_view) override { ++lines; }
+};
+
 TEST(Threads, everySwitchHasItsOwn) {
+  static Counter counter;  // Of all repetitions, as messages are counted.
+  Twinlog::sinkIs(&counter);
+  Spoor::recordsDelAll();
+  for (Trace::Handle* handle : Trace::Handle::all()) {
+    handle->spoorLevelIs(8);
+    handle->twinlogLevelIs(8);
+  }
   std::vector<std::thread> threads;
   U32 seed = 1;
   for (const char* profile : {"vela-48-5.1", "vela-24-4.0", "vela-48-32vrf"}) {
     threads.emplace_back([=, number = seed++] { Owner(profile, number).work(); });
   }
   for (std::thread& thread : threads) thread.join();
+  for (Trace::Handle* handle : Trace::Handle::all()) {
+    handle->spoorLevelIs(-1);
+    handle->twinlogLevelIs(-1);
+  }
+  Twinlog::sinkIs(nullptr);
+  // No message is lost, and none has another's place.
+  const std::vector<Spoor::Record> records = Spoor::records();
+  ASSERT_EQ(records.size(), Spoor::ringSize);
+  for (const Spoor::Record& each : records) {
+    EXPECT_EQ(each.sequence, counter.lines - (&records.back() - &each));
+  }
 }
 
 }  // namespace

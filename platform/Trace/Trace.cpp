@@ -2,8 +2,12 @@
 
 #include <algorithm>
 #include <array>
+#include <mutex>
 
 namespace {
+
+/// Guards the sink, the ring and its count. A sink may trace in turn.
+std::recursive_mutex guard;
 
 Twinlog::Sink* sink = nullptr;
 
@@ -19,7 +23,10 @@ std::vector<Trace::Handle*>& handles() {
 
 namespace Twinlog {
 
-void sinkIs(Sink* next) { sink = next; }
+void sinkIs(Sink* next) {
+  const std::lock_guard lock(guard);
+  sink = next;
+}
 
 }  // namespace Twinlog
 
@@ -27,6 +34,7 @@ namespace Spoor {
 
 std::vector<Record> records() {
   std::vector<Record> held;
+  const std::lock_guard lock(guard);
   for (const Record& record : ring) {
     if (record.sequence != 0) held.push_back(record);
   }
@@ -35,7 +43,10 @@ std::vector<Record> records() {
   return held;
 }
 
-void recordsDelAll() { ring.fill({}); }
+void recordsDelAll() {
+  const std::lock_guard lock(guard);
+  ring.fill({});
+}
 
 }  // namespace Spoor
 
@@ -53,26 +64,18 @@ void Handle::spoorLevelIs(int level) {
   threshold_ = std::max(twinlogLevel_, spoorLevel_);
 }
 
-Spoor::Record& Handle::spoorRecord(U8 level) const {
-  Spoor::Record& record = ring[messages % Spoor::ringSize];
-  record.sequence = ++messages;
-  record.handle = name_;
-  record.level = level;
-  return record;
-}
-
-void Handle::twinlogLine(U8 level, const std::string& message) const {
-  if (sink) sink->line(name_, level, message);
-}
-
 void Handle::emit(U8 level, std::initializer_list<Orb::TextPart> parts) const {
+  const std::lock_guard lock(guard);
   if (level <= spoorLevel_) {
-    Spoor::Record& record = spoorRecord(level);
-    Orb::FixedSink sink(record.text, sizeof record.text);
-    appendText(sink, parts);
-    record.length = static_cast<U8>(sink.used());
+    Spoor::Record& record = ring[messages % Spoor::ringSize];
+    record.sequence = ++messages;
+    record.handle = name_;
+    record.level = level;
+    Orb::FixedSink text(record.text, sizeof record.text);
+    appendText(text, parts);
+    record.length = static_cast<U8>(text.used());
   }
-  if (level <= twinlogLevel_) twinlogLine(level, Orb::joined(parts));
+  if (level <= twinlogLevel_ && sink) sink->line(name_, level, Orb::joined(parts));
 }
 
 Handle* Handle::find(std::string_view name) {

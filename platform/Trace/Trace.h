@@ -9,20 +9,23 @@
 #include "Orb/Types.h"
 
 /// The two trace libraries share their handles: Spoor keeps the latest messages in a ring in
-/// memory, Twinlog sends leveled messages to a sink.
+/// memory, Twinlog sends leveled messages to a sink. Ring and sink are the process's; threads may
+/// trace, read the ring and set the sink at the same time.
 namespace Twinlog {
 
 /// Where Twinlog's lines go.
 class VELA_EXPORT Sink {
  public:
-  /// One message, without a line end. Valid during the call only.
+  /// One message, without a line end. Valid during the call only. Called by whichever thread
+  /// traces, by one at a time.
   virtual void line(std::string_view handle, U8 level, std::string_view message) = 0;
 
  protected:
   ~Sink() = default;
 };
 
-/// Sets the sink of all handles; null drops every line. The caller keeps the sink alive.
+/// Sets the sink of all handles; null drops every line. The caller keeps the sink alive until
+/// another is set.
 VELA_EXPORT void sinkIs(Sink* sink);
 
 }  // namespace Twinlog
@@ -50,6 +53,7 @@ namespace Trace {
 
 /// A named source of messages; table families have one each. Levels run from 0 (always of
 /// interest) to 9 (every field). A message above both levels of its handle costs one comparison.
+/// Levels are set while no other thread traces.
 class VELA_EXPORT Handle {
  public:
   /// The name must outlive the handle; handles live as long as the program.
@@ -84,8 +88,6 @@ class VELA_EXPORT Handle {
     emit(level, {Orb::TextPart(parts)...});
   }
   void emit(U8 level, std::initializer_list<Orb::TextPart> parts) const;
-  Spoor::Record& spoorRecord(U8 level) const;
-  void twinlogLine(U8 level, const std::string& message) const;
 
   const char* name_;
   int threshold_ = -1;  ///< The higher of the two levels.
