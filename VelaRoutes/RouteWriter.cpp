@@ -143,7 +143,8 @@ bool RouteWriter::withdraw(const Key& route) {
 }
 
 void RouteWriter::checkRoute(const Key& route) const {
-  ORB_ASSERT_TEXT(route.vrf() < first_.table().profile().vrfs(), "route.vrf() < profile().vrfs()");
+  if (route.vrf() < first_.table().profile().vrfs()) return;
+  throw Orb::RangeException("VelaSwitch::LpmKey::vrf >= VelaSwitch::ProfileInfo::vrfs not allowed");
 }
 
 void RouteWriter::handleRoute(const Key& route) {

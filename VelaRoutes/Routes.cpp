@@ -125,7 +125,7 @@ std::vector<EntryOutcome> Routes::announceAll(std::span<const std::pair<Key, Nex
 }
 
 bool Routes::begin(const Key& route, const Nexthop& nexthop) {
-  ORB_ASSERT(nexthop.valid());
+  if (!nexthop.valid()) throw Orb::RangeException("VelaSwitch::NexthopIndexes: no next hop");
   writer_.routes().flagIs(route, LpmRoutes::noted, false);
   return writer_.announce(route, nexthop);
 }

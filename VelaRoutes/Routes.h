@@ -39,13 +39,15 @@ class VELA_EXPORT Routes final : private Orb::KeyObserver<RouteKey> {
 
   RouteWriter& writer() const { return writer_; }  ///< As it was given.
 
-  /// Announces a route, whose next hop must be valid. One that is unchanged but not programmed is
-  /// tried again. What it costs, and what failed before, is written when it returns.
+  /// Announces a route. One that is unchanged but not programmed is tried again. What it costs, and
+  /// what failed before, is written when it returns. Throws Orb::RangeException, before anything
+  /// changed, for a VRF that the profile does not have and for a next hop that is not valid().
   Status announce(const Key& route, const Nexthop& nexthop);
   /// The same of `count` routes, in order: `routeAt(number)` must stay where it is meanwhile. Rows
   /// of hashed levels go to the bus in runs.
   using RouteAt = std::function<Route(std::size_t number)>;
-  /// `listener` hears of each route when its rows are written.
+  /// `listener` hears of each route when its rows are written. When one is out of its range those
+  /// before it stand, and are told.
   void announceAll(std::size_t count, const RouteAt& routeAt,
                    VelaSwitchApi::BatchListener& listener);
   /// One outcome a route, in order.

@@ -502,4 +502,16 @@ TEST(Routes, mustBeOfTheSwitch) {
   EXPECT_EQ(whole.reconcile(), 0u);
 }
 
+// Bad input of an announcement, even amid a batch, is an exception, and costs nothing.
+TEST(Routes, refuseWhatNoSwitchTakes) {
+  Ladder ladder("vela-20-4.0");
+  VelaRoutes::Routes routes(*ladder.writer);
+  const std::pair<LpmKey, NexthopIndexes> batch[] = {{route(0, "10.0.0.0/20"), nexthop(1)},
+                                                     {route(200, "10.0.0.0/20"), nexthop(1)}};
+  EXPECT_THROW(routes.announceAll(batch), Orb::RangeException);
+  EXPECT_THROW(routes.announce(batch[0].first, {}), Orb::RangeException);
+  EXPECT_EQ(routes.programmed(), 1u);
+  EXPECT_EQ(routes.size(), 1u);
+}
+
 }  // namespace
