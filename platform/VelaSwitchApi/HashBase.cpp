@@ -127,6 +127,7 @@ void PhysicalHashTableConvertor::audit(const HwTables& tables) {
   std::vector<AuditFinding> found;
   constexpr HwIndex ahead = 8;
   U32 expected[maxRowWords];
+  std::vector<HwIndex> different;
   for (const HwIndex index : rows) {
     physical_->entrySoon(index + ahead);
     const HashBaseCuckooEntry* entry = physical_->entryAt(index);
@@ -137,9 +138,9 @@ void PhysicalHashTableConvertor::audit(const HwTables& tables) {
         found.push_back({AuditFinding::Kind::unreadable, id, index});
       } else if (!table->same(index, expected, table->image(index))) {
         if (const auto kind = judge(*table, index)) found.push_back({*kind, id, index});
+        if (entry) different.push_back(index);
       }
     }
-    if (last && swTable()->count(KeyRecord::marked) != 0) physical_->recheck(index);
   }
   const HwTableId first = hwTables().begin()->first;
   for (const HashBaseCuckooEntry* entry : physical_->missing()) {
@@ -152,12 +153,17 @@ void PhysicalHashTableConvertor::audit(const HwTables& tables) {
   std::stable_sort(found.begin(), found.end(),
                    [](const auto& one, const auto& other) { return one.table < other.table; });
   for (const AuditFinding& each : found) auditFindingIs(each);
+  // Last, since whoever hears of a status may change the entries.
+  for (const HwIndex index : different) physical_->markDifferent(index);
+  if (!last) return;
+  for (const HwIndex index : rows) {
+    if (swTable()->count(KeyRecord::marked) != 0) physical_->recheck(index);
+  }
 }
 
-/// A row that was read is not what it should be. Marks the entry in it, and returns what an audit
-/// reports.
+/// What an audit reports of a row that was read and is not what it should be.
 std::optional<AuditFinding::Kind> PhysicalHashTableConvertor::judge(const HwTableConfig& table,
-                                                                    HwIndex index) {
+                                                                    HwIndex index) const {
   const bool absent = table.state(index) == HwTableConfig::Row::absent;
   const HashBaseCuckooEntry* entry = physical_->entryAt(index);
   if (!entry) {
@@ -167,7 +173,6 @@ std::optional<AuditFinding::Kind> PhysicalHashTableConvertor::judge(const HwTabl
   U32 empty[maxRowWords];
   physical_->emptyImage(index, empty);
   const bool missing = absent || table.same(index, empty, table.image(index));
-  entry->table().hwInconsistentEntryIsFromHashItem(*entry);
   return missing ? AuditFinding::Kind::missing : AuditFinding::Kind::inconsistent;
 }
 

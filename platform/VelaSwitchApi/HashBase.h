@@ -143,7 +143,7 @@ class VELA_EXPORT PhysicalHashTableConvertor : public SwTableProfileConvertor {
 
  private:
   std::vector<HwIndex> rowsToAudit() const;
-  std::optional<AuditFinding::Kind> judge(const HwTableConfig& table, HwIndex index);
+  std::optional<AuditFinding::Kind> judge(const HwTableConfig& table, HwIndex index) const;
 
   Orb::Ptr<PhysicalHashTable> physical_;
 };

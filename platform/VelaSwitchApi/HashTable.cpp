@@ -96,11 +96,11 @@ bool HashTable::hwInconsistentEntryFromHashItem(const HashItem& item) const {
 }
 
 void HashTable::hwInconsistentEntryDelFromHashItem(const HashItem& item) {
-  if (HashBaseCuckooEntry* known = record(item)) flagIs(*known, KeyRecord::marked, false);
+  if (HashBaseCuckooEntry* known = record(item)) markIs(*known, false);
 }
 
 void HashTable::hwInconsistentEntryIsFromHashItem(const HashItem& item) {
-  flagIs(recordFor(entryOf(item)), KeyRecord::marked, true);
+  markIs(recordFor(entryOf(item)), true);
 }
 
 void HashTable::hashItemDelFromHashItem(const HashItem& item) {
@@ -260,12 +260,16 @@ void HashTable::programmed(HashBaseCuckooEntry& item) {
   // Whoever heard of other entries' statuses meanwhile may have withdrawn this one.
   HashBaseCuckooEntry* known = current(item);
   if (!known) return;
+  if (known->has(KeyRecord::marked)) {
+    // As its status was told until now.
+    known->recordedStatus_ = EntryProgrammedStatus::hardwareError;
+    flagIs(*known, KeyRecord::marked, false);
+  }
   const EntryProgrammedStatus status = item.programmedStatus();
   if (statusSupported()) statusIs(*known, status, item.lastHit());
   if (status != EntryProgrammedStatus::programmed) {
     options_.trace(2, "Not programmed, ", status, ": ", KeyText{item});
   }
-  if (count(KeyRecord::marked) != 0) hwInconsistentEntryDelFromHashItem(item);
 }
 
 void HashTable::remove(HashBaseCuckooEntry& item) {
@@ -305,6 +309,14 @@ void HashTable::statusIs(HashBaseCuckooEntry& record, EntryProgrammedStatus stat
   record.recordedHit_ = lastHit;
   flagIs(record, KeyRecord::stated, true);
   if (changed) statusChanged(record);
+}
+
+/// Marks a key or takes its mark; tells of its status when that is another one then.
+void HashTable::markIs(HashBaseCuckooEntry& record, bool marked) {
+  const Orb::Ptr<HashBaseCuckooEntry> held = &record;
+  const EntryProgrammedStatus before = statusOf(&record);
+  flagIs(record, KeyRecord::marked, marked);
+  if (statusOf(&record) != before) statusChanged(record);
 }
 
 void HashTable::statusDel(HashBaseCuckooEntry& record) {

@@ -90,6 +90,7 @@ class VELA_EXPORT HashTable : public HashBaseTable {
   }
   bool isCurrent(const HashBaseCuckooEntry& item) const { return current(item) != nullptr; }
   void recordStatus(HashBaseCuckooEntry& item);
+  void markIs(HashBaseCuckooEntry& record, bool marked);
   void adopt(HashBaseCuckooEntry& item);
   HashBaseCuckooEntry& recordFor(const HashBaseCuckooEntry& item);
   void program(HashBaseCuckooEntry& item);

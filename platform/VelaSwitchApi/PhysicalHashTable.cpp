@@ -68,7 +68,8 @@ void PhysicalHashTable::swTableDel(HashBaseTable* table) {
   }
   for (auto& [rows, duplicates] : duplicates_) std::erase_if(duplicates, owned);
   std::erase_if(duplicates_, [](const auto& each) { return each.second.empty(); });
-  for (Entries* entries : {&missing_, &revisit_, &cameIn_}) std::erase_if(*entries, owned);
+  for (Entries* entries : {&missing_, &revisit_, &cameIn_, &mended_})
+    std::erase_if(*entries, owned);
   hits_.swTableDel(table);
   for (auto* rows : {&stale_, &undecided_}) {
     for (auto& [index, row] : *rows) {
@@ -188,7 +189,7 @@ bool PhysicalHashTable::hashItemWrite(Keel::Cuckoo::HashItem& item, Location loc
   pack(entry, location, image);
   if (!writeImage(hwIndex(location), image, false)) return false;
   rowDecided(hwIndex(location));
-  entry.table().hwInconsistentEntryDelFromHashItem(entry);
+  if (entry.table().hwInconsistentEntryFromHashItem(entry)) mended_.emplace_back(&entry);
   lastWritten_ = &entry;
   if (entry.placed()) vacated_ = engine_.location(entry);
   return true;
@@ -655,15 +656,19 @@ void PhysicalHashTable::settle() {
   revisit();
 }
 
-/// Lets tables handle entries again, and tells them of those that came in. Handling one may add
-/// others, which then wait their turn.
+/// Lets tables handle entries again, and tells them of those that came in or whose rows are right
+/// again. Handling one may add others, which then wait their turn.
 void PhysicalHashTable::revisitThose() {
-  const auto done = [&] { return revisit_.empty() && cameIn_.empty() && !cleared_; };
+  const auto done = [&] {
+    return revisit_.empty() && cameIn_.empty() && mended_.empty() && !cleared_;
+  };
   if (revisiting_) return;
   revisiting_ = true;
   while (!done()) {
+    const Entries mended = std::exchange(mended_, {});
     const Entries cameIn = std::exchange(cameIn_, {});
     const Entries again = std::exchange(revisit_, {});
+    for (const auto& entry : mended) entry->table().hwInconsistentEntryDelFromHashItem(*entry);
     for (const auto& entry : cameIn) entry->table().entryStatusIsByHashItem(*entry);
     for (const auto& entry : again) entry->table().handleHashItem(*entry);
     if (revisit_.empty()) fillRows();
@@ -705,6 +710,11 @@ void PhysicalHashTable::recheck(HwIndex index) {
   HashBaseCuckooEntry* entry = entryAt(index);
   if (!entry || !entry->table().hwInconsistentEntryFromHashItem(*entry)) return;
   if (everyTableHolds(index)) entry->table().hwInconsistentEntryDelFromHashItem(*entry);
+}
+
+void PhysicalHashTable::markDifferent(HwIndex index) {
+  HashBaseCuckooEntry* entry = entryAt(index);
+  if (entry && !everyTableHolds(index)) entry->table().hwInconsistentEntryIsFromHashItem(*entry);
 }
 
 /// Brings a row that no entry lies in to its empty form, once a pipeline says what it holds.

@@ -287,6 +287,8 @@ class VELA_EXPORT PhysicalHashTable : public Orb::PtrInterface,
   void clearRow(HwIndex index);
   /// Takes the mark off the entry in the row when all pipelines hold what it asks for.
   void recheck(HwIndex index);
+  /// Marks the entry in the row when not all pipelines hold what it asks for.
+  void markDifferent(HwIndex index);
 
  private:
   /// A row that no entry lies in although hardware may hold one there.
@@ -360,7 +362,7 @@ class VELA_EXPORT PhysicalHashTable : public Orb::PtrInterface,
   void takeDamagedRows(const Entries& homeless);
   bool makeWay(HwIndex index);
   void revisit() {
-    if (revisit_.empty() && cameIn_.empty() && !cleared_) [[likely]]
+    if (revisit_.empty() && cameIn_.empty() && mended_.empty() && !cleared_) [[likely]]
       return;
     revisitThose();
   }
@@ -386,6 +388,7 @@ class VELA_EXPORT PhysicalHashTable : public Orb::PtrInterface,
   Entries revisit_;
   /// Entries that came in while others went: their tables are to be told.
   Entries cameIn_;
+  Entries mended_;        ///< Marked entries whose rows were written: likewise, to take the marks.
   bool cleared_ = false;  ///< Rows were stale and are no more: someone may wait for them.
   std::optional<Location> stageable_;  ///< The row of the entry that was found to be.
   /// In the order in which their rows were added to the run.
