@@ -1,6 +1,9 @@
+#include <malloc.h>
+
 #include <map>
 
 #include "Support.h"
+#include "VelaSwitchTable/VelaTableAclHashes.h"
 #include "VelaSwitchTable/VelaTableHashTest.h"
 #include "device/AclLookup.h"
 
@@ -81,6 +84,65 @@ TEST_F(HashTest, noEntryIsEverMissing) {
   }
   EXPECT_GT(table->profileConvertor().physicalTable().engine().moves(), 1000u);
   EXPECT_GT(checks, 1000000u);
+}
+
+/// What observers heard of each key last.
+struct Told final : Orb::KeyObserver<HashTestKey> {
+  explicit Told(HashTestTable& of) : table(of) { table.tableStatusIs()->observerIs(this); }
+  ~Told() { table.tableStatus()->observerDel(this); }
+  void handleKey(const HashTestKey& key) override { last[key] = table.status(key); }
+
+  HashTestTable& table;
+  std::map<HashTestKey, EntryProgrammedStatus> last;
+};
+
+TEST_F(HashTest, observersKnowEveryStatus) {
+  Told told(*table);
+  VelaTest::Random random;
+  auto& convertor = table->profileConvertor();
+  const auto rows = convertor.hwTables().begin()->second->busHandle();
+  for (int round = 0; round < 4000; ++round) {
+    if (random.below(4) == 0) chip.chip.failWritesIs(random.below(3));
+    const HashTestKey key{random.below(256)};
+    switch (random.below(6)) {
+      case 0:
+        table->entryDel(key);
+        break;
+      case 1:
+        chip.chip.flipBit(rows, random.below(16), random.below(2), random.below(32));
+        table->syncEntries();
+        break;
+      case 2:
+        for (const auto& finding : std::vector(convertor.auditFindings())) {
+          convertor.repair(finding);
+        }
+        break;
+      default:
+        table->entryIs(key, HashTestResult{random()});
+    }
+    for (U32 each = 0; each < 256; ++each) {
+      ASSERT_EQ(told.last[HashTestKey{each}], table->status(HashTestKey{each}))
+          << each << " in round " << round;
+    }
+  }
+}
+
+// A full table's worth of memory is fetched when it is made.
+TEST_F(HashTest, programmingAllocatesNothing) {
+  const VelaTest::Started<AclHashTable> acls;
+  const auto allocated = [] { return mallinfo2().uordblks + mallinfo2().hblkhd; };
+  const std::size_t before = allocated();
+  for (U32 i = 0; i < 3000; ++i) {
+    VelaSwitch::AclHashKey key;
+    key.dstIp = Ipnet::IpAddr(i);
+    acls.table->entryIs(key, {});
+  }
+  const std::size_t after = allocated();
+  // Where each record has memory of its own, it is another matter.
+  if (!VelaTest::sanitized) {
+    EXPECT_EQ(after, before);
+  }
+  EXPECT_EQ(acls.table->tableStatus()->size(), 3000u);
 }
 
 }  // namespace

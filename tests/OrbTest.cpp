@@ -227,7 +227,7 @@ TEST(RecordIndex, findsWhatIsThereAndNothingElse) {
 /// The memory goes with the last object of a slab that is gone; of another size each has its own.
 TEST(Slab, objectsOutliveIt) {
   auto slab = std::make_unique<Orb::Slab>();
-  slab->reserve(3);
+  slab->reserve(3, 24);
   std::vector<void*> objects;
   for (const std::size_t size : {24, 24, 40, 24, 24}) {
     objects.push_back(Orb::Slab::take(slab.get(), size));

@@ -28,8 +28,7 @@ class VELA_EXPORT HashFamilyTableStatus : public Orb::PtrInterface {
   void entryStatusDel(const Key& key) {
     if (table_) table_->entryStatusDel(key);
   }
-  /// What came of programming the key last, if anything did. status(key) of the table knows more: a
-  /// row that was found wrong since, which changes nothing here, makes it hardwareError.
+  /// What came of programming the key last. status(key) of the table knows rows found wrong since.
   std::optional<EntryStatus> entryStatus(const Key& key) const {
     const auto* record = table_ ? table_->find(key) : nullptr;
     if (!record || !record->has(KeyRecord::stated)) return std::nullopt;
@@ -47,8 +46,7 @@ class VELA_EXPORT HashFamilyTableStatus : public Orb::PtrInterface {
   }
   /// How many there are.
   U32 size() const { return table_ ? table_->count(KeyRecord::stated) : 0; }
-  /// For those who want to hear of changed statuses, that status(key) tells among them: of an audit
-  /// when its findings are known. They must be removed before they go.
+  /// For those who want to hear of a changed status(key). They must be removed before they go.
   void observerIs(Orb::KeyObserver<Key>* observer) { observers_.observerIs(observer); }
   /// One that is not there changes nothing.
   void observerDel(Orb::KeyObserver<Key>* observer) { observers_.observerDel(observer); }
@@ -92,7 +90,7 @@ class VELA_EXPORT HashFamilyTableBase
   void doInitStatus() override {
     tableStatusIs();
     // A full table's worth of records, so that programming an entry allocates nothing.
-    this->reserve(profileConvertor().physicalTable().engine().capacity());
+    this->reserve(profileConvertor().physicalTable().engine().capacity(), sizeof(Entry));
   }
   /// The key is programmed once more.
   void handleHashItem(const HashItem& item) override { handleEntry(Key(entryOf(item).key())); }

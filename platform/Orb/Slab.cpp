@@ -1,6 +1,5 @@
 #include "Orb/Slab.h"
 
-#include <algorithm>
 #include <new>
 
 namespace Orb {
@@ -24,6 +23,19 @@ Slab::~Slab() {
   pool_->leave();
 }
 
+void Slab::reserve(U32 count, std::size_t size) {
+  if (!pooled) return;
+  if (!pool_) pool_ = new Pool(size);
+  fetch(count);
+}
+
+void Slab::fetch(std::size_t count) {
+  // Not filled with zeros: what nobody uses, nobody touches.
+  pool_->pieces.emplace_back(new std::byte[count * pool_->step()]);
+  pool_->unused = pool_->pieces.back().get();
+  pool_->unusedCount = count;
+}
+
 void* Slab::takeMore(Slab* slab, std::size_t size) {
   if (!pooled) slab = nullptr;
   if (slab && !slab->pool_) slab->pool_ = new Pool(size);
@@ -32,13 +44,7 @@ void* Slab::takeMore(Slab* slab, std::size_t size) {
     header->pool = nullptr;
     return header + 1;
   }
-  Pool& pool = *slab->pool_;
-  const std::size_t count = std::max<U32>(64, slab->reserved_);
-  // Not filled with zeros: what nobody uses, nobody touches.
-  pool.pieces.emplace_back(new std::byte[count * pool.step()]);
-  pool.unused = pool.pieces.back().get();
-  pool.unusedCount = count;
-  slab->reserved_ = 0;
+  slab->fetch(64);
   return take(slab, size);
 }
 

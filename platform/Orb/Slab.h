@@ -18,9 +18,9 @@ class VELA_EXPORT Slab {
   Slab(const Slab&) = delete;
   Slab& operator=(const Slab&) = delete;
 
-  /// The next memory that is fetched suffices for so many objects. It costs none before it is used,
-  /// but room in the address space.
-  void reserve(U32 count) { reserved_ = count; }
+  /// Fetches memory for so many objects of the size. It costs none before it is used, but room in
+  /// the address space.
+  void reserve(U32 count, std::size_t size);
 
   /// Memory for an object: of the slab, unless that is null or has objects of another size.
   static void* take(Slab* slab, std::size_t size) {
@@ -68,9 +68,9 @@ class VELA_EXPORT Slab {
   };
   /// Makes room first, or takes memory of its own.
   static void* takeMore(Slab* slab, std::size_t size);
+  void fetch(std::size_t count);
 
   Pool* pool_ = nullptr;
-  U32 reserved_ = 0;
 };
 
 }  // namespace Orb

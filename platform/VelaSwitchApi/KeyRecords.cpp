@@ -46,9 +46,9 @@ bool KeyRecords::update(KeyRecord& other) const {
   return desired;
 }
 
-void KeyRecords::reserve(U32 count) {
+void KeyRecords::reserve(U32 count, std::size_t recordSize) {
   index_.reserve(count);
-  slab_.reserve(count);
+  slab_.reserve(count, recordSize);
 }
 
 void KeyRecords::replace(KeyRecord& record, KeyRecord& next) {

@@ -160,8 +160,8 @@ class VELA_EXPORT KeyRecords {
 
   /// Where the records lie.
   Orb::Slab& slab() { return slab_; }
-  /// Room for `count` keys, so that storing them allocates nothing.
-  void reserve(U32 count);
+  /// Room for `count` keys with records of the size, so that storing them allocates nothing.
+  void reserve(U32 count, std::size_t recordSize);
 
   /// The record of the tag that `isIt(record)` is true of, or null.
   template <class IsIt>
