@@ -48,28 +48,41 @@ for library in $libraries; do
     fi
 done
 
-# Breaks on purpose, in the smallest library, which is linked by hand.
-changed() { # sed script, header
-    local copy=$build/changed
-    rm -rf $copy && mkdir $copy && cp -r VelaRoutes VelaSwitchTable platform $copy
-    sed -i "$1" "$copy/$2"
-    if cmp -s "$2" "$copy/$2"; then echo "abi.sh: nothing to change in $2" >&2 && exit 1; fi
-    # One source, as in the build: what is described depends on that.
-    (cd $copy && printf '#include "%s"\n' VelaRoutes/*.cpp >all.cpp) || exit 2
-    g++ -std=c++20 -Og -g -shared -fPIC -fvisibility=hidden -fvisibility-inlines-hidden \
-        -fno-semantic-interposition -I$copy -I$copy/platform $copy/all.cpp \
-        -Wl,-soname,libVelaRoutes.so.$soversion -o $copy/libVelaRoutes.so || exit 2
-    describe $copy/libVelaRoutes.so $copy $copy/Routes.abi || exit 2
-    different $build/Routes.abi $copy/Routes.abi
+# Breaks on purpose: some of each library is compiled as it is, and once for each change of a header.
+described() { # sources, output
+    (cd $copy && g++ -std=c++20 -Og -g -shared -fPIC -fvisibility=hidden -fvisibility-inlines-hidden \
+        -fno-semantic-interposition -I. -Iplatform $1 -o some.so) &&
+        describe $copy/some.so $copy "$2" || exit 2
 }
-if changed 's/^#pragma once/&\n/' VelaRoutes/RouteLevel.h; then
-    cat $build/report
-    echo "an empty line is taken for a break" >&2
-    failed=1
-fi
-changed '/virtual Routes routesAt/{h;d};/virtual bool marked/{G}' VelaRoutes/RouteLevel.h ||
-    { echo "virtual operations that change places are not found" >&2; failed=1; }
-changed 's/^  Orb::Seconds lastHit;/&\n  U64 added = 0;/' VelaSwitchTable/family/LpmRoutes.h ||
-    { echo "a value type that grows is not found" >&2; failed=1; }
+changed() { # sources, header, sed script
+    sed -i "$3" "$copy/$2"
+    if cmp -s "$2" "$copy/$2"; then echo "abi.sh: nothing to change in $2" >&2; exit 2; fi
+    described "$1" $copy/changed.abi
+    cp "$2" "$copy/$2"
+    different $copy/original.abi $copy/changed.abi
+}
+breaks() { # sources, header of a virtual operation, two of its lines, header of a value type, its line
+    described "$1" $copy/original.abi
+    if changed "$1" "$2" 's/^#pragma once/&\n/'; then
+        cat $build/report
+        echo "an empty line in $2 is taken for a break" >&2
+        failed=1
+    fi
+    changed "$1" "$2" "/$3/{h;d};/$4/{G}" ||
+        { echo "virtual operations that change places in $2 are not found" >&2; failed=1; }
+    changed "$1" "$5" "s/^ *$6/&\n  U64 added = 0;/" ||
+        { echo "a value type that grows in $5 is not found" >&2; failed=1; }
+}
+copy=$build/changed
+rm -rf $copy && mkdir $copy && cp -r VelaRoutes VelaSwitchTable platform $copy
+breaks platform/VelaSwitchApi/SwTable.cpp \
+    platform/VelaSwitchApi/SwTable.h 'virtual void syncEntries(U32' 'virtual void handleRebuilt' \
+    platform/VelaSwitchApi/SwTable.h 'bool corrupt = false;'
+breaks "VelaSwitchTable/VelaTableLpmBase.cpp VelaSwitchTable/VelaTableLpm.cpp" \
+    VelaSwitchTable/family/HashEntries.h 'virtual Orb::Ptr<Entry> newItem' 'virtual Key nullKey' \
+    VelaSwitchTable/family/LpmRoutes.h 'Orb::Seconds lastHit;'
+breaks VelaRoutes/RouteWriter.cpp \
+    VelaRoutes/RouteLevel.h 'virtual Routes routesAt' 'virtual bool marked' \
+    VelaSwitchTable/family/LpmRoutes.h 'Orb::Seconds lastHit;'
 [ $failed = 0 ] && echo "abi: as the last release, and breaks would be found"
 exit $failed
