@@ -30,8 +30,8 @@ static)
     cmake --build "$work/vela" --target install >/dev/null
     with_cmake -DCMAKE_PREFIX_PATH="$work/prefix"
     ;;
-# Static, and with none of our presets.
-subproject) with_cmake -DVELA_SOURCE="$root" -DBUILD_SHARED_LIBS=OFF -DCMAKE_UNITY_BUILD=ON ;;
+# Fetched, shared, and with none of our presets.
+subproject) with_cmake -DVELA_SOURCE="$root" -DBUILD_SHARED_LIBS=ON -DCMAKE_UNITY_BUILD=ON ;;
 pkg-config)
     lib=$(dirname "$(find "$work/prefix" -name libVelaRoutes.so)")
     PKG_CONFIG_PATH=$lib/pkgconfig LDFLAGS=-Wl,-rpath,$lib CXXFLAGS="-Wall -Wextra -Werror" \
