@@ -7,7 +7,7 @@
 namespace VelaSwitchApi {
 
 /// Rows that are read from the bus together, in the order in which they were added.
-class VELA_EXPORT RowReads {
+class RowReads {
  public:
   /// Adds a row, of the same bus as the others, while they are not full().
   void add(HwTableConfig& table, HwIndex index);
