@@ -467,7 +467,9 @@ TEST_F(Tool, theShellCompletesWords) {
   EXPECT_EQ(completed("lookup --device sim : x NatD", 6), "NatDynMatch\n");
   EXPECT_EQ(completed("run --profile vela-48-5", 3), "vela-48-5.1\n");
   EXPECT_EQ(completed("audit --device sim : sw", 5), "switch\n");
+  EXPECT_EQ(completed("run --profile = vela-48-5", 4), "vela-48-5.1\n");
   EXPECT_EQ(completed("run --keep", 2), "--keep-going\n");
+  EXPECT_EQ(completed("--", 1), "--help --version\n");
   // Every command has a page.
   std::istringstream commands(completed("''", 1));
   for (std::string command; commands >> command;) {

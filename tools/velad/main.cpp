@@ -3,10 +3,13 @@
 
 #include "Daemon.h"
 #include "Log.h"
+#include "tools/manual/Manual.h"
 
 namespace {
 
 constexpr int exitBadInput = 2;
+constexpr const char* exitStatus =
+    "0, or 2 when the configuration is wrong or the switch or a socket cannot be had.";
 
 int serve(const std::string& path, bool check) {
   const auto file = VelaService::readConfigurationFile(path);
@@ -21,12 +24,20 @@ int serve(const std::string& path, bool check) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  CLI::App app{"velad: keeps the routes of a routing daemon in a switch"};
+  CLI::App app{"keep the routes of a routing daemon in a switch", "velad"};
   std::string file;
   bool check = false;
   app.set_version_flag("--version", "velad " VELA_VERSION);
   app.add_option("file", file, "the configuration, JSON")->required();
   app.add_flag("--check", check, "say what is wrong with the configuration, no more");
+  app.add_option_function<std::string>(
+         "--manual",
+         [&](const std::string& examples) {
+           VelaTool::printManual(app, app, {"8", exitStatus, examples});
+           throw CLI::Success();
+         })
+      ->trigger_on_parse()
+      ->group("");
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {

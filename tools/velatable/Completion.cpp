@@ -1,6 +1,7 @@
+#include "Completion.h"
+
 #include <iostream>
 
-#include "Manual.h"
 #include "VelaSwitch/Profile.h"
 #include "agent/Registry.h"
 
@@ -49,9 +50,18 @@ const CLI::Option* optionOf(const CLI::App& command, const std::string& word) {
   return nullptr;
 }
 
+Words optionsOf(const CLI::App& command) {
+  Words all;
+  for (const CLI::Option* option : command.get_options()) {
+    if (!option->get_positional()) all.push_back("--" + option->get_lnames().at(0));
+  }
+  return all;
+}
+
 Words candidates(const CLI::App& tool, const Words& words) {
   Words all;
   if (words.size() < 2) {
+    if (!words.empty() && words.back().starts_with('-')) return optionsOf(tool);
     for (const CLI::App* each : tool.get_subcommands(nullptr)) {
       if (!each->get_group().empty()) all.push_back(each->get_name());
     }
@@ -60,12 +70,7 @@ Words candidates(const CLI::App& tool, const Words& words) {
   const CLI::App* command = tool.get_subcommand(words[0]);
   const CLI::Option* before = optionOf(*command, words[words.size() - 2]);
   if (before && takesValue(*before)) return valuesOf(*command, before->get_name());
-  if (words.back().starts_with('-')) {
-    for (const CLI::Option* option : command->get_options()) {
-      if (!option->get_positional()) all.push_back("--" + option->get_lnames().at(0));
-    }
-    return all;
-  }
+  if (words.back().starts_with('-')) return optionsOf(*command);
   // Which argument it is: as many as there are words before it that are neither an option nor one's
   // value.
   std::size_t number = 0;

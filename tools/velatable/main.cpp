@@ -8,10 +8,11 @@
 #include <iostream>
 
 #include "Commands.h"
+#include "Completion.h"
 #include "Input.h"
-#include "Manual.h"
 #include "Orb/Assert.h"
 #include "agent/RouteEntries.h"
+#include "tools/manual/Manual.h"
 
 namespace {
 
@@ -81,7 +82,8 @@ class CommandLine {
   void addLive();
   void connectable(CLI::App& command, const std::vector<std::string>& options);
 
-  CLI::App app_{"velatable: runs the table layer of a switch from an events file"};
+  CLI::App app_{"run the table layer of a switch from events, and look at what it holds",
+                "velatable"};
   std::vector<std::pair<CLI::App*, Action>> actions_;
   Options options_;
   std::string name_;
@@ -269,8 +271,15 @@ void CommandLine::addRoutes() {
 
 /// For the build and the shell, not for people.
 void CommandLine::addManual() {
-  CLI::App* page =
-      add("manual", "print a manual page", [this] { return manual(app_, name_, key_); });
+  CLI::App* page = add("manual", "print a manual page", [this] {
+    printManual(
+        app_, name_.empty() ? app_ : *app_.get_subcommand(name_),
+        {"1",
+         "0 when all went well, 1 when something was refused, missing or different, 2 for bad "
+         "input.",
+         key_});
+    return exitGood;
+  });
   page->add_option("--examples", key_, "a file of examples")->required();
   page->add_option("command", name_, "command; the tool when none is named");
   CLI::App* words = add("complete", "print what the last word may become",

@@ -2,14 +2,16 @@
 # is a file.
 _velatable() {
     local word words=() joined=
-    # "sim:FILE" comes as three words.
+    # "sim:FILE" comes as three words, and so does "--profile=NAME", which is an option and its value.
     for word in "${COMP_WORDS[@]:1:COMP_CWORD}"; do
-        if [[ $word == : || $joined ]]; then
+        if [[ $word == = ]]; then
+            words+=("")
+        elif [[ $word == : || $joined ]]; then
             words[-1]+=$word
         else
             words+=("$word")
         fi
-        [[ $word == : ]] && joined=1 || joined=
+        [[ $word == [:=] ]] && joined=1 || joined=
     done
     if [[ ${words[-1]} == sim:* ]]; then
         mapfile -t COMPREPLY < <(compgen -f -- "${words[-1]#sim:}")

@@ -1,4 +1,4 @@
-#include "Manual.h"
+#include "tools/manual/Manual.h"
 
 #include <fstream>
 #include <iostream>
@@ -40,7 +40,7 @@ std::string synopsisOf(const CLI::Option& option) {
 void printOptions(const CLI::App& command, bool positional) {
   bool any = false;
   for (const CLI::Option* option : command.get_options()) {
-    if (option->get_positional() != positional) continue;
+    if (option->get_positional() != positional || option->get_group().empty()) continue;
     if (!any) std::cout << ".SH " << (positional ? "ARGUMENTS" : "OPTIONS") << '\n';
     any = true;
     std::cout << ".TP\n" << synopsisOf(*option) << '\n' << plain(option->get_description());
@@ -51,8 +51,17 @@ void printOptions(const CLI::App& command, bool positional) {
   }
 }
 
+using Commands = std::vector<const CLI::App*>;
+
+Commands commandsOf(const CLI::App& program) {
+  Commands all = program.get_subcommands(nullptr);
+  std::erase_if(all, [](const CLI::App* each) { return each->get_group().empty(); });
+  return all;
+}
+
 void printSynopsis(const CLI::App& command, const std::string& name) {
-  std::cout << ".SH SYNOPSIS\n\\fB" << plain(name) << "\\fR [\\fIoptions\\fR]";
+  std::cout << ".SH SYNOPSIS\n\\fB" << plain(name) << "\\fR "
+            << (commandsOf(command).empty() ? "" : "\\fIcommand\\fR ") << "[\\fIoptions\\fR]";
   for (const CLI::Option* option : command.get_options()) {
     if (!option->get_positional()) continue;
     const std::string text = synopsisOf(*option);
@@ -70,35 +79,36 @@ void printExamples(const std::string& path) {
     const bool isCommand = line.starts_with("$ ");
     if (isCommand != command) std::cout << (isCommand ? ".PP\n.nf\n.RS 4\n" : ".RE\n.fi\n.PP\n");
     command = isCommand;
-    if (!line.empty()) std::cout << plain(isCommand ? line.substr(2) : line) << '\n';
+    if (line.empty()) continue;
+    const bool heading = line.starts_with("# ");
+    std::cout << (heading ? ".SH " : "") << plain(isCommand || heading ? line.substr(2) : line)
+              << '\n';
   }
   if (command) std::cout << ".RE\n.fi\n";
 }
 
 }  // namespace
 
-int manual(const CLI::App& tool, const std::string& command, const std::string& examples) {
-  const bool whole = command.empty();
-  const CLI::App& told = whole ? tool : *tool.get_subcommand(command);
-  const std::string page = whole ? "velatable" : "velatable-" + command;
-  std::cout << ".TH " << plain(page) << " 1 \"\" \"velatable " VELA_VERSION "\"\n"
+void printManual(const CLI::App& program, const CLI::App& command, const ManualPage& page) {
+  const bool whole = &program == &command;
+  const std::string of = program.get_name();
+  const std::string name = whole ? of : of + "-" + command.get_name();
+  std::cout << ".TH " << plain(name) << ' ' << page.section << " \"\" \"" << of
+            << " " VELA_VERSION "\"\n"
             << ".SH NAME\n"
-            << plain(page) << " \\- " << plain(told.get_description()) << '\n';
-  printSynopsis(told, whole ? "velatable" : "velatable " + command);
-  if (whole) {
-    std::cout << ".SH COMMANDS\nEach has a page of its own.\n";
-    for (const CLI::App* each : tool.get_subcommands(nullptr)) {
-      if (each->get_group().empty()) continue;
-      std::cout << ".TP\n\\fBvelatable\\-" << plain(each->get_name()) << "\\fR(1)\n"
-                << plain(each->get_description()) << '\n';
-    }
+            << plain(name) << " \\- " << plain(command.get_description()) << '\n';
+  printSynopsis(command, whole ? of : of + " " + command.get_name());
+  const Commands commands = commandsOf(command);
+  if (!commands.empty()) std::cout << ".SH COMMANDS\nEach has a page of its own.\n";
+  for (const CLI::App* each : commands) {
+    std::cout << ".TP\n\\fB" << of << "\\-" << plain(each->get_name()) << "\\fR(" << page.section
+              << ")\n"
+              << plain(each->get_description()) << '\n';
   }
-  printOptions(told, true);
-  printOptions(told, false);
-  std::cout << ".SH EXIT STATUS\n0 when all went well, 1 when something was refused, missing or "
-               "different, 2 for bad input.\n";
-  printExamples(examples);
-  return 0;
+  printOptions(command, true);
+  printOptions(command, false);
+  std::cout << ".SH EXIT STATUS\n" << plain(page.exitStatus) << '\n';
+  printExamples(page.examples);
 }
 
 }  // namespace VelaTool
