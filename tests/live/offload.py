@@ -77,7 +77,7 @@ def main(velad):
     sender = threading.Thread(target=client.tell, args=(range(COUNT),), daemon=True)
     sender.start()
     heard, now = -1, 0
-    while heard != now:
+    while heard != now or now == 0:
         time.sleep(1)
         heard, now = now, velad.status()["sources"][0]["messages"] - before
     if now >= COUNT:
