@@ -42,6 +42,7 @@ struct VELA_EXPORT NatDynMatchFamily
 
   static constexpr KeyField keyFields[] = {
       {"srcIp", 32}, {"dstIp", 32}, {"sport", 16}, {"dport", 16}, {"proto", 3}};
+  static constexpr std::string_view notCompared = "qualifier";
   static constexpr auto hash = &VelaSwitch::crc10Hash;
   static Ipnet::IpAddr hashedAddress(const Key& key) { return key.srcIp(); }
 };

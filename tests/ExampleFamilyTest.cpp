@@ -1,3 +1,6 @@
+#include <fstream>
+#include <sstream>
+
 #include "Support.h"
 #include "VelaSwitchTable/VelaTableL3Lag.h"
 #include "VelaTableStormLimit.h"
@@ -45,6 +48,24 @@ TEST(ExampleFamily, hashedRowsComeBackAsTheyWereAnnounced) {
   }
 }
 
+TEST(ExampleFamily, standsInThePageAsItIs) {
+  const auto text = [](const std::string& path) {
+    std::ifstream in(path);
+    return std::string(std::istreambuf_iterator<char>(in), {});
+  };
+  const std::string code =
+      text(EXAMPLES "/family/VelaTableTunnel.h") + text(EXAMPLES "/family/VelaTableStormLimit.h");
+  std::istringstream page(text(DOCS "/adding-a-family.md"));
+  bool fenced = false;
+  for (std::string line; std::getline(page, line);) {
+    if (line.starts_with("```")) {
+      fenced = line == "```cpp";
+    } else if (fenced) {
+      EXPECT_THAT(code, testing::HasSubstr(line + "\n"));
+    }
+  }
+}
+
 }  // namespace
 
 // Mistakes that no compiler sees are found when the table is made.
@@ -75,6 +96,15 @@ struct VELA_EXPORT ForgetfulFamily : Family<"VelaTableForgetful", TunnelKey, Tun
 };
 VELA_HASH_FAMILY(Forgetful);
 VELA_HASH_FAMILY_DEFINE(Forgetful)
+
+/// Keys whose upper half is another's.
+struct VELA_EXPORT HalfKeyFamily : TunnelFamily {
+  static void completeKey(const VelaSwitchApi::RowReader&, Key& key) {
+    key.network = key.network() & 0xFFF;
+  }
+};
+VELA_HASH_FAMILY(HalfKey);
+VELA_HASH_FAMILY_DEFINE(HalfKey)
 
 struct VELA_EXPORT ForgetfulPortFamily
     : IndexedFamily<"VelaTableForgetfulPort", StormLimitKey, StormLimitResult> {
@@ -107,6 +137,8 @@ TEST(ExampleFamily, rowsThatDoNotComeBackAreRefusedWhenTheTableIsMade) {
   EXPECT_THAT(
       refusal(*ForgetfulTableIs("forgetful")),
       StartsWith("VelaTableForgetful: the row of an entry unpacks to another entry: field trap"));
+  EXPECT_THAT(refusal(*HalfKeyTableIs("half")),
+              StartsWith("VelaTableTunnel: the row of an entry unpacks to another entry"));
   EXPECT_THAT(
       refusal(*ForgetfulPortTableIs("port")),
       StartsWith(

@@ -100,6 +100,8 @@ class VELA_EXPORT DirectFamilyTable
 template <class F>
 class VELA_EXPORT DirectFamilyConvertor
     : public IndexedFamilyConvertor<F, DirectBaseConvertor, typename ClassesOf<F>::Entry> {
+  static_assert(VelaSwitchApi::processorPlaceChecked<F>());
+
  public:
   using Key = typename F::Key;
 

@@ -4,6 +4,7 @@
 #include "Orb/Type.h"
 #include "Orb/Value.h"
 #include "VelaSwitchApi/EntryStore.h"
+#include "VelaSwitchApi/FamilyChecks.h"
 #include "VelaSwitchApi/RowCheck.h"
 #include "VelaSwitchApi/SwTable.h"
 
@@ -53,9 +54,18 @@ using SourceUnit =
 template <class T>
 concept FamilyValue = Orb::Value<T> || Orb::IsRanged<T>;
 
+/// Refuses a key or a result that is none.
+template <class T>
+consteval bool valueChecked() {
+  VelaSwitchApi::expectOf<FamilyValue<T>, T, "typeName",
+                          VelaSwitchApi::Mistake::valueHasNoTypeNameOrIsNoListOfFields>();
+  return true;
+}
+
 /// What every family is derived from: its unit, the key and the result of its entries.
-template <Orb::FixedString Unit, FamilyValue K, FamilyValue R>
+template <Orb::FixedString Unit, class K, class R>
 struct Family : SourceUnit<Unit> {
+  static_assert(valueChecked<K>() && valueChecked<R>());
   using Key = K;     ///< What an entry is found by.
   using Result = R;  ///< What is desired of it.
 };

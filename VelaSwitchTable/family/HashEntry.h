@@ -43,7 +43,6 @@ void forEachKeyField(Key& key, const Visit& visit) {
     if constexpr (part.name == nullptr) {
       visit(part);
     } else {
-      static_assert(hasField<typename F::Key>(part.name), "the key has no field of this name");
       Orb::forEachField(key, [&](auto& field) {
         if constexpr (std::remove_cvref_t<decltype(field)>::name == part.name) visit(part, field);
       });

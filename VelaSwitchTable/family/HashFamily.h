@@ -27,6 +27,7 @@
 ///   unpackMore(helper, row, result)
 ///   isEntry(row, location)    whether the row holds an entry; else its `valid` bit says it
 ///   check(helper, key, result)   asserts what must hold of an entry before anything moves
+///   notCompared               the field of the key that rows do not tell, if any
 ///   dataWords(profile)        data registers, where the traits do not say it
 namespace VelaSwitchTable {
 

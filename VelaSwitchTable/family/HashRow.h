@@ -1,5 +1,6 @@
 #pragma once
 
+#include "HashBase/HashFamilyChecks.h"
 #include "VelaSwitchTable/family/HashEntry.h"
 #include "VelaSwitchTable/family/Row.h"
 
@@ -9,6 +10,8 @@ namespace VelaSwitchTable {
 /// Packs and unpacks a family's rows.
 template <class F>
 class VELA_EXPORT HashFamilyHelperBase : public VelaTableHashHelper {
+  static_assert(hashFamilyChecked<F, ShownOf<F>>());
+
  public:
   using Entry = typename ClassesOf<F>::CuckooEntry;
 
@@ -25,7 +28,7 @@ class VELA_EXPORT HashFamilyHelperBase : public VelaTableHashHelper {
     if constexpr (F::traits.rowImpliesKey) {
       inverse_ = VelaSwitch::HashInverse(&hashBuffer, F::traits.ways, keyBits_, impliedBits());
     }
-    checkRows(*sample());
+    for (const U64 bits : {Orb::hashSeed, ~Orb::hashSeed}) checkRows(*sample(bits));
     compareEmptyRows(!requires { &F::packMore; });
   }
   [[gnu::flatten]] void setHwBuffer(const HashBaseCuckooEntry& entry, CuckooLocation location,
@@ -91,11 +94,6 @@ class VELA_EXPORT HashFamilyHelperBase : public VelaTableHashHelper {
   }
 
  private:
-  static_assert(F::traits.prefix && F::traits.hashBits != 0 && F::traits.ways != 0,
-                "a hash family's traits say its prefix, hashBits and ways");
-  static_assert(rowChecked<F>());
-  static_assert(findField<F>("row"), "a hash family's control word has a field \"row\"");
-
   /// Whether the row's valid bit says that there is an entry, rather than a field of the result.
   static constexpr bool validBit = findField<F>("valid") && !hasField<typename F::Result>("valid");
 
@@ -111,9 +109,17 @@ class VELA_EXPORT HashFamilyHelperBase : public VelaTableHashHelper {
       if constexpr (number.has_value() && !detail::hashes<F>(Field::name)) visit(*number, field);
     });
   }
-  /// An entry with something in each field of its result.
-  Orb::Ptr<Entry> sample() const {
-    Orb::Ptr<Entry> entry = table().newItem(table().nullKey());
+  /// An entry with something in each field of its result, and with the bits in those of its key
+  /// where what keys there are follows from their fields.
+  Orb::Ptr<Entry> sample(U64 bits) const {
+    typename F::Key key = table().nullKey();
+    if constexpr (detail::ListedKey<F>) {
+      Orb::sampleIs(Orb::shapeOf<typename F::Key>, &key, bits);
+      Orb::forEachField(key, [](auto& field) {
+        if (detail::notCompared<F>(field.name)) field = {};
+      });
+    }
+    Orb::Ptr<Entry> entry = table().newItem(key);
     Orb::sampleIs(Orb::shapeOf<typename F::Result>, &entry->ownResult());
     entry->validIs(true);
     return entry;

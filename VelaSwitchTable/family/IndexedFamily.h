@@ -1,5 +1,6 @@
 #pragma once
 
+#include "DirectBase/IndexedFamilyChecks.h"
 #include "DirectBase/IndexedRows.h"
 #include "VelaSwitchTable/family/Family.h"
 #include "VelaSwitchTable/family/Row.h"
@@ -86,6 +87,8 @@ class VELA_EXPORT IndexedFamilyTable
 /// The convertor of a family, with Base likewise and Entry for its rows.
 template <class F, class Base, class Entry>
 class VELA_EXPORT IndexedFamilyConvertor : public Base {
+  static_assert(indexedFamilyChecked<F, ShownOf<F>>());
+
  protected:
   IndexedFamilyConvertor() : Base(F::traits, F::trace) {}
 
@@ -101,9 +104,6 @@ class VELA_EXPORT IndexedFamilyConvertor : public Base {
 
   static const Entry& of(const KeyRecord& entry) { return static_cast<const Entry&>(entry); }
   static Entry& of(IndexedEntry& entry) { return static_cast<Entry&>(entry); }
-
- private:
-  static_assert(rowChecked<F>());
 };
 
 }  // namespace VelaSwitchTable

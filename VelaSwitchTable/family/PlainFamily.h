@@ -42,6 +42,8 @@ using PlainFamilyEntry = EntryRecord<typename F::Key, typename F::Result, Indexe
 template <class F>
 class VELA_EXPORT PlainFamilyConvertor
     : public IndexedFamilyConvertor<F, PlainConvertor, PlainFamilyEntry<F>> {
+  static_assert(plainTablesChecked<F>());
+
  public:
   using Key = typename F::Key;
   using Result = typename F::Result;

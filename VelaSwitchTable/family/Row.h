@@ -3,7 +3,7 @@
 #include <algorithm>
 
 #include "VelaSwitch/Profile.h"
-#include "VelaSwitchApi/RowFields.h"
+#include "VelaSwitchApi/FamilyChecks.h"
 
 /// The rows of families: see RowFields.h. A row field that has the name of a field of the key or of
 /// the result holds it. The rest is packed and unpacked by the family's own functions. Fields of
@@ -40,25 +40,6 @@ RowShape rowShape(const VelaSwitch::ProfileInfo& profile, RowShape shape = {}) {
   return shape;
 }
 
-namespace detail {
-
-template <class F, Orb::FixedString field, bool packed>
-struct ResultCheck {
-  static_assert(packed,
-                "a field of the result is in no field of the row, nor is it one of handPacked");
-};
-
-/// Whether the family says of the field that packMore takes care of it.
-template <class F>
-consteval bool handPacks(std::string_view name) {
-  if constexpr (requires { F::handPacked; }) {
-    return std::ranges::find(F::handPacked, name) != std::end(F::handPacked);
-  }
-  return false;
-}
-
-}  // namespace detail
-
 /// What of an entry is announced and shows in rows: the result, unless the family's entries hold
 /// more.
 template <class Family>
@@ -70,25 +51,8 @@ const auto& announced(const typename Family::Result& result) {
   }
 }
 
-/// Refuses, when the family is compiled, fields that overlap or do not fit the row, a row without
-/// its field "parity", and a field of the result that nothing packs.
+/// The part of a family's results that shows in rows.
 template <class F>
-consteval bool rowChecked() {
-  using Shown = std::remove_cvref_t<decltype(announced<F>(typename F::Result{}))>;
-  static_assert(VelaSwitchApi::fieldsPlaced<F, F::traits.rowWords>());
-  static_assert(F::traits.parityWords == 0 || findField<F>("parity"),
-                "a row with parity has a field \"parity\"");
-  if constexpr (requires { F::handPacked; }) {
-    static_assert(std::ranges::all_of(F::handPacked, hasField<Shown>),
-                  "handPacked names a field that the result has not");
-  }
-  Orb::forEachField(Shown{}, [](const auto& field) {
-    using Field = std::remove_cvref_t<decltype(field)>;
-    constexpr bool packed = VelaSwitchApi::detail::someFields<F>().empty() ||
-                            findField<F>(Field::name) || detail::handPacks<F>(Field::name);
-    detail::ResultCheck<F, Field::fixedName, packed>();
-  });
-  return true;
-}
+using ShownOf = std::remove_cvref_t<decltype(announced<F>(std::declval<typename F::Result>()))>;
 
 }  // namespace VelaSwitchTable

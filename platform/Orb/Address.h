@@ -27,6 +27,8 @@ class Address {
  public:
   using Number = std::conditional_t<(octets > 4), U64, U32>;  ///< U32 up to 4 octets, U64 beyond.
 
+  static constexpr unsigned bitCount = 8 * octets;  ///< Of its number.
+
   constexpr Address() = default;
   /// Bits above the address are cut.
   constexpr explicit Address(Number number)

@@ -1,6 +1,7 @@
 #include "Orb/Shape.h"
 
 #include <algorithm>
+#include <bit>
 
 #include "Orb/Range.h"
 
@@ -94,6 +95,21 @@ void appendFields(TextSink& sink, const Shape& record, const void* value) {
     sink.append(field.name);
     sink.append(":");
     appendText(sink, *field.shape, field.in(value));
+  }
+}
+
+void sampleIs(const Shape& record, void* value, U64 bits) {
+  constexpr int turn = 7;
+  int turned = 0;
+  for (const FieldShape& field : record.fields) {
+    const Shape& shape = *field.shape;
+    const U64 number = std::rotl(bits, turned) & ~U64{0} >> (64 - field.usedBits);
+    if (shape.numberIs) {
+      const U64 held = number & ~U64{0} >> std::countl_zero(shape.highest);
+      shape.numberIs(field.in(value), std::clamp(held, shape.lowest, shape.highest));
+    }
+    if (shape.wordOfNumber) shape.wordOfNumber(field.in(value), static_cast<U32>(number));
+    turned += turn;
   }
 }
 

@@ -49,7 +49,7 @@ consteval auto someFields() {
 
 /// The number of the field of the name in the row, or nothing.
 template <class F>
-consteval std::optional<std::size_t> findField(std::string_view name) {
+constexpr std::optional<std::size_t> findField(std::string_view name) {
   const auto fields = detail::someFields<F>();
   for (std::size_t i = 0; i < fields.size(); ++i) {
     if (name == fields[i].name) return i;
@@ -67,7 +67,7 @@ consteval std::size_t fieldNumber() {
 
 /// Whether a value type has a field of the name.
 template <class V>
-consteval bool hasField(std::string_view name) {
+constexpr bool hasField(std::string_view name) {
   bool has = false;
   Orb::forEachField(V{}, [&](const auto& field) { has = has || field.name == name; });
   return has;
@@ -167,34 +167,5 @@ class RowReaderOf : public RowReader {
     });
   }
 };
-
-namespace detail {
-
-/// The name of a field, for messages of the compiler.
-template <class F, std::size_t number>
-consteval auto fieldName() {
-  constexpr auto name = [] {
-    const auto fields = someFields<F>();
-    return number < fields.size() ? std::string_view(fields[number].name) : std::string_view();
-  };
-  char text[name().size() + 1]{};
-  std::copy(name().begin(), name().end(), text);
-  return Orb::FixedString(text);
-}
-
-template <class F, Orb::FixedString field, bool placed>
-struct FieldCheck {
-  static_assert(placed, "a field of the row overlaps another or ends behind the row");
-};
-
-}  // namespace detail
-
-/// Refuses, when F is compiled, fields that overlap or do not fit the row.
-template <class F, U8 words>
-consteval bool fieldsPlaced() {
-  constexpr std::size_t wrong = firstMisplaced(detail::someFields<F>(), words);
-  detail::FieldCheck<F, detail::fieldName<F, wrong>(), wrong == detail::someFields<F>().size()>();
-  return true;
-}
 
 }  // namespace VelaSwitchApi

@@ -1,0 +1,169 @@
+#pragma once
+
+#include <bit>
+
+#include "VelaSwitchApi/RowFields.h"
+
+/// What the compiler refuses of a family. Each mistake is an error whose one line names the family,
+/// the field and the mistake, under every compiler: a use of Refused, which is never defined.
+namespace VelaSwitchApi {
+
+/// What is wrong with a family, or with one of its fields.
+enum class Mistake : U8 {
+  valueHasNoTypeNameOrIsNoListOfFields,
+  rowFieldOverlapsAnotherOrEndsBehindTheRow,
+  rowHasNoSuchField,
+  rowFieldIsPackedByNobody,
+  rowFieldIsNarrowerThanItsValue,
+  resultFieldIsNeitherInTheRowNorHandPacked,
+  handPackedIsNoFieldOfTheResult,
+  parityFieldWithoutParityWords,
+  rowFieldIsBehindTheParityWords,
+  staticWordHoldsAField,
+  staticWordIsBehindTheRow,
+  keyHasNoSuchField,
+  keyFieldIsHashedWithFewerBitsThanItHas,
+  keyFieldIsNeitherHashedNorInTheRow,
+  rowDoesNotBeginWithTheWholeKey,
+  rowFieldIsTooNarrowForAllRows,
+  wayFieldIsTooNarrowForAllWays,
+  controlWordIsNotBehindTheDataWords,
+  traitsDoNotSayPrefixHashBitsAndWays,
+  prefixHasNoPlaceForTheProcessor,
+  pathHasNoPlaceForThePort,
+  needsPortRegistersOrHwTables,
+};
+
+template <class Family, Orb::FixedString field, Mistake mistake>
+struct Refused;
+
+/// Refuses the family unless `good`.
+template <bool good, class Family, Orb::FixedString field, Mistake mistake>
+consteval void expectOf() {
+  if constexpr (!good) static_cast<void>(sizeof(Refused<Family, field, mistake>));
+}
+
+namespace detail {
+
+/// Bits that the field of a value has, or 0 where that depends on the profile: masks have as many
+/// as ports, and plain numbers that do not say their bits may be cut in rows that differ.
+template <class F, class Field>
+consteval unsigned bitsOf() {
+  using T = typename Field::Type;
+  if (Field::usedBits < 64) return Field::usedBits;
+  if constexpr (std::same_as<T, bool>) return 1;
+  if constexpr (Orb::IsRanged<T>) return std::bit_width(T::highest);
+  if constexpr (requires { T::bitCount; }) return T::bitCount;
+  if constexpr (std::unsigned_integral<T> && !std::same_as<T, U64>) {
+    return ConstantRow<F> ? 8 * sizeof(T) : 0;
+  }
+  return 0;
+}
+
+/// The field of the name; one without bits when there is none.
+template <class F>
+constexpr RowField fieldOf(std::string_view name) {
+  const auto number = findField<F>(name);
+  return number ? someFields<F>()[*number] : RowField{};
+}
+
+/// Whether the family says of the field that packMore takes care of it.
+template <class F>
+constexpr bool handPacks(std::string_view name) {
+  if constexpr (requires { F::handPacked; }) {
+    return std::ranges::find(F::handPacked, name) != std::end(F::handPacked);
+  }
+  return false;
+}
+
+/// What `name` returns, for messages of the compiler.
+template <auto name>
+consteval auto fixedName() {
+  char text[name().size() + 1]{};
+  std::copy(name().begin(), name().end(), text);
+  return Orb::FixedString(text);
+}
+
+/// The name of a row's field; empty for the number of none.
+template <class F, std::size_t number>
+consteval auto fieldName() {
+  return fixedName<[] {
+    const auto fields = someFields<F>();
+    return number < fields.size() ? std::string_view(fields[number].name) : std::string_view();
+  }>();
+}
+
+/// The number of the first field of the row that is `wrong`; the number of fields when none is.
+template <class F, class Wrong>
+constexpr std::size_t firstThat(Wrong wrong) {
+  const auto fields = someFields<F>();
+  std::size_t i = 0;
+  while (i < fields.size() && (fields[i].width == 0 || !wrong(fields[i]))) ++i;
+  return i;
+}
+
+/// Refuses the field of the number, if there is one.
+template <class F, std::size_t number, Mistake mistake>
+consteval void expectNone() {
+  expectOf<number == someFields<F>().size(), F, fieldName<F, number>(), mistake>();
+}
+
+}  // namespace detail
+
+/// Refuses a family without the field in its rows.
+template <class F, Orb::FixedString field>
+consteval void expectField() {
+  expectOf<findField<F>(field.view()).has_value(), F, field, Mistake::rowHasNoSuchField>();
+}
+
+/// Refuses a prefix that leads to the same registers in all processors.
+template <class F>
+consteval bool processorPlaceChecked() {
+  constexpr bool place = std::string_view(F::traits.prefix).find('%') != std::string_view::npos;
+  expectOf<place, F, "prefix", Mistake::prefixHasNoPlaceForTheProcessor>();
+  return true;
+}
+
+/// Whether a field of the row holds something of the result, or that there is one.
+template <class F, class Shown>
+constexpr bool holdsResult(const RowField& field) {
+  return field.content == RowField::varies &&
+         (hasField<Shown>(field.name) || std::string_view(field.name) == "valid");
+}
+
+/// Refuses, when the family is compiled, what can be told from the row and from the result's fields
+/// as they show in rows, Shown.
+template <class F, class Shown>
+consteval void expectRow() {
+  using namespace detail;
+  constexpr std::size_t misplaced = firstMisplaced(someFields<F>(), F::traits.rowWords);
+  expectNone<F, misplaced, Mistake::rowFieldOverlapsAnotherOrEndsBehindTheRow>();
+  constexpr bool packsMore = requires { &F::packMore; };
+  constexpr U8 parityWords = F::traits.parityWords;
+  if constexpr (parityWords != 0) {
+    expectField<F, "parity">();
+    constexpr std::size_t behind = firstThat<F>([](const RowField& field) {
+      return (holdsResult<F, Shown>(field) || std::string_view(field.name) == "parity") &&
+             field.first + field.width > parityWords * 32u;
+    });
+    expectNone<F, behind, Mistake::rowFieldIsBehindTheParityWords>();
+  } else {
+    expectOf<packsMore || !findField<F>("parity"), F, "parity",
+             Mistake::parityFieldWithoutParityWords>();
+  }
+  if constexpr (requires { F::handPacked; }) {
+    expectOf<std::ranges::all_of(F::handPacked, hasField<Shown>), F, "handPacked",
+             Mistake::handPackedIsNoFieldOfTheResult>();
+  }
+  Orb::forEachField(Shown{}, [](const auto& field) {
+    using Field = std::remove_cvref_t<decltype(field)>;
+    constexpr RowField at = fieldOf<F>(Field::name);
+    constexpr bool byHand = handPacks<F>(Field::name);
+    expectOf<someFields<F>().empty() || at.name || byHand, F, Field::fixedName,
+             Mistake::resultFieldIsNeitherInTheRowNorHandPacked>();
+    expectOf<at.width == 0 || byHand || at.width >= bitsOf<F, Field>(), F, Field::fixedName,
+             Mistake::rowFieldIsNarrowerThanItsValue>();
+  });
+}
+
+}  // namespace VelaSwitchApi
