@@ -35,7 +35,6 @@ class VELA_EXPORT LpmTable final : public Orb::PtrInterface {
   static constexpr const char* sourceUnit = "VelaTableLpm";
   static inline Trace::Handle trace{sourceUnit};
   const Orb::Type& fwkType() const override;
-
   const std::string& name() const { return name_; }  ///< For people.
 
   /// The routes' results, or their statuses.
@@ -54,9 +53,7 @@ class VELA_EXPORT LpmTable final : public Orb::PtrInterface {
   void entryStatusDel(const Key& given);      ///< Forgets it.
   void entryStatusDelAll();                   ///< Forgets all.
   /// The route's status, if it has one.
-  std::optional<LpmStatus> entryStatus(const Key& route) const {
-    return entryStatuses().find(route);
-  }
+  std::optional<LpmStatus> entryStatus(const Key& key) const { return entryStatuses().find(key); }
   /// Of all routes that have one; what they say is worked out when it is asked for.
   View<LpmStatus> entryStatuses() const { return View<LpmStatus>(*this); }
 
@@ -103,9 +100,9 @@ class VELA_EXPORT LpmTable final : public Orb::PtrInterface {
   void store(LpmRoutes& routes, U32 node, const LpmResult& result);
   void dropUnknown(const Key& key);
   LpmResult resultOf(const LpmRoutes& routes, U32 node) const;
+  static U32 tagOf(const void* routes);
 
   std::string name_;
-  static U32 tagOf(const void* routes);
   Orb::RecordIndex index_{&tagOf};
   Orb::Slab slab_;
   mutable LpmRoutes* last_ = nullptr;  ///< What was found last: it is asked for again and again.

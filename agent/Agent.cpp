@@ -30,7 +30,13 @@ void Agent::make(const std::vector<std::string>& only) {
   }
   for (const auto& adapter : tables_) switch_.tableIs(&adapter->table());
   switch_.make();
-  for (const auto& adapter : tables_) checkControlWords(adapter->table());
+  std::vector<const VelaSwitchApi::SwTable*> swTables;
+  swTables.reserve(tables_.size());
+  for (const auto& adapter : tables_) {
+    checkControlWords(adapter->table());
+    swTables.push_back(&adapter->table());
+  }
+  checkSelectors(swTables);
   if (only.empty() || std::find(only.begin(), only.end(), "Route") != only.end()) {
     makeRoutes();
     announced_.push_back(routes_.get());

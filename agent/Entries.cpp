@@ -2,6 +2,20 @@
 
 namespace VelaAgent {
 
+Entries::Entries(std::string name, U32 instance, const Orb::Shape& key, const Orb::Shape& result,
+                 Lookups lookups)
+    : name_(std::move(name)),
+      instance_(instance),
+      key_(key),
+      result_(result),
+      lookups_(std::move(lookups)) {
+  for (const Lookup& lookup : lookups_) {
+    if (!lookup.asked || !lookup.ask) {
+      Orb::assertFailed((name_ + " has a lookup without a function").c_str(), "Entries");
+    }
+  }
+}
+
 EntryProgrammedStatus Entries::announce(AnyRef key, AnyRef result) {
   check(key, result);
   announcedBefore_ = announced(key);

@@ -39,7 +39,8 @@ struct Lookup {
   const char* wholly = nullptr;
 };
 
-/// A lookup from a function that takes the data path, the table's instance and what is asked.
+/// A lookup from a function that takes the data path, the table's instance and what is asked; it
+/// must be one.
 template <class Asked, class Find>
 Lookup lookupBy(Find find, const char* wholly = nullptr) {
   return {
@@ -53,7 +54,7 @@ Lookup lookupBy(Find find, const char* wholly = nullptr) {
 template <class Asked, class Hit>
 Lookup lookupOf(std::optional<Hit> (*find)(VelaDevice::DataPath&, U32 instance, const Asked&),
                 const char* wholly = nullptr) {
-  return lookupBy<Asked>(find, wholly);
+  return find ? lookupBy<Asked>(find, wholly) : Lookup{&Orb::shapeOf<Asked>, {}, wholly};
 }
 
 /// The ways to ask a table: by its key, and perhaps by something else.
@@ -62,13 +63,9 @@ using Lookups = std::vector<Lookup>;
 /// Something that entries can be announced to, whatever its kind.
 class Entries {
  public:
+  /// A lookup that says nothing of what is asked, or has no function, is a fatal assertion.
   Entries(std::string name, U32 instance, const Orb::Shape& key, const Orb::Shape& result,
-          Lookups lookups)
-      : name_(std::move(name)),
-        instance_(instance),
-        key_(key),
-        result_(result),
-        lookups_(std::move(lookups)) {}
+          Lookups lookups);
   virtual ~Entries() = default;
   Entries(const Entries&) = delete;
   Entries& operator=(const Entries&) = delete;

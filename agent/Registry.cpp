@@ -155,6 +155,57 @@ void checkControlWords(const VelaSwitchApi::SwTable& table) {
   }
 }
 
+namespace {
+
+/// What tells a table from others with the same control register.
+struct Selected {
+  const VelaSwitchApi::HwTableConfig* rows;
+  std::optional<U32> hitOffset;
+  U32 mask = 0;   ///< Bits of the control word that are the same in all its rows.
+  U32 value = 0;  ///< What they are.
+};
+
+void checkApart(const Selected& a, const Selected& b) {
+  if (a.rows == b.rows) return;
+  const bool selectors = ((a.value ^ b.value) & a.mask & b.mask) != 0;
+  if (selectors && (!a.hitOffset || a.hitOffset != b.hitOffset)) return;
+  const std::string text =
+      Orb::text(a.rows->descriptor().identity.family, " and ", b.rows->descriptor().identity.family,
+                " have one ", selectors ? "offset of hit bits" : "selector");
+  Orb::assertFailed(text.c_str(), "checkSelectors");
+}
+
+}  // namespace
+
+void checkSelectors(const std::vector<const VelaSwitchApi::SwTable*>& tables) {
+  std::multimap<VelaSwitchApi::RegisterBus::RegisterHandle, Selected> selected;
+  for (const VelaSwitchApi::SwTable* table : tables) {
+    const auto& convertor = *table->profileConvertorPtr();
+    for (const auto& [id, rows] : convertor.hwTables()) {
+      const HwIndex first = rows->descriptor().first;
+      const auto& layout = convertor.rowLayout(id, first);
+      const auto* place = layout.find("row") ? layout.find("row") : layout.find("index");
+      if (!place) continue;
+      Selected own{rows.get(), std::nullopt};
+      const auto hits = convertor.hitBitTables().find(id);
+      if (hits != convertor.hitBitTables().end()) {
+        own.hitOffset = hits->second->descriptor()->offset;
+      }
+      for (const auto& [word, mask, value] : layout.contents()) {
+        if (word != place->first / 32) continue;
+        own.mask |= mask;
+        own.value |= value;
+      }
+      for (const auto& mapped : rows->mapped(first)) {
+        if (mapped.word != place->first / 32) continue;
+        const auto [begin, end] = selected.equal_range(mapped.reg);
+        for (auto other = begin; other != end; ++other) checkApart(other->second, own);
+        selected.emplace(mapped.reg, own);
+      }
+    }
+  }
+}
+
 const std::vector<FamilyRegistration>& families() {
   static const std::vector<FamilyRegistration> all = [] {
     std::vector<FamilyRegistration> registrations;

@@ -38,6 +38,11 @@ void checkFamilies(const std::vector<FamilyRegistration>& families);
 /// hardware: it would take rows for whatever the caller says.
 void checkControlWords(const VelaSwitchApi::SwTable& table);
 
+/// Fails unless hardware can tell the tables apart whose rows it takes by one control register: by
+/// bits that each always has in the control word, and by the offsets of their hit bits. Tables that
+/// share their rows are one.
+void checkSelectors(const std::vector<const VelaSwitchApi::SwTable*>& tables);
+
 /// All families, in the order in which their tables start.
 const std::vector<FamilyRegistration>& families();
 

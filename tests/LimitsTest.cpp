@@ -1,8 +1,9 @@
 #include "Generator.h"
+#include "VelaSwitchTable/VelaTableSG.h"
 #include "VelaTableTunnel.h"
 #include "agent/Events.h"
 #include "agent/Profiles.h"
-#include "agent/Registry.h"
+#include "agent/families/Registrations.h"
 
 // Events that ask for more than the switch has: what is too big is cut with a warning, what is not
 // there is refused in one line, and no event stops those that follow.
@@ -366,68 +367,81 @@ void forEachOddForm(const Json& value, const std::function<void(const Json&)>& v
   }
 }
 
-struct OddEvents : testing::TestWithParam<std::string> {};
+struct OddEvents : testing::TestWithParam<std::string> {
+  void tellLine(const std::string& line);
+  void tell(const Json& event) { tellLine(event.dump()); }
+  void tellOddForms(const std::string& table);
+  void tellMutated(const std::string& table);
+
+  static Json event(const char* op, const std::string& table, const Json& key) {
+    return {{"op", op}, {"table", table}, {"key", key}};
+  }
+
+  VelaTest::FatalGuard guard;
+  ToldTwice twice{GetParam()};
+  VelaTest::Random random;
+  VelaTest::Generator generator{*twice.values.profile, random};
+  VelaAgent::EventReader reader{twice.values.agent};
+  VelaAgent::EntryEvent read;
+  U32 done = 0;
+  U32 refused = 0;
+};
+
+void OddEvents::tellLine(const std::string& line) {
+  const std::string refusal = twice.apply(line);
+  ++(refusal.empty() ? done : refused);
+  ASSERT_EQ(VelaTest::FatalGuard::last(), "") << line;
+  ASSERT_THAT(refusal, testing::Not(HasSubstr("\n"))) << line;
+}
+
+void OddEvents::tellOddForms(const std::string& table) {
+  const Json key = generator.key(table, 1);
+  const Json result = generator.result(table, key);
+  forEachOddForm(key, [&](const Json& odd) {
+    for (const char* op : {"set", "lookup", "del"}) tell(event(op, table, odd));
+    Json hit = event("hit", table, odd);
+    hit["at"] = 1;
+    tell(hit);
+    Json corrupt = event("corrupt", table, odd);
+    corrupt["bit"] = ~0u;
+    tell(corrupt);
+  });
+  forEachOddForm(result, [&](const Json& odd) {
+    Json set = event("set", table, key);
+    set["result"] = odd;
+    tell(set);
+  });
+}
+
+void OddEvents::tellMutated(const std::string& table) {
+  Json ordinary = event("set", table, generator.key(table, random.below(60)));
+  ordinary["result"] = generator.result(table, ordinary["key"]);
+  const std::string set = ordinary.dump();
+  const std::string del = event("del", table, ordinary["key"]).dump(random.flip() ? 1 : -1);
+  for (std::string line : {set, del}) {
+    std::replace(line.begin(), line.end(), '\n', ' ');
+    tellLine(mutated(line, random));
+    const U32 doneBefore = done;
+    tellLine(line);
+    if (done > doneBefore) {
+      EXPECT_TRUE(reader.read(line, 0, read)) << line;
+    }
+    tellLine(mutated(mutated(line, random), random));
+  }
+  if (random.flip()) tellLine(set);
+}
 
 /// Whatever an event says: it is done or refused, no broken invariant comes of it, and hardware
 /// holds what the tables say.
 TEST_P(OddEvents, areDoneOrRefused) {
-  VelaTest::FatalGuard guard;
-  ToldTwice twice(GetParam());
-  Told& told = twice.values;
-  VelaTest::Random random;
-  VelaTest::Generator generator(*told.profile, random);
-  U32 done = 0;
-  U32 refused = 0;
-  const auto tellLine = [&](const std::string& line) {
-    const std::string refusal = twice.apply(line);
-    ++(refusal.empty() ? done : refused);
-    ASSERT_EQ(VelaTest::FatalGuard::last(), "") << line;
-    ASSERT_THAT(refusal, testing::Not(HasSubstr("\n"))) << line;
-  };
-  const auto tell = [&](const Json& event) { tellLine(event.dump()); };
-  VelaAgent::EventReader reader(told.agent);
-  VelaAgent::EntryEvent read;
-  for (VelaAgent::TableAdapter* table : told.agent.announced()) {
+  VelaAgent::Agent& agent = twice.values.agent;
+  for (VelaAgent::TableAdapter* table : agent.announced()) {
     if (table->instance() != 0) continue;
     SCOPED_TRACE(table->name());
-    const Json key = generator.key(table->name(), 1);
-    const Json result = generator.result(table->name(), key);
-    const auto event = [&](const char* op, const Json& at) -> Json {
-      return {{"op", op}, {"table", table->name()}, {"key", at}};
-    };
-    forEachOddForm(key, [&](const Json& odd) {
-      for (const char* op : {"set", "lookup", "del"}) tell(event(op, odd));
-      Json hit = event("hit", odd);
-      hit["at"] = 1;
-      tell(hit);
-      Json corrupt = event("corrupt", odd);
-      corrupt["bit"] = ~0u;
-      tell(corrupt);
-    });
-    forEachOddForm(result, [&](const Json& odd) {
-      Json set = event("set", key);
-      set["result"] = odd;
-      tell(set);
-    });
-    for (U32 i = 0; i < 40; ++i) {
-      Json ordinary = event("set", generator.key(table->name(), random.below(60)));
-      ordinary["result"] = generator.result(table->name(), ordinary["key"]);
-      const std::string set = ordinary.dump();
-      const std::string del = event("del", ordinary["key"]).dump(random.flip() ? 1 : -1);
-      for (std::string line : {set, del}) {
-        std::replace(line.begin(), line.end(), '\n', ' ');
-        tellLine(mutated(line, random));
-        const U32 doneBefore = done;
-        tellLine(line);
-        if (done > doneBefore) {
-          EXPECT_TRUE(reader.read(line, 0, read)) << line;
-        }
-        tellLine(mutated(mutated(line, random), random));
-      }
-      if (random.flip()) tellLine(set);
-    }
+    tellOddForms(table->name());
+    for (U32 i = 0; i < 40; ++i) tellMutated(table->name());
   }
-  for (const auto& table : told.agent.tables()) {
+  for (const auto& table : agent.tables()) {
     table->audit();
     // A group beyond 63 is written as it is and read back as 6 bits, which an audit marks.
     if (table->name() == "LagGroup") continue;
@@ -462,6 +476,31 @@ TEST(Registry, refusesATableWhoseControlWordTheSwitchDoesNotKnow) {
   chip.create(*tunnels);
   EXPECT_THAT(VelaTest::fatalText([&] { VelaAgent::checkControlWords(*tunnels); }),
               HasSubstr("Tunnel: the simulated switch does not know its control word"));
+}
+
+TEST(Registry, refusesALookupWithoutAFunction) {
+  std::optional<VelaSwitchTable::TunnelResult> (*none)(VelaDevice::DataPath&, U32,
+                                                       const VelaSwitchTable::TunnelKey&) = nullptr;
+  const auto family =
+      VelaAgent::hashFamily<VelaSwitchTable::TunnelFamily>({VelaAgent::lookupOf(none)});
+  EXPECT_THAT(VelaTest::fatalText([&] { family.make(0); }),
+              HasSubstr("Tunnel has a lookup without a function"));
+}
+
+TEST(Registry, refusesTablesThatHardwareCannotTellApart) {
+  VelaTest::Chip chip;
+  const auto tunnels = VelaSwitchTable::TunnelTableIs("tunnels");
+  const auto groups = VelaSwitchTable::SGTableIs("groups");
+  chip.create(*tunnels);
+  chip.create(*groups);
+  VelaAgent::checkSelectors({tunnels.get(), groups.get()});
+  chip.types = Orb::make<VelaSwitchApi::SwTableTypes>(chip.profile, chip.chip);
+  const auto others = VelaSwitchTable::TunnelTableIs("others");
+  chip.create(*others);
+  EXPECT_THAT(VelaTest::fatalText([&] {
+                VelaAgent::checkSelectors({tunnels.get(), others.get()});
+              }),
+              HasSubstr("Tunnel and Tunnel have one selector"));
 }
 
 }  // namespace
