@@ -159,20 +159,20 @@ namespace {
 
 /// What tells a table from others with the same control register.
 struct Selected {
-  const VelaSwitchApi::HwTableConfig* rows;
+  const std::string& family;
   std::optional<U32> hitOffset;
-  U32 mask = 0;   ///< Bits of the control word that are the same in all its rows.
-  U32 value = 0;  ///< What they are.
+  U32 selector = 0;  ///< 0 where the control word has none.
 };
 
 void checkApart(const Selected& a, const Selected& b) {
-  if (a.rows == b.rows) return;
-  const bool selectors = ((a.value ^ b.value) & a.mask & b.mask) != 0;
-  if (selectors && (!a.hitOffset || a.hitOffset != b.hitOffset)) return;
-  const std::string text =
-      Orb::text(a.rows->descriptor().identity.family, " and ", b.rows->descriptor().identity.family,
-                " have one ", selectors ? "offset of hit bits" : "selector");
-  Orb::assertFailed(text.c_str(), "checkSelectors");
+  if (a.family == b.family) return;
+  const auto expect = [&](bool good, const char* what) {
+    if (good) return;
+    const std::string text = Orb::text(a.family, " and ", b.family, " have one ", what);
+    Orb::assertFailed(text.c_str(), "checkSelectors");
+  };
+  expect(a.selector == 0 || a.selector != b.selector, "selector");
+  expect(!a.hitOffset || a.hitOffset != b.hitOffset, "offset of hit bits");
 }
 
 }  // namespace
@@ -184,17 +184,13 @@ void checkSelectors(const std::vector<const VelaSwitchApi::SwTable*>& tables) {
     for (const auto& [id, rows] : convertor.hwTables()) {
       const HwIndex first = rows->descriptor().first;
       const auto& layout = convertor.rowLayout(id, first);
-      const auto* place = layout.find("row") ? layout.find("row") : layout.find("index");
+      const auto* place = layout.find("row");
       if (!place) continue;
-      Selected own{rows.get(), std::nullopt};
+      Selected own{rows->descriptor().identity.family, std::nullopt};
+      if (const auto* selector = layout.find("selector")) own.selector = selector->content;
       const auto hits = convertor.hitBitTables().find(id);
       if (hits != convertor.hitBitTables().end()) {
         own.hitOffset = hits->second->descriptor()->offset;
-      }
-      for (const auto& [word, mask, value] : layout.contents()) {
-        if (word != place->first / 32) continue;
-        own.mask |= mask;
-        own.value |= value;
       }
       for (const auto& mapped : rows->mapped(first)) {
         if (mapped.word != place->first / 32) continue;

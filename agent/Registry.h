@@ -38,9 +38,8 @@ void checkFamilies(const std::vector<FamilyRegistration>& families);
 /// hardware: it would take rows for whatever the caller says.
 void checkControlWords(const VelaSwitchApi::SwTable& table);
 
-/// Fails unless hardware can tell the tables apart whose rows it takes by one control register: by
-/// bits that each always has in the control word, and by the offsets of their hit bits. Tables that
-/// share their rows are one.
+/// Fails unless families whose rows hardware takes by one control register have selectors of their
+/// own there, where they have one that is not 0, and offsets of their own of hit bits.
 void checkSelectors(const std::vector<const VelaSwitchApi::SwTable*>& tables);
 
 /// All families, in the order in which their tables start.

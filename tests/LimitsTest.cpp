@@ -487,20 +487,37 @@ TEST(Registry, refusesALookupWithoutAFunction) {
               HasSubstr("Tunnel has a lookup without a function"));
 }
 
+}  // namespace
+
+namespace VelaSwitchTable {
+
+/// Has the selector of tunnels, and the hit bits of (S,G) entries.
+struct VELA_EXPORT TwinFamily : TunnelFamily {
+  static constexpr HashFamilyTraits traits = [] {
+    HashFamilyTraits twin = TunnelFamily::traits;
+    twin.table = {61, "Twin"};
+    twin.hitTableOffset = SGFamily::traits.hitTableOffset;
+    return twin;
+  }();
+};
+VELA_HASH_FAMILY(Twin);
+VELA_HASH_FAMILY_DEFINE(Twin)
+
+}  // namespace VelaSwitchTable
+
 TEST(Registry, refusesTablesThatHardwareCannotTellApart) {
   VelaTest::Chip chip;
+  const auto twin = VelaSwitchTable::TwinTableIs("twin");
   const auto tunnels = VelaSwitchTable::TunnelTableIs("tunnels");
   const auto groups = VelaSwitchTable::SGTableIs("groups");
+  const auto refusal = [](const std::vector<const VelaSwitchApi::SwTable*>& tables) {
+    return VelaTest::fatalText([&] { VelaAgent::checkSelectors(tables); });
+  };
+  chip.create(*twin);
   chip.create(*tunnels);
   chip.create(*groups);
-  VelaAgent::checkSelectors({tunnels.get(), groups.get()});
-  chip.types = Orb::make<VelaSwitchApi::SwTableTypes>(chip.profile, chip.chip);
-  const auto others = VelaSwitchTable::TunnelTableIs("others");
-  chip.create(*others);
-  EXPECT_THAT(VelaTest::fatalText([&] {
-                VelaAgent::checkSelectors({tunnels.get(), others.get()});
-              }),
-              HasSubstr("Tunnel and Tunnel have one selector"));
+  EXPECT_EQ(refusal({tunnels.get(), groups.get()}), "");
+  EXPECT_THAT(refusal({tunnels.get(), twin.get()}), HasSubstr("Tunnel and Twin have one selector"));
+  EXPECT_THAT(refusal({groups.get(), twin.get()}),
+              HasSubstr("SG and Twin have one offset of hit bits"));
 }
-
-}  // namespace
