@@ -374,6 +374,7 @@ def check_live(browser, velad, events):
     daemon = Velad(velad, f"{work}/live", {"page": {"listen": page}})
     control = daemon.path
     try:
+        daemon.status()  # Whose answer comes once all doors are open.
         open_page(browser, f"http://{page}/")
         shown = "document.getElementById('totals').textContent"
         browser.run("document.querySelector('#row-sets details:last-child').open = true")
