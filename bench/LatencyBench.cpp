@@ -113,15 +113,17 @@ void latency(benchmark::State& state, U32 percent) {
   state.counters["waiting"] = static_cast<double>(subject.waiting());
 }
 
-/// Entries that come into a table of that load in place of others; of those that come and go, the
-/// rows that each pair writes and the blocks of hit bits that it reads.
+/// Entries that come into a table of that load in place of others: what each one takes, how often
+/// it needs the bus, for rows that are written and hit bits that are read, and what each access
+/// takes.
 template <class Subject>
 void atLoad(benchmark::State& state, U32 percent) {
   Populated<Subject> populated(percent);
   std::vector<U32> coming(64);
   const MemoryBus& bus = populated.subject.bus;
-  const U64 rows = bus.rowWrites();
-  const U64 reads = bus.hitReads;
+  U64 rows = 0;
+  U64 reads = 0;
+  double took = 0;
   timed(
       state, coming.size(),
       [&] {
@@ -130,15 +132,22 @@ void atLoad(benchmark::State& state, U32 percent) {
           populated.subject.del(gone);
           coming[i] = come;
         }
+        rows -= bus.rowWrites();
+        reads -= bus.hitReads;
         return &populated.subject;
       },
       [&](Subject& subject) {
         for (const U32 key : coming) subject.add(key);
+      },
+      [&](const Subject&, double ns) {
+        rows += bus.rowWrites();
+        reads += bus.hitReads;
+        took += ns;
       });
-  const auto exchanges =
-      static_cast<double>(state.iterations()) * static_cast<double>(coming.size());
-  state.counters["rows"] = static_cast<double>(bus.rowWrites() - rows) / exchanges;
-  state.counters["hit_reads"] = static_cast<double>(bus.hitReads - reads) / exchanges;
+  const auto entries = static_cast<double>(state.iterations()) * static_cast<double>(coming.size());
+  state.counters["rows"] = static_cast<double>(rows) / entries;
+  state.counters["hit_reads"] = static_cast<double>(reads) / entries;
+  state.counters["access_ns"] = took / static_cast<double>(rows + reads);
 }
 
 /// Fills a table while every row takes `waitNs`; whatever does not wait is the software's share.
