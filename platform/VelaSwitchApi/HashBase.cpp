@@ -1,7 +1,7 @@
 #include "VelaSwitchApi/HashBase.h"
 
 #include <algorithm>
-#include <set>
+#include <numeric>
 
 #include "VelaSwitchApi/RowReads.h"
 
@@ -98,66 +98,85 @@ void PhysicalHashTableConvertor::syncEntries(U32 id) {
 
 /// The rows in which no other software table has an entry.
 std::vector<HwIndex> PhysicalHashTableConvertor::rowsToAudit() const {
-  std::vector<HwIndex> rows;
-  for (HwIndex index = 0; index < physical_->engine().capacity(); ++index) {
-    const HashBaseCuckooEntry* entry = swTables() > 1 ? physical_->entryAt(index) : nullptr;
-    if (!entry || &entry->table() == swTable()) rows.push_back(index);
-  }
+  std::vector<HwIndex> rows(physical_->engine().capacity());
+  std::iota(rows.begin(), rows.end(), 0);
+  if (swTables() <= 1) return rows;
+  std::erase_if(rows, [&](HwIndex index) {
+    const HashBaseCuckooEntry* entry = physical_->entryAt(index);
+    return entry && &entry->table() != swTable();
+  });
   return rows;
 }
 
-/// All rows are read, one hardware table after the other, before any is looked at: then each is
-/// packed once and compared in all tables.
-void PhysicalHashTableConvertor::audit(const HwTables& tables) {
-  const std::vector<HwIndex> rows = rowsToAudit();
-  std::set<std::pair<HwTableId, HwIndex>> unread;
+/// Reads the rows, one hardware table after the other; notes those that could not be read.
+void PhysicalHashTableConvertor::readRows(const HwTables& tables, const std::vector<HwIndex>& rows,
+                                          Audit& audit) {
   RowReads reads;
   for (const auto& [id, table] : tables) {
     for (const HwIndex index : rows) {
       reads.add(*table, index);
       if (!reads.full() && index != rows.back()) continue;
       reads.flush([&](const HwTableConfig& of, HwIndex row, RegisterBus::Read read, bool) {
-        if (read == RegisterBus::Read::failed) unread.emplace(of.descriptor().identity.id, row);
+        if (read == RegisterBus::Read::failed) {
+          audit.unread.emplace(of.descriptor().identity.id, row);
+        }
       });
     }
   }
-  std::vector<std::pair<HwTableId, HwTableConfig*>> compared;
-  for (const auto& [id, table] : tables) compared.emplace_back(id, table.get());
-  const bool last = tables.contains(hwTables().rbegin()->first);
-  std::vector<AuditFinding> found;
+}
+
+/// All rows are read before any is looked at: then each is packed once and compared in all tables.
+/// It is packed anew, for an image that was packed earlier may be wrong as well.
+void PhysicalHashTableConvertor::audit(const HwTables& tables) {
+  const std::vector<HwIndex> rows = rowsToAudit();
+  Audit audit;
+  readRows(tables, rows, audit);
+  std::vector<const HwTableConfig*> compared;
+  compared.reserve(tables.size());
+  for (const auto& [id, table] : tables) compared.push_back(table.get());
+  const bool allRead = audit.unread.empty();
+  const bool shared = swTables() > 1;
   constexpr HwIndex ahead = 8;
   U32 expected[maxRowWords];
-  std::vector<HwIndex> different;
   for (const HwIndex index : rows) {
     physical_->entrySoon(index + ahead);
-    const HashBaseCuckooEntry* entry = physical_->entryAt(index);
-    if (!entry && swTables() > 1 && physical_->owner(index) != swTable()) continue;
+    if (shared && !physical_->entryAt(index) && physical_->owner(index) != swTable()) continue;
     physical_->expectedImage(index, expected);
-    for (const auto& [id, table] : compared) {
-      if (!unread.empty() && unread.contains({id, index})) {
-        found.push_back({AuditFinding::Kind::unreadable, id, index});
-      } else if (!table->same(index, expected, table->image(index))) {
-        if (const auto kind = judge(*table, index)) found.push_back({*kind, id, index});
-        if (entry) different.push_back(index);
-      }
+    for (const HwTableConfig* table : compared) {
+      if (allRead && table->same(index, expected, table->image(index))) [[likely]]
+        continue;
+      auditRow(*table, index, expected, audit);
     }
   }
+  const bool last = tables.contains(hwTables().rbegin()->first);
   const HwTableId first = hwTables().begin()->first;
   for (const HashBaseCuckooEntry* entry : physical_->missing()) {
     if (&entry->table() != swTable() || !tables.contains(first)) continue;
-    found.push_back({.kind = AuditFinding::Kind::missing,
-                     .table = first,
-                     .index = AuditFinding::noRow,
-                     .entry = entry});
+    audit.found.push_back({.kind = AuditFinding::Kind::missing,
+                           .table = first,
+                           .index = AuditFinding::noRow,
+                           .entry = entry});
   }
-  std::stable_sort(found.begin(), found.end(),
+  std::stable_sort(audit.found.begin(), audit.found.end(),
                    [](const auto& one, const auto& other) { return one.table < other.table; });
-  for (const AuditFinding& each : found) auditFindingIs(each);
+  for (const AuditFinding& each : audit.found) auditFindingIs(each);
   // Last, since whoever hears of a status may change the entries.
-  for (const HwIndex index : different) physical_->markDifferent(index);
+  for (const HwIndex index : audit.different) physical_->markDifferent(index);
   if (!last) return;
   for (const HwIndex index : rows) {
     if (swTable()->count(KeyRecord::marked) != 0) physical_->recheck(index);
+  }
+}
+
+/// Looks at a row that may not be as expected.
+void PhysicalHashTableConvertor::auditRow(const HwTableConfig& table, HwIndex index,
+                                          const U32* expected, Audit& audit) const {
+  const HwTableId id = table.descriptor().identity.id;
+  if (audit.unread.contains({id, index})) {
+    audit.found.push_back({AuditFinding::Kind::unreadable, id, index});
+  } else if (!table.same(index, expected, table.image(index))) {
+    if (const auto kind = judge(table, index)) audit.found.push_back({*kind, id, index});
+    if (physical_->entryAt(index)) audit.different.push_back(index);
   }
 }
 

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <set>
+
 #include "Keel/Cuckoo.h"
 #include "VelaSwitchApi/PhysicalHashTable.h"
 #include "VelaSwitchApi/SwTable.h"
@@ -142,7 +144,15 @@ class VELA_EXPORT PhysicalHashTableConvertor : public SwTableProfileConvertor {
   U32 swTables() const { return physical_ ? physical_->swTables() : 0; }
 
  private:
+  /// What an audit finds out.
+  struct Audit {
+    std::set<std::pair<HwTableId, HwIndex>> unread;
+    std::vector<AuditFinding> found;
+    std::vector<HwIndex> different;  ///< Rows of entries.
+  };
   std::vector<HwIndex> rowsToAudit() const;
+  static void readRows(const HwTables& tables, const std::vector<HwIndex>& rows, Audit& audit);
+  void auditRow(const HwTableConfig& table, HwIndex index, const U32* expected, Audit& audit) const;
   std::optional<AuditFinding::Kind> judge(const HwTableConfig& table, HwIndex index) const;
 
   Orb::Ptr<PhysicalHashTable> physical_;

@@ -108,8 +108,7 @@ RegisterBus::Read HwTableConfig::readEntry(HwIndex index) {
   return outcome;
 }
 
-bool HwTableConfig::entryRead(const RegisterBus::RowRead& row) {
-  const U32 at = position(row.index);
+bool HwTableConfig::entryReadAnew(const RegisterBus::RowRead& row, U32 at) {
   Row& state = states_[at].row;
   const Row before = state;
   if (row.read == RegisterBus::Read::failed) {
@@ -118,14 +117,9 @@ bool HwTableConfig::entryRead(const RegisterBus::RowRead& row) {
   }
   state = row.read == RegisterBus::Read::held ? Row::held : Row::absent;
   U32* held = &images_[std::size_t{at} * rowWords_];
-  const auto& mapped = run(row.index).mapped;
+  std::fill_n(held, rowWords_, 0);
   const auto* value = row.values.data();
-  U32 changed = 0;
-  for (const Mapped& m : mapped) changed |= (value++)->value ^ held[m.word];
-  if (before == Row::held && state == Row::held && changed == 0) return false;
-  std::fill_n(held, descriptor_->rowWords, 0);
-  value = row.values.data();
-  for (const Mapped& m : mapped) held[m.word] = (value++)->value;
+  for (const Mapped& m : run(row.index).mapped) held[m.word] = (value++)->value;
   return before == Row::unread;
 }
 
@@ -135,22 +129,18 @@ HitBitTableConfig::HitBitTableConfig(Orb::PtrConst<HitBitTableDescriptor> descri
   const auto& paths = descriptor_->readInfo->addresses().addresses();
   for (const HitBitRecord& record : descriptor_->readInfo->info().bitRegistrations()) {
     registers_.push_back({bus.registerIs(paths.at(static_cast<DataArrayIndex>(record.reg))), 0});
-    blockRows_ += record.lastBit - record.firstBit + 1;
+    const U32 count = record.lastBit - record.firstBit + 1;
+    bits_.push_back({record.firstBit, blockRows_, (U64{1} << count) - 1});
+    blockRows_ += count;
   }
   ORB_ASSERT(blockRows_ <= 64);
 }
 
 bool HitBitTableConfig::readBlock(HwIndex first, U64& bits) {
   if (!bus_.hitBits(busTable_, first, registers_)) return false;
-  const auto& records = descriptor_->readInfo->info().bitRegistrations();
   bits = 0;
-  U32 row = 0;
-  for (std::size_t i = 0; i < registers_.size(); ++i) {
-    const U32 count = records[i].lastBit - records[i].firstBit + 1u;
-    const U64 mask = (U64{1} << count) - 1;
-    bits |= (registers_[i].value >> records[i].firstBit & mask) << row;
-    row += count;
-  }
+  const auto* value = registers_.data();
+  for (const Bits& each : bits_) bits |= ((value++)->value >> each.first & each.mask) << each.row;
   const HwIndex rows = descriptor_->table->last + 1 - first;
   if (rows < blockRows_) bits &= (U64{1} << rows) - 1;
   return true;

@@ -251,7 +251,12 @@ class VELA_EXPORT HwTableConfig : public Orb::PtrInterface {
   /// become 0 otherwise.
   RegisterBus::Read readEntry(HwIndex index);
   /// The row was read with others, or could not be. Returns whether it could not be before.
-  bool entryRead(const RegisterBus::RowRead& row);
+  bool entryRead(const RegisterBus::RowRead& row) {
+    const U32 at = position(row.index);
+    const bool asBefore = row.read == RegisterBus::Read::held && states_[at].row == Row::held &&
+                          holds(run(row.index), &images_[std::size_t{at} * rowWords_], row.values);
+    return !asBefore && entryReadAnew(row, at);
+  }
   /// Makes the next entryIs() of the row write whatever it is given.
   void entryForget(HwIndex index) { states_[position(index)].row = Row::lost; }
 
@@ -320,11 +325,17 @@ class VELA_EXPORT HwTableConfig : public Orb::PtrInterface {
   const Run& runOfMany(HwIndex index) const;
 
   static bool same(const Run& run, const U32* a, const U32* b) {
-    U32 different = 0;
-    for (U8 word = 0; word < maxRowWords; ++word) {
-      different |= (a[word] ^ b[word]) & run.compared[word];
+    // In words of twice the size.
+    U64 different = 0;
+    for (U8 word = 0; word < maxRowWords; word += 2) {
+      different |= (twoWords(a + word) ^ twoWords(b + word)) & twoWords(&run.compared[word]);
     }
     return different == 0;
+  }
+  static U64 twoWords(const U32* words) {
+    U64 both;
+    std::memcpy(&both, words, sizeof both);
+    return both;
   }
   /// Words without a register are nobody else's to keep.
   void takeOver(U32* held, const U32* words) const {
@@ -347,6 +358,14 @@ class VELA_EXPORT HwTableConfig : public Orb::PtrInterface {
   void entryWrittenAt(U32 at, bool good) {
     states_[at] = {good ? Row::held : Row::lost, states_[at].written || good};
   }
+  static bool holds(const Run& run, const U32* image,
+                    std::span<const RegisterBus::RegisterValue> values) {
+    for (std::size_t i = 0; i < values.size(); ++i) {
+      if (values[i].value != image[run.mapped[i].word]) return false;
+    }
+    return true;
+  }
+  bool entryReadAnew(const RegisterBus::RowRead& row, U32 at);
 
   struct State {
     Row row = Row::unknown;
@@ -388,7 +407,14 @@ class VELA_EXPORT HitBitTableConfig : public Orb::PtrInterface {
   Orb::PtrConst<HitBitTableDescriptor> descriptor_;
   RegisterBus& bus_;
   RegisterBus::TableHandle busTable_;
+  /// Which bits of a register are rows'.
+  struct Bits {
+    U32 first;  ///< Of the register.
+    U32 row;    ///< Of the block.
+    U64 mask;
+  };
   std::vector<RegisterBus::RegisterValue> registers_;  ///< Those with bits, in row order.
+  std::vector<Bits> bits_;                             ///< Theirs.
   U32 blockRows_ = 0;
 };
 

@@ -10,7 +10,13 @@ namespace VelaSwitchApi {
 class RowReads {
  public:
   /// Adds a row, of the same bus as the others, while they are not full().
-  void add(HwTableConfig& table, HwIndex index);
+  void add(HwTableConfig& table, HwIndex index) {
+    // Mostly the registers are there, of an earlier row.
+    const Of& of = of_[count_];
+    if (of.table != &table || of.registers != table.registers(index).data()) placeIs(table, index);
+    rows_[count_].index = index;
+    rows_[count_++].read = RegisterBus::Read::failed;
+  }
   bool full() const { return count_ == rows_.size(); }
   /// Reads the rows, those that fail a few times, and tells their tables. Then calls
   /// `done(table, index, read, late)` for each; `late` is one that could not be read before.
@@ -18,7 +24,7 @@ class RowReads {
   void flush(const Done& done) {
     read();
     for (std::size_t i = 0; i < count_; ++i) {
-      done(*of_[i].table, rows_[i].index, rows_[i].read, of_[i].late);
+      done(*of_[i].table, rows_[i].index, rows_[i].read, (late_ >> i & 1) != 0);
     }
     count_ = 0;
   }
@@ -30,15 +36,16 @@ class RowReads {
   struct Of {
     HwTableConfig* table = nullptr;
     const RegisterBus::RegisterValue* registers = nullptr;  ///< Those that its values begin with.
-    bool late = false;
   };
   static constexpr std::size_t most = 64;
 
+  void placeIs(HwTableConfig& table, HwIndex index);
   void read();
 
   std::size_t count_ = 0;
   std::array<RegisterBus::RowRead, most> rows_;
   std::array<Of, most> of_;
+  U64 late_ = 0;  ///< By row.
   std::array<RegisterBus::RegisterValue, most * maxRowWords> values_;
 };
 
