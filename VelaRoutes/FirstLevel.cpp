@@ -12,7 +12,7 @@ using VelaSwitchTable::MaskLength;
 
 namespace {
 
-using Tree = VelaSwitchTable::RouteTree<FirstLevel::keyLength>;
+using Tree = VelaSwitch::RouteTree<FirstLevel::keyLength>;
 
 U32 nodeOf(const RouteKey& route) { return Tree::nodeOf(route.prefix(), 0); }
 

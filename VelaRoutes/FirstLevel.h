@@ -36,7 +36,7 @@ class FirstLevel final : public RouteLevel {
   void writeCellsOf(const RouteKey& route, RouteChange change);
 
  private:
-  using Tree = VelaSwitchTable::RouteTree<keyLength>;
+  using Tree = VelaSwitch::RouteTree<keyLength>;
 
   /// The routes of a VRF.
   struct Group {

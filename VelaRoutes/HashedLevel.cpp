@@ -1,5 +1,6 @@
 #include "VelaRoutes/HashedLevel.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace VelaRoutes {
@@ -45,7 +46,14 @@ void HashedLevel::handleRoute(LpmRoutes& shared, U32, RouteChange change) {
   }
   const bool written = std::exchange(now->written, false);
   if (change == RouteChange::guessed) return;
-  if (written || table_->unclaimed(key)) table_->entryDel(key);
+  if (!written && !table_->unclaimed(key)) return;
+  // Held on to: it is to outlive its last flag.
+  const Orb::Ptr<VelaSwitchApi::HashBaseCuckooEntry> item = now->item;
+  if (item && item->known()) {
+    table_->entryDel(static_cast<Record&>(*item));
+  } else {
+    table_->entryDel(key);
+  }
 }
 
 void HashedLevel::tryAgain(LpmRoutes& shared, U32) {
@@ -56,12 +64,13 @@ void HashedLevel::tryAgain(LpmRoutes& shared, U32) {
 /// What the routes of a key make of its cells.
 LpmResult HashedLevel::resultOf(const RouteKey& key, const Tree& tree) {
   LpmResult result;
-  for (U8 cell = 0; cell < EntryCellIndex::count; ++cell) {
-    const U32 owner = tree.ownerOfCell(cell);
-    if (owner == Tree::none) continue;
-    const U8 realLength = static_cast<U8>(key.prefix().len() + Tree::extra(owner));
-    result.cellResultIs(EntryCellIndex(cell), cellOf(tree.nexthop(owner), realLength));
-  }
+  // From the shortest on: longer ones take their cells.
+  LpmRoutes::forEachNode(tree.nodes(), [&](U32 node) {
+    const U8 extra = Tree::extra(node);
+    const U32 count = Tree::cells >> extra;
+    std::fill_n(&result.cells.value[Tree::bits(node) * count], count,
+                cellOf(tree.nexthop(node), static_cast<U8>(key.prefix().len() + extra)));
+  });
   return result;
 }
 
@@ -81,7 +90,7 @@ bool HashedLevel::staged(const LpmRoutes& shared) const {
 /// What the level knows of the key, or null.
 const HashedLevel::Record* HashedLevel::recordOf(const LpmRoutes& shared) const {
   if (shared.item && shared.item->known()) return static_cast<const Record*>(shared.item.get());
-  return table_->find(shared.key);
+  return table_->find(shared.key, shared.tag);
 }
 
 bool HashedLevel::inHardware(const LpmRoutes& shared) const {
@@ -103,10 +112,11 @@ void HashedLevel::program(LpmRoutes& shared) {
   // Held on to: the record may be dropped on the way.
   const Orb::Ptr<VelaSwitchApi::HashBaseCuckooEntry> item = shared.item;
   const Writing writing(*this);
-  const bool changed = batch_ && staging_ ? batch_->entryIs(stagedNumber_, key, result)
+  const U32 tag = shared.tag;
+  const bool changed = batch_ && staging_ ? batch_->entryIs(stagedNumber_, key, result, tag)
                        : item && item->known()
                            ? table_->entryIs(static_cast<Record&>(*item), result)
-                           : table_->entryIs(key, result);
+                           : table_->entryIs(key, result, tag);
   // Whoever heard of it may have withdrawn all of them.
   LpmRoutes* const now = routes().routesOf(key);
   if (!now) return;

@@ -5,30 +5,13 @@
 #include "VelaSwitchApi/EntryRecord.h"
 
 namespace VelaSwitchTable {
-namespace {
-
-constexpr U8 nexthopBits = 2 * VelaSwitch::NexthopIndexes::fieldBits;
-constexpr U32 nexthopMask = (1u << nexthopBits) - 1;
-/// In a hashed level's cell: there is no next hop.
-constexpr U32 emptyCell = 3;
-
-}  // namespace
-
-// The encoding has been the same in every hardware interface so far.
-
-U32 EntryCellResult::hwEncoding(bool direct, U8 width, VelaSwitch::ProfileHwApi) const {
-  const U32 nexthop = nexthopIndexes().raw();
-  if (direct) return nexthop;
-  const U32 shorter = valid() ? static_cast<U32>(width - realPrefixLen()) : emptyCell;
-  return nexthop | (shorter & emptyCell) << nexthopBits;
-}
 
 EntryCellResult EntryCellResult::fromHwEncoding(U32 encoding, bool direct, U8 width,
                                                 VelaSwitch::ProfileHwApi) {
   EntryCellResult cell;
-  const U32 shorter = encoding >> nexthopBits & emptyCell;
-  if (!direct && shorter == emptyCell) return cell;
-  cell.nexthopIndexes = VelaSwitch::NexthopIndexes::fromRaw(encoding & nexthopMask);
+  const U32 shorter = encoding >> nexthopBits & noNexthop;
+  if (!direct && shorter == noNexthop) return cell;
+  cell.nexthopIndexes = VelaSwitch::NexthopIndexes::fromRaw(encoding & ((1u << nexthopBits) - 1));
   if (!direct && cell.valid()) cell.realPrefixLen = static_cast<U8>(width - shorter);
   return cell;
 }
@@ -37,10 +20,6 @@ const Orb::Type& LpmTable::fwkType() const { return Orb::registeredType<LpmTable
 
 LpmTable::~LpmTable() {
   index_.forEach([](void* routes) { delete static_cast<LpmRoutes*>(routes); });
-}
-
-U32 LpmTable::tagOf(const void* routes) {
-  return VelaSwitchApi::entryTag(static_cast<const LpmRoutes*>(routes)->key);
 }
 
 LpmRoutes* LpmTable::routesOf(const Key& key) const {
@@ -55,18 +34,18 @@ LpmRoutes* LpmTable::routesOf(const Key& key) const {
 LpmRoutes& LpmTable::routesIs(const Key& key) {
   if (LpmRoutes* routes = routesOf(key)) return *routes;
   last_ = new (slab_) LpmRoutes(key);
-  index_.add(VelaSwitchApi::entryTag(key), last_);
+  index_.add(last_->tag, last_);
   return *last_;
 }
 
 /// Nothing is known of the routes of the key any more, perhaps.
-void LpmTable::dropUnknown(const Key& key) {
-  LpmRoutes* routes = routesOf(key);
+void LpmTable::dropUnknown(LpmRoutes& routes) {
   const auto none = [](U8 nodes) { return nodes == 0; };
-  if (!routes || !std::all_of(routes->nodes.begin(), routes->nodes.end(), none)) return;
-  index_.remove(VelaSwitchApi::entryTag(key), routes);
-  last_ = nullptr;
-  delete routes;
+  if (!std::all_of(routes.nodes.begin(), routes.nodes.end(), none)) return;
+  index_.remove(routes.tag, &routes);
+  if (last_ == &routes) last_ = nullptr;
+  ++dropped_;
+  delete &routes;
 }
 
 LpmTable::Place LpmTable::find(Flag flag, const Key& route) const {
@@ -110,14 +89,19 @@ LpmStatus LpmTable::statusOf(const LpmRoutes& routes, U32 node) const {
   return status;
 }
 
+bool LpmTable::holds(const LpmRoutes& routes, U32 node, const LpmResult& result, bool odd) const {
+  if (!routes.has(LpmRoutes::desired, node) || routes.has(LpmRoutes::odd, node) != odd)
+    return false;
+  return odd ? *oddResults_.find(routes.routeOf(node)) == result
+             : routes.tree.nexthop(node) == routeNexthop(result);
+}
+
 /// What is but a next hop lies in the tree alone.
-void LpmTable::store(LpmRoutes& routes, U32 node, const LpmResult& result) {
-  const Key route = routes.routeOf(node);
-  const bool odd = result != routeResult(routeNexthop(result), route.prefix().len());
+void LpmTable::store(LpmRoutes& routes, U32 node, const LpmResult& result, bool odd) {
   if (odd) {
-    *oddResults_.insert(route).first = result;
+    *oddResults_.insert(routes.routeOf(node)).first = result;
   } else if (routes.has(LpmRoutes::odd, node)) {
-    oddResults_.erase(route);
+    oddResults_.erase(routes.routeOf(node));
   }
   set(routes, node, LpmRoutes::odd, odd);
   set(routes, node, LpmRoutes::desired, true);
@@ -131,15 +115,18 @@ bool LpmTable::entryIs(const Key& route, const LpmResult& result) {
   const Key key = LpmRoutes::keyOf(route);
   LpmRoutes& routes = routesIs(key);
   const U32 node = routes.nodeOf(route);
-  if (routes.has(LpmRoutes::desired, node) && resultOf(routes, node) == result) return false;
+  const bool odd = result != routeResult(routeNexthop(result), route.prefix().len());
+  if (holds(routes, node, result, odd)) return false;
   const bool trapped = routes.has(LpmRoutes::desired, node) && !routes.tree.has(node);
-  store(routes, node, result);
+  store(routes, node, result, odd);
   if (levels_) {
+    const U32 dropped = dropped_;
     levels_->handleRoute(routes, node);
     // Whoever heard of statuses may have withdrawn it.
-    const Place at = find(LpmRoutes::desired, route);
-    if (at.routes && !levels_->staged(*at.routes) &&
-        (!at.routes->has(LpmRoutes::stated, node) || trapped != result.cpuTrap())) {
+    LpmRoutes* now = dropped == dropped_ ? &routes : routesOf(key);
+    if (now && now->has(LpmRoutes::desired, node) &&
+        (!now->has(LpmRoutes::stated, node) || trapped != result.cpuTrap()) &&
+        !levels_->staged(*now)) {
       handleStatus(route);
     }
   }
@@ -159,11 +146,18 @@ bool LpmTable::entryDel(const Key& given) {
     set(*at.routes, at.node, flag, false);
   }
   at.routes->tree.del(at.node);
+  LpmRoutes* now = at.routes;
   if (levels_) {
+    const U32 dropped = dropped_;
     levels_->handleRoute(*at.routes, at.node);
-    if (!has(LpmRoutes::desired, route)) entryStatusDel(route);
+    if (dropped != dropped_) now = routesOf(key);
   }
-  dropUnknown(key);
+  if (now && levels_ && !now->has(LpmRoutes::desired, at.node) &&
+      now->has(LpmRoutes::stated, at.node)) {
+    statusDel(*now, at.node);
+  } else if (now) {
+    dropUnknown(*now);
+  }
   observers_.handleKey(route);
   return true;
 }
@@ -179,10 +173,13 @@ LpmStatus LpmTable::entryStatusIs(const Key& route) {
 
 void LpmTable::entryStatusDel(const Key& given) {
   const Place at = find(LpmRoutes::stated, given);
-  if (!at.routes) return;
-  const Key route = given;
-  set(*at.routes, at.node, LpmRoutes::stated, false);
-  dropUnknown(LpmRoutes::keyOf(route));
+  if (at.routes) statusDel(*at.routes, at.node);
+}
+
+void LpmTable::statusDel(LpmRoutes& routes, U32 node) {
+  const Key route = routes.routeOf(node);
+  set(routes, node, LpmRoutes::stated, false);
+  dropUnknown(routes);
   statusObservers_.handleKey(route);
 }
 
@@ -200,11 +197,8 @@ void LpmTable::handleStatuses(const Key& given) {
   LpmRoutes* routes = routesOf(given);
   if (!routes) return;
   const Key key = given;
-  U8 nodes = 0;
-  routes->tree.forEachRoute([&](U32 node) {
-    nodes = static_cast<U8>(nodes | 1 << node);
-    set(*routes, node, LpmRoutes::stated, true);
-  });
+  const U8 nodes = routes->tree.nodes();
+  LpmRoutes::forEachNode(nodes, [&](U32 node) { set(*routes, node, LpmRoutes::stated, true); });
   if (statusObservers_.empty()) return;
   LpmRoutes::forEachNode(
       nodes, [&](U32 node) { statusObservers_.handleKey(LpmRoutes::routeOf(key, node)); });

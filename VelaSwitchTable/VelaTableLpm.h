@@ -97,15 +97,18 @@ class VELA_EXPORT LpmTable final : public Orb::PtrInterface {
   Place find(Flag flag, const Key& route) const;
   LpmRoutes& routesIs(const Key& key);
   void set(LpmRoutes& routes, U32 node, Flag flag, bool set);
-  void store(LpmRoutes& routes, U32 node, const LpmResult& result);
-  void dropUnknown(const Key& key);
+  bool holds(const LpmRoutes& routes, U32 node, const LpmResult& result, bool odd) const;
+  void store(LpmRoutes& routes, U32 node, const LpmResult& result, bool odd);
+  void statusDel(LpmRoutes& routes, U32 node);
+  void dropUnknown(LpmRoutes& routes);
   LpmResult resultOf(const LpmRoutes& routes, U32 node) const;
-  static U32 tagOf(const void* routes);
 
   std::string name_;
-  Orb::RecordIndex index_{&tagOf};
+  Orb::RecordIndex index_{
+      [](const void* each) { return static_cast<const LpmRoutes*>(each)->tag; }};
   Orb::Slab slab_;
   mutable LpmRoutes* last_ = nullptr;  ///< What was found last: it is asked for again and again.
+  U32 dropped_ = 0;                    ///< Keys that nothing was known of any more, so far.
   std::array<U32, LpmRoutes::flags> counts_{};
   Orb::Map<Key, LpmResult> oddResults_;
   Levels* levels_ = nullptr;

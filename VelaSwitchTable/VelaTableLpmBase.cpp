@@ -89,12 +89,21 @@ void LpmBaseFamily::packMore(const LpmBaseHelper& helper, const Key& key, const 
                              bool valid, CuckooLocation, Writer& row) {
   const LpmLevel& level = helper.level();
   if (valid) row.set<"wholeAddress">(key.prefix().address().number());
+  constexpr std::size_t cell0 = fieldNumber<LpmBaseFamily, "cell0">();
+  constexpr std::size_t length0 = fieldNumber<LpmBaseFamily, "realLength0">();
+  U64 cells = 0;
+  U64 lengths = 0;
   for (U8 i = 0; i < EntryCellIndex::count; ++i) {
     const EntryCellResult& cell = result.cells()[i];
     checkCell(cell, level.prefixBaseLen);
-    row.set(fieldNumber<LpmBaseFamily, "cell0">() + i,
-            cell.hwEncoding(false, level.longest(), helper.profile().hwApi()));
-    row.set(fieldNumber<LpmBaseFamily, "realLength0">() + i, cell.realPrefixLen());
+    const U64 encoding = cell.hwEncoding(false, level.longest(), helper.profile().hwApi());
+    cells |= encoding << i * cellBits;
+    lengths |= U64{cell.realPrefixLen()} % (1u << realLengthBits) << i * realLengthBits;
+  }
+  if (row.setAdjacent(cell0, cells) && row.setAdjacent(length0, lengths)) return;
+  for (U8 i = 0; i < EntryCellIndex::count; ++i) {
+    row.set(cell0 + i, cells >> i * cellBits);
+    row.set(length0 + i, lengths >> i * realLengthBits);
   }
 }
 

@@ -9,9 +9,10 @@
 #include "Orb/Seconds.h"
 #include "Orb/Slab.h"
 #include "VelaSwitch/Keys.h"
+#include "VelaSwitch/RouteTree.h"
+#include "VelaSwitchApi/EntryRecord.h"
 #include "VelaSwitchApi/PhysicalHashTable.h"
 #include "VelaSwitchTable/family/RouteCell.h"
-#include "VelaSwitchTable/family/RouteTree.h"
 
 /// What whole routes are and become; what that is in the levels of the ladder stands in
 /// RouteCell.h.
@@ -74,7 +75,7 @@ struct LpmStatus {
 struct LpmRoutes {
   using Key = VelaSwitch::LpmKey;
   static constexpr U8 range = 2;  ///< So many bits are behind the key.
-  using Tree = RouteTree<range>;
+  using Tree = VelaSwitch::RouteTree<range>;
   static_assert(Tree::cells == EntryCellIndex::count);
   /// What is so of a route.
   enum Flag : U8 {
@@ -86,7 +87,7 @@ struct LpmRoutes {
   };
   static constexpr U8 flags = odd + 1;
 
-  explicit LpmRoutes(const Key& shared) : key(shared) {}
+  explicit LpmRoutes(const Key& shared) : key(shared), tag(VelaSwitchApi::entryTag(shared)) {}
   static void* operator new(std::size_t size, Orb::Slab& slab) {
     return Orb::Slab::take(&slab, size);
   }
@@ -113,6 +114,7 @@ struct LpmRoutes {
   Key key;
   std::array<U8, flags> nodes{};                      ///< By flag, a bit for each node.
   bool written = false;                               ///< Their entry was written in this run.
+  U32 tag;                                            ///< The key's hash, as tables have it.
   Orb::Ptr<VelaSwitchApi::HashBaseCuckooEntry> item;  ///< Their entry's record, when known().
   Tree tree;  ///< The routes that levels are to hold: those without a trap.
 };

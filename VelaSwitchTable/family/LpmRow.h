@@ -58,6 +58,8 @@ struct VELA_EXPORT LpmBaseFamily : Family<"VelaTableLpmBase", VelaSwitch::LpmKey
                                                            .hitTableOffset = 10,
                                                            .parityWords = 3,
                                                            .tracesItems = true});
+  static constexpr U32 cellBits = 14;
+  static constexpr U32 realLengthBits = 6;
   struct Shape {
     const LpmLevel& level = lpmLevels.back();
     U32 vrfBits = 5;
@@ -65,7 +67,6 @@ struct VELA_EXPORT LpmBaseFamily : Family<"VelaTableLpmBase", VelaSwitch::LpmKey
   };
   static Shape shape(const LpmBaseHelper& helper);
   static constexpr auto fields(const Shape& shape) {
-    constexpr U32 cellBits = 14;
     const U32 address = shape.level.storedAddressBits();
     const U32 cells = shape.storedWidth + 1;
     return std::to_array<RowField>({{"address", 0, address},
@@ -82,10 +83,10 @@ struct VELA_EXPORT LpmBaseFamily : Family<"VelaTableLpmBase", VelaSwitch::LpmKey
                                     {"one", 145, 1, 1},
                                     {"selector", 146, 4, shape.level.controlSelector},
                                     {"wholeAddress", 160, 32},
-                                    {"realLength0", 192, 6},
-                                    {"realLength1", 198, 6},
-                                    {"realLength2", 204, 6},
-                                    {"realLength3", 210, 6}});
+                                    {"realLength0", 192, realLengthBits},
+                                    {"realLength1", 192 + realLengthBits, realLengthBits},
+                                    {"realLength2", 192 + 2 * realLengthBits, realLengthBits},
+                                    {"realLength3", 192 + 3 * realLengthBits, realLengthBits}});
   }
 
   static constexpr std::array handPacked{"cells"};

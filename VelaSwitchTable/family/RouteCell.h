@@ -43,11 +43,21 @@ struct EntryCellResult {
 
   /// The cell in hardware's form. Hashed levels: 14 bits, the upper two saying by how much the
   /// route is shorter than `width`, the level's longest, or 3 for a cell without a next hop. The
-  /// first level (`direct`): 15 bits, of which the upper three are 0.
-  VELA_EXPORT U32 hwEncoding(bool direct, U8 width, VelaSwitch::ProfileHwApi hwApi) const;
+  /// first level (`direct`): 15 bits, of which the upper three are 0. It has been the same in every
+  /// hardware interface so far.
+  U32 hwEncoding(bool direct, U8 width, VelaSwitch::ProfileHwApi /*hwApi*/) const {
+    const U32 nexthop = nexthopIndexes().raw();
+    if (direct) return nexthop;
+    const U32 shorter = valid() ? static_cast<U32>(width - realPrefixLen()) : noNexthop;
+    return nexthop | (shorter & noNexthop) << nexthopBits;
+  }
   /// The inverse. What the encoding does not tell keeps its default.
   VELA_EXPORT static EntryCellResult fromHwEncoding(U32 encoding, bool direct, U8 width,
                                                     VelaSwitch::ProfileHwApi hwApi);
+
+ private:
+  static constexpr U8 nexthopBits = 2 * VelaSwitch::NexthopIndexes::fieldBits;
+  static constexpr U32 noNexthop = 3;  ///< In the upper two bits of a hashed level's cell.
 };
 
 /// A cell of a key: the value of the two address bits behind the key, the first of them the more

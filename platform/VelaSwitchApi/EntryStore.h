@@ -41,8 +41,10 @@ class EntryStore {
   virtual void handleEntry(const Key& key) = 0;
 
   /// Announces an entry. When an equal one is there nothing happens. Returns whether it changed.
-  bool entryIs(const Key& key, const Result& result) {
-    Record* record = recordOf(key);
+  bool entryIs(const Key& key, const Result& result) { return entryIs(key, result, entryTag(key)); }
+  /// The same when the key's hash is known.
+  bool entryIs(const Key& key, const Result& result, U32 tag) {
+    Record* record = recordOf(key, tag);
     if (record && isThere(*record, result)) return false;
     checkEntry(key, result);
     return announceOne(key, record ? *record : newRecordIs(key), result);
@@ -58,6 +60,16 @@ class EntryStore {
     if (entryDelIfThere(key, true)) return true;
     handleAbsent(key);
     return false;
+  }
+  /// The same of a key whose record is known to the caller, who holds on to it.
+  bool entryDel(Record& record) {
+    const bool there = record.has(KeyRecord::desired);
+    if (there) {
+      withdrawOne(record.key(), record, true);
+    } else {
+      handleAbsent(record.key());
+    }
+    return there;
   }
   /// Announces the entries in order, with the same end as entryIs() of one after the other;
   /// likewise withdraws them. Rows go to the bus in runs, as far as they do not depend on each
@@ -398,12 +410,14 @@ class EntryStore {
     if (!record || !record->has(KeyRecord::desired)) return false;
     // The caller may have handed over the very key that lies in the record, which goes with its
     // last flag.
-    const Key key = given;
-    const bool stays = record->has(KeyRecord::cached);
-    withdraw(*record);
-    if (handled && stays) handleRecord(key, *record);
-    handleChange(key, handled && !stays);
+    withdrawOne(Key(given), *record, handled);
     return true;
+  }
+  void withdrawOne(const Key& key, Record& record, bool handled) {
+    const bool stays = record.has(KeyRecord::cached);
+    withdraw(record);
+    if (handled && stays) handleRecord(key, record);
+    handleChange(key, handled && !stays);
   }
 
   Change announce(Record& record, const Result& result) {

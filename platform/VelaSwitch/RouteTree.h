@@ -7,7 +7,7 @@
 #include "Ipnet/IpPrefix.h"
 #include "VelaSwitch/NexthopIndexes.h"
 
-namespace VelaSwitchTable {
+namespace VelaSwitch {
 
 /// The routes that compete for the cells of one key of a level, as a binary tree: node 1 is a route
 /// of the key's own length, the halves of node n are nodes 2n and 2n + 1, and the 2^depth lowest
@@ -37,12 +37,12 @@ class RouteTree {
 
   bool has(U32 node) const { return present_[node]; }
   bool empty() const { return present_.none(); }
-  void is(U32 node, VelaSwitch::NexthopIndexes nexthop) {
+  void is(U32 node, NexthopIndexes nexthop) {
     present_[node] = true;
     nexthops_[node] = nexthop;
   }
   void del(U32 node) { present_[node] = false; }
-  const VelaSwitch::NexthopIndexes& nexthop(U32 node) const { return nexthops_[node]; }
+  const NexthopIndexes& nexthop(U32 node) const { return nexthops_[node]; }
 
   /// The longest route at the node or above it.
   U32 owner(U32 node) const {
@@ -66,10 +66,12 @@ class RouteTree {
       if (has(node)) visit(node);
     }
   }
+  /// The nodes that have routes, a bit for each.
+  U8 nodes() const requires(depth == 2) { return static_cast<U8>(present_.to_ulong()); }
 
  private:
   std::bitset<2 * cells> present_;
-  std::array<VelaSwitch::NexthopIndexes, 2 * cells> nexthops_;
+  std::array<NexthopIndexes, 2 * cells> nexthops_;
 };
 
-}  // namespace VelaSwitchTable
+}  // namespace VelaSwitch
