@@ -119,10 +119,19 @@ Orb::Ptr<VelaSwitchApi::PhysicalHashProperties> AclHashHelper::doGetPhysTablePro
   return Orb::make<AclPhysicalHashProperties>(tableIndex_);
 }
 
+bool AclHashHelper::isTable() const {
+  const U32 processors = swTable() ? profile().pipelines() : VelaSwitch::ProfileInfo::maxPipes;
+  return TableConstants::isAclHashTableId(tableIndex_, processors);
+}
+
+void AclHashHelper::doInit() {
+  packs_ = isTable();
+  HashFamilyHelper::doInit();
+}
+
 void AclHashHelper::setHwBuffer(const VelaSwitchApi::HashBaseCuckooEntry& entry,
                                 CuckooLocation location, U8* image) const {
-  const U32 processors = swTable() ? profile().pipelines() : VelaSwitch::ProfileInfo::maxPipes;
-  if (!TableConstants::isAclHashTableId(tableIndex_, processors)) {
+  if (!packs_ && !isTable()) [[unlikely]] {
     AclHashFamily::trace(0, "invalid ACL hashTableId ", tableIndex_);
     return;
   }

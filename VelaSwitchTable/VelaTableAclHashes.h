@@ -22,6 +22,7 @@ struct VELA_EXPORT AclHashFamily
   static U8 dataWords(const VelaSwitch::ProfileInfo& profile) {
     return otherFormat(profile) ? 5 : 4;
   }
+  static constexpr U32 sameBits = 128;
   static constexpr auto fields(const RowShape& shape) {
     const U32 control = shape.other ? 160 : 128;
     return std::to_array<RowField>({{"key", 0, 90},
@@ -81,12 +82,15 @@ class VELA_EXPORT AclHashHelper final : public HashFamilyHelper<AclHashFamily> {
         tableIndex_(static_cast<U8>(index)) {}
 
   Orb::Ptr<VelaSwitchApi::PhysicalHashProperties> doGetPhysTableProperties() const override;
-
+  void doInit() override;
   void setHwBuffer(const VelaSwitchApi::HashBaseCuckooEntry& entry, CuckooLocation location,
                    U8* image) const override;
 
  private:
+  bool isTable() const;
+
   U8 tableIndex_;
+  bool packs_ = false;  ///< It was found to be one of the family's.
 };
 
 VELA_CLASS(AclHashFamily, AclHashTableCuckooEntry, HashFamilyEntry);

@@ -1,5 +1,7 @@
 #include "VelaSwitchTable/VelaTableHashHelper.h"
 
+#include <cstring>
+
 #include "VelaSwitch/Parity.h"
 #include "VelaSwitchApi/RowCheck.h"
 
@@ -14,16 +16,13 @@ void VelaTableHashHelper::doInit() {
   null_ = makeNullEntry();
 }
 
-void VelaTableHashHelper::setStaticBuffer(CuckooLocation location, U8* image) const {
-  ORB_ASSERT_TEXT(swTable(), "swTable()");
-  RowWriter(layout_, image, traces_.handle, "setStaticBuffer").setPlace(location.row, location.way);
-}
-
 void VelaTableHashHelper::setEmptyImage(CuckooLocation location, U32* image) const {
   // A trace tells of each field.
-  if (!empty_ || traces_.handle.enabled(9)) return HashBaseHelper::setEmptyImage(location, image);
-  std::copy(empty_->begin(), empty_->end(), image);
-  VelaTableHashHelper::setStaticBuffer(location, reinterpret_cast<U8*>(image));
+  if (!empty_ || traces_.handle.enabled(9)) [[unlikely]]
+    return HashBaseHelper::setEmptyImage(location, image);
+  std::memcpy(image, empty_->data(), sizeof *empty_);
+  RowWriter(layout_, reinterpret_cast<U8*>(image), traces_.handle, "", false)
+      .setPlace(location.row, location.way);
 }
 
 void VelaTableHashHelper::compareEmptyRows(bool alike) {

@@ -24,13 +24,17 @@ class VELA_EXPORT VelaTableHashHelper : public VelaSwitchApi::HashBaseHelper {
   /// Builds the row layout and the entry that stands for an empty row.
   void doInit() override;
   /// Writes the fields `row` and `way`, and those that hold the same in every row.
-  [[gnu::flatten]] void setStaticBuffer(CuckooLocation location, U8* image) const override;
+  void setStaticBuffer(CuckooLocation location, U8* image) const final {
+    ORB_ASSERT_TEXT(swTable(), "swTable()");
+    RowWriter(layout_, image, traces_.handle, "setStaticBuffer")
+        .setPlace(location.row, location.way);
+  }
   Orb::Ptr<HashBaseCuckooEntry> nullHashEntry() const override { return null_; }
   void setEmptyImage(CuckooLocation location, U32* image) const override;
   Orb::Ptr<HashBaseCuckooEntry> decodeHwEntry(HwIndex index) const override;
   bool rowSound(const U32* image) const override;
 
-  const RowLayout& layout() const override { return layout_; }
+  const RowLayout& layout() const final { return layout_; }
   const VelaSwitch::ProfileInfo& profile() const { return swTable()->profile(); }
 
   /// Which instance of the family the rows belong to.

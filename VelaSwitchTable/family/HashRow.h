@@ -7,6 +7,24 @@
 /// How the entries of a hash family become rows, and rows entries.
 namespace VelaSwitchTable {
 
+namespace detail {
+
+/// The bits of the packed key that rows hold, where the compiler knows that; else 0.
+template <class F>
+consteval U8 knownStoredBits() {
+  const auto key = findField<F>("key");
+  const auto valid = findField<F>("valid");
+  if (!key || F::traits.rowImpliesKey) return 0;
+  const auto fields = VelaSwitchApi::detail::someFields<F>();
+  constexpr U32 same = VelaSwitchApi::detail::sameBits<F>();
+  const bool known = fields[*key].first < same && (!valid || fields[*valid].first < same);
+  if (!known) return 0;
+  return static_cast<U8>(valid ? std::min(fields[*key].width, fields[*valid].first)
+                               : fields[*key].width);
+}
+
+}  // namespace detail
+
 /// Packs and unpacks a family's rows.
 template <class F>
 class VELA_EXPORT HashFamilyHelperBase : public VelaTableHashHelper {
@@ -34,26 +52,11 @@ class VELA_EXPORT HashFamilyHelperBase : public VelaTableHashHelper {
   [[gnu::flatten]] void setHwBuffer(const HashBaseCuckooEntry& entry, CuckooLocation location,
                                     U8* image) const override {
     ORB_ASSERT_TEXT(swTable(), "swTable()");
-    const Entry& packed = static_cast<const Entry&>(entry);
-    RowWriterOf<F> row(layout(), image, "setHwBuffer");
-    if (packed.valid()) {
-      KeyBits bits = packed.packed();
-      bits.drop(implied());
-      row.setFirst(bits.words(), storedBits_);
-      if constexpr (detail::ListedKey<F>) {
-        forEachRowField(packed.key(), [&](std::size_t number, const auto& field) {
-          using Orb::hashWord;
-          row.set(number, hashWord(field()));
-        });
-      }
-      row.setNamed(packed.result());
-      if constexpr (validBit) row.template set<"valid">(1);
+    if (F::trace.enabled(9)) [[unlikely]] {
+      setTraced(entry, location, image);
+    } else {
+      setRow<false>(entry, location, image);
     }
-    if constexpr (requires { &F::packMore; }) {
-      F::packMore(self(), packed.key(), packed.result(), packed.valid(), location, row);
-    }
-    if constexpr (F::traits.parityWords != 0) row.setParity(F::traits.parityWords);
-    setStaticBuffer(location, image);
   }
 
  protected:
@@ -94,6 +97,41 @@ class VELA_EXPORT HashFamilyHelperBase : public VelaTableHashHelper {
   }
 
  private:
+  [[gnu::cold, gnu::noinline]] void setTraced(const HashBaseCuckooEntry& entry,
+                                              CuckooLocation location, U8* image) const {
+    setRow<true>(entry, location, image);
+  }
+  /// Whether fields are traced is known to the compiler: where they are not, nothing is kept for
+  /// it.
+  template <bool traced>
+  void setRow(const HashBaseCuckooEntry& entry, CuckooLocation location, U8* image) const {
+    const Entry& packed = static_cast<const Entry&>(entry);
+    RowWriterOf<F> row(layout(), image, "setHwBuffer", traced);
+    if (packed.valid()) {
+      KeyBits bits = packed.packed();
+      bits.drop(implied());
+      constexpr U8 known = detail::knownStoredBits<F>();
+      row.setFirst(bits.words(), known != 0 ? known : storedBits_);
+      if constexpr (detail::ListedKey<F>) {
+        forEachRowField(packed.key(), [&](std::size_t number, const auto& field) {
+          using Orb::hashWord;
+          row.set(number, hashWord(field()));
+        });
+      }
+      row.setNamed(packed.result());
+      if constexpr (validBit) row.template set<"valid">(1);
+    }
+    if constexpr (requires { &F::packMore; }) {
+      F::packMore(self(), packed.key(), packed.result(), packed.valid(), location, row);
+    }
+    if constexpr (F::traits.parityWords != 0) row.setParity(F::traits.parityWords);
+    if constexpr (traced) {
+      setStaticBuffer(location, image);
+    } else {
+      row.setPlace(location.row, location.way);
+    }
+  }
+
   /// Whether the row's valid bit says that there is an entry, rather than a field of the result.
   static constexpr bool validBit = findField<F>("valid") && !hasField<typename F::Result>("valid");
 

@@ -49,9 +49,9 @@ HashItem* Table::find(const HashItem& key) const {
   return nullptr;
 }
 
-void Table::take(U32 slot) {
-  if (openings_.made()) openings_.del(*this, slot);
-  slots_[slot] = nullptr;
+/// Whether the item in the row, which has the same rows, has the same hardware key.
+[[gnu::cold]] bool Table::sameKey(U32 slot, const HashItem& item) const {
+  return slots_[slot]->isEqual(item);
 }
 
 void Table::reachedFrom(U32 slot, U32 from) {
@@ -102,23 +102,6 @@ void Table::markClosed() {
   for (U32 i = 0; i < reachedCount_; ++i) nodes_[reached_[i]].closed = closings_;
 }
 
-std::optional<CuckooLocation> Table::freeRow(const HashItem& item) const {
-  if (item.hashedWays_ < ways_) hashAll(item);
-  std::optional<CuckooLocation> free;
-  const Rows rows = rowsOf(item);
-  for (U8 way = 0; way < ways_; ++way) {
-    const U32 slot = candidateSlot(rows, way);
-    const HashItem* there = slots_[slot].get();
-    if (!there) {
-      if (!free) free = CuckooLocation{way, rowOf(rows, way)};
-    } else if (rows_[slot] == rows && there->isEqual(item)) {
-      return std::nullopt;
-    }
-  }
-  if (!waiting_.empty() && (item.waits() || findWaiting(item))) return std::nullopt;
-  return free;
-}
-
 InsertResult Table::insert(HashItem& item, RowWriter& writer) {
   ORB_ASSERT(!item.placed());
   const U32 to = search(item, Search::pruned);
@@ -152,14 +135,8 @@ InsertResult Table::carryOut(HashItem& item, U32 to, RowWriter& writer) {
   return {Outcome::placed, moves};
 }
 
-void Table::remove(HashItem& item) {
-  ORB_ASSERT(item.placed() && slots_[item.slot_].get() == &item);
-  const Orb::Ptr<HashItem> keep(&item);
-  if (isClosed(item.slot_)) nextEpoch(closings_, nodes_, &Node::closed);
-  take(item.slot_);
-  item.slot_ = HashItem::unplaced;
-  --size_;
-}
+/// A row that was closed is freed.
+void Table::reopen() { nextEpoch(closings_, nodes_, &Node::closed); }
 
 void Table::waitIs(HashItem& item) {
   if (item.waits()) return;

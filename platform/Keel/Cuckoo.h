@@ -3,9 +3,11 @@
 #include <bit>
 #include <optional>
 #include <span>
+#include <utility>
 #include <vector>
 
 #include "Keel/WaitingItems.h"
+#include "Orb/Assert.h"
 
 /// A cuckoo hash table whose rows are the rows of a hardware table.
 ///
@@ -80,13 +82,40 @@ class VELA_EXPORT Table {
   /// The row that the item may take in the way.
   CuckooLocation candidate(const HashItem& item, U8 way) const { return {way, rowOf(item, way)}; }
 
-  /// The free row that insert() would place the item in without moving others. Nothing when there
-  /// is none, or an item of the same hardware key is there or waits, or this one does.
-  std::optional<CuckooLocation> freeRow(const HashItem& item) const;
+  /// Finds the free row that insert() would place the item in without moving others. False when
+  /// there is none, or an item of the same hardware key is there or waits, or this one does.
+  [[gnu::always_inline]] bool freeRow(const HashItem& item, CuckooLocation& free) const {
+    if (item.hashedWays_ < ways_) [[unlikely]]
+      hashAll(item);
+    const Rows rows = rowsOf(item);
+    bool found = false;
+    U32 first = 0;
+    for (U8 way = 0; way < ways_; ++way, first += rowsPerWay_) {
+      const U32 row = rowOf(rows, way);
+      if (!slots_[first + row]) {
+        if (!found) free = {way, row};
+        found = true;
+      } else if (rows_[first + row] == rows && sameKey(first + row, item)) [[unlikely]] {
+        return false;
+      }
+    }
+    if (!waiting_.empty() && (item.waits() || findWaiting(item))) [[unlikely]]
+      return false;
+    return found;
+  }
   /// Places an item of a hardware key that the table does not hold.
   InsertResult insert(HashItem& item, RowWriter& writer);
-  /// Takes a placed item out. Nothing is written; the row is free from now on.
-  void remove(HashItem& item);
+  /// Takes a placed item out, and hands out the handle of it. Nothing is written; the row is free
+  /// from now on.
+  Orb::Ptr<HashItem> remove(HashItem& item) {
+    ORB_ASSERT(item.placed() && slots_[item.slot_].get() == &item);
+    if (isClosed(item.slot_)) [[unlikely]]
+      reopen();
+    Orb::Ptr<HashItem> gone = take(item.slot_);
+    item.slot_ = HashItem::unplaced;
+    --size_;
+    return gone;
+  }
 
   /// An item that was refused waits from now on; one that waits already keeps its turn.
   void waitIs(HashItem& item);
@@ -154,7 +183,12 @@ class VELA_EXPORT Table {
     item.slot_ = slot;
     if (openings_.made()) openings_.add(*this, slot);
   }
-  void take(U32 slot);
+  Orb::Ptr<HashItem> take(U32 slot) {
+    if (openings_.made()) openings_.del(*this, slot);
+    return std::move(slots_[slot]);
+  }
+  bool sameKey(U32 slot, const HashItem& item) const;
+  void reopen();
   void markClosed();
   InsertResult carryOut(HashItem& item, U32 to, RowWriter& writer);
   struct Nearest {

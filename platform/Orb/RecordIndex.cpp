@@ -1,23 +1,14 @@
 #include "Orb/RecordIndex.h"
 
-#include "Orb/Assert.h"
 #include "Orb/OpenAddressing.h"
 
 namespace Orb {
 
-void RecordIndex::add(U32 tag, void* record) {
-  if ((size_ + 1) * std::size_t{4} > slots_.size() * 3) {
-    rehash(slots_.empty() ? 8 : slots_.size() * 2);
-  }
-  put(tag, record);
-  ++size_;
-}
+void RecordIndex::grow() { rehash(slots_.empty() ? 8 : slots_.size() * 2); }
 
-void RecordIndex::remove(U32 tag, const void* record) {
-  ORB_ASSERT(size_ != 0);
-  emptySlot(slots_, position(tag, record),
-            [this](const Slot& slot) { return tagOf_(slot.record()); });
-  --size_;
+/// What is behind the hole may take its place.
+void RecordIndex::moveUp(U32 hole) {
+  emptySlot(slots_, hole, [this](const Slot& slot) { return tagOf_(slot.record()); });
 }
 
 void RecordIndex::replace(U32 tag, const void* record, void* next) {
@@ -30,24 +21,11 @@ void RecordIndex::reserve(U32 count) {
   if (slots > slots_.size()) rehash(slots);
 }
 
-U32 RecordIndex::position(U32 tag, const void* record) const {
-  U32 at = tag & mask();
-  while (slots_[at].record() != record) {
-    ORB_ASSERT(slots_[at].taken());
-    at = (at + 1) & mask();
-  }
-  return at;
-}
-
-void RecordIndex::put(U32 tag, void* record) {
-  U32 at = tag & mask();
-  while (slots_[at].taken()) at = (at + 1) & mask();
-  slots_[at] = Slot(tag, record);
-}
-
 void RecordIndex::rehash(std::size_t slots) {
   std::vector<Slot> old(slots);
   old.swap(slots_);
+  mask_ = static_cast<U32>(slots) - 1;
+  most_ = static_cast<U32>(slots / 4 * 3);
   for (const Slot& slot : old) {
     if (slot.taken()) put(tagOf_(slot.record()), slot.record());
   }

@@ -22,19 +22,33 @@ class VELA_EXPORT RecordIndex {
   template <class IsIt>
   void* find(U32 tag, const IsIt& isIt) const {
     if (size_ == 0) return nullptr;
-    for (U32 at = tag & mask(); slots_[at].taken(); at = (at + 1) & mask()) {
+    for (U32 at = tag & mask_; slots_[at].taken(); at = (at + 1) & mask_) {
       if (slots_[at].mayBeOf(tag) && isIt(slots_[at].record())) return slots_[at].record();
     }
     return nullptr;
   }
   /// A record of the tag is needed soon.
   void soon(U32 tag) const {
-    if (size_ != 0) __builtin_prefetch(&slots_[tag & mask()]);
+    if (size_ != 0) __builtin_prefetch(&slots_[tag & mask_]);
   }
   /// Adds a record whose key is not there.
-  void add(U32 tag, void* record);
+  void add(U32 tag, void* record) {
+    if (size_ == most_) [[unlikely]]
+      grow();
+    put(tag, record);
+    ++size_;
+  }
   /// Removes a record that is there, or puts another of the same key in its place.
-  void remove(U32 tag, const void* record);
+  void remove(U32 tag, const void* record) {
+    ORB_ASSERT(size_ != 0);
+    const U32 hole = position(tag, record);
+    if (slots_[(hole + 1) & mask_].taken()) {
+      moveUp(hole);
+    } else {
+      slots_[hole] = Slot();
+    }
+    --size_;
+  }
   void replace(U32 tag, const void* record, void* next);  ///< See remove().
 
   /// Makes room for `count` records, so that adding them allocates nothing.
@@ -66,13 +80,27 @@ class VELA_EXPORT RecordIndex {
   };
   static_assert(sizeof(void*) == sizeof(U64));
 
-  U32 mask() const { return static_cast<U32>(slots_.size()) - 1; }
-  U32 position(U32 tag, const void* record) const;
-  void put(U32 tag, void* record);
+  U32 position(U32 tag, const void* record) const {
+    U32 at = tag & mask_;
+    while (slots_[at].record() != record) {
+      ORB_ASSERT(slots_[at].taken());
+      at = (at + 1) & mask_;
+    }
+    return at;
+  }
+  void put(U32 tag, void* record) {
+    U32 at = tag & mask_;
+    while (slots_[at].taken()) at = (at + 1) & mask_;
+    slots_[at] = Slot(tag, record);
+  }
+  void moveUp(U32 hole);
+  void grow();
   void rehash(std::size_t slots);
 
   TagOf tagOf_;
   std::vector<Slot> slots_;  ///< A power of two of them, at most three quarters taken.
+  U32 mask_ = 0;             ///< One less than there are.
+  U32 most_ = 0;             ///< Records that there is room for.
   U32 size_ = 0;
 };
 

@@ -204,21 +204,25 @@ class EntryStore {
       if (!record || !isThere(*record, result)) {
         store_.checkEntry(key, result);
         if (!record) record = &store_.newRecordIs(key);
+        const U32 gone = store_.records_.gone_;
         change = store_.announce(*record, result);
         if (change.changed) store_.handleRecord(key, *record);
         store_.tell(key, change);
         // It may have gone, or another may have come.
-        record = store_.recordOf(key, tag);
+        if (store_.records_.gone_ != gone) record = store_.recordOf(key, tag);
       }
       done(number, change, record);
       return change.changed;
     }
     bool entryDelAtOnce(std::size_t number, const Key& key, U32 tag) {
-      const Record* record = store_.find(key, tag);
-      const bool known =
-          record && record->has(KeyRecord::desired) && !record->has(KeyRecord::unclaimed);
-      const bool changed = store_.entryDelIfThere(key, true);
-      if (!changed) store_.handleAbsent(key);
+      Record* record = store_.recordOf(key, tag);
+      const bool changed = record && record->has(KeyRecord::desired);
+      const bool known = changed && !record->has(KeyRecord::unclaimed);
+      if (changed) {
+        store_.withdrawOne(key, *record, true);
+      } else {
+        store_.handleAbsent(key);
+      }
       done(number, {known, changed, false}, store_.find(key, tag));
       return changed;
     }
@@ -357,9 +361,12 @@ class EntryStore {
     return record ? *record : newRecordIs(key);
   }
   Record& newRecordIs(const Key& key) {
-    const NewRecord record = newRecord(key);
-    records_.add(*record);
-    return *record;
+    NewRecord record = newRecord(key);
+    Record& added = *record;
+    records_.addTaken(added);
+    // Its handle is the table's.
+    if constexpr (counted) record.release();
+    return added;
   }
   /// Takes over what hardware holds.
   void entryIsFromHw(const Key& key, const Result& result) {

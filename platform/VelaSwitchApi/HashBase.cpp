@@ -223,10 +223,4 @@ void PhysicalHashTableConvertor::takePlacement() {
   if (physical_->firstTable() == swTable()) physical_->takePlacement();
 }
 
-bool PhysicalHashTableConvertor::handleHashEntry(HashBaseCuckooEntry& entry) {
-  if (!entry.valid()) return physical_->remove(entry);
-  physical_->place(entry);
-  return true;
-}
-
 }  // namespace VelaSwitchApi

@@ -124,7 +124,11 @@ class VELA_EXPORT PhysicalHashTableConvertor : public SwTableProfileConvertor {
 
   /// Places the entry (valid) or removes it (not valid), and writes the rows that change. How a
   /// placement went is the entry's programmedStatus(); false is an internal error.
-  bool handleHashEntry(HashBaseCuckooEntry& entry);
+  bool handleHashEntry(HashBaseCuckooEntry& entry) {
+    if (!entry.valid()) return physical_->remove(entry);
+    physical_->place(entry);
+    return true;
+  }
   /// Before an entry is handled. The counters ask the placement, so there is nothing to keep.
   void updateHashEntryCounter(const HashBaseCuckooEntry& /*entry*/, bool /*removed*/) {}
 

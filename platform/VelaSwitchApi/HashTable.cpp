@@ -191,15 +191,57 @@ void HashTable::handleAbsentItem(HashBaseCuckooEntry& item) {
   flagIs(recordFor(item), KeyRecord::cached, true);
 }
 
+/// Records what came of programming an item.
+[[gnu::always_inline]] inline void HashTable::programmed(HashBaseCuckooEntry& item) {
+  // Whoever heard of other entries' statuses meanwhile may have withdrawn this one.
+  HashBaseCuckooEntry* known = current(item);
+  if (!known) return;
+  if (known->has(KeyRecord::marked)) {
+    // As its status was told until now.
+    known->recordedStatus_ = EntryProgrammedStatus::hardwareError;
+    flagIs(*known, KeyRecord::marked, false);
+  }
+  const EntryProgrammedStatus status = item.programmedStatus();
+  if (statusSupported()) statusIs(*known, status, item.lastHit());
+  if (status != EntryProgrammedStatus::programmed) [[unlikely]] {
+    options_.trace(2, "Not programmed, ", status, ": ", KeyText{item});
+  }
+}
+
+/// Records that an item was removed, whose handle the caller has.
+[[gnu::always_inline]] inline void HashTable::removed(HashBaseCuckooEntry& item) {
+  // Or announced it again.
+  HashBaseCuckooEntry* known = record(item);
+  if (known && known->has(KeyRecord::desired)) return;
+  if (known) flagIs(*known, KeyRecord::cached, false);
+  // A row that could not be cleared still answers lookups: the status says so until it is.
+  // Asked of the rows, not of the item: clearing others may have cleared it meanwhile.
+  if (profileConvertor().physicalTable().mayLinger(item)) [[unlikely]] {
+    // Those rows keep the item: should the key come back, it does so as another one.
+    if (item.known()) adopt(*freshItem(item));
+    recordStatus(item);
+  } else if (item.known()) [[likely]] {
+    statusForget(item);
+  } else if (known = record(item); known) {
+    statusDel(*known);
+  }
+  if (count(KeyRecord::marked) != 0) hwInconsistentEntryDelFromHashItem(item);
+}
+
 void HashTable::programRecord(HashBaseCuckooEntry& record) {
   // Held on to: the item may be dropped on the way.
-  const Orb::Ptr<HashBaseCuckooEntry> item = &itemIs(record);
-  updateHashItem(*item);
-  profileConvertor().updateHashEntryCounter(*item, false);
-  if (item->valid()) {
-    program(*item);
+  const Orb::Ptr<HashBaseCuckooEntry> held = &itemIs(record);
+  HashBaseCuckooEntry& item = *held;
+  updateHashItem(item);
+  profileConvertor().updateHashEntryCounter(item, false);
+  const bool valid = item.valid();
+  traceItem(valid ? "Programming Entry " : "Removing Entry ", item);
+  const bool success = profileConvertor().handleHashEntry(item);
+  ORB_ASSERT(success);
+  if (valid) {
+    programmed(item);
   } else {
-    remove(*item);
+    removed(item);
   }
 }
 
@@ -249,66 +291,9 @@ EntryProgrammedStatus HashTable::statusOf(const KeyRecord* record) const {
   return static_cast<const HashBaseCuckooEntry*>(record)->recordedStatus();
 }
 
-void HashTable::program(HashBaseCuckooEntry& item) {
-  traceItem("Programming Entry ", item);
-  profileConvertor().handleHashEntry(item);
-  programmed(item);
-}
-
-/// Records what came of programming an item.
-void HashTable::programmed(HashBaseCuckooEntry& item) {
-  // Whoever heard of other entries' statuses meanwhile may have withdrawn this one.
-  HashBaseCuckooEntry* known = current(item);
-  if (!known) return;
-  if (known->has(KeyRecord::marked)) {
-    // As its status was told until now.
-    known->recordedStatus_ = EntryProgrammedStatus::hardwareError;
-    flagIs(*known, KeyRecord::marked, false);
-  }
-  const EntryProgrammedStatus status = item.programmedStatus();
-  if (statusSupported()) statusIs(*known, status, item.lastHit());
-  if (status != EntryProgrammedStatus::programmed) {
-    options_.trace(2, "Not programmed, ", status, ": ", KeyText{item});
-  }
-}
-
-void HashTable::remove(HashBaseCuckooEntry& item) {
-  traceItem("Removing Entry ", item);
-  const bool success = profileConvertor().handleHashEntry(item);
-  ORB_ASSERT(success);
-  removed(item);
-}
-
-void HashTable::removed(HashBaseCuckooEntry& item) {
-  // Or announced it again.
-  HashBaseCuckooEntry* known = record(item);
-  if (known && known->has(KeyRecord::desired)) return;
-  if (known) flagIs(*known, KeyRecord::cached, false);
-  // A row that could not be cleared still answers lookups: the status says so until it is.
-  // Asked of the rows, not of the item: clearing others may have cleared it meanwhile.
-  if (profileConvertor().physicalTable().mayLinger(item)) {
-    // Those rows keep the item: should the key come back, it does so as another one.
-    if (item.known()) adopt(*freshItem(item));
-    recordStatus(item);
-  } else if (known = record(item); known) {
-    statusDel(*known);
-  }
-  if (count(KeyRecord::marked) != 0) hwInconsistentEntryDelFromHashItem(item);
-}
-
 void HashTable::recordStatus(HashBaseCuckooEntry& item) {
   if (!statusSupported()) return;
   statusIs(recordFor(item), item.programmedStatus(), item.lastHit());
-}
-
-void HashTable::statusIs(HashBaseCuckooEntry& record, EntryProgrammedStatus status,
-                         Orb::Seconds lastHit) {
-  const bool changed = !record.has(KeyRecord::stated) || record.recordedStatus_ != status ||
-                       record.recordedHit_ != lastHit;
-  record.recordedStatus_ = status;
-  record.recordedHit_ = lastHit;
-  flagIs(record, KeyRecord::stated, true);
-  if (changed) statusChanged(record);
 }
 
 /// Marks a key or takes its mark; tells of its status when that is another one then.
@@ -322,12 +307,10 @@ void HashTable::markIs(HashBaseCuckooEntry& record, bool marked) {
 void HashTable::statusDel(HashBaseCuckooEntry& record) {
   if (!record.has(KeyRecord::stated)) return;
   const Orb::Ptr<HashBaseCuckooEntry> held = &record;
-  flagIs(record, KeyRecord::stated, false);
-  statusChanged(record);
+  statusForget(record);
 }
 
-void HashTable::traceItem(const char* what, const HashBaseCuckooEntry& item) const {
-  if (!options_.trace.enabled(1)) return;
+[[gnu::cold]] void HashTable::emitItem(const char* what, const HashBaseCuckooEntry& item) const {
   if (options_.tracesItems) {
     options_.trace(1, what, item.toStrep());
   } else {

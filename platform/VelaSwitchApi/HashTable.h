@@ -15,8 +15,8 @@ class VELA_EXPORT HashTable : public HashBaseTable {
   bool entryEqualByHashItem(const HashItem& item) const override;
   void lastHitByHashItemIs(HashItem& hashItem, Orb::Seconds time) override;
   Orb::Ptr<HashBaseCuckooEntry> cachedCuckooEntry(const HashItem& item) const override;
-  void updateHashItem(HashItem& hashItem) const override;
-  bool hwInconsistentEntryFromHashItem(const HashItem& item) const override;
+  void updateHashItem(HashItem& hashItem) const final;
+  bool hwInconsistentEntryFromHashItem(const HashItem& item) const final;
   void hwInconsistentEntryDelFromHashItem(const HashItem& item) override;
   void hashItemDelFromHashItem(const HashItem& item) override;
   void hwInconsistentEntryIsFromHashItem(const HashItem& item) override;
@@ -67,7 +67,14 @@ class VELA_EXPORT HashTable : public HashBaseTable {
   virtual void statusChanged(const HashBaseCuckooEntry& record) = 0;
 
   /// Records a status; tells of it when it is another one.
-  void statusIs(HashBaseCuckooEntry& record, EntryProgrammedStatus status, Orb::Seconds lastHit);
+  void statusIs(HashBaseCuckooEntry& record, EntryProgrammedStatus status, Orb::Seconds lastHit) {
+    const bool changed = !record.has(KeyRecord::stated) || record.recordedStatus_ != status ||
+                         record.recordedHit_ != lastHit;
+    record.recordedStatus_ = status;
+    record.recordedHit_ = lastHit;
+    flagIs(record, KeyRecord::stated, true);
+    if (changed) statusChanged(record);
+  }
   void statusDel(HashBaseCuckooEntry& record);
 
   void handleInitialized() override;
@@ -90,14 +97,22 @@ class VELA_EXPORT HashTable : public HashBaseTable {
   }
   bool isCurrent(const HashBaseCuckooEntry& item) const { return current(item) != nullptr; }
   void recordStatus(HashBaseCuckooEntry& item);
+  /// Of a record whose handle the caller has.
+  void statusForget(HashBaseCuckooEntry& record) {
+    if (!record.has(KeyRecord::stated)) return;
+    flagIs(record, KeyRecord::stated, false);
+    statusChanged(record);
+  }
   void markIs(HashBaseCuckooEntry& record, bool marked);
   void adopt(HashBaseCuckooEntry& item);
   HashBaseCuckooEntry& recordFor(const HashBaseCuckooEntry& item);
-  void program(HashBaseCuckooEntry& item);
   void programmed(HashBaseCuckooEntry& item);
-  void remove(HashBaseCuckooEntry& item);
   void removed(HashBaseCuckooEntry& item);
-  void traceItem(const char* what, const HashBaseCuckooEntry& item) const;
+  void traceItem(const char* what, const HashBaseCuckooEntry& item) const {
+    if (options_.trace.enabled(1)) [[unlikely]]
+      emitItem(what, item);
+  }
+  void emitItem(const char* what, const HashBaseCuckooEntry& item) const;
 
   Options options_;
   bool lastFailed_ = false;  ///< Of a batch, the entry that was settled last.

@@ -11,7 +11,8 @@ namespace VelaSwitchApi {
 void HitTracker::hitTableIs(HwTableId id, Orb::Ptr<HitBitTableConfig> table, U32 rows) {
   std::erase_if(tables_, [&](const Table& each) { return each.id == id; });
   const RowSet none{std::vector<U64>((rows + 63) / 64)};
-  tables_.push_back({id, std::move(table), rows, none, none, {}});
+  const bool readable = table->readable();
+  tables_.push_back({id, std::move(table), readable, rows, none, none, {}});
 }
 
 Orb::Ptr<HitBitTableConfig> HitTracker::hitTable(HwTableId id) const {

@@ -33,6 +33,29 @@ class VELA_EXPORT HitTracker {
     ~Rows() = default;
   };
 
+  /// A set of rows.
+  struct RowSet {
+    std::vector<U64> words;
+
+    bool has(HwIndex row) const { return (words[row / 64] >> row % 64 & 1) != 0; }
+    void is(HwIndex row, bool in) {
+      U64& word = words[row / 64];
+      word = (word & ~(U64{1} << row % 64)) | U64{in} << row % 64;
+    }
+  };
+  /// What is known of the bits of a pipeline's rows. That of a row in neither set may be set, and
+  /// means a hit of what lies in it.
+  struct Table {
+    HwTableId id;
+    Orb::Ptr<HitBitTableConfig> bits;
+    bool readable;  ///< Whether there are any to be read.
+    U32 rows;
+    RowSet empty;  ///< Rows that are empty, whose bits may be left from before.
+    RowSet clear;  ///< Those that are empty and whose bits were read since.
+    /// Entries that left a row whose bit could not be read.
+    std::map<HwIndex, Entries> formers;
+  };
+
   /// `rows` must outlive the tracker.
   explicit HitTracker(const Rows& rows) : rows_(rows) {}
 
@@ -41,19 +64,27 @@ class VELA_EXPORT HitTracker {
   /// The hit bits of the pipeline's rows, or null.
   Orb::Ptr<HitBitTableConfig> hitTable(HwTableId id) const;
 
-  /// A row is about to be written, to be `empty` or not: keeps the hits that would be lost or
+  /// Those of the pipeline, or null when there are none to be read.
+  Table* tracked(HwTableId id) {
+    for (Table& table : tables_) {
+      if (table.id == id) return table.readable ? &table : nullptr;
+    }
+    return nullptr;
+  }
+  /// A row of the pipeline, which is tracked(), or null, is about to be written, to be `empty` or
+  /// not: keeps the hits that would be lost or
   /// misread. A row that becomes empty and held nobody any more has none; its bit is read when it
   /// is next filled.
-  void rowChanges(HwTableId id, HwIndex index, bool empty) {
-    Table* table = tracked(id);
+  void rowChanges(Table* table, HwIndex index, bool empty) {
     if (table && !table->clear.has(index)) keepHits(*table, index, empty);
   }
   /// A row was written: it is empty now, so that no lookup hits it, or it is not.
-  void rowChanged(HwTableId id, HwIndex index, bool empty) {
-    Table* table = tracked(id);
-    if (!table) return;
-    table->clear.is(index, false);
-    table->empty.is(index, empty);
+  static void rowChanged(Table* table, HwIndex index, bool empty) {
+    // So that what is worked out of the index is not where there are no bits.
+    if (table) [[unlikely]] {
+      table->clear.is(index, false);
+      table->empty.is(index, empty);
+    }
   }
   /// An entry was removed: its hits are nobody's.
   void entryDel(HashBaseCuckooEntry& entry) {
@@ -71,34 +102,6 @@ class VELA_EXPORT HitTracker {
   bool poll(HwTableId id, Entries& hit);
 
  private:
-  /// A set of rows.
-  struct RowSet {
-    std::vector<U64> words;
-
-    bool has(HwIndex row) const { return (words[row / 64] >> row % 64 & 1) != 0; }
-    void is(HwIndex row, bool in) {
-      U64& word = words[row / 64];
-      word = (word & ~(U64{1} << row % 64)) | U64{in} << row % 64;
-    }
-  };
-  /// The bit of a row that is in neither set may be set, and means a hit of what lies in it.
-  struct Table {
-    HwTableId id;
-    Orb::Ptr<HitBitTableConfig> bits;
-    U32 rows;
-    RowSet empty;  ///< Rows that are empty, whose bits may be left from before.
-    RowSet clear;  ///< Those that are empty and whose bits were read since.
-    /// Entries that left a row whose bit could not be read.
-    std::map<HwIndex, Entries> formers;
-  };
-
-  /// The pipeline's, if it has bits to read; there are few.
-  Table* tracked(HwTableId id) {
-    for (Table& table : tables_) {
-      if (table.id == id) return table.bits->readable() ? &table : nullptr;
-    }
-    return nullptr;
-  }
   void keepHits(Table& table, HwIndex index, bool empty);
   void forgetHits(HashBaseCuckooEntry& entry);
   bool readBlock(Table& table, HwIndex index, Entries& hit);

@@ -59,22 +59,28 @@ Orb::Ptr<HitBitTableDescriptor> HwTableDescriptorConfig::hitBitTableDescIs(
 }
 
 HwTableConfig::HwTableConfig(Orb::PtrConst<HwTableDescriptor> descriptor, RegisterBus& bus)
-    : descriptor_(std::move(descriptor)), bus_(bus), rowWords_(descriptor_->rowWords) {
+    : descriptor_(std::move(descriptor)),
+      bus_(bus),
+      first_(descriptor_->first),
+      rows_(descriptor_->last - descriptor_->first + 1),
+      rowWords_(descriptor_->rowWords) {
   busTable_ = bus.tableIs(descriptor_->identity, descriptor_->last);
   descriptor_->mapping->forEachRun(descriptor_->first, descriptor_->last,
                                    [&](HwIndex first, HwIndex, const HwAddressColl& addresses) {
-                                     Run run{first, {}, {}};
+                                     Run run{.first = first};
                                      for (const auto& [word, path] : addresses.addresses()) {
-                                       ORB_ASSERT(word < descriptor_->rowWords);
+                                       ORB_ASSERT(word < rowWords_);
+                                       const std::size_t number = run.mapped.size();
                                        run.mapped.push_back({word, bus.registerIs(path)});
-                                       run.values.push_back({run.mapped.back().reg, 0});
+                                       run.values[number].reg = run.mapped.back().reg;
+                                       run.inOrder = run.inOrder && word == number;
                                        run.compared[word] = ~U32{0};
                                      }
                                      runs_.push_back(std::move(run));
                                    });
-  const std::size_t rows = descriptor_->last - descriptor_->first + 1;
-  images_.resize(rows * descriptor_->rowWords + maxRowWords);
-  states_.resize(rows);
+  if (runs_.size() == 1) onlyRun_ = &runs_.front();
+  images_.resize(std::size_t{rows_} * rowWords_ + maxRowWords);
+  states_.resize(rows_);
 }
 
 const HwTableConfig::Run& HwTableConfig::runOfMany(HwIndex index) const {

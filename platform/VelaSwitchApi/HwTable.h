@@ -5,6 +5,7 @@
 #include <functional>
 #include <map>
 #include <optional>
+#include <span>
 #include <string>
 #include <utility>
 #include <vector>
@@ -229,8 +230,8 @@ class VELA_EXPORT HwTableConfig : public Orb::PtrInterface {
   /// written. With a run it is written later, with that: true says nothing of it yet, and what
   /// hardware holds there counts as unknown until then.
   template <class Before>
-  bool entryIs(HwIndex index, const U32* image, const Before& before,
-               const RowRun::Later& later = {}) {
+  [[gnu::always_inline]] bool entryIs(HwIndex index, const U32* image, const Before& before,
+                                      const RowRun::Later& later = {}) {
     Run& run = this->run(index);
     const U32 at = position(index);
     U32* held = &images_[std::size_t{at} * rowWords_];
@@ -238,7 +239,7 @@ class VELA_EXPORT HwTableConfig : public Orb::PtrInterface {
     takeOver(held, image);
     if (!differs || run.mapped.empty()) return true;
     before();
-    if (!later.run) return write(run, index, at, held);
+    if (!later.run) return write(run, index, at, image);
     auto* value = later.run->add(*later.owner, *this, index, run.mapped.size());
     for (const Mapped& m : run.mapped) *value++ = {m.reg, held[m.word]};
     states_[at].row = Row::lost;
@@ -275,9 +276,9 @@ class VELA_EXPORT HwTableConfig : public Orb::PtrInterface {
 
   /// The row is written soon.
   void soon(HwIndex index) const {
-    const U32 at = position(index);
-    __builtin_prefetch(&images_[std::size_t{at} * rowWords_], 1);
-    __builtin_prefetch(&states_[at], 1);
+    const U32 at = index - first_;
+    __builtin_prefetch(images_.data() + std::size_t{at} * rowWords_, 1);
+    __builtin_prefetch(states_.data() + at, 1);
   }
 
   /// Whether the words with a register are the same, static bits aside.
@@ -299,29 +300,33 @@ class VELA_EXPORT HwTableConfig : public Orb::PtrInterface {
   /// In the order in which they are written.
   const std::vector<Mapped>& mapped(HwIndex index) const { return run(index).mapped; }
   /// Their registers, with values of no meaning.
-  const std::vector<RegisterBus::RegisterValue>& registers(HwIndex index) {
-    return run(index).values;
+  std::span<const RegisterBus::RegisterValue> registers(HwIndex index) const {
+    return run(index).registers();
   }
 
  private:
   U32 position(HwIndex index) const {
-    ORB_ASSERT(index >= descriptor_->first && index <= descriptor_->last);
-    return index - descriptor_->first;
+    ORB_ASSERT(index - first_ < rows_);
+    return index - first_;
   }
   std::size_t imageAt(HwIndex index) const { return std::size_t{position(index)} * rowWords_; }
 
   struct Run {
     HwIndex first;
     std::vector<Mapped> mapped;
-    /// The registers, with room for what is written to them.
-    std::vector<RegisterBus::RegisterValue> values;
+    /// Whether they are the image's first words, one after the other.
+    bool inOrder = true;
+    /// Their registers, with room for what is written to them.
+    std::array<RegisterBus::RegisterValue, maxRowWords> values{};
     /// The bits of each word that are compared.
     StaticWords compared{};
+
+    std::span<const RegisterBus::RegisterValue> registers() const {
+      return {values.data(), mapped.size()};
+    }
   };
   Run& run(HwIndex index) { return const_cast<Run&>(std::as_const(*this).run(index)); }
-  const Run& run(HwIndex index) const {
-    return runs_.size() == 1 ? runs_.front() : runOfMany(index);
-  }
+  const Run& run(HwIndex index) const { return onlyRun_ ? *onlyRun_ : runOfMany(index); }
   const Run& runOfMany(HwIndex index) const;
 
   static bool same(const Run& run, const U32* a, const U32* b) {
@@ -349,9 +354,14 @@ class VELA_EXPORT HwTableConfig : public Orb::PtrInterface {
     std::memcpy(held + rowWords_ - half, words + rowWords_ - half, half * sizeof(U32));
   }
   bool write(Run& run, HwIndex index, U32 at, const U32* words) {
-    auto* value = run.values.data();
-    for (const Mapped& m : run.mapped) (value++)->value = words[m.word];
-    const bool good = bus_.rowIs(busTable_, index, run.values);
+    if (run.inOrder) [[likely]] {
+      // All of them, whose number is known: those behind the row's are not handed on.
+      for (U8 word = 0; word < maxRowWords; ++word) run.values[word].value = words[word];
+    } else {
+      auto* value = run.values.data();
+      for (const Mapped& m : run.mapped) (value++)->value = words[m.word];
+    }
+    const bool good = bus_.rowIs(busTable_, index, run.registers());
     entryWrittenAt(at, good);
     return good;
   }
@@ -375,9 +385,12 @@ class VELA_EXPORT HwTableConfig : public Orb::PtrInterface {
   Orb::PtrConst<HwTableDescriptor> descriptor_;
   RegisterBus& bus_;
   RegisterBus::TableHandle busTable_;
-  std::vector<Run> runs_;  ///< By first row, ascending.
+  std::vector<Run> runs_;   ///< By first row, ascending.
+  Run* onlyRun_ = nullptr;  ///< Where all rows have the same registers.
   StaticWords staticWords_{};
-  U8 rowWords_;  ///< The descriptor's.
+  HwIndex first_;  ///< The descriptor's, like the others.
+  U32 rows_;
+  U8 rowWords_;
   std::vector<U32> images_;
   std::vector<State> states_;
 };

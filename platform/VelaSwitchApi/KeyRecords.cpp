@@ -39,10 +39,11 @@ std::vector<const KeyRecord*> KeyRecords::records(Flag flag) const {
   return records;
 }
 
-bool KeyRecords::update(KeyRecord& other) const {
+/// For one that is not itself the record of an entry.
+bool KeyRecords::updateFromRecord(KeyRecord& other) const {
   const KeyRecord* record = recordOf(other);
   const bool desired = record && record->has(KeyRecord::desired);
-  if (!desired || record != &other) other.resultIsOf(desired ? record : nullptr);
+  other.resultIsOf(desired ? record : nullptr);
   return desired;
 }
 
@@ -57,11 +58,13 @@ void KeyRecords::replace(KeyRecord& record, KeyRecord& next) {
   if (record.has(KeyRecord::staged)) --counts_[KeyRecord::staged];
   next.flags_ = static_cast<U8>(std::exchange(record.flags_, U8{0}) & ~(1 << KeyRecord::staged));
   index_.replace(record.keyTag(), &record, &next);
+  ++gone_;
   record.given();
 }
 
 void KeyRecords::drop(KeyRecord& record) {
   index_.remove(record.keyTag(), &record);
+  ++gone_;
   record.given();
 }
 

@@ -188,22 +188,27 @@ class VELA_EXPORT KeyRecords {
   }
   /// Gives a record the result of its key's entry, or the default when there is none, and says
   /// whether there is.
-  bool update(KeyRecord& other) const;
+  bool update(KeyRecord& other) const {
+    return other.has(KeyRecord::desired) || updateFromRecord(other);
+  }
 
   /// Adds a record of a new key; to be given a flag at once.
   void add(KeyRecord& record) {
     record.taken();
-    index_.add(record.keyTag(), &record);
+    addTaken(record);
   }
+  /// The same of one that is the table's already.
+  void addTaken(KeyRecord& record) { index_.add(record.keyTag(), &record); }
   /// Puts another record of the same key, without flags, in a record's place.
   void replace(KeyRecord& record, KeyRecord& next);
   /// A record that loses its last flag is given back.
   void flagIs(KeyRecord& record, Flag flag, bool set) {
     if (record.has(flag) == set) return;
-    record.flags_ = static_cast<U8>(record.flags_ ^ 1 << flag);
+    const U8 others = static_cast<U8>(record.flags_ & ~(1 << flag));
+    record.flags_ = static_cast<U8>(others | U8{set} << flag);
     counts_[flag] += set ? 1 : ~U32{0};
     if (flag == KeyRecord::desired && set) peak_ = std::max(peak_, count(flag));
-    if (record.flags_ == 0) drop(record);
+    if (!set && others == 0) drop(record);
   }
   /// Clears the flag of all records.
   void flagDelAll(Flag flag);
@@ -222,6 +227,7 @@ class VELA_EXPORT KeyRecords {
   virtual void settle(KeyRecord& record) = 0;
 
  private:
+  bool updateFromRecord(KeyRecord& other) const;
   void drop(KeyRecord& record);
 
   /// Who knows their keys and results.
@@ -233,6 +239,8 @@ class VELA_EXPORT KeyRecords {
   Orb::Slab slab_;
   std::array<U32, KeyRecord::flags> counts_{};
   U32 peak_ = 0;
+  U32 gone_ =
+      0;  ///< Records that were given back: while it is the same, those that are known stay.
 };
 
 }  // namespace VelaSwitchApi

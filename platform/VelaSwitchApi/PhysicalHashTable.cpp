@@ -104,7 +104,7 @@ U32 PhysicalHashTable::waiting(const HashBaseTable* table) const {
 }
 
 /// An entry came into a row or went out of one.
-void PhysicalHashTable::counted(const HashBaseCuckooEntry& entry, int change) {
+inline void PhysicalHashTable::counted(const HashBaseCuckooEntry& entry, int change) {
   HashBaseTable& table = entry.table();
   table.placed_ += static_cast<U32>(change);
   table.placedPeak_ = std::max(table.placedPeak_, table.placed_);
@@ -116,9 +116,9 @@ bool PhysicalHashTable::adoptAt(HashBaseCuckooEntry& entry, Location location) {
   return true;
 }
 
-void PhysicalHashTable::takeOut(HashBaseCuckooEntry& entry) {
-  engine_.remove(entry);
+inline Orb::Ptr<Keel::Cuckoo::HashItem> PhysicalHashTable::takeOut(HashBaseCuckooEntry& entry) {
   counted(entry, -1);
+  return engine_.remove(entry);
 }
 
 PhysicalHashTable::Entries PhysicalHashTable::equals(const HashBaseCuckooEntry& entry) const {
@@ -149,8 +149,8 @@ const HashBaseCuckooEntry* PhysicalHashTable::successor(HwIndex index) {
   return static_cast<const HashBaseCuckooEntry*>(engine_.successor(gone));
 }
 
-void PhysicalHashTable::pack(const HashBaseCuckooEntry& entry, Location location,
-                             U32* image) const {
+inline void PhysicalHashTable::pack(const HashBaseCuckooEntry& entry, Location location,
+                                    U32* image) const {
   std::fill_n(image, maxRowWords, 0);
   const HashBaseHelper& helper = entry.valid() ? *entry.table().helper() : *helpers_.front();
   helper.setHwBuffer(entry, location, reinterpret_cast<U8*>(image));
@@ -168,18 +168,21 @@ void PhysicalHashTable::expectedImage(HwIndex index, U32* image) const {
   }
 }
 
-bool PhysicalHashTable::writeImage(HwIndex index, const U32* image, bool empty) {
+[[gnu::always_inline]] inline bool PhysicalHashTable::writeImage(HwIndex index, const U32* image,
+                                                                 bool empty) {
   bool good = true;
   for (const auto& table : hwTables_) good = writeTo(*table, index, image, empty) && good;
   return good;
 }
 
-bool PhysicalHashTable::writeTo(HwTableConfig& table, HwIndex index, const U32* image, bool empty,
-                                RowRun* run) {
-  const HwTableId id = table.descriptor().identity.id;
+/// Inlined, for whether rows are written at once and become empty is known where it is called.
+[[gnu::always_inline]] inline bool PhysicalHashTable::writeTo(HwTableConfig& table, HwIndex index,
+                                                              const U32* image, bool empty,
+                                                              RowRun* run) {
+  HitTracker::Table* hits = hits_.tracked(table.descriptor().identity.id);
   const bool good =
-      table.entryIs(index, image, [&] { hits_.rowChanges(id, index, empty); }, {run, this});
-  hits_.rowChanged(id, index, good && empty);
+      table.entryIs(index, image, [&] { hits_.rowChanges(hits, index, empty); }, {run, this});
+  HitTracker::rowChanged(hits, index, good && empty);
   return good;
 }
 
@@ -211,8 +214,13 @@ void PhysicalHashTable::addOccupants(HwIndex index, Entries& entries) const {
 /// Brings a row to its empty form, in all pipelines when it was an entry's. A row that was nobody's
 /// is left alone where it could not be read.
 bool PhysicalHashTable::writeEmpty(HwIndex index, bool entrys) {
+  return writeEmpty(location(index), entrys);
+}
+
+[[gnu::always_inline]] inline bool PhysicalHashTable::writeEmpty(Location at, bool entrys) {
+  const HwIndex index = hwIndex(at);
   U32 image[maxRowWords];
-  emptyImage(index, image);
+  helpers_.front()->setEmptyImage(at, image);
   bool good = true;
   for (const auto& table : hwTables_) {
     if (!entrys && table->state(index) == HwTableConfig::Row::unread) continue;
@@ -221,37 +229,37 @@ bool PhysicalHashTable::writeEmpty(HwIndex index, bool entrys) {
   return good;
 }
 
-/// The row that an entry is written to, or that it leaves to nobody, where nothing else is
+/// Finds the row that an entry is written to, or that it leaves to nobody, where nothing else is
 /// concerned. It is on its way when this returns.
-std::optional<PhysicalHashTable::Location> PhysicalHashTable::plainRow(
-    const HashBaseCuckooEntry& entry, bool desired) const {
-  if (!plain()) return std::nullopt;
-  std::optional<Location> row;
+[[gnu::always_inline]] inline bool PhysicalHashTable::plainRow(const HashBaseCuckooEntry& entry,
+                                                               bool desired, Location& row) const {
+  if (!plain()) [[unlikely]]
+    return false;
   if (entry.placed()) {
     row = engine_.location(entry);
-    if (!desired && (engine_.at(*row) != &entry || !engine_.waiting().empty())) row.reset();
-  } else if (desired) {
-    row = engine_.freeRow(entry);
+    if (!desired && (engine_.at(row) != &entry || !engine_.waiting().empty())) [[unlikely]]
+      return false;
+  } else if (!desired || !engine_.freeRow(entry, row)) {
+    return false;
   }
-  if (row) {
-    for (const auto& table : hwTables_) table->soon(hwIndex(*row));
-  }
-  return row;
+  for (const auto& table : hwTables_) table->soon(hwIndex(row));
+  return true;
 }
 
-bool PhysicalHashTable::placePlainly(HashBaseCuckooEntry& entry) {
-  const auto at = plainRow(entry, true);
-  if (!at) return false;
+[[gnu::always_inline]] inline bool PhysicalHashTable::placePlainly(HashBaseCuckooEntry& entry) {
+  Location at;
+  if (!plainRow(entry, true, at)) [[unlikely]]
+    return false;
   U32 image[maxRowWords];
-  pack(entry, *at, image);
-  if (writeImage(hwIndex(*at), image, false)) {
+  pack(entry, at, image);
+  if (writeImage(hwIndex(at), image, false)) [[likely]] {
     entry.status_ = Status::programmed;
     if (!entry.placed()) {
-      engine_.placedAt(entry, *at);
+      engine_.placedAt(entry, at);
       counted(entry, 1);
     }
   } else if (!entry.placed()) {
-    failedAt(entry, *at);
+    failedAt(entry, at);
   } else {
     entry.status_ = Status::hardwareError;
   }
@@ -261,6 +269,11 @@ bool PhysicalHashTable::placePlainly(HashBaseCuckooEntry& entry) {
 void PhysicalHashTable::place(HashBaseCuckooEntry& entry) {
   if (placePlainly(entry)) [[likely]]
     return revisit();
+  placeAmongOthers(entry);
+}
+
+/// Places an entry that concerns others, or whose rows are not all known.
+[[gnu::noinline]] void PhysicalHashTable::placeAmongOthers(HashBaseCuckooEntry& entry) {
   clearStaleRows();
   if (const auto stale = rowOf(stale_, entry)) {
     engine_.waitDel(entry);
@@ -274,6 +287,13 @@ void PhysicalHashTable::place(HashBaseCuckooEntry& entry) {
     placeNew(entry);
   }
   revisit();
+}
+
+bool PhysicalHashTable::stageable(const HashBaseCuckooEntry& entry, bool desired) {
+  Location row;
+  stageable_.reset();
+  if (plainRow(entry, desired, row)) stageable_ = row;
+  return stageable_.has_value();
 }
 
 void PhysicalHashTable::stage(HashBaseCuckooEntry& entry, RowRun& run) {
@@ -328,7 +348,7 @@ void PhysicalHashTable::settleStaged() {
 /// A staged row is empty now, or may hold what it held: until then it could be hit.
 void PhysicalHashTable::rowLeft(HwIndex index, bool empty) {
   for (const auto& table : hwTables_) {
-    hits_.rowChanged(table->descriptor().identity.id, index, empty);
+    HitTracker::rowChanged(hits_.tracked(table->descriptor().identity.id), index, empty);
   }
 }
 
@@ -415,17 +435,17 @@ void PhysicalHashTable::failed(const Keel::Cuckoo::InsertResult& result,
 }
 
 /// Takes an entry out whose row passes on to nobody.
-bool PhysicalHashTable::removePlainly(HashBaseCuckooEntry& entry) {
-  const auto at = plainRow(entry, false);
-  if (!at) return false;
-  const Orb::Ptr<HashBaseCuckooEntry> keep(&entry);
+[[gnu::always_inline]] inline bool PhysicalHashTable::removePlainly(HashBaseCuckooEntry& entry) {
+  Location at;
+  if (!plainRow(entry, false, at)) [[unlikely]]
+    return false;
   hits_.entryDel(entry);
-  takeOut(entry);
-  if (writeEmpty(hwIndex(*at), true)) {
+  const auto held = takeOut(entry);
+  if (writeEmpty(at, true)) [[likely]] {
     entry.status_ = Status::notProgrammed;
   } else {
     entry.status_ = Status::hardwareError;
-    addOnce(staleRowIs(hwIndex(*at)).holds, &entry);
+    addOnce(staleRowIs(hwIndex(at)).holds, &entry);
   }
   return true;
 }
@@ -435,6 +455,11 @@ bool PhysicalHashTable::remove(HashBaseCuckooEntry& entry) {
     revisit();
     return true;
   }
+  return removeAmongOthers(entry);
+}
+
+/// Removes an entry that concerns others, or whose rows are not all known.
+[[gnu::noinline]] bool PhysicalHashTable::removeAmongOthers(HashBaseCuckooEntry& entry) {
   clearStaleRows();
   const Orb::Ptr<HashBaseCuckooEntry> keep(&entry);
   const bool duplicate = duplicateDel(entry);
@@ -474,7 +499,7 @@ void PhysicalHashTable::giveWay(HashBaseCuckooEntry& gone) {
   if (const auto next = nextDuplicate(gone)) {
     // The row changes hands even if its words stay the same.
     for (const auto& table : hwTables_) {
-      hits_.rowChanges(table->descriptor().identity.id, hwIndex(location), false);
+      hits_.rowChanges(hits_.tracked(table->descriptor().identity.id), hwIndex(location), false);
     }
     hits_.entryDel(gone);
     engine_.replace(gone, *next);

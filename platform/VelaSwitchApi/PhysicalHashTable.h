@@ -203,10 +203,7 @@ class VELA_EXPORT PhysicalHashTable : public Orb::PtrInterface,
   /// it when that is over.
   bool remove(HashBaseCuckooEntry& entry);
   /// Whether to place an entry, or else to remove it, concerns no others and no rows that failed.
-  bool stageable(const HashBaseCuckooEntry& entry, bool desired) {
-    stageable_ = plainRow(entry, desired);
-    return stageable_.has_value();
-  }
+  bool stageable(const HashBaseCuckooEntry& entry, bool desired);
   /// The same as place() of a valid entry that was just stageable(), or else remove(), but that its
   /// rows are added to the run. All is well only after settleStaged().
   void stage(HashBaseCuckooEntry& entry, RowRun& run);
@@ -310,6 +307,7 @@ class VELA_EXPORT PhysicalHashTable : public Orb::PtrInterface,
   bool hashItemWrite(Keel::Cuckoo::HashItem& item, Location location) override;
   void addOccupants(HwIndex index, Entries& entries) const override;
   bool writeEmpty(HwIndex index, bool entrys);
+  bool writeEmpty(Location at, bool entrys);
   void writeDefault(HwIndex index);
   bool writeImage(HwIndex index, const U32* image, bool empty);
   bool writeTo(HwTableConfig& table, HwIndex index, const U32* image, bool empty,
@@ -320,13 +318,15 @@ class VELA_EXPORT PhysicalHashTable : public Orb::PtrInterface,
 
   void counted(const HashBaseCuckooEntry& entry, int change);
   bool adoptAt(HashBaseCuckooEntry& entry, Location location);
-  void takeOut(HashBaseCuckooEntry& entry);
+  Orb::Ptr<Keel::Cuckoo::HashItem> takeOut(HashBaseCuckooEntry& entry);
 
   /// Whether nothing is known of rows or keys but what entries say.
   bool plain() const { return stale_.empty() && undecided_.empty() && duplicates_.empty(); }
-  std::optional<Location> plainRow(const HashBaseCuckooEntry& entry, bool desired) const;
+  bool plainRow(const HashBaseCuckooEntry& entry, bool desired, Location& row) const;
   bool placePlainly(HashBaseCuckooEntry& entry);
   bool removePlainly(HashBaseCuckooEntry& entry);
+  void placeAmongOthers(HashBaseCuckooEntry& entry);
+  bool removeAmongOthers(HashBaseCuckooEntry& entry);
   void placeNew(HashBaseCuckooEntry& entry);
   void failedAt(HashBaseCuckooEntry& entry, Location at);
   void failed(const Keel::Cuckoo::InsertResult& result, HashBaseCuckooEntry& entry);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <optional>
 
@@ -19,6 +20,10 @@
 ///     return std::to_array<RowField>({{"portMask", 0, shape.ports}, …});
 ///   }
 ///
+/// Where shapes make no difference up to some bit, F says so for the compiler to know those places:
+///
+///   static constexpr U32 sameBits = 128;  // fields that begin below it are the same in all shapes
+///
 /// Fields are addressed by name, row.set<"parity">(1), and those that have the name of a field of a
 /// value hold it; names are matched when F is compiled.
 namespace VelaSwitchApi {
@@ -33,6 +38,18 @@ concept ConstantRow = requires {
 template <class Fields, class Shape>
 consteval auto usualFields(Fields (*fields)(const Shape&)) {
   return fields(Shape{});
+}
+
+/// The bit below which fields have the same places in all rows of F.
+template <class F>
+consteval U32 sameBits() {
+  if constexpr (ConstantRow<F>) {
+    return ~U32{0};
+  } else if constexpr (requires { F::sameBits; }) {
+    return F::sameBits;
+  } else {
+    return 0;
+  }
 }
 
 /// The fields by number; where places differ, those of some shape.
@@ -57,6 +74,10 @@ constexpr std::optional<std::size_t> findField(std::string_view name) {
   return std::nullopt;
 }
 
+/// Whether the field of the number has the same place in all rows of F.
+template <class F, std::size_t number>
+constexpr bool samePlace = detail::someFields<F>()[number].first < detail::sameBits<F>();
+
 /// The number of a field that must be there.
 template <class F, Orb::FixedString Name>
 consteval std::size_t fieldNumber() {
@@ -80,6 +101,11 @@ RowLayout rowLayout(U8 words, const Shape&... shape) {
     return {{std::begin(F::fields), std::end(F::fields)}, words};
   } else {
     const auto fields = F::fields(shape...);
+    constexpr auto usual = detail::someFields<F>();
+    for (std::size_t i = 0; i < fields.size(); ++i) {
+      const bool same = std::min(fields[i].first, usual[i].first) < detail::sameBits<F>();
+      ORB_ASSERT(!same || (fields[i].first == usual[i].first && fields[i].width == usual[i].width));
+    }
     return {{fields.begin(), fields.end()}, words};
   }
 }
@@ -90,6 +116,9 @@ class RowWriterOf : public RowWriter {
  public:
   RowWriterOf(const RowLayout& layout, void* image, const char* function)
       : RowWriter(layout, static_cast<U8*>(image), F::trace, function) {}
+  /// The same where it is known whether it is `traced`.
+  RowWriterOf(const RowLayout& layout, void* image, const char* function, bool traced)
+      : RowWriter(layout, static_cast<U8*>(image), F::trace, function, traced) {}
 
   using RowWriter::set;
   template <Orb::FixedString Name>
@@ -99,15 +128,24 @@ class RowWriterOf : public RowWriter {
   /// Where every row has the same places, the compiler knows them.
   template <std::size_t number>
   void setField(U64 value) {
-    if constexpr (detail::ConstantRow<F>) {
-      static constexpr RowField field = F::fields[number];
+    if constexpr (samePlace<F, number>) {
+      static constexpr RowField field = detail::someFields<F>()[number];
       static constexpr RowLayout::Place at(field);
       static_assert(at.mask != 0, "a field of this width is not set at once");
       setAt(at, value);
       if (traced()) [[unlikely]]
-        traceField(field, value & at.mask);
+        traceField(this->tracing(), field, value & at.mask);
     } else {
       set(number, value);
+    }
+  }
+  /// Writes the field "parity" so that the bits of the first `words` words are even in number.
+  void setParity(U8 words) {
+    if constexpr (constexpr auto number = fieldNumber<F, "parity">(); samePlace<F, number>) {
+      static constexpr RowLayout::Place at(detail::someFields<F>()[number]);
+      parityIs(at, words);
+    } else {
+      RowWriter::setParity(words);
     }
   }
   /// Writes the fields that have the names of the value's.

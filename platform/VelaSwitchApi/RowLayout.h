@@ -147,11 +147,15 @@ class RowWriter {
   /// `image` has the layout's words and is aligned like them; fields that are not set keep what is
   /// there.
   RowWriter(const RowLayout& layout, U8* image, const Trace::Handle& trace, const char* function)
+      : RowWriter(layout, image, trace, function, trace.enabled(9)) {}
+  /// The same where it is known whether it is `traced`.
+  RowWriter(const RowLayout& layout, U8* image, const Trace::Handle& trace, const char* function,
+            bool traced)
       : layout_(layout),
         places_(layout.places()),
         words_(reinterpret_cast<U32*>(image)),
         trace_(trace),
-        traced_(trace.enabled(9)),
+        traced_(traced),
         function_(function) {}
 
   /// Cuts the value to the field's width. A field that the layout does not have is passed over.
@@ -163,20 +167,14 @@ class RowWriter {
       return;
     if (at.tail) setTail(at, value & at.mask);
     if (at.mask == 0 || traced_) [[unlikely]]
-      wasSet(layout_[field], value & at.mask);
+      wasSet(tracing(), layout_[field], value & at.mask);
   }
 
   /// Writes the field "parity" so that the bits of the first `words` words are even in number.
-  void setParity(U8 words) {
-    const RowLayout::Place& at = places_[layout_.parity()];
-    U32& word = words_[at.word];
-    word ^= VelaSwitch::parityU32Array(words_, words) << at.offset;
-    if (traced_) [[unlikely]]
-      traceParity(word >> at.offset & 1);
-  }
+  void setParity(U8 words) { parityIs(places_[layout_.parity()], words); }
   /// Writes what a control word says whatever the entry: the fields "row" and "way", where the
   /// layout has them, and those that hold the same in every row.
-  void setPlace(U64 row, U64 way = 0) {
+  [[gnu::always_inline]] void setPlace(U64 row, U64 way = 0) {
     if (const RowLayout::Control& control = layout_.control(); control.mask != 0) [[likely]] {
       const U64 place = (row & layout_.rowPlace().mask) << layout_.rowPlace().offset |
                         (way & layout_.wayPlace().mask) << layout_.wayPlace().offset;
@@ -190,7 +188,7 @@ class RowWriter {
       }
     }
     if (traced_) [[unlikely]]
-      tracePlace(row, way);
+      tracePlace(tracing(), layout_, row, way);
   }
 
   /// Writes the low `count` bits of a number of up to 128 bits to the beginning of the row, which
@@ -203,7 +201,8 @@ class RowWriter {
       return;
     for (const RowField& field : layout_.fields()) {
       if (field.width == 0 || field.width >= 64 || field.first + field.width > count) continue;
-      traceField(field, bitStreamGet(words_, field.first, field.first + field.width - 1));
+      traceField(tracing(), field,
+                 bitStreamGet(words_, field.first, field.first + field.width - 1));
     }
   }
 
@@ -222,29 +221,28 @@ class RowWriter {
   U32* words() { return words_; }
 
  protected:
+  [[gnu::always_inline]] void parityIs(const RowLayout::Place& at, U8 words) {
+    U32& word = words_[at.word];
+    word ^= VelaSwitch::parityU32Array(words_, words) << at.offset;
+    if (traced_) [[unlikely]]
+      traceParity(tracing(), layout_, word >> at.offset & 1);
+  }
   /// A place without a mask keeps what it has.
   [[gnu::always_inline]] void setAt(const RowLayout::Place& at, U64 value) {
     setBeginning(at, value & at.mask);
     if (at.tail) setTail(at, value & at.mask);
   }
+  /// Where traces go. What is out of the ordinary gets this, not the writer, so that the compiler
+  /// need not keep that in memory.
+  struct Traced {
+    const Trace::Handle& trace;
+    const char* function;
+  };
+  Traced tracing() const { return {trace_, function_}; }
   bool traced() const { return traced_; }
-  [[gnu::cold, gnu::noinline]] void traceField(const RowField& field, U64 value) const {
-    trace_(9, function_, " ", field.first, ":", field.first + field.width - 1, " = 0x",
-           Orb::Hex{value});
-  }
-  /// As if the field were cleared first.
-  [[gnu::cold, gnu::noinline]] void traceParity(U64 value) const {
-    traceField(layout_[layout_.parity()], 0);
-    traceField(layout_[layout_.parity()], value);
-  }
-  [[gnu::cold, gnu::noinline]] void tracePlace(U64 row, U64 way) const {
-    if (layout_.row() != RowLayout::none)
-      wasSet(layout_[layout_.row()], row & layout_.rowPlace().mask);
-    if (layout_.way() != RowLayout::none)
-      wasSet(layout_[layout_.way()], way & layout_.wayPlace().mask);
-    for (const RowField& field : layout_.fields()) {
-      if (field.width != 0 && field.content != RowField::varies) traceField(field, field.content);
-    }
+  [[gnu::cold, gnu::noinline]] static void traceField(Traced to, const RowField& field, U64 value) {
+    to.trace(9, to.function, " ", field.first, ":", field.first + field.width - 1, " = 0x",
+             Orb::Hex{value});
   }
 
  private:
@@ -267,14 +265,31 @@ class RowWriter {
     word[0] = static_cast<U32>((word[0] & ~mask) | value);
     if (mask >> 32 != 0) word[1] = static_cast<U32>((word[1] & ~(mask >> 32)) | value >> 32);
   }
-  /// What is out of the ordinary: fields that cannot be set at once, and traces.
-  [[gnu::cold, gnu::noinline]] void wasSet(const RowField& field, U64 value) const {
+  /// As if the field were cleared first.
+  [[gnu::cold, gnu::noinline]] static void traceParity(Traced to, const RowLayout& layout,
+                                                       U64 value) {
+    traceField(to, layout[layout.parity()], 0);
+    traceField(to, layout[layout.parity()], value);
+  }
+  [[gnu::cold, gnu::noinline]] static void tracePlace(Traced to, const RowLayout& layout, U64 row,
+                                                      U64 way) {
+    if (layout.row() != RowLayout::none)
+      wasSet(to, layout[layout.row()], row & layout.rowPlace().mask);
+    if (layout.way() != RowLayout::none)
+      wasSet(to, layout[layout.way()], way & layout.wayPlace().mask);
+    for (const RowField& field : layout.fields()) {
+      if (field.width != 0 && field.content != RowField::varies)
+        traceField(to, field, field.content);
+    }
+  }
+  /// A field that cannot be set at once, or is traced.
+  [[gnu::cold, gnu::noinline]] static void wasSet(Traced to, const RowField& field, U64 value) {
     if (field.width == 0) return;
     const int startSlice = field.first / 8;
     const int endSlice = (field.first + field.width - 1) / 8;
     ORB_ASSERT(startSlice >= endSlice - 8);
     ORB_ASSERT_TEXT(field.width < 64, "len < 64");
-    if (traced_) traceField(field, value);
+    if (to.trace.enabled(9)) traceField(to, field, value);
   }
 
   const RowLayout& layout_;
