@@ -75,16 +75,33 @@ struct KeyFieldReader {
 
 }  // namespace detail
 
-/// The key as the number that is hashed.
+namespace detail {
+
 template <class F>
-KeyBits packedKey(const typename F::Key& key) {
-  KeyBits bits;
-  if (F::traits.tracesKeys) bits = KeyBits(F::trace, "getHash", F::traits.keyStart);
-  if constexpr (detail::ListedKey<F>) {
-    detail::forEachKeyField<F>(key, detail::KeyFieldWriter{bits});
+void packKeyInto(KeyBits& bits, const typename F::Key& key) {
+  if constexpr (ListedKey<F>) {
+    forEachKeyField<F>(key, KeyFieldWriter{bits});
   } else {
     F::packKey(key, bits);
   }
+}
+
+template <class F>
+[[gnu::cold, gnu::noinline]] KeyBits tracedKey(const typename F::Key& key) {
+  KeyBits bits(F::trace, "getHash", F::traits.keyStart);
+  packKeyInto<F>(bits, key);
+  return bits;
+}
+
+}  // namespace detail
+
+/// The key as the number that is hashed.
+template <class F>
+KeyBits packedKey(const typename F::Key& key) {
+  if (F::traits.tracesKeys && F::trace.enabled(9)) [[unlikely]]
+    return detail::tracedKey<F>(key);
+  KeyBits bits;
+  detail::packKeyInto<F>(bits, key);
   return bits;
 }
 

@@ -23,11 +23,7 @@ Orb::Ptr<HitBitTableConfig> HitTracker::hitTable(HwTableId id) const {
 
 void HitTracker::keepHits(Table& table, HwIndex index, bool empty) {
   hit_.clear();
-  if (empty && !table.formers.contains(index)) {
-    rows_.addOccupants(index, hit_);
-    if (hit_.empty()) return;
-    hit_.clear();
-  }
+  if (empty && !table.formers.contains(index) && !rows_.occupied(index)) return;
   if (readBlock(table, index, hit_)) {
     for (const auto& entry : hit_) {
       if (entry->keptHit_ != HashBaseCuckooEntry::noKeptHit) continue;

@@ -28,6 +28,8 @@ class VELA_EXPORT HitTracker {
    public:
     /// Adds each entry that the row may hold in hardware.
     virtual void addOccupants(HwIndex index, Entries& entries) const = 0;
+    /// Whether there is any.
+    virtual bool occupied(HwIndex index) const = 0;
 
    protected:
     ~Rows() = default;
@@ -76,7 +78,9 @@ class VELA_EXPORT HitTracker {
   /// misread. A row that becomes empty and held nobody any more has none; its bit is read when it
   /// is next filled.
   void rowChanges(Table* table, HwIndex index, bool empty) {
-    if (table && !table->clear.has(index)) keepHits(*table, index, empty);
+    if (!table || table->clear.has(index)) return;
+    if (empty && table->formers.empty() && !rows_.occupied(index)) return;
+    keepHits(*table, index, empty);
   }
   /// A row was written: it is empty now, so that no lookup hits it, or it is not.
   static void rowChanged(Table* table, HwIndex index, bool empty) {

@@ -353,7 +353,7 @@ class VELA_EXPORT HwTableConfig : public Orb::PtrInterface {
     std::memcpy(held, words, half * sizeof(U32));
     std::memcpy(held + rowWords_ - half, words + rowWords_ - half, half * sizeof(U32));
   }
-  bool write(Run& run, HwIndex index, U32 at, const U32* words) {
+  [[gnu::always_inline]] bool write(Run& run, HwIndex index, U32 at, const U32* words) {
     if (run.inOrder) [[likely]] {
       // All of them, whose number is known: those behind the row's are not handed on.
       for (U8 word = 0; word < maxRowWords; ++word) run.values[word].value = words[word];

@@ -116,7 +116,8 @@ bool PhysicalHashTable::adoptAt(HashBaseCuckooEntry& entry, Location location) {
   return true;
 }
 
-inline Orb::Ptr<Keel::Cuckoo::HashItem> PhysicalHashTable::takeOut(HashBaseCuckooEntry& entry) {
+[[gnu::always_inline]] inline Orb::Ptr<Keel::Cuckoo::HashItem> PhysicalHashTable::takeOut(
+    HashBaseCuckooEntry& entry) {
   counted(entry, -1);
   return engine_.remove(entry);
 }
@@ -180,8 +181,10 @@ void PhysicalHashTable::expectedImage(HwIndex index, U32* image) const {
                                                               const U32* image, bool empty,
                                                               RowRun* run) {
   HitTracker::Table* hits = hits_.tracked(table.descriptor().identity.id);
-  const bool good =
-      table.entryIs(index, image, [&] { hits_.rowChanges(hits, index, empty); }, {run, this});
+  const auto keepHits = [&]() __attribute__((always_inline)) {
+    hits_.rowChanges(hits, index, empty);
+  };
+  const bool good = table.entryIs(index, image, keepHits, {run, this});
   HitTracker::rowChanged(hits, index, good && empty);
   return good;
 }
@@ -209,6 +212,14 @@ void PhysicalHashTable::addOccupants(HwIndex index, Entries& entries) const {
   const auto stale = stale_.find(index);
   if (stale == stale_.end()) return;
   entries.insert(entries.end(), stale->second.holds.begin(), stale->second.holds.end());
+}
+
+bool PhysicalHashTable::occupied(HwIndex index) const {
+  if (entryAt(index) || (lastWritten_ && hwIndex(vacated_) == index)) return true;
+  if (stale_.empty()) [[likely]]
+    return false;
+  const auto stale = stale_.find(index);
+  return stale != stale_.end() && !stale->second.holds.empty();
 }
 
 /// Brings a row to its empty form, in all pipelines when it was an entry's. A row that was nobody's

@@ -306,6 +306,7 @@ class VELA_EXPORT PhysicalHashTable : public Orb::PtrInterface,
 
   bool hashItemWrite(Keel::Cuckoo::HashItem& item, Location location) override;
   void addOccupants(HwIndex index, Entries& entries) const override;
+  bool occupied(HwIndex index) const override;
   bool writeEmpty(HwIndex index, bool entrys);
   bool writeEmpty(Location at, bool entrys);
   void writeDefault(HwIndex index);
@@ -361,7 +362,7 @@ class VELA_EXPORT PhysicalHashTable : public Orb::PtrInterface,
   U32 damage(HwIndex index, const HashBaseCuckooEntry& entry) const;
   void takeDamagedRows(const Entries& homeless);
   bool makeWay(HwIndex index);
-  void revisit() {
+  [[gnu::always_inline]] void revisit() {
     if (revisit_.empty() && cameIn_.empty() && mended_.empty() && !cleared_) [[likely]]
       return;
     revisitThose();
