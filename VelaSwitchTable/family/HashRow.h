@@ -7,24 +7,6 @@
 /// How the entries of a hash family become rows, and rows entries.
 namespace VelaSwitchTable {
 
-namespace detail {
-
-/// The bits of the packed key that rows hold, where the compiler knows that; else 0.
-template <class F>
-consteval U8 knownStoredBits() {
-  const auto key = findField<F>("key");
-  const auto valid = findField<F>("valid");
-  if (!key || F::traits.rowImpliesKey) return 0;
-  const auto fields = VelaSwitchApi::detail::someFields<F>();
-  constexpr U32 same = VelaSwitchApi::detail::sameBits<F>();
-  const bool known = fields[*key].first < same && (!valid || fields[*valid].first < same);
-  if (!known) return 0;
-  return static_cast<U8>(valid ? std::min(fields[*key].width, fields[*valid].first)
-                               : fields[*key].width);
-}
-
-}  // namespace detail
-
 /// Packs and unpacks a family's rows.
 template <class F>
 class VELA_EXPORT HashFamilyHelperBase : public VelaTableHashHelper {

@@ -31,6 +31,16 @@ constexpr unsigned storedBits() {
   return hashedBits<F>() - (F::traits.rowImpliesKey ? F::traits.hashBits : 0u);
 }
 
+/// Bits of the packed key that rows hold, where the compiler knows them whatever the shape; else 0.
+template <class F>
+consteval U8 knownStoredBits() {
+  const RowField key = fieldOf<F>("key");
+  const RowField valid = fieldOf<F>("valid");
+  const bool same = std::max(key.first, valid.first) < VelaSwitchApi::detail::sameBits<F>();
+  if (key.width == 0 || F::traits.rowImpliesKey || !same) return 0;
+  return static_cast<U8>(valid.width == 0 ? key.width : std::min(key.width, valid.first));
+}
+
 /// Whether a field of the key need not come back from rows.
 template <class F>
 constexpr bool notCompared(std::string_view name) {

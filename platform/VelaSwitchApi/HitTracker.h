@@ -45,8 +45,8 @@ class VELA_EXPORT HitTracker {
       word = (word & ~(U64{1} << row % 64)) | U64{in} << row % 64;
     }
   };
-  /// What is known of the bits of a pipeline's rows. That of a row in neither set may be set, and
-  /// means a hit of what lies in it.
+  /// What is known of the hit bits of a pipeline's rows. The bit of a row that is in neither set
+  /// may be set, and means a hit of what lies in it.
   struct Table {
     HwTableId id;
     Orb::Ptr<HitBitTableConfig> bits;
@@ -66,17 +66,16 @@ class VELA_EXPORT HitTracker {
   /// The hit bits of the pipeline's rows, or null.
   Orb::Ptr<HitBitTableConfig> hitTable(HwTableId id) const;
 
-  /// Those of the pipeline, or null when there are none to be read.
+  /// The pipeline's, or null when it has no bits to be read; there are few.
   Table* tracked(HwTableId id) {
     for (Table& table : tables_) {
       if (table.id == id) return table.readable ? &table : nullptr;
     }
     return nullptr;
   }
-  /// A row of the pipeline, which is tracked(), or null, is about to be written, to be `empty` or
-  /// not: keeps the hits that would be lost or
-  /// misread. A row that becomes empty and held nobody any more has none; its bit is read when it
-  /// is next filled.
+  /// A row of the pipeline that is tracked(), or null, is about to be written, to be `empty` or
+  /// not: keeps the hits that would be lost or misread. A row that becomes empty and held nobody
+  /// any more has none; its bit is read when it is next filled.
   void rowChanges(Table* table, HwIndex index, bool empty) {
     if (!table || table->clear.has(index)) return;
     if (empty && table->formers.empty() && !rows_.occupied(index)) return;
@@ -84,7 +83,7 @@ class VELA_EXPORT HitTracker {
   }
   /// A row was written: it is empty now, so that no lookup hits it, or it is not.
   static void rowChanged(Table* table, HwIndex index, bool empty) {
-    // So that what is worked out of the index is not where there are no bits.
+    // Unlikely, lest the compiler works out the row's bit where there are none.
     if (table) [[unlikely]] {
       table->clear.is(index, false);
       table->empty.is(index, empty);

@@ -355,7 +355,8 @@ class VELA_EXPORT HwTableConfig : public Orb::PtrInterface {
   }
   [[gnu::always_inline]] bool write(Run& run, HwIndex index, U32 at, const U32* words) {
     if (run.inOrder) [[likely]] {
-      // All of them, whose number is known: those behind the row's are not handed on.
+      // As many as there can be, for that number is known; those behind the row's are not handed
+      // on.
       for (U8 word = 0; word < maxRowWords; ++word) run.values[word].value = words[word];
     } else {
       auto* value = run.values.data();

@@ -20,9 +20,10 @@
 ///     return std::to_array<RowField>({{"portMask", 0, shape.ports}, …});
 ///   }
 ///
-/// Where shapes make no difference up to some bit, F says so for the compiler to know those places:
+/// Where the fields in front of some bit have the same places in all shapes, F may say so, and the
+/// compiler folds them:
 ///
-///   static constexpr U32 sameBits = 128;  // fields that begin below it are the same in all shapes
+///   static constexpr U32 sameBits = 128;
 ///
 /// Fields are addressed by name, row.set<"parity">(1), and those that have the name of a field of a
 /// value hold it; names are matched when F is compiled.
