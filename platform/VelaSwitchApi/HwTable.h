@@ -306,7 +306,8 @@ class VELA_EXPORT HwTableConfig : public Orb::PtrInterface {
 
  private:
   U32 position(HwIndex index) const {
-    ORB_ASSERT(index - first_ < rows_);
+    ORB_ASSERT_TEXT(index - first_ < rows_,
+                    "index >= descriptor_->first && index <= descriptor_->last");
     return index - first_;
   }
   std::size_t imageAt(HwIndex index) const { return std::size_t{position(index)} * rowWords_; }
