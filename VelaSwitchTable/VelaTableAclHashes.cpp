@@ -90,6 +90,19 @@ void forEachPart(U8 variant, const Visit& visit) {
 
 }  // namespace
 
+void AclHashFamily::sample(const VelaTableHashHelper&, U64 bits, Key& key, Result&) {
+  using Orb::hashWord;
+  Key held;
+  held.type = static_cast<U8>(bits % Key::types);
+  forEachPart(variantOf(held.type()), [&]<KeyPiece piece, U8 width>() {
+    if constexpr (width != 0 && piece != subType) {
+      fromHw<piece>(held, hashWord(fieldOf<piece>(key)()) & ((U64{1} << width) - 1));
+    }
+  });
+  if (anyQualifierType(held.type())) held.qualifier = 15;
+  key = held;
+}
+
 void AclHashFamily::packKey(const Key& key, KeyBits& bits) {
   forEachPart(variantOf(key.type()), [&]<KeyPiece piece, U8 width>() {
     if constexpr (width != 0) bits.add(width, toHw<piece>(key));

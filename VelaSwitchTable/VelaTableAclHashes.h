@@ -39,6 +39,7 @@ struct VELA_EXPORT AclHashFamily
   }
 
   static void checkKeyBuffer(U8 bufSize) { ORB_ASSERT(bufSize >= 13); }
+  static void sample(const VelaTableHashHelper&, U64 bits, Key& key, Result&);
   static void packKey(const Key& key, KeyBits& bits);
   static constexpr auto hash = &VelaSwitch::crc11Hash;
   static bool unpackKey(KeyBits bits, const RowReaderOf<AclHashFamily>& row, Key& key);

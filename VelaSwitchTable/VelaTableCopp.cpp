@@ -103,6 +103,13 @@ std::vector<PlainHwTable> CoppFamily::hwTables(const VelaSwitch::ProfileInfo& pr
   return tables;
 }
 
+void CoppFamily::sample(const VelaSwitchApi::SwTable& table, U64 bits, const Key& key,
+                        Result& result) {
+  const bool scaleFactor = static_cast<const CoppTable&>(table).scaleFactorSupported();
+  result =
+      CoppEntry::fromCpuHardwareValue(key, static_cast<U32>(bits) & incrementMask, scaleFactor);
+}
+
 void CoppFamily::packMore(const PlainRowContext& at, const Key& key, const Result& result,
                           RowWriterOf<CoppFamily>& row) {
   const bool scaleFactor = static_cast<const CoppTable&>(at.swTable).scaleFactorSupported();

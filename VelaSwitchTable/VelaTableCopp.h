@@ -44,6 +44,7 @@ struct VELA_EXPORT CoppFamily : IndexedFamily<"VelaTableCopp", CoppEntryKey, Cop
   static constexpr std::array handPacked{"result", "interval", "increment", "scaleFactor"};
   static constexpr HwIndex lastIndex = 12;
   static std::vector<PlainHwTable> hwTables(const VelaSwitch::ProfileInfo& profile);
+  static void sample(const VelaSwitchApi::SwTable& table, U64 bits, const Key& key, Result& result);
   static void packMore(const PlainRowContext& at, const Key& key, const Result& result,
                        RowWriterOf<CoppFamily>& row);
   static RowSays unpackMore(const PlainRowContext& at, const Key& key,

@@ -5,6 +5,7 @@
 
 #include "VelaSwitch/HashInverse.h"
 #include "VelaSwitchApi/HashBase.h"
+#include "VelaSwitchApi/RowCheck.h"
 
 namespace VelaSwitchTable {
 
@@ -55,6 +56,9 @@ class VELA_EXPORT VelaTableHashHelper : public VelaSwitchApi::HashBaseHelper {
   virtual Orb::Ptr<HashBaseCuckooEntry> makeNullEntry() const = 0;
   /// The entry in a row of the image, or null; may throw what odd values throw.
   virtual Orb::Ptr<HashBaseCuckooEntry> unpack(U32* image, CuckooLocation at) const = 0;
+  /// Expects of an entry that was packed and unpacked that it is the same.
+  virtual void expectSame(const VelaSwitchApi::RowCheck& check, const HashBaseCuckooEntry& entry,
+                          const HashBaseCuckooEntry& again) const = 0;
 
   /// Finds out whether empty rows differ in nothing but what setStaticBuffer() writes. `alike` says
   /// that the family packs them so.

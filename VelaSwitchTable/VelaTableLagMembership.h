@@ -43,7 +43,8 @@ struct VELA_EXPORT LagMembershipFamily
     return std::to_array<RowField>(
         {{"ports0", 0, 32}, {"ports32", 32, 32}, {"select", 64, shape.cpu ? 0u : 32u}});
   }
-  static constexpr std::array handPacked{"port", "lagGroupId"};
+  static constexpr std::array handPacked{"port"};
+  static constexpr std::string_view notInHardware = "lagGroupId";
   static std::vector<PlainHwTable> hwTables(const VelaSwitch::ProfileInfo& profile) {
     return layer2PortTables(profile, {"lag_mask_data0", "lag_mask_data1", "lag_ctl"},
                             {"lag_mask_data0", "lag_mask_data1"});

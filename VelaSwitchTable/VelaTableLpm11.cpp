@@ -24,6 +24,13 @@ LpmKey Lpm11Family::keyOf(HwIndex index) {
           Ipnet::IpPrefix(Ipnet::IpAddr(index % rowsPerVrf << addressShift), keyLength)};
 }
 
+void Lpm11Family::sample(const VelaSwitchApi::SwTable& table, U64 bits, const Key&,
+                         Result& result) {
+  EntryCellResult& cell = result.cellResult.value;
+  cell = cellOf(cell.nexthopIndexes(), static_cast<U8>(bits % (keyLength + 1)));
+  if (otherFormat(table.profile())) cell.maskLength = MaskLength(cell.realPrefixLen());
+}
+
 void Lpm11Family::packMore(const ProfileInfo& profile, const Result& result,
                            RowWriterOf<Lpm11Family>& row) {
   const EntryCellResult& cellResult = result.cellResult();

@@ -50,6 +50,7 @@ struct VELA_EXPORT Lpm11Family : IndexedFamily<"VelaTableLpm11", VelaSwitch::Lpm
   static std::vector<std::string> registers() { return hashRegisters(1); }
   static HwIndex hwIndex(const Key& key);
   static Key keyOf(HwIndex index);
+  static void sample(const VelaSwitchApi::SwTable& table, U64 bits, const Key&, Result& result);
   static void packMore(const VelaSwitch::ProfileInfo& profile, const Result& result,
                        RowWriterOf<Lpm11Family>& row);
   static void unpackMore(const VelaSwitch::ProfileInfo& profile,

@@ -54,6 +54,16 @@ void LpmBaseFamily::packKey(const Key& key, KeyBits& bits) {
   packLevelKey(key, lpmLevelOfKey(key.prefix().len()), bits);
 }
 
+void LpmBaseFamily::sample(const LpmBaseHelper& helper, U64 bits, Key& key, Result& result) {
+  const U8 base = helper.level().prefixBaseLen;
+  key.prefix = Ipnet::IpPrefix(Ipnet::IpAddr(static_cast<U32>(bits)), base);
+  for (EntryCellResult& cell : result.cells.value) {
+    bits = std::rotl(bits, 17);
+    const auto nexthop = VelaSwitch::NexthopIndexes::fromRaw(static_cast<U32>(bits));
+    if (nexthop.valid()) cell = cellOf(nexthop, static_cast<U8>(base + bits % 3));
+  }
+}
+
 U32 LpmBaseFamily::hash(const U8* buffer, U8 way, U8 bits) {
   const LpmLevel* level = levelOfWidth(bits);
   return hashKey(buffer, way, bits, level ? level->crcLength : U8{0});

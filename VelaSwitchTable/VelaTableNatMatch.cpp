@@ -25,6 +25,13 @@ Ipnet::IpAddr NatMatchFamily::hashedAddress(const Key& key) {
   return bySource(kind(key)) ? key.srcIp() : key.dstIp();
 }
 
+void NatMatchFamily::sample(const VelaTableHashHelper& helper, U64 bits, Key& key, Result& result) {
+  NatFamily::sample(helper, bits, key, result);
+  if (!bySource(kind(key)) || !byPort(kind(key))) key.sport = 0;
+  if (bySource(kind(key)) || !byPort(kind(key))) key.dport = 0;
+  (bySource(kind(key)) ? key.dstIp.value : key.srcIp.value) = {};
+}
+
 void NatMatchFamily::packKey(const Key& key, KeyBits& bits) {
   bits.add(32, hashedAddress(key).number());
   bits.add(16, hashedPort(key));

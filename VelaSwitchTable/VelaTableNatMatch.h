@@ -33,6 +33,7 @@ struct VELA_EXPORT NatMatchFamily : NatFamily<NatMatchFamily, "VelaTableNatMatch
       {"way", 142, 2},          {"zero", 144, 1, 0},   {"one", 145, 1, 1}, {"selector", 146, 2, 0},
       {"wholeAddress", 160, 32}};
 
+  static void sample(const VelaTableHashHelper& helper, U64 bits, Key& key, Result& result);
   static void packKey(const Key& key, KeyBits& bits);
   static constexpr auto hash = &VelaSwitch::crc12Hash;
   static bool unpackKey(KeyBits bits, const RowReaderOf<NatMatchFamily>&, Key& key);

@@ -145,13 +145,26 @@ void checkFamilies(const std::vector<FamilyRegistration>& families) {
 void checkControlWords(const VelaSwitchApi::SwTable& table) {
   const auto& convertor = *table.profileConvertorPtr();
   for (const auto& [id, hwTable] : convertor.hwTables()) {
-    const auto& layout = convertor.rowLayout(id, hwTable->descriptor().first);
+    const auto& rows = hwTable->descriptor();
+    const auto expect = [&](bool good, const std::string& what) {
+      if (good) return;
+      const std::string text = rows.identity.family + ": " + what;
+      Orb::assertFailed(text.c_str(), "checkControlWords");
+    };
+    const auto& layout = convertor.rowLayout(id, rows.first);
+    const auto* control = VelaDevice::ControlWord::of(rows.identity.family);
     // Where the row's number is a field of the row, the control word says it.
     const bool says = layout.find("row") || layout.find("index");
-    const std::string& family = hwTable->descriptor().identity.family;
-    if (!says || VelaDevice::ControlWord::of(family)) continue;
-    const std::string text = family + ": the simulated switch does not know its control word";
-    Orb::assertFailed(text.c_str(), "checkControlWords");
+    expect(control || !says, "the simulated switch does not know its control word");
+    for (const auto index : {rows.first, rows.last}) {
+      const auto& registers = hwTable->mapped(index);
+      if (!control || registers.empty()) continue;
+      VelaSwitchApi::RowImage row{};
+      convertor.expectedImage(id, index, row.data());
+      const U32 block = control->rowsPerBlock == 0 ? 0 : index / control->rowsPerBlock;
+      expect(control->select(row[registers.back().word], block) == index,
+             Orb::text("the control word of row ", index, " does not select it"));
+    }
   }
 }
 

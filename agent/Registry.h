@@ -35,7 +35,8 @@ std::vector<FamilyRegistration> l3ResultFamilies();
 void checkFamilies(const std::vector<FamilyRegistration>& families);
 
 /// Fails unless the simulated switch knows the control words of the table, which has declared its
-/// hardware: it would take rows for whatever the caller says.
+/// hardware, and takes its first and last row by them: else it would take rows for whatever the
+/// caller says, or none.
 void checkControlWords(const VelaSwitchApi::SwTable& table);
 
 /// Fails unless families whose rows hardware takes by one control register have selectors of their

@@ -28,7 +28,7 @@ class VELA_EXPORT HashFamilyHelperBase : public VelaTableHashHelper {
     if constexpr (F::traits.rowImpliesKey) {
       inverse_ = VelaSwitch::HashInverse(&hashBuffer, F::traits.ways, keyBits_, impliedBits());
     }
-    for (const U64 bits : {Orb::hashSeed, ~Orb::hashSeed}) checkRows(*sample(bits));
+    for (const U64 bits : VelaSwitchApi::sampleBits) checkRows(*sample(bits));
     compareEmptyRows(!requires { &F::packMore; });
   }
   [[gnu::flatten]] void setHwBuffer(const HashBaseCuckooEntry& entry, CuckooLocation location,
@@ -76,6 +76,14 @@ class VELA_EXPORT HashFamilyHelperBase : public VelaTableHashHelper {
     entry->resultIs(result);
     entry->validIs(true);
     return entry;
+  }
+  void expectSame(const VelaSwitchApi::RowCheck& check, const HashBaseCuckooEntry& entry,
+                  const HashBaseCuckooEntry& again) const override {
+    const auto& packed = static_cast<const Entry&>(entry);
+    const auto& unpacked = static_cast<const Entry&>(again);
+    check.expectSame("key", Orb::shapeOf<typename F::Key>, &packed.key(), &unpacked.key());
+    check.expectSame("result", Orb::shapeOf<typename F::Result>, &packed.result(),
+                     &unpacked.result());
   }
 
  private:
@@ -129,18 +137,19 @@ class VELA_EXPORT HashFamilyHelperBase : public VelaTableHashHelper {
       if constexpr (number.has_value() && !detail::hashes<F>(Field::name)) visit(*number, field);
     });
   }
-  /// An entry with something in each field of its result, and with the bits in those of its key
-  /// where what keys there are follows from their fields.
+  /// An entry of the bits. A key that is not listed is the null key, unless the family makes
+  /// samples entries of the table.
   Orb::Ptr<Entry> sample(U64 bits) const {
+    constexpr bool adapts = requires { &F::sample; };
     typename F::Key key = table().nullKey();
-    if constexpr (detail::ListedKey<F>) {
-      Orb::sampleIs(Orb::shapeOf<typename F::Key>, &key, bits);
-      Orb::forEachField(key, [](auto& field) {
-        if (detail::notCompared<F>(field.name)) field = {};
-      });
+    typename F::Result result{};
+    if constexpr (detail::ListedKey<F> || adapts) {
+      VelaSwitchApi::sampleIs(key, layout(), bits, &detail::notCompared<F>);
     }
+    VelaSwitchApi::sampleResultIs<F>(result, layout(), bits);
+    if constexpr (adapts) F::sample(self(), bits, key, result);
     Orb::Ptr<Entry> entry = table().newItem(key);
-    Orb::sampleIs(Orb::shapeOf<typename F::Result>, &entry->ownResult());
+    entry->resultIs(result);
     entry->validIs(true);
     return entry;
   }

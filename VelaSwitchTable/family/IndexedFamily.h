@@ -97,8 +97,17 @@ class VELA_EXPORT IndexedFamilyConvertor : public Base {
     entry->resultIs(F::absentResult());
     return entry;
   }
-  void sampleIs(IndexedEntry& entry) const override {
-    Orb::sampleIs(Orb::shapeOf<typename F::Result>, &of(entry).ownResult());
+  void sampleIs(IndexedEntry& entry, const RowLayout& layout, U64 bits) const override {
+    auto& result = of(entry).ownResult();
+    VelaSwitchApi::sampleResultIs<F>(result, layout, bits);
+    if constexpr (requires { &F::sample; }) {
+      F::sample(*this->swTable(), bits, of(entry).key(), result);
+    }
+  }
+  void expectSame(const VelaSwitchApi::RowCheck& check, const IndexedEntry& entry,
+                  const IndexedEntry& again) const override {
+    check.expectSame("result", Orb::shapeOf<ShownOf<F>>, &announced<F>(of(entry).result()),
+                     &announced<F>(of(again).result()));
   }
   HwIndex indexOf(const IndexedEntry& entry) const override { return F::hwIndex(of(entry).key()); }
 

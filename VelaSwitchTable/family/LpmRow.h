@@ -92,6 +92,7 @@ struct VELA_EXPORT LpmBaseFamily : Family<"VelaTableLpmBase", VelaSwitch::LpmKey
   static constexpr std::array handPacked{"cells"};
   /// Address bits, and the VRF above them.
   static void packKey(const Key& key, KeyBits& bits);
+  static void sample(const LpmBaseHelper& helper, U64 bits, Key& key, Result& result);
   static U32 hash(const U8* buffer, U8 way, U8 bits);
   /// The same by the CRC that keys of so many bits have, or null.
   static VelaSwitch::CrcHash crc(U8 bits);

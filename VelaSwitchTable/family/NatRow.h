@@ -26,7 +26,11 @@ template <class F, Orb::FixedString Unit, class Result>
 struct NatFamily : Family<Unit, VelaSwitch::NatMatchKey, Result> {
   using Key = VelaSwitch::NatMatchKey;
 
+  static constexpr U8 classes = 4;  ///< Of protocols that can be encoded.
   static constexpr std::array handPacked{"proto"};
+  static void sample(const VelaTableHashHelper&, U64, Key&, Result& result) {
+    result.proto = result.proto() % classes;
+  }
   /// The row's valid bit is a field of the result, so only a row that is all zero is empty.
   static bool isEntry(const RowReaderOf<F>& row, CuckooLocation) {
     return std::any_of(row.words(), row.words() + F::traits.parityWords,
@@ -34,7 +38,6 @@ struct NatFamily : Family<Unit, VelaSwitch::NatMatchKey, Result> {
   }
   static void packMore(const VelaTableHashHelper&, const Key& key, const Result& result, bool valid,
                        CuckooLocation, RowWriterOf<F>& row) {
-    constexpr U8 classes = 4;
     if (!valid) return;
     const U8 proto = result.proto();
     if (proto >= classes) F::trace(6, "setHwBuffer", " unexpected proto=", proto);

@@ -50,8 +50,7 @@ auto IndexedRowsConvertor::rowImage(HwTableId table, HwIndex index, Content cont
   const KeyRecord* desired =
       content == Content::desired ? record(KeyRecord::desired, index) : nullptr;
   if (desired) entry->resultIsOf(desired);
-  if (content == Content::sample) sampleIs(*entry);
-  entry->validIs(desired || content == Content::sample);
+  entry->validIs(desired);
   return pack(*entry, table, index);
 }
 
@@ -77,23 +76,39 @@ void IndexedRowsConvertor::checkRows() const {
     const VelaSwitchApi::RowCheck check(trace_, rowLayout(id, first));
     // Two rows whose numbers differ in parity: words that are not the data's show in one of them.
     for (const HwIndex index : {first, std::min(first + 1, table->descriptor().last)}) {
-      for (const Content content : {Content::empty, Content::sample}) {
-        const bool empty = content == Content::empty;
-        Image row = rowImage(id, index, content);
-        check.expect(VelaSwitch::parityU32Array(row.data(), parityWords_) == 0,
-                     empty ? "the parity of an empty row is wrong"
-                           : "the parity of an entry's row is wrong");
-        const auto entry = newEntry(index);
-        const RowSays said = says(row.data(), id, index, *entry);
-        check.expect(said != RowSays::unsound,
-                     empty ? "an empty row is unsound" : "the row of an entry is unsound");
-        check.expect(!empty || !entry->valid(), "an empty row unpacks to an entry");
-        if (said == RowSays::result) {
-          check.expectSame(row, pack(*entry, id, index), VelaSwitchApi::maxRowWords);
-        }
+      const Orb::Ptr<IndexedEntry> empty = newEntry(index);
+      check.expect(indexOf(*empty) == firstRow(*table, index), "the key of a row has another row");
+      checkRow(check, id, index, *empty);
+      for (const U64 bits : VelaSwitchApi::sampleBits) {
+        const Orb::Ptr<IndexedEntry> sample = newEntry(index);
+        sampleIs(*sample, rowLayout(id, first), bits);
+        sample->validIs(true);
+        checkRow(check, id, index, *sample);
       }
     }
   }
+}
+
+void IndexedRowsConvertor::checkRow(const VelaSwitchApi::RowCheck& check, HwTableId id,
+                                    HwIndex index, const IndexedEntry& packed) const {
+  const std::string what = packed.valid() ? "an entry's row" : "an empty row";
+  Image row = pack(packed, id, index);
+  check.expect(VelaSwitch::parityU32Array(row.data(), parityWords_) == 0,
+               "the parity of " + what + " is wrong");
+  const Orb::Ptr<IndexedEntry> entry = newEntry(index);
+  const RowSays said = says(row.data(), id, index, *entry);
+  check.expect(said != RowSays::unsound, what + " is unsound");
+  check.expect(packed.valid() || !entry->valid(), "an empty row unpacks to an entry");
+  if (said != RowSays::result) return;
+  check.expectSame(row, pack(*entry, id, index), VelaSwitchApi::maxRowWords);
+  forEachRow(indexOf(packed), [&](const HwTableConfig& table, HwIndex each) {
+    const HwTableId other = table.descriptor().identity.id;
+    if (other == id) return;
+    Image image = pack(packed, other, each);
+    const Orb::Ptr<IndexedEntry> part = newEntry(each);
+    if (says(image.data(), other, each, *part) == RowSays::result) joinRow(other, *part, *entry);
+  });
+  expectSame(check, packed, *entry);
 }
 
 void IndexedRowsConvertor::expectedImage(HwTableId table, HwIndex index, U32* image) const {

@@ -119,20 +119,25 @@ class VELA_EXPORT IndexedRowsConvertor : public VelaSwitchApi::SwTableProfileCon
   virtual HwIndex indexOf(const IndexedEntry& entry) const = 0;
   /// An entry of the row's key as it is without being desired.
   virtual Orb::Ptr<IndexedEntry> newEntry(HwIndex index) const = 0;
-  /// Puts something into each field of the entry's result.
-  virtual void sampleIs(IndexedEntry& entry) const = 0;
+  /// Fills in the entry's result with `bits`, for rows of the layout.
+  virtual void sampleIs(IndexedEntry& entry, const VelaSwitchApi::RowLayout& layout,
+                        U64 bits) const = 0;
+  /// Expects of an entry that was packed and unpacked that its result is the same.
+  virtual void expectSame(const VelaSwitchApi::RowCheck& check, const IndexedEntry& entry,
+                          const IndexedEntry& again) const = 0;
   /// The row of an entry.
   virtual Image pack(const IndexedEntry& entry, HwTableId table, HwIndex index) const = 0;
   /// Fills in what a row of the image says, whose parity is right; may throw what odd values throw.
   virtual RowSays unpack(U32* image, HwTableId table, HwIndex index, IndexedEntry& entry) const = 0;
 
-  /// Of a row: what is desired of its key, what it holds without an entry, or with one that has
-  /// something in each field.
-  enum class Content : U8 { desired, empty, sample };
+  /// Of a row: what is desired of its key, or what it holds without an entry.
+  enum class Content : U8 { desired, empty };
   Image rowImage(HwTableId table, HwIndex index, Content content) const;
   /// What a row that was read says, and what of it in `entry`.
   RowSays says(HwTableId table, HwIndex index, IndexedEntry& entry) const;
-  /// Fails unless empty rows and those of an entry are sound and come back as what they were.
+  /// Adds to an entry, which another table's row gave, what of a table's row no other has.
+  virtual void joinRow(HwTableId, const IndexedEntry&, IndexedEntry&) const {}
+  /// Fails unless empty rows and those of sample entries are sound and come back as what they were.
   void checkRows() const;
 
   const Trace::Handle& trace() const { return trace_; }
@@ -196,6 +201,8 @@ class VELA_EXPORT IndexedRowsConvertor : public VelaSwitchApi::SwTableProfileCon
 
  private:
   RowSays says(U32* image, HwTableId table, HwIndex index, IndexedEntry& entry) const;
+  void checkRow(const VelaSwitchApi::RowCheck& check, HwTableId table, HwIndex index,
+                const IndexedEntry& packed) const;
   HwIndex firstRow(const HwTableConfig& table, HwIndex index) const;
   bool holds(const HwTableConfig& table, HwIndex index) const;
   bool everyRowHolds(HwIndex first) const;

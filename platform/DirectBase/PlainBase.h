@@ -85,8 +85,6 @@ class VELA_EXPORT PlainConvertor : public IndexedRowsConvertor {
   /// The family's hardware tables.
   virtual std::vector<PlainHwTable> plainTables() const = 0;
   virtual VelaSwitchApi::RowLayout makeLayout(const PlainHwTable& table) const = 0;
-  /// Adds to an entry, which another table's row gave, what of a table's row no other has.
-  virtual void joinRow(HwTableId, const IndexedEntry&, IndexedEntry&) const {}
 
   /// Which of the hardware tables.
   enum class Part : U8 { all, pipelines, cpu };

@@ -1,8 +1,5 @@
 #include "Orb/Shape.h"
 
-#include <algorithm>
-#include <bit>
-
 #include "Orb/Range.h"
 
 namespace Orb {
@@ -95,32 +92,6 @@ void appendFields(TextSink& sink, const Shape& record, const void* value) {
     sink.append(field.name);
     sink.append(":");
     appendText(sink, *field.shape, field.in(value));
-  }
-}
-
-void sampleIs(const Shape& record, void* value, U64 bits) {
-  constexpr int turn = 7;
-  int turned = 0;
-  for (const FieldShape& field : record.fields) {
-    const Shape& shape = *field.shape;
-    const U64 number = std::rotl(bits, turned) & ~U64{0} >> (64 - field.usedBits);
-    if (shape.numberIs) {
-      const U64 held = number & ~U64{0} >> std::countl_zero(shape.highest);
-      shape.numberIs(field.in(value), std::clamp(held, shape.lowest, shape.highest));
-    }
-    if (shape.wordOfNumber) shape.wordOfNumber(field.in(value), static_cast<U32>(number));
-    turned += turn;
-  }
-}
-
-void sampleIs(const Shape& shape, void* value) {
-  if (shape.numberIs) shape.numberIs(value, std::clamp<U64>(1, shape.lowest, shape.highest));
-  if (shape.realIs) shape.realIs(value, 1);
-  if (shape.wordOfNumber) shape.wordOfNumber(value, 1);
-  for (const FieldShape& field : shape.fields) sampleIs(*field.shape, field.in(value));
-  if (shape.kind != Kind::array || shape.element->kind == Kind::record) return;
-  for (std::size_t i = 0; i < shape.count(value); ++i) {
-    sampleIs(*shape.element, const_cast<void*>(shape.at(value, i)));
   }
 }
 

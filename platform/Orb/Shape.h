@@ -130,11 +130,4 @@ VELA_EXPORT void parseText(TextCursor& cursor, const Shape& shape, void* value);
 /// "name:value" for each field of a record, with blanks between them.
 VELA_EXPORT void appendFields(TextSink& sink, const Shape& record, const void* value);
 
-/// Puts a one, or what is nearest within bounds, into every number of a value, flags and words
-/// among them. Collections and arrays of records stay as they are.
-VELA_EXPORT void sampleIs(const Shape& shape, void* value);
-/// Puts `bits` into the fields of a record, cut to what each uses and has within bounds, in each
-/// turned by another number of places: no two have the same ones.
-VELA_EXPORT void sampleIs(const Shape& record, void* value, U64 bits);
-
 }  // namespace Orb

@@ -2,6 +2,7 @@
 
 #include <bit>
 
+#include "VelaSwitchApi/RowCheck.h"
 #include "VelaSwitchApi/RowFields.h"
 
 /// What the compiler refuses of a family. Each mistake is an error whose one line names the family,
@@ -17,6 +18,7 @@ enum class Mistake : U8 {
   rowFieldIsNarrowerThanItsValue,
   resultFieldIsNeitherInTheRowNorHandPacked,
   handPackedIsNoFieldOfTheResult,
+  notInHardwareIsNoFieldOfTheResult,
   parityFieldWithoutParityWords,
   rowFieldIsBehindTheParityWords,
   staticWordHoldsAField,
@@ -67,12 +69,19 @@ constexpr RowField fieldOf(std::string_view name) {
   return number ? someFields<F>()[*number] : RowField{};
 }
 
-/// Whether the family says of the field that packMore takes care of it.
+/// Whether the family says of the field of the result that packMore takes care of it.
 template <class F>
 constexpr bool handPacks(std::string_view name) {
   if constexpr (requires { F::handPacked; }) {
     return std::ranges::find(F::handPacked, name) != std::end(F::handPacked);
   }
+  return false;
+}
+
+/// Whether it says of the field that hardware does not have it.
+template <class F>
+constexpr bool lacks(std::string_view name) {
+  if constexpr (requires { F::notInHardware; }) return name == F::notInHardware;
   return false;
 }
 
@@ -109,6 +118,24 @@ consteval void expectNone() {
 }
 
 }  // namespace detail
+
+/// Fills in a value with `bits`, but for the fields that are `left` as they are by default.
+template <class V>
+void sampleIs(V& value, const RowLayout& layout, U64 bits, bool (*left)(std::string_view name)) {
+  sampleIs(Orb::shapeOf<V>, &value, layout, bits);
+  if constexpr (Orb::Value<V>) {
+    Orb::forEachField(value, [&](auto& field) {
+      if (left(field.name)) field = {};
+    });
+  }
+}
+
+/// Fills in a result with `bits`, so that no field of it begins like one of the key.
+template <class F>
+void sampleResultIs(typename F::Result& result, const RowLayout& layout, U64 bits) {
+  constexpr int turn = 16;
+  sampleIs(result, layout, std::rotl(bits, turn), &detail::lacks<F>);
+}
 
 /// Refuses a family without the field in its rows.
 template <class F, Orb::FixedString field>
@@ -155,10 +182,14 @@ consteval void expectRow() {
     expectOf<std::ranges::all_of(F::handPacked, hasField<Shown>), F, "handPacked",
              Mistake::handPackedIsNoFieldOfTheResult>();
   }
+  if constexpr (requires { F::notInHardware; }) {
+    expectOf<hasField<Shown>(F::notInHardware), F, "notInHardware",
+             Mistake::notInHardwareIsNoFieldOfTheResult>();
+  }
   Orb::forEachField(Shown{}, [](const auto& field) {
     using Field = std::remove_cvref_t<decltype(field)>;
     constexpr RowField at = fieldOf<F>(Field::name);
-    constexpr bool byHand = handPacks<F>(Field::name);
+    constexpr bool byHand = handPacks<F>(Field::name) || lacks<F>(Field::name);
     expectOf<someFields<F>().empty() || at.name || byHand, F, Field::fixedName,
              Mistake::resultFieldIsNeitherInTheRowNorHandPacked>();
     expectOf<at.width == 0 || byHand || at.width >= bitsOf<F, Field>(), F, Field::fixedName,
