@@ -94,10 +94,6 @@ class VELA_EXPORT AclHashHelper final : public HashFamilyHelper<AclHashFamily> {
   bool packs_ = false;  ///< It was found to be one of the family's.
 };
 
-VELA_CLASS(AclHashFamily, AclHashTableCuckooEntry, HashFamilyEntry);
-VELA_CLASS(AclHashFamily, AclPhysicalHashProperties, HashFamilyProperties);
-VELA_CLASS(AclHashFamily, AclHashTableStatus, HashFamilyTableStatus);
-
 VELA_HASH_CONVERTOR(VELA_DECLARE, AclHashFamily, AclHashConvertor);
 // Factories with another parameter, and all of them by their other names.
 #define VELA_ACL_FACTORIES(Do)                                                                     \

@@ -51,9 +51,6 @@ VELA_HASH_CLASSES(HashTestFamily, HashTestTable, HashConvertorTestTable, HashTes
                   TestEntryStatus);
 VELA_HASH_CONVERTOR(VELA_DECLARE, HashTestFamily, HashConvertorTestTable);
 VELA_HASH_CONVERTOR(VELA_WHOLE, HashTestFamily, HashConvertorTestTable);
-VELA_CLASS(HashTestFamily, HashTestTableCuckooEntry, HashFamilyEntry);
-VELA_CLASS(HashTestFamily, HashTestPhysicalHashProperties, HashFamilyProperties);
-VELA_CLASS(HashTestFamily, TestTableStatus, HashFamilyTableStatus);
 VELA_CLASS(HashTestFamily, HashTestHelper, HashFamilyHelper);
 
 class VELA_EXPORT HashTestTable final : public HashFamilyTable<HashTestFamily> {

@@ -32,15 +32,10 @@ struct VELA_EXPORT LagGroupFamily
   static constexpr auto fields(const RowShape& shape) {
     return std::to_array<RowField>({{"lagGroupId", 0, 32}, {"control", 32, shape.cpu ? 0u : 32u}});
   }
-  static std::vector<PlainHwTable> hwTables(const VelaSwitch::ProfileInfo& profile) {
-    return layer2PortTables(profile, {"lag_group_data0", "lag_ctl"}, {"lag_group_data0"});
-  }
+  static constexpr Layer2Registers layer2Registers{
+      .data = {"lag_group_data0"}, .control = "lag_ctl", .cpu = true};
   /// Every port in a group is to have an entry that says so.
   static bool marks(const Result* entry, const Result& row) { return !entry || *entry != row; }
-  static void packMore(const PlainRowContext& at, const Key& key, const Result&,
-                       RowWriterOf<LagGroupFamily>& row) {
-    row.set<"control">(controlCommit | portSelection(at.table, key.portId()));
-  }
   static RowSays unpackMore(const PlainRowContext&, const Key&, const RowReaderOf<LagGroupFamily>&,
                             Result& result);
 };

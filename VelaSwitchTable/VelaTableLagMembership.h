@@ -41,18 +41,11 @@ struct VELA_EXPORT LagMembershipFamily
       .table = {108, "LagMembership"}, .rowWords = 3, .tracesHandling = true};
   static constexpr auto fields(const RowShape& shape) {
     return std::to_array<RowField>(
-        {{"ports0", 0, 32}, {"ports32", 32, 32}, {"select", 64, shape.cpu ? 0u : 32u}});
+        {{"port", 0, shape.ports}, {"control", 64, shape.cpu ? 0u : 32u}});
   }
-  static constexpr std::array handPacked{"port"};
   static constexpr std::string_view notInHardware = "lagGroupId";
-  static std::vector<PlainHwTable> hwTables(const VelaSwitch::ProfileInfo& profile) {
-    return layer2PortTables(profile, {"lag_mask_data0", "lag_mask_data1", "lag_ctl"},
-                            {"lag_mask_data0", "lag_mask_data1"});
-  }
-  static void packMore(const PlainRowContext& at, const Key& key, const Result& result,
-                       RowWriterOf<LagMembershipFamily>& row);
-  static RowSays unpackMore(const PlainRowContext& at, const Key& key,
-                            const RowReaderOf<LagMembershipFamily>& row, Result& result);
+  static constexpr Layer2Registers layer2Registers{
+      .data = {"lag_mask_data0", "lag_mask_data1"}, .control = "lag_ctl", .commit = 0, .cpu = true};
 };
 
 VELA_PLAIN_FAMILY(LagMembership, Layer2All);

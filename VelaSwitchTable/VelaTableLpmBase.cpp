@@ -55,12 +55,14 @@ void LpmBaseFamily::packKey(const Key& key, KeyBits& bits) {
 }
 
 void LpmBaseFamily::sample(const LpmBaseHelper& helper, U64 bits, Key& key, Result& result) {
+  constexpr int turn = 17;  // No two cells are alike.
   const U8 base = helper.level().prefixBaseLen;
   key.prefix = Ipnet::IpPrefix(Ipnet::IpAddr(static_cast<U32>(bits)), base);
   for (EntryCellResult& cell : result.cells.value) {
-    bits = std::rotl(bits, 17);
+    bits = std::rotl(bits, turn);
     const auto nexthop = VelaSwitch::NexthopIndexes::fromRaw(static_cast<U32>(bits));
-    if (nexthop.valid()) cell = cellOf(nexthop, static_cast<U8>(base + bits % 3));
+    const U64 beyond = bits % (LpmLevel::prefixRange + 1);
+    if (nexthop.valid()) cell = cellOf(nexthop, static_cast<U8>(base + beyond));
   }
 }
 

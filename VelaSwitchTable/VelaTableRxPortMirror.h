@@ -24,14 +24,8 @@ struct VELA_EXPORT RxPortMirrorFamily
     return std::to_array<RowField>(
         {{"portMask", 0, shape.ports}, {"enabled", shape.ports, 1}, {"control", 64, 32}});
   }
-  static std::vector<PlainHwTable> hwTables(const VelaSwitch::ProfileInfo& profile) {
-    return layer2PortTables(profile,
-                            {"ingress_mirror_data0", "ingress_mirror_data1", "ingress_mirror_ctl"});
-  }
-  static void packMore(const PlainRowContext& at, const Key& key, const Result&,
-                       RowWriterOf<RxPortMirrorFamily>& row) {
-    row.set<"control">(controlCommit | portSelection(at.table, key.portId()));
-  }
+  static constexpr Layer2Registers layer2Registers{
+      .data = {"ingress_mirror_data0", "ingress_mirror_data1"}, .control = "ingress_mirror_ctl"};
 };
 
 VELA_PLAIN_FAMILY(RxPortMirror, Layer2All);

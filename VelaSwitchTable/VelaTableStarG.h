@@ -54,9 +54,6 @@ static_assert(StarGFamily::fields({})[2].first == StarGFamily::level.paddedKeyWi
 VELA_HASH_CLASSES(StarGFamily, StarGTable, Lpm29Convertor, StarGHelper, StarGTableCuckooEntry,
                   StarGPhysicalHashProperties, StarGTableStatus, StarGEntryStatus);
 VELA_MULTICAST_FACTORIES(VELA_FACTORY, StarG, starG);
-VELA_CLASS(StarGFamily, StarGTableCuckooEntry, HashFamilyEntry);
-VELA_CLASS(StarGFamily, StarGPhysicalHashProperties, HashFamilyProperties);
-VELA_CLASS(StarGFamily, StarGTableStatus, HashFamilyTableStatus);
 VELA_CLASS(StarGFamily, StarGTable, HashFamilyTable);
 
 class VELA_EXPORT StarGHelper final : public HashFamilyHelper<StarGFamily> {

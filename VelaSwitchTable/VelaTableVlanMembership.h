@@ -27,6 +27,7 @@ struct VELA_EXPORT VlanMembershipFamily
     U32 vrfBits = 5;
     U32 format = 4;  ///< The register format's major version.
   };
+  static constexpr Shape shapes[] = {{48, 5, 4}, {48, 2, 4}, {48, 2, 3}, {48, 2, 2}};
   static Shape shape(const VelaSwitch::ProfileInfo& profile, const PlainHwTable& table);
   /// Format 2 has a valid bit and a row of three words, format 3 a constant behind the routing
   /// flags, format 4 as many VRF bits as the profile and the pipes' ACL and NAT fields.

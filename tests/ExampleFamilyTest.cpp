@@ -70,16 +70,6 @@ TEST(ExampleFamily, standsInThePageAsItIs) {
 
 // Mistakes that no compiler sees are found when the table is made.
 
-struct VELA_EXPORT OddParityFamily : TunnelFamily {
-  static constexpr HashFamilyTraits traits = [] {
-    HashFamilyTraits odd = TunnelFamily::traits;
-    odd.parityWords = 5;
-    return odd;
-  }();
-};
-VELA_HASH_FAMILY(OddParity);
-VELA_HASH_FAMILY_DEFINE(OddParity)
-
 /// What is packed by hand and not read back.
 struct VELA_EXPORT ForgetfulFamily : Family<"VelaTableForgetful", TunnelKey, TunnelResult> {
   static constexpr HashFamilyTraits traits = TunnelFamily::traits;
@@ -106,20 +96,33 @@ struct VELA_EXPORT HalfKeyFamily : TunnelFamily {
 VELA_HASH_FAMILY(HalfKey);
 VELA_HASH_FAMILY_DEFINE(HalfKey)
 
+/// What is listed as packed by hand, and packed by nobody.
 struct VELA_EXPORT ForgetfulPortFamily
     : IndexedFamily<"VelaTableForgetfulPort", StormLimitKey, StormLimitResult> {
   static constexpr PlainFamilyTraits traits = StormLimitFamily::traits;
-  static constexpr RowField fields[] = {
-      {"broadcastRate", 0, 12}, {"multicastRate", 12, 12}, {"drops", 31, 1}};
+  static constexpr RowField fields[] = {{"broadcastRate", 0, 12}, {"multicastRate", 12, 12}};
   static constexpr auto portRegisters = std::to_array(StormLimitFamily::portRegisters);
   static constexpr std::array handPacked{"drop"};
-  static void packMore(const PlainRowContext&, const Key&, const Result& result,
-                       RowWriterOf<ForgetfulPortFamily>& row) {
-    row.set<"drops">(result.drop());
-  }
 };
 VELA_PLAIN_FAMILY(ForgetfulPort, Layer2All);
 VELA_PLAIN_FAMILY_DEFINE(ForgetfulPort, Layer2All)
+
+struct VELA_EXPORT ExchangedFamily : StormLimitFamily {
+  static RowSays unpackMore(const PlainRowContext&, const Key&, const RowReaderOf<ExchangedFamily>&,
+                            Result& result) {
+    std::swap(result.broadcastRate.value, result.multicastRate.value);
+    return RowSays::result;
+  }
+};
+VELA_PLAIN_FAMILY(Exchanged, Layer2All);
+VELA_PLAIN_FAMILY_DEFINE(Exchanged, Layer2All)
+
+/// Each port has the row of another.
+struct VELA_EXPORT CrossedFamily : StormLimitFamily {
+  static HwIndex hwIndex(const Key& key) { return key.portId().value() ^ 1; }
+};
+VELA_PLAIN_FAMILY(Crossed, Layer2All);
+VELA_PLAIN_FAMILY_DEFINE(Crossed, Layer2All)
 
 /// No row without an entry is sound.
 struct VELA_EXPORT OddLagFamily : L3LagFamily {
@@ -132,17 +135,17 @@ TEST(ExampleFamily, rowsThatDoNotComeBackAreRefusedWhenTheTableIsMade) {
   const auto refusal = [](VelaSwitchApi::SwTable& table) {
     return VelaTest::fatalText([&] { Chip().create(table); });
   };
-  EXPECT_THAT(refusal(*OddParityTableIs("odd")),
-              StartsWith("VelaTableTunnel: the parity of an empty row is wrong"));
-  EXPECT_THAT(
-      refusal(*ForgetfulTableIs("forgetful")),
-      StartsWith("VelaTableForgetful: the row of an entry unpacks to another entry: field trap"));
-  EXPECT_THAT(refusal(*HalfKeyTableIs("half")),
-              StartsWith("VelaTableTunnel: the row of an entry unpacks to another entry"));
-  EXPECT_THAT(
-      refusal(*ForgetfulPortTableIs("port")),
-      StartsWith(
-          "VelaTableForgetfulPort: the row of an entry unpacks to another entry: field drops"));
+  const auto another = [&](VelaSwitchApi::SwTable& table, const char* unit, const char* what) {
+    EXPECT_THAT(
+        refusal(table),
+        StartsWith(Orb::text(unit, ": the row of an entry unpacks to another entry: ", what)));
+  };
+  another(*ForgetfulTableIs("hash"), "VelaTableForgetful", "field trap");
+  another(*HalfKeyTableIs("half"), "VelaTableTunnel", "field ");
+  another(*ForgetfulPortTableIs("port"), "VelaTableForgetfulPort", "drop true becomes false");
+  another(*ExchangedTableIs("exchanged"), "VelaTableStormLimit", "field broadcastRate");
+  EXPECT_THAT(refusal(*CrossedTableIs("crossed")),
+              StartsWith("VelaTableStormLimit: the key of a row has another row"));
   EXPECT_THAT(refusal(*OddLagTableIs("lag")),
               StartsWith("VelaTableL3Lag: an empty row is unsound"));
   EXPECT_EQ(refusal(*TunnelTableIs("right")), "");

@@ -1,4 +1,5 @@
 #include "Generator.h"
+#include "VelaSwitchTable/VelaTableL3Lag.h"
 #include "VelaSwitchTable/VelaTableSG.h"
 #include "VelaTableTunnel.h"
 #include "agent/Events.h"
@@ -470,14 +471,6 @@ TEST(Registry, refusesFamiliesOfOneNameOrNumber) {
   EXPECT_THAT(with("New", 94), HasSubstr("New and AclHash have one number, 94"));
 }
 
-TEST(Registry, refusesATableWhoseControlWordTheSwitchDoesNotKnow) {
-  VelaTest::Chip chip;
-  const auto tunnels = VelaSwitchTable::TunnelTableIs("tunnels");
-  chip.create(*tunnels);
-  EXPECT_THAT(VelaTest::fatalText([&] { VelaAgent::checkControlWords(*tunnels); }),
-              HasSubstr("Tunnel: the simulated switch does not know its control word"));
-}
-
 TEST(Registry, refusesALookupWithoutAFunction) {
   std::optional<VelaSwitchTable::TunnelResult> (*none)(VelaDevice::DataPath&, U32,
                                                        const VelaSwitchTable::TunnelKey&) = nullptr;
@@ -503,6 +496,14 @@ struct VELA_EXPORT TwinFamily : TunnelFamily {
 VELA_HASH_FAMILY(Twin);
 VELA_HASH_FAMILY_DEFINE(Twin)
 
+/// The bit is missing that makes hardware take a row.
+struct VELA_EXPORT UncommittedFamily : L3LagFamily {
+  static constexpr RowField fields[] = {
+      {"portMask", 0, 50}, {"cpuPriority", 50, 1}, {"parity", 51, 1}, {"index", 64, 6}};
+};
+VELA_DIRECT_FAMILY(Uncommitted);
+VELA_DIRECT_FAMILY_DEFINE(Uncommitted)
+
 }  // namespace VelaSwitchTable
 
 TEST(Registry, refusesTablesThatHardwareCannotTellApart) {
@@ -520,4 +521,16 @@ TEST(Registry, refusesTablesThatHardwareCannotTellApart) {
   EXPECT_THAT(refusal({tunnels.get(), twin.get()}), HasSubstr("Tunnel and Twin have one selector"));
   EXPECT_THAT(refusal({groups.get(), twin.get()}),
               HasSubstr("SG and Twin have one offset of hit bits"));
+}
+
+TEST(Registry, refusesATableWhoseRowsTheSwitchDoesNotTakeByTheControlWord) {
+  VelaTest::Chip chip;
+  const auto refusal = [&](const Orb::Ptr<VelaSwitchApi::SwTable>& table) {
+    chip.create(*table);
+    return VelaTest::fatalText([&] { VelaAgent::checkControlWords(*table); });
+  };
+  EXPECT_THAT(refusal(VelaSwitchTable::TunnelTableIs("tunnels")),
+              HasSubstr("Tunnel: the simulated switch does not know its control word"));
+  EXPECT_THAT(refusal(VelaSwitchTable::UncommittedTableIs("uncommitted")),
+              HasSubstr("L3Lag: the control word of row 0 does not select it"));
 }

@@ -4,6 +4,7 @@
 #include <sstream>
 
 #include "Support.h"
+#include "agent/Registry.h"
 
 // The worked tasks of the documentation, typed as they stand there. A block with a file's name is
 // that file; in a console block, lines behind "$ " are typed and the others are what comes out,
@@ -93,6 +94,29 @@ TEST(Documentation, theTasksWorkAsTheyStand) {
     EXPECT_EQ(missing(output, typed.said), "") << "$ " << typed.command;
   }
   std::filesystem::remove_all(directory);
+}
+
+/// What the page does not name between backquotes, of the fields of a value.
+void expectNamed(const std::string& page, const Orb::Shape& shape) {
+  for (const Orb::FieldShape& field : shape.fields) {
+    if (field.shape->inlined) {
+      expectNamed(page, *field.shape);
+    } else {
+      EXPECT_THAT(page, testing::HasSubstr(Orb::text("`", field.name, "`")));
+    }
+  }
+}
+
+TEST(Documentation, namesEveryTableWithItsFields) {
+  std::ifstream in(DOCS "/events.md");
+  const std::string page(std::istreambuf_iterator<char>(in), {});
+  for (const auto& family : VelaAgent::families()) {
+    EXPECT_THAT(page, testing::HasSubstr("`" + family.name + "`"));
+    const auto table = family.make(0);
+    for (const Orb::Shape& shape : {table->keyShape(), table->resultShape()}) {
+      if (shape.structured()) expectNamed(page, shape);
+    }
+  }
 }
 
 }  // namespace

@@ -20,6 +20,8 @@
 ///   packPlace(index, row)               and what depends on the place alone
 ///   isSound(row)                        whether a row can be one of the table, its parity aside
 ///   unpackMore(profile, row, result)    adds what only that says
+///   sample(table, bits, key, result)    makes a result of the table of one with the bits in its
+///                                       fields, for the checks when the table is made
 ///   hwIndex(key), keyOf(index)          noRow or one beyond the last for a key without a row
 ///   describe(result)                    the result within the text form of an entry
 namespace VelaSwitchTable {

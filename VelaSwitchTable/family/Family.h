@@ -25,47 +25,10 @@ struct ClassesOf;
 template <class F>
 using TableOf = typename ClassesOf<F>::Table;  ///< The table of a family.
 
-namespace detail {
-
-/// A name as characters: what is made of it is one thing in all libraries, which it is not under
-/// GCC when made of an object.
-template <char... characters>
-struct VELA_EXPORT NamedUnit {
-  static constexpr char sourceUnit[] = {characters..., '\0'};
-  static inline Trace::Handle trace{sourceUnit};
-};
-
-template <Orb::FixedString Unit, class Indexes>
-struct UnitOf;
-template <Orb::FixedString Unit, std::size_t... indexes>
-struct UnitOf<Unit, std::index_sequence<indexes...>> {
-  using Type = NamedUnit<Unit.chars[indexes]...>;
-};
-
-}  // namespace detail
-
-/// A family's source unit and the trace handle called after it.
-template <Orb::FixedString Unit>
-using SourceUnit =
-    typename detail::UnitOf<Unit, std::make_index_sequence<Unit.view().size()>>::Type;
-
-/// What keys and results are: aggregates of Orb::Field members that name themselves, or numbers
-/// with bounds.
-template <class T>
-concept FamilyValue = Orb::Value<T> || Orb::IsRanged<T>;
-
-/// Refuses a key or a result that is none.
-template <class T>
-consteval bool valueChecked() {
-  VelaSwitchApi::expectOf<FamilyValue<T>, T, "typeName",
-                          VelaSwitchApi::Mistake::valueHasNoTypeNameOrIsNoListOfFields>();
-  return true;
-}
-
 /// What every family is derived from: its unit, the key and the result of its entries.
 template <Orb::FixedString Unit, class K, class R>
-struct Family : SourceUnit<Unit> {
-  static_assert(valueChecked<K>() && valueChecked<R>());
+struct Family : Trace::SourceUnit<Unit> {
+  static_assert(VelaSwitchApi::valueChecked<K>() && VelaSwitchApi::valueChecked<R>());
   using Key = K;     ///< What an entry is found by.
   using Result = R;  ///< What is desired of it.
 };

@@ -26,6 +26,9 @@
 ///                             fields of the result it packs is said by handPacked, see Row.h
 ///   unpackMore(helper, row, result)
 ///   isEntry(row, location)    whether the row holds an entry; else its `valid` bit says it
+///   sample(helper, bits, key, result)   makes an entry of the table of a key and a result with the
+///                             bits in their fields, for the checks when the table is made; without
+///                             it, a key with packKey is the null key there
 ///   check(helper, key, result)   asserts what must hold of an entry before anything moves
 ///   notCompared               the field of the key that rows do not tell, if any
 ///   dataWords(profile)        data registers, where the traits do not say it
@@ -112,16 +115,20 @@ class VELA_EXPORT HashFamilyConvertor : public HashTableConvertor {
 //   XxxTableStatusIs()
 //
 // A family of other names writes VELA_HASH_FAMILY_NAMED with all of them, and …_NAMED_DEFINE; one
-// that adds something to a class writes VELA_HASH_CLASSES, its own classes, and VELA_CLASS for the
-// others.
+// that adds something to the table, the helper or the convertor writes VELA_HASH_CLASSES, that
+// class, and VELA_CLASS for the others of these.
 
 #define VELA_HASH_LIST(Do, Or, Family, Table_, Helper_, Entry_, Properties_, TableStatus_) \
   Do(Family, Table, Table_, HashFamilyTable, (const std::string& name, U8 tableIdx Or(0)), \
      (name, tableIdx, tableIdx));                                                          \
   Do(Family, Helper, Helper_, HashFamilyHelper, (U8 tableIdx Or(0)), (tableIdx));          \
-  Do(Family, CuckooEntry, Entry_, HashFamilyEntry, (const Family::Key& key), (key));       \
-  Do(Family, PhysicalHashProperties, Properties_, HashFamilyProperties,                    \
-     (U32 tableId Or(Family::traits.tableId(0))), (tableId));                              \
+  VELA_HASH_RECORDS(Do, Or, Family, Entry_, Properties_, TableStatus_)
+
+/// Those that no family adds to.
+#define VELA_HASH_RECORDS(Do, Or, Family, Entry_, Properties_, TableStatus_)         \
+  Do(Family, CuckooEntry, Entry_, HashFamilyEntry, (const Family::Key& key), (key)); \
+  Do(Family, PhysicalHashProperties, Properties_, HashFamilyProperties,              \
+     (U32 tableId Or(Family::traits.tableId(0))), (tableId));                        \
   Do(Family, TableStatus, TableStatus_, HashFamilyTableStatus, (), ())
 
 /// Apart from the others: families that share rows may share the convertor of one of them.
@@ -144,7 +151,8 @@ class VELA_EXPORT HashFamilyConvertor : public HashTableConvertor {
   VELA_HASH_NAMES(Family, Table, Convertor, Helper, Entry, Properties, TableStatus, EntryStatus); \
   extern template class HashFamilyTableBase<Family>;                                              \
   extern template class HashFamilyHelperBase<Family>;                                             \
-  VELA_HASH_LIST(VELA_DECLARE, VELA_OR, Family, Table, Helper, Entry, Properties, TableStatus)
+  VELA_HASH_LIST(VELA_DECLARE, VELA_OR, Family, Table, Helper, Entry, Properties, TableStatus);   \
+  VELA_HASH_RECORDS(VELA_WHOLE, VELA_OR, Family, Entry, Properties, TableStatus)
 
 #define VELA_HASH_CLASSES_DEFINE(Family, Table, Helper, Entry, Properties, TableStatus) \
   static const TableRegistration Family##Registration{Family::traits.table};            \
@@ -156,7 +164,8 @@ class VELA_EXPORT HashFamilyConvertor : public HashTableConvertor {
                                EntryStatus)                                                      \
   VELA_HASH_CLASSES(Family, Table, Convertor, Helper, Entry, Properties, TableStatus,            \
                     EntryStatus);                                                                \
-  VELA_HASH_LIST(VELA_WHOLE, VELA_OR, Family, Table, Helper, Entry, Properties, TableStatus);    \
+  VELA_CLASS(Family, Table, HashFamilyTable);                                                    \
+  VELA_CLASS(Family, Helper, HashFamilyHelper);                                                  \
   VELA_HASH_CONVERTOR(VELA_DECLARE, Family, Convertor);                                          \
   VELA_HASH_CONVERTOR(VELA_WHOLE, Family, Convertor)
 

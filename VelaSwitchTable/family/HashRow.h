@@ -10,7 +10,7 @@ namespace VelaSwitchTable {
 /// Packs and unpacks a family's rows.
 template <class F>
 class VELA_EXPORT HashFamilyHelperBase : public VelaTableHashHelper {
-  static_assert(hashFamilyChecked<F, ShownOf<F>>());
+  static_assert(hashFamilyChecked<F>());
 
  public:
   using Entry = typename ClassesOf<F>::CuckooEntry;

@@ -87,7 +87,7 @@ class VELA_EXPORT IndexedFamilyTable
 /// The convertor of a family, with Base likewise and Entry for its rows.
 template <class F, class Base, class Entry>
 class VELA_EXPORT IndexedFamilyConvertor : public Base {
-  static_assert(indexedFamilyChecked<F, ShownOf<F>>());
+  static_assert(indexedFamilyChecked<F>());
 
  protected:
   IndexedFamilyConvertor() : Base(F::traits, F::trace) {}
@@ -106,8 +106,8 @@ class VELA_EXPORT IndexedFamilyConvertor : public Base {
   }
   void expectSame(const VelaSwitchApi::RowCheck& check, const IndexedEntry& entry,
                   const IndexedEntry& again) const override {
-    check.expectSame("result", Orb::shapeOf<ShownOf<F>>, &announced<F>(of(entry).result()),
-                     &announced<F>(of(again).result()));
+    check.expectSame("result", Orb::shapeOf<VelaSwitchApi::ShownOf<F>>,
+                     &announced<F>(of(entry).result()), &announced<F>(of(again).result()));
   }
   HwIndex indexOf(const IndexedEntry& entry) const override { return F::hwIndex(of(entry).key()); }
 

@@ -65,6 +65,8 @@ struct VELA_EXPORT LpmBaseFamily : Family<"VelaTableLpmBase", VelaSwitch::LpmKey
     U32 vrfBits = 5;
     U32 storedWidth = 23;  ///< Row bits in front of the valid bit.
   };
+  static constexpr Shape shapes[] = {
+      {lpmLevels.back(), 5, 23}, {lpmLevels.front(), 5, 7}, {lpmLevel<29>, 5, 29}};
   static Shape shape(const LpmBaseHelper& helper);
   static constexpr auto fields(const Shape& shape) {
     const U32 address = shape.level.storedAddressBits();

@@ -11,11 +11,15 @@
 ///   fields              the row; see Row.h. What depends on the result alone is packed by name
 ///   hwTables(profile)   the hardware tables, a PlainHwTable each
 ///   portRegisters       or, where they have a register for each port, a PortRegister each
+///   layer2Registers     or, where they are those of the layer-2 processors, a Layer2Registers; the
+///                       row's field "control" is then packed from it
 ///
 /// and, where it is not like the others,
 ///
 ///   packMore(at, key, result, row)     writes the rest of the row; with handPacked, see Row.h
 ///   unpackMore(at, key, row, result)   adds what only that says, and judges the row
+///   sample(table, bits, key, result)   makes a result of the table of one with the bits in its
+///                       fields, for the checks when the table is made
 ///   shape(profile, table)              what the fields' places depend on, unless a RowShape
 ///   hwIndex(key), keyOf(index), absentResult()
 ///   copies(profile)                    how often each row stands in a hardware table, unless once
@@ -134,6 +138,8 @@ class VELA_EXPORT PlainFamilyLayerConvertor : public ClassesOf<F>::Convertor {
   std::vector<PlainHwTable> plainTables() const override {
     if constexpr (requires { F::portRegisters; }) {
       return portRegisterTables(this->profile(), F::traits.rowWords, F::portRegisters);
+    } else if constexpr (requires { F::layer2Registers; }) {
+      return layer2PortTables(this->profile(), F::layer2Registers);
     } else {
       return F::hwTables(this->profile());
     }
@@ -154,6 +160,10 @@ class VELA_EXPORT PlainFamilyLayerConvertor : public ClassesOf<F>::Convertor {
     RowWriterOf<F> row(this->layout(id), image.data(), "hwTableEntryIs");
     row.setNamed(announced<F>(of(entry).result()));
     row.setPlace(this->indexOf(entry));
+    if constexpr (requires { F::layer2Registers; }) {
+      row.template set<"control">(
+          layer2Control(this->declared(id), F::layer2Registers, of(entry).key().portId()));
+    }
     if constexpr (requires { &F::packMore; }) {
       F::packMore(context(id), of(entry).key(), of(entry).result(), row);
     }

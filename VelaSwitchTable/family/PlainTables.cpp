@@ -48,18 +48,21 @@ PlainHwTable processorTable(HwTableId id, bool cpu, HwIndex first, HwIndex last,
 }  // namespace
 
 std::vector<PlainHwTable> layer2PortTables(const ProfileInfo& profile,
-                                           const std::vector<std::string>& registers,
-                                           const std::vector<std::string>& cpuRegisters) {
+                                           const Layer2Registers& registers) {
+  std::vector<std::string> data{registers.data[0]};
+  if (registers.data[1]) data.emplace_back(registers.data[1]);
+  std::vector<std::string> all = data;
+  all.emplace_back(registers.control);
   std::vector<PlainHwTable> tables;
   const U32 processors = profile.numTables(TableKind::layer2);
   for (U32 t = 0; t < processors; ++t) {
     const VelaSwitch::PortRange ports = portRangeOfL2Table(&profile, t);
     tables.push_back(processorTable(t, false, ports.first, ports.last,
-                                    regPrefix(layer2Prefix(profile), t), registers));
+                                    regPrefix(layer2Prefix(profile), t), all));
   }
-  if (!cpuRegisters.empty()) {
+  if (registers.cpu) {
     tables.push_back(processorTable(processors, true, 0, profile.ports() - 1,
-                                    "cpu_pipeline[0]/lag_cpu[0]/", cpuRegisters));
+                                    "cpu_pipeline[0]/lag_cpu[0]/", data));
   }
   return tables;
 }

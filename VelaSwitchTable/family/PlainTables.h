@@ -23,18 +23,24 @@ VELA_EXPORT std::vector<PlainHwTable> portRegisterTables(const VelaSwitch::Profi
 /// The register prefix of a layer-2 processor's tables.
 VELA_EXPORT const char* layer2Prefix(const VelaSwitch::ProfileInfo& profile);
 
-/// The tables of the layer-2 processors, each with the rows of the ports that it serves. With
-/// `cpuRegisters`, the CPU pipeline's table of all ports stands behind them; it has no control
-/// word.
-VELA_EXPORT std::vector<PlainHwTable> layer2PortTables(
-    const VelaSwitch::ProfileInfo& profile, const std::vector<std::string>& registers,
-    const std::vector<std::string>& cpuRegisters = {});
+/// The registers of a family whose rows lie in the layer-2 processor that serves the port. A bit of
+/// the control word selects the port; it is the row's field "control".
+struct Layer2Registers {
+  std::array<const char*, 2> data;  ///< The second is null where a row has one.
+  const char* control;              ///< Written last.
+  U32 commit = 1u << 31;            ///< What the control word says beside the port's bit.
+  bool cpu = false;  ///< Whether the CPU's pipeline has a table as well, without control word.
+};
 
-/// Makes hardware take the row, in a control word that selects it by a bit.
-inline constexpr U32 controlCommit = 1u << 31;
-/// The bit of a control word that selects a port of the table.
-inline U32 portSelection(const PlainHwTable& table, VelaSwitch::ChipPortId port) {
-  return 1u << (port.value() - table.first) % 32;
+/// The tables of the layer-2 processors, each with the rows of the ports that it serves, and the
+/// CPU pipeline's of all ports behind them.
+VELA_EXPORT std::vector<PlainHwTable> layer2PortTables(const VelaSwitch::ProfileInfo& profile,
+                                                       const Layer2Registers& registers);
+
+/// The control word of a port's row in the table.
+inline U32 layer2Control(const PlainHwTable& table, const Layer2Registers& registers,
+                         VelaSwitch::ChipPortId port) {
+  return registers.commit | 1u << (port.value() - table.first) % 32;
 }
 
 /// One table with the same rows for each of the kind, and the CPU pipeline's behind them where the

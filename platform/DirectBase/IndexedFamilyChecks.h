@@ -6,16 +6,15 @@
 /// What the compiler refuses of a family whose rows follow from the key.
 namespace VelaSwitchTable {
 
-/// Refuses, when the family is compiled, what no such family can be. Shown is what of its result
-/// shows in rows.
-template <class F, class Shown>
+/// Refuses, when the family is compiled, what no such family can be.
+template <class F>
 consteval bool indexedFamilyChecked() {
   using VelaSwitchApi::Mistake;
   using VelaSwitchApi::RowField;
   using namespace VelaSwitchApi::detail;
-  VelaSwitchApi::expectRow<F, Shown>();
+  VelaSwitchApi::expectRow<F>();
   constexpr std::size_t held = firstThat<F>([](const RowField& field) {
-    if (!VelaSwitchApi::holdsResult<F, Shown>(field)) return false;
+    if (!VelaSwitchApi::holdsResult<F>(field)) return false;
     for (U32 bit = field.first; bit < field.first + field.width; ++bit) {
       if ((F::traits.staticWords[bit / 32] >> bit % 32 & 1) != 0) return true;
     }
@@ -26,9 +25,10 @@ consteval bool indexedFamilyChecked() {
       !requires { &F::packMore; } && !requires { &F::packPlace; }) {
     constexpr std::size_t unpacked = firstThat<F>([](const RowField& field) {
       const std::string_view name = field.name;
-      const bool placed = name == "row" || name == "index" || name == "parity";
-      return field.content == RowField::varies && !placed &&
-             !VelaSwitchApi::holdsResult<F, Shown>(field);
+      constexpr bool layer2 = requires { F::layer2Registers; };
+      const bool placed =
+          name == "row" || name == "index" || name == "parity" || (layer2 && name == "control");
+      return field.content == RowField::varies && !placed && !VelaSwitchApi::holdsResult<F>(field);
     });
     expectNone<F, unpacked, Mistake::rowFieldIsPackedByNobody>();
   }
@@ -40,7 +40,9 @@ template <class F>
 consteval bool plainTablesChecked() {
   using VelaSwitchApi::Mistake;
   constexpr bool registers = requires { F::portRegisters; };
-  VelaSwitchApi::expectOf < registers || requires { &F::hwTables; }
+  constexpr bool layer2 = requires { F::layer2Registers; };
+  if constexpr (layer2) VelaSwitchApi::expectField<F, "control">();
+  VelaSwitchApi::expectOf < registers || layer2 || requires { &F::hwTables; }
   , F, "portRegisters", Mistake::needsPortRegistersOrHwTables > ();
   if constexpr (registers) {
     constexpr bool placed = std::ranges::all_of(F::portRegisters, [](const auto& each) {

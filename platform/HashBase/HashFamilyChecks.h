@@ -111,8 +111,8 @@ consteval void expectControlWord() {
 
 }  // namespace detail
 
-/// Refuses, when the family is compiled, what no hash family can be. Shown is its result.
-template <class F, class Shown>
+/// Refuses, when the family is compiled, what no hash family can be.
+template <class F>
 consteval bool hashFamilyChecked() {
   using namespace detail;
   expectOf<F::traits.prefix && F::traits.hashBits != 0 && F::traits.ways != 0, F, "traits",
@@ -120,7 +120,7 @@ consteval bool hashFamilyChecked() {
   if constexpr (F::traits.placement != HashPlacement::once) {
     VelaSwitchApi::processorPlaceChecked<F>();
   }
-  VelaSwitchApi::expectRow<F, Shown>();
+  VelaSwitchApi::expectRow<F>();
   if constexpr (!requires { &F::isEntry; }) VelaSwitchApi::expectField<F, "valid">();
   expectControlWord<F>();
   if constexpr (requires { F::keyFields; }) {
@@ -130,7 +130,7 @@ consteval bool hashFamilyChecked() {
         const std::string_view name = field.name;
         const bool placed = name == "row" || name == "way" || name == "parity";
         return field.content == RowField::varies && !placed &&
-               !VelaSwitchApi::holdsResult<F, Shown>(field) &&
+               !VelaSwitchApi::holdsResult<F>(field) &&
                !VelaSwitchApi::hasField<typename F::Key>(name) &&
                field.first + field.width > storedBits<F>();
       });

@@ -5,6 +5,7 @@
 #include <string_view>
 #include <vector>
 
+#include "Orb/FixedString.h"
 #include "Orb/Text.h"
 #include "Orb/Types.h"
 
@@ -94,5 +95,21 @@ class VELA_EXPORT Handle {
   int twinlogLevel_ = -1;
   int spoorLevel_ = -1;
 };
+
+namespace detail {
+
+/// Of characters: what is made of them is one thing in all libraries, which it is not under GCC
+/// when made of an object.
+template <char... characters>
+struct VELA_EXPORT NamedUnit {
+  static constexpr char sourceUnit[] = {characters..., '\0'};
+  static inline Handle trace{sourceUnit};
+};
+
+}  // namespace detail
+
+/// A source unit's name and the handle called after it.
+template <Orb::FixedString Unit>
+using SourceUnit = Orb::OfCharacters<detail::NamedUnit, Unit>;
 
 }  // namespace Trace

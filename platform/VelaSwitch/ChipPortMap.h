@@ -39,6 +39,11 @@ class ChipPortMap {
   }
   auto operator<=>(const ChipPortMap&) const = default;
 
+  ///@{ The flags as a number, bit n for port n, as rows hold them: only those that are true.
+  friend U64 hashWord(const ChipPortMap& map) { return map.flags_; }
+  friend void fromRowBits(ChipPortMap& map, U64 bits) { map.known_ = map.flags_ = bits; }
+  ///@}
+
   friend void appendText(Orb::TextSink& sink, const ChipPortMap& map) {
     sink.append("{");
     map.forEach([&](ChipPortId port, bool flag) {

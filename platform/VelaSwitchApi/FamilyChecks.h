@@ -21,6 +21,7 @@ enum class Mistake : U8 {
   notInHardwareIsNoFieldOfTheResult,
   parityFieldWithoutParityWords,
   rowFieldIsBehindTheParityWords,
+  parityWordsHoldWhatIsWrittenAfterTheParity,
   staticWordHoldsAField,
   staticWordIsBehindTheRow,
   keyHasNoSuchField,
@@ -36,13 +37,28 @@ enum class Mistake : U8 {
   needsPortRegistersOrHwTables,
 };
 
-template <class Family, Orb::FixedString field, Mistake mistake>
+namespace detail {
+
+#ifdef __clang__
+/// Clang shows the text of an object as the numbers of its characters.
+template <char... characters>
+struct Characters;
+template <Orb::FixedString field>
+using Named = Orb::OfCharacters<Characters, field>;
+#else
+template <Orb::FixedString field>
+struct Named;
+#endif
+
+}  // namespace detail
+
+template <class Family, class Field, Mistake mistake>
 struct Refused;
 
 /// Refuses the family unless `good`.
 template <bool good, class Family, Orb::FixedString field, Mistake mistake>
 consteval void expectOf() {
-  if constexpr (!good) static_cast<void>(sizeof(Refused<Family, field, mistake>));
+  if constexpr (!good) static_cast<void>(sizeof(Refused<Family, detail::Named<field>, mistake>));
 }
 
 namespace detail {
@@ -62,11 +78,18 @@ consteval unsigned bitsOf() {
   return 0;
 }
 
-/// The field of the name; one without bits when there is none.
+/// The field of the name, where it has the fewest bits of those shapes that have it; one without
+/// bits when there is none.
 template <class F>
 constexpr RowField fieldOf(std::string_view name) {
-  const auto number = findField<F>(name);
-  return number ? someFields<F>()[*number] : RowField{};
+  RowField least;
+  for (const auto& fields : allFields<F>()) {
+    for (const RowField& field : fields) {
+      if (name != field.name) continue;
+      if (least.width == 0 || (field.width != 0 && field.width < least.width)) least = field;
+    }
+  }
+  return least;
 }
 
 /// Whether the family says of the field of the result that packMore takes care of it.
@@ -102,13 +125,17 @@ consteval auto fieldName() {
   }>();
 }
 
-/// The number of the first field of the row that is `wrong`; the number of fields when none is.
+/// The number of the first field of the row that is `wrong` in some shape; the number of fields
+/// when none is.
 template <class F, class Wrong>
 constexpr std::size_t firstThat(Wrong wrong) {
-  const auto fields = someFields<F>();
-  std::size_t i = 0;
-  while (i < fields.size() && (fields[i].width == 0 || !wrong(fields[i]))) ++i;
-  return i;
+  std::size_t first = someFields<F>().size();
+  for (const auto& fields : allFields<F>()) {
+    std::size_t i = 0;
+    while (i < first && (fields[i].width == 0 || !wrong(fields[i]))) ++i;
+    first = i;
+  }
+  return first;
 }
 
 /// Refuses the field of the number, if there is one.
@@ -118,6 +145,18 @@ consteval void expectNone() {
 }
 
 }  // namespace detail
+
+/// What keys and results are: aggregates of Orb::Field members that name themselves, or numbers
+/// with bounds.
+template <class T>
+concept FamilyValue = Orb::Value<T> || Orb::IsRanged<T>;
+
+/// Refuses a key or a result that is none.
+template <class T>
+consteval bool valueChecked() {
+  expectOf<FamilyValue<T>, T, "typeName", Mistake::valueHasNoTypeNameOrIsNoListOfFields>();
+  return true;
+}
 
 /// Fills in a value with `bits`, but for the fields that are `left` as they are by default.
 template <class V>
@@ -152,28 +191,42 @@ consteval bool processorPlaceChecked() {
 }
 
 /// Whether a field of the row holds something of the result, or that there is one.
-template <class F, class Shown>
+template <class F>
 constexpr bool holdsResult(const RowField& field) {
   return field.content == RowField::varies &&
-         (hasField<Shown>(field.name) || std::string_view(field.name) == "valid");
+         (hasField<ShownOf<F>>(field.name) || std::string_view(field.name) == "valid");
 }
 
-/// Refuses, when the family is compiled, what can be told from the row and from the result's fields
-/// as they show in rows, Shown.
-template <class F, class Shown>
+/// Refuses, when the family is compiled, what can be told from the row and from the fields of the
+/// result that show in it.
+template <class F>
 consteval void expectRow() {
   using namespace detail;
-  constexpr std::size_t misplaced = firstMisplaced(someFields<F>(), F::traits.rowWords);
+  using Shown = ShownOf<F>;
+  constexpr std::size_t misplaced = [] {
+    std::size_t first = someFields<F>().size();
+    for (const auto& fields : allFields<F>()) {
+      first = std::min(first, firstMisplaced(fields, F::traits.rowWords));
+    }
+    return first;
+  }();
   expectNone<F, misplaced, Mistake::rowFieldOverlapsAnotherOrEndsBehindTheRow>();
   constexpr bool packsMore = requires { &F::packMore; };
   constexpr U8 parityWords = F::traits.parityWords;
   if constexpr (parityWords != 0) {
     expectField<F, "parity">();
     constexpr std::size_t behind = firstThat<F>([](const RowField& field) {
-      return (holdsResult<F, Shown>(field) || std::string_view(field.name) == "parity") &&
+      return (holdsResult<F>(field) || std::string_view(field.name) == "parity") &&
              field.first + field.width > parityWords * 32u;
     });
     expectNone<F, behind, Mistake::rowFieldIsBehindTheParityWords>();
+    constexpr std::size_t later = firstThat<F>([](const RowField& field) {
+      const std::string_view name = field.name;
+      const bool placed = name == "row" || name == "way" || name == "index";
+      const bool constant = field.content != RowField::varies && field.content != 0;
+      return (placed || constant) && field.first < parityWords * 32u;
+    });
+    expectNone<F, later, Mistake::parityWordsHoldWhatIsWrittenAfterTheParity>();
   } else {
     expectOf<packsMore || !findField<F>("parity"), F, "parity",
              Mistake::parityFieldWithoutParityWords>();

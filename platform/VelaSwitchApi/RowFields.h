@@ -6,6 +6,7 @@
 
 #include "Orb/FixedString.h"
 #include "Orb/Value.h"
+#include "VelaSwitch/Profile.h"
 #include "VelaSwitchApi/RowLayout.h"
 
 /// Rows described once. F, which describes some, has the handle `trace` and lists the fields, as a
@@ -14,7 +15,7 @@
 ///   static constexpr RowField fields[] = {{"vlanId", 0, 12}, …, {"one", 145, 1, 1}};
 ///
 /// or, where their places differ, as a function of what they depend on, with the same names in the
-/// same order whatever that is:
+/// same order whatever that is, and lists the `shapes` in which the compiler is to check them:
 ///
 ///   static constexpr auto fields(const Shape& shape) {
 ///     return std::to_array<RowField>({{"portMask", 0, shape.ports}, …});
@@ -36,9 +37,16 @@ concept ConstantRow = requires {
   F::fields[0];
 };
 
-template <class Fields, class Shape>
-consteval auto usualFields(Fields (*fields)(const Shape&)) {
-  return fields(Shape{});
+/// The shapes in which rows of F are checked when it is compiled.
+template <class F, class Shape>
+consteval auto shapesOf() {
+  if constexpr (requires { F::shapes; }) {
+    return std::to_array(F::shapes);
+  } else if constexpr (requires { Shape::usual(); }) {
+    return Shape::usual();
+  } else {
+    return std::array{Shape{}};
+  }
 }
 
 /// The bit below which fields have the same places in all rows of F.
@@ -53,14 +61,28 @@ consteval U32 sameBits() {
   }
 }
 
-/// The fields by number; where places differ, those of some shape.
+template <class F, class Fields, class Shape>
+consteval auto fieldsByShape(Fields (*fields)(const Shape&)) {
+  constexpr auto shapes = shapesOf<F, Shape>();
+  std::array<Fields, shapes.size()> all{};
+  for (std::size_t i = 0; i < shapes.size(); ++i) all[i] = fields(shapes[i]);
+  return all;
+}
+
+/// The fields by number in each of those shapes.
+template <class F>
+consteval auto allFields() {
+  if constexpr (ConstantRow<F>) {
+    return std::to_array({std::to_array(F::fields)});
+  } else {
+    return fieldsByShape<F>(&F::fields);
+  }
+}
+
+/// The fields in the first of them.
 template <class F>
 consteval auto someFields() {
-  if constexpr (ConstantRow<F>) {
-    return std::to_array(F::fields);
-  } else {
-    return usualFields(&F::fields);
-  }
+  return allFields<F>()[0];
 }
 
 }  // namespace detail
@@ -110,6 +132,44 @@ RowLayout rowLayout(U8 words, const Shape&... shape) {
     return {{fields.begin(), fields.end()}, words};
   }
 }
+
+/// What the places of a row's fields may depend on.
+struct RowShape {
+  U32 ports = 48;
+  bool cpu = false;    ///< The CPU's table, not a pipeline's.
+  bool other = false;  ///< The second of a family's two formats: F::otherFormat(profile).
+  U8 tableIdx = 0;     ///< Which instance of a hash family.
+
+  /// Those in which rows are checked when a family is compiled, unless it lists its own.
+  static constexpr auto usual() {
+    constexpr U32 most = VelaSwitch::ProfileInfo::maxPorts;
+    return std::to_array<RowShape>(
+        {{}, {1}, {most}, {1, true}, {most, true}, {most, false, true}, {most, false, false, 1}});
+  }
+};
+
+/// The shape of a family's rows in a profile, completed from what is known of the table.
+template <class F>
+RowShape rowShape(const VelaSwitch::ProfileInfo& profile, RowShape shape = {}) {
+  shape.ports = profile.ports();
+  if constexpr (requires { F::otherFormat(profile); }) shape.other = F::otherFormat(profile);
+  return shape;
+}
+
+/// What of an entry is announced and shows in rows: the result, unless the family's entries hold
+/// more.
+template <class Family>
+const auto& announced(const typename Family::Result& result) {
+  if constexpr (requires { Family::announced(result); }) {
+    return Family::announced(result);
+  } else {
+    return result;
+  }
+}
+
+/// The part of a family's results that shows in rows.
+template <class F>
+using ShownOf = std::remove_cvref_t<decltype(announced<F>(std::declval<typename F::Result>()))>;
 
 /// Writes the fields of a row.
 template <class F>

@@ -89,7 +89,9 @@ struct ToyPortResult {
 struct VELA_EXPORT ToyPortFamily
     : IndexedFamily<"VelaTableToyPort", PortKeyOf<"VelaSwitchTable::ToyPortKey">, ToyPortResult> {
   static constexpr PlainFamilyTraits traits{.table = {160, "ToyPort"}, .rowWords = 1};
-  static constexpr RowField fields[] = {{PORT_FIELD}};
+  static constexpr auto fields([[maybe_unused]] const RowShape& shape) {
+    return std::to_array<RowField>({{PORT_FIELD}});
+  }
   static constexpr PortRegister PORT_TABLES;
 };
 
