@@ -3,15 +3,14 @@
 #include <gmock/gmock.h>
 
 #include <fstream>
-#include <nlohmann/json.hpp>
 
 #include "agent/Agent.h"
 #include "agent/TableAdapter.h"
 
 namespace {
 
-using nlohmann::json;
 using testing::ElementsAre;
+using VelaAgent::Json;
 using VelaBus::RegisterMap;
 using VelaBus::TableRegisters;
 
@@ -27,12 +26,12 @@ std::vector<TableRegisters> registersOfProfile(const char* name) {
   return tables;
 }
 
-std::vector<std::string> faultsOf(const json& map, const std::vector<TableRegisters>& tables) {
+std::vector<std::string> faultsOf(const Json& map, const std::vector<TableRegisters>& tables) {
   return RegisterMap::fromText(map.dump(), "map").faults(tables);
 }
 
 struct ProfileMap : testing::Test {
-  const json map = json::parse(std::ifstream(EXAMPLES "/vela-20-4.0.registers.json"));
+  const Json map = Json::parse(std::ifstream(EXAMPLES "/vela-20-4.0.registers.json"));
   const std::vector<TableRegisters> tables = registersOfProfile("vela-20-4.0");
 };
 
@@ -41,7 +40,7 @@ TEST_F(ProfileMap, servesTheWholeProfile) {
   EXPECT_THAT(faultsOf(map, tables), ElementsAre());
   for (const char* part : {"registers", "tables"}) {
     for (std::size_t i = 0; i < map[part].size(); ++i) {
-      json less = map;
+      Json less = map;
       less[part].erase(i);
       EXPECT_FALSE(faultsOf(less, tables).empty()) << map[part][i];
     }
@@ -49,9 +48,9 @@ TEST_F(ProfileMap, servesTheWholeProfile) {
 }
 
 TEST_F(ProfileMap, saysWhatIsMissing) {
-  json less = map;
-  const auto change = [&](const char* part, const char* member, const std::string& of) -> json& {
-    for (json& each : less[part]) {
+  Json less = map;
+  const auto change = [&](const char* part, const char* member, const std::string& of) -> Json& {
+    for (Json& each : less[part]) {
       if (each[member].dump().find(of) != std::string::npos) return each;
     }
     throw std::logic_error(of);
