@@ -12,7 +12,7 @@ libraries="Platform SwitchTable Routes"
 # Templates that are inlined elsewhere are no part of a library: the same flags each time.
 cmake -S . -B $build -G Ninja -DCMAKE_CXX_COMPILER=g++ -DCMAKE_CXX_FLAGS="-Og -g" \
     -DVELA_TOOLS=OFF -DVELA_TESTS=OFF -DVELA_BENCH=OFF -DVELA_DEVICE=OFF \
-    -DCMAKE_UNITY_BUILD=ON -DCMAKE_UNITY_BUILD_BATCH_SIZE=8 >/dev/null
+    -DCMAKE_UNITY_BUILD=ON >/dev/null
 cmake --build $build
 cmake --install $build --prefix $build/prefix >/dev/null
 describe() { # library file, its headers, output
