@@ -11,8 +11,8 @@ using VelaSwitchTable::EntryCellResult;
 using VelaSwitchTable::LpmResult;
 
 HashedLevel::HashedLevel(LpmTable& routes, RoutesListener disowned,
-                         Orb::Ptr<VelaSwitchTable::LpmBaseTable> table)
-    : RouteLevel(routes, std::move(disowned)), table_(std::move(table)) {
+                         Orb::Ptr<VelaSwitchTable::LpmBaseTable> table, const Staging& staging)
+    : RouteLevel(routes, std::move(disowned)), table_(std::move(table)), staging_(staging) {
   table_->tableStatusIs()->entryStatuses().observerIs(this);
   table_->claimObserverIs(&claims_);
 }
@@ -93,6 +93,11 @@ const HashedLevel::Record* HashedLevel::recordOf(const LpmRoutes& shared) const 
   return table_->find(shared.key, shared.tag);
 }
 
+const VelaSwitchApi::HashBaseCuckooEntry* HashedLevel::itemOf(const LpmRoutes& shared) const {
+  const Record* record = recordOf(shared);
+  return record && record->has(KeyRecord::cached) ? record : nullptr;
+}
+
 bool HashedLevel::inHardware(const LpmRoutes& shared) const {
   const Record* record = recordOf(shared);
   return record && record->has(KeyRecord::stated) &&
@@ -113,7 +118,7 @@ void HashedLevel::program(LpmRoutes& shared) {
   const Orb::Ptr<VelaSwitchApi::HashBaseCuckooEntry> item = shared.item;
   const Writing writing(*this);
   const U32 tag = shared.tag;
-  const bool changed = batch_ && staging_ ? batch_->entryIs(stagedNumber_, key, result, tag)
+  const bool changed = batch_ && staging_.on ? batch_->entryIs(staging_.number, key, result, tag)
                        : item && item->known()
                            ? table_->entryIs(static_cast<Record&>(*item), result)
                            : table_->entryIs(key, result, tag);

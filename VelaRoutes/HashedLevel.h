@@ -11,8 +11,15 @@ namespace VelaRoutes {
 /// there; its routes have the status tableFull until it comes in.
 class HashedLevel final : public RouteLevel, private Orb::KeyObserver<RouteKey> {
  public:
+  /// How rows of a batch that is on are written, of all levels.
+  struct Staging {
+    bool on = true;          ///< Rather than at once.
+    std::size_t number = 0;  ///< The entry of the batch that the next ones are for.
+  };
+
+  /// `staging` must outlive it.
   HashedLevel(LpmTable& routes, RoutesListener disowned,
-              Orb::Ptr<VelaSwitchTable::LpmBaseTable> table);
+              Orb::Ptr<VelaSwitchTable::LpmBaseTable> table, const Staging& staging);
   ~HashedLevel() override;
 
   VelaSwitchTable::LpmBaseTable& table() const override { return *table_; }
@@ -24,14 +31,12 @@ class HashedLevel final : public RouteLevel, private Orb::KeyObserver<RouteKey> 
     return table_->hwInconsistentEntry(LpmRoutes::keyOf(route));
   }
   void forEachGuess(const Guess& visit) const override;
-  /// While a batch is on, rows are staged until they are flushed; `number` says for which entry of
-  /// the batch the next ones are.
+  /// While a batch is on, rows are staged until they are flushed.
   void batchIs(bool on);
-  /// Rows of a batch that is on are written at once meanwhile, unless staging.
-  void stagingIs(bool staging) { staging_ = staging; }
   void flush() { batch_->flush(); }
-  void stagedNumberIs(std::size_t number) { stagedNumber_ = number; }
   bool staged(const LpmRoutes& shared) const override;
+  /// What is programmed of the routes' key or waits to be, or null.
+  const VelaSwitchApi::HashBaseCuckooEntry* itemOf(const LpmRoutes& shared) const;
   /// Whether hardware has the entry that the routes make.
   bool inHardware(const LpmRoutes& shared) const;
 
@@ -54,8 +59,7 @@ class HashedLevel final : public RouteLevel, private Orb::KeyObserver<RouteKey> 
   Claims claims_{*this};
   Unheard unheard_;
   std::optional<VelaSwitchTable::LpmBaseTable::Batch> batch_;
-  std::size_t stagedNumber_ = 0;
-  bool staging_ = true;
+  const Staging& staging_;
 };
 
 }  // namespace VelaRoutes

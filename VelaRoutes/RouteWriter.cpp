@@ -29,14 +29,6 @@ void RouteWriter::Batch::flush() {
   for (const auto& level : writer_.hashed_) level->flush();
 }
 
-void RouteWriter::Batch::stagingIs(bool staging) {
-  for (const auto& level : writer_.hashed_) level->stagingIs(staging);
-}
-
-void RouteWriter::Batch::numberIs(std::size_t number) {
-  for (const auto& level : writer_.hashed_) level->stagedNumberIs(number);
-}
-
 bool RouteWriter::Batch::staged(const Key& route) const {
   const HashedLevel* level = writer_.hashedFor(route.prefix().len());
   const LpmRoutes* shared = level ? writer_.routes_->routesOf(LpmRoutes::keyOf(route)) : nullptr;
@@ -59,7 +51,8 @@ RouteWriter::RouteWriter(Ladder ladder)
     : routes_(std::move(ladder.routes)),
       first_(*routes_, forgetting(), std::move(ladder.firstLevel)) {
   for (auto& table : ladder.levels) {
-    hashed_.push_back(std::make_unique<HashedLevel>(*routes_, forgetting(), std::move(table)));
+    hashed_.push_back(
+        std::make_unique<HashedLevel>(*routes_, forgetting(), std::move(table), staging_));
   }
   routes_->levelsAre(this);
 }
@@ -88,6 +81,18 @@ RouteLevel& RouteWriter::levelFor(U8 prefixLen) {
 LpmBaseTable* RouteWriter::levelOf(U8 prefixLen) const {
   const HashedLevel* hashed = hashedFor(prefixLen);
   return hashed ? &hashed->table() : nullptr;
+}
+
+void RouteWriter::soon(const Key& route) const {
+  const U32 tag = VelaSwitchApi::entryTag(LpmRoutes::keyOf(route));
+  routes_->soon(tag);
+  if (const HashedLevel* level = hashedFor(route.prefix().len())) level->table().soon(tag);
+}
+
+const VelaSwitchApi::HashBaseCuckooEntry* RouteWriter::itemOf(const Key& route) const {
+  const HashedLevel* level = hashedFor(route.prefix().len());
+  const LpmRoutes* shared = level ? routes_->routesOf(LpmRoutes::keyOf(route)) : nullptr;
+  return shared ? level->itemOf(*shared) : nullptr;
 }
 
 template <class Visitor>

@@ -52,6 +52,8 @@ class VELA_EXPORT RouteWriter final : private LpmTable::Levels {
   bool withdraw(const Key& route);  ///< Likewise; returns whether there was one.
   /// The route is announced: rebuilt or not, it stays.
   void claim(const Key& route);
+  /// A route is announced or withdrawn soon.
+  void soon(const Key& route) const;
   /// All that is desired was announced: guesses that announced routes account for go.
   void complete();
   /// Forgets the rebuilt routes that were not claimed, after a word on each; returns how many.
@@ -70,9 +72,9 @@ class VELA_EXPORT RouteWriter final : private LpmTable::Levels {
 
     void flush();  ///< Writes what is staged.
     /// Nothing is staged meanwhile, unless staging.
-    void stagingIs(bool staging);
+    void stagingIs(bool staging) { writer_.staging_.on = staging; }
     /// The next rows are for the entry of the number.
-    void numberIs(std::size_t number);
+    void numberIs(std::size_t number) { writer_.staging_.number = number; }
     /// Whether the row of the route's key is staged.
     bool staged(const Key& route) const;
 
@@ -84,6 +86,8 @@ class VELA_EXPORT RouteWriter final : private LpmTable::Levels {
 
   /// The hashed level that serves the real length, or null for the first level.
   VelaSwitchTable::LpmBaseTable* levelOf(U8 prefixLen) const;
+  /// What is programmed of the route's key in a hashed level or waits to be, or null.
+  const VelaSwitchApi::HashBaseCuckooEntry* itemOf(const Key& route) const;
   /// The level that serves the real length, whichever it is.
   VelaSwitchApi::SwTable& tableOf(U8 prefixLen) const;
   /// The routes that an entry of a level stands for; none when it is announced on its own.
@@ -114,6 +118,7 @@ class VELA_EXPORT RouteWriter final : private LpmTable::Levels {
 
   Orb::Ptr<LpmTable> routes_;
   FirstLevel first_;
+  HashedLevel::Staging staging_;
   std::vector<std::unique_ptr<HashedLevel>> hashed_;
   RouteChange change_ = RouteChange::desired;  ///< Why routes change just now.
 };

@@ -1,5 +1,6 @@
 #include "VelaRoutes/Routes.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace VelaRoutes {
@@ -93,7 +94,12 @@ void Routes::announceAll(std::size_t count, const RouteAt& routeAt, BatchListene
   {
     Announcing announcing(*this, routeAt, listener);
     try {
-      for (std::size_t number = 0; number < count; ++number) announcing.announce(number);
+      for (std::size_t number = 0; number < count; ++number) {
+        const bool first = number % VelaSwitchApi::batchMost == 0;
+        const std::size_t ahead = first ? std::min(count - number, VelaSwitchApi::batchMost) : 0;
+        for (std::size_t i = 0; i < ahead; ++i) writer_.soon(routeAt(number + i).first);
+        announcing.announce(number);
+      }
       announcing.tellAll();
     } catch (...) {
       announcing.tellAll();
@@ -155,9 +161,13 @@ bool Routes::withdraw(const Key& route) {
 }
 
 std::vector<VelaSwitchApi::Competitor> Routes::competing(const Key& route) const {
-  const auto* level = writer_.levelOf(route.prefix().len());
-  if (!level) return {};
-  return level->competing(level->cachedItem(LpmRoutes::keyOf(route)).get());
+  const auto* item = writer_.itemOf(route);
+  return item ? item->table().competing(item) : std::vector<VelaSwitchApi::Competitor>();
+}
+
+std::size_t Routes::competitors(const Key& route) const {
+  const auto* item = writer_.itemOf(route);
+  return item ? item->table().competingRows(item).size() : 0;
 }
 
 template <class Wanted>

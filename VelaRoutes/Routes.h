@@ -63,6 +63,8 @@ class VELA_EXPORT Routes final : private Orb::KeyObserver<RouteKey> {
   Status status(const Key& route) const;  ///< notProgrammed for a route that is not known.
   /// The rows that leave a refused route none; one fewer than the routes' keys that need them.
   std::vector<VelaSwitchApi::Competitor> competing(const Key& route) const;
+  /// How many they are.
+  std::size_t competitors(const Key& route) const;
 
   /// Routes that were announced and stand; those of them that hardware has, that wait for room, and
   /// that hardware lacks since they were refused.

@@ -22,13 +22,12 @@ LpmTable::~LpmTable() {
   index_.forEach([](void* routes) { delete static_cast<LpmRoutes*>(routes); });
 }
 
-LpmRoutes* LpmTable::routesOf(const Key& key) const {
-  if (last_ && last_->key == key) return last_;
-  void* found = index_.find(VelaSwitchApi::entryTag(key), [&](const void* each) {
+LpmRoutes* LpmTable::lookUp(const Key& key) const {
+  lastKey_ = key;
+  last_ = static_cast<LpmRoutes*>(index_.find(VelaSwitchApi::entryTag(key), [&](const void* each) {
     return static_cast<const LpmRoutes*>(each)->key == key;
-  });
-  if (found) last_ = static_cast<LpmRoutes*>(found);
-  return static_cast<LpmRoutes*>(found);
+  }));
+  return last_;
 }
 
 LpmRoutes& LpmTable::routesIs(const Key& key) {

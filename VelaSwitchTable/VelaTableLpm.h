@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Orb/Map.h"
 #include "Orb/RecordIndex.h"
 #include "Trace/Trace.h"
 #include "VelaSwitchTable/family/LpmRoutes.h"
@@ -74,11 +75,19 @@ class VELA_EXPORT LpmTable final : public Orb::PtrInterface {
   }
 
   void levelsAre(Levels* levels) { levels_ = levels; }  ///< One at most; null when it goes.
-  LpmRoutes* routesOf(const Key& key) const;            ///< The routes of a key, or null.
+  /// The routes of a key, or null.
+  LpmRoutes* routesOf(const Key& key) const { return key == lastKey_ ? last_ : lookUp(key); }
+  /// Those of the key with the tag are needed soon.
+  void soon(U32 tag) const { index_.soon(tag); }
   /// Calls `visit(routes)` for each key, in no order. They must not change meanwhile.
   template <class Visitor>
   void forEachKey(const Visitor& visit) const {
-    index_.forEach([&](const void* each) { visit(*static_cast<const LpmRoutes*>(each)); });
+    index_.forEach([&](const void* each) { visit(*static_cast<const LpmRoutes*>(each)); },
+                   [](const void* each) {
+                     const VelaSwitchApi::KeyRecord* record =
+                         static_cast<const LpmRoutes*>(each)->item.get();
+                     __builtin_prefetch(record);
+                   });
   }
   LpmStatus statusOf(const LpmRoutes& routes, U32 node) const;  ///< Of one that has a status.
   void handleStatus(const Key& route);    ///< Told by the levels: the route's status changed.
@@ -95,6 +104,7 @@ class VELA_EXPORT LpmTable final : public Orb::PtrInterface {
 
   /// The route, if it has the flag.
   Place find(Flag flag, const Key& route) const;
+  LpmRoutes* lookUp(const Key& key) const;
   LpmRoutes& routesIs(const Key& key);
   void set(LpmRoutes& routes, U32 node, Flag flag, bool set);
   bool holds(const LpmRoutes& routes, U32 node, const LpmResult& result, bool odd) const;
@@ -107,7 +117,8 @@ class VELA_EXPORT LpmTable final : public Orb::PtrInterface {
   Orb::RecordIndex index_{
       [](const void* each) { return static_cast<const LpmRoutes*>(each)->tag; }};
   Orb::Slab slab_;
-  mutable LpmRoutes* last_ = nullptr;  ///< What was found last: it is asked for again and again.
+  mutable Key lastKey_;                ///< What was asked for last: it is again and again.
+  mutable LpmRoutes* last_ = nullptr;  ///< Null where there is none.
   U32 dropped_ = 0;                    ///< Keys that nothing was known of any more, so far.
   std::array<U32, LpmRoutes::flags> counts_{};
   Orb::Map<Key, LpmResult> oddResults_;

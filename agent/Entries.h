@@ -115,6 +115,8 @@ class Entries {
   virtual bool pollHitBits(Orb::Seconds now) = 0;
   /// The entries that leave a refused one no row; one fewer than they are with it.
   virtual std::vector<Competitor> competing(AnyRef) const { return {}; }
+  /// How many they are.
+  virtual std::size_t competitors(AnyRef) const { return 0; }
   /// Those of them whose withdrawal lets it in: when others go, somebody else comes in first.
   virtual std::vector<Competitor> yielding(AnyRef) const { return {}; }
   /// The result that was announced for the key or rebuilt from hardware, or none.

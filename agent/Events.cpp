@@ -389,16 +389,14 @@ std::string EventRunner::refuse(const Refusal& refusal) {
   appendCompact(line_, refusal.keyText);
   append(line_, R"(,"status":")", status, R"(")");
   if (refusal.status == EntryProgrammedStatus::tableFull) {
-    const auto competing = table.competing(refusal.key);
+    const std::size_t rows = table.competitors(refusal.key);
     const TableEntries* level = table.levelOf(refusal.key);
-    append(line_, R"(,"competing":{"entries":)", competing.size() + 1, R"(,"rows":)",
-           competing.size());
+    append(line_, R"(,"competing":{"entries":)", rows + 1, R"(,"rows":)", rows);
     if (level) append(line_, R"(,"level":)", Quoted{level->name()});
-    if (explain_) explainRefusal(table, competing, line_);
+    if (explain_) explainRefusal(table, table.competing(refusal.key), line_);
     line_ += '}';
     if (story_) {
-      sentence +=
-          "; " + competingText(competing.size() + 1) + (level ? " in " + level->name() : "");
+      sentence += "; " + competingText(rows + 1) + (level ? " in " + level->name() : "");
     }
   }
   line_ += '}';

@@ -41,6 +41,7 @@ class RouteEntries final : public Entries, private VelaRoutes::AdmissionListener
   std::vector<Competitor> competing(AnyRef key) const override {
     return routes_.competing(key.as<Key>());
   }
+  std::size_t competitors(AnyRef key) const override { return routes_.competitors(key.as<Key>()); }
   std::vector<Competitor> yielding(AnyRef key) const override;
   AnyValue resultOf(AnyRef key) const override;
   bool fills(const VelaSwitchApi::SwTable& table) const override;

@@ -60,6 +60,7 @@ class TableAdapter {
                        Json& /*explanation*/) const {}
   bool pollHitBits(Orb::Seconds now) { return entries_->pollHitBits(now); }
   std::vector<Competitor> competing(AnyRef key) const { return entries_->competing(key); }
+  std::size_t competitors(AnyRef key) const { return entries_->competitors(key); }
   bool fills(const VelaSwitchApi::SwTable& table) const { return entries_->fills(table); }
   /// Which of several tables an entry of the key is to be in, where there are several.
   virtual const TableEntries* levelOf(AnyRef /*key*/) const { return nullptr; }

@@ -12,7 +12,7 @@ std::vector<Waiting> waitingEntries(const Agent& agent, const TableAdapter& tabl
     Waiting waiting{status.key, status.status, std::nullopt, std::nullopt};
     if (const TableEntries* level = table.levelOf(status.value)) waiting.level = level->name();
     if (status.status == EntryProgrammedStatus::tableFull) {
-      waiting.entries = table.competing(status.value).size() + 1;
+      waiting.entries = table.competitors(status.value) + 1;
     }
     const std::vector<Json> of = agent.routesAt(table, status.key);
     if (of.empty()) {

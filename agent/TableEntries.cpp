@@ -313,6 +313,10 @@ std::vector<Competitor> HashTableEntries::competing(AnyRef key) const {
   return hashTable().competing(item(key));
 }
 
+std::size_t HashTableEntries::competitors(AnyRef key) const {
+  return hashTable().competingRows(item(key)).size();
+}
+
 std::vector<Competitor> HashTableEntries::yielding(AnyRef key) const {
   return hashTable().yielding(item(key));
 }

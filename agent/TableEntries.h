@@ -171,6 +171,7 @@ class HashTableEntries : public TableEntries {
   }
   Orb::Seconds lastHit(AnyRef key) const override;
   std::vector<Competitor> competing(AnyRef key) const override;
+  std::size_t competitors(AnyRef key) const override;
   std::vector<Competitor> yielding(AnyRef key) const override;
   std::vector<HwIndex> candidates(AnyRef key) const override;
   std::vector<Orb::Ptr<VelaSwitchApi::HashBaseCuckooEntry>> equals(AnyRef key) const override {

@@ -186,7 +186,7 @@ TEST_P(Placement, refusesExactlyWhatNoArrangementHolds) {
     // The proof: these items and the new one have, among them all, one row too few.
     std::set<CuckooLocation> common;
     std::set<const HashItem*> competitors{&item};
-    for (const HashItem* each : table.competitors(item)) competitors.insert(each);
+    for (const U32 row : table.competitors(item)) competitors.insert(table.at(row));
     for (const HashItem* each : competitors) {
       for (U8 way = 0; way < ways; ++way) common.insert(table.candidate(*each, way));
     }

@@ -22,10 +22,8 @@ Table::Table(U32 rowsPerWay, U8 ways)
   ORB_ASSERT(rowsPerWay >= 1 && rowsPerWay <= 65536);
   ORB_ASSERT(ways >= 1 && ways <= maxWays);
   slots_.resize(capacity());
-  rows_.resize(capacity());
   reached_.resize(capacity());
   nodes_.resize(capacity());
-  competitors_.reserve(capacity());
 }
 
 void Table::hashAll(const HashItem& item) const {
@@ -42,7 +40,7 @@ HashItem* Table::find(const HashItem& key) const {
   for (U8 way = 0; way < ways_; ++way) {
     const U32 slot = candidateSlot(key, way);
     // Equal keys have equal rows in every way; comparing those first spares most key comparisons.
-    if (rows_[slot] != rowsOf(key)) continue;
+    if (nodes_[slot].rows != rowsOf(key)) continue;
     HashItem* item = slots_[slot].get();
     if (item && item->isEqual(key)) return item;
   }
@@ -66,7 +64,7 @@ bool Table::reach(U32 slot, U32 from, Search kind) {
   if (node.seen == searches_) return false;
   if (kind == Search::pruned && node.closed == closings_) return false;
   reachedFrom(slot, from);
-  return !slots_[slot];
+  return node.closed != closings_ && !slots_[slot];
 }
 
 /// The free row that the fewest moves lead to, or noSlot when none can be reached. Rows are reached
@@ -89,9 +87,9 @@ void Table::searchBegin() {
 U32 Table::searchFurther(Search kind) {
   for (U32 next = 0; next < reachedCount_; ++next) {
     const U32 from = reached_[next];
-    const Rows mover = rows_[from];
-    for (U8 way = 0; way < ways_; ++way) {
-      const U32 slot = candidateSlot(mover, way);
+    Rows mover = nodes_[from].rows;
+    for (U32 first = 0; first < capacity(); first += rowsPerWay_, mover >>= 16) {
+      const U32 slot = first + rowOf(mover, 0);
       if (reach(slot, from, kind)) return slot;
     }
   }
@@ -171,7 +169,7 @@ SuccessionResult Table::succeed(HashItem& gone, RowWriter& writer) {
   const bool wasClosed = isClosed(freed);
   bool stillClosed = wasClosed && leadsNowhereElse(rowsOf(*next.item));
   for (U32 from = nodes_[freed].from; stillClosed && from != noSlot; from = nodes_[from].from) {
-    stillClosed = leadsNowhereElse(rows_[from]);
+    stillClosed = leadsNowhereElse(nodes_[from].rows);
   }
   const Orb::Ptr<HashItem> keep(&gone);
   take(freed);
@@ -266,7 +264,7 @@ void Table::Openings::make(const Table& table) {
 
 void Table::Openings::add(const Table& table, U32 slot) {
   for (U8 way = 0; way < table.ways_; ++way) {
-    const U32 to = table.candidateSlot(table.rows_[slot], way);
+    const U32 to = table.candidateSlot(table.nodes_[slot].rows, way);
     if (to == slot) continue;
     const U32 node = slot * table.ways_ + way;
     links_[node] = {heads_[to], noSlot};
@@ -277,7 +275,7 @@ void Table::Openings::add(const Table& table, U32 slot) {
 
 void Table::Openings::del(const Table& table, U32 slot) {
   for (U8 way = 0; way < table.ways_; ++way) {
-    const U32 to = table.candidateSlot(table.rows_[slot], way);
+    const U32 to = table.candidateSlot(table.nodes_[slot].rows, way);
     if (to == slot) continue;
     const Link& link = links_[slot * table.ways_ + way];
     (link.previous == noSlot ? heads_[to] : links_[link.previous].next) = link.next;
@@ -306,11 +304,9 @@ bool Table::adopt(HashItem& item, CuckooLocation location) {
   return true;
 }
 
-std::span<HashItem* const> Table::competitors(const HashItem& item) {
-  competitors_.clear();
+std::span<const U32> Table::competitors(const HashItem& item) {
   if (search(item, Search::whole) != noSlot) return {};
-  for (U32 i = 0; i < reachedCount_; ++i) competitors_.push_back(slots_[reached_[i]].get());
-  return competitors_;
+  return {reached_.data(), reachedCount_};
 }
 
 }  // namespace Keel::Cuckoo

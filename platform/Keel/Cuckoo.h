@@ -95,13 +95,14 @@ class VELA_EXPORT Table {
       if (!slots_[first + row]) {
         if (!found) free = {way, row};
         found = true;
-      } else if (rows_[first + row] == rows && sameKey(first + row, item)) [[unlikely]] {
+      } else if (nodes_[first + row].rows == rows && sameKey(first + row, item)) [[unlikely]] {
         return false;
       }
     }
-    if (!waiting_.empty() && (item.waits() || findWaiting(item))) [[unlikely]]
-      return false;
-    return found;
+    if (waiting_.empty()) [[likely]]
+      return found;
+    if (!found) waiting_.equalSoon(item);
+    return found && !item.waits() && !waiting_.equal(item);
   }
   /// Places an item of a hardware key that the table does not hold.
   InsertResult insert(HashItem& item, RowWriter& writer);
@@ -146,10 +147,10 @@ class VELA_EXPORT Table {
   /// item's own or is taken.
   bool adopt(HashItem& item, CuckooLocation location);
 
-  /// Why `item` has no place: the items that lie in rows which it could reach by any sequence of
-  /// moves. They and `item` together are one more than the rows that all of them may take. Empty
-  /// when there is room. Valid until the next call.
-  std::span<HashItem* const> competitors(const HashItem& item);
+  /// Why `item` has no place: the rows that it could reach by any sequence of moves, counted as
+  /// at() does. The items there and `item` together are one more than the rows that all of them may
+  /// take. Empty when there is room. Valid until the next call.
+  std::span<const U32> competitors(const HashItem& item);
 
  private:
   static constexpr U32 noSlot = ~U32{0};
@@ -179,7 +180,7 @@ class VELA_EXPORT Table {
   bool reach(U32 slot, U32 from, Search kind);
   void put(HashItem& item, U32 slot) {
     slots_[slot] = &item;
-    rows_[slot] = rowsOf(item);
+    nodes_[slot].rows = rowsOf(item);
     item.slot_ = slot;
     if (openings_.made()) openings_.add(*this, slot);
   }
@@ -229,12 +230,12 @@ class VELA_EXPORT Table {
   U32 size_ = 0;
   U64 moves_ = 0;
   std::vector<Orb::Ptr<HashItem>> slots_;
-  std::vector<Rows> rows_;  ///< Of the items there, so that a search does not look at the items.
   WaitingItems waiting_;
   Openings openings_;
 
   /// What searches know of a row. Marks are of an epoch: those of earlier ones mean nothing.
   struct Node {
+    Rows rows = 0;   ///< Of the item there, so that a search does not look at the item.
     U32 from = 0;    ///< The row whose item could move to this one; noSlot at the start.
     U16 seen = 0;    ///< searches_ where this search reached the row.
     U16 closed = 0;  ///< closings_ where a failed search reached it: all such rows are taken, and
@@ -249,7 +250,6 @@ class VELA_EXPORT Table {
   std::vector<Node> nodes_;  ///< By row.
   U16 searches_ = 0;
   U16 closings_ = 1;
-  std::vector<HashItem*> competitors_;
 };
 
 }  // namespace Keel::Cuckoo

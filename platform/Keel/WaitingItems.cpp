@@ -1,6 +1,7 @@
 #include "Keel/WaitingItems.h"
 
 #include "Orb/Assert.h"
+#include "Orb/Hash.h"
 
 namespace Keel::Cuckoo {
 
@@ -15,7 +16,7 @@ void WaitingItems::add(HashItem& item) {
     at = static_cast<U32>(nodes_.size());
     nodes_.emplace_back();
   } else {
-    free_ = nodes_[at].nextSame;
+    free_ = nodes_[at].next[0];
   }
   Node& node = nodes_[at];
   node.item = &item;
@@ -28,10 +29,7 @@ void WaitingItems::add(HashItem& item) {
     (rowQueue.last == none ? rowQueue.first : nodes_[rowQueue.last].next[way]) = at;
     rowQueue.last = at;
   }
-  const auto [first, isNew] = sameRows_.insert(rowsOf(item));
-  node.nextSame = isNew ? none : *first;
-  if (!isNew) ++sharing_;
-  *first = at;
+  index_.add(tagOf(&item), &item);
 }
 
 void WaitingItems::del(HashItem& item) {
@@ -45,27 +43,23 @@ void WaitingItems::del(HashItem& item) {
     (previous == none ? rowQueue.first : nodes_[previous].next[way]) = next;
     (next == none ? rowQueue.last : nodes_[next].previous[way]) = previous;
   }
-  const U64 rows = rowsOf(item);
-  U32* link = sameRows_.find(rows);
-  if (*link == at && node.nextSame == none) {
-    sameRows_.erase(rows);
-  } else {
-    while (*link != at) link = &nodes_[*link].nextSame;
-    *link = node.nextSame;
-    --sharing_;
-  }
+  index_.remove(tagOf(&item), &item);
   item.slot_ = HashItem::unplaced;
-  node.nextSame = free_;
+  node.next[0] = free_;
   free_ = at;
   const Orb::Ptr<HashItem> released = std::move(node.item);
 }
 
 HashItem* WaitingItems::equal(const HashItem& key) const {
-  const U32* first = sameRows_.find(rowsOf(key));
-  for (U32 at = first ? *first : none; at != none; at = nodes_[at].nextSame) {
-    if (nodes_[at].item->isEqual(key)) return nodes_[at].item.get();
-  }
-  return nullptr;
+  return static_cast<HashItem*>(index_.find(tagOf(&key), [&](const void* each) {
+    const auto& item = *static_cast<const HashItem*>(each);
+    return item.rows_ == key.rows_ && item.isEqual(key);
+  }));
+}
+
+U32 WaitingItems::tagOf(const void* item) {
+  return static_cast<U32>(
+      Orb::hashOf(std::bit_cast<U64>(static_cast<const HashItem*>(item)->rows_)));
 }
 
 }  // namespace Keel::Cuckoo

@@ -1,7 +1,9 @@
 #pragma once
 
+#include <vector>
+
 #include "Keel/HashItem.h"
-#include "Orb/Map.h"
+#include "Orb/RecordIndex.h"
 
 namespace Keel::Cuckoo {
 
@@ -12,14 +14,16 @@ class VELA_EXPORT WaitingItems {
   /// Of a table with `slots` rows; `rowsPerWay` of them in each of `ways`.
   WaitingItems(U32 slots, U32 rowsPerWay, U8 ways);
 
-  U32 size() const { return sameRows_.size() + sharing_; }  ///< Items that wait.
-  bool empty() const { return sameRows_.empty(); }          ///< Nobody waits.
+  U32 size() const { return index_.size(); }         ///< Items that wait.
+  bool empty() const { return index_.size() == 0; }  ///< Nobody waits.
   /// Adds an item that is neither placed nor waiting; its rows are known.
   void add(HashItem& item);
   /// Takes out an item that waits.
   void del(HashItem& item);
   /// The item of the same hardware key, or null.
   HashItem* equal(const HashItem& key) const;
+  /// It is asked for soon.
+  void equalSoon(const HashItem& key) const { index_.soon(tagOf(&key)); }
 
   /// The item that has waited longest among those that could take the row, or null.
   HashItem* first(U32 slot) const {
@@ -43,9 +47,9 @@ class VELA_EXPORT WaitingItems {
   struct Node {
     Orb::Ptr<HashItem> item;  ///< Null in a node that is free.
     U64 arrival = 0;
-    std::array<U32, maxWays> next{};  ///< In the queues of the item's rows, by way.
+    /// In the queues of the item's rows, by way. Of free nodes, the first is another free one.
+    std::array<U32, maxWays> next{};
     std::array<U32, maxWays> previous{};
-    U32 nextSame = none;  ///< Another item with the same rows; of free nodes, another free one.
   };
   struct Queue {
     U32 first = none;
@@ -53,11 +57,7 @@ class VELA_EXPORT WaitingItems {
   };
 
   static U32 nodeOf(const HashItem& item) { return item.slot_ & ~HashItem::notPlaced; }
-  static U64 rowsOf(const HashItem& item) {
-    U64 all = 0;
-    for (const U16 row : item.rows_) all = all << 16 | row;
-    return all;
-  }
+  static U32 tagOf(const void* item);
   Queue& queue(const HashItem& item, U8 way) { return heads_[way * rowsPerWay_ + item.rows_[way]]; }
 
   U32 slots_;
@@ -66,8 +66,7 @@ class VELA_EXPORT WaitingItems {
   std::vector<Queue> heads_;  ///< By row; made when the first item waits.
   std::vector<Node> nodes_;
   U32 free_ = none;
-  Orb::Map<U64, U32> sameRows_;  ///< By all rows of an item: the first node with them.
-  U32 sharing_ = 0;              ///< Items that are not first there.
+  Orb::RecordIndex index_{&tagOf};  ///< The items, by all their rows.
   U64 arrivals_ = 0;
 };
 

@@ -26,9 +26,8 @@ void RecordIndex::rehash(std::size_t slots) {
   old.swap(slots_);
   mask_ = static_cast<U32>(slots) - 1;
   most_ = static_cast<U32>(slots / 4 * 3);
-  for (const Slot& slot : old) {
-    if (slot.taken()) put(tagOf_(slot.record()), slot.record());
-  }
+  forEachOf(
+      old, [&](void* record) { put(tagOf_(record), record); }, NotSoon());
 }
 
 }  // namespace Orb

@@ -334,6 +334,8 @@ class EntryStore {
     return static_cast<const Record*>(
         records_.findRecord(tag, [&](const KeyRecord& record) { return of(record).key() == key; }));
   }
+  /// What is known of the key with the hash is needed soon.
+  void soon(U32 tag) const { records_.index_.soon(tag); }
   /// Which key and result a record of the table is for.
   static const Record& of(const KeyRecord& record) { return static_cast<const Record&>(record); }
   /// Keys whose records have the flag, in ascending order.
@@ -462,7 +464,7 @@ class EntryStore {
         const std::size_t ahead = at == 0 ? std::min(count - number, batchMost) : 0;
         for (std::size_t i = 0; i < ahead; ++i) {
           tags[i] = entryTag(keyAt(number + i));
-          records_.index_.soon(tags[i]);
+          soon(tags[i]);
         }
         one(batch, number, tags[at]);
       }

@@ -41,13 +41,18 @@ void HashBaseTable::syncEntries() {
 }
 
 std::vector<Competitor> HashBaseTable::competing(const HashBaseCuckooEntry* item) const {
-  std::vector<Competitor> rows;
-  if (!item || item->placed()) return rows;
-  PhysicalHashTable& physical = hashConvertor_->physicalTable();
-  for (const auto* entry : physical.competitors(*item)) {
-    rows.push_back({&entry->table(), physical.indexOf(*entry)});
+  std::vector<Competitor> competing;
+  const std::span<const HwIndex> rows = competingRows(item);
+  competing.reserve(rows.size());
+  for (const HwIndex row : rows) {
+    competing.push_back({&hashConvertor_->physicalTable().entryAt(row)->table(), row});
   }
-  return rows;
+  return competing;
+}
+
+std::span<const HwIndex> HashBaseTable::competingRows(const HashBaseCuckooEntry* item) const {
+  if (!item || item->placed()) return {};
+  return hashConvertor_->physicalTable().competitors(*item);
 }
 
 std::vector<Competitor> HashBaseTable::yielding(const HashBaseCuckooEntry* item) const {

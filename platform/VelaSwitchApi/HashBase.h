@@ -73,6 +73,8 @@ class VELA_EXPORT HashBaseTable : public SwTable {
   /// The rows of the entries that leave a refused item none; one fewer than they are with it. None
   /// for an item that is placed, or null.
   std::vector<Competitor> competing(const HashBaseCuckooEntry* item) const;
+  /// The rows alone, without memory of their own: valid until the table is asked or changed.
+  std::span<const HwIndex> competingRows(const HashBaseCuckooEntry* item) const;
   /// Those of them that the item comes in for when they go: for the others, if any, somebody comes
   /// in who waited longer or needs fewer moves.
   std::vector<Competitor> yielding(const HashBaseCuckooEntry* item) const;

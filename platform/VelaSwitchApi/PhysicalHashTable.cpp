@@ -134,15 +134,6 @@ PhysicalHashTable::Entries PhysicalHashTable::equals(const HashBaseCuckooEntry& 
   return equal;
 }
 
-std::vector<const HashBaseCuckooEntry*> PhysicalHashTable::competitors(
-    const HashBaseCuckooEntry& entry) {
-  std::vector<const HashBaseCuckooEntry*> competing;
-  for (const auto* item : engine_.competitors(entry)) {
-    competing.push_back(static_cast<const HashBaseCuckooEntry*>(item));
-  }
-  return competing;
-}
-
 const HashBaseCuckooEntry* PhysicalHashTable::successor(HwIndex index) {
   const HashBaseCuckooEntry& gone = *entryAt(index);
   const Entries same = equals(gone);

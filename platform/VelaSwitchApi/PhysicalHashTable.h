@@ -252,8 +252,10 @@ class VELA_EXPORT PhysicalHashTable : public Orb::PtrInterface,
   Entries equals(const HashBaseCuckooEntry& entry) const;
   /// Entries of the software table that wait for room.
   U32 waiting(const HashBaseTable* table) const;
-  /// Why the entry has no place; see Keel::Cuckoo::Table::competitors.
-  std::vector<const HashBaseCuckooEntry*> competitors(const HashBaseCuckooEntry& entry);
+  /// Why the entry has no place: rows of others. See Keel::Cuckoo::Table::competitors.
+  std::span<const HwIndex> competitors(const HashBaseCuckooEntry& entry) {
+    return engine_.competitors(entry);
+  }
   /// The entry that would come in if the one in the row went, or null. One that is equal to it in
   /// hardware comes before all others.
   const HashBaseCuckooEntry* successor(HwIndex index);
