@@ -125,8 +125,10 @@ U64 Agent::announcedEntries() const {
 U64 Agent::programmed() const {
   U64 count = 0;
   for (const TableAdapter* table : announced_) count += table->programmed();
-  return routeWriter_ ? count - routeWriter_->programmedCells() : count;
+  return count - programmedCells();
 }
+
+U64 Agent::programmedCells() const { return routeWriter_ ? routeWriter_->programmedCells() : 0; }
 
 void Agent::reconcile(const RemovalListener& removing) {
   for (TableAdapter* adapter : announced_) {

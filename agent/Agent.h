@@ -66,6 +66,8 @@ class Agent {
   U64 announcedEntries() const;
   /// Announced entries that hardware has: of routes themselves, not of what they are spread over.
   U64 programmed() const;
+  /// Those that programmed routes made of levels' entries, which count as routes.
+  U64 programmedCells() const;
   /// What is to follow an event: routes that failed may be in hardware now.
   void settle() {
     if (routeWriter_) routeWriter_->retry();

@@ -87,9 +87,15 @@ void Table::searchBegin() {
 U32 Table::searchFurther(Search kind) {
   for (U32 next = 0; next < reachedCount_; ++next) {
     const U32 from = reached_[next];
-    Rows mover = nodes_[from].rows;
-    for (U32 first = 0; first < capacity(); first += rowsPerWay_, mover >>= 16) {
-      const U32 slot = first + rowOf(mover, 0);
+    const Rows mover = nodes_[from].rows;
+    if (ways_ == 2) {
+      // The other row of the two, whichever this one is: a branch would be foretold half the time.
+      const U32 slot = candidateSlot(mover, 0) + candidateSlot(mover, 1) - from;
+      if (reach(slot, from, kind)) return slot;
+      continue;
+    }
+    for (U8 way = 0; way < ways_; ++way) {
+      const U32 slot = candidateSlot(mover, way);
       if (reach(slot, from, kind)) return slot;
     }
   }

@@ -88,18 +88,20 @@ class VELA_EXPORT Table {
     if (item.hashedWays_ < ways_) [[unlikely]]
       hashAll(item);
     const Rows rows = rowsOf(item);
+    const bool crowded = !waiting_.empty();
     bool found = false;
     U32 first = 0;
     for (U8 way = 0; way < ways_; ++way, first += rowsPerWay_) {
       const U32 row = rowOf(rows, way);
-      if (!slots_[first + row]) {
+      // A closed row is taken, which its slot needs not be looked at for.
+      if (!(crowded && isClosed(first + row)) && !slots_[first + row]) {
         if (!found) free = {way, row};
         found = true;
       } else if (nodes_[first + row].rows == rows && sameKey(first + row, item)) [[unlikely]] {
         return false;
       }
     }
-    if (waiting_.empty()) [[likely]]
+    if (!crowded) [[likely]]
       return found;
     if (!found) waiting_.equalSoon(item);
     return found && !item.waits() && !waiting_.equal(item);

@@ -190,11 +190,14 @@ void writeWords(std::ostream& out, const Json& value, const std::string& indent,
 
 Json summaryJson(const Agent& agent, const RunFigures& figures) {
   U64 moves = 0;
+  U64 programmed = 0;
   Json tables = Json::array();
   for (TableAdapter* table : agent.announced()) {
     Json line = tableLine(*table);
     line["entries"] = table->entries();
-    line["programmed"] = table->programmed();
+    const U64 there = table->programmed();
+    programmed += there;
+    line["programmed"] = there;
     line["unclaimed"] = table->unclaimed();
     line["waiting"] = table->waiting();
     if (const HwTableAdapter* hardware = table->hardware()) {
@@ -206,7 +209,7 @@ Json summaryJson(const Agent& agent, const RunFigures& figures) {
   }
   Json summary = {{"profile", agent.profile().name()},
                   {"events", figures.events},
-                  {"programmed", agent.programmed()},
+                  {"programmed", programmed - agent.programmedCells()},
                   {"refused", figures.refused},
                   {"refusals", figures.refusals},
                   {"admitted", figures.admissions},
