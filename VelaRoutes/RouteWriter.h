@@ -52,7 +52,7 @@ class VELA_EXPORT RouteWriter final : private LpmTable::Levels {
   bool withdraw(const Key& route);  ///< Likewise; returns whether there was one.
   /// The route is announced: rebuilt or not, it stays.
   void claim(const Key& route);
-  /// A route is announced or withdrawn soon.
+  /// A route is announced soon.
   void soon(const Key& route) const;
   /// All that is desired was announced: guesses that announced routes account for go.
   void complete();

@@ -43,8 +43,9 @@ class VELA_EXPORT Routes final : private Orb::KeyObserver<RouteKey> {
   /// what failed before, is written when it returns. Throws Orb::RangeException, before anything
   /// changed, for a VRF that the profile does not have and for a next hop that is not valid().
   Status announce(const Key& route, const Nexthop& nexthop);
-  /// The same of `count` routes, in order: `routeAt(number)` must stay where it is meanwhile. Rows
-  /// of hashed levels go to the bus in runs.
+  /// The same of `count` routes, in order: `routeAt(number)` must stay where it is meanwhile; it
+  /// is asked ahead and more than once, and does not throw. Rows of hashed levels go to the bus in
+  /// runs.
   using RouteAt = std::function<Route(std::size_t number)>;
   /// `listener` hears of each route when its rows are written. When one is out of its range those
   /// before it stand, and are told.

@@ -106,8 +106,8 @@ std::vector<PlainHwTable> CoppFamily::hwTables(const VelaSwitch::ProfileInfo& pr
 void CoppFamily::sample(const VelaSwitchApi::SwTable& table, U64 bits, const Key& key,
                         Result& result) {
   const bool scaleFactor = static_cast<const CoppTable&>(table).scaleFactorSupported();
-  result =
-      CoppEntry::fromCpuHardwareValue(key, static_cast<U32>(bits) & incrementMask, scaleFactor);
+  constexpr U32 most = incrementMask | scaleMask << scaleFirst;
+  result = CoppEntry::fromCpuHardwareValue(key, static_cast<U32>(bits) & most, scaleFactor);
 }
 
 void CoppFamily::packMore(const PlainRowContext& at, const Key& key, const Result& result,

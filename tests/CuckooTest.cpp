@@ -92,8 +92,16 @@ struct Engine {
     return *all.emplace_back(Orb::make<Item>(candidates));
   }
   InsertResult insert(Item& item) {
+    CuckooLocation free;
+    const bool found = table.freeRow(item, free);
     const InsertResult result = table.insert(item, rows);
-    if (result.outcome == Outcome::placed) placed.insert(&item);
+    if (result.outcome == Outcome::failed) return result;
+    const bool came = result.outcome == Outcome::placed;
+    EXPECT_EQ(found, came && result.moves == 0);
+    if (found) {
+      EXPECT_EQ(table.location(item), free);
+    }
+    if (came) placed.insert(&item);
     return result;
   }
   void wait(Item& item) {

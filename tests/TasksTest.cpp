@@ -96,7 +96,7 @@ TEST(Documentation, theTasksWorkAsTheyStand) {
   std::filesystem::remove_all(directory);
 }
 
-/// What the page does not name between backquotes, of the fields of a value.
+/// Expects that the page names the fields of a value between backquotes, be it of another table.
 void expectNamed(const std::string& page, const Orb::Shape& shape) {
   for (const Orb::FieldShape& field : shape.fields) {
     if (field.shape->inlined) {

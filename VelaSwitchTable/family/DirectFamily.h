@@ -103,6 +103,7 @@ template <class F>
 class VELA_EXPORT DirectFamilyConvertor
     : public IndexedFamilyConvertor<F, DirectBaseConvertor, typename ClassesOf<F>::Entry> {
   static_assert(VelaSwitchApi::processorPlaceChecked<F>());
+  static_assert(VelaSwitchApi::placesBehindParity<F>());
 
  public:
   using Key = typename F::Key;

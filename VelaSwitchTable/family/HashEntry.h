@@ -73,10 +73,6 @@ struct KeyFieldReader {
   }
 };
 
-}  // namespace detail
-
-namespace detail {
-
 template <class F>
 void packKeyInto(KeyBits& bits, const typename F::Key& key) {
   if constexpr (ListedKey<F>) {

@@ -71,6 +71,7 @@ bool IndexedRowsConvertor::rowSound(HwTableId table, HwIndex index) const {
 }
 
 void IndexedRowsConvertor::checkRows() const {
+  bool unpacked = false;
   for (const auto& [id, table] : hwTables()) {
     const HwIndex first = table->descriptor().first;
     const VelaSwitchApi::RowCheck check(trace_, rowLayout(id, first));
@@ -83,13 +84,18 @@ void IndexedRowsConvertor::checkRows() const {
         const Orb::Ptr<IndexedEntry> sample = newEntry(index);
         sampleIs(*sample, rowLayout(id, first), bits);
         sample->validIs(true);
-        checkRow(check, id, index, *sample);
+        unpacked = checkRow(check, id, index, *sample) || unpacked;
       }
     }
   }
+  if (hwTables().empty()) return;
+  const auto& [id, table] = *hwTables().begin();
+  VelaSwitchApi::RowCheck(trace_, rowLayout(id, table->descriptor().first))
+      .expect(unpacked, "no row unpacks to an entry");
 }
 
-void IndexedRowsConvertor::checkRow(const VelaSwitchApi::RowCheck& check, HwTableId id,
+/// Whether the row alone says what the entry is.
+bool IndexedRowsConvertor::checkRow(const VelaSwitchApi::RowCheck& check, HwTableId id,
                                     HwIndex index, const IndexedEntry& packed) const {
   const std::string what = packed.valid() ? "an entry's row" : "an empty row";
   Image row = pack(packed, id, index);
@@ -99,7 +105,7 @@ void IndexedRowsConvertor::checkRow(const VelaSwitchApi::RowCheck& check, HwTabl
   const RowSays said = says(row.data(), id, index, *entry);
   check.expect(said != RowSays::unsound, what + " is unsound");
   check.expect(packed.valid() || !entry->valid(), "an empty row unpacks to an entry");
-  if (said != RowSays::result) return;
+  if (said != RowSays::result) return false;
   check.expectSame(row, pack(*entry, id, index), VelaSwitchApi::maxRowWords);
   forEachRow(indexOf(packed), [&](const HwTableConfig& table, HwIndex each) {
     const HwTableId other = table.descriptor().identity.id;
@@ -109,6 +115,7 @@ void IndexedRowsConvertor::checkRow(const VelaSwitchApi::RowCheck& check, HwTabl
     if (says(image.data(), other, each, *part) == RowSays::result) joinRow(other, *part, *entry);
   });
   expectSame(check, packed, *entry);
+  return true;
 }
 
 void IndexedRowsConvertor::expectedImage(HwTableId table, HwIndex index, U32* image) const {

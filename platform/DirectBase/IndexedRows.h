@@ -201,7 +201,7 @@ class VELA_EXPORT IndexedRowsConvertor : public VelaSwitchApi::SwTableProfileCon
 
  private:
   RowSays says(U32* image, HwTableId table, HwIndex index, IndexedEntry& entry) const;
-  void checkRow(const VelaSwitchApi::RowCheck& check, HwTableId id, HwIndex index,
+  bool checkRow(const VelaSwitchApi::RowCheck& check, HwTableId id, HwIndex index,
                 const IndexedEntry& packed) const;
   HwIndex firstRow(const HwTableConfig& table, HwIndex index) const;
   bool holds(const HwTableConfig& table, HwIndex index) const;

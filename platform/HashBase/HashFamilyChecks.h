@@ -72,14 +72,15 @@ consteval void expectKey() {
     expectOf<held == 0 || completed || held >= VelaSwitchApi::detail::bitsOf<F, Field>(), F,
              Field::fixedName, Mistake::keyFieldIsHashedWithFewerBitsThanItHas>();
   });
-  constexpr unsigned covered = [] {
+  constexpr auto all = VelaSwitchApi::detail::allFields<F>();
+  constexpr bool covered = std::ranges::all_of(all, [](const auto& fields) {
     unsigned bits = 0;
-    for (const RowField& field : VelaSwitchApi::detail::someFields<F>()) {
+    for (const RowField& field : fields) {
       if (field.first + field.width <= storedBits<F>()) bits += field.width;
     }
-    return bits;
-  }();
-  expectOf<covered == storedBits<F>(), F, VelaSwitchApi::detail::fieldName<F, 0>(),
+    return bits == storedBits<F>();
+  });
+  expectOf<covered, F, VelaSwitchApi::detail::fieldName<F, 0>(),
            Mistake::rowDoesNotBeginWithTheWholeKey>();
 }
 
@@ -121,6 +122,7 @@ consteval bool hashFamilyChecked() {
     VelaSwitchApi::processorPlaceChecked<F>();
   }
   VelaSwitchApi::expectRow<F>();
+  VelaSwitchApi::placesBehindParity<F>();
   if constexpr (!requires { &F::isEntry; }) VelaSwitchApi::expectField<F, "valid">();
   expectControlWord<F>();
   if constexpr (requires { F::keyFields; }) {

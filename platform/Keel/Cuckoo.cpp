@@ -293,6 +293,7 @@ void Table::replace(HashItem& held, HashItem& item) {
   ORB_ASSERT(held.placed() && !item.placed());
   const Orb::Ptr<HashItem> keep(&held);
   rowOf(item, 0);
+  ORB_ASSERT(rowsOf(held) == rowsOf(item));
   if (item.waits()) waiting_.del(item);
   const U32 slot = held.slot_;
   take(slot);

@@ -8,7 +8,8 @@
 namespace Keel::Cuckoo {
 
 /// Items that found no room, by the rows that they could take and in order of arrival. Joining,
-/// leaving and finding an equal one take the same time however many there are.
+/// leaving and finding an equal one take the same time however many there are, but for those that
+/// could take the same rows.
 class VELA_EXPORT WaitingItems {
  public:
   /// Of a table with `slots` rows; `rowsPerWay` of them in each of `ways`.

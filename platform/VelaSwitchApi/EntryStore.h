@@ -62,7 +62,7 @@ class EntryStore {
     return false;
   }
   /// The same of a key whose record is known to the caller, who holds on to it.
-  bool entryDel(Record& record) {
+  bool entryDel(Record& record) requires counted {
     const bool there = record.has(KeyRecord::desired);
     if (there) {
       withdrawOne(record.key(), record, true);

@@ -22,6 +22,7 @@ enum class Mistake : U8 {
   parityFieldWithoutParityWords,
   rowFieldIsBehindTheParityWords,
   parityWordsHoldWhatIsWrittenAfterTheParity,
+  sameBitsHoldAFieldThatMoves,
   staticWordHoldsAField,
   staticWordIsBehindTheRow,
   keyHasNoSuchField,
@@ -197,6 +198,39 @@ constexpr bool holdsResult(const RowField& field) {
          (hasField<ShownOf<F>>(field.name) || std::string_view(field.name) == "valid");
 }
 
+namespace detail {
+
+/// The first field that has not the same place in all shapes although it begins below `sameBits`.
+template <class F>
+consteval std::size_t firstMoving() {
+  constexpr auto usual = someFields<F>();
+  std::size_t first = usual.size();
+  for (const auto& fields : allFields<F>()) {
+    for (std::size_t i = 0; i < first; ++i) {
+      const bool same = std::min(fields[i].first, usual[i].first) < sameBits<F>();
+      const bool moves = fields[i].first != usual[i].first || fields[i].width != usual[i].width;
+      if (same && moves) first = i;
+    }
+  }
+  return first;
+}
+
+}  // namespace detail
+
+/// Refuses parity over what is written after it, in rows whose places and constants are.
+template <class F>
+consteval bool placesBehindParity() {
+  using namespace detail;
+  constexpr std::size_t later = firstThat<F>([](const RowField& field) {
+    const std::string_view name = field.name;
+    const bool placed = name == "row" || name == "way" || name == "index";
+    const bool constant = field.content != RowField::varies && field.content != 0;
+    return (placed || constant) && field.first < F::traits.parityWords * 32u;
+  });
+  expectNone<F, later, Mistake::parityWordsHoldWhatIsWrittenAfterTheParity>();
+  return true;
+}
+
 /// Refuses, when the family is compiled, what can be told from the row and from the fields of the
 /// result that show in it.
 template <class F>
@@ -211,6 +245,8 @@ consteval void expectRow() {
     return first;
   }();
   expectNone<F, misplaced, Mistake::rowFieldOverlapsAnotherOrEndsBehindTheRow>();
+  constexpr std::size_t moving = firstMoving<F>();
+  expectNone<F, moving, Mistake::sameBitsHoldAFieldThatMoves>();
   constexpr bool packsMore = requires { &F::packMore; };
   constexpr U8 parityWords = F::traits.parityWords;
   if constexpr (parityWords != 0) {
@@ -220,13 +256,6 @@ consteval void expectRow() {
              field.first + field.width > parityWords * 32u;
     });
     expectNone<F, behind, Mistake::rowFieldIsBehindTheParityWords>();
-    constexpr std::size_t later = firstThat<F>([](const RowField& field) {
-      const std::string_view name = field.name;
-      const bool placed = name == "row" || name == "way" || name == "index";
-      const bool constant = field.content != RowField::varies && field.content != 0;
-      return (placed || constant) && field.first < parityWords * 32u;
-    });
-    expectNone<F, later, Mistake::parityWordsHoldWhatIsWrittenAfterTheParity>();
   } else {
     expectOf<packsMore || !findField<F>("parity"), F, "parity",
              Mistake::parityFieldWithoutParityWords>();

@@ -106,8 +106,8 @@ class VELA_EXPORT HashTable : public HashBaseTable {
   void markIs(HashBaseCuckooEntry& record, bool marked);
   void adopt(HashBaseCuckooEntry& item);
   HashBaseCuckooEntry& recordFor(const HashBaseCuckooEntry& item);
-  void programmed(HashBaseCuckooEntry& item);
-  void removed(HashBaseCuckooEntry& item);
+  inline void programmed(HashBaseCuckooEntry& item);
+  inline void removed(HashBaseCuckooEntry& item);
   void traceItem(const char* what, const HashBaseCuckooEntry& item) const {
     if (options_.trace.enabled(1)) [[unlikely]]
       emitItem(what, item);

@@ -239,8 +239,7 @@ class VELA_EXPORT KeyRecords {
   Orb::Slab slab_;
   std::array<U32, KeyRecord::flags> counts_{};
   U32 peak_ = 0;
-  U32 gone_ =
-      0;  ///< Records that were given back: while it is the same, those that are known stay.
+  U32 gone_ = 0;  ///< Records that were given back: while it is the same, those known stay.
 };
 
 }  // namespace VelaSwitchApi

@@ -310,24 +310,24 @@ class VELA_EXPORT PhysicalHashTable : public Orb::PtrInterface,
   void addOccupants(HwIndex index, Entries& entries) const override;
   bool occupied(HwIndex index) const override;
   bool writeEmpty(HwIndex index, bool entrys);
-  bool writeEmpty(Location at, bool entrys);
+  inline bool writeEmpty(Location at, bool entrys);
   void writeDefault(HwIndex index);
-  bool writeImage(HwIndex index, const U32* image, bool empty);
-  bool writeTo(HwTableConfig& table, HwIndex index, const U32* image, bool empty,
-               RowRun* run = nullptr);
+  inline bool writeImage(HwIndex index, const U32* image, bool empty);
+  inline bool writeTo(HwTableConfig& table, HwIndex index, const U32* image, bool empty,
+                      RowRun* run = nullptr);
   void rowWritten(HwTableConfig& table, HwIndex index, bool good) override;
   void rowLeft(HwIndex index, bool empty);
-  void pack(const HashBaseCuckooEntry& entry, Location location, U32* image) const;
+  inline void pack(const HashBaseCuckooEntry& entry, Location location, U32* image) const;
 
-  void counted(const HashBaseCuckooEntry& entry, int change);
+  inline void counted(const HashBaseCuckooEntry& entry, int change);
   bool adoptAt(HashBaseCuckooEntry& entry, Location location);
-  Orb::Ptr<Keel::Cuckoo::HashItem> takeOut(HashBaseCuckooEntry& entry);
+  inline Orb::Ptr<Keel::Cuckoo::HashItem> takeOut(HashBaseCuckooEntry& entry);
 
   /// Whether nothing is known of rows or keys but what entries say.
   bool plain() const { return stale_.empty() && undecided_.empty() && duplicates_.empty(); }
-  bool plainRow(const HashBaseCuckooEntry& entry, bool desired, Location& row) const;
-  bool placePlainly(HashBaseCuckooEntry& entry);
-  bool removePlainly(HashBaseCuckooEntry& entry);
+  inline bool plainRow(const HashBaseCuckooEntry& entry, bool desired, Location& row) const;
+  inline bool placePlainly(HashBaseCuckooEntry& entry);
+  inline bool removePlainly(HashBaseCuckooEntry& entry);
   void placeAmongOthers(HashBaseCuckooEntry& entry);
   bool removeAmongOthers(HashBaseCuckooEntry& entry);
   void placeNew(HashBaseCuckooEntry& entry);

@@ -14,7 +14,8 @@ class Sampler {
   /// With at most `width` bits in each number.
   void fill(const Orb::Shape& shape, void* value, U32 width) {
     if (shape.numberIs) {
-      const U64 held = next(std::min(width, static_cast<U32>(std::bit_width(shape.highest))));
+      const U64 highest = shape.kind == Orb::Kind::flag ? 1 : shape.highest;
+      const U64 held = next(std::min(width, static_cast<U32>(std::bit_width(highest))));
       shape.numberIs(value, std::clamp(held, shape.lowest, shape.highest));
     }
     if (shape.wordOfNumber) shape.wordOfNumber(value, static_cast<U32>(next(width)));
@@ -39,7 +40,7 @@ class Sampler {
   }
   U64 next(U32 width) {
     constexpr int turn = 7;
-    const U64 number = bits_ & ~U64{0} >> (64 - width);
+    const U64 number = width == 0 ? 0 : bits_ & ~U64{0} >> (64 - width);
     bits_ = std::rotl(bits_, turn);
     return number;
   }

@@ -239,7 +239,7 @@ int run(const Options& options) {
   auto whole = std::make_unique<Run>(options);
   const int code = (*whole)();
   // What no file keeps goes with the process, and at once instead of entry by entry.
-  [[gnu::used]] static const Run* left = nullptr;
+  [[maybe_unused, gnu::used]] static const Run* left = nullptr;
   if (options.device == "sim") left = whole.release();
   return code;
 }
