@@ -55,7 +55,8 @@ test-live: packages deb
 	$(call timed,threads: tests,build/threads/tests/thread_tests --gtest_repeat=5)
 	$(call timed,abi,tests/live/abi.sh)
 	$(call timed,packages,tests/live/packages.sh)
-	$(call timed,static libraries,tests/consumer.sh static $(CURDIR)/build/release c++)
+	$(call timed,consumers,tests/consumer.sh static $(CURDIR)/build/release c++ && \
+	    tests/consumer.sh subproject $(CURDIR)/build/release c++)
 	$(call timed,docs,$(MAKE) --no-print-directory docs)
 	$(call timed,frr,$(MAKE) --no-print-directory release-velad release-velatable && \
 	    tests/live/frr.sh && tests/live/bird.sh && tests/live/offer.py build/release/velad 500000 && \

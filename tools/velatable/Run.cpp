@@ -2,7 +2,6 @@
 
 #include <chrono>
 #include <iostream>
-#include <memory>
 
 #include "Commands.h"
 #include "Diff.h"
@@ -236,12 +235,7 @@ int run(const Options& options) {
   StderrSink traceSink;
   Twinlog::sinkIs(&traceSink);
   if (!options.trace.empty()) traceIs(options.trace);
-  auto whole = std::make_unique<Run>(options);
-  const int code = (*whole)();
-  // What no file keeps goes with the process, and at once instead of entry by entry.
-  [[maybe_unused, gnu::used]] static const Run* left = nullptr;
-  if (options.device == "sim") left = whole.release();
-  return code;
+  return Run(options)();
 }
 
 }  // namespace VelaTool
