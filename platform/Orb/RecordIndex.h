@@ -18,7 +18,7 @@ class VELA_EXPORT RecordIndex {
 
   /// Fetches nothing for a visit; see forEach().
   struct NotSoon {
-    void operator()(const void*) const {}
+    void operator()(const void*) const {}  ///< Nothing.
   };
 
   U32 size() const { return size_; }  ///< Records.

@@ -37,9 +37,11 @@ class VELA_EXPORT HitTracker {
 
   /// A set of rows.
   struct RowSet {
-    std::vector<U64> words;
+    std::vector<U64> words;  ///< A bit for each row.
 
+    /// Whether the row is among them.
     bool has(HwIndex row) const { return (words[row / 64] >> row % 64 & 1) != 0; }
+    /// Takes the row in, or out.
     void is(HwIndex row, bool in) {
       U64& word = words[row / 64];
       word = (word & ~(U64{1} << row % 64)) | U64{in} << row % 64;
@@ -48,12 +50,12 @@ class VELA_EXPORT HitTracker {
   /// What is known of the hit bits of a pipeline's rows. The bit of a row that is in neither set
   /// may be set, and means a hit of what lies in it.
   struct Table {
-    HwTableId id;
-    Orb::Ptr<HitBitTableConfig> bits;
-    bool readable;  ///< Whether there are any to be read.
-    U32 rows;
-    RowSet empty;  ///< Rows that are empty, whose bits may be left from before.
-    RowSet clear;  ///< Those that are empty and whose bits were read since.
+    HwTableId id;                      ///< Of the rows.
+    Orb::Ptr<HitBitTableConfig> bits;  ///< Where they are read.
+    bool readable;                     ///< Whether there are any to be read.
+    U32 rows;                          ///< How many rows there are.
+    RowSet empty;                      ///< Rows that are empty, whose bits may be left from before.
+    RowSet clear;                      ///< Those that are empty and whose bits were read since.
     /// Entries that left a row whose bit could not be read.
     std::map<HwIndex, Entries> formers;
   };
