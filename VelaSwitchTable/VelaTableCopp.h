@@ -30,8 +30,7 @@ struct VELA_EXPORT CoppEntry {
   /// The inverse, for the CPU's transmit table.
   static CoppEntry fromCpuHardwareValue(CoppEntryKey key, U32 value, bool scaleFactorSupported);
   static U32 pipelineScalingPercent(U32 numPipelines);  ///< The share of each, in per cent.
-  /// The form for people.
-  std::string resultString() const { return Orb::fieldsText(*this); }
+  std::string resultString() const { return Orb::fieldsText(*this); }  ///< For people.
 };
 
 /// The rate limiters of control-plane policing: in every ingress limiter table, and in the CPU's

@@ -12,22 +12,7 @@ class VELA_EXPORT LpmTable final : public Orb::PtrInterface {
  public:
   using Key = VelaSwitch::LpmKey;  ///< A prefix of any length in a VRF.
   using Flag = LpmRoutes::Flag;
-
-  /// Whoever writes the routes into levels.
-  class Levels {
-   public:
-    /// Asserts what must hold of a route, before anything of it is stored.
-    virtual void checkRoute(const Key& route) const = 0;
-    /// The route of the node came, goes or has another next hop.
-    virtual void handleRoute(LpmRoutes& routes, U32 node) = 0;
-    /// Fills in what became of a route of the tree.
-    virtual void stateRoute(const LpmRoutes& routes, U32 node, LpmStatus& status) const = 0;
-    /// Whether the routes of the key are still to be written: what became of them follows.
-    virtual bool staged(const LpmRoutes&) const { return false; }
-
-   protected:
-    ~Levels() = default;
-  };
+  using Levels = LpmLevels;  ///< Whoever writes the routes into levels.
 
   explicit LpmTable(std::string name) : name_(std::move(name)) {}  ///< Without routes.
   ~LpmTable() override;

@@ -119,6 +119,22 @@ struct LpmRoutes {
   Tree tree;  ///< The routes that levels are to hold: those without a trap.
 };
 
+/// Whoever writes the routes into levels.
+class VELA_EXPORT LpmLevels {
+ public:
+  /// Asserts what must hold of a route, before anything of it is stored.
+  virtual void checkRoute(const LpmRoutes::Key& route) const = 0;
+  /// The route of the node came, goes or has another next hop.
+  virtual void handleRoute(LpmRoutes& routes, U32 node) = 0;
+  /// Fills in what became of a route of the tree.
+  virtual void stateRoute(const LpmRoutes& routes, U32 node, LpmStatus& status) const = 0;
+  /// Whether the routes of the key are still to be written: what became of them follows.
+  virtual bool staged(const LpmRoutes&) const { return false; }
+
+ protected:
+  ~LpmLevels() = default;
+};
+
 /// The routes' results, or their statuses, in the accessor style of collections.
 template <class Table, class Value>
 class RoutesView {
