@@ -117,6 +117,15 @@ struct VELA_EXPORT ExchangedFamily : StormLimitFamily {
 VELA_PLAIN_FAMILY(Exchanged, Layer2All);
 VELA_PLAIN_FAMILY_DEFINE(Exchanged, Layer2All)
 
+struct VELA_EXPORT SilentFamily : StormLimitFamily {
+  static RowSays unpackMore(const PlainRowContext&, const Key&, const RowReaderOf<SilentFamily>&,
+                            Result&) {
+    return RowSays::nothing;
+  }
+};
+VELA_PLAIN_FAMILY(Silent, Layer2All);
+VELA_PLAIN_FAMILY_DEFINE(Silent, Layer2All)
+
 /// Each port has the row of another.
 struct VELA_EXPORT CrossedFamily : StormLimitFamily {
   static HwIndex hwIndex(const Key& key) { return key.portId().value() ^ 1; }
@@ -146,6 +155,8 @@ TEST(ExampleFamily, rowsThatDoNotComeBackAreRefusedWhenTheTableIsMade) {
   another(*ExchangedTableIs("exchanged"), "VelaTableStormLimit", "field broadcastRate");
   EXPECT_THAT(refusal(*CrossedTableIs("crossed")),
               StartsWith("VelaTableStormLimit: the key of a row has another row"));
+  EXPECT_THAT(refusal(*SilentTableIs("silent")),
+              StartsWith("VelaTableStormLimit: no row unpacks to an entry"));
   EXPECT_THAT(refusal(*OddLagTableIs("lag")),
               StartsWith("VelaTableL3Lag: an empty row is unsound"));
   EXPECT_EQ(refusal(*TunnelTableIs("right")), "");
