@@ -123,7 +123,7 @@ class VELA_EXPORT DirectFamilyConvertor
     row.setNamed(packed.result());
     if constexpr (validBit) row.template set<"valid">(packed.valid());
     if constexpr (requires { &F::packMore; }) F::packMore(this->profile(), packed.result(), row);
-    if constexpr (F::traits.parityWords != 0) row.setParity(F::traits.parityWords);
+    if constexpr (F::traits.parityWords != 0) row.template setParity<F::traits.parityWords>();
   }
 
  protected:

@@ -37,7 +37,12 @@ class VELA_EXPORT HashFamilyHelperBase : public VelaTableHashHelper {
     if (F::trace.enabled(9)) [[unlikely]] {
       setTraced(entry, location, image);
     } else {
-      setRow<false>(entry, location, image);
+      // Packed where nothing else can lie, so that the compiler keeps it in registers.
+      using Words = std::array<U32, F::traits.rowWords>;
+      Words words{};
+      setRow<false>(entry, location, reinterpret_cast<U8*>(words.data()));
+      *reinterpret_cast<Words*>(image) = words;
+      RowWriterOf<F>(layout(), image, "", false).setPlace(location.row, location.way);
     }
   }
 
@@ -90,6 +95,7 @@ class VELA_EXPORT HashFamilyHelperBase : public VelaTableHashHelper {
   [[gnu::cold, gnu::noinline]] void setTraced(const HashBaseCuckooEntry& entry,
                                               CuckooLocation location, U8* image) const {
     setRow<true>(entry, location, image);
+    setStaticBuffer(location, image);
   }
   /// Whether fields are traced is known to the compiler: where they are not, nothing is kept for
   /// it.
@@ -114,12 +120,7 @@ class VELA_EXPORT HashFamilyHelperBase : public VelaTableHashHelper {
     if constexpr (requires { &F::packMore; }) {
       F::packMore(self(), packed.key(), packed.result(), packed.valid(), location, row);
     }
-    if constexpr (F::traits.parityWords != 0) row.setParity(F::traits.parityWords);
-    if constexpr (traced) {
-      setStaticBuffer(location, image);
-    } else {
-      row.setPlace(location.row, location.way);
-    }
+    if constexpr (F::traits.parityWords != 0) row.template setParity<F::traits.parityWords>();
   }
 
   /// Whether the row's valid bit says that there is an entry, rather than a field of the result.

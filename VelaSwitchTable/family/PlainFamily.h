@@ -167,7 +167,7 @@ class VELA_EXPORT PlainFamilyLayerConvertor : public ClassesOf<F>::Convertor {
     if constexpr (requires { &F::packMore; }) {
       F::packMore(context(id), of(entry).key(), of(entry).result(), row);
     }
-    if constexpr (F::traits.parityWords != 0) row.setParity(F::traits.parityWords);
+    if constexpr (F::traits.parityWords != 0) row.template setParity<F::traits.parityWords>();
     return image;
   }
   RowSays unpack(U32* image, HwTableId id, HwIndex, IndexedEntry& entry) const override {

@@ -200,13 +200,15 @@ class RowWriterOf : public RowWriter {
       set(number, value);
     }
   }
-  /// Writes the field "parity" so that the bits of the first `words` words are even in number.
-  void setParity(U8 words) {
+  using RowWriter::setParity;
+  /// The same where the number of words is known.
+  template <std::size_t count>
+  void setParity() {
     if constexpr (constexpr auto number = fieldNumber<F, "parity">(); samePlace<F, number>) {
       static constexpr RowLayout::Place at(detail::someFields<F>()[number]);
-      parityIs(at, words);
+      parityIs(at, folded(std::make_index_sequence<count>()));
     } else {
-      RowWriter::setParity(words);
+      setParity(count);
     }
   }
   /// Writes the fields that have the names of the value's.
@@ -222,6 +224,13 @@ class RowWriterOf : public RowWriter {
       constexpr auto number = findField<F>(Field::name);
       if constexpr (number && Field::name != Name.view()) setField<*number>(hashWord(field()));
     });
+  }
+
+ private:
+  /// Not a loop, which would keep the words in memory.
+  template <std::size_t... i>
+  U32 folded(std::index_sequence<i...>) {
+    return (this->words()[i] ^ ...);
   }
 };
 

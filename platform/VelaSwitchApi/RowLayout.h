@@ -1,6 +1,7 @@
 #pragma once
 
 #include <algorithm>
+#include <array>
 #include <cstring>
 #include <span>
 #include <string_view>
@@ -117,9 +118,14 @@ class VELA_EXPORT RowLayout {
   };
   /// In the order of the fields.
   const std::vector<Content>& contents() const { return contents_; }
-  /// All that setPlace() writes, where that is one word: its bits, and those of them that are the
-  /// same in every row. Without a mask where it is not.
-  using Control = Content;
+  /// All that setPlace() writes, where that is one word. Without a mask where it is not.
+  struct Control {
+    U32 mask = 0;               ///< The word's bits that are written.
+    U32 rowMask = 0;            ///< Those of the row's number, before it is shifted.
+    U8 word = 0;                ///< Number of the word.
+    U8 rowOffset = 0;           ///< By how much that is.
+    std::array<U32, 4> ways{};  ///< All other bits, by way.
+  };
   /// That word.
   const Control& control() const { return control_; }
   /// Those of all fields, by their numbers.
@@ -171,15 +177,18 @@ class RowWriter {
   }
 
   /// Writes the field "parity" so that the bits of the first `words` words are even in number.
-  void setParity(U8 words) { parityIs(places_[layout_.parity()], words); }
+  void setParity(U8 words) {
+    U32 folded = 0;
+    for (U8 word = 0; word < words; ++word) folded ^= words_[word];
+    parityIs(places_[layout_.parity()], folded);
+  }
   /// Writes what a control word says whatever the entry: the fields "row" and "way", where the
   /// layout has them, and those that hold the same in every row.
   [[gnu::always_inline]] void setPlace(U64 row, U64 way = 0) {
     if (const RowLayout::Control& control = layout_.control(); control.mask != 0) [[likely]] {
-      const U64 place = (row & layout_.rowPlace().mask) << layout_.rowPlace().offset |
-                        (way & layout_.wayPlace().mask) << layout_.wayPlace().offset;
       U32& word = words_[control.word];
-      word = (word & ~control.mask) | control.value | static_cast<U32>(place);
+      word = (word & ~control.mask) | control.ways[way % control.ways.size()] |
+             (static_cast<U32>(row) & control.rowMask) << control.rowOffset;
     } else {
       setAt(layout_.rowPlace(), row);
       setAt(layout_.wayPlace(), way);
@@ -221,9 +230,10 @@ class RowWriter {
   U32* words() { return words_; }
 
  protected:
-  [[gnu::always_inline]] void parityIs(const RowLayout::Place& at, U8 words) {
+  /// `folded` has all bits that are to be even in number, the words one over the other.
+  [[gnu::always_inline]] void parityIs(const RowLayout::Place& at, U32 folded) {
     U32& word = words_[at.word];
-    word ^= VelaSwitch::parityU32Array(words_, words) << at.offset;
+    word ^= VelaSwitch::parity32Bit(folded) << at.offset;
     if (traced_) [[unlikely]]
       traceParity(tracing(), layout_, word >> at.offset & 1);
   }
@@ -247,11 +257,10 @@ class RowWriter {
 
  private:
   static void setHalf(U32* words, U64 number, U32 count) {
-    U64 held;
-    std::memcpy(&held, words, sizeof held);
     const U64 mask = count >= 64 ? ~U64{0} : (U64{1} << count) - 1;
-    held = (held & ~mask) | (number & mask);
-    std::memcpy(words, &held, sizeof held);
+    number &= mask;
+    words[0] = (words[0] & ~static_cast<U32>(mask)) | static_cast<U32>(number);
+    words[1] = (words[1] & ~static_cast<U32>(mask >> 32)) | static_cast<U32>(number >> 32);
   }
   [[gnu::always_inline]] void setBeginning(const RowLayout::Place& at, U64 value) {
     U32& word = words_[at.word];
