@@ -47,7 +47,10 @@ class VELA_EXPORT HashFamilyTableStatus : public Orb::PtrInterface {
   /// How many there are.
   U32 size() const { return table_ ? table_->count(KeyRecord::stated) : 0; }
   /// For those who want to hear of a changed status(key). They must be removed before they go.
-  void observerIs(Orb::KeyObserver<Key>* observer) { observers_.observerIs(observer); }
+  void observerIs(Orb::KeyObserver<Key>* observer) {
+    observers_.observerIs(observer);
+    if (table_) table_->statusWatchedIs(true);
+  }
   /// One that is not there changes nothing.
   void observerDel(Orb::KeyObserver<Key>* observer) { observers_.observerDel(observer); }
 
@@ -102,6 +105,7 @@ class VELA_EXPORT HashFamilyTableBase
     if (!tableStatus_) {
       tableStatus_ = Orb::make<TableStatus>();
       tableStatus_->tableIs(this);
+      statusWatchedIs(false);
     }
     return tableStatus_;
   }
@@ -110,6 +114,7 @@ class VELA_EXPORT HashFamilyTableBase
     if (!tableStatus_) return;
     tableStatus_->tableIs(nullptr);
     tableStatus_ = nullptr;
+    statusWatchedIs(true);
     this->flagDelAll(KeyRecord::stated);
   }
   /// Records a status, and tells of it when it is another one.

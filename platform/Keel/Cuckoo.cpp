@@ -52,6 +52,26 @@ HashItem* Table::find(const HashItem& key) const {
   return slots_[slot]->isEqual(item);
 }
 
+/// freeRow() where items wait: one of the same key may be among them, and closed rows are taken,
+/// whose slots need not be looked at for that.
+[[gnu::noinline]] bool Table::freeRowAmongWaiting(const HashItem& item, U32& free) const {
+  const Rows rows = rowsOf(item);
+  free = noSlot;
+  for (U8 way = 0; way < ways_; ++way) {
+    const U32 slot = candidateSlot(rows, way);
+    if (!isClosed(slot) && !slots_[slot]) {
+      free = std::min(free, slot);
+    } else if (nodes_[slot].rows == rows && sameKey(slot, item)) [[unlikely]] {
+      return false;
+    }
+  }
+  if (free == noSlot) {
+    waiting_.equalSoon(item);
+    return false;
+  }
+  return !item.waits() && !waiting_.equal(item);
+}
+
 void Table::reachedFrom(U32 slot, U32 from) {
   nodes_[slot].seen = searches_;
   nodes_[slot].from = from;

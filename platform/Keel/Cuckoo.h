@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <bit>
 #include <optional>
 #include <span>
@@ -79,32 +80,35 @@ class VELA_EXPORT Table {
   HashItem* at(U32 row) const { return slots_[row].get(); }
   /// Where a placed item lies.
   CuckooLocation location(const HashItem& item) const { return locationOf(item.slot_); }
+  /// The same as the row's number.
+  U32 row(const HashItem& item) const { return item.slot_; }
+  /// The row of the number.
+  CuckooLocation location(U32 row) const { return locationOf(row); }
   /// The row that the item may take in the way.
   CuckooLocation candidate(const HashItem& item, U8 way) const { return {way, rowOf(item, way)}; }
 
   /// Finds the free row that insert() would place the item in without moving others. False when
-  /// there is none, or an item of the same hardware key is there or waits, or this one does.
-  [[gnu::always_inline]] bool freeRow(const HashItem& item, CuckooLocation& free) const {
+  /// there is none, or an item of the same hardware key is there or waits, or this one does. Rows
+  /// are counted as at() does.
+  [[gnu::always_inline]] bool freeRow(const HashItem& item, U32& free) const {
     if (item.hashedWays_ < ways_) [[unlikely]]
       hashAll(item);
+    if (!waiting_.empty()) [[unlikely]]
+      return freeRowAmongWaiting(item, free);
     const Rows rows = rowsOf(item);
-    const bool crowded = !waiting_.empty();
-    bool found = false;
-    U32 first = 0;
-    for (U8 way = 0; way < ways_; ++way, first += rowsPerWay_) {
-      const U32 row = rowOf(rows, way);
-      // A closed row is taken, which its slot needs not be looked at for.
-      if (!(crowded && isClosed(first + row)) && !slots_[first + row]) {
-        if (!found) free = {way, row};
-        found = true;
-      } else if (nodes_[first + row].rows == rows && sameKey(first + row, item)) [[unlikely]] {
+    const U32 rowsPerWay = rowsPerWay_;
+    const U32 end = capacity();
+    free = noSlot;
+    Rows next = rows;
+    for (U32 first = 0; first != end; first += rowsPerWay, next >>= 16) {
+      const U32 slot = first + rowOf(next, 0);
+      if (!slots_[slot]) {
+        free = std::min(free, slot);
+      } else if (nodes_[slot].rows == rows && sameKey(slot, item)) [[unlikely]] {
         return false;
       }
     }
-    if (!crowded) [[likely]]
-      return found;
-    if (!found) waiting_.equalSoon(item);
-    return found && !item.waits() && !waiting_.equal(item);
+    return free != noSlot;
   }
   /// Places an item of a hardware key that the table does not hold.
   InsertResult insert(HashItem& item, RowWriter& writer);
@@ -141,8 +145,8 @@ class VELA_EXPORT Table {
   /// Lets `item` take the place of `held`, which has the same hardware key.
   void replace(HashItem& held, HashItem& item);
   /// Takes up an item in the free row that freeRow() has just said.
-  void placedAt(HashItem& item, CuckooLocation location) {
-    put(item, slotOf(location));
+  void placedAt(HashItem& item, U32 free) {
+    put(item, free);
     ++size_;
   }
   /// Takes up an item that hardware already holds there. False when the row is not one of the
@@ -159,7 +163,11 @@ class VELA_EXPORT Table {
 
   U32 slotOf(CuckooLocation location) const { return location.way * rowsPerWay_ + location.row; }
   CuckooLocation locationOf(U32 slot) const {
-    return {static_cast<U8>(slot / rowsPerWay_), slot % rowsPerWay_};
+    // A division takes longer than these comparisons.
+    static_assert(maxWays == 4);
+    const U32 way =
+        U32{slot >= rowsPerWay_} + U32{slot >= 2 * rowsPerWay_} + U32{slot >= 3 * rowsPerWay_};
+    return {static_cast<U8>(way), slot - way * rowsPerWay_};
   }
   U32 rowOf(const HashItem& item, U8 way) const {
     if (way >= item.hashedWays_) hashAll(item);
@@ -191,6 +199,7 @@ class VELA_EXPORT Table {
     return std::move(slots_[slot]);
   }
   bool sameKey(U32 slot, const HashItem& item) const;
+  bool freeRowAmongWaiting(const HashItem& item, U32& free) const;
   void reopen();
   void markClosed();
   InsertResult carryOut(HashItem& item, U32 to, RowWriter& writer);

@@ -127,9 +127,13 @@ class VELA_EXPORT PhysicalHashTableConvertor : public SwTableProfileConvertor {
   /// Places the entry (valid) or removes it (not valid), and writes the rows that change. How a
   /// placement went is the entry's programmedStatus(); false is an internal error.
   bool handleHashEntry(HashBaseCuckooEntry& entry) {
-    if (!entry.valid()) return physical_->remove(entry);
-    physical_->place(entry);
-    return true;
+    Orb::Ptr<HashItem> held;
+    return handleHashEntry(entry, held);
+  }
+  /// The same. Where others may have dropped the entry meanwhile, the caller gets a handle of it.
+  bool handleHashEntry(HashBaseCuckooEntry& entry, Orb::Ptr<HashItem>& held) {
+    held = entry.valid() ? physical_->place(entry) : physical_->remove(entry);
+    return entry.valid() || held;
   }
   /// Before an entry is handled. The counters ask the placement, so there is nothing to keep.
   void updateHashEntryCounter(const HashBaseCuckooEntry& /*entry*/, bool /*removed*/) {}

@@ -191,21 +191,24 @@ void HashTable::handleAbsentItem(HashBaseCuckooEntry& item) {
   flagIs(recordFor(item), KeyRecord::cached, true);
 }
 
-/// Records what came of programming an item.
-[[gnu::always_inline]] inline void HashTable::programmed(HashBaseCuckooEntry& item) {
-  // Whoever heard of other entries' statuses meanwhile may have withdrawn this one.
-  HashBaseCuckooEntry* known = current(item);
-  if (!known) return;
-  if (known->has(KeyRecord::marked)) {
+/// Records what came of programming an item, whose key's record is `known`.
+[[gnu::always_inline]] inline void HashTable::programmed(HashBaseCuckooEntry& item,
+                                                         HashBaseCuckooEntry& known) {
+  if (known.has(KeyRecord::marked)) [[unlikely]] {
     // As its status was told until now.
-    known->recordedStatus_ = EntryProgrammedStatus::hardwareError;
-    flagIs(*known, KeyRecord::marked, false);
+    known.recordedStatus_ = EntryProgrammedStatus::hardwareError;
+    flagIs(known, KeyRecord::marked, false);
   }
   const EntryProgrammedStatus status = item.programmedStatus();
-  if (statusSupported()) statusIs(*known, status, item.lastHit());
+  if (statusSupported()) statusIs(known, status, item.lastHit());
   if (status != EntryProgrammedStatus::programmed) [[unlikely]] {
     options_.trace(2, "Not programmed, ", status, ": ", KeyText{item});
   }
+}
+
+/// The same where whoever heard of other entries' statuses may have withdrawn this one.
+[[gnu::noinline]] void HashTable::programmedAmongOthers(HashBaseCuckooEntry& item) {
+  if (HashBaseCuckooEntry* known = current(item)) programmed(item, *known);
 }
 
 /// Records that an item was removed, whose handle the caller has.
@@ -229,19 +232,20 @@ void HashTable::handleAbsentItem(HashBaseCuckooEntry& item) {
 }
 
 void HashTable::programRecord(HashBaseCuckooEntry& record) {
-  // Held on to: the item may be dropped on the way.
-  const Orb::Ptr<HashBaseCuckooEntry> held = &itemIs(record);
-  HashBaseCuckooEntry& item = *held;
+  HashBaseCuckooEntry& item = itemIs(record);
   updateHashItem(item);
   profileConvertor().updateHashEntryCounter(item, false);
   const bool valid = item.valid();
   traceItem(valid ? "Programming Entry " : "Removing Entry ", item);
-  const bool success = profileConvertor().handleHashEntry(item);
+  Orb::Ptr<HashItem> held;
+  const bool success = profileConvertor().handleHashEntry(item, held);
   ORB_ASSERT_TEXT(valid || success, "success");
-  if (valid) {
-    programmed(item);
-  } else {
+  if (!valid) {
     removed(item);
+  } else if (held) [[unlikely]] {
+    programmedAmongOthers(item);
+  } else {
+    programmed(item, item);
   }
 }
 
@@ -278,7 +282,7 @@ void HashTable::settle(KeyRecord& record) {
   lastFailed_ = item->programmedStatus() == EntryProgrammedStatus::hardwareError;
   if (item->valid()) {
     traceItem("Programming Entry ", *item);
-    programmed(*item);
+    programmedAmongOthers(*item);
   } else {
     traceItem("Removing Entry ", *item);
     removed(*item);
@@ -301,7 +305,7 @@ void HashTable::markIs(HashBaseCuckooEntry& record, bool marked) {
   const Orb::Ptr<HashBaseCuckooEntry> held = &record;
   const EntryProgrammedStatus before = statusOf(&record);
   flagIs(record, KeyRecord::marked, marked);
-  if (statusOf(&record) != before) statusChanged(record);
+  if (statusOf(&record) != before) tellStatus(record);
 }
 
 void HashTable::statusDel(HashBaseCuckooEntry& record) {

@@ -26,6 +26,9 @@ class VELA_EXPORT HashTable : public HashBaseTable {
 
   EntryProgrammedStatus statusOf(const KeyRecord* record) const override;
 
+  /// Whether statusChanged() is to be called, as it is at first.
+  void statusWatchedIs(bool watched) { statusWatched_ = watched; }
+
   /// Drops the items, not what the physical table has: those are found there again.
   void hashItemDelAll();
 
@@ -73,7 +76,7 @@ class VELA_EXPORT HashTable : public HashBaseTable {
     record.recordedStatus_ = status;
     record.recordedHit_ = lastHit;
     flagIs(record, KeyRecord::stated, true);
-    if (changed) statusChanged(record);
+    if (changed) tellStatus(record);
   }
   void statusDel(HashBaseCuckooEntry& record);
 
@@ -101,12 +104,17 @@ class VELA_EXPORT HashTable : public HashBaseTable {
   void statusForget(HashBaseCuckooEntry& record) {
     if (!record.has(KeyRecord::stated)) return;
     flagIs(record, KeyRecord::stated, false);
-    statusChanged(record);
+    tellStatus(record);
+  }
+  void tellStatus(const HashBaseCuckooEntry& record) {
+    if (statusWatched_) [[unlikely]]
+      statusChanged(record);
   }
   void markIs(HashBaseCuckooEntry& record, bool marked);
   void adopt(HashBaseCuckooEntry& item);
   HashBaseCuckooEntry& recordFor(const HashBaseCuckooEntry& item);
-  inline void programmed(HashBaseCuckooEntry& item);
+  inline void programmed(HashBaseCuckooEntry& item, HashBaseCuckooEntry& known);
+  void programmedAmongOthers(HashBaseCuckooEntry& item);
   inline void removed(HashBaseCuckooEntry& item);
   void traceItem(const char* what, const HashBaseCuckooEntry& item) const {
     if (options_.trace.enabled(1)) [[unlikely]]
@@ -116,7 +124,8 @@ class VELA_EXPORT HashTable : public HashBaseTable {
 
   Options options_;
   bool lastFailed_ = false;  ///< Of a batch, the entry that was settled last.
-  bool itemsLost_ = false;   ///< Items were dropped that the physical table may have.
+  bool statusWatched_ = true;
+  bool itemsLost_ = false;  ///< Items were dropped that the physical table may have.
 };
 
 }  // namespace VelaSwitchApi

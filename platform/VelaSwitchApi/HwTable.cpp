@@ -78,6 +78,7 @@ HwTableConfig::HwTableConfig(Orb::PtrConst<HwTableDescriptor> descriptor, Regist
                                      }
                                      runs_.push_back(std::move(run));
                                    });
+  for (Run& run : runs_) run.registers = {run.values.data(), run.mapped.size()};
   if (runs_.size() == 1) onlyRun_ = &runs_.front();
   images_.resize(std::size_t{rows_} * rowWords_ + maxRowWords);
   states_.resize(rows_);

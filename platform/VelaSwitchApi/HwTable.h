@@ -234,19 +234,26 @@ class VELA_EXPORT HwTableConfig : public Orb::PtrInterface {
                                       const RowRun::Later& later = {}) {
     Run& run = this->run(index);
     const U32 at = position(index);
-    U32* held = &images_[std::size_t{at} * rowWords_];
-    const bool differs = states_[at].row != Row::held || !same(run, held, image);
-    takeOver(held, image);
-    if (!differs || run.mapped.empty()) return true;
+    const U32 words = rowWords_;
+    U32* held = &images_[std::size_t{at} * words];
+    State& state = states_[at];
+    const bool differs = state.row != Row::held || !same(run, held, image);
+    takeOver(held, image, words);
+    if (!differs || run.registers.empty()) return true;
     before();
-    if (!later.run) return write(run, index, at, image);
-    auto* value = later.run->add(*later.owner, *this, index, run.mapped.size());
-    for (const Mapped& m : run.mapped) *value++ = {m.reg, held[m.word]};
-    states_[at].row = Row::lost;
-    return true;
+    if (later.run) {
+      auto* value = later.run->add(*later.owner, *this, index, run.mapped.size());
+      for (const Mapped& m : run.mapped) *value++ = {m.reg, held[m.word]};
+      state.row = Row::lost;
+      return true;
+    }
+    run.take(image);
+    const bool good = bus_.rowIs(busTable_, index, run.registers);
+    wasWritten(state, good);
+    return good;
   }
   /// A run wrote the row's image, or failed to.
-  void entryWritten(HwIndex index, bool good) { entryWrittenAt(position(index), good); }
+  void entryWritten(HwIndex index, bool good) { wasWritten(states_[position(index)], good); }
   /// Reads the row from hardware into the image, trying again a few times before it reports a
   /// failure; words without a register keep what they held when the mapped ones are unchanged, and
   /// become 0 otherwise.
@@ -301,7 +308,7 @@ class VELA_EXPORT HwTableConfig : public Orb::PtrInterface {
   const std::vector<Mapped>& mapped(HwIndex index) const { return run(index).mapped; }
   /// Their registers, with values of no meaning.
   std::span<const RegisterBus::RegisterValue> registers(HwIndex index) const {
-    return run(index).registers();
+    return run(index).registers;
   }
 
  private:
@@ -319,11 +326,22 @@ class VELA_EXPORT HwTableConfig : public Orb::PtrInterface {
     bool inOrder = true;
     /// Their registers, with room for what is written to them.
     std::array<RegisterBus::RegisterValue, maxRowWords> values{};
+    /// Those of `values` that there are.
+    std::span<const RegisterBus::RegisterValue> registers{};
     /// The bits of each word that are compared.
     StaticWords compared{};
 
-    std::span<const RegisterBus::RegisterValue> registers() const {
-      return {values.data(), mapped.size()};
+    /// The registers are to be written what the image says.
+    [[gnu::always_inline]] void take(const U32* image) {
+      if (inOrder) [[likely]] {
+        // As many as there can be, for that number is known; and from where nothing else is.
+        std::array<U32, maxRowWords> words;
+        std::copy_n(image, maxRowWords, words.begin());
+        for (U8 word = 0; word < maxRowWords; ++word) values[word].value = words[word];
+      } else {
+        auto* value = values.data();
+        for (const Mapped& m : mapped) (value++)->value = image[m.word];
+      }
     }
   };
   Run& run(HwIndex index) { return const_cast<Run&>(std::as_const(*this).run(index)); }
@@ -344,31 +362,22 @@ class VELA_EXPORT HwTableConfig : public Orb::PtrInterface {
     return both;
   }
   /// Words without a register are nobody else's to keep.
-  void takeOver(U32* held, const U32* words) const {
+  static void takeOver(U32* held, const U32* image, U32 words) {
     // As two halves that overlap: their sizes are known.
-    constexpr U8 half = maxRowWords / 2;
-    if (rowWords_ < half) {
-      std::copy_n(words, rowWords_, held);
+    constexpr U32 half = maxRowWords / 2;
+    if (words < half) {
+      std::copy_n(image, words, held);
       return;
     }
-    std::memcpy(held, words, half * sizeof(U32));
-    std::memcpy(held + rowWords_ - half, words + rowWords_ - half, half * sizeof(U32));
+    std::memcpy(held, image, half * sizeof(U32));
+    std::memcpy(held + words - half, image + words - half, half * sizeof(U32));
   }
-  [[gnu::always_inline]] bool write(Run& run, HwIndex index, U32 at, const U32* words) {
-    if (run.inOrder) [[likely]] {
-      // As many as there can be, for that number is known; those behind the row's are not handed
-      // on.
-      for (U8 word = 0; word < maxRowWords; ++word) run.values[word].value = words[word];
-    } else {
-      auto* value = run.values.data();
-      for (const Mapped& m : run.mapped) (value++)->value = words[m.word];
-    }
-    const bool good = bus_.rowIs(busTable_, index, run.registers());
-    entryWrittenAt(at, good);
-    return good;
-  }
-  void entryWrittenAt(U32 at, bool good) {
-    states_[at] = {good ? Row::held : Row::lost, states_[at].written || good};
+  struct State {
+    Row row = Row::unknown;
+    bool written = false;  ///< In this run.
+  };
+  static void wasWritten(State& state, bool good) {
+    state = {good ? Row::held : Row::lost, state.written || good};
   }
   static bool holds(const Run& run, const U32* image,
                     std::span<const RegisterBus::RegisterValue> values) {
@@ -378,11 +387,6 @@ class VELA_EXPORT HwTableConfig : public Orb::PtrInterface {
     return true;
   }
   bool entryReadAnew(const RegisterBus::RowRead& row, U32 at);
-
-  struct State {
-    Row row = Row::unknown;
-    bool written = false;  ///< In this run.
-  };
 
   Orb::PtrConst<HwTableDescriptor> descriptor_;
   RegisterBus& bus_;

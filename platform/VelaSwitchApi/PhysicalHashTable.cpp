@@ -48,6 +48,15 @@ void PhysicalHashTable::helperIs(Orb::Ptr<HashBaseHelper> helper) {
   helpers_.push_back(std::move(helper));
 }
 
+/// Looked up once, not for each row.
+void PhysicalHashTable::findPipelines() {
+  pipelines_.clear();
+  pipelines_.reserve(hwTables_.size());
+  for (const auto& table : hwTables_) {
+    pipelines_.push_back({table.get(), hits_.tracked(table->descriptor().identity.id)});
+  }
+}
+
 Orb::Ptr<HwTableConfig> PhysicalHashTable::hwTable(HwTableId id) const {
   for (const auto& table : hwTables_) {
     if (table->descriptor().identity.id == id) return table;
@@ -163,19 +172,19 @@ void PhysicalHashTable::expectedImage(HwIndex index, U32* image) const {
 [[gnu::always_inline]] inline bool PhysicalHashTable::writeImage(HwIndex index, const U32* image,
                                                                  bool empty) {
   bool good = true;
-  for (const auto& table : hwTables_) good = writeTo(*table, index, image, empty) && good;
+  for (const Pipeline& each : pipelines_) good = writeTo(each, index, image, empty) && good;
   return good;
 }
 
 /// Inlined, for whether rows are written at once and become empty is known where it is called.
-[[gnu::always_inline]] inline bool PhysicalHashTable::writeTo(HwTableConfig& table, HwIndex index,
-                                                              const U32* image, bool empty,
-                                                              RowRun* run) {
-  HitTracker::Table* hits = hits_.tracked(table.descriptor().identity.id);
-  const auto keepHits = [&]() __attribute__((always_inline)) {
+[[gnu::always_inline]] inline bool PhysicalHashTable::writeTo(const Pipeline& pipeline,
+                                                              HwIndex index, const U32* image,
+                                                              bool empty, RowRun* run) {
+  const auto [rows, hits] = pipeline;
+  const auto keepHits = [&, hits = hits ]() __attribute__((always_inline)) {
     hits_.rowChanges(hits, index, empty);
   };
-  const bool good = table.entryIs(index, image, keepHits, {run, this});
+  const bool good = rows->entryIs(index, image, keepHits, {run, this});
   HitTracker::rowChanged(hits, index, good && empty);
   return good;
 }
@@ -186,7 +195,7 @@ bool PhysicalHashTable::hashItemWrite(Keel::Cuckoo::HashItem& item, Location loc
   pack(entry, location, image);
   if (!writeImage(hwIndex(location), image, false)) return false;
   rowDecided(hwIndex(location));
-  if (entry.table().hwInconsistentEntryFromHashItem(entry)) mended_.emplace_back(&entry);
+  if (entry.table().hwInconsistentEntryFromHashItem(entry)) toTell(mended_, entry);
   lastWritten_ = &entry;
   if (entry.placed()) vacated_ = engine_.location(entry);
   return true;
@@ -216,17 +225,13 @@ bool PhysicalHashTable::occupied(HwIndex index) const {
 /// Brings a row to its empty form, in all pipelines when it was an entry's. A row that was nobody's
 /// is left alone where it could not be read.
 bool PhysicalHashTable::writeEmpty(HwIndex index, bool entrys) {
-  return writeEmpty(location(index), entrys);
-}
-
-[[gnu::always_inline]] inline bool PhysicalHashTable::writeEmpty(Location at, bool entrys) {
-  const HwIndex index = hwIndex(at);
   U32 image[maxRowWords];
-  helpers_.front()->setEmptyImage(at, image);
+  emptyImage(index, image);
+  if (entrys) return writeImage(index, image, true);
   bool good = true;
-  for (const auto& table : hwTables_) {
-    if (!entrys && table->state(index) == HwTableConfig::Row::unread) continue;
-    good = writeTo(*table, index, image, true) && good;
+  for (const Pipeline& each : pipelines_) {
+    if (each.rows->state(index) == HwTableConfig::Row::unread) continue;
+    good = writeTo(each, index, image, true) && good;
   }
   return good;
 }
@@ -234,48 +239,54 @@ bool PhysicalHashTable::writeEmpty(HwIndex index, bool entrys) {
 /// Finds the row that an entry is written to, or that it leaves to nobody, where nothing else is
 /// concerned. It is on its way when this returns.
 [[gnu::always_inline]] inline bool PhysicalHashTable::plainRow(const HashBaseCuckooEntry& entry,
-                                                               bool desired, Location& row) const {
+                                                               bool desired, HwIndex& row) const {
   if (!plain()) [[unlikely]]
     return false;
   if (entry.placed()) {
-    row = engine_.location(entry);
+    row = indexOf(entry);
     if (!desired && (engine_.at(row) != &entry || !engine_.waiting().empty())) [[unlikely]]
       return false;
   } else if (!desired || !engine_.freeRow(entry, row)) {
     return false;
   }
-  for (const auto& table : hwTables_) table->soon(hwIndex(row));
+  for (const Pipeline& each : pipelines_) each.rows->soon(row);
   return true;
 }
 
 [[gnu::always_inline]] inline bool PhysicalHashTable::placePlainly(HashBaseCuckooEntry& entry) {
-  Location at;
-  if (!plainRow(entry, true, at)) [[unlikely]]
+  HwIndex row;
+  if (!plainRow(entry, true, row)) [[unlikely]]
     return false;
   U32 image[maxRowWords];
-  pack(entry, at, image);
-  if (writeImage(hwIndex(at), image, false)) [[likely]] {
+  pack(entry, location(row), image);
+  if (writeImage(row, image, false)) [[likely]] {
     entry.status_ = Status::programmed;
     if (!entry.placed()) {
-      engine_.placedAt(entry, at);
+      engine_.placedAt(entry, row);
       counted(entry, 1);
     }
   } else if (!entry.placed()) {
-    failedAt(entry, at);
+    failedAt(entry, location(row));
   } else {
     entry.status_ = Status::hardwareError;
   }
   return true;
 }
 
-void PhysicalHashTable::place(HashBaseCuckooEntry& entry) {
-  if (placePlainly(entry)) [[likely]]
-    return revisit();
-  placeAmongOthers(entry);
+Orb::Ptr<Keel::Cuckoo::HashItem> PhysicalHashTable::place(HashBaseCuckooEntry& entry) {
+  if (!placePlainly(entry)) [[unlikely]]
+    return placeAmongOthers(entry);
+  if (!pending_) [[likely]]
+    return nullptr;
+  Orb::Ptr<Keel::Cuckoo::HashItem> held(&entry);
+  revisit();
+  return held;
 }
 
 /// Places an entry that concerns others, or whose rows are not all known.
-[[gnu::noinline]] void PhysicalHashTable::placeAmongOthers(HashBaseCuckooEntry& entry) {
+[[gnu::noinline]] Orb::Ptr<Keel::Cuckoo::HashItem> PhysicalHashTable::placeAmongOthers(
+    HashBaseCuckooEntry& entry) {
+  Orb::Ptr<Keel::Cuckoo::HashItem> held(&entry);
   clearStaleRows();
   if (const auto stale = rowOf(stale_, entry)) {
     engine_.waitDel(entry);
@@ -289,23 +300,24 @@ void PhysicalHashTable::place(HashBaseCuckooEntry& entry) {
     placeNew(entry);
   }
   revisit();
+  return held;
 }
 
 bool PhysicalHashTable::stageable(const HashBaseCuckooEntry& entry, bool desired) {
-  Location row;
+  HwIndex row;
   stageable_.reset();
   if (plainRow(entry, desired, row)) stageable_ = row;
   return stageable_.has_value();
 }
 
 void PhysicalHashTable::stage(HashBaseCuckooEntry& entry, RowRun& run) {
-  const auto at = std::exchange(stageable_, std::nullopt);
-  ORB_ASSERT(at);
-  const HwIndex index = hwIndex(*at);
+  const auto row = std::exchange(stageable_, std::nullopt);
+  ORB_ASSERT(row);
+  const HwIndex index = *row;
   const bool isNew = !entry.placed();
   U32 image[maxRowWords];
   if (entry.valid()) {
-    pack(entry, *at, image);
+    pack(entry, location(index), image);
   } else {
     emptyImage(index, image);
   }
@@ -314,9 +326,9 @@ void PhysicalHashTable::stage(HashBaseCuckooEntry& entry, RowRun& run) {
     hits_.entryDel(entry);
     takeOut(entry);
   }
-  for (const auto& table : hwTables_) writeTo(*table, index, image, !entry.valid(), &run);
+  for (const Pipeline& each : pipelines_) writeTo(each, index, image, !entry.valid(), &run);
   // What lies in the row until now may have been hit: only then it is the entry's.
-  if (isNew) engine_.placedAt(entry, *at);
+  if (isNew) engine_.placedAt(entry, index);
 }
 
 /// A staged row could not be written.
@@ -349,9 +361,7 @@ void PhysicalHashTable::settleStaged() {
 
 /// A staged row is empty now, or may hold what it held: until then it could be hit.
 void PhysicalHashTable::rowLeft(HwIndex index, bool empty) {
-  for (const auto& table : hwTables_) {
-    HitTracker::rowChanged(hits_.tracked(table->descriptor().identity.id), index, empty);
-  }
+  for (const Pipeline& each : pipelines_) HitTracker::rowChanged(each.hits, index, empty);
 }
 
 void PhysicalHashTable::placeNew(HashBaseCuckooEntry& entry) {
@@ -436,38 +446,33 @@ void PhysicalHashTable::failed(const Keel::Cuckoo::InsertResult& result,
   addOnce(stale.waits, &entry);
 }
 
-/// Takes an entry out whose row passes on to nobody.
-[[gnu::always_inline]] inline bool PhysicalHashTable::removePlainly(HashBaseCuckooEntry& entry) {
-  Location at;
-  if (!plainRow(entry, false, at)) [[unlikely]]
-    return false;
+Orb::Ptr<Keel::Cuckoo::HashItem> PhysicalHashTable::remove(HashBaseCuckooEntry& entry) {
+  HwIndex row;
+  if (!plainRow(entry, false, row)) [[unlikely]]
+    return removeAmongOthers(entry);
   hits_.entryDel(entry);
-  const auto held = takeOut(entry);
-  if (writeEmpty(at, true)) [[likely]] {
+  Orb::Ptr<Keel::Cuckoo::HashItem> held = takeOut(entry);
+  U32 image[maxRowWords];
+  emptyImage(row, image);
+  if (writeImage(row, image, true)) [[likely]] {
     entry.status_ = Status::notProgrammed;
   } else {
     entry.status_ = Status::hardwareError;
-    addOnce(staleRowIs(hwIndex(at)).holds, &entry);
+    addOnce(staleRowIs(row).holds, &entry);
   }
-  return true;
-}
-
-bool PhysicalHashTable::remove(HashBaseCuckooEntry& entry) {
-  if (removePlainly(entry)) [[likely]] {
-    revisit();
-    return true;
-  }
-  return removeAmongOthers(entry);
+  revisit();
+  return held;
 }
 
 /// Removes an entry that concerns others, or whose rows are not all known.
-[[gnu::noinline]] bool PhysicalHashTable::removeAmongOthers(HashBaseCuckooEntry& entry) {
+[[gnu::noinline]] Orb::Ptr<Keel::Cuckoo::HashItem> PhysicalHashTable::removeAmongOthers(
+    HashBaseCuckooEntry& entry) {
   clearStaleRows();
-  const Orb::Ptr<HashBaseCuckooEntry> keep(&entry);
+  Orb::Ptr<Keel::Cuckoo::HashItem> held(&entry);
   const bool duplicate = duplicateDel(entry);
   Orb::Ptr<HashBaseCuckooEntry> guess;
   if (entry.placed()) {
-    if (engine_.at(engine_.location(entry)) != &entry) return false;
+    if (engine_.at(engine_.location(entry)) != &entry) return nullptr;
     giveWay(entry);
   } else if (!duplicate) {
     engine_.waitDel(entry);
@@ -484,7 +489,7 @@ bool PhysicalHashTable::remove(HashBaseCuckooEntry& entry) {
   // Last, since whoever hears of it may announce or withdraw something.
   if (guess) guess->table().entryReleaseByHashItem(*guess);
   revisit();
-  return true;
+  return held;
 }
 
 /// What was read from hardware, and not announced since, under another spelling of the entry's key.
@@ -500,9 +505,7 @@ void PhysicalHashTable::giveWay(HashBaseCuckooEntry& gone) {
   counted(gone, -1);
   if (const auto next = nextDuplicate(gone)) {
     // The row changes hands even if its words stay the same.
-    for (const auto& table : hwTables_) {
-      hits_.rowChanges(hits_.tracked(table->descriptor().identity.id), hwIndex(location), false);
-    }
+    for (const Pipeline& each : pipelines_) hits_.rowChanges(each.hits, hwIndex(location), false);
     hits_.entryDel(gone);
     engine_.replace(gone, *next);
     counted(*next, 1);
@@ -551,7 +554,7 @@ void PhysicalHashTable::cameIn(const Keel::Cuckoo::SuccessionResult& next) {
     failed(next.insert, entry);
   }
   lastWritten_ = nullptr;
-  cameIn_.emplace_back(&entry);
+  toTell(cameIn_, entry);
 }
 
 /// Rows that were stale are free again. While they were not, others became free that nobody could
@@ -636,7 +639,7 @@ void PhysicalHashTable::rowDecided(HwIndex index) {
     const auto row = rows->extract(index);
     if (!row) continue;
     revisitAll(row.mapped());
-    cleared_ = cleared_ || rows == &stale_;
+    if (rows == &stale_) rowsAreCleared();
   }
 }
 
@@ -666,7 +669,7 @@ void PhysicalHashTable::clearStaleRows() {
     const auto& [index, row] = each;
     if (!writeEmpty(index, !row.holds.empty())) return false;
     revisitAll(row);
-    cleared_ = true;
+    rowsAreCleared();
     return true;
   });
 }
@@ -686,12 +689,9 @@ void PhysicalHashTable::settle() {
 /// Lets tables handle entries again, and tells them of those that came in or whose rows are right
 /// again. Handling one may add others, which then wait their turn.
 void PhysicalHashTable::revisitThose() {
-  const auto done = [&] {
-    return revisit_.empty() && cameIn_.empty() && mended_.empty() && !cleared_;
-  };
   if (revisiting_) return;
   revisiting_ = true;
-  while (!done()) {
+  while (std::exchange(pending_, false)) {
     const Entries mended = std::exchange(mended_, {});
     const Entries cameIn = std::exchange(cameIn_, {});
     const Entries again = std::exchange(revisit_, {});

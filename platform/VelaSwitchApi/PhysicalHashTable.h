@@ -172,10 +172,14 @@ class VELA_EXPORT PhysicalHashTable : public Orb::PtrInterface,
   /// The table that joined first.
   const HashBaseTable* firstTable() const { return helpers_.front()->swTable(); }
   /// Declares one pipeline's rows.
-  void hwTableIs(Orb::Ptr<HwTableConfig> table) { hwTables_.push_back(std::move(table)); }
+  void hwTableIs(Orb::Ptr<HwTableConfig> table) {
+    hwTables_.push_back(std::move(table));
+    findPipelines();
+  }
   /// Declares the hit bits of a pipeline's rows; each table that shares the rows polls them.
   void hitTableIs(HwTableId id, Orb::Ptr<HitBitTableConfig> table) {
     hits_.hitTableIs(id, std::move(table), engine_.capacity());
+    findPipelines();
   }
   /// The hit bits of the pipeline's rows, or null.
   Orb::Ptr<HitBitTableConfig> hitTable(HwTableId id) const { return hits_.hitTable(id); }
@@ -196,12 +200,13 @@ class VELA_EXPORT PhysicalHashTable : public Orb::PtrInterface,
     return hwIndex(engine_.candidate(entry, way));
   }
 
-  /// Places an entry or rewrites its row; the outcome is its programmedStatus().
-  void place(HashBaseCuckooEntry& entry);
-  /// Removes an entry. False when it is not where the bookkeeping says. When its row could not be
-  /// cleared, or one is undecided, its programmedStatus() is hardwareError, and its table hears of
-  /// it when that is over.
-  bool remove(HashBaseCuckooEntry& entry);
+  /// Places an entry or rewrites its row; the outcome is its programmedStatus(). Null where nobody
+  /// else was concerned. Otherwise a handle of the entry: whoever heard of it may have dropped it.
+  Orb::Ptr<Keel::Cuckoo::HashItem> place(HashBaseCuckooEntry& entry);
+  /// Removes an entry, and hands out a handle of it; null when it is not where the bookkeeping
+  /// says. When its row could not be cleared, or one is undecided, its programmedStatus() is
+  /// hardwareError, and its table hears of it when that is over.
+  Orb::Ptr<Keel::Cuckoo::HashItem> remove(HashBaseCuckooEntry& entry);
   /// Whether to place an entry, or else to remove it, concerns no others and no rows that failed.
   bool stageable(const HashBaseCuckooEntry& entry, bool desired);
   /// The same as place() of a valid entry that was just stageable(), or else remove(), but that its
@@ -220,9 +225,7 @@ class VELA_EXPORT PhysicalHashTable : public Orb::PtrInterface,
     return location.way * engine_.rowsPerWay() + location.row;
   }
   /// The inverse.
-  Location location(HwIndex index) const {
-    return {static_cast<U8>(index / engine_.rowsPerWay()), index % engine_.rowsPerWay()};
-  }
+  Location location(HwIndex index) const { return engine_.location(index); }
   /// The entry that lies in the row, or null.
   HashBaseCuckooEntry* entryAt(HwIndex index) const {
     return static_cast<HashBaseCuckooEntry*>(engine_.at(index));
@@ -236,9 +239,7 @@ class VELA_EXPORT PhysicalHashTable : public Orb::PtrInterface,
     __builtin_prefetch(reinterpret_cast<const char*>(&entry->table_) + 64);
   }
   /// The row of a placed entry.
-  HwIndex indexOf(const HashBaseCuckooEntry& entry) const {
-    return hwIndex(engine_.location(entry));
-  }
+  HwIndex indexOf(const HashBaseCuckooEntry& entry) const { return engine_.row(entry); }
   /// Whether a row may still answer for the key of an entry that was withdrawn: it could not be
   /// cleared, or nobody knows what it holds.
   bool mayLinger(const HashBaseCuckooEntry& entry) const {
@@ -306,14 +307,20 @@ class VELA_EXPORT PhysicalHashTable : public Orb::PtrInterface,
     bool failed = false;  ///< Some pipeline's row could not be written.
   };
 
+  /// A pipeline's rows, with their hit bits or null.
+  struct Pipeline {
+    HwTableConfig* rows;
+    HitTracker::Table* hits;
+  };
+
+  void findPipelines();
   bool hashItemWrite(Keel::Cuckoo::HashItem& item, Location location) override;
   void addOccupants(HwIndex index, Entries& entries) const override;
   bool occupied(HwIndex index) const override;
   bool writeEmpty(HwIndex index, bool entrys);
-  inline bool writeEmpty(Location at, bool entrys);
   void writeDefault(HwIndex index);
   inline bool writeImage(HwIndex index, const U32* image, bool empty);
-  inline bool writeTo(HwTableConfig& table, HwIndex index, const U32* image, bool empty,
+  inline bool writeTo(const Pipeline& pipeline, HwIndex index, const U32* image, bool empty,
                       RowRun* run = nullptr);
   void rowWritten(HwTableConfig& table, HwIndex index, bool good) override;
   void rowLeft(HwIndex index, bool empty);
@@ -324,12 +331,11 @@ class VELA_EXPORT PhysicalHashTable : public Orb::PtrInterface,
   inline Orb::Ptr<Keel::Cuckoo::HashItem> takeOut(HashBaseCuckooEntry& entry);
 
   /// Whether nothing is known of rows or keys but what entries say.
-  bool plain() const { return stale_.empty() && undecided_.empty() && duplicates_.empty(); }
-  inline bool plainRow(const HashBaseCuckooEntry& entry, bool desired, Location& row) const;
+  bool plain() const { return (stale_.size() | undecided_.size() | duplicates_.size()) == 0; }
+  inline bool plainRow(const HashBaseCuckooEntry& entry, bool desired, HwIndex& row) const;
   inline bool placePlainly(HashBaseCuckooEntry& entry);
-  inline bool removePlainly(HashBaseCuckooEntry& entry);
-  void placeAmongOthers(HashBaseCuckooEntry& entry);
-  bool removeAmongOthers(HashBaseCuckooEntry& entry);
+  Orb::Ptr<Keel::Cuckoo::HashItem> placeAmongOthers(HashBaseCuckooEntry& entry);
+  Orb::Ptr<Keel::Cuckoo::HashItem> removeAmongOthers(HashBaseCuckooEntry& entry);
   void placeNew(HashBaseCuckooEntry& entry);
   void failedAt(HashBaseCuckooEntry& entry, Location at);
   void failed(const Keel::Cuckoo::InsertResult& result, HashBaseCuckooEntry& entry);
@@ -358,16 +364,20 @@ class VELA_EXPORT PhysicalHashTable : public Orb::PtrInterface,
   enum class Says : U8 { entry, nothing, unsound };
   Says adoptFrom(HwIndex index);
   bool everyTableHolds(HwIndex index) const;
-  void revisitIs(HashBaseCuckooEntry* entry) { revisit_.push_back(entry); }
+  void revisitIs(HashBaseCuckooEntry* entry) { toTell(revisit_, *entry); }
+  void toTell(Entries& entries, HashBaseCuckooEntry& entry) {
+    entries.emplace_back(&entry);
+    pending_ = true;
+  }
+  void rowsAreCleared() { cleared_ = pending_ = true; }
   static void addOnce(Entries& entries, HashBaseCuckooEntry* entry);
   bool holds(HwIndex index, const HashBaseCuckooEntry& entry) const;
   U32 damage(HwIndex index, const HashBaseCuckooEntry& entry) const;
   void takeDamagedRows(const Entries& homeless);
   bool makeWay(HwIndex index);
   [[gnu::always_inline]] void revisit() {
-    if (revisit_.empty() && cameIn_.empty() && mended_.empty() && !cleared_) [[likely]]
-      return;
-    revisitThose();
+    if (pending_) [[unlikely]]
+      revisitThose();
   }
   void revisitThose();
 
@@ -378,6 +388,7 @@ class VELA_EXPORT PhysicalHashTable : public Orb::PtrInterface,
   std::vector<Orb::Ptr<HwTableConfig>> hwTables_;
   std::size_t decoded_ = 0;
   HitTracker hits_;
+  std::vector<Pipeline> pipelines_;  ///< Those of hwTables_.
 
   /// Rows of which no pipeline said what they hold, and that no entry was written into since. They
   /// may hold entries that were withdrawn meanwhile.
@@ -393,7 +404,8 @@ class VELA_EXPORT PhysicalHashTable : public Orb::PtrInterface,
   Entries cameIn_;
   Entries mended_;        ///< Marked entries whose rows were written: likewise, to take the marks.
   bool cleared_ = false;  ///< Rows were stale and are no more: someone may wait for them.
-  std::optional<Location> stageable_;  ///< The row of the entry that was found to be.
+  bool pending_ = false;  ///< Any of these: they are to be told, or tried.
+  std::optional<HwIndex> stageable_;  ///< The row of the entry that was found to be.
   /// In the order in which their rows were added to the run.
   std::vector<Staged> staged_;
   std::size_t failed_ = 0;  ///< The one whose row failed last.
