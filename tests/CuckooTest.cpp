@@ -92,14 +92,14 @@ struct Engine {
     return *all.emplace_back(Orb::make<Item>(candidates));
   }
   InsertResult insert(Item& item) {
-    U32 free = 0;
-    const bool found = table.freeRow(item, free);
+    const U32 free = table.freeRow(item);
+    const bool found = free != table.noRow;
     const InsertResult result = table.insert(item, rows);
     if (result.outcome == Outcome::failed) return result;
     const bool came = result.outcome == Outcome::placed;
     EXPECT_EQ(found, came && result.moves == 0);
     if (found) {
-      EXPECT_EQ(table.location(item), table.location(free));
+      EXPECT_EQ(table.row(item), free);
     }
     if (came) placed.insert(&item);
     return result;

@@ -54,22 +54,22 @@ HashItem* Table::find(const HashItem& key) const {
 
 /// freeRow() where items wait: one of the same key may be among them, and closed rows are taken,
 /// whose slots need not be looked at for that.
-[[gnu::noinline]] bool Table::freeRowAmongWaiting(const HashItem& item, U32& free) const {
+[[gnu::noinline]] U32 Table::freeRowAmongWaiting(const HashItem& item) const {
   const Rows rows = rowsOf(item);
-  free = noSlot;
+  U32 free = noRow;
   for (U8 way = 0; way < ways_; ++way) {
     const U32 slot = candidateSlot(rows, way);
     if (!isClosed(slot) && !slots_[slot]) {
       free = std::min(free, slot);
     } else if (nodes_[slot].rows == rows && sameKey(slot, item)) [[unlikely]] {
-      return false;
+      return noRow;
     }
   }
-  if (free == noSlot) {
+  if (free == noRow) {
     waiting_.equalSoon(item);
-    return false;
+    return noRow;
   }
-  return !item.waits() && !waiting_.equal(item);
+  return item.waits() || waiting_.equal(item) ? noRow : free;
 }
 
 void Table::reachedFrom(U32 slot, U32 from) {

@@ -82,39 +82,38 @@ class VELA_EXPORT Table {
   CuckooLocation location(const HashItem& item) const { return locationOf(item.slot_); }
   /// The same as the row's number.
   U32 row(const HashItem& item) const { return item.slot_; }
-  /// The row of the number.
-  CuckooLocation location(U32 row) const { return locationOf(row); }
   /// The row that the item may take in the way.
   CuckooLocation candidate(const HashItem& item, U8 way) const { return {way, rowOf(item, way)}; }
 
-  /// Finds the free row that insert() would place the item in without moving others. False when
-  /// there is none, or an item of the same hardware key is there or waits, or this one does. Rows
-  /// are counted as at() does.
-  [[gnu::always_inline]] bool freeRow(const HashItem& item, U32& free) const {
+  /// Stands for no row.
+  static constexpr U32 noRow = ~U32{0};
+  /// The free row that insert() would place the item in without moving others, counted as at()
+  /// does. None when an item of the same hardware key is there or waits, or this one does.
+  [[gnu::always_inline]] U32 freeRow(const HashItem& item) const {
     if (item.hashedWays_ < ways_) [[unlikely]]
       hashAll(item);
     if (!waiting_.empty()) [[unlikely]]
-      return freeRowAmongWaiting(item, free);
+      return freeRowAmongWaiting(item);
     const Rows rows = rowsOf(item);
     const U32 rowsPerWay = rowsPerWay_;
     const U32 end = capacity();
-    free = noSlot;
+    U32 free = noRow;
     Rows next = rows;
     for (U32 first = 0; first != end; first += rowsPerWay, next >>= 16) {
       const U32 slot = first + rowOf(next, 0);
       if (!slots_[slot]) {
         free = std::min(free, slot);
       } else if (nodes_[slot].rows == rows && sameKey(slot, item)) [[unlikely]] {
-        return false;
+        return noRow;
       }
     }
-    return free != noSlot;
+    return free;
   }
   /// Places an item of a hardware key that the table does not hold.
   InsertResult insert(HashItem& item, RowWriter& writer);
   /// Takes a placed item out, and hands out the handle of it. Nothing is written; the row is free
   /// from now on.
-  Orb::Ptr<HashItem> remove(HashItem& item) {
+  [[gnu::always_inline]] Orb::Ptr<HashItem> remove(HashItem& item) {
     ORB_ASSERT(item.placed() && slots_[item.slot_].get() == &item);
     if (isClosed(item.slot_)) [[unlikely]]
       reopen();
@@ -159,15 +158,11 @@ class VELA_EXPORT Table {
   std::span<const U32> competitors(const HashItem& item);
 
  private:
-  static constexpr U32 noSlot = ~U32{0};
+  static constexpr U32 noSlot = noRow;
 
   U32 slotOf(CuckooLocation location) const { return location.way * rowsPerWay_ + location.row; }
   CuckooLocation locationOf(U32 slot) const {
-    // A division takes longer than these comparisons.
-    static_assert(maxWays == 4);
-    const U32 way =
-        U32{slot >= rowsPerWay_} + U32{slot >= 2 * rowsPerWay_} + U32{slot >= 3 * rowsPerWay_};
-    return {static_cast<U8>(way), slot - way * rowsPerWay_};
+    return {static_cast<U8>(slot / rowsPerWay_), slot % rowsPerWay_};
   }
   U32 rowOf(const HashItem& item, U8 way) const {
     if (way >= item.hashedWays_) hashAll(item);
@@ -199,7 +194,7 @@ class VELA_EXPORT Table {
     return std::move(slots_[slot]);
   }
   bool sameKey(U32 slot, const HashItem& item) const;
-  bool freeRowAmongWaiting(const HashItem& item, U32& free) const;
+  U32 freeRowAmongWaiting(const HashItem& item) const;
   void reopen();
   void markClosed();
   InsertResult carryOut(HashItem& item, U32 to, RowWriter& writer);

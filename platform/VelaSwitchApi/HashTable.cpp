@@ -118,7 +118,7 @@ void HashTable::itemDel(HashBaseCuckooEntry& record) {
 }
 
 /// The item may be another one, which was dropped.
-HashBaseCuckooEntry& HashTable::foundItemIs(HashBaseCuckooEntry& record) {
+[[gnu::cold]] HashBaseCuckooEntry& HashTable::foundItemIs(HashBaseCuckooEntry& record) {
   HashBaseCuckooEntry* item = placedItem(record);
   if (!item || item == &record) {
     item = &record;
@@ -191,14 +191,18 @@ void HashTable::handleAbsentItem(HashBaseCuckooEntry& item) {
   flagIs(recordFor(item), KeyRecord::cached, true);
 }
 
+/// The row of a marked key was written.
+[[gnu::cold]] void HashTable::rewritten(HashBaseCuckooEntry& record) {
+  // As its status was told until now.
+  record.recordedStatus_ = EntryProgrammedStatus::hardwareError;
+  flagIs(record, KeyRecord::marked, false);
+}
+
 /// Records what came of programming an item, whose key's record is `known`.
 [[gnu::always_inline]] inline void HashTable::programmed(HashBaseCuckooEntry& item,
                                                          HashBaseCuckooEntry& known) {
-  if (known.has(KeyRecord::marked)) [[unlikely]] {
-    // As its status was told until now.
-    known.recordedStatus_ = EntryProgrammedStatus::hardwareError;
-    flagIs(known, KeyRecord::marked, false);
-  }
+  if (known.has(KeyRecord::marked)) [[unlikely]]
+    rewritten(known);
   const EntryProgrammedStatus status = item.programmedStatus();
   if (statusSupported()) statusIs(known, status, item.lastHit());
   if (status != EntryProgrammedStatus::programmed) [[unlikely]] {
@@ -207,7 +211,7 @@ void HashTable::handleAbsentItem(HashBaseCuckooEntry& item) {
 }
 
 /// The same where whoever heard of other entries' statuses may have withdrawn this one.
-[[gnu::noinline]] void HashTable::programmedAmongOthers(HashBaseCuckooEntry& item) {
+[[gnu::cold]] void HashTable::programmedAmongOthers(HashBaseCuckooEntry& item) {
   if (HashBaseCuckooEntry* known = current(item)) programmed(item, *known);
 }
 
@@ -232,21 +236,28 @@ void HashTable::handleAbsentItem(HashBaseCuckooEntry& item) {
 }
 
 void HashTable::programRecord(HashBaseCuckooEntry& record) {
+  if (!record.has(KeyRecord::desired)) return removeItem(itemIs(record));
   HashBaseCuckooEntry& item = itemIs(record);
-  updateHashItem(item);
+  item.validIs(true);
   profileConvertor().updateHashEntryCounter(item, false);
-  const bool valid = item.valid();
-  traceItem(valid ? "Programming Entry " : "Removing Entry ", item);
+  traceItem("Programming Entry ", item);
   Orb::Ptr<HashItem> held;
-  const bool success = profileConvertor().handleHashEntry(item, held);
-  ORB_ASSERT_TEXT(valid || success, "success");
-  if (!valid) {
-    removed(item);
-  } else if (held) [[unlikely]] {
+  profileConvertor().handleHashEntry(item, held);
+  if (held) [[unlikely]] {
     programmedAmongOthers(item);
   } else {
     programmed(item, item);
   }
+}
+
+[[gnu::noinline]] void HashTable::removeItem(HashBaseCuckooEntry& item) {
+  item.validIs(false);
+  profileConvertor().updateHashEntryCounter(item, false);
+  traceItem("Removing Entry ", item);
+  Orb::Ptr<HashItem> held;
+  const bool success = profileConvertor().handleHashEntry(item, held);
+  ORB_ASSERT_TEXT(success, "success");
+  removed(item);
 }
 
 bool HashTable::stageable(const KeyRecord& record, bool desired) const {

@@ -113,8 +113,10 @@ class VELA_EXPORT HashTable : public HashBaseTable {
   void markIs(HashBaseCuckooEntry& record, bool marked);
   void adopt(HashBaseCuckooEntry& item);
   HashBaseCuckooEntry& recordFor(const HashBaseCuckooEntry& item);
+  void rewritten(HashBaseCuckooEntry& record);
   inline void programmed(HashBaseCuckooEntry& item, HashBaseCuckooEntry& known);
   void programmedAmongOthers(HashBaseCuckooEntry& item);
+  void removeItem(HashBaseCuckooEntry& item);
   inline void removed(HashBaseCuckooEntry& item);
   void traceItem(const char* what, const HashBaseCuckooEntry& item) const {
     if (options_.trace.enabled(1)) [[unlikely]]

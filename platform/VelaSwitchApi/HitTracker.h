@@ -78,7 +78,7 @@ class VELA_EXPORT HitTracker {
   /// A row of the pipeline that is tracked(), or null, is about to be written, to be `empty` or
   /// not: keeps the hits that would be lost or misread. A row that becomes empty and held nobody
   /// any more has none; its bit is read when it is next filled.
-  void rowChanges(Table* table, HwIndex index, bool empty) {
+  [[gnu::always_inline]] void rowChanges(Table* table, HwIndex index, bool empty) {
     if (!table || table->clear.has(index)) return;
     if (empty && table->formers.empty() && !rows_.occupied(index)) return;
     keepHits(*table, index, empty);

@@ -40,7 +40,9 @@ void HashBaseHelper::setEmptyImage(Keel::Cuckoo::CuckooLocation location, U32* i
 PhysicalHashTable::PhysicalHashTable(const PhysicalHashProperties& properties)
     : properties_(properties.fields()),
       engine_(properties.rowsPerWay(), properties.ways()),
-      hits_(*this) {}
+      hits_(*this) {
+  ORB_ASSERT(properties_.rowsPerWay == U32{1} << properties_.hashBits);
+}
 
 PhysicalHashTable::~PhysicalHashTable() = default;
 
@@ -115,8 +117,8 @@ U32 PhysicalHashTable::waiting(const HashBaseTable* table) const {
 /// An entry came into a row or went out of one.
 inline void PhysicalHashTable::counted(const HashBaseCuckooEntry& entry, int change) {
   HashBaseTable& table = entry.table();
-  table.placed_ += static_cast<U32>(change);
-  table.placedPeak_ = std::max(table.placedPeak_, table.placed_);
+  const U32 placed = table.placed_ += static_cast<U32>(change);
+  if (change > 0) table.placedPeak_ = std::max(table.placedPeak_, placed);
 }
 
 bool PhysicalHashTable::adoptAt(HashBaseCuckooEntry& entry, Location location) {
@@ -172,7 +174,10 @@ void PhysicalHashTable::expectedImage(HwIndex index, U32* image) const {
 [[gnu::always_inline]] inline bool PhysicalHashTable::writeImage(HwIndex index, const U32* image,
                                                                  bool empty) {
   bool good = true;
-  for (const Pipeline& each : pipelines_) good = writeTo(each, index, image, empty) && good;
+  for (const Pipeline& each : pipelines_) {
+    if (!writeTo(each, index, image, empty)) [[unlikely]]
+      good = false;
+  }
   return good;
 }
 
@@ -236,26 +241,22 @@ bool PhysicalHashTable::writeEmpty(HwIndex index, bool entrys) {
   return good;
 }
 
-/// Finds the row that an entry is written to, or that it leaves to nobody, where nothing else is
-/// concerned. It is on its way when this returns.
-[[gnu::always_inline]] inline bool PhysicalHashTable::plainRow(const HashBaseCuckooEntry& entry,
-                                                               bool desired, HwIndex& row) const {
+/// The row that an entry is written to, or that it leaves to nobody, where nothing else is
+/// concerned; otherwise noRow.
+[[gnu::always_inline]] inline HwIndex PhysicalHashTable::plainRow(const HashBaseCuckooEntry& entry,
+                                                                  bool desired) const {
   if (!plain()) [[unlikely]]
-    return false;
-  if (entry.placed()) {
-    row = indexOf(entry);
-    if (!desired && (engine_.at(row) != &entry || !engine_.waiting().empty())) [[unlikely]]
-      return false;
-  } else if (!desired || !engine_.freeRow(entry, row)) {
-    return false;
-  }
-  for (const Pipeline& each : pipelines_) each.rows->soon(row);
-  return true;
+    return noRow;
+  if (!entry.placed()) return desired ? engine_.freeRow(entry) : noRow;
+  const HwIndex row = indexOf(entry);
+  if (!desired && (engine_.at(row) != &entry || !engine_.waiting().empty())) [[unlikely]]
+    return noRow;
+  return row;
 }
 
 [[gnu::always_inline]] inline bool PhysicalHashTable::placePlainly(HashBaseCuckooEntry& entry) {
-  HwIndex row;
-  if (!plainRow(entry, true, row)) [[unlikely]]
+  const HwIndex row = plainRow(entry, true);
+  if (row == noRow) [[unlikely]]
     return false;
   U32 image[maxRowWords];
   pack(entry, location(row), image);
@@ -304,16 +305,15 @@ Orb::Ptr<Keel::Cuckoo::HashItem> PhysicalHashTable::place(HashBaseCuckooEntry& e
 }
 
 bool PhysicalHashTable::stageable(const HashBaseCuckooEntry& entry, bool desired) {
-  HwIndex row;
-  stageable_.reset();
-  if (plainRow(entry, desired, row)) stageable_ = row;
-  return stageable_.has_value();
+  stageable_ = plainRow(entry, desired);
+  if (stageable_ == noRow) return false;
+  for (const Pipeline& each : pipelines_) each.rows->soon(stageable_);
+  return true;
 }
 
 void PhysicalHashTable::stage(HashBaseCuckooEntry& entry, RowRun& run) {
-  const auto row = std::exchange(stageable_, std::nullopt);
-  ORB_ASSERT(row);
-  const HwIndex index = *row;
+  const HwIndex index = std::exchange(stageable_, noRow);
+  ORB_ASSERT(index != noRow);
   const bool isNew = !entry.placed();
   U32 image[maxRowWords];
   if (entry.valid()) {
@@ -447,8 +447,8 @@ void PhysicalHashTable::failed(const Keel::Cuckoo::InsertResult& result,
 }
 
 Orb::Ptr<Keel::Cuckoo::HashItem> PhysicalHashTable::remove(HashBaseCuckooEntry& entry) {
-  HwIndex row;
-  if (!plainRow(entry, false, row)) [[unlikely]]
+  const HwIndex row = plainRow(entry, false);
+  if (row == noRow) [[unlikely]]
     return removeAmongOthers(entry);
   hits_.entryDel(entry);
   Orb::Ptr<Keel::Cuckoo::HashItem> held = takeOut(entry);

@@ -225,7 +225,9 @@ class VELA_EXPORT PhysicalHashTable : public Orb::PtrInterface,
     return location.way * engine_.rowsPerWay() + location.row;
   }
   /// The inverse.
-  Location location(HwIndex index) const { return engine_.location(index); }
+  Location location(HwIndex index) const {
+    return {static_cast<U8>(index >> properties_.hashBits), index & (properties_.rowsPerWay - 1)};
+  }
   /// The entry that lies in the row, or null.
   HashBaseCuckooEntry* entryAt(HwIndex index) const {
     return static_cast<HashBaseCuckooEntry*>(engine_.at(index));
@@ -332,7 +334,8 @@ class VELA_EXPORT PhysicalHashTable : public Orb::PtrInterface,
 
   /// Whether nothing is known of rows or keys but what entries say.
   bool plain() const { return (stale_.size() | undecided_.size() | duplicates_.size()) == 0; }
-  inline bool plainRow(const HashBaseCuckooEntry& entry, bool desired, HwIndex& row) const;
+  static constexpr HwIndex noRow = Keel::Cuckoo::Table::noRow;
+  inline HwIndex plainRow(const HashBaseCuckooEntry& entry, bool desired) const;
   inline bool placePlainly(HashBaseCuckooEntry& entry);
   Orb::Ptr<Keel::Cuckoo::HashItem> placeAmongOthers(HashBaseCuckooEntry& entry);
   Orb::Ptr<Keel::Cuckoo::HashItem> removeAmongOthers(HashBaseCuckooEntry& entry);
@@ -405,7 +408,7 @@ class VELA_EXPORT PhysicalHashTable : public Orb::PtrInterface,
   Entries mended_;        ///< Marked entries whose rows were written: likewise, to take the marks.
   bool cleared_ = false;  ///< Rows were stale and are no more: someone may wait for them.
   bool pending_ = false;  ///< Any of these: they are to be told, or tried.
-  std::optional<HwIndex> stageable_;  ///< The row of the entry that was found to be.
+  HwIndex stageable_ = noRow;  ///< The row of the entry that was found to be.
   /// In the order in which their rows were added to the run.
   std::vector<Staged> staged_;
   std::size_t failed_ = 0;  ///< The one whose row failed last.
