@@ -40,7 +40,7 @@ void VelaTableHashHelper::compareEmptyRows(bool alike) {
 Orb::Ptr<HashBaseCuckooEntry> VelaTableHashHelper::decodeHwEntry(HwIndex index) const {
   ORB_ASSERT_TEXT(swTable(), "swTable()");
   const Trace::Handle& trace = traces_.handle;
-  if (!hasRow(index)) {
+  if (index >= physical().engine().capacity()) {
     trace(3, "row ", index, VelaSwitchApi::noRowText);
     return null_;
   }
@@ -86,10 +86,6 @@ void VelaTableHashHelper::checkRows(const HashBaseCuckooEntry& sample) const {
   // What stands behind the control word is not in hardware.
   check.expectSame(image, pack(*entry, at), layout_[layout_.row()].first / 32 + 1);
   expectSame(check, sample, *entry);
-}
-
-U32* VelaTableHashHelper::hwRow(HwIndex index) const {
-  return physical().decodedTable().image(index);
 }
 
 }  // namespace VelaSwitchTable

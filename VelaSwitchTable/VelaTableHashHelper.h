@@ -67,8 +67,7 @@ class VELA_EXPORT VelaTableHashHelper : public VelaSwitchApi::HashBaseHelper {
   void checkRows(const HashBaseCuckooEntry& sample) const;
 
   /// The image of a row in the pipeline that is decoded.
-  U32* hwRow(HwIndex index) const;
-  bool hasRow(HwIndex index) const { return index < physical().engine().capacity(); }
+  U32* hwRow(HwIndex index) const { return physical().decodedTable().image(index); }
   CuckooLocation location(HwIndex index) const { return physical().location(index); }
 
  private:

@@ -1,5 +1,8 @@
 #pragma once
 
+#include <array>
+#include <cstring>
+
 #include "HashBase/HashFamilyChecks.h"
 #include "VelaSwitchTable/family/HashEntry.h"
 #include "VelaSwitchTable/family/Row.h"
@@ -34,16 +37,13 @@ class VELA_EXPORT HashFamilyHelperBase : public VelaTableHashHelper {
   [[gnu::flatten]] void setHwBuffer(const HashBaseCuckooEntry& entry, CuckooLocation location,
                                     U8* image) const override {
     ORB_ASSERT_TEXT(swTable(), "swTable()");
-    if (F::trace.enabled(9)) [[unlikely]] {
-      setTraced(entry, location, image);
-    } else {
-      // Packed where nothing else can lie, so that the compiler keeps it in registers.
-      using Words = std::array<U32, F::traits.rowWords>;
-      Words words{};
-      setRow<false>(entry, location, reinterpret_cast<U8*>(words.data()));
-      *reinterpret_cast<Words*>(image) = words;
-      RowWriterOf<F>(layout(), image, "", false).setPlace(location.row, location.way);
-    }
+    if (F::trace.enabled(9)) [[unlikely]]
+      return setTraced(entry, location, image);
+    // Packed where nothing else can lie, so that the compiler keeps it in registers.
+    std::array<U32, F::traits.rowWords> words{};
+    setRow<false>(entry, location, reinterpret_cast<U8*>(words.data()));
+    std::memcpy(image, words.data(), sizeof words);
+    RowWriterOf<F>(layout(), image, "", false).setPlace(location.row, location.way);
   }
 
  protected:
@@ -97,8 +97,7 @@ class VELA_EXPORT HashFamilyHelperBase : public VelaTableHashHelper {
     setRow<true>(entry, location, image);
     setStaticBuffer(location, image);
   }
-  /// Whether fields are traced is known to the compiler: where they are not, nothing is kept for
-  /// it.
+  /// Whether fields are traced is known to the compiler.
   template <bool traced>
   void setRow(const HashBaseCuckooEntry& entry, CuckooLocation location, U8* image) const {
     const Entry& packed = static_cast<const Entry&>(entry);
