@@ -93,7 +93,7 @@ struct Engine {
   }
   InsertResult insert(Item& item) {
     const U32 free = table.freeRow(item);
-    const bool found = free != table.noRow;
+    const bool found = free != Table::noRow;
     const InsertResult result = table.insert(item, rows);
     if (result.outcome == Outcome::failed) return result;
     const bool came = result.outcome == Outcome::placed;

@@ -210,7 +210,8 @@ void HashTable::handleAbsentItem(HashBaseCuckooEntry& item) {
   }
 }
 
-/// The same where whoever heard of other entries' statuses may have withdrawn this one.
+/// The same where whoever heard of other entries' statuses may have withdrawn this one, whose
+/// handle the caller has.
 [[gnu::cold]] void HashTable::programmedAmongOthers(HashBaseCuckooEntry& item) {
   if (HashBaseCuckooEntry* known = current(item)) programmed(item, *known);
 }

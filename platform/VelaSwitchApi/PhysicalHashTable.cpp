@@ -277,7 +277,7 @@ bool PhysicalHashTable::writeEmpty(HwIndex index, bool entrys) {
 Orb::Ptr<Keel::Cuckoo::HashItem> PhysicalHashTable::place(HashBaseCuckooEntry& entry) {
   if (!placePlainly(entry)) [[unlikely]]
     return placeAmongOthers(entry);
-  if (!pending_) [[likely]]
+  if (!pending_ && entry.status_ == Status::programmed) [[likely]]
     return nullptr;
   Orb::Ptr<Keel::Cuckoo::HashItem> held(&entry);
   revisit();

@@ -200,8 +200,8 @@ class VELA_EXPORT PhysicalHashTable : public Orb::PtrInterface,
     return hwIndex(engine_.candidate(entry, way));
   }
 
-  /// Places an entry or rewrites its row; the outcome is its programmedStatus(). Null where nobody
-  /// else was concerned. Otherwise a handle of the entry: whoever heard of it may have dropped it.
+  /// Places an entry or rewrites its row; the outcome is its programmedStatus(). Null where it was
+  /// programmed and nobody else concerned; else a handle, for whoever hears of it may drop it.
   Orb::Ptr<Keel::Cuckoo::HashItem> place(HashBaseCuckooEntry& entry);
   /// Removes an entry, and hands out a handle of it; null when it is not where the bookkeeping
   /// says. When its row could not be cleared, or one is undecided, its programmedStatus() is
