@@ -85,8 +85,8 @@ class VELA_EXPORT LpmBaseTableCuckooEntry : public HashFamilyEntry<LpmBaseFamily
   VELA_REGISTERED(LpmBaseFamily, LpmBaseTableCuckooEntry);
 
   LpmBaseTableCuckooEntry(VelaSwitchApi::HashBaseTable* table, const VelaSwitch::LpmKey& key,
-                          const LpmLevel& level)
-      : HashFamilyEntry(table, key), level_(level) {}
+                          U32 tag, const LpmLevel& level)
+      : HashFamilyEntry(table, key, tag), level_(level) {}
 
   /// A hash of another length than 10 or 12 is a fatal assertion.
   U32 getHash(U8 way) const override;

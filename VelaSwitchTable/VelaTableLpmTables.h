@@ -18,9 +18,11 @@ template <class L>
 class VELA_EXPORT LpmLevelTableCuckooEntry : public LpmBaseTableCuckooEntry {
  public:
   explicit LpmLevelTableCuckooEntry(const VelaSwitch::LpmKey& key)
-      : LpmLevelTableCuckooEntry(nullptr, key) {}
-  LpmLevelTableCuckooEntry(VelaSwitchApi::HashBaseTable* table, const VelaSwitch::LpmKey& key)
-      : LpmBaseTableCuckooEntry(table, key, L::level) {}
+      : LpmLevelTableCuckooEntry(nullptr, key, VelaSwitchApi::entryTag(key)) {}
+  /// `tag` is the key's hash.
+  LpmLevelTableCuckooEntry(VelaSwitchApi::HashBaseTable* table, const VelaSwitch::LpmKey& key,
+                           U32 tag)
+      : LpmBaseTableCuckooEntry(table, key, tag, L::level) {}
 };
 
 template <class L>
@@ -60,8 +62,10 @@ class VELA_EXPORT LpmLevelTable : public LpmBaseTable {
   Orb::Ptr<VelaSwitchApi::HashBaseHelper> hashBaseHelperFactory() const override {
     return Orb::make<typename ClassesOf<L>::Helper>(numVrfBits());
   }
-  Orb::Ptr<LpmBaseTableCuckooEntry> newItem(const VelaSwitch::LpmKey& key) override {
-    return makeItem<typename ClassesOf<L>::CuckooEntry>(key);
+
+ protected:
+  HashFamilyEntry<LpmBaseFamily>* newRecord(const VelaSwitch::LpmKey& key, U32 tag) override {
+    return new (slab()) typename ClassesOf<L>::CuckooEntry(this, key, tag);
   }
 };
 

@@ -201,7 +201,7 @@ TEST(LpmLevels, aHashOfAnotherLengthIsRefused) {
   LpmLevel odd = lpmLevel<20>;
   odd.crcLength = 11;
   const auto item =
-      Orb::make<LpmBaseTableCuckooEntry>(chip.table.get(), key(0, "10.0.0.0/18"), odd);
+      Orb::make<LpmBaseTableCuckooEntry>(chip.table.get(), key(0, "10.0.0.0/18"), 0u, odd);
   EXPECT_THAT(fatalText([&] { item->getHash(0); }), HasSubstr("false"));
 }
 

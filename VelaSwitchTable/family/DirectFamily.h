@@ -94,8 +94,8 @@ class VELA_EXPORT DirectFamilyTable
   }
 
  protected:
-  Orb::Ptr<DirectFamilyEntry<F>> newRecord(const Key& key) override {
-    return new (this->slab()) Entry(key);
+  DirectFamilyEntry<F>* newRecord(const Key& key, U32 tag) override {
+    return new (this->slab()) Entry(key, tag);
   }
 };
 

@@ -149,7 +149,9 @@ class VELA_EXPORT HashFamilyTableBase
   }
 
   /// A new item of the key, in no table's hands yet.
-  virtual Orb::Ptr<Entry> newItem(const Key& key) = 0;
+  Orb::Ptr<Entry> newItem(const Key& key) {
+    return static_cast<Entry*>(this->newRecord(key, VelaSwitchApi::entryTag(key)));
+  }
   /// A key that an item which stands for an empty row may carry.
   virtual Key nullKey() const { return Key{}; }
 
@@ -175,7 +177,6 @@ class VELA_EXPORT HashFamilyTableBase
   }
 
  protected:
-  Orb::Ptr<HashFamilyEntry<F>> newRecord(const Key& key) override { return newItem(key); }
   /// Before anything moves: a row that cannot be packed must not cost others their place.
   void checkEntry(const Key& key, const Result& result) const override {
     if constexpr (requires { &F::check; }) {
@@ -197,11 +198,6 @@ class VELA_EXPORT HashFamilyTableBase
   }
   void statusChanged(const HashBaseCuckooEntry& record) override {
     tableStatusIs()->handleStatus(Key(entryOf(record).key()));
-  }
-  /// An item in the table's own memory.
-  template <class Item>
-  Orb::Ptr<Item> makeItem(const Key& key) {
-    return Orb::Ptr<Item>(new (this->slab()) Item(this, key));
   }
 
  private:

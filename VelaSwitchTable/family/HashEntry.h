@@ -82,11 +82,11 @@ void packKeyInto(KeyBits& bits, const typename F::Key& key) {
   }
 }
 
+/// Apart from the packing that counts, which nothing is kept for in memory then.
 template <class F>
-[[gnu::cold, gnu::noinline]] KeyBits tracedKey(const typename F::Key& key) {
+[[gnu::cold, gnu::noinline]] void traceKey(const typename F::Key& key) {
   KeyBits bits(F::trace, "getHash", F::traits.keyStart);
   packKeyInto<F>(bits, key);
-  return bits;
 }
 
 }  // namespace detail
@@ -95,7 +95,7 @@ template <class F>
 template <class F>
 KeyBits packedKey(const typename F::Key& key) {
   if (F::traits.tracesKeys && F::trace.enabled(9)) [[unlikely]]
-    return detail::tracedKey<F>(key);
+    detail::traceKey<F>(key);
   KeyBits bits;
   detail::packKeyInto<F>(bits, key);
   return bits;
@@ -117,6 +117,47 @@ U8 fillKeyBuffer(const KeyBits& key, U8* buffer, U8 bufSize) {
   return key.bits();
 }
 
+namespace detail {
+
+/// The packed key as its CRC takes it: the bytes that fillKeyBuffer() lays out.
+template <class F>
+VelaSwitch::CrcNumber crcNumber(const KeyBits& key) {
+  const U64 low = key.words()[0];
+  const U64 high = key.words()[1];
+  if constexpr (F::traits.leftAligned) {
+    return {low << (-key.bits() & 7), 0};
+  } else {
+    constexpr unsigned start = F::traits.keyStart;
+    const U64 carried = start == 0 ? 0 : low >> (64 - start) % 64;
+    return VelaSwitch::crcNumber(low << start, high << start | carried, key.bits());
+  }
+}
+
+/// The hashes of a packed key, 16 bits for each way, the first way's lowest.
+template <class F>
+U64 hashesOf(const KeyBits& key) {
+  const auto byCrc = [&](VelaSwitch::CrcHash crc) {
+    constexpr U64 ways = ~U64{0} >> (64 - 16 * F::traits.ways);
+    return VelaSwitch::crcHashes(VelaSwitch::crcTables(crc), crcNumber<F>(key)) & ways;
+  };
+  if constexpr (std::same_as<decltype(F::hash), const VelaSwitch::CrcHash>) {
+    return byCrc(F::hash);
+  } else {
+    if constexpr (requires { F::crc(key.bits()); }) {
+      if (const VelaSwitch::CrcHash crc = F::crc(key.bits())) return byCrc(crc);
+    }
+    U8 buffer[KeyBits::maxBytes];
+    const U8 bits = fillKeyBuffer<F>(key, buffer, sizeof buffer);
+    U64 hashes = 0;
+    for (U8 way = 0; way < F::traits.ways; ++way) {
+      hashes |= U64{static_cast<U16>(F::hash(buffer, way, bits))} << way * 16;
+    }
+    return hashes;
+  }
+}
+
+}  // namespace detail
+
 /// Bits of the field "compare" of a family's rows; 0 when they have none.
 template <class F>
 consteval U8 compareBits() {
@@ -134,27 +175,16 @@ class VELA_EXPORT HashFamilyEntry
   using Record = EntryRecord<Key, Result, HashBaseCuckooEntry>;
 
   /// An entry of no table.
-  explicit HashFamilyEntry(const Key& key) : HashFamilyEntry(nullptr, key) {}
-  [[gnu::flatten]] HashFamilyEntry(VelaSwitchApi::HashBaseTable* table, const Key& key)
-      : Record(key, table) {
+  explicit HashFamilyEntry(const Key& key)
+      : HashFamilyEntry(nullptr, key, VelaSwitchApi::entryTag(key)) {}
+  /// `tag` is the key's hash.
+  [[gnu::flatten]] HashFamilyEntry(VelaSwitchApi::HashBaseTable* table, const Key& key, U32 tag)
+      : Record(key, tag, table) {
     const KeyBits packed = packedKey<F>(key);
-    std::copy_n(packed.words(), 2, packed_);
+    packed_[0] = packed.words()[0];
+    packed_[1] = packed.words()[1];
     packedBits_ = packed.bits();
-    U8 buffer[KeyBits::maxBytes];
-    const U8 bits = fillKeyBuffer<F>(packed, buffer, sizeof buffer);
-    VelaSwitch::CrcHash crc = nullptr;
-    if constexpr (requires { F::crc(bits); }) crc = F::crc(bits);
-    if constexpr (std::same_as<decltype(F::hash), const VelaSwitch::CrcHash>) crc = F::hash;
-    if (crc) {
-      const auto rows = VelaSwitch::crcHashes(crc, buffer, bits);
-      this->rowsAre(std::span(rows).template first<F::traits.ways>());
-    } else {
-      U16 rows[F::traits.ways];
-      for (U8 way = 0; way < F::traits.ways; ++way) {
-        rows[way] = static_cast<U16>(F::hash(buffer, way, bits));
-      }
-      this->rowsAre(rows);
-    }
+    this->rowsAre(detail::hashesOf<F>(packed), F::traits.ways);
   }
 
   U32 getHash(U8 way) const override {

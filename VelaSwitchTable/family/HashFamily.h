@@ -73,8 +73,10 @@ class VELA_EXPORT HashFamilyTable : public HashFamilyTableBase<F> {
   Orb::Ptr<VelaSwitchApi::HashBaseHelper> hashBaseHelperFactory() const override {
     return Orb::make<typename ClassesOf<F>::Helper>(this->tableIdx());
   }
-  Orb::Ptr<typename ClassesOf<F>::CuckooEntry> newItem(const typename F::Key& key) override {
-    return this->template makeItem<typename ClassesOf<F>::CuckooEntry>(key);
+
+ protected:
+  HashFamilyEntry<F>* newRecord(const typename F::Key& key, U32 tag) override {
+    return new (this->slab()) typename ClassesOf<F>::CuckooEntry(this, key, tag);
   }
 };
 

@@ -61,8 +61,8 @@ class VELA_EXPORT IndexedFamilyTable
   }
 
  protected:
-  typename Store::NewRecord newRecord(const Key& key) override {
-    return new (this->slab()) Record(key);
+  Record* newRecord(const Key& key, U32 tag) override {
+    return new (this->slab()) Record(key, tag);
   }
   void stage(KeyRecord& record) override {
     const IndexedRowsConvertor::Staging staging(this->rows());

@@ -2,7 +2,6 @@
 
 #include <array>
 #include <bit>
-#include <span>
 #include <string>
 
 #include "Orb/Ptr.h"
@@ -37,13 +36,11 @@ class VELA_EXPORT HashItem : public Orb::PtrInterface {
   bool waits() const { return !placed() && slot_ != unplaced; }
 
  protected:
-  /// Spares the table its calls of getHash(): the item's rows, way by way.
-  void rowsAre(std::span<const U16> rows) {
-    // Written as one number, since they are soon read as one.
-    U64 all = 0;
-    for (std::size_t way = 0; way < rows.size(); ++way) all |= U64{rows[way]} << way * 16;
-    rows_ = std::bit_cast<std::array<U16, maxWays>>(all);
-    hashedWays_ = static_cast<U8>(rows.size());
+  /// Spares the table its calls of getHash(): the item's rows, 16 bits for each way, the first one's
+  /// lowest; bits above those of `ways` are 0.
+  void rowsAre(U64 rows, U8 ways) {
+    rows_ = std::bit_cast<std::array<U16, maxWays>>(rows);
+    hashedWays_ = ways;
   }
 
  private:

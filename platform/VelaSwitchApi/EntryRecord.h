@@ -26,10 +26,12 @@ bool sameEntry(const Result& there, const Result& announced) {
 template <class Key, class Result, class Base = KeyRecord>
 class EntryRecord : public Base {
  public:
-  /// `rest` is for the base; the result is the default.
+  /// With the default result.
+  explicit EntryRecord(const Key& key) : EntryRecord(key, entryTag(key)) {}
+  /// The same when the key's hash is known. `rest` is for the base.
   template <class... Rest>
-  explicit EntryRecord(const Key& key, Rest&&... rest)
-      : Base(entryTag(key), std::forward<Rest>(rest)...), key_(key) {}
+  EntryRecord(const Key& key, U32 tag, Rest&&... rest)
+      : Base(tag, std::forward<Rest>(rest)...), key_(key) {}
 
   const Key& key() const { return key_; }           ///< Never changes.
   const Result& result() const { return result_; }  ///< Of meaning while there is an entry.

@@ -23,7 +23,6 @@ class EntryStore {
 
  protected:
   static constexpr bool counted = requires(const Record& record) { record.referenceAdd(); };
-  using NewRecord = std::conditional_t<counted, Orb::Ptr<Record>, Record*>;
 
  private:
   /// What an announcement or withdrawal is to the table.
@@ -47,7 +46,7 @@ class EntryStore {
     Record* record = recordOf(key, tag);
     if (record && isThere(*record, result)) return false;
     checkEntry(key, result);
-    return announceOne(key, record ? *record : newRecordIs(key), result);
+    return announceOne(key, record ? *record : newRecordIs(key, tag), result);
   }
   /// The same of a key whose record is known to the caller, who holds on to it.
   bool entryIs(Record& record, const Result& result) {
@@ -126,7 +125,7 @@ class EntryStore {
       if (!gathers_) return entryIsAtOnce(number, key, result, tag);
       Record* record = begin(number, key, tag, true);
       store_.checkEntry(key, result);
-      if (!record) record = &store_.newRecordIs(key);
+      if (!record) record = &store_.newRecordIs(key, tag);
       const bool same = record->has(KeyRecord::desired) && sameEntry(record->result(), result);
       const bool told =
           same && store_.records_.statusOf(record) == EntryProgrammedStatus::programmed;
@@ -203,7 +202,7 @@ class EntryStore {
       Change change{true, false, false};
       if (!record || !isThere(*record, result)) {
         store_.checkEntry(key, result);
-        if (!record) record = &store_.newRecordIs(key);
+        if (!record) record = &store_.newRecordIs(key, tag);
         const U32 gone = store_.records_.gone_;
         change = store_.announce(*record, result);
         if (change.changed) store_.handleRecord(key, *record);
@@ -257,7 +256,7 @@ class EntryStore {
       staged_.push_back({&record, number_, change});
     }
     struct Staged {
-      NewRecord record;
+      std::conditional_t<counted, Orb::Ptr<Record>, Record*> record;
       std::size_t number;
       Change change;
     };
@@ -351,24 +350,24 @@ class EntryStore {
   explicit EntryStore(KeyRecords& records) : records_(records) {}
   virtual ~EntryStore() = default;
 
-  /// A record for a key that has none.
-  virtual NewRecord newRecord(const Key& key) = 0;
+  /// A record for a key that has none, `tag` being its hash. Where records are counted, nobody has
+  /// a handle of it yet.
+  virtual Record* newRecord(const Key& key, U32 tag) = 0;
 
   /// The key's record, or null.
   Record* recordOf(const Key& key) const { return const_cast<Record*>(find(key)); }
   Record* recordOf(const Key& key, U32 tag) const { return const_cast<Record*>(find(key, tag)); }
   /// The same, made when there is none; to be given a flag at once.
   Record& recordIs(const Key& key) {
-    Record* record = recordOf(key);
-    return record ? *record : newRecordIs(key);
+    const U32 tag = entryTag(key);
+    Record* record = recordOf(key, tag);
+    return record ? *record : newRecordIs(key, tag);
   }
-  Record& newRecordIs(const Key& key) {
-    NewRecord record = newRecord(key);
-    Record& added = *record;
-    records_.addTaken(added);
-    // Its handle is the table's.
-    if constexpr (counted) record.release();
-    return added;
+  Record& newRecordIs(const Key& key, U32 tag) {
+    Record& record = *newRecord(key, tag);
+    if constexpr (counted) record.referenceAdd();
+    records_.addTaken(record, tag);
+    return record;
   }
   /// Takes over what hardware holds.
   void entryIsFromHw(const Key& key, const Result& result) {

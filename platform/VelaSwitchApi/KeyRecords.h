@@ -195,10 +195,10 @@ class VELA_EXPORT KeyRecords {
   /// Adds a record of a new key; to be given a flag at once.
   void add(KeyRecord& record) {
     record.taken();
-    addTaken(record);
+    addTaken(record, record.keyTag());
   }
-  /// The same of one that is the table's already.
-  void addTaken(KeyRecord& record) { index_.add(record.keyTag(), &record); }
+  /// The same of one that is the table's already; `tag` is its keyTag().
+  void addTaken(KeyRecord& record, U32 tag) { index_.add(tag, &record); }
   /// Puts another record of the same key, without flags, in a record's place.
   void replace(KeyRecord& record, KeyRecord& next);
   /// A record that loses its last flag is given back.
