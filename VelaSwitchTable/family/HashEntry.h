@@ -136,15 +136,15 @@ VelaSwitch::CrcNumber crcNumber(const KeyBits& key) {
 /// The hashes of a packed key, 16 bits for each way, the first way's lowest.
 template <class F>
 U64 hashesOf(const KeyBits& key) {
-  const auto byCrc = [&](VelaSwitch::CrcHash crc) {
-    constexpr U64 ways = ~U64{0} >> (64 - 16 * F::traits.ways);
-    return VelaSwitch::crcHashes(VelaSwitch::crcTables(crc), crcNumber<F>(key)) & ways;
-  };
+  constexpr U64 ways = ~U64{0} >> (64 - 16 * F::traits.ways);
   if constexpr (std::same_as<decltype(F::hash), const VelaSwitch::CrcHash>) {
-    return byCrc(F::hash);
+    constexpr const VelaSwitch::CrcTables& tables = VelaSwitch::crcTables(F::hash);
+    return VelaSwitch::crcHashes(tables, crcNumber<F>(key)) & ways;
   } else {
     if constexpr (requires { F::crc(key.bits()); }) {
-      if (const VelaSwitch::CrcHash crc = F::crc(key.bits())) return byCrc(crc);
+      if (const VelaSwitch::CrcHash crc = F::crc(key.bits())) {
+        return VelaSwitch::crcHashes(VelaSwitch::crcTables(crc), crcNumber<F>(key)) & ways;
+      }
     }
     U8 buffer[KeyBits::maxBytes];
     const U8 bits = fillKeyBuffer<F>(key, buffer, sizeof buffer);
@@ -183,7 +183,7 @@ class VELA_EXPORT HashFamilyEntry
     const KeyBits packed = packedKey<F>(key);
     packed_[0] = packed.words()[0];
     packed_[1] = packed.words()[1];
-    packedBits_ = packed.bits();
+    this->packedBits_ = packed.bits();
     this->rowsAre(detail::hashesOf<F>(packed), F::traits.ways);
   }
 
@@ -219,11 +219,10 @@ class VELA_EXPORT HashFamilyEntry
     return bits.take(compareBits<F>());
   }
   /// The key as the number that is hashed.
-  KeyBits packed() const { return {packed_, packedBits_}; }
+  KeyBits packed() const { return {packed_, this->packedBits_}; }
 
  private:
   U64 packed_[2];
-  U8 packedBits_;
 };
 
 }  // namespace VelaSwitchTable

@@ -36,8 +36,8 @@ class VELA_EXPORT HashItem : public Orb::PtrInterface {
   bool waits() const { return !placed() && slot_ != unplaced; }
 
  protected:
-  /// Spares the table its calls of getHash(): the item's rows, 16 bits for each way, the first one's
-  /// lowest; bits above those of `ways` are 0.
+  /// Spares the table its calls of getHash(): the item's rows, 16 bits for each way, the first
+  /// one's lowest; bits above those of `ways` are 0.
   void rowsAre(U64 rows, U8 ways) {
     rows_ = std::bit_cast<std::array<U16, maxWays>>(rows);
     hashedWays_ = ways;
@@ -49,9 +49,9 @@ class VELA_EXPORT HashItem : public Orb::PtrInterface {
   static constexpr U32 notPlaced = 0x80000000;
   static constexpr U32 unplaced = ~U32{0};
 
+  U32 slot_ = unplaced;  ///< The row, or with `notPlaced` the place among those that wait.
   alignas(8) mutable std::array<U16, maxWays> rows_{};
   mutable U8 hashedWays_ = 0;  ///< How many of rows_ are known.
-  U32 slot_ = unplaced;        ///< The row, or with `notPlaced` the place among those that wait.
 };
 
 }  // namespace Keel::Cuckoo

@@ -14,6 +14,15 @@ constexpr U64 hashMix(U64 hash, U64 word) {
   return product ^ (product >> 32);
 }
 
+__extension__ typedef unsigned __int128 U128;
+
+/// Mixes two more words into a hash, for what one takes: each bit of the product depends on both,
+/// and the fold makes each bit of the hash depend on all of them.
+constexpr U64 hashMix(U64 hash, U64 one, U64 other) {
+  const U128 product = static_cast<U128>(hash ^ one) * (other ^ 0x9E3779B97F4A7C15u);
+  return static_cast<U64>(product) ^ static_cast<U64>(product >> 64);
+}
+
 inline constexpr U64 hashSeed = 0x243F6A8885A308D3u;  ///< What hashes start from; digits of pi.
 
 /// A type that is a number at heart says so by hashWord(value); several of them share one mixing

@@ -1,6 +1,12 @@
 #pragma once
 
+#ifdef __SSE2__
+#include <emmintrin.h>
+#endif
+
+#include <array>
 #include <bit>
+#include <cstring>
 #include <vector>
 
 #include "Orb/Assert.h"
@@ -8,8 +14,11 @@
 
 namespace Orb {
 
-/// An open-addressing hash index of records that lie elsewhere and hold their keys. It knows them
-/// by a hash of the key, the tag; who asks says whether a record is the one that is meant.
+/// A hash index of records that lie elsewhere and hold their keys. It knows them by a hash of the
+/// key, the tag; who asks says whether a record is the one that is meant.
+///
+/// A record is in the bucket that the low bits of its tag say, one line of memory, or where that is
+/// full in one of those behind it: a search goes on as long as buckets are full.
 class VELA_EXPORT RecordIndex {
  public:
   using TagOf = U32 (*)(const void* record);  ///< The tag of a record that is in the index.
@@ -26,15 +35,20 @@ class VELA_EXPORT RecordIndex {
   /// The record of the tag that `isIt(record)` is true of, or null.
   template <class IsIt>
   void* find(U32 tag, const IsIt& isIt) const {
-    if (size_ == 0) return nullptr;
-    for (U32 at = tag & mask_; slots_[at].taken(); at = (at + 1) & mask_) {
-      if (slots_[at].mayBeOf(tag) && isIt(slots_[at].record())) return slots_[at].record();
+    for (U32 at = tag & mask_;; at = (at + 1) & mask_) {
+      const Bucket& bucket = buckets_[at];
+      for (Slots slots = bucket.slotsOf(shortTag(tag)); slots.any(); slots.dropFirst()) {
+        void* record = bucket.record(slots.first());
+        if (isIt(record)) [[likely]]
+          return record;
+      }
+      if (!bucket.full()) [[likely]]
+        return nullptr;
     }
-    return nullptr;
   }
   /// A record of the tag is needed soon.
   void soon(U32 tag) const {
-    if (size_ != 0) __builtin_prefetch(&slots_[tag & mask_]);
+    __builtin_prefetch(&buckets_[tag & mask_]);
     // GCC takes a function that does nothing but this for one without effect, and drops its calls.
     asm volatile("");
   }
@@ -47,13 +61,12 @@ class VELA_EXPORT RecordIndex {
   }
   /// Removes a record that is there, or puts another of the same key in its place.
   void remove(U32 tag, const void* record) {
-    ORB_ASSERT(size_ != 0);
-    const U32 hole = position(tag, record);
-    if (slots_[(hole + 1) & mask_].taken()) {
-      moveUp(hole);
-    } else {
-      slots_[hole] = Slot();
-    }
+    const Place place = placeOf(tag, record);
+    Bucket& bucket = buckets_[place.bucket];
+    const bool full = bucket.full();
+    bucket.set(place.slot, noTag, nullptr);
+    if (full) [[unlikely]]
+      moveUp(place);
     --size_;
   }
   void replace(U32 tag, const void* record, void* next);  ///< See remove().
@@ -65,58 +78,121 @@ class VELA_EXPORT RecordIndex {
   /// `soon(record)` comes some records before that, to fetch what the visit is going to need.
   template <class Visitor, class Soon = NotSoon>
   void forEach(const Visitor& visit, const Soon& soon = {}) const {
-    forEachOf(slots_, visit, soon);
+    forEachOf(buckets_, visit, soon);
   }
 
  private:
-  /// A record's address in 48 bits, as many as there are to addresses of processes, below the upper
-  /// half of its tag; the lower half names the slot.
-  class Slot {
+  static constexpr U32 slotsPerBucket = 8;
+  /// The part of a tag that a bucket holds; never noTag.
+  static U16 shortTag(U32 tag) { return static_cast<U16>(tag >> 16 | 1); }
+  static constexpr U16 noTag = 0;
+
+  using Tags [[gnu::vector_size(2 * slotsPerBucket)]] = U16;
+
+  /// Some slots of a bucket.
+  class Slots {
    public:
-    Slot() = default;
-    Slot(U32 tag, void* record) : word_(std::bit_cast<U64>(record) | U64{tag >> 16} << 48) {
-      ORB_ASSERT(std::bit_cast<U64>(record) >> 48 == 0);
+    /// Those whose bits are all ones, rather than 0.
+    explicit Slots(Tags chosen) {
+#ifdef __SSE2__
+      bits_ = static_cast<U32>(_mm_movemask_epi8(std::bit_cast<__m128i>(chosen)));
+#else
+      using Bytes [[gnu::vector_size(slotsPerBucket)]] = U8;
+      bits_ = std::bit_cast<U64>(__builtin_convertvector(chosen, Bytes));
+#endif
     }
-    bool taken() const { return word_ != 0; }
-    bool mayBeOf(U32 tag) const { return word_ >> 48 == tag >> 16; }
-    void* record() const { return std::bit_cast<void*>(word_ & ~U64{0} >> 16); }
+    bool any() const { return bits_ != 0; }
+    U32 first() const { return static_cast<U32>(std::countr_zero(bits_)) / width; }
+    void dropFirst() { bits_ &= ~Bits{0} << (first() + 1) * width; }
 
    private:
-    U64 word_ = 0;
-  };
-  static_assert(sizeof(void*) == sizeof(U64));
+#ifdef __SSE2__
+    using Bits = U32;
+#else
+    using Bits = U64;
+#endif
+    static constexpr U32 width = sizeof(Bits) == sizeof(U32) ? 2 : 8;  ///< Bits for each slot.
 
-  U32 position(U32 tag, const void* record) const {
-    U32 at = tag & mask_;
-    while (slots_[at].record() != record) {
-      ORB_ASSERT(slots_[at].taken());
-      at = (at + 1) & mask_;
+    Bits bits_;
+  };
+
+  /// Tags, which are compared all at once, and addresses in 48 bits, as many as there are to those
+  /// of processes.
+  class alignas(64) Bucket {
+   public:
+    Slots slotsOf(U16 tag) const {
+      const Tags wanted{tag, tag, tag, tag, tag, tag, tag, tag};
+      return Slots(std::bit_cast<Tags>(tags_ == wanted));
     }
-    return at;
+    bool full() const { return !slotsOf(noTag).any(); }
+    /// Null in a slot that is free.
+    void* record(U32 slot) const {
+      // With the two bytes in front of it, which are the bucket's as well.
+      U64 word;
+      const auto* bytes = reinterpret_cast<const U8*>(this);
+      std::memcpy(&word, bytes + sizeof tags_ - 2 + slot * addressBytes, sizeof word);
+      return std::bit_cast<void*>(word >> 16);
+    }
+    void set(U32 slot, U16 tag, void* record) {
+      ORB_ASSERT(std::bit_cast<U64>(record) >> 48 == 0);
+      tags_[slot] = tag;
+      std::memcpy(&addresses_[slot * addressBytes], &record, addressBytes);
+    }
+
+   private:
+    static constexpr U32 addressBytes = 6;
+
+    Tags tags_{};
+    std::array<U8, slotsPerBucket * addressBytes> addresses_{};
+  };
+  static_assert(sizeof(Bucket) == 64 && sizeof(void*) == sizeof(U64));
+
+  struct Place {
+    U32 bucket;
+    U32 slot;
+  };
+
+  Place placeOf(U32 tag, const void* record) const {
+    for (U32 at = tag & mask_;; at = (at + 1) & mask_) {
+      const Bucket& bucket = buckets_[at];
+      for (Slots slots = bucket.slotsOf(shortTag(tag)); slots.any(); slots.dropFirst()) {
+        if (bucket.record(slots.first()) == record) return {at, slots.first()};
+      }
+      ORB_ASSERT(bucket.full());
+    }
   }
   void put(U32 tag, void* record) {
     U32 at = tag & mask_;
-    while (slots_[at].taken()) at = (at + 1) & mask_;
-    slots_[at] = Slot(tag, record);
+    while (buckets_[at].full()) at = (at + 1) & mask_;
+    buckets_[at].set(buckets_[at].slotsOf(noTag).first(), shortTag(tag), record);
   }
-  void moveUp(U32 hole);
+  static U32 mostOf(std::size_t buckets) {
+    return static_cast<U32>(buckets * slotsPerBucket / 4 * 3);
+  }
+  void moveUp(Place hole);
   void grow();
   /// Records lie anywhere in memory, so that they are fetched while others are visited.
   template <class Visitor, class Soon>
-  static void forEachOf(const std::vector<Slot>& slots, const Visitor& visit, const Soon& soon) {
+  static void forEachOf(const std::vector<Bucket>& buckets, const Visitor& visit,
+                        const Soon& soon) {
     constexpr std::size_t ahead = 8;
-    for (std::size_t at = 0; at < slots.size(); ++at) {
-      if (at + 2 * ahead < slots.size()) __builtin_prefetch(slots[at + 2 * ahead].record());
-      if (at + ahead < slots.size() && slots[at + ahead].taken()) soon(slots[at + ahead].record());
-      if (slots[at].taken()) visit(slots[at].record());
+    const std::size_t slots = buckets.size() * slotsPerBucket;
+    const auto recordAt = [&](std::size_t at) -> void* {
+      return at < slots ? buckets[at / slotsPerBucket].record(at % slotsPerBucket) : nullptr;
+    };
+    for (std::size_t at = 0; at < slots; ++at) {
+      __builtin_prefetch(recordAt(at + 2 * ahead));
+      if (const void* next = recordAt(at + ahead)) soon(next);
+      if (void* record = recordAt(at)) visit(record);
     }
   }
-  void rehash(std::size_t slots);
+  void rehash(std::size_t buckets);
 
   TagOf tagOf_;
-  std::vector<Slot> slots_;  ///< A power of two of them, at most three quarters taken.
-  U32 mask_ = 0;             ///< One less than there are.
-  U32 most_ = 0;             ///< Records that there is room for.
+  /// A power of two of them, with at most three quarters of the slots taken.
+  std::vector<Bucket> buckets_{1};
+  U32 mask_ = 0;          ///< One less than there are.
+  U32 most_ = mostOf(1);  ///< Records that there is room for.
   U32 size_ = 0;
 };
 

@@ -17,6 +17,11 @@ constexpr bool pooled = true;
 
 }  // namespace
 
+Slab::Pool::Pool(std::size_t size) : objectSize(size), step(sizeof(Header) + (size + 7) / 8 * 8) {
+  const std::size_t lines = (step + line - 1) / line * line;
+  if (lines - step <= step / 8) step = lines;
+}
+
 Slab::~Slab() {
   if (!pool_) return;
   pool_->owned = false;
@@ -31,8 +36,8 @@ void Slab::reserve(U32 count, std::size_t size) {
 
 void Slab::fetch(std::size_t count) {
   // Not filled with zeros: what nobody uses, nobody touches.
-  pool_->pieces.emplace_back(new std::byte[count * pool_->step()]);
-  pool_->unused = pool_->pieces.back().get();
+  pool_->pieces.emplace_back(new Line[(count * pool_->step + line - 1) / line]);
+  pool_->unused = pool_->pieces.back()[0].bytes;
   pool_->unusedCount = count;
 }
 

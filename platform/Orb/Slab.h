@@ -10,13 +10,17 @@ namespace Orb {
 
 /// Memory for objects of one size, a few large pieces of it instead of one for each. Objects are
 /// given back one by one, in any order, and may outlive the slab. All of it belongs to one thread.
-/// Objects are aligned to 8 bytes.
+/// Objects are aligned to 8 bytes. Where their size is little less than that of lines of memory,
+/// `inFront` bytes of which are the slab's, each begins with a line.
 class VELA_EXPORT Slab {
  public:
   Slab() = default;
   ~Slab();
   Slab(const Slab&) = delete;
   Slab& operator=(const Slab&) = delete;
+
+  static constexpr std::size_t line = 64;    ///< Of memory, in bytes.
+  static constexpr std::size_t inFront = 8;  ///< What the slab needs in front of an object.
 
   /// Fetches memory for so many objects of the size. It costs none before it is used, but room in
   /// the address space.
@@ -32,7 +36,7 @@ class VELA_EXPORT Slab {
       pool->free = header->nextFree;
     } else {
       header = reinterpret_cast<Header*>(pool->unused);
-      pool->unused += pool->step();
+      pool->unused += pool->step;
       --pool->unusedCount;
     }
     header->pool = pool;
@@ -49,19 +53,22 @@ class VELA_EXPORT Slab {
     Pool* pool;  ///< Null for memory of its own.
     Header* nextFree;
   };
-  static_assert(sizeof(Header) == alignof(void*));
+  static_assert(sizeof(Header) == inFront && inFront == alignof(void*));
+  struct alignas(line) Line {
+    std::byte bytes[line];
+  };
   struct Pool {
-    explicit Pool(std::size_t size) : objectSize(size) {}
+    explicit Pool(std::size_t size);
 
-    std::size_t step() const { return sizeof(Header) + (objectSize + 7) / 8 * 8; }
     void leave() {
       if (!owned && live == 0) delete this;
     }
 
     std::size_t objectSize;
+    std::size_t step;  ///< From one object to the next.
     std::size_t live = 0;
     bool owned = true;  ///< The slab exists.
-    std::vector<std::unique_ptr<std::byte[]>> pieces;
+    std::vector<std::unique_ptr<Line[]>> pieces;
     std::byte* unused = nullptr;  ///< Of the last piece.
     std::size_t unusedCount = 0;
     Header* free = nullptr;

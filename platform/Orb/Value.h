@@ -2,6 +2,7 @@
 
 #include "Orb/FieldList.h"
 #include "Orb/Hash.h"
+#include "Orb/PlainValue.h"
 #include "Orb/ShapeOf.h"
 
 /// Value types. A value type is an aggregate of Field members and names itself:
@@ -55,6 +56,16 @@ U64 hashOf(const V& value) {
     }
   });
   return hashMix(hash, word);
+}
+template <PlainValue V>
+[[gnu::always_inline]] inline U64 hashOf(const V& value) {
+  const ValueWords<V> words = storedWords(value);
+  U64 hash = hashSeed;
+#pragma GCC unroll 8
+  for (std::size_t i = 0; i < words.size(); i += 2) {
+    hash = hashMix(hash, words[i], i + 1 < words.size() ? words[i + 1] : 0);
+  }
+  return hash;
 }
 
 /// A hash of all fields for those who want several that have nothing to do with each other.

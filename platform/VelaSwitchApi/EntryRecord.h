@@ -14,11 +14,25 @@ U32 entryTag(const Key& key) {
   return static_cast<U32>(hashOf(key));
 }
 
+/// Whether the key that is asked for is the one of a record.
+template <class Key>
+bool sameKey(const Key& there, const Key& asked) {
+  if constexpr (Orb::PlainValue<Key>) {
+    return Orb::sameWords(Orb::storedWords(there), Orb::storedWords(asked));
+  } else {
+    return there == asked;
+  }
+}
+
 /// Whether an entry with the result that is announced is the one that is there. Results may have
 /// their own, for parts that are not announced.
 template <class Result>
 bool sameEntry(const Result& there, const Result& announced) {
-  return there == announced;
+  if constexpr (Orb::PlainValue<Result>) {
+    return Orb::sameWords(Orb::storedWords(there), Orb::gatheredWords(announced));
+  } else {
+    return there == announced;
+  }
 }
 
 /// What a table knows of a key, with the result that is desired or, in a record that is no table's,
@@ -40,7 +54,7 @@ class EntryRecord : public Base {
   Result& ownResult() { return result_; }
 
   ///@{ `other` must be of the same type.
-  bool hasKeyOf(const KeyRecord& other) const override { return of(other).key_ == key_; }
+  bool hasKeyOf(const KeyRecord& other) const override { return sameKey(of(other).key_, key_); }
   bool comesBefore(const KeyRecord& other) const override { return key_ < of(other).key_; }
   void appendKey(Orb::TextSink& sink) const override {
     using Orb::appendText;

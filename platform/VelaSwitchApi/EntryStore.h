@@ -330,8 +330,8 @@ class EntryStore {
   const Record* find(const Key& key) const { return find(key, entryTag(key)); }
   /// The same when the key's hash is known.
   const Record* find(const Key& key, U32 tag) const {
-    return static_cast<const Record*>(
-        records_.findRecord(tag, [&](const KeyRecord& record) { return of(record).key() == key; }));
+    return static_cast<const Record*>(records_.findRecord(
+        tag, [&](const KeyRecord& record) { return sameKey(of(record).key(), key); }));
   }
   /// What is known of the key with the hash is needed soon.
   void soon(U32 tag) const { records_.index_.soon(tag); }

@@ -40,8 +40,25 @@ class VELA_EXPORT PhysicalHashProperties : public Orb::PtrInterface {
   Fields fields_;
 };
 
+/// What the framework knows of an entry beside its key and result. It stands in front of the key's
+/// record, so that what tells whether an announced entry is there lies in one line of memory.
+class VELA_EXPORT HashEntryState : public Keel::Cuckoo::HashItem {
+ protected:
+  static constexpr U32 noKeptHit = ~U32{0};
+
+  explicit HashEntryState(HashBaseTable* table) : table_(table) {}
+
+  bool valid_ = false;
+  EntryProgrammedStatus status_ = EntryProgrammedStatus::notProgrammed;
+  EntryProgrammedStatus recordedStatus_ = EntryProgrammedStatus::notProgrammed;
+  U32 keptHit_ = noKeptHit;  ///< Place among the hits that no poll has reported.
+  HashBaseTable* table_;     ///< Outlives the entry: it owns it. Null when it has none.
+  Orb::Seconds lastHit_;
+  Orb::Seconds recordedHit_;
+};
+
 /// An entry as the cuckoo engine sees it: a key with, when it is to be programmed, its result.
-class VELA_EXPORT HashBaseCuckooEntry : public Keel::Cuckoo::HashItem, public KeyRecord {
+class VELA_EXPORT HashBaseCuckooEntry : public HashEntryState, public KeyRecord {
  public:
   /// Stands for no software table.
   static constexpr U32 noSwTable = ~U32{0};
@@ -70,7 +87,11 @@ class VELA_EXPORT HashBaseCuckooEntry : public Keel::Cuckoo::HashItem, public Ke
   HashBaseTable& table() const { return *table_; }
 
  protected:
-  HashBaseCuckooEntry(U32 keyTag, HashBaseTable* table) : KeyRecord(keyTag), table_(table) {}
+  HashBaseCuckooEntry(U32 keyTag, HashBaseTable* table)
+      : HashEntryState(table), KeyRecord(keyTag) {}
+
+  /// Of the packed key. It fills a gap in front of the key.
+  U8 packedBits_ = 0;
 
  private:
   friend class HashTable;
@@ -79,17 +100,8 @@ class VELA_EXPORT HashBaseCuckooEntry : public Keel::Cuckoo::HashItem, public Ke
 
   void taken() final { referenceAdd(); }
   void given() final { referenceDel(); }
-
-  static constexpr U32 noKeptHit = ~U32{0};
-
-  HashBaseTable* table_;  ///< Outlives the entry: it owns it. Null when it has none.
-  Orb::Seconds lastHit_;
-  Orb::Seconds recordedHit_;
-  U32 keptHit_ = noKeptHit;  ///< Place among the hits that no poll has reported.
-  EntryProgrammedStatus status_ = EntryProgrammedStatus::notProgrammed;
-  EntryProgrammedStatus recordedStatus_ = EntryProgrammedStatus::notProgrammed;
-  bool valid_ = false;
 };
+static_assert(sizeof(HashEntryState) + Orb::Slab::inFront == Orb::Slab::line);
 
 /// Packs and unpacks the rows of one software table.
 class VELA_EXPORT HashBaseHelper : public Orb::PtrInterface {
@@ -236,9 +248,9 @@ class VELA_EXPORT PhysicalHashTable : public Orb::PtrInterface,
   void entrySoon(HwIndex index) const {
     const HashBaseCuckooEntry* entry = index < engine_.capacity() ? entryAt(index) : nullptr;
     if (!entry) return;
-    // What is packed stands behind its table.
+    // What is packed stands in the line behind that of its table.
     __builtin_prefetch(&entry->table_);
-    __builtin_prefetch(reinterpret_cast<const char*>(&entry->table_) + 64);
+    __builtin_prefetch(reinterpret_cast<const char*>(&entry->table_) + Orb::Slab::line);
   }
   /// The row of a placed entry.
   HwIndex indexOf(const HashBaseCuckooEntry& entry) const { return engine_.row(entry); }
