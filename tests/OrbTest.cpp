@@ -1,6 +1,7 @@
 #include <cstring>
 #include <map>
 #include <memory>
+#include <set>
 #include <unordered_map>
 
 #include "Orb/Attribute.h"
@@ -157,6 +158,80 @@ TEST(Value, keysHashWithASeed) {
   const VelaSwitch::LpmKey first{U8{1}, Ipnet::IpPrefix()}, second{U8{2}, Ipnet::IpPrefix()};
   EXPECT_NE(first.hash(1), second.hash(1));
   EXPECT_EQ(VelaSwitch::MrouteKey{}.hash(3), VelaSwitch::MrouteKey{}.hash(3));
+}
+
+/// Keys as they are met: numbers that follow each other in one field and another, the rest alike.
+/// Buckets of tables of some sizes, and the halves of tags that records are told apart by, get no
+/// more of them than by chance.
+TEST(Value, realKeysFallEvenly) {
+  std::vector<VelaSwitch::NatMatchKey> flows;
+  std::vector<VelaSwitch::AclHashKey> acls;
+  std::vector<VelaSwitch::LpmKey> prefixes;
+  for (U32 i = 0; i < 4096; ++i) {
+    for (const U32 address : {0x0a000000 + i, 0x0a000000 + (i << 8), 0xc0a80000 ^ i << 20}) {
+      flows.push_back({U8{1}, U8{2}, {}, Ipnet::IpAddr(address), {}, U16{80}, {}});
+      acls.push_back(
+          {{}, U8{11}, Ipnet::IpAddr(address), Ipnet::IpAddr(0x0a000001), {}, {}, {}, {}});
+      acls.push_back(
+          {{}, U8{11}, Ipnet::IpAddr(~0u), Ipnet::IpAddr(address), {}, U16{443}, {}, {}});
+    }
+    flows.push_back({U8{1}, {}, {}, Ipnet::IpAddr(0x0a000001), {}, static_cast<U16>(i), {}});
+    prefixes.push_back({U8{1}, Ipnet::IpPrefix(Ipnet::IpAddr(0x0a000000 + (i << 8)), 24)});
+  }
+  const auto expectEven = [](const auto& keys) {
+    std::set<U64> hashes;
+    std::map<U32, U32> high, low;
+    for (const auto& key : keys) {
+      const U32 tag = VelaSwitchApi::entryTag(key);
+      if (!hashes.insert(tag).second) continue;
+      ++high[tag >> 16 & 0x1ff];
+      ++low[tag & 0x1ff];
+    }
+    // Fewer than that share all of a tag by chance, ...
+    EXPECT_GT(hashes.size(), std::set(keys.begin(), keys.end()).size() - 10);
+    // ... and the sum of squares of 512 counts is this far from their mean in one of a million
+    // cases.
+    for (const auto& counts : {high, low}) {
+      const double mean = static_cast<double>(hashes.size()) / 512;
+      double squares = 0;
+      for (U32 i = 0; i < 512; ++i) {
+        const double count = counts.contains(i) ? counts.at(i) : 0;
+        squares += (count - mean) * (count - mean) / mean;
+      }
+      EXPECT_LT(squares, 511 + 6 * 32) << keys.size();
+    }
+  };
+  expectEven(flows);
+  expectEven(acls);
+  expectEven(prefixes);
+}
+
+/// Gaps between fields count for nothing, each bit of a field does.
+TEST(Value, wordsAreThoseOfTheFields) {
+  using Key = VelaSwitch::NatMatchKey;
+  alignas(Key) std::array<U8, sizeof(Key)> memory[2];
+  memory[0].fill(0);
+  memory[1].fill(0xff);
+  const auto at = [&](int i) { return reinterpret_cast<Key*>(&memory[i]); };
+  for (const int i : {0, 1}) {
+    Orb::forEachField(*at(i), [](auto& field) { field.value = {}; });
+  }
+  const auto same = [&] {
+    return VelaSwitchApi::sameKey(*at(0), *at(1)) &&
+           VelaSwitchApi::entryTag(*at(0)) == VelaSwitchApi::entryTag(*at(1)) &&
+           Orb::storedWords(*at(0)) == Orb::gatheredWords(*at(1));
+  };
+  ASSERT_TRUE(same());
+  Orb::forEachField(*at(0), [&](auto& field) {
+    for (std::size_t byte = 0; byte < sizeof field; ++byte) {
+      U8& flipped = reinterpret_cast<U8*>(&field)[byte];
+      flipped ^= 0x10;
+      EXPECT_FALSE(VelaSwitchApi::sameKey(*at(0), *at(1)));
+      EXPECT_NE(VelaSwitchApi::entryTag(*at(0)), VelaSwitchApi::entryTag(*at(1)));
+      flipped ^= 0x10;
+    }
+  });
+  EXPECT_TRUE(same());
 }
 
 /// The map against the standard library's, over operations that make long runs and many holes.

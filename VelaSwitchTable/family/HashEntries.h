@@ -85,7 +85,8 @@ class VELA_EXPORT HashFamilyTableBase
       : HashTable(std::move(name), tableIdx, pipeline,
                   {F::trace, F::traits.placement == HashPlacement::everyPipeline, F::traits.hitBits,
                    F::traits.hitTableOffset != noHitTable, F::traits.tracesItems}),
-        Store(static_cast<KeyRecords&>(*this)) {}
+        Store(
+            static_cast<KeyRecords&>(*this), requires { &F::check; }) {}
   ~HashFamilyTableBase() override {
     if (tableStatus_) tableStatus_->tableIs(nullptr);
   }

@@ -48,7 +48,7 @@ class VELA_EXPORT IndexedFamilyTable
   using Store = VelaSwitchApi::EntryStore<Key, typename F::Result, Record>;
 
   explicit IndexedFamilyTable(std::string name)
-      : Base(std::move(name)), Store(static_cast<KeyRecords&>(*this)) {}
+      : Base(std::move(name)), Store(static_cast<KeyRecords&>(*this), false) {}
 
   const KeyRecord* recordAt(HwIndex index) const override { return this->find(F::keyOf(index)); }
   void markAtIs(HwIndex index, bool marked) override {

@@ -101,7 +101,7 @@ inline constexpr std::size_t fieldCount = detail::countFields<typename detail::F
 /// What `visit` returns for all fields of `value` together, in declaration order.
 template <class V, class Visitor>
 requires Value<std::remove_cvref_t<V>>
-constexpr auto withFields(V&& value, Visitor&& visit) {
+[[gnu::always_inline]] constexpr auto withFields(V&& value, Visitor&& visit) {
   constexpr std::size_t count = fieldCount<std::remove_cvref_t<V>>;
   static_assert(count >= 1 && count <= 16, "a value type has 1 to 16 fields");
   // clang-format off

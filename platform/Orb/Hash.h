@@ -14,7 +14,7 @@ constexpr U64 hashMix(U64 hash, U64 word) {
   return product ^ (product >> 32);
 }
 
-__extension__ typedef unsigned __int128 U128;
+using U128 [[gnu::mode(TI)]] = unsigned;  ///< A product of two words.
 
 /// Mixes two more words into a hash, for what one takes: each bit of the product depends on both,
 /// and the fold makes each bit of the hash depend on all of them.

@@ -61,6 +61,7 @@ using PlacesOf = decltype(fieldPlaces(FieldListOf<V>()));
 
 }  // namespace detail
 
+/// A value type whose fields are numbers of 1, 2, 4 or 8 bytes, all of whose bits count.
 template <class V>
 concept PlainValue = Value<V> && std::is_standard_layout_v<V> && detail::PlacesOf<V>::plain &&
                          sizeof(V) -
@@ -92,11 +93,15 @@ template <PlainValue V>
 [[gnu::always_inline]] inline ValueWords<V> gatheredWords(const V& value) {
   ValueWords<V> words{};
   std::size_t number = 0;
-  forEachField(
-      value, [&](const auto& field) __attribute__((always_inline)) {
-        const std::size_t at = detail::PlacesOf<V>::places[number++];
-        const auto bits = std::bit_cast<detail::NumberOf<sizeof field>>(field);
-        words[at / 8] |= U64{bits} << at % 8 * 8;
+  const auto add = [&](const auto& field) __attribute__((always_inline)) {
+    const std::size_t at = detail::PlacesOf<V>::places[number++];
+    const auto bits = std::bit_cast<detail::NumberOf<sizeof field>>(field);
+    words[at / 8] |= U64{bits} << at % 8 * 8;
+  };
+  withFields(
+      value, [&](const auto&... fields) __attribute__((always_inline)) {
+        (add(fields), ...);
+        return 0;
       });
   return words;
 }

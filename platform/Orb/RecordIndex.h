@@ -34,17 +34,18 @@ class VELA_EXPORT RecordIndex {
 
   /// The record of the tag that `isIt(record)` is true of, or null.
   template <class IsIt>
-  void* find(U32 tag, const IsIt& isIt) const {
-    for (U32 at = tag & mask_;; at = (at + 1) & mask_) {
-      const Bucket& bucket = buckets_[at];
-      for (Slots slots = bucket.slotsOf(shortTag(tag)); slots.any(); slots.dropFirst()) {
-        void* record = bucket.record(slots.first());
-        if (isIt(record)) [[likely]]
-          return record;
-      }
-      if (!bucket.full()) [[likely]]
-        return nullptr;
+  [[gnu::always_inline]] void* find(U32 tag, const IsIt& isIt) const {
+    // Nearly always the first of its tag in its bucket, or there is none.
+    const Bucket& bucket = buckets_[tag & mask_];
+    const Slots slots = bucket.slotsOf(shortTag(tag));
+    if (slots.any()) {
+      void* record = bucket.record(slots.first());
+      if (isIt(record)) [[likely]]
+        return record;
+    } else if (!bucket.full()) [[likely]] {
+      return nullptr;
     }
+    return findAnywhere(tag, isIt);
   }
   /// A record of the tag is needed soon.
   void soon(U32 tag) const {
@@ -86,6 +87,7 @@ class VELA_EXPORT RecordIndex {
   /// The part of a tag that a bucket holds; never noTag.
   static U16 shortTag(U32 tag) { return static_cast<U16>(tag >> 16 | 1); }
   static constexpr U16 noTag = 0;
+  static constexpr U32 noSlot = ~U32{0};
 
   using Tags [[gnu::vector_size(2 * slotsPerBucket)]] = U16;
 
@@ -103,7 +105,7 @@ class VELA_EXPORT RecordIndex {
     }
     bool any() const { return bits_ != 0; }
     U32 first() const { return static_cast<U32>(std::countr_zero(bits_)) / width; }
-    void dropFirst() { bits_ &= ~Bits{0} << (first() + 1) * width; }
+    void dropFirst() { bits_ &= ~Bits{0} << first() * width << width; }
 
    private:
 #ifdef __SSE2__
@@ -134,9 +136,13 @@ class VELA_EXPORT RecordIndex {
       return std::bit_cast<void*>(word >> 16);
     }
     void set(U32 slot, U16 tag, void* record) {
-      ORB_ASSERT(std::bit_cast<U64>(record) >> 48 == 0);
+      const auto address = std::bit_cast<U64>(record);
+      ORB_ASSERT(address >> 48 == 0);
+      const auto low = static_cast<U32>(address);
+      const auto high = static_cast<U16>(address >> 32);
       tags_[slot] = tag;
-      std::memcpy(&addresses_[slot * addressBytes], &record, addressBytes);
+      std::memcpy(&addresses_[slot * addressBytes], &low, sizeof low);
+      std::memcpy(&addresses_[slot * addressBytes + sizeof low], &high, sizeof high);
     }
 
    private:
@@ -152,14 +158,27 @@ class VELA_EXPORT RecordIndex {
     U32 slot;
   };
 
-  Place placeOf(U32 tag, const void* record) const {
+  template <class IsIt>
+  [[gnu::noinline]] void* findAnywhere(U32 tag, const IsIt& isIt) const {
+    const Place place = placeWhere(tag, isIt);
+    return place.slot == noSlot ? nullptr : buckets_[place.bucket].record(place.slot);
+  }
+  /// The place of the record of the tag that `isIt(record)` is true of, or noSlot.
+  template <class IsIt>
+  Place placeWhere(U32 tag, const IsIt& isIt) const {
     for (U32 at = tag & mask_;; at = (at + 1) & mask_) {
       const Bucket& bucket = buckets_[at];
       for (Slots slots = bucket.slotsOf(shortTag(tag)); slots.any(); slots.dropFirst()) {
-        if (bucket.record(slots.first()) == record) return {at, slots.first()};
+        if (isIt(bucket.record(slots.first()))) return {at, slots.first()};
       }
-      ORB_ASSERT(bucket.full());
+      if (!bucket.full()) return {at, noSlot};
     }
+  }
+  /// The place of a record that is there.
+  Place placeOf(U32 tag, const void* record) const {
+    const Place place = placeWhere(tag, [&](const void* each) { return each == record; });
+    ORB_ASSERT(place.slot != noSlot);
+    return place;
   }
   void put(U32 tag, void* record) {
     U32 at = tag & mask_;

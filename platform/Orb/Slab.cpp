@@ -25,7 +25,7 @@ Slab::Pool::Pool(std::size_t size) : objectSize(size), step(sizeof(Header) + (si
 Slab::~Slab() {
   if (!pool_) return;
   pool_->owned = false;
-  pool_->leave();
+  if (pool_->live == 0) delete pool_;
 }
 
 void Slab::reserve(U32 count, std::size_t size) {
@@ -38,7 +38,7 @@ void Slab::fetch(std::size_t count) {
   // Not filled with zeros: what nobody uses, nobody touches.
   pool_->pieces.emplace_back(new Line[(count * pool_->step + line - 1) / line]);
   pool_->unused = pool_->pieces.back()[0].bytes;
-  pool_->unusedCount = count;
+  pool_->end = pool_->unused + count * pool_->step;
 }
 
 void* Slab::takeMore(Slab* slab, std::size_t size) {
@@ -63,8 +63,7 @@ void Slab::give(void* object) {
   }
   header->nextFree = pool->free;
   pool->free = header;
-  --pool->live;
-  pool->leave();
+  if (--pool->live == 0 && !pool->owned) delete pool;
 }
 
 }  // namespace Orb

@@ -10,8 +10,8 @@ namespace Orb {
 
 /// Memory for objects of one size, a few large pieces of it instead of one for each. Objects are
 /// given back one by one, in any order, and may outlive the slab. All of it belongs to one thread.
-/// Objects are aligned to 8 bytes. Where their size is little less than that of lines of memory,
-/// `inFront` bytes of which are the slab's, each begins with a line.
+/// Objects are aligned to 8 bytes. Where one takes little less than whole lines of memory, with
+/// what stands in front of it, it gets those lines for itself.
 class VELA_EXPORT Slab {
  public:
   Slab() = default;
@@ -27,17 +27,18 @@ class VELA_EXPORT Slab {
   void reserve(U32 count, std::size_t size);
 
   /// Memory for an object: of the slab, unless that is null or has objects of another size.
-  static void* take(Slab* slab, std::size_t size) {
+  [[gnu::always_inline]] static void* take(Slab* slab, std::size_t size) {
     Pool* pool = slab ? slab->pool_ : nullptr;
-    if (!pool || pool->objectSize != size || (!pool->free && pool->unusedCount == 0)) [[unlikely]]
+    if (!pool || pool->objectSize != size) [[unlikely]]
       return takeMore(slab, size);
     Header* header = pool->free;
     if (header) {
       pool->free = header->nextFree;
-    } else {
+    } else if (pool->unused != pool->end) [[likely]] {
       header = reinterpret_cast<Header*>(pool->unused);
       pool->unused += pool->step;
-      --pool->unusedCount;
+    } else {
+      return takeMore(slab, size);
     }
     header->pool = pool;
     ++pool->live;
@@ -60,17 +61,13 @@ class VELA_EXPORT Slab {
   struct Pool {
     explicit Pool(std::size_t size);
 
-    void leave() {
-      if (!owned && live == 0) delete this;
-    }
-
     std::size_t objectSize;
     std::size_t step;  ///< From one object to the next.
     std::size_t live = 0;
     bool owned = true;  ///< The slab exists.
     std::vector<std::unique_ptr<Line[]>> pieces;
     std::byte* unused = nullptr;  ///< Of the last piece.
-    std::size_t unusedCount = 0;
+    std::byte* end = nullptr;     ///< Behind what is unused.
     Header* free = nullptr;
   };
   /// Makes room first, or takes memory of its own.

@@ -9,7 +9,7 @@ namespace VelaSwitchApi {
 
 /// The hash of a key by which its record is found.
 template <class Key>
-U32 entryTag(const Key& key) {
+[[gnu::always_inline]] inline U32 entryTag(const Key& key) {
   using Orb::hashOf;
   return static_cast<U32>(hashOf(key));
 }
@@ -17,22 +17,22 @@ U32 entryTag(const Key& key) {
 /// Whether the key that is asked for is the one of a record.
 template <class Key>
 bool sameKey(const Key& there, const Key& asked) {
-  if constexpr (Orb::PlainValue<Key>) {
-    return Orb::sameWords(Orb::storedWords(there), Orb::storedWords(asked));
-  } else {
-    return there == asked;
-  }
+  return there == asked;
+}
+template <Orb::PlainValue Key>
+[[gnu::always_inline]] inline bool sameKey(const Key& there, const Key& asked) {
+  return Orb::sameWords(Orb::storedWords(there), Orb::storedWords(asked));
 }
 
 /// Whether an entry with the result that is announced is the one that is there. Results may have
 /// their own, for parts that are not announced.
 template <class Result>
 bool sameEntry(const Result& there, const Result& announced) {
-  if constexpr (Orb::PlainValue<Result>) {
-    return Orb::sameWords(Orb::storedWords(there), Orb::gatheredWords(announced));
-  } else {
-    return there == announced;
-  }
+  return there == announced;
+}
+template <Orb::PlainValue Result>
+[[gnu::always_inline]] inline bool sameEntry(const Result& there, const Result& announced) {
+  return Orb::sameWords(Orb::storedWords(there), Orb::gatheredWords(announced));
 }
 
 /// What a table knows of a key, with the result that is desired or, in a record that is no table's,

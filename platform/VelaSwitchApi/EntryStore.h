@@ -45,13 +45,13 @@ class EntryStore {
   bool entryIs(const Key& key, const Result& result, U32 tag) {
     Record* record = recordOf(key, tag);
     if (record && isThere(*record, result)) return false;
-    checkEntry(key, result);
-    return announceOne(key, record ? *record : newRecordIs(key, tag), result);
+    check(key, result);
+    return record ? announceOne(key, *record, result) : announceNew(key, tag, result);
   }
   /// The same of a key whose record is known to the caller, who holds on to it.
   bool entryIs(Record& record, const Result& result) {
     if (isThere(record, result)) return false;
-    checkEntry(record.key(), result);
+    check(record.key(), result);
     return announceOne(record.key(), record, result);
   }
   /// Withdraws an entry. Returns whether there was one.
@@ -124,7 +124,7 @@ class EntryStore {
       if (flushing_) return store_.entryIs(key, result);
       if (!gathers_) return entryIsAtOnce(number, key, result, tag);
       Record* record = begin(number, key, tag, true);
-      store_.checkEntry(key, result);
+      store_.check(key, result);
       if (!record) record = &store_.newRecordIs(key, tag);
       const bool same = record->has(KeyRecord::desired) && sameEntry(record->result(), result);
       const bool told =
@@ -201,7 +201,7 @@ class EntryStore {
       Record* record = store_.recordOf(key, tag);
       Change change{true, false, false};
       if (!record || !isThere(*record, result)) {
-        store_.checkEntry(key, result);
+        store_.check(key, result);
         if (!record) record = &store_.newRecordIs(key, tag);
         const U32 gone = store_.records_.gone_;
         change = store_.announce(*record, result);
@@ -346,8 +346,8 @@ class EntryStore {
   }
 
  protected:
-  /// `records` is that of the table.
-  explicit EntryStore(KeyRecords& records) : records_(records) {}
+  /// `records` is that of the table; `checks` says whether checkEntry() asserts anything.
+  EntryStore(KeyRecords& records, bool checks) : records_(records), checks_(checks) {}
   virtual ~EntryStore() = default;
 
   /// A record for a key that has none, `tag` being its hash. Where records are counted, nobody has
@@ -399,8 +399,19 @@ class EntryStore {
 
   /// Whether announcing the entry changes nothing at all. It was checked when it was announced.
   static bool isThere(const Record& record, const Result& result) {
-    return record.has(KeyRecord::desired) && !record.has(KeyRecord::unclaimed) &&
-           sameEntry(record.result(), result);
+    return record.announced() && sameEntry(record.result(), result);
+  }
+  void check(const Key& key, const Result& result) const {
+    if (checks_) checkEntry(key, result);
+  }
+  /// Announces the entry of a key of which nothing is known.
+  bool announceNew(const Key& key, U32 tag, const Result& result) {
+    Record& record = newRecordIs(key, tag);
+    record.resultIs(result);
+    records_.flagIs(record, KeyRecord::desired, true);
+    handleRecord(key, record);
+    observers_.handleKey(key);
+    return true;
   }
   bool announceOne(const Key& key, Record& record, const Result& result) {
     const Change change = announce(record, result);
@@ -442,9 +453,7 @@ class EntryStore {
   }
   Change withdraw(Record& record) {
     const Change change{!record.has(KeyRecord::unclaimed), true, false};
-    records_.flagIs(record, KeyRecord::unclaimed, false);
-    records_.flagIs(record, KeyRecord::noted, false);
-    records_.flagIs(record, KeyRecord::desired, false);
+    records_.entryGone(record);
     return change;
   }
   void tell(const Key& key, const Change& change) const {
@@ -475,6 +484,7 @@ class EntryStore {
   }
 
   KeyRecords& records_;
+  const bool checks_;
   U32 batches_ = 0;  ///< Under way, one within another.
   Orb::KeyObservers<Key> observers_;
   Orb::KeyObservers<Key> claimObservers_;

@@ -81,6 +81,8 @@ class VELA_EXPORT KeyRecord {
   KeyRecord& operator=(const KeyRecord&) = delete;
 
   bool has(Flag flag) const { return (flags_ >> flag & 1) != 0; }  ///< Whether that is so.
+  /// Whether there is an entry that was announced.
+  bool announced() const { return (flags_ & (1 << desired | 1 << unclaimed)) == 1 << desired; }
   /// Whether it is a table's.
   bool known() const { return flags_ != 0; }
 
@@ -96,7 +98,7 @@ class VELA_EXPORT KeyRecord {
 
   // Records lie in the slab of their table, where they have one.
   static void* operator new(std::size_t size) { return Orb::Slab::take(nullptr, size); }
-  static void* operator new(std::size_t size, Orb::Slab& slab) {
+  [[gnu::always_inline]] static void* operator new(std::size_t size, Orb::Slab& slab) {
     return Orb::Slab::take(&slab, size);
   }
   static void operator delete(void* record) { Orb::Slab::give(record); }
@@ -165,7 +167,7 @@ class VELA_EXPORT KeyRecords {
 
   /// The record of the tag that `isIt(record)` is true of, or null.
   template <class IsIt>
-  KeyRecord* findRecord(U32 tag, const IsIt& isIt) const {
+  [[gnu::always_inline]] KeyRecord* findRecord(U32 tag, const IsIt& isIt) const {
     return static_cast<KeyRecord*>(index_.find(
         tag, [&](const void* record) { return isIt(*static_cast<const KeyRecord*>(record)); }));
   }
@@ -189,7 +191,11 @@ class VELA_EXPORT KeyRecords {
   /// Gives a record the result of its key's entry, or the default when there is none, and says
   /// whether there is.
   bool update(KeyRecord& other) const {
-    return other.has(KeyRecord::desired) || updateFromRecord(other);
+    if (other.has(KeyRecord::desired)) [[likely]]
+      return true;
+    if (!other.known()) return updateFromRecord(other);
+    other.resultIsOf(nullptr);
+    return false;
   }
 
   /// Adds a record of a new key; to be given a flag at once.
@@ -202,13 +208,21 @@ class VELA_EXPORT KeyRecords {
   /// Puts another record of the same key, without flags, in a record's place.
   void replace(KeyRecord& record, KeyRecord& next);
   /// A record that loses its last flag is given back.
-  void flagIs(KeyRecord& record, Flag flag, bool set) {
+  [[gnu::always_inline]] void flagIs(KeyRecord& record, Flag flag, bool set) {
     if (record.has(flag) == set) return;
     const U8 others = static_cast<U8>(record.flags_ & ~(1 << flag));
     record.flags_ = static_cast<U8>(others | U8{set} << flag);
     counts_[flag] += set ? 1 : ~U32{0};
     if (flag == KeyRecord::desired && set) peak_ = std::max(peak_, count(flag));
     if (!set && others == 0) drop(record);
+  }
+  /// There is no entry any more, and nothing is so of it.
+  void entryGone(KeyRecord& record) {
+    if (record.flags_ & (1 << KeyRecord::unclaimed | 1 << KeyRecord::noted)) [[unlikely]] {
+      flagIs(record, KeyRecord::unclaimed, false);
+      flagIs(record, KeyRecord::noted, false);
+    }
+    flagIs(record, KeyRecord::desired, false);
   }
   /// Clears the flag of all records.
   void flagDelAll(Flag flag);
