@@ -138,8 +138,7 @@ void FirstLevel::refresh(const RouteKey& route) {
   routes().handleStatus(route);
 }
 
-void FirstLevel::retry() {
-  if (troubled_.empty()) return;
+void FirstLevel::retryTroubled() {
   std::erase_if(troubled_,
                 [&](const RouteKey& route) { return !routes().has(LpmRoutes::desired, route); });
   for (const RouteKey& route : Routes(troubled_)) refresh(route);

@@ -28,7 +28,9 @@ class FirstLevel final : public RouteLevel {
   U64 programmedCells() const;
 
   /// Looks again at routes that failed.
-  void retry();
+  void retry() {
+    if (!troubled_.empty()) retryTroubled();
+  }
   /// Whether the route of a row that does not tell its length is but a part of the one around it,
   /// which leads to the same next hop.
   bool partOfRouteAround(const RouteKey& route) const;
@@ -51,6 +53,7 @@ class FirstLevel final : public RouteLevel {
   Status status(const RouteKey& route) const;
   bool troubled(const RouteKey& route) const;
   void refresh(const RouteKey& route);
+  VELA_EXPORT void retryTroubled();
 
   Orb::Ptr<VelaSwitchTable::Lpm11Table> table_;
   std::vector<Group> groups_;  ///< By VRF.

@@ -32,10 +32,12 @@ RouteLevel::Routes HashedLevel::routesAt(const RouteKey& key) const {
 
 void HashedLevel::handleRoute(LpmRoutes& shared, U32, RouteChange change) {
   if (change == RouteChange::desired) shared.written = true;
-  if (!shared.tree.empty()) {
-    if (shared.written && change != RouteChange::guessed) program(shared);
-    return;
-  }
+  if (shared.tree.empty()) return withdraw(shared, change);
+  if (shared.written && change != RouteChange::guessed) program(shared);
+}
+
+/// The last route of the key is gone.
+void HashedLevel::withdraw(LpmRoutes& shared, RouteChange change) {
   const RouteKey key = shared.key;
   LpmRoutes* now = &shared;
   if (batch_ && staged(shared)) {
@@ -64,13 +66,12 @@ void HashedLevel::tryAgain(LpmRoutes& shared, U32) {
 /// What the routes of a key make of its cells.
 LpmResult HashedLevel::resultOf(const RouteKey& key, const Tree& tree) {
   LpmResult result;
-  // From the shortest on: longer ones take their cells.
-  LpmRoutes::forEachNode(tree.nodes(), [&](U32 node) {
-    const U8 extra = Tree::extra(node);
-    const U32 count = Tree::cells >> extra;
-    std::fill_n(&result.cells.value[Tree::bits(node) * count], count,
-                cellOf(tree.nexthop(node), static_cast<U8>(key.prefix().len() + extra)));
-  });
+  const std::array<U8, Tree::cells>& owners = tree.owners();
+  for (U32 i = 0; i < Tree::cells; ++i) {
+    const U32 owner = owners[i];
+    const auto length = static_cast<U8>(key.prefix().len() + Tree::extra(owner));
+    result.cells.value[i] = cellOf(tree.nexthop(owner), owner == Tree::none ? U8{0} : length);
+  }
   return result;
 }
 
@@ -89,7 +90,7 @@ bool HashedLevel::staged(const LpmRoutes& shared) const {
 
 /// What the level knows of the key, or null.
 const HashedLevel::Record* HashedLevel::recordOf(const LpmRoutes& shared) const {
-  if (shared.item && shared.item->known()) return static_cast<const Record*>(shared.item.get());
+  if (known(shared)) return static_cast<const Record*>(shared.item.get());
   return table_->find(shared.key, shared.tag);
 }
 
@@ -114,18 +115,24 @@ void HashedLevel::stateRoute(const LpmRoutes& shared, U32, LpmStatus& status) co
 void HashedLevel::program(LpmRoutes& shared) {
   const RouteKey key = shared.key;
   const LpmResult result = resultOf(key, shared.tree);
-  // Held on to: the record may be dropped on the way.
-  const Orb::Ptr<VelaSwitchApi::HashBaseCuckooEntry> item = shared.item;
-  const Writing writing(*this);
   const U32 tag = shared.tag;
-  const bool changed = batch_ && staging_.on ? batch_->entryIs(staging_.number, key, result, tag)
-                       : item && item->known()
-                           ? table_->entryIs(static_cast<Record&>(*item), result)
-                           : table_->entryIs(key, result, tag);
+  const Writing writing(*this);
+  // Held on to: the record may be dropped on the way.
+  Orb::Ptr<VelaSwitchApi::HashBaseCuckooEntry> item;
+  bool changed = false;
+  if (batch_ && staging_.on) {
+    changed = batch_->entryIs(staging_.number, key, result, tag);
+  } else {
+    item = known(shared) ? shared.item : &table_->recordIs(key, tag);
+    changed = table_->entryIs(static_cast<Record&>(*item), result);
+  }
   // Whoever heard of it may have withdrawn all of them.
   LpmRoutes* const now = routes().routesOf(key);
   if (!now) return;
-  if (!now->item || !now->item->known()) now->item = table_->cachedItem(key);
+  if (!known(*now)) {
+    const bool cached = item && item->has(KeyRecord::cached);
+    now->item = cached ? std::move(item) : table_->cachedItem(key);
+  }
   if (!changed && !inHardware(*now)) table_->handleEntry(key);
 }
 

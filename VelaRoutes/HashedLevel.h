@@ -52,8 +52,11 @@ class HashedLevel final : public RouteLevel, private Orb::KeyObserver<RouteKey> 
   /// The status of a key changed.
   void handleKey(const RouteKey& key) override { routes().handleStatuses(key); }
   static VelaSwitchTable::LpmResult resultOf(const RouteKey& key, const Tree& tree);
+  /// Whether the routes say what the level knows of their key.
+  static bool known(const LpmRoutes& shared) { return shared.item && shared.item->known(); }
   const Record* recordOf(const LpmRoutes& shared) const;
   void program(LpmRoutes& shared);
+  void withdraw(LpmRoutes& shared, RouteChange change);
 
   Orb::Ptr<VelaSwitchTable::LpmBaseTable> table_;
   Claims claims_{*this};

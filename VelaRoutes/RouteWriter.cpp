@@ -1,5 +1,6 @@
 #include "VelaRoutes/RouteWriter.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "VelaSwitchTable/VelaTableLpmTables.h"
@@ -50,10 +51,17 @@ Ladder makeLadder(VelaSwitchApi::SwitchTables& tables) {
 RouteWriter::RouteWriter(Ladder ladder)
     : routes_(std::move(ladder.routes)),
       first_(*routes_, forgetting(), std::move(ladder.firstLevel)) {
+  U32 rows = 0;
   for (auto& table : ladder.levels) {
+    rows += table->profileConvertor().physicalTable().engine().capacity();
     hashed_.push_back(
         std::make_unique<HashedLevel>(*routes_, forgetting(), std::move(table), staging_));
+    const VelaSwitchTable::LpmLevel& level = hashed_.back()->table().level();
+    std::fill(&hashedFor_[level.prefixBaseLen], &hashedFor_[level.longest()] + 1,
+              hashed_.back().get());
   }
+  // Two ways have room for about half as many keys as they have rows.
+  routes_->reserve(rows / 2);
   routes_->levelsAre(this);
 }
 
@@ -61,12 +69,6 @@ RouteWriter::~RouteWriter() { routes_->levelsAre(nullptr); }
 
 RouteLevel::RoutesListener RouteWriter::forgetting() {
   return [this](const RouteLevel::Routes& routes) { forget(routes); };
-}
-
-const HashedLevel* RouteWriter::hashedFor(U8 prefixLen) const {
-  constexpr U8 step = VelaSwitchTable::LpmLevel::prefixRange + 1;
-  if (prefixLen <= FirstLevel::keyLength) return nullptr;
-  return hashed_[static_cast<std::size_t>(prefixLen - FirstLevel::keyLength - 1) / step].get();
 }
 
 const RouteLevel& RouteWriter::levelFor(U8 prefixLen) const {
@@ -110,10 +112,13 @@ std::vector<RouteWriter::Key> RouteWriter::routesAt(const VelaSwitchApi::SwTable
   return routes;
 }
 
+[[gnu::cold]] void RouteWriter::traceTrap(const Key& route) {
+  LpmTable::trace(3, "not programming a route with cpuTrap: ", route);
+}
+
 void RouteWriter::handleRoute(LpmRoutes& shared, U32 node) {
-  if (shared.has(LpmRoutes::desired, node) && !shared.tree.has(node)) {
-    LpmTable::trace(3, "not programming a route with cpuTrap: ", shared.routeOf(node));
-  }
+  if (shared.has(LpmRoutes::desired, node) && !shared.tree.has(node)) [[unlikely]]
+    traceTrap(shared.routeOf(node));
   levelFor(shared.key.prefix().len()).handleRoute(shared, node, change_);
 }
 
@@ -128,8 +133,6 @@ bool RouteWriter::staged(const LpmRoutes& shared) const {
 bool RouteWriter::marked(const Key& route) const {
   return levelFor(route.prefix().len()).marked(route);
 }
-
-void RouteWriter::retry() { first_.retry(); }
 
 VelaSwitchApi::SwTable& RouteWriter::tableOf(U8 prefixLen) const {
   return levelFor(prefixLen).table();

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <memory>
 
 #include "VelaRoutes/FirstLevel.h"
@@ -42,7 +43,7 @@ class VELA_EXPORT RouteWriter final : private LpmTable::Levels {
   /// Writes a route's cells again where they are not what they should be.
   void handleRoute(const Key& route);
   /// Looks again at routes of the first level that failed.
-  void retry();
+  void retry() { first_.retry(); }
 
   /// Takes up the routes that the levels hold after they were rebuilt from hardware. A route whose
   /// every cell belongs to longer ones has left no trace there.
@@ -108,9 +109,10 @@ class VELA_EXPORT RouteWriter final : private LpmTable::Levels {
   void handleRoute(LpmRoutes& shared, U32 node) override;
   void stateRoute(const LpmRoutes& shared, U32 node, LpmStatus& status) const override;
   bool staged(const LpmRoutes& shared) const override;
+  static void traceTrap(const Key& route);
   void forget(const RouteLevel::Routes& guesses);
   RouteLevel::RoutesListener forgetting();
-  const HashedLevel* hashedFor(U8 prefixLen) const;
+  HashedLevel* hashedFor(U8 prefixLen) const { return hashedFor_[prefixLen]; }
   const RouteLevel& levelFor(U8 prefixLen) const;
   RouteLevel& levelFor(U8 prefixLen);
   template <class Visitor>
@@ -120,6 +122,7 @@ class VELA_EXPORT RouteWriter final : private LpmTable::Levels {
   FirstLevel first_;
   HashedLevel::Staging staging_;
   std::vector<std::unique_ptr<HashedLevel>> hashed_;
+  std::array<HashedLevel*, 33> hashedFor_{};   ///< By real length; null for the first level's.
   RouteChange change_ = RouteChange::desired;  ///< Why routes change just now.
 };
 

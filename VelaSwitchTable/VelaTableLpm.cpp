@@ -22,18 +22,19 @@ LpmTable::~LpmTable() {
   index_.forEach([](void* routes) { delete static_cast<LpmRoutes*>(routes); });
 }
 
-LpmRoutes* LpmTable::lookUp(const Key& key) const {
+LpmRoutes* LpmTable::lookUp(const Key& key, U32 tag) const {
   lastKey_ = key;
-  last_ = static_cast<LpmRoutes*>(index_.find(VelaSwitchApi::entryTag(key), [&](const void* each) {
-    return static_cast<const LpmRoutes*>(each)->key == key;
-  }));
+  last_ = static_cast<LpmRoutes*>(index_.find(
+      tag, [&](const void* each) { return static_cast<const LpmRoutes*>(each)->key == key; }));
   return last_;
 }
 
 LpmRoutes& LpmTable::routesIs(const Key& key) {
-  if (LpmRoutes* routes = routesOf(key)) return *routes;
-  last_ = new (slab_) LpmRoutes(key);
-  index_.add(last_->tag, last_);
+  if (last_ && key == lastKey_) return *last_;
+  const U32 tag = VelaSwitchApi::entryTag(key);
+  if (LpmRoutes* routes = lookUp(key, tag)) return *routes;
+  last_ = new (slab_) LpmRoutes(key, tag);
+  index_.add(tag, last_);
   return *last_;
 }
 
@@ -95,14 +96,19 @@ bool LpmTable::holds(const LpmRoutes& routes, U32 node, const LpmResult& result,
              : routes.tree.nexthop(node) == routeNexthop(result);
 }
 
-/// What is but a next hop lies in the tree alone.
-void LpmTable::store(LpmRoutes& routes, U32 node, const LpmResult& result, bool odd) {
+/// What is not just a next hop, or no longer.
+[[gnu::cold]] void LpmTable::oddIs(LpmRoutes& routes, U32 node, const LpmResult& result, bool odd) {
   if (odd) {
     *oddResults_.insert(routes.routeOf(node)).first = result;
-  } else if (routes.has(LpmRoutes::odd, node)) {
+  } else {
     oddResults_.erase(routes.routeOf(node));
   }
   set(routes, node, LpmRoutes::odd, odd);
+}
+
+/// What is but a next hop lies in the tree alone.
+void LpmTable::store(LpmRoutes& routes, U32 node, const LpmResult& result, bool odd) {
+  if (odd || routes.has(LpmRoutes::odd, node)) oddIs(routes, node, result, odd);
   set(routes, node, LpmRoutes::desired, true);
   routes.tree.is(node, routeNexthop(result));
   // A key of a level holds several routes, and has one flag for them all.
@@ -114,7 +120,7 @@ bool LpmTable::entryIs(const Key& route, const LpmResult& result) {
   const Key key = LpmRoutes::keyOf(route);
   LpmRoutes& routes = routesIs(key);
   const U32 node = routes.nodeOf(route);
-  const bool odd = result != routeResult(routeNexthop(result), route.prefix().len());
+  const bool odd = !result.isRoute(route.prefix().len());
   if (holds(routes, node, result, odd)) return false;
   const bool trapped = routes.has(LpmRoutes::desired, node) && !routes.tree.has(node);
   store(routes, node, result, odd);

@@ -61,7 +61,11 @@ class VELA_EXPORT LpmTable final : public Orb::PtrInterface {
 
   void levelsAre(Levels* levels) { levels_ = levels; }  ///< One at most; null when it goes.
   /// The routes of a key, or null.
-  LpmRoutes* routesOf(const Key& key) const { return key == lastKey_ ? last_ : lookUp(key); }
+  LpmRoutes* routesOf(const Key& key) const {
+    return key == lastKey_ ? last_ : lookUp(key, VelaSwitchApi::entryTag(key));
+  }
+  /// Makes room for the routes of so many keys.
+  void reserve(U32 keys) { index_.reserve(keys); }
   /// Those of the key with the tag are needed soon.
   void soon(U32 tag) const { index_.soon(tag); }
   /// Calls `visit(routes)` for each key, in no order. They must not change meanwhile.
@@ -89,10 +93,11 @@ class VELA_EXPORT LpmTable final : public Orb::PtrInterface {
 
   /// The route, if it has the flag.
   Place find(Flag flag, const Key& route) const;
-  LpmRoutes* lookUp(const Key& key) const;
+  LpmRoutes* lookUp(const Key& key, U32 tag) const;
   LpmRoutes& routesIs(const Key& key);
   void set(LpmRoutes& routes, U32 node, Flag flag, bool set);
   bool holds(const LpmRoutes& routes, U32 node, const LpmResult& result, bool odd) const;
+  void oddIs(LpmRoutes& routes, U32 node, const LpmResult& result, bool odd);
   void store(LpmRoutes& routes, U32 node, const LpmResult& result, bool odd);
   void statusDel(LpmRoutes& routes, U32 node);
   void dropUnknown(LpmRoutes& routes);

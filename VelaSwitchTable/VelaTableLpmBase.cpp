@@ -33,11 +33,17 @@ U32 hashKey(const U8* buffer, U8 way, U8 bits, U8 crcLength) {
 }
 
 void checkCell(const EntryCellResult& cell, U8 prefixLen) {
-  if (!cell.valid()) return;
   const U8 realPrefixLen = cell.realPrefixLen();
   constexpr U8 prefixRange = LpmLevel::prefixRange;
+  if (!cell.valid() || static_cast<U8>(realPrefixLen - prefixLen) <= prefixRange) return;
   ORB_ASSERT(realPrefixLen >= prefixLen);
   ORB_ASSERT(realPrefixLen <= prefixLen + prefixRange);
+}
+
+U64 encodedCell(const LpmBaseHelper& helper, const EntryCellResult& cell) {
+  const LpmLevel& level = helper.level();
+  checkCell(cell, level.prefixBaseLen);
+  return cell.hwEncoding(false, level.longest(), helper.profile().hwApi());
 }
 
 }  // namespace
@@ -99,24 +105,33 @@ void LpmBaseFamily::check(const LpmBaseHelper& helper, const Key& key, const Res
 
 void LpmBaseFamily::packMore(const LpmBaseHelper& helper, const Key& key, const Result& result,
                              bool valid, CuckooLocation, Writer& row) {
-  const LpmLevel& level = helper.level();
   if (valid) row.set<"wholeAddress">(key.prefix().address().number());
-  constexpr std::size_t cell0 = fieldNumber<LpmBaseFamily, "cell0">();
-  constexpr std::size_t length0 = fieldNumber<LpmBaseFamily, "realLength0">();
-  U64 cells = 0;
-  U64 lengths = 0;
   for (U8 i = 0; i < EntryCellIndex::count; ++i) {
     const EntryCellResult& cell = result.cells()[i];
-    checkCell(cell, level.prefixBaseLen);
-    const U64 encoding = cell.hwEncoding(false, level.longest(), helper.profile().hwApi());
-    cells |= encoding << i * cellBits;
-    lengths |= U64{cell.realPrefixLen()} % (1u << realLengthBits) << i * realLengthBits;
+    row.set(fieldNumber<LpmBaseFamily, "cell0">() + i, encodedCell(helper, cell));
+    row.set(fieldNumber<LpmBaseFamily, "realLength0">() + i, cell.realPrefixLen());
   }
-  if (row.setAdjacent(cell0, cells) && row.setAdjacent(length0, lengths)) return;
+}
+
+/// The stored key, valid bit, cells, trap and parity are one number of less than 96 bits.
+void LpmBaseFamily::packAtOnce(const LpmBaseHelper& helper, const Key& key, const Result& result,
+                               bool valid, U64 stored, U32* row) {
+  U64 entry = valid ? U64{1} | U64{result.cpuTrap()} << (1 + cellsBits) : 0;
+  U32 lengths = 0;
   for (U8 i = 0; i < EntryCellIndex::count; ++i) {
-    row.set(cell0 + i, cells >> i * cellBits);
-    row.set(length0 + i, lengths >> i * realLengthBits);
+    const EntryCellResult& cell = result.cells()[i];
+    entry |= encodedCell(helper, cell) << (1 + i * cellBits);
+    lengths |= (cell.realPrefixLen() & realLengthMask) << i * realLengthBits;
   }
+  const U8 width = helper.storedWidth();
+  stored = valid ? stored & ((U64{1} << width) - 1) : 0;
+  entry |= U64{VelaSwitch::parity64Bit(stored ^ entry)} << (2 + cellsBits);
+  const U64 first = stored | entry << width;
+  row[0] = static_cast<U32>(first);
+  row[1] = static_cast<U32>(first >> 32);
+  row[2] = static_cast<U32>(entry >> (64 - width));
+  if (valid) row[addressAt / 32] = key.prefix().address().number();
+  row[lengthsAt / 32] = lengths;
 }
 
 void LpmBaseFamily::unpackMore(const LpmBaseHelper& helper, const Reader& row, Result& result) {

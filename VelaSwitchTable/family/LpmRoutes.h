@@ -1,7 +1,9 @@
 #pragma once
 
 #include <array>
+#include <cstring>
 #include <optional>
+#include <type_traits>
 #include <vector>
 
 #include "Orb/KeyObserver.h"
@@ -26,12 +28,30 @@ struct LpmResult {
   Orb::Field<"cells", Cells> cells;     ///< Of each the longest route of the level that covers it.
   Orb::Field<"cpuTrap", bool> cpuTrap;  ///< Packets go to the CPU.
   auto operator<=>(const LpmResult&) const = default;
+  bool operator==(const LpmResult& other) const {
+    return sameCells(other, 0) && cpuTrap == other.cpuTrap;
+  }
+  /// Whether it is just the next hop of a route of the length.
+  bool isRoute(U8 prefixLen) const {
+    static const LpmResult none{};
+    const EntryCellResult& cell = cells()[0];
+    return cell.maskLength == none.cells()[0].maskLength && cell.realPrefixLen() == prefixLen &&
+           sameCells(none, 1) && !cpuTrap();
+  }
 
   /// The cell of two address bits.
   const EntryCellResult& cellResult(EntryCellIndex index) const { return cells()[index.value()]; }
   /// Changes one cell.
   void cellResultIs(EntryCellIndex index, const EntryCellResult& cell) {
     cells.value[index.value()] = cell;
+  }
+
+ private:
+  /// From the first of them on, all in one comparison.
+  bool sameCells(const LpmResult& other, U32 first) const {
+    static_assert(std::has_unique_object_representations_v<EntryCellResult>);
+    return std::memcmp(&cells.value[first], &other.cells.value[first],
+                       (EntryCellIndex::count - first) * sizeof(EntryCellResult)) == 0;
   }
 };
 
@@ -87,7 +107,8 @@ struct LpmRoutes {
   };
   static constexpr U8 flags = odd + 1;
 
-  explicit LpmRoutes(const Key& shared) : key(shared), tag(VelaSwitchApi::entryTag(shared)) {}
+  /// Of no route yet; `hash` is the key's.
+  LpmRoutes(const Key& shared, U32 hash) : key(shared), tag(hash) {}
   static void* operator new(std::size_t size, Orb::Slab& slab) {
     return Orb::Slab::take(&slab, size);
   }

@@ -28,6 +28,7 @@ class KeyObservers {
   void observerDel(KeyObserver<Key>* observer) {
     std::replace(observers_.begin(), observers_.end(), observer,
                  static_cast<KeyObserver<Key>*>(nullptr));
+    gone_ = true;
     dropGone();
   }
   bool empty() const { return observers_.empty(); }  ///< Nobody wants to hear.
@@ -47,11 +48,14 @@ class KeyObservers {
  private:
   /// Those behind one that goes keep their places until all were told.
   void dropGone() const {
-    if (telling_ == 0) std::erase(observers_, nullptr);
+    if (!gone_ || telling_ != 0) return;
+    std::erase(observers_, nullptr);
+    gone_ = false;
   }
 
   mutable std::vector<KeyObserver<Key>*> observers_;
   mutable unsigned telling_ = 0;  ///< One amid another.
+  mutable bool gone_ = false;     ///< One of them is null now.
 };
 
 }  // namespace Orb

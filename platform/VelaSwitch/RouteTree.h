@@ -68,8 +68,26 @@ class RouteTree {
   }
   /// The nodes that have routes, a bit for each.
   U8 nodes() const requires(depth == 2) { return static_cast<U8>(present_.to_ulong()); }
+  /// The node that owns each cell; none has no next hop.
+  const std::array<U8, cells>& owners() const requires(depth == 2) {
+    static constexpr auto byNodes = allOwners();
+    return byNodes[nodes()];
+  }
 
  private:
+  /// Of trees with each set of nodes.
+  static constexpr auto allOwners() {
+    std::array<std::array<U8, cells>, 1u << 2 * cells> all{};
+    for (U32 nodes = 0; nodes < all.size(); ++nodes) {
+      for (U32 cell = 0; cell < cells; ++cell) {
+        U32 node = cells + cell;
+        while (node != none && (nodes >> node & 1) == 0) node >>= 1;
+        all[nodes][cell] = static_cast<U8>(node);
+      }
+    }
+    return all;
+  }
+
   std::bitset<2 * cells> present_;
   std::array<NexthopIndexes, 2 * cells> nexthops_;
 };

@@ -333,6 +333,11 @@ class EntryStore {
     return static_cast<const Record*>(records_.findRecord(
         tag, [&](const KeyRecord& record) { return sameKey(of(record).key(), key); }));
   }
+  /// The same, made when there is none; to be given an entry at once.
+  Record& recordIs(const Key& key, U32 tag) {
+    Record* record = recordOf(key, tag);
+    return record ? *record : newRecordIs(key, tag);
+  }
   /// What is known of the key with the hash is needed soon.
   void soon(U32 tag) const { records_.index_.soon(tag); }
   /// Which key and result a record of the table is for.
@@ -358,11 +363,7 @@ class EntryStore {
   Record* recordOf(const Key& key) const { return const_cast<Record*>(find(key)); }
   Record* recordOf(const Key& key, U32 tag) const { return const_cast<Record*>(find(key, tag)); }
   /// The same, made when there is none; to be given a flag at once.
-  Record& recordIs(const Key& key) {
-    const U32 tag = entryTag(key);
-    Record* record = recordOf(key, tag);
-    return record ? *record : newRecordIs(key, tag);
-  }
+  Record& recordIs(const Key& key) { return recordIs(key, entryTag(key)); }
   Record& newRecordIs(const Key& key, U32 tag) {
     Record& record = *newRecord(key, tag);
     if constexpr (counted) record.referenceAdd();

@@ -215,18 +215,6 @@ class RowWriter {
     }
   }
 
-  /// Writes a number to fields that lie one behind the other, from this one on, where the row is
-  /// all zero. False when fields are traced: then each is to be set by itself.
-  bool setAdjacent(std::size_t first, U64 value) {
-    if (traced_) [[unlikely]]
-      return false;
-    const RowLayout::Place& at = places_[first];
-    U32* word = words_ + at.word;
-    *word |= static_cast<U32>(value << at.offset);
-    for (value >>= 32 - at.offset; value != 0; value >>= 32) *++word |= static_cast<U32>(value);
-    return true;
-  }
-
   U32* words() { return words_; }
 
  protected:
