@@ -83,12 +83,6 @@ LpmResult LpmTable::resultOf(const LpmRoutes& routes, U32 node) const {
   return routeResult(routes.tree.nexthop(node), route.prefix().len());
 }
 
-LpmStatus LpmTable::statusOf(const LpmRoutes& routes, U32 node) const {
-  LpmStatus status(routes.routeOf(node));
-  if (levels_ && routes.tree.has(node)) levels_->stateRoute(routes, node, status);
-  return status;
-}
-
 bool LpmTable::holds(const LpmRoutes& routes, U32 node, const LpmResult& result, bool odd) const {
   if (!routes.has(LpmRoutes::desired, node) || routes.has(LpmRoutes::odd, node) != odd)
     return false;

@@ -78,7 +78,13 @@ class VELA_EXPORT LpmTable final : public Orb::PtrInterface {
                      __builtin_prefetch(record);
                    });
   }
-  LpmStatus statusOf(const LpmRoutes& routes, U32 node) const;  ///< Of one that has a status.
+  /// Of one that has a status.
+  LpmStatus statusOf(const LpmRoutes& routes, U32 node) const {
+    LpmStatus status;
+    if (levels_ && routes.tree.has(node)) levels_->stateRoute(routes, node, status);
+    status.key = routes.routeOf(node);
+    return status;
+  }
   void handleStatus(const Key& route);    ///< Told by the levels: the route's status changed.
   void handleStatuses(const Key& given);  ///< Likewise of all in the tree of a key.
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <deque>
 #include <vector>
 
 #include "Keel/HashItem.h"
@@ -65,7 +66,7 @@ class VELA_EXPORT WaitingItems {
   U32 rowsPerWay_;
   U8 ways_;
   std::vector<Queue> heads_;  ///< By row; made when the first item waits.
-  std::vector<Node> nodes_;
+  std::deque<Node> nodes_;    ///< Many, so that growing is not to copy them.
   U32 free_ = none;
   Orb::RecordIndex index_{&tagOf};  ///< The items, by all their rows.
   U64 arrivals_ = 0;
