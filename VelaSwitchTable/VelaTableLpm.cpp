@@ -23,10 +23,11 @@ LpmTable::~LpmTable() {
 }
 
 LpmRoutes* LpmTable::lookUp(const Key& key, U32 tag) const {
+  const auto isIt = [&](const void* each) {
+    return static_cast<const LpmRoutes*>(each)->key == key;
+  };
   lastKey_ = key;
-  last_ = static_cast<LpmRoutes*>(index_.find(
-      tag, [&](const void* each) { return static_cast<const LpmRoutes*>(each)->key == key; }));
-  return last_;
+  return last_ = static_cast<LpmRoutes*>(index_.find(tag, isIt));
 }
 
 LpmRoutes& LpmTable::routesIs(const Key& key) {
@@ -83,6 +84,12 @@ LpmResult LpmTable::resultOf(const LpmRoutes& routes, U32 node) const {
   return routeResult(routes.tree.nexthop(node), route.prefix().len());
 }
 
+LpmStatus LpmTable::statusOf(const LpmRoutes& routes, U32 node) const {
+  LpmStatus status(routes.routeOf(node));
+  if (levels_ && routes.tree.has(node)) levels_->stateRoute(routes, node, status);
+  return status;
+}
+
 bool LpmTable::holds(const LpmRoutes& routes, U32 node, const LpmResult& result, bool odd) const {
   if (!routes.has(LpmRoutes::desired, node) || routes.has(LpmRoutes::odd, node) != odd)
     return false;
@@ -90,19 +97,14 @@ bool LpmTable::holds(const LpmRoutes& routes, U32 node, const LpmResult& result,
              : routes.tree.nexthop(node) == routeNexthop(result);
 }
 
-/// What is not just a next hop, or no longer.
-[[gnu::cold]] void LpmTable::oddIs(LpmRoutes& routes, U32 node, const LpmResult& result, bool odd) {
+/// What is but a next hop lies in the tree alone.
+void LpmTable::store(LpmRoutes& routes, U32 node, const LpmResult& result, bool odd) {
   if (odd) {
     *oddResults_.insert(routes.routeOf(node)).first = result;
-  } else {
+  } else if (routes.has(LpmRoutes::odd, node)) {
     oddResults_.erase(routes.routeOf(node));
   }
   set(routes, node, LpmRoutes::odd, odd);
-}
-
-/// What is but a next hop lies in the tree alone.
-void LpmTable::store(LpmRoutes& routes, U32 node, const LpmResult& result, bool odd) {
-  if (odd || routes.has(LpmRoutes::odd, node)) oddIs(routes, node, result, odd);
   set(routes, node, LpmRoutes::desired, true);
   routes.tree.is(node, routeNexthop(result));
   // A key of a level holds several routes, and has one flag for them all.
@@ -114,7 +116,7 @@ bool LpmTable::entryIs(const Key& route, const LpmResult& result) {
   const Key key = LpmRoutes::keyOf(route);
   LpmRoutes& routes = routesIs(key);
   const U32 node = routes.nodeOf(route);
-  const bool odd = !result.isRoute(route.prefix().len());
+  const bool odd = result != routeResult(routeNexthop(result), route.prefix().len());
   if (holds(routes, node, result, odd)) return false;
   const bool trapped = routes.has(LpmRoutes::desired, node) && !routes.tree.has(node);
   store(routes, node, result, odd);

@@ -78,13 +78,7 @@ class VELA_EXPORT LpmTable final : public Orb::PtrInterface {
                      __builtin_prefetch(record);
                    });
   }
-  /// Of one that has a status.
-  LpmStatus statusOf(const LpmRoutes& routes, U32 node) const {
-    LpmStatus status;
-    if (levels_ && routes.tree.has(node)) levels_->stateRoute(routes, node, status);
-    status.key = routes.routeOf(node);
-    return status;
-  }
+  LpmStatus statusOf(const LpmRoutes& routes, U32 node) const;  ///< Of one that has a status.
   void handleStatus(const Key& route);    ///< Told by the levels: the route's status changed.
   void handleStatuses(const Key& given);  ///< Likewise of all in the tree of a key.
 
@@ -103,7 +97,6 @@ class VELA_EXPORT LpmTable final : public Orb::PtrInterface {
   LpmRoutes& routesIs(const Key& key);
   void set(LpmRoutes& routes, U32 node, Flag flag, bool set);
   bool holds(const LpmRoutes& routes, U32 node, const LpmResult& result, bool odd) const;
-  void oddIs(LpmRoutes& routes, U32 node, const LpmResult& result, bool odd);
   void store(LpmRoutes& routes, U32 node, const LpmResult& result, bool odd);
   void statusDel(LpmRoutes& routes, U32 node);
   void dropUnknown(LpmRoutes& routes);

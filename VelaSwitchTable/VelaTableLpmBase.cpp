@@ -113,25 +113,19 @@ void LpmBaseFamily::packMore(const LpmBaseHelper& helper, const Key& key, const 
   }
 }
 
-/// The stored key, valid bit, cells, trap and parity are one number of less than 96 bits.
 void LpmBaseFamily::packAtOnce(const LpmBaseHelper& helper, const Key& key, const Result& result,
-                               bool valid, U64 stored, U32* row) {
-  U64 entry = valid ? U64{1} | U64{result.cpuTrap()} << (1 + cellsBits) : 0;
+                               bool valid, U64 stored, Writer& row) {
+  // From the valid bit on.
+  U64 entry = valid ? U64{1} | U64{result.cpuTrap()} << (1 + 4 * cellBits) : 0;
   U32 lengths = 0;
   for (U8 i = 0; i < EntryCellIndex::count; ++i) {
     const EntryCellResult& cell = result.cells()[i];
     entry |= encodedCell(helper, cell) << (1 + i * cellBits);
-    lengths |= (cell.realPrefixLen() & realLengthMask) << i * realLengthBits;
+    lengths |= cell.realPrefixLen() % (1u << realLengthBits) << i * realLengthBits;
   }
-  const U8 width = helper.storedWidth();
-  stored = valid ? stored & ((U64{1} << width) - 1) : 0;
-  entry |= U64{VelaSwitch::parity64Bit(stored ^ entry)} << (2 + cellsBits);
-  const U64 first = stored | entry << width;
-  row[0] = static_cast<U32>(first);
-  row[1] = static_cast<U32>(first >> 32);
-  row[2] = static_cast<U32>(entry >> (64 - width));
-  if (valid) row[addressAt / 32] = key.prefix().address().number();
-  row[lengthsAt / 32] = lengths;
+  row.setWithParity(valid ? stored : 0, helper.storedWidth(), entry, 2 + 4 * cellBits);
+  if (valid) row.words()[addressWord] = key.prefix().address().number();
+  row.words()[lengthsWord] = lengths;
 }
 
 void LpmBaseFamily::unpackMore(const LpmBaseHelper& helper, const Reader& row, Result& result) {

@@ -138,6 +138,13 @@ void levelRowIs(const char* profile, U8 longest, const LpmKey& at, const LpmResu
   chip.table->entryIs(at, result);
   const auto* hwTable = chip.table->profileConvertorPtr()->hwTable(0).get();
   EXPECT_EQ(std::vector<U32>(hwTable->image(row), hwTable->image(row) + 7), image);
+  // Field by field, as rows that are traced are packed.
+  std::vector<U32> again(image.size());
+  VelaTest::traced(LpmBaseFamily::trace, 9, [&] {
+    chip.table->helper()->setHwBuffer(*chip.table->cachedItem(at), {0, row},
+                                      reinterpret_cast<U8*>(again.data()));
+  });
+  EXPECT_EQ(again, image);
   const std::vector<U32> registers(image.begin(), image.begin() + 5);
   const std::string family = "Lpm" + std::to_string(longest);
   for (U32 pipeline = 0; pipeline < chip.profile->pipelines(); ++pipeline) {

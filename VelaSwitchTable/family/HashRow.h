@@ -105,8 +105,7 @@ class VELA_EXPORT HashFamilyHelperBase : public VelaTableHashHelper {
     if constexpr (requires { &F::packAtOnce; } && !traced) {
       KeyBits bits = packed.packed();
       bits.drop(implied());
-      F::packAtOnce(self(), packed.key(), packed.result(), packed.valid(), bits.words()[0],
-                    row.words());
+      F::packAtOnce(self(), packed.key(), packed.result(), packed.valid(), bits.words()[0], row);
       return row.setPlace(location.row, location.way);
     }
     if (packed.valid()) {

@@ -1,9 +1,7 @@
 #pragma once
 
 #include <array>
-#include <cstring>
 #include <optional>
-#include <type_traits>
 #include <vector>
 
 #include "Orb/KeyObserver.h"
@@ -29,14 +27,7 @@ struct LpmResult {
   Orb::Field<"cpuTrap", bool> cpuTrap;  ///< Packets go to the CPU.
   auto operator<=>(const LpmResult&) const = default;
   bool operator==(const LpmResult& other) const {
-    return sameCells(other, 0) && cpuTrap == other.cpuTrap;
-  }
-  /// Whether it is just the next hop of a route of the length.
-  bool isRoute(U8 prefixLen) const {
-    static const LpmResult none{};
-    const EntryCellResult& cell = cells()[0];
-    return cell.maskLength == none.cells()[0].maskLength && cell.realPrefixLen() == prefixLen &&
-           sameCells(none, 1) && !cpuTrap();
+    return Orb::sameBytes(cells, other.cells) && cpuTrap == other.cpuTrap;
   }
 
   /// The cell of two address bits.
@@ -44,14 +35,6 @@ struct LpmResult {
   /// Changes one cell.
   void cellResultIs(EntryCellIndex index, const EntryCellResult& cell) {
     cells.value[index.value()] = cell;
-  }
-
- private:
-  /// From the first of them on, all in one comparison.
-  bool sameCells(const LpmResult& other, U32 first) const {
-    static_assert(std::has_unique_object_representations_v<EntryCellResult>);
-    return std::memcmp(&cells.value[first], &other.cells.value[first],
-                       (EntryCellIndex::count - first) * sizeof(EntryCellResult)) == 0;
   }
 };
 

@@ -59,12 +59,9 @@ struct VELA_EXPORT LpmBaseFamily : Family<"VelaTableLpmBase", VelaSwitch::LpmKey
                                                            .parityWords = 3,
                                                            .tracesItems = true});
   static constexpr U32 cellBits = 14;
-  static constexpr U32 cellsBits = EntryCellIndex::count * cellBits;
   static constexpr U32 realLengthBits = 6;
-  static constexpr U32 realLengthMask = (1u << realLengthBits) - 1;
-  /// Where words begin that have no register.
-  static constexpr U32 addressAt = 160;
-  static constexpr U32 lengthsAt = 192;
+  static constexpr U32 addressWord = 5;
+  static constexpr U32 lengthsWord = 6;
   struct Shape {
     const LpmLevel& level = lpmLevels.back();
     U32 vrfBits = 5;
@@ -76,25 +73,24 @@ struct VELA_EXPORT LpmBaseFamily : Family<"VelaTableLpmBase", VelaSwitch::LpmKey
   static constexpr auto fields(const Shape& shape) {
     const U32 address = shape.level.storedAddressBits();
     const U32 cells = shape.storedWidth + 1;
-    return std::to_array<RowField>(
-        {{"address", 0, address},
-         {"vrf", address, shape.vrfBits},
-         {"valid", shape.storedWidth, 1},
-         {"cell0", cells, cellBits},
-         {"cell1", cells + cellBits, cellBits},
-         {"cell2", cells + 2 * cellBits, cellBits},
-         {"cell3", cells + 3 * cellBits, cellBits},
-         {"cpuTrap", cells + cellsBits, 1},
-         {"parity", cells + cellsBits + 1, 1},
-         {"row", 128, 12},
-         {"way", 142, 2},
-         {"one", 145, 1, 1},
-         {"selector", 146, 4, shape.level.controlSelector},
-         {"wholeAddress", addressAt, 32},
-         {"realLength0", lengthsAt, realLengthBits},
-         {"realLength1", lengthsAt + realLengthBits, realLengthBits},
-         {"realLength2", lengthsAt + 2 * realLengthBits, realLengthBits},
-         {"realLength3", lengthsAt + 3 * realLengthBits, realLengthBits}});
+    return std::to_array<RowField>({{"address", 0, address},
+                                    {"vrf", address, shape.vrfBits},
+                                    {"valid", shape.storedWidth, 1},
+                                    {"cell0", cells, cellBits},
+                                    {"cell1", cells + cellBits, cellBits},
+                                    {"cell2", cells + 2 * cellBits, cellBits},
+                                    {"cell3", cells + 3 * cellBits, cellBits},
+                                    {"cpuTrap", cells + 4 * cellBits, 1},
+                                    {"parity", cells + 4 * cellBits + 1, 1},
+                                    {"row", 128, 12},
+                                    {"way", 142, 2},
+                                    {"one", 145, 1, 1},
+                                    {"selector", 146, 4, shape.level.controlSelector},
+                                    {"wholeAddress", 32 * addressWord, 32},
+                                    {"realLength0", 32 * lengthsWord, realLengthBits},
+                                    {"realLength1", 32 * lengthsWord + 6, realLengthBits},
+                                    {"realLength2", 32 * lengthsWord + 12, realLengthBits},
+                                    {"realLength3", 32 * lengthsWord + 18, realLengthBits}});
   }
 
   static constexpr std::array handPacked{"cells"};
@@ -111,7 +107,7 @@ struct VELA_EXPORT LpmBaseFamily : Family<"VelaTableLpmBase", VelaSwitch::LpmKey
   static void packMore(const LpmBaseHelper& helper, const Key& key, const Result& result,
                        bool valid, CuckooLocation, RowWriterOf<LpmBaseFamily>& row);
   static void packAtOnce(const LpmBaseHelper& helper, const Key& key, const Result& result,
-                         bool valid, U64 stored, U32* row);
+                         bool valid, U64 stored, RowWriterOf<LpmBaseFamily>& row);
   static void unpackMore(const LpmBaseHelper& helper, const RowReaderOf<LpmBaseFamily>& row,
                          Result& result);
 };

@@ -1,5 +1,8 @@
 #pragma once
 
+#include <cstring>
+#include <type_traits>
+
 #include "Orb/FieldList.h"
 #include "Orb/Hash.h"
 #include "Orb/PlainValue.h"
@@ -32,6 +35,11 @@ U64 hashOf(const std::array<T, count>& values) {
   for (const T& value : values) hash = hashMix(hash, hashOf(value));
   return hash;
 }
+
+/// Whether two values are the same, in one comparison: those of a type without padding.
+template <class T>
+requires std::has_unique_object_representations_v<T>
+bool sameBytes(const T& one, const T& other) { return std::memcmp(&one, &other, sizeof one) == 0; }
 
 /// Small fields are gathered into one word before they are mixed in.
 template <Value V>

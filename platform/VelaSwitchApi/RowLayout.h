@@ -215,6 +215,16 @@ class RowWriter {
     }
   }
 
+  /// Writes the row's first three words: the lowest bits of a number, fewer than 32, and behind
+  /// them another, whose bit `parity`, clear so far, makes them even in number.
+  void setWithParity(U64 number, U8 bits, U64 behind, U8 parity) {
+    number &= (U64{1} << bits) - 1;
+    behind |= U64{VelaSwitch::parity64Bit(number ^ behind)} << parity;
+    const U64 first = number | behind << bits;
+    std::memcpy(words_, &first, sizeof first);
+    words_[2] = static_cast<U32>(behind >> 1 >> (63 - bits));
+  }
+
   U32* words() { return words_; }
 
  protected:
