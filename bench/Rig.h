@@ -65,8 +65,9 @@ class MemoryBus final : public VelaSwitchApi::RegisterBus {
     const Table& table = tables_[handle];
     if (waitNs != 0) waits();
     if (table.rowWords == 0 || table.present[index] == 0) return Read::absent;
-    const U32* word = &table.words[index * table.rowWords];
-    for (RegisterValue& value : values) value.value = *word++;
+    const U32* words = &table.words[index * table.rowWords];
+#pragma GCC unroll 4
+    for (std::size_t i = 0; i < values.size(); ++i) values[i].value = words[i];
     return Read::held;
   }
   void rows(std::span<RowRead> rows) override {

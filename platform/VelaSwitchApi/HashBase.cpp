@@ -118,15 +118,14 @@ void PhysicalHashTableConvertor::readRows(const HwTables& tables, const std::vec
                                           Audit& audit) {
   RowReads reads;
   for (const auto& [id, table] : tables) {
+    const auto flush = [&, id = id] {
+      reads.flushUnread([&](const auto&, HwIndex row) { audit.unread.emplace(id, row); });
+    };
     for (const HwIndex index : rows) {
       reads.add(*table, index);
-      if (!reads.full() && index != rows.back()) continue;
-      reads.flush([&](const HwTableConfig& of, HwIndex row, RegisterBus::Read read, bool) {
-        if (read == RegisterBus::Read::failed) {
-          audit.unread.emplace(of.descriptor().identity.id, row);
-        }
-      });
+      if (reads.full()) flush();
     }
+    flush();
   }
 }
 

@@ -74,7 +74,7 @@ HwTableConfig::HwTableConfig(Orb::PtrConst<HwTableDescriptor> descriptor, Regist
                                        run.mapped.push_back({word, bus.registerIs(path)});
                                        run.values[number].reg = run.mapped.back().reg;
                                        run.inOrder = run.inOrder && word == number;
-                                       run.compared[word] = ~U32{0};
+                                       run.compared[word] = run.mappedBits[word] = ~U32{0};
                                      }
                                      runs_.push_back(std::move(run));
                                    });

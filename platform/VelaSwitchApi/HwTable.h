@@ -258,11 +258,13 @@ class VELA_EXPORT HwTableConfig : public Orb::PtrInterface {
   /// failure; words without a register keep what they held when the mapped ones are unchanged, and
   /// become 0 otherwise.
   RegisterBus::Read readEntry(HwIndex index);
-  /// The row was read with others, or could not be. Returns whether it could not be before.
+  /// The row was read with others, or could not be. Returns whether it could not be before. Behind
+  /// the row's values there is room up to maxRowWords of them.
   bool entryRead(const RegisterBus::RowRead& row) {
     const U32 at = position(row.index);
-    const bool asBefore = row.read == RegisterBus::Read::held && states_[at].row == Row::held &&
-                          holds(run(row.index), &images_[std::size_t{at} * rowWords_], row.values);
+    const bool asBefore =
+        row.read == RegisterBus::Read::held && states_[at].row == Row::held &&
+        holds(run(row.index), &images_[std::size_t{at} * rowWords_], row.values.data());
     return !asBefore && entryReadAnew(row, at);
   }
   /// Makes the next entryIs() of the row write whatever it is given.
@@ -330,6 +332,7 @@ class VELA_EXPORT HwTableConfig : public Orb::PtrInterface {
     std::span<const RegisterBus::RegisterValue> registers{};
     /// The bits of each word that are compared.
     StaticWords compared{};
+    StaticWords mappedBits{};  ///< All of each word that has a register.
 
     /// The registers are to be written what the image says.
     [[gnu::always_inline]] void take(const U32* image) {
@@ -379,12 +382,18 @@ class VELA_EXPORT HwTableConfig : public Orb::PtrInterface {
   static void wasWritten(State& state, bool good) {
     state = {good ? Row::held : Row::lost, state.written || good};
   }
-  static bool holds(const Run& run, const U32* image,
-                    std::span<const RegisterBus::RegisterValue> values) {
-    for (std::size_t i = 0; i < values.size(); ++i) {
-      if (values[i].value != image[run.mapped[i].word]) return false;
+  static bool holds(const Run& run, const U32* image, const RegisterBus::RegisterValue* values) {
+    U32 different = 0;
+    if (run.inOrder) [[likely]] {
+      // As many as there can be, for that number is known; as vectors.
+#pragma GCC unroll 1
+      for (U8 word = 0; word < maxRowWords; ++word) {
+        different |= (values[word].value ^ image[word]) & run.mappedBits[word];
+      }
+    } else {
+      for (const Mapped& m : run.mapped) different |= (values++)->value ^ image[m.word];
     }
-    return true;
+    return different == 0;
   }
   bool entryReadAnew(const RegisterBus::RowRead& row, U32 at);
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <array>
+#include <bit>
 
 #include "VelaSwitchApi/HwTable.h"
 
@@ -11,9 +12,8 @@ class RowReads {
  public:
   /// Adds a row, of the same bus as the others, while they are not full().
   void add(HwTableConfig& table, HwIndex index) {
-    // Mostly the registers are there, of an earlier row.
-    const Of& of = of_[count_];
-    if (of.table != &table || of.registers != table.registers(index).data()) placeIs(table, index);
+    // Mostly the registers are there, of an earlier row; no other table has them.
+    if (of_[count_].registers != table.registers(index).data()) placeIs(table, index);
     rows_[count_].index = index;
     rows_[count_++].read = RegisterBus::Read::failed;
   }
@@ -29,7 +29,17 @@ class RowReads {
     count_ = 0;
   }
   void flush() {
-    flush([](const auto&...) {});
+    flushUnread([](const auto&...) {});
+  }
+  /// As flush(), but calls `unread(table, index)` for those alone that could not be read.
+  template <class Unread>
+  void flushUnread(const Unread& unread) {
+    read();
+    for (; failed_ != 0; failed_ &= failed_ - 1) {
+      const auto at = static_cast<std::size_t>(std::countr_zero(failed_));
+      unread(*of_[at].table, rows_[at].index);
+    }
+    count_ = 0;
   }
 
  private:
@@ -45,7 +55,8 @@ class RowReads {
   std::size_t count_ = 0;
   std::array<RegisterBus::RowRead, most> rows_;
   std::array<Of, most> of_;
-  U64 late_ = 0;  ///< By row.
+  U64 late_ = 0;    ///< By row,
+  U64 failed_ = 0;  ///< like those that could not be read.
   std::array<RegisterBus::RegisterValue, most * maxRowWords> values_;
 };
 
