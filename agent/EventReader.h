@@ -11,6 +11,7 @@ class Agent;
 
 /// An announcement or a withdrawal, as values of its table.
 struct EntryEvent {
+  bool ordinary = false;  ///< Whether the line is one; only `line` and `number` are of another.
   bool withdraws = false;
   TableAdapter* table = nullptr;
   bool namesInstance = false;

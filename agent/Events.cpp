@@ -96,65 +96,67 @@ bool meets(const Json& actual, const Json& expected) {
 }
 
 void EventRunner::takeLine(std::string_view line, std::size_t behind, U64 number) {
-  EntryEvent& event = batch_[announcements_.size()];
-  // Stories are told from documents, and refusals.
-  const bool ordinary = !story_ && reader_.read(line, behind, event) && !ownerOf(*event.table);
-  const bool goesOn = ordinary && !event.withdraws && behind >= EventReader::padding &&
-                      event.table == batch_.front().table;
-  if (!announcements_.empty() && !goesOn) {
-    // What was read becomes the first of the next batch.
-    const std::size_t place = announcements_.size();
-    flush();
-    std::swap(batch_.front(), batch_[place]);
-  }
-  lineNumber_ = number;
-  if (!ordinary) return apply(documentOf(line));
-  if (batch_[announcements_.size()].withdraws) return withdraw(batch_.front());
-  batch_[announcements_.size()].number = number;
-  addToBatch();
+  EntryEvent& event = ring_[taken_++ % ring_.size()];
+  event.ordinary = reader_.read(line, behind, event);
+  if (!event.ordinary) event.line = line;
+  event.number = number;
+  take(event);
   // What has too little behind it was copied to where the next one goes.
   if (behind < EventReader::padding) flush();
 }
 
+void EventRunner::take(EntryEvent& event) {
+  // Stories are told from documents, and refusals.
+  const bool ordinary = event.ordinary && !story_ && !ownerOf(*event.table);
+  const bool goesOn =
+      ordinary && !event.withdraws && !waiting_.empty() && event.table == waiting_.front()->table;
+  if (!goesOn) flush();
+  lineNumber_ = event.number;
+  if (!ordinary) return apply(documentOf(event.line));
+  if (event.withdraws) return withdraw(event);
+  addToBatch(event);
+}
+
 /// Puts an announcement that was read to those that are to be applied.
-void EventRunner::addToBatch() {
-  EntryEvent& event = batch_[announcements_.size()];
+void EventRunner::addToBatch(EntryEvent& event) {
   Entries& entries = event.table->typed();
   try {
     entries.check(event.key, event.result);
   } catch (...) {
-    const U64 number = lineNumber_;
     flush();
-    lineNumber_ = number;
+    lineNumber_ = event.number;
     throw;
   }
   event.warnings = entries.warnings();
-  announcements_.push_back({event.key, event.result});
-  if (announcements_.size() == VelaSwitchApi::batchMost) flush();
+  waiting_.push_back(&event);
+  if (waiting_.size() == VelaSwitchApi::batchMost) flush();
 }
 
 void EventRunner::flush() {
-  if (announcements_.empty()) return;
+  if (waiting_.empty()) return;
   batchBegin_ = number_;
   batchDone_ = 0;
-  const auto all = std::exchange(announcements_, {});
+  batch_.swap(waiting_);
+  waiting_.clear();
+  announcements_.clear();
+  for (const EntryEvent* each : batch_) announcements_.push_back({each->key, each->result});
   try {
-    batch_.front().table->typed().announceAll(all, *this);
+    batch_.front()->table->typed().announceAll(announcements_, *this);
   } catch (...) {
     // The one that could not be applied has no number.
     number_ = batchBegin_ + batchDone_;
-    lineNumber_ = batch_[batchDone_].number;
+    lineNumber_ = batch_[batchDone_]->number;
     throw;
   }
 }
 
 void EventRunner::entryBegins(std::size_t number) {
   number_ = batchBegin_ + number + 1;
-  lineNumber_ = batch_[number].number;
+  lineNumber_ = batch_[number]->number;
 }
 
 void EventRunner::entryDone(std::size_t number, const EntryOutcome& outcome) {
-  const EntryEvent& event = batch_[number];
+  const EntryEvent& event = *batch_[number];
   announced(outcome.known, event.warnings);
   if (outcome.status != EntryProgrammedStatus::programmed) {
     refuse({*event.table, event.namesInstance, event.key, event.keyText, outcome.status});
@@ -208,7 +210,7 @@ void EventRunner::apply(const Json& event) {
 }
 
 EventRunner::EventRunner(Agent& agent)
-    : agent_(agent), reader_(agent), batch_(VelaSwitchApi::batchMost + 1) {
+    : agent_(agent), reader_(agent), ring_(VelaSwitchApi::batchMost + 1) {
   for (TableAdapter* table : agent_.announced()) {
     table->admissionListenerIs(
         [this, table](AnyRef key) { admitted_.emplace_back(table, AnyValue::of(key)); });
@@ -302,8 +304,8 @@ TableAdapter& EventRunner::changedTable(const Json& event) const {
 }
 
 std::optional<Desire> EventRunner::desireOf(std::string_view line) {
-  EntryEvent& read = batch_.front();
-  if (announcements_.empty() && reader_.read(line, 0, read) && !ownerOf(*read.table)) {
+  EntryEvent& read = ring_.front();
+  if (waiting_.empty() && reader_.read(line, 0, read) && !ownerOf(*read.table)) {
     if (!read.withdraws) read.table->typed().check(read.key, read.result);
     return Desire{read.withdraws, read.table, read.table->keyToJson(read.key)};
   }

@@ -69,6 +69,14 @@ class EventRunner final : private BatchListener {
   /// where EventReader::padding bytes may be read `behind` it. `number` is that of the line.
   void takeLine(std::string_view line, std::size_t behind, U64 number);
   void flush();
+  /// The halves of takeLine() of a line with EventReader::padding bytes behind it. read() reads
+  /// `event.line` into the event's values, and may do so in another thread while events that were
+  /// read before are taken; it looks at nothing that they change. The event has to stay where it is
+  /// until it is applied, as its line has.
+  void read(EntryEvent& event) {
+    event.ordinary = reader_.read(event.line, EventReader::padding, event);
+  }
+  void take(EntryEvent& event);
   /// The line that is applied, warned of or refused.
   U64 lineNumber() const { return lineNumber_; }
   /// For whoever makes events from lines and refuses one himself.
@@ -111,7 +119,7 @@ class EventRunner final : private BatchListener {
   template <class Handle>
   void numbered(const Handle& handle);
   void withdraw(const EntryEvent& event);
-  void addToBatch();
+  void addToBatch(EntryEvent& event);
   const char* ownerOf(const TableAdapter& table) const { return owner_ ? owner_(table) : nullptr; }
   void entryBegins(std::size_t number) override;
   void entryDone(std::size_t number, const EntryOutcome& outcome) override;
@@ -138,10 +146,11 @@ class EventRunner final : private BatchListener {
 
   Agent& agent_;
   EventReader reader_;
-  /// Announcements that are to be applied together, and behind them what is read next. Their memory
-  /// is used again, as is that of the result line.
-  std::vector<EntryEvent> batch_;
-  std::vector<Entries::Announcement> announcements_;
+  std::vector<EntryEvent> ring_;      ///< What takeLine() read; used in turn.
+  U64 taken_ = 0;                     ///< Of the ring.
+  std::vector<EntryEvent*> waiting_;  ///< Announcements that are to be applied together,
+  std::vector<EntryEvent*> batch_;    ///< and those that are,
+  std::vector<Entries::Announcement> announcements_;  ///< by their values.
   U64 batchBegin_ = 0;  ///< The number of the last event before the batch,
   U64 batchDone_ = 0;   ///< and how many of it are done.
   U64 lineNumber_ = 0;

@@ -3,9 +3,11 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <array>
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
+#include <future>
 #include <iostream>
 
 #include "Lines.h"
@@ -16,6 +18,7 @@
 
 namespace VelaTool {
 
+using VelaAgent::EntryEvent;
 using VelaAgent::EventReader;
 using VelaDevice::Memory;
 
@@ -147,26 +150,60 @@ bool PrefixEvents::read(std::string_view line, std::string& event) {
 
 namespace {
 
-/// Hands lines to a runner: events, or a list of prefixes where that may be.
-class LineTaker {
+/// Lines that were read together, but for those that hold nothing.
+struct Block {
+  std::string text;
+  bool prefixes = false;           ///< Whether they are a list of prefixes, and no events.
+  std::vector<EntryEvent> events;  ///< Used again, so perhaps more than there are lines.
+  std::size_t lines = 0;
+};
+
+/// Reads a file's lines, and the events that they are.
+class BlockReader {
  public:
-  LineTaker(EventRunner& runner, Form form) : runner_(runner), form_(form) {}
+  BlockReader(Lines& lines, EventRunner& runner, Form form)
+      : lines_(lines), runner_(runner), form_(form) {}
+
+  /// False at the end. The runner may take what was read before meanwhile.
+  bool read(Block& block) {
+    if (!lines_.next(block.text)) return false;
+    block.lines = 0;
+    for (std::string_view rest = block.text; !rest.empty();) {
+      const std::string_view line = takeLine(rest);
+      ++number_;
+      const std::size_t begin = line.find_first_not_of(" \t\r");
+      if (begin == std::string_view::npos) continue;
+      if (!prefixes_) prefixes_ = form_ == Form::eventsOrPrefixes && line[begin] != '{';
+      if (block.lines == block.events.size()) block.events.emplace_back();
+      EntryEvent& event = block.events[block.lines++];
+      event.line = line;
+      event.number = number_;
+      if (!*prefixes_) runner_.read(event);
+    }
+    block.prefixes = prefixes_.value_or(false);
+    return true;
+  }
+
+ private:
+  Lines& lines_;
+  EventRunner& runner_;
+  Form form_;
+  std::optional<bool> prefixes_;  ///< Once a line told.
+  U64 number_ = 0;
+};
+
+/// Hands a list of prefixes to a runner, line by line.
+class PrefixTaker {
+ public:
+  explicit PrefixTaker(EventRunner& runner) : runner_(runner) {}
 
   void take(std::string_view line, U64 number) {
-    const std::size_t begin = line.find_first_not_of(" \t\r");
-    if (begin == std::string_view::npos) return;
-    if (form_ == Form::eventsOrPrefixes && ring_.empty()) {
-      form_ = Form::events;
-      if (line[begin] != '{') ring_.resize(VelaSwitchApi::batchMost + 2);
-    }
-    if (ring_.empty()) return runner_.takeLine(line, EventReader::padding, number);
     // Until it is applied an event stays where it is.
     std::string& event = ring_[taken_ % ring_.size()];
     if (!readPrefix(line, number, event)) return;
     ++taken_;
-    const std::size_t size = event.size();
-    event.append(EventReader::padding, ' ');
-    runner_.takeLine(std::string_view(event.data(), size), EventReader::padding, number);
+    event.reserve(event.size() + EventReader::padding);
+    runner_.takeLine(event, EventReader::padding, number);
   }
 
  private:
@@ -182,9 +219,8 @@ class LineTaker {
   }
 
   EventRunner& runner_;
-  Form form_;
   PrefixEvents prefixes_{0, VelaAgent::nexthopNumbers};
-  std::vector<std::string> ring_;
+  std::vector<std::string> ring_ = std::vector<std::string>(VelaSwitchApi::batchMost + 2);
   std::size_t taken_ = 0;
 };
 
@@ -235,13 +271,13 @@ AskedSwitch::AskedSwitch(const Options& options, const std::string& command)
 
 bool applyFile(const std::string& name, const Options& options, EventRunner& runner, Form form) {
   Lines lines(name);
-  LineTaker taker(runner, form);
+  BlockReader reader(lines, runner, form);
+  PrefixTaker prefixes(runner);
   // What every event did is told as it goes.
   Progress progress(options.verbose || options.json);
   const double size = sizeOf(name);
   double done = 0;
   bool good = true;
-  U64 number = 0;
   const auto tell = [&](const char* kind, const std::string& text) {
     progress.hide();
     std::cout << std::flush;
@@ -263,20 +299,28 @@ bool applyFile(const std::string& name, const Options& options, EventRunner& run
       going = options.keepGoing;
     }
   };
-  while (going) {
-    // What was put off is applied before lines go, and before anybody waits for more of them.
-    if (!lines.ready()) {
-      attempt([&] { runner.flush(); });
-      std::cout << std::flush;
+  // What comes next is read beside what is applied, where nobody is to be waited for.
+  const auto when =
+      lines.inFile() ? std::launch::async | std::launch::deferred : std::launch::deferred;
+  const auto readTo = [&](Block& block) {
+    return std::async(when, [&] { return reader.read(block); });
+  };
+  std::array<Block, 2> blocks;
+  auto reading = readTo(blocks[0]);
+  for (std::size_t at = 0; going && reading.get(); at ^= 1) {
+    Block& block = blocks[at];
+    reading = readTo(blocks[at ^ 1]);
+    for (std::size_t i = 0; going && i < block.lines; ++i) {
+      EntryEvent& event = block.events[i];
+      attempt(
+          [&] { block.prefixes ? prefixes.take(event.line, event.number) : runner.take(event); });
     }
-    const auto line = going ? lines.next() : std::nullopt;
-    if (!line) break;
-    ++number;
-    done += static_cast<double>(line->size() + 1);
+    // What was put off is applied before anybody waits for more.
+    attempt([&] { runner.flush(); });
+    std::cout << std::flush;
+    done += static_cast<double>(block.text.size());
     if (size != 0) progress.is(done / size);
-    attempt([&] { taker.take(*line, number); });
   }
-  attempt([&] { runner.flush(); });
   runner.warningListenerIs(nullptr);
   return good;
 }

@@ -1,10 +1,10 @@
 #include "Lines.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstring>
 
 #include "agent/EventReader.h"
 
@@ -14,7 +14,7 @@ using VelaAgent::EventReader;
 
 namespace {
 
-constexpr std::size_t blockSize = 1 << 18;
+constexpr std::size_t blockSize = 1 << 17;
 
 }  // namespace
 
@@ -29,46 +29,32 @@ Lines::~Lines() {
 
 void Lines::refuse() const { throw VelaAgent::InputException("cannot read " + name_); }
 
-bool Lines::ready() const {
-  // Nothing was read yet, perhaps, and then there is no buffer to look into.
-  return begin_ != end_ && std::memchr(buffer_.data() + begin_, '\n', end_ - begin_) != nullptr;
+bool Lines::inFile() const {
+  struct stat status {};
+  return ::fstat(file_, &status) == 0 && S_ISREG(status.st_mode);
 }
 
-std::optional<std::string_view> Lines::next() {
-  std::size_t searched = 0;
+bool Lines::next(std::string& block) {
+  block.assign(rest_);
+  rest_.clear();
   for (;;) {
-    const char* text = buffer_.data() + begin_;
-    const std::size_t size = end_ - begin_;
-    const void* newline =
-        size == searched ? nullptr : std::memchr(text + searched, '\n', size - searched);
-    if (newline) {
-      const auto length = static_cast<std::size_t>(static_cast<const char*>(newline) - text);
-      begin_ += length + 1;
-      return std::string_view(text, length);
-    }
-    searched = size;
-    if (readMore()) continue;
-    if (size == 0) return std::nullopt;
-    begin_ = end_;
-    return std::string_view(buffer_.data() + end_ - size, size);
+    const std::size_t size = block.size();
+    block.resize(size + blockSize);
+    ssize_t count = 0;
+    do {
+      count = ::read(file_, block.data() + size, blockSize);
+    } while (count < 0 && errno == EINTR);
+    if (count < 0) refuse();
+    block.resize(size + static_cast<std::size_t>(count));
+    if (count == 0) break;
+    const std::size_t newline = std::string_view(block).substr(size).rfind('\n');
+    if (newline == std::string_view::npos) continue;
+    rest_.assign(block, size + newline + 1);
+    block.resize(size + newline + 1);
+    break;
   }
-}
-
-/// Reads behind what is there, with room behind that. False at the end.
-bool Lines::readMore() {
-  std::copy(buffer_.data() + begin_, buffer_.data() + end_, buffer_.data());
-  end_ -= begin_;
-  begin_ = 0;
-  if (end_ + blockSize + EventReader::padding > buffer_.size()) {
-    buffer_.resize(2 * end_ + blockSize + EventReader::padding);
-  }
-  ssize_t count = 0;
-  do {
-    count = ::read(file_, buffer_.data() + end_, buffer_.size() - end_ - EventReader::padding);
-  } while (count < 0 && errno == EINTR);
-  if (count < 0) refuse();
-  end_ += static_cast<std::size_t>(count);
-  return count > 0;
+  block.reserve(block.size() + EventReader::padding);
+  return !block.empty();
 }
 
 }  // namespace VelaTool

@@ -1,13 +1,11 @@
 #pragma once
 
-#include <optional>
 #include <string>
 #include <string_view>
-#include <vector>
 
 namespace VelaTool {
 
-/// The lines of a file, or of standard input: read in large blocks and handed out where they lie.
+/// The lines of a file, or of standard input, in large blocks.
 class Lines {
  public:
   /// Throws InputException when the file cannot be read.
@@ -16,21 +14,25 @@ class Lines {
   Lines(const Lines&) = delete;
   Lines& operator=(const Lines&) = delete;
 
-  /// The next line, which stays where it is until the next call and has EventReader::padding bytes
-  /// behind it; nothing at the end.
-  std::optional<std::string_view> next();
-  /// Whether a whole line is there already, so that those handed out before stay where they are.
-  bool ready() const;
+  /// Reads what comes next, whole lines, with EventReader::padding bytes behind them. False at the
+  /// end. Throws InputException when they cannot be read.
+  bool next(std::string& block);
+  /// Whether there is nobody to wait for: all lines are in a file.
+  bool inFile() const;
 
  private:
-  bool readMore();
   [[noreturn]] void refuse() const;
 
   std::string name_;
   int file_;
-  std::vector<char> buffer_;
-  std::size_t begin_ = 0;  ///< What was read and not handed out.
-  std::size_t end_ = 0;
+  std::string rest_;  ///< What was read behind the last block: a line's begin.
 };
+
+/// Takes the first line from the text, which it goes without.
+inline std::string_view takeLine(std::string_view& text) {
+  const std::string_view line = text.substr(0, text.find('\n'));
+  text.remove_prefix(line.size() + (line.size() < text.size() ? 1 : 0));
+  return line;
+}
 
 }  // namespace VelaTool

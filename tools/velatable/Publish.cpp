@@ -136,14 +136,14 @@ void Publisher::publish() {
 void Publisher::addFile(const std::string& name) {
   Lines lines(name);
   U64 number = 0;
-  for (;;) {
+  for (std::string block; lines.next(block);) {
+    for (std::string_view rest = block; !rest.empty();) {
+      const std::string_view line = takeLine(rest);
+      addLine((name == "-" ? "stdin" : name) + ":" + std::to_string(++number) + ": ", line);
+    }
     // Nobody waits for more before what came is told.
-    if (!lines.ready()) endPart();
-    const auto line = lines.next();
-    if (!line) break;
-    addLine((name == "-" ? "stdin" : name) + ":" + std::to_string(++number) + ": ", *line);
+    endPart();
   }
-  endPart();
 }
 
 void Publisher::addLine(const std::string& place, std::string_view line) {

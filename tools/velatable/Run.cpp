@@ -1,6 +1,7 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <future>
 #include <iostream>
 
 #include "Commands.h"
@@ -61,6 +62,37 @@ struct Outputs {
   bool json = false;
 };
 
+/// Hands lines to a file in large blocks, each of which is written beside what makes the next.
+class LineWriter {
+ public:
+  explicit LineWriter(std::ostream& file) : file_(file) {}
+  ~LineWriter() { finish(); }
+  LineWriter(const LineWriter&) = delete;
+  LineWriter& operator=(const LineWriter&) = delete;
+
+  void add(const std::string& line) {
+    constexpr std::size_t blockSize = 1 << 17;
+    (lines_ += line) += '\n';
+    if (lines_.size() < blockSize) return;
+    if (writing_.valid()) writing_.get();
+    written_.swap(lines_);
+    lines_.clear();
+    writing_ = std::async([this] { file_ << written_; });
+  }
+  /// The file has all lines then.
+  void finish() {
+    if (writing_.valid()) writing_.get();
+    file_ << lines_;
+    lines_.clear();
+  }
+
+ private:
+  std::ostream& file_;
+  std::string lines_;
+  std::string written_;  ///< While it is.
+  std::future<void> writing_;
+};
+
 /// Tells what events did, up to a number of them.
 class Story {
  public:
@@ -106,6 +138,7 @@ class Run {
   std::optional<std::ofstream> writes_ = outputFile(options_.writes);
   std::optional<std::ofstream> statuses_ = outputFile(options_.status);
   Outputs outputs_{options_};
+  std::optional<LineWriter> resultLines_;
   std::chrono::steady_clock::time_point begin_ = std::chrono::steady_clock::now();
   MadeAgent agent_{profile_, chip_};
   EventRunner runner_{agent_};
@@ -141,7 +174,10 @@ void Run::start() {
 void Run::tellEvents() {
   runner_.explainIs(options_.explain);
   runner_.warnOfRepeatsIs(options_.verbose);
-  if (outputs_.results) {
+  if (outputs_.file) {
+    LineWriter& lines = resultLines_.emplace(*outputs_.file);
+    runner_.resultListenerIs([&lines](const std::string& line) { lines.add(line); });
+  } else if (outputs_.results) {
     runner_.resultListenerIs(
         [&out = *outputs_.results](const std::string& line) { out << line << '\n'; });
   }
@@ -221,6 +257,7 @@ int Run::operator()() {
   start();
   tellEvents();
   const bool good = reconcile(applyEvents());
+  if (resultLines_) resultLines_->finish();
   takeFigures();
   report();
   finishFiles();
