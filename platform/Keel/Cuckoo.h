@@ -127,6 +127,7 @@ class VELA_EXPORT Table {
   void waitIs(HashItem& item);
   /// An item does not wait any more, if it did.
   void waitDel(HashItem& item);
+  void waitDel() { waiting_.clear(); }  ///< Nobody waits any more.
   /// The item of the same hardware key that waits, or null.
   HashItem* findWaiting(const HashItem& key) const;
   /// Those that were refused and asked to wait.

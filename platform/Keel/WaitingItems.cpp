@@ -1,5 +1,7 @@
 #include "Keel/WaitingItems.h"
 
+#include <utility>
+
 #include "Orb/Assert.h"
 #include "Orb/Hash.h"
 
@@ -48,6 +50,16 @@ void WaitingItems::del(HashItem& item) {
   node.next[0] = free_;
   free_ = at;
   const Orb::Ptr<HashItem> released = std::move(node.item);
+}
+
+void WaitingItems::clear() {
+  const auto gone = std::exchange(nodes_, {});
+  heads_.clear();
+  free_ = none;
+  index_ = Orb::RecordIndex(&tagOf);
+  for (const Node& node : gone) {
+    if (node.item) node.item->slot_ = HashItem::unplaced;
+  }
 }
 
 HashItem* WaitingItems::equal(const HashItem& key) const {

@@ -22,6 +22,7 @@ class VELA_EXPORT WaitingItems {
   void add(HashItem& item);
   /// Takes out an item that waits.
   void del(HashItem& item);
+  void clear();  ///< Takes out all of them.
   /// The item of the same hardware key, or null.
   HashItem* equal(const HashItem& key) const;
   /// It is asked for soon.

@@ -68,11 +68,15 @@ Orb::Ptr<HwTableConfig> PhysicalHashTable::hwTable(HwTableId id) const {
 
 void PhysicalHashTable::swTableDel(HashBaseTable* table) {
   const auto owned = [&](const auto& entry) { return &entry->table() == table; };
-  Entries gone;
-  engine_.waiting().forEach([&](Keel::Cuckoo::HashItem& item) {
-    if (&entryOf(item).table() == table) gone.emplace_back(&entryOf(item));
-  });
-  for (const auto& entry : gone) engine_.waitDel(*entry);
+  if (helpers_.size() == 1 && helpers_.front()->swTable() == table) {
+    engine_.waitDel();
+  } else {
+    Entries gone;
+    engine_.waiting().forEach([&](Keel::Cuckoo::HashItem& item) {
+      if (&entryOf(item).table() == table) gone.emplace_back(&entryOf(item));
+    });
+    for (const auto& entry : gone) engine_.waitDel(*entry);
+  }
   for (HwIndex index = 0; index < engine_.capacity(); ++index) {
     const Orb::Ptr<HashBaseCuckooEntry> entry = entryAt(index);
     if (entry && &entry->table() == table) engine_.remove(*entry);
