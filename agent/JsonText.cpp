@@ -18,11 +18,12 @@ void appendPart(std::string& line, U64 number) {
 }
 
 void appendPart(std::string& line, Quoted string) {
-  const bool plain = std::all_of(string.text.begin(), string.text.end(), [](char c) {
-    return c >= ' ' && c < 0x7f && c != '"' && c != '\\';
-  });
+  bool plain = true;
+  for (const char c : string.text) plain &= c >= ' ' && c < 0x7f && c != '"' && c != '\\';
   if (plain) {
-    append(line, "\"", string.text, "\"");
+    line += '"';
+    line += string.text;
+    line += '"';
   } else {
     line += Json(string.text).dump();
   }
@@ -38,11 +39,11 @@ void appendPart(std::string& line, Orb::Hex number) {
 }
 
 void appendCompact(std::string& line, std::string_view json) {
-  constexpr std::string_view space = " \t\r\n";
-  const auto isSpace = [&](char c) { return space.find(c) != std::string_view::npos; };
-  const bool none = std::all_of(space.begin(), space.end(),
-                                [&](char c) { return json.find(c) == std::string_view::npos; });
-  if (none) {
+  const auto isSpace = [](char c) { return static_cast<U8>(c) <= ' '; };
+  // Mostly there is none, even in strings; a loop over all of it becomes vectors.
+  bool some = false;
+  for (const char c : json) some |= isSpace(c);
+  if (!some) {
     line += json;
     return;
   }

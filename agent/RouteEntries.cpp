@@ -31,6 +31,11 @@ RouteEntries::RouteEntries(VelaRoutes::RouteWriter& writer, const VelaSwitch::Pr
       profile_(profile),
       levels_(std::move(levels)) {
   routes_.admissionListenerIs(this);
+  for (U8 len = 0; len <= 32; ++len) {
+    levelOf_[len] = *std::find_if(levels_.begin(), levels_.end(), [&](const TableEntries* each) {
+      return each->fills(writer.tableOf(len));
+    });
+  }
 }
 
 void RouteEntries::checkResult(AnyRef result, std::vector<std::string>&) const {
@@ -55,12 +60,6 @@ bool RouteEntries::pollHitBits(Orb::Seconds now) {
   bool good = true;
   for (TableEntries* level : levels_) good = level->pollHitBits(now) && good;
   return good;
-}
-
-const TableEntries& RouteEntries::levelOf(const Key& route) const {
-  const VelaSwitchApi::SwTable& table = routes_.writer().tableOf(route.prefix().len());
-  return **std::find_if(levels_.begin(), levels_.end(),
-                        [&](const TableEntries* each) { return each->fills(table); });
 }
 
 bool RouteEntries::fills(const VelaSwitchApi::SwTable& table) const {

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <array>
+
 #include "VelaRoutes/Routes.h"
 #include "agent/TableEntries.h"
 
@@ -30,7 +32,7 @@ class RouteEntries final : public Entries, private VelaRoutes::AdmissionListener
 
   const VelaSwitch::ProfileInfo& profile() const override { return profile_; }
   /// The table that an entry of the key is to be in.
-  const TableEntries& levelOf(const Key& route) const;
+  const TableEntries& levelOf(const Key& route) const { return *levelOf_[route.prefix().len()]; }
 
   void announceAll(std::span<const Announcement> all, BatchListener& listener) override;
   bool withdraw(AnyRef key) override { return routes_.withdraw(key.as<Key>()); }
@@ -65,6 +67,7 @@ class RouteEntries final : public Entries, private VelaRoutes::AdmissionListener
   VelaRoutes::Routes routes_;
   const VelaSwitch::ProfileInfo& profile_;
   std::vector<TableEntries*> levels_;
+  std::array<const TableEntries*, 33> levelOf_;  ///< By a prefix's length.
 };
 
 }  // namespace VelaAgent
