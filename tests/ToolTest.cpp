@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <map>
 
 #include "Tool.h"
@@ -139,6 +140,26 @@ TEST_F(Tool, linesAreReadWhereverTheyEnd) {
   events(text + "{");
   EXPECT_EQ(run("run - --json < events"), 2);
   EXPECT_EQ(read("err"), "stdin:20003: not a JSON object: column 2 of {\n");
+}
+
+TEST_F(Tool, whatIsReadAheadIsToldInItsTurn) {
+  std::string text;
+  std::string refusals;
+  for (U32 i = 1; i <= 12000; ++i) {
+    const std::string number = std::to_string(i);
+    const bool bad = i % 2000 == 0;
+    text += bad ? "{\n" : R"({"op":"set","table":"HashTest","key":)" + number + "}\n";
+    if (bad) refusals += "events:" + number + ": not a JSON object: column 2 of {\n";
+  }
+  events(text);
+  EXPECT_EQ(run("run events --keep-going --json --results results"), 2);
+  EXPECT_EQ(read("err"), refusals);
+  EXPECT_EQ(Json::parse(read("out"))["events"], 11994);
+  std::vector<U64> refused;
+  for (const Json& line : lines("results")) refused.push_back(line["key"]);
+  EXPECT_EQ(refused.size(), Json::parse(read("out"))["refusals"]);
+  EXPECT_TRUE(std::is_sorted(refused.begin(), refused.end()));
+  EXPECT_GT(refused.size(), 5000u);
 }
 
 TEST_F(Tool, theSwitchIsKeptAcrossRuns) {
