@@ -66,8 +66,9 @@ class MemoryBus final : public VelaSwitchApi::RegisterBus {
     if (waitNs != 0) waits();
     if (table.rowWords == 0 || table.present[index] == 0) return Read::absent;
     const U32* words = &table.words[index * table.rowWords];
-#pragma GCC unroll 4
-    for (std::size_t i = 0; i < values.size(); ++i) values[i].value = words[i];
+    for (std::size_t i = 0; i < VelaSwitchApi::maxRowWords && i != values.size(); ++i) {
+      values[i].value = words[i];
+    }
     return Read::held;
   }
   void rows(std::span<RowRead> rows) override {
