@@ -1,6 +1,5 @@
 #include "VelaRoutes/HashedLevel.h"
 
-#include <algorithm>
 #include <utility>
 
 namespace VelaRoutes {
@@ -69,8 +68,9 @@ LpmResult HashedLevel::resultOf(const RouteKey& key, const Tree& tree) {
   const std::array<U8, Tree::cells>& owners = tree.owners();
   for (U32 i = 0; i < Tree::cells; ++i) {
     const U32 owner = owners[i];
+    if (owner == Tree::none) continue;
     const auto length = static_cast<U8>(key.prefix().len() + Tree::extra(owner));
-    result.cells.value[i] = cellOf(tree.nexthop(owner), owner == Tree::none ? U8{0} : length);
+    result.cells.value[i] = cellOf(tree.nexthop(owner), length);
   }
   return result;
 }
@@ -115,24 +115,17 @@ void HashedLevel::stateRoute(const LpmRoutes& shared, U32, LpmStatus& status) co
 void HashedLevel::program(LpmRoutes& shared) {
   const RouteKey key = shared.key;
   const LpmResult result = resultOf(key, shared.tree);
-  const U32 tag = shared.tag;
-  const Writing writing(*this);
   // Held on to: the record may be dropped on the way.
-  Orb::Ptr<VelaSwitchApi::HashBaseCuckooEntry> item;
-  bool changed = false;
-  if (batch_ && staging_.on) {
-    changed = batch_->entryIs(staging_.number, key, result, tag);
-  } else {
-    item = known(shared) ? shared.item : &table_->recordIs(key, tag);
-    changed = table_->entryIs(static_cast<Record&>(*item), result);
-  }
+  const Orb::Ptr<VelaSwitchApi::HashBaseCuckooEntry> item = known(shared) ? shared.item : nullptr;
+  const Writing writing(*this);
+  const U32 tag = shared.tag;
+  const bool changed = batch_ && staging_.on ? batch_->entryIs(staging_.number, key, result, tag)
+                       : item                ? table_->entryIs(static_cast<Record&>(*item), result)
+                                             : table_->entryIs(key, result, tag);
   // Whoever heard of it may have withdrawn all of them.
   LpmRoutes* const now = routes().routesOf(key);
   if (!now) return;
-  if (!known(*now)) {
-    const bool cached = item && item->has(KeyRecord::cached);
-    now->item = cached ? std::move(item) : table_->cachedItem(key);
-  }
+  if (!known(*now)) now->item = table_->cachedItem(key, tag);
   if (!changed && !inHardware(*now)) table_->handleEntry(key);
 }
 

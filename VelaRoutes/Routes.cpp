@@ -42,7 +42,7 @@ class Routes::Announcing {
   void announce(std::size_t number) {
     const auto [route, nexthop] = routeAt_(number);
     // Rows of the first level, several of a route, are not staged.
-    if (number - told_ == VelaSwitchApi::batchMost || (staged_ && batch_.staged(route)) ||
+    if (number - told_ == VelaSwitchApi::batchMost || batch_.staged(route) ||
         !routes_.writer_.levelOf(route.prefix().len())) {
       tellAll();
     }
@@ -51,10 +51,7 @@ class Routes::Announcing {
     const bool known = routes_.announced(route);
     const bool changed = routes_.begin(route, nexthop);
     changes_.push_back({known, changed});
-    if (batch_.staged(route)) {
-      staged_ = true;
-      return;
-    }
+    if (batch_.staged(route)) return;
     if (changed || routes_.status(route) != Status::programmed) tellAll();
   }
 
@@ -62,8 +59,7 @@ class Routes::Announcing {
     // Whoever hears of routes may announce others; and one that is tried again is told what becomes
     // of it.
     batch_.stagingIs(false);
-    if (staged_) batch_.flush();
-    staged_ = false;
+    batch_.flush();
     while (told_ < changes_.size()) {
       const std::size_t number = told_++;
       const Key& route = routeAt_(number).first;
@@ -89,7 +85,6 @@ class Routes::Announcing {
   std::vector<Change> changes_;
   RouteWriter::Batch batch_{routes_.writer_};
   std::size_t told_ = 0;
-  bool staged_ = false;  ///< Rows are, of some that were not told.
 };
 
 void Routes::announceAll(std::size_t count, const RouteAt& routeAt, BatchListener& listener) {

@@ -33,17 +33,11 @@ U32 hashKey(const U8* buffer, U8 way, U8 bits, U8 crcLength) {
 }
 
 void checkCell(const EntryCellResult& cell, U8 prefixLen) {
+  if (!cell.valid()) return;
   const U8 realPrefixLen = cell.realPrefixLen();
   constexpr U8 prefixRange = LpmLevel::prefixRange;
-  if (!cell.valid() || static_cast<U8>(realPrefixLen - prefixLen) <= prefixRange) return;
   ORB_ASSERT(realPrefixLen >= prefixLen);
   ORB_ASSERT(realPrefixLen <= prefixLen + prefixRange);
-}
-
-U64 encodedCell(const LpmBaseHelper& helper, const EntryCellResult& cell) {
-  const LpmLevel& level = helper.level();
-  checkCell(cell, level.prefixBaseLen);
-  return cell.hwEncoding(false, level.longest(), helper.profile().hwApi());
 }
 
 }  // namespace
@@ -105,27 +99,24 @@ void LpmBaseFamily::check(const LpmBaseHelper& helper, const Key& key, const Res
 
 void LpmBaseFamily::packMore(const LpmBaseHelper& helper, const Key& key, const Result& result,
                              bool valid, CuckooLocation, Writer& row) {
+  const LpmLevel& level = helper.level();
   if (valid) row.set<"wholeAddress">(key.prefix().address().number());
+  constexpr std::size_t cell0 = fieldNumber<LpmBaseFamily, "cell0">();
+  constexpr std::size_t length0 = fieldNumber<LpmBaseFamily, "realLength0">();
+  U64 cells = 0;
+  U64 lengths = 0;
   for (U8 i = 0; i < EntryCellIndex::count; ++i) {
     const EntryCellResult& cell = result.cells()[i];
-    row.set(fieldNumber<LpmBaseFamily, "cell0">() + i, encodedCell(helper, cell));
-    row.set(fieldNumber<LpmBaseFamily, "realLength0">() + i, cell.realPrefixLen());
+    checkCell(cell, level.prefixBaseLen);
+    const U64 encoding = cell.hwEncoding(false, level.longest(), helper.profile().hwApi());
+    cells |= encoding << i * cellBits;
+    lengths |= U64{cell.realPrefixLen()} % (1u << realLengthBits) << i * realLengthBits;
   }
-}
-
-void LpmBaseFamily::packAtOnce(const LpmBaseHelper& helper, const Key& key, const Result& result,
-                               bool valid, U64 stored, Writer& row) {
-  // From the valid bit on.
-  U64 entry = valid ? U64{1} | U64{result.cpuTrap()} << (1 + 4 * cellBits) : 0;
-  U32 lengths = 0;
+  if (row.setAdjacent(cell0, cells) && row.setAdjacent(length0, lengths)) return;
   for (U8 i = 0; i < EntryCellIndex::count; ++i) {
-    const EntryCellResult& cell = result.cells()[i];
-    entry |= encodedCell(helper, cell) << (1 + i * cellBits);
-    lengths |= cell.realPrefixLen() % (1u << realLengthBits) << i * realLengthBits;
+    row.set(cell0 + i, cells >> i * cellBits);
+    row.set(length0 + i, lengths >> i * realLengthBits);
   }
-  row.setWithParity(valid ? stored : 0, helper.storedWidth(), entry, 2 + 4 * cellBits);
-  if (valid) row.words()[addressWord] = key.prefix().address().number();
-  row.words()[lengthsWord] = lengths;
 }
 
 void LpmBaseFamily::unpackMore(const LpmBaseHelper& helper, const Reader& row, Result& result) {

@@ -145,7 +145,7 @@ void EventRunner::flush() {
   } catch (...) {
     // The one that could not be applied has no number.
     number_ = batchBegin_ + batchDone_;
-    lineNumber_ = batch_[batchDone_]->number;
+    lineNumber_ = batch_[std::min<U64>(batchDone_, batch_.size() - 1)]->number;
     throw;
   }
 }

@@ -1,6 +1,5 @@
 #include "agent/JsonText.h"
 
-#include <algorithm>
 #include <charconv>
 
 #include "agent/Json.h"

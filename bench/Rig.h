@@ -112,7 +112,7 @@ class MemoryBus final : public VelaSwitchApi::RegisterBus {
   }
   [[gnu::noinline]] bool firstRowIs(TableHandle handle, HwIndex index,
                                     std::span<const RegisterValue> writes) {
-    tables_[handle].holds(writes.size());
+    tables_[handle].holds(std::max<std::size_t>(writes.size(), 1));
     return MemoryBus::rowIs(handle, index, writes);
   }
   /// True, so that it can be the last thing that is done.

@@ -93,7 +93,7 @@ void RouteService::rebuild() {
     const auto& to = result.as<NexthopIndexes>();
     const U16 lag = to.l3LagIndex().value();
     if (lag >= Nexthops::lagCount) return;
-    const Slot slot{static_cast<U8>(lag), static_cast<U8>(to.rewriteIndex())};
+    const Slot slot{static_cast<U8>(lag), to.rewriteIndex()};
     nexthops_.rebuilt(slot);
     // What is in no VRF of ours goes with all that nobody claims.
     if (!tables_.contains(at.vrf())) return orphans_.push_back(slot);

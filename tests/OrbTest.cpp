@@ -210,24 +210,23 @@ TEST(Value, realKeysFallEvenly) {
 TEST(Value, wordsAreThoseOfTheFields) {
   using Key = VelaSwitch::NatMatchKey;
   alignas(Key) std::array<U8, sizeof(Key)> memory[2];
-  memory[0].fill(0);
-  memory[1].fill(0xff);
-  const auto at = [&](int i) { return reinterpret_cast<Key*>(&memory[i]); };
+  const std::array at{new (&memory[0]) Key, new (&memory[1]) Key};
   for (const int i : {0, 1}) {
-    Orb::forEachField(*at(i), [](auto& field) { field.value = {}; });
+    memory[i].fill(i == 0 ? 0 : 0xff);
+    Orb::forEachField(*at[i], [](auto& field) { field.value = {}; });
   }
   const auto same = [&] {
-    return VelaSwitchApi::sameKey(*at(0), *at(1)) &&
-           VelaSwitchApi::entryTag(*at(0)) == VelaSwitchApi::entryTag(*at(1)) &&
-           Orb::storedWords(*at(0)) == Orb::gatheredWords(*at(1));
+    return VelaSwitchApi::sameKey(*at[0], *at[1]) &&
+           VelaSwitchApi::entryTag(*at[0]) == VelaSwitchApi::entryTag(*at[1]) &&
+           Orb::storedWords(*at[0]) == Orb::gatheredWords(*at[1]);
   };
   ASSERT_TRUE(same());
-  Orb::forEachField(*at(0), [&](auto& field) {
+  Orb::forEachField(*at[0], [&](auto& field) {
     for (std::size_t byte = 0; byte < sizeof field; ++byte) {
       U8& flipped = reinterpret_cast<U8*>(&field)[byte];
       flipped ^= 0x10;
-      EXPECT_FALSE(VelaSwitchApi::sameKey(*at(0), *at(1)));
-      EXPECT_NE(VelaSwitchApi::entryTag(*at(0)), VelaSwitchApi::entryTag(*at(1)));
+      EXPECT_FALSE(VelaSwitchApi::sameKey(*at[0], *at[1]));
+      EXPECT_NE(VelaSwitchApi::entryTag(*at[0]), VelaSwitchApi::entryTag(*at[1]));
       flipped ^= 0x10;
     }
   });

@@ -129,7 +129,11 @@ class VELA_EXPORT HashFamilyTableBase
 
   /// The item of a key that is programmed or waits to be; null when there is none.
   Orb::Ptr<Entry> cachedItem(const Key& key) const {
-    auto* record = Store::recordOf(key);
+    return cachedItem(key, VelaSwitchApi::entryTag(key));
+  }
+  /// The same when the key's hash is known.
+  Orb::Ptr<Entry> cachedItem(const Key& key, U32 tag) const {
+    auto* record = Store::recordOf(key, tag);
     return record && record->has(KeyRecord::cached) ? static_cast<Entry*>(record) : nullptr;
   }
   /// The same by its other name.
@@ -202,6 +206,7 @@ class VELA_EXPORT HashFamilyTableBase
   }
 
  private:
+  friend HashFamilyTableStatus<F>;
   static const HashFamilyEntry<F>& entryOf(const HashItem& item) {
     return static_cast<const HashFamilyEntry<F>&>(item);
   }

@@ -24,8 +24,6 @@
 ///   unpackKey(bits, row, key) the key of a row; false for a row that holds none
 ///   packMore(helper, key, result, valid, location, row)   before the parity is worked out; what
 ///                             fields of the result it packs is said by handPacked, see Row.h
-///   packAtOnce(helper, key, result, valid, stored, row)   what all that packs fields comes to,
-///                             but the place, of a row that is not traced
 ///   unpackMore(helper, row, result)
 ///   isEntry(row, location)    whether the row holds an entry; else its `valid` bit says it
 ///   sample(helper, bits, key, result)   makes an entry of the table of a key and a result with the

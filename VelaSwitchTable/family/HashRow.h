@@ -102,12 +102,6 @@ class VELA_EXPORT HashFamilyHelperBase : public VelaTableHashHelper {
   void setRow(const HashBaseCuckooEntry& entry, CuckooLocation location, U8* image) const {
     const Entry& packed = static_cast<const Entry&>(entry);
     RowWriterOf<F> row(layout(), image, "setHwBuffer", traced);
-    if constexpr (requires { &F::packAtOnce; } && !traced) {
-      KeyBits bits = packed.packed();
-      bits.drop(implied());
-      F::packAtOnce(self(), packed.key(), packed.result(), packed.valid(), bits.words()[0], row);
-      return row.setPlace(location.row, location.way);
-    }
     if (packed.valid()) {
       KeyBits bits = packed.packed();
       bits.drop(implied());

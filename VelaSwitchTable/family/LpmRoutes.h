@@ -26,9 +26,6 @@ struct LpmResult {
   Orb::Field<"cells", Cells> cells;     ///< Of each the longest route of the level that covers it.
   Orb::Field<"cpuTrap", bool> cpuTrap;  ///< Packets go to the CPU.
   auto operator<=>(const LpmResult&) const = default;
-  bool operator==(const LpmResult& other) const {
-    return Orb::sameBytes(cells, other.cells) && cpuTrap == other.cpuTrap;
-  }
 
   /// The cell of two address bits.
   const EntryCellResult& cellResult(EntryCellIndex index) const { return cells()[index.value()]; }

@@ -60,8 +60,6 @@ struct VELA_EXPORT LpmBaseFamily : Family<"VelaTableLpmBase", VelaSwitch::LpmKey
                                                            .tracesItems = true});
   static constexpr U32 cellBits = 14;
   static constexpr U32 realLengthBits = 6;
-  static constexpr U32 addressWord = 5;
-  static constexpr U32 lengthsWord = 6;
   struct Shape {
     const LpmLevel& level = lpmLevels.back();
     U32 vrfBits = 5;
@@ -86,11 +84,11 @@ struct VELA_EXPORT LpmBaseFamily : Family<"VelaTableLpmBase", VelaSwitch::LpmKey
                                     {"way", 142, 2},
                                     {"one", 145, 1, 1},
                                     {"selector", 146, 4, shape.level.controlSelector},
-                                    {"wholeAddress", 32 * addressWord, 32},
-                                    {"realLength0", 32 * lengthsWord, realLengthBits},
-                                    {"realLength1", 32 * lengthsWord + 6, realLengthBits},
-                                    {"realLength2", 32 * lengthsWord + 12, realLengthBits},
-                                    {"realLength3", 32 * lengthsWord + 18, realLengthBits}});
+                                    {"wholeAddress", 160, 32},
+                                    {"realLength0", 192, realLengthBits},
+                                    {"realLength1", 192 + realLengthBits, realLengthBits},
+                                    {"realLength2", 192 + 2 * realLengthBits, realLengthBits},
+                                    {"realLength3", 192 + 3 * realLengthBits, realLengthBits}});
   }
 
   static constexpr std::array handPacked{"cells"};
@@ -106,8 +104,6 @@ struct VELA_EXPORT LpmBaseFamily : Family<"VelaTableLpmBase", VelaSwitch::LpmKey
   static void check(const LpmBaseHelper& helper, const Key& key, const Result& result);
   static void packMore(const LpmBaseHelper& helper, const Key& key, const Result& result,
                        bool valid, CuckooLocation, RowWriterOf<LpmBaseFamily>& row);
-  static void packAtOnce(const LpmBaseHelper& helper, const Key& key, const Result& result,
-                         bool valid, U64 stored, RowWriterOf<LpmBaseFamily>& row);
   static void unpackMore(const LpmBaseHelper& helper, const RowReaderOf<LpmBaseFamily>& row,
                          Result& result);
 };

@@ -162,4 +162,21 @@ struct ListFields {
 template <Value V>
 using FieldListOf = decltype(withFields(std::declval<const V&>(), detail::ListFields{}));
 
+/// Where the members of an aggregate lie, one behind the other, as far apart as their alignment
+/// asks, and last where they end.
+template <class... Fields>
+constexpr std::array<U32, sizeof...(Fields) + 1> fieldOffsets(FieldList<Fields...>) {
+  std::array<U32, sizeof...(Fields) + 1> offsets{};
+  std::size_t number = 0;
+  std::size_t end = 0;
+  const auto place = [&](std::size_t size, std::size_t alignment) {
+    const std::size_t offset = (end + alignment - 1) / alignment * alignment;
+    offsets[number++] = static_cast<U32>(offset);
+    end = offset + size;
+  };
+  (place(sizeof(Fields), alignof(Fields)), ...);
+  offsets[number] = static_cast<U32>(end);
+  return offsets;
+}
+
 }  // namespace Orb

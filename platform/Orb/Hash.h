@@ -20,7 +20,8 @@ using U128 [[gnu::mode(TI)]] = unsigned;  ///< A product of two words.
 /// and the fold makes each bit of the hash depend on all of them.
 constexpr U64 hashMix(U64 hash, U64 one, U64 other) {
   const U128 product = static_cast<U128>(hash ^ one) * (other ^ 0x9E3779B97F4A7C15u);
-  return static_cast<U64>(product) ^ static_cast<U64>(product >> 64);
+  // A factor of 0 must not make all others alike.
+  return static_cast<U64>(product) ^ static_cast<U64>(product >> 64) ^ (one + other);
 }
 
 inline constexpr U64 hashSeed = 0x243F6A8885A308D3u;  ///< What hashes start from; digits of pi.

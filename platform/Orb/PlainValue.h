@@ -26,21 +26,12 @@ using NumberOf = std::conditional_t<
 /// Where the fields of a value type lie, in bytes.
 template <class... Fields>
 struct FieldPlaces {
+  /// No field lies in two words then.
   static constexpr bool plain =
       ((std::is_trivially_copyable_v<Fields> && std::has_unique_object_representations_v<Fields> &&
-        !std::is_void_v<NumberOf<sizeof(Fields)>>)&&...);
-  static constexpr std::array<std::size_t, sizeof...(Fields) + 1> places = [] {
-    std::array<std::size_t, sizeof...(Fields) + 1> at{};
-    std::size_t number = 0;
-    std::size_t next = 0;
-    const auto place = [&](std::size_t size, std::size_t alignment) {
-      at[number++] = next = (next + alignment - 1) / alignment * alignment;
-      next += size;
-    };
-    (place(sizeof(Fields), alignof(Fields)), ...);
-    at[number] = next;
-    return at;
-  }();
+        !std::is_void_v<NumberOf<sizeof(Fields)>> && alignof(Fields) == sizeof(Fields)) &&
+       ...);
+  static constexpr auto places = fieldOffsets(FieldList<Fields...>());
   static constexpr std::size_t words = (places.back() + 7) / 8;
   /// The bits that are a field's.
   static constexpr std::array<U64, words> used = [] {

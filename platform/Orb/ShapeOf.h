@@ -132,17 +132,12 @@ bool Shape::is() const {
 
 namespace detail {
 
-/// The members of an aggregate lie one behind the other, as far apart as their alignment asks.
 template <class... Fields>
-constexpr std::array<FieldShape, sizeof...(Fields)> fieldShapes(FieldList<Fields...>) {
-  U32 end = 0;
-  const auto place = [&](std::size_t size, std::size_t alignment) {
-    const auto offset = static_cast<U32>((end + alignment - 1) / alignment * alignment);
-    end = offset + static_cast<U32>(size);
-    return offset;
-  };
-  return {FieldShape{Fields::name, &Orb::shapeOf<typename Fields::Type>,
-                     place(sizeof(Fields), alignof(Fields)), Fields::usedBits}...};
+constexpr std::array<FieldShape, sizeof...(Fields)> fieldShapes(FieldList<Fields...> fields) {
+  constexpr auto offsets = fieldOffsets(decltype(fields)());
+  std::size_t number = 0;
+  return {FieldShape{Fields::name, &Orb::shapeOf<typename Fields::Type>, offsets[number++],
+                     Fields::usedBits}...};
 }
 
 template <Value V>

@@ -37,7 +37,7 @@ void Slab::reserve(U32 count, std::size_t size) {
 void Slab::fetch(std::size_t count) {
   // Not filled with zeros: what nobody uses, nobody touches.
   pool_->pieces.emplace_back(new Line[(count * pool_->step + line - 1) / line]);
-  pool_->unused = pool_->pieces.back()[0].bytes;
+  pool_->unused = reinterpret_cast<std::byte*>(pool_->pieces.back().get());
   pool_->end = pool_->unused + count * pool_->step;
 }
 

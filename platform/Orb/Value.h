@@ -36,11 +36,6 @@ U64 hashOf(const std::array<T, count>& values) {
   return hash;
 }
 
-/// Whether two values are the same, in one comparison: those of a type without padding.
-template <class T>
-requires std::has_unique_object_representations_v<T>
-bool sameBytes(const T& one, const T& other) { return std::memcmp(&one, &other, sizeof one) == 0; }
-
 /// Small fields are gathered into one word before they are mixed in.
 template <Value V>
 U64 hashOf(const V& value) {

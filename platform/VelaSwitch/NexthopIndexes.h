@@ -12,8 +12,7 @@ struct NexthopIndexes {
   static constexpr bool inlined = true;
   static constexpr U8 fieldBits = 6;                ///< Bits that hardware has for each index.
   Orb::Field<"l3LagIndex", L3LagIndex> l3LagIndex;  ///< The ports; 57 for no next hop.
-  /// Which rewrite of the egress side. Wider than it need be: no byte of a next hop is padding.
-  Orb::Field<"rewriteIndex", U16, 6> rewriteIndex;
+  Orb::Field<"rewriteIndex", U8, 6> rewriteIndex;   ///< Which rewrite of the egress side.
   auto operator<=>(const NexthopIndexes&) const = default;
 
   /// Whether there is a next hop at all.
@@ -25,7 +24,7 @@ struct NexthopIndexes {
   /// The inverse. Bits from 12 on are not looked at.
   static NexthopIndexes fromRaw(U32 raw) {
     constexpr U32 mask = (1u << fieldBits) - 1;
-    return {L3LagIndex(raw & mask), static_cast<U16>(raw >> fieldBits & mask)};
+    return {L3LagIndex(raw & mask), static_cast<U8>(raw >> fieldBits & mask)};
   }
 };
 

@@ -45,8 +45,7 @@ class EntryStore {
   bool entryIs(const Key& key, const Result& result, U32 tag) {
     Record* record = recordOf(key, tag);
     if (record && isThere(*record, result)) return false;
-    check(key, result);
-    return record ? announceOne(key, *record, result) : announceNew(key, tag, result);
+    return announceUnlike(key, result, tag, record);
   }
   /// The same of a key whose record is known to the caller, who holds on to it.
   bool entryIs(Record& record, const Result& result) {
@@ -333,11 +332,6 @@ class EntryStore {
     return static_cast<const Record*>(records_.findRecord(
         tag, [&](const KeyRecord& record) { return sameKey(of(record).key(), key); }));
   }
-  /// The same, made when there is none; to be given an entry at once.
-  Record& recordIs(const Key& key, U32 tag) {
-    Record* record = recordOf(key, tag);
-    return record ? *record : newRecordIs(key, tag);
-  }
   /// What is known of the key with the hash is needed soon.
   void soon(U32 tag) const { records_.index_.soon(tag); }
   /// Which key and result a record of the table is for.
@@ -363,7 +357,11 @@ class EntryStore {
   Record* recordOf(const Key& key) const { return const_cast<Record*>(find(key)); }
   Record* recordOf(const Key& key, U32 tag) const { return const_cast<Record*>(find(key, tag)); }
   /// The same, made when there is none; to be given a flag at once.
-  Record& recordIs(const Key& key) { return recordIs(key, entryTag(key)); }
+  Record& recordIs(const Key& key) {
+    const U32 tag = entryTag(key);
+    Record* record = recordOf(key, tag);
+    return record ? *record : newRecordIs(key, tag);
+  }
   Record& newRecordIs(const Key& key, U32 tag) {
     Record& record = *newRecord(key, tag);
     if constexpr (counted) record.referenceAdd();
@@ -413,6 +411,12 @@ class EntryStore {
     handleRecord(key, record);
     observers_.handleKey(key);
     return true;
+  }
+  /// Out of line, so that an announcement that changes nothing takes little.
+  [[gnu::noinline]] bool announceUnlike(const Key& key, const Result& result, U32 tag,
+                                        Record* record) {
+    check(key, result);
+    return record ? announceOne(key, *record, result) : announceNew(key, tag, result);
   }
   bool announceOne(const Key& key, Record& record, const Result& result) {
     const Change change = announce(record, result);

@@ -147,9 +147,7 @@ void HashTable::entryReleaseByHashItem(const HashItem& item) {
   const Orb::Ptr<HashBaseCuckooEntry> known = record(item);
   if (!known) return;
   if (known->has(KeyRecord::desired)) {
-    flagIs(*known, KeyRecord::unclaimed, false);
-    flagIs(*known, KeyRecord::noted, false);
-    flagIs(*known, KeyRecord::desired, false);
+    entryGone(*known);
     entryChanged(*known);
     // Whoever heard of it may have announced the key.
     if (entryHasByHashItem(*known)) return;
@@ -170,10 +168,10 @@ HashBaseCuckooEntry* HashTable::placedItem(const HashBaseCuckooEntry& item) cons
 void HashTable::handleInitialized() {
   // So far there are items of what was read from hardware, and of what was withdrawn since.
   std::vector<Orb::Ptr<HashBaseCuckooEntry>> withdrawn;
-  forEachRecord(KeyRecord::cached, [&](const KeyRecord& each) {
-    if (each.has(KeyRecord::desired)) return;
-    withdrawn.emplace_back(static_cast<HashBaseCuckooEntry*>(const_cast<KeyRecord*>(&each)));
-  });
+  for (const KeyRecord* each : records(KeyRecord::cached)) {
+    if (each->has(KeyRecord::desired)) continue;
+    withdrawn.emplace_back(static_cast<HashBaseCuckooEntry*>(const_cast<KeyRecord*>(each)));
+  }
   for (const auto& item : withdrawn) handleHashItem(*item);
   // What hardware has, and nobody announced, is as it is.
   std::vector<Orb::Ptr<HashBaseCuckooEntry>> announced;
@@ -212,7 +210,7 @@ void HashTable::handleAbsentItem(HashBaseCuckooEntry& item) {
 
 /// The same where whoever heard of other entries' statuses may have withdrawn this one, whose
 /// handle the caller has.
-[[gnu::cold]] void HashTable::programmedAmongOthers(HashBaseCuckooEntry& item) {
+[[gnu::noinline]] void HashTable::programmedAmongOthers(HashBaseCuckooEntry& item) {
   if (HashBaseCuckooEntry* known = current(item)) programmed(item, *known);
 }
 

@@ -26,9 +26,6 @@ class VELA_EXPORT HashTable : public HashBaseTable {
 
   EntryProgrammedStatus statusOf(const KeyRecord* record) const override;
 
-  /// Whether statusChanged() is to be called, as it is at first.
-  void statusWatchedIs(bool watched) { statusWatched_ = watched; }
-
   /// Drops the items, not what the physical table has: those are found there again.
   void hashItemDelAll();
 
@@ -79,6 +76,9 @@ class VELA_EXPORT HashTable : public HashBaseTable {
     if (changed) tellStatus(record);
   }
   void statusDel(HashBaseCuckooEntry& record);
+
+  /// Whether statusChanged() is to be called, as it is at first.
+  void statusWatchedIs(bool watched) { statusWatched_ = watched; }
 
   void handleInitialized() override;
 

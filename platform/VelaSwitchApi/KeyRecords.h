@@ -169,7 +169,7 @@ class VELA_EXPORT KeyRecords {
   template <class IsIt>
   [[gnu::always_inline]] KeyRecord* findRecord(U32 tag, const IsIt& isIt) const {
     return static_cast<KeyRecord*>(index_.find(
-        tag, [&](const void* record) { return isIt(*static_cast<const KeyRecord*>(record)); }));
+        tag, [isIt](const void* record) { return isIt(*static_cast<const KeyRecord*>(record)); }));
   }
 
   /// The record of the other's key, or null.

@@ -41,7 +41,7 @@ PhysicalHashTable::PhysicalHashTable(const PhysicalHashProperties& properties)
     : properties_(properties.fields()),
       engine_(properties.rowsPerWay(), properties.ways()),
       hits_(*this) {
-  ORB_ASSERT(properties_.rowsPerWay == U32{1} << properties_.hashBits);
+  ORB_ASSERT(properties_.rowsPerWay == U64{1} << properties_.hashBits);
 }
 
 PhysicalHashTable::~PhysicalHashTable() = default;

@@ -215,14 +215,16 @@ class RowWriter {
     }
   }
 
-  /// Writes the row's first three words: the lowest bits of a number, fewer than 32, and behind
-  /// them another, whose bit `parity`, clear so far, makes them even in number.
-  void setWithParity(U64 number, U8 bits, U64 behind, U8 parity) {
-    number &= (U64{1} << bits) - 1;
-    behind |= U64{VelaSwitch::parity64Bit(number ^ behind)} << parity;
-    const U64 first = number | behind << bits;
-    std::memcpy(words_, &first, sizeof first);
-    words_[2] = static_cast<U32>(behind >> 1 >> (63 - bits));
+  /// Writes a number to fields that lie one behind the other, from this one on, where the row is
+  /// all zero. False when fields are traced: then each is to be set by itself.
+  bool setAdjacent(std::size_t first, U64 value) {
+    if (traced_) [[unlikely]]
+      return false;
+    const RowLayout::Place& at = places_[first];
+    U32* word = words_ + at.word;
+    *word |= static_cast<U32>(value << at.offset);
+    for (value >>= 32 - at.offset; value != 0; value >>= 32) *++word |= static_cast<U32>(value);
+    return true;
   }
 
   U32* words() { return words_; }

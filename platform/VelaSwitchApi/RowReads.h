@@ -55,8 +55,8 @@ class RowReads {
   std::size_t count_ = 0;
   std::array<RegisterBus::RowRead, most> rows_;
   std::array<Of, most> of_;
-  U64 late_ = 0;    ///< By row,
-  U64 failed_ = 0;  ///< like those that could not be read.
+  U64 late_ = 0;    ///< A bit for each that could not be read before.
+  U64 failed_ = 0;  ///< A bit for each that could not be read.
   std::array<RegisterBus::RegisterValue, most * maxRowWords> values_;
 };
 

@@ -1,6 +1,8 @@
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
+#include <filesystem>
 #include <future>
 #include <iostream>
 
@@ -174,7 +176,12 @@ void Run::start() {
 void Run::tellEvents() {
   runner_.explainIs(options_.explain);
   runner_.warnOfRepeatsIs(options_.verbose);
-  if (outputs_.file) {
+  const bool ahead =
+      !options_.events.empty() &&
+      std::all_of(options_.events.begin(), options_.events.end(),
+                  [](const auto& name) { return std::filesystem::is_regular_file(name); });
+  // Where events are waited for, so may their results be.
+  if (outputs_.file && ahead) {
     LineWriter& lines = resultLines_.emplace(*outputs_.file);
     runner_.resultListenerIs([&lines](const std::string& line) { lines.add(line); });
   } else if (outputs_.results) {
