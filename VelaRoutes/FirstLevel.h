@@ -53,7 +53,7 @@ class FirstLevel final : public RouteLevel {
   Status status(const RouteKey& route) const;
   bool troubled(const RouteKey& route) const;
   void refresh(const RouteKey& route);
-  VELA_EXPORT void retryTroubled();
+  void retryTroubled();
 
   Orb::Ptr<VelaSwitchTable::Lpm11Table> table_;
   std::vector<Group> groups_;  ///< By VRF.

@@ -134,6 +134,8 @@ bool RouteWriter::marked(const Key& route) const {
   return levelFor(route.prefix().len()).marked(route);
 }
 
+void RouteWriter::retry() { first_.retry(); }
+
 VelaSwitchApi::SwTable& RouteWriter::tableOf(U8 prefixLen) const {
   return levelFor(prefixLen).table();
 }

@@ -43,7 +43,7 @@ class VELA_EXPORT RouteWriter final : private LpmTable::Levels {
   /// Writes a route's cells again where they are not what they should be.
   void handleRoute(const Key& route);
   /// Looks again at routes of the first level that failed.
-  void retry() { first_.retry(); }
+  void retry();
 
   /// Takes up the routes that the levels hold after they were rebuilt from hardware. A route whose
   /// every cell belongs to longer ones has left no trace there.

@@ -64,10 +64,8 @@ class VELA_EXPORT LpmTable final : public Orb::PtrInterface {
   LpmRoutes* routesOf(const Key& key) const {
     return key == lastKey_ ? last_ : lookUp(key, VelaSwitchApi::entryTag(key));
   }
-  /// Makes room for the routes of so many keys.
-  void reserve(U32 keys) { index_.reserve(keys); }
-  /// Those of the key with the tag are needed soon.
-  void soon(U32 tag) const { index_.soon(tag); }
+  void reserve(U32 keys) { index_.reserve(keys); }  ///< Room for the routes of so many keys.
+  void soon(U32 tag) const { index_.soon(tag); }    ///< Those of the key with the tag are needed.
   /// Calls `visit(routes)` for each key, in no order. They must not change meanwhile.
   template <class Visitor>
   void forEachKey(const Visitor& visit) const {
