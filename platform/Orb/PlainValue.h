@@ -29,7 +29,8 @@ struct FieldPlaces {
   /// No field lies in two words then.
   static constexpr bool plain =
       ((std::is_trivially_copyable_v<Fields> && std::has_unique_object_representations_v<Fields> &&
-        !std::is_void_v<NumberOf<sizeof(Fields)>> && alignof(Fields) == sizeof(Fields)) &&
+        !std::is_void_v<NumberOf<sizeof(Fields)>> &&
+        std::alignment_of_v<Fields> == sizeof(Fields)) &&
        ...);
   static constexpr auto places = fieldOffsets(FieldList<Fields...>());
   static constexpr std::size_t words = (places.back() + 7) / 8;
