@@ -93,7 +93,10 @@ class VELA_EXPORT HitTracker {
   }
   /// An entry was removed: its hits are nobody's.
   void entryDel(HashBaseCuckooEntry& entry) {
-    if (!tables_.empty()) forgetHits(entry);
+    bool any = !kept_.empty();
+    for (const Table& table : tables_) any = any || !table.formers.empty();
+    if (any) [[unlikely]]
+      forgetHits(entry);
   }
   /// Another entry takes the place of one that is the same to hardware, and its hits.
   void entryReplace(HashBaseCuckooEntry& old, HashBaseCuckooEntry& entry);
