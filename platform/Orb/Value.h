@@ -1,8 +1,5 @@
 #pragma once
 
-#include <cstring>
-#include <type_traits>
-
 #include "Orb/FieldList.h"
 #include "Orb/Hash.h"
 #include "Orb/PlainValue.h"

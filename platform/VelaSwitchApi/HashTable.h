@@ -125,9 +125,9 @@ class VELA_EXPORT HashTable : public HashBaseTable {
   void emitItem(const char* what, const HashBaseCuckooEntry& item) const;
 
   Options options_;
-  bool lastFailed_ = false;  ///< Of a batch, the entry that was settled last.
-  bool statusWatched_ = true;
-  bool itemsLost_ = false;  ///< Items were dropped that the physical table may have.
+  bool lastFailed_ = false;    ///< Of a batch, the entry that was settled last.
+  bool statusWatched_ = true;  ///< Somebody hears of statuses.
+  bool itemsLost_ = false;     ///< Items were dropped that the physical table may have.
 };
 
 }  // namespace VelaSwitchApi
