@@ -79,7 +79,7 @@ breaks platform/VelaSwitchApi/SwTable.cpp \
     platform/VelaSwitchApi/SwTable.h 'virtual void syncEntries(U32' 'virtual void handleRebuilt' \
     platform/VelaSwitchApi/SwTable.h 'bool corrupt = false;'
 breaks "VelaSwitchTable/VelaTableLpmBase.cpp VelaSwitchTable/VelaTableLpm.cpp" \
-    VelaSwitchTable/family/HashEntries.h 'virtual Orb::Ptr<Entry> newItem' 'virtual Key nullKey' \
+    VelaSwitchTable/VelaTableHashHelper.h 'virtual RowLayout makeLayout' 'virtual Orb::Ptr<HashBaseCuckooEntry> makeNull' \
     VelaSwitchTable/family/LpmRoutes.h 'Orb::Seconds lastHit;'
 breaks VelaRoutes/RouteWriter.cpp \
     VelaRoutes/RouteLevel.h 'virtual Routes routesAt' 'virtual bool marked' \
