@@ -74,20 +74,30 @@ const std::vector<typename Work::Key>& keysOf(U32 seed = 1) {
   return keys;
 }
 
+/// Them with their results, as batches take them.
+template <class Work>
+const auto& entriesOf(U32 seed = 1) {
+  using Table = typename Work::Table;
+  static std::map<U32, std::vector<std::pair<typename Work::Key, typename Table::Result>>> made;
+  auto& entries = made[seed];
+  if (entries.empty()) {
+    for (const auto& key : keysOf<Work>(seed)) {
+      entries.emplace_back(key, Work::result(static_cast<U32>(entries.size())));
+    }
+  }
+  return entries;
+}
+
 /// The library's table.
 template <class Work, class Bus = MemoryBus>
 struct Vela : Switch<Bus> {
-  explicit Vela(U32 seed = 1) : keys(keysOf<Work>(seed)) {
+  explicit Vela(U32 seed = 1) : keys(keysOf<Work>(seed)), entries(entriesOf<Work>(seed)) {
     table->doSetProfileConvertor(this->types);
     startTable(*table);
   }
   bool add(U32 key) { return table->entryIs(keys[key], Work::result(key)); }
   /// The `count` from this one on, together.
-  void addAll(U32 first, U32 count) {
-    batch.clear();
-    for (U32 i = first; i < first + count; ++i) batch.emplace_back(keys[i], Work::result(i));
-    table->entriesAre(batch);
-  }
+  void addAll(U32 first, U32 count) { table->entriesAre(std::span(entries).subspan(first, count)); }
   bool again(U32 key) { return add(key); }
   void replace(U32 key) { table->entryIs(keys[key], Work::result(key + ++changes)); }
   void del(U32 key) { table->entryDel(keys[key]); }
@@ -99,9 +109,9 @@ struct Vela : Switch<Bus> {
   std::size_t waiting() const { return engine().waiting().size(); }
 
   const std::vector<typename Work::Key>& keys;
+  const std::vector<std::pair<typename Work::Key, typename Work::Table::Result>>& entries;
   Orb::Ptr<typename Work::Table> table = Work::table();
   U32 changes = 0;
-  std::vector<std::pair<typename Work::Key, typename Work::Table::Result>> batch;
 };
 
 /// A peer's, with room for as many.

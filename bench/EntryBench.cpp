@@ -65,9 +65,31 @@ void registerBatches() {
   });
 }
 
+/// What rows demand alone: keys packed and hashed, rows packed, compared with what hardware holds
+/// and handed to the bus. Nothing is found, stored, placed or told.
+template <class Work>
+void rowsAlone(benchmark::State& state) {
+  timed(
+      state, Work::entries, [] { return std::make_unique<Vela<Work>>(); },
+      [](Vela<Work>& subject) {
+        const auto& physical = subject.table->profileConvertor().physicalTable();
+        const auto& helper = *subject.table->helper();
+        for (U32 i = 0; i < Work::entries; ++i) {
+          const auto entry = subject.table->newItem(subject.keys[i]);
+          entry->resultIs(Work::result(i));
+          const auto row =
+              physical.candidate(*entry, static_cast<U8>(i % physical.engine().ways()));
+          U32 image[VelaSwitchApi::maxRowWords]{};
+          helper.setHwBuffer(*entry, physical.location(row), reinterpret_cast<U8*>(image));
+          for (const auto& table : physical.hwTables()) table->entryIs(row, image, [] {});
+        }
+      });
+}
+
 template <class Work>
 void registerWork() {
   registerBatches<Work>();
+  bench(Work::name + std::string("/rows/vela"), rowsAlone<Work>);
   registerOperations<Work, Vela<Work>>("vela");
   registerOperations<Work, Vela<Work, VelaDevice::SimulatedSwitch>>("simulated");
   forEachPeer([](auto* peer) {
