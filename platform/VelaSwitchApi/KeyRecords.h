@@ -98,6 +98,7 @@ class VELA_EXPORT KeyRecord {
 
   // Records lie in the slab of their table, where they have one.
   static void* operator new(std::size_t size) { return Orb::Slab::take(nullptr, size); }
+  /// One of the slab's, which must outlive it.
   [[gnu::always_inline]] static void* operator new(std::size_t size, Orb::Slab& slab) {
     return Orb::Slab::take(&slab, size);
   }
