@@ -75,8 +75,9 @@ void fromHw(AclHashKey& key, U64 bits) {
 /// knows: keys are packed as often as entries are announced.
 template <class Visit>
 void forEachPart(U8 variant, const Visit& visit) {
-  const auto of = [&]<std::size_t number>(std::integral_constant<std::size_t, number>) {
-    [&]<std::size_t... i>(std::index_sequence<i...>) {
+  const auto of = [&]<std::size_t number>(std::integral_constant<std::size_t, number>)
+      __attribute__((always_inline)) {
+    [&]<std::size_t... i>(std::index_sequence<i...>) __attribute__((always_inline)) {
       constexpr auto& parts = variants[number].parts;
       (visit.template operator()<parts[i].field, parts[i].width>(), ...);
     }
@@ -104,9 +105,10 @@ void AclHashFamily::sample(const VelaTableHashHelper&, U64 bits, Key& key, Resul
 }
 
 void AclHashFamily::packKey(const Key& key, KeyBits& bits) {
-  forEachPart(variantOf(key.type()), [&]<KeyPiece piece, U8 width>() {
-    if constexpr (width != 0) bits.add(width, toHw<piece>(key));
-  });
+  forEachPart(
+      variantOf(key.type()), [&]<KeyPiece piece, U8 width>() __attribute__((always_inline)) {
+        if constexpr (width != 0) bits.add(width, toHw<piece>(key));
+      });
 }
 
 bool AclHashFamily::unpackKey(KeyBits bits, const RowReaderOf<AclHashFamily>& row, Key& key) {

@@ -120,7 +120,8 @@ class VELA_EXPORT HashFamilyEntry
   explicit HashFamilyEntry(const Key& key)
       : HashFamilyEntry(nullptr, key, VelaSwitchApi::entryTag(key)) {}
   /// `tag` is the key's hash.
-  [[gnu::flatten]] HashFamilyEntry(VelaSwitchApi::HashBaseTable* table, const Key& key, U32 tag)
+  [[gnu::always_inline]] HashFamilyEntry(VelaSwitchApi::HashBaseTable* table, const Key& key,
+                                         U32 tag)
       : Record(key, tag, table) {
     const KeyBits packed = packedKey<F>(key);
     packed_[0] = packed.words()[0];

@@ -75,7 +75,7 @@ class VELA_EXPORT HashFamilyTable : public HashFamilyTableBase<F> {
   }
 
  protected:
-  HashFamilyEntry<F>* newRecord(const typename F::Key& key, U32 tag) override {
+  [[gnu::flatten]] HashFamilyEntry<F>* newRecord(const typename F::Key& key, U32 tag) override {
     return new (this->slab()) typename ClassesOf<F>::CuckooEntry(this, key, tag);
   }
 };

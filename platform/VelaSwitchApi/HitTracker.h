@@ -84,7 +84,7 @@ class VELA_EXPORT HitTracker {
     keepHits(*table, index, empty);
   }
   /// A row was written: it is empty now, so that no lookup hits it, or it is not.
-  static void rowChanged(Table* table, HwIndex index, bool empty) {
+  [[gnu::always_inline]] static void rowChanged(Table* table, HwIndex index, bool empty) {
     // Unlikely, lest the compiler works out the row's bit where there are none.
     if (table) [[unlikely]] {
       table->clear.is(index, false);
