@@ -2,6 +2,7 @@
 #include "VelaSwitchTable/VelaTableAclHashes.h"
 #include "VelaSwitchTable/VelaTableHashTest.h"
 #include "VelaSwitchTable/VelaTableMacVlan.h"
+#include "VelaSwitchTable/VelaTableNatMatch.h"
 #include "agent/Events.h"
 #include "device/AclLookup.h"
 
@@ -155,17 +156,19 @@ TEST(Batch, rowsThatFailMarkTheirKeys) {
   EXPECT_TRUE(rig.table->hwInconsistentKeys().empty());
 }
 
+/// Hears of statuses, and withdraws the next key of some.
+struct Withdraws final : Orb::KeyObserver<HashTestKey> {
+  explicit Withdraws(HashTestTable& of) : table(of) { table.tableStatus()->observerIs(this); }
+  ~Withdraws() { table.tableStatus()->observerDel(this); }
+  void handleKey(const HashTestKey& key) override {
+    if (key.value() % 4 == 3) table.entryDel(HashTestKey{key.value() + 1});
+  }
+  HashTestTable& table;
+};
+
 /// What failed comes in when the next entry is announced, also within a batch; and whoever hears of
 /// one may withdraw another that is behind it.
 TEST(Batch, entriesBehindAFailureOrAnObserver) {
-  struct Withdraws final : Orb::KeyObserver<HashTestKey> {
-    explicit Withdraws(HashTestTable& of) : table(of) { table.tableStatus()->observerIs(this); }
-    ~Withdraws() { table.tableStatus()->observerDel(this); }
-    void handleKey(const HashTestKey& key) override {
-      if (key.value() == 3) table.entryDel(HashTestKey{4u});
-    }
-    HashTestTable& table;
-  };
   Started<HashTestTable> rig;
   const auto entry = [](U32 key) { return std::pair(HashTestKey{key}, HashTestResult{7u}); };
   rig.chip.failWritesIs(1);
@@ -190,14 +193,20 @@ std::vector<std::pair<HashTestKey, HashTestResult>> someEntries(VelaTest::Random
   return entries;
 }
 
-/// The test table on a bus of either kind; it notes the rows that are written and the entries that
-/// observers hear of.
+/// How the entries of a batch come into hardware.
+enum class Way {
+  staged,    ///< Rows are gathered for the bus.
+  oneByOne,  ///< Not so, and somebody hears of each.
+  inGroups,  ///< And nobody does.
+};
+
+/// The test table; it notes the rows that are written and, where it hears of entries, which ones.
 struct Noting final : Chip, Orb::KeyObserver<HashTestKey> {
-  explicit Noting(bool gainsByRuns) {
-    bus.gains = gainsByRuns;
+  explicit Noting(Way way) {
+    bus.gains = way == Way::staged;
     types = Orb::make<VelaSwitchApi::SwTableTypes>(profile, bus);
     start(*table);
-    table->entries().observerIs(this);
+    if (way != Way::inGroups) table->entries().observerIs(this);
     chip.writeObserverIs(
         [this](const auto&, U32 index) { written.push_back(row("HashTest", 0, 0, index)); });
   }
@@ -210,15 +219,25 @@ struct Noting final : Chip, Orb::KeyObserver<HashTestKey> {
   std::vector<HashTestKey> heard;
 };
 
-class EitherBus : public testing::TestWithParam<bool> {};
+class AnyWay : public testing::TestWithParam<Way> {};
 
-TEST_P(EitherBus, endsAsOneByOne) {
+TEST_P(AnyWay, endsAsOneByOne) {
+  const bool staged = GetParam() == Way::staged;
   Noting batches(GetParam());
-  Noting singles(true);
+  Noting singles(Way::oneByOne);
+  std::vector<std::unique_ptr<Withdraws>> observers;
   VelaTest::Random random;
   for (U32 round = 0; round < 3000; ++round) {
     const auto entries = someEntries(random);
     const bool announced = random.flip();
+    const U32 failures = !staged && random.below(8) == 0 ? 1 + random.below(3) : 0;
+    const U32 good = random.below(8);
+    const HashTestKey marked{random.below(24)};
+    for (Noting* each : {&batches, &singles}) {
+      each->chip.failWritesIs(failures, 0, good);
+      if (round % 16 == 0) each->table->hwInconsistentEntryIs(marked, true);
+      if (round == 2000 && !staged) observers.push_back(std::make_unique<Withdraws>(*each->table));
+    }
     std::vector<HashTestKey> keys;
     keys.reserve(entries.size());
     for (const auto& entry : entries) keys.push_back(entry.first);
@@ -230,19 +249,38 @@ TEST_P(EitherBus, endsAsOneByOne) {
       const auto& [key, result] = entries[i];
       ASSERT_EQ(outcomes[i].known, twin.entries().has(key));
       ASSERT_EQ(outcomes[i].changed, announced ? twin.entryIs(key, result) : twin.entryDel(key));
-      if (announced) {
-        ASSERT_EQ(outcomes[i].status, twin.status(key)) << round << " " << key.value();
-      }
+      ASSERT_EQ(outcomes[i].status, twin.status(key)) << round << " " << key.value();
     }
     ASSERT_EQ(batches.written, singles.written) << round;
-    ASSERT_EQ(batches.heard, singles.heard) << round;
+    if (GetParam() != Way::inGroups) {
+      ASSERT_EQ(batches.heard, singles.heard) << round;
+    }
+    ASSERT_EQ(batches.table->hwInconsistentKeys(), singles.table->hwInconsistentKeys()) << round;
+    ASSERT_EQ(batches.table->tableStatus()->keys(), singles.table->tableStatus()->keys()) << round;
+    ASSERT_EQ(batches.table->count(VelaSwitchApi::KeyRecord::staged), 0u) << round;
   }
-  EXPECT_EQ(batches.bus.runs.size() == singles.bus.runs.size(), !GetParam());
+  EXPECT_EQ(batches.bus.runs.size() == singles.bus.runs.size(), !staged);
   EXPECT_GT(batches.table->profileConvertor().physicalTable().engine().moves(), 100u);
-  EXPECT_EQ(batches.table->tableStatus()->keys(), singles.table->tableStatus()->keys());
 }
 
-INSTANTIATE_TEST_SUITE_P(Buses, EitherBus, testing::Bool());
+/// A key that cannot be packed.
+TEST_P(AnyWay, entriesInFrontOfAnAssertionStand) {
+  Chip chip;
+  RunBus bus(chip.chip);
+  bus.gains = GetParam() == Way::staged;
+  chip.types = Orb::make<VelaSwitchApi::SwTableTypes>(chip.profile, bus);
+  const auto nat = NatMatchTableIs("nat", 0);
+  chip.start(*nat);
+  std::vector<std::pair<VelaSwitch::NatMatchKey, NatMatchResult>> flows(3);
+  for (U32 i = 0; i < 3; ++i) flows[i].first.srcIp = Ipnet::IpAddr(i);
+  flows[1].first.sport = 1;
+  EXPECT_THAT(VelaTest::fatalText([&] { nat->entriesAre(flows); }),
+              testing::HasSubstr("should be unset"));
+  EXPECT_EQ(nat->status(flows[0].first), EntryProgrammedStatus::programmed);
+  EXPECT_EQ(nat->entries().size(), 1u);
+}
+
+INSTANTIATE_TEST_SUITE_P(Ways, AnyWay, testing::Values(Way::staged, Way::oneByOne, Way::inGroups));
 
 /// Whatever fails, statuses tell the truth, and what lies in a row is found while others change.
 TEST(Batch, nothingIsLostWhereWritesFail) {

@@ -78,6 +78,13 @@ class VELA_EXPORT HashFamilyTable : public HashFamilyTableBase<F> {
   [[gnu::flatten]] HashFamilyEntry<F>* newRecord(const typename F::Key& key, U32 tag) override {
     return new (this->slab()) typename ClassesOf<F>::CuckooEntry(this, key, tag);
   }
+  [[gnu::flatten]] void groupRecords(
+      std::span<const std::pair<typename F::Key, typename F::Result>> entries, const U32* tags,
+      VelaSwitchApi::KeyRecord** records, std::size_t& count) override {
+    this->groupRecordsOf(entries, tags, records, count, [&](const auto& key, U32 tag) {
+      return new (this->slab()) typename ClassesOf<F>::CuckooEntry(this, key, tag);
+    });
+  }
 };
 
 template <class F>

@@ -75,17 +75,27 @@ class EntryStore {
   std::vector<EntryOutcome> entriesAre(std::span<const std::pair<Key, Result>> entries) {
     EntryOutcomes outcomes(entries.size());
     const auto keyAt = [&](std::size_t number) -> const Key& { return entries[number].first; };
-    const auto entryAt = [&](std::size_t number) -> const auto& { return entries[number]; };
-    entriesAre(entries.size(), keyAt, entryAt, outcomes);
+    const auto one = [&](Batch& batch, std::size_t number, U32 tag) {
+      batch.entryIs(number, entries[number].first, entries[number].second, tag);
+    };
+    const auto group = [&](std::size_t number, std::span<const U32> tags) {
+      return announceGroup(entries.subspan(number, tags.size()), tags.data(),
+                           &outcomes.all[number]);
+    };
+    inBatch(entries.size(), keyAt, outcomes, one, group);
     return std::move(outcomes.all);
   }
   /// Withdraws the keys' entries, likewise.
   std::vector<EntryOutcome> entriesDel(std::span<const Key> keys) {
     EntryOutcomes outcomes(keys.size());
     const auto keyAt = [&](std::size_t number) -> const Key& { return keys[number]; };
-    inBatch(keys.size(), keyAt, outcomes, [&](Batch& batch, std::size_t number, U32 tag) {
+    const auto one = [&](Batch& batch, std::size_t number, U32 tag) {
       batch.entryDel(number, keys[number], tag);
-    });
+    };
+    const auto group = [&](std::size_t number, std::span<const U32> tags) {
+      return withdrawGroup(keys.subspan(number, tags.size()), tags.data(), &outcomes.all[number]);
+    };
+    inBatch(keys.size(), keyAt, outcomes, one, group);
     return std::move(outcomes.all);
   }
   /// The same for `count` entries, each a pair of key and result: `entryAt(number)`, whose key is
@@ -93,10 +103,11 @@ class EntryStore {
   template <class KeyAt, class EntryAt>
   void entriesAre(std::size_t count, const KeyAt& keyAt, const EntryAt& entryAt,
                   BatchListener& listener) {
-    inBatch(count, keyAt, listener, [&](Batch& batch, std::size_t number, U32 tag) {
+    const auto one = [&](Batch& batch, std::size_t number, U32 tag) {
       const auto& [key, result] = entryAt(number);
       batch.entryIs(number, key, result, tag);
-    });
+    };
+    inBatch(count, keyAt, listener, one, [](auto&&...) { return std::size_t{0}; });
   }
 
   /// Entries that are announced or withdrawn together, for those who know them one by one. What is
@@ -328,7 +339,7 @@ class EntryStore {
   /// The key's record, or null.
   const Record* find(const Key& key) const { return find(key, entryTag(key)); }
   /// The same when the key's hash is known.
-  const Record* find(const Key& key, U32 tag) const {
+  [[gnu::always_inline]] const Record* find(const Key& key, U32 tag) const {
     return static_cast<const Record*>(records_.findRecord(
         tag, [&](const KeyRecord& record) { return sameKey(of(record).key(), key); }));
   }
@@ -353,17 +364,38 @@ class EntryStore {
   /// a handle of it yet.
   virtual Record* newRecord(const Key& key, U32 tag) = 0;
 
+  /// What groupRecords() says, with `make(key, tag)` for newRecord(), which the compiler knows
+  /// then.
+  template <class Make>
+  [[gnu::always_inline]] void groupRecordsOf(std::span<const std::pair<Key, Result>> entries,
+                                             const U32* tags, KeyRecord** records,
+                                             std::size_t& count, const Make& make) {
+    for (; count != entries.size(); ++count) {
+      const auto& [key, result] = entries[count];
+      Record* record = recordOf(key, tags[count]);
+      if (!record) {
+        record = &addedRecord(*make(key, tags[count]), tags[count]);
+        record->resultIs(result);
+      } else if (!isThere(*record, result)) {
+        return;
+      }
+      records[count] = record;
+    }
+  }
+
   /// The key's record, or null.
   Record* recordOf(const Key& key) const { return const_cast<Record*>(find(key)); }
-  Record* recordOf(const Key& key, U32 tag) const { return const_cast<Record*>(find(key, tag)); }
+  [[gnu::always_inline]] Record* recordOf(const Key& key, U32 tag) const {
+    return const_cast<Record*>(find(key, tag));
+  }
   /// The same, made when there is none; to be given a flag at once.
   Record& recordIs(const Key& key) {
     const U32 tag = entryTag(key);
     Record* record = recordOf(key, tag);
     return record ? *record : newRecordIs(key, tag);
   }
-  Record& newRecordIs(const Key& key, U32 tag) {
-    Record& record = *newRecord(key, tag);
+  Record& newRecordIs(const Key& key, U32 tag) { return addedRecord(*newRecord(key, tag), tag); }
+  [[gnu::always_inline]] Record& addedRecord(Record& record, U32 tag) {
     if constexpr (counted) record.referenceAdd();
     records_.addTaken(record, tag);
     return record;
@@ -391,6 +423,11 @@ class EntryStore {
   /// A key is withdrawn that has no entry. Hardware may have one that could not be read, or that
   /// was read under another spelling of the key.
   virtual void handleAbsent(const Key&) {}
+  /// The records of a group of entries, from the first one on: new ones, without flags, and those
+  /// of entries that are there. `count` says how many, also when an assertion is raised. A table
+  /// that has no groups need not say any.
+  virtual void groupRecords(std::span<const std::pair<Key, Result>> /*entries*/,
+                            const U32* /*tags*/, KeyRecord** /*records*/, std::size_t& /*count*/) {}
 
  private:
   friend EntriesView<EntryStore>;
@@ -466,20 +503,58 @@ class EntryStore {
     if (change.claimed) claimObservers_.handleKey(key);
   }
 
-  /// Keys are hashed ahead, so that what is known of them is on its way when it is needed.
-  template <class KeyAt, class One>
-  void inBatch(std::size_t count, const KeyAt& keyAt, BatchListener& listener, const One& one) {
+  /// Announces a group of entries, from the first one on; says how many there are in it.
+  std::size_t announceGroup(std::span<const std::pair<Key, Result>> entries, const U32* tags,
+                            EntryOutcome* outcomes) {
+    if (checks_ || !observers_.empty() || !records_.mayGroup()) return 0;
+    std::array<KeyRecord*, batchMost> records;
+    std::size_t count = 0;
+    const auto program = [&] { return records_.groupIs({records.data(), count}, outcomes); };
+    try {
+      groupRecords(entries, tags, records.data(), count);
+    } catch (...) {
+      program();
+      throw;
+    }
+    return program();
+  }
+  /// Withdraws entries likewise.
+  std::size_t withdrawGroup(std::span<const Key> keys, const U32* tags, EntryOutcome* outcomes) {
+    if (!observers_.empty() || !records_.mayGroup()) return 0;
+    std::array<KeyRecord*, batchMost> records;
+    std::size_t count = 0;
+    for (; count != keys.size(); ++count) {
+      Record* record = recordOf(keys[count], tags[count]);
+      if (!record || !record->settled()) break;
+      records_.flagIs(*record, KeyRecord::staged, true);
+      records[count] = record;
+    }
+    return records_.groupDel({records.data(), count}, outcomes);
+  }
+
+  /// Does as many entries together as `group(number, tags)` can, which says how many that were, and
+  /// the others one by one, by `one(batch, number, tag)`. Keys are hashed ahead, so that what is
+  /// known of them is on its way when it is needed.
+  template <class KeyAt, class One, class Group>
+  void inBatch(std::size_t count, const KeyAt& keyAt, BatchListener& listener, const One& one,
+               const Group& group) {
     Batch batch(*this, listener);
     std::array<U32, batchMost> tags;
     try {
-      for (std::size_t number = 0; number < count; ++number) {
-        const std::size_t at = number % batchMost;
-        const std::size_t ahead = at == 0 ? std::min(count - number, batchMost) : 0;
+      for (std::size_t first = 0; first < count; first += batchMost) {
+        const std::size_t ahead = std::min(count - first, batchMost);
         for (std::size_t i = 0; i < ahead; ++i) {
-          tags[i] = entryTag(keyAt(number + i));
+          tags[i] = entryTag(keyAt(first + i));
           soon(tags[i]);
         }
-        one(batch, number, tags[at]);
+        // Two in a row that are in no group: those behind them likely are not either.
+        bool grouped = true;
+        for (std::size_t i = 0; i < ahead; ++i) {
+          const std::size_t done = grouped ? group(first + i, std::span(&tags[i], ahead - i)) : 0;
+          grouped = done != 0;
+          i += done;
+          if (i < ahead) one(batch, first + i, tags[i]);
+        }
       }
       batch.flush();
     } catch (...) {

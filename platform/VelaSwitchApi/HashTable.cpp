@@ -299,6 +299,59 @@ void HashTable::settle(KeyRecord& record) {
   }
 }
 
+bool HashTable::mayGroup() const {
+  const bool plain = initialized() && !gathers() && !itemsLost_ && statusSupported();
+  return plain && !statusWatched_ && !options_.trace.enabled(1) &&
+         profileConvertor().physicalTable().concernsNobody();
+}
+
+/// Announces an entry, where that concerns no others.
+inline bool HashTable::announcedInGroup(KeyRecord& record, EntryOutcome& outcome) {
+  auto& item = static_cast<HashBaseCuckooEntry&>(record);
+  if (item.known()) {
+    outcome = {true, false, statusOf(&item)};
+    return true;
+  }
+  item.validIs(true);
+  if (!profileConvertor().physicalTable().placeAlone(item)) [[unlikely]]
+    return false;
+  item.recordedStatus_ = item.programmedStatus();
+  item.recordedHit_ = item.lastHit();
+  settledIs(item);
+  outcome = {false, true, item.programmedStatus()};
+  return true;
+}
+
+std::size_t HashTable::groupIs(std::span<KeyRecord* const> records, EntryOutcome* outcomes) {
+  std::size_t done = 0;
+  while (done != records.size() && announcedInGroup(*records[done], outcomes[done])) ++done;
+  return done;
+}
+
+/// Likewise withdraws one.
+inline bool HashTable::withdrawnInGroup(KeyRecord& record, EntryOutcome& outcome) {
+  auto& item = static_cast<HashBaseCuckooEntry&>(record);
+  const Orb::Ptr<HashItem> held = profileConvertor().physicalTable().removeAlone(item);
+  if (!held) return false;
+  item.validIs(false);
+  outcome = {true, true, item.programmedStatus()};
+  if (item.programmedStatus() == EntryProgrammedStatus::notProgrammed) [[likely]] {
+    stagedGone(item);
+  } else {
+    flagIs(item, KeyRecord::staged, false);
+    entryGone(item);
+    removed(item);
+  }
+  return true;
+}
+
+std::size_t HashTable::groupDel(std::span<KeyRecord* const> records, EntryOutcome* outcomes) {
+  std::size_t done = 0;
+  while (done != records.size() && withdrawnInGroup(*records[done], outcomes[done])) ++done;
+  for (KeyRecord* record : records.subspan(done)) flagIs(*record, KeyRecord::staged, false);
+  return done;
+}
+
 EntryProgrammedStatus HashTable::statusOf(const KeyRecord* record) const {
   if (!record || !record->has(KeyRecord::stated)) return EntryProgrammedStatus::notProgrammed;
   if (record->has(KeyRecord::marked)) return EntryProgrammedStatus::hardwareError;

@@ -86,6 +86,9 @@ class VELA_EXPORT HashTable : public HashBaseTable {
   void stage(KeyRecord& record) override;
   void flush() override;
   void settle(KeyRecord& record) override;
+  bool mayGroup() const override;
+  std::size_t groupIs(std::span<KeyRecord* const> records, EntryOutcome* outcomes) override;
+  std::size_t groupDel(std::span<KeyRecord* const> records, EntryOutcome* outcomes) override;
 
  private:
   HashBaseCuckooEntry& foundItemIs(HashBaseCuckooEntry& record);
@@ -117,6 +120,8 @@ class VELA_EXPORT HashTable : public HashBaseTable {
   inline void programmed(HashBaseCuckooEntry& item, HashBaseCuckooEntry& known);
   void programmedAmongOthers(HashBaseCuckooEntry& item);
   void removeItem(HashBaseCuckooEntry& item);
+  inline bool announcedInGroup(KeyRecord& record, EntryOutcome& outcome);
+  inline bool withdrawnInGroup(KeyRecord& record, EntryOutcome& outcome);
   inline void removed(HashBaseCuckooEntry& item);
   void traceItem(const char* what, const HashBaseCuckooEntry& item) const {
     if (options_.trace.enabled(1)) [[unlikely]]

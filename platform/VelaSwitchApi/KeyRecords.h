@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <span>
 #include <vector>
 
 #include "Orb/RecordIndex.h"
@@ -56,9 +57,11 @@ class BatchListener {
 /// Keeps what it hears.
 struct EntryOutcomes final : BatchListener {
   /// Of so many entries.
-  explicit EntryOutcomes(std::size_t count) { all.reserve(count); }
+  explicit EntryOutcomes(std::size_t count) : all(count) {}
   std::vector<EntryOutcome> all;  ///< In the order of the batch.
-  void entryDone(std::size_t, const EntryOutcome& outcome) override { all.push_back(outcome); }
+  void entryDone(std::size_t number, const EntryOutcome& outcome) override {
+    all[number] = outcome;
+  }
 };
 
 /// The record of a key, as far as it does not depend on the key's type. It is its table's as long
@@ -83,6 +86,8 @@ class VELA_EXPORT KeyRecord {
   bool has(Flag flag) const { return (flags_ >> flag & 1) != 0; }  ///< Whether that is so.
   /// Whether there is an entry that was announced.
   bool announced() const { return (flags_ & (1 << desired | 1 << unclaimed)) == 1 << desired; }
+  /// Whether there is an entry that was announced and programmed, or waits, and nothing else is so.
+  bool settled() const { return flags_ == (1 << desired | 1 << cached | 1 << stated); }
   /// Whether it is a table's.
   bool known() const { return flags_ != 0; }
 
@@ -225,6 +230,21 @@ class VELA_EXPORT KeyRecords {
     }
     flagIs(record, KeyRecord::desired, false);
   }
+  /// A record without flags is settled() from now on.
+  void settledIs(KeyRecord& record) {
+    record.flags_ = 1 << KeyRecord::desired | 1 << KeyRecord::cached | 1 << KeyRecord::stated;
+    ++counts_[KeyRecord::cached];
+    ++counts_[KeyRecord::stated];
+    peak_ = std::max(peak_, ++counts_[KeyRecord::desired]);
+  }
+  /// There is no entry any more of a record that was settled() until it was staged.
+  void stagedGone(KeyRecord& record) {
+    for (const Flag flag :
+         {KeyRecord::desired, KeyRecord::cached, KeyRecord::stated, KeyRecord::staged})
+      --counts_[flag];
+    record.flags_ = 0;
+    drop(record);
+  }
   /// Clears the flag of all records.
   void flagDelAll(Flag flag);
 
@@ -240,6 +260,21 @@ class VELA_EXPORT KeyRecords {
   virtual void stagedNumberIs(std::size_t number) = 0;
   /// The record's rows were flushed: brings what is known of its key up to date.
   virtual void settle(KeyRecord& record) = 0;
+  /// Whether entries of a batch are announced and withdrawn in groups, by the operations below:
+  /// nobody but their table is to hear of any, and rows are written as they come.
+  virtual bool mayGroup() const { return false; }
+  /// Announces entries in order: that of a record without flags is new, others are there already.
+  /// Ends in front of one that concerns others, or rows that failed; says how many it announced.
+  /// New records from there on stay without flags until their entries are announced.
+  virtual std::size_t groupIs(std::span<KeyRecord* const> /*records*/, EntryOutcome* /*outcomes*/) {
+    return 0;
+  }
+  /// Likewise withdraws entries that were settled() until they were `staged`, which those behind
+  /// them are no more.
+  virtual std::size_t groupDel(std::span<KeyRecord* const> /*records*/,
+                               EntryOutcome* /*outcomes*/) {
+    return 0;
+  }
 
  private:
   bool updateFromRecord(KeyRecord& other) const;

@@ -308,6 +308,21 @@ Orb::Ptr<Keel::Cuckoo::HashItem> PhysicalHashTable::place(HashBaseCuckooEntry& e
   return held;
 }
 
+bool PhysicalHashTable::concernsNobody() const {
+  return plain() && !pending_ &&
+         std::all_of(helpers_.begin(), helpers_.end(), [](const auto& each) {
+           return each->swTable()->count(KeyRecord::marked) == 0;
+         });
+}
+
+bool PhysicalHashTable::placeAlone(HashBaseCuckooEntry& entry) {
+  if (placePlainly(entry)) [[likely]]
+    return true;
+  if (!plain() || engine_.find(entry) || engine_.findWaiting(entry)) return false;
+  placeWithMoves(entry);
+  return true;
+}
+
 bool PhysicalHashTable::stageable(const HashBaseCuckooEntry& entry, bool desired) {
   stageable_ = plainRow(entry, desired);
   if (stageable_ == noRow) return false;
@@ -393,7 +408,11 @@ void PhysicalHashTable::placeNew(HashBaseCuckooEntry& entry) {
     return;
   }
   duplicateDel(entry);
-  if (placeOverUndecided(entry)) return;
+  if (!placeOverUndecided(entry)) placeWithMoves(entry);
+}
+
+/// Places an entry of a hardware key that nobody else has.
+void PhysicalHashTable::placeWithMoves(HashBaseCuckooEntry& entry) {
   lastWritten_ = nullptr;
   const Keel::Cuckoo::InsertResult result = engine_.insert(entry, *this);
   switch (result.outcome) {
@@ -450,10 +469,9 @@ void PhysicalHashTable::failed(const Keel::Cuckoo::InsertResult& result,
   addOnce(stale.waits, &entry);
 }
 
-Orb::Ptr<Keel::Cuckoo::HashItem> PhysicalHashTable::remove(HashBaseCuckooEntry& entry) {
-  const HwIndex row = plainRow(entry, false);
-  if (row == noRow) [[unlikely]]
-    return removeAmongOthers(entry);
+/// Removes an entry from a row that it leaves to nobody.
+[[gnu::always_inline]] inline Orb::Ptr<Keel::Cuckoo::HashItem> PhysicalHashTable::removePlainly(
+    HashBaseCuckooEntry& entry, HwIndex row) {
   hits_.entryDel(entry);
   Orb::Ptr<Keel::Cuckoo::HashItem> held = takeOut(entry);
   U32 image[maxRowWords];
@@ -464,6 +482,21 @@ Orb::Ptr<Keel::Cuckoo::HashItem> PhysicalHashTable::remove(HashBaseCuckooEntry& 
     entry.status_ = Status::hardwareError;
     addOnce(staleRowIs(row).holds, &entry);
   }
+  return held;
+}
+
+Orb::Ptr<Keel::Cuckoo::HashItem> PhysicalHashTable::removeAlone(HashBaseCuckooEntry& entry) {
+  const HwIndex row = plainRow(entry, false);
+  if (row == noRow) [[unlikely]]
+    return nullptr;
+  return removePlainly(entry, row);
+}
+
+Orb::Ptr<Keel::Cuckoo::HashItem> PhysicalHashTable::remove(HashBaseCuckooEntry& entry) {
+  const HwIndex row = plainRow(entry, false);
+  if (row == noRow) [[unlikely]]
+    return removeAmongOthers(entry);
+  Orb::Ptr<Keel::Cuckoo::HashItem> held = removePlainly(entry, row);
   revisit();
   return held;
 }

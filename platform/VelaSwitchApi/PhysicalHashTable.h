@@ -219,6 +219,14 @@ class VELA_EXPORT PhysicalHashTable : public Orb::PtrInterface,
   /// says. When its row could not be cleared, or one is undecided, its programmedStatus() is
   /// hardwareError, and its table hears of it when that is over.
   Orb::Ptr<Keel::Cuckoo::HashItem> remove(HashBaseCuckooEntry& entry);
+  /// Whether nobody is to hear of anything, as long as placeAlone() and removeAlone() succeed.
+  bool concernsNobody() const;
+  /// The same as place() of a new entry, unless it concerns others than those that it moves: then
+  /// nothing happens, and it is false.
+  bool placeAlone(HashBaseCuckooEntry& entry);
+  /// The same as remove() of an entry, unless it concerns others: then nothing happens, and it is
+  /// null.
+  Orb::Ptr<Keel::Cuckoo::HashItem> removeAlone(HashBaseCuckooEntry& entry);
   /// Whether to place an entry, or else to remove it, concerns no others and no rows that failed.
   bool stageable(const HashBaseCuckooEntry& entry, bool desired);
   /// The same as place() of a valid entry that was just stageable(), or else remove(), but that its
@@ -352,6 +360,8 @@ class VELA_EXPORT PhysicalHashTable : public Orb::PtrInterface,
   Orb::Ptr<Keel::Cuckoo::HashItem> placeAmongOthers(HashBaseCuckooEntry& entry);
   Orb::Ptr<Keel::Cuckoo::HashItem> removeAmongOthers(HashBaseCuckooEntry& entry);
   void placeNew(HashBaseCuckooEntry& entry);
+  void placeWithMoves(HashBaseCuckooEntry& entry);
+  inline Orb::Ptr<Keel::Cuckoo::HashItem> removePlainly(HashBaseCuckooEntry& entry, HwIndex row);
   void failedAt(HashBaseCuckooEntry& entry, Location at);
   void failed(const Keel::Cuckoo::InsertResult& result, HashBaseCuckooEntry& entry);
   bool placeOverUndecided(HashBaseCuckooEntry& entry);
