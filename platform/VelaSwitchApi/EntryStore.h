@@ -513,7 +513,8 @@ class EntryStore {
     try {
       groupRecords(entries, tags, records.data(), count);
     } catch (...) {
-      program();
+      // Behind one that is to be announced by itself, it comes up again in its turn.
+      if (const std::size_t done = program(); done < count) return done;
       throw;
     }
     return program();
