@@ -8,6 +8,7 @@
 #include <string>
 
 #include "Orb/Assert.h"
+#include "Orb/Sanitizer.h"
 #include "Trace/Trace.h"
 #include "VelaSwitchApi/SwTable.h"
 #include "VelaSwitchApi/TableConstants.h"
@@ -20,13 +21,7 @@ using VelaSwitchApi::EntryProgrammedStatus;
 
 /// Whether the address sanitizer watches: it takes several times as long, and sees in few rounds of
 /// a random test what it would see in many.
-#if defined(__SANITIZE_ADDRESS__)
-inline constexpr bool sanitized = true;
-#elif defined(__has_feature)
-inline constexpr bool sanitized = __has_feature(address_sanitizer);
-#else
-inline constexpr bool sanitized = false;
-#endif
+inline constexpr bool sanitized = Orb::addressSanitizer;
 
 /// A fatal assertion, while a FatalGuard is alive.
 class Fatal : public Orb::AssertionFailed {

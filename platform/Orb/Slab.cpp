@@ -2,18 +2,14 @@
 
 #include <new>
 
+#include "Orb/Sanitizer.h"
+
 namespace Orb {
 namespace {
 
 /// Under the address sanitizer each object has memory of its own, so that it sees one that is used
 /// when it is gone.
-#if defined(__SANITIZE_ADDRESS__)
-constexpr bool pooled = false;
-#elif defined(__has_feature)
-constexpr bool pooled = !__has_feature(address_sanitizer);
-#else
-constexpr bool pooled = true;
-#endif
+constexpr bool pooled = !addressSanitizer;
 
 }  // namespace
 
