@@ -212,7 +212,8 @@ U32 RouteWriter::releaseUnclaimed(const std::function<void(const Key&)>& removin
 U64 RouteWriter::programmedCells() const {
   U64 count = first_.programmedCells();
   routes_->forEachKey([&](const LpmRoutes& shared) {
-    const HashedLevel* level = shared.written ? hashedFor(shared.key.prefix().len()) : nullptr;
+    const bool held = shared.written && shared.nodes[LpmRoutes::held] != 0;
+    const HashedLevel* level = held ? hashedFor(shared.key.prefix().len()) : nullptr;
     if (level && level->inHardware(shared)) ++count;
   });
   return count;

@@ -171,30 +171,27 @@ std::size_t Routes::competitors(const Key& route) const {
 }
 
 template <class Wanted>
-U32 Routes::count(LpmRoutes::Flag flag, const Wanted& wanted) const {
+U32 Routes::countHeld(LpmRoutes::Flag flag, const Wanted& wanted) const {
   U32 count = 0;
   writer_.routes().forEachRoute(flag, [&](const LpmRoutes& routes, U32 node) {
-    if (wanted(routes, node, writer_.routes().statusOf(routes, node).status)) ++count;
+    if (routes.has(LpmRoutes::held, node) && wanted(routes, node)) ++count;
   });
   return count;
 }
 
 U32 Routes::programmed() const {
-  return count(LpmRoutes::stated, [](const LpmRoutes& routes, U32 node, Status status) {
-    return status == Status::programmed && !routes.has(LpmRoutes::unclaimed, node);
-  });
+  const auto any = [](const LpmRoutes&, U32) { return true; };
+  return writer_.routes().count(LpmRoutes::held) - countHeld(LpmRoutes::unclaimed, any);
 }
 
-U32 Routes::waiting() const {
-  return count(LpmRoutes::stated,
-               [](const LpmRoutes&, U32, Status status) { return status == Status::tableFull; });
-}
+U32 Routes::waiting() const { return writer_.routes().count(LpmRoutes::waits); }
 
+/// One whose row is marked keeps its note, and may have lost the mark since.
 U32 Routes::refused() const {
-  return count(LpmRoutes::noted, [&](const LpmRoutes& routes, U32 node, Status status) {
-    return status != Status::programmed || !routes.has(LpmRoutes::stated, node) ||
-           writer_.marked(routes.routeOf(node));
-  });
+  const auto there = [&](const LpmRoutes& routes, U32 node) {
+    return !writer_.marked(routes.routeOf(node));
+  };
+  return writer_.routes().count(LpmRoutes::noted) - countHeld(LpmRoutes::noted, there);
 }
 
 U32 Routes::reconcile(const std::function<void(const Key&)>& removing) {

@@ -89,9 +89,9 @@ class VELA_EXPORT Routes final : private Orb::KeyObserver<RouteKey> {
   /// The first part of an announcement, and what follows when its rows are written.
   bool begin(const Key& route, const Nexthop& nexthop);
   Status outcomeOf(const Key& route, bool changed);
-  /// How many routes that have the flag are wanted.
+  /// How many routes that have the flag, and a status of programmed, are wanted.
   template <class Wanted>
-  U32 count(LpmRoutes::Flag flag, const Wanted& wanted) const;
+  U32 countHeld(LpmRoutes::Flag flag, const Wanted& wanted) const;
   /// The status of a route changed.
   void handleKey(const Key& route) override;
 

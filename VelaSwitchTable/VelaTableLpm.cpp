@@ -2,9 +2,9 @@
 
 #include <algorithm>
 
-#include "VelaSwitchApi/EntryRecord.h"
-
 namespace VelaSwitchTable {
+
+using VelaSwitchApi::EntryProgrammedStatus;
 
 EntryCellResult EntryCellResult::fromHwEncoding(U32 encoding, bool direct, U8 width,
                                                 VelaSwitch::ProfileHwApi) {
@@ -41,8 +41,7 @@ LpmRoutes& LpmTable::routesIs(const Key& key) {
 
 /// Nothing is known of the routes of the key any more, perhaps.
 void LpmTable::dropUnknown(LpmRoutes& routes) {
-  const auto none = [](U8 nodes) { return nodes == 0; };
-  if (!std::all_of(routes.nodes.begin(), routes.nodes.end(), none)) return;
+  if (routes.nodes != decltype(routes.nodes){}) return;
   index_.remove(routes.tag, &routes);
   if (last_ == &routes) last_ = nullptr;
   ++dropped_;
@@ -72,8 +71,7 @@ bool LpmTable::flagIs(const Key& route, Flag flag, bool set) {
 std::vector<LpmTable::Key> LpmTable::keys(Flag flag) const {
   std::vector<Key> keys;
   keys.reserve(count(flag));
-  forEachRoute(flag,
-               [&](const LpmRoutes& routes, U32 node) { keys.push_back(routes.routeOf(node)); });
+  forEachRoute(flag, [&](const LpmRoutes& at, U32 node) { keys.push_back(at.routeOf(node)); });
   std::sort(keys.begin(), keys.end());
   return keys;
 }
@@ -120,16 +118,15 @@ bool LpmTable::entryIs(const Key& route, const LpmResult& result) {
   if (holds(routes, node, result, odd)) return false;
   const bool trapped = routes.has(LpmRoutes::desired, node) && !routes.tree.has(node);
   store(routes, node, result, odd);
+  if (trapped != result.cpuTrap()) statedIs(routes, node, false);
   if (levels_) {
     const U32 dropped = dropped_;
     levels_->handleRoute(routes, node);
     // Whoever heard of statuses may have withdrawn it.
     LpmRoutes* now = dropped == dropped_ ? &routes : routesOf(key);
-    if (now && now->has(LpmRoutes::desired, node) &&
-        (!now->has(LpmRoutes::stated, node) || trapped != result.cpuTrap()) &&
-        !levels_->staged(*now)) {
+    if (now && now->has(LpmRoutes::desired, node) && !now->has(LpmRoutes::stated, node) &&
+        !levels_->staged(*now))
       handleStatus(route);
-    }
   }
   observers_.handleKey(route);
   return true;
@@ -140,18 +137,16 @@ bool LpmTable::entryDel(const Key& given) {
   if (!at.routes) return false;
   // The caller may have handed over the very key that lies there.
   const Key route = given;
-  const Key key = at.routes->key;
   if (at.routes->has(LpmRoutes::odd, at.node)) oddResults_.erase(route);
   for (const Flag flag :
-       {LpmRoutes::desired, LpmRoutes::unclaimed, LpmRoutes::noted, LpmRoutes::odd}) {
+       {LpmRoutes::desired, LpmRoutes::unclaimed, LpmRoutes::noted, LpmRoutes::odd})
     set(*at.routes, at.node, flag, false);
-  }
   at.routes->tree.del(at.node);
   LpmRoutes* now = at.routes;
   if (levels_) {
     const U32 dropped = dropped_;
     levels_->handleRoute(*at.routes, at.node);
-    if (dropped != dropped_) now = routesOf(key);
+    if (dropped != dropped_) now = routesOf(LpmRoutes::keyOf(route));
   }
   if (now && levels_ && !now->has(LpmRoutes::desired, at.node) &&
       now->has(LpmRoutes::stated, at.node)) {
@@ -177,9 +172,17 @@ void LpmTable::entryStatusDel(const Key& given) {
   if (at.routes) statusDel(*at.routes, at.node);
 }
 
+/// What the flags say of a status is as it was told last.
+void LpmTable::statedIs(LpmRoutes& routes, U32 node, bool stated) {
+  const auto status = (stated ? statusOf(routes, node) : LpmStatus()).status;
+  set(routes, node, LpmRoutes::stated, stated);
+  set(routes, node, LpmRoutes::held, status == EntryProgrammedStatus::programmed);
+  set(routes, node, LpmRoutes::waits, status == EntryProgrammedStatus::tableFull);
+}
+
 void LpmTable::statusDel(LpmRoutes& routes, U32 node) {
   const Key route = routes.routeOf(node);
-  set(routes, node, LpmRoutes::stated, false);
+  statedIs(routes, node, false);
   dropUnknown(routes);
   statusObservers_.handleKey(route);
 }
@@ -190,7 +193,7 @@ void LpmTable::entryStatusDelAll() {
 
 void LpmTable::handleStatus(const Key& route) {
   LpmRoutes& routes = routesIs(LpmRoutes::keyOf(route));
-  set(routes, routes.nodeOf(route), LpmRoutes::stated, true);
+  statedIs(routes, routes.nodeOf(route), true);
   statusObservers_.handleKey(route);
 }
 
@@ -199,7 +202,7 @@ void LpmTable::handleStatuses(const Key& given) {
   if (!routes) return;
   const Key key = given;
   const U8 nodes = routes->tree.nodes();
-  LpmRoutes::forEachNode(nodes, [&](U32 node) { set(*routes, node, LpmRoutes::stated, true); });
+  LpmRoutes::forEachNode(nodes, [&](U32 node) { statedIs(*routes, node, true); });
   if (statusObservers_.empty()) return;
   LpmRoutes::forEachNode(
       nodes, [&](U32 node) { statusObservers_.handleKey(LpmRoutes::routeOf(key, node)); });

@@ -69,12 +69,7 @@ class VELA_EXPORT LpmTable final : public Orb::PtrInterface {
   /// Calls `visit(routes)` for each key, in no order. They must not change meanwhile.
   template <class Visitor>
   void forEachKey(const Visitor& visit) const {
-    index_.forEach([&](const void* each) { visit(*static_cast<const LpmRoutes*>(each)); },
-                   [](const void* each) {
-                     const VelaSwitchApi::KeyRecord* record =
-                         static_cast<const LpmRoutes*>(each)->item.get();
-                     __builtin_prefetch(record);
-                   });
+    index_.forEach([&](const void* each) { visit(*static_cast<const LpmRoutes*>(each)); });
   }
   LpmStatus statusOf(const LpmRoutes& routes, U32 node) const;  ///< Of one that has a status.
   void handleStatus(const Key& route);    ///< Told by the levels: the route's status changed.
@@ -96,6 +91,7 @@ class VELA_EXPORT LpmTable final : public Orb::PtrInterface {
   void set(LpmRoutes& routes, U32 node, Flag flag, bool set);
   bool holds(const LpmRoutes& routes, U32 node, const LpmResult& result, bool odd) const;
   void store(LpmRoutes& routes, U32 node, const LpmResult& result, bool odd);
+  void statedIs(LpmRoutes& routes, U32 node, bool stated);
   void statusDel(LpmRoutes& routes, U32 node);
   void dropUnknown(LpmRoutes& routes);
   LpmResult resultOf(const LpmRoutes& routes, U32 node) const;

@@ -280,10 +280,17 @@ void GroupAgent::expectFound(const EntryKey& key, const Json& result) {
 
 void GroupAgent::expectTruth() {
   for (std::size_t at = 0; at < group.tables.size(); ++at) {
-    for (const auto& status : of({at, {}}).statuses()) {
+    const VelaAgent::TableAdapter& table = of({at, {}});
+    U32 programmed = 0;
+    U32 waiting = 0;
+    for (const auto& status : table.statuses()) {
+      waiting += status.status == EntryProgrammedStatus::tableFull ? 1 : 0;
       if (status.status != EntryProgrammedStatus::programmed) continue;
-      ASSERT_FALSE(find({at, status.key}).is_null()) << of({at, {}}).name() << status.key;
+      programmed += table.typed().announced(status.value) ? 1 : 0;
+      ASSERT_FALSE(find({at, status.key}).is_null()) << table.name() << status.key;
     }
+    ASSERT_EQ(table.programmed(), programmed) << table.name();
+    ASSERT_EQ(table.waiting(), waiting) << table.name();
   }
 }
 

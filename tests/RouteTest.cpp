@@ -83,10 +83,17 @@ struct Ladder {
       ASSERT_EQ(*hit->realPrefixLen(), expected->first);
     }
   }
-  /// Random addresses near routes and anywhere, and both ends of every route.
+  /// Random addresses near routes and anywhere, and both ends of every route; what is counted of
+  /// statuses, and each of them.
   void checkAll(Random& random, U32 count) {
     std::vector<LpmKey> keys;
-    for (const auto& [key, to] : desired) keys.push_back(key);
+    std::map<EntryProgrammedStatus, U32> statuses;
+    for (const auto& [key, to] : desired) {
+      keys.push_back(key);
+      ++statuses[status(key)];
+    }
+    ASSERT_EQ(routes->count(LpmRoutes::held), statuses[EntryProgrammedStatus::programmed]);
+    ASSERT_EQ(routes->count(LpmRoutes::waits), statuses[EntryProgrammedStatus::tableFull]);
     for (const LpmKey& key : keys) {
       const U32 low = key.prefix().address().number();
       const U32 high = key.prefix().len() == 0

@@ -84,8 +84,10 @@ struct LpmRoutes {
     noted,      ///< For whoever owns the routes, as long as it is announced.
     stated,     ///< It has a status.
     odd,        ///< Its result is not just a next hop: that lies apart.
+    held,       ///< Its status is programmed,
+    waits,      ///< or tableFull.
   };
-  static constexpr U8 flags = odd + 1;
+  static constexpr U8 flags = waits + 1;
 
   /// Of no route yet; `hash` is the key's.
   LpmRoutes(const Key& shared, U32 hash) : key(shared), tag(hash) {}

@@ -40,8 +40,7 @@ void RecordIndex::rehash(std::size_t buckets) {
   old.swap(buckets_);
   mask_ = static_cast<U32>(buckets) - 1;
   most_ = mostOf(buckets);
-  forEachOf(
-      old, [&](void* record) { put(tagOf_(record), record); }, NotSoon());
+  forEachOf(old, [&](void* record) { put(tagOf_(record), record); });
 }
 
 }  // namespace Orb

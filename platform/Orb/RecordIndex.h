@@ -25,11 +25,6 @@ class VELA_EXPORT RecordIndex {
   /// Of records that say their tags so.
   explicit RecordIndex(TagOf tagOf) : tagOf_(tagOf) {}
 
-  /// Fetches nothing for a visit; see forEach().
-  struct NotSoon {
-    void operator()(const void*) const {}  ///< Nothing.
-  };
-
   U32 size() const { return size_; }  ///< Records.
 
   /// The record of the tag that `isIt(record)` is true of, or null.
@@ -76,10 +71,9 @@ class VELA_EXPORT RecordIndex {
   void reserve(U32 count);
 
   /// Calls `visit(record)` for every record, in no order. The index must not change meanwhile.
-  /// `soon(record)` comes some records before that, to fetch what the visit is going to need.
-  template <class Visitor, class Soon = NotSoon>
-  void forEach(const Visitor& visit, const Soon& soon = {}) const {
-    forEachOf(buckets_, visit, soon);
+  template <class Visitor>
+  void forEach(const Visitor& visit) const {
+    forEachOf(buckets_, visit);
   }
 
  private:
@@ -194,17 +188,15 @@ class VELA_EXPORT RecordIndex {
   void moveUp(Place hole);
   void grow();
   /// Records lie anywhere in memory, so that they are fetched while others are visited.
-  template <class Visitor, class Soon>
-  static void forEachOf(const std::vector<Bucket>& buckets, const Visitor& visit,
-                        const Soon& soon) {
-    constexpr std::size_t ahead = 8;
+  template <class Visitor>
+  static void forEachOf(const std::vector<Bucket>& buckets, const Visitor& visit) {
+    constexpr std::size_t ahead = 16;
     const std::size_t slots = buckets.size() * slotsPerBucket;
     const auto recordAt = [&](std::size_t at) -> void* {
       return at < slots ? buckets[at / slotsPerBucket].record(at % slotsPerBucket) : nullptr;
     };
     for (std::size_t at = 0; at < slots; ++at) {
-      __builtin_prefetch(recordAt(at + 2 * ahead));
-      if (const void* next = recordAt(at + ahead)) soon(next);
+      __builtin_prefetch(recordAt(at + ahead));
       if (void* record = recordAt(at)) visit(record);
     }
   }
