@@ -156,6 +156,17 @@ std::string geometryName(const testing::TestParamInfo<Geometry>& geometry) {
                    geometry.param.spread);
 }
 
+/// The proof of a refusal: the competitors and the new item have, among them all, one row too few.
+void expectProof(Table& table, const Item& item) {
+  std::set<CuckooLocation> common;
+  std::set<const HashItem*> competitors{&item};
+  for (const U32 row : table.competitors(item)) competitors.insert(table.at(row));
+  for (const HashItem* each : competitors) {
+    for (U8 way = 0; way < table.ways(); ++way) common.insert(table.candidate(*each, way));
+  }
+  ASSERT_EQ(competitors.size(), common.size() + 1);
+}
+
 class Placement : public testing::TestWithParam<Geometry> {};
 
 /// The engine against the matching, over insertions and removals around the point of overflow.
@@ -191,14 +202,7 @@ TEST_P(Placement, refusesExactlyWhatNoArrangementHolds) {
     ASSERT_FALSE(item.placed());
     ASSERT_EQ(engine.rows.writes, writesBefore) << "a refusal writes nothing";
     for (const auto& [each, location] : before) ASSERT_EQ(table.location(*each), location);
-    // The proof: these items and the new one have, among them all, one row too few.
-    std::set<CuckooLocation> common;
-    std::set<const HashItem*> competitors{&item};
-    for (const U32 row : table.competitors(item)) competitors.insert(table.at(row));
-    for (const HashItem* each : competitors) {
-      for (U8 way = 0; way < ways; ++way) common.insert(table.candidate(*each, way));
-    }
-    ASSERT_EQ(competitors.size(), common.size() + 1);
+    ASSERT_NO_FATAL_FAILURE(expectProof(table, item));
   }
   EXPECT_GT(refusals, 0) << "the load never reached the limit";
   EXPECT_EQ(table.size(), engine.placed.size());
@@ -328,6 +332,7 @@ TEST_P(Waiting, nobodyWaitsWhoHasRoom) {
       if (!fits && engine.waiting.size() < 40) {
         engine.wait(item);
         ASSERT_EQ(engine.table.findWaiting(item), &item);
+        ASSERT_NO_FATAL_FAILURE(expectProof(engine.table, item));
       }
     }
     ASSERT_EQ(engine.table.waiting().size(), engine.waiting.size());

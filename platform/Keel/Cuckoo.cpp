@@ -283,6 +283,10 @@ Table::Nearest Table::nearestWaiting(std::span<const CuckooLocation> free) {
 void Table::Openings::make(const Table& table) {
   heads_.resize(table.capacity(), noSlot);
   links_.resize(table.capacity() * table.ways_);
+  if (table.ways_ == 2) {
+    others_.resize(table.capacity());
+    passed_.resize(table.capacity());
+  }
   for (U32 slot = 0; slot < table.capacity(); ++slot) {
     if (table.slots_[slot]) add(table, slot);
   }
@@ -293,6 +297,7 @@ void Table::Openings::add(const Table& table, U32 slot) {
     const U32 to = table.candidateSlot(table.nodes_[slot].rows, way);
     if (to == slot) continue;
     const U32 node = slot * table.ways_ + way;
+    if (table.ways_ == 2) others_[slot] = to;
     links_[node] = {heads_[to], noSlot};
     if (heads_[to] != noSlot) links_[heads_[to]].previous = node;
     heads_[to] = node;
@@ -307,6 +312,31 @@ void Table::Openings::del(const Table& table, U32 slot) {
     (link.previous == noSlot ? heads_[to] : links_[link.previous].next) = link.next;
     if (link.next != noSlot) links_[link.next].previous = link.previous;
   }
+}
+
+/// Every row leads to one other, so that these are two chains of rows. Both are followed at a time:
+/// each of them waits for memory at every step.
+U32 Table::Openings::follow(std::array<U32, 2> closed, std::vector<U32>& reached) {
+  if (++passes_ == 0) {
+    std::fill(passed_.begin(), passed_.end(), U16{0});
+    passes_ = 1;
+  }
+  const U16 pass = passes_;
+  U32 count = 0;
+  const auto passes = [&](U32 slot) {
+    if (passed_[slot] == pass) return false;
+    passed_[slot] = pass;
+    reached[count++] = slot;
+    return true;
+  };
+  auto [one, other] = closed;
+  bool oneGoesOn = passes(one);
+  bool otherGoesOn = passes(other);
+  while (oneGoesOn || otherGoesOn) {
+    if (oneGoesOn) oneGoesOn = passes(one = others_[one]);
+    if (otherGoesOn) otherGoesOn = passes(other = others_[other]);
+  }
+  return count;
 }
 
 void Table::replace(HashItem& held, HashItem& item) {
@@ -332,7 +362,14 @@ bool Table::adopt(HashItem& item, CuckooLocation location) {
 }
 
 std::span<const U32> Table::competitors(const HashItem& item) {
-  if (search(item, Search::whole) != noSlot) return {};
+  rowOf(item, 0);
+  const Rows rows = rowsOf(item);
+  if (ways_ == 2 && openings_.made() && leadsNowhereElse(rows)) {
+    const std::array<U32, 2> closed{candidateSlot(rows, 0), candidateSlot(rows, 1)};
+    reachedCount_ = openings_.follow(closed, reached_);
+  } else if (search(item, Search::whole) != noSlot) {
+    return {};
+  }
   return {reached_.data(), reachedCount_};
 }
 

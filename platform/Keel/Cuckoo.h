@@ -1,6 +1,7 @@
 #pragma once
 
 #include <algorithm>
+#include <array>
 #include <bit>
 #include <optional>
 #include <span>
@@ -222,6 +223,9 @@ class VELA_EXPORT Table {
         visit(node / table.ways_);
       }
     }
+    /// Of two ways: puts the rows that can be reached from closed ones, and these, into `reached`,
+    /// nearest first. Returns how many they are.
+    U32 follow(std::array<U32, 2> closed, std::vector<U32>& reached);
 
    private:
     struct Link {
@@ -230,6 +234,11 @@ class VELA_EXPORT Table {
     };
     std::vector<U32> heads_;   ///< By row that is moved to.
     std::vector<Link> links_;  ///< By row that is moved from, and way that is moved to.
+    /// Of two ways, apart from what only other searches need: the one row that an item could move
+    /// to, by its own, and the number of the search that came there last.
+    std::vector<U32> others_;
+    std::vector<U16> passed_;
+    U16 passes_ = 0;
   };
 
   U32 rowsPerWay_;

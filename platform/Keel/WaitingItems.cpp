@@ -69,6 +69,14 @@ HashItem* WaitingItems::equal(const HashItem& key) const {
   }));
 }
 
+void WaitingItems::equalSoon(const HashItem& key) const {
+  index_.soon(tagOf(&key));
+  for (U8 way = 0; way < ways_; ++way) {
+    const U32 last = heads_[slotOf(key, way)].last;
+    if (last != none) __builtin_prefetch(&nodes_[last]);
+  }
+}
+
 U32 WaitingItems::tagOf(const void* item) {
   return static_cast<U32>(
       Orb::hashOf(std::bit_cast<U64>(static_cast<const HashItem*>(item)->rows_)));

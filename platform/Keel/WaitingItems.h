@@ -25,8 +25,8 @@ class VELA_EXPORT WaitingItems {
   void clear();  ///< Takes out all of them.
   /// The item of the same hardware key, or null.
   HashItem* equal(const HashItem& key) const;
-  /// It is asked for soon.
-  void equalSoon(const HashItem& key) const { index_.soon(tagOf(&key)); }
+  /// It is asked for soon, and the item itself may wait then.
+  void equalSoon(const HashItem& key) const;
 
   /// The item that has waited longest among those that could take the row, or null.
   HashItem* first(U32 slot) const {
@@ -61,7 +61,8 @@ class VELA_EXPORT WaitingItems {
 
   static U32 nodeOf(const HashItem& item) { return item.slot_ & ~HashItem::notPlaced; }
   static U32 tagOf(const void* item);
-  Queue& queue(const HashItem& item, U8 way) { return heads_[way * rowsPerWay_ + item.rows_[way]]; }
+  U32 slotOf(const HashItem& item, U8 way) const { return way * rowsPerWay_ + item.rows_[way]; }
+  Queue& queue(const HashItem& item, U8 way) { return heads_[slotOf(item, way)]; }
 
   U32 slots_;
   U32 rowsPerWay_;
