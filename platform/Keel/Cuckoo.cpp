@@ -123,6 +123,7 @@ U32 Table::searchFurther(Search kind) {
 }
 
 void Table::markClosed() {
+  anyClosed_ = true;
   for (U32 i = 0; i < reachedCount_; ++i) nodes_[reached_[i]].closed = closings_;
 }
 
@@ -160,7 +161,10 @@ InsertResult Table::carryOut(HashItem& item, U32 to, RowWriter& writer) {
 }
 
 /// A row that was closed is freed.
-void Table::reopen() { nextEpoch(closings_, nodes_, &Node::closed); }
+void Table::reopen() {
+  nextEpoch(closings_, nodes_, &Node::closed);
+  anyClosed_ = false;
+}
 
 void Table::waitIs(HashItem& item) {
   if (item.waits()) return;
@@ -203,7 +207,7 @@ SuccessionResult Table::succeed(HashItem& gone, RowWriter& writer) {
   --size_;
   SuccessionResult result = letIn(next, writer);
   const bool placed = result.insert.outcome == Outcome::placed;
-  if (wasClosed && !(placed && stillClosed)) nextEpoch(closings_, nodes_, &Node::closed);
+  if (wasClosed && !(placed && stillClosed)) reopen();
   return result;
 }
 

@@ -258,7 +258,7 @@ class VELA_EXPORT Table {
                      ///< every item in them has all of its rows among them. No search needs to
                      ///< enter them until one of them is freed.
   };
-  bool isClosed(U32 slot) const { return nodes_[slot].closed == closings_; }
+  bool isClosed(U32 slot) const { return anyClosed_ && nodes_[slot].closed == closings_; }
   void reachedFrom(U32 slot, U32 from);
 
   std::vector<U32> reached_;  ///< Rows in the order in which the search reached them.
@@ -266,6 +266,7 @@ class VELA_EXPORT Table {
   std::vector<Node> nodes_;  ///< By row.
   U16 searches_ = 0;
   U16 closings_ = 1;
+  bool anyClosed_ = false;  ///< Else no row's node need be looked at.
 };
 
 }  // namespace Keel::Cuckoo
