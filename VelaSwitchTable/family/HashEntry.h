@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "HashBase/HashFamilyChecks.h"
 #include "HashBase/KeyHashes.h"
 #include "VelaSwitchTable/VelaTableHashHelper.h"
 #include "VelaSwitchTable/family/Family.h"
@@ -100,13 +101,6 @@ KeyBits packedKey(const typename F::Key& key) {
   return bits;
 }
 
-/// Bits of the field "compare" of a family's rows; 0 when they have none.
-template <class F>
-consteval U8 compareBits() {
-  constexpr auto number = findField<F>("compare");
-  return number ? static_cast<U8>(VelaSwitchApi::detail::someFields<F>()[*number].width) : U8{0};
-}
-
 /// An entry of the family as the cuckoo engine sees it.
 template <class F>
 class VELA_EXPORT HashFamilyEntry
@@ -156,10 +150,10 @@ class VELA_EXPORT HashFamilyEntry
     return fillKeyBuffer<F>(packed(), buffer, bufSize);
   }
   /// What rows hold of the key, where that is one field.
-  U64 hwCompareEncoding() const requires(compareBits<F>() != 0) {
+  U64 hwCompareEncoding() const requires(detail::compareBits<F>() != 0) {
     KeyBits bits = packed();
     bits.drop(F::traits.hashBits);
-    return bits.take(compareBits<F>());
+    return bits.take(detail::compareBits<F>());
   }
   /// The key as the number that is hashed.
   KeyBits packed() const { return {packed_, this->packedBits_}; }

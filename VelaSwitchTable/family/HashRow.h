@@ -28,6 +28,7 @@ class VELA_EXPORT HashFamilyHelperBase : public VelaTableHashHelper {
     keyBits_ = key ? static_cast<U8>(key->width) : packedKey<F>(table().nullKey()).bits();
     storedBits_ = static_cast<U8>(keyBits_ - implied());
     if (valid) storedBits_ = std::min(storedBits_, static_cast<U8>(valid->first));
+    ORB_ASSERT(knownStored == 0 || knownStored == storedBits_);
     if constexpr (F::traits.rowImpliesKey) {
       inverse_ = VelaSwitch::HashInverse(&hashBuffer, F::traits.ways, keyBits_, impliedBits());
     }
@@ -42,8 +43,7 @@ class VELA_EXPORT HashFamilyHelperBase : public VelaTableHashHelper {
     // Packed where nothing else can lie, so that the compiler keeps it in registers.
     std::array<U32, F::traits.rowWords> words{};
     setRow<false>(entry, location, reinterpret_cast<U8*>(words.data()));
-    std::memcpy(image, words.data(), sizeof words);
-    RowWriterOf<F>(layout(), image, "", false).setPlace(location.row, location.way);
+    RowWriterOf<F>::store(words, layout(), location.row, location.way, image);
   }
 
  protected:
@@ -105,8 +105,7 @@ class VELA_EXPORT HashFamilyHelperBase : public VelaTableHashHelper {
     if (packed.valid()) {
       KeyBits bits = packed.packed();
       bits.drop(implied());
-      constexpr U8 known = detail::knownStoredBits<F>();
-      row.setFirst(bits.words(), known != 0 ? known : storedBits_);
+      row.setFirst(bits.words(), knownStored != 0 ? knownStored : storedBits_);
       if constexpr (detail::ListedKey<F>) {
         forEachRowField(packed.key(), [&](std::size_t number, const auto& field) {
           using Orb::hashWord;
@@ -158,9 +157,12 @@ class VELA_EXPORT HashFamilyHelperBase : public VelaTableHashHelper {
   }
   auto& table() const { return static_cast<TableOf<F>&>(*swTable()); }
 
+  static constexpr U8 knownStored = detail::knownStoredBits<F>();
+
   /// Low bits of the packed key, which rows imply.
   U8 implied() const {
-    return F::traits.rowImpliesKey ? static_cast<U8>(physical().properties().hashBits) : U8{0};
+    const U32 bits = knownStored != 0 ? F::traits.hashBits : physical().properties().hashBits;
+    return F::traits.rowImpliesKey ? static_cast<U8>(bits) : U8{0};
   }
   /// Where they stand in the hashed buffer, lowest first.
   std::vector<U8> impliedBits() const {

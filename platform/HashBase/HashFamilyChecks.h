@@ -31,9 +31,17 @@ constexpr unsigned storedBits() {
   return hashedBits<F>() - (F::traits.rowImpliesKey ? F::traits.hashBits : 0u);
 }
 
+/// Bits of the field "compare" of a family's rows; 0 when they have none.
+template <class F>
+consteval U8 compareBits() {
+  return static_cast<U8>(fieldOf<F>("compare").width);
+}
+
 /// Bits of the packed key that rows hold, where the compiler knows them whatever the shape; else 0.
 template <class F>
 consteval U8 knownStoredBits() {
+  constexpr bool constant = VelaSwitchApi::detail::ConstantRow<F>;
+  if constexpr (constant && compareBits<F>() != 0) return compareBits<F>();
   const RowField key = fieldOf<F>("key");
   const RowField valid = fieldOf<F>("valid");
   const bool same = std::max(key.first, valid.first) < VelaSwitchApi::detail::sameBits<F>();

@@ -26,9 +26,6 @@ Result readSafely(const Trace::Handle& trace, const char* what, HwIndex index, R
   return refused;
 }
 
-/// The image of a row, those words included that have no register.
-using RowImage = std::array<U32, maxRowWords>;
-
 /// What the numbers of sample entries are made of: of any two bits one sample tells them apart, and
 /// each is set in one and clear in another.
 inline constexpr std::array<U64, 8> sampleBits{~U64{0},

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstring>
 #include <optional>
 
 #include "Orb/FixedString.h"
@@ -83,6 +84,14 @@ consteval auto allFields() {
 template <class F>
 consteval auto someFields() {
   return allFields<F>()[0];
+}
+
+/// What RowWriter::setPlace() writes to rows of so many words, where the compiler knows it; else
+/// without a mask.
+template <class F>
+consteval RowLayout::Control knownControl(U8 words) {
+  if constexpr (ConstantRow<F>) return RowLayout::controlOf(F::fields, words);
+  return {};
 }
 
 }  // namespace detail
@@ -210,6 +219,34 @@ class RowWriterOf : public RowWriter {
     } else {
       setParity(count);
     }
+  }
+  /// Puts a row that was packed in words of its own into an image of as many, with its place. The
+  /// compiler keeps words in registers; stored in parts as large as they are read, nobody who reads
+  /// one has to wait until the stores of its pieces are done.
+  template <std::size_t count>
+  static void store(std::array<U32, count> words, const RowLayout& layout, U64 row, U64 way,
+                    U8* image) {
+    static constexpr RowLayout::Control control = detail::knownControl<F>(count);
+    if constexpr (control.mask != 0) {
+      const U64 value = control.value(row, way);
+      U32* two = &words[control.word];
+      two[0] = (two[0] & ~static_cast<U32>(control.mask)) | static_cast<U32>(value);
+      two[1] = (two[1] & ~static_cast<U32>(control.mask >> 32)) | static_cast<U32>(value >> 32);
+    }
+    const auto two = [&words](std::size_t at) { return words[at] | U64{words[at + 1]} << 32; };
+    std::size_t at = 0;
+    if constexpr (count >= 4) {
+      using Four [[gnu::vector_size(16)]] = U64;
+      const Four four{two(0), two(2)};
+      std::memcpy(image, &four, sizeof four);
+      at = 4;
+    }
+    for (; at + 1 < count; at += 2) {
+      const U64 both = two(at);
+      std::memcpy(image + at * sizeof(U32), &both, sizeof both);
+    }
+    if (at < count) std::memcpy(image + at * sizeof(U32), &words[at], sizeof(U32));
+    if constexpr (control.mask == 0) RowWriterOf(layout, image, "", false).setPlace(row, way);
   }
   /// Writes the fields that have the names of the value's.
   template <class V>

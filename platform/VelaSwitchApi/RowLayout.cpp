@@ -15,29 +15,7 @@ RowLayout::RowLayout(std::vector<RowField> fields, U8 words)
   way_ = number("way");
   if (row_ != none) rowPlace_ = places_[row_];
   if (way_ != none) wayPlace_ = places_[way_];
-  findControl();
-}
-
-void RowLayout::findControl() {
-  if (row_ == none || contents_.size() > 1) return;
-  Control control{.rowMask = static_cast<U32>(rowPlace_.mask),
-                  .word = rowPlace_.word,
-                  .rowOffset = rowPlace_.offset};
-  for (const Place& place : {rowPlace_, wayPlace_}) {
-    if (place.mask == 0) continue;
-    if (place.word != control.word || place.tail) return;
-    control.mask |= static_cast<U32>(place.mask << place.offset);
-  }
-  U32 value = 0;
-  if (!contents_.empty()) {
-    if (contents_.front().word != control.word) return;
-    control.mask |= contents_.front().mask;
-    value = contents_.front().value;
-  }
-  for (U64 way = 0; way < control.ways.size(); ++way) {
-    control.ways[way] = value | static_cast<U32>((way & wayPlace_.mask) << wayPlace_.offset);
-  }
-  control_ = control;
+  control_ = controlOf(fields_, words_);
 }
 
 void RowLayout::addContent(const RowField& field) {

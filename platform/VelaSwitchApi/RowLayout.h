@@ -16,6 +16,8 @@ namespace VelaSwitchApi {
 
 /// Most words that a row image has.
 inline constexpr U8 maxRowWords = 8;
+/// The image of a row, those words included that have no register.
+using RowImage = std::array<U32, maxRowWords>;
 
 /// One field of a row image.
 struct RowField {
@@ -118,22 +120,62 @@ class VELA_EXPORT RowLayout {
   };
   /// In the order of the fields.
   const std::vector<Content>& contents() const { return contents_; }
-  /// All that setPlace() writes, where that is one word. Without a mask where it is not.
+  /// All that setPlace() writes, where that is one word: of that and one beside it, as they are
+  /// read. Without a mask where it is not.
   struct Control {
-    U32 mask = 0;               ///< The word's bits that are written.
+    U64 mask = 0;               ///< The bits that are written.
     U32 rowMask = 0;            ///< Those of the row's number, before it is shifted.
-    U8 word = 0;                ///< Number of the word.
+    U8 word = 0;                ///< Number of the first word.
     U8 rowOffset = 0;           ///< By how much that is.
-    std::array<U32, 4> ways{};  ///< All other bits, by way.
+    std::array<U64, 4> ways{};  ///< All other bits, by way.
+
+    /// What is written.
+    constexpr U64 value(U64 row, U64 way) const {
+      return ways[way % ways.size()] | (row & rowMask) << rowOffset;
+    }
   };
   /// That word.
   const Control& control() const { return control_; }
+  /// That of rows with these fields.
+  static constexpr Control controlOf(std::span<const RowField> fields, U8 words) {
+    const auto place = [fields](std::string_view name) {
+      for (const RowField& field : fields) {
+        if (name == field.name) return Place(field);
+      }
+      return Place();
+    };
+    const Place row = place("row");
+    const Place way = place("way");
+    if (words < 2 || row.word >= words) return {};
+    U32 mask = 0;
+    const auto takeIn = [&](const Place& at) {
+      mask |= ~at.others;
+      return at.plain && at.word == row.word;
+    };
+    if (!takeIn(row) || (way.mask != 0 && !takeIn(way))) return {};
+    U64 same = 0;
+    for (const RowField& field : fields) {
+      if (field.width == 0 || field.content == RowField::varies) continue;
+      const Place at(field);
+      if (!takeIn(at)) return {};
+      same |= (field.content & at.mask) << at.offset;
+    }
+    const auto first = static_cast<U8>(std::min(row.word & ~1, words - 2));
+    const int shift = (row.word - first) * 32;
+    Control control{.mask = U64{mask} << shift,
+                    .rowMask = static_cast<U32>(row.mask),
+                    .word = first,
+                    .rowOffset = static_cast<U8>(row.offset + shift)};
+    for (U64 each = 0; each < control.ways.size(); ++each) {
+      control.ways[each] = (same | (each & way.mask) << way.offset) << shift;
+    }
+    return control;
+  }
   /// Those of all fields, by their numbers.
   const Place* places() const { return places_.data(); }
 
  private:
   void addContent(const RowField& field);
-  void findControl();
 
   std::vector<RowField> fields_;
   std::vector<Place> places_;
@@ -186,9 +228,10 @@ class RowWriter {
   /// layout has them, and those that hold the same in every row.
   [[gnu::always_inline]] void setPlace(U64 row, U64 way = 0) {
     if (const RowLayout::Control& control = layout_.control(); control.mask != 0) [[likely]] {
-      U32& word = words_[control.word];
-      word = (word & ~control.mask) | control.ways[way % control.ways.size()] |
-             (static_cast<U32>(row) & control.rowMask) << control.rowOffset;
+      U64 two;
+      std::memcpy(&two, words_ + control.word, sizeof two);
+      two = (two & ~control.mask) | control.value(row, way);
+      std::memcpy(words_ + control.word, &two, sizeof two);
     } else {
       setAt(layout_.rowPlace(), row);
       setAt(layout_.wayPlace(), way);
