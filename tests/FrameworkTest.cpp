@@ -18,12 +18,13 @@ HwAddressColl registers(std::initializer_list<std::pair<DataArrayIndex, std::str
 }
 
 Orb::Ptr<HwTableConfig> tableOf(RegisterBus& bus, HwIndex first, HwIndex last, U8 words,
-                                Orb::PtrConst<HwTableRegisterMapping> mapping) {
+                                Orb::PtrConst<HwTableRegisterMapping> mapping,
+                                const HwTableConfig* alike = nullptr) {
   const std::string name = mapping->name();
   return Orb::make<HwTableConfig>(
       HwTableDescriptorConfig::hwTableDescIs({"Example", 0, 0, name}, TableState::active, first,
                                              last, words, std::move(mapping)),
-      bus);
+      bus, alike);
 }
 
 HwEntryConfig row(HwIndex index, std::initializer_list<U32> words) {
@@ -102,6 +103,90 @@ TEST(HwTable, unchangedRowsAreNotWritten) {
   EXPECT_EQ(table->readEntry(2), RegisterBus::Read::held);
   EXPECT_EQ(table->image(2)[2], 8u) << "what has no register is kept while the rest is unchanged";
   EXPECT_EQ(table->readEntry(1), RegisterBus::Read::absent);
+}
+
+/// Two tables whose rows fail, change and vanish, with images that they share or of their own.
+struct Pipelines {
+  struct Bus final : RegisterBus {
+    std::map<std::pair<TableHandle, HwIndex>, std::vector<U32>> rows;
+    std::vector<TableHandle> log;
+    bool fails[2]{};
+    RegisterHandle registerIs(std::string_view) override { return 0; }
+    TableHandle tableIs(const HwTableIdentity& table, HwIndex) override {
+      return table.name == "1";
+    }
+    bool rowIs(TableHandle table, HwIndex index, std::span<const RegisterValue> writes) override {
+      log.push_back(table);
+      if (fails[table]) return false;
+      rows[{table, index}] = {writes[0].value, writes[1].value};
+      return true;
+    }
+    Read row(TableHandle table, HwIndex index, std::span<RegisterValue> values) override {
+      const auto row = rows.find({table, index});
+      if (fails[table]) return Read::failed;
+      if (row == rows.end()) return Read::absent;
+      for (int i = 0; i < 2; ++i) values[i].value = row->second[i];
+      return Read::held;
+    }
+    bool hitBits(TableHandle, HwIndex, std::span<RegisterValue>) override { return true; }
+  } bus;
+  std::vector<Orb::Ptr<HwTableConfig>> tables;
+
+  explicit Pipelines(bool alike) {
+    for (const char* name : {"0", "1"}) {
+      const auto mapping =
+          Orb::make<HwTableRegisterMappingConst>(name, registers({{0, "data"}, {2, "control"}}));
+      const bool shares = alike && !tables.empty();
+      tables.push_back(tableOf(bus, 0, 1, 3, mapping, shares ? tables[0].get() : nullptr));
+      tables.back()->staticWordIs(2, 4);
+    }
+  }
+  void write(HwIndex index, const RowImage& image) {
+    const bool alike = tables[0]->isAlike(*tables[1]);
+    const bool unchanged = alike && tables[0]->imageIs(index, image.data());
+    for (const auto& table : tables) {
+      if (alike) table->entryIs(index, image.data(), unchanged, [] {});
+      if (!alike) table->entryIs(index, image.data(), [] {});
+    }
+  }
+  auto known(HwIndex index) const {
+    std::vector<std::tuple<HwTableConfig::Row, bool, std::vector<U32>>> all;
+    for (const auto& table : tables) {
+      const U32* image = std::as_const(*table).image(index);
+      const bool unknown = table->state(index) == HwTableConfig::Row::unknown;
+      all.emplace_back(table->state(index), table->written(index),
+                       std::vector<U32>(image, image + (unknown ? 0 : 3)));
+    }
+    return all;
+  }
+};
+
+TEST(HwTable, tablesThatAreAlikeDifferAsOthersDo) {
+  VelaTest::Random random;
+  for (int round = 0; round < 200; ++round) {
+    Pipelines shared(true);
+    Pipelines apart(false);
+    for (int step = 0; step < 60; ++step) {
+      const U32 what = random.below(5);
+      const U32 pipeline = random.below(2);
+      const HwIndex index = random.below(2);
+      const RowImage image{random.below(2), random.below(2), random.below(8)};
+      const bool fails[] = {random.below(4) == 0, random.below(4) == 0};
+      for (Pipelines* each : {&shared, &apart}) {
+        std::copy_n(fails, 2, each->bus.fails);
+        if (what == 0) each->bus.rows[{pipeline, index}] = {image[0], image[2]};
+        if (what == 1) each->bus.rows.erase({pipeline, index});
+        if (what == 2) each->tables[pipeline]->readEntry(index);
+        if (what == 3) each->write(index, image);
+        if (what == 4 && !each->tables[pipeline]->unheard(index)) {
+          each->tables[pipeline]->entryForget(index);
+        }
+      }
+      ASSERT_EQ(shared.known(0), apart.known(0)) << "step " << step;
+      ASSERT_EQ(shared.known(1), apart.known(1)) << "step " << step;
+      ASSERT_EQ(shared.bus.log, apart.bus.log) << "step " << step;
+    }
+  }
 }
 
 TEST(HwTable, descriptorsAreChecked) {

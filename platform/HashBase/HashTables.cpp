@@ -44,7 +44,9 @@ void HashTableConvertor::makeHwTable(HwTableId id, U32 processor, TableState sta
       {family, instance, id, name}, state, 0, tableSize - 1, static_cast<U8>(properties.rowWords),
       Orb::make<HwTableRegisterMappingConst>(name, registers(processor)));
   RegisterBus& bus = swTable()->types().bus();
-  const auto table = Orb::make<HwTableConfig>(descriptor, bus);
+  const auto& others = physicalTable().hwTables();
+  const auto table =
+      Orb::make<HwTableConfig>(descriptor, bus, others.empty() ? nullptr : others.front().get());
   physicalTable().hwTableIs(table);
   if (traits_.hitTableOffset == noHitTable) return;
   // Each read returns 64 hit bits, in two registers.

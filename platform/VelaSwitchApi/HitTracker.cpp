@@ -10,9 +10,9 @@ namespace VelaSwitchApi {
 
 void HitTracker::hitTableIs(HwTableId id, Orb::Ptr<HitBitTableConfig> table, U32 rows) {
   std::erase_if(tables_, [&](const Table& each) { return each.id == id; });
-  const RowSet none{std::vector<U64>((rows + 63) / 64)};
   const bool readable = table->readable();
-  tables_.push_back({id, std::move(table), readable, rows, none, none, {}});
+  tables_.push_back(
+      {id, std::move(table), readable, rows, std::vector<Marks>((rows + 63) / 64), {}});
 }
 
 Orb::Ptr<HitBitTableConfig> HitTracker::hitTable(HwTableId id) const {
@@ -80,9 +80,7 @@ void HitTracker::swTableDel(const HashBaseTable* table) {
 
 void HitTracker::forget() {
   for (Table& table : tables_) {
-    for (RowSet* rows : {&table.empty, &table.clear}) {
-      std::fill(rows->words.begin(), rows->words.end(), 0);
-    }
+    std::fill(table.marks.begin(), table.marks.end(), Marks{});
     table.formers.clear();
   }
 }
@@ -104,8 +102,9 @@ bool HitTracker::readBlock(Table& table, HwIndex index, Entries& hit) {
   for (HwIndex row = first; row < end;) {
     const HwIndex next = std::min(end, (row / 64 + 1) * 64);
     const U64 mask = ~U64{0} >> (64 - (next - row)) << row % 64;
-    table.clear.words[row / 64] |= table.empty.words[row / 64] & mask;
-    table.empty.words[row / 64] &= ~mask;
+    Marks& marks = table.marks[row / 64];
+    marks.clear |= marks.empty & mask;
+    marks.empty &= ~mask;
     row = next;
   }
   if (!table.formers.empty()) {

@@ -35,29 +35,27 @@ class VELA_EXPORT HitTracker {
     ~Rows() = default;
   };
 
-  /// A set of rows.
-  struct RowSet {
-    std::vector<U64> words;  ///< A bit for each row.
-
-    /// Whether the row is among them.
-    bool has(HwIndex row) const { return (words[row / 64] >> row % 64 & 1) != 0; }
-    /// Takes the row in, or out.
-    void is(HwIndex row, bool in) {
-      U64& word = words[row / 64];
-      word = (word & ~(U64{1} << row % 64)) | U64{in} << row % 64;
-    }
+  /// What is known of 64 rows, a bit for each. The bit of a row that is in neither set may be set
+  /// in hardware, and means a hit of what lies in the row.
+  struct Marks {
+    U64 empty = 0;  ///< Rows that are empty, whose bits may be left from before.
+    U64 clear = 0;  ///< Those that are empty and whose bits were read since.
   };
-  /// What is known of the hit bits of a pipeline's rows. The bit of a row that is in neither set
-  /// may be set, and means a hit of what lies in it.
+  /// What is known of the hit bits of a pipeline's rows.
   struct Table {
     HwTableId id;                      ///< Of the rows.
     Orb::Ptr<HitBitTableConfig> bits;  ///< Where they are read.
     bool readable;                     ///< Whether there are any to be read.
     U32 rows;                          ///< How many rows there are.
-    RowSet empty;                      ///< Rows that are empty, whose bits may be left from before.
-    RowSet clear;                      ///< Those that are empty and whose bits were read since.
+    std::vector<Marks> marks;          ///< Of the rows, 64 by 64.
     /// Entries that left a row whose bit could not be read.
     std::map<HwIndex, Entries> formers;
+  };
+  /// What a row is written to be.
+  enum class Becomes : U8 {
+    entrys,     ///< Some entry's.
+    empty,      ///< Empty.
+    abandoned,  ///< Empty, and occupied() by nobody already.
   };
 
   /// `rows` must outlive the tracker.
@@ -75,20 +73,25 @@ class VELA_EXPORT HitTracker {
     }
     return nullptr;
   }
-  /// A row of the pipeline that is tracked(), or null, is about to be written, to be `empty` or
-  /// not: keeps the hits that would be lost or misread. A row that becomes empty and held nobody
-  /// any more has none; its bit is read when it is next filled.
-  [[gnu::always_inline]] void rowChanges(Table* table, HwIndex index, bool empty) {
-    if (!table || table->clear.has(index)) return;
-    if (empty && table->formers.empty() && !rows_.occupied(index)) return;
+  /// A row of the pipeline that is tracked(), or null, is about to be written: keeps the hits that
+  /// would be lost or misread. A row that becomes empty and held nobody any more has none; its bit
+  /// is read when it is next filled.
+  [[gnu::always_inline]] void rowChanges(Table* table, HwIndex index, Becomes becomes) {
+    if (!table || (table->marks[index / 64].clear >> index % 64 & 1) != 0) return;
+    const bool empty = becomes != Becomes::entrys;
+    if (empty && table->formers.empty() &&
+        (becomes == Becomes::abandoned || !rows_.occupied(index)))
+      return;
     keepHits(*table, index, empty);
   }
   /// A row was written: it is empty now, so that no lookup hits it, or it is not.
   [[gnu::always_inline]] static void rowChanged(Table* table, HwIndex index, bool empty) {
     // Unlikely, lest the compiler works out the row's bit where there are none.
     if (table) [[unlikely]] {
-      table->clear.is(index, false);
-      table->empty.is(index, empty);
+      Marks& marks = table->marks[index / 64];
+      const U64 bit = U64{1} << index % 64;
+      marks.empty = empty ? marks.empty | bit : marks.empty & ~bit;
+      if ((marks.clear & bit) != 0) marks.clear ^= bit;
     }
   }
   /// An entry was removed: its hits are nobody's.

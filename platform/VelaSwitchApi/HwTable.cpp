@@ -58,7 +58,8 @@ Orb::Ptr<HitBitTableDescriptor> HwTableDescriptorConfig::hitBitTableDescIs(
   return descriptor;
 }
 
-HwTableConfig::HwTableConfig(Orb::PtrConst<HwTableDescriptor> descriptor, RegisterBus& bus)
+HwTableConfig::HwTableConfig(Orb::PtrConst<HwTableDescriptor> descriptor, RegisterBus& bus,
+                             const HwTableConfig* alike)
     : descriptor_(std::move(descriptor)),
       bus_(bus),
       first_(descriptor_->first),
@@ -80,8 +81,48 @@ HwTableConfig::HwTableConfig(Orb::PtrConst<HwTableDescriptor> descriptor, Regist
                                    });
   for (Run& run : runs_) run.registers = {run.values.data(), run.mapped.size()};
   if (runs_.size() == 1) onlyRun_ = &runs_.front();
-  images_.resize(std::size_t{rows_} * rowWords_ + maxRowWords);
+  if (alike) {
+    ORB_ASSERT(first_ == alike->first_ && rows_ == alike->rows_ && rowWords_ == alike->rowWords_);
+    ORB_ASSERT(onlyRun_ && alike->onlyRun_ && onlyRun_->mappedBits == alike->onlyRun_->mappedBits);
+    images_ = alike->images_;
+  } else {
+    images_ = Orb::make<Images>();
+    images_->words.resize(std::size_t{rows_} * rowWords_ + maxRowWords);
+  }
+  images_->tables.push_back(this);
+  words_ = images_->words.data();
   states_.resize(rows_);
+}
+
+HwTableConfig::~HwTableConfig() {
+  std::erase(images_->tables, this);
+  std::erase_if(images_->apart, [this](const auto& each) { return each.first.second == this; });
+}
+
+/// The row is about to get an image that is this table's alone.
+void HwTableConfig::keepOthersApart(HwIndex index) {
+  RowImage image{};
+  std::copy_n(words_ + imageAt(index), rowWords_, image.begin());
+  for (const HwTableConfig* other : images_->tables) {
+    if (other == this || other->state(index) == Row::unknown) continue;
+    images_->apart.try_emplace({index, other}, image);
+  }
+}
+
+const U32* HwTableConfig::imageApart(HwIndex index, const U32* shared) const {
+  const auto own = images_->apart.find({index, this});
+  return own == images_->apart.end() ? shared : own->second.data();
+}
+
+/// Some rows have images of their own: those that hold something else than this one count as lost,
+/// so that it is unchanged in all others.
+bool HwTableConfig::loseDifferent(HwIndex index, const U32* image) {
+  for (HwTableConfig* table : images_->tables) {
+    Row& row = table->states_[position(index)].row;
+    if (row == Row::held && !same(index, table->image(index), image)) row = Row::lost;
+    images_->apart.erase({index, table});
+  }
+  return true;
 }
 
 const HwTableConfig::Run& HwTableConfig::runOfMany(HwIndex index) const {
@@ -119,14 +160,24 @@ bool HwTableConfig::entryReadAnew(const RegisterBus::RowRead& row, U32 at) {
   Row& state = states_[at].row;
   const Row before = state;
   if (row.read == RegisterBus::Read::failed) {
-    if (before == Row::unknown) state = Row::unread;
+    if (before == Row::unknown) {
+      state = Row::unread;
+      images_->apart.try_emplace({row.index, this});
+    }
     return before == Row::unread;
   }
   state = row.read == RegisterBus::Read::held ? Row::held : Row::absent;
-  U32* held = &images_[std::size_t{at} * rowWords_];
-  std::fill_n(held, rowWords_, 0);
+  RowImage read{};
   const auto* value = row.values.data();
-  for (const Mapped& m : run(row.index).mapped) held[m.word] = (value++)->value;
+  if (state == Row::held) {
+    for (const Mapped& m : run(row.index).mapped) read[m.word] = (value++)->value;
+  }
+  U32* held = words_ + std::size_t{at} * rowWords_;
+  if (!std::equal(held, held + rowWords_, read.begin())) {
+    keepOthersApart(row.index);
+    std::copy_n(read.begin(), rowWords_, held);
+  }
+  images_->apart.erase({row.index, this});
   return before == Row::unread;
 }
 

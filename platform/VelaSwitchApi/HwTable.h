@@ -213,8 +213,12 @@ class VELA_EXPORT HwTableConfig : public Orb::PtrInterface {
     absent,   ///< Hardware said that the row was never written.
   };
 
-  /// Resolves all registers through the bus, which must outlive the table.
-  HwTableConfig(Orb::PtrConst<HwTableDescriptor> descriptor, RegisterBus& bus);
+  /// Resolves all registers through the bus, which must outlive the table. `alike` is a table whose
+  /// rows are to hold what this one's hold, another pipeline's of a hash table, or null: the images
+  /// of both are kept once. Rows of another shape are a fatal assertion.
+  HwTableConfig(Orb::PtrConst<HwTableDescriptor> descriptor, RegisterBus& bus,
+                const HwTableConfig* alike = nullptr);
+  ~HwTableConfig() override;
 
   const HwTableDescriptor& descriptor() const { return *descriptor_; }  ///< As it was declared.
   RegisterBus& bus() const { return bus_; }  ///< Where its registers are.
@@ -228,22 +232,37 @@ class VELA_EXPORT HwTableConfig : public Orb::PtrInterface {
   }
   /// The same from an image of maxRowWords words. Calls `before()` when the row is about to be
   /// written. With a run it is written later, with that: true says nothing of it yet, and what
-  /// hardware holds there counts as unknown until then.
+  /// hardware holds there counts as unknown until then. Tables that are alike get their rows
+  /// together, by imageIs().
   template <class Before>
   [[gnu::always_inline]] bool entryIs(HwIndex index, const U32* image, const Before& before,
                                       const RowRun::Later& later = {}) {
+    ORB_ASSERT(images_->tables.size() == 1);
+    return entryIs(index, image, imageIs(index, image), before, later);
+  }
+  /// Whether both keep the images of their rows together.
+  bool isAlike(const HwTableConfig& other) const { return images_ == other.images_; }
+  /// The row's image in all tables that are alike; each of them is then given it by entryIs().
+  /// Returns whether it is what those have had that hold the row, static bits aside.
+  [[gnu::always_inline]] bool imageIs(HwIndex index, const U32* image) {
+    U32* held = words_ + imageAt(index);
+    const bool unchanged =
+        images_->apart.empty() ? same(run(index), held, image) : loseDifferent(index, image);
+    takeOver(held, image, rowWords_);
+    return unchanged;
+  }
+  /// Writes the row, the image of which has just been said by imageIs(), which returned
+  /// `unchanged`.
+  template <class Before>
+  [[gnu::always_inline]] bool entryIs(HwIndex index, const U32* image, bool unchanged,
+                                      const Before& before, const RowRun::Later& later = {}) {
     Run& run = this->run(index);
-    const U32 at = position(index);
-    const U32 words = rowWords_;
-    U32* held = &images_[std::size_t{at} * words];
-    State& state = states_[at];
-    const bool differs = state.row != Row::held || !same(run, held, image);
-    takeOver(held, image, words);
-    if (!differs || run.registers.empty()) return true;
+    State& state = states_[index - first_];
+    if ((unchanged && state.row == Row::held) || run.registers.empty()) return true;
     before();
     if (later.run) {
       auto* value = later.run->add(*later.owner, *this, index, run.mapped.size());
-      for (const Mapped& m : run.mapped) *value++ = {m.reg, held[m.word]};
+      for (const Mapped& m : run.mapped) *value++ = {m.reg, image[m.word]};
       state.row = Row::lost;
       return true;
     }
@@ -262,9 +281,8 @@ class VELA_EXPORT HwTableConfig : public Orb::PtrInterface {
   /// the row's values there is room up to maxRowWords of them.
   bool entryRead(const RegisterBus::RowRead& row) {
     const U32 at = position(row.index);
-    const bool asBefore =
-        row.read == RegisterBus::Read::held && states_[at].row == Row::held &&
-        holds(run(row.index), &images_[std::size_t{at} * rowWords_], row.values.data());
+    const bool asBefore = row.read == RegisterBus::Read::held && states_[at].row == Row::held &&
+                          holds(run(row.index), image(row.index), row.values.data());
     return !asBefore && entryReadAnew(row, at);
   }
   /// Makes the next entryIs() of the row write whatever it is given.
@@ -278,15 +296,19 @@ class VELA_EXPORT HwTableConfig : public Orb::PtrInterface {
   }
   /// Whether this run wrote the row.
   bool written(HwIndex index) const { return states_[position(index)].written; }
-  /// The row's image: `rowWords` words, and behind them others of no meaning up to maxRowWords.
-  const U32* image(HwIndex index) const { return &images_[imageAt(index)]; }
-  /// The same; what is changed in it is not written.
-  U32* image(HwIndex index) { return &images_[imageAt(index)]; }
+  /// The row's image: `rowWords` words, and behind them others of no meaning up to maxRowWords. Of
+  /// a row that is `unknown` it may be that of a table that is alike.
+  const U32* image(HwIndex index) const {
+    const U32* shared = words_ + imageAt(index);
+    return images_->apart.empty() ? shared : imageApart(index, shared);
+  }
+  /// The same; what is changed in it is not written, and is changed in all tables that share it.
+  U32* image(HwIndex index) { return const_cast<U32*>(std::as_const(*this).image(index)); }
 
   /// The row is written soon.
   void soon(HwIndex index) const {
     const U32 at = index - first_;
-    __builtin_prefetch(images_.data() + std::size_t{at} * rowWords_, 1);
+    __builtin_prefetch(words_ + std::size_t{at} * rowWords_, 1);
     __builtin_prefetch(states_.data() + at, 1);
   }
 
@@ -351,13 +373,13 @@ class VELA_EXPORT HwTableConfig : public Orb::PtrInterface {
   const Run& run(HwIndex index) const { return onlyRun_ ? *onlyRun_ : runOfMany(index); }
   const Run& runOfMany(HwIndex index) const;
 
+  /// Mostly the first two words tell rows apart.
   static bool same(const Run& run, const U32* a, const U32* b) {
-    // In words of twice the size.
-    U64 different = 0;
     for (U8 word = 0; word < maxRowWords; word += 2) {
-      different |= (twoWords(a + word) ^ twoWords(b + word)) & twoWords(&run.compared[word]);
+      if (((twoWords(a + word) ^ twoWords(b + word)) & twoWords(&run.compared[word])) != 0)
+        return false;
     }
-    return different == 0;
+    return true;
   }
   static U64 twoWords(const U32* words) {
     U64 both;
@@ -366,14 +388,15 @@ class VELA_EXPORT HwTableConfig : public Orb::PtrInterface {
   }
   /// Words without a register are nobody else's to keep.
   static void takeOver(U32* held, const U32* image, U32 words) {
-    // As two halves that overlap: their sizes are known.
-    constexpr U32 half = maxRowWords / 2;
-    if (words < half) {
+    if (words < 4) {
       std::copy_n(image, words, held);
       return;
     }
-    std::memcpy(held, image, half * sizeof(U32));
-    std::memcpy(held + words - half, image + words - half, half * sizeof(U32));
+    // In parts that were stored as such: others would have to wait until all their stores are done.
+    std::memcpy(held, image, 4 * sizeof(U32));
+    if (words >= 6) std::memcpy(held + 4, image + 4, 2 * sizeof(U32));
+    if (words == 8) std::memcpy(held + 6, image + 6, 2 * sizeof(U32));
+    if (words % 2 != 0) held[words - 1] = image[words - 1];
   }
   struct State {
     Row row = Row::unknown;
@@ -396,6 +419,17 @@ class VELA_EXPORT HwTableConfig : public Orb::PtrInterface {
     return different == 0;
   }
   bool entryReadAnew(const RegisterBus::RowRead& row, U32 at);
+  void keepOthersApart(HwIndex index);
+  const U32* imageApart(HwIndex index, const U32* shared) const;
+  bool loseDifferent(HwIndex index, const U32* image);
+
+  /// The images of rows, which tables share that are alike.
+  struct Images : Orb::PtrInterface {
+    std::vector<U32> words;              ///< Of the rows, with room for one more.
+    std::vector<HwTableConfig*> tables;  ///< Those that are alike.
+    /// Those of single tables' rows that hold something else.
+    std::map<std::pair<HwIndex, const HwTableConfig*>, RowImage> apart;
+  };
 
   Orb::PtrConst<HwTableDescriptor> descriptor_;
   RegisterBus& bus_;
@@ -406,7 +440,8 @@ class VELA_EXPORT HwTableConfig : public Orb::PtrInterface {
   HwIndex first_;  ///< The descriptor's, like the others.
   U32 rows_;
   U8 rowWords_;
-  std::vector<U32> images_;
+  Orb::Ptr<Images> images_;
+  U32* words_;  ///< Those of `images_`.
   std::vector<State> states_;
 };
 

@@ -175,26 +175,33 @@ void PhysicalHashTable::expectedImage(HwIndex index, U32* image) const {
   }
 }
 
+/// Inlined, like the next, for what the row becomes and whether it is written at once is known
+/// where it is called.
 [[gnu::always_inline]] inline bool PhysicalHashTable::writeImage(HwIndex index, const U32* image,
-                                                                 bool empty) {
+                                                                 Becomes becomes, RowRun* run) {
+  auto each = pipelines_.begin();
+  const auto end = pipelines_.end();
+  if (each == end) [[unlikely]]
+    return true;
+  const bool unchanged = each->rows->imageIs(index, image);
   bool good = true;
-  for (const Pipeline& each : pipelines_) {
-    if (!writeTo(each, index, image, empty)) [[unlikely]]
+  do {
+    if (!writeTo(*each, index, image, unchanged, becomes, run)) [[unlikely]]
       good = false;
-  }
+  } while (++each != end);
   return good;
 }
 
-/// Inlined, for whether rows are written at once and become empty is known where it is called.
 [[gnu::always_inline]] inline bool PhysicalHashTable::writeTo(const Pipeline& pipeline,
                                                               HwIndex index, const U32* image,
-                                                              bool empty, RowRun* run) {
+                                                              bool unchanged, Becomes becomes,
+                                                              RowRun* run) {
   const auto [rows, hits] = pipeline;
   const auto keepHits = [&, hits = hits ]() __attribute__((always_inline)) {
-    hits_.rowChanges(hits, index, empty);
+    hits_.rowChanges(hits, index, becomes);
   };
-  const bool good = rows->entryIs(index, image, keepHits, {run, this});
-  HitTracker::rowChanged(hits, index, good && empty);
+  const bool good = rows->entryIs(index, image, unchanged, keepHits, {run, this});
+  HitTracker::rowChanged(hits, index, good && becomes != Becomes::entrys);
   return good;
 }
 
@@ -202,7 +209,7 @@ bool PhysicalHashTable::hashItemWrite(Keel::Cuckoo::HashItem& item, Location loc
   HashBaseCuckooEntry& entry = entryOf(item);
   U32 image[maxRowWords];
   pack(entry, location, image);
-  if (!writeImage(hwIndex(location), image, false)) return false;
+  if (!writeImage(hwIndex(location), image, Becomes::entrys)) return false;
   rowDecided(hwIndex(location));
   if (entry.table().hwInconsistentEntryFromHashItem(entry)) toTell(mended_, entry);
   lastWritten_ = &entry;
@@ -236,11 +243,14 @@ bool PhysicalHashTable::occupied(HwIndex index) const {
 bool PhysicalHashTable::writeEmpty(HwIndex index, bool entrys) {
   U32 image[maxRowWords];
   emptyImage(index, image);
-  if (entrys) return writeImage(index, image, true);
+  const auto leftAlone = [&](const Pipeline& pipeline) {
+    return !entrys && pipeline.rows->state(index) == HwTableConfig::Row::unread;
+  };
+  const bool unchanged = pipelines_.empty() || pipelines_.front().rows->imageIs(index, image);
   bool good = true;
   for (const Pipeline& each : pipelines_) {
-    if (each.rows->state(index) == HwTableConfig::Row::unread) continue;
-    good = writeTo(each, index, image, true) && good;
+    if (leftAlone(each)) continue;
+    good = writeTo(each, index, image, unchanged, Becomes::empty, nullptr) && good;
   }
   return good;
 }
@@ -264,7 +274,7 @@ bool PhysicalHashTable::writeEmpty(HwIndex index, bool entrys) {
     return false;
   U32 image[maxRowWords];
   pack(entry, location(row), image);
-  if (writeImage(row, image, false)) [[likely]] {
+  if (writeImage(row, image, Becomes::entrys)) [[likely]] {
     entry.status_ = Status::programmed;
     if (!entry.placed()) {
       engine_.placedAt(entry, row);
@@ -345,7 +355,7 @@ void PhysicalHashTable::stage(HashBaseCuckooEntry& entry, RowRun& run) {
     hits_.entryDel(entry);
     takeOut(entry);
   }
-  for (const Pipeline& each : pipelines_) writeTo(each, index, image, !entry.valid(), &run);
+  writeImage(index, image, entry.valid() ? Becomes::entrys : Becomes::abandoned, &run);
   // What lies in the row until now may have been hit: only then it is the entry's.
   if (isNew) engine_.placedAt(entry, index);
 }
@@ -476,7 +486,7 @@ void PhysicalHashTable::failed(const Keel::Cuckoo::InsertResult& result,
   Orb::Ptr<Keel::Cuckoo::HashItem> held = takeOut(entry);
   U32 image[maxRowWords];
   emptyImage(row, image);
-  if (writeImage(row, image, true)) [[likely]] {
+  if (writeImage(row, image, Becomes::abandoned)) [[likely]] {
     entry.status_ = Status::notProgrammed;
   } else {
     entry.status_ = Status::hardwareError;
@@ -542,7 +552,9 @@ void PhysicalHashTable::giveWay(HashBaseCuckooEntry& gone) {
   counted(gone, -1);
   if (const auto next = nextDuplicate(gone)) {
     // The row changes hands even if its words stay the same.
-    for (const Pipeline& each : pipelines_) hits_.rowChanges(each.hits, hwIndex(location), false);
+    for (const Pipeline& each : pipelines_) {
+      hits_.rowChanges(each.hits, hwIndex(location), Becomes::entrys);
+    }
     hits_.entryDel(gone);
     engine_.replace(gone, *next);
     counted(*next, 1);

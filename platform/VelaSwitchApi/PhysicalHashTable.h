@@ -183,8 +183,9 @@ class VELA_EXPORT PhysicalHashTable : public Orb::PtrInterface,
   U32 swTables() const { return static_cast<U32>(helpers_.size()); }
   /// The table that joined first.
   const HashBaseTable* firstTable() const { return helpers_.front()->swTable(); }
-  /// Declares one pipeline's rows.
+  /// Declares one pipeline's rows, which must be alike those of the others.
   void hwTableIs(Orb::Ptr<HwTableConfig> table) {
+    ORB_ASSERT(hwTables_.empty() || table->isAlike(*hwTables_.front()));
     hwTables_.push_back(std::move(table));
     findPipelines();
   }
@@ -341,9 +342,10 @@ class VELA_EXPORT PhysicalHashTable : public Orb::PtrInterface,
   bool occupied(HwIndex index) const override;
   bool writeEmpty(HwIndex index, bool entrys);
   void writeDefault(HwIndex index);
-  inline bool writeImage(HwIndex index, const U32* image, bool empty);
-  inline bool writeTo(const Pipeline& pipeline, HwIndex index, const U32* image, bool empty,
-                      RowRun* run = nullptr);
+  using Becomes = HitTracker::Becomes;
+  inline bool writeImage(HwIndex index, const U32* image, Becomes becomes, RowRun* run = nullptr);
+  inline bool writeTo(const Pipeline& pipeline, HwIndex index, const U32* image, bool unchanged,
+                      Becomes becomes, RowRun* run);
   void rowWritten(HwTableConfig& table, HwIndex index, bool good) override;
   void rowLeft(HwIndex index, bool empty);
   inline void pack(const HashBaseCuckooEntry& entry, Location location, U32* image) const;
