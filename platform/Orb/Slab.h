@@ -34,9 +34,11 @@ class VELA_EXPORT Slab {
     Header* header = pool->free;
     if (header) {
       pool->free = header->nextFree;
+      soon(pool->free);
     } else if (pool->unused != pool->end) [[likely]] {
       header = reinterpret_cast<Header*>(pool->unused);
       pool->unused += pool->step;
+      soon(pool->unused);
     } else {
       return takeMore(slab, size);
     }
@@ -70,6 +72,11 @@ class VELA_EXPORT Slab {
     std::byte* end = nullptr;     ///< Behind what is unused.
     Header* free = nullptr;
   };
+  /// The object is the next one: its first lines of memory are on their way when it is taken.
+  [[gnu::always_inline]] static void soon(const void* header) {
+    __builtin_prefetch(header, 1);
+    __builtin_prefetch(static_cast<const std::byte*>(header) + line, 1);
+  }
   /// Makes room first, or takes memory of its own.
   static void* takeMore(Slab* slab, std::size_t size);
   void fetch(std::size_t count);
