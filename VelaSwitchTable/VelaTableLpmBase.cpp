@@ -149,10 +149,10 @@ bool LpmBaseHelper::entryOwned(HwIndex index) const {
 
 U32 LpmBaseTableCuckooEntry::getHash(U8 way) const {
   KeyBits key;
-  packLevelKey(this->key(), level_, key);
+  packLevelKey(this->key(), level(), key);
   U8 buffer[KeyBits::maxBytes];
   const U8 bits = fillKeyBuffer<LpmBaseFamily>(key, buffer, sizeof buffer);
-  return hashKey(buffer, way, bits, level_.crcLength);
+  return hashKey(buffer, way, bits, level().crcLength);
 }
 
 template class HashFamilyTableBase<LpmBaseFamily>;

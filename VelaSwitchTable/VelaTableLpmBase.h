@@ -84,20 +84,18 @@ class VELA_EXPORT LpmBaseTableCuckooEntry : public HashFamilyEntry<LpmBaseFamily
  public:
   VELA_REGISTERED(LpmBaseFamily, LpmBaseTableCuckooEntry);
 
-  LpmBaseTableCuckooEntry(VelaSwitchApi::HashBaseTable* table, const VelaSwitch::LpmKey& key,
-                          U32 tag, const LpmLevel& level)
-      : HashFamilyEntry(table, key, tag), level_(level) {}
+  using HashFamilyEntry::HashFamilyEntry;
 
   /// A hash of another length than 10 or 12 is a fatal assertion.
   U32 getHash(U8 way) const override;
 
-  U8 ipv4DipShift() const { return level_.ipv4DipShift(); }
-  U8 keyWidth() const { return level_.keyWidth; }
-  U8 crcLength() const { return level_.crcLength; }
-
- private:
-  const LpmLevel& level_;
+  /// Widths and lengths of the level.
+  const LpmLevel& level() const { return lpmLevelOfKey(key().prefix().len()); }
+  U8 ipv4DipShift() const { return level().ipv4DipShift(); }
+  U8 keyWidth() const { return level().keyWidth; }
+  U8 crcLength() const { return level().crcLength; }
 };
+static_assert(sizeof(LpmBaseTableCuckooEntry) + Orb::Slab::inFront == 2 * Orb::Slab::line);
 
 class VELA_EXPORT LpmBasePhysicalHashProperties : public HashFamilyProperties<LpmBaseFamily> {
  public:

@@ -17,12 +17,7 @@ struct VELA_EXPORT LpmLevelFamily {
 template <class L>
 class VELA_EXPORT LpmLevelTableCuckooEntry : public LpmBaseTableCuckooEntry {
  public:
-  explicit LpmLevelTableCuckooEntry(const VelaSwitch::LpmKey& key)
-      : LpmLevelTableCuckooEntry(nullptr, key, VelaSwitchApi::entryTag(key)) {}
-  /// `tag` is the key's hash.
-  LpmLevelTableCuckooEntry(VelaSwitchApi::HashBaseTable* table, const VelaSwitch::LpmKey& key,
-                           U32 tag)
-      : LpmBaseTableCuckooEntry(table, key, tag, L::level) {}
+  using LpmBaseTableCuckooEntry::LpmBaseTableCuckooEntry;
 };
 
 template <class L>

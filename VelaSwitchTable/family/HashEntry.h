@@ -118,8 +118,7 @@ class VELA_EXPORT HashFamilyEntry
                                          U32 tag)
       : Record(key, tag, table) {
     const KeyBits packed = packedKey<F>(key);
-    packed_[0] = packed.words()[0];
-    packed_[1] = packed.words()[1];
+    std::copy_n(packed.words(), packed_.size(), packed_.begin());
     this->packedBits_ = packed.bits();
     this->rowsAre(detail::hashesOf<F>(packed), F::traits.ways);
   }
@@ -156,10 +155,17 @@ class VELA_EXPORT HashFamilyEntry
     return bits.take(detail::compareBits<F>());
   }
   /// The key as the number that is hashed.
-  KeyBits packed() const { return {packed_, this->packedBits_}; }
+  KeyBits packed() const {
+    if constexpr (keyWords == 1)
+      return {{packed_[0], 0}, this->packedBits_};
+    else
+      return {{packed_[0], packed_[1]}, this->packedBits_};
+  }
 
  private:
-  U64 packed_[2];
+  static constexpr std::size_t keyWords = F::traits.leftAligned ? 1 : 2;
+
+  std::array<U64, keyWords> packed_;
 };
 
 }  // namespace VelaSwitchTable

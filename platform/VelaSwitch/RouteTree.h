@@ -39,10 +39,15 @@ class RouteTree {
   bool empty() const { return present_.none(); }
   void is(U32 node, NexthopIndexes nexthop) {
     present_[node] = true;
-    nexthops_[node] = nexthop;
+    nexthops_[node] =
+        static_cast<U16>(nexthop.l3LagIndex().value() | nexthop.rewriteIndex() << lagBits);
   }
   void del(U32 node) { present_[node] = false; }
-  const NexthopIndexes& nexthop(U32 node) const { return nexthops_[node]; }
+  /// The next hop that the node's route has, or had last.
+  NexthopIndexes nexthop(U32 node) const {
+    const U32 both = nexthops_[node];
+    return {L3LagIndex(both % (1u << lagBits)), static_cast<U8>(both >> lagBits)};
+  }
 
   /// The longest route at the node or above it.
   U32 owner(U32 node) const {
@@ -75,6 +80,14 @@ class RouteTree {
   }
 
  private:
+  static constexpr U32 lagBits = 6;
+  static_assert(L3LagIndex::highest < 1u << lagBits);
+
+  static constexpr auto noNexthops() {
+    std::array<U16, 2 * cells> all{};
+    all.fill(L3LagIndex::null);
+    return all;
+  }
   /// Of trees with each set of nodes.
   static constexpr auto allOwners() {
     std::array<std::array<U8, cells>, 1u << 2 * cells> all{};
@@ -89,7 +102,8 @@ class RouteTree {
   }
 
   std::bitset<2 * cells> present_;
-  std::array<NexthopIndexes, 2 * cells> nexthops_;
+  /// In two bytes, so that all that is known of a key's routes is one line of memory.
+  std::array<U16, 2 * cells> nexthops_ = noNexthops();
 };
 
 }  // namespace VelaSwitch
