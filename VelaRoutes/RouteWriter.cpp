@@ -86,9 +86,14 @@ LpmBaseTable* RouteWriter::levelOf(U8 prefixLen) const {
 }
 
 void RouteWriter::soon(const Key& route) const {
-  const U32 tag = VelaSwitchApi::entryTag(LpmRoutes::keyOf(route));
+  const Key key = LpmRoutes::keyOf(route);
+  const U32 tag = VelaSwitchApi::entryTag(key);
   routes_->soon(tag);
-  if (const HashedLevel* level = hashedFor(route.prefix().len())) level->table().soon(tag);
+  soon(key, tag);
+}
+
+void RouteWriter::soon(const Key& key, U32 tag) const {
+  if (const HashedLevel* level = hashedFor(key.prefix().len())) level->table().soon(tag);
 }
 
 const VelaSwitchApi::HashBaseCuckooEntry* RouteWriter::itemOf(const Key& route) const {

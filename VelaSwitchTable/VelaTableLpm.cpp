@@ -27,13 +27,16 @@ LpmRoutes* LpmTable::lookUp(const Key& key, U32 tag) const {
     return static_cast<const LpmRoutes*>(each)->key == key;
   };
   lastKey_ = key;
-  return last_ = static_cast<LpmRoutes*>(index_.find(tag, isIt));
+  last_ = static_cast<LpmRoutes*>(index_.find(tag, isIt));
+  if (last_) last_->entrySoon();
+  return last_;
 }
 
 LpmRoutes& LpmTable::routesIs(const Key& key) {
   if (last_ && key == lastKey_) return *last_;
   const U32 tag = VelaSwitchApi::entryTag(key);
   if (LpmRoutes* routes = lookUp(key, tag)) return *routes;
+  if (levels_) levels_->soon(key, tag);
   last_ = new (slab_) LpmRoutes(key, tag);
   index_.add(tag, last_);
   return *last_;
@@ -200,10 +203,10 @@ void LpmTable::handleStatus(const Key& route) {
 void LpmTable::handleStatuses(const Key& given) {
   LpmRoutes* routes = routesOf(given);
   if (!routes) return;
-  const Key key = given;
   const U8 nodes = routes->tree.nodes();
   LpmRoutes::forEachNode(nodes, [&](U32 node) { statedIs(*routes, node, true); });
   if (statusObservers_.empty()) return;
+  const Key key = given;
   LpmRoutes::forEachNode(
       nodes, [&](U32 node) { statusObservers_.handleKey(LpmRoutes::routeOf(key, node)); });
 }

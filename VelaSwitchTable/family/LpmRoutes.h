@@ -98,16 +98,21 @@ struct LpmRoutes {
   static void operator delete(void* routes, Orb::Slab&) { Orb::Slab::give(routes); }
 
   /// The key that a route shares, and its node.
-  static Key keyOf(const Key& route) {
+  [[gnu::always_inline]] static Key keyOf(const Key& route) {
     const U8 length = route.prefix().len();
     const U8 base = static_cast<U8>(length - length % (range + 1));
-    return {route.vrf(), Ipnet::IpPrefix(route.prefix().address(), base)};
+    return VelaSwitch::inWords({route.vrf(), Ipnet::IpPrefix(route.prefix().address(), base)});
   }
   U32 nodeOf(const Key& route) const { return Tree::nodeOf(route.prefix(), key.prefix().len()); }
   static Key routeOf(const Key& key, U32 node) {
     return {key.vrf(), Tree::prefixOf(key.prefix(), node)};
   }
   Key routeOf(U32 node) const { return routeOf(key, node); }
+  /// What the level knows of their entry is needed soon.
+  void entrySoon() const {
+    const VelaSwitchApi::KeyRecord* record = item.get();
+    __builtin_prefetch(record);
+  }
   bool has(Flag flag, U32 node) const { return (nodes[flag] >> node & 1) != 0; }
   template <class Visitor>
   static void forEachNode(U8 nodes, const Visitor& visit) {
@@ -122,6 +127,8 @@ struct LpmRoutes {
   Tree tree;  ///< The routes that levels are to hold: those without a trap.
 };
 
+static_assert(sizeof(LpmRoutes) + Orb::Slab::inFront == Orb::Slab::line);
+
 /// Whoever writes the routes into levels.
 class VELA_EXPORT LpmLevels {
  public:
@@ -133,6 +140,8 @@ class VELA_EXPORT LpmLevels {
   virtual void stateRoute(const LpmRoutes& routes, U32 node, LpmStatus& status) const = 0;
   /// Whether the routes of the key are still to be written: what became of them follows.
   virtual bool staged(const LpmRoutes&) const { return false; }
+  /// The first route of a key is announced next; `tag` is the key's hash.
+  virtual void soon(const LpmRoutes::Key&, U32 /*tag*/) const {}
 
  protected:
   ~LpmLevels() = default;

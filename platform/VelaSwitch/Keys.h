@@ -1,5 +1,8 @@
 #pragma once
 
+#include <cstddef>
+#include <cstring>
+
 #include "Bridging/VlanId.h"
 #include "Ipnet/IpAddr.h"
 #include "Ipnet/IpPrefix.h"
@@ -92,5 +95,20 @@ struct LpmKey {
   auto operator<=>(const LpmKey&) const = default;
   U32 hash(U32 seed) const { return Orb::seededHash(*this, seed); }
 };
+
+/// The same key, written as words. One whose fields are written one by one cannot be copied as
+/// words before memory has them, and with them all that was written earlier.
+[[gnu::always_inline]] inline LpmKey inWords(const LpmKey& key) {
+  const U64 front = U64{key.vrf()} | U64{key.prefix().address().number()} << 32;
+  const U32 back = key.prefix().len();
+  LpmKey words;
+  void* to = &words;
+  static_assert(sizeof words == sizeof front + sizeof back);
+  std::memcpy(to, &front, sizeof front);
+  std::memcpy(static_cast<std::byte*>(to) + sizeof front, &back, sizeof back);
+  // Else compilers see the fields behind the words, and write these.
+  asm("" : "+m"(words));
+  return words;
+}
 
 }  // namespace VelaSwitch
