@@ -233,6 +233,11 @@ class RowWriterOf : public RowWriter {
       two[0] = (two[0] & ~static_cast<U32>(control.mask)) | static_cast<U32>(value);
       two[1] = (two[1] & ~static_cast<U32>(control.mask >> 32)) | static_cast<U32>(value >> 32);
     }
+    if constexpr (!detail::ConstantRow<F>) {
+      // At places that the compiler does not know, words were written to memory one by one, and are
+      // read so: each into a register of its own, where compilers would read two at once.
+      for (U32& word : words) asm("" : "+r"(word));
+    }
     const auto two = [&words](std::size_t at) { return words[at] | U64{words[at + 1]} << 32; };
     std::size_t at = 0;
     if constexpr (count >= 4) {
