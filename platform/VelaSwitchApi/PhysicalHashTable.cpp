@@ -272,6 +272,7 @@ bool PhysicalHashTable::writeEmpty(HwIndex index, bool entrys) {
   const HwIndex row = plainRow(entry, true);
   if (row == noRow) [[unlikely]]
     return false;
+  for (const Pipeline& each : pipelines_) each.rows->soon(row);
   U32 image[maxRowWords];
   pack(entry, location(row), image);
   if (writeImage(row, image, Becomes::entrys)) [[likely]] {
