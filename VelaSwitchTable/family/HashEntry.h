@@ -118,7 +118,8 @@ class VELA_EXPORT HashFamilyEntry
                                          U32 tag)
       : Record(key, tag, table) {
     const KeyBits packed = packedKey<F>(key);
-    std::copy_n(packed.words(), packed_.size(), packed_.begin());
+    packed_[0] = packed.words()[0];
+    if constexpr (keyWords > 1) packed_[1] = packed.words()[1];
     this->packedBits_ = packed.bits();
     this->rowsAre(detail::hashesOf<F>(packed), F::traits.ways);
   }
@@ -156,16 +157,14 @@ class VELA_EXPORT HashFamilyEntry
   }
   /// The key as the number that is hashed.
   KeyBits packed() const {
-    if constexpr (keyWords == 1)
-      return {{packed_[0], 0}, this->packedBits_};
-    else
-      return {{packed_[0], packed_[1]}, this->packedBits_};
+    if constexpr (keyWords == 1) return {{packed_[0], 0}, this->packedBits_};
+    if constexpr (keyWords == 2) return {packed_, this->packedBits_};
   }
 
  private:
   static constexpr std::size_t keyWords = F::traits.leftAligned ? 1 : 2;
 
-  std::array<U64, keyWords> packed_;
+  U64 packed_[keyWords];
 };
 
 }  // namespace VelaSwitchTable

@@ -224,21 +224,21 @@ class RowWriterOf : public RowWriter {
   /// compiler keeps words in registers; stored in parts as large as they are read, nobody who reads
   /// one has to wait until the stores of its pieces are done.
   template <std::size_t count>
-  static void store(std::array<U32, count> words, const RowLayout& layout, U64 row, U64 way,
+  static void store(const std::array<U32, count>& words, const RowLayout& layout, U64 row, U64 way,
                     U8* image) {
-    static constexpr RowLayout::Control control = detail::knownControl<F>(count);
-    if constexpr (control.mask != 0) {
-      const U64 value = control.value(row, way);
-      U32* two = &words[control.word];
-      two[0] = (two[0] & ~static_cast<U32>(control.mask)) | static_cast<U32>(value);
-      two[1] = (two[1] & ~static_cast<U32>(control.mask >> 32)) | static_cast<U32>(value >> 32);
-    }
-    if constexpr (!detail::ConstantRow<F>) {
-      // At places that the compiler does not know, words were written to memory one by one, and are
-      // read so: each into a register of its own, where compilers would read two at once.
-      for (U32& word : words) asm("" : "+r"(word));
-    }
-    const auto two = [&words](std::size_t at) { return words[at] | U64{words[at + 1]} << 32; };
+    static constexpr RowLayout::Control known = detail::knownControl<F>(count);
+    const RowLayout::Control& control = known.mask != 0 ? known : layout.control();
+    const auto word = [&words](std::size_t at) {
+      U32 value = words[at];
+      // At a place that the compiler does not know, it was written to memory by itself, and has to
+      // be read so.
+      if (at >= detail::sameBits<F>() / 32) asm("" : "+r"(value));
+      return U64{value};
+    };
+    const auto two = [&](std::size_t at) {
+      const U64 both = at + 1 < count ? word(at) | word(at + 1) << 32 : word(at);
+      return at == control.word ? control.in(both, row, way) : both;
+    };
     std::size_t at = 0;
     if constexpr (count >= 4) {
       using Four [[gnu::vector_size(16)]] = U64;
@@ -250,8 +250,11 @@ class RowWriterOf : public RowWriter {
       const U64 both = two(at);
       std::memcpy(image + at * sizeof(U32), &both, sizeof both);
     }
-    if (at < count) std::memcpy(image + at * sizeof(U32), &words[at], sizeof(U32));
-    if constexpr (control.mask == 0) RowWriterOf(layout, image, "", false).setPlace(row, way);
+    if (at < count) {
+      const auto last = static_cast<U32>(two(at));
+      std::memcpy(image + at * sizeof(U32), &last, sizeof last);
+    }
+    if (control.mask == 0) RowWriterOf(layout, image, "", false).setPlace(row, way);
   }
   /// Writes the fields that have the names of the value's.
   template <class V>

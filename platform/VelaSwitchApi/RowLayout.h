@@ -120,18 +120,18 @@ class VELA_EXPORT RowLayout {
   };
   /// In the order of the fields.
   const std::vector<Content>& contents() const { return contents_; }
-  /// All that setPlace() writes, where that is one word: of that and one beside it, as they are
-  /// read. Without a mask where it is not.
+  /// All that setPlace() writes, where that is one word: of it and the one beside it, as rows are
+  /// read by twos. Without a mask where it is not.
   struct Control {
     U64 mask = 0;               ///< The bits that are written.
     U32 rowMask = 0;            ///< Those of the row's number, before it is shifted.
-    U8 word = 0;                ///< Number of the first word.
+    U8 word = 0;                ///< Number of the first word, which is even.
     U8 rowOffset = 0;           ///< By how much that is.
     std::array<U64, 4> ways{};  ///< All other bits, by way.
 
-    /// What is written.
-    constexpr U64 value(U64 row, U64 way) const {
-      return ways[way % ways.size()] | (row & rowMask) << rowOffset;
+    /// The two words with them.
+    constexpr U64 in(U64 two, U64 row, U64 way) const {
+      return (two & ~mask) | ways[way % ways.size()] | (row & rowMask) << rowOffset;
     }
   };
   /// That word.
@@ -146,7 +146,7 @@ class VELA_EXPORT RowLayout {
     };
     const Place row = place("row");
     const Place way = place("way");
-    if (words < 2 || row.word >= words) return {};
+    if (row.word >= words) return {};
     U32 mask = 0;
     const auto takeIn = [&](const Place& at) {
       mask |= ~at.others;
@@ -160,11 +160,10 @@ class VELA_EXPORT RowLayout {
       if (!takeIn(at)) return {};
       same |= (field.content & at.mask) << at.offset;
     }
-    const auto first = static_cast<U8>(std::min(row.word & ~1, words - 2));
-    const int shift = (row.word - first) * 32;
+    const int shift = row.word % 2 * 32;
     Control control{.mask = U64{mask} << shift,
                     .rowMask = static_cast<U32>(row.mask),
-                    .word = first,
+                    .word = static_cast<U8>(row.word & ~1),
                     .rowOffset = static_cast<U8>(row.offset + shift)};
     for (U64 each = 0; each < control.ways.size(); ++each) {
       control.ways[each] = (same | (each & way.mask) << way.offset) << shift;
@@ -228,10 +227,15 @@ class RowWriter {
   /// layout has them, and those that hold the same in every row.
   [[gnu::always_inline]] void setPlace(U64 row, U64 way = 0) {
     if (const RowLayout::Control& control = layout_.control(); control.mask != 0) [[likely]] {
-      U64 two;
-      std::memcpy(&two, words_ + control.word, sizeof two);
-      two = (two & ~control.mask) | control.value(row, way);
-      std::memcpy(words_ + control.word, &two, sizeof two);
+      U32* const first = words_ + control.word;
+      if (control.word + 1u < layout_.words()) {
+        U64 two;
+        std::memcpy(&two, first, sizeof two);
+        two = control.in(two, row, way);
+        std::memcpy(first, &two, sizeof two);
+      } else {
+        *first = static_cast<U32>(control.in(*first, row, way));
+      }
     } else {
       setAt(layout_.rowPlace(), row);
       setAt(layout_.wayPlace(), way);
