@@ -81,7 +81,9 @@ void rowsAlone(benchmark::State& state) {
               physical.candidate(*entry, static_cast<U8>(i % physical.engine().ways()));
           U32 image[VelaSwitchApi::maxRowWords]{};
           helper.setHwBuffer(*entry, physical.location(row), reinterpret_cast<U8*>(image));
-          for (const auto& table : physical.hwTables()) table->entryIs(row, image, [] {});
+          const bool unchanged = physical.hwTables().front()->imageIs(row, image);
+          for (const auto& table : physical.hwTables())
+            table->entryIs(row, image, unchanged, [] {});
         }
       });
 }
