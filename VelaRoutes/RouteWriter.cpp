@@ -89,10 +89,10 @@ void RouteWriter::soon(const Key& route) const {
   const Key key = LpmRoutes::keyOf(route);
   const U32 tag = VelaSwitchApi::entryTag(key);
   routes_->soon(tag);
-  soon(key, tag);
+  keySoon(key, tag);
 }
 
-void RouteWriter::soon(const Key& key, U32 tag) const {
+void RouteWriter::keySoon(const Key& key, U32 tag) const {
   if (const HashedLevel* level = hashedFor(key.prefix().len())) level->table().soon(tag);
 }
 

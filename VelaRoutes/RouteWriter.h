@@ -106,7 +106,7 @@ class VELA_EXPORT RouteWriter final : private LpmTable::Levels {
   class Changing;
 
   void checkRoute(const Key& route) const override;
-  void soon(const Key& key, U32 tag) const override;
+  void keySoon(const Key& key, U32 tag) const override;
   void handleRoute(LpmRoutes& shared, U32 node) override;
   void stateRoute(const LpmRoutes& shared, U32 node, LpmStatus& status) const override;
   bool staged(const LpmRoutes& shared) const override;

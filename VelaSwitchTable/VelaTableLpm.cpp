@@ -36,7 +36,7 @@ LpmRoutes& LpmTable::routesIs(const Key& key) {
   if (last_ && key == lastKey_) return *last_;
   const U32 tag = VelaSwitchApi::entryTag(key);
   if (LpmRoutes* routes = lookUp(key, tag)) return *routes;
-  if (levels_) levels_->soon(key, tag);
+  if (levels_) levels_->keySoon(key, tag);
   last_ = new (slab_) LpmRoutes(key, tag);
   index_.add(tag, last_);
   return *last_;
@@ -121,14 +121,16 @@ bool LpmTable::entryIs(const Key& route, const LpmResult& result) {
   if (holds(routes, node, result, odd)) return false;
   const bool trapped = routes.has(LpmRoutes::desired, node) && !routes.tree.has(node);
   store(routes, node, result, odd);
-  if (trapped != result.cpuTrap()) statedIs(routes, node, false);
+  const bool another = trapped != result.cpuTrap();
+  // Its status is that of the levels' entry from now on, or is not any more.
+  if (another && routes.has(LpmRoutes::stated, node)) statedIs(routes, node, true);
   if (levels_) {
     const U32 dropped = dropped_;
     levels_->handleRoute(routes, node);
     // Whoever heard of statuses may have withdrawn it.
     LpmRoutes* now = dropped == dropped_ ? &routes : routesOf(key);
-    if (now && now->has(LpmRoutes::desired, node) && !now->has(LpmRoutes::stated, node) &&
-        !levels_->staged(*now))
+    if (now && now->has(LpmRoutes::desired, node) &&
+        (another || !now->has(LpmRoutes::stated, node)) && !levels_->staged(*now))
       handleStatus(route);
   }
   observers_.handleKey(route);

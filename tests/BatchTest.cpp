@@ -207,8 +207,10 @@ struct Noting final : Chip, Orb::KeyObserver<HashTestKey> {
     types = Orb::make<VelaSwitchApi::SwTableTypes>(profile, bus);
     start(*table);
     if (way != Way::inGroups) table->entries().observerIs(this);
-    chip.writeObserverIs(
-        [this](const auto&, U32 index) { written.push_back(row("HashTest", 0, 0, index)); });
+    chip.writeObserverIs([this](const auto&, U32 index) {
+      written.push_back(row("HashTest", 0, 0, index));
+      grouped = grouped || table->count(VelaSwitchApi::KeyRecord::staged) > 1;
+    });
   }
   ~Noting() { table->entries().observerDel(this); }
   void handleKey(const HashTestKey& key) override { heard.push_back(key); }
@@ -217,6 +219,7 @@ struct Noting final : Chip, Orb::KeyObserver<HashTestKey> {
   Orb::Ptr<HashTestTable> table = HashTestTableIs("table");
   std::vector<std::vector<U32>> written;
   std::vector<HashTestKey> heard;
+  bool grouped = false;  ///< A row was written while others were to follow.
 };
 
 class AnyWay : public testing::TestWithParam<Way> {};
@@ -260,18 +263,23 @@ TEST_P(AnyWay, endsAsOneByOne) {
     ASSERT_EQ(batches.table->count(VelaSwitchApi::KeyRecord::staged), 0u) << round;
   }
   EXPECT_EQ(batches.bus.runs.size() == singles.bus.runs.size(), !staged);
+  EXPECT_EQ(batches.grouped, GetParam() != Way::oneByOne);
   EXPECT_GT(batches.table->profileConvertor().physicalTable().engine().moves(), 100u);
 }
 
 /// A key that cannot be packed, behind an entry that goes alone, for it comes upon a row that could
 /// not be written before.
 TEST_P(AnyWay, entriesInFrontOfAnAssertionStand) {
+  struct Hears final : Orb::KeyObserver<VelaSwitch::NatMatchKey> {
+    void handleKey(const VelaSwitch::NatMatchKey&) override {}
+  } hears;
   Chip chip;
   RunBus bus(chip.chip);
   bus.gains = GetParam() == Way::staged;
   chip.types = Orb::make<VelaSwitchApi::SwTableTypes>(chip.profile, bus);
   const auto nat = NatMatchTableIs("nat", 0);
   chip.start(*nat);
+  if (GetParam() == Way::oneByOne) nat->entries().observerIs(&hears);
   std::vector<std::pair<VelaSwitch::NatMatchKey, NatMatchResult>> flows(5);
   for (U32 i = 0; i < 5; ++i) flows[i].first.srcIp = Ipnet::IpAddr(i);
   flows[3].first.sport = 1;
@@ -285,6 +293,81 @@ TEST_P(AnyWay, entriesInFrontOfAnAssertionStand) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Ways, AnyWay, testing::Values(Way::staged, Way::oneByOne, Way::inGroups));
+
+/// Two tables on one set of rows, in two pipelines.
+struct Pair final : Chip {
+  Pair() {
+    bus.gains = false;
+    types = Orb::make<VelaSwitchApi::SwTableTypes>(profile, bus);
+    startTogether({tables[0].get(), tables[1].get()});
+    chip.writeObserverIs([this](const auto& table, U32 index) {
+      written.emplace_back(table.identity.id, index, row("NatMatch", 0, table.identity.id, index));
+    });
+  }
+  auto& physical() const { return tables[0]->profileConvertor().physicalTable(); }
+
+  RunBus bus{chip};
+  std::array<Orb::Ptr<NatMatchTable>, 2> tables{NatMatchTableIs("static", 0),
+                                                NatMatchTableIs("dynamic", 1)};
+  std::vector<std::tuple<U32, U32, std::vector<U32>>> written;
+};
+
+/// Groups of their entries, which are hit while they move, wait and fail.
+TEST(Batch, tablesThatShareRowsEndAsOneByOne) {
+  Pair batches;
+  Pair singles;
+  const U32 capacity = batches.physical().engine().capacity();
+  ASSERT_EQ(&batches.physical(), &batches.tables[1]->profileConvertor().physicalTable());
+  VelaTest::Random random;
+  U32 waited = 0;
+  for (U32 round = 0; round < 900; ++round) {
+    const U32 which = random.below(2);
+    const bool announced = random.below(100) < (round < 450 ? 90 : 52);
+    std::vector<std::pair<VelaSwitch::NatMatchKey, NatMatchResult>> flows(1 + random.below(100));
+    std::vector<VelaSwitch::NatMatchKey> keys;
+    for (auto& flow : flows) {
+      flow.first.srcIp = Ipnet::IpAddr(random.below(capacity * 5 / 4) * 2654435761u);
+      keys.push_back(flow.first);
+    }
+    const U32 failures = random.below(10) == 0 ? 1 + random.below(3) : 0;
+    const U32 unread = random.below(10) == 0 ? 1 + random.below(3) : 0;
+    const U32 good = random.below(60);
+    std::array<std::pair<U32, U32>, 30> hits;
+    for (auto& hit : hits) hit = {random.below(2), random.below(capacity)};
+    for (Pair* each : {&batches, &singles}) {
+      each->chip.failWritesIs(failures, 0, good);
+      each->chip.failReadsIs(unread, good % 10);
+      for (const auto& [pipeline, row] : hits) {
+        each->chip.find("NatMatch", 0, pipeline)->hit(row) = true;
+      }
+    }
+    NatMatchTable& table = *batches.tables[which];
+    NatMatchTable& twin = *singles.tables[which];
+    const auto outcomes = announced ? table.entriesAre(flows) : table.entriesDel(keys);
+    for (std::size_t i = 0; i < flows.size(); ++i) {
+      const auto& [key, result] = flows[i];
+      ASSERT_EQ(outcomes[i].known, twin.entries().has(key)) << round;
+      ASSERT_EQ(outcomes[i].changed, announced ? twin.entryIs(key, result) : twin.entryDel(key));
+      ASSERT_EQ(outcomes[i].status, twin.status(key)) << round;
+      waited += outcomes[i].status == EntryProgrammedStatus::tableFull ? 1 : 0;
+    }
+    ASSERT_EQ(batches.written, singles.written) << round;
+    for (Pair* each : {&batches, &singles}) each->written.clear();
+    if (round % 50 != 0) continue;
+    for (U32 pipeline = 0; pipeline < 2; ++pipeline) {
+      const Orb::Seconds now(1 + round);
+      ASSERT_EQ(batches.physical().pollHits(pipeline, now),
+                singles.physical().pollHits(pipeline, now));
+    }
+    for (const auto& key : table.tableStatus()->keys()) {
+      ASSERT_EQ(table.tableStatus()->entryStatus(key), twin.tableStatus()->entryStatus(key));
+    }
+    ASSERT_EQ(table.tableStatus()->keys(), twin.tableStatus()->keys());
+    ASSERT_EQ(table.hwInconsistentKeys(), twin.hwInconsistentKeys());
+  }
+  EXPECT_GT(waited, 100u);
+  EXPECT_GT(batches.physical().engine().moves(), 1000u);
+}
 
 /// Whatever fails, statuses tell the truth, and what lies in a row is found while others change.
 TEST(Batch, nothingIsLostWhereWritesFail) {

@@ -334,6 +334,28 @@ TEST_F(OneLadder, aFailedWriteShowsInTheRoutesStatusUntilItIsMended) {
   EXPECT_EQ(ladder.status(other), EntryProgrammedStatus::programmed);
 }
 
+/// An audit finds a row that differs, and neither its repair nor the next announcement is written.
+TEST_F(OneLadder, aRouteThatCannotBeMendedIsNotCounted) {
+  const LpmKey key = route(0, "10.1.2.0/24");
+  ladder.set(key, nexthop(1));
+  LpmBaseTable& level = *ladder.levels[4];
+  const auto& physical = level.profileConvertor().physicalTable();
+  const U32 row = physical.indexOf(*ladder.writer->itemOf(key));
+  ladder.chip.chip.flipBit(physical.hwTables().front()->busHandle(), row, 0, 3);
+  level.syncEntries();
+  ladder.chip.chip.failWritesIs(1);
+  for (const auto& finding : std::vector(level.profileConvertor().auditFindings())) {
+    level.profileConvertorPtr()->repair(finding);
+  }
+  ladder.chip.chip.failWritesIs(1);
+  ladder.set(key, nexthop(2));
+  EXPECT_EQ(ladder.status(key), EntryProgrammedStatus::hardwareError);
+  EXPECT_EQ(ladder.routes->count(LpmRoutes::held), 0u);
+  ladder.set(key, nexthop(1));
+  EXPECT_EQ(ladder.status(key), EntryProgrammedStatus::programmed);
+  EXPECT_EQ(ladder.routes->count(LpmRoutes::held), 1u);
+}
+
 /// What comes in while a route joins others of its key does not hide that the key is in hardware.
 TEST_F(OneLadder, aRouteThatJoinsOthersIsWhereTheyAre) {
   const LpmKey waits = route(0, "10.9.2.0/24");
@@ -354,11 +376,13 @@ TEST_F(OneLadder, aRouteWithATrapIsNotProgrammed) {
   trap.cpuTrap = true;
   ladder.routes->entryIs(key, trap);
   EXPECT_EQ(ladder.status(key), EntryProgrammedStatus::notProgrammed);
+  EXPECT_EQ(ladder.routes->count(LpmRoutes::held), 0u);
   EXPECT_EQ(VelaDevice::route(ladder.chip.path, 0, IpAddr(0x0a010203)), std::nullopt);
   ladder.writer->handleRoute(key);
   EXPECT_EQ(ladder.status(key), EntryProgrammedStatus::notProgrammed);
   ladder.routes->entryIs(key, routeResult(nexthop(2), 24));
   EXPECT_EQ(ladder.status(key), EntryProgrammedStatus::programmed);
+  EXPECT_EQ(ladder.routes->count(LpmRoutes::held), 1u);
 }
 
 /// An entry of a level that is announced on its own takes its key from the routes that were only

@@ -49,10 +49,13 @@ class VELA_EXPORT HashFamilyTableStatus : public Orb::PtrInterface {
   /// For those who want to hear of a changed status(key). They must be removed before they go.
   void observerIs(Orb::KeyObserver<Key>* observer) {
     observers_.observerIs(observer);
-    if (table_) table_->statusWatchedIs(true);
+    watch();
   }
   /// One that is not there changes nothing.
-  void observerDel(Orb::KeyObserver<Key>* observer) { observers_.observerDel(observer); }
+  void observerDel(Orb::KeyObserver<Key>* observer) {
+    observers_.observerDel(observer);
+    watch();
+  }
 
   /// Called by the table, when it begins to be its status and when it goes.
   void tableIs(HashFamilyTableBase<F>* table) { table_ = table; }
@@ -60,6 +63,11 @@ class VELA_EXPORT HashFamilyTableStatus : public Orb::PtrInterface {
   void handleStatus(const Key& key) { observers_.handleKey(key); }
 
  private:
+  /// Tells the table whether anybody hears of statuses.
+  void watch() {
+    if (table_) table_->statusWatchedIs(!observers_.empty());
+  }
+
   HashFamilyTableBase<F>* table_ = nullptr;
   Orb::KeyObservers<Key> observers_;
 };

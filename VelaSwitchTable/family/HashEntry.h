@@ -89,6 +89,10 @@ template <class F>
   packKeyInto<F>(bits, key);
 }
 
+/// Words of the packed key that an entry keeps.
+template <class F>
+inline constexpr std::size_t keyWords = F::traits.leftAligned ? 1 : 2;
+
 }  // namespace detail
 
 /// The key as the number that is hashed.
@@ -162,7 +166,7 @@ class VELA_EXPORT HashFamilyEntry
   }
 
  private:
-  static constexpr std::size_t keyWords = F::traits.leftAligned ? 1 : 2;
+  static constexpr std::size_t keyWords = detail::keyWords<F>;
 
   U64 packed_[keyWords];
 };

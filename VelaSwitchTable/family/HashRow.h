@@ -28,6 +28,7 @@ class VELA_EXPORT HashFamilyHelperBase : public VelaTableHashHelper {
     keyBits_ = key ? static_cast<U8>(key->width) : packedKey<F>(table().nullKey()).bits();
     storedBits_ = static_cast<U8>(keyBits_ - implied());
     if (valid) storedBits_ = std::min(storedBits_, static_cast<U8>(valid->first));
+    ORB_ASSERT(keyBits_ <= 64 * detail::keyWords<F>);
     ORB_ASSERT(knownStored == 0 || knownStored == storedBits_);
     if constexpr (F::traits.rowImpliesKey) {
       inverse_ = VelaSwitch::HashInverse(&hashBuffer, F::traits.ways, keyBits_, impliedBits());

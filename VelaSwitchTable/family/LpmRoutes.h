@@ -141,7 +141,7 @@ class VELA_EXPORT LpmLevels {
   /// Whether the routes of the key are still to be written: what became of them follows.
   virtual bool staged(const LpmRoutes&) const { return false; }
   /// The first route of a key is announced next; `tag` is the key's hash.
-  virtual void soon(const LpmRoutes::Key&, U32 /*tag*/) const {}
+  virtual void keySoon(const LpmRoutes::Key&, U32 /*tag*/) const {}
 
  protected:
   ~LpmLevels() = default;

@@ -103,7 +103,8 @@ struct LpmKey {
   const U32 back = key.prefix().len();
   LpmKey words;
   void* to = &words;
-  static_assert(sizeof words == sizeof front + sizeof back);
+  static_assert(offsetof(LpmKey, vrf) == 0 && offsetof(LpmKey, prefix) == sizeof(U32) &&
+                sizeof words == sizeof front + sizeof back);
   std::memcpy(to, &front, sizeof front);
   std::memcpy(static_cast<std::byte*>(to) + sizeof front, &back, sizeof back);
   // Else compilers see the fields behind the words, and write these.

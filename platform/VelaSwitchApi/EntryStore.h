@@ -71,7 +71,8 @@ class EntryStore {
   }
   /// Announces the entries in order, with the same end as entryIs() of one after the other;
   /// likewise withdraws them. Rows go to the bus in runs, as far as they do not depend on each
-  /// other. One outcome an entry. When one raises an assertion those before it stand, and are told.
+  /// other. One outcome an entry. When one raises an assertion, and the handler of those does not
+  /// end the process, those before it stand, and are told.
   std::vector<EntryOutcome> entriesAre(std::span<const std::pair<Key, Result>> entries) {
     EntryOutcomes outcomes(entries.size());
     const auto keyAt = [&](std::size_t number) -> const Key& { return entries[number].first; };
@@ -513,7 +514,7 @@ class EntryStore {
     try {
       groupRecords(entries, tags, records.data(), count);
     } catch (...) {
-      // Behind one that is to be announced by itself, it comes up again in its turn.
+      // Behind one that is to be announced by itself, it is raised once more in its turn.
       if (const std::size_t done = program(); done < count) return done;
       throw;
     }

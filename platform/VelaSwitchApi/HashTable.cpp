@@ -191,8 +191,8 @@ void HashTable::handleAbsentItem(HashBaseCuckooEntry& item) {
 
 /// The row of a marked key was written.
 [[gnu::cold]] void HashTable::rewritten(HashBaseCuckooEntry& record) {
-  // As its status was told until now.
-  record.recordedStatus_ = EntryProgrammedStatus::hardwareError;
+  // What came of it is told, whatever that is: the status of a marked key is not the recorded one.
+  record.recordedStatus_ = EntryProgrammedStatus::notProgrammed;
   flagIs(record, KeyRecord::marked, false);
 }
 

@@ -89,9 +89,9 @@ HwTableConfig::HwTableConfig(Orb::PtrConst<HwTableDescriptor> descriptor, Regist
     images_ = Orb::make<Images>();
     images_->words.resize(std::size_t{rows_} * rowWords_ + maxRowWords);
   }
-  images_->tables.push_back(this);
   words_ = images_->words.data();
   states_.resize(rows_);
+  images_->tables.push_back(this);
 }
 
 HwTableConfig::~HwTableConfig() {

@@ -226,14 +226,14 @@ class VELA_EXPORT HwTableConfig : public Orb::PtrInterface {
   RegisterBus::TableHandle busHandle() const { return busTable_; }          ///< As the bus gave it.
 
   /// Writes the row, unless hardware already holds the same words apart from the static ones. A
-  /// row without registers is not written. False when the bus failed.
+  /// row without registers is not written. False when the bus failed. Of a table that is alike to
+  /// another one this is a fatal assertion: those get their rows together, by imageIs().
   bool entryIs(const HwEntryConfig& entry) {
     return entryIs(entry.index(), entry.words(), [] {});
   }
   /// The same from an image of maxRowWords words. Calls `before()` when the row is about to be
   /// written. With a run it is written later, with that: true says nothing of it yet, and what
-  /// hardware holds there counts as unknown until then. Tables that are alike get their rows
-  /// together, by imageIs().
+  /// hardware holds there counts as unknown until then.
   template <class Before>
   [[gnu::always_inline]] bool entryIs(HwIndex index, const U32* image, const Before& before,
                                       const RowRun::Later& later = {}) {
@@ -297,7 +297,7 @@ class VELA_EXPORT HwTableConfig : public Orb::PtrInterface {
   /// Whether this run wrote the row.
   bool written(HwIndex index) const { return states_[position(index)].written; }
   /// The row's image: `rowWords` words, and behind them others of no meaning up to maxRowWords. Of
-  /// a row that is `unknown` it may be that of a table that is alike.
+  /// a row of which nothing is known it may be that of a table that is alike.
   const U32* image(HwIndex index) const {
     const U32* shared = words_ + imageAt(index);
     return images_->apart.empty() ? shared : imageApart(index, shared);

@@ -86,7 +86,8 @@ class VELA_EXPORT KeyRecord {
   bool has(Flag flag) const { return (flags_ >> flag & 1) != 0; }  ///< Whether that is so.
   /// Whether there is an entry that was announced.
   bool announced() const { return (flags_ & (1 << desired | 1 << unclaimed)) == 1 << desired; }
-  /// Whether there is an entry that was announced and programmed, or waits, and nothing else is so.
+  /// Whether there is an entry that was announced and handed on, whatever came of it, and nothing
+  /// else is so.
   bool settled() const { return flags_ == (1 << desired | 1 << cached | 1 << stated); }
   /// Whether it is a table's.
   bool known() const { return flags_ != 0; }

@@ -183,7 +183,7 @@ class VELA_EXPORT PhysicalHashTable : public Orb::PtrInterface,
   U32 swTables() const { return static_cast<U32>(helpers_.size()); }
   /// The table that joined first.
   const HashBaseTable* firstTable() const { return helpers_.front()->swTable(); }
-  /// Declares one pipeline's rows, which must be alike those of the others.
+  /// Declares one pipeline's rows. All but the first must have been made alike to the first one's.
   void hwTableIs(Orb::Ptr<HwTableConfig> table) {
     ORB_ASSERT(hwTables_.empty() || table->isAlike(*hwTables_.front()));
     hwTables_.push_back(std::move(table));
@@ -220,7 +220,8 @@ class VELA_EXPORT PhysicalHashTable : public Orb::PtrInterface,
   /// says. When its row could not be cleared, or one is undecided, its programmedStatus() is
   /// hardwareError, and its table hears of it when that is over.
   Orb::Ptr<Keel::Cuckoo::HashItem> remove(HashBaseCuckooEntry& entry);
-  /// Whether nobody is to hear of anything, as long as placeAlone() and removeAlone() succeed.
+  /// Whether nobody is to hear of anything, as long as placeAlone() and removeAlone() succeed and
+  /// no row fails.
   bool concernsNobody() const;
   /// The same as place() of a new entry, unless it concerns others than those that it moves: then
   /// nothing happens, and it is false.
