@@ -21,9 +21,12 @@ Table::Table(U32 rowsPerWay, U8 ways)
     : rowsPerWay_(rowsPerWay), ways_(ways), waiting_(rowsPerWay * ways, rowsPerWay, ways) {
   ORB_ASSERT(rowsPerWay >= 1 && rowsPerWay <= 65536);
   ORB_ASSERT(ways >= 1 && ways <= maxWays);
+  // So that no item's rows are `nobodys`.
+  ORB_ASSERT(ways < maxWays || rowsPerWay < 65536);
   slots_.resize(capacity());
   reached_.resize(capacity());
   nodes_.resize(capacity());
+  rows_.resize(capacity(), nobodys);
 }
 
 void Table::hashAll(const HashItem& item) const {
@@ -40,9 +43,7 @@ HashItem* Table::find(const HashItem& key) const {
   for (U8 way = 0; way < ways_; ++way) {
     const U32 slot = candidateSlot(key, way);
     // Equal keys have equal rows in every way; comparing those first spares most key comparisons.
-    if (nodes_[slot].rows != rowsOf(key)) continue;
-    HashItem* item = slots_[slot].get();
-    if (item && item->isEqual(key)) return item;
+    if (rows_[slot] == rowsOf(key) && sameKey(slot, key)) return slots_[slot].get();
   }
   return nullptr;
 }
@@ -52,16 +53,15 @@ HashItem* Table::find(const HashItem& key) const {
   return slots_[slot]->isEqual(item);
 }
 
-/// freeRow() where items wait: one of the same key may be among them, and closed rows are taken,
-/// whose slots need not be looked at for that.
+/// freeRow() where items wait: one of the same key may be among them.
 [[gnu::noinline]] U32 Table::freeRowAmongWaiting(const HashItem& item) const {
   const Rows rows = rowsOf(item);
   U32 free = noRow;
   for (U8 way = 0; way < ways_; ++way) {
     const U32 slot = candidateSlot(rows, way);
-    if (!isClosed(slot) && !slots_[slot]) {
+    if (rows_[slot] == nobodys) {
       free = std::min(free, slot);
-    } else if (nodes_[slot].rows == rows && sameKey(slot, item)) [[unlikely]] {
+    } else if (rows_[slot] == rows && sameKey(slot, item)) [[unlikely]] {
       return noRow;
     }
   }
@@ -84,7 +84,7 @@ bool Table::reach(U32 slot, U32 from, Search kind) {
   if (node.seen == searches_) return false;
   if (kind == Search::pruned && node.closed == closings_) return false;
   reachedFrom(slot, from);
-  return node.closed != closings_ && !slots_[slot];
+  return rows_[slot] == nobodys;
 }
 
 /// The free row that the fewest moves lead to, or noSlot when none can be reached. Rows are reached
@@ -107,7 +107,7 @@ void Table::searchBegin() {
 U32 Table::searchFurther(Search kind) {
   for (U32 next = 0; next < reachedCount_; ++next) {
     const U32 from = reached_[next];
-    const Rows mover = nodes_[from].rows;
+    const Rows mover = rows_[from];
     if (ways_ == 2) {
       // The other row of the two, whichever this one is: a branch would be foretold half the time.
       const U32 slot = candidateSlot(mover, 0) + candidateSlot(mover, 1) - from;
@@ -199,7 +199,7 @@ SuccessionResult Table::succeed(HashItem& gone, RowWriter& writer) {
   const bool wasClosed = isClosed(freed);
   bool stillClosed = wasClosed && leadsNowhereElse(rowsOf(*next.item));
   for (U32 from = nodes_[freed].from; stillClosed && from != noSlot; from = nodes_[from].from) {
-    stillClosed = leadsNowhereElse(nodes_[from].rows);
+    stillClosed = leadsNowhereElse(rows_[from]);
   }
   const Orb::Ptr<HashItem> keep(&gone);
   take(freed);
@@ -298,7 +298,7 @@ void Table::Openings::make(const Table& table) {
 
 void Table::Openings::add(const Table& table, U32 slot) {
   for (U8 way = 0; way < table.ways_; ++way) {
-    const U32 to = table.candidateSlot(table.nodes_[slot].rows, way);
+    const U32 to = table.candidateSlot(table.rows_[slot], way);
     if (to == slot) continue;
     const U32 node = slot * table.ways_ + way;
     if (table.ways_ == 2) others_[slot] = to;
@@ -310,7 +310,7 @@ void Table::Openings::add(const Table& table, U32 slot) {
 
 void Table::Openings::del(const Table& table, U32 slot) {
   for (U8 way = 0; way < table.ways_; ++way) {
-    const U32 to = table.candidateSlot(table.nodes_[slot].rows, way);
+    const U32 to = table.candidateSlot(table.rows_[slot], way);
     if (to == slot) continue;
     const Link& link = links_[slot * table.ways_ + way];
     (link.previous == noSlot ? heads_[to] : links_[link.previous].next) = link.next;

@@ -64,7 +64,7 @@ struct SuccessionResult {
 /// Where items lie: each in one of a row per way, whichever the hashes allow.
 class VELA_EXPORT Table {
  public:
-  /// `rowsPerWay` at most 65536, `ways` 1 to maxWays.
+  /// `rowsPerWay` at most 65536, one less with maxWays ways; `ways` 1 to maxWays.
   Table(U32 rowsPerWay, U8 ways);
 
   U32 rowsPerWay() const { return rowsPerWay_; }        ///< As the table was made.
@@ -102,11 +102,11 @@ class VELA_EXPORT Table {
     Rows next = rows;
     for (U32 first = 0; first != end; first += rowsPerWay, next >>= 16) {
       const U32 slot = first + rowOf(next, 0);
-      if (!slots_[slot]) {
-        free = std::min(free, slot);
-      } else if (nodes_[slot].rows == rows && sameKey(slot, item)) [[unlikely]] {
+      const Rows held = rows_[slot];
+      if (held == rows && sameKey(slot, item)) [[unlikely]]
         return noRow;
-      }
+      // No branch: it could not be foretold.
+      free = std::min(free, held == nobodys ? slot : noRow);
     }
     return free;
   }
@@ -173,6 +173,7 @@ class VELA_EXPORT Table {
   void hashAll(const HashItem& item) const;
   /// An item's rows in one number, 16 bits for each way, the first one's lowest.
   using Rows = U64;
+  static constexpr Rows nobodys = ~Rows{0};  ///< Of no item's.
   static Rows rowsOf(const HashItem& item) { return std::bit_cast<Rows>(item.rows_); }
   U32 candidateSlot(const HashItem& item, U8 way) const {
     return way * rowsPerWay_ + rowOf(item, way);
@@ -187,12 +188,13 @@ class VELA_EXPORT Table {
   bool reach(U32 slot, U32 from, Search kind);
   void put(HashItem& item, U32 slot) {
     slots_[slot] = &item;
-    nodes_[slot].rows = rowsOf(item);
+    rows_[slot] = rowsOf(item);
     item.slot_ = slot;
     if (openings_.made()) openings_.add(*this, slot);
   }
   Orb::Ptr<HashItem> take(U32 slot) {
     if (openings_.made()) openings_.del(*this, slot);
+    rows_[slot] = nobodys;
     return std::move(slots_[slot]);
   }
   bool sameKey(U32 slot, const HashItem& item) const;
@@ -246,12 +248,14 @@ class VELA_EXPORT Table {
   U32 size_ = 0;
   U64 moves_ = 0;
   std::vector<Orb::Ptr<HashItem>> slots_;
+  /// Of the item in each row, or `nobodys`, so that what looks for a free row looks at no item and
+  /// at nothing else.
+  std::vector<Rows> rows_;
   WaitingItems waiting_;
   Openings openings_;
 
   /// What searches know of a row. Marks are of an epoch: those of earlier ones mean nothing.
   struct Node {
-    Rows rows = 0;   ///< Of the item there, so that a search does not look at the item.
     U32 from = 0;    ///< The row whose item could move to this one; noSlot at the start.
     U16 seen = 0;    ///< searches_ where this search reached the row.
     U16 closed = 0;  ///< closings_ where a failed search reached it: all such rows are taken, and
