@@ -207,6 +207,7 @@ void PhysicalHashTable::expectedImage(HwIndex index, U32* image) const {
 
 bool PhysicalHashTable::hashItemWrite(Keel::Cuckoo::HashItem& item, Location location) {
   HashBaseCuckooEntry& entry = entryOf(item);
+  for (const Pipeline& each : pipelines_) each.rows->soon(hwIndex(location));
   U32 image[maxRowWords];
   pack(entry, location, image);
   if (!writeImage(hwIndex(location), image, Becomes::entrys)) return false;
@@ -313,6 +314,8 @@ Orb::Ptr<Keel::Cuckoo::HashItem> PhysicalHashTable::place(HashBaseCuckooEntry& e
     lastWritten_ = nullptr;
     entry.status_ = written ? Status::programmed : Status::hardwareError;
   } else {
+    // Those that it moves lie anywhere in memory.
+    for (U8 way = 0; way < engine_.ways(); ++way) entrySoon(candidate(entry, way));
     placeNew(entry);
   }
   revisit();
