@@ -57,6 +57,15 @@ void HashedLevel::withdraw(LpmRoutes& shared, RouteChange change) {
   }
 }
 
+/// The status of a key changed. Of a new one its routes learn the record first, which is asked for
+/// what became of each.
+void HashedLevel::handleKey(const RouteKey& key) {
+  LpmRoutes* shared = routes().routesOf(key);
+  if (!shared || shared->tree.empty()) return;
+  if (!known(*shared)) shared->item = table_->cachedItem(key, shared->tag);
+  routes().handleStatuses(*shared);
+}
+
 void HashedLevel::tryAgain(LpmRoutes& shared, U32) {
   shared.written = true;
   program(shared);

@@ -49,8 +49,7 @@ class HashedLevel final : public RouteLevel, private Orb::KeyObserver<RouteKey> 
   };
 
   Routes disownedBy(const RouteKey& key) const override;
-  /// The status of a key changed.
-  void handleKey(const RouteKey& key) override { routes().handleStatuses(key); }
+  void handleKey(const RouteKey& key) override;
   static VelaSwitchTable::LpmResult resultOf(const RouteKey& key, const Tree& tree);
   /// Whether the routes say what the level knows of their key.
   static bool known(const LpmRoutes& shared) { return shared.item && shared.item->known(); }

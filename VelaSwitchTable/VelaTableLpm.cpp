@@ -179,7 +179,9 @@ void LpmTable::entryStatusDel(const Key& given) {
 
 /// What the flags say of a status is as it was told last.
 void LpmTable::statedIs(LpmRoutes& routes, U32 node, bool stated) {
-  const auto status = (stated ? statusOf(routes, node) : LpmStatus()).status;
+  LpmStatus told;  // Without its key, which nobody asks for here.
+  if (stated && levels_ && routes.tree.has(node)) levels_->stateRoute(routes, node, told);
+  const auto status = told.status;
   set(routes, node, LpmRoutes::stated, stated);
   set(routes, node, LpmRoutes::held, status == EntryProgrammedStatus::programmed);
   set(routes, node, LpmRoutes::waits, status == EntryProgrammedStatus::tableFull);
@@ -202,13 +204,11 @@ void LpmTable::handleStatus(const Key& route) {
   statusObservers_.handleKey(route);
 }
 
-void LpmTable::handleStatuses(const Key& given) {
-  LpmRoutes* routes = routesOf(given);
-  if (!routes) return;
-  const U8 nodes = routes->tree.nodes();
-  LpmRoutes::forEachNode(nodes, [&](U32 node) { statedIs(*routes, node, true); });
+void LpmTable::handleStatuses(LpmRoutes& routes) {
+  const U8 nodes = routes.tree.nodes();
+  LpmRoutes::forEachNode(nodes, [&](U32 node) { statedIs(routes, node, true); });
   if (statusObservers_.empty()) return;
-  const Key key = given;
+  const Key key = routes.key;
   LpmRoutes::forEachNode(
       nodes, [&](U32 node) { statusObservers_.handleKey(LpmRoutes::routeOf(key, node)); });
 }

@@ -72,8 +72,8 @@ class VELA_EXPORT LpmTable final : public Orb::PtrInterface {
     index_.forEach([&](const void* each) { visit(*static_cast<const LpmRoutes*>(each)); });
   }
   LpmStatus statusOf(const LpmRoutes& routes, U32 node) const;  ///< Of one that has a status.
-  void handleStatus(const Key& route);    ///< Told by the levels: the route's status changed.
-  void handleStatuses(const Key& given);  ///< Likewise of all in the tree of a key.
+  void handleStatus(const Key& route);     ///< Told by the levels: the route's status changed.
+  void handleStatuses(LpmRoutes& routes);  ///< Likewise of all in the tree of a key.
 
  private:
   friend View<LpmResult>;
