@@ -56,8 +56,9 @@ U64 toHw(const AclHashKey& key) {
     return key.type() - U64{variants[variantOf(key.type())].firstType};
   } else {
     using Orb::hashWord;
-    if (piece == qualifier && anyQualifierType(key.type())) return 15;
     const U64 bits = hashWord(fieldOf<piece>(key)());
+    // Not another way for those types, which come in any order.
+    if (piece == qualifier) return bits | (anyQualifierType(key.type()) ? 15u : 0u);
     return bits == 0 ? anyOf(piece) : bits;
   }
 }
