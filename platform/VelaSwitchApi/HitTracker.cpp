@@ -99,14 +99,14 @@ bool HitTracker::readBlock(Table& table, HwIndex index, Entries& hit) {
     }
   }
   const auto end = std::min(first + table.bits->blockRows(), table.rows);
-  for (HwIndex row = first; row < end;) {
-    const HwIndex next = std::min(end, (row / 64 + 1) * 64);
-    const U64 mask = ~U64{0} >> (64 - (next - row)) << row % 64;
-    Marks& marks = table.marks[row / 64];
-    marks.clear |= marks.empty & mask;
-    marks.empty &= ~mask;
-    row = next;
-  }
+  const auto isRead = [](Marks& marks, U64 rows) {
+    marks.clear |= marks.empty & rows;
+    marks.empty &= ~rows;
+  };
+  const U64 rows = ~U64{0} >> (64 - (end - first));
+  Marks* marks = &table.marks[first / 64];
+  isRead(*marks, rows << first % 64);
+  if (first % 64 + (end - first) > 64) isRead(marks[1], rows >> (64 - first % 64));
   if (!table.formers.empty()) {
     table.formers.erase(table.formers.lower_bound(first), table.formers.lower_bound(end));
   }

@@ -269,11 +269,15 @@ bool PhysicalHashTable::writeEmpty(HwIndex index, bool entrys) {
   return row;
 }
 
-[[gnu::always_inline]] inline bool PhysicalHashTable::placePlainly(HashBaseCuckooEntry& entry) {
+/// A row that takes long to pack is to be fetched meanwhile.
+[[gnu::always_inline]] inline bool PhysicalHashTable::placePlainly(HashBaseCuckooEntry& entry,
+                                                                   bool fetches) {
   const HwIndex row = plainRow(entry, true);
   if (row == noRow) [[unlikely]]
     return false;
-  for (const Pipeline& each : pipelines_) each.rows->soon(row);
+  if (fetches) {
+    for (const Pipeline& each : pipelines_) each.rows->soon(row);
+  }
   U32 image[maxRowWords];
   pack(entry, location(row), image);
   if (writeImage(row, image, Becomes::entrys)) [[likely]] {
@@ -291,7 +295,7 @@ bool PhysicalHashTable::writeEmpty(HwIndex index, bool entrys) {
 }
 
 Orb::Ptr<Keel::Cuckoo::HashItem> PhysicalHashTable::place(HashBaseCuckooEntry& entry) {
-  if (!placePlainly(entry)) [[unlikely]]
+  if (!placePlainly(entry, true)) [[unlikely]]
     return placeAmongOthers(entry);
   if (!pending_ && entry.status_ == Status::programmed) [[likely]]
     return nullptr;
@@ -330,7 +334,7 @@ bool PhysicalHashTable::concernsNobody() const {
 }
 
 bool PhysicalHashTable::placeAlone(HashBaseCuckooEntry& entry) {
-  if (placePlainly(entry)) [[likely]]
+  if (placePlainly(entry, false)) [[likely]]
     return true;
   if (!plain() || engine_.find(entry) || engine_.findWaiting(entry)) return false;
   placeWithMoves(entry);

@@ -359,7 +359,7 @@ class VELA_EXPORT PhysicalHashTable : public Orb::PtrInterface,
   bool plain() const { return (stale_.size() | undecided_.size() | duplicates_.size()) == 0; }
   static constexpr HwIndex noRow = Keel::Cuckoo::Table::noRow;
   inline HwIndex plainRow(const HashBaseCuckooEntry& entry, bool desired) const;
-  inline bool placePlainly(HashBaseCuckooEntry& entry);
+  inline bool placePlainly(HashBaseCuckooEntry& entry, bool fetches);
   Orb::Ptr<Keel::Cuckoo::HashItem> placeAmongOthers(HashBaseCuckooEntry& entry);
   Orb::Ptr<Keel::Cuckoo::HashItem> removeAmongOthers(HashBaseCuckooEntry& entry);
   void placeNew(HashBaseCuckooEntry& entry);
