@@ -121,16 +121,15 @@ bool LpmTable::entryIs(const Key& route, const LpmResult& result) {
   if (holds(routes, node, result, odd)) return false;
   const bool trapped = routes.has(LpmRoutes::desired, node) && !routes.tree.has(node);
   store(routes, node, result, odd);
-  const bool another = trapped != result.cpuTrap();
-  // Its status is that of the levels' entry from now on, or is not any more.
-  if (another && routes.has(LpmRoutes::stated, node)) statedIs(routes, node, true);
+  // Its status is that of the levels' entry from now on, or is not any more: told anew.
+  if (trapped != result.cpuTrap()) statedIs(routes, node, false);
   if (levels_) {
     const U32 dropped = dropped_;
     levels_->handleRoute(routes, node);
     // Whoever heard of statuses may have withdrawn it.
     LpmRoutes* now = dropped == dropped_ ? &routes : routesOf(key);
-    if (now && now->has(LpmRoutes::desired, node) &&
-        (another || !now->has(LpmRoutes::stated, node)) && !levels_->staged(*now))
+    if (now && now->has(LpmRoutes::desired, node) && !now->has(LpmRoutes::stated, node) &&
+        !levels_->staged(*now))
       handleStatus(route);
   }
   observers_.handleKey(route);

@@ -267,6 +267,21 @@ TEST_P(AnyWay, endsAsOneByOne) {
   EXPECT_GT(batches.table->profileConvertor().physicalTable().engine().moves(), 100u);
 }
 
+/// Whoever watches statuses goes when told of one.
+TEST(Batch, groupsComeBackWhenNobodyWatchesStatuses) {
+  Noting noting(Way::inGroups);
+  struct Leaves final : Orb::KeyObserver<HashTestKey> {
+    explicit Leaves(HashTestTable& of) : table(of) { table.tableStatusIs()->observerIs(this); }
+    void handleKey(const HashTestKey&) override { table.tableStatus()->observerDel(this); }
+    HashTestTable& table;
+  } leaves(*noting.table);
+  const std::vector keys{HashTestKey{1u}, HashTestKey{2u}};
+  noting.table->entryIs(HashTestKey{3u}, HashTestResult{1});
+  for (const HashTestKey& key : keys) noting.table->entryIs(key, HashTestResult{1});
+  noting.table->entriesDel(keys);
+  EXPECT_TRUE(noting.grouped);
+}
+
 /// A key that cannot be packed, behind an entry that goes alone, for it comes upon a row that could
 /// not be written before.
 TEST_P(AnyWay, entriesInFrontOfAnAssertionStand) {
@@ -302,6 +317,9 @@ struct Pair final : Chip {
     startTogether({tables[0].get(), tables[1].get()});
     chip.writeObserverIs([this](const auto& table, U32 index) {
       written.emplace_back(table.identity.id, index, row("NatMatch", 0, table.identity.id, index));
+      for (const auto& each : tables) {
+        grouped += each->count(VelaSwitchApi::KeyRecord::staged) > 1 ? 1 : 0;
+      }
     });
   }
   auto& physical() const { return tables[0]->profileConvertor().physicalTable(); }
@@ -310,6 +328,7 @@ struct Pair final : Chip {
   std::array<Orb::Ptr<NatMatchTable>, 2> tables{NatMatchTableIs("static", 0),
                                                 NatMatchTableIs("dynamic", 1)};
   std::vector<std::tuple<U32, U32, std::vector<U32>>> written;
+  U32 grouped = 0;  ///< Rows that were written while others were to follow.
 };
 
 /// Groups of their entries, which are hit while they move, wait and fail.
@@ -322,11 +341,14 @@ TEST(Batch, tablesThatShareRowsEndAsOneByOne) {
   U32 waited = 0;
   for (U32 round = 0; round < 900; ++round) {
     const U32 which = random.below(2);
-    const bool announced = random.below(100) < (round < 450 ? 90 : 52);
+    const bool announced = random.below(100) < (round < 450 ? 85 : 60);
     std::vector<std::pair<VelaSwitch::NatMatchKey, NatMatchResult>> flows(1 + random.below(100));
     std::vector<VelaSwitch::NatMatchKey> keys;
     for (auto& flow : flows) {
-      flow.first.srcIp = Ipnet::IpAddr(random.below(capacity * 5 / 4) * 2654435761u);
+      // At first none that is in both.
+      const U32 parity = round < 450 ? which : random.below(2);
+      const U32 number = random.below(capacity) * 2 + parity;
+      flow.first.srcIp = Ipnet::IpAddr(number * 2654435761u);
       keys.push_back(flow.first);
     }
     const U32 failures = random.below(10) == 0 ? 1 + random.below(3) : 0;
@@ -365,7 +387,9 @@ TEST(Batch, tablesThatShareRowsEndAsOneByOne) {
     ASSERT_EQ(table.tableStatus()->keys(), twin.tableStatus()->keys());
     ASSERT_EQ(table.hwInconsistentKeys(), twin.hwInconsistentKeys());
   }
-  EXPECT_GT(waited, 100u);
+  EXPECT_GT(waited, 10u);
+  EXPECT_GT(batches.grouped, 10u);
+  EXPECT_EQ(singles.grouped, 0u);
   EXPECT_GT(batches.physical().engine().moves(), 1000u);
 }
 

@@ -383,6 +383,19 @@ TEST_F(OneLadder, aRouteWithATrapIsNotProgrammed) {
   ladder.routes->entryIs(key, routeResult(nexthop(2), 24));
   EXPECT_EQ(ladder.status(key), EntryProgrammedStatus::programmed);
   EXPECT_EQ(ladder.routes->count(LpmRoutes::held), 1u);
+
+  // In a batch, of a key that is programmed for another route.
+  ladder.set(route(0, "10.1.2.0/25"), nexthop(1));
+  ladder.routes->entryIs(key, trap);
+  struct Told final : Orb::KeyObserver<LpmKey> {
+    void handleKey(const LpmKey& told) override { keys.push_back(told); }
+    std::vector<LpmKey> keys;
+  } told;
+  ladder.routes->entryStatuses().observerIs(&told);
+  VelaRoutes::Routes(*ladder.writer).announceAll(std::vector{std::pair{key, nexthop(2)}});
+  ladder.routes->entryStatuses().observerDel(&told);
+  EXPECT_THAT(told.keys, testing::ElementsAre(key));
+  EXPECT_EQ(ladder.status(key), EntryProgrammedStatus::programmed);
 }
 
 /// An entry of a level that is announced on its own takes its key from the routes that were only

@@ -60,7 +60,11 @@ class VELA_EXPORT HashFamilyTableStatus : public Orb::PtrInterface {
   /// Called by the table, when it begins to be its status and when it goes.
   void tableIs(HashFamilyTableBase<F>* table) { table_ = table; }
   /// Called by the table: tells of a change.
-  void handleStatus(const Key& key) { observers_.handleKey(key); }
+  void handleStatus(const Key& key) {
+    observers_.handleKey(key);
+    // Whoever went meanwhile is gone now.
+    watch();
+  }
 
  private:
   /// Tells the table whether anybody hears of statuses.

@@ -43,7 +43,7 @@ HashItem* Table::find(const HashItem& key) const {
   for (U8 way = 0; way < ways_; ++way) {
     const U32 slot = candidateSlot(key, way);
     // Equal keys have equal rows in every way; comparing those first spares most key comparisons.
-    if (rows_[slot] == rowsOf(key) && sameKey(slot, key)) return slots_[slot].get();
+    if (rows_[slot] == rowsOf(key) && slots_[slot]->isEqual(key)) return slots_[slot].get();
   }
   return nullptr;
 }
@@ -55,16 +55,7 @@ HashItem* Table::find(const HashItem& key) const {
 
 /// freeRow() where items wait: one of the same key may be among them.
 [[gnu::noinline]] U32 Table::freeRowAmongWaiting(const HashItem& item) const {
-  const Rows rows = rowsOf(item);
-  U32 free = noRow;
-  for (U8 way = 0; way < ways_; ++way) {
-    const U32 slot = candidateSlot(rows, way);
-    if (rows_[slot] == nobodys) {
-      free = std::min(free, slot);
-    } else if (rows_[slot] == rows && sameKey(slot, item)) [[unlikely]] {
-      return noRow;
-    }
-  }
+  const U32 free = vacantRow(item);
   if (free == noRow) {
     waiting_.equalSoon(item);
     return noRow;

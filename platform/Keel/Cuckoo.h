@@ -95,20 +95,7 @@ class VELA_EXPORT Table {
       hashAll(item);
     if (!waiting_.empty()) [[unlikely]]
       return freeRowAmongWaiting(item);
-    const Rows rows = rowsOf(item);
-    const U32 rowsPerWay = rowsPerWay_;
-    const U32 end = capacity();
-    U32 free = noRow;
-    Rows next = rows;
-    for (U32 first = 0; first != end; first += rowsPerWay, next >>= 16) {
-      const U32 slot = first + rowOf(next, 0);
-      const Rows held = rows_[slot];
-      if (held == rows && sameKey(slot, item)) [[unlikely]]
-        return noRow;
-      // No branch: it could not be foretold.
-      free = std::min(free, held == nobodys ? slot : noRow);
-    }
-    return free;
+    return vacantRow(item);
   }
   /// Places an item of a hardware key that the table does not hold.
   InsertResult insert(HashItem& item, RowWriter& writer);
@@ -198,6 +185,23 @@ class VELA_EXPORT Table {
     return std::move(slots_[slot]);
   }
   bool sameKey(U32 slot, const HashItem& item) const;
+  /// freeRow() as far as items that are placed are concerned.
+  [[gnu::always_inline]] U32 vacantRow(const HashItem& item) const {
+    const Rows rows = rowsOf(item);
+    const U32 rowsPerWay = rowsPerWay_;
+    const U32 end = capacity();
+    U32 free = noRow;
+    Rows next = rows;
+    for (U32 first = 0; first != end; first += rowsPerWay, next >>= 16) {
+      const U32 slot = first + rowOf(next, 0);
+      const Rows held = rows_[slot];
+      if (held == rows && sameKey(slot, item)) [[unlikely]]
+        return noRow;
+      // No branch: it could not be foretold.
+      free = std::min(free, held == nobodys ? slot : noRow);
+    }
+    return free;
+  }
   U32 freeRowAmongWaiting(const HashItem& item) const;
   void reopen();
   void markClosed();

@@ -323,16 +323,8 @@ inline bool HashTable::announcedInGroup(KeyRecord& record, EntryOutcome& outcome
 }
 
 std::size_t HashTable::groupIs(std::span<KeyRecord* const> records, EntryOutcome* outcomes) {
-  // Counted together, also where a bus throws.
-  struct Added {
-    HashTable& table;
-    U32 records = 0;
-    ~Added() { table.settledMore(records); }
-  } added{*this};
   std::size_t done = 0;
-  while (done != records.size() && announcedInGroup(*records[done], outcomes[done])) {
-    added.records += outcomes[done++].changed ? 1 : 0;
-  }
+  while (done != records.size() && announcedInGroup(*records[done], outcomes[done])) ++done;
   return done;
 }
 

@@ -11,6 +11,8 @@ namespace VelaSwitchApi {
 void HitTracker::hitTableIs(HwTableId id, Orb::Ptr<HitBitTableConfig> table, U32 rows) {
   std::erase_if(tables_, [&](const Table& each) { return each.id == id; });
   const bool readable = table->readable();
+  // A block's rows are marked in one word.
+  ORB_ASSERT(!readable || 64 % table->blockRows() == 0);
   tables_.push_back(
       {id, std::move(table), readable, rows, std::vector<Marks>((rows + 63) / 64), {}});
 }
@@ -99,14 +101,10 @@ bool HitTracker::readBlock(Table& table, HwIndex index, Entries& hit) {
     }
   }
   const auto end = std::min(first + table.bits->blockRows(), table.rows);
-  const auto isRead = [](Marks& marks, U64 rows) {
-    marks.clear |= marks.empty & rows;
-    marks.empty &= ~rows;
-  };
-  const U64 rows = ~U64{0} >> (64 - (end - first));
-  Marks* marks = &table.marks[first / 64];
-  isRead(*marks, rows << first % 64);
-  if (first % 64 + (end - first) > 64) isRead(marks[1], rows >> (64 - first % 64));
+  const U64 read = ~U64{0} >> (64 - (end - first)) << first % 64;
+  Marks& marks = table.marks[first / 64];
+  marks.clear |= marks.empty & read;
+  marks.empty &= ~read;
   if (!table.formers.empty()) {
     table.formers.erase(table.formers.lower_bound(first), table.formers.lower_bound(end));
   }

@@ -231,15 +231,12 @@ class VELA_EXPORT KeyRecords {
     }
     flagIs(record, KeyRecord::desired, false);
   }
-  /// A record without flags is settled() from now on, which settledMore() counts.
-  static void settledIs(KeyRecord& record) {
+  /// A record without flags is settled() from now on.
+  void settledIs(KeyRecord& record) {
     record.flags_ = 1 << KeyRecord::desired | 1 << KeyRecord::cached | 1 << KeyRecord::stated;
-  }
-  /// So many more records are settled().
-  void settledMore(U32 records) {
-    for (const Flag flag : {KeyRecord::desired, KeyRecord::cached, KeyRecord::stated})
-      counts_[flag] += records;
-    peak_ = std::max(peak_, count(KeyRecord::desired));
+    ++counts_[KeyRecord::cached];
+    ++counts_[KeyRecord::stated];
+    peak_ = std::max(peak_, ++counts_[KeyRecord::desired]);
   }
   /// There is no entry any more of a record that was settled() until it was staged.
   void stagedGone(KeyRecord& record) {
