@@ -71,10 +71,10 @@ U32 LpmBaseFamily::hash(const U8* buffer, U8 way, U8 bits) {
   return hashKey(buffer, way, bits, level ? level->crcLength : U8{0});
 }
 
-VelaSwitch::CrcHash LpmBaseFamily::crc(U8 bits) {
+const VelaSwitch::CrcTables<U64>* LpmBaseFamily::crc(U8 bits) {
   const LpmLevel* level = levelOfWidth(bits);
   if (!level) return nullptr;
-  return level->crcLength == 12 ? VelaSwitch::crc12Hash : VelaSwitch::crc10Hash;
+  return level->crcLength == 12 ? &VelaSwitch::crc12Tables : &VelaSwitch::crc10Tables;
 }
 
 bool LpmBaseFamily::unpackKey(KeyBits bits, const Reader& row, Key& key) {

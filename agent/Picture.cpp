@@ -478,15 +478,16 @@ void Picture::addLadder() {
     const auto* hardware = agent_.table(level->table.name, 0).hardware();
     const auto hash = level->crcLength == 10 ? VelaSwitch::crc10Hash : VelaSwitch::crc12Hash;
     // What the hash makes of a single one bit, the last of a byte, is its polynomial.
-    const auto polynomials =
-        VelaSwitch::crcHashes(hash, std::array<U8, VelaSwitch::crcMaxBytes>{1}, 8);
+    std::vector<U32> polynomials;
+    for (U8 way = 0; way < hardware->typed().engine()->ways(); ++way) {
+      constexpr U8 one = 1;
+      polynomials.push_back(hash(&one, way, 8));
+    }
     add(*hardware, level->prefixBaseLen, level->longest(),
         {{"keyBits", level->prefixBaseLen},
          {"hashedBits", level->keyWidth},
          {"hashWidth", level->crcLength},
-         {"polynomials",
-          std::vector<U32>(polynomials.begin(),
-                           polynomials.begin() + hardware->typed().engine()->ways())}});
+         {"polynomials", polynomials}});
   }
   constexpr U8 keyLength = VelaRoutes::FirstLevel::keyLength;
   add(*agent_.table("Lpm11", 0).hardware(), 0, keyLength, {{"keyBits", keyLength}});

@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <cstring>
 
 #include "Support.h"
@@ -43,6 +44,37 @@ TEST(Crc, hashesWholeBytesOfTheKey) {
   EXPECT_EQ(VelaSwitch::crc11Hash(key, 0, 59), hash);
   key[7] = 4;
   EXPECT_NE(VelaSwitch::crc11Hash(key, 0, 59), hash);
+}
+
+/// Keys of all lengths, of all ways at once, beside one way after another.
+TEST(Crc, allWaysAreThoseOfEach) {
+  VelaTest::Random random;
+  const auto check = [&](auto hash, const auto& tables, U8 ways) {
+    for (U8 bytes = 1; bytes <= VelaSwitch::crcMaxBytes; ++bytes) {
+      U8 key[VelaSwitch::crcMaxBytes]{};
+      std::generate_n(key, bytes, [&] { return static_cast<U8>(random()); });
+      VelaSwitch::CrcKey words{0, 0, bytes};
+      U64 number = 0;
+      for (unsigned i = 0; i < bytes; ++i) {
+        (i < 8 ? words.first : words.second) |= U64{key[i]} << i % 8 * 8;
+        number = number << 8 | key[i];
+      }
+      const U64 all = VelaSwitch::crcHashes(tables, words);
+      if (bytes <= 8) {
+        EXPECT_EQ(VelaSwitch::crcHashes(tables, number), all);
+      }
+      for (U8 way = 0; way < ways; ++way) {
+        const auto bits = static_cast<U8>(bytes * 8);
+        EXPECT_EQ(all >> way * 16 & 0xffff, hash(key, way, bits)) << +bytes << ' ' << +way;
+      }
+      EXPECT_EQ(ways == 4 ? 0 : all >> ways * 16, 0u);
+    }
+  };
+  using namespace VelaSwitch;
+  check(crc10Hash, crcTables<crc10Hash>(), 4);
+  check(crc11Hash, crcTables<crc11Hash>(), 2);
+  check(crc12Hash, crcTables<crc12Hash>(), 3);
+  check(crc13Hash, crcTables<crc13Hash>(), 3);
 }
 
 TEST(Parity, isOneForAnOddNumberOfBits) {

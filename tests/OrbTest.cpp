@@ -273,16 +273,21 @@ TEST(RecordIndex, findsWhatIsThereAndNothingElse) {
   Orb::RecordIndex index(
       [](const void* record) { return *static_cast<const U32*>(record) % 61 * 0x12347; });
   std::map<U32, U32*> model;
-  const auto find = [&](U32 key) {
-    return index.find(tagOf(key),
-                      [&](const void* at) { return *static_cast<const U32*>(at) == key; });
+  const auto isKey = [](U32 key) {
+    return [key](const void* at) { return *static_cast<const U32*>(at) == key; };
   };
+  const auto find = [&](U32 key) { return index.find(tagOf(key), isKey(key)); };
   const auto make = [&](U32 key) { return new (Orb::Slab::take(slab.get(), sizeof key)) U32(key); };
   for (U32 step = 0; step < 20000; ++step) {
     const U32 key = random() % 300;
     const auto at = model.find(key);
     ASSERT_EQ(find(key), at == model.end() ? nullptr : at->second);
-    if (at == model.end()) {
+    if (random() % 2 == 0) {
+      void* made = nullptr;
+      void* record = index.findOrAdd(tagOf(key), isKey(key), [&] { return made = make(key); });
+      ASSERT_EQ(record, at == model.end() ? made : at->second);
+      model[key] = static_cast<U32*>(record);
+    } else if (at == model.end()) {
       index.add(tagOf(key), model[key] = make(key));
     } else if (random() % 4 == 0) {
       U32* next = make(key);

@@ -97,7 +97,7 @@ struct VELA_EXPORT LpmBaseFamily : Family<"VelaTableLpmBase", VelaSwitch::LpmKey
   static void sample(const LpmBaseHelper& helper, U64 bits, Key& key, Result& result);
   static U32 hash(const U8* buffer, U8 way, U8 bits);
   /// The same by the CRC that keys of so many bits have, or null.
-  static VelaSwitch::CrcHash crc(U8 bits);
+  static const VelaSwitch::CrcTables<U64>* crc(U8 bits);
   static bool unpackKey(KeyBits bits, const RowReaderOf<LpmBaseFamily>&, Key& key);
   /// A key of another level is a fatal assertion, and so are a VRF that there is not and cells that
   /// the level does not serve.

@@ -28,15 +28,16 @@ namespace detail {
 
 /// The packed key as its CRC takes it: the bytes that fillKeyBuffer() lays out.
 template <class F>
-VelaSwitch::CrcNumber crcNumber(const VelaSwitchApi::KeyBits& key) {
+auto crcKey(const VelaSwitchApi::KeyBits& key) {
   const U64 low = key.words()[0];
   const U64 high = key.words()[1];
   if constexpr (F::traits.leftAligned) {
-    return {low << (-key.bits() & 7), 0};
+    return low << (-key.bits() & 7);
   } else {
     constexpr unsigned start = F::traits.keyStart;
     const U64 carried = start == 0 ? 0 : low >> (64 - start) % 64;
-    return VelaSwitch::crcNumber(low << start, high << start | carried, key.bits());
+    const auto bytes = static_cast<U8>((key.bits() + 7u) / 8u);
+    return VelaSwitch::CrcKey{low << start, high << start | carried, bytes};
   }
 }
 
@@ -45,12 +46,11 @@ template <class F>
 U64 hashesOf(const VelaSwitchApi::KeyBits& key) {
   constexpr U64 ways = ~U64{0} >> (64 - 16 * F::traits.ways);
   if constexpr (std::same_as<decltype(F::hash), const VelaSwitch::CrcHash>) {
-    constexpr const VelaSwitch::CrcTables& tables = VelaSwitch::crcTables(F::hash);
-    return VelaSwitch::crcHashes(tables, crcNumber<F>(key)) & ways;
+    return VelaSwitch::crcHashes(VelaSwitch::crcTables<F::hash>(), crcKey<F>(key)) & ways;
   } else {
     if constexpr (requires { F::crc(key.bits()); }) {
-      if (const VelaSwitch::CrcHash crc = F::crc(key.bits())) {
-        return VelaSwitch::crcHashes(VelaSwitch::crcTables(crc), crcNumber<F>(key)) & ways;
+      if (const auto* tables = F::crc(key.bits())) {
+        return VelaSwitch::crcHashes(*tables, crcKey<F>(key)) & ways;
       }
     }
     U8 buffer[VelaSwitchApi::KeyBits::maxBytes];

@@ -42,6 +42,24 @@ class VELA_EXPORT RecordIndex {
     }
     return findAnywhere(tag, isIt);
   }
+  /// The same, or where there is none the record that `make()` makes, which is added. It must leave
+  /// the index alone, and may throw.
+  template <class IsIt, class Make>
+  [[gnu::always_inline]] void* findOrAdd(U32 tag, const IsIt& isIt, const Make& make) {
+    Bucket& bucket = buckets_[tag & mask_];
+    const Slots free = bucket.slotsOf(noTag);
+    if (bucket.slotsOf(shortTag(tag)).any() || !free.any()) [[unlikely]] {
+      if (void* record = find(tag, isIt)) return record;
+    }
+    void* record = make();
+    if (size_ == most_ || !free.any()) [[unlikely]] {
+      add(tag, record);
+    } else {
+      bucket.set(free.first(), shortTag(tag), record);
+      ++size_;
+    }
+    return record;
+  }
   /// A record of the tag is needed soon.
   void soon(U32 tag) const {
     __builtin_prefetch(&buckets_[tag & mask_]);

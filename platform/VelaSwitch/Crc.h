@@ -1,7 +1,6 @@
 #pragma once
 
 #include <array>
-#include <span>
 
 #include "Orb/Types.h"
 
@@ -26,48 +25,60 @@ VELA_EXPORT U32 crc13Hash(const U8* key, U8 way, U8 keyBits);
 
 /// One of those.
 using CrcHash = U32 (*)(const U8* key, U8 way, U8 keyBits);
-/// The most ways that one has polynomials for.
-inline constexpr U8 crcMaxWays = 4;
-/// The hashes of all ways at once, for less than it takes to work them out one by one. Those of
-/// ways without a polynomial are 0.
-VELA_EXPORT std::array<U16, crcMaxWays> crcHashes(CrcHash hash,
-                                                  std::span<const U8, crcMaxBytes> key, U8 keyBits);
 
-/// What the hashes are made of: the CRCs of byte b followed by n zero bytes, at [n][b], of all ways
-/// at once, 16 bits each. A CRC is linear, so that of a key is the XOR of one entry per byte, and
-/// the lookups do not wait for each other.
-using CrcTables = std::array<std::array<U64, 256>, crcMaxBytes>;
-VELA_EXPORT extern const CrcTables crc10Tables;  ///< Of crc10Hash().
-VELA_EXPORT extern const CrcTables crc11Tables;  ///< Of crc11Hash().
-VELA_EXPORT extern const CrcTables crc12Tables;  ///< Of crc12Hash().
-VELA_EXPORT extern const CrcTables crc13Tables;  ///< Of crc13Hash().
-/// Those of a hash. Where the hash is known to the compiler they are as well.
-constexpr const CrcTables& crcTables(CrcHash hash) {
-  if (hash == &crc10Hash) return crc10Tables;
-  if (hash == &crc11Hash) return crc11Tables;
-  return hash == &crc12Hash ? crc12Tables : crc13Tables;
+/// What the hashes are made of: the CRCs of byte b followed by n zero bytes, at [crcLast + n][b],
+/// of all ways at once, 16 bits each. A CRC is linear, so that of a key is the XOR of one entry per
+/// byte, and the lookups do not wait for each other. Those in front of crcLast are 0, for what lies
+/// behind a key in its words.
+template <class Crcs>
+using CrcTables = std::array<std::array<Crcs, 256>, 7 + crcMaxBytes>;
+inline constexpr U8 crcLast = 7;  ///< The table of a key's last byte.
+
+VELA_EXPORT extern const CrcTables<U64> crc10Tables;  ///< Of crc10Hash().
+VELA_EXPORT extern const CrcTables<U32> crc11Tables;  ///< Of crc11Hash(), which has two ways.
+VELA_EXPORT extern const CrcTables<U64> crc12Tables;  ///< Of crc12Hash().
+VELA_EXPORT extern const CrcTables<U64> crc13Tables;  ///< Of crc13Hash().
+
+/// Those of one of the hashes above, which the compiler knows.
+template <CrcHash hash>
+constexpr const auto& crcTables() {
+  static_assert(hash == &crc10Hash || hash == &crc11Hash || hash == &crc12Hash ||
+                hash == &crc13Hash);
+  if constexpr (hash == &crc10Hash) {
+    return crc10Tables;
+  } else if constexpr (hash == &crc11Hash) {
+    return crc11Tables;
+  } else if constexpr (hash == &crc12Hash) {
+    return crc12Tables;
+  } else {
+    return crc13Tables;
+  }
 }
 
-/// A key as the number of which the byte that is hashed last is the lowest: bytes in front of it
-/// are 0, and change no CRC.
-struct CrcNumber {
-  U64 low;   ///< Of 128 bits.
-  U64 high;  ///< Likewise.
+/// A key as two words, of which byte 0 is the lowest of `first`.
+struct CrcKey {
+  U64 first;
+  U64 second;
+  U8 bytes;  ///< At least 1.
 };
-/// The number of a key of up to 128 bits, of which byte 0 is the lowest of `first`.
-inline CrcNumber crcNumber(U64 first, U64 second, U8 keyBits) {
-  const U64 low = __builtin_bswap64(second);
-  const U64 high = __builtin_bswap64(first);
-  const unsigned behind = 8 * (crcMaxBytes - (keyBits + 7u) / 8u);
-  if (behind >= 64) return {behind == 128 ? 0 : high >> (behind - 64), 0};
-  return {behind == 0 ? low : low >> behind | high << (64 - behind), high >> behind};
-}
 /// The hashes of all ways, 16 bits each, the first way's lowest.
-inline U64 crcHashes(const CrcTables& tables, CrcNumber key) {
-  U64 crcs = 0;
-  for (unsigned n = 0; n < 8; ++n) crcs ^= tables[n][key.low >> n * 8 & 0xff];
-  if (key.high == 0) return crcs;
-  for (unsigned n = 0; n < 8; ++n) crcs ^= tables[n + 8][key.high >> n * 8 & 0xff];
+template <class Crcs>
+[[gnu::always_inline]] inline U64 crcHashes(const CrcTables<Crcs>& tables, const CrcKey& key) {
+  Crcs crcs = 0;
+  const auto* ofFirst = &tables[crcLast + key.bytes - 1u];
+  const auto add = [&](U64 word, unsigned first, unsigned end) __attribute__((always_inline)) {
+    for (unsigned i = first; i < end; ++i) crcs ^= (*(ofFirst - i))[word >> i % 8 * 8 & 0xff];
+  };
+  add(key.first, 0, 8);
+  if (key.bytes > 8) add(key.second, 8, 12);
+  if (key.bytes > 12) add(key.second, 12, 16);
+  return crcs;
+}
+/// Those of a key that is a number, of which the byte that is hashed last is the lowest.
+template <class Crcs>
+[[gnu::always_inline]] inline U64 crcHashes(const CrcTables<Crcs>& tables, U64 key) {
+  Crcs crcs = 0;
+  for (unsigned n = 0; n < 8; ++n) crcs ^= tables[crcLast + n][key >> n * 8 & 0xff];
   return crcs;
 }
 

@@ -373,14 +373,18 @@ class EntryStore {
                                              std::size_t& count, const Make& make) {
     for (; count != entries.size(); ++count) {
       const auto& [key, result] = entries[count];
-      Record* record = recordOf(key, tags[count]);
-      if (!record) {
-        record = &addedRecord(*make(key, tags[count]), tags[count]);
-        record->resultIs(result);
-      } else if (!isThere(*record, result)) {
+      bool isNew = false;
+      Record& record = recordIs(
+          key, tags[count], [&]() __attribute__((always_inline)) {
+            isNew = true;
+            return make(key, tags[count]);
+          });
+      if (isNew) {
+        record.resultIs(result);
+      } else if (!isThere(record, result)) {
         return;
       }
-      records[count] = record;
+      records[count] = &record;
     }
   }
 
@@ -392,11 +396,20 @@ class EntryStore {
   /// The same, made when there is none; to be given a flag at once.
   Record& recordIs(const Key& key) {
     const U32 tag = entryTag(key);
-    Record* record = recordOf(key, tag);
-    return record ? *record : newRecordIs(key, tag);
+    return recordIs(key, tag, [&] { return newRecord(key, tag); });
   }
-  Record& newRecordIs(const Key& key, U32 tag) { return addedRecord(*newRecord(key, tag), tag); }
-  [[gnu::always_inline]] Record& addedRecord(Record& record, U32 tag) {
+  template <class Make>
+  [[gnu::always_inline]] Record& recordIs(const Key& key, U32 tag, const Make& make) {
+    const auto taken = [&]() __attribute__((always_inline)) {
+      Record* record = make();
+      if constexpr (counted) record->referenceAdd();
+      return record;
+    };
+    return static_cast<Record&>(records_.foundRecordIs(
+        tag, [&](const KeyRecord& record) { return sameKey(of(record).key(), key); }, taken));
+  }
+  Record& newRecordIs(const Key& key, U32 tag) {
+    Record& record = *newRecord(key, tag);
     if constexpr (counted) record.referenceAdd();
     records_.addTaken(record, tag);
     return record;
