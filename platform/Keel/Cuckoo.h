@@ -189,17 +189,20 @@ class VELA_EXPORT Table {
   [[gnu::always_inline]] U32 vacantRow(const HashItem& item) const {
     const Rows rows = rowsOf(item);
     const U32 rowsPerWay = rowsPerWay_;
-    const U32 end = capacity();
     U32 free = noRow;
     Rows next = rows;
-    for (U32 first = 0; first != end; first += rowsPerWay, next >>= 16) {
+    U32 first = 0;
+    U8 left = ways_;
+    do {
       const U32 slot = first + rowOf(next, 0);
       const Rows held = rows_[slot];
       if (held == rows && sameKey(slot, item)) [[unlikely]]
         return noRow;
       // No branch: it could not be foretold.
       free = std::min(free, held == nobodys ? slot : noRow);
-    }
+      first += rowsPerWay;
+      next >>= 16;
+    } while (--left != 0);
     return free;
   }
   U32 freeRowAmongWaiting(const HashItem& item) const;

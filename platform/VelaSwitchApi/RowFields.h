@@ -94,6 +94,35 @@ consteval RowLayout::Control knownControl(U8 words) {
   return {};
 }
 
+/// Its first word, where that is the same in all those shapes.
+template <class F>
+consteval std::optional<U8> knownControlWord(U8 words) {
+  std::optional<U8> word;
+  for (const auto& fields : allFields<F>()) {
+    const RowLayout::Control control = RowLayout::controlOf(fields, words);
+    if (control.mask == 0 || word.value_or(control.word) != control.word) return std::nullopt;
+    word = control.word;
+  }
+  return word;
+}
+
+/// In which words entries have fields at places that are not the same in all rows.
+template <class F, std::size_t words>
+consteval std::array<bool, words> variableWords() {
+  std::array<bool, words> variable{};
+  for (const auto& fields : allFields<F>()) {
+    for (const RowField& field : fields) {
+      const std::string_view name = field.name;
+      if (field.content != RowField::varies || name == "row" || name == "way") continue;
+      for (std::size_t bit = std::max<std::size_t>(field.first, sameBits<F>());
+           bit < std::min<std::size_t>(field.first + field.width, 32 * words); ++bit) {
+        variable[bit / 32] = true;
+      }
+    }
+  }
+  return variable;
+}
+
 }  // namespace detail
 
 /// The number of the field of the name in the row, or nothing.
@@ -227,17 +256,20 @@ class RowWriterOf : public RowWriter {
   static void store(const std::array<U32, count>& words, const RowLayout& layout, U64 row, U64 way,
                     U8* image) {
     static constexpr RowLayout::Control known = detail::knownControl<F>(count);
+    static constexpr auto knownWord = detail::knownControlWord<F>(count);
+    static constexpr std::array<bool, count> variable = detail::variableWords<F, count>();
     const RowLayout::Control& control = known.mask != 0 ? known : layout.control();
+    const std::size_t controlWord = knownWord.value_or(control.word);
     const auto word = [&words](std::size_t at) {
       U32 value = words[at];
       // At a place that the compiler does not know, it was written to memory by itself, and has to
       // be read so.
-      if (at >= detail::sameBits<F>() / 32) asm("" : "+r"(value));
+      if (variable[at]) asm("" : "+r"(value));
       return U64{value};
     };
     const auto two = [&](std::size_t at) {
       const U64 both = at + 1 < count ? word(at) | word(at + 1) << 32 : word(at);
-      return at == control.word ? control.in(both, row, way) : both;
+      return at == controlWord ? control.in(both, row, way) : both;
     };
     std::size_t at = 0;
     if constexpr (count >= 4) {
@@ -254,7 +286,13 @@ class RowWriterOf : public RowWriter {
       const auto last = static_cast<U32>(two(at));
       std::memcpy(image + at * sizeof(U32), &last, sizeof last);
     }
-    if (control.mask == 0) RowWriterOf(layout, image, "", false).setPlace(row, way);
+    if (!knownWord && control.mask == 0) RowWriterOf(layout, image, "", false).setPlace(row, way);
+  }
+  /// Whether store() knows the places of the layout.
+  template <std::size_t count>
+  static bool stores(const RowLayout& layout) {
+    constexpr auto known = detail::knownControlWord<F>(count);
+    return !known || (layout.control().mask != 0 && layout.control().word == *known);
   }
   /// Writes the fields that have the names of the value's.
   template <class V>
