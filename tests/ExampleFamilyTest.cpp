@@ -96,6 +96,19 @@ struct VELA_EXPORT HalfKeyFamily : TunnelFamily {
 VELA_HASH_FAMILY(HalfKey);
 VELA_HASH_FAMILY_DEFINE(HalfKey)
 
+/// Its other format, which is no shape of it, has the control word elsewhere.
+struct VELA_EXPORT MovedFamily : TunnelFamily {
+  static constexpr RowShape shapes[] = {{}};
+  static bool otherFormat(const VelaSwitch::ProfileInfo&) { return true; }
+  static constexpr auto fields(const RowShape& shape) {
+    auto fields = std::to_array(TunnelFamily::fields);
+    for (RowField& field : fields) field.first -= shape.other && field.first >= 128 ? 64 : 0;
+    return fields;
+  }
+};
+VELA_HASH_FAMILY(Moved);
+VELA_HASH_FAMILY_DEFINE(Moved)
+
 /// What is listed as packed by hand, and packed by nobody.
 struct VELA_EXPORT ForgetfulPortFamily
     : IndexedFamily<"VelaTableForgetfulPort", StormLimitKey, StormLimitResult> {
@@ -151,6 +164,8 @@ TEST(ExampleFamily, rowsThatDoNotComeBackAreRefusedWhenTheTableIsMade) {
   };
   another(*ForgetfulTableIs("hash"), "VelaTableForgetful", "field trap");
   another(*HalfKeyTableIs("half"), "VelaTableTunnel", "field ");
+  EXPECT_THAT(refusal(*MovedTableIs("moved")),
+              StartsWith("VelaTableTunnel: the control word is where none of"));
   another(*ForgetfulPortTableIs("port"), "VelaTableForgetfulPort", "drop true becomes false");
   another(*ExchangedTableIs("exchanged"), "VelaTableStormLimit", "field broadcastRate");
   EXPECT_THAT(refusal(*CrossedTableIs("crossed")),

@@ -269,9 +269,9 @@ TEST(Map, behavesLikeAnUnorderedMap) {
 TEST(RecordIndex, findsWhatIsThereAndNothingElse) {
   VelaTest::Random random;
   const auto slab = std::make_unique<Orb::Slab>();
-  const auto tagOf = [](U32 key) { return key % 61 * 0x12347; };
+  const auto tagOf = [](U32 key) { return key % 29 * 0x12347; };
   Orb::RecordIndex index(
-      [](const void* record) { return *static_cast<const U32*>(record) % 61 * 0x12347; });
+      [](const void* record) { return *static_cast<const U32*>(record) % 29 * 0x12347; });
   std::map<U32, U32*> model;
   const auto isKey = [](U32 key) {
     return [key](const void* at) { return *static_cast<const U32*>(at) == key; };
@@ -282,13 +282,16 @@ TEST(RecordIndex, findsWhatIsThereAndNothingElse) {
     const U32 key = random() % 300;
     const auto at = model.find(key);
     ASSERT_EQ(find(key), at == model.end() ? nullptr : at->second);
-    if (random() % 2 == 0) {
+    const U32 how = random() % 8;
+    if (at == model.end() && how == 0) {
+      ASSERT_ANY_THROW(index.findOrAdd(tagOf(key), isKey(key), []() -> void* { throw 0; }));
+    } else if (at == model.end() && how < 4) {
+      index.add(tagOf(key), model[key] = make(key));
+    } else if (at == model.end() || how == 0) {
       void* made = nullptr;
       void* record = index.findOrAdd(tagOf(key), isKey(key), [&] { return made = make(key); });
       ASSERT_EQ(record, at == model.end() ? made : at->second);
       model[key] = static_cast<U32*>(record);
-    } else if (at == model.end()) {
-      index.add(tagOf(key), model[key] = make(key));
     } else if (random() % 4 == 0) {
       U32* next = make(key);
       index.replace(tagOf(key), at->second, next);

@@ -30,7 +30,9 @@ class VELA_EXPORT HashFamilyHelperBase : public VelaTableHashHelper {
     if (valid) storedBits_ = std::min(storedBits_, static_cast<U8>(valid->first));
     ORB_ASSERT(keyBits_ <= 64 * detail::keyWords<F>);
     ORB_ASSERT(knownStored == 0 || knownStored == storedBits_);
-    ORB_ASSERT(RowWriterOf<F>::template stores<F::traits.rowWords>(layout()));
+    VelaSwitchApi::RowCheck(F::trace, layout())
+        .expect(RowWriterOf<F>::template stores<F::traits.rowWords>(layout()),
+                "the control word is where none of the family's shapes has it");
     if constexpr (F::traits.rowImpliesKey) {
       inverse_ = VelaSwitch::HashInverse(&hashBuffer, F::traits.ways, keyBits_, impliedBits());
     }

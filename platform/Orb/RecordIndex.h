@@ -30,17 +30,7 @@ class VELA_EXPORT RecordIndex {
   /// The record of the tag that `isIt(record)` is true of, or null.
   template <class IsIt>
   [[gnu::always_inline]] void* find(U32 tag, const IsIt& isIt) const {
-    // Nearly always the first of its tag in its bucket, or there is none.
-    const Bucket& bucket = buckets_[tag & mask_];
-    const Slots slots = bucket.slotsOf(shortTag(tag));
-    if (slots.any()) {
-      void* record = bucket.record(slots.first());
-      if (isIt(record)) [[likely]]
-        return record;
-    } else if (!bucket.full()) [[likely]] {
-      return nullptr;
-    }
-    return findAnywhere(tag, isIt);
+    return findFrom(buckets_[tag & mask_], tag, isIt);
   }
   /// The same, or where there is none the record that `make()` makes, which is added. It must leave
   /// the index alone, and may throw.
@@ -48,9 +38,7 @@ class VELA_EXPORT RecordIndex {
   [[gnu::always_inline]] void* findOrAdd(U32 tag, const IsIt& isIt, const Make& make) {
     Bucket& bucket = buckets_[tag & mask_];
     const Slots free = bucket.slotsOf(noTag);
-    if (bucket.slotsOf(shortTag(tag)).any() || !free.any()) [[unlikely]] {
-      if (void* record = find(tag, isIt)) return record;
-    }
+    if (void* record = findFrom(bucket, tag, isIt)) return record;
     void* record = make();
     if (size_ == most_ || !free.any()) [[unlikely]] {
       add(tag, record);
@@ -173,6 +161,20 @@ class VELA_EXPORT RecordIndex {
     U32 slot;
   };
 
+  /// find(), which begins with the bucket.
+  template <class IsIt>
+  [[gnu::always_inline]] void* findFrom(const Bucket& bucket, U32 tag, const IsIt& isIt) const {
+    // Nearly always the first of its tag in its bucket, or there is none.
+    const Slots slots = bucket.slotsOf(shortTag(tag));
+    if (slots.any()) {
+      void* record = bucket.record(slots.first());
+      if (isIt(record)) [[likely]]
+        return record;
+    } else if (!bucket.full()) [[likely]] {
+      return nullptr;
+    }
+    return findAnywhere(tag, isIt);
+  }
   template <class IsIt>
   [[gnu::noinline]] void* findAnywhere(U32 tag, IsIt isIt) const {
     const Place place = placeWhere(tag, isIt);

@@ -26,13 +26,13 @@ VELA_EXPORT U32 crc13Hash(const U8* key, U8 way, U8 keyBits);
 /// One of those.
 using CrcHash = U32 (*)(const U8* key, U8 way, U8 keyBits);
 
+inline constexpr U8 crcLast = 8;  ///< The table of a key's last byte.
 /// What the hashes are made of: the CRCs of byte b followed by n zero bytes, at [crcLast + n][b],
 /// of all ways at once, 16 bits each. A CRC is linear, so that of a key is the XOR of one entry per
 /// byte, and the lookups do not wait for each other. Those in front of crcLast are 0, for what lies
 /// behind a key in its words.
 template <class Crcs>
-using CrcTables = std::array<std::array<Crcs, 256>, 7 + crcMaxBytes>;
-inline constexpr U8 crcLast = 7;  ///< The table of a key's last byte.
+using CrcTables = std::array<std::array<Crcs, 256>, crcLast + crcMaxBytes>;
 
 VELA_EXPORT extern const CrcTables<U64> crc10Tables;  ///< Of crc10Hash().
 VELA_EXPORT extern const CrcTables<U32> crc11Tables;  ///< Of crc11Hash(), which has two ways.
@@ -55,11 +55,11 @@ constexpr const auto& crcTables() {
   }
 }
 
-/// A key as two words, of which byte 0 is the lowest of `first`.
+/// A key as two words, of which byte 0 is the lowest of `first`; what is behind it does not count.
 struct CrcKey {
   U64 first;
   U64 second;
-  U8 bytes;  ///< At least 1.
+  U8 bytes;  ///< At most crcMaxBytes; the hashes of none are 0.
 };
 /// The hashes of all ways, 16 bits each, the first way's lowest.
 template <class Crcs>

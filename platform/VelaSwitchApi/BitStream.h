@@ -1,5 +1,6 @@
 #pragma once
 
+#include <bit>
 #include <cstring>
 
 #include "Orb/Assert.h"
@@ -11,6 +12,8 @@
 ///   byte        0                 1                 2
 ///   bit    7 6 5 4 3 2 1 0   7 6 5 4 3 2 1 0   7 6 5 ...
 ///   stream 7 6 5 4 3 2 1 0  15 ...         8  23 ...
+
+static_assert(std::endian::native == std::endian::little, "rows and keys are taken in words");
 
 namespace detail {
 

@@ -372,7 +372,7 @@ class EntryStore {
                                              const U32* tags, KeyRecord** records,
                                              std::size_t& count, const Make& make) {
     for (; count != entries.size(); ++count) {
-      const auto& [key, result] = entries[count];
+      const Key& key = entries[count].first;
       bool isNew = false;
       Record& record = recordIs(
           key, tags[count], [&]() __attribute__((always_inline)) {
@@ -380,8 +380,8 @@ class EntryStore {
             return make(key, tags[count]);
           });
       if (isNew) {
-        record.resultIs(result);
-      } else if (!isThere(record, result)) {
+        record.resultIs(entries[count].second);
+      } else if (!isThere(record, entries[count].second)) {
         return;
       }
       records[count] = &record;

@@ -178,8 +178,9 @@ class VELA_EXPORT KeyRecords {
     return static_cast<KeyRecord*>(index_.find(
         tag, [isIt](const void* record) { return isIt(*static_cast<const KeyRecord*>(record)); }));
   }
-  /// The same, or where there is none the one that `make()` makes, to be given a flag at once; the
-  /// tag is its keyTag(), and it is the table's already.
+  /// The same, or where there is none the one that `make()` makes, to be given a flag before
+  /// another key is looked at or with its group; the tag is its keyTag(), and it is the table's
+  /// already.
   template <class IsIt, class Make>
   [[gnu::always_inline]] KeyRecord& foundRecordIs(U32 tag, const IsIt& isIt, const Make& make) {
     return *static_cast<KeyRecord*>(index_.findOrAdd(

@@ -16,7 +16,8 @@
 ///   static constexpr RowField fields[] = {{"vlanId", 0, 12}, …, {"one", 145, 1, 1}};
 ///
 /// or, where their places differ, as a function of what they depend on, with the same names in the
-/// same order whatever that is, and lists the `shapes` in which the compiler is to check them:
+/// same order whatever that is, and lists the `shapes` in which the compiler is to check them, one
+/// at least with the control word where it is in any:
 ///
 ///   static constexpr auto fields(const Shape& shape) {
 ///     return std::to_array<RowField>({{"portMask", 0, shape.ports}, …});
