@@ -55,11 +55,11 @@ constexpr const auto& crcTables() {
   }
 }
 
-/// A key as two words, of which byte 0 is the lowest of `first`; what is behind it does not count.
+/// A key as two words, each with its first byte as the lowest; what is behind it does not count.
 struct CrcKey {
-  U64 first;
-  U64 second;
-  U8 bytes;  ///< At most crcMaxBytes; the hashes of none are 0.
+  U64 first;   ///< Bytes 0 to 7.
+  U64 second;  ///< Bytes 8 to 15.
+  U8 bytes;    ///< At most crcMaxBytes; the hashes of none are 0.
 };
 /// The hashes of all ways, 16 bits each, the first way's lowest.
 template <class Crcs>
