@@ -56,12 +56,12 @@ TEST(Crc, hashesAreThoseOfTheirPolynomials) {
       const U64 all = VelaSwitch::crcHashes(tables, key);
       const U64 number = word() >> random() % 64;
       const U64 ofNumber = VelaSwitch::crcHashes(tables, number);
-      for (U8 way = 0; way < polynomials.size(); ++way) {
+      for (U8 way = 0; const U32 polynomial : polynomials) {
         const auto crc = [&](unsigned bits, const auto& bitAt) {
           U32 value = 0;
           for (unsigned i = 0; i < bits; ++i) {
             const U32 carry = (value >> (width - 1) ^ bitAt(i)) & 1;
-            value = (value << 1 ^ carry * polynomials[way]) & ((1u << width) - 1);
+            value = (value << 1 ^ carry * polynomial) & ((1u << width) - 1);
           }
           return value;
         };
@@ -75,6 +75,7 @@ TEST(Crc, hashesAreThoseOfTheirPolynomials) {
         EXPECT_EQ(hash(packed, way, static_cast<U8>(8 * bytes)), expected);
         EXPECT_EQ(ofNumber >> 16 * way & 0xffff,
                   crc(64, [&](unsigned i) { return static_cast<U32>(number >> (63 - i)); }));
+        ++way;
       }
     }
   };
