@@ -15,51 +15,28 @@ using testing::HasSubstr;
 using testing::StartsWith;
 using VelaTest::fatalText;
 
-TEST(Crc, checkValues) {
-  const U8* key = reinterpret_cast<const U8*>("123456789");
-  using Hash = U32 (*)(const U8*, U8, U8);
-  const struct {
-    Hash hash;
-    std::vector<U32> values;
-  } checks[] = {{VelaSwitch::crc10Hash, {0x01dc, 0x01f1, 0x027c, 0x031f}},
-                {VelaSwitch::crc11Hash, {0x0783, 0x03ce}},
-                {VelaSwitch::crc12Hash, {0x09ad, 0x0fba, 0x03dc}},
-                {VelaSwitch::crc13Hash, {0x17d0, 0x00dd, 0x1d39}}};
-  for (const auto& check : checks) {
-    for (std::size_t i = 0; i < check.values.size(); ++i) {
-      const U8 way = static_cast<U8>(i);
-      EXPECT_EQ(check.hash(key, way, 72), check.values[way]) << i;
-    }
-    const U8 noWay = static_cast<U8>(check.values.size());
-    EXPECT_THAT(fatalText([&] { check.hash(key, noWay, 72); }), StartsWith("way < ways"));
-  }
-}
-
-TEST(Crc, hashesWholeBytesOfTheKey) {
-  // 59 bits take eight bytes: the ninth does not count, the eighth does.
-  U8 key[9] = {1, 2, 3, 4, 5, 6, 7, 0, 0};
-  const U32 hash = VelaSwitch::crc11Hash(key, 0, 59);
-  key[8] = 0xff;
-  EXPECT_EQ(VelaSwitch::crc11Hash(key, 0, 59), hash);
-  key[7] = 4;
-  EXPECT_NE(VelaSwitch::crc11Hash(key, 0, 59), hash);
-}
-
-/// Keys of all lengths, with other things behind them, beside one bit after another.
+/// Published values, and keys of all lengths, with other things behind them, beside one bit after
+/// another.
 TEST(Crc, hashesAreThoseOfTheirPolynomials) {
   VelaTest::Random random;
+  using Crcs = std::vector<U32>;
   const auto check = [&](VelaSwitch::CrcHash hash, const auto& tables, unsigned width,
-                         const std::vector<U32>& polynomials) {
+                         const Crcs& polynomials, const Crcs& checkValues) {
+    const U8* digits = reinterpret_cast<const U8*>("123456789");
+    for (U8 way = 0; const U32 value : checkValues) EXPECT_EQ(hash(digits, way++, 72), value);
+    const auto noWay = static_cast<U8>(polynomials.size());
+    EXPECT_THAT(fatalText([&] { hash(digits, noWay, 72); }), StartsWith("way < ways"));
     for (U8 bytes = 0; bytes <= VelaSwitch::crcMaxBytes; ++bytes) {
       const auto word = [&] { return U64{random()} << 32 | random(); };
       const VelaSwitch::CrcKey key{word(), word(), bytes};
+      const auto bits = static_cast<U8>(bytes == 0 ? 0 : 8 * bytes - random() % 8);
       const U64 all = VelaSwitch::crcHashes(tables, key);
       const U64 number = word() >> random() % 64;
       const U64 ofNumber = VelaSwitch::crcHashes(tables, number);
       for (U8 way = 0; const U32 polynomial : polynomials) {
-        const auto crc = [&](unsigned bits, const auto& bitAt) {
+        const auto crc = [&](unsigned length, const auto& bitAt) {
           U32 value = 0;
-          for (unsigned i = 0; i < bits; ++i) {
+          for (unsigned i = 0; i < length; ++i) {
             const U32 carry = (value >> (width - 1) ^ bitAt(i)) & 1;
             value = (value << 1 ^ carry * polynomial) & ((1u << width) - 1);
           }
@@ -69,10 +46,7 @@ TEST(Crc, hashesAreThoseOfTheirPolynomials) {
           return static_cast<U32>((i < 64 ? key.first : key.second) >> (i % 64 ^ 7));
         });
         EXPECT_EQ(all >> 16 * way & 0xffff, expected) << +bytes << ' ' << +way;
-        U8 packed[VelaSwitch::crcMaxBytes];
-        std::memcpy(packed, &key.first, 8);
-        std::memcpy(packed + 8, &key.second, 8);
-        EXPECT_EQ(hash(packed, way, static_cast<U8>(8 * bytes)), expected);
+        EXPECT_EQ(hash(reinterpret_cast<const U8*>(&key), way, bits), expected) << +bits;
         EXPECT_EQ(ofNumber >> 16 * way & 0xffff,
                   crc(64, [&](unsigned i) { return static_cast<U32>(number >> (63 - i)); }));
         ++way;
@@ -80,10 +54,11 @@ TEST(Crc, hashesAreThoseOfTheirPolynomials) {
     }
   };
   using namespace VelaSwitch;
-  check(crc10Hash, crcTables<crc10Hash>(), 10, {0x06f, 0x0f3, 0x197, 0x1e5});
-  check(crc11Hash, crcTables<crc11Hash>(), 11, {0x065, 0x1d9});
-  check(crc12Hash, crcTables<crc12Hash>(), 12, {0x0eb, 0x161, 0x34d});
-  check(crc13Hash, crcTables<crc13Hash>(), 13, {0x0bb, 0x13b, 0x197});
+  check(crc10Hash, crcTables<crc10Hash>(), 10, {0x06f, 0x0f3, 0x197, 0x1e5},
+        {0x01dc, 0x01f1, 0x027c, 0x031f});
+  check(crc11Hash, crcTables<crc11Hash>(), 11, {0x065, 0x1d9}, {0x0783, 0x03ce});
+  check(crc12Hash, crcTables<crc12Hash>(), 12, {0x0eb, 0x161, 0x34d}, {0x09ad, 0x0fba, 0x03dc});
+  check(crc13Hash, crcTables<crc13Hash>(), 13, {0x0bb, 0x13b, 0x197}, {0x17d0, 0x00dd, 0x1d39});
 }
 
 TEST(Parity, isOneForAnOddNumberOfBits) {
@@ -99,25 +74,6 @@ TEST(PortMask, hardwareHasThePortsAndTheCpuPort) {
   const VelaSwitch::IngressPortMask all(~U64{0});
   EXPECT_EQ(all.hardwareBitmask(20), 0x1fffffu);
   EXPECT_EQ(all.hardwareBitmask(48), 0x1ffffffffffffu);
-}
-
-TEST(BitStream, fieldsLandLeastSignificantBitFirst) {
-  U8 bytes[8];
-  std::memset(bytes, 0xff, sizeof bytes);
-  bitStreamSet(bytes, 0, 32, 0x12345678);
-  EXPECT_EQ(bytes[0], 0x78);
-  EXPECT_EQ(bytes[3], 0x12);
-  EXPECT_EQ(bytes[4], 0xff);
-
-  std::memset(bytes, 0, sizeof bytes);
-  bitStreamSet(bytes, 6, 5, 0x1f);
-  EXPECT_EQ(bytes[0], 0xc0);
-  EXPECT_EQ(bytes[1], 0x07);
-
-  U32 words[4] = {0xC0000000, 0x00000002, 0xFFFFFFFF, 0};
-  EXPECT_EQ(bitStreamGet(words, 30, 33), 0xbu);
-  EXPECT_EQ(bitStreamGet(words, 64, 95), 0xFFFFFFFFu);
-  EXPECT_EQ(bitStreamGet(words, 16, 70), 0x7f00000002c000u);
 }
 
 TEST(BitStream, limitsAreFatal) {
