@@ -85,9 +85,13 @@ LpmResult LpmTable::resultOf(const LpmRoutes& routes, U32 node) const {
   return routeResult(routes.tree.nexthop(node), route.prefix().len());
 }
 
+inline void LpmTable::state(const LpmRoutes& routes, U32 node, LpmStatus& status) const {
+  if (levels_ && routes.tree.has(node)) levels_->stateRoute(routes, node, status);
+}
+
 LpmStatus LpmTable::statusOf(const LpmRoutes& routes, U32 node) const {
   LpmStatus status(routes.routeOf(node));
-  if (levels_ && routes.tree.has(node)) levels_->stateRoute(routes, node, status);
+  state(routes, node, status);
   return status;
 }
 
@@ -179,7 +183,7 @@ void LpmTable::entryStatusDel(const Key& given) {
 /// What the flags say of a status is as it was told last.
 void LpmTable::statedIs(LpmRoutes& routes, U32 node, bool stated) {
   LpmStatus told;  // Without its key, which nobody asks for here.
-  if (stated && levels_ && routes.tree.has(node)) levels_->stateRoute(routes, node, told);
+  if (stated) state(routes, node, told);
   const auto status = told.status;
   set(routes, node, LpmRoutes::stated, stated);
   set(routes, node, LpmRoutes::held, status == EntryProgrammedStatus::programmed);

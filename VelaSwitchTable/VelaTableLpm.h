@@ -94,6 +94,7 @@ class VELA_EXPORT LpmTable final : public Orb::PtrInterface {
   void statedIs(LpmRoutes& routes, U32 node, bool stated);
   void statusDel(LpmRoutes& routes, U32 node);
   void dropUnknown(LpmRoutes& routes);
+  void state(const LpmRoutes& routes, U32 node, LpmStatus& status) const;
   LpmResult resultOf(const LpmRoutes& routes, U32 node) const;
 
   std::string name_;

@@ -86,6 +86,7 @@ class VELA_EXPORT LpmBaseTableCuckooEntry : public HashFamilyEntry<LpmBaseFamily
 
   using HashFamilyEntry::HashFamilyEntry;
 
+  /// A hash of another length than 10 or 12 is a fatal assertion.
   U32 getHash(U8 way) const override;
 
   /// Widths and lengths of the level.

@@ -341,8 +341,7 @@ class EntryStore {
   const Record* find(const Key& key) const { return find(key, entryTag(key)); }
   /// The same when the key's hash is known.
   [[gnu::always_inline]] const Record* find(const Key& key, U32 tag) const {
-    return static_cast<const Record*>(records_.findRecord(
-        tag, [&](const KeyRecord& record) { return sameKey(of(record).key(), key); }));
+    return static_cast<const Record*>(records_.findRecord(tag, isOf(key)));
   }
   /// What is known of the key with the hash is needed soon.
   void soon(U32 tag) const { records_.index_.soon(tag); }
@@ -400,18 +399,21 @@ class EntryStore {
   }
   template <class Make>
   [[gnu::always_inline]] Record& recordIs(const Key& key, U32 tag, const Make& make) {
-    const auto taken = [&]() __attribute__((always_inline)) {
-      Record* record = make();
-      if constexpr (counted) record->referenceAdd();
-      return record;
-    };
-    return static_cast<Record&>(records_.foundRecordIs(
-        tag, [&](const KeyRecord& record) { return sameKey(of(record).key(), key); }, taken));
+    const auto takenOf = [&]() __attribute__((always_inline)) { return taken(make()); };
+    return static_cast<Record&>(records_.foundRecordIs(tag, isOf(key), takenOf));
   }
   Record& newRecordIs(const Key& key, U32 tag) {
-    Record& record = *newRecord(key, tag);
-    if constexpr (counted) record.referenceAdd();
-    records_.addTaken(record, tag);
+    Record* record = taken(newRecord(key, tag));
+    records_.addTaken(*record, tag);
+    return *record;
+  }
+  /// Whether a record is the key's.
+  static auto isOf(const Key& key) {
+    return [&key](const KeyRecord& record) { return sameKey(of(record).key(), key); };
+  }
+  /// A new record, which is the table's from now on.
+  static Record* taken(Record* record) {
+    if constexpr (counted) record->referenceAdd();
     return record;
   }
   /// Takes over what hardware holds.

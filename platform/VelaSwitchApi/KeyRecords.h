@@ -175,8 +175,7 @@ class VELA_EXPORT KeyRecords {
   /// The record of the tag that `isIt(record)` is true of, or null.
   template <class IsIt>
   [[gnu::always_inline]] KeyRecord* findRecord(U32 tag, const IsIt& isIt) const {
-    return static_cast<KeyRecord*>(index_.find(
-        tag, [isIt](const void* record) { return isIt(*static_cast<const KeyRecord*>(record)); }));
+    return static_cast<KeyRecord*>(index_.find(tag, asked(isIt)));
   }
   /// The same, or where there is none the one that `make()` makes, to be given a flag before
   /// another key is looked at or with its group; the tag is its keyTag(), and it is the table's
@@ -184,8 +183,7 @@ class VELA_EXPORT KeyRecords {
   template <class IsIt, class Make>
   [[gnu::always_inline]] KeyRecord& foundRecordIs(U32 tag, const IsIt& isIt, const Make& make) {
     return *static_cast<KeyRecord*>(index_.findOrAdd(
-        tag, [isIt](const void* record) { return isIt(*static_cast<const KeyRecord*>(record)); },
-        [&]() -> void* { return static_cast<KeyRecord*>(make()); }));
+        tag, asked(isIt), [&]() -> void* { return static_cast<KeyRecord*>(make()); }));
   }
 
   /// The record of the other's key, or null.
@@ -289,6 +287,12 @@ class VELA_EXPORT KeyRecords {
  private:
   bool updateFromRecord(KeyRecord& other) const;
   void drop(KeyRecord& record);
+
+  /// A question about a record, as the index asks it. By value: it is in registers then.
+  template <class IsIt>
+  static auto asked(IsIt isIt) {
+    return [isIt](const void* record) { return isIt(*static_cast<const KeyRecord*>(record)); };
+  }
 
   /// Who knows their keys and results.
   template <class Key, class Result, class Record>
