@@ -965,7 +965,7 @@ TEST(Upkeep, LoadsCrossTheirMarksWithHysteresis) {
                                     [](const auto& each) { return each->name() == "HashTest"; });
   bool above = false;
   U64 crossings = 0;
-  for (int step = 0; step < 2000; ++step) {
+  for (int step = 0; step < 5000; ++step) {
     // It fills and empties by and by.
     const VelaAgent::Json key = random.below(40);
     (random.below(10) < (step / 200 % 2 ? 1U : 9U)) ? void(table->set(key, {}))
